@@ -1,0 +1,130 @@
+// The Windows-style functions that the client toolkit exports beside its VCTK_ operations.
+//
+// They keep their Windows names and meanings with the widths of VEXType.h. All may be called from any thread. After a
+// failure GetLastError gives the calling thread's reason.
+#pragma once
+
+#include "VEXType.h"
+
+// Last error numbers, the platform's own.
+inline constexpr DWORD ERROR_SUCCESS = 0;
+inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
+inline constexpr DWORD ERROR_TOO_MANY_OPEN_FILES = 4;
+inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
+inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
+inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr DWORD ERROR_WRITE_PROTECT = 19;
+inline constexpr DWORD ERROR_GEN_FAILURE = 31;
+inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
+inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_DISK_FULL = 112;
+inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD ERROR_BAD_PATHNAME = 161;
+inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr DWORD ERROR_FILE_TOO_LARGE = 223;
+inline constexpr DWORD ERROR_DIRECTORY = 267;
+inline constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
+inline constexpr DWORD ERROR_IO_DEVICE = 1117;
+
+// Code pages of the text conversions.
+inline constexpr UINT CP_ACP = 0;       // the multibyte encoding of libc's current locale
+inline constexpr UINT CP_UTF8 = 65001;  // UTF-8
+
+inline constexpr DWORD HEAP_ZERO_MEMORY = 8;  // flag of HeapAlloc and HeapReAlloc: new bytes read as 0
+inline constexpr DWORD FILE_BEGIN = 0;        // move method of SetFilePointerEx: an absolute position
+
+// What VexCreateFile returns on failure. A handle of 0 is a failure as well.
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~std::uintptr_t{0});
+
+extern "C" {
+
+// The reason of the calling thread's last failed call; after VexCreateFile succeeds, 0 for a created file and
+// ERROR_ALREADY_EXISTS for an opened one.
+DWORD GetLastError();
+
+// ---- Heap. Sizes in bytes. ----
+
+// The heap of the process, valid for the process's life.
+HANDLE GetProcessHeap();
+
+// A block whose HeapSize is exactly dwBytes; null on failure. The caller frees it with HeapFree.
+LPVOID HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes);
+
+// The block resized, possibly moved, contents kept up to the smaller size. Null on failure: lpMem is then untouched.
+LPVOID HeapReAlloc(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem, DWORD dwBytes);
+
+// The size last requested for the block.
+DWORD HeapSize(HANDLE hHeap, DWORD dwFlags, LPCVOID lpMem);
+
+BOOL HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem);
+
+// ---- Text ----
+
+// Narrow to wide. cbMultiByte: bytes of the source, or -1 for a terminated source, whose terminator is then part of it.
+// cchWideChar: room in characters, 0 to ask for the number needed. The characters written or needed; 0 on failure.
+int MultiByteToWideChar(UINT uCodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte, LPWSTR lpWideCharStr,
+                        int cchWideChar);
+
+// Wide to narrow; as MultiByteToWideChar, with cbMultiByte the room in bytes.
+int WideCharToMultiByte(UINT uCodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar, LPSTR lpMultiByteStr,
+                        int cbMultiByte, LPCSTR lpDefaultChar, BOOL* lpUsedDefaultChar);
+
+// Characters before the terminator; 0 for null.
+int lstrlenW(LPCWSTR lpString);
+
+// Copies a terminated text into cchDest characters of room, terminator included. 0 on success, else an errno value.
+int wcscpy_s(LPWSTR pszDest, size_t cchDest, LPCWSTR pszSrc);
+
+// Copies cbCount bytes into cbDest bytes of room. 0 on success, else an errno value.
+int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount);
+
+// ---- Files. Positions and sizes in bytes. ----
+
+// Opens a file for reading and writing, creating it when it is missing. lpFileName is narrow.
+// 0 or INVALID_HANDLE_VALUE on failure. The caller closes the handle with CloseHandle.
+HANDLE VexCreateFile(LPCSTR lpFileName);
+
+BOOL CloseHandle(HANDLE hObject);
+
+// From the current position, which moves on. *lpNumberOfBytesRead: the bytes read, fewer at the end of the file.
+BOOL ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead,
+              LPVOID lpOverlapped);
+
+// At the current position, which moves on. *lpNumberOfBytesWritten: the bytes written, also on failure.
+BOOL WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten,
+               LPVOID lpOverlapped);
+
+// Moves to the absolute position in liDistanceToMove.LowPart. The last two arguments are not looked at.
+BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, LONGLONG* lpNewFilePointer, DWORD dwMoveMethod);
+
+// Stores 8 bytes at lpFileSize.
+BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize);
+
+// Returns once all written bytes are with the kernel, so that every other process sees them.
+BOOL FlushFileBuffers(HANDLE hFile);
+
+// Ends the file at the current position.
+BOOL SetEndOfFile(HANDLE hFile);
+
+// ---- Profile files, paths, time ----
+
+// The integer of a key in a section of an ini file; nDefault when the file, the section or the key is missing.
+UINT GetPrivateProfileIntA(LPCSTR lpAppName, LPCSTR lpKeyName, INT nDefault, LPCSTR lpFileName);
+
+// Non-zero when the path names an existing directory.
+BOOL PathIsDirectoryW(LPCWSTR pszPath);
+
+// Cuts the last component off in place. Non-zero when something was cut.
+BOOL PathRemoveFileSpecW(LPWSTR pszPath);
+
+// Makes a directory and its missing parents. The first and last argument are not looked at.
+// ERROR_SUCCESS when made, ERROR_ALREADY_EXISTS when it was there, else the reason.
+int SHCreateDirectoryExW(HANDLE hwnd, LPCWSTR pszPath, LPCVOID psa);
+
+// Milliseconds since the system was started.
+DWORD GetTickCount();
+
+}  // extern "C"

@@ -1,0 +1,1 @@
+#include "vex_jni_TAVClientJNI.h"

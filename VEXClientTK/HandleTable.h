@@ -1,0 +1,53 @@
+// Handles that are not pointers: numbers under which shared objects are kept. A number is never used twice, so a stale
+// or invented handle finds nothing, and an object that is removed lives on until the last call on it has returned.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <unordered_map>
+
+#include "VEXType.h"
+
+namespace vextk {
+
+// Any thread may call any member.
+template <typename T>
+class HandleTable {
+public:
+    // nFirst: the first handle's number. Tables that start far apart do not take each other's handles for their own.
+    explicit HandleTable(std::uintptr_t nFirst) : m_nNext(nFirst) {}
+
+    HANDLE Add(std::shared_ptr<T> pObject) {
+        const std::unique_lock lock(m_mutex);
+        m_objects.emplace(m_nNext, std::move(pObject));
+        const std::uintptr_t nHandle = m_nNext;
+        m_nNext += kStep;
+        return reinterpret_cast<HANDLE>(nHandle);
+    }
+
+    // Null when the handle names no object.
+    std::shared_ptr<T> Find(HANDLE hObject) const {
+        const std::shared_lock lock(m_mutex);
+        const auto found = m_objects.find(reinterpret_cast<std::uintptr_t>(hObject));
+        return found == m_objects.end() ? nullptr : found->second;
+    }
+
+    // Takes the object out and returns it; null when the handle names no object.
+    std::shared_ptr<T> Remove(HANDLE hObject) {
+        const std::unique_lock lock(m_mutex);
+        auto node = m_objects.extract(reinterpret_cast<std::uintptr_t>(hObject));
+        return node.empty() ? nullptr : std::move(node.mapped());
+    }
+
+private:
+    // Multiples of 4, like the platform's handles: never 0 and never all ones.
+    static constexpr std::uintptr_t kStep = 4;
+
+    mutable std::shared_mutex m_mutex;
+    std::uintptr_t m_nNext;                                          // guarded by m_mutex
+    std::unordered_map<std::uintptr_t, std::shared_ptr<T>> m_objects;  // guarded by m_mutex
+};
+
+}  // namespace vextk

@@ -1,0 +1,13 @@
+if(VEX_SANITIZE)
+  add_compile_options(-fsanitize=${VEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VEX_SANITIZE})
+endif()
+if(VEX_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+endif()
+if(VEX_FUZZ)
+  # Every target is instrumented for coverage feedback; only the fuzz programs get libFuzzer's main.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,21 @@
+# What both shipped libraries have in common: hardening, an export list, staying loaded.
+#
+# vex_shared_library(<target> EXPORTS <version script> [EXACT_LIBRARIES <item>...])
+#   EXACT_LIBRARIES  the NEEDED entries, in this order, in place of what the compiler driver would add.
+#                    Left alone under a sanitizer, whose run-time library the driver has to add.
+function(vex_shared_library target)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "EXPORTS" "EXACT_LIBRARIES")
+  target_compile_options(${target} PRIVATE -fstack-protector-strong -fvisibility-inlines-hidden)
+  target_compile_definitions(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  target_link_options(${target} PRIVATE
+    -Wl,-z,nodelete -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
+    -Wl,--version-script=${ARG_EXPORTS})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${ARG_EXPORTS} BUILD_WITH_INSTALL_RPATH ON)
+  if(NOT VEX_SANITIZE AND NOT VEX_COVERAGE)
+    target_link_options(${target} PRIVATE -Wl,-z,defs)
+    if(ARG_EXACT_LIBRARIES)
+      target_link_options(${target} PRIVATE -nodefaultlibs -Wl,--no-as-needed)
+      target_link_libraries(${target} PRIVATE ${ARG_EXACT_LIBRARIES})
+    endif()
+  endif()
+endfunction()
