@@ -46,7 +46,7 @@ private:
     static constexpr std::uintptr_t kStep = 4;
 
     mutable std::shared_mutex m_mutex;
-    std::uintptr_t m_nNext;                                          // guarded by m_mutex
+    std::uintptr_t m_nNext;                                            // guarded by m_mutex
     std::unordered_map<std::uintptr_t, std::shared_ptr<T>> m_objects;  // guarded by m_mutex
 };
 

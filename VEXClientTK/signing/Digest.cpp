@@ -1,0 +1,53 @@
+#include "signing/Digest.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "signing/Failure.h"
+
+namespace vextk {
+namespace {
+
+// Names as OpenSSL's providers know them; each of these has aliases that EVP_MD_is_a resolves.
+constexpr const char* kAccepted[] = {"SHA2-224",     "SHA2-256", "SHA2-384", "SHA2-512", "SHA2-512/224",
+                                     "SHA2-512/256", "SHA3-224", "SHA3-256", "SHA3-384", "SHA3-512"};
+
+struct WeakDigest {
+    const char* pszName;
+    const char* pszWhy;
+};
+// Each spelling by itself: not every provider has these digests, and the refusal must not depend on it.
+constexpr WeakDigest kWeak[] = {
+    {"MD2", "MD2 does not resist collisions; use SHA-256"},
+    {"MD4", "MD4 does not resist collisions; use SHA-256"},
+    {"MD5", "MD5 does not resist collisions; use SHA-256"},
+    {"SSL3-MD5", "MD5 does not resist collisions; use SHA-256"},
+    {"MD5-SHA1", "MD5 and SHA-1 do not resist collisions; use SHA-256"},
+    {"SHA1", "SHA-1 does not resist collisions; use SHA-256"},
+    {"SHA-1", "SHA-1 does not resist collisions; use SHA-256"},
+    {"SHA", "SHA-1 does not resist collisions; use SHA-256"},
+    {"SSL3-SHA1", "SHA-1 does not resist collisions; use SHA-256"},
+    {"1.2.840.113549.2.5", "MD5 does not resist collisions; use SHA-256"},
+    {"1.3.14.3.2.26", "SHA-1 does not resist collisions; use SHA-256"},
+};
+
+}  // namespace
+
+DigestPtr FindDigest(std::string_view strName) {
+    const std::string strTerminated(strName);
+    for (const WeakDigest& weak : kWeak) {
+        if (strcasecmp(weak.pszName, strTerminated.c_str()) == 0) {
+            throw Failure(VCTK_E_DIGEST_WEAK, weak.pszWhy);
+        }
+    }
+    DigestPtr digest(EVP_MD_fetch(nullptr, strTerminated.c_str(), nullptr));
+    if (!digest || std::none_of(std::begin(kAccepted), std::end(kAccepted),
+                                [&](const char* pszAccepted) { return EVP_MD_is_a(digest.get(), pszAccepted) == 1; })) {
+        throw Failure(VCTK_E_DIGEST_UNKNOWN, "the SHA-2 and SHA-3 families are known, SHA-256 for one");
+    }
+    return digest;
+}
+
+}  // namespace vextk

@@ -1,0 +1,179 @@
+// The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstring>
+#include <new>
+
+#include "HandleTable.h"
+#include "VCTK.h"
+#include "signing/OpenSsl.h"
+#include "signing/SigningObject.h"
+#include "signing/Store.h"
+
+namespace vextk {
+namespace {
+
+using Objects = HandleTable<SigningObject>;
+
+// Never destroyed: threads of the host may still sign while its exit handlers run.
+Objects& OpenObjects() {
+    constexpr std::uintptr_t kFirstHandle = 0x56430004;
+    static Objects& s_objects = *new Objects(kFirstHandle);
+    return s_objects;
+}
+
+// Why the thread's last initialisation failed. It has no destructor, so that it can be asked at any time; a detail
+// that is longer is cut.
+struct InitialisationError {
+    VCTKError nNumber = VCTK_OK;
+    std::array<char, 512> szDetail{};
+
+    void Note(VCTKError nError, std::string_view strDetail) {
+        nNumber = nError;
+        const size_t cch = std::min(strDetail.size(), szDetail.size() - 1);
+        std::memcpy(szDetail.data(), strDetail.data(), cch);
+        szDetail[cch] = '\0';
+    }
+};
+thread_local InitialisationError t_initialisationError;
+
+template <typename Operation>
+INT CallObject(HANDLE hObject, Operation operation) {
+    const std::shared_ptr<SigningObject> object = OpenObjects().Find(hObject);
+    return object ? object->Call(operation) : VCTK_E_INVALID_HANDLE;
+}
+
+std::string_view RequireText(const char* pszText) {
+    if (pszText == nullptr) {
+        throw Failure(VCTK_E_INVALID_ARGUMENT, "a text is null");
+    }
+    return pszText;
+}
+
+// One call of the size query: the needed size for a null buffer, else the text.
+void HandOut(const std::string& strText, char* pszBuffer, int* pnLength) {
+    if (pnLength == nullptr) {
+        throw Failure(VCTK_E_INVALID_ARGUMENT, "the length is null");
+    }
+    if (strText.size() >= static_cast<size_t>(INT_MAX)) {
+        throw Failure(VCTK_E_TOO_LARGE);
+    }
+    const int cbNeeded = static_cast<int>(strText.size()) + 1;
+    const int cbRoom = *pnLength;
+    *pnLength = cbNeeded;
+    if (pszBuffer == nullptr) {
+        return;
+    }
+    if (cbRoom < cbNeeded) {
+        throw Failure(VCTK_E_BUFFER_TOO_SMALL, std::to_string(cbNeeded) + " bytes are needed");
+    }
+    std::memcpy(pszBuffer, strText.c_str(), strText.size() + 1);
+}
+
+// The message of the handle's last error; handles that name no object have one as well.
+std::string LastErrorMessage(HANDLE hObject) {
+    if (hObject == nullptr) {
+        return ErrorText(t_initialisationError.nNumber, t_initialisationError.szDetail.data());
+    }
+    const std::shared_ptr<SigningObject> object = OpenObjects().Find(hObject);
+    return object ? object->LastErrorMessage() : ErrorText(VCTK_E_INVALID_HANDLE, {});
+}
+
+}  // namespace
+}  // namespace vextk
+
+using namespace vextk;
+
+HANDLE VCTK_Initialize(const char* pszAuxParam) {
+    try {
+        InitialiseOpenSsl();
+        const HANDLE hObject = OpenObjects().Add(std::make_shared<SigningObject>(OpenStore(RequireText(pszAuxParam))));
+        t_initialisationError.Note(VCTK_OK, {});
+        return hObject;
+    } catch (const Failure& failure) {
+        t_initialisationError.Note(failure.Number(), failure.Detail());
+    } catch (const std::bad_alloc&) {
+        t_initialisationError.Note(VCTK_E_OUT_OF_MEMORY, {});
+    }
+    return nullptr;
+}
+
+INT VCTK_SetDigestAlg(HANDLE hObject, const char* pszDigestAlg) {
+    return CallObject(hObject, [=](SigningObject& object) { object.SetDigest(RequireText(pszDigestAlg)); });
+}
+
+INT VCTK_SetChooseSingleCert(HANDLE hObject, int nChoose) {
+    return CallObject(hObject, [=](SigningObject& object) { object.SetChooseSingle(nChoose != 0); });
+}
+
+INT VCTK_AddFilter(HANDLE hObject, ULONG ulType, const char* pszValue) {
+    return CallObject(hObject, [=](SigningObject& object) { object.AddFilter(ulType, RequireText(pszValue)); });
+}
+
+INT VCTK_ClearFilter(HANDLE hObject) {
+    return CallObject(hObject, [](SigningObject& object) { object.ClearFilters(); });
+}
+
+INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
+    return CallObject(hObject, [=](SigningObject& object) { object.SignP1(RequireText(pszData), nInputForm); });
+}
+
+INT VCTK_GetP1SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
+    return CallObject(hObject, [=](SigningObject& object) { HandOut(object.P1Signature(), pszBuffer, pnLength); });
+}
+
+INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached, int nIncludeCert) {
+    return CallObject(hObject, [=](SigningObject& object) {
+        object.SignP7(RequireText(pszData), nInputForm, nDetached != 0, nIncludeCert != 0);
+    });
+}
+
+INT VCTK_GetP7SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
+    return CallObject(hObject, [=](SigningObject& object) { HandOut(object.P7Signature(), pszBuffer, pnLength); });
+}
+
+INT VCTK_Finalize(HANDLE hObject) {
+    return OpenObjects().Remove(hObject) ? VCTK_OK : VCTK_E_INVALID_HANDLE;
+}
+
+INT VCTK_GetSignCert(HANDLE hObject, char* pszBuffer, int* pnLength) {
+    return CallObject(hObject, [=](SigningObject& object) { HandOut(object.SignCertificate(), pszBuffer, pnLength); });
+}
+
+INT VCTK_GetLastError(HANDLE hObject) {
+    if (hObject == nullptr) {
+        return t_initialisationError.nNumber;
+    }
+    const std::shared_ptr<SigningObject> object = OpenObjects().Find(hObject);
+    return object ? object->LastError() : VCTK_E_INVALID_HANDLE;
+}
+
+INT VCTK_GetLastErrorMessage(HANDLE hObject, char* pszBuffer, int* pnLength) {
+    try {
+        HandOut(LastErrorMessage(hObject), pszBuffer, pnLength);
+        return VCTK_OK;
+    } catch (const Failure& failure) {
+        return failure.Number();
+    } catch (const std::bad_alloc&) {
+        return VCTK_E_OUT_OF_MEMORY;
+    }
+}
+
+INT VCTK_CallQueueEnable(HANDLE hObject, int nQueue, int nEnable) {
+    return CallObject(hObject, [=](SigningObject& object) {
+        if (nQueue != 0) {
+            throw Failure(VCTK_E_INVALID_ARGUMENT, "an object has one call queue, number 0");
+        }
+        object.Queue().Enable(nEnable != 0);
+    });
+}
+
+INT VCTK_GetCertList(HANDLE hObject, const char* pszRecordSeparator, const char* pszFieldSeparator, char* pszBuffer,
+                     int* pnLength) {
+    return CallObject(hObject, [=](SigningObject& object) {
+        HandOut(object.CertificateList(RequireText(pszRecordSeparator), RequireText(pszFieldSeparator)), pszBuffer,
+                pnLength);
+    });
+}

@@ -1,0 +1,53 @@
+// A certificate with its private key, and what is asked of it again and again as text.
+#pragma once
+
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "signing/OpenSsl.h"
+
+namespace vextk {
+
+// Unchanging once made; any thread may use it.
+class Identity {
+public:
+    // The key has to be an RSA or EC key and that of the certificate.
+    Identity(X509Ptr certificate, KeyPtr key);
+
+    X509* Certificate() const { return m_certificate.get(); }
+    EVP_PKEY* Key() const { return m_key.get(); }
+
+    bool IsValidAt(std::time_t time) const { return m_notBefore <= time && time <= m_notAfter; }
+    std::time_t NotAfter() const { return m_notAfter; }
+
+    const std::string& SerialHex() const { return m_strSerialHex; }            // upper case, an even number of digits
+    const std::string& FingerprintHex() const { return m_strFingerprintHex; }  // SHA-256 of the DER, upper case
+    std::string NotBeforeText() const;                                         // ISO 8601, UTC
+    std::string NotAfterText() const;
+    const char* KeyAlgorithm() const;                            // "RSA" or "EC"
+    const std::string& Subject() const { return m_strSubject; }  // RFC 4514, UTF-8
+    const std::string& Issuer() const { return m_strIssuer; }
+
+    // Base64 of the DER certificate.
+    std::string CertificateBase64() const;
+
+private:
+    X509Ptr m_certificate;
+    KeyPtr m_key;
+    std::time_t m_notBefore;
+    std::time_t m_notAfter;
+    std::string m_strSerialHex;
+    std::string m_strFingerprintHex;
+    std::string m_strSubject;
+    std::string m_strIssuer;
+};
+
+using IdentityPtr = std::shared_ptr<const Identity>;
+using Identities = std::vector<IdentityPtr>;
+
+// Whether this toolkit signs with keys of this kind.
+bool IsSigningKey(const EVP_PKEY* pKey);
+
+}  // namespace vextk

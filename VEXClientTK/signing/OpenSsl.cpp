@@ -1,0 +1,31 @@
+#include "signing/OpenSsl.h"
+
+#include <mutex>
+
+#include "signing/Failure.h"
+
+namespace vextk {
+
+void InitialiseOpenSsl() {
+    static std::once_flag s_once;
+    std::call_once(s_once, [] { RequireOpenSsl(OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1); });
+}
+
+std::string LastOpenSslReason() {
+    const char* pszReason = ERR_reason_error_string(ERR_peek_last_error());
+    return pszReason != nullptr ? pszReason : "";
+}
+
+void RequireOpenSsl(bool fSucceeded) {
+    if (!fSucceeded) {
+        throw Failure(VCTK_E_INTERNAL, LastOpenSslReason());
+    }
+}
+
+std::string MemoryBioText(BIO* pBio) {
+    const char* pchData = nullptr;
+    const long cbData = BIO_get_mem_data(pBio, &pchData);
+    return cbData > 0 ? std::string(pchData, static_cast<size_t>(cbData)) : std::string();
+}
+
+}  // namespace vextk

@@ -1,0 +1,76 @@
+// OpenSSL's objects as owning C++ types, and its one-time initialisation.
+#pragma once
+
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/cms.h>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/store.h>
+#include <openssl/ui.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <memory>
+#include <string>
+
+namespace vextk {
+
+template <auto Free>
+struct OpenSslDeleter {
+    template <typename T>
+    void operator()(T* pObject) const {
+        Free(pObject);
+    }
+};
+
+using BioPtr = std::unique_ptr<BIO, OpenSslDeleter<BIO_free_all>>;
+using BignumPtr = std::unique_ptr<BIGNUM, OpenSslDeleter<BN_free>>;
+using CmsPtr = std::unique_ptr<CMS_ContentInfo, OpenSslDeleter<CMS_ContentInfo_free>>;
+using DigestPtr = std::unique_ptr<EVP_MD, OpenSslDeleter<EVP_MD_free>>;
+using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, OpenSslDeleter<EVP_MD_CTX_free>>;
+using ExtensionPtr = std::unique_ptr<X509_EXTENSION, OpenSslDeleter<X509_EXTENSION_free>>;
+using KeyPtr = std::unique_ptr<EVP_PKEY, OpenSslDeleter<EVP_PKEY_free>>;
+using StorePtr = std::unique_ptr<OSSL_STORE_CTX, OpenSslDeleter<OSSL_STORE_close>>;
+using StoreInfoPtr = std::unique_ptr<OSSL_STORE_INFO, OpenSslDeleter<OSSL_STORE_INFO_free>>;
+using UiMethodPtr = std::unique_ptr<UI_METHOD, OpenSslDeleter<UI_destroy_method>>;
+using X509Ptr = std::unique_ptr<X509, OpenSslDeleter<X509_free>>;
+
+// Memory that OpenSSL allocated for its caller.
+struct OpenSslMemoryDeleter {
+    void operator()(void* pMemory) const { OPENSSL_free(pMemory); }
+};
+template <typename T>
+using MemoryPtr = std::unique_ptr<T, OpenSslMemoryDeleter>;
+
+// Initialises OpenSSL once, without its exit handlers: a host's threads may still sign while its exit handlers run.
+// A host that has initialised OpenSSL before has decided about the exit handlers itself.
+void InitialiseOpenSsl();
+
+// Leaves the thread's OpenSSL error queue as it was found; it is the host's as well.
+class OpenSslErrorMark {
+public:
+    OpenSslErrorMark() { ERR_set_mark(); }
+    ~OpenSslErrorMark() { ERR_pop_to_mark(); }
+    OpenSslErrorMark(const OpenSslErrorMark&) = delete;
+    OpenSslErrorMark& operator=(const OpenSslErrorMark&) = delete;
+};
+
+// The reason text of the newest entry of the thread's error queue; empty when there is none.
+std::string LastOpenSslReason();
+
+// Throws VCTK_E_INTERNAL with OpenSSL's reason unless fSucceeded.
+void RequireOpenSsl(bool fSucceeded);
+
+// The object again, or VCTK_E_INTERNAL with OpenSSL's reason when it is null.
+template <typename T>
+T* RequireOpenSsl(T* pObject) {
+    RequireOpenSsl(pObject != nullptr);
+    return pObject;
+}
+
+// What has been written to a memory BIO.
+std::string MemoryBioText(BIO* pBio);
+
+}  // namespace vextk

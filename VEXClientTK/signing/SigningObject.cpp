@@ -1,0 +1,211 @@
+#include "signing/SigningObject.h"
+
+#include <algorithm>
+#include <ctime>
+#include <iterator>
+
+#include "signing/Base64.h"
+#include "signing/Signer.h"
+
+namespace vextk {
+namespace {
+
+constexpr std::string_view kDefaultDigest = "SHA-256";
+constexpr size_t kFirstSweep = 32;
+
+std::shared_ptr<const EVP_MD> SharedDigest(std::string_view strName) {
+    return FindDigest(strName);
+}
+
+Bytes DecodeInput(std::string_view text, int nInputForm) {
+    if (nInputForm != 0 && nInputForm != 1) {
+        throw Failure(VCTK_E_INVALID_ARGUMENT, "the input form is 0 for text or 1 for Base64");
+    }
+    if (text.empty()) {
+        throw Failure(VCTK_E_DATA_EMPTY, "the text is empty, or the process locale cannot encode it");
+    }
+    if (nInputForm == 0) {
+        return Bytes(text.begin(), text.end());
+    }
+    std::optional<Bytes> data = DecodeBase64(text);
+    if (!data) {
+        throw Failure(VCTK_E_DATA_BASE64);
+    }
+    return std::move(*data);
+}
+
+// Blanks as "\20", so that they cannot be taken for the field separator; a blank that stands escaped as "\ " already
+// keeps only one backslash.
+std::string EscapeBlanks(const std::string& strName) {
+    std::string escaped;
+    for (size_t i = 0; i < strName.size(); ++i) {
+        const bool fEscape = strName[i] == '\\' && i + 1 < strName.size();
+        if (fEscape && strName[i + 1] != ' ') {
+            escaped.append(strName, i, 2);
+            ++i;
+        } else if (fEscape) {
+            escaped += "\\20";
+            ++i;
+        } else if (strName[i] == ' ') {
+            escaped += "\\20";
+        } else {
+            escaped += strName[i];
+        }
+    }
+    return escaped;
+}
+
+std::string Join(const std::vector<std::string>& parts, std::string_view strSeparator) {
+    std::string joined;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        joined.append(i == 0 ? std::string_view() : strSeparator).append(parts[i]);
+    }
+    return joined;
+}
+
+}  // namespace
+
+SigningObject::SigningObject(Identities identities)
+    : m_identities(std::move(identities)),
+      m_settings(std::make_shared<const Settings>(Settings{SharedDigest(kDefaultDigest), false, {}})),
+      m_cSweepAt(kFirstSweep) {}
+
+SigningObject::PerThreadPtr SigningObject::Mine() {
+    const ThreadId nThread = CurrentThreadId();
+    const std::lock_guard lock(m_mutex);
+    if (const auto found = m_perThread.find(nThread); found != m_perThread.end()) {
+        return found->second;
+    }
+    if (m_perThread.size() >= m_cSweepAt) {
+        std::erase_if(m_perThread, [](const auto& entry) { return !IsThreadAlive(entry.first); });
+        m_cSweepAt = std::max(kFirstSweep, m_perThread.size() * 2);
+    }
+    return m_perThread.emplace(nThread, std::make_shared<PerThread>()).first->second;
+}
+
+SigningObject::PerThreadPtr SigningObject::MineIfAny() const {
+    const ThreadId nThread = CurrentThreadId();
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_perThread.find(nThread);
+    return found == m_perThread.end() ? nullptr : found->second;
+}
+
+VCTKError SigningObject::LastError() const {
+    const PerThreadPtr mine = MineIfAny();
+    return mine ? mine->nLastError : VCTK_OK;
+}
+
+std::string SigningObject::LastErrorMessage() const {
+    const PerThreadPtr mine = MineIfAny();
+    return mine ? ErrorText(mine->nLastError, mine->strLastDetail) : ErrorText(VCTK_OK, {});
+}
+
+SigningObject::SettingsPtr SigningObject::CurrentSettings() const {
+    const std::lock_guard lock(m_mutex);
+    return m_settings;
+}
+
+template <typename Change>
+void SigningObject::ChangeSettings(Change change) {
+    const std::lock_guard lock(m_mutex);
+    auto changed = std::make_shared<Settings>(*m_settings);
+    change(*changed);
+    m_settings = std::move(changed);
+}
+
+void SigningObject::SetDigest(std::string_view strName) {
+    ChangeSettings([digest = SharedDigest(strName)](Settings& settings) { settings.digest = digest; });
+}
+
+void SigningObject::SetChooseSingle(bool fChooseSingle) {
+    ChangeSettings([fChooseSingle](Settings& settings) { settings.fChooseSingle = fChooseSingle; });
+}
+
+void SigningObject::AddFilter(ULONG ulType, std::string_view strValue) {
+    ChangeSettings([filter = Filter(ulType, strValue)](Settings& settings) { settings.filters.push_back(filter); });
+}
+
+void SigningObject::ClearFilters() {
+    ChangeSettings([](Settings& settings) { settings.filters.clear(); });
+}
+
+Identities SigningObject::Candidates(const Settings& settings) const {
+    const std::time_t now = std::time(nullptr);
+    Identities candidates;
+    std::copy_if(m_identities.begin(), m_identities.end(), std::back_inserter(candidates),
+                 [&](const IdentityPtr& identity) {
+                     return identity->IsValidAt(now) &&
+                            std::all_of(settings.filters.begin(), settings.filters.end(),
+                                        [&](const Filter& filter) { return filter.Passes(*identity); });
+                 });
+    return candidates;
+}
+
+IdentityPtr SigningObject::ChooseIdentity(const Settings& settings) const {
+    const Identities candidates = Candidates(settings);
+    if (candidates.empty()) {
+        throw Failure(VCTK_E_NO_CERTIFICATE);
+    }
+    if (settings.fChooseSingle && candidates.size() > 1) {
+        throw Failure(VCTK_E_SEVERAL_CERTIFICATES, std::to_string(candidates.size()) + " certificates pass");
+    }
+    // The first of those that stay valid longest.
+    return *std::max_element(candidates.begin(), candidates.end(),
+                             [](const IdentityPtr& a, const IdentityPtr& b) { return a->NotAfter() < b->NotAfter(); });
+}
+
+void SigningObject::SignP1(std::string_view text, int nInputForm) {
+    const PerThreadPtr mine = Mine();
+    mine->strP1.reset();  // a call that fails leaves no older signature to be taken for its own
+    const Bytes data = DecodeInput(text, nInputForm);
+    const SettingsPtr settings = CurrentSettings();
+    const IdentityPtr identity = ChooseIdentity(*settings);
+    mine->strP1 = vextk::SignP1(*identity, settings->digest.get(), data);
+    mine->lastSigner = identity;
+}
+
+void SigningObject::SignP7(std::string_view text, int nInputForm, bool fDetached, bool fIncludeCertificate) {
+    const PerThreadPtr mine = Mine();
+    mine->strP7.reset();
+    const Bytes data = DecodeInput(text, nInputForm);
+    const SettingsPtr settings = CurrentSettings();
+    const IdentityPtr identity = ChooseIdentity(*settings);
+    mine->strP7 = vextk::SignP7(*identity, settings->digest.get(), data, fDetached, fIncludeCertificate);
+    mine->lastSigner = identity;
+}
+
+const std::string& SigningObject::P1Signature() const {
+    const PerThreadPtr mine = MineIfAny();
+    if (!mine || !mine->strP1) {
+        throw Failure(VCTK_E_NO_SIGNATURE);
+    }
+    return *mine->strP1;
+}
+
+const std::string& SigningObject::P7Signature() const {
+    const PerThreadPtr mine = MineIfAny();
+    if (!mine || !mine->strP7) {
+        throw Failure(VCTK_E_NO_SIGNATURE);
+    }
+    return *mine->strP7;
+}
+
+std::string SigningObject::SignCertificate() const {
+    const PerThreadPtr mine = MineIfAny();
+    const bool fHasSigned = mine && mine->lastSigner;
+    return (fHasSigned ? mine->lastSigner : ChooseIdentity(*CurrentSettings()))->CertificateBase64();
+}
+
+std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
+                                           std::string_view strFieldSeparator) const {
+    std::vector<std::string> records;
+    for (const IdentityPtr& identity : Candidates(*CurrentSettings())) {
+        records.push_back(Join(
+            {identity->SerialHex(), identity->FingerprintHex(), identity->NotBeforeText(), identity->NotAfterText(),
+             identity->KeyAlgorithm(), EscapeBlanks(identity->Subject()), EscapeBlanks(identity->Issuer())},
+            strFieldSeparator));
+    }
+    return Join(records, strRecordSeparator);
+}
+
+}  // namespace vextk

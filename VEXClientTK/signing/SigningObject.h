@@ -1,0 +1,120 @@
+// What lives behind a toolkit handle: certificates, settings, and for each thread its last signature and last error.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "VCTKError.h"
+#include "signing/CallQueue.h"
+#include "signing/Digest.h"
+#include "signing/Failure.h"
+#include "signing/Filter.h"
+#include "signing/Identity.h"
+#include "signing/ThreadId.h"
+
+namespace vextk {
+
+// Any thread may call any member. Operations fail by throwing a Failure; Call turns that into a number and keeps it as
+// the calling thread's last error.
+class SigningObject {
+public:
+    explicit SigningObject(Identities identities);
+
+    // Runs an operation in the object's call queue. The calling thread's last error is then that of the operation, or
+    // VCTK_OK; returns its number.
+    template <typename Operation>
+    VCTKError Call(Operation operation) {
+        try {
+            const CallQueue::Turn turn(m_queue);
+            const PerThreadPtr mine = Mine();
+            try {
+                operation(*this);
+                mine->Note(VCTK_OK, {});
+            } catch (const Failure& failure) {
+                mine->Note(failure.Number(), failure.Detail());
+            } catch (const std::bad_alloc&) {
+                mine->Note(VCTK_E_OUT_OF_MEMORY, {});
+            }
+            return mine->nLastError;
+        } catch (const std::bad_alloc&) {
+            return VCTK_E_OUT_OF_MEMORY;
+        }
+    }
+
+    // Of the calling thread; neither changes it.
+    VCTKError LastError() const;
+    std::string LastErrorMessage() const;
+
+    CallQueue& Queue() { return m_queue; }
+
+    // ---- Operations, for Call ----
+
+    void SetDigest(std::string_view strName);
+    void SetChooseSingle(bool fChooseSingle);
+    void AddFilter(ULONG ulType, std::string_view strValue);
+    void ClearFilters();
+
+    // nInputForm: 1, the text is strict Base64 of the data; 0, its bytes are the data.
+    void SignP1(std::string_view text, int nInputForm);
+    void SignP7(std::string_view text, int nInputForm, bool fDetached, bool fIncludeCertificate);
+
+    // Made by the calling thread, and good until it signs again.
+    const std::string& P1Signature() const;
+    const std::string& P7Signature() const;
+
+    // Base64 of the DER certificate that the calling thread last signed with, else of the one it would sign with.
+    std::string SignCertificate() const;
+
+    // One record for each candidate: serial, SHA-256 fingerprint, not before, not after, key algorithm, subject,
+    // issuer. Blanks inside names are escaped.
+    std::string CertificateList(std::string_view strRecordSeparator, std::string_view strFieldSeparator) const;
+
+private:
+    struct Settings {
+        std::shared_ptr<const EVP_MD> digest;
+        bool fChooseSingle = false;
+        std::vector<Filter> filters;
+    };
+    using SettingsPtr = std::shared_ptr<const Settings>;
+
+    struct PerThread {
+        VCTKError nLastError = VCTK_OK;
+        std::string strLastDetail;
+        std::optional<std::string> strP1;
+        std::optional<std::string> strP7;
+        IdentityPtr lastSigner;
+
+        void Note(VCTKError nNumber, const std::string& strDetail) {
+            nLastError = nNumber;
+            strLastDetail = strDetail;
+        }
+    };
+    using PerThreadPtr = std::shared_ptr<PerThread>;
+
+    SettingsPtr CurrentSettings() const;
+    template <typename Change>
+    void ChangeSettings(Change change);
+
+    Identities Candidates(const Settings& settings) const;
+    IdentityPtr ChooseIdentity(const Settings& settings) const;
+
+    PerThreadPtr Mine();
+    PerThreadPtr MineIfAny() const;
+
+    const Identities m_identities;
+    CallQueue m_queue;
+
+    mutable std::mutex m_mutex;
+    SettingsPtr m_settings;  // guarded by m_mutex, as all below; never changed, only replaced
+    // Each entry is used by its own thread alone; it is the map that the mutex guards.
+    std::unordered_map<ThreadId, PerThreadPtr> m_perThread;
+    size_t m_cSweepAt;  // number of entries at which those of ended threads are dropped
+};
+
+}  // namespace vextk

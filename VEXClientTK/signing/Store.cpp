@@ -1,0 +1,159 @@
+#include "signing/Store.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <system_error>
+
+#include "signing/DemoStore.h"
+#include "signing/Failure.h"
+#include "signing/FileBytes.h"
+#include "signing/StoreUri.h"
+
+namespace vextk {
+namespace {
+
+constexpr size_t kLargestStore = size_t{16} << 20;
+constexpr size_t kLargestPinFile = 4096;
+
+// Answers OpenSSL's question for the PIN, and remembers that it was put.
+struct PinPrompt {
+    const SecretText* pPin;
+    bool fAsked = false;
+
+    static int Answer(char* pchBuffer, int cbBuffer, int /*rwflag*/, void* pPrompt) {
+        auto& prompt = *static_cast<PinPrompt*>(pPrompt);
+        prompt.fAsked = true;
+        if (prompt.pPin == nullptr || prompt.pPin->View().size() > static_cast<size_t>(cbBuffer)) {
+            return -1;
+        }
+        const std::string_view pin = prompt.pPin->View();
+        std::memcpy(pchBuffer, pin.data(), pin.size());
+        return static_cast<int>(pin.size());
+    }
+};
+
+// What a store file holds, and what went wrong on the way.
+struct Content {
+    std::vector<X509Ptr> certificates;
+    std::vector<KeyPtr> keys;
+    bool fPinAsked = false;
+    bool fFailed = false;
+    bool fUnsupportedCipher = false;
+};
+
+// Whether a cipher that the file asks for is among the errors of a failed load: another fault than a wrong PIN.
+// OpenSSL's queue can only be read by emptying it.
+bool IsCipherUnsupported() {
+    bool fUnsupported = false;
+    while (const unsigned long ulError = ERR_get_error()) {
+        fUnsupported |= ERR_GET_LIB(ulError) == ERR_LIB_EVP && ERR_GET_REASON(ulError) == ERR_R_UNSUPPORTED;
+    }
+    return fUnsupported;
+}
+
+Content ReadContent(std::string_view bytes, const SecretText* pPin) {
+    Content content;
+    PinPrompt prompt{pPin};
+    const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
+    const UiMethodPtr ui(RequireOpenSsl(UI_UTIL_wrap_read_pem_callback(PinPrompt::Answer, 0)));
+    const StorePtr store(RequireOpenSsl(
+        OSSL_STORE_attach(bio.get(), "file", nullptr, nullptr, ui.get(), &prompt, nullptr, nullptr, nullptr)));
+    while (OSSL_STORE_eof(store.get()) == 0) {
+        const StoreInfoPtr info(OSSL_STORE_load(store.get()));
+        if (OSSL_STORE_error(store.get()) != 0) {
+            content.fFailed = true;
+            content.fUnsupportedCipher = IsCipherUnsupported();
+            break;
+        }
+        if (!info) {
+            continue;
+        }
+        if (OSSL_STORE_INFO_get_type(info.get()) == OSSL_STORE_INFO_CERT) {
+            content.certificates.emplace_back(RequireOpenSsl(OSSL_STORE_INFO_get1_CERT(info.get())));
+        } else if (OSSL_STORE_INFO_get_type(info.get()) == OSSL_STORE_INFO_PKEY) {
+            content.keys.emplace_back(RequireOpenSsl(OSSL_STORE_INFO_get1_PKEY(info.get())));
+        }
+    }
+    content.fPinAsked = prompt.fAsked;
+    return content;
+}
+
+// A store of which a part cannot be read is not used at all: the part may be the one that was meant to sign.
+void RequireWhole(const Content& content, bool fHavePin) {
+    if (content.fUnsupportedCipher) {
+        throw Failure(VCTK_E_STORE_FORMAT, "it is encrypted with a cipher that OpenSSL no longer offers");
+    }
+    if (content.fFailed && content.fPinAsked) {
+        throw Failure(fHavePin ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
+    }
+    if (content.fFailed || (content.certificates.empty() && content.keys.empty())) {
+        throw Failure(VCTK_E_STORE_FORMAT);
+    }
+}
+
+SecretText ReadPin(const std::string& strPath) {
+    try {
+        SecretText pin = ReadFileBytes(strPath, kLargestPinFile);
+        // An editor's line end is not part of the PIN.
+        for (const char chEnd : {'\n', '\r'}) {
+            if (pin.View().ends_with(chEnd)) {
+                pin.Truncate(pin.View().size() - 1);
+            }
+        }
+        if (pin.View().empty()) {
+            throw Failure(VCTK_E_PIN_SOURCE, strPath + ": it is empty");
+        }
+        return pin;
+    } catch (const std::system_error& error) {
+        throw Failure(VCTK_E_PIN_SOURCE, strPath + ": " + error.code().message());
+    }
+}
+
+Identities OpenFileStore(StoreUri& uri) {
+    if (uri.strPinSource) {
+        uri.pin = ReadPin(*uri.strPinSource);
+    }
+    try {
+        const SecretText bytes = ReadFileBytes(uri.strPath, kLargestStore);
+        return ReadIdentities(bytes.View(), uri.pin ? &*uri.pin : nullptr);
+    } catch (const std::system_error& error) {
+        const int nErrno = error.code().value();
+        const bool fMissing = nErrno == ENOENT || nErrno == ENOTDIR;
+        throw Failure(fMissing ? VCTK_E_STORE_NOT_FOUND : VCTK_E_STORE_UNREADABLE,
+                      uri.strPath + ": " + error.code().message());
+    }
+}
+
+}  // namespace
+
+Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
+    if (bytes.empty()) {
+        throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
+    }
+    const OpenSslErrorMark mark;
+    Content content = ReadContent(bytes, pPin);
+    RequireWhole(content, pPin != nullptr);
+    Identities identities;
+    for (X509Ptr& certificate : content.certificates) {
+        const auto key = std::find_if(content.keys.begin(), content.keys.end(), [&](const KeyPtr& candidate) {
+            return IsSigningKey(candidate.get()) &&
+                   EVP_PKEY_eq(X509_get0_pubkey(certificate.get()), candidate.get()) == 1;
+        });
+        if (key != content.keys.end()) {
+            EVP_PKEY_up_ref(key->get());
+            identities.push_back(std::make_shared<const Identity>(std::move(certificate), KeyPtr(key->get())));
+        }
+    }
+    if (identities.empty()) {
+        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY);
+    }
+    return identities;
+}
+
+Identities OpenStore(std::string_view text) {
+    StoreUri uri = ParseStoreUri(text);
+    return uri.kind == StoreUri::Kind::Demo ? OpenDemoStore() : OpenFileStore(uri);
+}
+
+}  // namespace vextk

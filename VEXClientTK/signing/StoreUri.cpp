@@ -1,0 +1,150 @@
+#include "signing/StoreUri.h"
+
+#include <algorithm>
+
+#include "signing/Failure.h"
+
+namespace vextk {
+namespace {
+
+[[noreturn]] void Malformed(const char* pszDetail) {
+    throw Failure(VCTK_E_URI_MALFORMED, pszDetail);
+}
+
+bool IsLetter(char ch) {
+    return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
+}
+
+bool EqualIgnoringCase(std::string_view a, std::string_view lower) {
+    return std::equal(a.begin(), a.end(), lower.begin(), lower.end(), [](char chA, char chLower) {
+        return (chA >= 'A' && chA <= 'Z' ? static_cast<char>(chA - 'A' + 'a') : chA) == chLower;
+    });
+}
+
+int HexDigit(char ch) {
+    if (ch >= '0' && ch <= '9') {
+        return ch - '0';
+    }
+    if (ch >= 'a' && ch <= 'f') {
+        return ch - 'a' + 10;
+    }
+    return ch >= 'A' && ch <= 'F' ? ch - 'A' + 10 : -1;
+}
+
+SecretText PercentDecode(std::string_view text) {
+    SecretText decoded(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        char ch = text[i];
+        if (ch == '%') {
+            const int nHigh = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
+            const int nLow = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
+            if (nHigh < 0 || nLow < 0) {
+                Malformed("\"%\" is not followed by two hexadecimal digits");
+            }
+            ch = static_cast<char>(nHigh * 16 + nLow);
+            i += 2;
+        }
+        if (ch == '\0') {
+            Malformed("it holds a zero byte");
+        }
+        decoded.Append(ch);
+    }
+    return decoded;
+}
+
+std::string DecodePath(std::string_view text) {
+    const SecretText decoded = PercentDecode(text);
+    return std::string(decoded.View());
+}
+
+// The path of "file:/path", "file:///path" or "file://localhost/path", with the scheme already taken off.
+std::string FilePath(std::string_view text) {
+    if (text.starts_with("//")) {
+        text.remove_prefix(2);
+        const std::string_view host = text.substr(0, text.find('/'));
+        if (!host.empty() && !EqualIgnoringCase(host, "localhost")) {
+            Malformed("a store file has to be on this host: file:/path");
+        }
+        text.remove_prefix(host.size());
+    }
+    if (!text.starts_with('/') || text.size() < 2) {
+        Malformed("the path has to be absolute: file:/path");
+    }
+    return DecodePath(text);
+}
+
+std::string PinSourcePath(std::string_view value) {
+    constexpr std::string_view kScheme = "file:";
+    if (value.size() >= kScheme.size() && EqualIgnoringCase(value.substr(0, kScheme.size()), kScheme)) {
+        return FilePath(value.substr(kScheme.size()));
+    }
+    return FilePath(value);
+}
+
+void ParseAttribute(std::string_view attribute, StoreUri& uri) {
+    const size_t nEquals = attribute.find('=');
+    if (nEquals == std::string_view::npos) {
+        Malformed("an attribute has no \"=\"");
+    }
+    const std::string_view name = attribute.substr(0, nEquals);
+    const std::string_view value = attribute.substr(nEquals + 1);
+    if (name != "pin-value" && name != "pin-source") {
+        Malformed("the attributes are pin-value and pin-source");
+    }
+    if (uri.pin || uri.strPinSource) {
+        Malformed("the PIN is given twice");
+    }
+    if (name == "pin-value") {
+        uri.pin = PercentDecode(value);
+    } else {
+        uri.strPinSource = PinSourcePath(value);
+    }
+}
+
+void ParseAttributes(std::string_view query, StoreUri& uri) {
+    for (;;) {
+        const size_t nEnd = query.find('&');
+        ParseAttribute(query.substr(0, nEnd), uri);
+        if (nEnd == std::string_view::npos) {
+            return;
+        }
+        query.remove_prefix(nEnd + 1);
+    }
+}
+
+}  // namespace
+
+StoreUri ParseStoreUri(std::string_view text) {
+    const size_t nColon = text.find(':');
+    const std::string_view scheme = text.substr(0, nColon);
+    if (nColon == std::string_view::npos || scheme.empty() || !IsLetter(scheme.front()) ||
+        !std::all_of(scheme.begin(), scheme.end(), [](char ch) {
+            return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '+' || ch == '-' || ch == '.';
+        })) {
+        Malformed("it has to begin with \"demo:\" or \"file:\"");
+    }
+    std::string_view rest = text.substr(nColon + 1);
+
+    StoreUri uri;
+    if (EqualIgnoringCase(scheme, "demo")) {
+        if (!rest.empty()) {
+            Malformed("nothing may follow \"demo:\"");
+        }
+        return uri;
+    }
+    if (!EqualIgnoringCase(scheme, "file")) {
+        throw Failure(VCTK_E_URI_SCHEME, "\"" + std::string(scheme) + ":\" is neither \"demo:\" nor \"file:\"");
+    }
+    uri.kind = StoreUri::Kind::File;
+    if (rest.find('#') != std::string_view::npos) {
+        Malformed("a \"#\" has to be written as %23");
+    }
+    const size_t nQuery = rest.find('?');
+    uri.strPath = FilePath(rest.substr(0, nQuery));
+    if (nQuery != std::string_view::npos) {
+        ParseAttributes(rest.substr(nQuery + 1), uri);
+    }
+    return uri;
+}
+
+}  // namespace vextk

@@ -1,0 +1,32 @@
+// The initialisation text: a URI that says where the signing certificates are.
+//
+//   demo:                                   the user's demo store, made on first use
+//   file:/path/keys.p12?pin-value=1234      a PKCS #12 or PEM file and its PIN
+//   file:/path/keys.p12?pin-source=file:/path/pin
+//
+// The path is absolute, as in RFC 8089 ("file:///path" and "file://localhost/path" are the same); the attributes are
+// those of RFC 7512 section 2.4, separated by "&". Percent-encoding (RFC 3986 section 2.1) is decoded in paths and
+// values; "%", "?", "#" and, in values, "&" have to be encoded.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "signing/SecretText.h"
+
+namespace vextk {
+
+struct StoreUri {
+    enum class Kind { Demo, File };
+
+    Kind kind = Kind::Demo;
+    std::string strPath;                      // of Kind::File
+    std::optional<SecretText> pin;            // pin-value
+    std::optional<std::string> strPinSource;  // path of the file that holds the PIN
+};
+
+// Throws VCTK_E_URI_MALFORMED or VCTK_E_URI_SCHEME. The failure's detail quotes nothing that could hold a PIN.
+StoreUri ParseStoreUri(std::string_view text);
+
+}  // namespace vextk

@@ -1,0 +1,16 @@
+// Numbers for threads that, unlike the system's, are never used again.
+#pragma once
+
+#include <cstdint>
+
+namespace vextk {
+
+using ThreadId = std::uint64_t;
+
+// The calling thread's number. May throw std::bad_alloc on a thread's first call.
+ThreadId CurrentThreadId();
+
+// Whether the thread of this number has not ended yet. Any thread may ask.
+bool IsThreadAlive(ThreadId nThread);
+
+}  // namespace vextk
