@@ -1,0 +1,80 @@
+// The data block behind CString and CStringA: header, field access, allocation.
+//
+//   m_pchData of every string that shares the block ----------------+
+//                                                                   v
+//   +-------+-------------+--------------+------------------------+-------------------------------+---+
+//   | nRefs | nDataLength | nAllocLength | cslock                 | nAllocLength characters       | 0 |
+//   +-------+-------------+--------------+------------------------+-------------------------------+---+
+//   0       8             12             16                       56
+//
+// A block belongs to one thread at a time, with one exception: each kind of string has one empty block in the process,
+// which the strings of all threads point at and stamp. Its fields are therefore read and written with relaxed atomic
+// accesses, which cost nothing over plain ones on the target.
+#pragma once
+
+#include <pthread.h>
+
+#include <cstddef>
+#include <cstring>
+#include <new>
+
+#include "VEXType.h"
+
+struct lockid_t {
+    pthread_mutex_t lock;
+};
+
+// The number of ints in an empty block.
+inline constexpr std::size_t VEX_EMPTY_BLOCK_INTS = 8197;
+
+template <typename TField>
+TField VEXLoadField(const TField& field) {
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+}
+
+template <typename TField>
+void VEXStoreField(TField& field, TField value) {
+    __atomic_store_n(&field, value, __ATOMIC_RELAXED);
+}
+
+// For the empty block, which nearly always holds the value already. Leaving it alone then keeps the block's cache line
+// shared between threads, and spares callers that read an empty text with plain accesses a race with other threads.
+template <typename TField>
+void VEXStampField(TField& field, TField value) {
+    if (VEXLoadField(field) != value) {
+        VEXStoreField(field, value);
+    }
+}
+
+// A block with room for nLen characters and the terminator, all of them 0. One owner; cslock stays uninitialised.
+// Throws std::bad_alloc.
+template <typename TData, typename TChar>
+TData* VEXNewBlock(int nLen) {
+    const std::size_t nChars = static_cast<std::size_t>(nLen) + 1;
+    TData* const pData = ::new (static_cast<void*>(new BYTE[sizeof(TData) + nChars * sizeof(TChar)])) TData;
+    pData->nRefs = 1;
+    pData->nDataLength = nLen;
+    pData->nAllocLength = nLen;
+    std::memset(pData->data(), 0, nChars * sizeof(TChar));
+    return pData;
+}
+
+template <typename TData>
+void VEXDeleteBlock(TData* pData) {
+    delete[] reinterpret_cast<BYTE*>(pData);
+}
+
+// Takes one share off a block that is not the empty one and frees it when that was the last. A negative count stays.
+// TRUE: freed.
+template <typename TData>
+BOOL VEXReleaseBlock(TData* pData) {
+    const long nRefs = VEXLoadField(pData->nRefs);
+    if (nRefs > 0) {
+        VEXStoreField(pData->nRefs, nRefs - 1);
+    }
+    if (VEXLoadField(pData->nRefs) != 0) {
+        return FALSE;
+    }
+    VEXDeleteBlock(pData);
+    return TRUE;
+}
