@@ -89,6 +89,7 @@ using namespace vextk;
 HANDLE VCTK_Initialize(const char* pszAuxParam) {
     try {
         InitialiseOpenSsl();
+        const OpenSslErrorMark mark;
         const HANDLE hObject = OpenObjects().Add(std::make_shared<SigningObject>(OpenStore(RequireText(pszAuxParam))));
         t_initialisationError.Note(VCTK_OK, {});
         return hObject;

@@ -48,7 +48,7 @@ using MemoryPtr = std::unique_ptr<T, OpenSslMemoryDeleter>;
 // A host that has initialised OpenSSL before has decided about the exit handlers itself.
 void InitialiseOpenSsl();
 
-// Leaves the thread's OpenSSL error queue as it was found; it is the host's as well.
+// Takes the errors that have been added meanwhile off the thread's OpenSSL error queue, which is the host's as well.
 class OpenSslErrorMark {
 public:
     OpenSslErrorMark() { ERR_set_mark(); }

@@ -16,6 +16,7 @@
 #include "signing/Failure.h"
 #include "signing/Filter.h"
 #include "signing/Identity.h"
+#include "signing/OpenSsl.h"
 #include "signing/ThreadId.h"
 
 namespace vextk {
@@ -32,6 +33,7 @@ public:
     VCTKError Call(Operation operation) {
         try {
             const CallQueue::Turn turn(m_queue);
+            const OpenSslErrorMark mark;
             const PerThreadPtr mine = Mine();
             try {
                 operation(*this);

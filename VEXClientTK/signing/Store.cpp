@@ -53,6 +53,7 @@ bool IsCipherUnsupported() {
 }
 
 Content ReadContent(std::string_view bytes, const SecretText* pPin) {
+    ERR_clear_error();  // what fails below is told apart by the errors that it leaves
     Content content;
     PinPrompt prompt{pPin};
     const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
@@ -131,7 +132,6 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
     if (bytes.empty()) {
         throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
     }
-    const OpenSslErrorMark mark;
     Content content = ReadContent(bytes, pPin);
     RequireWhole(content, pPin != nullptr);
     Identities identities;

@@ -1,0 +1,84 @@
+// The text of VCTK_GetCertList.
+#include <gtest/gtest.h>
+
+#include "TestStore.h"
+#include "ToolkitClient.h"
+#include "VCTKFilter.h"
+
+namespace {
+
+class CertificateListTest : public testing::Test {
+protected:
+    std::string Openssl(const std::string& strArguments) {
+        std::string strText =
+            RunCommand("openssl x509 -noout -in " + m_directory.Path("a.crt") + " " + strArguments).strOutput;
+        strText.erase(0, strText.find('=') + 1);
+        return strText.substr(0, strText.find('\n'));
+    }
+
+    TempDirectory m_directory;
+};
+
+TEST_F(CertificateListTest, FieldsAreThoseOfTheCertificate) {
+    MakeIdentity(m_directory, {"a", "rsa:2048", "/CN=Ann  B/O= X, \\\"Y\\\" /OU=\xE7\xAD\xBE\xE5\x90\x8D", 30,
+                               "-set_serial 0x00F1"});
+    const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
+    ASSERT_TRUE(client.IsOpen());
+    const auto records = client.Records();
+    ASSERT_EQ(records.size(), 1U);
+    const std::vector<std::string>& record = records[0];
+    ASSERT_EQ(record.size(), 7U);
+    EXPECT_EQ(record[0], "F1");
+    std::string strFingerprint = Openssl("-fingerprint -sha256");
+    std::erase(strFingerprint, ':');
+    EXPECT_EQ(record[1], strFingerprint);
+    const std::string strBegin = Openssl("-startdate -dateopt iso_8601");
+    EXPECT_EQ(record[2], strBegin.substr(0, 10) + "T" + strBegin.substr(11));
+    const std::string strEnd = Openssl("-enddate -dateopt iso_8601");
+    EXPECT_EQ(record[3], strEnd.substr(0, 10) + "T" + strEnd.substr(11));
+    EXPECT_EQ(record[4], "RSA");
+    EXPECT_EQ(record[5], "OU=\xE7\xAD\xBE\xE5\x90\x8D,O=\\20X\\,\\20\\\"Y\\\"\\20,CN=Ann\\20\\20B");
+    EXPECT_EQ(record[6], record[5]);
+}
+
+TEST_F(CertificateListTest, SeparatorsAreTheCallers) {
+    MakeIdentity(m_directory, {"a"});
+    MakeIdentity(m_directory, {"b", "ec -pkeyopt ec_paramgen_curve:P-256"});
+    const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a", "b"}));
+    const std::string strList = client.CertificateList("<R>", "<F>").value();
+    EXPECT_EQ(strList.find("\r\n"), std::string::npos);
+    EXPECT_EQ(strList.find(' '), std::string::npos);
+    size_t cFields = 0;
+    for (size_t n = strList.find("<F>"); n != std::string::npos; n = strList.find("<F>", n + 1)) {
+        ++cFields;
+    }
+    EXPECT_EQ(cFields, 2U * 6U);
+    EXPECT_EQ(strList.find("<R>"), strList.rfind("<R>"));
+    EXPECT_FALSE(client.CertificateList(nullptr, " "));
+    EXPECT_EQ(client.LastError(), VCTK_E_INVALID_ARGUMENT);
+    EXPECT_FALSE(client.CertificateList("\r\n", nullptr));
+}
+
+TEST_F(CertificateListTest, AnEmptyListIsAnEmptyText) {
+    MakeIdentity(m_directory, {"a"});
+    const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_KEY_ALGORITHM, "EC"), 0);
+    int nLength = 0;
+    EXPECT_EQ(VCTK_GetCertList(client.Handle(), "\r\n", " ", nullptr, &nLength), 0);
+    EXPECT_EQ(nLength, 1);
+    EXPECT_EQ(client.CertificateList(), "");
+}
+
+TEST_F(CertificateListTest, OnlyWhatIsValidNowIsACandidate) {
+    MakeIdentity(m_directory, {"a"});
+    RequireCommand("cd " + m_directory.Path() +
+                   " && openssl req -new -key a.key -subj /CN=Old -out old.csr"
+                   " && openssl x509 -req -in old.csr -signkey a.key -days -1 -out old.crt && cp a.key old.key");
+    const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"old"}));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_EQ(client.CertificateList(), "");
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_NO_CERTIFICATE);
+}
+
+}  // namespace

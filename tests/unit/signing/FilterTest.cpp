@@ -1,0 +1,168 @@
+// Which certificates pass which filters, and which one then signs.
+#include "VCTKFilter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+
+#include "TestStore.h"
+#include "ToolkitClient.h"
+
+namespace {
+
+// Serial 0A0B and the only one to restrict its key usages; the longest valid; one with an issuer of its own.
+class FilterTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_pDirectory = new TempDirectory;
+        MakeIdentity(*s_pDirectory, {"anna", "rsa:2048", "/CN=Anna Weiss/O=Acme, Inc", 30,
+                                     "-set_serial 0x0A0B -addext keyUsage=digitalSignature,keyAgreement"});
+        MakeIdentity(*s_pDirectory,
+                     {"bo", "ec -pkeyopt ec_paramgen_curve:P-256", "/CN=B\xC3\x96 \xE7\xAD\xBE", 90, "-set_serial 5"});
+        MakeIdentity(*s_pDirectory, {"root", "rsa:2048", "/CN=Root", 60});
+        RequireCommand("cd " + s_pDirectory->Path() +
+                       " && openssl req -new -nodes -newkey rsa:2048 -keyout cleo.key -out cleo.csr -subj '/CN=Cleo'"
+                       " && openssl x509 -req -in cleo.csr -CA root.crt -CAkey root.key -set_serial 0xFFEEDDCCBBAA"
+                       " -days 10 -out cleo.crt");
+        MakePemStore(*s_pDirectory, "store.pem", {"anna", "bo", "cleo"});
+        std::setlocale(LC_ALL, "C.UTF-8");
+    }
+    static void TearDownTestSuite() {
+        std::setlocale(LC_ALL, "C");
+        delete s_pDirectory;
+    }
+
+    static std::string Uri() { return "file:" + s_pDirectory->Path("store.pem"); }
+
+    // The first letters of the common names that pass, in order.
+    static std::string Passing(const ToolkitClient& client) {
+        std::string strNames;
+        for (const auto& record : client.Records()) {
+            strNames += record.at(5).at(record.at(5).find("CN=") + 3);
+        }
+        return strNames;
+    }
+
+    static std::string Fingerprint(size_t nRecord) { return ToolkitClient(Uri()).Records().at(nRecord).at(1); }
+
+    static TempDirectory* s_pDirectory;
+};
+TempDirectory* FilterTest::s_pDirectory = nullptr;
+
+struct Case {
+    ULONG ulType;
+    const char* pszValue;
+    const char* pszPassing;
+};
+
+class FilterPasses : public FilterTest, public testing::WithParamInterface<Case> {};
+
+TEST_P(FilterPasses, TheseCertificates) {
+    const ToolkitClient client(Uri());
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), GetParam().ulType, GetParam().pszValue), 0) << client.Message();
+    EXPECT_EQ(Passing(client), GetParam().pszPassing);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FilterPasses,
+    testing::Values(Case{VCTK_FILTER_ISSUER, "root", "C"}, Case{VCTK_FILTER_ISSUER, "CN=", "ABC"},
+                    Case{VCTK_FILTER_ISSUER, "cleo", ""}, Case{VCTK_FILTER_SUBJECT, "cleo", "C"},
+                    Case{VCTK_FILTER_SUBJECT, "CN=Anna Weiss", "A"}, Case{VCTK_FILTER_SUBJECT, "anna wEISS", "A"},
+                    Case{VCTK_FILTER_SUBJECT, "Anna\\20Weiss", "A"}, Case{VCTK_FILTER_SUBJECT, "O=Acme\\, Inc", "A"},
+                    Case{VCTK_FILTER_SUBJECT, "O=Acme, Inc", ""},
+                    Case{VCTK_FILTER_SUBJECT, "b\xC3\xB6 \xE7\xAD\xBE", "B"}, Case{VCTK_FILTER_SUBJECT, "nobody", ""},
+                    Case{VCTK_FILTER_SERIAL, "0A0B", "A"}, Case{VCTK_FILTER_SERIAL, "a0b", "A"},
+                    Case{VCTK_FILTER_SERIAL, "0a:0B", "A"}, Case{VCTK_FILTER_SERIAL, "00000A0B", "A"},
+                    Case{VCTK_FILTER_SERIAL, "5", "B"}, Case{VCTK_FILTER_SERIAL, "0A", ""},
+                    Case{VCTK_FILTER_SERIAL, "0", ""}, Case{VCTK_FILTER_SERIAL, "ff:ee:dd:cc:bb:aa", "C"},
+                    Case{VCTK_FILTER_KEY_USAGE, "digitalSignature", "ABC"},
+                    Case{VCTK_FILTER_KEY_USAGE, "KEYAGREEMENT", "ABC"},
+                    Case{VCTK_FILTER_KEY_USAGE, "nonRepudiation", "BC"}, Case{VCTK_FILTER_KEY_USAGE, "cRLSign", "BC"},
+                    Case{VCTK_FILTER_KEY_ALGORITHM, "RSA", "AC"}, Case{VCTK_FILTER_KEY_ALGORITHM, "ec", "B"}));
+
+class FilterRefused : public FilterTest, public testing::WithParamInterface<Case> {};
+
+TEST_P(FilterRefused, AndNothingChanges) {
+    const ToolkitClient client(Uri());
+    const VCTKError nExpected =
+        GetParam().ulType >= 1 && GetParam().ulType <= 6 ? VCTK_E_FILTER_VALUE : VCTK_E_FILTER_TYPE;
+    EXPECT_EQ(VCTK_AddFilter(client.Handle(), GetParam().ulType, GetParam().pszValue), nExpected);
+    EXPECT_EQ(client.LastError(), nExpected);
+    EXPECT_NE(client.Message(), "");
+    EXPECT_EQ(Passing(client), "ABC");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FilterRefused,
+                         testing::Values(Case{0, "x", ""}, Case{7, "x", ""}, Case{0x100000001, "root", ""},
+                                         Case{~0UL, "root", ""}, Case{VCTK_FILTER_ISSUER, "", ""},
+                                         Case{VCTK_FILTER_SUBJECT, "", ""}, Case{VCTK_FILTER_SERIAL, "", ""},
+                                         Case{VCTK_FILTER_FINGERPRINT, "", ""}, Case{VCTK_FILTER_KEY_USAGE, "", ""},
+                                         Case{VCTK_FILTER_KEY_ALGORITHM, "", ""},
+                                         Case{VCTK_FILTER_SUBJECT, "\xFF\xFE", ""}, Case{VCTK_FILTER_SERIAL, "0x5", ""},
+                                         Case{VCTK_FILTER_SERIAL, "5 ", ""}, Case{VCTK_FILTER_SERIAL, "-5", ""},
+                                         Case{VCTK_FILTER_SERIAL, ":05", ""}, Case{VCTK_FILTER_SERIAL, "05:", ""},
+                                         Case{VCTK_FILTER_SERIAL, "0:5", ""}, Case{VCTK_FILTER_SERIAL, "0A::0B", ""},
+                                         Case{VCTK_FILTER_FINGERPRINT, "0A0B", ""},
+                                         Case{VCTK_FILTER_KEY_USAGE, "signing", ""},
+                                         Case{VCTK_FILTER_KEY_USAGE, "digitalSignature,keyAgreement", ""},
+                                         Case{VCTK_FILTER_KEY_ALGORITHM, "DSA", ""}));
+
+TEST_F(FilterTest, FingerprintInAnySpelling) {
+    const std::string strFingerprint = Fingerprint(1);
+    std::string strColons;
+    for (size_t i = 0; i < strFingerprint.size(); ++i) {
+        strColons += i > 0 && i % 2 == 0 ? ":" : "";
+        strColons += static_cast<char>(std::tolower(strFingerprint[i]));
+    }
+    for (const std::string& strValue : {strFingerprint, strColons}) {
+        const ToolkitClient client(Uri());
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_FINGERPRINT, strValue.c_str()), 0) << client.Message();
+        EXPECT_EQ(Passing(client), "B");
+    }
+}
+
+TEST_F(FilterTest, EveryFilterHasToPass) {
+    const ToolkitClient client(Uri());
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_KEY_ALGORITHM, "RSA"), 0);
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT, "Anna"), 0);
+    EXPECT_EQ(Passing(client), "A");
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT, "Cleo"), 0);
+    EXPECT_EQ(client.CertificateList(), "");
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_NO_CERTIFICATE);
+    ASSERT_EQ(VCTK_ClearFilter(client.Handle()), 0);
+    EXPECT_EQ(Passing(client), "ABC");
+}
+
+TEST_F(FilterTest, TheCertificateThatStaysValidLongestSigns) {
+    const ToolkitClient client(Uri());
+    ASSERT_TRUE(client.SignP1("text"));
+    const auto strBo = client.SignCertificate();
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_KEY_ALGORITHM, "RSA"), 0);
+    EXPECT_EQ(client.SignCertificate(), strBo) << "the certificate last signed with";
+    ASSERT_TRUE(client.SignP1("text"));
+    EXPECT_NE(client.SignCertificate(), strBo);
+    const std::string strAnna =
+        RunCommand("openssl x509 -in " + s_pDirectory->Path("anna.crt") + " -outform DER | base64 -w0").strOutput;
+    EXPECT_EQ(client.SignCertificate(), strAnna);
+}
+
+TEST_F(FilterTest, SingleChoiceWantsExactlyOne) {
+    const ToolkitClient client(Uri());
+    ASSERT_EQ(VCTK_SetChooseSingleCert(client.Handle(), -7), 0);
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_SEVERAL_CERTIFICATES);
+    EXPECT_NE(client.Message().find("3 certificates"), std::string::npos) << client.Message();
+    EXPECT_FALSE(client.SignCertificate());
+    EXPECT_EQ(client.LastError(), VCTK_E_SEVERAL_CERTIFICATES);
+
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_ISSUER, "Root"), 0);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+
+    ASSERT_EQ(VCTK_ClearFilter(client.Handle()), 0);
+    ASSERT_EQ(VCTK_SetChooseSingleCert(client.Handle(), 0), 0);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+}
+
+}  // namespace

@@ -1,0 +1,143 @@
+// Initialisation from store files.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "TestStore.h"
+#include "ToolkitClient.h"
+
+namespace {
+
+class StoreTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_pDirectory = new TempDirectory;
+        const TempDirectory& directory = *s_pDirectory;
+        MakeIdentity(directory, {"rsa"});
+        MakeIdentity(directory, {"ec", "ec -pkeyopt ec_paramgen_curve:P-384"});
+        MakeIdentity(directory, {"ed", "ed25519"});
+        MakePkcs12Store(directory, "rsa");
+        MakePkcs12Store(directory, "ec");
+        MakePemStore(directory, "both.pem", {"rsa", "ec"});
+        MakePemStore(directory, "ed.pem", {"ed"});
+        const std::string strIn = "cd " + directory.Path() + " && ";
+        RequireCommand(strIn +
+                       "openssl pkcs8 -topk8 -in rsa.key -passout pass:1234 -out enc.key"
+                       " && cat enc.key rsa.crt > enc.pem && cat ec.key ec.crt enc.key rsa.crt > mixed.pem");
+        RequireCommand(strIn +
+                       "openssl rsa -aes128 -traditional -in rsa.key -passout pass:1234 -out trad.key"
+                       " && cat trad.key rsa.crt > trad.pem");
+        RequireCommand(strIn + "openssl pkcs12 -export -nokeys -in rsa.crt -out nokey.p12 -passout pass:1234");
+        RequireCommand(strIn + "openssl pkcs12 -export -inkey rsa.key -in rsa.crt -out nopin.p12 -passout pass:");
+        RequireCommand(strIn +
+                       "openssl pkcs12 -export -legacy -inkey rsa.key -in rsa.crt -out legacy.p12"
+                       " -passout pass:1234");
+        RequireCommand(strIn +
+                       "head -c 1000 rsa.p12 > cut.p12 && : > empty && head -c 3000 /dev/zero > zeros"
+                       " && (head -c 500 rsa.key; cat rsa.crt) > damaged.pem && cp both.pem 'a b.pem'"
+                       " && cat rsa.key ec.crt > mismatch.pem && ln -s both.pem link.pem && mkdir directory"
+                       " && mkfifo fifo && truncate -s 17M large.pem");
+        RequireCommand(strIn +
+                       "printf 1234 > pin && printf '1234\\n' > pin-lf && printf '1234\\r\\n' > pin-crlf"
+                       " && printf 999 > pin-wrong && : > pin-empty && printf '\\n' > pin-blank"
+                       " && head -c 5000 /dev/zero > pin-large");
+    }
+    static void TearDownTestSuite() { delete s_pDirectory; }
+
+    // "@" stands for the directory of the files above.
+    static std::string Expand(std::string strUri) {
+        for (size_t n = strUri.find('@'); n != std::string::npos; n = strUri.find('@')) {
+            strUri.replace(n, 1, s_pDirectory->Path());
+        }
+        return strUri;
+    }
+
+    static TempDirectory* s_pDirectory;
+};
+TempDirectory* StoreTest::s_pDirectory = nullptr;
+
+struct Store {
+    const char* pszUri;
+    size_t cCandidates;
+};
+
+class StoreOpens : public StoreTest, public testing::WithParamInterface<Store> {};
+
+TEST_P(StoreOpens, AndSigns) {
+    const ToolkitClient client(Expand(GetParam().pszUri));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_OK);
+    EXPECT_EQ(client.Records().size(), GetParam().cCandidates);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, StoreOpens,
+    testing::Values(Store{"file:@/rsa.p12?pin-value=1234", 1}, Store{"file:@/ec.p12?pin-value=12%334", 1},
+                    Store{"file://@/ec.p12?pin-value=1234", 1}, Store{"file:@/rsa.p12?pin-source=file:@/pin", 1},
+                    Store{"file:@/rsa.p12?pin-source=@/pin-lf", 1}, Store{"file:@/rsa.p12?pin-source=@/pin-crlf", 1},
+                    Store{"file:@/nopin.p12", 1}, Store{"file:@/nopin.p12?pin-value=", 1}, Store{"file:@/both.pem", 2},
+                    Store{"file:@/link.pem", 2}, Store{"file:@/a%20b.pem", 2}, Store{"file:@/a b.pem", 2},
+                    Store{"file:@/both.pem?pin-value=unused", 2}, Store{"file:@/enc.pem?pin-value=1234", 1},
+                    Store{"file:@/trad.pem?pin-value=1234", 1}, Store{"file:@/mixed.pem?pin-value=1234", 2}));
+
+struct BadStore {
+    const char* pszUri;
+    VCTKError nError;
+};
+
+class StoreRefused : public StoreTest, public testing::WithParamInterface<BadStore> {};
+
+TEST_P(StoreRefused, WithTheReason) {
+    const ToolkitClient client(Expand(GetParam().pszUri));
+    EXPECT_FALSE(client.IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), GetParam().nError) << ErrorMessage(nullptr);
+    EXPECT_NE(ErrorMessage(nullptr).find(VCTKErrorMessage(GetParam().nError)), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, StoreRefused,
+    testing::Values(
+        BadStore{"file:@/rsa.p12?pin-value=123", VCTK_E_PIN_WRONG}, BadStore{"file:@/rsa.p12", VCTK_E_PIN_REQUIRED},
+        BadStore{"file:@/rsa.p12?pin-value=", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/rsa.p12?pin-source=@/pin-wrong", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/rsa.p12?pin-source=@/none", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/rsa.p12?pin-source=@/pin-empty", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/rsa.p12?pin-source=@/pin-blank", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/rsa.p12?pin-source=@/pin-large", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/rsa.p12?pin-source=@/directory", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/rsa.p12?pin-source=@/fifo", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/enc.pem", VCTK_E_PIN_REQUIRED}, BadStore{"file:@/enc.pem?pin-value=1", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/trad.pem", VCTK_E_PIN_REQUIRED}, BadStore{"file:@/trad.pem?pin-value=1", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/mixed.pem", VCTK_E_PIN_REQUIRED}, BadStore{"file:@/mixed.pem?pin-value=1", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/none", VCTK_E_STORE_NOT_FOUND}, BadStore{"file:@/pin/none", VCTK_E_STORE_NOT_FOUND},
+        BadStore{"file:@/directory", VCTK_E_STORE_UNREADABLE}, BadStore{"file:@/fifo", VCTK_E_STORE_UNREADABLE},
+        BadStore{"file:/dev/zero", VCTK_E_STORE_UNREADABLE}, BadStore{"file:@/large.pem", VCTK_E_STORE_UNREADABLE},
+        BadStore{"file:@/empty", VCTK_E_STORE_FORMAT}, BadStore{"file:@/zeros", VCTK_E_STORE_FORMAT},
+        BadStore{"file:@/cut.p12?pin-value=1234", VCTK_E_STORE_FORMAT},
+        BadStore{"file:@/damaged.pem", VCTK_E_STORE_FORMAT},
+        BadStore{"file:@/legacy.p12?pin-value=1234", VCTK_E_STORE_FORMAT},
+        BadStore{"file:@/legacy.p12?pin-value=1", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/nokey.p12?pin-value=1234", VCTK_E_STORE_NO_PRIVATE_KEY},
+        BadStore{"file:@/rsa.crt", VCTK_E_STORE_NO_PRIVATE_KEY},
+        BadStore{"file:@/rsa.key", VCTK_E_STORE_NO_PRIVATE_KEY},
+        BadStore{"file:@/mismatch.pem", VCTK_E_STORE_NO_PRIVATE_KEY},
+        BadStore{"file:@/ed.pem", VCTK_E_STORE_NO_PRIVATE_KEY}, BadStore{"file:rsa.p12", VCTK_E_URI_MALFORMED},
+        BadStore{"token:x", VCTK_E_URI_SCHEME}, BadStore{"", VCTK_E_URI_MALFORMED}));
+
+TEST_F(StoreTest, LegacyCipherIsNamedAsTheCause) {
+    const ToolkitClient client(Expand("file:@/legacy.p12?pin-value=1234"));
+    ASSERT_FALSE(client.IsOpen());
+    EXPECT_NE(ErrorMessage(nullptr).find("cipher"), std::string::npos);
+}
+
+TEST_F(StoreTest, NullTextIsRefused) {
+    EXPECT_EQ(VCTK_Initialize(nullptr), nullptr);
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_INVALID_ARGUMENT);
+}
+
+TEST_F(StoreTest, FileNamesThePathThatIsMissing) {
+    const ToolkitClient client(Expand("file:@/none"));
+    EXPECT_NE(ErrorMessage(nullptr).find(Expand("@/none")), std::string::npos) << ErrorMessage(nullptr);
+}
+
+}  // namespace
