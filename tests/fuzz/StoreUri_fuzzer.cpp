@@ -1,0 +1,27 @@
+// The store URI parser: an accepted file store has an absolute path without zero bytes, a refused one says why.
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "signing/Failure.h"
+#include "signing/StoreUri.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cbData) {
+    try {
+        const vextk::StoreUri uri =
+            vextk::ParseStoreUri(std::string_view(reinterpret_cast<const char*>(pbData), cbData));
+        const auto fUsable = [](const std::string& strPath) {
+            return strPath.size() > 1 && strPath.front() == '/' && strPath.find('\0') == std::string::npos;
+        };
+        const bool fFile = uri.kind == vextk::StoreUri::Kind::File;
+        if (fFile != fUsable(uri.strPath) || (uri.pin && uri.strPinSource) ||
+            (uri.strPinSource && !fUsable(*uri.strPinSource))) {
+            std::abort();
+        }
+    } catch (const vextk::Failure& failure) {
+        if (failure.Detail().empty()) {
+            std::abort();
+        }
+    }
+    return 0;
+}
