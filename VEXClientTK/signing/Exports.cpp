@@ -1,6 +1,5 @@
 // The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
 
-#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstring>
@@ -32,8 +31,7 @@ struct InitialisationError {
 
     void Note(VCTKError nError, std::string_view strDetail) {
         nNumber = nError;
-        const size_t cch = std::min(strDetail.size(), szDetail.size() - 1);
-        std::memcpy(szDetail.data(), strDetail.data(), cch);
+        const size_t cch = strDetail.copy(szDetail.data(), szDetail.size() - 1);
         szDetail[cch] = '\0';
     }
 };
