@@ -1,22 +1,49 @@
 // The counted, copy-on-write strings: CString (wide) and CStringA (narrow).
+//
+// A string is one pointer to the characters of a data block (VEXStringBlock.h draws it). Copies share the block and
+// count themselves in it; whoever writes makes its own copy first. A string without text stands on the empty block of
+// its kind, of which a process has one.
+//
+// Threads: strings that share a block are for one thread at a time, since the count is plain. Strings that share
+// nothing may be used by different threads at once; the empty block counts as shared by none.
+//
+// Ownership: the text of GetString, GetBuffer and the conversions belongs to the string and is valid until the string
+// is next written or destroyed.
+//
+// Errors: a broken invariant prints the standard assertion message and aborts. Running out of memory throws
+// std::bad_alloc out of the C++ array allocation. A text that cannot be converted becomes an empty string.
+//
+// Arguments, unless a comment says otherwise: a null text is an empty one; positions count from 0, negative ones mean 0
+// and those behind the end mean the end; counts below 0 mean 0; a counted text is taken whole, zero characters
+// included, while a terminated one ends at its terminator. Comparisons give -1, 0 or 1. A text argument may lie inside
+// the string itself. == between strings compares addresses: use Compare.
 #pragma once
 
 #include <climits>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <string>
+#include <type_traits>
 
 #include "VEXAssert.h"
 #include "VEXCompat.h"
 #include "VEXStringBlock.h"
+#include "VEXStringOps.h"
+#include "VEXText.h"
 #include "VEXType.h"
 
-// The empty block is an array of int, hence may_alias.
+// A terminated text from the heap of the process; whoever receives it frees it with HeapFree.
+using BSTR = LPWSTR;
+
+// may_alias: the empty block is declared as an array of int.
 struct __attribute__((__may_alias__)) CStringData {
-    long nRefs;
-    int nDataLength;
-    int nAllocLength;
-    lockid_t cslock;
+    long nRefs;        // strings on the block; -1: the empty block
+    int nDataLength;   // characters of the text
+    int nAllocLength;  // recorded capacity in characters, not more than the block's room
+    lockid_t cslock;   // reserved: never initialised or used
 
     TCHAR* data() { return reinterpret_cast<TCHAR*>(this + 1); }
 };
@@ -30,6 +57,20 @@ struct __attribute__((__may_alias__)) CstringDataA {
     char* data() { return reinterpret_cast<char*>(this + 1); }
 };
 
+static_assert(sizeof(lockid_t) == 40);
+static_assert(std::is_standard_layout_v<CStringData> && sizeof(CStringData) == 56 && alignof(CStringData) == 8);
+static_assert(offsetof(CStringData, nRefs) == 0 && sizeof(CStringData::nRefs) == 8);
+static_assert(offsetof(CStringData, nDataLength) == 8 && sizeof(CStringData::nDataLength) == 4);
+static_assert(offsetof(CStringData, nAllocLength) == 12 && sizeof(CStringData::nAllocLength) == 4);
+static_assert(offsetof(CStringData, cslock) == 16);
+static_assert(std::is_standard_layout_v<CstringDataA> && sizeof(CstringDataA) == 56 && alignof(CstringDataA) == 8);
+static_assert(offsetof(CstringDataA, nRefs) == 0 && sizeof(CstringDataA::nRefs) == 8);
+static_assert(offsetof(CstringDataA, nDataLength) == 8 && sizeof(CstringDataA::nDataLength) == 4);
+static_assert(offsetof(CstringDataA, nAllocLength) == 12 && sizeof(CstringDataA::nAllocLength) == 4);
+static_assert(offsetof(CstringDataA, cslock) == 16);
+
+// The empty blocks, told from others by their address alone. Casts of the arrays themselves, so that the pointers are
+// constants which also strings of static duration find ready.
 alignas(CStringData) inline int rgInitData[VEX_EMPTY_BLOCK_INTS] = {-1};
 inline CStringData* const _atltmpDataNil = reinterpret_cast<CStringData*>(rgInitData);
 inline TCHAR* const _atltmpPchNil = reinterpret_cast<TCHAR*>(reinterpret_cast<CStringData*>(rgInitData) + 1);
@@ -38,260 +79,787 @@ alignas(CstringDataA) inline int rgInitDataA[VEX_EMPTY_BLOCK_INTS] = {-1};
 inline CstringDataA* const _atltmpDataNilA = reinterpret_cast<CstringDataA*>(rgInitDataA);
 inline char* const _atltmpPchNilA = reinterpret_cast<char*>(reinterpret_cast<CstringDataA*>(rgInitDataA) + 1);
 
+inline void VEXStringAssert(bool bHolds, const char* pszExpression, unsigned int nLine, const char* pszFunction) {
+    VEXAssert(bHolds, pszExpression, __FILE__, nLine, pszFunction);
+}
+
 class CString {
 public:
     CString() { Init(); }
-    CString(const CString& strSrc) {
-        Init();
-        *this = strSrc;
-    }
-    CString(LPCTSTR lpsz) {
-        Init();
-        *this = lpsz;
-    }
-    CString(LPCSTR lpsz) {
-        Init();
-        if (lpsz == nullptr || *lpsz == 0) {
-            return;
-        }
-        const int nLen = static_cast<int>(std::mbstowcs(nullptr, lpsz, 0));
-        if (nLen <= 0) {
-            return;
-        }
-        AllocBuffer(nLen);
-        tchar_mbstowcsz(m_pchData, lpsz, static_cast<size_t>(nLen) + 1);
-        ReleaseBuffer(-1);
-    }
-    ~CString() {
-        CStringData* const pData = GetData();
-        if (pData != _atltmpDataNil && VEXReleaseBlock(pData)) {
-            StampEmptyBlock();
-        }
-    }
+    CString(const CString& strSrc);
+    CString(TCHAR ch, int nLength);      // nLength times ch
+    CString(LPCTSTR lpsz);               // terminated
+    CString(LPCTSTR lpch, int nLength);  // counted
+    CString(const unsigned char* lpsz);  // as LPCSTR
+    CString(LPCSTR lpsz);                // terminated narrow text; empty when it cannot be converted
+    CString(LPCSTR lpch, int nLength);   // at most nLength bytes of narrow text, up to a zero byte
+    ~CString();
 
+    LPCTSTR GetString() const { return m_pchData; }
     int GetLength() const { return VEXLoadField(GetData()->nDataLength); }
     BOOL IsEmpty() const { return GetLength() == 0; }
+    void Empty() { Release(); }
 
-    CString& operator=(const CString& strSrc) {
-        if (m_pchData != strSrc.m_pchData) {
-            Release();
-            if (VEXLoadField(strSrc.GetData()->nRefs) > 0) {
-                m_pchData = strSrc.m_pchData;
-                VEXStoreField(GetData()->nRefs, GetData()->nRefs + 1);
-            }
-        }
-        return *this;
-    }
-    CString& operator=(LPCTSTR lpsz) {
-        const int nLen = lpsz == nullptr ? 0 : lstrlenW(lpsz);
-        if (nLen <= 0) {
-            Release();
-            Init();
-            return *this;
-        }
-        AllocBeforeWrite(nLen);
-        memcpy_x(m_pchData, (static_cast<size_t>(nLen) + 1) * sizeof(TCHAR), lpsz,
-                 static_cast<size_t>(nLen) * sizeof(TCHAR));
-        GetData()->nDataLength = GetData()->nAllocLength = nLen;
-        m_pchData[nLen] = 0;
-        return *this;
-    }
+    int Compare(LPCTSTR lpsz) const { return tchar_cstrcmp(m_pchData, lpsz); }
+    int CompareNoCase(LPCTSTR lpsz) const { return tchar_cstrcmpi(m_pchData, lpsz); }
 
-    operator LPTSTR() { return m_pchData; }
+    // The private text, GetLength() characters of which may be written. ReleaseBuffer when the length changes.
+    LPTSTR GetBuffer();
+    // Sets the length after direct writes; below 0: up to the terminator. The recorded capacity shrinks to it.
+    void ReleaseBuffer(int nNewLength = -1);
+
+    void Append(LPCTSTR lpch, DWORD dwLength);      // counted
+    void Append(const char* lpch, DWORD dwLength);  // at most dwLength bytes of narrow text, up to a zero byte
+    void Append(int nValue);                        // in decimal
+
+    // The private text with room for nMinBufLength characters and a terminator; the text is kept.
+    LPTSTR GetBuffer(int nMinBufLength);
+
+    static BOOL _IsValidString(LPCTSTR lpsz) { return lpsz != nullptr; }
+    // The next character; at the terminator, and for null, lpsz itself.
+    static LPCTSTR CharNext(LPCTSTR lpsz) { return lpsz == nullptr || *lpsz == 0 ? lpsz : lpsz + 1; }
+
+    // As wprintf: %ls is wide text, %s narrow. Arguments may be this string's text. Empty when formatting fails.
+    void Format(LPCTSTR lpszFormat, ...);
+    void FormatV(LPCTSTR lpszFormat, va_list args);
+
+    // 0 outside the text.
+    TCHAR GetAt(int nIndex) const { return CVEXText<TCHAR>::At(Ops::Of(*this), nIndex); }
+    // Nothing happens outside the text. A zero character does not shorten the string.
+    void SetAt(int nIndex, TCHAR ch) { Ops::SetAt(*this, nIndex, ch); }
+    int GetAllocLength() const { return VEXLoadField(GetData()->nAllocLength); }
+
+    CString Mid(int nFirst) const { return Mid(nFirst, INT_MAX); }
+    CString Mid(int nFirst, int nCount) const;
+
+    // The first position at or after nStart, else -1; a start behind the end finds nothing. An empty text is found at
+    // the start.
+    int Find(TCHAR ch) const { return Find(ch, 0); }
+    int Find(LPCTSTR lpszSub) const { return Find(lpszSub, 0); }
+    int Find(TCHAR ch, int nStart) const { return CVEXText<TCHAR>::Find(Ops::Of(*this), ch, nStart); }
+    int Find(LPCTSTR lpszSub, int nStart) const;
+    int ReverseFind(TCHAR ch) const { return CVEXText<TCHAR>::FindLast(Ops::Of(*this), ch); }
+
+    CString Left(int nCount) const { return Mid(0, nCount); }
+    BSTR AllocSysString() const;  // null when memory runs out
+    int CollateNoCase(LPCTSTR lpsz) const { return tchar_cstrcolli(m_pchData, lpsz); }
+    CString Right(int nCount) const;
+
+    // How often; 0 for an empty lpszOld.
+    int Replace(LPCTSTR lpszOld, LPCTSTR lpszNew) { return Ops::Replace(*this, lpszOld, lpszNew); }
+    // The new length.
+    int Insert(int nIndex, TCHAR ch) { return Ops::Insert(*this, nIndex, {&ch, 1}); }
+    int Insert(int nIndex, LPCTSTR lpsz) { return Ops::Insert(*this, nIndex, CVEXText<TCHAR>::Of(lpsz)); }
+
+    // Narrow characters and texts as the constructors convert them.
+    CString& operator=(char ch);
+    CString& operator=(LPCSTR lpsz) { return *this = CString(lpsz); }
+    CString& operator=(const CString& strSrc);
+    CString& operator=(TCHAR ch);
+    CString& operator=(LPCTSTR lpsz);
+    CString& operator=(const unsigned char* lpsz) { return *this = CString(lpsz); }
+
+    CString& operator+=(char ch);
+    CString& operator+=(const CString& strSrc);
+    CString& operator+=(TCHAR ch);
+    CString& operator+=(LPCTSTR lpsz);
+
+    operator LPTSTR() { return GetBuffer(); }
+    // Twice, so that reading a string which is not const does not take the writable conversion and unshare it.
+    operator LPCTSTR() { return m_pchData; }
     operator LPCTSTR() const { return m_pchData; }
 
-    CStringData* GetData() const {
-        VEXAssert(m_pchData != nullptr, "m_pchData != NULL", __FILE__, 1338, "CStringData* CString::GetData() const");
-        return reinterpret_cast<CStringData*>(m_pchData) - 1;
-    }
-    void Init() {
-        m_pchData = _atltmpPchNil;
-        StampEmptyBlock();
-    }
-    BOOL AllocBuffer(int nLen) {
-        VEXAssert(nLen >= 0, "nLen >= 0", __FILE__, 1385, "BOOL CString::AllocBuffer(int)");
-        VEXAssert(nLen <= INT_MAX - 1, "nLen <= INT_MAX - 1", __FILE__, 1386, "BOOL CString::AllocBuffer(int)");
-        if (nLen == 0) {
-            Release();
-            Init();
-            return TRUE;
-        }
-        m_pchData = VEXNewBlock<CStringData, TCHAR>(nLen)->data();
-        return TRUE;
-    }
-    void CopyBeforeWrite() {
-        if (VEXLoadField(GetData()->nRefs) > 1) {
-            CStringData* const pOld = GetData();
-            Release();
-            AllocBuffer(pOld->nDataLength);
-            if (pOld->nDataLength > 0) {
-                memcpy_x(m_pchData, (static_cast<size_t>(GetData()->nAllocLength) + 1) * sizeof(TCHAR), pOld->data(),
-                         (static_cast<size_t>(pOld->nDataLength) + 1) * sizeof(TCHAR));
-            }
-        }
-        VEXAssert(VEXLoadField(GetData()->nRefs) <= 1, "GetData()->nRefs <= 1", __FILE__, 1508,
-                  "void CString::CopyBeforeWrite()");
-    }
-    BOOL AllocBeforeWrite(int nLen) {
-        if (VEXLoadField(GetData()->nRefs) > 1 || nLen > VEXLoadField(GetData()->nAllocLength)) {
-            Release();
-            AllocBuffer(nLen);
-        }
-        VEXAssert(VEXLoadField(GetData()->nRefs) <= 1, "GetData()->nRefs <= 1", __FILE__, 1518,
-                  "BOOL CString::AllocBeforeWrite(int)");
-        return TRUE;
-    }
-    void ReleaseBuffer(int nNewLength) {
-        CopyBeforeWrite();
-        if (nNewLength < 0) {
-            nNewLength = lstrlenW(m_pchData);
-        }
-        VEXAssert(nNewLength <= VEXLoadField(GetData()->nAllocLength), "nNewLength <= GetData()->nAllocLength",
-                  __FILE__, 347, "void CString::ReleaseBuffer(int)");
-        VEXStampField(GetData()->nDataLength, nNewLength);
-        VEXStampField(GetData()->nAllocLength, nNewLength);
-        VEXStampField(m_pchData[nNewLength], TCHAR(0));
-    }
-    void Release() {
-        if (GetData() == _atltmpDataNil) {
-            return;
-        }
-        VEXAssert(VEXLoadField(GetData()->nRefs) != 0, "GetData()->nRefs != 0", __FILE__, 1526,
-                  "void CString::Release()");
-        VEXReleaseBlock(GetData());
-        Init();
-    }
-    static int tchar_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count) {
-        const int nResult = MultiByteToWideChar(CP_ACP, 0, mbstr, -1, wcstr, static_cast<int>(count + 1));
-        VEXAssert(wcstr == nullptr || nResult <= static_cast<int>(count), "wcstr == NULL || result <= (int)count",
-                  __FILE__, 1664, "static int CString::tchar_mbstowcsz(wchar_t*, const char*, size_t)");
-        if (wcstr != nullptr && nResult > 0) {
-            wcstr[static_cast<size_t>(nResult) < count ? static_cast<size_t>(nResult) : count - 1] = 0;
-        }
-        return nResult;
-    }
+    TCHAR operator[](int nIndex) const { return GetAt(nIndex); }
+
+    // ---- Block management. For code that works on blocks; texts need none of it. ----
+
+    CStringData* GetData() const;
+    // Points at the empty block and stamps it. Does not release.
+    void Init();
+    // dest becomes nCopyLen characters from nCopyIndex followed by nExtraLen zero characters. dest may be this string.
+    void AllocCopy(CString& dest, int nCopyLen, int nCopyIndex, int nExtraLen) const;
+    // A fresh block of nLen zero characters, which are its length and capacity. Does not release the old block, unless
+    // nLen is 0: the string is then empty. TRUE.
+    BOOL AllocBuffer(int nLen);
+    // The string becomes nSrcLen characters; its block is kept when private and large enough.
+    void AssignCopy(int nSrcLen, LPCTSTR lpszSrcData) { Ops::AssignCopy(*this, nSrcLen, lpszSrcData); }
+    // The string becomes both counted texts, in a fresh block.
+    void ConcatCopy(int nSrc1Len, LPCTSTR lpszSrc1Data, int nSrc2Len, LPCTSTR lpszSrc2Data);
+    // Appends; the block is kept when private and large enough, and its recorded capacity with it.
+    void ConcatInPlace(int nSrcLen, LPCTSTR lpszSrcData) { Ops::ConcatInPlace(*this, nSrcLen, lpszSrcData); }
+    // A private block with the same text.
+    void CopyBeforeWrite();
+    // A private block of capacity nLen at least; the text is lost when that takes a new one. TRUE.
+    BOOL AllocBeforeWrite(int nLen);
+    // Gives up the share of the block; the string is then empty.
+    void Release();
+    // Takes one share off a block; the empty block and null are left alone.
+    static void Release(CStringData* pData);
+
+    // Atomic; the new value.
+    static LONG InterlockedDecrement(LONG* Addend) { return __atomic_sub_fetch(Addend, 1, __ATOMIC_SEQ_CST); }
+    static LONG InterlockedIncrement(LONG* Addend) { return __atomic_add_fetch(Addend, 1, __ATOMIC_SEQ_CST); }
+    static void InterLockInit(lockid_t* pLock) { pthread_mutex_init(&pLock->lock, nullptr); }
+    static void InterLockRealese(lockid_t* pLock) { pthread_mutex_destroy(&pLock->lock); }
+
+    static int SafeStrlen(LPCTSTR lpsz) { return lpsz == nullptr ? 0 : lstrlenW(lpsz); }
+    // There are no string resources on this platform: FALSE, and the string is empty.
+    BOOL _LoadString(UINT nID);
+    static const CString& _GetEmptyString();
+
+    // ---- Characters. Texts are terminated; VEXText.h says more. ----
+
+    // Wide to narrow, as CStringA::char_wcstombsz.
+    static int tchar_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count);
+    // Narrow to wide. count: room in characters, terminator included. The characters that the toolkit reports.
+    static int tchar_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count);
+    static LPCTSTR tchar_cstrchr_db(LPCTSTR p, TCHAR ch1, TCHAR ch2) { return CVEXText<TCHAR>::FindPair(p, ch1, ch2); }
+    static LPCTSTR tchar_cstrchr(LPCTSTR p, TCHAR ch) { return CVEXText<TCHAR>::FindChar(p, ch); }
+    static LPCTSTR tchar_cstrrchr(LPCTSTR p, TCHAR ch) { return CVEXText<TCHAR>::FindLastChar(p, ch); }
+    static LPTSTR tchar_cstrrev(LPTSTR pStr) { return CVEXText<TCHAR>::Reverse(pStr); }
+    static LPCTSTR tchar_cstrstr(LPCTSTR pStr, LPCTSTR pSub) { return CVEXText<TCHAR>::FindText(pStr, pSub); }
+    static int tchar_cstrspn(LPCTSTR pStr, LPCTSTR pSet) { return CVEXText<TCHAR>::CountOf(pStr, pSet); }
+    static int tchar_cstrcspn(LPCTSTR pStr, LPCTSTR pSet) { return CVEXText<TCHAR>::CountNotOf(pStr, pSet); }
+    static LPCTSTR tchar_cstrpbrk(LPCTSTR pStr, LPCTSTR pSet) { return CVEXText<TCHAR>::FindAnyOf(pStr, pSet); }
+    static int tchar_cstrisdigit(TCHAR ch) { return CVEXText<TCHAR>::IsDigit(ch); }
+    static int tchar_cstrisspace(TCHAR ch) { return CVEXText<TCHAR>::IsSpace(ch); }
+    static int tchar_cstrcmp(LPCTSTR p1, LPCTSTR p2) { return CVEXText<TCHAR>::Compare(p1, p2); }
+    static int tchar_cstrcmpi(LPCTSTR p1, LPCTSTR p2) { return CVEXText<TCHAR>::CompareNoCase(p1, p2); }
+    static int tchar_cstrcoll(LPCTSTR p1, LPCTSTR p2) { return CVEXText<TCHAR>::Collate(p1, p2); }
+    static int tchar_cstrcolli(LPCTSTR p1, LPCTSTR p2) { return CVEXText<TCHAR>::CollateNoCase(p1, p2); }
+    static int tchar_cstrtoi(LPCTSTR p) { return CVEXText<TCHAR>::ToInt(p); }
+
+protected:
+    LPTSTR m_pchData;
 
 private:
-    static void StampEmptyBlock() {
-        VEXStampField(_atltmpDataNil->nRefs, -1L);
-        VEXStampField(_atltmpDataNil->nDataLength, 0);
-        VEXStampField(_atltmpDataNil->nAllocLength, 0);
-        VEXStampField(*_atltmpPchNil, TCHAR(0));
-    }
+    using Ops = CVEXStringOps<CString, CStringData, TCHAR>;
 
-    LPTSTR m_pchData;
+    static void StampEmptyBlock();
 };
 
 class CStringA {
 public:
     CStringA() { Init(); }
-    CStringA(const CStringA& strSrc) {
-        Init();
-        *this = strSrc;
-    }
-    CStringA(LPCWSTR lpsz) {
-        Init();
-        if (lpsz == nullptr || std::wcslen(lpsz) == 0) {
-            return;
-        }
-        const int nLen = static_cast<int>(std::wcstombs(nullptr, lpsz, 0));
-        if (nLen <= 0) {
-            Init();
-            return;
-        }
-        AllocBuffer(nLen);
-        char_wcstombsz(m_pchData, lpsz, static_cast<size_t>(nLen));
-        ReleaseBuffer(-1);
-    }
-    ~CStringA() {
-        CstringDataA* const pData = GetData();
-        if (pData != _atltmpDataNilA && VEXReleaseBlock(pData)) {
-            Init();
-        }
-    }
+    CStringA(const CStringA& strSrc);
+    CStringA(char ch, int nLength);       // nLength times ch
+    CStringA(LPCSTR lpsz);                // terminated
+    CStringA(LPCSTR lpch, int nLength);   // counted
+    CStringA(const unsigned char* lpsz);  // as LPCSTR
+    CStringA(LPCWSTR lpsz);               // terminated wide text; empty when it cannot be converted
+    CStringA(LPCWSTR lpch, int nLength);  // at most nLength characters of wide text, up to a zero character
+    ~CStringA();
 
+    // Narrow text has one encoding on this platform, the locale's: both leave the text as it is.
+    void AnsiToOem() {}
+    void OemToAnsi() {}
+
+    LPCSTR GetString() const { return m_pchData; }
     int GetLength() const { return VEXLoadField(GetData()->nDataLength); }
     BOOL IsEmpty() const { return GetLength() == 0; }
+    void Empty() { Release(); }
 
-    CStringA& operator=(const CString& strSrc) { return *this = CStringA(static_cast<LPCTSTR>(strSrc)); }
-    CStringA& operator=(const CStringA& strSrc) {
-        if (m_pchData != strSrc.m_pchData) {
-            Release();
-            if (VEXLoadField(strSrc.GetData()->nRefs) > 0) {
-                m_pchData = strSrc.m_pchData;
-                VEXStoreField(GetData()->nRefs, GetData()->nRefs + 1);
-            }
-        }
-        return *this;
-    }
+    int Compare(LPCSTR lpsz) const { return char_cstrcmp(m_pchData, lpsz); }
+    int CompareNoCase(LPCSTR lpsz) const { return char_cstrcmpi(m_pchData, lpsz); }
 
+    // As the members of CString, with bytes for characters.
+    LPSTR GetBuffer();
+    void ReleaseBuffer(int nNewLength = -1);
+    void Append(const char* lpch, DWORD dwLength);  // counted
+    void Append(int nValue);                        // in decimal
+    LPSTR GetBuffer(int nMinBufLength);
+
+    static BOOL _IsValidString(LPCSTR lpsz) { return lpsz != nullptr; }
+    // Behind the multibyte character at lpsz, or behind the byte where there is none that is valid.
+    static LPCSTR CharNext(LPCSTR lpsz);
+
+    // As printf. Arguments may be this string's text. Empty when formatting fails.
+    void Format(LPCSTR lpszFormat, ...) __attribute__((__format__(__printf__, 2, 3)));
+    void FormatV(LPCSTR lpszFormat, va_list args) __attribute__((__format__(__printf__, 2, 0)));
+
+    char GetAt(int nIndex) const { return CVEXText<char>::At(Ops::Of(*this), nIndex); }
+    void SetAt(int nIndex, char ch) { Ops::SetAt(*this, nIndex, ch); }
+    int GetAllocLength() const { return VEXLoadField(GetData()->nAllocLength); }
+
+    CStringA Mid(int nFirst) const { return Mid(nFirst, INT_MAX); }
+    CStringA Mid(int nFirst, int nCount) const;
+    CStringA Left(int nCount) const { return Mid(0, nCount); }
+
+    int Find(char ch) const { return Find(ch, 0); }
+    int Find(LPCSTR lpszSub) const { return Find(lpszSub, 0); }
+    int Find(char ch, int nStart) const { return CVEXText<char>::Find(Ops::Of(*this), ch, nStart); }
+    int Find(LPCSTR lpszSub, int nStart) const;
+
+    BSTR AllocSysString() const;  // wide; null when memory runs out
+    int CollateNoCase(LPCSTR lpsz) const { return char_cstrcolli(m_pchData, lpsz); }
+    CStringA Right(int nCount) const;
+    int Replace(LPCSTR lpszOld, LPCSTR lpszNew) { return Ops::Replace(*this, lpszOld, lpszNew); }
+    int Insert(int nIndex, char ch) { return Ops::Insert(*this, nIndex, {&ch, 1}); }
+    int Insert(int nIndex, LPCSTR lpsz) { return Ops::Insert(*this, nIndex, CVEXText<char>::Of(lpsz)); }
+    int ReverseFind(char ch) const { return CVEXText<char>::FindLast(Ops::Of(*this), ch); }
+
+    // Wide texts as the constructors convert them.
+    CStringA& operator=(LPCWSTR lpsz) { return *this = CStringA(lpsz); }
+    CStringA& operator=(const CString& strSrc) { return *this = strSrc.GetString(); }
+    CStringA& operator=(const CStringA& strSrc);
+    CStringA& operator=(char ch);
+    CStringA& operator=(LPCSTR lpsz);
+    CStringA& operator=(const unsigned char* lpsz) { return *this = reinterpret_cast<LPCSTR>(lpsz); }
+
+    CStringA& operator+=(const CStringA& strSrc);
+    CStringA& operator+=(char ch);
+    CStringA& operator+=(LPCSTR lpsz);
+
+    operator LPCSTR() { return m_pchData; }
     operator LPCSTR() const { return m_pchData; }
+    operator LPSTR() { return GetBuffer(); }
 
-    CstringDataA* GetData() const {
-        VEXAssert(m_pchData != nullptr, "m_pchData != NULL", __FILE__, 2971, "CstringDataA* CStringA::GetData() const");
-        return reinterpret_cast<CstringDataA*>(m_pchData) - 1;
-    }
-    void Init() {
-        m_pchData = _atltmpPchNilA;
-        VEXStampField(*_atltmpPchNilA, '\0');
-        VEXStampField(GetData()->nRefs, -1L);
-        VEXStampField(GetData()->nAllocLength, 0);
-        VEXStampField(GetData()->nDataLength, 0);
-    }
-    BOOL AllocBuffer(int nLen) {
-        VEXAssert(nLen >= 0, "nLen >= 0", __FILE__, 3019, "BOOL CStringA::AllocBuffer(int)");
-        VEXAssert(nLen <= INT_MAX - 1, "nLen <= INT_MAX - 1", __FILE__, 3020, "BOOL CStringA::AllocBuffer(int)");
-        if (nLen == 0) {
-            Release();
-            Init();
-            return TRUE;
-        }
-        m_pchData = VEXNewBlock<CstringDataA, char>(nLen)->data();
-        return TRUE;
-    }
-    void CopyBeforeWrite() {
-        if (VEXLoadField(GetData()->nRefs) > 1) {
-            CstringDataA* const pOld = GetData();
-            Release();
-            AllocBuffer(pOld->nDataLength);
-            if (pOld->nDataLength > 0) {
-                memcpy_x(m_pchData, static_cast<size_t>(GetData()->nAllocLength) + 1, pOld->data(),
-                         static_cast<size_t>(pOld->nDataLength) + 1);
-            }
-        }
-        VEXAssert(VEXLoadField(GetData()->nRefs) <= 1, "GetData()->nRefs <= 1", __FILE__, 3141,
-                  "void CStringA::CopyBeforeWrite()");
-    }
-    void ReleaseBuffer(int nNewLength) {
-        CopyBeforeWrite();
-        if (nNewLength < 0) {
-            nNewLength = static_cast<int>(std::strlen(m_pchData));
-        }
-        VEXAssert(nNewLength <= VEXLoadField(GetData()->nAllocLength), "nNewLength <= GetData()->nAllocLength",
-                  __FILE__, 2115, "void CStringA::ReleaseBuffer(int)");
-        VEXStampField(GetData()->nDataLength, nNewLength);
-        VEXStampField(GetData()->nAllocLength, nNewLength);
-        VEXStampField(m_pchData[nNewLength], '\0');
-    }
-    void Release() {
-        if (GetData() == _atltmpDataNilA) {
-            return;
-        }
-        VEXAssert(VEXLoadField(GetData()->nRefs) != 0, "GetData()->nRefs != 0", __FILE__, 3159,
-                  "void CStringA::Release()");
-        VEXReleaseBlock(GetData());
-        Init();
-    }
-    static int char_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count) {
-        const int nResult = WideCharToMultiByte(CP_ACP, 0, wcstr, -1, mbstr, static_cast<int>(count), nullptr, nullptr);
-        VEXAssert(mbstr == nullptr || nResult <= static_cast<int>(count), "mbstr == NULL || result <= (int)count",
-                  __FILE__, 3281, "static int CStringA::char_wcstombsz(char*, const wchar_t*, size_t)");
-        if (mbstr != nullptr && nResult > 0) {
-            mbstr[nResult] = 0;
-        }
-        return nResult;
-    }
+    char operator[](int nIndex) const { return GetAt(nIndex); }
+
+    // ---- Block management, as CString ----
+
+    CstringDataA* GetData() const;
+    void Init();
+    void AllocCopy(CStringA& dest, int nCopyLen, int nCopyIndex, int nExtraLen) const;
+    BOOL AllocBuffer(int nLen);
+    void AssignCopy(int nSrcLen, LPCSTR lpszSrcData) { Ops::AssignCopy(*this, nSrcLen, lpszSrcData); }
+    void ConcatCopy(int nSrc1Len, LPCSTR lpszSrc1Data, int nSrc2Len, LPCSTR lpszSrc2Data);
+    void ConcatInPlace(int nSrcLen, LPCSTR lpszSrcData) { Ops::ConcatInPlace(*this, nSrcLen, lpszSrcData); }
+    void CopyBeforeWrite();
+    BOOL AllocBeforeWrite(int nLen);
+    void Release();
+    static void Release(CstringDataA* pData);
+
+    static LONG InterlockedDecrement(LONG* Addend) { return CString::InterlockedDecrement(Addend); }
+    static LONG InterlockedIncrement(LONG* Addend) { return CString::InterlockedIncrement(Addend); }
+    static void InterLockInit(lockid_t* pLock) { CString::InterLockInit(pLock); }
+    static void InterLockRealese(lockid_t* pLock) { CString::InterLockRealese(pLock); }
+
+    static int SafeStrlen(LPCSTR lpsz) { return CVEXText<char>::Length(CVEXText<char>::Of(lpsz).size()); }
+    BOOL _LoadString(UINT nID);
+    static const CStringA& _GetEmptyString();
+
+    // ---- Characters, as CString ----
+
+    // Wide to narrow. count: room in bytes, without the terminator, for which there must be one byte more.
+    // The bytes that the toolkit reports.
+    static int char_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count);
+    // Narrow to wide, as CString::tchar_mbstowcsz.
+    static int char_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count);
+    static LPCSTR char_cstrchr_db(LPCSTR p, char ch1, char ch2) { return CVEXText<char>::FindPair(p, ch1, ch2); }
+    static LPCSTR char_cstrchr(LPCSTR p, char ch) { return CVEXText<char>::FindChar(p, ch); }
+    static LPCSTR char_cstrrchr(LPCSTR p, char ch) { return CVEXText<char>::FindLastChar(p, ch); }
+    static LPSTR char_cstrrev(LPSTR pStr) { return CVEXText<char>::Reverse(pStr); }
+    static LPCSTR char_cstrstr(LPCSTR pStr, LPCSTR pSub) { return CVEXText<char>::FindText(pStr, pSub); }
+    static int char_cstrspn(LPCSTR pStr, LPCSTR pSet) { return CVEXText<char>::CountOf(pStr, pSet); }
+    static int char_cstrcspn(LPCSTR pStr, LPCSTR pSet) { return CVEXText<char>::CountNotOf(pStr, pSet); }
+    static LPCSTR char_cstrpbrk(LPCSTR pStr, LPCSTR pSet) { return CVEXText<char>::FindAnyOf(pStr, pSet); }
+    static int char_cstrisdigit(char ch) { return CVEXText<char>::IsDigit(ch); }
+    static int char_cstrisspace(char ch) { return CVEXText<char>::IsSpace(ch); }
+    static int char_cstrcmp(LPCSTR p1, LPCSTR p2) { return CVEXText<char>::Compare(p1, p2); }
+    static int char_cstrcmpi(LPCSTR p1, LPCSTR p2) { return CVEXText<char>::CompareNoCase(p1, p2); }
+    static int char_cstrcoll(LPCSTR p1, LPCSTR p2) { return CVEXText<char>::Collate(p1, p2); }
+    static int char_cstrcolli(LPCSTR p1, LPCSTR p2) { return CVEXText<char>::CollateNoCase(p1, p2); }
+    static int char_cstrtoi(LPCSTR p) { return CVEXText<char>::ToInt(p); }
+
+protected:
+    LPSTR m_pchData;
 
 private:
-    LPSTR m_pchData;
+    using Ops = CVEXStringOps<CStringA, CstringDataA, char>;
 };
+
+static_assert(sizeof(CString) == sizeof(LPTSTR) && sizeof(CStringA) == sizeof(LPSTR));
+
+// ---- CString: blocks ----
+
+inline CStringData* CString::GetData() const {
+    VEXStringAssert(m_pchData != nullptr, "m_pchData != NULL", 1338, "CStringData* CString::GetData() const");
+    return reinterpret_cast<CStringData*>(m_pchData) - 1;
+}
+
+inline void CString::StampEmptyBlock() {
+    VEXStampField(_atltmpDataNil->nRefs, -1L);
+    VEXStampField(_atltmpDataNil->nDataLength, 0);
+    VEXStampField(_atltmpDataNil->nAllocLength, 0);
+    VEXStampField(*_atltmpPchNil, TCHAR(0));
+}
+
+inline void CString::Init() {
+    m_pchData = _atltmpPchNil;
+    StampEmptyBlock();
+}
+
+inline BOOL CString::AllocBuffer(int nLen) {
+    VEXStringAssert(nLen >= 0, "nLen >= 0", 1385, "BOOL CString::AllocBuffer(int)");
+    VEXStringAssert(nLen <= INT_MAX - 1, "nLen <= INT_MAX - 1", 1386, "BOOL CString::AllocBuffer(int)");
+    if (nLen == 0) {
+        Release();
+        Init();
+        return TRUE;
+    }
+    m_pchData = VEXNewBlock<CStringData, TCHAR>(nLen)->data();
+    return TRUE;
+}
+
+inline void CString::Release() {
+    CStringData* const pData = GetData();
+    if (pData == _atltmpDataNil) {
+        return;
+    }
+    VEXStringAssert(VEXLoadField(pData->nRefs) != 0, "GetData()->nRefs != 0", 1526, "void CString::Release()");
+    VEXReleaseBlock(pData);
+    Init();
+}
+
+inline void CString::Release(CStringData* pData) {
+    if (pData != nullptr && pData != _atltmpDataNil) {
+        VEXReleaseBlock(pData);
+    }
+}
+
+// Unlike Release it asserts no count, and unlike CStringA's destructor it leaves m_pchData alone.
+inline CString::~CString() {
+    CStringData* const pData = GetData();
+    if (pData != _atltmpDataNil && VEXReleaseBlock(pData)) {
+        StampEmptyBlock();
+    }
+}
+
+inline void CString::CopyBeforeWrite() {
+    Ops::MakePrivate(*this);
+    VEXStringAssert(!Ops::IsShared(*this), "GetData()->nRefs <= 1", 1508, "void CString::CopyBeforeWrite()");
+}
+
+inline BOOL CString::AllocBeforeWrite(int nLen) {
+    if (Ops::IsShared(*this) || nLen > GetAllocLength()) {
+        Release();
+        AllocBuffer(nLen);
+    }
+    VEXStringAssert(!Ops::IsShared(*this), "GetData()->nRefs <= 1", 1518, "BOOL CString::AllocBeforeWrite(int)");
+    return TRUE;
+}
+
+inline void CString::ReleaseBuffer(int nNewLength) {
+    CopyBeforeWrite();
+    const int nLength = nNewLength < 0 ? lstrlenW(m_pchData) : nNewLength;
+    VEXStringAssert(nLength <= GetAllocLength(), "nNewLength <= GetData()->nAllocLength", 347,
+                    "void CString::ReleaseBuffer(int)");
+    Ops::SetLength(*this, nLength);
+}
+
+inline void CString::AllocCopy(CString& dest, int nCopyLen, int nCopyIndex, int nExtraLen) const {
+    Ops::AllocCopy(*this, dest, nCopyLen, nCopyIndex, nExtraLen);
+}
+
+inline void CString::ConcatCopy(int nSrc1Len, LPCTSTR lpszSrc1Data, int nSrc2Len, LPCTSTR lpszSrc2Data) {
+    Ops::ConcatCopy(*this, nSrc1Len, lpszSrc1Data, nSrc2Len, lpszSrc2Data);
+}
+
+inline LPTSTR CString::GetBuffer() {
+    CopyBeforeWrite();
+    return m_pchData;
+}
+
+inline LPTSTR CString::GetBuffer(int nMinBufLength) {
+    return Ops::GetBuffer(*this, nMinBufLength);
+}
+
+// ---- CString: conversion ----
+
+inline int CString::tchar_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count) {
+    // One more than the room is announced, as opposed to CStringA::char_wcstombsz.
+    const int nResult = MultiByteToWideChar(CP_ACP, 0, mbstr, -1, wcstr, static_cast<int>(count + 1));
+    VEXStringAssert(wcstr == nullptr || nResult <= static_cast<int>(count), "wcstr == NULL || result <= (int)count",
+                    1664, "static int CString::tchar_mbstowcsz(wchar_t*, const char*, size_t)");
+    if (wcstr != nullptr && nResult > 0) {
+        // A toolkit that counts the terminator reports count for a full buffer; there is no character behind it.
+        const size_t nEnd = static_cast<size_t>(nResult);
+        wcstr[nEnd < count ? nEnd : count - 1] = 0;
+    }
+    return nResult;
+}
+
+inline int CString::tchar_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count) {
+    return CStringA::char_wcstombsz(mbstr, wcstr, count);
+}
+
+inline CString::CString(LPCSTR lpsz) {
+    Init();
+    if (lpsz == nullptr || *lpsz == 0) {
+        return;
+    }
+    const int nLen = static_cast<int>(std::mbstowcs(nullptr, lpsz, 0));
+    if (nLen <= 0) {
+        return;
+    }
+    AllocBuffer(nLen);
+    tchar_mbstowcsz(m_pchData, lpsz, static_cast<size_t>(nLen) + 1);
+    ReleaseBuffer(-1);
+}
+
+// ---- CString: the rest ----
+
+inline CString::CString(const CString& strSrc) {
+    Init();
+    *this = strSrc;
+}
+
+inline CString::CString(TCHAR ch, int nLength) {
+    Init();
+    if (nLength > 0) {
+        AllocBuffer(nLength);
+        std::wmemset(m_pchData, ch, static_cast<size_t>(nLength));
+    }
+}
+
+inline CString::CString(LPCTSTR lpsz) {
+    Init();
+    *this = lpsz;
+}
+
+inline CString::CString(LPCTSTR lpch, int nLength) {
+    Init();
+    AssignCopy(nLength, lpch);
+}
+
+inline CString::CString(const unsigned char* lpsz) : CString(reinterpret_cast<LPCSTR>(lpsz)) {}
+
+inline CString::CString(LPCSTR lpch, int nLength) : CString(std::string(CVEXText<char>::Of(lpch, nLength)).c_str()) {}
+
+inline CString& CString::operator=(const CString& strSrc) {
+    Ops::Share(*this, strSrc, m_pchData);
+    return *this;
+}
+
+inline CString& CString::operator=(LPCTSTR lpsz) {
+    AssignCopy(SafeStrlen(lpsz), lpsz);
+    return *this;
+}
+
+inline CString& CString::operator=(TCHAR ch) {
+    AssignCopy(1, &ch);
+    return *this;
+}
+
+inline CString& CString::operator=(char ch) {
+    return *this = CString(&ch, 1);
+}
+
+inline CString& CString::operator+=(char ch) {
+    return *this += CString(&ch, 1);
+}
+
+inline CString& CString::operator+=(const CString& strSrc) {
+    ConcatInPlace(strSrc.GetLength(), strSrc.m_pchData);
+    return *this;
+}
+
+inline CString& CString::operator+=(TCHAR ch) {
+    ConcatInPlace(1, &ch);
+    return *this;
+}
+
+inline CString& CString::operator+=(LPCTSTR lpsz) {
+    ConcatInPlace(SafeStrlen(lpsz), lpsz);
+    return *this;
+}
+
+inline void CString::Append(LPCTSTR lpch, DWORD dwLength) {
+    ConcatInPlace(CVEXText<TCHAR>::Length(dwLength), lpch);
+}
+
+inline void CString::Append(const char* lpch, DWORD dwLength) {
+    *this += CString(lpch, CVEXText<char>::Length(dwLength));
+}
+
+inline void CString::Append(int nValue) {
+    *this += std::to_wstring(nValue).c_str();
+}
+
+inline CString CString::Mid(int nFirst, int nCount) const {
+    return Ops::Part(*this, CVEXText<TCHAR>::Mid(Ops::Of(*this), nFirst, nCount));
+}
+
+inline CString CString::Right(int nCount) const {
+    return Ops::Part(*this, CVEXText<TCHAR>::Right(Ops::Of(*this), nCount));
+}
+
+inline int CString::Find(LPCTSTR lpszSub, int nStart) const {
+    return CVEXText<TCHAR>::Find(Ops::Of(*this), CVEXText<TCHAR>::Of(lpszSub), nStart);
+}
+
+inline void CString::Format(LPCTSTR lpszFormat, ...) {
+    va_list args;
+    va_start(args, lpszFormat);
+    FormatV(lpszFormat, args);
+    va_end(args);
+}
+
+inline void CString::FormatV(LPCTSTR lpszFormat, va_list args) {
+    TCHAR* pszPrinted = nullptr;
+    const int nLength = VEXAllocPrint(&pszPrinted, lpszFormat, args);
+    Ops::AssignPrinted(*this, pszPrinted, nLength);
+}
+
+inline BSTR CString::AllocSysString() const {
+    const DWORD cbText = (static_cast<DWORD>(GetLength()) + 1) * sizeof(TCHAR);
+    const BSTR pszCopy = static_cast<BSTR>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cbText));
+    if (pszCopy != nullptr) {
+        memcpy_x(pszCopy, cbText, m_pchData, cbText);
+    }
+    return pszCopy;
+}
+
+inline BOOL CString::_LoadString(UINT) {
+    Empty();
+    return FALSE;
+}
+
+inline const CString& CString::_GetEmptyString() {
+    static const CString strEmpty;
+    return strEmpty;
+}
+
+// ---- CStringA: blocks ----
+
+inline CstringDataA* CStringA::GetData() const {
+    VEXStringAssert(m_pchData != nullptr, "m_pchData != NULL", 2971, "CstringDataA* CStringA::GetData() const");
+    return reinterpret_cast<CstringDataA*>(m_pchData) - 1;
+}
+
+// Stamps in another order than CString, and reaches the header through GetData.
+inline void CStringA::Init() {
+    m_pchData = _atltmpPchNilA;
+    VEXStampField(*_atltmpPchNilA, '\0');
+    VEXStampField(GetData()->nRefs, -1L);
+    VEXStampField(GetData()->nAllocLength, 0);
+    VEXStampField(GetData()->nDataLength, 0);
+}
+
+inline BOOL CStringA::AllocBuffer(int nLen) {
+    VEXStringAssert(nLen >= 0, "nLen >= 0", 3019, "BOOL CStringA::AllocBuffer(int)");
+    VEXStringAssert(nLen <= INT_MAX - 1, "nLen <= INT_MAX - 1", 3020, "BOOL CStringA::AllocBuffer(int)");
+    if (nLen == 0) {
+        Release();
+        Init();
+        return TRUE;
+    }
+    m_pchData = VEXNewBlock<CstringDataA, char>(nLen)->data();
+    return TRUE;
+}
+
+inline void CStringA::Release() {
+    CstringDataA* const pData = GetData();
+    if (pData == _atltmpDataNilA) {
+        return;
+    }
+    VEXStringAssert(VEXLoadField(pData->nRefs) != 0, "GetData()->nRefs != 0", 3159, "void CStringA::Release()");
+    VEXReleaseBlock(pData);
+    Init();
+}
+
+inline void CStringA::Release(CstringDataA* pData) {
+    if (pData != nullptr && pData != _atltmpDataNilA) {
+        VEXReleaseBlock(pData);
+    }
+}
+
+// Unlike Release it asserts no count; unlike CString's destructor it points a string that freed its block at the empty
+// one.
+inline CStringA::~CStringA() {
+    CstringDataA* const pData = GetData();
+    if (pData != _atltmpDataNilA && VEXReleaseBlock(pData)) {
+        Init();
+    }
+}
+
+inline void CStringA::CopyBeforeWrite() {
+    Ops::MakePrivate(*this);
+    VEXStringAssert(!Ops::IsShared(*this), "GetData()->nRefs <= 1", 3141, "void CStringA::CopyBeforeWrite()");
+}
+
+// Unlike CString's it returns at once when the block can be kept; the result is the same.
+inline BOOL CStringA::AllocBeforeWrite(int nLen) {
+    if (!Ops::IsShared(*this) && GetAllocLength() >= nLen) {
+        return TRUE;
+    }
+    Release();
+    AllocBuffer(nLen);
+    VEXStringAssert(!Ops::IsShared(*this), "GetData()->nRefs <= 1", 3151, "BOOL CStringA::AllocBeforeWrite(int)");
+    return TRUE;
+}
+
+inline void CStringA::ReleaseBuffer(int nNewLength) {
+    CopyBeforeWrite();
+    const int nLength = nNewLength < 0 ? SafeStrlen(m_pchData) : nNewLength;
+    VEXStringAssert(nLength <= GetAllocLength(), "nNewLength <= GetData()->nAllocLength", 2115,
+                    "void CStringA::ReleaseBuffer(int)");
+    Ops::SetLength(*this, nLength);
+}
+
+inline void CStringA::AllocCopy(CStringA& dest, int nCopyLen, int nCopyIndex, int nExtraLen) const {
+    Ops::AllocCopy(*this, dest, nCopyLen, nCopyIndex, nExtraLen);
+}
+
+inline void CStringA::ConcatCopy(int nSrc1Len, LPCSTR lpszSrc1Data, int nSrc2Len, LPCSTR lpszSrc2Data) {
+    Ops::ConcatCopy(*this, nSrc1Len, lpszSrc1Data, nSrc2Len, lpszSrc2Data);
+}
+
+inline LPSTR CStringA::GetBuffer() {
+    CopyBeforeWrite();
+    return m_pchData;
+}
+
+inline LPSTR CStringA::GetBuffer(int nMinBufLength) {
+    return Ops::GetBuffer(*this, nMinBufLength);
+}
+
+// ---- CStringA: conversion ----
+
+inline int CStringA::char_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count) {
+    // Exactly the room is announced, as opposed to CString::tchar_mbstowcsz.
+    const int nResult = WideCharToMultiByte(CP_ACP, 0, wcstr, -1, mbstr, static_cast<int>(count), nullptr, nullptr);
+    VEXStringAssert(mbstr == nullptr || nResult <= static_cast<int>(count), "mbstr == NULL || result <= (int)count",
+                    3281, "static int CStringA::char_wcstombsz(char*, const wchar_t*, size_t)");
+    if (mbstr != nullptr && nResult > 0) {
+        mbstr[nResult] = 0;
+    }
+    return nResult;
+}
+
+inline int CStringA::char_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count) {
+    return CString::tchar_mbstowcsz(wcstr, mbstr, count);
+}
+
+inline CStringA::CStringA(LPCWSTR lpsz) {
+    Init();
+    if (lpsz == nullptr || std::wcslen(lpsz) == 0) {
+        return;
+    }
+    const int nLen = static_cast<int>(std::wcstombs(nullptr, lpsz, 0));
+    if (nLen <= 0) {
+        Init();
+        return;
+    }
+    AllocBuffer(nLen);
+    char_wcstombsz(m_pchData, lpsz, static_cast<size_t>(nLen));
+    ReleaseBuffer(-1);
+}
+
+// ---- CStringA: the rest ----
+
+inline CStringA::CStringA(const CStringA& strSrc) {
+    Init();
+    *this = strSrc;
+}
+
+inline CStringA::CStringA(char ch, int nLength) {
+    Init();
+    if (nLength > 0) {
+        AllocBuffer(nLength);
+        std::memset(m_pchData, ch, static_cast<size_t>(nLength));
+    }
+}
+
+inline CStringA::CStringA(LPCSTR lpsz) {
+    Init();
+    *this = lpsz;
+}
+
+inline CStringA::CStringA(LPCSTR lpch, int nLength) {
+    Init();
+    AssignCopy(nLength, lpch);
+}
+
+inline CStringA::CStringA(const unsigned char* lpsz) : CStringA(reinterpret_cast<LPCSTR>(lpsz)) {}
+
+inline CStringA::CStringA(LPCWSTR lpch, int nLength)
+    : CStringA(std::wstring(CVEXText<wchar_t>::Of(lpch, nLength)).c_str()) {}
+
+inline CStringA& CStringA::operator=(const CStringA& strSrc) {
+    Ops::Share(*this, strSrc, m_pchData);
+    return *this;
+}
+
+inline CStringA& CStringA::operator=(char ch) {
+    AssignCopy(1, &ch);
+    return *this;
+}
+
+inline CStringA& CStringA::operator=(LPCSTR lpsz) {
+    AssignCopy(SafeStrlen(lpsz), lpsz);
+    return *this;
+}
+
+inline CStringA& CStringA::operator+=(const CStringA& strSrc) {
+    ConcatInPlace(strSrc.GetLength(), strSrc.m_pchData);
+    return *this;
+}
+
+inline CStringA& CStringA::operator+=(char ch) {
+    ConcatInPlace(1, &ch);
+    return *this;
+}
+
+inline CStringA& CStringA::operator+=(LPCSTR lpsz) {
+    ConcatInPlace(SafeStrlen(lpsz), lpsz);
+    return *this;
+}
+
+inline void CStringA::Append(const char* lpch, DWORD dwLength) {
+    ConcatInPlace(CVEXText<char>::Length(dwLength), lpch);
+}
+
+inline void CStringA::Append(int nValue) {
+    *this += std::to_string(nValue).c_str();
+}
+
+inline LPCSTR CStringA::CharNext(LPCSTR lpsz) {
+    if (lpsz == nullptr || *lpsz == 0) {
+        return lpsz;
+    }
+    std::mbstate_t state = {};
+    const size_t nBytes = std::mbrlen(lpsz, std::strlen(lpsz), &state);
+    constexpr size_t nIncomplete = static_cast<size_t>(-2);
+    return lpsz + (nBytes < nIncomplete ? nBytes : 1);
+}
+
+inline CStringA CStringA::Mid(int nFirst, int nCount) const {
+    return Ops::Part(*this, CVEXText<char>::Mid(Ops::Of(*this), nFirst, nCount));
+}
+
+inline CStringA CStringA::Right(int nCount) const {
+    return Ops::Part(*this, CVEXText<char>::Right(Ops::Of(*this), nCount));
+}
+
+inline int CStringA::Find(LPCSTR lpszSub, int nStart) const {
+    return CVEXText<char>::Find(Ops::Of(*this), CVEXText<char>::Of(lpszSub), nStart);
+}
+
+inline void CStringA::Format(LPCSTR lpszFormat, ...) {
+    va_list args;
+    va_start(args, lpszFormat);
+    FormatV(lpszFormat, args);
+    va_end(args);
+}
+
+inline void CStringA::FormatV(LPCSTR lpszFormat, va_list args) {
+    char* pszPrinted = nullptr;
+    const int nLength = VEXAllocPrint(&pszPrinted, lpszFormat, args);
+    Ops::AssignPrinted(*this, pszPrinted, nLength);
+}
+
+inline BSTR CStringA::AllocSysString() const {
+    return CString(m_pchData).AllocSysString();
+}
+
+inline BOOL CStringA::_LoadString(UINT) {
+    Empty();
+    return FALSE;
+}
+
+inline const CStringA& CStringA::_GetEmptyString() {
+    static const CStringA strEmpty;
+    return strEmpty;
+}

@@ -1,0 +1,136 @@
+// Route messages: the records that cross the IPC client's socket, and the rules for building and checking them.
+//
+// A connection starts with a 5-byte RegClient, answered by one status byte. Then come messages: a 34-byte
+// RouteMessageHeader and its MessageLen payload bytes, nothing between and nothing behind. Integers are in host byte
+// order.
+//
+// The records are packed: copy a field into a variable, never take its address.
+#pragma once
+
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include "SmartBuffer.h"
+#include "VEXType.h"
+
+#pragma pack(push, 1)
+
+// The address of one endpoint.
+struct RegClient {
+    USHORT SessionID;
+    USHORT ObjID;
+    BOOLEAN WithCallBack;  // 0 or 1
+};
+
+struct RouteMessageHeader {
+    RegClient Source;
+    RegClient Destination;
+    DWORD SequenceNum;
+    DWORD Paramter;  // flag bits
+    DWORD MessageLen;
+};
+
+#pragma pack(pop)
+
+// A message in memory; the buffer owns the payload.
+struct RouteMessage {
+    RouteMessageHeader Header;
+    CSmartBuffer Buffer;
+};
+
+static_assert(std::is_trivially_copyable_v<RegClient> && sizeof(RegClient) == 5 && alignof(RegClient) == 1);
+static_assert(offsetof(RegClient, SessionID) == 0 && offsetof(RegClient, ObjID) == 2);
+static_assert(offsetof(RegClient, WithCallBack) == 4);
+static_assert(std::is_trivially_copyable_v<RouteMessageHeader> && sizeof(RouteMessageHeader) == 34);
+static_assert(alignof(RouteMessageHeader) == 1);
+static_assert(offsetof(RouteMessageHeader, Source) == 0 && offsetof(RouteMessageHeader, Destination) == 5);
+static_assert(offsetof(RouteMessageHeader, SequenceNum) == 10 && offsetof(RouteMessageHeader, Paramter) == 18);
+static_assert(offsetof(RouteMessageHeader, MessageLen) == 26);
+
+// Flag of Paramter: the message is a request, to be answered with a reply message. The other bits travel unchanged.
+inline constexpr DWORD MSG_ISREQUESTPACK = 0x4;
+
+// The rules, free of sockets. Any thread.
+class CRouteRules {
+public:
+    // The status byte that lets a client in, and the value it has when the server closes without sending one.
+    static constexpr BYTE REGISTER_ACCEPTED = 0;
+
+    // The TCP port of a destination, uncut: a log shows it so. SocketPort is what goes into a socket address.
+    static constexpr int ServerPort(USHORT usSessionID, USHORT usObjID) { return 8665 + usSessionID + usObjID; }
+    static constexpr USHORT SocketPort(int nPort) { return static_cast<USHORT>(nPort); }
+
+    // Service objects keep their connection open for requests from the server.
+    static constexpr BOOL IsServiceObject(USHORT usObjID) {
+        switch (usObjID) {
+            case 2003:
+            case 2004:
+            case 2005:
+            case 2006:
+            case 4003:
+            case 6115:
+            case 6116:
+            case 22000:
+            case 32001:
+            case 42002:
+                return TRUE;
+            default:
+                return FALSE;
+        }
+    }
+
+    // What a client sends right after connecting: a service object's own session, else its descriptor as the session.
+    static RegClient BuildRegistration(const RegClient& owner, SOCKET socket) {
+        RegClient registration = owner;
+        if (!IsServiceObject(owner.ObjID)) {
+            registration.SessionID = static_cast<USHORT>(socket);
+        }
+        return registration;
+    }
+
+    // dwSequenceNum: the tick count. dwMessageLen: bytes of payload. The source's session is the descriptor, whatever
+    // the object.
+    static RouteMessageHeader BuildRequestHeader(const RegClient& owner, SOCKET socket, USHORT usDstSessionID,
+                                                 USHORT usDstObjID, DWORD dwSequenceNum, DWORD dwMessageLen) {
+        RouteMessageHeader header = {};
+        header.Source = owner;
+        header.Source.SessionID = static_cast<USHORT>(socket);
+        header.Destination.SessionID = usDstSessionID;
+        header.Destination.ObjID = usDstObjID;
+        header.SequenceNum = dwSequenceNum;
+        header.Paramter = MSG_ISREQUESTPACK;
+        header.MessageLen = dwMessageLen;
+        return header;
+    }
+
+    static RouteMessageHeader BuildReplyHeader(const RouteMessageHeader& request, DWORD dwMessageLen) {
+        RouteMessageHeader header = {};
+        header.Source = request.Destination;
+        header.Destination = request.Source;
+        header.SequenceNum = request.SequenceNum + 1;
+        header.Paramter = request.Paramter & ~MSG_ISREQUESTPACK;
+        header.MessageLen = dwMessageLen;
+        return header;
+    }
+
+    // Whether a reply answers the request. Its destination and the callback bytes do not matter.
+    static BOOL checkPipeRspHeader(const RouteMessageHeader& reply, const RouteMessageHeader& request) {
+        const DWORD dwExpectedNum = request.SequenceNum + 1;
+        return IsUsable(reply) && reply.Source.ObjID == request.Destination.ObjID &&
+               reply.Source.SessionID == request.Destination.SessionID && reply.SequenceNum == dwExpectedNum;
+    }
+
+    // Whether an incoming message is for the client to handle: addressed to a service object, or sent by object 2001.
+    static BOOL checkPipeRequestHeader(const RouteMessageHeader& header) {
+        constexpr USHORT usPrivilegedSource = 2001;
+        return (IsServiceObject(header.Destination.ObjID) || header.Source.ObjID == usPrivilegedSource) &&
+               IsUsable(header);
+    }
+
+private:
+    static BOOL IsUsable(const RouteMessageHeader& header) {
+        constexpr DWORD dwKnownFlags = 0xF;
+        return header.Paramter <= dwKnownFlags && header.MessageLen != 0;
+    }
+};
