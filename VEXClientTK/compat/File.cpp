@@ -1,0 +1,171 @@
+// Files behind handles that are numbers.
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+
+#include "HandleTable.h"
+#include "compat/LastError.h"
+#include "compat/RegularFile.h"
+
+namespace vextk {
+namespace {
+
+using Files = HandleTable<RegularFile>;
+
+// Never destroyed: the log writer's thread may still be in it while the exit handlers run.
+Files& OpenFiles() {
+    constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
+    static Files& s_files = *new Files(kFirstHandle);
+    return s_files;
+}
+
+BOOL Fail(DWORD dwError) {
+    SetLastErrorNumber(dwError);
+    return FALSE;
+}
+
+// A successful call leaves the last error alone.
+BOOL ResultOf(DWORD dwError) {
+    return dwError == ERROR_SUCCESS ? TRUE : Fail(dwError);
+}
+
+// operation(file) returns the reason of its failure or ERROR_SUCCESS. The file lives until it has returned, also when
+// another thread closes the handle meanwhile.
+template <typename Operation>
+BOOL CallFile(HANDLE hFile, Operation operation) {
+    const std::shared_ptr<RegularFile> file = OpenFiles().Find(hFile);
+    return ResultOf(file ? operation(*file) : ERROR_INVALID_HANDLE);
+}
+
+template <typename Operation>
+BOOL TransferBytes(HANDLE hFile, LPCVOID lpBuffer, DWORD cbBuffer, DWORD* pcbDone, Operation operation) {
+    if (pcbDone != nullptr) {
+        *pcbDone = 0;
+    }
+    return CallFile(hFile, [=](RegularFile& file) -> DWORD {
+        if (pcbDone == nullptr || (lpBuffer == nullptr && cbBuffer != 0)) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        const RegularFile::Transfer transfer = operation(file);
+        *pcbDone = transfer.cb;
+        return ErrorFromErrno(transfer.nErrno);
+    });
+}
+
+struct Opened {
+    FileDescriptor descriptor;  // not open: failure
+    DWORD dwError;
+};
+
+// An existing file is opened without O_CREAT, as a file of somebody else in a directory like /tmp may not be.
+Opened OpenOrCreate(const char* pszName) {
+    // O_NONBLOCK: a pipe or device of that name must not hold the caller up; it means nothing for regular files.
+    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
+    // Somebody else may create and remove the file between the two attempts, but hardly time and again.
+    constexpr int kMaxRounds = 100;
+    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
+        FileDescriptor existing(open(pszName, kFlags));
+        if (existing.IsOpen()) {
+            return {std::move(existing), ERROR_ALREADY_EXISTS};
+        }
+        if (errno == EINTR) {
+            continue;
+        }
+        if (errno != ENOENT) {
+            return {FileDescriptor(), ErrorFromErrno(errno)};
+        }
+        FileDescriptor created(open(pszName, kFlags | O_CREAT | O_EXCL, kOwnerOnly));
+        if (created.IsOpen()) {
+            return {std::move(created), ERROR_SUCCESS};
+        }
+        if (errno != EEXIST && errno != EINTR) {
+            return {FileDescriptor(), errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno)};
+        }
+    }
+    return {FileDescriptor(), ERROR_SHARING_VIOLATION};
+}
+
+HANDLE FailToOpen(DWORD dwError) {
+    SetLastErrorNumber(dwError);
+    return INVALID_HANDLE_VALUE;
+}
+
+}  // namespace
+}  // namespace vextk
+
+using namespace vextk;
+
+HANDLE VexCreateFile(LPCSTR lpFileName) {
+    if (lpFileName == nullptr) {
+        return FailToOpen(ERROR_INVALID_PARAMETER);
+    }
+    try {
+        Opened opened = OpenOrCreate(lpFileName);
+        if (!opened.descriptor.IsOpen()) {
+            return FailToOpen(opened.dwError);
+        }
+        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor));
+        off_t cbSize = 0;
+        const int nErrno = opened.dwError == ERROR_ALREADY_EXISTS ? file->GetSize(cbSize) : 0;
+        if (nErrno != 0) {
+            return FailToOpen(ErrorFromErrno(nErrno));
+        }
+        const HANDLE hFile = OpenFiles().Add(std::move(file));
+        SetLastErrorNumber(opened.dwError);
+        return hFile;
+    } catch (const std::bad_alloc&) {
+        return FailToOpen(ERROR_NOT_ENOUGH_MEMORY);
+    }
+}
+
+BOOL CloseHandle(HANDLE hObject) {
+    return OpenFiles().Remove(hObject) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+}
+
+BOOL ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead, LPVOID) {
+    return TransferBytes(hFile, lpBuffer, nNumberOfBytesToRead, lpNumberOfBytesRead,
+                         [=](RegularFile& file) { return file.Read(lpBuffer, nNumberOfBytesToRead); });
+}
+
+BOOL WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten, LPVOID) {
+    return TransferBytes(hFile, lpBuffer, nNumberOfBytesToWrite, lpNumberOfBytesWritten,
+                         [=](RegularFile& file) { return file.Write(lpBuffer, nNumberOfBytesToWrite); });
+}
+
+BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, LONGLONG*, DWORD) {
+    return CallFile(hFile, [=](RegularFile& file) -> DWORD {
+        const auto nPosition = static_cast<off_t>(liDistanceToMove.LowPart);
+        if (nPosition < 0) {
+            return ERROR_NEGATIVE_SEEK;
+        }
+        file.SeekTo(nPosition);
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize) {
+    return CallFile(hFile, [=](RegularFile& file) -> DWORD {
+        if (lpFileSize == nullptr) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        off_t cbSize = 0;
+        const int nErrno = file.GetSize(cbSize);
+        if (nErrno == 0) {
+            *lpFileSize = cbSize;
+        }
+        return ErrorFromErrno(nErrno);
+    });
+}
+
+BOOL FlushFileBuffers(HANDLE hFile) {
+    // Nothing is kept on this side of the kernel. Forcing the disk would cost every log line an fsync.
+    return CallFile(hFile, [](RegularFile&) { return ERROR_SUCCESS; });
+}
+
+BOOL SetEndOfFile(HANDLE hFile) {
+    return CallFile(hFile, [](RegularFile& file) { return ErrorFromErrno(file.EndAtPosition()); });
+}

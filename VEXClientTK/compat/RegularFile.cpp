@@ -1,0 +1,81 @@
+#include "compat/RegularFile.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace vextk {
+namespace {
+
+// step(cbDone) transfers what comes after cbDone bytes and returns like read and write.
+template <typename Step>
+RegularFile::Transfer TransferAll(std::size_t cb, Step step) {
+    RegularFile::Transfer transfer;
+    while (transfer.cb < cb) {
+        const ssize_t nResult = step(transfer.cb);
+        if (nResult > 0) {
+            transfer.cb += static_cast<std::size_t>(nResult);
+        } else if (nResult == 0) {
+            break;
+        } else if (errno != EINTR) {
+            transfer.nErrno = errno;
+            break;
+        }
+    }
+    return transfer;
+}
+
+}  // namespace
+
+RegularFile::Transfer RegularFile::Read(void* pBuffer, std::size_t cbBuffer) {
+    const std::lock_guard lock(m_mutex);
+    const Transfer transfer = TransferAll(cbBuffer, [&](std::size_t cbDone) {
+        return pread(m_descriptor.Get(), static_cast<char*>(pBuffer) + cbDone, cbBuffer - cbDone,
+                     m_nPosition + static_cast<off_t>(cbDone));
+    });
+    m_nPosition += static_cast<off_t>(transfer.cb);
+    return transfer;
+}
+
+RegularFile::Transfer RegularFile::Write(const void* pData, std::size_t cbData) {
+    const std::lock_guard lock(m_mutex);
+    Transfer transfer = TransferAll(cbData, [&](std::size_t cbDone) {
+        return pwrite(m_descriptor.Get(), static_cast<const char*>(pData) + cbDone, cbData - cbDone,
+                      m_nPosition + static_cast<off_t>(cbDone));
+    });
+    m_nPosition += static_cast<off_t>(transfer.cb);
+    if (transfer.cb < cbData && transfer.nErrno == 0) {
+        transfer.nErrno = EIO;
+    }
+    return transfer;
+}
+
+void RegularFile::SeekTo(off_t nPosition) {
+    const std::lock_guard lock(m_mutex);
+    m_nPosition = nPosition;
+}
+
+int RegularFile::EndAtPosition() {
+    const std::lock_guard lock(m_mutex);
+    while (ftruncate(m_descriptor.Get(), m_nPosition) != 0) {
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+int RegularFile::GetSize(off_t& cbSize) const {
+    struct stat status {};
+    if (fstat(m_descriptor.Get(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return EACCES;
+    }
+    cbSize = status.st_size;
+    return 0;
+}
+
+}  // namespace vextk

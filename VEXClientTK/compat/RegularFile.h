@@ -1,0 +1,42 @@
+// A regular file with a position of its own. Results called errno are errno values, 0 for success.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <mutex>
+
+#include "FileDescriptor.h"
+
+namespace vextk {
+
+// Any thread may call any member; calls that use the position run one after the other.
+class RegularFile {
+public:
+    explicit RegularFile(FileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
+
+    // The bytes that were transferred before the end of the file or an error.
+    struct Transfer {
+        std::size_t cb = 0;
+        int nErrno = 0;
+    };
+
+    // At the position, which moves on. They go on after a signal and after a short count.
+    Transfer Read(void* pBuffer, std::size_t cbBuffer);
+    Transfer Write(const void* pData, std::size_t cbData);
+
+    void SeekTo(off_t nPosition);
+
+    // Cuts the file, or extends it with zeroes, to the position. Returns errno.
+    int EndAtPosition();
+
+    // Returns errno; EACCES for anything but a regular file.
+    int GetSize(off_t& cbSize) const;
+
+private:
+    FileDescriptor m_descriptor;
+    std::mutex m_mutex;
+    off_t m_nPosition = 0;  // guarded by m_mutex
+};
+
+}  // namespace vextk

@@ -1,0 +1,26 @@
+// UTF-8 to UTF-32 and back, strictly: a text is well-formed as a whole or it is refused. Pure functions without
+// allocation; any thread.
+//
+// One addition for Java's modified UTF-8: a surrogate pair that is encoded as two three-byte sequences decodes to the
+// one character it stands for. A lone surrogate and an encoded zero (C0 80) are malformed as in plain UTF-8.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+namespace vextk {
+
+// The characters that the text decodes to. Nothing: it is malformed somewhere.
+std::optional<std::size_t> DecodedLength(std::string_view text) noexcept;
+
+// Writes the DecodedLength characters of a well-formed text.
+void DecodeUtf8(std::string_view text, wchar_t* pchOut) noexcept;
+
+// The bytes that the text encodes to. Nothing: it holds a surrogate or a value above U+10FFFF.
+std::optional<std::size_t> EncodedLength(std::wstring_view text) noexcept;
+
+// Writes the EncodedLength bytes of such a text.
+void EncodeUtf8(std::wstring_view text, char* pchOut) noexcept;
+
+}  // namespace vextk
