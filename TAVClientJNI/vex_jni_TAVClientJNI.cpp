@@ -1,1 +1,304 @@
+// The natives of the Java class vex.jni.TAVClientJNI and the three functions that carry values across the Java border.
+//
+// A native converts its arguments, calls the toolkit and converts the result back. It keeps nothing between calls,
+// takes no lock and throws no Java exception of its own; running out of memory leaves it as std::bad_alloc. The texts,
+// codes and call orders at the Java edge are kept exactly as callers know them, including where they look odd.
 #include "vex_jni_TAVClientJNI.h"
+
+#include <climits>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "VCTK.h"
+#include "VEXCompat.h"
+#include "VEXcstring.h"
+
+// A Java string from UTF-8; pat must not be null. Every step runs whether or not the one before succeeded; a failure
+// shows as a pending Java exception.
+jstring stoJstring(JNIEnv* env, const char* pat) {
+    const jclass strClass = env->FindClass("Ljava/lang/String;");
+    const jmethodID ctorID = env->GetMethodID(strClass, "<init>", "([BLjava/lang/String;)V");
+    const auto nLength = static_cast<jsize>(std::strlen(pat));
+    const jbyteArray bytes = env->NewByteArray(nLength);
+    env->SetByteArrayRegion(bytes, 0, nLength, reinterpret_cast<const jbyte*>(pat));
+    const jstring encoding = env->NewStringUTF("utf-8");
+    return static_cast<jstring>(env->NewObject(strClass, ctorID, bytes, encoding));
+}
+
+// The text of a Java string, decoded from its modified UTF-8 form as if that were UTF-8, up to the first zero
+// character. Empty for null and for whatever cannot be converted, for want of memory as well.
+std::wstring JstringToWindows(JNIEnv* jenv, jstring jstr) {
+    std::wstring strResult;
+    if (jstr == nullptr) {
+        return strResult;
+    }
+    const jsize lengthUTF8 = jenv->GetStringUTFLength(jstr);
+    jenv->GetStringLength(jstr);  // its result serves nothing; the calls made to the JVM are kept as they are known
+    jboolean jbIsCopy = JNI_FALSE;
+    const char* const pszUTF8 = jenv->GetStringUTFChars(jstr, &jbIsCopy);
+
+    // From here on the characters are released on success alone.
+    const int size = MultiByteToWideChar(CP_UTF8, 0, pszUTF8, lengthUTF8, nullptr, 0);
+    constexpr int nMaxSize = (INT_MAX - 4) / 4;  // beyond it iLen is no int, and no memory either
+    if (size < 1 || size > nMaxSize) {
+        return strResult;
+    }
+    // Room for four times the text, of which the text and the character behind it are cleared: iLen bytes.
+    const int iLen = size * 4 + 4;
+    try {
+        const auto pwszRetStr = std::make_unique_for_overwrite<wchar_t[]>(static_cast<size_t>(iLen));
+        std::memset(pwszRetStr.get(), 0, static_cast<size_t>(iLen));
+        if (MultiByteToWideChar(CP_UTF8, 0, pszUTF8, lengthUTF8, pwszRetStr.get(), iLen) > 0) {
+            jenv->ReleaseStringUTFChars(jstr, pszUTF8);
+            strResult = pwszRetStr.get();
+        }
+    } catch (const std::bad_alloc&) {
+        strResult.clear();
+    }
+    return strResult;
+}
+
+// A Java string of as many UTF-16 units as str has characters, read from the bytes of these 4-byte characters: "ab"
+// becomes 'a' and U+0000. Null for an empty str.
+jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
+    if (str.empty()) {
+        return nullptr;
+    }
+    std::vector<jchar> units(str.size());
+    std::memcpy(units.data(), str.data(), units.size() * sizeof(jchar));
+    return jenv->NewString(units.data(), static_cast<jsize>(str.size()));
+}
+
+namespace {
+
+HANDLE ToHandle(jlong handle) {
+    return reinterpret_cast<HANDLE>(handle);
+}
+
+// The status that Java sees; the toolkit's own code is not passed on.
+constexpr jlong kSuccess = 0;
+constexpr jlong kFailure = 1;
+
+jlong ToStatus(INT nResult) {
+    return nResult != 0 ? kFailure : kSuccess;
+}
+
+// A text of the toolkit: asked for its size, then fetched into a zeroed buffer of that size. Null on failure.
+// query: INT(char* pszBuffer, int* pnLength)
+template <typename Query>
+std::unique_ptr<char[]> FetchText(Query query) {
+    int nResultLen = 0;
+    if (query(nullptr, &nResultLen) != 0 || nResultLen <= 0) {
+        return nullptr;
+    }
+    auto pResult = std::make_unique<char[]>(static_cast<size_t>(nResultLen));
+    if (query(pResult.get(), &nResultLen) != 0) {
+        return nullptr;
+    }
+    return pResult;
+}
+
+// A signature of the Java text. Null on failure.
+// sign: INT(LPCSTR pszData); result: INT(HANDLE hObject, char* pszBuffer, int* pnLength)
+template <typename Sign, typename Result>
+std::unique_ptr<char[]> SignText(JNIEnv* jenv, jlong handle, jstring bstrValue, Sign sign, Result result) {
+    const std::wstring wstrValue = JstringToWindows(jenv, bstrValue);
+    if (wstrValue.empty() || handle == 0) {
+        return nullptr;
+    }
+    if (sign(CStringA(wstrValue.c_str())) != 0) {
+        return nullptr;
+    }
+    return FetchText([=](char* pszBuffer, int* pnLength) { return result(ToHandle(handle), pszBuffer, pnLength); });
+}
+
+// What a P1 or P7 signature's input is, as the toolkit wants to be told.
+constexpr int kBase64 = 1;
+constexpr int kPlainText = 0;
+
+std::unique_ptr<char[]> SignP1(JNIEnv* jenv, jlong handle, jstring bstrValue, int nInputForm) {
+    return SignText(
+        jenv, handle, bstrValue, [=](LPCSTR pszData) { return VCTK_P1Sign(ToHandle(handle), pszData, nInputForm); },
+        VCTK_GetP1SignResult);
+}
+
+// Of the two flags the toolkit gets the low 32 bits as they are.
+std::unique_ptr<char[]> SignP7(JNIEnv* jenv, jlong handle, jstring bstrValue, int nInputForm, jlong bDetach,
+                               jlong bIncludeCert) {
+    return SignText(
+        jenv, handle, bstrValue,
+        [=](LPCSTR pszData) {
+            return VCTK_P7Sign(ToHandle(handle), pszData, nInputForm, static_cast<int>(bDetach),
+                               static_cast<int>(bIncludeCert));
+        },
+        VCTK_GetP7SignResult);
+}
+
+// Narrow text to Java the wide way; see WindowsToJstring for what arrives.
+jstring NarrowToJstring(JNIEnv* jenv, LPCSTR psz) {
+    const CString strText(psz);
+    return WindowsToJstring(jenv, std::wstring(static_cast<LPCTSTR>(strText)));
+}
+
+}  // namespace
+
+// bstrAlgType is not looked at.
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Initialize(JNIEnv* jenv, jobject, jstring, jstring bstrAuxParam) {
+    const std::wstring wstrKeyInfo = JstringToWindows(jenv, bstrAuxParam);
+    if (wstrKeyInfo.empty()) {
+        return 0;
+    }
+    const HANDLE hVexObject = VCTK_Initialize(CStringA(wstrKeyInfo.c_str()));
+    if (hVexObject != nullptr) {
+        VCTK_CallQueueEnable(hVexObject, 0, 1);
+    }
+    return reinterpret_cast<jlong>(hVexObject);
+}
+
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_SetDigestAlg(JNIEnv* jenv, jobject, jlong handle,
+                                                               jstring bstrDigestAlg) {
+    const std::wstring wstrDigestAlg = JstringToWindows(jenv, bstrDigestAlg);
+    if (wstrDigestAlg.empty() || handle == 0) {
+        return kFailure;
+    }
+    const INT ret = VCTK_SetDigestAlg(ToHandle(handle), CStringA(wstrDigestAlg.c_str()));
+    return ToStatus(ret);
+}
+
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_SetChooseSingleCert(JNIEnv*, jobject, jlong handle, jint isChoose) {
+    if (handle == 0) {
+        return kFailure;
+    }
+    const INT ret = VCTK_SetChooseSingleCert(ToHandle(handle), isChoose);
+    return ToStatus(ret);
+}
+
+// A value that the process locale cannot encode reaches the toolkit as "".
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_AddFilter(JNIEnv* jenv, jobject, jlong handle, jlong ulType,
+                                                            jstring bstrValue) {
+    const std::wstring wstrValue = JstringToWindows(jenv, bstrValue);
+    if (wstrValue.empty()) {
+        return kFailure;
+    }
+    const CString strValue(wstrValue.c_str());
+    if (handle == 0) {
+        return kFailure;
+    }
+    const INT ret =
+        VCTK_AddFilter(ToHandle(handle), static_cast<ULONG>(ulType), CStringA(static_cast<LPCTSTR>(strValue)));
+    return ToStatus(ret);
+}
+
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_ClearFilter(JNIEnv*, jobject, jlong handle) {
+    if (handle == 0) {
+        return kFailure;
+    }
+    const INT ret = VCTK_ClearFilter(ToHandle(handle));
+    return ToStatus(ret);
+}
+
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1Sign(JNIEnv* jenv, jobject, jlong handle,
+                                                           jstring bstrValueBase64) {
+    const auto pResult = SignP1(jenv, handle, bstrValueBase64, kBase64);
+    if (!pResult) {
+        return nullptr;
+    }
+    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    return jstrSignData;
+}
+
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1SignString(JNIEnv* jenv, jobject, jlong handle,
+                                                                 jstring bstrValue) {
+    const auto pResult = SignP1(jenv, handle, bstrValue, kPlainText);
+    if (!pResult) {
+        return nullptr;
+    }
+    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    return jstrSignData;
+}
+
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7Sign(JNIEnv* jenv, jobject, jlong handle, jstring bstrValue,
+                                                           jlong bDetach, jlong bIncludeCert) {
+    const auto pResult = SignP7(jenv, handle, bstrValue, kBase64, bDetach, bIncludeCert);
+    if (!pResult) {
+        return nullptr;
+    }
+    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    return jstrSignData;
+}
+
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7SignString(JNIEnv* jenv, jobject, jlong handle, jstring bstrValue,
+                                                                 jlong bDetach, jlong bIncludeCert) {
+    const auto pResult = SignP7(jenv, handle, bstrValue, kPlainText, bDetach, bIncludeCert);
+    if (!pResult) {
+        return nullptr;
+    }
+    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    return jstrSignData;
+}
+
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Finalize(JNIEnv*, jobject, jlong handle) {
+    if (handle == 0) {
+        return kFailure;
+    }
+    const INT ret = VCTK_Finalize(ToHandle(handle));
+    return ToStatus(ret);
+}
+
+// The bridge's own version; neither the handle nor the toolkit is asked.
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignVersion(JNIEnv* jenv, jobject, jlong) {
+    const jstring jstrVersion = NarrowToJstring(jenv, "1.0.0.1");
+    return jstrVersion;
+}
+
+// Null even on success: the certificate is fetched, made a Java string and dropped.
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignCert(JNIEnv* jenv, jobject, jlong handle) {
+    if (handle == 0) {
+        return nullptr;
+    }
+    const auto pResult = FetchText(
+        [handle](char* pszBuffer, int* pnLength) { return VCTK_GetSignCert(ToHandle(handle), pszBuffer, pnLength); });
+    if (!pResult) {
+        return nullptr;
+    }
+    NarrowToJstring(jenv, pResult.get());
+    return nullptr;
+}
+
+// Handle 0 is passed on like any other.
+JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_GetLastError(JNIEnv*, jobject, jlong handle) {
+    const jlong jRetError = VCTK_GetLastError(ToHandle(handle));
+    return jRetError;
+}
+
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetLastErrorMessage(JNIEnv* jenv, jobject, jlong handle) {
+    if (handle == 0) {
+        return nullptr;
+    }
+    const auto pResult = FetchText([handle](char* pszBuffer, int* pnLength) {
+        return VCTK_GetLastErrorMessage(ToHandle(handle), pszBuffer, pnLength);
+    });
+    if (!pResult) {
+        return nullptr;
+    }
+    const jstring jstrMsg = stoJstring(jenv, pResult.get());
+    return jstrMsg;
+}
+
+JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jobject, jlong handle) {
+    if (handle == 0) {
+        return nullptr;
+    }
+    const auto pResult = FetchText([handle](char* pszBuffer, int* pnLength) {
+        return VCTK_GetCertList(ToHandle(handle), "\r\n", " ", pszBuffer, pnLength);
+    });
+    if (!pResult) {
+        return nullptr;
+    }
+    const jstring jstrCertList = stoJstring(jenv, pResult.get());
+    return jstrCertList;
+}

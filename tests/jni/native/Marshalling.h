@@ -1,0 +1,10 @@
+// The bridge's functions for values that cross the Java border; no header of the bridge declares them.
+#pragma once
+
+#include <jni.h>
+
+#include <string>
+
+jstring stoJstring(JNIEnv* env, const char* pat);
+std::wstring JstringToWindows(JNIEnv* jenv, jstring jstr);
+jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str);
