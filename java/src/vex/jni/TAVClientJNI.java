@@ -246,13 +246,14 @@ public class TAVClientJNI {
                 System.load(path);
             }
         } catch (UnsatisfiedLinkError e) {
+            String file = System.mapLibraryName(LIBRARY_NAME);
             String tried = path.isEmpty()
-                ? System.mapLibraryName(LIBRARY_NAME) + " in java.library.path (" + System.getProperty("java.library.path")
+                ? file + " in java.library.path (" + System.getProperty("java.library.path")
                     + "), since the system property " + LIBRARY_PROPERTY + " is not set"
                 : path + ", from the system property " + LIBRARY_PROPERTY;
-            UnsatisfiedLinkError error = new UnsatisfiedLinkError("The signing library cannot be loaded. Tried: " + tried
-                + ". Start Java with -D" + LIBRARY_PROPERTY + "=<full path of "
-                + System.mapLibraryName(LIBRARY_NAME) + ">. Reason given: " + e.getMessage());
+            UnsatisfiedLinkError error = new UnsatisfiedLinkError("The signing library cannot be loaded. Tried: "
+                + tried + ". Start Java with -D" + LIBRARY_PROPERTY + "=<full path of " + file + ">. Reason given: "
+                + e.getMessage());
             error.initCause(e);
             throw error;
         }

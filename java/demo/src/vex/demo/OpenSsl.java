@@ -71,7 +71,7 @@ class OpenSsl {
             String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
             int status = process.waitFor();
             if (status != 0) {
-                throw new DemoException("openssl refuses the signature (exit status " + status + "): " + output.strip());
+                throw new DemoException("openssl refuses the signature (status " + status + "): " + output.strip());
             }
         } catch (IOException e) {
             throw new DemoException("openssl cannot be run: " + e.getMessage());

@@ -119,7 +119,7 @@ public final class SigningDemo {
             throw new DemoException("No certificate of the store can sign: each is expired, lacks its private key or"
                 + " does not pass the filters.");
         }
-        System.out.println(records.size() == 1 ? "1 certificate can sign:" : records.size() + " certificates can sign:");
+        System.out.println(records.size() + (records.size() == 1 ? " certificate" : " certificates") + " can sign:");
         for (CertificateRecord record : records) {
             System.out.println("  " + record.describe());
         }
@@ -154,7 +154,7 @@ public final class SigningDemo {
         String fingerprint = HexFormat.of().withUpperCase().formatHex(digest);
         for (CertificateRecord record : records) {
             if (record.fingerprint().equalsIgnoreCase(fingerprint)) {
-                System.out.println("  signed with the " + record.keyAlgorithm() + " certificate of " + record.subject());
+                System.out.println("  signed by the " + record.keyAlgorithm() + " certificate of " + record.subject());
                 return certificate;
             }
         }
@@ -217,7 +217,7 @@ public final class SigningDemo {
             this.detached = detached;
             this.withCertificate = withCertificate;
             this.fileName = fileName;
-            description = (detached ? "detached" : "attached") + (withCertificate ? " with" : " without") + " certificate";
+            description = (detached ? "detached " : "attached ") + (withCertificate ? "with" : "without") + " certificate";
         }
     }
 }
