@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <system_error>
 
 #include "signing/DemoStore.h"
@@ -28,8 +27,7 @@ struct PinPrompt {
             return -1;
         }
         const std::string_view pin = prompt.pPin->View();
-        std::memcpy(pchBuffer, pin.data(), pin.size());
-        return static_cast<int>(pin.size());
+        return static_cast<int>(pin.copy(pchBuffer, pin.size()));
     }
 };
 
