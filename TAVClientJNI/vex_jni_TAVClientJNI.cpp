@@ -20,12 +20,13 @@
 // A Java string from UTF-8; pat must not be null. Every step runs whether or not the one before succeeded; a failure
 // shows as a pending Java exception.
 jstring stoJstring(JNIEnv* env, const char* pat) {
-    const jclass strClass = env->FindClass("Ljava/lang/String;");
-    const jmethodID ctorID = env->GetMethodID(strClass, "<init>", "([BLjava/lang/String;)V");
+    // As a signature would name it; JVMs take that for "java/lang/String".
+    jclass strClass = env->FindClass("Ljava/lang/String;");
+    jmethodID ctorID = env->GetMethodID(strClass, "<init>", "([BLjava/lang/String;)V");
     const auto nLength = static_cast<jsize>(std::strlen(pat));
-    const jbyteArray bytes = env->NewByteArray(nLength);
+    jbyteArray bytes = env->NewByteArray(nLength);
     env->SetByteArrayRegion(bytes, 0, nLength, reinterpret_cast<const jbyte*>(pat));
-    const jstring encoding = env->NewStringUTF("utf-8");
+    jstring encoding = env->NewStringUTF("utf-8");
     return static_cast<jstring>(env->NewObject(strClass, ctorID, bytes, encoding));
 }
 
@@ -76,7 +77,7 @@ jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
 namespace {
 
 HANDLE ToHandle(jlong handle) {
-    return reinterpret_cast<HANDLE>(handle);
+    return reinterpret_cast<HANDLE>(handle);  // NOLINT(performance-no-int-to-ptr): Java has no pointers
 }
 
 // The status that Java sees; the toolkit's own code is not passed on.
@@ -152,7 +153,7 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Initialize(JNIEnv* jenv, jobje
     if (wstrKeyInfo.empty()) {
         return 0;
     }
-    const HANDLE hVexObject = VCTK_Initialize(CStringA(wstrKeyInfo.c_str()));
+    HANDLE hVexObject = VCTK_Initialize(CStringA(wstrKeyInfo.c_str()));
     if (hVexObject != nullptr) {
         VCTK_CallQueueEnable(hVexObject, 0, 1);
     }
@@ -207,7 +208,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1Sign(JNIEnv* jenv, jobject
     if (!pResult) {
         return nullptr;
     }
-    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    jstring jstrSignData = stoJstring(jenv, pResult.get());
     return jstrSignData;
 }
 
@@ -217,7 +218,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1SignString(JNIEnv* jenv, j
     if (!pResult) {
         return nullptr;
     }
-    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    jstring jstrSignData = stoJstring(jenv, pResult.get());
     return jstrSignData;
 }
 
@@ -227,7 +228,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7Sign(JNIEnv* jenv, jobject
     if (!pResult) {
         return nullptr;
     }
-    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    jstring jstrSignData = stoJstring(jenv, pResult.get());
     return jstrSignData;
 }
 
@@ -237,7 +238,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7SignString(JNIEnv* jenv, j
     if (!pResult) {
         return nullptr;
     }
-    const jstring jstrSignData = stoJstring(jenv, pResult.get());
+    jstring jstrSignData = stoJstring(jenv, pResult.get());
     return jstrSignData;
 }
 
@@ -251,7 +252,7 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Finalize(JNIEnv*, jobject, jlo
 
 // The bridge's own version; neither the handle nor the toolkit is asked.
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignVersion(JNIEnv* jenv, jobject, jlong) {
-    const jstring jstrVersion = NarrowToJstring(jenv, "1.0.0.1");
+    jstring jstrVersion = NarrowToJstring(jenv, "1.0.0.1");
     return jstrVersion;
 }
 
@@ -285,7 +286,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetLastErrorMessage(JNIEnv* 
     if (!pResult) {
         return nullptr;
     }
-    const jstring jstrMsg = stoJstring(jenv, pResult.get());
+    jstring jstrMsg = stoJstring(jenv, pResult.get());
     return jstrMsg;
 }
 
@@ -299,6 +300,6 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jo
     if (!pResult) {
         return nullptr;
     }
-    const jstring jstrCertList = stoJstring(jenv, pResult.get());
+    jstring jstrCertList = stoJstring(jenv, pResult.get());
     return jstrCertList;
 }

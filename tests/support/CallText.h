@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-// A text in quotes; bytes outside printable ASCII as \r, \n or \xHH. Null for a null pointer.
+// A text in quotes; bytes outside printable ASCII as \r, \n or \xHH.
 inline std::string Quoted(std::string_view text) {
     std::string strQuoted = "\"";
     for (const char ch : text) {
@@ -25,6 +25,7 @@ inline std::string Quoted(std::string_view text) {
     return strQuoted + '"';
 }
 
+// null for a null pointer.
 inline std::string Quoted(const char* psz) {
     return psz == nullptr ? "null" : Quoted(std::string_view(psz));
 }
