@@ -1,0 +1,41 @@
+package vex.jni;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.security.cert.X509Certificate;
+import java.util.ArrayList;
+import java.util.List;
+
+/** The openssl command, working in a directory. */
+final class OpenSslCommand {
+    private final Path directory;
+
+    OpenSslCommand(Path directory) {
+        this.directory = directory;
+    }
+
+    Path write(String name, byte[] content) throws Exception {
+        return Files.write(directory.resolve(name), content);
+    }
+
+    Path writeCertificate(X509Certificate certificate) throws Exception {
+        return writePem("cert.pem", "CERTIFICATE", certificate.getEncoded());
+    }
+
+    Path writePem(String name, String label, byte[] der) throws Exception {
+        return write(name, TestStore.pem(label, der).getBytes(StandardCharsets.US_ASCII));
+    }
+
+    /** Fails the test with what openssl printed unless its exit status is 0. */
+    void run(String... arguments) throws Exception {
+        List<String> command = new ArrayList<>(List.of("openssl"));
+        command.addAll(List.of(arguments));
+        Process process = new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true).start();
+        process.getOutputStream().close();
+        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        assertEquals(0, process.waitFor(), () -> command + ": " + output);
+    }
+}

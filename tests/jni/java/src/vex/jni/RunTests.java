@@ -1,0 +1,100 @@
+package vex.jni;
+
+import static org.junit.platform.engine.discovery.DiscoverySelectors.selectClasspathRoots;
+
+import java.io.PrintWriter;
+import java.net.URISyntaxException;
+import java.nio.file.Path;
+import java.util.Map;
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+import org.junit.platform.engine.TestExecutionResult;
+import org.junit.platform.engine.discovery.ClassNameFilter;
+import org.junit.platform.launcher.Launcher;
+import org.junit.platform.launcher.LauncherDiscoveryRequest;
+import org.junit.platform.launcher.TagFilter;
+import org.junit.platform.launcher.TestExecutionListener;
+import org.junit.platform.launcher.TestIdentifier;
+import org.junit.platform.launcher.TestPlan;
+import org.junit.platform.launcher.core.LauncherDiscoveryRequestBuilder;
+import org.junit.platform.launcher.core.LauncherFactory;
+import org.junit.platform.launcher.listeners.SummaryGeneratingListener;
+import org.junit.platform.launcher.listeners.TestExecutionSummary;
+
+/**
+ * Runs the tests of a tag in this JVM. Everything is reported on standard error, so that standard output holds nothing
+ * but the JVM's own remarks. A test that was skipped or not found fails the run.
+ */
+public final class RunTests {
+    private static final long SLOW_MILLISECONDS = 1000;
+    private static final int STACK_LINES = 12;
+
+    private RunTests() {}
+
+    /**
+     * Ends the JVM with status 0 when every test of the tag passed.
+     *
+     * @param args the tag
+     * @throws URISyntaxException never, for a class that comes from a jar
+     */
+    public static void main(String[] args) throws URISyntaxException {
+        System.exit(run(args[0]) ? 0 : 1);
+    }
+
+    private static boolean run(String tag) throws URISyntaxException {
+        PrintWriter report = new PrintWriter(System.err, true);
+        report.println("Java " + System.getProperty("java.runtime.version") + " (" + System.getProperty("java.vendor")
+            + ") in " + System.getProperty("java.home") + ", locale encoding " + System.getProperty("native.encoding"));
+
+        LauncherDiscoveryRequest request = LauncherDiscoveryRequestBuilder.request()
+            .selectors(selectClasspathRoots(Set.of(ownJar())))
+            .filters(ClassNameFilter.includeClassNamePatterns(".*Test"), TagFilter.includeTags(tag))
+            .build();
+        Launcher launcher = LauncherFactory.create();
+        SummaryGeneratingListener summary = new SummaryGeneratingListener();
+        launcher.execute(request, summary, new SlowTestReporter(report));
+
+        TestExecutionSummary result = summary.getSummary();
+        result.printFailuresTo(report, STACK_LINES);
+        report.printf("%d tests of %s: %d passed, %d failed, %d skipped, %d aborted%n",
+            result.getTestsFoundCount(), tag, result.getTestsSucceededCount(), result.getTestsFailedCount(),
+            result.getTestsSkippedCount(), result.getTestsAbortedCount());
+        return result.getTestsFoundCount() > 0
+            && result.getTestsSucceededCount() == result.getTestsFoundCount()
+            && result.getTotalFailureCount() == 0;
+    }
+
+    private static Path ownJar() throws URISyntaxException {
+        return Path.of(RunTests.class.getProtectionDomain().getCodeSource().getLocation().toURI());
+    }
+
+    /** Names the tests that take long, so that a slow run can be explained. */
+    private static final class SlowTestReporter implements TestExecutionListener {
+        private final PrintWriter report;
+        private final Map<String, Long> started = new ConcurrentHashMap<>();
+        private TestPlan plan;
+
+        SlowTestReporter(PrintWriter report) {
+            this.report = report;
+        }
+
+        @Override
+        public void testPlanExecutionStarted(TestPlan testPlan) {
+            plan = testPlan;
+        }
+
+        @Override
+        public void executionStarted(TestIdentifier test) {
+            started.put(test.getUniqueId(), System.nanoTime());
+        }
+
+        @Override
+        public void executionFinished(TestIdentifier test, TestExecutionResult result) {
+            long milliseconds = (System.nanoTime() - started.get(test.getUniqueId())) / 1_000_000;
+            if (test.isTest() && milliseconds >= SLOW_MILLISECONDS) {
+                String parent = plan.getParent(test).map(TestIdentifier::getDisplayName).orElse("");
+                report.println(parent + " " + test.getDisplayName() + ": " + milliseconds + " ms");
+            }
+        }
+    }
+}

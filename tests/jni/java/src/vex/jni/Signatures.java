@@ -1,0 +1,108 @@
+package vex.jni;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.security.MessageDigest;
+import java.security.Signature;
+import java.security.cert.X509Certificate;
+import java.time.Duration;
+import java.time.Instant;
+import java.util.Base64;
+import java.util.Collection;
+import java.util.Date;
+import org.bouncycastle.asn1.cms.Attribute;
+import org.bouncycastle.asn1.cms.AttributeTable;
+import org.bouncycastle.asn1.cms.CMSAttributes;
+import org.bouncycastle.asn1.cms.Time;
+import org.bouncycastle.asn1.ess.ESSCertIDv2;
+import org.bouncycastle.asn1.ess.SigningCertificateV2;
+import org.bouncycastle.asn1.pkcs.PKCSObjectIdentifiers;
+import org.bouncycastle.cert.X509CertificateHolder;
+import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
+import org.bouncycastle.cms.CMSProcessableByteArray;
+import org.bouncycastle.cms.CMSSignedData;
+import org.bouncycastle.cms.CMSTypedData;
+import org.bouncycastle.cms.SignerInformation;
+import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
+
+/** Verifies signatures with software other than their maker's: the JDK and Bouncy Castle. */
+final class Signatures {
+    private static final Duration CLOCK_TOLERANCE = Duration.ofMinutes(5);
+
+    private Signatures() {}
+
+    /** The certificate with which the client signs, out of a signature that includes it. */
+    static X509Certificate signerOf(Client client) throws Exception {
+        String signature = client.require(client.p7SignString("who?", true, true));
+        return certificateIn(Base64.getDecoder().decode(signature));
+    }
+
+    static X509Certificate certificateIn(byte[] p7) throws Exception {
+        Collection<X509CertificateHolder> certificates = new CMSSignedData(p7).getCertificates().getMatches(null);
+        assertEquals(1, certificates.size());
+        return new JcaX509CertificateConverter().getCertificate(certificates.iterator().next());
+    }
+
+    /** @param digest as the JDK spells it in the names of signature algorithms, for example SHA256 */
+    static boolean isP1Good(String base64, byte[] content, X509Certificate certificate, String digest)
+            throws Exception {
+        String key = certificate.getPublicKey().getAlgorithm();
+        Signature verifier = Signature.getInstance(digest + "with" + (key.equals("EC") ? "ECDSA" : key));
+        verifier.initVerify(certificate.getPublicKey());
+        verifier.update(content);
+        return verifier.verify(Base64.getDecoder().decode(base64));
+    }
+
+    /**
+     * Asserts everything that a P7 signature promises.
+     *
+     * @param digestOid of the digest algorithm
+     */
+    static void assertP7(String base64, byte[] content, boolean detached, boolean withCertificate,
+                         X509Certificate certificate, String digestOid) throws Exception {
+        byte[] der = Base64.getDecoder().decode(base64);
+        CMSTypedData contained = new CMSSignedData(der).getSignedContent();
+        CMSSignedData signed;
+        if (detached) {
+            assertNull(contained);
+            signed = new CMSSignedData(new CMSProcessableByteArray(content), der);
+        } else {
+            assertNotNull(contained);
+            assertArrayEquals(content, (byte[]) contained.getContent());
+            signed = new CMSSignedData(der);
+        }
+        if (withCertificate) {
+            assertEquals(certificate, certificateIn(der));
+        } else {
+            assertEquals(0, signed.getCertificates().getMatches(null).size());
+        }
+
+        Collection<SignerInformation> signers = signed.getSignerInfos().getSigners();
+        assertEquals(1, signers.size());
+        SignerInformation signer = signers.iterator().next();
+        assertEquals(digestOid, signer.getDigestAlgOID());
+        assertTrue(signer.verify(new JcaSimpleSignerInfoVerifierBuilder().build(certificate)));
+        assertSignedAttributes(signer.getSignedAttributes(), certificate);
+    }
+
+    private static void assertSignedAttributes(AttributeTable attributes, X509Certificate certificate)
+            throws Exception {
+        Attribute signingTime = attributes.get(CMSAttributes.signingTime);
+        assertNotNull(signingTime);
+        Date date = Time.getInstance(signingTime.getAttrValues().getObjectAt(0)).getDate();
+        Duration age = Duration.between(date.toInstant(), Instant.now());
+        assertTrue(age.abs().compareTo(CLOCK_TOLERANCE) < 0, () -> "signing time " + date);
+
+        Attribute signingCertificate = attributes.get(PKCSObjectIdentifiers.id_aa_signingCertificateV2);
+        assertNotNull(signingCertificate);
+        ESSCertIDv2[] ids =
+            SigningCertificateV2.getInstance(signingCertificate.getAttrValues().getObjectAt(0)).getCerts();
+        assertEquals(1, ids.length);
+        String algorithm = ids[0].getHashAlgorithm().getAlgorithm().getId();
+        assertArrayEquals(MessageDigest.getInstance(algorithm).digest(certificate.getEncoded()), ids[0].getCertHash());
+    }
+}

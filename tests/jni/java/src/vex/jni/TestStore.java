@@ -1,0 +1,91 @@
+package vex.jni;
+
+import java.io.OutputStream;
+import java.math.BigInteger;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.security.KeyPair;
+import java.security.KeyPairGenerator;
+import java.security.KeyStore;
+import java.security.PrivateKey;
+import java.security.cert.Certificate;
+import java.security.cert.X509Certificate;
+import java.security.spec.ECGenParameterSpec;
+import java.time.Duration;
+import java.time.Instant;
+import java.util.Base64;
+import java.util.Date;
+import java.util.List;
+import org.bouncycastle.asn1.x500.X500Name;
+import org.bouncycastle.asn1.x509.Extension;
+import org.bouncycastle.asn1.x509.KeyUsage;
+import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
+import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
+import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
+
+/** Makes store files with keys and self-signed certificates, by means of the JDK and Bouncy Castle. */
+final class TestStore {
+    static final String PIN = "correct horse";
+
+    /** A certificate and its key. */
+    record Identity(PrivateKey key, X509Certificate certificate) {}
+
+    private TestStore() {}
+
+    /**
+     * A certificate that is valid now.
+     *
+     * @param key RSA, or the name of a curve
+     * @param days for how many days from now it is valid; negative for one that has expired that long ago
+     * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
+     */
+    static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
+        boolean rsa = key.equals("RSA");
+        KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : "EC");
+        if (rsa) {
+            generator.initialize(2048);
+        } else {
+            generator.initialize(new ECGenParameterSpec(key));
+        }
+        KeyPair pair = generator.generateKeyPair();
+        Instant end = Instant.now().plus(Duration.ofDays(days));
+        Instant begin = (days < 0 ? end : Instant.now()).minus(Duration.ofDays(1));
+        X500Name name = new X500Name(subject);
+        JcaX509v3CertificateBuilder builder = new JcaX509v3CertificateBuilder(
+            name, BigInteger.valueOf(serial), Date.from(begin), Date.from(end), name, pair.getPublic());
+        if (keyUsage != 0) {
+            builder.addExtension(Extension.keyUsage, true, new KeyUsage(keyUsage));
+        }
+        X509Certificate certificate = new JcaX509CertificateConverter().getCertificate(
+            builder.build(new JcaContentSignerBuilder(rsa ? "SHA256withRSA" : "SHA256withECDSA").build(
+                pair.getPrivate())));
+        return new Identity(pair.getPrivate(), certificate);
+    }
+
+    /** Writes a PKCS #12 file with {@link #PIN} as its PIN, in the JDK's own manner. */
+    static void writePkcs12(Path file, Identity identity) throws Exception {
+        KeyStore store = KeyStore.getInstance("PKCS12");
+        store.load(null, null);
+        store.setKeyEntry("key", identity.key(), PIN.toCharArray(), new Certificate[] {identity.certificate()});
+        try (OutputStream stream = Files.newOutputStream(file)) {
+            store.store(stream, PIN.toCharArray());
+        }
+    }
+
+    /** Writes a PEM file without a PIN; returns the initialisation text for it. */
+    static String writePem(Path file, List<Identity> identities) throws Exception {
+        StringBuilder pem = new StringBuilder();
+        for (Identity identity : identities) {
+            pem.append(pem("PRIVATE KEY", identity.key().getEncoded()));
+            pem.append(pem("CERTIFICATE", identity.certificate().getEncoded()));
+        }
+        Files.writeString(file, pem);
+        return "file:" + file;
+    }
+
+    /** RFC 7468. */
+    static String pem(String label, byte[] der) {
+        String body = Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(der);
+        return "-----BEGIN " + label + "-----\n" + body + "\n-----END " + label + "-----\n";
+    }
+}
