@@ -52,9 +52,9 @@ template <typename TData, typename TChar>
 TData* VEXNewBlock(int nLen) {
     const std::size_t nChars = static_cast<std::size_t>(nLen) + 1;
     TData* const pData = ::new (static_cast<void*>(new BYTE[sizeof(TData) + nChars * sizeof(TChar)])) TData;
-    pData->nRefs = 1;
-    pData->nDataLength = nLen;
-    pData->nAllocLength = nLen;
+    VEXStoreField(pData->nRefs, 1L);
+    VEXStoreField(pData->nDataLength, nLen);
+    VEXStoreField(pData->nAllocLength, nLen);
     std::memset(pData->data(), 0, nChars * sizeof(TChar));
     return pData;
 }

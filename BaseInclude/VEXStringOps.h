@@ -5,9 +5,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
 #include "VEXCompat.h"
@@ -185,18 +183,10 @@ private:
         return CVEXText<TChar>::Length(static_cast<std::size_t>(nLen1) + static_cast<std::size_t>(nLen2));
     }
 
-    // pchDest has room for nRoom characters and a terminator.
+    // pchDest has room for nRoom characters and a terminator. Source and destination may overlap, as in memcpy_x.
     static void CopyText(TChar* pchDest, int nRoom, const TChar* pch, int nCount) {
-        if (nCount == 0) {
-            return;
-        }
-        const std::size_t cbCount = Bytes(nCount, 0);
-        const auto nDest = reinterpret_cast<std::uintptr_t>(pchDest);
-        const auto nSrc = reinterpret_cast<std::uintptr_t>(pch);
-        if ((nDest > nSrc ? nDest - nSrc : nSrc - nDest) < cbCount) {
-            std::memmove(pchDest, pch, cbCount);
-        } else {
-            memcpy_x(pchDest, Bytes(nRoom, 1), pch, cbCount);
+        if (nCount > 0) {
+            memcpy_x(pchDest, Bytes(nRoom, 1), pch, Bytes(nCount, 0));
         }
     }
 };

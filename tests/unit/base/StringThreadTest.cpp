@@ -1,0 +1,90 @@
+// Many threads, each with strings of its own: all they share is the empty blocks. For ThreadSanitizer above all.
+#include <clocale>
+#include <thread>
+#include <vector>
+
+#include "StringKinds.h"
+
+namespace {
+
+constexpr int THREADS = 16;
+constexpr int ROUNDS = 2000;
+
+// As a native does: texts from literals, conversions there and back, empty strings handed out as plain texts.
+int UseOwnStrings(int nThread) {
+    int nWrong = 0;
+    for (int nRound = 0; nRound < ROUNDS; ++nRound) {
+        CString strEmpty;
+        CStringA strEmptyA;
+        CString strName("function");
+        CString strShared(strName);
+        strShared += L'!';
+        CStringA strNarrow(strShared);
+        strName = L"";
+        strShared.Format(L"%ls-%d", strShared.GetString(), nThread);
+        strEmpty.CopyBeforeWrite();
+        strEmptyA.ReleaseBuffer();
+        nWrong += std::wcslen(strEmpty.GetString()) + std::strlen(strEmptyA.GetString()) == 0 ? 0 : 1;
+        nWrong += strEmpty.IsEmpty() && strEmptyA.IsEmpty() && strName.IsEmpty() ? 0 : 1;
+        nWrong += VEXLoadField(strName.GetData()->nRefs) == -1 ? 0 : 1;
+        nWrong += strNarrow.Compare("function!") == 0 ? 0 : 1;
+        nWrong += strShared.Compare((L"function!-" + std::to_wstring(nThread)).c_str()) == 0 ? 0 : 1;
+        nWrong += CString::_GetEmptyString().IsEmpty() && CStringA::_GetEmptyString().IsEmpty() ? 0 : 1;
+    }
+    return nWrong;
+}
+
+TEST(StringThreads, OwnStringsAreIndependent) {
+    ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    std::vector<int> wrong(THREADS, -1);
+    std::vector<std::thread> threads;
+    for (int nThread = 0; nThread < THREADS; ++nThread) {
+        threads.emplace_back([&wrong, nThread] { wrong[static_cast<std::size_t>(nThread)] = UseOwnStrings(nThread); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, std::vector<int>(THREADS, 0));
+}
+
+// Even when something has been written to the empty block, so that all of them stamp it.
+TEST(StringThreads, StampingADirtiedEmptyBlock) {
+    constexpr int nDirtyings = 200;
+    for (int nDirtying = 0; nDirtying < nDirtyings; ++nDirtying) {
+        VEXStoreField(_atltmpDataNil->nRefs, 5L);
+        VEXStoreField(*_atltmpPchNilA, 'x');
+        std::vector<std::thread> threads;
+        for (int nThread = 0; nThread < 4; ++nThread) {
+            threads.emplace_back([] {
+                const CString strEmpty;
+                const CStringA strEmptyA;
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        ASSERT_EQ(_atltmpDataNil->nRefs, -1);
+        ASSERT_EQ(*_atltmpPchNilA, '\0');
+    }
+}
+
+TEST(StringThreads, InterlockedHelpersCountEveryStep) {
+    LONG lCount = 0;
+    std::vector<std::thread> threads;
+    for (int nThread = 0; nThread < THREADS; ++nThread) {
+        threads.emplace_back([&lCount] {
+            for (int nRound = 0; nRound < ROUNDS; ++nRound) {
+                CString::InterlockedIncrement(&lCount);
+                CStringA::InterlockedIncrement(&lCount);
+                CString::InterlockedDecrement(&lCount);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(lCount, THREADS * ROUNDS);
+    EXPECT_EQ(CStringA::InterlockedDecrement(&lCount), THREADS * ROUNDS - 1);
+}
+
+}  // namespace
