@@ -147,6 +147,9 @@ jstring NarrowToJstring(JNIEnv* jenv, LPCSTR psz) {
 
 }  // namespace
 
+// Said here too, so that a signature that differs from the generated header's is an error and no overload.
+extern "C" {
+
 // bstrAlgType is not looked at.
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Initialize(JNIEnv* jenv, jobject, jstring, jstring bstrAuxParam) {
     const std::wstring wstrKeyInfo = JstringToWindows(jenv, bstrAuxParam);
@@ -303,3 +306,5 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jo
     jstring jstrCertList = stoJstring(jenv, pResult.get());
     return jstrCertList;
 }
+
+}  // extern "C"
