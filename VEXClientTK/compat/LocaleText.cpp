@@ -1,20 +1,19 @@
 #include "compat/LocaleText.h"
 
-#include <wchar.h>
+#include <langinfo.h>
 
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cwchar>
+
+#include "compat/Utf8.h"
 
 namespace vextk {
 namespace {
 
-constexpr auto kConversionFailed = static_cast<std::size_t>(-1);
-
-// libc converts into a buffer of this size piece by piece, also when only the length is asked for: measuring by libc
-// (a null output) would not carry the state from one piece to the next.
-constexpr std::size_t kPiece = 512;
-static_assert(kPiece >= MB_LEN_MAX + 1);
+constexpr auto kMalformed = static_cast<std::size_t>(-1);
+constexpr auto kIncomplete = static_cast<std::size_t>(-2);
 
 template <typename Char>
 class Output {
@@ -36,44 +35,66 @@ private:
     std::size_t m_nLength = 0;
 };
 
-// One character, or its substitute.
-std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Substitute& substitute) {
+// Decodes what lies between terminators. False: malformed.
+bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
+    // libc leaves this alone when it keeps a character back until it has seen what follows.
+    constexpr auto kNoCharacter = static_cast<wchar_t>(-1);
+    std::mbstate_t state{};
+    for (;;) {
+        // The terminator at the end brings out what was kept back, and fails when a character is cut off.
+        const bool bAtEnd = run.empty();
+        wchar_t ch = kNoCharacter;
+        const std::size_t cb =
+            bAtEnd ? std::mbrtowc(&ch, "", 1, &state) : std::mbrtowc(&ch, run.data(), run.size(), &state);
+        if (cb == kMalformed || (bAtEnd && cb == kIncomplete)) {
+            return false;
+        }
+        if (ch == L'\0') {
+            return bAtEnd;
+        }
+        if (ch != kNoCharacter) {
+            output.Append(&ch, 1);
+        }
+        run.remove_prefix(std::min(cb, run.size()));  // all of it when it ends incomplete
+    }
+}
+
+// In a UTF-8 locale our own encoder gives what libc gives for every text that it accepts, many times faster.
+// Nothing: ask libc.
+std::optional<std::size_t> EncodeInUtf8Locale(std::wstring_view text, std::span<char> out) {
+    const std::optional<std::size_t> cb =
+        std::string_view(nl_langinfo(CODESET)) == "UTF-8" ? EncodedLength(text) : std::nullopt;
+    if (cb && out.empty()) {
+        return cb;
+    }
+    if (cb && *cb <= out.size()) {
+        EncodeUtf8(text, out.data());
+        return cb;
+    }
+    return std::nullopt;
+}
+
+// One character, or its substitute. kMalformed: neither can be encoded.
+std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Substitute* pSubstitute) {
     const std::mbstate_t before = state;
-    const std::size_t cb = wcrtomb(pOut, ch, &state);
-    if (cb != kConversionFailed) {
+    const std::size_t cb = std::wcrtomb(pOut, ch, &state);
+    if (cb != kMalformed || pSubstitute == nullptr) {
         return cb;
     }
     state = before;
-    substitute.bUsed = true;
-    return wcrtomb(pOut, substitute.ch, &state);
+    pSubstitute->bUsed = true;
+    return std::wcrtomb(pOut, pSubstitute->ch, &state);
 }
 
 }  // namespace
 
 std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {
     Output<wchar_t> output(out);
-    std::mbstate_t state{};
-    std::array<wchar_t, kPiece> piece;
-    // From terminator to terminator, where libc's functions stop.
     for (;;) {
         const std::size_t cbRun = std::min(text.find('\0'), text.size());
-        const char* pNext = text.data();
-        const char* const pEnd = pNext + cbRun;
-        while (pNext != pEnd) {
-            const std::size_t cch =
-                mbsnrtowcs(piece.data(), &pNext, static_cast<std::size_t>(pEnd - pNext), piece.size(), &state);
-            if (cch == kConversionFailed) {
-                return std::nullopt;
-            }
-            output.Append(piece.data(), cch);
-        }
-        // A terminator brings out a character that the state still holds, and fails when a character is cut off.
-        const char* pTerminator = "";
-        const std::size_t cch = mbsnrtowcs(piece.data(), &pTerminator, 1, piece.size(), &state);
-        if (cch == kConversionFailed) {
+        if (!DecodeRun(text.substr(0, cbRun), output)) {
             return std::nullopt;
         }
-        output.Append(piece.data(), cch);
         if (cbRun == text.size()) {
             return output.Length();
         }
@@ -83,35 +104,26 @@ std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t
 }
 
 std::optional<std::size_t> EncodeLocale(std::wstring_view text, std::span<char> out, Substitute* pSubstitute) {
+    if (const auto cb = EncodeInUtf8Locale(text, out)) {
+        return cb;
+    }
     Output<char> output(out);
     std::mbstate_t state{};
-    std::array<char, kPiece> piece;
-    for (;;) {
-        const std::size_t cchRun = std::min(text.find(L'\0'), text.size());
-        const wchar_t* pNext = text.data();
-        const wchar_t* const pEnd = pNext + cchRun;
-        while (pNext != pEnd) {
-            const std::size_t cb =
-                pSubstitute != nullptr
-                    ? EncodeCharacter(piece.data(), *pNext++, state, *pSubstitute)
-                    : wcsnrtombs(piece.data(), &pNext, static_cast<std::size_t>(pEnd - pNext), piece.size(), &state);
-            if (cb == kConversionFailed) {
-                return std::nullopt;
-            }
-            output.Append(piece.data(), cb);
-        }
-        // A terminator is preceded by the way back to the initial state, which the end of the text needs as well.
-        const std::size_t cb = wcrtomb(piece.data(), L'\0', &state);
-        if (cb == kConversionFailed) {
+    std::array<char, MB_LEN_MAX> bytes;
+    for (const wchar_t ch : text) {
+        const std::size_t cb = EncodeCharacter(bytes.data(), ch, state, pSubstitute);
+        if (cb == kMalformed) {
             return std::nullopt;
         }
-        if (cchRun == text.size()) {
-            output.Append(piece.data(), cb - 1);
-            return output.Length();
-        }
-        output.Append(piece.data(), cb);
-        text.remove_prefix(cchRun + 1);
+        output.Append(bytes.data(), cb);
     }
+    // A terminator comes with the way back to the initial state before it, which the end of the text needs as well.
+    const std::size_t cb = std::wcrtomb(bytes.data(), L'\0', &state);
+    if (cb == kMalformed) {
+        return std::nullopt;
+    }
+    output.Append(bytes.data(), cb - 1);
+    return output.Length();
 }
 
 }  // namespace vextk

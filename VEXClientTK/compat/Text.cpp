@@ -54,7 +54,8 @@ int Convert(const From* pSource, int nSourceLength, To* pOut, int nRoom, Measure
     }
     const std::basic_string_view<From> text = SourceText(pSource, nSourceLength);
     const std::optional<std::size_t> nNeeded = measure(text);
-    if (!nNeeded) {
+    // A length of 0 comes from texts that the locale drops altogether; as a result it would be taken for a failure.
+    if (nNeeded.value_or(0) == 0) {
         return Fail(ERROR_NO_UNICODE_TRANSLATION);
     }
     const int nResult = SettleLength(*nNeeded, nSourceLength == -1, nRoom, bQuery);

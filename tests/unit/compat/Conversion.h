@@ -1,0 +1,59 @@
+// The two conversions as functions of a text, with a check of what holds for every call.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VEXCompat.h"
+
+struct NarrowToWide {
+    using From = char;
+    using To = wchar_t;
+    static int Convert(UINT uCodePage, const char* pSource, int nLength, wchar_t* pOut, int nRoom) {
+        return MultiByteToWideChar(uCodePage, 0, pSource, nLength, pOut, nRoom);
+    }
+};
+
+struct WideToNarrow {
+    using From = wchar_t;
+    using To = char;
+    static int Convert(UINT uCodePage, const wchar_t* pSource, int nLength, char* pOut, int nRoom) {
+        return WideCharToMultiByte(uCodePage, 0, pSource, nLength, pOut, nRoom, nullptr, nullptr);
+    }
+};
+
+// The text converted with an explicit length. Nothing: it could not be, for want of a translation. On the way:
+//  - the size query and the conversion agree, on success and on failure;
+//  - nothing is written behind the room, and nothing at all when the room is one short or the text malformed.
+template <typename Direction>
+std::optional<std::basic_string<typename Direction::To>> ConvertChecked(
+    UINT uCodePage, std::basic_string_view<typename Direction::From> text) {
+    using To = typename Direction::To;
+    constexpr To kFill = '#';
+    const int nLength = static_cast<int>(text.size());
+    const int nNeeded = Direction::Convert(uCodePage, text.data(), nLength, nullptr, 0);
+    if (nNeeded == 0) {
+        EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
+        std::basic_string<To> strOut(text.size() * 8 + 8, kFill);
+        VexCreateFile(nullptr);  // another last error
+        EXPECT_EQ(Direction::Convert(uCodePage, text.data(), nLength, strOut.data(), static_cast<int>(strOut.size())),
+                  0);
+        EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
+        EXPECT_EQ(strOut.find_first_not_of(kFill), strOut.npos);
+        return std::nullopt;
+    }
+    const auto nResult = static_cast<size_t>(nNeeded);
+    std::basic_string<To> strOut(nResult + 2, kFill);
+    if (nNeeded > 1) {
+        EXPECT_EQ(Direction::Convert(uCodePage, text.data(), nLength, strOut.data(), nNeeded - 1), 0);
+        EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+        EXPECT_EQ(strOut.find_first_not_of(kFill), strOut.npos);
+    }
+    EXPECT_EQ(Direction::Convert(uCodePage, text.data(), nLength, strOut.data(), nNeeded), nNeeded);
+    EXPECT_EQ(strOut.substr(nResult), (std::basic_string<To>(2, kFill)));
+    strOut.resize(nResult);
+    return strOut;
+}

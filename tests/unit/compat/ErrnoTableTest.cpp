@@ -1,0 +1,28 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "compat/LastError.h"
+
+namespace {
+
+// The right-hand numbers are the platform's, written out: callers compare with numbers.
+TEST(ErrorFromErrno, GivesThePlatformsNumbers) {
+    struct Row {
+        int nErrno;
+        DWORD dwError;
+    };
+    const Row rows[] = {
+        {0, 0},         {ENOENT, 2},   {ENOTDIR, 3},        {EMFILE, 4},  {ENFILE, 4},
+        {EACCES, 5},    {EPERM, 5},    {EISDIR, 5},         {ELOOP, 5},   {ENXIO, 5},
+        {ENODEV, 5},    {EBADF, 6},    {ENOMEM, 8},         {EROFS, 19},  {EAGAIN, 32},
+        {EBUSY, 32},    {ETXTBSY, 32}, {EINVAL, 87},        {EFAULT, 87}, {ENOSPC, 112},
+        {EDQUOT, 112},  {EEXIST, 183}, {ENAMETOOLONG, 206}, {EFBIG, 223}, {EOVERFLOW, 223},
+        {EILSEQ, 1113}, {EIO, 1117},   {ECHILD, 31},        {-1, 31},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(vextk::ErrorFromErrno(row.nErrno), row.dwError) << row.nErrno;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "ChildProcess.h"
+#include "TempDirectory.h"
+#include "VEXCompat.h"
+
+namespace {
+
+constexpr DWORD kBlock = 100;
+
+// One handle: each write stays together and the position passes from one to the next.
+TEST(FileThreads, WritesOnOneHandleDoNotMix) {
+    const TempDirectory directory;
+    const std::string strName = directory.Path("log");
+    const HANDLE hFile = VexCreateFile(strName.c_str());
+    std::vector<std::thread> threads;
+    std::atomic<int> nFailed = 0;
+    for (const char ch : {'a', 'b', 'c', 'd'}) {
+        threads.emplace_back([=, &nFailed] {
+            const std::string strBlock(kBlock, ch);
+            for (int i = 0; i < 500; ++i) {
+                DWORD cb = 0;
+                nFailed += WriteFile(hFile, strBlock.data(), kBlock, &cb, nullptr) == FALSE || cb != kBlock;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(CloseHandle(hFile));
+    EXPECT_EQ(nFailed, 0);
+    const std::string strAll = ReadWholeFile(strName);
+    ASSERT_EQ(strAll.size(), 4 * 500 * kBlock);
+    for (size_t i = 0; i < strAll.size(); i += kBlock) {
+        ASSERT_EQ(strAll.substr(i, kBlock), std::string(kBlock, strAll[i])) << i;
+    }
+}
+
+// One thread closes while others are at every function. Each call is either done on the file or fails with
+// ERROR_INVALID_HANDLE, never on another file that has come to the descriptor meanwhile.
+TEST(FileThreads, ClosingWhileOthersWrite) {
+    const TempDirectory directory;
+    const std::string strOther = directory.Write("other", "");
+    for (int nRound = 0; nRound < 200; ++nRound) {
+        const HANDLE hFile = VexCreateFile(directory.Path("log").c_str());
+        ASSERT_NE(hFile, INVALID_HANDLE_VALUE);
+        std::atomic<int> nWrong = 0;
+        std::atomic<int> nAtWork = 0;
+        std::vector<std::thread> threads;
+        for (int nThread = 0; nThread < 3; ++nThread) {
+            threads.emplace_back([&] {
+                ++nAtWork;
+                const auto check = [&nWrong](BOOL bResult) {
+                    nWrong += bResult == FALSE && GetLastError() != ERROR_INVALID_HANDLE;
+                    return bResult != FALSE;
+                };
+                DWORD cb = 0;
+                LONGLONG cbSize = 0;
+                char buffer[16];
+                while (check(WriteFile(hFile, "0123456789", 10, &cb, nullptr)) &&
+                       check(SetFilePointerEx(hFile, LARGE_INTEGER{}, nullptr, FILE_BEGIN)) &&
+                       check(ReadFile(hFile, buffer, 10, &cb, nullptr)) && check(GetFileSizeEx(hFile, &cbSize)) &&
+                       check(FlushFileBuffers(hFile)) && check(SetEndOfFile(hFile))) {
+                }
+            });
+        }
+        while (nAtWork < 3) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(CloseHandle(hFile));
+        const HANDLE hOther = VexCreateFile(strOther.c_str());  // may be given the same descriptor
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(CloseHandle(hOther));
+        EXPECT_EQ(nWrong, 0);
+    }
+    EXPECT_EQ(ReadWholeFile(strOther), "");
+}
+
+TEST(FileThreads, OneOfManyClosesTheHandle) {
+    const TempDirectory directory;
+    for (int nRound = 0; nRound < 100; ++nRound) {
+        const HANDLE hFile = VexCreateFile(directory.Path("log").c_str());
+        std::atomic<int> nClosed = 0;
+        std::vector<std::thread> threads;
+        for (int nThread = 0; nThread < 4; ++nThread) {
+            threads.emplace_back([&] { nClosed += CloseHandle(hFile); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(nClosed, 1);
+    }
+}
+
+TEST(FileThreads, ManyCreateTheSameFile) {
+    const TempDirectory directory;
+    for (int nRound = 0; nRound < 100; ++nRound) {
+        const std::string strName = directory.Path("f" + std::to_string(nRound));
+        std::atomic<int> nCreated = 0;
+        std::atomic<int> nOpened = 0;
+        std::vector<std::thread> threads;
+        for (int nThread = 0; nThread < 4; ++nThread) {
+            threads.emplace_back([&] {
+                const HANDLE hFile = VexCreateFile(strName.c_str());
+                nCreated += GetLastError() == ERROR_SUCCESS;
+                nOpened += CloseHandle(hFile);
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(nCreated, 1);
+        EXPECT_EQ(nOpened, 4);
+    }
+}
+
+// The host exits while its log writer still opens, writes and closes: the open files must not be destroyed under it.
+TEST(FileThreads, ExitWithAThreadAtWork) {
+    const TempDirectory directory;
+    const std::string strName = directory.Path("log");
+    for (int nRound = 0; nRound < 20; ++nRound) {
+        EXPECT_EXIT(
+            {
+                static std::atomic<int> s_nLines = 0;
+                // Runs after the destructors of everything that was made since: gives the thread time among the ruins.
+                std::atexit([] {
+                    for (const int nLines = s_nLines; s_nLines < nLines + 50;) {
+                        std::this_thread::yield();
+                    }
+                });
+                std::thread([&strName] {
+                    for (;;) {
+                        const HANDLE hFile = VexCreateFile(strName.c_str());
+                        DWORD cb = 0;
+                        WriteFile(hFile, "line", 4, &cb, nullptr);
+                        CloseHandle(hFile);
+                        ++s_nLines;
+                    }
+                }).detach();
+                while (s_nLines < 10) {
+                    std::this_thread::yield();
+                }
+                std::exit(0);
+            },
+            testing::ExitedWithCode(0), "");
+    }
+}
+
+}  // namespace
