@@ -26,8 +26,8 @@ public:
     // The bytes may lie in the buffer.
     virtual void* AppendBuffer(const void* pBuffer, DWORD dwSize) = 0;
     // Replaces the contents by a copy of dwSize bytes. The block, or null.
-    // The bytes may lie in the buffer; those that would lie behind its end are 0. Null is dwSize bytes of unspecified
-    // value.
+    // The bytes may lie in the buffer; those that would lie behind its end are 0. Null copies nothing: the bytes are as
+    // ReAlloc leaves them.
     virtual void* SetBuffer(const void* pBuffer, DWORD dwSize) = 0;
     // Copies out the smaller of dwSize and the buffer's size, and returns it. 0, with nothing copied, for null, from an
     // empty buffer, and to an address less than the buffer's size away from its start, on either side.

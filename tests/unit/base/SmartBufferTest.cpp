@@ -103,7 +103,7 @@ TEST(SmartBuffer, Set) {
     pResult = buffer.SetBuffer(nullptr, 2);
     EXPECT_EQ(pResult, buffer.GetAddress());
     EXPECT_NE(pResult, nullptr);
-    EXPECT_EQ(buffer.GetSize(), 2U);
+    EXPECT_EQ(Bytes(buffer), "lo");
     EXPECT_EQ(buffer.SetBuffer("x", 0), nullptr);
     EXPECT_EQ(buffer.GetAddress(), nullptr);
     EXPECT_EQ(buffer.SetBuffer(nullptr, 0), nullptr);

@@ -201,28 +201,28 @@ TYPED_TEST(StringBlock, TheDestructorFreesABlockWithoutOwners) {
 TYPED_TEST(StringBlock, EmptyingAStringStampsTheEmptyBlock) {
     using F = TestFixture;
     using String = typename F::StringT;
-    const auto text = F::T("abc");
+    using Owner = std::unique_ptr<String>;
+    static const typename F::CharT chNone = 0;
     struct Way {
         const char* pszName;
-        void (*pfnEmpty)(String&);
+        void (*pfnEmpty)(Owner&);
     };
-    static const typename F::CharT chNone = 0;
     const Way aWays[] = {
-        {"Init of another string", [](String&) { String().IsEmpty(); }},
-        {"Release", [](String& str) { str.Release(); }},
-        {"Empty", [](String& str) { str.Empty(); }},
-        {"AllocBuffer", [](String& str) { str.AllocBuffer(0); }},
-        {"assignment of an empty text", [](String& str) { str = &chNone; }},
-        {"destruction of another string", [](String& str) { String strOther(str.GetString(), 2); }},
+        {"construction of another string", [](Owner&) { String().IsEmpty(); }},
+        {"Release", [](Owner& pStr) { pStr->Release(); }},
+        {"Empty", [](Owner& pStr) { pStr->Empty(); }},
+        {"AllocBuffer", [](Owner& pStr) { pStr->AllocBuffer(0); }},
+        {"assignment of an empty text", [](Owner& pStr) { *pStr = &chNone; }},
+        {"destruction", [](Owner& pStr) { pStr.reset(); }},
     };
     for (const Way& way : aWays) {
-        String str(text.c_str());
+        Owner pStr = std::make_unique<String>(F::T("abc").c_str());
         auto* const pNil = TypeParam::Nil();
         pNil->nRefs = 7;
         pNil->nDataLength = 8;
         pNil->nAllocLength = 9;
         *pNil->data() = 'x';
-        way.pfnEmpty(str);
+        way.pfnEmpty(pStr);
         EXPECT_EQ(pNil->nRefs, -1) << way.pszName;
         EXPECT_EQ(pNil->nDataLength, 0) << way.pszName;
         EXPECT_EQ(pNil->nAllocLength, 0) << way.pszName;

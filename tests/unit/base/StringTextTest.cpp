@@ -88,6 +88,8 @@ TYPED_TEST(StringText, SingleCharacters) {
         EXPECT_EQ(str.GetAt(nIndex), ch) << nIndex;
         EXPECT_EQ(str[nIndex], ch) << nIndex;
     }
+    EXPECT_EQ(str[0], 'a');
+    EXPECT_EQ(strOther[0], 'a');
     for (const int nIndex : {3, -1, INT_MAX, INT_MIN}) {
         str.SetAt(nIndex, 'x');
         EXPECT_EQ(F::Address(str), F::Address(strOther)) << nIndex;
