@@ -19,12 +19,11 @@ package vex.jni;
  * <h2>Texts</h2>
  * Every text that goes in is encoded in the <em>process locale</em> (the environment's {@code LC_ALL}, {@code LC_CTYPE}
  * or {@code LANG}; the system property {@code file.encoding} does not matter). Under a UTF-8 locale that covers all of
- * Unicode; under any other, a text with a character that the locale cannot encode is refused. Whatever the locale, a
- * text that contains U+0000 or an unpaired surrogate is refused. Data that is not text goes in as Base64, which every
- * locale can encode.
+ * Unicode; under any other, a text with a character that the locale cannot encode is refused. Data that is not text
+ * goes in as Base64, which every locale can encode.
  *
- * <p>{@code null} and the empty text are the same: they are refused before the toolkit is asked, and so is handle 0,
- * which leaves the last error as it was.
+ * <p>Where a text is needed, {@code null}, the empty text, and under any locale a text that contains U+0000 or an
+ * unpaired surrogate are all refused before the toolkit is asked; so is handle 0. The last error stays as it was then.
  *
  * <h2>Threads</h2>
  * Any thread may call any method on any handle, without locking. Calls on one handle run one after the other, calls on

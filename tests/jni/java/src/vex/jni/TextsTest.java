@@ -89,14 +89,21 @@ class TextsTest {
 
     @ParameterizedTest
     @MethodSource("refusedTexts")
-    void textThatHasNoEncodingIsRefusedWhole(Text text) {
+    void textThatHasNoEncodingIsRefusedWithoutAskingTheToolkit(Text text) {
+        assertEquals(1, Client.NATIVES.SetDigestAlg(client.handle(), "MD5"));
+        assertEquals(0, Client.NATIVES.Initialize(null, "gopher:"));
+
         assertNull(client.p1SignString(text.value()));
         assertNull(client.p7SignString(text.value(), false, true));
         assertNull(client.p1Sign(text.value()));
+        assertNull(client.p7Sign(text.value(), false, true));
         assertEquals(1, Client.NATIVES.SetDigestAlg(client.handle(), "SHA256" + text.value()));
         assertEquals(1,
             Client.NATIVES.AddFilter(client.handle(), TAVClientJNI.FILTER_SUBJECT, "CN" + text.value()));
         assertEquals(0, Client.NATIVES.Initialize(null, "demo:" + text.value()));
+
+        assertEquals(VCTKError.DIGEST_WEAK, client.lastError(), "a call of the toolkit would have replaced it");
+        assertEquals(VCTKError.URI_SCHEME, Client.NATIVES.GetLastError(0));
     }
 
     @Test
