@@ -5,8 +5,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "VEXCompat.h"
 #include "VEXStringBlock.h"
@@ -183,10 +185,17 @@ private:
         return CVEXText<TChar>::Length(static_cast<std::size_t>(nLen1) + static_cast<std::size_t>(nLen2));
     }
 
-    // pchDest has room for nRoom characters and a terminator. Source and destination may overlap, as in memcpy_x.
+    // pchDest has room for nRoom characters and a terminator. Source and destination may overlap; not every toolkit's
+    // memcpy_x allows for that.
     static void CopyText(TChar* pchDest, int nRoom, const TChar* pch, int nCount) {
-        if (nCount > 0) {
-            memcpy_x(pchDest, Bytes(nRoom, 1), pch, Bytes(nCount, 0));
+        const auto nDest = reinterpret_cast<std::uintptr_t>(pchDest);
+        const auto nSource = reinterpret_cast<std::uintptr_t>(pch);
+        const std::size_t cbText = Bytes(nCount, 0);
+        if ((nDest > nSource ? nDest - nSource : nSource - nDest) < cbText) {
+            const std::basic_string<TChar> strApart(pch, static_cast<std::size_t>(nCount));
+            memcpy_x(pchDest, Bytes(nRoom, 1), strApart.data(), cbText);
+        } else if (nCount > 0) {
+            memcpy_x(pchDest, Bytes(nRoom, 1), pch, cbText);
         }
     }
 };

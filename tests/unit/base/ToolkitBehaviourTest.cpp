@@ -40,6 +40,20 @@ TEST_F(ToolkitBehaviour, TheTerminatorOfAWideTextStaysInsideItsBlock) {
     }
 }
 
+// The double's memcpy_x aborts on an overlap.
+TEST_F(ToolkitBehaviour, NoOverlappingCopyReachesTheToolkit) {
+    CString strWide(L"abcdef");
+    strWide = strWide.GetString() + 2;
+    EXPECT_EQ(strWide.Compare(L"cdef"), 0);
+    strWide.GetBuffer(20);
+    strWide.ConcatInPlace(2, strWide.GetString() + 2);
+    EXPECT_EQ(strWide.Compare(L"cdefef"), 0);
+    CStringA strNarrow("abcdef");
+    strNarrow = strNarrow.GetString() + 1;
+    strNarrow.Insert(0, strNarrow.GetString() + 3);
+    EXPECT_EQ(strNarrow.Compare("efbcdef"), 0);
+}
+
 // Without a sanitizer too: what stands behind the room must not change.
 TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteBehindTheirRoom) {
     for (const bool bCountsTerminator : {true, false}) {

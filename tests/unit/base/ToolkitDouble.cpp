@@ -1,6 +1,7 @@
 #include "ToolkitDouble.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -149,11 +150,14 @@ int lstrlenW(LPCWSTR lpString) {
     return lpString == nullptr ? 0 : static_cast<int>(std::wcslen(lpString));
 }
 
+// As strict as it may be: what does not fit or overlaps is not copied at all.
 int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount) {
-    if (cbCount > cbDest) {
+    const auto nDest = reinterpret_cast<std::uintptr_t>(pDest);
+    const auto nSource = reinterpret_cast<std::uintptr_t>(pSrc);
+    if (cbCount > cbDest || (nDest > nSource ? nDest - nSource : nSource - nDest) < cbCount) {
         std::abort();
     }
-    std::memmove(pDest, pSrc, cbCount);
+    std::memcpy(pDest, pSrc, cbCount);
     return 0;
 }
 
