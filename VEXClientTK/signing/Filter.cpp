@@ -44,7 +44,9 @@ std::wstring WideFromLocale(const std::string& text) {
         Malformed("it is not text in the encoding of the process locale");
     }
     std::wstring wide(cch, L'\0');
-    std::mbstowcs(wide.data(), text.c_str(), cch);
+    if (std::mbstowcs(wide.data(), text.c_str(), cch) != cch) {
+        Malformed("the process locale has changed meanwhile");
+    }
     return wide;
 }
 
