@@ -62,7 +62,7 @@ _vex_find_missing() {
         for wanted in "$@"; do
             # The probe is a function name and its argument, to be split.
             # shellcheck disable=SC2086
-            if [ "$stage" = "$wanted" ] && ! $probe; then
+            if [ "$stage" = "$wanted" ] && [[ " ${missing[*]} " != *" $package "* ]] && ! $probe; then
                 missing+=("$package")
                 names+=("$name")
             fi
