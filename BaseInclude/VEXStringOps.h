@@ -33,7 +33,8 @@ public:
         }
         TData* const pOld = str.GetData();
         str.Release();
-        str.AllocBuffer(pOld->nDataLength);
+        // The others that share the old block keep it alive.
+        str.AllocBuffer(pOld->nDataLength);  // NOLINT(clang-analyzer-cplusplus.NewDelete): it does not see the count
         // Without characters the string now stands on the empty block, whose terminator needs no copy.
         if (pOld->nDataLength > 0) {
             memcpy_x(str.GetData()->data(), Bytes(str.GetData()->nAllocLength, 1), pOld->data(),

@@ -14,7 +14,7 @@ namespace vextk {
 namespace {
 
 // Far above any file that people keep; bounds what a wrong file can cost.
-constexpr off_t kMaxFile = 1024 * 1024;
+constexpr off_t kMaxFile = off_t{1024} * 1024;
 
 // Returns errno; EFBIG when the file is larger than kMaxFile.
 int ReadProfile(const char* pszName, std::string& strText) {

@@ -32,12 +32,8 @@ constexpr size_t kLargestStore = 1 << 20;
     throw Failure(VCTK_E_DEMO_STORE, strWhat + ": " + std::generic_category().message(nErrno));
 }
 
-const char* Environment(const char* pszName) {
-    return std::getenv(pszName);  // NOLINT(concurrency-mt-unsafe): a host that changes its environment knows the risk
-}
-
 std::string HomeDirectory() {
-    if (const char* pszHome = Environment("HOME"); pszHome != nullptr && *pszHome == '/') {
+    if (const char* pszHome = std::getenv("HOME"); pszHome != nullptr && *pszHome == '/') {
         return pszHome;
     }
     std::vector<char> buffer(1 << 14);
@@ -52,7 +48,7 @@ std::string HomeDirectory() {
 
 // A relative XDG_DATA_HOME counts as none, as the XDG Base Directory rules ask.
 std::string StoreDirectory() {
-    const char* pszData = Environment("XDG_DATA_HOME");
+    const char* pszData = std::getenv("XDG_DATA_HOME");
     const std::string strData = pszData != nullptr && *pszData == '/' ? pszData : HomeDirectory() + "/.local/share";
     return strData + "/vex-client-toolkit";
 }
