@@ -7,6 +7,8 @@
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
+#include "signing/Pkcs12.h"
+#include "signing/StoreContent.h"
 #include "signing/StoreUri.h"
 
 namespace vextk {
@@ -31,28 +33,9 @@ struct PinPrompt {
     }
 };
 
-// What a store file holds, and what went wrong on the way.
-struct Content {
-    std::vector<X509Ptr> certificates;
-    std::vector<KeyPtr> keys;
-    bool fPinAsked = false;
-    bool fFailed = false;
-    bool fUnsupportedCipher = false;
-};
-
-// Whether a cipher that the file asks for is among the errors of a failed load: another fault than a wrong PIN.
-// OpenSSL's queue can only be read by emptying it.
-bool IsCipherUnsupported() {
-    bool fUnsupported = false;
-    while (const unsigned long ulError = ERR_get_error()) {
-        fUnsupported |= ERR_GET_LIB(ulError) == ERR_LIB_EVP && ERR_GET_REASON(ulError) == ERR_R_UNSUPPORTED;
-    }
-    return fUnsupported;
-}
-
-Content ReadContent(std::string_view bytes, const SecretText* pPin) {
-    ERR_clear_error();  // what fails below is told apart by the errors that it leaves
-    Content content;
+// PEM files, and single objects in DER.
+StoreContent ReadObjects(std::string_view bytes, const SecretText* pPin) {
+    StoreContent content;
     PinPrompt prompt{pPin};
     const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
     const UiMethodPtr ui(RequireOpenSsl(UI_UTIL_wrap_read_pem_callback(PinPrompt::Answer, 0)));
@@ -61,8 +44,7 @@ Content ReadContent(std::string_view bytes, const SecretText* pPin) {
     while (OSSL_STORE_eof(store.get()) == 0) {
         const StoreInfoPtr info(OSSL_STORE_load(store.get()));
         if (OSSL_STORE_error(store.get()) != 0) {
-            content.fFailed = true;
-            content.fUnsupportedCipher = IsCipherUnsupported();
+            content.NoteFailure();
             break;
         }
         if (!info) {
@@ -79,7 +61,7 @@ Content ReadContent(std::string_view bytes, const SecretText* pPin) {
 }
 
 // A store of which a part cannot be read is not used at all: the part may be the one that was meant to sign.
-void RequireWhole(const Content& content, bool fHavePin) {
+void RequireWhole(const StoreContent& content, bool fHavePin) {
     if (content.fUnsupportedCipher) {
         throw Failure(VCTK_E_STORE_FORMAT, "it is encrypted with a cipher that OpenSSL no longer offers");
     }
@@ -130,7 +112,9 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
     if (bytes.empty()) {
         throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
     }
-    Content content = ReadContent(bytes, pPin);
+    ERR_clear_error();  // what fails below is told apart by the errors that it leaves
+    std::optional<StoreContent> pkcs12 = ReadPkcs12(bytes, pPin);
+    StoreContent content = pkcs12 ? std::move(*pkcs12) : ReadObjects(bytes, pPin);
     RequireWhole(content, pPin != nullptr);
     Identities identities;
     for (X509Ptr& certificate : content.certificates) {

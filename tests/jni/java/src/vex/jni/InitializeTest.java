@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.concurrent.CompletableFuture;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Tag;
@@ -26,7 +27,7 @@ class InitializeTest {
     @BeforeAll
     static void makeStores() throws Exception {
         identity = TestStore.identity("secp256r1", "CN=Signer", 1, 30, 0);
-        TestStore.writePkcs12(directory.resolve("keys.p12"), identity);
+        TestStore.writePkcs12(directory.resolve("keys.p12"), List.of(identity));
 
         OpenSslCommand openSsl = new OpenSslCommand(directory);
         openSsl.run("pkcs12", "-in", "keys.p12", "-passin", "pass:" + TestStore.PIN, "-nodes", "-out", "keys.pem");
@@ -60,6 +61,22 @@ class InitializeTest {
         try (Client client = Client.open(uri(pattern))) {
             assertEquals(identity.certificate(), Signatures.signerOf(client));
             assertEquals(VCTKError.OK, Client.NATIVES.GetLastError(0));
+        }
+    }
+
+    @Test
+    void everyKeyOfAPkcs12FileCanSign() throws Exception {
+        List<TestStore.Identity> identities = List.of(
+            TestStore.identity("secp256r1", "CN=First", 1, 30, 0),
+            TestStore.identity("RSA", "CN=Second", 2, 30, 0),
+            TestStore.identity("secp384r1", "CN=Third", 3, 30, 0));
+        TestStore.writePkcs12(directory.resolve("three.p12"), identities);
+        try (Client client = Client.open(uri("file:DIR/three.p12?pin-value=correct%20horse"))) {
+            for (TestStore.Identity identity : identities) {
+                assertEquals(0, Client.NATIVES.ClearFilter(client.handle()));
+                client.addFilter(TAVClientJNI.FILTER_SERIAL, identity.certificate().getSerialNumber().toString(16));
+                assertEquals(identity.certificate(), Signatures.signerOf(client));
+            }
         }
     }
 

@@ -63,10 +63,13 @@ final class TestStore {
     }
 
     /** Writes a PKCS #12 file with {@link #PIN} as its PIN, in the JDK's own manner. */
-    static void writePkcs12(Path file, Identity identity) throws Exception {
+    static void writePkcs12(Path file, List<Identity> identities) throws Exception {
         KeyStore store = KeyStore.getInstance("PKCS12");
         store.load(null, null);
-        store.setKeyEntry("key", identity.key(), PIN.toCharArray(), new Certificate[] {identity.certificate()});
+        for (int i = 0; i < identities.size(); ++i) {
+            store.setKeyEntry("key" + i, identities.get(i).key(), PIN.toCharArray(),
+                new Certificate[] {identities.get(i).certificate()});
+        }
         try (OutputStream stream = Files.newOutputStream(file)) {
             store.store(stream, PIN.toCharArray());
         }
