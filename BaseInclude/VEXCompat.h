@@ -74,7 +74,7 @@ BOOL HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem);
 // part of it and counted. cchWideChar: room in characters. A null output or a room of 0 asks for the number needed.
 // The characters written or needed; with -1 and room for all but the terminator, the text is written without it and its
 // length returned. 0 on failure, nothing is then written:
-//   ERROR_NO_UNICODE_TRANSLATION  malformed anywhere: nothing is ever replaced or left out
+//   ERROR_NO_UNICODE_TRANSLATION  malformed anywhere: nothing is replaced, nothing cut
 //   ERROR_INSUFFICIENT_BUFFER     too little room
 //   ERROR_INVALID_PARAMETER       another code page, a null or empty source, a negative room
 //   ERROR_ARITHMETIC_OVERFLOW     the number needed is above INT_MAX

@@ -13,7 +13,7 @@ namespace vextk {
 namespace {
 
 constexpr auto kMalformed = static_cast<std::size_t>(-1);
-constexpr auto kIncomplete = static_cast<std::size_t>(-2);
+constexpr auto kCutOff = static_cast<std::size_t>(-2);
 
 template <typename Char>
 class Output {
@@ -35,18 +35,52 @@ private:
     std::size_t m_nLength = 0;
 };
 
+// Our own conversion gives what libc gives, many times faster: ASCII in the two most common encodings, and to UTF-8
+// whatever UTF-8 has. Each returns the length, or nothing to have libc asked.
+
+constexpr std::string_view kUtf8Codeset = "UTF-8";
+constexpr std::string_view kAsciiCodeset = "ANSI_X3.4-1968";  // of the C locale
+
+std::optional<std::size_t> DecodeFast(std::string_view text, std::span<wchar_t> out) {
+    const std::string_view codeset = nl_langinfo(CODESET);
+    const bool bAscii = (codeset == kUtf8Codeset || codeset == kAsciiCodeset) && DecodedLength(text) == text.size();
+    if (!bAscii || (!out.empty() && out.size() < text.size())) {
+        return std::nullopt;
+    }
+    if (!out.empty()) {
+        DecodeUtf8(text, out.data());
+    }
+    return text.size();
+}
+
+std::optional<std::size_t> EncodeFast(std::wstring_view text, std::span<char> out) {
+    const std::string_view codeset = nl_langinfo(CODESET);
+    if (codeset != kUtf8Codeset && codeset != kAsciiCodeset) {
+        return std::nullopt;
+    }
+    const std::optional<std::size_t> cb = EncodedLength(text);
+    const bool bSame = cb && (codeset == kUtf8Codeset || *cb == text.size());
+    if (!bSame || (!out.empty() && out.size() < *cb)) {
+        return std::nullopt;
+    }
+    if (!out.empty()) {
+        EncodeUtf8(text, out.data());
+    }
+    return cb;
+}
+
 // Decodes what lies between terminators. False: malformed.
 bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
     // libc leaves this alone when it keeps a character back until it has seen what follows.
     constexpr auto kNoCharacter = static_cast<wchar_t>(-1);
     std::mbstate_t state{};
     for (;;) {
-        // The terminator at the end brings out what was kept back, and fails when a character is cut off.
+        // The terminator at the end brings out what was kept back.
         const bool bAtEnd = run.empty();
         wchar_t ch = kNoCharacter;
         const std::size_t cb =
             bAtEnd ? std::mbrtowc(&ch, "", 1, &state) : std::mbrtowc(&ch, run.data(), run.size(), &state);
-        if (cb == kMalformed || (bAtEnd && cb == kIncomplete)) {
+        if (cb == kMalformed || cb == kCutOff) {
             return false;
         }
         if (ch == L'\0') {
@@ -55,23 +89,8 @@ bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
         if (ch != kNoCharacter) {
             output.Append(&ch, 1);
         }
-        run.remove_prefix(std::min(cb, run.size()));  // all of it when it ends incomplete
+        run.remove_prefix(cb);
     }
-}
-
-// In a UTF-8 locale our own encoder gives what libc gives for every text that it accepts, many times faster.
-// Nothing: ask libc.
-std::optional<std::size_t> EncodeInUtf8Locale(std::wstring_view text, std::span<char> out) {
-    const std::optional<std::size_t> cb =
-        std::string_view(nl_langinfo(CODESET)) == "UTF-8" ? EncodedLength(text) : std::nullopt;
-    if (cb && out.empty()) {
-        return cb;
-    }
-    if (cb && *cb <= out.size()) {
-        EncodeUtf8(text, out.data());
-        return cb;
-    }
-    return std::nullopt;
 }
 
 // One character, or its substitute. kMalformed: neither can be encoded.
@@ -89,6 +108,9 @@ std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Subst
 }  // namespace
 
 std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {
+    if (const auto cch = DecodeFast(text, out)) {
+        return cch;
+    }
     Output<wchar_t> output(out);
     for (;;) {
         const std::size_t cbRun = std::min(text.find('\0'), text.size());
@@ -104,7 +126,7 @@ std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t
 }
 
 std::optional<std::size_t> EncodeLocale(std::wstring_view text, std::span<char> out, Substitute* pSubstitute) {
-    if (const auto cb = EncodeInUtf8Locale(text, out)) {
+    if (const auto cb = EncodeFast(text, out)) {
         return cb;
     }
     Output<char> output(out);

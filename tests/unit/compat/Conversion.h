@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,19 +29,23 @@ struct WideToNarrow {
 
 // The text converted with an explicit length. Nothing: it could not be, for want of a translation. On the way:
 //  - the size query and the conversion agree, on success and on failure;
-//  - nothing is written behind the room, and nothing at all when the room is one short or the text malformed.
+//  - nothing is written behind the room, and nothing at all when the room is one short or the text malformed;
+//  - nothing is read behind the source, as far as AddressSanitizer sees it.
 template <typename Direction>
 std::optional<std::basic_string<typename Direction::To>> ConvertChecked(
     UINT uCodePage, std::basic_string_view<typename Direction::From> text) {
+    using From = typename Direction::From;
     using To = typename Direction::To;
     constexpr To kFill = '#';
     const int nLength = static_cast<int>(text.size());
-    const int nNeeded = Direction::Convert(uCodePage, text.data(), nLength, nullptr, 0);
+    const auto source = std::make_unique<From[]>(text.size());
+    std::copy(text.begin(), text.end(), source.get());
+    const int nNeeded = Direction::Convert(uCodePage, source.get(), nLength, nullptr, 0);
     if (nNeeded == 0) {
         EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
         std::basic_string<To> strOut(text.size() * 8 + 8, kFill);
         VexCreateFile(nullptr);  // another last error
-        EXPECT_EQ(Direction::Convert(uCodePage, text.data(), nLength, strOut.data(), static_cast<int>(strOut.size())),
+        EXPECT_EQ(Direction::Convert(uCodePage, source.get(), nLength, strOut.data(), static_cast<int>(strOut.size())),
                   0);
         EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
         EXPECT_EQ(strOut.find_first_not_of(kFill), strOut.npos);
@@ -48,11 +54,11 @@ std::optional<std::basic_string<typename Direction::To>> ConvertChecked(
     const auto nResult = static_cast<size_t>(nNeeded);
     std::basic_string<To> strOut(nResult + 2, kFill);
     if (nNeeded > 1) {
-        EXPECT_EQ(Direction::Convert(uCodePage, text.data(), nLength, strOut.data(), nNeeded - 1), 0);
+        EXPECT_EQ(Direction::Convert(uCodePage, source.get(), nLength, strOut.data(), nNeeded - 1), 0);
         EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
         EXPECT_EQ(strOut.find_first_not_of(kFill), strOut.npos);
     }
-    EXPECT_EQ(Direction::Convert(uCodePage, text.data(), nLength, strOut.data(), nNeeded), nNeeded);
+    EXPECT_EQ(Direction::Convert(uCodePage, source.get(), nLength, strOut.data(), nNeeded), nNeeded);
     EXPECT_EQ(strOut.substr(nResult), (std::basic_string<To>(2, kFill)));
     strOut.resize(nResult);
     return strOut;

@@ -65,10 +65,10 @@ TEST_F(FileRefusal, NamesThatLeadNowhere) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
-TEST_F(FileRefusal, FilesOfSomebodyElse) {
+TEST_F(FileRefusal, WhereThereIsNoPermission) {
     const std::string strName = m_directory.Write("log", "x");
     ASSERT_EQ(chmod(strName.c_str(), 0444), 0);
-    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0555), 0);
     EXPECT_EQ(RunInChild([&] {
                   EXPECT_TRUE(BecomeOrdinaryUser());
                   ExpectRefused(strName, ERROR_ACCESS_DENIED);
@@ -77,6 +77,7 @@ TEST_F(FileRefusal, FilesOfSomebodyElse) {
               }),
               0);
     EXPECT_FALSE(std::filesystem::exists(m_directory.Path("new")));
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0700), 0);
 }
 
 // A log in a directory that all may write to, like /tmp, is opened though another user made it: O_CREAT on such a file

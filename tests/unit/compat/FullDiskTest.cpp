@@ -4,9 +4,8 @@
 #include <sched.h>
 #include <sys/mount.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "ChildProcess.h"
 #include "TempDirectory.h"
@@ -16,10 +15,26 @@ namespace {
 
 constexpr int kCannotMount = 77;
 
+bool WriteText(const char* pszFile, const std::string& strText) {
+    std::ofstream file(pszFile);
+    return static_cast<bool>(file << strText << std::flush);
+}
+
+// In a child only: mounts of this process from here on are its own. An ordinary user becomes root in a user namespace.
+bool SeparateMounts() {
+    if (unshare(CLONE_NEWNS) == 0) {
+        return true;
+    }
+    const std::string strUser = std::to_string(geteuid());
+    const std::string strGroup = std::to_string(getegid());
+    return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && WriteText("/proc/self/setgroups", "deny") &&
+           WriteText("/proc/self/uid_map", "0 " + strUser + " 1") &&
+           WriteText("/proc/self/gid_map", "0 " + strGroup + " 1");
+}
+
 // In a child only: mounts a file system in memory on the directory.
 bool MountSmallDisk(const std::string& strDirectory, const char* pszOptions) {
-    const bool bNamespace = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
-    return bNamespace && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    return SeparateMounts() && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("tmpfs", strDirectory.c_str(), "tmpfs", 0, pszOptions) == 0;
 }
 

@@ -111,6 +111,16 @@ TEST(MemcpyX, CopiesAllOrZeroesTheRoom) {
 }
 
 TEST(MemcpyX, Overlapping) {
+    std::string strLong;
+    for (int i = 0; i < 1000; ++i) {
+        strLong += static_cast<char>('a' + i % 23);
+    }
+    const std::string strBefore = strLong;
+    EXPECT_EQ(memcpy_x(strLong.data() + 7, 993, strLong.data(), 993), 0);
+    EXPECT_EQ(strLong, strBefore.substr(0, 7) + strBefore.substr(0, 993));
+    EXPECT_EQ(memcpy_x(strLong.data(), 993, strLong.data() + 7, 993), 0);
+    EXPECT_EQ(strLong.substr(0, 993), strBefore.substr(0, 993));
+
     char sz[] = "0123456789";
     EXPECT_EQ(memcpy_x(sz + 2, 8, sz, 8), 0);
     EXPECT_STREQ(sz, "0101234567");

@@ -139,13 +139,14 @@ TEST_F(DirectoryTest, Reasons) {
 }
 
 TEST_F(DirectoryTest, ThePathsLengthAtTheLimit) {
-    for (const size_t cch : {PATH_MAX - 2, PATH_MAX - 1, PATH_MAX, PATH_MAX + 1, PATH_MAX + 2, PATH_MAX * 3}) {
+    constexpr size_t kLimit = PATH_MAX;  // which counts the terminator
+    for (const size_t cch : {kLimit - 2, kLimit - 1, kLimit, kLimit + 1, kLimit + 2, kLimit * 3}) {
         std::wstring strPath = L"/tmp";
         while (strPath.size() < cch) {
             strPath += L"/.";
         }
         strPath.resize(cch, L'/');
-        const bool bFits = cch < PATH_MAX;  // which counts the terminator
+        const bool bFits = cch < kLimit;
         EXPECT_EQ(PathIsDirectoryW(strPath.c_str()) != FALSE, bFits) << cch;
         EXPECT_EQ(Make(strPath), static_cast<int>(bFits ? ERROR_ALREADY_EXISTS : ERROR_FILENAME_EXCED_RANGE)) << cch;
     }
@@ -167,9 +168,10 @@ TEST_F(DirectoryTest, OnlyForTheOwner) {
     EXPECT_EQ(modeOf("masked"), 0500U);
 }
 
-TEST_F(DirectoryTest, NotInADirectoryOfSomebodyElse) {
-    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);
+TEST_F(DirectoryTest, WhereThereIsNoPermission) {
     ASSERT_EQ(Make(Inside(L"closed")), 0);
+    ASSERT_EQ(chmod(m_directory.Path("closed").c_str(), 0), 0);
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0555), 0);
     EXPECT_EQ(RunInChild([&] {
                   EXPECT_TRUE(BecomeOrdinaryUser());
                   EXPECT_EQ(Make(Inside(L"new")), static_cast<int>(ERROR_ACCESS_DENIED));
@@ -180,6 +182,8 @@ TEST_F(DirectoryTest, NotInADirectoryOfSomebodyElse) {
                   return 0;
               }),
               0);
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0700), 0);
+    ASSERT_EQ(chmod(m_directory.Path("closed").c_str(), 0700), 0);
 }
 
 // So is the fallback name of a log file, which begins with a blank.

@@ -84,7 +84,7 @@ TEST_F(ProfileTest, ALinkIsFollowed) {
     ExpectDefault(m_directory.Path("loop"), ERROR_ACCESS_DENIED);
 }
 
-TEST_F(ProfileTest, AFileOfSomebodyElse) {
+TEST_F(ProfileTest, WithoutPermission) {
     const std::string strPath = m_directory.Write("log.ini", kText);
     ASSERT_EQ(chmod(strPath.c_str(), 0), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);

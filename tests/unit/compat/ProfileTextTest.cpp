@@ -7,6 +7,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 constexpr auto kMissing = std::nullopt;
 
 struct Row {
@@ -86,9 +88,8 @@ INSTANTIATE_TEST_SUITE_P(LongAndBinary, ProfileText,
                                          Row{"[loginfo]\nlogLevel=" + std::string(100000, ' ') + "2\n", 2},
                                          Row{"[loginfo]\nlogLevel=2" + std::string(100000, 'x') + "\n", 2},
                                          Row{"[loginfo]\nlogLevel=" + std::string(100000, '0') + "2\n", 2},
-                                         Row{std::string("[loginfo]\nlog\0Level=9\nlogLevel=2\0\n", 36), 2},
-                                         Row{std::string("\0[loginfo]\nlogLevel=2\n", 22), kMissing},
-                                         Row{std::string("\xFF\xFE[\0l\0", 6), kMissing},
+                                         Row{"[loginfo]\nlog\0Level=9\nlogLevel=2\0\n"s, 2},
+                                         Row{"\0[loginfo]\nlogLevel=2\n"s, kMissing}, Row{"\xFF\xFE[\0l\0"s, kMissing},
                                          Row{"[loginfo]\rlogLevel=2\r", kMissing}));
 
 TEST(ProfileNames, AreTheCallers) {
@@ -100,6 +101,8 @@ TEST(ProfileNames, AreTheCallers) {
     EXPECT_EQ(vextk::FindProfileInteger(kText, "", "x"), kMissing);
     EXPECT_EQ(vextk::FindProfileInteger(kText, "a", ""), kMissing);
     EXPECT_EQ(vextk::FindProfileInteger("[]\n=5\n", "", ""), 5U);
+    EXPECT_EQ(vextk::FindProfileInteger("[a]\n#x=1\n;x=2\n", "a", "#x"), kMissing) << "a comment has no keys";
+    EXPECT_EQ(vextk::FindProfileInteger("[a]\n#x=1\n;x=2\n", "a", ";x"), kMissing);
 }
 
 // Cutting the text anywhere gives the value, a shorter number, or nothing, and never reads past the end.

@@ -1,0 +1,72 @@
+// The UTF-8 decoder and encoder: what is accepted encodes back to the same bytes, unless it held Java's surrogate
+// pairs, which come back shorter; what the encoder accepts decodes back to the same characters; lengths are exact.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "compat/Utf8.h"
+
+namespace {
+
+void Require(bool bHolds) {
+    if (!bHolds) {
+        std::abort();
+    }
+}
+
+// The bytes, on the heap for their exact length, so that AddressSanitizer sees a read behind them.
+std::vector<char> Encode(const std::wstring& strText) {
+    const std::optional<std::size_t> cb = vextk::EncodedLength(strText);
+    Require(cb.has_value());
+    std::vector<char> bytes(*cb);
+    vextk::EncodeUtf8(strText, bytes.data());
+    return bytes;
+}
+
+std::wstring Decode(std::string_view text) {
+    const std::optional<std::size_t> cch = vextk::DecodedLength(text);
+    Require(cch.has_value());
+    std::wstring strText(*cch, L'\0');
+    vextk::DecodeUtf8(text, strText.data());
+    return strText;
+}
+
+std::string_view View(const std::vector<char>& bytes) {
+    return {bytes.data(), bytes.size()};
+}
+
+void CheckNarrow(std::string_view text) {
+    if (!vextk::DecodedLength(text)) {
+        return;
+    }
+    const std::wstring strText = Decode(text);
+    const std::vector<char> again = Encode(strText);
+    Require(Decode(View(again)) == strText);
+    // A pair takes six bytes and its character four; only encoded surrogates begin with ED and a byte from A0.
+    std::size_t cPairs = 0;
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+        cPairs += text[i] == '\xED' && static_cast<unsigned char>(text[i + 1]) >= 0xA0;
+    }
+    Require(cPairs % 2 == 0 && again.size() == text.size() - cPairs);
+    Require(cPairs != 0 || View(again) == text);
+}
+
+void CheckWide(const std::uint8_t* pbData, std::size_t cbData) {
+    std::wstring strText(cbData / sizeof(wchar_t), L'\0');
+    if (!strText.empty()) {
+        std::memcpy(strText.data(), pbData, strText.size() * sizeof(wchar_t));
+    }
+    if (vextk::EncodedLength(strText)) {
+        Require(Decode(View(Encode(strText))) == strText);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cbData) {
+    CheckNarrow({reinterpret_cast<const char*>(pbData), cbData});
+    CheckWide(pbData, cbData);
+    return 0;
+}
