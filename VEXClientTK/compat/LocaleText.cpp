@@ -35,38 +35,25 @@ private:
     std::size_t m_nLength = 0;
 };
 
-// Our own conversion gives what libc gives, many times faster: ASCII in the two most common encodings, and to UTF-8
-// whatever UTF-8 has. Each returns the length, or nothing to have libc asked.
+// The length of the result when our own conversion gives what libc gives, which it does many times faster: for ASCII in
+// the two most common encodings, and from wide text to UTF-8 for all that has an encoding.
 
 constexpr std::string_view kUtf8Codeset = "UTF-8";
 constexpr std::string_view kAsciiCodeset = "ANSI_X3.4-1968";  // of the C locale
 
-std::optional<std::size_t> DecodeFast(std::string_view text, std::span<wchar_t> out) {
+std::optional<std::size_t> FastDecodedLength(std::string_view text) {
     const std::string_view codeset = nl_langinfo(CODESET);
     const bool bAscii = (codeset == kUtf8Codeset || codeset == kAsciiCodeset) && DecodedLength(text) == text.size();
-    if (!bAscii || (!out.empty() && out.size() < text.size())) {
-        return std::nullopt;
-    }
-    if (!out.empty()) {
-        DecodeUtf8(text, out.data());
-    }
-    return text.size();
+    return bAscii ? std::optional(text.size()) : std::nullopt;
 }
 
-std::optional<std::size_t> EncodeFast(std::wstring_view text, std::span<char> out) {
+std::optional<std::size_t> FastEncodedLength(std::wstring_view text) {
     const std::string_view codeset = nl_langinfo(CODESET);
     if (codeset != kUtf8Codeset && codeset != kAsciiCodeset) {
         return std::nullopt;
     }
     const std::optional<std::size_t> cb = EncodedLength(text);
-    const bool bSame = cb && (codeset == kUtf8Codeset || *cb == text.size());
-    if (!bSame || (!out.empty() && out.size() < *cb)) {
-        return std::nullopt;
-    }
-    if (!out.empty()) {
-        EncodeUtf8(text, out.data());
-    }
-    return cb;
+    return codeset == kUtf8Codeset || cb == text.size() ? cb : std::nullopt;
 }
 
 // Decodes what lies between terminators. False: malformed.
@@ -108,7 +95,10 @@ std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Subst
 }  // namespace
 
 std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {
-    if (const auto cch = DecodeFast(text, out)) {
+    if (const auto cch = FastDecodedLength(text); cch && (out.empty() || *cch <= out.size())) {
+        if (!out.empty()) {
+            DecodeUtf8(text, out.data());
+        }
         return cch;
     }
     Output<wchar_t> output(out);
@@ -126,7 +116,10 @@ std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t
 }
 
 std::optional<std::size_t> EncodeLocale(std::wstring_view text, std::span<char> out, Substitute* pSubstitute) {
-    if (const auto cb = EncodeFast(text, out)) {
+    if (const auto cb = FastEncodedLength(text); cb && (out.empty() || *cb <= out.size())) {
+        if (!out.empty()) {
+            EncodeUtf8(text, out.data());
+        }
         return cb;
     }
     Output<char> output(out);
