@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -19,12 +20,16 @@ TEST(FileThreads, WritesOnOneHandleDoNotMix) {
     const TempDirectory directory;
     const std::string strName = directory.Path("log");
     const HANDLE hFile = VexCreateFile(strName.c_str());
+    constexpr int kThreads = 4;
+    constexpr int kWrites = 4000;
+    std::latch start(kThreads);
     std::vector<std::thread> threads;
     std::atomic<int> nFailed = 0;
-    for (const char ch : {'a', 'b', 'c', 'd'}) {
-        threads.emplace_back([=, &nFailed] {
-            const std::string strBlock(kBlock, ch);
-            for (int i = 0; i < 500; ++i) {
+    for (int nThread = 0; nThread < kThreads; ++nThread) {
+        threads.emplace_back([=, &start, &nFailed] {
+            const std::string strBlock(kBlock, static_cast<char>('a' + nThread));
+            start.arrive_and_wait();
+            for (int i = 0; i < kWrites; ++i) {
                 DWORD cb = 0;
                 nFailed += WriteFile(hFile, strBlock.data(), kBlock, &cb, nullptr) == FALSE || cb != kBlock;
             }
@@ -36,7 +41,7 @@ TEST(FileThreads, WritesOnOneHandleDoNotMix) {
     EXPECT_TRUE(CloseHandle(hFile));
     EXPECT_EQ(nFailed, 0);
     const std::string strAll = ReadWholeFile(strName);
-    ASSERT_EQ(strAll.size(), 4 * 500 * kBlock);
+    ASSERT_EQ(strAll.size(), kThreads * kWrites * kBlock);
     for (size_t i = 0; i < strAll.size(); i += kBlock) {
         ASSERT_EQ(strAll.substr(i, kBlock), std::string(kBlock, strAll[i])) << i;
     }
