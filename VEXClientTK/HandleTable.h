@@ -41,6 +41,10 @@ public:
         return node.empty() ? nullptr : std::move(node.mapped());
     }
 
+    // Around a fork, so that the process it makes does not find the table locked by a thread that it has not.
+    void LockForFork() { m_mutex.lock(); }
+    void UnlockAfterFork() { m_mutex.unlock(); }
+
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.
     static constexpr std::uintptr_t kStep = 4;

@@ -1,12 +1,16 @@
 // Files behind handles that are numbers.
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <new>
 
 #include "HandleTable.h"
+#include "compat/FileLock.h"
 #include "compat/LastError.h"
 #include "compat/RegularFile.h"
 
@@ -15,12 +19,37 @@ namespace {
 
 using Files = HandleTable<RegularFile>;
 
+Files& OpenFiles();
+
+void BeforeFork() {
+    OpenFiles().LockForFork();
+}
+
+void AfterForkHere() {
+    OpenFiles().UnlockAfterFork();
+    FileLock::ForkedHere();
+}
+
+void AfterForkThere() {
+    OpenFiles().UnlockAfterFork();
+    FileLock::MadeByFork();
+}
+
+Files& MakeOpenFiles() {
+    constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
+    Files& files = *new Files(kFirstHandle);
+    pthread_atfork(BeforeFork, AfterForkHere, AfterForkThere);
+    return files;
+}
+
 // Never destroyed: the log writer's thread may still be in it while the exit handlers run.
 Files& OpenFiles() {
-    constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
-    static Files& s_files = *new Files(kFirstHandle);
+    static Files& s_files = MakeOpenFiles();
     return s_files;
 }
+
+// Made before a second thread can be in the making of it when the process forks.
+[[maybe_unused]] const Files& s_filesAtLoadTime = OpenFiles();
 
 BOOL Fail(DWORD dwError) {
     SetLastErrorNumber(dwError);
@@ -57,36 +86,69 @@ BOOL TransferBytes(HANDLE hFile, LPCVOID lpBuffer, DWORD cbBuffer, DWORD* pcbDon
 
 struct Opened {
     FileDescriptor descriptor;  // not open: failure
+    FileLock lock;
     DWORD dwError;
 };
+
+Opened NotOpened(DWORD dwError) {
+    return {FileDescriptor(), FileLock(), dwError};
+}
+
+// How long an open file of another handle may hold up the opening. A log record takes far less than a millisecond.
+constexpr std::chrono::milliseconds kMaxLockWait(2000);
+
+constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
+
+// Marks a file, on which it means nothing else, from its creation until somebody has its lock.
+constexpr mode_t kUnclaimed = S_ISVTX;
+
+// Between making a file and locking it another process may open and lock it. It is the one who has the lock of a fresh
+// file first that is told to have created it, and so writes what a file begins with; who made it comes second.
+Opened LockOpened(FileDescriptor descriptor, bool bMade) {
+    struct stat status {};
+    if (fstat(descriptor.Get(), &status) != 0) {
+        return NotOpened(ErrorFromErrno(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return NotOpened(ERROR_ACCESS_DENIED);
+    }
+    FileLock lock(descriptor.Get(), kMaxLockWait);
+    const bool bMayBeFresh = bMade || (status.st_mode & kUnclaimed) != 0;
+    if (!bMayBeFresh || fstat(descriptor.Get(), &status) != 0 || status.st_size != 0 ||
+        (!bMade && (status.st_mode & kUnclaimed) == 0)) {
+        return {std::move(descriptor), std::move(lock), ERROR_ALREADY_EXISTS};
+    }
+    // Somebody else's file that bears the mark for reasons of its own keeps it and counts as an opened one.
+    const bool bClaimed = fchmod(descriptor.Get(), status.st_mode & ~(S_IFMT | kUnclaimed)) == 0;
+    return {std::move(descriptor), std::move(lock), bClaimed || bMade ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
+}
 
 // An existing file is opened without O_CREAT, as a file of somebody else in a directory like /tmp may not be.
 Opened OpenOrCreate(const char* pszName) {
     // O_NONBLOCK: a pipe or device of that name must not hold the caller up; it means nothing for regular files.
     constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
     // Somebody else may create and remove the file between the two attempts, but hardly time and again.
     constexpr int kMaxRounds = 100;
     for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
         FileDescriptor existing(open(pszName, kFlags));
         if (existing.IsOpen()) {
-            return {std::move(existing), ERROR_ALREADY_EXISTS};
+            return LockOpened(std::move(existing), false);
         }
         if (errno == EINTR) {
             continue;
         }
         if (errno != ENOENT) {
-            return {FileDescriptor(), ErrorFromErrno(errno)};
+            return NotOpened(ErrorFromErrno(errno));
         }
-        FileDescriptor created(open(pszName, kFlags | O_CREAT | O_EXCL, kOwnerOnly));
+        FileDescriptor created(open(pszName, kFlags | O_CREAT | O_EXCL, kOwnerOnly | kUnclaimed));
         if (created.IsOpen()) {
-            return {std::move(created), ERROR_SUCCESS};
+            return LockOpened(std::move(created), true);
         }
         if (errno != EEXIST && errno != EINTR) {
-            return {FileDescriptor(), errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno)};
+            return NotOpened(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
         }
     }
-    return {FileDescriptor(), ERROR_SHARING_VIOLATION};
+    return NotOpened(ERROR_SHARING_VIOLATION);
 }
 
 HANDLE FailToOpen(DWORD dwError) {
@@ -108,12 +170,7 @@ HANDLE VexCreateFile(LPCSTR lpFileName) {
         if (!opened.descriptor.IsOpen()) {
             return FailToOpen(opened.dwError);
         }
-        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor));
-        off_t cbSize = 0;
-        const int nErrno = opened.dwError == ERROR_ALREADY_EXISTS ? file->GetSize(cbSize) : 0;
-        if (nErrno != 0) {
-            return FailToOpen(ErrorFromErrno(nErrno));
-        }
+        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor), std::move(opened.lock));
         const HANDLE hFile = OpenFiles().Add(std::move(file));
         SetLastErrorNumber(opened.dwError);
         return hFile;

@@ -7,13 +7,15 @@
 #include <mutex>
 
 #include "FileDescriptor.h"
+#include "compat/FileLock.h"
 
 namespace vextk {
 
 // Any thread may call any member; calls that use the position run one after the other.
 class RegularFile {
 public:
-    explicit RegularFile(FileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
+    explicit RegularFile(FileDescriptor descriptor, FileLock lock = {})
+        : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
 
     // The bytes that were transferred before the end of the file or an error.
     struct Transfer {
@@ -35,6 +37,7 @@ public:
 
 private:
     FileDescriptor m_descriptor;
+    FileLock m_lock;  // of the descriptor, which outlives it
     std::mutex m_mutex;
     off_t m_nPosition = 0;  // guarded by m_mutex
 };
