@@ -3,9 +3,14 @@
 // A native converts its arguments, calls the toolkit and converts the result back. It keeps nothing between calls,
 // takes no lock and throws no Java exception of its own; running out of memory leaves it as std::bad_alloc. The texts,
 // codes and call orders at the Java edge are kept exactly as callers know them, including where they look odd.
+//
+// It logs when it begins and when it has come to its end. A call that is refused, and a signature or a text that the
+// toolkit does not give, has no record of the end.
 #include "vex_jni_TAVClientJNI.h"
 
+#include <array>
 #include <climits>
+#include <cstddef>
 #include <cstring>
 #include <cwchar>
 #include <memory>
@@ -13,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "DebugLogMgr.h"
 #include "VCTK.h"
 #include "VEXCompat.h"
 #include "VEXcstring.h"
@@ -75,6 +81,74 @@ jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
 }
 
 namespace {
+
+// A function's name for a record. It is narrow, but the log's %s takes it for wide text and reads whole characters from
+// it: it is therefore kept in wide characters, four bytes in each, with a zero one behind.
+class CRecordName {
+public:
+    template <std::size_t N>
+    constexpr explicit CRecordName(const char (&szName)[N]) {
+        static_assert(N - 1 <= (kUnits - 1) * sizeof(wchar_t), "no room for a zero character");
+        for (std::size_t i = 0; i + 1 < N; ++i) {
+            m_units[i / sizeof(wchar_t)] |= static_cast<wchar_t>(szName[i]) << (i % sizeof(wchar_t) * CHAR_BIT);
+        }
+    }
+
+    const char* Narrow() const { return reinterpret_cast<const char*>(m_units.data()); }
+
+private:
+    static constexpr std::size_t kUnits = 16;
+
+    std::array<wchar_t, kUnits> m_units{};
+};
+
+// What a native's records say. The line numbers are part of the log's format: people find a call by them, so that they
+// stay what they are wherever the calls stand.
+struct Native {
+    CRecordName name;
+    DWORD dwEnterLine;
+    DWORD dwLeaveLine;
+};
+
+constexpr DWORD kNoRecord = 0;
+
+constexpr Native kInitialize{CRecordName("Java_vex_jni_TAVClientJNI_Initialize"), 101, 112};
+constexpr Native kSetDigestAlg{CRecordName("Java_vex_jni_TAVClientJNI_SetDigestAlg"), kNoRecord, 141};
+constexpr Native kSetChooseSingleCert{CRecordName("Java_vex_jni_TAVClientJNI_SetChooseSingleCert"), 149, 164};
+constexpr Native kAddFilter{CRecordName("Java_vex_jni_TAVClientJNI_AddFilter"), 171, 195};
+constexpr Native kClearFilter{CRecordName("Java_vex_jni_TAVClientJNI_ClearFilter"), 202, 216};
+constexpr Native kP1Sign{CRecordName("Java_vex_jni_TAVClientJNI_P1Sign"), 223, 267};
+constexpr Native kP1SignString{CRecordName("Java_vex_jni_TAVClientJNI_P1SignString"), 274, 318};
+constexpr Native kP7Sign{CRecordName("Java_vex_jni_TAVClientJNI_P7Sign"), 325, 368};
+constexpr Native kP7SignString{CRecordName("Java_vex_jni_TAVClientJNI_P7SignString"), 377, 420};
+constexpr Native kFinalize{CRecordName("Java_vex_jni_TAVClientJNI_Finalize"), 428, 442};
+constexpr Native kGetSignVersion{CRecordName("Java_vex_jni_TAVClientJNI_GetSignVersion"), 449, 454};
+constexpr Native kGetSignCert{CRecordName("Java_vex_jni_TAVClientJNI_GetSignCert"), 462, 494};
+constexpr Native kGetLastError{CRecordName("Java_vex_jni_TAVClientJNI_GetLastError"), 501, 505};
+constexpr Native kGetLastErrorMessage{CRecordName("Java_vex_jni_TAVClientJNI_GetLastErrorMessage"), 512, 545};
+constexpr Native kGetCertList{CRecordName("Java_vex_jni_TAVClientJNI_GetCertList"), 552, 585};
+
+// From the root of the project, so that records do not depend on where it was built.
+constexpr char kSourceFile[] = "TAVClientJNI/vex_jni_TAVClientJNI.cpp";
+
+constexpr int kLogLevel = 1;
+
+void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
+    if (!CDebugLogMgr::IsWritten(kLogLevel)) {
+        return;
+    }
+    const char* const pszName = native.name.Narrow();
+    CDebugLogMgr::MacroHelper(L"[INFO] ", kLogLevel, CString(kSourceFile).GetString(), CString(pszName).GetString(),
+                              dwLine)(lpszFormat, pszName);
+}
+
+void TraceEnter(const Native& native) {
+    Trace(native, native.dwEnterLine, L"%s Enter.");
+}
+
+void TraceLeave(const Native& native) {
+    Trace(native, native.dwLeaveLine, L"%s Leave.");
+}
 
 HANDLE ToHandle(jlong handle) {
     return reinterpret_cast<HANDLE>(handle);  // NOLINT(performance-no-int-to-ptr): Java has no pointers
@@ -156,10 +230,12 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Initialize(JNIEnv* jenv, jobje
     if (wstrKeyInfo.empty()) {
         return 0;
     }
+    TraceEnter(kInitialize);
     HANDLE hVexObject = VCTK_Initialize(CStringA(wstrKeyInfo.c_str()));
     if (hVexObject != nullptr) {
         VCTK_CallQueueEnable(hVexObject, 0, 1);
     }
+    TraceLeave(kInitialize);
     return reinterpret_cast<jlong>(hVexObject);
 }
 
@@ -170,20 +246,24 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_SetDigestAlg(JNIEnv* jenv, job
         return kFailure;
     }
     const INT ret = VCTK_SetDigestAlg(ToHandle(handle), CStringA(wstrDigestAlg.c_str()));
+    TraceLeave(kSetDigestAlg);
     return ToStatus(ret);
 }
 
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_SetChooseSingleCert(JNIEnv*, jobject, jlong handle, jint isChoose) {
+    TraceEnter(kSetChooseSingleCert);
     if (handle == 0) {
         return kFailure;
     }
     const INT ret = VCTK_SetChooseSingleCert(ToHandle(handle), isChoose);
+    TraceLeave(kSetChooseSingleCert);
     return ToStatus(ret);
 }
 
 // A value that the process locale cannot encode reaches the toolkit as "".
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_AddFilter(JNIEnv* jenv, jobject, jlong handle, jlong ulType,
                                                             jstring bstrValue) {
+    TraceEnter(kAddFilter);
     const std::wstring wstrValue = JstringToWindows(jenv, bstrValue);
     if (wstrValue.empty()) {
         return kFailure;
@@ -194,73 +274,89 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_AddFilter(JNIEnv* jenv, jobjec
     }
     const INT ret =
         VCTK_AddFilter(ToHandle(handle), static_cast<ULONG>(ulType), CStringA(static_cast<LPCTSTR>(strValue)));
+    TraceLeave(kAddFilter);
     return ToStatus(ret);
 }
 
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_ClearFilter(JNIEnv*, jobject, jlong handle) {
+    TraceEnter(kClearFilter);
     if (handle == 0) {
         return kFailure;
     }
     const INT ret = VCTK_ClearFilter(ToHandle(handle));
+    TraceLeave(kClearFilter);
     return ToStatus(ret);
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1Sign(JNIEnv* jenv, jobject, jlong handle,
                                                            jstring bstrValueBase64) {
+    TraceEnter(kP1Sign);
     const auto pResult = SignP1(jenv, handle, bstrValueBase64, kBase64);
     if (!pResult) {
         return nullptr;
     }
     jstring jstrSignData = stoJstring(jenv, pResult.get());
+    TraceLeave(kP1Sign);
     return jstrSignData;
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1SignString(JNIEnv* jenv, jobject, jlong handle,
                                                                  jstring bstrValue) {
+    TraceEnter(kP1SignString);
     const auto pResult = SignP1(jenv, handle, bstrValue, kPlainText);
     if (!pResult) {
         return nullptr;
     }
     jstring jstrSignData = stoJstring(jenv, pResult.get());
+    TraceLeave(kP1SignString);
     return jstrSignData;
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7Sign(JNIEnv* jenv, jobject, jlong handle, jstring bstrValue,
                                                            jlong bDetach, jlong bIncludeCert) {
+    TraceEnter(kP7Sign);
     const auto pResult = SignP7(jenv, handle, bstrValue, kBase64, bDetach, bIncludeCert);
     if (!pResult) {
         return nullptr;
     }
     jstring jstrSignData = stoJstring(jenv, pResult.get());
+    TraceLeave(kP7Sign);
     return jstrSignData;
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7SignString(JNIEnv* jenv, jobject, jlong handle, jstring bstrValue,
                                                                  jlong bDetach, jlong bIncludeCert) {
+    TraceEnter(kP7SignString);
     const auto pResult = SignP7(jenv, handle, bstrValue, kPlainText, bDetach, bIncludeCert);
     if (!pResult) {
         return nullptr;
     }
     jstring jstrSignData = stoJstring(jenv, pResult.get());
+    TraceLeave(kP7SignString);
     return jstrSignData;
 }
 
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Finalize(JNIEnv*, jobject, jlong handle) {
+    TraceEnter(kFinalize);
     if (handle == 0) {
         return kFailure;
     }
     const INT ret = VCTK_Finalize(ToHandle(handle));
+    TraceLeave(kFinalize);
     return ToStatus(ret);
 }
 
 // The bridge's own version; neither the handle nor the toolkit is asked.
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignVersion(JNIEnv* jenv, jobject, jlong) {
+    TraceEnter(kGetSignVersion);
     jstring jstrVersion = NarrowToJstring(jenv, "1.0.0.1");
+    TraceLeave(kGetSignVersion);
     return jstrVersion;
 }
 
 // Null even on success: the certificate is fetched, made a Java string and dropped.
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignCert(JNIEnv* jenv, jobject, jlong handle) {
+    TraceEnter(kGetSignCert);
     if (handle == 0) {
         return nullptr;
     }
@@ -270,16 +366,20 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignCert(JNIEnv* jenv, jo
         return nullptr;
     }
     NarrowToJstring(jenv, pResult.get());
+    TraceLeave(kGetSignCert);
     return nullptr;
 }
 
 // Handle 0 is passed on like any other.
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_GetLastError(JNIEnv*, jobject, jlong handle) {
+    TraceEnter(kGetLastError);
     const jlong jRetError = VCTK_GetLastError(ToHandle(handle));
+    TraceLeave(kGetLastError);
     return jRetError;
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetLastErrorMessage(JNIEnv* jenv, jobject, jlong handle) {
+    TraceEnter(kGetLastErrorMessage);
     if (handle == 0) {
         return nullptr;
     }
@@ -290,10 +390,12 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetLastErrorMessage(JNIEnv* 
         return nullptr;
     }
     jstring jstrMsg = stoJstring(jenv, pResult.get());
+    TraceLeave(kGetLastErrorMessage);
     return jstrMsg;
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jobject, jlong handle) {
+    TraceEnter(kGetCertList);
     if (handle == 0) {
         return nullptr;
     }
@@ -304,6 +406,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jo
         return nullptr;
     }
     jstring jstrCertList = stoJstring(jenv, pResult.get());
+    TraceLeave(kGetCertList);
     return jstrCertList;
 }
 

@@ -38,11 +38,17 @@ Java_vex_jni_TAVClientJNI_SetDigestAlg'
 bridge_exports="$natives
 _Z10stoJstringP7JNIEnv_PKc
 _Z16JstringToWindowsB5cxx11P7JNIEnv_P8_jstring
-_Z16WindowsToJstringP7JNIEnv_RKNSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEE"
+_Z16WindowsToJstringP7JNIEnv_RKNSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEE
+_Z11pv_init_logv
+_Z9pv_uninitP8_IO_FILE
+pv_log"
 
 bridge_functions="$natives
 JstringToWindows[abi:cxx11](JNIEnv_*, _jstring*)
 WindowsToJstring(JNIEnv_*, std::__cxx11::basic_string<wchar_t, std::char_traits<wchar_t>, std::allocator<wchar_t> > const&)
+pv_init_log()
+pv_log
+pv_uninit(_IO_FILE*)
 stoJstring(JNIEnv_*, char const*)"
 
 toolkit_exports='

@@ -1,0 +1,105 @@
+#include "WriteLog.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <ctime>
+#include <cwchar>
+#include <memory>
+
+namespace {
+
+struct Free {
+    void operator()(void* pBlock) const { std::free(pBlock); }
+};
+
+template <typename Char>
+using Text = std::unique_ptr<Char, Free>;
+
+// Zeroed; null without memory.
+template <typename Char>
+Text<Char> Allocate(std::size_t nChars) {
+    return Text<Char>(static_cast<Char*>(std::calloc(nChars, sizeof(Char))));
+}
+
+const char* LevelWord(int level) {
+    switch (level) {
+        case 1:
+            return "DEBU";
+        case 2:
+            return "WARN";
+        case 3:
+            return "ERRO";
+        default:
+            return "INFO";
+    }
+}
+
+void WriteTime(FILE* stream) {
+    const std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    char szTime[32] = {};
+    if (localtime_r(&now, &local) != nullptr) {
+        std::strftime(szTime, sizeof(szTime), "%d/%b/%Y:%H:%M:%S %Z", &local);
+    }
+    std::fprintf(stream, "[%s] ", szTime);
+}
+
+// The d behind the thread's number is part of the format.
+void WriteProcess(FILE* stream) {
+    std::fprintf(stream, "[%d %ud]", getpid(), static_cast<unsigned int>(pthread_self()));
+}
+
+void WriteMessage(FILE* stream, int level, const wchar_t* pszWide) {
+    constexpr auto kUnconvertible = static_cast<std::size_t>(-1);
+    const std::size_t cbMessage = std::wcstombs(nullptr, pszWide, 0);
+    if (cbMessage == kUnconvertible) {
+        return;
+    }
+    const Text<char> pszNarrow = Allocate<char>(cbMessage + 1);
+    if (pszNarrow && std::wcstombs(pszNarrow.get(), pszWide, cbMessage) != kUnconvertible) {
+        std::fprintf(stream, "[%s]%s\n", LevelWord(level), pszNarrow.get());
+    }
+}
+
+}  // namespace
+
+FILE* pv_init_log() {
+    char szPath[256] = {};
+    std::snprintf(szPath, sizeof(szPath), "%s", "/tmp/PILog.txt");
+    FILE* const stream = std::fopen(szPath, "a+");
+    if (stream == nullptr) {
+        std::printf("system error: error to open log file[%s].\n", szPath);
+        return nullptr;
+    }
+    std::fflush(stream);
+    return stream;
+}
+
+void pv_uninit(FILE* stream) {
+    if (stream != nullptr) {
+        std::fclose(stream);
+    }
+}
+
+void pv_log(int level, const wchar_t* format, ...) {
+    FILE* const stream = pv_init_log();
+    if (stream == nullptr) {
+        return;
+    }
+    constexpr std::size_t nMessage = 32769;
+    const Text<wchar_t> pszMessage = Allocate<wchar_t>(nMessage);
+    WriteTime(stream);
+    WriteProcess(stream);
+    if (pszMessage) {
+        va_list args;
+        va_start(args, format);
+        std::vswprintf(pszMessage.get(), nMessage - 1, format, args);
+        va_end(args);
+        WriteMessage(stream, level, pszMessage.get());
+    }
+    std::fflush(stream);
+    pv_uninit(stream);
+}
