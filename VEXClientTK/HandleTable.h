@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 #include <unordered_map>
 
@@ -44,6 +45,8 @@ public:
     // Around a fork, so that the process it makes does not find the table locked by a thread that it has not.
     void LockForFork() { m_mutex.lock(); }
     void UnlockAfterFork() { m_mutex.unlock(); }
+    // In that process. Its one thread has another number than the one that locked, as which it cannot unlock.
+    void RenewLockAfterFork() { ::new (static_cast<void*>(&m_mutex)) std::shared_mutex; }
 
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.

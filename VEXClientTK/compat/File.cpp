@@ -31,7 +31,7 @@ void AfterForkHere() {
 }
 
 void AfterForkThere() {
-    OpenFiles().UnlockAfterFork();
+    OpenFiles().RenewLockAfterFork();
     FileLock::MadeByFork();
 }
 
