@@ -260,14 +260,16 @@ inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR
     const auto nThread = static_cast<int>(pthread_self());
     const auto nLine = static_cast<int>(dwSrcLineNumber);
     const std::tm& local = moment.local;
-    // The last field of the time has microseconds, of which it pads to three digits.
+    // The last field of the time has microseconds, of which it pads to three digits. The limits of the texts, which are
+    // longer than the header, keep libc from giving up on very long ones before the cut.
     wchar_t szHeader[MAX_HEADER + 1] = {};
     if (bWithFunctionName) {
-        std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls-%ls(%d)]: ",
-                      getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                      local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, lpszFunctionName, nLine);
+        std::swprintf(szHeader, MAX_HEADER,
+                      L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls-%.260ls(%d)]: ", getpid(),
+                      nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                      local.tm_sec, moment.nMicroseconds, lpszSrcFileName, lpszFunctionName, nLine);
     } else {
-        std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls(%d)]: ",
+        std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls(%d)]: ",
                       getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
                       local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, nLine);
     }
