@@ -21,6 +21,8 @@ demo     openssl               _vex_has_command openssl                     # th
 test     openssl               _vex_has_command openssl                     # the openssl command
 test     binutils              _vex_has_command readelf                     # readelf
 test     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
+test     libgmock-dev          _vex_has_header gmock/gmock.h                # GoogleMock
+test     strace                _vex_has_command strace                      # strace
 test     junit5                _vex_has_jar junit-platform-launcher         # JUnit 5
 test     libbcprov-java        _vex_has_jar bcprov                          # Bouncy Castle, provider
 test     libbcpkix-java        _vex_has_jar bcpkix                          # Bouncy Castle, CMS

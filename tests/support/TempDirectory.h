@@ -1,7 +1,8 @@
-// A fresh directory of the test's own, removed with all it holds.
+// A fresh directory of the test's own, removed with all it holds by the process that made it.
 #pragma once
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -20,8 +21,10 @@ public:
         m_path = strPattern;
     }
     ~TempDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
+        if (getpid() == m_nOwner) {
+            std::error_code ignored;
+            std::filesystem::remove_all(m_path, ignored);
+        }
     }
     TempDirectory(const TempDirectory&) = delete;
     TempDirectory& operator=(const TempDirectory&) = delete;
@@ -37,6 +40,7 @@ public:
 
 private:
     std::filesystem::path m_path;
+    pid_t m_nOwner = getpid();
 };
 
 // The bytes of a file; empty when it cannot be read.

@@ -1,5 +1,7 @@
 #include "Natives.h"
 
+#include <stdlib.h>
+
 #include <clocale>
 #include <stdexcept>
 
@@ -137,6 +139,15 @@ std::vector<Native> NativesThat(const std::function<bool(const Native&)>& filter
 }
 
 NativesTest::NativesTest() {
+    // The first trace of a process takes the locale from the environment; that is to be over when a test sets its own.
+    static const bool s_bTraced = [] {
+        setenv("LC_ALL", "C.UTF-8", 1);
+        FakeJniEnv env;
+        return Java_vex_jni_TAVClientJNI_GetSignVersion(&env, nullptr, 0) != nullptr;
+    }();
+    if (!s_bTraced) {
+        throw std::runtime_error("no version");
+    }
     SetLocale("C.UTF-8");
     recording_toolkit::Reset();
 }

@@ -1,6 +1,7 @@
-// A library for LD_PRELOAD: the fixed paths of the log and its switches lead into the directory named by the
-// environment variable VEX_TEST_LOG_DIR. The test JVMs need it because nothing in Java can set these paths, and tests
-// must not write into the log of whoever runs them.
+// The fixed paths of the log and its switches lead into the directory named by the environment variable
+// VEX_TEST_LOG_DIR: tests must not write into the log of whoever runs them, and nothing in the product can set these
+// paths. As a library for LD_PRELOAD it serves programs that are not built here, the JVMs above all; test programs have
+// it compiled in, together with PrivateLogDirectory.cpp.
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,0 +1,107 @@
+// pv_log and its helpers: one record a call, appended to the log's default file.
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdint>
+#include <filesystem>
+#include <regex>
+
+#include "TempDirectory.h"
+#include "WriteLog.h"
+
+namespace {
+
+class MinimalLoggerTest : public testing::Test {
+protected:
+    MinimalLoggerTest() {
+        setenv("VEX_TEST_LOG_DIR", m_directory.Path().c_str(), 1);
+        std::setlocale(LC_ALL, "C.UTF-8");
+    }
+    ~MinimalLoggerTest() override { std::setlocale(LC_ALL, "C"); }
+
+    std::string Bytes() const { return ReadWholeFile(m_directory.Path("PILog.txt")); }
+
+    // The time and process parts, as they are for a record of this moment and thread.
+    static std::string Front() {
+        const auto nThread = static_cast<std::uint32_t>(pthread_self());
+        return "\\[\\d\\d/[A-Z][a-z][a-z]/\\d{4}:\\d\\d:\\d\\d:\\d\\d [A-Z]+\\] \\[" + std::to_string(getpid()) + " " +
+               std::to_string(nThread) + "d\\]";
+    }
+
+    const TempDirectory m_directory;
+};
+
+MATCHER_P(Matches, strPattern, "") {
+    return std::regex_match(arg, std::regex(strPattern));
+}
+
+struct Level {
+    int nLevel;
+    const char* pszWord;
+};
+
+TEST_F(MinimalLoggerTest, ARecordIsALineWithItsLevelsWord) {
+    for (const Level& level : {Level{1, "DEBU"}, Level{2, "WARN"}, Level{3, "ERRO"}, Level{0, "INFO"}, Level{4, "INFO"},
+                               Level{-1, "INFO"}, Level{INT_MAX, "INFO"}, Level{INT_MIN, "INFO"}}) {
+        std::filesystem::remove(m_directory.Path("PILog.txt"));
+        pv_log(level.nLevel, L"%ls %d", L"started \x00e4", 7);
+        EXPECT_THAT(Bytes(), Matches(Front() + "\\[" + level.pszWord + "\\]started \xC3\xA4 7\n"));
+    }
+}
+
+TEST_F(MinimalLoggerTest, RecordsAreAppended) {
+    m_directory.Write("PILog.txt", "before\n");
+    pv_log(1, L"one");
+    pv_log(2, L"");
+    EXPECT_THAT(Bytes(), Matches("before\n" + Front() + "\\[DEBU\\]one\n" + Front() + "\\[WARN\\]\n"));
+}
+
+TEST_F(MinimalLoggerTest, AMessageEndsAt32767Characters) {
+    for (const size_t nLength : {32'766U, 32'767U, 32'768U, 40'000U}) {
+        std::filesystem::remove(m_directory.Path("PILog.txt"));
+        pv_log(0, L"%ls", std::wstring(nLength, L'\x00e4').c_str());
+        const std::string bytes = Bytes();
+        const size_t nMessage = bytes.find("[INFO]") + 6;
+        ASSERT_LT(nMessage, bytes.size());
+        EXPECT_EQ(bytes.size() - nMessage, std::min<size_t>(nLength, 32'767) * 2 + 1);
+        EXPECT_TRUE(bytes.ends_with("\xC3\xA4\n"));
+    }
+}
+
+// What the locale cannot encode leaves a line without its end, on which the next record goes on.
+TEST_F(MinimalLoggerTest, AMessageThatTheLocaleCannotEncodeLeavesTimeAndProcess) {
+    std::setlocale(LC_ALL, "C");
+    pv_log(1, L"%ls", L"\x00e4");
+    EXPECT_THAT(Bytes(), Matches(Front()));
+    pv_log(1, L"next");
+    EXPECT_THAT(Bytes(), Matches(Front() + Front() + "\\[DEBU\\]next\n"));
+    std::setlocale(LC_ALL, "C.UTF-8");
+    pv_log(1, L"%ls", std::wstring(1, static_cast<wchar_t>(0xD800)).c_str());
+    EXPECT_THAT(Bytes(), Matches(Front() + Front() + "\\[DEBU\\]next\n" + Front()));
+}
+
+TEST_F(MinimalLoggerTest, AFileThatCannotBeOpenedIsToldOnStandardOutput) {
+    std::filesystem::create_directory(m_directory.Path("PILog.txt"));
+    constexpr const char* kText = "system error: error to open log file[/tmp/PILog.txt].\n";
+    testing::internal::CaptureStdout();
+    pv_log(1, L"lost");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), kText);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(pv_init_log(), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), kText);
+}
+
+TEST_F(MinimalLoggerTest, TheStreamAppendsAndIsTheCallers) {
+    m_directory.Write("PILog.txt", "before ");
+    std::FILE* const pStream = pv_init_log();
+    ASSERT_NE(pStream, nullptr);
+    std::fputs("own text", pStream);
+    pv_uninit(pStream);
+    EXPECT_EQ(Bytes(), "before own text");
+    pv_uninit(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+#include "ChildProcess.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#ifdef VEX_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned kMaxSeconds = 120;
+
+}  // namespace
+
+void EndChildAtOnce() {
+    std::fflush(nullptr);
+#ifdef VEX_COVERAGE
+    __gcov_dump();
+#endif
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit) {
+    int pipeEnds[2];
+    if (pipe(pipeEnds) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    std::fflush(nullptr);
+    Clock::time_point began = Clock::now();
+    const pid_t nChild = fork();
+    if (nChild < 0) {
+        throw std::runtime_error("cannot fork");
+    }
+    if (nChild == 0) {
+        alarm(kMaxSeconds);
+        close(pipeEnds[0]);
+        fnBody();
+        const Clock::time_point returned = Clock::now();
+        if (write(pipeEnds[1], &returned, sizeof returned) != static_cast<ssize_t>(sizeof returned)) {
+            std::perror("write");
+            _exit(1);
+        }
+        close(pipeEnds[1]);
+        if (exit == Exit::kAtOnce) {
+            EndChildAtOnce();
+        }
+        std::exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    close(pipeEnds[1]);
+
+    int nStatus = 0;
+    while (waitpid(nChild, &nStatus, 0) < 0 && errno == EINTR) {
+    }
+    const Clock::time_point ended = Clock::now();
+    Clock::time_point returned;
+    if (read(pipeEnds[0], &returned, sizeof returned) == static_cast<ssize_t>(sizeof returned)) {
+        began = returned;
+    }
+    close(pipeEnds[0]);
+
+    ChildEnd end;
+    end.nStatus = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
+    end.nSignal = WIFSIGNALED(nStatus) ? WTERMSIG(nStatus) : 0;
+    end.dSeconds = std::chrono::duration<double>(ended - began).count();
+    if (end.nSignal != 0) {
+        std::printf("The child process was ended by signal %d (%s)\n", end.nSignal, strsignal(end.nSignal));
+    }
+    return end;
+}

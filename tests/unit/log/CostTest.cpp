@@ -1,0 +1,129 @@
+// What a trace costs the calling thread in memory: the blocks allocated, by kind.
+#include <cstdlib>
+#include <map>
+#include <new>
+
+#include "LogTest.h"
+#include "Scale.h"
+
+namespace {
+
+// Of one thread, the counted one.
+struct Counts {
+    size_t nArrays = 0;
+    size_t nObjects = 0;
+    size_t cbLargest = 0;
+
+    bool operator==(const Counts&) const = default;
+};
+
+thread_local bool t_bCounting = false;
+thread_local Counts t_counts;
+
+void* Allocate(size_t cb, size_t Counts::*pnCount) {
+    if (t_bCounting) {
+        ++(t_counts.*pnCount);
+        t_counts.cbLargest = std::max(t_counts.cbLargest, cb);
+    }
+    void* const p = std::malloc(cb > 0 ? cb : 1);
+    if (p == nullptr) {
+        throw std::bad_alloc();
+    }
+    return p;
+}
+
+template <typename Body>
+Counts CountsOf(Body body) {
+    t_counts = {};
+    t_bCounting = true;
+    body();
+    t_bCounting = false;
+    return t_counts;
+}
+
+std::ostream& operator<<(std::ostream& stream, const Counts& counts) {
+    return stream << counts.nArrays << " arrays, " << counts.nObjects << " objects, the largest of " << counts.cbLargest
+                  << " bytes";
+}
+
+using CostTest = LogTest;
+
+constexpr size_t kMessageBuffer = 8192 * sizeof(wchar_t);
+
+TEST_F(CostTest, TenMillionFilteredCallsAllocateNothing) {
+    m_directory.Write("log.ini", "[loginfo]\nlogLevel=2\n");
+    InChild([] {
+        CDebugLogMgr* const pManager = CDebugLogMgr::GetInstance();
+        const int nCalls = Scaled(10'000'000);
+        va_list none;
+        const auto filtered = [&](LPCTSTR lpszFormat, ...) {
+            va_start(none, lpszFormat);
+            for (int i = 0; i < nCalls; ++i) {
+                pManager->OutputArgs(L"[INFO] ", 1, L"test.cpp", L"Function", 7, lpszFormat, none);
+            }
+            va_end(none);
+        };
+        const Counts counts = CountsOf([&] { filtered(L"text"); });
+        EXPECT_EQ(counts, Counts{}) << counts;
+    });
+    EXPECT_EQ(ReadWholeFile(LogPath()), "");
+}
+
+// A helper holds its texts; beyond that a filtered call of its makes no line and no buffer.
+TEST_F(CostTest, AFilteredHelperAllocatesItsTextsOnly) {
+    m_directory.Write("log.ini", "[loginfo]\nlogLevel=2\n");
+    InChild([] {
+        CDebugLogMgr::GetInstance();
+        const auto trace = [] {
+            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"%s", L"text");
+        };
+        const Counts counts = CountsOf(trace);
+        std::cout << "A filtered record: " << counts << '\n';
+        EXPECT_EQ(counts.nArrays, 0U);
+        EXPECT_LE(counts.nObjects, 5U) << "three texts, the format and room for its rewriting";
+        EXPECT_LT(counts.cbLargest, 200U);
+        EXPECT_EQ(CountsOf(trace), counts);
+    });
+}
+
+TEST_F(CostTest, ARecordAllocatesTheSameEachTime) {
+    InChild([&] {
+        const auto trace = [] {
+            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"%s", L"text");
+        };
+        trace();
+        const Counts counts = CountsOf(trace);
+        std::cout << "A record: " << counts << '\n';
+        EXPECT_EQ(counts.nArrays, 1U) << "the message's buffer";
+        EXPECT_EQ(counts.cbLargest, kMessageBuffer);
+        // The helper's three texts; the format and room for its rewriting; the line, which grows with its pieces; the
+        // node and its text.
+        EXPECT_LE(counts.nObjects, 3U + 2U + 4U + 2U);
+        for (int i = 0; i < 1000; ++i) {
+            const Counts again = CountsOf(trace);
+            ASSERT_EQ(again, counts) << again;
+        }
+        WaitUntilWritten(LogPath());
+    });
+}
+
+}  // namespace
+
+void* operator new(std::size_t cb) {
+    return Allocate(cb, &Counts::nObjects);
+}
+void* operator new[](std::size_t cb) {
+    return Allocate(cb, &Counts::nArrays);
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}

@@ -1,0 +1,313 @@
+// A log file that is not what the log expects: the program goes on, nobody else's file is touched, and where there is a
+// way to write lines it is used.
+#include <gmock/gmock.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "FileCalls.h"
+#include "LogTest.h"
+
+namespace {
+
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr uid_t kSomebodyElse = 65534;
+
+class HostileFileTest : public LogTest {
+protected:
+    HostileFileTest() {
+        // Where the default name leads, PILog.txt is made what each test wants it to be. The processes may run as
+        // somebody else and put their other file here.
+        std::filesystem::permissions(m_directory.Path(), std::filesystem::perms(0777));
+        std::filesystem::permissions(WorkingDirectory(), std::filesystem::perms(0777));
+    }
+
+    // Lines go into a file of the fallback name, but for the first one, for which the name is made; the second makes
+    // its directory. nOpens: how often the first line opens a file before the log gives it up.
+    void ExpectLinesInFallback(
+        int nOpens, const std::function<void()>& fnPrepare = [] {}) {
+        InChild([&] {
+            fnPrepare();
+            Trace(L"line 0");
+            file_calls::WaitFor("VexCreateFile", nOpens);
+            for (int i = 1; i < 4; ++i) {
+                Trace(L"line " + std::to_wstring(i));
+            }
+            file_calls::WaitFor("CloseHandle", 3);
+        });
+        const std::vector<std::string> files = FilesInWorkingDirectory();
+        ASSERT_THAT(files, SizeIs(1));
+        EXPECT_TRUE(files[0].starts_with(" /tmp/PILog.txt.")) << files[0];
+        const auto records = RecordsOf(WorkingDirectory() + "/" + files[0]);
+        ASSERT_THAT(records, SizeIs(3));
+        EXPECT_EQ(records.front().strMessage, "line 1");
+        EXPECT_EQ(records.back().strMessage, "line 3");
+    }
+};
+
+TEST_F(HostileFileTest, ADirectory) {
+    std::filesystem::create_directory(LogPath());
+    ExpectLinesInFallback(1);
+    EXPECT_TRUE(std::filesystem::is_empty(LogPath()));
+}
+
+TEST_F(HostileFileTest, APipe) {
+    ASSERT_EQ(mkfifo(LogPath().c_str(), 0666), 0);
+    ExpectLinesInFallback(2);
+    EXPECT_TRUE(std::filesystem::is_fifo(LogPath()));
+}
+
+TEST_F(HostileFileTest, ALinkToAnotherFile) {
+    const std::string strTarget = m_directory.Write("target", "another's text");
+    std::filesystem::create_symlink(strTarget, LogPath());
+    ExpectLinesInFallback(2);
+    EXPECT_EQ(ReadWholeFile(strTarget), "another's text");
+}
+
+TEST_F(HostileFileTest, ALinkToNothing) {
+    std::filesystem::create_symlink(m_directory.Path("target"), LogPath());
+    ExpectLinesInFallback(2);
+    EXPECT_FALSE(std::filesystem::exists(m_directory.Path("target")));
+}
+
+TEST_F(HostileFileTest, ALinkToALink) {
+    const std::string strTarget = m_directory.Write("target", "another's text");
+    std::filesystem::create_symlink(strTarget, m_directory.Path("link"));
+    std::filesystem::create_symlink(m_directory.Path("link"), LogPath());
+    ExpectLinesInFallback(2);
+    EXPECT_EQ(ReadWholeFile(strTarget), "another's text");
+}
+
+void BecomeSomebodyElse() {
+    ASSERT_EQ(setgid(kSomebodyElse), 0);
+    ASSERT_EQ(setuid(kSomebodyElse), 0);
+}
+
+#define SKIP_UNLESS_ROOT()                                                       \
+    if (geteuid() != 0) {                                                        \
+        GTEST_SKIP() << "skipped: only root can run a process as somebody else"; \
+    }
+
+TEST_F(HostileFileTest, SomebodyElsesFile) {
+    SKIP_UNLESS_ROOT()
+    m_directory.Write("PILog.txt", "private");
+    std::filesystem::permissions(LogPath(), std::filesystem::perms(0600));
+    ExpectLinesInFallback(2, BecomeSomebodyElse);
+    EXPECT_EQ(ReadWholeFile(LogPath()), "private");
+}
+
+TEST_F(HostileFileTest, SomebodyElsesFileForEverybodyToWrite) {
+    SKIP_UNLESS_ROOT()
+    m_directory.Write("PILog.txt", "");
+    std::filesystem::permissions(LogPath(), std::filesystem::perms(0666));
+    InChild([&] {
+        BecomeSomebodyElse();
+        Trace(L"line");
+        WaitUntilWritten(LogPath());
+    });
+    EXPECT_THAT(RecordsOf(LogPath()), SizeIs(1));
+}
+
+TEST_F(HostileFileTest, ALinkToSomebodyElsesFile) {
+    SKIP_UNLESS_ROOT()
+    const std::string strTarget = m_directory.Write("target", "private");
+    std::filesystem::permissions(strTarget, std::filesystem::perms(0666));
+    std::filesystem::create_symlink(strTarget, LogPath());
+    ExpectLinesInFallback(2, BecomeSomebodyElse);
+    EXPECT_EQ(ReadWholeFile(strTarget), "private");
+}
+
+// ---- File systems that refuse ----
+
+// For a child process: mounts of its own. False where the system does not allow them.
+bool HaveOwnMounts() {
+    if (unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        return false;
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+bool MountSmall(const std::string& strPath, unsigned long nFlags = 0) {
+    return mount("vextest", strPath.c_str(), "tmpfs", nFlags, "size=64k,mode=777") == 0;
+}
+
+class MountTest : public HostileFileTest {
+protected:
+    void SetUp() override {
+        const std::string strProbe = m_directory.Path("probe");
+        std::filesystem::create_directory(strProbe);
+        const ChildEnd probe = RunChild([&] {
+            if (!HaveOwnMounts() || !MountSmall(strProbe)) {
+                _exit(77);
+            }
+        });
+        if (!probe.Passed()) {
+            GTEST_SKIP() << "skipped: this process may not mount file systems of its own";
+        }
+    }
+};
+
+TEST_F(MountTest, AReadOnlyFileSystem) {
+    const std::string strMount = m_directory.Path("mount");
+    std::filesystem::create_directory(strMount);
+    setenv("VEX_TEST_LOG_DIR", strMount.c_str(), 1);
+    ExpectLinesInFallback(2, [&] {
+        ASSERT_TRUE(HaveOwnMounts());
+        ASSERT_TRUE(MountSmall(strMount, MS_RDONLY));
+    });
+}
+
+TEST_F(MountTest, NowhereToWrite) {
+    const std::string strMount = m_directory.Path("mount");
+    std::filesystem::create_directory(strMount);
+    setenv("VEX_TEST_LOG_DIR", strMount.c_str(), 1);
+    InChild([&] {
+        ASSERT_TRUE(HaveOwnMounts());
+        ASSERT_TRUE(MountSmall(strMount, MS_RDONLY));
+        ASSERT_EQ(chdir(strMount.c_str()), 0);
+        constexpr int kLines = 100;
+        for (int i = 0; i < kLines; ++i) {
+            Trace(L"lost");
+        }
+        file_calls::WaitFor("VexCreateFile", kLines);
+    });
+    EXPECT_THAT(FilesInWorkingDirectory(), IsEmpty());
+}
+
+TEST_F(MountTest, AFullFileSystemAndThenRoomAgain) {
+    const std::string strMount = m_directory.Path("mount");
+    std::filesystem::create_directory(strMount);
+    setenv("VEX_TEST_LOG_DIR", strMount.c_str(), 1);
+    InChild([&] {
+        ASSERT_TRUE(HaveOwnMounts());
+        ASSERT_TRUE(MountSmall(strMount));
+        const std::string strLog = strMount + "/PILog.txt";
+        std::ofstream(strMount + "/filler") << std::string(40'000, 'f');
+        int nLines = 0;
+        const auto trace = [&nLines](int n) {
+            for (int i = 0; i < n; ++i) {
+                Trace(std::wstring(1000, L'x') + std::to_wstring(nLines++));
+            }
+            file_calls::WaitFor("CloseHandle", nLines);
+        };
+        trace(100);
+        EXPECT_LT(std::filesystem::file_size(strLog), 64U * 1024);
+        std::filesystem::remove(strMount + "/filler");
+        trace(10);
+        const LogFile file = ReadLogFile(strLog);
+        EXPECT_TRUE(file.bHeader);
+        ASSERT_GT(file.entries.size(), 10U);
+        for (size_t i = 0; i < 9; ++i) {
+            const auto record = ParseLogRecord(file.entries[file.entries.size() - 1 - i]);
+            ASSERT_TRUE(record);
+            EXPECT_TRUE(record->strMessage.ends_with("x" + std::to_string(nLines - 1 - static_cast<int>(i))));
+        }
+    });
+}
+
+// What a quota or a full disk looks like without one.
+TEST_F(HostileFileTest, WritesThatFail) {
+    InChild([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit = {5'000, RLIM_INFINITY};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        constexpr int kLines = 20;
+        for (int i = 0; i < kLines; ++i) {
+            Trace(std::wstring(1000, L'x'));
+        }
+        file_calls::WaitFor("CloseHandle", kLines);
+    });
+    EXPECT_EQ(std::filesystem::file_size(LogPath()), 5'000U);
+    const LogFile file = ReadLogFile(LogPath());
+    EXPECT_TRUE(file.bHeader);
+    ASSERT_GE(file.entries.size(), 4U);
+    EXPECT_TRUE(ParseLogRecord(file.entries.front()));
+}
+
+// ---- A file that changes under the log ----
+
+TEST_F(HostileFileTest, DeletedItIsMadeAnew) {
+    InChild([&] {
+        for (const wchar_t* pszText : {L"one", L"two", L"three"}) {
+            std::filesystem::remove(LogPath());
+            Trace(pszText);
+            WaitUntilWritten(LogPath());
+        }
+    });
+    EXPECT_TRUE(ReadLogFile(LogPath()).bHeader);
+    const auto records = RecordsOf(LogPath());
+    ASSERT_THAT(records, SizeIs(1));
+    EXPECT_EQ(records[0].strMessage, "three");
+}
+
+TEST_F(HostileFileTest, ReplacedItGoesOnInTheNewOne) {
+    InChild([&] {
+        Trace(L"one");
+        WaitUntilWritten(LogPath());
+        std::filesystem::rename(LogPath(), m_directory.Path("rotated"));
+        m_directory.Write("PILog.txt", "\xFF\xFE");
+        Trace(L"two");
+        WaitUntilWritten(LogPath());
+    });
+    ASSERT_THAT(RecordsOf(m_directory.Path("rotated")), SizeIs(1));
+    EXPECT_EQ(RecordsOf(m_directory.Path("rotated"))[0].strMessage, "one");
+    ASSERT_THAT(RecordsOf(LogPath()), SizeIs(1));
+    EXPECT_EQ(RecordsOf(LogPath())[0].strMessage, "two");
+}
+
+TEST_F(HostileFileTest, EmptiedItGoesOnAtItsBeginning) {
+    InChild([&] {
+        Trace(L"one");
+        WaitUntilWritten(LogPath());
+        std::filesystem::resize_file(LogPath(), 0);
+        Trace(L"two");
+        WaitUntilWritten(LogPath());
+    });
+    ASSERT_THAT(RecordsOf(LogPath()), SizeIs(1));
+    EXPECT_EQ(RecordsOf(LogPath())[0].strMessage, "two");
+}
+
+// Deleted, replaced and emptied at any moment: whatever is lost, the log goes on and ends in a whole record.
+TEST_F(HostileFileTest, ChangedAtEveryCallOfALine) {
+    const std::function<void()> changes[] = {
+        [&] { std::filesystem::remove(LogPath()); },
+        [&] {
+            m_directory.Write("other", "text\r\n\r\n");
+            std::filesystem::rename(m_directory.Path("other"), LogPath());
+        },
+        [&] {
+            std::error_code missing;
+            std::filesystem::resize_file(LogPath(), 0, missing);
+        },
+    };
+    for (const auto& fnChange : changes) {
+        InChild([&] {
+            CDebugLogMgr::GetInstance()->SetTruncate(300, 20);
+            int nCalls = 0;
+            int nAt = 0;
+            file_calls::Watch([&](const file_calls::Call& call) {
+                // One line later at each line, and never in the last.
+                if (call.function == "PathIsDirectoryW") {
+                    nCalls = 0;
+                } else if (call.function != "SHCreateDirectoryExW" && ++nCalls == nAt) {
+                    fnChange();
+                }
+            });
+            for (nAt = 1; nAt <= 20; ++nAt) {
+                Trace(L"line");
+                file_calls::WaitFor("CloseHandle", nAt);
+            }
+            nAt = 0;
+            WaitUntilWritten(LogPath());
+        });
+    }
+}
+
+}  // namespace

@@ -1,0 +1,292 @@
+// From a trace call to the line in the file: which calls make a line, and what stands in it.
+#include <pthread.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <ctime>
+#include <stdexcept>
+
+#include "LogTest.h"
+#include "Row.h"
+
+namespace {
+
+// The only record that body's calls make.
+class LineFormatTest : public LogTest {
+protected:
+    std::vector<LogRecord> RecordsAfter(const std::function<void()>& fnBody) {
+        InChild([&] {
+            fnBody();
+            WaitUntilWritten(LogPath());
+        });
+        return RecordsOf(LogPath());
+    }
+    std::string EntryAfter(const std::function<void()>& fnBody) {
+        InChild([&] {
+            fnBody();
+            WaitUntilWritten(LogPath());
+        });
+        const LogFile file = ReadLogFile(LogPath());
+        return file.entries.empty() ? "(none)" : file.entries.front();
+    }
+};
+
+// ---- The message ----
+
+struct Message {
+    const wchar_t* pszFormat;
+    const char* pszExpected;
+};
+
+// All with the arguments L"wide" and 42.
+constexpr Message kMessages[] = {
+    {L"%s Enter.", "wide Enter."},
+    {L"%ls Leave.", "wide Leave."},
+    {L"%s %d", "wide 42"},
+    {L"%s%%", "wide%"},
+    {L"%%s", "%ls"},
+    {L"%%%s", "%wide"},
+    {L"", ""},
+    {L"no placeholder", "no placeholder"},
+    {L"\x00e4\x20ac %s", "\xC3\xA4\xE2\x82\xAC wide"},
+    {L"\U0001F600", "\xF0\x9F\x98\x80"},
+    {L"%.2s|%5d", "w|   42"},  // no "%s" in it: narrow text, which ends after a wide character's first byte
+};
+
+TEST_F(LineFormatTest, EveryPercentSStandsForWideText) {
+    const auto records = RecordsAfter([] {
+        for (const Message& message : kMessages) {
+            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(message.pszFormat, L"wide", 42);
+        }
+    });
+    ASSERT_EQ(records.size(), std::size(kMessages));
+    for (size_t i = 0; i < records.size(); ++i) {
+        EXPECT_EQ(records[i].strMessage, kMessages[i].pszExpected) << "format " << i;
+    }
+}
+
+TEST_F(LineFormatTest, AMessageEndsAt8191Characters) {
+    constexpr size_t kLengths[] = {8190, 8191, 8192, 8193, 20000};
+    const auto records = RecordsAfter([&] {
+        for (const size_t nLength : kLengths) {
+            Trace(std::wstring(nLength, L'x'));
+        }
+        Trace(std::wstring(8192, L'\x00e4'));
+    });
+    ASSERT_EQ(records.size(), std::size(kLengths) + 1);
+    for (size_t i = 0; i < std::size(kLengths); ++i) {
+        EXPECT_EQ(records[i].strMessage, std::string(std::min<size_t>(kLengths[i], 8191), 'x')) << kLengths[i];
+    }
+    EXPECT_EQ(records.back().strMessage.size(), 2U * 8191);
+}
+
+TEST_F(LineFormatTest, ANullFormatIsALogicError) {
+    InChild([] {
+        CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7);
+        EXPECT_THROW(helper(nullptr), std::logic_error);
+    });
+    EXPECT_EQ(ReadWholeFile(LogPath()), "");
+}
+
+TEST_F(LineFormatTest, AHelperServesAnyNumberOfCalls) {
+    const auto records = RecordsAfter([] {
+        CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7);
+        for (int i = 0; i < 3; ++i) {
+            helper(L"call %d", i);
+        }
+    });
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_EQ(records[2].strMessage, "call 2");
+}
+
+// ---- The header ----
+
+TEST_F(LineFormatTest, TheHeaderTellsProcessThreadTimeAndPlace) {
+    struct Seen {
+        pid_t nProcess;
+        int nThread;
+    } seen{};
+    const std::string strSeen = m_directory.Path("seen");
+    const std::time_t before = std::time(nullptr);
+    setenv("TZ", "XYZ-5:30", 1);
+    const auto records = RecordsAfter([&] {
+        seen = {getpid(), static_cast<int>(static_cast<std::uint32_t>(pthread_self()))};
+        std::ofstream(strSeen) << seen.nProcess << ' ' << seen.nThread;
+        Trace(L"text");
+    });
+    const std::time_t after = std::time(nullptr);
+    unsetenv("TZ");
+    std::ifstream(strSeen) >> seen.nProcess >> seen.nThread;
+
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].strType, "[INFO] ");
+    EXPECT_EQ(records[0].nProcess, seen.nProcess);
+    EXPECT_EQ(records[0].nThread, seen.nThread);
+    EXPECT_EQ(records[0].strFile, "test.cpp");
+    EXPECT_EQ(records[0].strFunction, "Function");
+    EXPECT_EQ(records[0].nLine, 7);
+
+    // The time is a local one: five and a half hours ahead here.
+    std::tm local{};
+    const std::string strTime = records[0].strDate + " " + records[0].strTime;
+    ASSERT_NE(strptime(strTime.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
+    const std::time_t written = timegm(&local) - (5 * 60 + 30) * 60;
+    EXPECT_GE(written, before);
+    EXPECT_LE(written, after);
+}
+
+TEST_F(LineFormatTest, WithoutFunctionNameThisLineAloneHasNone) {
+    const auto records = RecordsAfter([] {
+        for (const wchar_t* pszFunction : {L"Function", L"", static_cast<const wchar_t*>(nullptr), L"Other"}) {
+            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", pszFunction, 7)(L"text");
+        }
+        TraceArguments(L"[INFO] ", 1, L"test.cpp", nullptr, 7, L"text");
+    });
+    ASSERT_EQ(records.size(), 5U);
+    EXPECT_EQ(records[0].strFunction, "Function");
+    EXPECT_EQ(records[1].strFunction, std::nullopt);
+    EXPECT_EQ(records[2].strFunction, std::nullopt);
+    EXPECT_EQ(records[3].strFunction, "Other");
+    EXPECT_EQ(records[4].strFunction, std::nullopt);
+    EXPECT_EQ(records[1].strFile, "test.cpp");
+}
+
+// The header of an entry whose message is "!" ends where that begins, cut or not.
+TEST_F(LineFormatTest, AHeaderEndsAt259Characters) {
+    const auto header = [](size_t nPath) {
+        CDebugLogMgr::MacroHelper(L"", 1, std::wstring(nPath, L'p').c_str(), L"F", 7)(L"!");
+    };
+    // Process, thread and microseconds vary in length; a short path shows what they take. Microseconds may differ from
+    // line to line, so that the lengths wanted are met by trying neighbours.
+    InChild([&] {
+        for (size_t nPath = 150; nPath < 300; ++nPath) {
+            header(nPath);
+        }
+        WaitUntilWritten(LogPath());
+    });
+    size_t nWhole = 0;
+    size_t nCut = 0;
+    size_t nPath = 150;
+    for (const std::string& strEntry : ReadLogFile(LogPath()).entries) {
+        if (strEntry.starts_with("[MARK]")) {
+            continue;
+        }
+        ASSERT_TRUE(strEntry.ends_with('!'));
+        const size_t nHeader = strEntry.size() - 1;
+        if (const auto record = ParseLogRecord(strEntry); record && record->strFile.size() == nPath) {
+            ++nWhole;
+            EXPECT_EQ(nCut, 0U) << "a longer header was whole after a shorter one was cut";
+            EXPECT_LE(nHeader, 259U);
+        } else {
+            ++nCut;
+            EXPECT_EQ(nHeader, 259U) << strEntry;
+        }
+        ++nPath;
+    }
+    EXPECT_GT(nWhole, 10U);
+    EXPECT_GT(nCut, 10U);
+}
+
+TEST_F(LineFormatTest, ASourcePathOfAnyLengthLeavesTheMessage) {
+    const std::string strEntry = EntryAfter([] {
+        CDebugLogMgr::MacroHelper(L"[INFO] ", 1, std::wstring(100'000, L'p').c_str(), L"Function", 7)(L"message");
+    });
+    EXPECT_EQ(strEntry.size(), 7 + 259 + 7U);
+    EXPECT_TRUE(strEntry.ends_with("ppmessage"));
+}
+
+// Part of the time in three digits only when it is that small; never divided.
+TEST_F(LineFormatTest, MicrosecondsAreWrittenAsTheyAre) {
+    constexpr int kRecords = 2000;
+    const auto records = RecordsAfter([] {
+        // Spread over the second: a delay of the records, not a wait for anything.
+        for (int i = 0; i < kRecords; ++i) {
+            Trace(L"text");
+            usleep(700);
+        }
+    });
+    ASSERT_EQ(records.size(), static_cast<size_t>(kRecords));
+    int nSixDigits = 0;
+    for (const LogRecord& record : records) {
+        const int nMicros = std::stoi(record.strMicros);
+        EXPECT_LT(nMicros, 1'000'000);
+        EXPECT_TRUE(record.strMicros.size() == 3 || record.strMicros.front() != '0') << record.strMicros;
+        nSixDigits += record.strMicros.size() == 6 ? 1 : 0;
+    }
+    EXPECT_GT(nSixDigits, kRecords / 3);
+}
+
+// ---- What makes no line ----
+
+TEST_F(LineFormatTest, FileAndFormatHaveToBeThere) {
+    const auto records = RecordsAfter([] {
+        TraceArguments(L"[INFO] ", 1, nullptr, L"Function", 7, L"no file");
+        TraceArguments(L"[INFO] ", 1, L"test.cpp", L"Function", 7, nullptr);
+        TraceArguments(nullptr, 1, L"test.cpp", L"Function", 7, L"no type");
+        TraceArguments(L"[INFO] ", 1, L"", L"Function", 7, L"empty file");
+        CDebugLogMgr::MacroHelper(nullptr, 1, nullptr, nullptr, 7)(L"nothing but a message");
+    });
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_EQ(records[0].strType, "");
+    EXPECT_EQ(records[0].strMessage, "no type");
+    EXPECT_EQ(records[1].strFile, "");
+    EXPECT_EQ(records[1].strMessage, "empty file");
+    EXPECT_EQ(records[2].strType, "");
+    EXPECT_EQ(records[2].strFile, "");
+    EXPECT_EQ(records[2].strFunction, std::nullopt);
+    EXPECT_EQ(records[2].strMessage, "nothing but a message");
+}
+
+// OutputArgs takes its format as it is: nothing is rewritten there.
+TEST_F(LineFormatTest, OutputArgsDoesNotRewriteItsFormat) {
+    const auto records = RecordsAfter(
+        [] { TraceArguments(L"[INFO] ", 1, L"test.cpp", L"Function", 7, L"%s|%ls|%%s", "narrow", L"wide"); });
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].strMessage, "narrow|wide|%s");
+}
+
+struct Level : Row {
+    const char* pszIni;  // null: no file
+    int nLevel;          // that it sets
+};
+
+class LevelTest : public LogTest, public testing::WithParamInterface<Level> {};
+
+TEST_P(LevelTest, LinesOfAtLeastTheConfiguredLevelAreWritten) {
+    const Level& level = GetParam();
+    if (level.pszIni != nullptr) {
+        m_directory.Write("log.ini", level.pszIni);
+    }
+    constexpr int kLevels[] = {-1, 0, 1, 2, 3, 100};
+    InChild([&] {
+        EXPECT_EQ(CDebugLogMgr::GetInstance()->GetLogLevel(), level.nLevel);
+        for (const int nLevel : kLevels) {
+            CDebugLogMgr::MacroHelper(L"[INFO] ", nLevel, L"test.cpp", L"Function", 7)(L"level %d", nLevel);
+        }
+        WaitUntilWritten(LogPath());
+    });
+    std::vector<std::string> expected;
+    for (const int nLevel : kLevels) {
+        if (nLevel >= level.nLevel) {
+            expected.push_back("level " + std::to_string(nLevel));
+        }
+    }
+    std::vector<std::string> found;
+    for (const LogRecord& record : RecordsOf(LogPath())) {
+        found.push_back(record.strMessage);
+    }
+    EXPECT_EQ(found, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(, LevelTest,
+                         testing::Values(Level{"NoFile", nullptr, 1}, Level{"EmptyFile", "", 1},
+                                         Level{"OtherSection", "[other]\nlogLevel=3\n", 1},
+                                         Level{"OtherKey", "[loginfo]\nlevel=3\n", 1},
+                                         Level{"Zero", "[loginfo]\nlogLevel=0\n", 0},
+                                         Level{"One", "[loginfo]\nlogLevel=1\n", 1},
+                                         Level{"Two", "[loginfo]\r\nlogLevel = 2\r\n", 2},
+                                         Level{"AnyCase", "; comment\n[LogInfo]\nLOGLEVEL=3\n", 3}),
+                         RowName);
+
+}  // namespace

@@ -1,0 +1,194 @@
+// The log manager: one for the process, its defaults as they show, and each of its settings.
+#include <clocale>
+#include <csignal>
+#include <filesystem>
+#include <latch>
+#include <set>
+#include <thread>
+
+#include "FileCalls.h"
+#include "LogTest.h"
+
+namespace {
+
+using ManagerTest = LogTest;
+
+size_t ThreadsOfThisProcess() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
+    InChild([&] {
+        constexpr int kThreads = 2;
+        std::latch start(kThreads);
+        std::latch asked(kThreads);
+        std::latch end(1);
+        CDebugLogMgr* managers[kThreads] = {};
+        std::vector<std::thread> threads;
+        const size_t nBefore = ThreadsOfThisProcess();
+        for (CDebugLogMgr*& pManager : managers) {
+            threads.emplace_back([&] {
+                start.arrive_and_wait();
+                pManager = CDebugLogMgr::GetInstance();
+                asked.count_down();
+                end.wait();
+            });
+        }
+        asked.wait();
+        EXPECT_NE(managers[0], nullptr);
+        EXPECT_EQ(managers[0], managers[1]);
+        EXPECT_EQ(ThreadsOfThisProcess(), nBefore + kThreads + 1);
+        // Another request for the writer starts no second one.
+        managers[0]->CreateWriteLogThread();
+        EXPECT_EQ(ThreadsOfThisProcess(), nBefore + kThreads + 1);
+        end.count_down();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        Trace(L"once");
+        WaitUntilWritten(LogPath());
+    });
+    EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
+}
+
+TEST_F(ManagerTest, NoManagerNoThreadAndNoFileBeforeTheFirstTrace) {
+    InChild([&] {
+        const size_t nBefore = ThreadsOfThisProcess();
+        { CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7); }
+        EXPECT_EQ(ThreadsOfThisProcess(), nBefore);
+    });
+    EXPECT_FALSE(std::filesystem::exists(LogPath()));
+}
+
+TEST_F(ManagerTest, TakesTheLocaleFromTheEnvironmentAndIgnoresSigpipe) {
+    InChild([] {
+        ASSERT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+        CDebugLogMgr::GetInstance();
+        EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C.UTF-8");
+        struct sigaction action {};
+        ASSERT_EQ(sigaction(SIGPIPE, nullptr, &action), 0);
+        EXPECT_EQ(action.sa_handler, SIG_IGN);
+    });
+}
+
+TEST_F(ManagerTest, CutsByAFifthAtTwoMebibytesUnlessToldOtherwise) {
+    constexpr size_t kLimit = 0x200000;
+    InChild([&] {
+        std::vector<uintmax_t> sizes;
+        file_calls::Watch([&](const file_calls::Call& call) {
+            if (call.function == "CloseHandle") {
+                sizes.push_back(std::filesystem::file_size(LogPath()));
+            }
+        });
+        constexpr int kRecords = 300;
+        for (int i = 0; i < kRecords; ++i) {
+            Trace(std::wstring(8000, L'x'));
+        }
+        file_calls::WaitFor("CloseHandle", kRecords);
+        ASSERT_EQ(sizes.size(), static_cast<size_t>(kRecords));
+        size_t nCuts = 0;
+        for (size_t i = 1; i < sizes.size(); ++i) {
+            if (sizes[i] < sizes[i - 1]) {
+                ++nCuts;
+                EXPECT_GT(sizes[i - 1] + 8100 + 4, kLimit);
+                EXPECT_NEAR(static_cast<double>(sizes[i]), 0.8 * kLimit, 8100);
+            }
+            EXPECT_LE(sizes[i], kLimit);
+        }
+        EXPECT_EQ(nCuts, 1U);
+    });
+}
+
+TEST_F(ManagerTest, TheHeaderTextStandsBetweenHeaderAndMessage) {
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetLogHeader(L"<header> ");
+        Trace(L"with");
+        WaitUntilWritten(LogPath());
+        CDebugLogMgr::GetInstance()->SetLogHeader(L"");
+        Trace(L"without");
+        WaitUntilWritten(LogPath());
+    });
+    const auto records = RecordsOf(LogPath());
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].strMessage, "<header> with");
+    EXPECT_EQ(records[1].strMessage, "without");
+}
+
+TEST_F(ManagerTest, TheLogCanGoElsewhereAndMakesItsDirectories) {
+    const std::string strElsewhere = m_directory.Path("new/directories/own.log");
+    InChild([&] {
+        Trace(L"default");
+        WaitUntilWritten(LogPath());
+        const std::wstring strName(strElsewhere.begin(), strElsewhere.end());
+        CDebugLogMgr::GetInstance()->SetLogFileName(strName.c_str());
+        Trace(L"elsewhere");
+        WaitUntilWritten(strElsewhere);
+        CDebugLogMgr::GetInstance()->SetLogFileName(L"");
+        Trace(L"default again");
+        WaitUntilWritten(LogPath());
+    });
+    const auto inDefault = RecordsOf(LogPath());
+    ASSERT_EQ(inDefault.size(), 2U);
+    EXPECT_EQ(inDefault[0].strMessage, "default");
+    EXPECT_EQ(inDefault[1].strMessage, "default again");
+    const auto elsewhere = RecordsOf(strElsewhere);
+    ASSERT_EQ(elsewhere.size(), 1U);
+    EXPECT_EQ(elsewhere[0].strMessage, "elsewhere");
+    EXPECT_TRUE(ReadWholeFile(strElsewhere).starts_with("\xFF\xFE"));
+}
+
+TEST_F(ManagerTest, ALineSetsItsOwnChoiceOfTheFunctionName) {
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->WithFunctionName(FALSE);
+        Trace(L"text");
+        WaitUntilWritten(LogPath());
+    });
+    const auto records = RecordsOf(LogPath());
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].strFunction, "Function");
+}
+
+TEST_F(ManagerTest, InGlobalModeTheFileStaysOpen) {
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->EnableGlobalMode(TRUE);
+        for (int i = 0; i < 3; ++i) {
+            Trace(L"text");
+        }
+        WaitUntilWritten(LogPath());
+        EXPECT_EQ(file_calls::Count("VexCreateFile"), 1);
+        EXPECT_EQ(file_calls::Count("CloseHandle"), 0);
+    });
+    EXPECT_EQ(RecordsOf(LogPath()).size(), 3U);
+}
+
+TEST_F(ManagerTest, OutputTakesItsTextAsItIs) {
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->Output(L"[OWN] ", L"other.cpp", L"Caller", 99, L"100%s %d %");
+        WaitUntilWritten(LogPath());
+    });
+    const auto records = RecordsOf(LogPath());
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].strType, "[OWN] ");
+    EXPECT_EQ(records[0].strFile, "other.cpp");
+    EXPECT_EQ(records[0].strFunction, "Caller");
+    EXPECT_EQ(records[0].nLine, 99);
+    EXPECT_EQ(records[0].strMessage, "100%s %d %");
+}
+
+TEST_F(ManagerTest, OutputToleratesNullPointers) {
+    InChild([&] {
+        CDebugLogMgr* const pManager = CDebugLogMgr::GetInstance();
+        pManager->Output(nullptr, nullptr, nullptr, 0, nullptr);
+        pManager->Output(L"[OWN] ", L"other.cpp", L"Caller", 99, nullptr);
+        pManager->Output(nullptr, L"other.cpp", nullptr, 99, L"text");
+        WaitUntilWritten(LogPath());
+    });
+    const auto records = RecordsOf(LogPath());
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].strType, "");
+    EXPECT_EQ(records[0].strFunction, std::nullopt);
+    EXPECT_EQ(records[0].strMessage, "text");
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+// Everything at once, for ThreadSanitizer above all: no lock or counter of the tests stands between the log's threads.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "LogTest.h"
+#include "Scale.h"
+
+namespace {
+
+using RaceTest = LogTest;
+
+std::vector<std::thread> StartTracing(int nThreads, const std::function<void(int nThread)>& fnBody) {
+    std::vector<std::thread> threads;
+    for (int nThread = 0; nThread < nThreads; ++nThread) {
+        threads.emplace_back(fnBody, nThread);
+    }
+    return threads;
+}
+
+// With and without function name, below the level and above it, to a changing file and to a directory, which makes the
+// writer change the name as well; and the end comes while all this goes on.
+TEST_F(RaceTest, SixteenThreadsAChangingNameAndTheEnd) {
+    std::filesystem::create_directory(WorkingDirectory() + "/directory");
+    const ChildEnd end = RunLogChild(
+        [] {
+            constexpr int kThreads = 16;
+            const int nRecords = Scaled(20'000);
+            auto& threads = *new std::vector<std::thread>(StartTracing(kThreads, [nRecords](int nThread) {
+                for (int i = 0; i < nRecords; ++i) {
+                    CDebugLogMgr::MacroHelper(L"[INFO] ", i % 3, L"test.cpp", (i + nThread) % 2 == 0 ? L"" : L"F", 7)(
+                        L"%s %d", L"wide", i);
+                }
+            }));
+            std::thread changing([] {
+                for (int i = 0; i < 200; ++i) {
+                    constexpr const wchar_t* kNames[] = {L"first.log", L"a longer name/of a file.log", L"directory",
+                                                         L""};
+                    CDebugLogMgr::GetInstance()->SetLogFileName(kNames[i % 4]);
+                    CDebugLogMgr::GetInstance()->WithFunctionName(i % 2);
+                    std::this_thread::yield();
+                }
+            });
+            changing.join();
+            for (std::thread& thread : threads) {
+                thread.detach();
+            }
+        },
+        Exit::kByReturn);
+    EXPECT_EQ(end.nStatus, 0);
+}
+
+TEST_F(RaceTest, AllThreadsAtTheFirstTrace) {
+    InChild([&] {
+        std::vector<std::thread> threads =
+            StartTracing(16, [](int nThread) { Trace(L"thread " + std::to_wstring(nThread)); });
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        WaitUntilWritten(LogPath());
+    });
+    EXPECT_EQ(RecordsOf(LogPath()).size(), 16U);
+}
+
+// A host that forks while its threads trace: the child can trace and end, and no record is there twice.
+TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
+    constexpr int kThreads = 4;
+    const int nForks = Scaled(200);
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetTruncate(0x200000, 0);
+        std::atomic<bool> bEnd = false;
+        std::atomic<int> nRecords = 0;
+        std::vector<std::thread> threads = StartTracing(kThreads, [&](int) {
+            while (!bEnd) {
+                Trace(L"parent " + std::to_wstring(nRecords++));
+                usleep(50);
+            }
+        });
+        for (int nFork = 0; nFork < nForks; ++nFork) {
+            const pid_t nChild = fork();
+            ASSERT_GE(nChild, 0);
+            if (nChild == 0) {
+                alarm(60);
+                for (int i = 0; i < 3; ++i) {
+                    Trace(L"child " + std::to_wstring(nFork * 100 + i));
+                }
+                _exit(0);
+            }
+            int nStatus = -1;
+            ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+            ASSERT_EQ(nStatus, 0);
+        }
+        bEnd = true;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        WaitUntilWritten(LogPath());
+        const auto records = RecordsOf(LogPath());
+        std::set<std::string> messages;
+        int nOfParent = 0;
+        for (const LogRecord& record : records) {
+            EXPECT_TRUE(messages.insert(record.strMessage).second) << "twice: " << record.strMessage;
+            nOfParent += record.strMessage.starts_with("parent") ? 1 : 0;
+        }
+        EXPECT_EQ(nOfParent, nRecords);
+        EXPECT_EQ(ReadLogFile(LogPath()).strUnfinished, "");
+    });
+}
+
+// popen and the JVM's ProcessBuilder start another program in the child.
+TEST_F(RaceTest, AForkedChildRunsItsExitHandlers) {
+    InChild([&] {
+        Trace(L"parent");
+        WaitUntilWritten(LogPath());
+        std::fflush(nullptr);
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            alarm(60);
+            Trace(L"child");
+            std::exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        int nStatus = -1;
+        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+        Trace(L"parent again");
+        WaitUntilWritten(LogPath());
+    });
+    int nOfParent = 0;
+    for (const LogRecord& record : RecordsOf(LogPath())) {
+        nOfParent += record.strMessage.starts_with("parent") ? 1 : 0;
+    }
+    EXPECT_EQ(nOfParent, 2);
+}
+
+}  // namespace

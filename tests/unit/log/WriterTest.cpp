@@ -1,0 +1,335 @@
+// How lines reach the file: its layout, the calls made for a line, and the name it falls back to.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include "FileCalls.h"
+#include "LogTest.h"
+#include "Row.h"
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+// A line that no locale can encode.
+void TraceUnconvertible() {
+    Trace(std::wstring(1, static_cast<wchar_t>(0xD800)));
+}
+
+class WriterTest : public LogTest {
+protected:
+    // Traces each text, one line after the other, the file being as it is.
+    void Write(const std::vector<std::wstring>& texts) {
+        InChild([&] {
+            for (const std::wstring& strText : texts) {
+                Trace(strText);
+            }
+            file_calls::WaitFor("CloseHandle", static_cast<int>(texts.size()));
+        });
+    }
+};
+
+// The texts of the records.
+std::vector<std::string> MessagesOf(const std::string& strPath) {
+    std::vector<std::string> messages;
+    for (const LogRecord& record : RecordsOf(strPath)) {
+        messages.push_back(record.strMessage);
+    }
+    return messages;
+}
+
+// ---- Layout ----
+
+TEST_F(WriterTest, AFreshFileStartsWithTwoBytesAndEachEntryEndsWithABlankLine) {
+    Write({L"one", L"two"});
+    const std::string bytes = ReadWholeFile(LogPath());
+    EXPECT_TRUE(std::regex_match(bytes, std::regex("\xFF\xFE\\[INFO\\] [^\r\n]*: one\r\n\r\n"
+                                                   "\\[INFO\\] [^\r\n]*: two\r\n\r\n")))
+        << bytes;
+}
+
+TEST_F(WriterTest, AnExistingFileGetsNoSecondHeader) {
+    Write({L"one"});
+    Write({L"two"});
+    const std::string bytes = ReadWholeFile(LogPath());
+    EXPECT_EQ(bytes.rfind("\xFF\xFE"), 0U);
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("one", "two"));
+}
+
+TEST_F(WriterTest, AnExistingFileWithoutHeaderStaysWithoutOne) {
+    for (const char* pszBytes : {"", "text"}) {
+        m_directory.Write("PILog.txt", pszBytes);
+        Write({L"one"});
+        EXPECT_TRUE(ReadWholeFile(LogPath()).starts_with(std::string(pszBytes) + "[INFO] "));
+    }
+}
+
+TEST_F(WriterTest, OnlyItsOwnerReadsTheFile) {
+    Write({L"one"});
+    EXPECT_EQ(std::filesystem::status(LogPath()).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(WriterTest, AMessageMayHoldLineEnds) {
+    Write({L"first\nsecond\r\nthird"});
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("first\nsecond\r\nthird"));
+}
+
+struct Locale {
+    const char* pszName;
+    const char* pszExpected;  // entry's message; null: the entry is empty
+};
+
+TEST_F(WriterTest, ALineThatTheLocaleCannotEncodeIsAnEmptyEntry) {
+    for (const Locale& locale : {Locale{"C.UTF-8", "\xC3\xA4"}, Locale{"C", nullptr}}) {
+        std::filesystem::remove(LogPath());
+        setenv("LC_ALL", locale.pszName, 1);
+        Write({L"before", L"\x00e4", L"after"});
+        const LogFile file = ReadLogFile(LogPath());
+        ASSERT_THAT(file.entries, SizeIs(3)) << locale.pszName;
+        if (locale.pszExpected == nullptr) {
+            EXPECT_EQ(file.entries[1], "");
+        } else {
+            EXPECT_TRUE(file.entries[1].ends_with(std::string(": ") + locale.pszExpected));
+        }
+        EXPECT_TRUE(file.entries[2].ends_with(": after"));
+    }
+}
+
+// ---- Calls ----
+
+// The calls that one line costs the writer, in their order, once the file is there.
+TEST_F(WriterTest, ALineCostsTheWriterTheseCalls) {
+    InChild([] {
+        std::vector<std::string> calls;
+        const std::thread::id tracer = std::this_thread::get_id();
+        Trace(L"first");
+        file_calls::WaitFor("CloseHandle", 1);
+        file_calls::Watch([&](const file_calls::Call& call) {
+            if (std::this_thread::get_id() != tracer) {
+                calls.push_back(std::string(call.function) + (call.data == "\r\n\r\n" ? " end" : ""));
+            }
+        });
+        Trace(L"second");
+        file_calls::WaitFor("CloseHandle", 2);
+        EXPECT_THAT(calls,
+                    ElementsAre("PathIsDirectoryW", "VexCreateFile", "GetFileSizeEx", "SetFilePointerEx", "WriteFile",
+                                "FlushFileBuffers", "WriteFile end", "GetFileSizeEx", "CloseHandle"));
+    });
+}
+
+// ---- The name it falls back to ----
+
+class FallbackTest : public WriterTest {
+protected:
+    // The name that goes with a configured one: a blank, the name, the time.
+    static testing::Matcher<std::string> FallbackOf(const std::string& strName) {
+        std::string strPattern = " ";
+        for (const char ch : strName) {
+            strPattern += std::string_view(".^$|()[]{}*+?\\").find(ch) != std::string_view::npos ? "\\" : "";
+            strPattern += ch;
+        }
+        const std::regex pattern(strPattern + "\\.\\d{4}\\.\\d\\d\\.\\d\\d\\.\\d\\d\\.\\d\\d\\.\\d\\d\\.\\d{3,6}");
+        return testing::ResultOf(
+            "looks like a fallback name", [pattern](const std::string& str) { return std::regex_match(str, pattern); },
+            testing::IsTrue());
+    }
+};
+
+TEST_F(FallbackTest, ARelativeDirectoryLeadsToAFileBesideIt) {
+    std::filesystem::create_directory(WorkingDirectory() + "/logs");
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetLogFileName(L"logs");
+        // The line for which the name is made is lost; the file is there with its header.
+        Trace(L"one");
+        file_calls::WaitFor("CloseHandle", 1);
+        Trace(L"two");
+        Trace(L"three");
+        file_calls::WaitFor("CloseHandle", 3);
+    });
+    EXPECT_THAT(FilesInWorkingDirectory(), ElementsAre(FallbackOf("logs")));
+    const std::string strFile = WorkingDirectory() + "/" + FilesInWorkingDirectory().at(0);
+    EXPECT_TRUE(ReadLogFile(strFile).bHeader);
+    EXPECT_THAT(MessagesOf(strFile), ElementsAre("two", "three"));
+}
+
+TEST_F(FallbackTest, AnAbsoluteDirectoryLeadsBelowADirectoryNamedBlank) {
+    const std::string strLogs = m_directory.Path("logs");
+    std::filesystem::create_directory(strLogs);
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetLogFileName(std::wstring(strLogs.begin(), strLogs.end()).c_str());
+        // With the first line there is no such directory yet; the next line makes it.
+        Trace(L"one");
+        file_calls::WaitFor("VexCreateFile", 1);
+        Trace(L"two");
+        file_calls::WaitFor("CloseHandle", 1);
+    });
+    EXPECT_THAT(FilesInWorkingDirectory(), ElementsAre(FallbackOf(strLogs)));
+    EXPECT_THAT(MessagesOf(WorkingDirectory() + "/" + FilesInWorkingDirectory().at(0)), ElementsAre("two"));
+    EXPECT_TRUE(std::filesystem::is_empty(strLogs));
+}
+
+TEST_F(FallbackTest, AFallbackThatFailsLosesLinesAndNothingElse) {
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetLogFileName(L"/proc/nothing/here/log.txt");
+        for (int i = 0; i < 3; ++i) {
+            Trace(L"lost");
+        }
+        CDebugLogMgr::GetInstance()->SetLogFileName(L"/tmp/PILog.txt");
+        WaitUntilWritten(LogPath());
+    });
+}
+
+// ---- Cutting ----
+
+struct Cut : Row {
+    size_t cbFile;  // after the line that makes it that long
+    DWORD dwLimit;
+    DWORD dwPercent;
+    bool bCut;
+    size_t nFrom;  // what is kept of the old file
+    size_t nKept;
+};
+
+// Bytes that tell where they stood.
+std::string NumberedBytes(size_t cb) {
+    std::string bytes(cb, '\0');
+    for (size_t i = 0; i < cb; ++i) {
+        bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xff);
+    }
+    return bytes;
+}
+
+class CutTest : public LogTest, public testing::WithParamInterface<Cut> {};
+
+TEST_P(CutTest, KeepsTheseBytes) {
+    const Cut& cut = GetParam();
+    // A line that cannot be encoded adds its four bytes and no others.
+    const std::string strBefore = NumberedBytes(cut.cbFile - 4);
+    m_directory.Write("PILog.txt", strBefore);
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetTruncate(cut.dwLimit, cut.dwPercent);
+        TraceUnconvertible();
+        file_calls::WaitFor("CloseHandle", 1);
+    });
+    const std::string strAppended = strBefore + "\r\n\r\n";
+    const std::string strExpected = cut.bCut ? "\xFF\xFE" + strAppended.substr(cut.nFrom, cut.nKept) : strAppended;
+    EXPECT_EQ(ReadWholeFile(LogPath()).size(), strExpected.size());
+    EXPECT_TRUE(ReadWholeFile(LogPath()) == strExpected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CutTest,
+    testing::Values(Cut{"AFifthOf150", 150, 100, 20, true, 28, 120}, Cut{"AFifthOf151", 151, 100, 20, true, 29, 120},
+                    Cut{"OneBelowTheLimit", 99, 100, 20, false, 0, 0}, Cut{"AtTheLimit", 100, 100, 20, false, 0, 0},
+                    Cut{"OneAboveTheLimit", 101, 100, 20, true, 19, 80}, Cut{"Half", 150, 100, 50, true, 74, 74},
+                    Cut{"AThird", 150, 100, 33, true, 48, 100}, Cut{"NextToNothing", 150, 100, 1, true, 0, 148},
+                    Cut{"All", 150, 100, 100, true, 148, 0}, Cut{"Never", 150, 100, 0, false, 0, 0},
+                    Cut{"LimitZero", 150, 0, 20, true, 28, 120},
+                    Cut{"Large", 20'000'003, 2'000'000, 20, true, 3'999'999, 16'000'002}),
+    RowName);
+
+// Percentages and sizes for which there is no such stretch of the old file: whatever is kept is a part of it.
+TEST_F(LogTest, OddLimitsKeepSomethingOfTheFileOrNothing) {
+    struct Odd {
+        size_t cbFile;
+        DWORD dwPercent;
+    };
+    for (const Odd& odd : {Odd{4, 20}, Odd{5, 20}, Odd{6, 20}, Odd{7, 20}, Odd{7, 1}, Odd{8, 20}, Odd{9, 10},
+                           Odd{150, 101}, Odd{150, 200}, Odd{151, 1'000'000}, Odd{150, ~DWORD{0}}}) {
+        const std::string strBefore = NumberedBytes(odd.cbFile - 4);
+        m_directory.Write("PILog.txt", strBefore);
+        InChild([&] {
+            CDebugLogMgr::GetInstance()->SetTruncate(1, odd.dwPercent);
+            TraceUnconvertible();
+            file_calls::WaitFor("CloseHandle", 1);
+        });
+        std::string strAfter = ReadWholeFile(LogPath());
+        EXPECT_LE(strAfter.size(), odd.cbFile + 2) << odd.cbFile << ", " << odd.dwPercent;
+        if (strAfter.starts_with("\xFF\xFE")) {
+            strAfter.erase(0, 2);
+        }
+        EXPECT_NE((strBefore + "\r\n\r\n").find(strAfter), std::string::npos) << odd.cbFile << ", " << odd.dwPercent;
+    }
+}
+
+TEST_F(WriterTest, WithoutAPercentageTheFileGrows) {
+    constexpr int kRecords = 100;
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetTruncate(100, 0);
+        for (int i = 0; i < kRecords; ++i) {
+            Trace(L"text");
+        }
+        file_calls::WaitFor("CloseHandle", kRecords);
+        EXPECT_EQ(file_calls::Count("SetEndOfFile"), 0);
+    });
+    EXPECT_THAT(MessagesOf(LogPath()), SizeIs(kRecords));
+}
+
+TEST_F(WriterTest, AReadThatFailsLeavesTheFileAsItIs) {
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetTruncate(1000, 20);
+        // What the cut is to read is shorter by then.
+        file_calls::Watch([&](const file_calls::Call& call) {
+            if (call.function == "ReadFile") {
+                std::filesystem::resize_file(LogPath(), 500);
+            }
+        });
+        Trace(std::wstring(2000, L'x'));
+        file_calls::WaitFor("CloseHandle", 1);
+        EXPECT_EQ(file_calls::Count("ReadFile"), 1);
+        EXPECT_EQ(file_calls::Count("SetEndOfFile"), 0);
+    });
+    EXPECT_EQ(ReadWholeFile(LogPath()).size(), 500U);
+}
+
+// ---- A process that is killed in a cut ----
+
+TEST_F(WriterTest, AProcessKilledInACutLeavesAFileToGoOnWith) {
+    constexpr int kRecords = 20;
+    const auto traceWithCuts = [&] {
+        CDebugLogMgr::GetInstance()->SetTruncate(1000, 20);
+        for (int i = 0; i < kRecords; ++i) {
+            Trace(L"message " + std::to_wstring(i));
+        }
+        file_calls::WaitFor("CloseHandle", kRecords);
+    };
+    // Before each call from the first ReadFile, which only a cut makes, to the end of that line.
+    int nPoints = 0;
+    for (bool bKilled = true; bKilled; ++nPoints) {
+        std::filesystem::remove(LogPath());
+        const ChildEnd end = RunLogChild(
+            [&] {
+                int nCallsOfCut = 0;
+                file_calls::Watch([&, nPoint = nPoints](const file_calls::Call& call) {
+                    if ((nCallsOfCut > 0 && call.function != "SHCreateDirectoryExW") || call.function == "ReadFile") {
+                        if (nCallsOfCut++ == nPoint && nPoint < 20) {
+                            raise(SIGKILL);
+                        }
+                    }
+                });
+                traceWithCuts();
+            },
+            Exit::kAtOnce);
+        bKilled = end.nSignal == SIGKILL;
+        EXPECT_TRUE(bKilled || end.Passed());
+
+        InChild(traceWithCuts);
+        const LogFile file = ReadLogFile(LogPath());
+        EXPECT_LE(ReadWholeFile(LogPath()).size(), 1000U) << "killed before call " << nPoints;
+        EXPECT_TRUE(file.bHeader);
+        ASSERT_GE(file.entries.size(), 5U);
+        for (size_t i = 0; i < 5; ++i) {
+            const auto record = ParseLogRecord(file.entries[file.entries.size() - 1 - i]);
+            ASSERT_TRUE(record) << "killed before call " << nPoints;
+            EXPECT_EQ(record->strMessage, "message " + std::to_string(kRecords - 1 - static_cast<int>(i)));
+        }
+    }
+    EXPECT_GT(nPoints, 6);
+}
+
+}  // namespace
