@@ -15,6 +15,7 @@
 #include "Natives.h"
 #include "RecordingToolkit.h"
 #include "Scale.h"
+#include "TempDirectory.h"
 #include "vex_jni_TAVClientJNI.h"
 
 namespace {
@@ -94,41 +95,38 @@ std::vector<std::string> Expected(const Native& native, bool bEnter, bool bLeave
 
 class TraceTest : public NativesTest {
 protected:
-    // The records that the calls of body leave.
+    // The records that the calls of body leave. They are known to be all when those of another thread, which are made
+    // after them, are there.
     static std::vector<std::string> RecordsOf(const std::function<void()>& fnBody) {
-        static size_t s_nKnown = 0;
+        static size_t s_cbKnown = 0;  // of the file, which is not cut here
         fnBody();
-        const std::vector<std::string> records = RecordsBeforeMark();
-        const std::vector<std::string> added(records.begin() + static_cast<std::ptrdiff_t>(s_nKnown), records.end());
-        s_nKnown = records.size();
-        return added;
-    }
-
-private:
-    // All records of this thread so far. They are known to be all when those of another thread, which are made after
-    // them, are there.
-    static std::vector<std::string> RecordsBeforeMark() {
-        static size_t s_nMarks = 0;
         std::thread([] {
             FakeJniEnv env;
             Java_vex_jni_TAVClientJNI_GetLastError(&env, nullptr, 0);
         }).join();
-        s_nMarks += 2;
 
         const std::string strPath = std::string(getenv("VEX_TEST_LOG_DIR")) + "/PILog.txt";
         const auto nThisThread = static_cast<int>(static_cast<std::uint32_t>(pthread_self()));
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (std::chrono::steady_clock::now() < deadline) {
+            const std::string bytes = ReadWholeFile(strPath);
             std::vector<std::string> described;
             size_t nMarks = 0;
-            for (const LogRecord& record : ReadLogRecords(strPath)) {
-                if (record.nThread == nThisThread) {
-                    described.push_back(Described(record));
-                } else {
-                    ++nMarks;
+            if (bytes.size() > s_cbKnown && bytes.ends_with("\r\n\r\n")) {
+                for (const std::string& strEntry : ParseLogFile(std::string_view(bytes).substr(s_cbKnown)).entries) {
+                    const std::optional<LogRecord> record = ParseLogRecord(strEntry);
+                    if (!record) {
+                        throw std::runtime_error("no record: " + strEntry);
+                    }
+                    if (record->nThread == nThisThread) {
+                        described.push_back(Described(*record));
+                    } else {
+                        ++nMarks;
+                    }
                 }
             }
-            if (nMarks == s_nMarks) {
+            if (nMarks == 2) {
+                s_cbKnown = bytes.size();
                 return described;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));

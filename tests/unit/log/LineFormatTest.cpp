@@ -27,8 +27,9 @@ protected:
             fnBody();
             WaitUntilWritten(LogPath());
         });
+        // A record with a cut header counts as cut for the reader.
         const LogFile file = ReadLogFile(LogPath());
-        return file.entries.empty() ? "(none)" : file.entries.front();
+        return !file.strCut.empty() ? file.strCut : file.entries.empty() ? "(none)" : file.entries.front();
     }
 };
 

@@ -1,0 +1,105 @@
+package vex.jni;
+
+import java.lang.ref.WeakReference;
+import java.lang.reflect.Method;
+import java.net.URL;
+import java.net.URLClassLoader;
+import java.util.concurrent.CountDownLatch;
+
+/** Programs that trace and end, each in its own way. */
+final class LogAtEnd {
+    private static final int CALLS = 500;
+    private static final int THREADS = 8;
+
+    private LogAtEnd() {}
+
+    /**
+     * Traces and ends.
+     *
+     * @param args how: return, exit, signal (waits for it, after a line on standard output), threads (System.exit while
+     *     threads trace), processes (with child processes meanwhile), loaders (the class loaded a second time after its
+     *     first class loader was collected)
+     * @throws Exception when something is wrong
+     */
+    public static void main(String[] args) throws Exception {
+        switch (args[0]) {
+            case "return" -> trace(CALLS);
+            case "exit" -> {
+                trace(CALLS);
+                System.exit(7);
+            }
+            case "signal" -> {
+                trace(CALLS);
+                ProcessHandle.current().destroy();
+                Thread.currentThread().join();
+            }
+            case "threads" -> {
+                startTracing();
+                System.exit(7);
+            }
+            case "processes" -> {
+                startTracing();
+                for (int i = 0; i < 20; ++i) {
+                    if (new ProcessBuilder("true").start().waitFor() != 0) {
+                        throw new AssertionError("a child process failed");
+                    }
+                }
+                System.exit(7);
+            }
+            case "loaders" -> {
+                for (int i = 0; i < 3; ++i) {
+                    awaitCollection(traceInClassLoaderOfItsOwn());
+                }
+            }
+            default -> throw new IllegalArgumentException(args[0]);
+        }
+    }
+
+    private static void trace(int calls) {
+        TAVClientJNI natives = new TAVClientJNI();
+        for (int i = 0; i < calls; ++i) {
+            natives.GetLastError(0);
+        }
+    }
+
+    /** Returns when all threads have traced; they go on. */
+    private static void startTracing() throws InterruptedException {
+        CountDownLatch traced = new CountDownLatch(THREADS);
+        for (int i = 0; i < THREADS; ++i) {
+            Thread thread = new Thread(() -> {
+                trace(1);
+                traced.countDown();
+                while (true) {
+                    trace(1);
+                    Thread.yield();
+                }
+            });
+            thread.setDaemon(true);
+            thread.start();
+        }
+        traced.await();
+    }
+
+    private static WeakReference<ClassLoader> traceInClassLoaderOfItsOwn() throws Exception {
+        URL classes = TAVClientJNI.class.getProtectionDomain().getCodeSource().getLocation();
+        try (URLClassLoader loader = new URLClassLoader(new URL[] {classes}, ClassLoader.getPlatformClassLoader())) {
+            Class<?> type = loader.loadClass("vex.jni.TAVClientJNI");
+            Object natives = type.getConstructor().newInstance();
+            Method method = type.getMethod("GetLastError", long.class);
+            for (int i = 0; i < CALLS; ++i) {
+                method.invoke(natives, 0L);
+            }
+            return new WeakReference<>(loader);
+        }
+    }
+
+    private static void awaitCollection(WeakReference<ClassLoader> loader) {
+        long deadline = System.nanoTime() + 30_000_000_000L;
+        while (loader.get() != null) {
+            if (System.nanoTime() > deadline) {
+                throw new AssertionError("the class loader was not collected");
+            }
+            System.gc();
+        }
+    }
+}
