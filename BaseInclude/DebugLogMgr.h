@@ -53,10 +53,10 @@ public:
     // which %s is wide text, like %ls.
     class MacroHelper {
     public:
-        // Null pointers are empty texts. nLogLevel: records below the level of /var/log.ini are dropped.
+        // Null pointers are empty texts. nLogLevel: records below the level of /var/log.ini are dropped, at no cost in
+        // memory.
         MacroHelper(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName,
                     DWORD dwSrcLineNumber);
-        // A level that is not written costs no memory.
         void operator()(LPCTSTR lpszFormat, ...);
 
     private:
@@ -197,6 +197,10 @@ private:
 inline CDebugLogMgr::MacroHelper::MacroHelper(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszSrcFileName,
                                               LPCTSTR lpszFunctionName, DWORD dwSrcLineNumber)
     : m_dwSrcLineNumber(dwSrcLineNumber), m_curLogLevel(nLogLevel) {
+    // The level of the log stays what it is once there is a log: what is dropped now needs no texts later.
+    if (s_pInstance.load(std::memory_order_acquire) != nullptr && !IsWritten(nLogLevel)) {
+        return;
+    }
     if (lpszSrcFileName != nullptr) {
         m_strSrcFileName = lpszSrcFileName;
     }
@@ -209,7 +213,7 @@ inline CDebugLogMgr::MacroHelper::MacroHelper(LPCTSTR lpszLogType, int nLogLevel
 }
 
 inline void CDebugLogMgr::MacroHelper::operator()(LPCTSTR lpszFormat, ...) {
-    // Asked before the format is copied, so that a dropped record costs no memory. A null format is an error anyhow.
+    // Asked before the format is copied. A null format is an error anyhow.
     if (lpszFormat != nullptr && !IsWritten(m_curLogLevel)) {
         return;
     }

@@ -1,6 +1,5 @@
 package vex.jni;
 
-import java.lang.ref.WeakReference;
 import java.lang.reflect.Method;
 import java.net.URL;
 import java.net.URLClassLoader;
@@ -16,7 +15,7 @@ final class LogAtEnd {
     /**
      * Traces and ends.
      *
-     * @param args how: return, exit, signal (waits for it, after a line on standard output), threads (System.exit while
+     * @param args how: return, exit, signal (SIGTERM), threads (System.exit while
      *     threads trace), processes (with child processes meanwhile), loaders (the class loaded a second time after its
      *     first class loader was collected)
      * @throws Exception when something is wrong
@@ -30,7 +29,7 @@ final class LogAtEnd {
             }
             case "signal" -> {
                 trace(CALLS);
-                ProcessHandle.current().destroy();
+                new ProcessBuilder("kill", "-TERM", Long.toString(ProcessHandle.current().pid())).start();
                 Thread.currentThread().join();
             }
             case "threads" -> {
@@ -48,7 +47,7 @@ final class LogAtEnd {
             }
             case "loaders" -> {
                 for (int i = 0; i < 3; ++i) {
-                    awaitCollection(traceInClassLoaderOfItsOwn());
+                    traceInAnotherClassLoader();
                 }
             }
             default -> throw new IllegalArgumentException(args[0]);
@@ -80,26 +79,34 @@ final class LogAtEnd {
         traced.await();
     }
 
-    private static WeakReference<ClassLoader> traceInClassLoaderOfItsOwn() throws Exception {
+    /** Waits for the class loader that has the library to be collected: no two may have it at once. */
+    private static void traceInAnotherClassLoader() throws Exception {
+        long deadline = System.nanoTime() + 30_000_000_000L;
+        while (!traceInClassLoaderOfItsOwn()) {
+            if (System.nanoTime() > deadline) {
+                throw new AssertionError("the class loader was not collected");
+            }
+            System.gc();
+            Thread.sleep(10);
+        }
+    }
+
+    /** False: another class loader has the library. */
+    private static boolean traceInClassLoaderOfItsOwn() throws Exception {
         URL classes = TAVClientJNI.class.getProtectionDomain().getCodeSource().getLocation();
         try (URLClassLoader loader = new URLClassLoader(new URL[] {classes}, ClassLoader.getPlatformClassLoader())) {
-            Class<?> type = loader.loadClass("vex.jni.TAVClientJNI");
+            Class<?> type = Class.forName("vex.jni.TAVClientJNI", true, loader);
             Object natives = type.getConstructor().newInstance();
             Method method = type.getMethod("GetLastError", long.class);
             for (int i = 0; i < CALLS; ++i) {
                 method.invoke(natives, 0L);
             }
-            return new WeakReference<>(loader);
-        }
-    }
-
-    private static void awaitCollection(WeakReference<ClassLoader> loader) {
-        long deadline = System.nanoTime() + 30_000_000_000L;
-        while (loader.get() != null) {
-            if (System.nanoTime() > deadline) {
-                throw new AssertionError("the class loader was not collected");
+            return true;
+        } catch (UnsatisfiedLinkError e) {
+            if (!e.getMessage().contains("already loaded in another classloader")) {
+                throw e;
             }
-            System.gc();
+            return false;
         }
     }
 }
