@@ -186,10 +186,14 @@ private:
     inline static std::atomic<BOOL> s_bHasHeader{FALSE};           // spares records a lock when no header is set
     inline static std::atomic<BOOL> s_bChildWithoutWriter{FALSE};  // forked, and nothing logged since
     inline static BOOL s_bHeldForFork = FALSE;                     // of the thread that forks
+    inline static pthread_mutex_t s_csInstance = PTHREAD_MUTEX_INITIALIZER;  // held while the instance is made
     // Replaces texts, or reads them whole.
     inline static pthread_mutex_t s_csTexts = PTHREAD_MUTEX_INITIALIZER;
     // libc's time zone lock is held by nobody while this one is held here: a child never finds it locked for ever.
     inline static pthread_mutex_t s_csTime = PTHREAD_MUTEX_INITIALIZER;
+    // At load time, before there can be a thread that makes the instance while another forks.
+    [[maybe_unused]] inline static const int s_nForkHandlers =
+        pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
 };
 
 // ---- Tracing ----
@@ -405,9 +409,15 @@ inline BOOL CDebugLogMgr::Clear() {
 
 // ---- Life ----
 
+// A lock and no local static object: a fork has to wait until the instance is whole, or the child would wait for ever.
 inline CDebugLogMgr* CDebugLogMgr::GetInstance() {
-    static CDebugLogMgr* const s_pMgr = CreateInstance();
-    return s_pMgr;
+    CDebugLogMgr* const pMgr = s_pInstance.load(std::memory_order_acquire);
+    if (pMgr != nullptr) {
+        return pMgr;
+    }
+    const CDebugLogLock lock(s_csInstance);
+    return s_pInstance.load(std::memory_order_relaxed) != nullptr ? s_pInstance.load(std::memory_order_relaxed)
+                                                                  : CreateInstance();
 }
 
 // In storage that stays, as the last thread to leave may do so when other objects of static duration are gone.
@@ -416,7 +426,6 @@ inline CDebugLogMgr* CDebugLogMgr::CreateInstance() {
     CDebugLogMgr* const pMgr = ::new (static_cast<void*>(s_storage)) CDebugLogMgr;
     s_pInstance.store(pMgr, std::memory_order_release);
     std::atexit(ExitHandler);
-    pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
     return pMgr;
 }
 
@@ -429,6 +438,9 @@ inline CDebugLogMgr::CDebugLogMgr() : m_hEvent(nullptr) {
     m_logLevel = DEFAULT_LEVEL;
     // For the whole process, on purpose: the conversions to narrow text follow it.
     std::setlocale(LC_ALL, "");
+    // libc loads a locale's conversions when they are first used, under a lock that a forked child would find locked
+    // for ever: now, while no fork can come between. For an ASCII character they would not be needed.
+    std::btowc(0x80);
     sem_init(&m_sem, 0, 0);
     exit_flag = 0;
     m_thread = 0;
@@ -475,9 +487,10 @@ inline void CDebugLogMgr::ExitHandler() {
 
 // The child finds the queue and the texts whole, and none of the log's locks held by a thread that it has not.
 inline void CDebugLogMgr::BeforeFork() {
+    pthread_mutex_lock(&s_csInstance);
     pthread_mutex_lock(&s_csTime);
     pthread_mutex_lock(&s_csTexts);
-    s_bHeldForFork = CDebugLogUsers::Enter();
+    s_bHeldForFork = s_pInstance.load(std::memory_order_acquire) != nullptr && CDebugLogUsers::Enter();
     if (s_bHeldForFork) {
         s_pInstance.load(std::memory_order_acquire)->m_csLogCache.EnterVEXCritical();
     }
@@ -491,6 +504,7 @@ inline void CDebugLogMgr::AfterForkInParent() {
     }
     pthread_mutex_unlock(&s_csTexts);
     pthread_mutex_unlock(&s_csTime);
+    pthread_mutex_unlock(&s_csInstance);
     if (bHeld && CDebugLogUsers::Leave()) {
         pMgr->~CDebugLogMgr();
     }
@@ -508,6 +522,7 @@ inline void CDebugLogMgr::AfterForkInChild() {
     }
     pthread_mutex_unlock(&s_csTexts);
     pthread_mutex_unlock(&s_csTime);
+    pthread_mutex_unlock(&s_csInstance);
 }
 
 inline void CDebugLogMgr::RestartAfterFork() {

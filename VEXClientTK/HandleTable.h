@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <new>
-#include <shared_mutex>
 #include <unordered_map>
 
 #include "VEXType.h"
@@ -21,7 +19,7 @@ public:
     explicit HandleTable(std::uintptr_t nFirst) : m_nNext(nFirst) {}
 
     HANDLE Add(std::shared_ptr<T> pObject) {
-        const std::unique_lock lock(m_mutex);
+        const std::lock_guard lock(m_mutex);
         m_objects.emplace(m_nNext, std::move(pObject));
         const std::uintptr_t nHandle = m_nNext;
         m_nNext += kStep;
@@ -30,29 +28,28 @@ public:
 
     // Null when the handle names no object.
     std::shared_ptr<T> Find(HANDLE hObject) const {
-        const std::shared_lock lock(m_mutex);
+        const std::lock_guard lock(m_mutex);
         const auto found = m_objects.find(reinterpret_cast<std::uintptr_t>(hObject));
         return found == m_objects.end() ? nullptr : found->second;
     }
 
     // Takes the object out and returns it; null when the handle names no object.
     std::shared_ptr<T> Remove(HANDLE hObject) {
-        const std::unique_lock lock(m_mutex);
+        const std::lock_guard lock(m_mutex);
         auto node = m_objects.extract(reinterpret_cast<std::uintptr_t>(hObject));
         return node.empty() ? nullptr : std::move(node.mapped());
     }
 
-    // Around a fork, so that the process it makes does not find the table locked by a thread that it has not.
+    // Around a fork, in the thread that forks and in the one that it becomes: the new process does not find the table
+    // half changed, nor locked by a thread that it has not.
     void LockForFork() { m_mutex.lock(); }
     void UnlockAfterFork() { m_mutex.unlock(); }
-    // In that process. Its one thread has another number than the one that locked, as which it cannot unlock.
-    void RenewLockAfterFork() { ::new (static_cast<void*>(&m_mutex)) std::shared_mutex; }
 
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.
     static constexpr std::uintptr_t kStep = 4;
 
-    mutable std::shared_mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::uintptr_t m_nNext;                                            // guarded by m_mutex
     std::unordered_map<std::uintptr_t, std::shared_ptr<T>> m_objects;  // guarded by m_mutex
 };

@@ -23,16 +23,17 @@ Files& OpenFiles();
 
 void BeforeFork() {
     OpenFiles().LockForFork();
+    FileLock::BeforeFork();
 }
 
 void AfterForkHere() {
+    FileLock::AfterForkHere();
     OpenFiles().UnlockAfterFork();
-    FileLock::ForkedHere();
 }
 
 void AfterForkThere() {
-    OpenFiles().RenewLockAfterFork();
-    FileLock::MadeByFork();
+    FileLock::AfterForkThere();
+    OpenFiles().UnlockAfterFork();
 }
 
 Files& MakeOpenFiles() {
@@ -104,7 +105,7 @@ constexpr mode_t kUnclaimed = S_ISVTX;
 
 // Between making a file and locking it another process may open and lock it. It is the one who has the lock of a fresh
 // file first that is told to have created it, and so writes what a file begins with; who made it comes second.
-Opened LockOpened(FileDescriptor descriptor, bool bMade) {
+Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOpen) {
     struct stat status {};
     if (fstat(descriptor.Get(), &status) != 0) {
         return NotOpened(ErrorFromErrno(errno));
@@ -112,7 +113,7 @@ Opened LockOpened(FileDescriptor descriptor, bool bMade) {
     if (!S_ISREG(status.st_mode)) {
         return NotOpened(ERROR_ACCESS_DENIED);
     }
-    FileLock lock(descriptor.Get(), kMaxLockWait);
+    FileLock lock(descriptor.Get(), kMaxLockWait, uForksBeforeOpen);
     const bool bMayBeFresh = bMade || (status.st_mode & kUnclaimed) != 0;
     if (!bMayBeFresh || fstat(descriptor.Get(), &status) != 0 || status.st_size != 0 ||
         (!bMade && (status.st_mode & kUnclaimed) == 0)) {
@@ -130,9 +131,10 @@ Opened OpenOrCreate(const char* pszName) {
     // Somebody else may create and remove the file between the two attempts, but hardly time and again.
     constexpr int kMaxRounds = 100;
     for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
+        const unsigned uForks = FileLock::Forks();
         FileDescriptor existing(open(pszName, kFlags));
         if (existing.IsOpen()) {
-            return LockOpened(std::move(existing), false);
+            return LockOpened(std::move(existing), false, uForks);
         }
         if (errno == EINTR) {
             continue;
@@ -142,7 +144,7 @@ Opened OpenOrCreate(const char* pszName) {
         }
         FileDescriptor created(open(pszName, kFlags | O_CREAT | O_EXCL, kOwnerOnly | kUnclaimed));
         if (created.IsOpen()) {
-            return LockOpened(std::move(created), true);
+            return LockOpened(std::move(created), true, uForks);
         }
         if (errno != EEXIST && errno != EINTR) {
             return NotOpened(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));

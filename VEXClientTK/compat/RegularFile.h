@@ -16,6 +16,9 @@ class RegularFile {
 public:
     explicit RegularFile(FileDescriptor descriptor, FileLock lock = {})
         : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
+    RegularFile(const RegularFile&) = delete;
+    RegularFile& operator=(const RegularFile&) = delete;
+    ~RegularFile() { m_lock.EndByClosing(m_descriptor); }
 
     // The bytes that were transferred before the end of the file or an error.
     struct Transfer {
@@ -37,7 +40,7 @@ public:
 
 private:
     FileDescriptor m_descriptor;
-    FileLock m_lock;  // of the descriptor, which outlives it
+    FileLock m_lock;  // of the descriptor
     std::mutex m_mutex;
     off_t m_nPosition = 0;  // guarded by m_mutex
 };

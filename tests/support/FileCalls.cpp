@@ -7,6 +7,8 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -27,7 +29,12 @@ struct State {
                                                                 {"SetEndOfFile", 0},
                                                                 {"PathIsDirectoryW", 0},
                                                                 {"SHCreateDirectoryExW", 0}}};
-    std::function<void(const file_calls::Call&)> fnBefore = nullptr;
+    std::shared_ptr<const std::function<void(const file_calls::Call&)>> pBefore;
+
+    auto Before() {
+        const std::lock_guard lock(mutex);
+        return pBefore;
+    }
 
     int& CountOf(std::string_view function) {
         for (auto& [name, nCount] : counts) {
@@ -48,8 +55,8 @@ State& TheState() {
 template <typename Function, typename... Arguments>
 auto Pass(Function* pNext, const file_calls::Call& call, Arguments... arguments) {
     State& state = TheState();
-    if (state.fnBefore) {
-        state.fnBefore(call);
+    if (const auto pBefore = state.Before()) {
+        (*pBefore)(call);
     }
     const auto result = pNext(arguments...);
     {
@@ -70,7 +77,9 @@ Function* Next(Function*, const char* pszName) {
 namespace file_calls {
 
 void Watch(std::function<void(const Call&)> fnBefore) {
-    TheState().fnBefore = std::move(fnBefore);
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.pBefore = fnBefore ? std::make_shared<const std::function<void(const Call&)>>(std::move(fnBefore)) : nullptr;
 }
 
 int Count(std::string_view function) {

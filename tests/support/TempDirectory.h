@@ -6,10 +6,11 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 class TempDirectory {
 public:
@@ -45,6 +46,8 @@ private:
 
 // The bytes of a file; empty when it cannot be read.
 inline std::string ReadWholeFile(const std::string& strPath) {
-    std::ifstream file(strPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const std::ifstream file(strPath, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return std::move(bytes).str();
 }

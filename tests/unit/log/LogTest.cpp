@@ -15,7 +15,7 @@ constexpr std::string_view kMarkType = "[MARK] ";
 
 // Whether the text stands in the last few thousand bytes of the file.
 bool EndContains(const std::string& strPath, const std::string& strText) {
-    constexpr std::streamoff kEnd = 4096;
+    constexpr std::streamoff kEnd = 0x10000;  // other processes may write as well
     std::ifstream file(strPath, std::ios::binary | std::ios::ate);
     if (!file) {
         return false;

@@ -26,6 +26,7 @@ TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
         std::latch end(1);
         CDebugLogMgr* managers[kThreads] = {};
         std::vector<std::thread> threads;
+        std::thread([] {}).join();  // a sanitizer starts a thread of its own beside the first
         const size_t nBefore = ThreadsOfThisProcess();
         for (CDebugLogMgr*& pManager : managers) {
             threads.emplace_back([&] {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <set>
 #include <thread>
 
@@ -71,6 +72,7 @@ TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
     GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
 #endif
     constexpr int kThreads = 4;
+    constexpr int kOfChild = 3;
     const int nForks = Scaled(200);
     InChild([&] {
         CDebugLogMgr::GetInstance()->SetTruncate(0x200000, 0);
@@ -79,7 +81,7 @@ TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
         std::vector<std::thread> threads = StartTracing(kThreads, [&](int) {
             while (!bEnd) {
                 Trace(L"parent " + std::to_wstring(nRecords++));
-                usleep(50);
+                usleep(500);
             }
         });
         for (int nFork = 0; nFork < nForks; ++nFork) {
@@ -87,9 +89,11 @@ TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
             ASSERT_GE(nChild, 0);
             if (nChild == 0) {
                 alarm(60);
-                for (int i = 0; i < 3; ++i) {
-                    Trace(L"child " + std::to_wstring(nFork * 100 + i));
+                for (int i = 0; i < kOfChild; ++i) {
+                    Trace(L"child " + std::to_wstring(nFork * kOfChild + i));
                 }
+                // Ended in the middle of a record it would leave half of one, to which the next would be added.
+                WaitUntilWritten(LogPath());
                 _exit(0);
             }
             int nStatus = -1;
@@ -109,8 +113,37 @@ TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
             nOfParent += record.strMessage.starts_with("parent") ? 1 : 0;
         }
         EXPECT_EQ(nOfParent, nRecords);
+        EXPECT_EQ(static_cast<int>(records.size()) - nOfParent, nForks * kOfChild);
         EXPECT_EQ(ReadLogFile(LogPath()).strUnfinished, "");
     });
+}
+
+// The process that forks while another thread of it makes the log.
+TEST_F(RaceTest, AForkDuringTheFirstTraceLeavesTheChildALog) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
+#endif
+    const int nTimes = Scaled(200);
+    for (int i = 0; i < nTimes; ++i) {
+        InChild([i] {
+            std::thread first([] { Trace(L"first"); });
+            // The fork comes at another moment of the making each time.
+            const auto moment = std::chrono::steady_clock::now() + std::chrono::microseconds(i);
+            while (std::chrono::steady_clock::now() < moment) {
+            }
+            const pid_t nChild = fork();
+            ASSERT_GE(nChild, 0);
+            if (nChild == 0) {
+                alarm(10);
+                Trace(L"child");
+                _exit(0);
+            }
+            int nStatus = -1;
+            ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+            EXPECT_EQ(nStatus, 0);
+            first.join();
+        });
+    }
 }
 
 // popen and the JVM's ProcessBuilder start another program in the child.

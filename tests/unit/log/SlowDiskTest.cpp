@@ -54,12 +54,13 @@ TEST_P(ExitTest, AStalledWriterHoldsTheEndUpForOneSecond) {
     std::latch* pStalled = nullptr;
     const ChildEnd end = RunLogChild(
         [&] {
-            pStalled = new std::latch(1);  // outlives main, as the writer does
-            file_calls::Watch([pStalled](const file_calls::Call& call) {
+            pStalled = new std::latch(1);  // outlives main, as the writer and what it looks at do
+            const Stall& stall = *new Stall(GetParam());
+            file_calls::Watch([pStalled, &stall](const file_calls::Call& call) {
                 static std::atomic<bool> s_bFirst = true;
-                if (call.function == GetParam().strName && s_bFirst.exchange(false)) {
+                if (call.function == stall.strName && s_bFirst.exchange(false)) {
                     pStalled->count_down();
-                    sleep(static_cast<unsigned>(GetParam().nSeconds));
+                    sleep(static_cast<unsigned>(stall.nSeconds));
                 }
             });
             CDebugLogMgr::GetInstance()->SetTruncate(10, 20);
