@@ -5,7 +5,8 @@
 
 #include <cstdio>
 
-// The log, opened for appending; the caller gives it to pv_uninit. Null on failure, which is told on standard output.
+// The log, opened for appending; the caller gives it to pv_uninit. Null on failure, which is told on standard output;
+// a link, pipe or device in the file's place is a failure.
 FILE* pv_init_log();
 
 // Null is allowed.

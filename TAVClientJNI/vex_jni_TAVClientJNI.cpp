@@ -213,6 +213,16 @@ std::unique_ptr<char[]> SignP7(JNIEnv* jenv, jlong handle, jstring bstrValue, in
         VCTK_GetP7SignResult);
 }
 
+// The result of a native that answers with a text of the toolkit's: null, and no record of the end, without one.
+jstring LeaveWith(JNIEnv* jenv, const Native& native, const std::unique_ptr<char[]>& pResult) {
+    if (!pResult) {
+        return nullptr;
+    }
+    jstring jstrResult = stoJstring(jenv, pResult.get());
+    TraceLeave(native);
+    return jstrResult;
+}
+
 // Narrow text to Java the wide way; see WindowsToJstring for what arrives.
 jstring NarrowToJstring(JNIEnv* jenv, LPCSTR psz) {
     const CString strText(psz);
@@ -291,49 +301,25 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_ClearFilter(JNIEnv*, jobject, 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1Sign(JNIEnv* jenv, jobject, jlong handle,
                                                            jstring bstrValueBase64) {
     TraceEnter(kP1Sign);
-    const auto pResult = SignP1(jenv, handle, bstrValueBase64, kBase64);
-    if (!pResult) {
-        return nullptr;
-    }
-    jstring jstrSignData = stoJstring(jenv, pResult.get());
-    TraceLeave(kP1Sign);
-    return jstrSignData;
+    return LeaveWith(jenv, kP1Sign, SignP1(jenv, handle, bstrValueBase64, kBase64));
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P1SignString(JNIEnv* jenv, jobject, jlong handle,
                                                                  jstring bstrValue) {
     TraceEnter(kP1SignString);
-    const auto pResult = SignP1(jenv, handle, bstrValue, kPlainText);
-    if (!pResult) {
-        return nullptr;
-    }
-    jstring jstrSignData = stoJstring(jenv, pResult.get());
-    TraceLeave(kP1SignString);
-    return jstrSignData;
+    return LeaveWith(jenv, kP1SignString, SignP1(jenv, handle, bstrValue, kPlainText));
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7Sign(JNIEnv* jenv, jobject, jlong handle, jstring bstrValue,
                                                            jlong bDetach, jlong bIncludeCert) {
     TraceEnter(kP7Sign);
-    const auto pResult = SignP7(jenv, handle, bstrValue, kBase64, bDetach, bIncludeCert);
-    if (!pResult) {
-        return nullptr;
-    }
-    jstring jstrSignData = stoJstring(jenv, pResult.get());
-    TraceLeave(kP7Sign);
-    return jstrSignData;
+    return LeaveWith(jenv, kP7Sign, SignP7(jenv, handle, bstrValue, kBase64, bDetach, bIncludeCert));
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_P7SignString(JNIEnv* jenv, jobject, jlong handle, jstring bstrValue,
                                                                  jlong bDetach, jlong bIncludeCert) {
     TraceEnter(kP7SignString);
-    const auto pResult = SignP7(jenv, handle, bstrValue, kPlainText, bDetach, bIncludeCert);
-    if (!pResult) {
-        return nullptr;
-    }
-    jstring jstrSignData = stoJstring(jenv, pResult.get());
-    TraceLeave(kP7SignString);
-    return jstrSignData;
+    return LeaveWith(jenv, kP7SignString, SignP7(jenv, handle, bstrValue, kPlainText, bDetach, bIncludeCert));
 }
 
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Finalize(JNIEnv*, jobject, jlong handle) {
@@ -386,12 +372,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetLastErrorMessage(JNIEnv* 
     const auto pResult = FetchText([handle](char* pszBuffer, int* pnLength) {
         return VCTK_GetLastErrorMessage(ToHandle(handle), pszBuffer, pnLength);
     });
-    if (!pResult) {
-        return nullptr;
-    }
-    jstring jstrMsg = stoJstring(jenv, pResult.get());
-    TraceLeave(kGetLastErrorMessage);
-    return jstrMsg;
+    return LeaveWith(jenv, kGetLastErrorMessage, pResult);
 }
 
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jobject, jlong handle) {
@@ -402,12 +383,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetCertList(JNIEnv* jenv, jo
     const auto pResult = FetchText([handle](char* pszBuffer, int* pnLength) {
         return VCTK_GetCertList(ToHandle(handle), "\r\n", " ", pszBuffer, pnLength);
     });
-    if (!pResult) {
-        return nullptr;
-    }
-    jstring jstrCertList = stoJstring(jenv, pResult.get());
-    TraceLeave(kGetCertList);
-    return jstrCertList;
+    return LeaveWith(jenv, kGetCertList, pResult);
 }
 
 }  // extern "C"

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <clocale>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <regex>
 
+#include "Row.h"
 #include "TempDirectory.h"
 #include "WriteLog.h"
 
@@ -83,16 +85,38 @@ TEST_F(MinimalLoggerTest, AMessageThatTheLocaleCannotEncodeLeavesTimeAndProcess)
     EXPECT_THAT(Bytes(), Matches(Front() + Front() + "\\[DEBU\\]next\n" + Front()));
 }
 
-TEST_F(MinimalLoggerTest, AFileThatCannotBeOpenedIsToldOnStandardOutput) {
-    std::filesystem::create_directory(m_directory.Path("PILog.txt"));
+// What stands where the file should be.
+struct Obstacle : Row {
+    void (*fnMake)(const std::string& strPath, const std::string& strOther);
+};
+
+class ObstacleTest : public MinimalLoggerTest, public testing::WithParamInterface<Obstacle> {};
+
+TEST_P(ObstacleTest, IsToldOnStandardOutputAndLeftAlone) {
     constexpr const char* kText = "system error: error to open log file[/tmp/PILog.txt].\n";
+    const std::string strOther = m_directory.Write("other", "another's text");
+    GetParam().fnMake(m_directory.Path("PILog.txt"), strOther);
     testing::internal::CaptureStdout();
     pv_log(1, L"lost");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), kText);
     testing::internal::CaptureStdout();
     EXPECT_EQ(pv_init_log(), nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), kText);
+    EXPECT_EQ(ReadWholeFile(strOther), "another's text");
 }
+
+INSTANTIATE_TEST_SUITE_P(, ObstacleTest,
+                         testing::Values(Obstacle{"Directory",
+                                                  [](const std::string& strPath, const std::string&) {
+                                                      std::filesystem::create_directory(strPath);
+                                                  }},
+                                         Obstacle{"Pipe", [](const std::string& strPath,
+                                                             const std::string&) { mkfifo(strPath.c_str(), 0666); }},
+                                         Obstacle{"Link",
+                                                  [](const std::string& strPath, const std::string& strOther) {
+                                                      std::filesystem::create_symlink(strOther, strPath);
+                                                  }}),
+                         RowName);
 
 TEST_F(MinimalLoggerTest, TheStreamAppendsAndIsTheCallers) {
     m_directory.Write("PILog.txt", "before ");
