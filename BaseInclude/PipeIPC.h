@@ -92,8 +92,8 @@ public:
         pthread_mutex_init(&m_listRecLock, nullptr);
         pthread_mutex_init(&m_ClientInfoLock, nullptr);
         pthread_mutex_init(&ClientLock, nullptr);
-        std::srand(static_cast<unsigned int>(std::time(nullptr)));
-        std::signal(SIGPIPE, SIG_IGN);
+        std::srand(static_cast<unsigned int>(std::time(nullptr)));  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+        static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     }
 
     CPipeIPC(const CPipeIPC&) = delete;
@@ -292,7 +292,8 @@ inline long CPipeIPC::SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjI
 inline void CPipeIPC::SetOwnerID() {
     timeval time = {};
     gettimeofday(&time, nullptr);
-    m_OwnerInfo.ObjID = static_cast<USHORT>(std::rand() % 65535 + time.tv_usec);
+    const int nRandom = std::rand();  // NOLINT(cert-msc30-c,cert-msc50-cpp): tells clients apart
+    m_OwnerInfo.ObjID = static_cast<USHORT>(nRandom % 65535 + time.tv_usec);
     m_OwnerInfo.SessionID = GetAccountId();
 }
 
@@ -301,7 +302,7 @@ inline USHORT CPipeIPC::GetAccountId() {
     constexpr std::size_t nMost = 32;
     char szOutput[nMost + 1] = {};
     std::size_t nLength = 0;
-    if (std::FILE* const pPipe = popen("id -u", "re")) {
+    if (std::FILE* const pPipe = popen("id -u", "re")) {  // NOLINT(cert-env33-c): a constant command
         for (ssize_t nRead = 1; nRead != 0 && nLength < nMost;) {
             nRead = read(fileno(pPipe), szOutput + nLength, nMost - nLength);
             if (nRead < 0 && errno != EINTR) {
@@ -422,7 +423,7 @@ inline BOOL CPipeIPC::StartReceiving(Exchange& exchange) {
         Guarded([&] { m_socketServer = NO_SOCKET; });
         return FALSE;  // the connection closes the socket
     }
-    pStart.release();
+    static_cast<void>(pStart.release());
     exchange.HandOver(pConnection);
     return TRUE;
 }
@@ -482,7 +483,7 @@ inline void CPipeIPC::StartRequestThread(CPipeIPC* pThis, const CSmartBuffer& ob
     pv_logEx("pthread_create ProcessRequsetThread ");
     const BOOL bCopied = pStart != nullptr && pStart->paramter.Buffer.GetSize() == objMessage.GetSize();
     if (bCopied && StartDetached(ProcessRequsetThread, pStart.get())) {
-        pStart.release();
+        static_cast<void>(pStart.release());
     } else {
         pv_logEx("pthread_create ProcessRequsetThread error ");
     }

@@ -24,21 +24,20 @@ __attribute__((__format__(__printf__, 1, 2))) inline void pv_logEx(const char* p
     }
     timeval time = {};
     std::tm local = {};
+    char szPrefix[256 + 5] = {};
     if (gettimeofday(&time, nullptr) == 0 && localtime_r(&time.tv_sec, &local) != nullptr) {
-        char szPrefix[256 + 5] = {};
-        std::snprintf(szPrefix, sizeof szPrefix, "[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d]: ", getpid(),
-                      static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                      local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(time.tv_usec));
-        std::fputs(szPrefix, pFile);
+        static_cast<void>(
+            std::snprintf(szPrefix, sizeof szPrefix, "[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d]: ", getpid(),
+                          static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                          local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(time.tv_usec)));
     }
     char szMessage[1024] = {};
     va_list args;
     va_start(args, pszFormat);
     errno = nError;  // for %m
-    std::vsnprintf(szMessage, sizeof szMessage, pszFormat, args);
+    static_cast<void>(std::vsnprintf(szMessage, sizeof szMessage, pszFormat, args));
     va_end(args);
-    std::fputs(szMessage, pFile);
-    std::fputc('\n', pFile);
-    std::fclose(pFile);
+    static_cast<void>(std::fprintf(pFile, "%s%s\n", szPrefix, szMessage));
+    static_cast<void>(std::fclose(pFile));
     errno = nError;
 }

@@ -211,10 +211,12 @@ ScriptedPeer::ScriptedPeer(Script script) : m_script(std::move(script)), m_nList
     m_thread = std::thread([this] { Run(); });
 }
 
-ScriptedPeer::~ScriptedPeer() {
-    shutdown(m_nListener, SHUT_RDWR);  // which wakes accept
-    m_thread.join();
-    close(m_nListener);
+void ScriptedPeer::Finish() {
+    if (m_thread.joinable()) {
+        shutdown(m_nListener, SHUT_RDWR);  // which wakes accept
+        m_thread.join();
+        close(m_nListener);
+    }
 }
 
 void ScriptedPeer::Run() {

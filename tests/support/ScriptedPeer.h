@@ -79,8 +79,10 @@ public:
     explicit ScriptedPeer(Script script);
     ScriptedPeer(const ScriptedPeer&) = delete;
     ScriptedPeer& operator=(const ScriptedPeer&) = delete;
-    // Waits for the script that is running.
-    ~ScriptedPeer();
+    ~ScriptedPeer() { Finish(); }
+
+    // Takes no further connections, and waits for the script that is running.
+    void Finish();
 
     std::uint16_t Port() const { return m_uPort; }
     // The object of session 0 whose port that is.

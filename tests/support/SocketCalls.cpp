@@ -28,6 +28,7 @@ thread_local std::optional<int> t_nObject;
 thread_local std::optional<timeval> t_time;
 thread_local FailurePlan t_failure;
 thread_local std::optional<const char*> t_pszUserCommand;
+thread_local int t_nLastSocket = -1;
 
 std::atomic<std::uint16_t> s_uFileServerPort = kFileServerPort;
 
@@ -82,6 +83,10 @@ UserCommand::~UserCommand() {
     t_pszUserCommand.reset();
 }
 
+int LastSocket() {
+    return t_nLastSocket;
+}
+
 FileServerPort::FileServerPort(std::uint16_t uPort) {
     s_uFileServerPort = uPort;
 }
@@ -124,7 +129,8 @@ FILE* popen(const char* pszCommand, const char* pszMode) {
 
 int socket(int nDomain, int nType, int nProtocol) noexcept {
     static auto* const s_pNext = Next(socket, "socket");
-    return Perform("socket", [&] { return s_pNext(nDomain, nType, nProtocol); });
+    t_nLastSocket = Perform("socket", [&] { return s_pNext(nDomain, nType, nProtocol); });
+    return t_nLastSocket;
 }
 
 int connect(int nSocket, const sockaddr* pAddress, socklen_t cbAddress) {

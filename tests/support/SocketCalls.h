@@ -50,6 +50,9 @@ public:
     ~UserCommand();
 };
 
+// The descriptor of the thread's last call of socket.
+int LastSocket();
+
 // For the whole program, until its object's end: connections to the file server's port go to this one.
 class FileServerPort {
 public:

@@ -28,13 +28,12 @@ TEST_F(Exchange, BytesOnTheWire) {
     const socket_calls::UserCommand user("echo 65546");  // 10 in 16 bits
     const DWORD dwBefore = GetTickCount();
     CPipeIPC client;
-    const int nSocket = dup(0);  // the next descriptor's number
-    close(nSocket);
     const ExchangeResult result = DoExchange(client, peer.Object(), "payload");
     EXPECT_EQ(result.lResult, 0);
     EXPECT_EQ(result.strReply, "the reply");
+    peer.Finish();
 
-    const auto uSocket = static_cast<std::uint16_t>(nSocket);
+    const auto uSocket = static_cast<std::uint16_t>(socket_calls::LastSocket());
     EXPECT_EQ(strRegistration, Bytes16(uSocket) + Bytes16(4711) + std::string(1, '\0'));
     EXPECT_GE(request.uSequence, dwBefore);
     EXPECT_LE(request.uSequence, GetTickCount());

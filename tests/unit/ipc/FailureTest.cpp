@@ -253,8 +253,6 @@ TEST_P(ExchangeFailure, ResultAndTrace) {
     const FailureRow& row = GetParam();
     ScriptedPeer peer(row.script);
     CPipeIPC client;
-    const int nSocket = dup(0);
-    close(nSocket);
     SwitchTraceOn();
     ExchangeResult result;
     {
@@ -269,7 +267,8 @@ TEST_P(ExchangeFailure, ResultAndTrace) {
         if (strLine == "PORT") {
             strLine = "ConnectServer failed port =" + std::to_string(peer.Port());
         } else if (strLine == "DESCRIPTOR") {
-            strLine = std::string("SendMessageAndWait ::RecvMsg  failed result=") + std::strerror(nSocket);
+            strLine =
+                std::string("SendMessageAndWait ::RecvMsg  failed result=") + std::strerror(socket_calls::LastSocket());
         }
     }
     EXPECT_EQ(Trace(), expected);

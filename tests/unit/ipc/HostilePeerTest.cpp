@@ -33,7 +33,7 @@ std::size_t ResidentBytes() {
 
 TEST_F(HostilePeer, CutsTheReplyAtEachByte) {
     const std::string strPayload = "payload";
-    std::size_t cbSent = 0;
+    std::atomic<std::size_t> cbSent = 0;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         connection.Send(PeerConnection::ReplyTo(request, strPayload).Bytes().substr(0, cbSent));
@@ -50,12 +50,13 @@ TEST_F(HostilePeer, CutsTheReplyAtEachByte) {
 }
 
 TEST_F(HostilePeer, EveryByteOfTheHeaderTurnedOver) {
-    int nBit = 0;
+    std::atomic<int> nBit = 0;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         std::string strReply = PeerConnection::ReplyTo(request, "payload").Bytes();
-        char& chByte = strReply[static_cast<std::size_t>(nBit / 8)];
-        chByte = static_cast<char>(chByte ^ 1 << nBit % 8);
+        const int nTurned = nBit;
+        char& chByte = strReply[static_cast<std::size_t>(nTurned / 8)];
+        chByte = static_cast<char>(chByte ^ 1 << nTurned % 8);
         connection.Send(strReply);
         connection.ShutdownSending();
         connection.ReceiveToEnd();
@@ -157,7 +158,7 @@ TEST_F(HostilePeer, ClaimsTwoGigabytes) {
     SwitchTraceOn();
     std::atomic<bool> bOver = false;
     std::size_t cbMost = 0;
-    const std::size_t cbBefore = ResidentBytes();
+    [[maybe_unused]] const std::size_t cbBefore = ResidentBytes();
     std::thread watcher([&] {
         while (!bOver) {
             cbMost = std::max(cbMost, ResidentBytes());
@@ -319,7 +320,7 @@ protected:
         for (int i = 0; i < nTimes; ++i) {
             run();
         }
-        EXPECT_EQ(OpenDescriptors(), cDescriptors);
+        EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors() <= cDescriptors; }));  // the peer's last one is among them
         const struct mallinfo2 after = mallinfo2();
         EXPECT_LT(after.uordblks + after.hblkhd, before.uordblks + before.hblkhd + 4096);
     }

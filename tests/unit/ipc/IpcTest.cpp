@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <thread>
 
@@ -37,14 +38,23 @@ std::vector<TraceLine> TraceLines(const std::string& strPath) {
     return lines;
 }
 
+std::size_t ThreadsOfTheProcess() {
+    // ThreadSanitizer has a thread of its own from the first one on.
+    static const bool s_bOneWasStarted = (std::thread([] {}).join(), true);
+    static_cast<void>(s_bOneWasStarted);
+    const auto entries = std::filesystem::directory_iterator("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
 }  // namespace
 
-IpcTest::IpcTest() {
+IpcTest::IpcTest() : m_cThreads(ThreadsOfTheProcess()) {
     SwitchTraceOff();
     std::filesystem::remove(TracePath());
 }
 
 IpcTest::~IpcTest() {
+    EXPECT_TRUE(WaitUntil([this] { return ThreadsOfTheProcess() <= m_cThreads; })) << "threads that do not end";
     SwitchTraceOff();
 }
 
@@ -79,18 +89,11 @@ std::vector<std::string> IpcTest::TraceOfThisThread() {
 }
 
 void IpcTest::WaitForTrace(const std::string& strLine) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    for (;;) {
+    EXPECT_TRUE(WaitUntil([&] {
         const std::vector<std::string> lines = Trace();
-        if (std::find(lines.begin(), lines.end(), strLine) != lines.end()) {
-            return;
-        }
-        if (std::chrono::steady_clock::now() > deadline) {
-            ADD_FAILURE() << "waited in vain for the line " << strLine;
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+        return std::find(lines.begin(), lines.end(), strLine) != lines.end();
+    })) << "waited in vain for the line "
+        << strLine;
 }
 
 ExchangeResult DoExchange(CPipeIPC& client, std::uint16_t uObject, std::string strPayload, DWORD dwTimeout) {

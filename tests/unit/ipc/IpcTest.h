@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "PipeIPC.h"
@@ -21,6 +22,7 @@ class IpcTest : public testing::Test {
 protected:
     // The trace is empty and switched off.
     IpcTest();
+    // Waits for the detached threads that the test has left behind.
     ~IpcTest() override;
 
     static std::string TracePath();
@@ -34,6 +36,9 @@ protected:
 
     // Waits until the trace has a line of that text.
     static void WaitForTrace(const std::string& strLine);
+
+private:
+    const std::size_t m_cThreads;
 };
 
 // Set by one thread, waited for by another, with a failure after twenty seconds.
@@ -56,6 +61,19 @@ private:
     std::condition_variable m_changed;
     bool m_bSet = false;
 };
+
+// Looks every millisecond. FALSE: it did not come true in time.
+template <typename Condition>
+bool WaitUntil(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 struct ExchangeResult {
     long lResult = 0;

@@ -481,7 +481,8 @@ TEST_F(ServerFile, TheSwitchIsForAnyThread) {
     });
     for (int i = 0; i < 20; ++i) {
         DWORD dwError = 0;
-        EXPECT_EQ(file.OpenFile(strPath, dwError), dwError != ERROR_ACCESS_DENIED);
+        const BOOL bOpened = file.OpenFile(strPath, dwError);
+        EXPECT_EQ(bOpened, dwError != ERROR_ACCESS_DENIED) << dwError;
         file.CloseFile();
     }
     other.join();

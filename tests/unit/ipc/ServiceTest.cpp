@@ -155,12 +155,15 @@ TEST_F(Service, NotificationsGetNoAnswer) {
         EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
     std::string strHandled;
+    Event handled;
     m_callbacks.fnHandle = [&](const std::string& strPayload) {
         strHandled = strPayload;
+        handled.Set();
         return "nobody wants to know";
     };
     SwitchTraceOn();
     EXPECT_EQ(DoServiceExchange(peer).lResult, 0);
+    handled.Wait();
     EXPECT_EQ(strHandled, "notification");
 }
 
