@@ -115,7 +115,8 @@ public:
     //
     // pbPayload: null or a length of 0 for an empty request. dwTimeout: milliseconds for the reply; 0: for ever.
     // Connecting, registering and sending have ten seconds each.
-    // 0: objReply holds the reply's payload and nothing else. PIPE_ERROR_SEND or PIPE_ERROR_RECEIVE: it is as it was.
+    // 0: objReply holds the reply's payload and nothing else. PIPE_ERROR_SEND or PIPE_ERROR_RECEIVE: it is as it was,
+    // unless there was no memory for the payload.
     long SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjID, PBYTE pbPayload, DWORD dwLength,
                             CSmartBuffer& objReply, DWORD dwTimeout);
 

@@ -293,6 +293,25 @@ TEST_F(IpcTest, NobodyListens) {
     EXPECT_EQ(Trace()[3], "ConnectServer failed port =" + std::to_string(8665 + 65535 + uObject));
 }
 
+// No memory can hold it, so that it is not looked at.
+TEST_F(IpcTest, ARequestThatIsTooLong) {
+    ScriptedPeer peer([](PeerConnection& connection) {
+        connection.Receive(5);
+        connection.Send(std::string(1, '\0'));
+        EXPECT_EQ(connection.ReceiveToEnd(), "");
+    });
+    CPipeIPC client;
+    SwitchTraceOn();
+    for (const DWORD dwLength : {~DWORD{0}, ~DWORD{0} - 33, DWORD{1} << 63}) {
+        CSmartBuffer reply("before", 6);
+        BYTE bPayload = 'x';
+        EXPECT_EQ(client.SendMessageAndWait(0, peer.Object(), &bPayload, dwLength, reply, 1000), kSendFailed);
+        EXPECT_EQ(TextOf(reply), "before");
+        EXPECT_EQ(Trace().end()[-2], "************SendMsg::send data error");
+        EXPECT_EQ(Trace().end()[-1], kSendLine);
+    }
+}
+
 // Descriptor 0 counts as a failure, and is given back.
 TEST_F(IpcTest, DescriptorZero) {
     ScriptedPeer peer([](PeerConnection& connection) {
