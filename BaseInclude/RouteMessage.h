@@ -61,7 +61,7 @@ public:
     static constexpr int ServerPort(USHORT usSessionID, USHORT usObjID) { return 8665 + usSessionID + usObjID; }
     static constexpr USHORT SocketPort(int nPort) { return static_cast<USHORT>(nPort); }
 
-    // Service objects keep their connection open for requests from the server.
+    // Service objects take requests from the server on the connection of their exchange.
     static constexpr BOOL IsServiceObject(USHORT usObjID) {
         switch (usObjID) {
             case 2003:

@@ -1,4 +1,5 @@
-// The command header in front of every file server request. Integers are in host byte order.
+// The file server's requests: the command header in front of each, the codes, and where the server is. Integers are in
+// host byte order. docs/wire-protocol.md has the fields behind the header, and the replies, which have no such header.
 #pragma once
 
 #include <cstddef>
@@ -19,3 +20,22 @@ struct _tagVEX_COMM_PROTOCOL {
 static_assert(std::is_trivially_copyable_v<_tagVEX_COMM_PROTOCOL> && sizeof(_tagVEX_COMM_PROTOCOL) == 24);
 static_assert(offsetof(_tagVEX_COMM_PROTOCOL, dwCmd) == 0 && offsetof(_tagVEX_COMM_PROTOCOL, dwResult) == 8);
 static_assert(offsetof(_tagVEX_COMM_PROTOCOL, dwExtendSize) == 16);
+
+inline constexpr USHORT VEX_FILE_SERVER_SESSION = 0;
+inline constexpr USHORT VEX_FILE_SERVER_OBJECT = 101;  // TCP port 8766
+
+// Operation codes.
+inline constexpr DWORD VEX_FILE_OPEN = 1;
+inline constexpr DWORD VEX_FILE_SEEK_TO = 4;
+inline constexpr DWORD VEX_FILE_SEEK_TO_BEGIN = 5;
+inline constexpr DWORD VEX_FILE_SEEK_TO_END = 6;
+inline constexpr DWORD VEX_FILE_GET_SIZE = 7;
+inline constexpr DWORD VEX_FILE_CLOSE = 8;
+inline constexpr DWORD VEX_FILE_READ = 9;
+inline constexpr DWORD VEX_FILE_WRITE = 10;
+inline constexpr DWORD VEX_FILE_FLUSH = 11;
+inline constexpr DWORD VEX_FILE_END_OF_FILE = 12;
+
+// Milliseconds that the server has for its reply.
+inline constexpr DWORD VEX_FILE_OPEN_TIMEOUT = 20000;
+inline constexpr DWORD VEX_FILE_TIMEOUT = 10000;

@@ -1,0 +1,226 @@
+// The sockets of the IPC client: bytes in time, and whole messages. RouteMessage.h has the records that cross them.
+//
+// For one thread at a time, but for what two threads may do to any socket: one sends while another one receives.
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include "PipeLog.h"
+#include "RouteMessage.h"
+#include "SmartBuffer.h"
+#include "VEXType.h"
+
+// When something has to be done that may take several calls: a peer that hands out its bytes one by one does not gain
+// time by it, nor does a signal. Any thread.
+class CPipeDeadline {
+public:
+    // In milliseconds from now; 0: never, as the sockets have it.
+    explicit CPipeDeadline(DWORD dwTimeout)
+        : m_bNever(dwTimeout == 0 || dwTimeout > MAX_TIMEOUT),
+          m_end(Clock::now() + std::chrono::milliseconds(m_bNever ? 0 : static_cast<LONGLONG>(dwTimeout))) {}
+
+    // The time left, for a socket option in which 0 means for ever. FALSE: none is left.
+    BOOL TimeLeft(timeval& left) const {
+        left = {};
+        if (m_bNever) {
+            return TRUE;
+        }
+        const auto remaining = std::chrono::ceil<std::chrono::microseconds>(m_end - Clock::now()).count();
+        left.tv_sec = remaining / 1000000;
+        left.tv_usec = remaining % 1000000;
+        return remaining > 0;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    static constexpr DWORD MAX_TIMEOUT = DWORD{1} << 40;  // 34 years, and no overflow
+
+    bool m_bNever;
+    Clock::time_point m_end;
+};
+
+// An owned TCP socket. Results and errno are those of the functions of the same name, but that signals interrupt
+// nothing, and that whatever is not done at the deadline has failed.
+class CPipeSocket {
+public:
+    static constexpr SOCKET NO_SOCKET = -1;
+
+    explicit CPipeSocket(SOCKET socket = NO_SOCKET) : m_socket(socket) {}
+    CPipeSocket(CPipeSocket&& other) noexcept : m_socket(std::exchange(other.m_socket, NO_SOCKET)) {}
+    CPipeSocket(const CPipeSocket&) = delete;
+    CPipeSocket& operator=(const CPipeSocket&) = delete;
+    CPipeSocket& operator=(CPipeSocket&&) = delete;
+    ~CPipeSocket() { Close(); }
+
+    SOCKET Get() const { return m_socket; }
+
+    // Programs that the process starts do not inherit it.
+    BOOL Create() {
+        Close();
+        m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        return m_socket != NO_SOCKET;
+    }
+
+    // ulIP: in network byte order.
+    BOOL Connect(ULONG ulIP, USHORT usPort, const CPipeDeadline& deadline) const {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = static_cast<in_addr_t>(ulIP);
+        address.sin_port = htons(usPort);
+        // After a signal a further call waits for the connection that is on its way.
+        while (SetTimeout(SO_SNDTIMEO, deadline)) {
+            if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+                return TRUE;
+            }
+            if (errno == EINPROGRESS || errno == EALREADY) {
+                break;
+            }
+            if (errno != EINTR) {
+                return FALSE;
+            }
+        }
+        errno = ETIMEDOUT;
+        return FALSE;
+    }
+
+    // All the bytes in one call, which is how long a blocking socket takes; where a signal cuts it short, the rest in
+    // another. -1: not all of them were sent.
+    ssize_t Send(const void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
+        const BYTE* const pbData = static_cast<const BYTE*>(pData);
+        std::size_t cbSent = 0;
+        do {
+            if (!SetTimeout(SO_SNDTIMEO, deadline)) {
+                return -1;
+            }
+            const ssize_t nSent = ::send(m_socket, pbData + cbSent, cbData - cbSent, MSG_NOSIGNAL);
+            if (nSent < 0 && errno != EINTR) {
+                return -1;
+            }
+            cbSent += nSent < 0 ? 0 : static_cast<std::size_t>(nSent);
+        } while (cbSent < cbData);
+        return static_cast<ssize_t>(cbSent);
+    }
+
+    // At least one byte. 0: the peer has ended the connection.
+    ssize_t Receive(void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
+        while (SetTimeout(SO_RCVTIMEO, deadline)) {
+            const ssize_t nReceived = ::recv(m_socket, pData, cbData, 0);
+            if (nReceived >= 0 || errno != EINTR) {
+                return nReceived;
+            }
+        }
+        return -1;
+    }
+
+    // Exactly that many bytes: cbData, else what the failing Receive has returned.
+    ssize_t ReceiveAll(void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
+        BYTE* const pbData = static_cast<BYTE*>(pData);
+        for (std::size_t cbReceived = 0; cbReceived < cbData;) {
+            const ssize_t nReceived = Receive(pbData + cbReceived, cbData - cbReceived, deadline);
+            if (nReceived <= 0) {
+                return nReceived;
+            }
+            cbReceived += static_cast<std::size_t>(nReceived);
+        }
+        return static_cast<ssize_t>(cbData);
+    }
+
+    // Ends the connection for the peer and for a thread that receives on it here; the descriptor stays. Closing would
+    // do neither where another thread, or a child that was forked meanwhile, still has the descriptor.
+    void Shutdown() const {
+        if (m_socket != NO_SOCKET) {
+            ::shutdown(m_socket, SHUT_RDWR);
+        }
+    }
+
+    void Close() {
+        Shutdown();
+        if (m_socket != NO_SOCKET) {
+            ::close(std::exchange(m_socket, NO_SOCKET));
+        }
+    }
+
+private:
+    // FALSE, with errno as a time-out has it: the deadline is over. Whether the option could be set does not matter.
+    BOOL SetTimeout(int nOption, const CPipeDeadline& deadline) const {
+        timeval left = {};
+        if (!deadline.TimeLeft(left)) {
+            errno = EAGAIN;
+            return FALSE;
+        }
+        ::setsockopt(m_socket, SOL_SOCKET, nOption, &left, sizeof left);
+        return TRUE;
+    }
+
+    SOCKET m_socket;
+};
+
+// The longest payload that is received. Lengths and results are ints here; a longer message is refused before anything
+// is allocated for it, as one that there is no memory for.
+inline constexpr DWORD PIPE_MAX_PAYLOAD = INT_MAX - sizeof(RouteMessageHeader);
+
+// Receives one message, header and payload. Its size, else 0 when the peer has ended the connection and -1 on failure;
+// objMessage is then empty. The header is as it was received: whether it makes sense is for the caller to check.
+inline int RecvDataFunc(const CPipeSocket& socket, const CPipeDeadline& deadline, CSmartBuffer& objMessage) {
+    objMessage.Free();
+    RouteMessageHeader msgHeader = {};
+    const auto nHeader = static_cast<int>(socket.ReceiveAll(&msgHeader, sizeof msgHeader, deadline));
+    if (nHeader <= 0) {
+        pv_logEx("RecvDataFunc::recv header error ret =%d result=%s", nHeader, std::strerror(nHeader));
+        return nHeader;
+    }
+    const DWORD dwMessageLen = msgHeader.MessageLen;
+    if (dwMessageLen == 0) {
+        pv_logEx("RecvDataFunc::msgHeader.MessageLen <= 0");
+    }
+    // A fresh block, of which the system gives the memory page by page as bytes arrive: a length alone costs nothing.
+    if (dwMessageLen > PIPE_MAX_PAYLOAD || objMessage.Alloc(sizeof msgHeader + dwMessageLen) == nullptr) {
+        pv_logEx("RecvDataFunc::malloc error");
+        return -1;
+    }
+    std::memcpy(objMessage.GetAddress(), &msgHeader, sizeof msgHeader);
+    if (dwMessageLen != 0) {
+        const auto nData =
+            static_cast<int>(socket.ReceiveAll(objMessage.GetBytes() + sizeof msgHeader, dwMessageLen, deadline));
+        if (nData <= 0) {
+            pv_logEx("RecvDataFunc::recv data error ret =%d", nData);
+            objMessage.Free();
+            return nData;
+        }
+    }
+    return static_cast<int>(sizeof msgHeader + dwMessageLen);
+}
+
+// The header of a message that RecvDataFunc has received, which is not empty.
+inline RouteMessageHeader PipeMessageHeader(const CSmartBuffer& objMessage) {
+    RouteMessageHeader header = {};
+    // CSmartBuffer::GetBuffer takes everything near a very large block for a part of it.
+    std::memcpy(&header, objMessage.GetAddress(), sizeof header);
+    return header;
+}
+
+// Header and payload as they cross the socket; empty when memory runs out. Without a payload the header's length is 0.
+inline void PipeBuildMessage(const RouteMessageHeader& header, const void* pPayload, CSmartBuffer& objMessage) {
+    const DWORD dwMessageLen = header.MessageLen;
+    objMessage.Free();
+    if (dwMessageLen > static_cast<DWORD>(PTRDIFF_MAX) - sizeof header ||
+        objMessage.Alloc(sizeof header + dwMessageLen) == nullptr) {
+        return;
+    }
+    std::memcpy(objMessage.GetAddress(), &header, sizeof header);
+    if (dwMessageLen != 0) {
+        std::memcpy(objMessage.GetBytes() + sizeof header, pPayload, dwMessageLen);
+    }
+}

@@ -1,0 +1,119 @@
+// A server on the loopback interface that does what a test tells it to, byte by byte, the wrong things included.
+//
+// It shares nothing with the client but the layout of the records, which it has as plain bytes. Its failures are those
+// of GoogleTest's macros; nothing waits longer than twenty seconds.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+// Little-endian numbers as bytes, and back.
+std::string Bytes16(std::uint16_t n);
+std::string Bytes32(std::uint32_t n);
+std::string Bytes64(std::uint64_t n);
+std::uint64_t NumberAt(std::string_view bytes, std::size_t nOffset, std::size_t cbNumber);
+
+// A route message as the tests see it.
+struct PeerMessage {
+    std::uint16_t uSourceSession = 0;
+    std::uint16_t uSourceObject = 0;
+    std::uint8_t uSourceCallBack = 0;
+    std::uint16_t uDestinationSession = 0;
+    std::uint16_t uDestinationObject = 0;
+    std::uint8_t uDestinationCallBack = 0;
+    std::uint64_t uSequence = 0;
+    std::uint64_t uParamter = 0;
+    std::optional<std::uint64_t> uLength;  // the header's; without one it is that of the payload
+    std::string strPayload;
+
+    std::string Header() const;
+    std::string Bytes() const { return Header() + strPayload; }
+};
+
+// One accepted connection.
+class PeerConnection {
+public:
+    explicit PeerConnection(int nSocket);
+    PeerConnection(const PeerConnection&) = delete;
+    PeerConnection& operator=(const PeerConnection&) = delete;
+    ~PeerConnection() { Close(); }
+
+    // Exactly that many bytes; fewer, with a failure of the test, when they do not come.
+    std::string Receive(std::size_t cb);
+    // What comes until the other end is closed.
+    std::string ReceiveToEnd();
+    // A whole message.
+    PeerMessage ReceiveMessage();
+
+    // FALSE: the other end does not take them.
+    bool Send(std::string_view bytes);
+    // The bytes and, in between, nothing that could put them into one segment.
+    void SendByteByByte(std::string_view bytes);
+
+    // Takes the registration in, lets the client in and takes its request.
+    PeerMessage AcceptRequest();
+    // The right answer to a request.
+    static PeerMessage ReplyTo(const PeerMessage& request, std::string strPayload);
+    void Reply(const PeerMessage& request, std::string strPayload);
+
+    void ShutdownSending();
+    void Close();
+    // Closes with a reset in place of an orderly end.
+    void Reset();
+
+    int Socket() const { return m_nSocket; }
+
+private:
+    int m_nSocket;
+};
+
+// Listens on a free port and runs the script for each connection, one after the other, until it is destroyed.
+class ScriptedPeer {
+public:
+    using Script = std::function<void(PeerConnection&)>;
+
+    explicit ScriptedPeer(Script script);
+    ScriptedPeer(const ScriptedPeer&) = delete;
+    ScriptedPeer& operator=(const ScriptedPeer&) = delete;
+    ~ScriptedPeer() { Finish(); }
+
+    // Takes no further connections, and waits for the script that is running.
+    void Finish();
+
+    std::uint16_t Port() const { return m_uPort; }
+    // The object of session 0 whose port that is.
+    std::uint16_t Object() const { return static_cast<std::uint16_t>(m_uPort - 8665); }
+
+private:
+    void Run();
+
+    Script m_script;
+    int m_nListener = -1;
+    std::uint16_t m_uPort = 0;
+    std::thread m_thread;
+};
+
+// A port of the loopback interface on which, for the life of the object, nobody listens or nobody answers.
+class SilentPort {
+public:
+    enum class Kind {
+        kRefusing,  // connecting fails at once
+        kFull,      // connecting waits: the queue of connections is full
+    };
+    explicit SilentPort(Kind kind);
+    SilentPort(const SilentPort&) = delete;
+    SilentPort& operator=(const SilentPort&) = delete;
+    ~SilentPort();
+
+    std::uint16_t Port() const { return m_uPort; }
+    std::uint16_t Object() const { return static_cast<std::uint16_t>(m_uPort - 8665); }
+
+private:
+    int m_nListener = -1;
+    int m_waiting[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
+    std::uint16_t m_uPort = 0;
+};

@@ -1,0 +1,135 @@
+// The trace of the IPC client.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include "IpcTest.h"
+#include "TempDirectory.h"
+
+namespace {
+
+class IpcTrace : public IpcTest {
+protected:
+    static std::string Content() { return ReadWholeFile(TracePath()); }
+
+    // 2024-03-01 12:05:09 here, whatever the time zone.
+    static std::time_t FirstOfMarch() {
+        std::tm local = {};
+        local.tm_year = 2024 - 1900;
+        local.tm_mon = 2;
+        local.tm_mday = 1;
+        local.tm_hour = 12;
+        local.tm_min = 5;
+        local.tm_sec = 9;
+        local.tm_isdst = -1;
+        return std::mktime(&local);
+    }
+
+    // As printf pads a number to four characters.
+    static std::string Padded(int n) {
+        char szNumber[16];
+        std::snprintf(szNumber, sizeof szNumber, "%04d", n);
+        return szNumber;
+    }
+};
+
+TEST_F(IpcTrace, IsOffWithoutItsMarker) {
+    pv_logEx("abc");
+    EXPECT_FALSE(std::filesystem::exists(TracePath()));
+    SwitchTraceOn();
+    pv_logEx("abc");
+    const std::string strOne = Content();
+    EXPECT_NE(strOne, "");
+    SwitchTraceOff();
+    pv_logEx("def");
+    EXPECT_EQ(Content(), strOne);
+}
+
+TEST_F(IpcTrace, LinesByteForByte) {
+    SwitchTraceOn();
+    const std::string strWho =
+        "[P" + Padded(getpid()) + "] [T" + Padded(static_cast<int>(pthread_self())) + "] [2024-03-01 12:05:09:";
+    {
+        const socket_calls::FixedTime time(FirstOfMarch(), 7);
+        pv_logEx("abc");
+    }
+    EXPECT_EQ(Content(), strWho + "007]: abc\n");
+    {
+        const socket_calls::FixedTime time(FirstOfMarch(), 123456);
+        pv_logEx("%s=%d\n", "number", 5);
+    }
+    EXPECT_EQ(Content(), strWho + "007]: abc\n" + strWho + "123456]: number=5\n\n");
+}
+
+TEST_F(IpcTrace, NoPrefixWithoutATime) {
+    SwitchTraceOn();
+    {
+        const socket_calls::Failure failure("gettimeofday", EINVAL);
+        pv_logEx("abc");
+    }
+    EXPECT_EQ(Content(), "abc\n");
+    {
+        // A year that does not fit.
+        const socket_calls::FixedTime time(std::time_t{1} << 60, 0);
+        pv_logEx("def");
+    }
+    EXPECT_EQ(Content(), "abc\ndef\n");
+}
+
+TEST_F(IpcTrace, LongTextsAreCut) {
+    SwitchTraceOn();
+    for (const std::size_t cb : {1022U, 1023U, 1024U, 5000U}) {
+        std::filesystem::remove(TracePath());
+        const std::string strText(cb, 'x');
+        {
+            const socket_calls::Failure failure("gettimeofday", EINVAL);
+            pv_logEx("%s", strText.c_str());
+        }
+        EXPECT_EQ(Content(), std::string(std::min<std::size_t>(cb, 1023), 'x') + "\n");
+    }
+}
+
+TEST_F(IpcTrace, LeavesErrnoAlone) {
+    errno = EDOM;
+    pv_logEx("off");
+    EXPECT_EQ(errno, EDOM);
+    SwitchTraceOn();
+    pv_logEx("on");
+    EXPECT_EQ(errno, EDOM);
+    std::filesystem::remove(TracePath());
+    std::filesystem::create_directory(TracePath());
+    pv_logEx("cannot be opened");
+    EXPECT_EQ(errno, EDOM);
+    std::filesystem::remove(TracePath());
+}
+
+TEST_F(IpcTrace, ThreadsKeepTheirLinesApart) {
+    SwitchTraceOn();
+    constexpr int kThreads = 4;
+    constexpr int kLines = 200;
+    const std::string strText(300, 'x');
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (int nLine = 0; nLine < kLines; ++nLine) {
+                pv_logEx("%s", strText.c_str());
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const std::vector<std::string> lines = Trace();
+    EXPECT_EQ(lines.size(), std::size_t{kThreads * kLines});
+    for (const std::string& strLine : lines) {
+        ASSERT_EQ(strLine, strText);
+    }
+}
+
+}  // namespace
