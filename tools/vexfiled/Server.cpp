@@ -69,8 +69,8 @@ void Server::WaitForSignal() {
             EndAllSessions();
             return;
         }
-        m_log.Event(Text("stopping on ", nSignal == SIGTERM ? "SIGTERM" : "SIGINT"));
         Stop();
+        m_log.Event(Text("stopping on ", nSignal == SIGTERM ? "SIGTERM" : "SIGINT"));
     });
 }
 
