@@ -26,7 +26,7 @@ protected:
         ASSERT_EQ(client.Receive(34).size(), 34U);
     }
 
-    static constexpr std::size_t kLarge = 15 * 1024 * 1024;
+    static constexpr std::size_t kLarge = 60 * 1024 * 1024;
 };
 
 TEST_F(FileServerLife, EndsOnSignals) {
@@ -47,7 +47,7 @@ TEST_F(FileServerLife, EndsOnSignals) {
 }
 
 TEST_F(FileServerLife, AReplyAtHandIsFinishedFirst) {
-    Start();
+    Start({"--max-message", "67108864"});
     FileServerClient client(m_uPort);
     BeginLargeReply(client);
     m_server->Signal(SIGTERM);
@@ -58,7 +58,7 @@ TEST_F(FileServerLife, AReplyAtHandIsFinishedFirst) {
 }
 
 TEST_F(FileServerLife, ASecondSignalEndsItAtOnce) {
-    Start();
+    Start({"--max-message", "67108864"});
     FileServerClient client(m_uPort);
     BeginLargeReply(client);
     m_server->Signal(SIGTERM);
@@ -69,7 +69,7 @@ TEST_F(FileServerLife, ASecondSignalEndsItAtOnce) {
 }
 
 TEST_F(FileServerLife, AClientThatTakesNothingDoesNotKeepItFromEnding) {
-    Start();
+    Start({"--max-message", "67108864"});
     FileServerClient client(m_uPort);
     BeginLargeReply(client);
     m_server->Signal(SIGTERM);

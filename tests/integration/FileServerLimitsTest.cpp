@@ -51,7 +51,7 @@ TEST_F(FileServerLimits, ClientsThatDoNotWaitForTheirReply) {
 }
 
 TEST_F(FileServerLimits, WhoSaysNothingIsDroppedInTime) {
-    Start({"--client-timeout-seconds", "1"});
+    Start({"--client-timeout-seconds", "2"});
     FileServerClient silent(m_uPort);
     FileServerClient idle(m_uPort);
     ASSERT_EQ(idle.Register(), 0);
@@ -71,9 +71,9 @@ TEST_F(FileServerLimits, WhoSaysNothingIsDroppedInTime) {
 }
 
 TEST_F(FileServerLimits, WhoDoesNotTakeItsReplyIsDroppedInTime) {
-    Start({"--client-timeout-seconds", "1"});
+    Start({"--client-timeout-seconds", "2", "--max-message", "67108864"});
     const std::uint64_t uId = Open("log");
-    constexpr std::uint64_t kMoreThanSocketsHold = 15 * 1024 * 1024;
+    constexpr std::uint64_t kMoreThanSocketsHold = 60 * 1024 * 1024;
     EXPECT_EQ(Ask(SeekToRequest(uId, kMoreThanSocketsHold)), kDoneReply);
     EXPECT_EQ(Ask(EndOfFileRequest(uId)), kDoneReply);
     EXPECT_EQ(Ask(SeekToBeginRequest(uId)), kDoneReply);

@@ -18,12 +18,12 @@ bool FileTable::HasRoom() {
     return m_files.size() < m_limits.cMaxFiles;
 }
 
-DWORD FileTable::Add(vextk::FileDescriptor descriptor, std::string strName) {
+DWORD FileTable::Add(vextk::FileDescriptor descriptor, const std::string& strName) {
     std::uint64_t uId = 0;
     while (uId == 0 || m_files.contains(uId)) {
         uId = m_fnIds();
     }
-    m_files.try_emplace(uId, std::move(descriptor), std::move(strName), m_fnClock());
+    m_files.try_emplace(uId, std::move(descriptor), strName, m_fnClock());
     return uId;
 }
 

@@ -31,7 +31,7 @@ public:
     bool HasRoom();
 
     // To be called when there is room. The ID is not 0.
-    DWORD Add(vextk::FileDescriptor descriptor, std::string strName);
+    DWORD Add(vextk::FileDescriptor descriptor, const std::string& strName);
 
     // Null: never given out, closed or expired. The file stays at its place until the next call of another member.
     OpenFile* Use(DWORD dwFileID);

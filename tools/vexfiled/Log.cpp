@@ -52,8 +52,9 @@ void Log::ToStandardError(std::string_view strText) {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     std::array<char, 32> szTime{};
-    if (localtime_r(&now, &local) != nullptr) {
-        std::strftime(szTime.data(), szTime.size(), "%Y-%m-%d %H:%M:%S ", &local);
+    if (localtime_r(&now, &local) == nullptr ||
+        std::strftime(szTime.data(), szTime.size(), "%Y-%m-%d %H:%M:%S ", &local) == 0) {
+        szTime[0] = '\0';
     }
     const std::string strLine = Text(szTime.data(), "vexfiled: ", strText, '\n');
     // A line that cannot be written is lost: there is nobody else to tell.

@@ -21,7 +21,7 @@ Examples:
   vexfiled --root /var/lib/vexfiled
   vexfiled --root "$HOME/logs" --port 9000 --idle-seconds 10 --verbose)";
 
-constexpr std::size_t kMiB = 1024 * 1024;
+constexpr std::size_t kLargestMessage = 0x40000000;  // 1 GiB
 
 }  // namespace
 
@@ -42,7 +42,7 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
         ->capture_default_str();
     app.add_option("--max-message", options.cbMaxMessage, "Largest payload of a request or a reply, in bytes")
         ->type_name("N")
-        ->check(CLI::Range(RequestHandler::kMinMaxReply, 1024 * kMiB))
+        ->check(CLI::Range(RequestHandler::kMinMaxReply, kLargestMessage))
         ->capture_default_str();
     app.add_option("--max-files", options.files.cMaxFiles, "Most files open at a time")
         ->type_name("N")

@@ -13,8 +13,8 @@ namespace vexfiled {
 
 struct Options {
     std::string strRoot;
-    std::uint16_t uPort = 8766;                   // 0: any free one
-    std::size_t cbMaxMessage = 16 * 1024 * 1024;  // payload of a request or a reply
+    std::uint16_t uPort = 8766;            // 0: any free one
+    std::size_t cbMaxMessage = 0x1000000;  // payload of a request or a reply
     std::size_t cMaxConnections = 64;
     FileTable::Limits files;
     std::chrono::seconds clientTimeout{30};

@@ -1,6 +1,7 @@
 #include "RequestHandler.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <string_view>
