@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
 
 #include "FileServerFixture.h"
 
@@ -28,6 +31,28 @@ protected:
 
     static constexpr std::size_t kLarge = 60 * 1024 * 1024;
 };
+
+// The kernel's table of sockets has addresses and ports as hexadecimal numbers; state 0A is listening.
+TEST_F(FileServerLife, ListensOnTheLoopbackAddressAlone) {
+    Start();
+    std::ostringstream port;
+    port << std::hex << std::uppercase << std::setw(4) << std::setfill('0') << m_uPort;
+    std::vector<std::string> listening;
+    for (const char* pszTable : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+        std::ifstream table(pszTable);
+        std::string strNumber;
+        std::string strLocal;
+        std::string strRemote;
+        std::string strState;
+        for (std::string strLine; std::getline(table, strLine);) {
+            std::istringstream(strLine) >> strNumber >> strLocal >> strRemote >> strState;
+            if (strState == "0A" && strLocal.ends_with(':' + port.str())) {
+                listening.push_back(strLocal);
+            }
+        }
+    }
+    EXPECT_EQ(listening, std::vector<std::string>{"0100007F:" + port.str()});
+}
 
 TEST_F(FileServerLife, EndsOnSignals) {
     for (const auto& [nSignal, pszName] : {std::pair{SIGTERM, "SIGTERM"}, {SIGINT, "SIGINT"}}) {

@@ -8,7 +8,6 @@
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <ctime>
 #include <stdexcept>
 
 namespace {
@@ -82,6 +81,10 @@ bool FileServerProcess::WaitForLog(const std::string& strText, int cLines) {
     return isThere();
 }
 
+int FileServerProcess::LinesWith(const std::string& strText) {
+    return CountOf(strText, Log());
+}
+
 std::uint16_t FileServerProcess::Port() {
     const std::string strBefore = "listening on 127.0.0.1:";
     if (!WaitForLog(strBefore)) {
@@ -111,13 +114,4 @@ ServerEnd FileServerProcess::Wait() {
     waitpid(m_nProcess, &nStatus, 0);
     m_nProcess = -1;
     return WIFEXITED(nStatus) ? ServerEnd{WEXITSTATUS(nStatus), 0} : ServerEnd{-1, WTERMSIG(nStatus)};
-}
-
-double FileServerProcess::CpuSeconds() const {
-    clockid_t clock{};
-    timespec time{};
-    if (clock_getcpuclockid(m_nProcess, &clock) != 0 || clock_gettime(clock, &time) != 0) {
-        throw std::runtime_error("no processor time");
-    }
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }

@@ -29,6 +29,8 @@ public:
     // Waits until so many lines of the log have that text. False: it ended, or a minute has passed.
     bool WaitForLog(const std::string& strText, int cLines = 1);
 
+    int LinesWith(const std::string& strText);
+
     // All lines so far.
     std::string Log();
 
@@ -38,9 +40,6 @@ public:
     ServerEnd Wait();
 
     pid_t Process() const { return m_nProcess; }
-
-    // Processor time that it has used so far.
-    double CpuSeconds() const;
 
 private:
     void ReadLog(int nDescriptor);
