@@ -89,6 +89,9 @@ public:
     void EnableOutput(BOOL bEnable);           // 0: the writer drops what it takes from the queue
     void WithFunctionName(BOOL bEnable);       // each record decides by its function name nevertheless
     void EnableGlobalMode(BOOL bEnable);       // the file stays open between records
+    // Through the file server, of whose files the log's is then one; see VexFile.h. Without the server the records of
+    // that time are lost.
+    void EnableServerSupport(BOOL bEnable);
     int GetLogLevel() { return m_logLevel; }
     // Drops the queued records.
     BOOL Clear();
@@ -159,7 +162,10 @@ private:
     BOOL ReplaceByFallbackName(std::wstring& strName);
     void AppendLine(const std::wstring& strLine, ULONGLONG& ullFileSize);
     void CutLogFile(ULONGLONG ullFileSize);
-    void WriteBytes(const void* pData, std::size_t cbData);
+    BOOL OpenServerFile();
+    BOOL ReopenServerFile();
+    BOOL AppendBytes(const void* pData, std::size_t cbData);
+    BOOL WriteBytes(const void* pData, std::size_t cbData);
 
     std::wstring LogFileName();
     void ReplaceLogFileName(std::wstring strName);
@@ -185,7 +191,8 @@ private:
     inline static std::atomic<CDebugLogMgr*> s_pInstance{nullptr};
     inline static std::atomic<BOOL> s_bHasHeader{FALSE};           // spares records a lock when no header is set
     inline static std::atomic<BOOL> s_bChildWithoutWriter{FALSE};  // forked, and nothing logged since
-    inline static BOOL s_bHeldForFork = FALSE;                     // of the thread that forks
+    inline static BOOL s_bEndMissing = FALSE;   // of the writer: the server has a record's text and not its line ends
+    inline static BOOL s_bHeldForFork = FALSE;  // of the thread that forks
     inline static pthread_mutex_t s_csInstance = PTHREAD_MUTEX_INITIALIZER;  // held while the instance is made
     // Replaces texts, or reads them whole.
     inline static pthread_mutex_t s_csTexts = PTHREAD_MUTEX_INITIALIZER;
@@ -399,6 +406,13 @@ inline void CDebugLogMgr::EnableGlobalMode(BOOL bEnable) {
     VEXStoreField(m_bGlobalMode, bEnable);
 }
 
+inline void CDebugLogMgr::EnableServerSupport(BOOL bEnable) {
+    const CUse use;
+    if (use.IsGranted()) {
+        m_logFile.EnableServerSupport(bEnable);
+    }
+}
+
 inline BOOL CDebugLogMgr::Clear() {
     const CUse use;
     if (use.IsGranted()) {
@@ -457,6 +471,7 @@ inline CDebugLogMgr::~CDebugLogMgr() {
     sem_destroy(&m_sem);
     if (VEXLoadField(m_bGlobalMode)) {
         m_logFile.CloseFile();
+        m_logFile.ForgetServerFile();
     }
     DiscardLines();
 }
@@ -536,7 +551,9 @@ inline void CDebugLogMgr::RestartAfterFork() {
     DiscardLines();
     // The writer that the parent has may have been in the middle of changing the file object.
     const HANDLE hFile = m_logFile.AbandonAfterFork();
+    const BOOL bServer = m_logFile.IsServerSupportEnabled();
     ::new (static_cast<void*>(&m_logFile)) CVexFile;
+    m_logFile.EnableServerSupport(bServer);
     if (hFile != nullptr) {
         CloseHandle(hFile);
     }
@@ -625,6 +642,11 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
     if (!VEXLoadField(m_bOutputLogToFile)) {
         return TRUE;
     }
+    const BOOL bOfServer = m_logFile.GetFileID() != 0;
+    if (m_logFile.IsOpen() && bOfServer != m_logFile.IsServerSupportEnabled()) {
+        m_logFile.CloseFile();  // the server was switched on or off
+        m_logFile.ForgetServerFile();
+    }
     const Opened opened = m_logFile.IsOpen() ? Opened::Ready : OpenLogFile();
     if (opened == Opened::NoClock) {
         return FALSE;
@@ -644,6 +666,9 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
 
 // A file with a name that had to be made is opened, and given its header, but does not get the record.
 inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile() {
+    if (m_logFile.IsServerSupportEnabled()) {
+        return OpenServerFile() ? Opened::Ready : Opened::LineGivenUp;
+    }
     std::wstring strName = LogFileName();
     BOOL bFallback = strName.empty() || PathIsDirectoryW(strName.c_str());
     for (BOOL bMakeName = bFallback;; bMakeName = bFallback = TRUE) {
@@ -664,6 +689,25 @@ inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile() {
             return Opened::LineGivenUp;
         }
     }
+}
+
+// The server knows what the name is. Another process may have appended to the new file already.
+inline BOOL CDebugLogMgr::OpenServerFile() {
+    DWORD dwError = ERROR_SUCCESS;
+    if (!m_logFile.OpenFile(LogFileName().c_str(), dwError)) {
+        return FALSE;
+    }
+    return dwError != ERROR_SUCCESS || (m_logFile.SeekToEnd() && WriteBytes("\xFF\xFE", 2));
+}
+
+// For a server that answers but does not do what it is asked. TRUE: it did not know the file, as one does not that was
+// restarted, and now has it open with the position at its end.
+inline BOOL CDebugLogMgr::ReopenServerFile() {
+    if (m_logFile.IsServerLost() || m_logFile.SeekToEnd() || m_logFile.IsServerLost()) {
+        return FALSE;
+    }
+    m_logFile.ForgetServerFile();
+    return OpenServerFile() && m_logFile.SeekToEnd();
 }
 
 // " <name>.<date and time>", blank included, of the name at hand. A name that was set meanwhile stays.
@@ -687,19 +731,34 @@ inline BOOL CDebugLogMgr::ReplaceByFallbackName(std::wstring& strName) {
     return TRUE;
 }
 
-// A record that the locale cannot encode leaves its line ends. Failures count as written.
+// A record that the locale cannot encode leaves its line ends. Failures count as written, but without the server
+// nothing more is asked of it for this record: each question could take its whole time-out.
 inline void CDebugLogMgr::AppendLine(const std::wstring& strLine, ULONGLONG& ullFileSize) {
-    m_logFile.SeekToEnd();
+    constexpr const char* END = "\r\n\r\n";
+    const BOOL bOfServer = m_logFile.GetFileID() != 0;
     const CStringA strNarrow(strLine.c_str());
-    WriteBytes(strNarrow.GetString(), static_cast<std::size_t>(strNarrow.GetLength()));
+    if (!m_logFile.SeekToEnd() && bOfServer && !ReopenServerFile()) {
+        return;
+    }
+    if (bOfServer && s_bEndMissing && !AppendBytes(END, 4)) {
+        return;
+    }
+    s_bEndMissing = bOfServer;
+    if (!AppendBytes(strNarrow.GetString(), static_cast<std::size_t>(strNarrow.GetLength()))) {
+        return;
+    }
     m_logFile.Flush();
-    WriteBytes("\r\n\r\n", 4);
+    if (!AppendBytes(END, 4)) {
+        return;
+    }
+    s_bEndMissing = FALSE;
     m_logFile.GetFileSize(ullFileSize);
 }
 
-inline void CDebugLogMgr::WriteBytes(const void* pData, std::size_t cbData) {
-    DWORD dwCount = cbData;
-    m_logFile.Write(static_cast<const BYTE*>(pData), dwCount);
+// FALSE: the server has not got them.
+inline BOOL CDebugLogMgr::AppendBytes(const void* pData, std::size_t cbData) {
+    const BOOL bOfServer = m_logFile.GetFileID() != 0;
+    return WriteBytes(pData, cbData) || !bOfServer || (ReopenServerFile() && WriteBytes(pData, cbData));
 }
 
 // Keeps the newest part, behind a fresh header. The last two bytes go as well. Nothing is changed unless the whole file
@@ -725,8 +784,14 @@ inline void CDebugLogMgr::CutLogFile(ULONGLONG ullFileSize) {
     if (ullKeep > ullLength) {
         ullKeep -= 2;  // an odd length of which nothing was to go
     }
-    m_logFile.SeekToBegin();
-    WriteBytes("\xFF\xFE", cbHeader);
-    WriteBytes(objContents.GetBytes() + (ullLength - ullKeep), ullKeep);
-    m_logFile.SetEndOfFile();
+    if (m_logFile.SeekToBegin() && WriteBytes("\xFF\xFE", cbHeader) &&
+        WriteBytes(objContents.GetBytes() + (ullLength - ullKeep), ullKeep)) {
+        m_logFile.SetEndOfFile();
+    }
+}
+
+// FALSE: not all of them were written.
+inline BOOL CDebugLogMgr::WriteBytes(const void* pData, std::size_t cbData) {
+    DWORD dwCount = cbData;
+    return m_logFile.Write(static_cast<const BYTE*>(pData), dwCount) && dwCount == cbData && !m_logFile.IsServerLost();
 }

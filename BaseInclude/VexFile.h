@@ -46,7 +46,10 @@ public:
     BOOL IsServerLost() const { return m_bServerLost; }
 
     // Gives up the server's file without telling the server.
-    void ForgetServerFile() { m_dwFileID = 0; }
+    void ForgetServerFile() {
+        m_dwFileID = 0;
+        m_bServerLost = FALSE;
+    }
 
     // Opens the file or creates it, after closing the one before. dwError: after success ERROR_SUCCESS for a created
     // file and another number for an opened one. After a failure the reason: what GetLastError said right then; the

@@ -17,6 +17,8 @@ build    cmake                 _vex_has_cmake                               # CM
 build    ninja-build           _vex_has_command ninja                       # Ninja
 build    libssl-dev            _vex_has_openssl_headers                     # the headers of OpenSSL 3
 build    default-jdk-headless  _vex_has_jdk                                 # a JDK of Java 17 or newer
+build    libasio-dev           _vex_has_header asio.hpp                     # asio, the standalone kind
+build    libcli11-dev          _vex_has_header CLI/CLI.hpp                  # CLI11
 demo     openssl               _vex_has_command openssl                     # the openssl command
 test     openssl               _vex_has_command openssl                     # the openssl command
 test     binutils              _vex_has_command readelf                     # readelf

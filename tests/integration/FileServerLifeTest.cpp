@@ -1,0 +1,163 @@
+// The file server's beginning and end.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+
+#include "FileServerFixture.h"
+
+namespace {
+
+class FileServerLife : public FileServerFixture {
+protected:
+    // Runs the program until it ends by itself.
+    ServerEnd Run(const std::vector<std::string>& arguments) {
+        m_server = std::make_unique<FileServerProcess>(arguments);
+        return m_server->Wait();
+    }
+
+    // Asks for more than sockets hold, and receives the reply's header.
+    void BeginLargeReply(FileServerClient& client) {
+        const std::uint64_t uId = Open("log");
+        EXPECT_EQ(Ask(SeekToRequest(uId, kLarge)), kDoneReply);
+        EXPECT_EQ(Ask(EndOfFileRequest(uId)), kDoneReply);
+        EXPECT_EQ(Ask(SeekToBeginRequest(uId)), kDoneReply);
+        ASSERT_EQ(client.Register(), 0);
+        client.Send(client.Message(ReadRequest(uId, kLarge)));
+        ASSERT_EQ(client.Receive(34).size(), 34U);
+    }
+
+    static constexpr std::size_t kLarge = 60 * 1024 * 1024;
+};
+
+// The kernel's table of sockets has addresses and ports as hexadecimal numbers; state 0A is listening.
+TEST_F(FileServerLife, ListensOnTheLoopbackAddressAlone) {
+    Start();
+    std::ostringstream port;
+    port << std::hex << std::uppercase << std::setw(4) << std::setfill('0') << m_uPort;
+    std::vector<std::string> listening;
+    for (const char* pszTable : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+        std::ifstream table(pszTable);
+        std::string strNumber;
+        std::string strLocal;
+        std::string strRemote;
+        std::string strState;
+        for (std::string strLine; std::getline(table, strLine);) {
+            std::istringstream(strLine) >> strNumber >> strLocal >> strRemote >> strState;
+            if (strState == "0A" && strLocal.ends_with(':' + port.str())) {
+                listening.push_back(strLocal);
+            }
+        }
+    }
+    EXPECT_EQ(listening, std::vector<std::string>{"0100007F:" + port.str()});
+}
+
+TEST_F(FileServerLife, EndsOnSignals) {
+    for (const auto& [nSignal, pszName] : {std::pair{SIGTERM, "SIGTERM"}, {SIGINT, "SIGINT"}}) {
+        Start();
+        FileServerClient idle(m_uPort);
+        ASSERT_EQ(idle.Register(), 0);
+        FileServerClient half(m_uPort);
+        ASSERT_EQ(half.Register(), 0);
+        half.Send(half.Message("half").substr(0, 36));
+        m_server->Signal(nSignal);
+        EXPECT_EQ(m_server->Wait().nStatus, 0);
+        EXPECT_TRUE(idle.IsClosedByServer());
+        EXPECT_TRUE(half.IsClosedByServer());
+        EXPECT_TRUE(m_server->WaitForLog(std::string("stopping on ") + pszName));
+        EXPECT_TRUE(m_server->WaitForLog("stopped\n"));
+    }
+}
+
+TEST_F(FileServerLife, AReplyAtHandIsFinishedFirst) {
+    Start({"--max-message", "67108864"});
+    FileServerClient client(m_uPort);
+    BeginLargeReply(client);
+    m_server->Signal(SIGTERM);
+    ASSERT_TRUE(m_server->WaitForLog("stopping"));
+    EXPECT_THROW(FileServerClient another(m_uPort), std::system_error);
+    EXPECT_EQ(client.Receive(12 + kLarge).size(), 12 + kLarge);
+    EXPECT_EQ(m_server->Wait().nStatus, 0);
+}
+
+TEST_F(FileServerLife, ASecondSignalEndsItAtOnce) {
+    Start({"--max-message", "67108864"});
+    FileServerClient client(m_uPort);
+    BeginLargeReply(client);
+    m_server->Signal(SIGTERM);
+    ASSERT_TRUE(m_server->WaitForLog("stopping"));
+    m_server->Signal(SIGTERM);
+    EXPECT_EQ(m_server->Wait().nStatus, 0);
+    EXPECT_LT(client.Receive(12 + kLarge).size(), 12 + kLarge);
+}
+
+TEST_F(FileServerLife, AClientThatTakesNothingDoesNotKeepItFromEnding) {
+    Start({"--max-message", "67108864"});
+    FileServerClient client(m_uPort);
+    BeginLargeReply(client);
+    m_server->Signal(SIGTERM);
+    EXPECT_EQ(m_server->Wait().nStatus, 0);
+}
+
+TEST_F(FileServerLife, TheNextServerKnowsNoIdsOfTheOne) {
+    Start();
+    const std::uint64_t uId = Open("log");
+    EXPECT_EQ(Ask(WriteRequest(uId, "before")), WriteReply(true, 6));
+    m_server->Signal(SIGKILL);
+    EXPECT_EQ(m_server->Wait().nSignal, SIGKILL);
+
+    // On the same port, at once.
+    m_server = std::make_unique<FileServerProcess>(
+        std::vector<std::string>{"--root", Root(), "--port", std::to_string(m_uPort)});
+    ASSERT_EQ(m_server->Port(), m_uPort) << m_server->Log();
+    EXPECT_EQ(Ask(SizeRequest(uId)), SizeReply(false, 0));
+    EXPECT_EQ(Ask(WriteRequest(uId, "lost")), WriteReply(false, 0));
+    const std::uint64_t uNewId = Open("log");
+    EXPECT_EQ(Ask(SizeRequest(uNewId)), SizeReply(true, 6));
+}
+
+TEST_F(FileServerLife, APortInUse) {
+    Start();
+    FileServerProcess second({"--root", Root(), "--port", std::to_string(m_uPort)});
+    EXPECT_EQ(second.Wait().nStatus, 1);
+    EXPECT_TRUE(
+        second.WaitForLog("cannot serve: port " + std::to_string(m_uPort) + " of 127.0.0.1: Address already in use"));
+    EXPECT_NE(Open("log"), 0U);
+}
+
+TEST_F(FileServerLife, ARootThatIsNotThere) {
+    EXPECT_EQ(Run({"--root", Root() + "/missing", "--port", "0"}).nStatus, 1);
+    EXPECT_TRUE(m_server->WaitForLog("cannot serve: " + Root() + "/missing: No such file or directory"));
+}
+
+TEST_F(FileServerLife, AWrongCommandLine) {
+    EXPECT_EQ(Run({"--port", "0"}).nStatus, 2);
+    EXPECT_TRUE(m_server->WaitForLog("--root is required"));
+    EXPECT_EQ(Run({"--root", Root(), "--nonsense"}).nStatus, 2);
+}
+
+TEST_F(FileServerLife, HelpAndVersion) {
+    EXPECT_EQ(Run({"--help"}).nStatus, 0);
+    EXPECT_EQ(Run({"--version"}).nStatus, 0);
+}
+
+TEST_F(FileServerLife, WarnsOfADirectoryThatOthersMayWriteTo) {
+    std::filesystem::permissions(Root(), std::filesystem::perms{0777});
+    Start();
+    EXPECT_TRUE(m_server->WaitForLog("users other than this one may write in the directory"));
+}
+
+TEST_F(FileServerLife, SaysWhatItDoesWhenAsked) {
+    Start({"--verbose"});
+    const std::uint64_t uId = Open("log");
+    EXPECT_EQ(Ask(WriteRequest(uId, "hello")), WriteReply(true, 5));
+    EXPECT_TRUE(m_server->WaitForLog("client 1: connected"));
+    EXPECT_TRUE(m_server->WaitForLog("client 1: open \"log\""));
+    EXPECT_TRUE(m_server->WaitForLog("client 2: write 5 bytes of 5 to \"log\""));
+    // An ID is as good as a password to whoever reads the log.
+    EXPECT_EQ(m_server->Log().find(std::to_string(uId)), std::string::npos);
+}
+
+}  // namespace

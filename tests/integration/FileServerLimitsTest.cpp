@@ -1,0 +1,181 @@
+// Clients that are too many, too slow or gone in the middle of something: nothing of it touches the others.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "FileServerFixture.h"
+#include "VEXCompat.h"
+
+namespace {
+
+using FileServerLimits = FileServerFixture;
+
+TEST_F(FileServerLimits, ClientsThatEndInTheMiddle) {
+    Start();
+    const std::uint64_t uId = Open("log");
+    const std::string strBefore(5, 'r');
+    const std::string strMessage = FileServerClient(m_uPort).Message(WriteRequest(uId, "never whole"));
+    for (const bool bReset : {false, true}) {
+        for (const std::size_t cb : {std::size_t{0}, std::size_t{3}, std::size_t{5}, std::size_t{6}, std::size_t{38},
+                                     std::size_t{39}, std::size_t{40}, 5 + strMessage.size() - 1}) {
+            FileServerClient client(m_uPort);
+            client.Send((strBefore + strMessage).substr(0, cb));
+            if (bReset) {
+                client.Reset();
+            }
+        }
+    }
+    EXPECT_EQ(Ask(SizeRequest(uId)), SizeReply(true, 0));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: gone before its registration"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: gone in the middle of a message"));
+}
+
+TEST_F(FileServerLimits, ClientsThatDoNotWaitForTheirReply) {
+    Start();
+    const std::uint64_t uId = Open("log");
+    EXPECT_EQ(Ask(SeekToRequest(uId, 8 * 1024 * 1024)), kDoneReply);
+    EXPECT_EQ(Ask(EndOfFileRequest(uId)), kDoneReply);
+    for (const bool bReset : {false, true}) {
+        EXPECT_EQ(Ask(SeekToBeginRequest(uId)), kDoneReply);
+        FileServerClient client(m_uPort);
+        ASSERT_EQ(client.Register(), 0);
+        client.Send(client.Message(ReadRequest(uId, 8 * 1024 * 1024)));
+        EXPECT_EQ(client.Receive(1).size(), 1U);  // it is on its way
+        if (bReset) {
+            client.Reset();
+        }
+    }
+    EXPECT_EQ(Ask(SizeRequest(uId)), SizeReply(true, 8 * 1024 * 1024));
+}
+
+TEST_F(FileServerLimits, WhoSaysNothingIsDroppedInTime) {
+    Start({"--client-timeout-seconds", "2"});
+    FileServerClient silent(m_uPort);
+    FileServerClient idle(m_uPort);
+    ASSERT_EQ(idle.Register(), 0);
+    FileServerClient halfHeader(m_uPort);
+    ASSERT_EQ(halfHeader.Register(), 0);
+    halfHeader.Send(std::string(20, 'h'));
+    FileServerClient halfMessage(m_uPort);
+    ASSERT_EQ(halfMessage.Register(), 0);
+    halfMessage.Send(halfMessage.Message(std::string(100, 'm')).substr(0, 80));
+    EXPECT_TRUE(silent.IsClosedByServer());
+    EXPECT_TRUE(idle.IsClosedByServer());
+    EXPECT_TRUE(halfHeader.IsClosedByServer());
+    EXPECT_TRUE(halfMessage.IsClosedByServer());
+    EXPECT_TRUE(m_server->WaitForLog("dropped: no registration in time"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: no request in time"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: half a message, and the rest not in time", 2));
+}
+
+TEST_F(FileServerLimits, WhoDoesNotTakeItsReplyIsDroppedInTime) {
+    Start({"--client-timeout-seconds", "2", "--max-message", "67108864"});
+    const std::uint64_t uId = Open("log");
+    constexpr std::uint64_t kMoreThanSocketsHold = 60 * 1024 * 1024;
+    EXPECT_EQ(Ask(SeekToRequest(uId, kMoreThanSocketsHold)), kDoneReply);
+    EXPECT_EQ(Ask(EndOfFileRequest(uId)), kDoneReply);
+    EXPECT_EQ(Ask(SeekToBeginRequest(uId)), kDoneReply);
+    FileServerClient client(m_uPort);
+    ASSERT_EQ(client.Register(), 0);
+    client.Send(client.Message(ReadRequest(uId, kMoreThanSocketsHold)));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: a reply not taken in time"));
+    EXPECT_LT(client.Receive(34 + 12 + kMoreThanSocketsHold).size(), kMoreThanSocketsHold);
+}
+
+TEST_F(FileServerLimits, AFloodOfConnections) {
+    constexpr std::size_t kServed = 8;
+    Start({"--max-connections", std::to_string(kServed)});
+    std::vector<FileServerClient> clients;
+    for (int i = 0; i < 200; ++i) {
+        clients.emplace_back(m_uPort);
+    }
+    std::vector<int> statuses;
+    for (FileServerClient& client : clients) {
+        statuses.push_back(client.Register());
+    }
+    // The first ones are served, and go on to be.
+    EXPECT_TRUE(std::all_of(statuses.begin(), statuses.begin() + kServed, [](int n) { return n == 0; }));
+    EXPECT_TRUE(std::none_of(statuses.begin() + kServed, statuses.end(), [](int n) { return n == 0; }));
+    EXPECT_GE(std::count(statuses.begin(), statuses.end(), 1), 64);
+    for (std::size_t i = 0; i < kServed; ++i) {
+        EXPECT_EQ(clients[i].Exchange(OpenRequest("log")).size(), 24U);
+    }
+    EXPECT_TRUE(m_server->WaitForLog("too many connections"));
+    EXPECT_TRUE(m_server->WaitForLog("more lines about clients left out"));
+
+    // When one of them goes there is room for another, as soon as the server has noticed.
+    clients[0].Reset();
+    int nStatus = 1;
+    for (int i = 0; i < 10000 && nStatus != 0; ++i) {
+        nStatus = FileServerClient(m_uPort).Register();
+    }
+    EXPECT_EQ(nStatus, 0);
+}
+
+TEST_F(FileServerLimits, NoMemoryForBytesThatAreOnlyAnnounced) {
+    Start({"--max-message", "1073741824"});
+    std::vector<FileServerClient> clients;
+    for (int i = 0; i < 30; ++i) {
+        FileServerClient& client = clients.emplace_back(m_uPort);
+        ASSERT_EQ(client.Register(), 0);
+        client.Send(MessageHeader(m_uPort, 1073741824).Bytes() + "some");
+    }
+    EXPECT_NE(Open("log"), 0U);
+    std::ifstream status("/proc/" + std::to_string(m_server->Process()) + "/status");
+    std::string strField;
+    long nPeakKiB = 0;
+    while (status >> strField) {
+        if (strField == "VmHWM:") {
+            status >> nPeakKiB;
+        }
+    }
+    EXPECT_GT(nPeakKiB, 0);
+    EXPECT_LT(nPeakKiB, 500000);  // a sanitizer's own needs included
+}
+
+TEST_F(FileServerLimits, AFileTooMany) {
+    Start({"--max-files", "2"});
+    const std::uint64_t uFirst = Open("a");
+    EXPECT_NE(Open("b"), 0U);
+    EXPECT_EQ(Ask(OpenRequest("c")), NotOpenedReply(ERROR_TOO_MANY_OPEN_FILES));
+    EXPECT_FALSE(std::filesystem::exists(Root() + "/c"));
+    EXPECT_EQ(Ask(CloseRequest(uFirst)), kDoneReply);
+    EXPECT_NE(Open("c"), 0U);
+}
+
+TEST_F(FileServerLimits, AFileThatIsNotUsedIsClosed) {
+    Start({"--idle-seconds", "1", "--max-files", "1", "--verbose"});
+    const std::uint64_t uId = Open("log");
+    EXPECT_TRUE(m_server->WaitForLog("1 files closed that were not used any more"));
+    EXPECT_EQ(Ask(WriteRequest(uId, "late")), WriteReply(false, 0));
+    EXPECT_EQ(Content("log"), "");
+    EXPECT_NE(Open("log"), 0U);
+}
+
+// Descriptors run out in accept: the server waits and does not turn round and round.
+TEST_F(FileServerLimits, WithoutDescriptorsItWaits) {
+    Start({"--max-connections", "100"}, "-n 30");
+    EXPECT_TRUE(m_server->WaitForLog("only 30 descriptors"));
+    std::vector<FileServerClient> clients;
+    for (int i = 0; i < 50; ++i) {
+        clients.emplace_back(m_uPort).Send(Number(0, 5));
+    }
+    const std::string strTry = "cannot accept a connection, trying again: ";
+    ASSERT_TRUE(m_server->WaitForLog(strTry));
+    const auto before = std::chrono::steady_clock::now();
+    ASSERT_TRUE(m_server->WaitForLog(strTry, m_server->LinesWith(strTry) + 5));  // 200 ms each
+    EXPECT_GT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(700));
+
+    // Who was let in is served, without descriptors for files; and the others once there are some again.
+    ASSERT_EQ(clients[0].Receive(1), std::string(1, '\0'));
+    EXPECT_EQ(clients[0].Exchange(OpenRequest("log")), NotOpenedReply(ERROR_TOO_MANY_OPEN_FILES));
+    FileServerClient last = std::move(clients.back());
+    clients.clear();
+    EXPECT_EQ(last.Receive(1), std::string(1, '\0'));
+    EXPECT_EQ(last.Exchange(OpenRequest("log")).size(), 24U);
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+// The real file server in a process of its own.
+#pragma once
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+struct ServerEnd {
+    int nStatus = -1;  // exit status; -1 when a signal ended it
+    int nSignal = 0;   // that signal
+};
+
+class FileServerProcess {
+public:
+    // Started with these arguments. strLimit: what ulimit is given before, such as "-n 30".
+    explicit FileServerProcess(std::vector<std::string> arguments, const std::string& strLimit = {});
+    FileServerProcess(const FileServerProcess&) = delete;
+    FileServerProcess& operator=(const FileServerProcess&) = delete;
+    ~FileServerProcess();  // kills it
+
+    // The port that it listens on, once it does; 0 when it ends before.
+    std::uint16_t Port();
+
+    // Waits until so many lines of the log have that text. False: it ended, or a minute has passed.
+    bool WaitForLog(const std::string& strText, int cLines = 1);
+
+    int LinesWith(const std::string& strText);
+
+    // All lines so far.
+    std::string Log();
+
+    void Signal(int nSignal) const;
+
+    // Waits for its end, and kills it after a minute.
+    ServerEnd Wait();
+
+    pid_t Process() const { return m_nProcess; }
+
+private:
+    void ReadLog(int nDescriptor);
+
+    pid_t m_nProcess = -1;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::string m_strLog;   // guarded by m_mutex
+    bool m_bEnded = false;  // guarded by m_mutex: there will be no more of the log
+    std::thread m_logReader;
+};

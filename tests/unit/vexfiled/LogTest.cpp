@@ -1,0 +1,91 @@
+// How many lines clients can bring about.
+#include "Log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using vexfiled::Log;
+
+class LogLimit : public testing::Test {
+protected:
+    Log MakeLog(bool bVerbose = false) {
+        return Log(
+            bVerbose, [this](std::string_view strText) { m_lines.emplace_back(strText); }, [this] { return m_now; });
+    }
+
+    void Flood(Log& log, int nLines) {
+        for (int i = 0; i < nLines; ++i) {
+            log.Refused("no");
+        }
+    }
+
+    std::chrono::steady_clock::time_point m_now{1000h};
+    std::vector<std::string> m_lines;
+};
+
+TEST_F(LogLimit, ABurstIsWrittenAndThenNoMore) {
+    Log log = MakeLog();
+    Flood(log, Log::kBurst);
+    EXPECT_EQ(m_lines.size(), static_cast<std::size_t>(Log::kBurst));
+    Flood(log, 1000);
+    log.ReportLeftOut();
+    EXPECT_EQ(m_lines.size(), static_cast<std::size_t>(Log::kBurst));
+}
+
+TEST_F(LogLimit, WhatWasLeftOutIsCounted) {
+    Log log = MakeLog();
+    Flood(log, Log::kBurst + 5);
+    m_lines.clear();
+    m_now += 999ms;
+    log.ReportLeftOut();
+    EXPECT_THAT(m_lines, ElementsAre());
+    m_now += 1ms;
+    log.ReportLeftOut();
+    log.ReportLeftOut();
+    EXPECT_THAT(m_lines, ElementsAre("5 more lines about clients left out"));
+}
+
+TEST_F(LogLimit, LinesComeBackOneASecond) {
+    Log log = MakeLog();
+    Flood(log, Log::kBurst);
+    m_lines.clear();
+    m_now += 2500ms;
+    Flood(log, 4);
+    EXPECT_THAT(m_lines, ElementsAre("no", "no"));
+    m_now += 1500ms;  // the half second before counts
+    m_lines.clear();
+    Flood(log, 4);
+    EXPECT_THAT(m_lines, ElementsAre("2 more lines about clients left out", "no"));
+    m_now += 1h;
+    m_lines.clear();
+    Flood(log, 100);
+    EXPECT_EQ(m_lines.size(), static_cast<std::size_t>(Log::kBurst));
+}
+
+TEST_F(LogLimit, EventsAreAlwaysWritten) {
+    Log log = MakeLog();
+    Flood(log, 1000);
+    m_lines.clear();
+    log.Event("stopping");
+    EXPECT_THAT(m_lines, ElementsAre("stopping"));
+}
+
+TEST_F(LogLimit, DetailsAreForTheVerbose) {
+    Log quiet = MakeLog();
+    quiet.Detail("write");
+    EXPECT_FALSE(quiet.IsVerbose());
+    EXPECT_THAT(m_lines, ElementsAre());
+    Log verbose = MakeLog(true);
+    verbose.Detail("write");
+    EXPECT_TRUE(verbose.IsVerbose());
+    EXPECT_THAT(m_lines, ElementsAre("write"));
+}
+
+}  // namespace

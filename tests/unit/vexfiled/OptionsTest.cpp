@@ -1,0 +1,95 @@
+// The command line.
+#include "Options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Row.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using vexfiled::EarlyEnd;
+using vexfiled::Options;
+
+std::variant<Options, EarlyEnd> Parse(const std::vector<std::string>& arguments) {
+    std::vector<const char*> argv{"vexfiled"};
+    for (const std::string& strArgument : arguments) {
+        argv.push_back(strArgument.c_str());
+    }
+    return vexfiled::ParseCommandLine(static_cast<int>(argv.size()), argv.data());
+}
+
+TEST(CommandLine, Defaults) {
+    const auto options = std::get<Options>(Parse({"--root", "/srv"}));
+    EXPECT_EQ(options.strRoot, "/srv");
+    EXPECT_EQ(options.uPort, 8766);
+    EXPECT_EQ(options.cbMaxMessage, 16777216U);
+    EXPECT_EQ(options.cMaxConnections, 64U);
+    EXPECT_EQ(options.files.cMaxFiles, 256U);
+    EXPECT_EQ(options.files.maxIdle, std::chrono::seconds(60));
+    EXPECT_EQ(options.clientTimeout, std::chrono::seconds(30));
+    EXPECT_FALSE(options.bVerbose);
+}
+
+TEST(CommandLine, EverythingGiven) {
+    const auto options =
+        std::get<Options>(Parse({"--root=/srv", "--port=0", "--max-message=64", "--max-connections=1", "--max-files=2",
+                                 "--idle-seconds=3", "--client-timeout-seconds=4", "--verbose"}));
+    EXPECT_EQ(options.uPort, 0);
+    EXPECT_EQ(options.cbMaxMessage, 64U);
+    EXPECT_EQ(options.cMaxConnections, 1U);
+    EXPECT_EQ(options.files.cMaxFiles, 2U);
+    EXPECT_EQ(options.files.maxIdle, std::chrono::seconds(3));
+    EXPECT_EQ(options.clientTimeout, std::chrono::seconds(4));
+    EXPECT_TRUE(options.bVerbose);
+}
+
+TEST(CommandLine, HelpAndVersion) {
+    const auto help = std::get<EarlyEnd>(Parse({"--help"}));
+    EXPECT_EQ(help.nStatus, 0);
+    EXPECT_THAT(help.strError, IsEmpty());
+    for (const char* pszText : {"--root", "--port", "--max-message", "--max-files", "--max-connections",
+                                "--idle-seconds", "--client-timeout-seconds", "--verbose", "Examples:"}) {
+        EXPECT_THAT(help.strOutput, HasSubstr(pszText));
+    }
+    const auto version = std::get<EarlyEnd>(Parse({"--version"}));
+    EXPECT_EQ(version.nStatus, 0);
+    EXPECT_THAT(version.strOutput, testing::MatchesRegex("vexfiled [0-9.]+\n"));
+}
+
+struct WrongLine : Row {
+    std::vector<std::string> arguments;
+};
+
+class WrongCommandLine : public testing::TestWithParam<WrongLine> {};
+
+TEST_P(WrongCommandLine, EndsWith2AndSaysWhy) {
+    const auto end = std::get<EarlyEnd>(Parse(GetParam().arguments));
+    EXPECT_EQ(end.nStatus, 2);
+    EXPECT_THAT(end.strError, Not(IsEmpty()));
+    EXPECT_THAT(end.strOutput, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WrongCommandLine,
+                         testing::Values(WrongLine{{"NoRoot"}, {}}, WrongLine{{"RootWithoutValue"}, {"--root"}},
+                                         WrongLine{{"PortTooHigh"}, {"--root=/srv", "--port=65536"}},
+                                         WrongLine{{"PortNegative"}, {"--root=/srv", "--port=-1"}},
+                                         WrongLine{{"PortNoNumber"}, {"--root=/srv", "--port=http"}},
+                                         WrongLine{{"MessageTooSmall"}, {"--root=/srv", "--max-message=63"}},
+                                         WrongLine{{"MessageTooLarge"}, {"--root=/srv", "--max-message=1073741825"}},
+                                         WrongLine{{"NoFiles"}, {"--root=/srv", "--max-files=0"}},
+                                         WrongLine{{"FilesTooMany"}, {"--root=/srv", "--max-files=100001"}},
+                                         WrongLine{{"NoConnections"}, {"--root=/srv", "--max-connections=0"}},
+                                         WrongLine{{"NoIdleTime"}, {"--root=/srv", "--idle-seconds=0"}},
+                                         WrongLine{{"NoTimeout"}, {"--root=/srv", "--client-timeout-seconds=0"}},
+                                         WrongLine{{"Unknown"}, {"--root=/srv", "--daemon"}},
+                                         WrongLine{{"Surplus"}, {"--root=/srv", "more"}}),
+                         RowName);
+
+}  // namespace

@@ -1,0 +1,66 @@
+#include "FileName.h"
+
+#include <optional>
+
+#include "compat/Utf8.h"
+
+namespace vexfiled {
+namespace {
+
+// The toolkit's decoder lets Java's surrogate pairs pass, which no other program would read as the same name.
+bool IsStrictUtf8(std::string_view text) {
+    const std::optional<std::size_t> cch = vextk::DecodedLength(text);
+    if (!cch) {
+        return false;
+    }
+    std::wstring strDecoded(*cch, L'\0');
+    vextk::DecodeUtf8(text, strDecoded.data());
+    return vextk::EncodedLength(strDecoded) == text.size();
+}
+
+}  // namespace
+
+std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strName) {
+    if (strName.empty()) {
+        return Refusal{ERROR_INVALID_NAME, "an empty name"};
+    }
+    if (strName.size() > kMaxNameLength) {
+        return Refusal{ERROR_FILENAME_EXCED_RANGE, "a name that is too long"};
+    }
+    if (strName.find('\0') != strName.npos) {
+        return Refusal{ERROR_INVALID_NAME, "a name with a zero byte"};
+    }
+    if (!IsStrictUtf8(strName)) {
+        return Refusal{ERROR_NO_UNICODE_TRANSLATION, "a name that is not UTF-8"};
+    }
+
+    std::vector<std::string> components;
+    std::string_view strLast;
+    for (std::string_view strRest = strName; !strRest.empty();) {
+        strLast = strRest.substr(0, strRest.find('/'));
+        // A name that ends in a slash has an empty component behind it.
+        const bool bMore = strLast.size() < strRest.size();
+        strRest.remove_prefix(strLast.size() + (bMore ? 1 : 0));
+        if (strLast == "..") {
+            return Refusal{ERROR_ACCESS_DENIED, "\"..\" in a name"};
+        }
+        if (strLast.size() > kMaxComponentLength) {
+            return Refusal{ERROR_FILENAME_EXCED_RANGE, "a component of a name that is too long"};
+        }
+        if (!strLast.empty() && strLast != ".") {
+            if (components.size() == kMaxComponents) {
+                return Refusal{ERROR_FILENAME_EXCED_RANGE, "a name with too many components"};
+            }
+            components.emplace_back(strLast);
+        }
+        if (bMore && strRest.empty()) {
+            strLast = {};
+        }
+    }
+    if (strLast.empty() || strLast == ".") {
+        return Refusal{ERROR_ACCESS_DENIED, "a name of a directory"};
+    }
+    return components;
+}
+
+}  // namespace vexfiled

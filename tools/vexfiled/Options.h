@@ -1,0 +1,33 @@
+// The command line.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "FileTable.h"
+
+namespace vexfiled {
+
+struct Options {
+    std::string strRoot;
+    std::uint16_t uPort = 8766;            // 0: any free one
+    std::size_t cbMaxMessage = 0x1000000;  // payload of a request or a reply
+    std::size_t cMaxConnections = 64;
+    FileTable::Limits files;
+    std::chrono::seconds clientTimeout{30};
+    bool bVerbose = false;
+};
+
+// What to do instead of serving.
+struct EarlyEnd {
+    int nStatus;            // 0, or 2 for a wrong command line
+    std::string strOutput;  // for standard output
+    std::string strError;   // for standard error
+};
+
+std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* argv);
+
+}  // namespace vexfiled

@@ -1,0 +1,50 @@
+// From the bytes of a request to the bytes of its reply. Free of sockets, for one thread.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "FileTable.h"
+#include "Root.h"
+#include "VEXType.h"
+
+namespace vexfiled {
+
+struct Reply {
+    std::vector<BYTE> bytes;  // never empty
+    bool bDone = false;       // whether what the request asks for was done
+    std::string strAccount;   // for the log: what was done, or why not
+};
+
+class RequestHandler {
+public:
+    // Both live longer than the handler. cbMaxReply: no reply is longer, which is what limits a read; kMinMaxReply at
+    // least.
+    RequestHandler(const Root& root, FileTable& files, std::size_t cbMaxReply)
+        : m_root(root), m_files(files), m_cbMaxReply(cbMaxReply) {}
+
+    // Any bytes will do: a request that is not understood has a reply as well. May throw std::bad_alloc.
+    Reply Handle(std::span<const BYTE> request);
+
+    static constexpr std::size_t kMinMaxReply = 64;
+
+private:
+    const Root& m_root;
+    FileTable& m_files;
+    std::size_t m_cbMaxReply;
+
+    class Fields;
+    Reply Open(Fields fields);
+    Reply SeekTo(Fields fields);
+    Reply SeekToBegin(Fields fields);
+    Reply SeekToEnd(Fields fields);
+    Reply GetSize(Fields fields);
+    Reply Close(Fields fields);
+    Reply Read(Fields fields);
+    Reply Write(Fields fields);
+    Reply Flush(Fields fields);
+    Reply EndOfFile(Fields fields);
+};
+
+}  // namespace vexfiled

@@ -1,0 +1,128 @@
+#include "Root.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "compat/LastError.h"
+
+namespace vexfiled {
+namespace {
+
+using vextk::FileDescriptor;
+
+// Somebody else may make and remove what is looked for between two steps, but hardly time and again.
+constexpr int kMaxRounds = 100;
+
+Refusal RefusalOf(int nErrno) {
+    return {vextk::ErrorFromErrno(nErrno), std::generic_category().message(nErrno)};
+}
+
+Refusal Busy() {
+    return {ERROR_SHARING_VIOLATION, "somebody else makes and removes it all the time"};
+}
+
+Refusal SymbolicLink() {
+    return {ERROR_ACCESS_DENIED, "a symbolic link"};
+}
+
+std::variant<FileDescriptor, Refusal> EnterDirectory(int nParent, const char* pszName) {
+    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
+        FileDescriptor descriptor(openat(nParent, pszName, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (descriptor.IsOpen()) {
+            struct stat status {};
+            if (fstat(descriptor.Get(), &status) != 0) {
+                return RefusalOf(errno);
+            }
+            if (S_ISLNK(status.st_mode)) {
+                return SymbolicLink();
+            }
+            if (!S_ISDIR(status.st_mode)) {
+                return Refusal{ERROR_PATH_NOT_FOUND, "a parent that is no directory"};
+            }
+            return descriptor;
+        }
+        if (errno == ENOENT && mkdirat(nParent, pszName, S_IRWXU) == 0) {
+            continue;
+        }
+        if (errno != ENOENT && errno != EEXIST && errno != EINTR) {
+            return RefusalOf(errno);
+        }
+    }
+    return Busy();
+}
+
+std::variant<Root::Opened, Refusal> CheckOpened(FileDescriptor descriptor, bool bCreated) {
+    struct stat status {};
+    if (fstat(descriptor.Get(), &status) != 0) {
+        return RefusalOf(errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return Refusal{ERROR_ACCESS_DENIED, "no regular file"};
+    }
+    if (status.st_nlink > 1) {
+        return Refusal{ERROR_ACCESS_DENIED, "a file with a second name"};
+    }
+    return Root::Opened{std::move(descriptor), bCreated};
+}
+
+std::variant<Root::Opened, Refusal> OpenOrCreate(int nParent, const char* pszName) {
+    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
+        FileDescriptor existing(openat(nParent, pszName, kFlags));
+        if (existing.IsOpen()) {
+            return CheckOpened(std::move(existing), false);
+        }
+        if (errno == ELOOP) {
+            return SymbolicLink();
+        }
+        if (errno == ENOENT) {
+            FileDescriptor created(openat(nParent, pszName, kFlags | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR));
+            if (created.IsOpen()) {
+                return CheckOpened(std::move(created), true);
+            }
+            if (errno == ENOENT) {
+                return Refusal{ERROR_PATH_NOT_FOUND, "a parent directory that somebody removed"};
+            }
+        }
+        if (errno != EEXIST && errno != EINTR) {
+            return RefusalOf(errno);
+        }
+    }
+    return Busy();
+}
+
+}  // namespace
+
+Root::Root(const std::string& strPath) : m_descriptor(open(strPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+    struct stat status {};
+    if (!m_descriptor.IsOpen() || fstat(m_descriptor.Get(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), strPath);
+    }
+    m_bWritableByOthers = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+std::variant<Root::Opened, Refusal> Root::Open(std::string_view strName) const {
+    auto split = SplitName(strName);
+    if (auto* pRefusal = std::get_if<Refusal>(&split)) {
+        return std::move(*pRefusal);
+    }
+    const auto& components = std::get<std::vector<std::string>>(split);
+    FileDescriptor directory;
+    int nParent = m_descriptor.Get();
+    for (std::size_t i = 0; i + 1 < components.size(); ++i) {
+        auto entered = EnterDirectory(nParent, components[i].c_str());
+        if (auto* pRefusal = std::get_if<Refusal>(&entered)) {
+            return std::move(*pRefusal);
+        }
+        directory = std::move(std::get<FileDescriptor>(entered));
+        nParent = directory.Get();
+    }
+    return OpenOrCreate(nParent, components.back().c_str());
+}
+
+}  // namespace vexfiled

@@ -1,0 +1,37 @@
+// The directory below which the server has its files. There is no way out of it: a name is walked down component by
+// component from the directory's descriptor, and no symbolic link is followed. Any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "FileDescriptor.h"
+#include "FileName.h"
+
+namespace vexfiled {
+
+class Root {
+public:
+    // Throws std::system_error when there is no such directory. A path that leads through links is fine here.
+    explicit Root(const std::string& strPath);
+
+    // Whether users other than the server's own may make files and links in it.
+    bool IsWritableByOthers() const { return m_bWritableByOthers; }
+
+    struct Opened {
+        vextk::FileDescriptor descriptor;  // for reading and writing
+        bool bCreated = false;
+    };
+
+    // Opens a regular file, making it (mode 0600) and its parent directories (0700) when they are missing. Never waits
+    // on a pipe or device. Links are refused: symbolic ones anywhere in the name, and a file that has a second name,
+    // which may be a file of somebody else outside.
+    std::variant<Opened, Refusal> Open(std::string_view strName) const;
+
+private:
+    vextk::FileDescriptor m_descriptor;
+    bool m_bWritableByOthers = false;
+};
+
+}  // namespace vexfiled

@@ -1,0 +1,175 @@
+#include "Session.h"
+
+#include <algorithm>
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+#include <asio/read.hpp>
+#include <asio/write.hpp>
+#include <exception>
+#include <utility>
+
+#include "RequestHeader.h"
+#include "Text.h"
+
+namespace vexfiled {
+
+template <typename Step>
+auto Session::Then(Step step) {
+    // A wait completes without a count.
+    return [self = shared_from_this(), step](const asio::error_code& error, std::size_t cbDone = 0) {
+        if (self->m_bEnded) {
+            return;
+        }
+        if (error) {
+            self->OnError(error, cbDone);
+            return;
+        }
+        try {
+            (self.get()->*step)();
+        } catch (const std::exception& exception) {  // no memory, no random numbers: this client's loss alone
+            self->Drop(exception.what());
+        }
+    };
+}
+
+Session::Session(asio::ip::tcp::socket socket, std::uint64_t uNumber, Admission admission,
+                 const SessionSetting& setting, std::function<void(Session&)> fnEnded)
+    : m_socket(std::move(socket)),
+      m_deadline(m_socket.get_executor()),
+      m_uNumber(uNumber),
+      m_admission(admission),
+      m_setting(setting),
+      m_fnEnded(std::move(fnEnded)) {}
+
+void Session::Start() {
+    // Replies are sent whole; the kernel need not wait for more.
+    asio::error_code ignored;
+    m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    Enter(Stage::kRegistration);
+    asio::async_read(m_socket, asio::buffer(&m_registration, sizeof m_registration),
+                     Then(&Session::AnswerRegistration));
+}
+
+void Session::AnswerRegistration() {
+    constexpr BYTE kRefused = 1;
+    m_bRegistrationStatus = IsServed() ? CRouteRules::REGISTER_ACCEPTED : kRefused;
+    asio::async_write(m_socket, asio::buffer(&m_bRegistrationStatus, 1), Then(&Session::WaitForMessage));
+}
+
+void Session::WaitForMessage() {
+    if (!IsServed()) {
+        Drop("too many connections");
+        return;
+    }
+    m_reply = {};
+    if (m_bFinishing) {
+        End();
+        return;
+    }
+    Enter(Stage::kIdle);
+    m_socket.async_wait(asio::ip::tcp::socket::wait_read, Then(&Session::ReadHeader));
+}
+
+void Session::ReadHeader() {
+    Enter(Stage::kHeader);
+    asio::async_read(m_socket, asio::buffer(&m_requestHeader, sizeof m_requestHeader), Then(&Session::CheckHeader));
+}
+
+void Session::CheckHeader() {
+    const std::string strFault = FaultOf(m_requestHeader, m_setting.usPort, m_setting.cbMaxMessage);
+    if (!strFault.empty()) {
+        Drop(strFault);
+        return;
+    }
+    m_stage = Stage::kPayload;
+    ReadPayload();
+}
+
+// Step by step, so that memory is taken for bytes that are there and not for those that a header announces.
+void Session::ReadPayload() {
+    constexpr std::size_t kStep = 0x10000;
+    const std::size_t cbThere = m_payload.size();
+    const std::size_t cbMissing = m_requestHeader.MessageLen - cbThere;
+    if (cbMissing == 0) {
+        Answer();
+        return;
+    }
+    m_payload.resize(cbThere + std::min(kStep, cbMissing));
+    asio::async_read(m_socket, asio::buffer(m_payload) + cbThere, Then(&Session::ReadPayload));
+}
+
+void Session::Answer() {
+    Reply reply = m_setting.handler.Handle(std::exchange(m_payload, {}));
+    if (!reply.bDone) {
+        m_setting.log.Refused(Text("client ", m_uNumber, ": ", reply.strAccount));
+    } else if (m_setting.log.IsVerbose()) {
+        m_setting.log.Detail(Text("client ", m_uNumber, ": ", reply.strAccount));
+    }
+    m_reply = std::move(reply.bytes);
+    m_replyHeader = CRouteRules::BuildReplyHeader(m_requestHeader, m_reply.size());
+    Enter(Stage::kReply);
+    const std::array<asio::const_buffer, 2> buffers = {asio::buffer(&m_replyHeader, sizeof m_replyHeader),
+                                                       asio::buffer(m_reply)};
+    asio::async_write(m_socket, buffers, Then(&Session::WaitForMessage));
+}
+
+void Session::Finish() {
+    m_bFinishing = true;
+    if (m_stage != Stage::kReply) {
+        End();
+    }
+}
+
+void Session::End() {
+    if (m_bEnded) {
+        return;
+    }
+    m_bEnded = true;
+    asio::error_code ignored;
+    m_deadline.cancel();
+    m_socket.close(ignored);
+    m_fnEnded(*this);
+}
+
+void Session::Enter(Stage stage) {
+    m_stage = stage;
+    m_deadline.expires_after(m_setting.timeout);
+    m_deadline.async_wait([self = shared_from_this()](const asio::error_code& error) {
+        // Another stage may have begun just when the time was up.
+        if (!error && !self->m_bEnded && self->m_deadline.expiry() <= asio::steady_timer::clock_type::now()) {
+            self->OnTimeout();
+        }
+    });
+}
+
+void Session::OnTimeout() {
+    switch (m_stage) {
+        case Stage::kRegistration:
+            return Drop("no registration in time");
+        case Stage::kIdle:
+            return Drop("no request in time");
+        case Stage::kHeader:
+        case Stage::kPayload:
+            return Drop("half a message, and the rest not in time");
+        case Stage::kReply:
+            return Drop("a reply not taken in time");
+    }
+}
+
+void Session::OnError(const asio::error_code& error, std::size_t cbDone) {
+    if (error == asio::error::eof && m_stage == Stage::kHeader && cbDone == 0) {
+        m_setting.log.Detail(Text("client ", m_uNumber, ": has gone"));
+        End();
+    } else if (error == asio::error::eof) {
+        Drop(m_stage == Stage::kRegistration ? "gone before its registration" : "gone in the middle of a message");
+    } else {
+        Drop(error.message());
+    }
+}
+
+void Session::Drop(std::string_view strReason) {
+    m_setting.log.Refused(Text("client ", m_uNumber, " dropped: ", strReason));
+    End();
+}
+
+}  // namespace vexfiled
