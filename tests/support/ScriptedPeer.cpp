@@ -143,6 +143,15 @@ PeerMessage PeerConnection::ReceiveMessage() {
     return message;
 }
 
+bool PeerConnection::HasMore() {
+    char ch = 0;
+    ssize_t n = 0;
+    do {
+        n = recv(m_nSocket, &ch, 1, MSG_PEEK);
+    } while (n < 0 && errno == EINTR);
+    return n > 0;
+}
+
 bool PeerConnection::Send(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t n = send(m_nSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -167,6 +176,12 @@ PeerMessage PeerConnection::AcceptRequest() {
     Receive(5);
     EXPECT_TRUE(Send(std::string(1, '\0')));
     return ReceiveMessage();
+}
+
+std::optional<PeerMessage> PeerConnection::AcceptRequestIfAny() {
+    Receive(5);
+    Send(std::string(1, '\0'));
+    return HasMore() ? std::optional(ReceiveMessage()) : std::nullopt;
 }
 
 PeerMessage PeerConnection::ReplyTo(const PeerMessage& request, std::string strPayload) {

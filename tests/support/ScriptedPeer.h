@@ -48,6 +48,8 @@ public:
     std::string ReceiveToEnd();
     // A whole message.
     PeerMessage ReceiveMessage();
+    // Waits for the next byte, which stays to be received. FALSE: the other end is closed.
+    bool HasMore();
 
     // FALSE: the other end does not take them.
     bool Send(std::string_view bytes);
@@ -56,6 +58,8 @@ public:
 
     // Takes the registration in, lets the client in and takes its request.
     PeerMessage AcceptRequest();
+    // The same for a client that may give up in between.
+    std::optional<PeerMessage> AcceptRequestIfAny();
     // The right answer to a request.
     static PeerMessage ReplyTo(const PeerMessage& request, std::string strPayload);
     void Reply(const PeerMessage& request, std::string strPayload);

@@ -14,6 +14,8 @@
 #include <optional>
 #include <string>
 
+#include "VEXCompat.h"
+
 namespace {
 
 constexpr std::uint16_t kFileServerPort = 8766;
@@ -74,6 +76,9 @@ Failure::Failure(std::string_view function, int nErrno, int nCall) {
 }
 Failure::~Failure() {
     t_failure = {};
+}
+bool Failure::Happened() {
+    return t_failure.nCallsLeft == 0;
 }
 
 UserCommand::UserCommand(const char* pszCommand) {
@@ -155,6 +160,11 @@ ssize_t send(int nSocket, const void* pData, size_t cbData, int nFlags) {
 ssize_t recv(int nSocket, void* pData, size_t cbData, int nFlags) {
     static auto* const s_pNext = Next(recv, "recv");
     return Perform("recv", [&] { return s_pNext(nSocket, pData, cbData, nFlags); });
+}
+
+LPVOID HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes) {
+    static auto* const s_pNext = Next(HeapAlloc, "HeapAlloc");
+    return IsToFail("HeapAlloc") ? nullptr : s_pNext(hHeap, dwFlags, dwBytes);
 }
 
 int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pFunction)(void*),

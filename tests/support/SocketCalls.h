@@ -1,8 +1,8 @@
-// What the IPC client asks of libc, as this program's tests want it: the identity that is drawn by lot, the time, the
-// port of the file server, and calls that fail.
+// What the IPC client asks of its platform, as this program's tests want it: the identity that is drawn by lot, the
+// time, the port of the file server, and calls that fail.
 //
-// The program defines rand, gettimeofday, popen, socket, connect, send, recv and pthread_create itself; unless told
-// otherwise they do what libc's do.
+// The program defines rand, gettimeofday, popen, socket, connect, send, recv, pthread_create and HeapAlloc itself;
+// unless told otherwise they do what those of libc and of the toolkit do.
 #pragma once
 
 #include <cstdint>
@@ -31,13 +31,16 @@ public:
     ~FixedTime();
 };
 
-// The nth call of that function from now on fails with that errno (pthread_create: returns it).
+// The nth call of that function from now on fails with that errno (pthread_create: returns it; HeapAlloc: null).
 class Failure {
 public:
     Failure(std::string_view function, int nErrno, int nCall = 1);
     Failure(const Failure&) = delete;
     Failure& operator=(const Failure&) = delete;
     ~Failure();
+
+    // Whether there was an nth call.
+    static bool Happened();
 };
 
 // In place of "id -u".

@@ -277,9 +277,13 @@ TEST_F(Exchange, TheProcessIgnoresSigpipe) {
     std::signal(SIGPIPE, SIG_DFL);
     CPipeIPC client;
     EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN);
-    // And does without that when somebody undoes it.
-    ScriptedPeer peer([](PeerConnection& connection) { connection.Reset(); });
-    EXPECT_EQ(DoExchange(client, peer.Object(), std::string(1000000, 'x')).lResult, 0xE0010004);
+    // And does without that when somebody undoes it. An orderly end first: only then is the reset a broken pipe.
+    ScriptedPeer peer([](PeerConnection& connection) {
+        connection.Receive(5);
+        connection.Send(std::string(1, '\0'));
+        connection.Close();
+    });
+    EXPECT_EQ(DoExchange(client, peer.Object(), std::string(50'000'000, 'x')).lResult, 0xE0010004);
     std::signal(SIGPIPE, SIG_IGN);
 }
 

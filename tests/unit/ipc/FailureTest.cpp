@@ -293,6 +293,29 @@ TEST_F(IpcTest, NobodyListens) {
     EXPECT_EQ(Trace()[3], "ConnectServer failed port =" + std::to_string(8665 + 65535 + uObject));
 }
 
+// Whichever allocation fails, so does the exchange, and nothing else happens.
+TEST_F(IpcTest, MemoryRunsOut) {
+    ScriptedPeer peer([](PeerConnection& connection) {
+        if (const std::optional<PeerMessage> request = connection.AcceptRequestIfAny()) {
+            connection.Reply(*request, "reply");
+        }
+    });
+    CPipeIPC client;
+    std::string strPayload = "request";
+    bool bHappened = true;
+    int nCall = 0;
+    while (bHappened) {
+        CSmartBuffer reply;
+        const socket_calls::Failure failure("HeapAlloc", 0, ++nCall);
+        const long lResult = client.SendMessageAndWait(0, peer.Object(), reinterpret_cast<PBYTE>(strPayload.data()),
+                                                       strPayload.size(), reply, 10000);
+        bHappened = socket_calls::Failure::Happened();
+        EXPECT_EQ(lResult, !bHappened ? 0 : nCall == 1 ? kSendFailed : kReceiveFailed) << nCall;
+        EXPECT_EQ(TextOf(reply), bHappened ? "" : "reply") << nCall;
+    }
+    EXPECT_EQ(nCall, 4);  // the request, the reply, the reply's payload
+}
+
 // No memory can hold it, so that it is not looked at.
 TEST_F(IpcTest, ARequestThatIsTooLong) {
     ScriptedPeer peer([](PeerConnection& connection) {

@@ -43,15 +43,18 @@ public:
 
 private:
     void Serve(PeerConnection& connection) {
-        const PeerMessage request = connection.AcceptRequest();
+        const std::optional<PeerMessage> request = connection.AcceptRequestIfAny();
+        if (!request) {
+            return;
+        }
         std::optional<std::string> answer;
         {
             const std::lock_guard lock(m_mutex);
-            m_requests.push_back(request);
+            m_requests.push_back(*request);
             answer = m_answer;
         }
         if (answer) {
-            connection.Reply(request, *answer);
+            connection.Reply(*request, *answer);
         }
     }
 
@@ -407,6 +410,55 @@ TEST_F(ServerFile, NobodyListens) {
     EXPECT_EQ(dwError, ERROR_GEN_FAILURE);
     EXPECT_TRUE(file.IsServerLost());
     EXPECT_FALSE(file.IsOpen());
+}
+
+// Without memory an operation fails, at whichever point that shows.
+TEST_F(ServerFile, MemoryRunsOut) {
+    AnsweringServer server;
+    const std::pair<std::string, std::function<bool(CVexFile&)>> aOperations[] = {
+        {Bytes64(1),
+         [](CVexFile& file) {
+             file.ForgetServerFile();  // of which closing would have the first calls
+             DWORD dwError = ERROR_SUCCESS;
+             const bool bOpened = file.OpenFile(L"/tmp/PILog.txt", dwError);
+             EXPECT_TRUE(bOpened || dwError == ERROR_NOT_ENOUGH_MEMORY || dwError == ERROR_GEN_FAILURE) << dwError;
+             return bOpened;
+         }},
+        {Bytes64(1), [](CVexFile& file) -> bool { return file.SeekToEnd(); }},
+        {Bytes64(1) + Bytes64(5),
+         [](CVexFile& file) -> bool {
+             ULONGLONG ullSize = 4711;
+             const BOOL bResult = file.GetFileSize(ullSize);
+             EXPECT_EQ(ullSize, bResult ? 5U : 0U);
+             return bResult;
+         }},
+        {Bytes32(1) + Bytes64(2) + "by",
+         [](CVexFile& file) -> bool {
+             BYTE buffer[2] = {};
+             DWORD dwCount = 2;
+             const BOOL bResult = file.Read(buffer, dwCount);
+             EXPECT_EQ(dwCount, bResult ? 2U : 0U);
+             return bResult;
+         }},
+        {Bytes32(1) + Bytes64(2),
+         [](CVexFile& file) -> bool {
+             DWORD dwCount = 2;
+             return file.Write(reinterpret_cast<const BYTE*>("by"), dwCount) == 1;
+         }},
+    };
+    for (const auto& [strAnswer, fnOperation] : aOperations) {
+        bool bHappened = true;
+        for (int nCall = 1; bHappened; ++nCall) {
+            CVexFile file;
+            Open(server, file);
+            server.Answer(strAnswer);
+            const socket_calls::Failure failure("HeapAlloc", 0, nCall);
+            const bool bDone = fnOperation(file);
+            bHappened = socket_calls::Failure::Happened();
+            EXPECT_EQ(bDone, !bHappened) << nCall;
+            file.ForgetServerFile();
+        }
+    }
 }
 
 // A process that was forked does not close what is its parent's.
