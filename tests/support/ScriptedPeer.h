@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -98,6 +99,7 @@ private:
     Script m_script;
     int m_nListener = -1;
     std::uint16_t m_uPort = 0;
+    std::promise<void> m_running;
     std::thread m_thread;
 };
 
