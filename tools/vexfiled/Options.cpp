@@ -12,8 +12,8 @@ constexpr const char* kDescription =
     "Serves files below one directory to programs of this machine that write their log through it.";
 
 constexpr const char* kFooter = R"(
-Listens on 127.0.0.1 only. Clients send to session 0, object 101, which is port 8766 (8665 + session + object). With
-another port it is the sessions and objects of that sum that are served.
+Listens on 127.0.0.1 only. Clients send to session 0, object 101, which is port 8766 (8665 + session + object). On
+another port the sessions and objects of that sum are served as well.
 
 Ends on SIGTERM and SIGINT. Exit status: 0 ended by a signal, 1 could not serve, 2 wrong command line.
 

@@ -1,6 +1,7 @@
 #include "RequestHeader.h"
 
 #include "Text.h"
+#include "VEXCltpmCommProtocolDef.h"
 
 namespace vexfiled {
 
@@ -17,8 +18,10 @@ std::string FaultOf(const RouteMessageHeader& header, USHORT usPort, DWORD dwMax
     if ((dwParameter & MSG_ISREQUESTPACK) == 0) {
         return "a message that is no request";
     }
-    // Clients find the port by this sum, so that whoever it leads here means this server.
-    if (CRouteRules::SocketPort(CRouteRules::ServerPort(usSession, usObject)) != usPort) {
+    // Clients find the port by this sum, so that whoever it leads here means this server. The file server's own address
+    // is this server's on any port, for clients that are led to it by other means.
+    const bool bOwnAddress = usSession == VEX_FILE_SERVER_SESSION && usObject == VEX_FILE_SERVER_OBJECT;
+    if (!bOwnAddress && CRouteRules::SocketPort(CRouteRules::ServerPort(usSession, usObject)) != usPort) {
         return Text("a message for somebody else: session ", usSession, ", object ", usObject);
     }
     if (dwMessageLen == 0) {

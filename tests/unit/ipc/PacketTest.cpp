@@ -25,7 +25,7 @@ TEST(UnPacket, AShortReadChangesNothing) {
 
 TEST(UnPacket, ReadsToTheLastByte) {
     CCommUnPacket packet(BufferOf("abcde"));
-    char text[5];
+    char text[5] = {};
     EXPECT_EQ(packet.ReadBuffer(text, 5), 5U);
     EXPECT_EQ(std::string(text, 5), "abcde");
     EXPECT_EQ(packet.ReadBuffer(text, 1), kTooShort);
@@ -102,7 +102,7 @@ TEST(Packet, WidthsOfAllNumbers) {
     short sValue = 0;
     USHORT usValue = 0;
     BOOL bValue = FALSE;
-    char text[2];
+    char text[2] = {};
     EXPECT_EQ(reader.ReadDWORD(dwValue), 8U);
     EXPECT_EQ(reader.ReadULONG(ulValue), 8U);
     EXPECT_EQ(reader.ReadULONGLONG(ullValue), 8U);

@@ -102,21 +102,22 @@ TEST_F(CostTest, ARecordAllocatesTheSameEachTime) {
 
 }  // namespace
 
-void* operator new(std::size_t cb) {
+// Not inline: where the compiler sees malloc and free it takes them for a mismatch with new and delete.
+[[gnu::noinline]] void* operator new(std::size_t cb) {
     return Allocate(cb, &Counts::nObjects);
 }
-void* operator new[](std::size_t cb) {
+[[gnu::noinline]] void* operator new[](std::size_t cb) {
     return Allocate(cb, &Counts::nArrays);
 }
-void operator delete(void* p) noexcept {
+[[gnu::noinline]] void operator delete(void* p) noexcept {
     std::free(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
-void operator delete[](void* p) noexcept {
+[[gnu::noinline]] void operator delete[](void* p) noexcept {
     std::free(p);
 }
-void operator delete[](void* p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept {
     std::free(p);
 }

@@ -1,0 +1,348 @@
+// The diagnostic log through the real file server: everything that happens to its file happens by requests.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "FileServerProcess.h"
+#include "LogTest.h"
+#include "Scale.h"
+#include "SocketCalls.h"
+
+namespace {
+
+class ServerLogTest : public LogTest {
+protected:
+    ServerLogTest() { std::filesystem::create_directory(Root()); }
+
+    std::string Root() const { return m_directory.Path("root"); }
+    // Where the server keeps the log of the default name.
+    std::string ServedLog() const { return Root() + "/tmp/PILog.txt"; }
+
+    // A second start takes the same port again.
+    void StartServer(std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {"--root", Root(), "--port", std::to_string(m_uPort)});
+        m_server.emplace(options);
+        m_uPort = m_server->Port();
+        ASSERT_NE(m_uPort, 0) << m_server->Log();
+        m_clientPort.emplace(m_uPort);
+    }
+
+    void KillServer() {
+        m_server->Signal(SIGKILL);
+        m_server->Wait();
+    }
+
+    // Two processes in step: one waits until the other has come to a point.
+    void Reach(const std::string& strPoint) const { m_directory.Write(strPoint, ""); }
+    void Await(const std::string& strPoint) const {
+        while (!std::filesystem::exists(m_directory.Path(strPoint))) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+
+    static CDebugLogMgr& UseServer(BOOL bGlobal) {
+        CDebugLogMgr& manager = *CDebugLogMgr::GetInstance();
+        manager.EnableServerSupport(TRUE);
+        manager.EnableGlobalMode(bGlobal);
+        return manager;
+    }
+
+    static std::vector<std::string> Messages(const std::string& strPath) {
+        std::vector<std::string> messages;
+        for (const LogRecord& record : RecordsOf(strPath)) {
+            messages.push_back(record.strMessage);
+        }
+        return messages;
+    }
+
+    std::optional<FileServerProcess> m_server;
+    std::optional<socket_calls::FileServerPort> m_clientPort;
+    std::uint16_t m_uPort = 0;
+};
+
+TEST_F(ServerLogTest, OpensAppendsAndClosesByRequestsForEachRecord) {
+    StartServer({"--verbose"});
+    InChild([&] {
+        UseServer(FALSE);
+        Trace(L"one");
+        Trace(L"two");
+        WaitUntilWritten(ServedLog());
+    });
+    EXPECT_TRUE(ReadLogFile(ServedLog()).bHeader);
+    EXPECT_EQ(Messages(ServedLog()), (std::vector<std::string>{"one", "two"}));
+    EXPECT_FALSE(std::filesystem::exists(LogPath()));
+    EXPECT_TRUE(m_server->WaitForLog("close", 2)) << m_server->Log();
+    EXPECT_EQ(m_server->LinesWith("open "), 3) << m_server->Log();
+}
+
+TEST_F(ServerLogTest, InGlobalModeTheFileStaysOpenUntilTheProcessEnds) {
+    StartServer({"--verbose"});
+    const ChildEnd end = RunLogChild(
+        [&] {
+            UseServer(TRUE);
+            for (int i = 0; i < 3; ++i) {
+                Trace(L"text");
+            }
+            WaitUntilWritten(ServedLog());
+        },
+        Exit::kByReturn);
+    EXPECT_EQ(end.nStatus, 0);
+    EXPECT_EQ(RecordsOf(ServedLog()).size(), 3U);
+    EXPECT_TRUE(m_server->WaitForLog("close"));
+    EXPECT_EQ(m_server->LinesWith("open "), 1) << m_server->Log();
+    EXPECT_EQ(m_server->LinesWith("close"), 1) << m_server->Log();
+}
+
+TEST_F(ServerLogTest, IsCutByRequests) {
+    constexpr DWORD kLimit = 2'000;
+    constexpr int kRecords = 60;
+    StartServer();
+    InChild([&] {
+        UseServer(TRUE).SetTruncate(kLimit, 20);
+        for (int i = 0; i < kRecords; ++i) {
+            Trace(L"record " + std::to_wstring(i));
+        }
+        WaitUntilWritten(ServedLog());
+    });
+    const LogFile file = ReadLogFile(ServedLog());
+    EXPECT_TRUE(file.bHeader);
+    EXPECT_EQ(file.strUnfinished, "");
+    EXPECT_LE(std::filesystem::file_size(ServedLog()), kLimit);
+    const std::vector<std::string> messages = Messages(ServedLog());
+    ASSERT_GT(messages.size(), 5U);
+    for (size_t i = 0; i < messages.size(); ++i) {
+        EXPECT_EQ(messages[i], "record " + std::to_string(kRecords - messages.size() + i));
+    }
+}
+
+TEST_F(ServerLogTest, SwitchedOnAndOffItGoesOnInTheOtherFile) {
+    StartServer();
+    InChild([&] {
+        CDebugLogMgr& manager = *CDebugLogMgr::GetInstance();
+        manager.EnableGlobalMode(TRUE);
+        Trace(L"here");
+        WaitUntilWritten(LogPath());
+        manager.EnableServerSupport(TRUE);
+        Trace(L"there");
+        WaitUntilWritten(ServedLog());
+        manager.EnableServerSupport(FALSE);
+        Trace(L"here again");
+        WaitUntilWritten(LogPath());
+    });
+    EXPECT_EQ(Messages(LogPath()), (std::vector<std::string>{"here", "here again"}));
+    EXPECT_EQ(Messages(ServedLog()), (std::vector<std::string>{"there"}));
+}
+
+// ---- A server that is not there ----
+
+TEST_F(ServerLogTest, WithoutAServerTheRecordsOfThatTimeAreLostAndNothingElse) {
+    StartServer();
+    KillServer();
+    std::thread operatorOfServer([&] {
+        Await("traced");
+        StartServer();
+        Reach("started");
+    });
+    InChild([&] {
+        UseServer(TRUE);
+        for (int i = 0; i < 5; ++i) {
+            Trace(L"lost");
+        }
+        Reach("traced");
+        Await("started");
+        Trace(L"written");
+        WaitUntilWritten(ServedLog());
+    });
+    operatorOfServer.join();
+    const std::vector<std::string> messages = Messages(ServedLog());
+    ASSERT_FALSE(messages.empty());
+    EXPECT_EQ(messages.back(), "written");
+    EXPECT_TRUE(ReadLogFile(ServedLog()).bHeader);
+    EXPECT_EQ(FilesInWorkingDirectory(), std::vector<std::string>{});
+}
+
+class RestartTest : public ServerLogTest, public testing::WithParamInterface<BOOL> {};
+
+// The file IDs of the one before mean nothing to the new server.
+TEST_P(RestartTest, LosesNoRecord) {
+    StartServer();
+    std::thread operatorOfServer([&] {
+        Await("written");
+        KillServer();
+        StartServer();
+        Reach("restarted");
+    });
+    InChild([&] {
+        UseServer(GetParam());
+        Trace(L"before");
+        WaitUntilWritten(ServedLog());
+        Reach("written");
+        Await("restarted");
+        Trace(L"after");
+        WaitUntilWritten(ServedLog());
+    });
+    operatorOfServer.join();
+    EXPECT_EQ(Messages(ServedLog()), (std::vector<std::string>{"before", "after"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(, RestartTest, testing::Values(TRUE, FALSE),
+                         [](const auto& param) { return param.param ? "GlobalMode" : "FileOpenedForEachRecord"; });
+
+// A file that cannot be, as its parent is a file.
+TEST_F(ServerLogTest, ANameThatTheServerRefusesLosesRecordsUntilThereIsAnother) {
+    StartServer();
+    m_directory.Write("root/file", "");
+    InChild([&] {
+        UseServer(TRUE).SetLogFileName(L"/file/log.txt");
+        Trace(L"lost");
+        EXPECT_TRUE(m_server->WaitForLog("", 1));
+        CDebugLogMgr::GetInstance()->SetLogFileName(L"/other/log.txt");
+        WaitUntilWritten(Root() + "/other/log.txt");
+    });
+}
+
+TEST_F(ServerLogTest, AForkedChildOpensTheFileForItself) {
+    StartServer({"--verbose"});
+    InChild([&] {
+        UseServer(TRUE);
+        Trace(L"parent");
+        WaitUntilWritten(ServedLog());
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            alarm(60);
+            Trace(L"child");
+            WaitUntilWritten(ServedLog());
+            _exit(0);
+        }
+        int nStatus = -1;
+        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+        Trace(L"parent again");
+        WaitUntilWritten(ServedLog());
+    });
+    EXPECT_EQ(Messages(ServedLog()), (std::vector<std::string>{"parent", "child", "parent again"}));
+    EXPECT_EQ(m_server->LinesWith("open "), 2) << m_server->Log();
+}
+
+// ---- Many processes ----
+
+// A record of the load, "<process thread number>" with these three in it.
+struct Numbered {
+    int nProcess;
+    int nThread;
+    int nRecord;
+};
+
+// By process and thread, in the order of the file. Texts are looked for wherever they are: bytes of another process may
+// stand between one and its line ends.
+std::map<std::pair<int, int>, std::vector<int>> NumbersIn(const std::string& bytes) {
+    std::map<std::pair<int, int>, std::vector<int>> numbers;
+    for (size_t nAt = 0; (nAt = bytes.find("]: <", nAt)) != std::string::npos; ++nAt) {
+        Numbered record = {};
+        char chEnd = 0;
+        EXPECT_EQ(std::sscanf(bytes.c_str() + nAt, "]: <%d %d %d%c", &record.nProcess, &record.nThread, &record.nRecord,
+                              &chEnd),
+                  4);
+        EXPECT_EQ(chEnd, '>');
+        numbers[{record.nProcess, record.nThread}].push_back(record.nRecord);
+    }
+    return numbers;
+}
+
+// The shell that each exchange runs makes a record cost some ten milliseconds: so few by default. The environment
+// variable VEX_TEST_SERVER_RECORDS asks for more.
+int RecordsOfEachThread() {
+    const char* const pszRecords = std::getenv("VEX_TEST_SERVER_RECORDS");
+    return pszRecords != nullptr ? std::atoi(pszRecords) : std::max(Scaled(40), 4);
+}
+
+TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
+    constexpr int kProcesses = 4;
+    constexpr int kThreads = 8;
+    const int nRecords = RecordsOfEachThread();
+    StartServer();
+    std::vector<pid_t> children;
+    for (int nProcess = 0; nProcess < kProcesses; ++nProcess) {
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            UseServer(TRUE).SetTruncate(0x200000, 0);
+            std::vector<std::thread> threads;
+            for (int nThread = 0; nThread < kThreads; ++nThread) {
+                threads.emplace_back([=] {
+                    for (int i = 0; i < nRecords; ++i) {
+                        Trace(L"<" + std::to_wstring(nProcess) + L" " + std::to_wstring(nThread) + L" " +
+                              std::to_wstring(i) + L">");
+                    }
+                });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+            // The last record's text is there before the one that ends the wait.
+            Trace(L"<" + std::to_wstring(nProcess) + L" " + std::to_wstring(kThreads) + L" 0>");
+            const std::string strLast = "<" + std::to_string(nProcess) + " " + std::to_string(kThreads) + " 0>";
+            while (ReadWholeFile(ServedLog()).find(strLast) == std::string::npos) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+            EndChildAtOnce();
+        }
+        children.push_back(nChild);
+    }
+
+    // Killed when about half is there, which is in the middle of what the writers are about.
+    const auto recordsThere = [&] {
+        size_t nThere = 0;
+        for (const auto& [thread, numbers] : NumbersIn(ReadWholeFile(ServedLog()))) {
+            nThere += numbers.size();
+        }
+        return nThere;
+    };
+    while (recordsThere() < static_cast<size_t>(kProcesses * kThreads * nRecords / 2)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    KillServer();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // a time without server, which loses some records
+    StartServer();
+
+    for (const pid_t nChild : children) {
+        int nStatus = -1;
+        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    }
+    const auto threads = NumbersIn(ReadWholeFile(ServedLog()));
+    EXPECT_EQ(threads.size(), static_cast<size_t>(kProcesses * (kThreads + 1)));
+    size_t nThere = 0;
+    for (const auto& [thread, numbers] : threads) {
+        // In order, once each, and with one gap at most: that of the time without server.
+        int nGaps = numbers.front() == 0 ? 0 : 1;
+        for (size_t i = 1; i < numbers.size(); ++i) {
+            ASSERT_GT(numbers[i], numbers[i - 1]) << "process " << thread.first << ", thread " << thread.second;
+            nGaps += numbers[i] == numbers[i - 1] + 1 ? 0 : 1;
+        }
+        if (thread.second < kThreads) {
+            nGaps += numbers.back() == nRecords - 1 ? 0 : 1;
+        }
+        EXPECT_LE(nGaps, 1) << "process " << thread.first << ", thread " << thread.second;
+        nThere += numbers.size();
+    }
+    const size_t nAll = kProcesses * (kThreads * static_cast<size_t>(nRecords) + 1);
+    std::printf("%zu of %zu records are there\n", nThere, nAll);
+    EXPECT_GT(nThere, nAll / 2);
+    EXPECT_TRUE(ReadLogFile(ServedLog()).bHeader);
+}
+
+}  // namespace
