@@ -12,10 +12,10 @@
 namespace vexlog {
 
 enum class Outcome {
-    kDone,           // has both records
-    kFailed,         // has no end, and its thread went on: refused or failed
-    kOpen,           // has no end, and nothing of its thread follows
-    kWithoutBegin,   // has no beginning: its function writes none, or the record was cut off the file
+    kDone,          // has both records
+    kFailed,        // has no end, and its thread went on: refused or failed
+    kOpen,          // has no end, and nothing of its thread follows
+    kWithoutBegin,  // has no beginning: its function writes none, or the record was cut off the file
 };
 
 struct Call {
@@ -38,8 +38,8 @@ protected:
     CallSink& operator=(const CallSink&) = default;
 };
 
-// One call at a time is open in each thread of each process. Memory is bounded: beyond kMostOpen open calls one of them is
-// given up as open, and functions beyond kMostFunctions share a name.
+// One call at a time is open in each thread of each process. Memory is bounded: beyond kMostOpen open calls one of them
+// is given up as open, and functions beyond kMostFunctions share a name.
 class CallMatcher : public RecordSink {
 public:
     static constexpr std::size_t kMostOpen = 65'536;

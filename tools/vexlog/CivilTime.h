@@ -1,5 +1,5 @@
-// Local time as the log has it: a date and a time of day without a zone. Differences are right except across a change of
-// the clock.
+// Local time as the log has it: a date and a time of day without a zone. Differences are right except across a change
+// of the clock.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +37,8 @@ CivilFields FromCivil(CivilMicroseconds time);
 // "2024-03-05T09:07:02.048213", with the given character in place of the T.
 std::string FormatCivil(CivilMicroseconds time, char chBetween = 'T');
 
-// A point in time as a user writes it: "2024-03-05", "2024-03-05T09:07", "2024-03-05 09:07:02.5", "09:07:02" (today), or
-// back from now: "30s", "10m", "2h", "3d", "1w". Nothing when it is none of them.
+// A point in time as a user writes it: "2024-03-05", "2024-03-05T09:07", "2024-03-05 09:07:02.5", "09:07:02" (today),
+// or back from now: "30s", "10m", "2h", "3d", "1w". Nothing when it is none of them.
 std::optional<CivilMicroseconds> ParseUserTime(std::string_view text, CivilMicroseconds now);
 
 // The local time now.

@@ -182,8 +182,8 @@ void Follower::StartAgain() {
 
 std::string Follower::ReadFrom(std::uint64_t nPosition, std::size_t cbMost) const {
     const std::uint64_t cbFile = SizeOf(m_file.Get());
-    std::string strBytes(static_cast<std::size_t>(std::min<std::uint64_t>(cbFile - std::min(cbFile, nPosition), cbMost)),
-                         '\0');
+    std::string strBytes(
+        static_cast<std::size_t>(std::min<std::uint64_t>(cbFile - std::min(cbFile, nPosition), cbMost)), '\0');
     std::size_t cbRead = 0;
     while (cbRead < strBytes.size()) {
         const ssize_t cb = pread(m_file.Get(), strBytes.data() + cbRead, strBytes.size() - cbRead,

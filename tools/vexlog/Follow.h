@@ -1,8 +1,8 @@
 // Reads a log and what is added to it, through cuts from its front, truncation, and its replacement by another file.
 //
-// The file is looked at five times a second, which works on every file system. What was read last is remembered: where it
-// no longer stands in its place, the file was cut, and reading goes on behind the place where it stands now. A cut in
-// progress is told from one that is done by the lock that its writer holds.
+// The file is looked at five times a second, which works on every file system. What was read last is remembered: where
+// it no longer stands in its place, the file was cut, and reading goes on behind the place where it stands now. A cut
+// in progress is told from one that is done by the lock that its writer holds.
 #pragma once
 
 #include <cstdint>

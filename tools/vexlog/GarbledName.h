@@ -10,8 +10,8 @@ namespace vexlog {
 // Whether the text has bytes in which a garbled name can begin. Fast.
 bool MayBeGarbled(std::string_view text);
 
-// The text with its garbled parts decoded, in strDecoded, which is overwritten. False: there are none, and strDecoded is
-// unspecified. A garbled part has at least one character beyond Unicode, so that a name of one letter (which is not
+// The text with its garbled parts decoded, in strDecoded, which is overwritten. False: there are none, and strDecoded
+// is unspecified. A garbled part has at least one character beyond Unicode, so that a name of one letter (which is not
 // changed by garbling) or two (which is one of Unicode's characters) stays as it is.
 bool DecodeGarbled(std::string_view text, std::string& strDecoded);
 

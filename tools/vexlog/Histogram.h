@@ -1,5 +1,6 @@
-// Counts of durations in bounded memory, from which percentiles are read with an error below half a percent: exact up to
-// 255 microseconds, above that 128 buckets for each doubling, of which the middle is given. Minimum and maximum are exact.
+// Counts of durations in bounded memory, from which percentiles are read with an error below half a percent: exact up
+// to 255 microseconds, above that 128 buckets for each doubling, of which the middle is given. Minimum and maximum are
+// exact.
 #pragma once
 
 #include <algorithm>

@@ -63,9 +63,10 @@ std::int64_t ProcessOf(const std::string& strText) {
 CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strText, CivilMicroseconds now) {
     const auto time = ParseUserTime(strText, now);
     if (!time) {
-        throw CLI::ValidationError(strOption, "not a time: " + strText +
-                                                  " (2024-03-05T09:07:02, 2024-03-05, 09:07, or back from now: 30s, 10m, "
-                                                  "2h, 3d, 1w)");
+        throw CLI::ValidationError(strOption,
+                                   "not a time: " + strText +
+                                       " (2024-03-05T09:07:02, 2024-03-05, 09:07, or back from now: 30s, 10m, "
+                                       "2h, 3d, 1w)");
     }
     return *time;
 }
@@ -103,9 +104,8 @@ void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
     app.add_flag("-f,--follow", options.bFollow, "Go on with what is added to the log, until interrupted");
     app.add_flag("--json", options.bJson, "One JSON object a line");
     app.add_option("--color,--colour", options.colour, "auto: on a terminal, unless NO_COLOR is set")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, Colour>{
-                {"auto", Colour::kAuto}, {"always", Colour::kAlways}, {"never", Colour::kNever}}))
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Colour>{
+            {"auto", Colour::kAuto}, {"always", Colour::kAlways}, {"never", Colour::kNever}}))
         ->type_name("auto|always|never");
 }
 
@@ -139,7 +139,9 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
 
     CLI::App* const pStats = app.add_subcommand("stats", "Calls, failures and durations by function");
     pStats->footer(kStatsExamples);
-    pStats->add_option("FILE", options.strInput, "The log; \"-\" is standard input")->capture_default_str()->type_name("");
+    pStats->add_option("FILE", options.strInput, "The log; \"-\" is standard input")
+        ->capture_default_str()
+        ->type_name("");
     pStats->add_flag("--json", options.bJson, "One JSON object");
 
     CLI::App* const pReport = app.add_subcommand("report", "Write a page with a timeline, durations and failures");

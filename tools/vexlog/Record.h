@@ -25,11 +25,11 @@ struct Record {
     bool bTorn = false;
 
     // kRecord and kMinimal
-    std::string_view type;                 // "INFO"; empty when there is none
-    std::int64_t nProcess = 0;             //
-    std::int32_t nThread = 0;              // the low half of the thread's number; the minimal logger's is taken so too
+    std::string_view type;                  // "INFO"; empty when there is none
+    std::int64_t nProcess = 0;              //
+    std::int32_t nThread = 0;               // the low half of the thread's number; the minimal logger's is taken so too
     std::optional<CivilMicroseconds> time;  // none: the minimal logger's, with a month in another language
-    std::string_view timeText;             // as it stands in the file
+    std::string_view timeText;              // as it stands in the file
 
     // kRecord; empty or none when the header is cut or has no such field
     std::string_view file;

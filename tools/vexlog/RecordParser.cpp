@@ -283,7 +283,10 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
 
 void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
     if (m_nItem == kNone) {
-        if (m_cEmptyLines++ == 0) {
+        // A line feed before CR LF is what a cut left of one.
+        const bool bFirst = m_cEmptyLines == 0 || (bCrLf && !m_bLastCrLf);
+        m_cEmptyLines = bFirst ? 1 : m_cEmptyLines + 1;
+        if (bFirst) {
             m_nEmptyOffset = m_nOffset + nBegin;
         }
     } else if (m_core.kind == Kind::kMinimal && bCrLf && !m_bLastCrLf) {
@@ -374,8 +377,8 @@ bool RecordParser::ParseMinimalCore(std::size_t nBegin, std::size_t nEnd, Core& 
     return true;
 }
 
-// Where the type text before a record's first bracket begins. Any text may be one; in the middle of other text, or behind
-// it, only a word in brackets is taken for one.
+// Where the type text before a record's first bracket begins. Any text may be one; in the middle of other text, or
+// behind it, only a word in brackets is taken for one.
 std::size_t RecordParser::FindType(std::size_t nFrom, std::size_t nCore, bool bEntryBegins) const {
     std::size_t nBegin = nCore;
     do {
@@ -389,9 +392,9 @@ std::size_t RecordParser::FindType(std::size_t nFrom, std::size_t nCore, bool bE
         nBegin = nFrom + nOpen;
     } while (bEntryBegins);
     const std::string_view rest = View(nFrom, nBegin);
-    const bool bType = bEntryBegins && rest.size() <= kLongestType &&
-                       std::all_of(rest.begin(), rest.end(),
-                                   [](char ch) { return ch >= ' ' && ch <= '~' && ch != '[' && ch != ']'; });
+    const bool bType =
+        bEntryBegins && rest.size() <= kLongestType &&
+        std::all_of(rest.begin(), rest.end(), [](char ch) { return ch >= ' ' && ch <= '~' && ch != '[' && ch != ']'; });
     return bType ? nFrom : nBegin;
 }
 

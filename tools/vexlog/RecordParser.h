@@ -1,9 +1,9 @@
 // Takes a log apart while it is read, in bounded memory. It finds every record that stands whole in the bytes, wherever
-// in a line it begins: the file may be cut from the front, several processes may have written into each other's records,
-// and the minimal logger does not always end its line.
+// in a line it begins: the file may be cut from the front, several processes may have written into each other's
+// records, and the minimal logger does not always end its line.
 //
-// A record ends at an empty line (CR LF CR LF; in a file without CR, LF LF), where another one begins, or at the end. One
-// thread at a time.
+// A record ends at an empty line (CR LF CR LF; in a file without CR, LF LF), where another one begins, or at the end.
+// One thread at a time.
 #pragma once
 
 #include <string>
@@ -15,8 +15,8 @@ namespace vexlog {
 
 class RecordParser {
 public:
-    // What is longer than this is no record and comes in pieces, as fragments. The longest record that the loggers write
-    // is the minimal logger's, with 32,767 characters of up to six bytes.
+    // What is longer than this is no record and comes in pieces, as fragments. The longest record that the loggers
+    // write is the minimal logger's, with 32,767 characters of up to six bytes.
     static constexpr std::size_t kLongest = 256 * 1024;
 
     // The sink has to live as long as the parser is used.
@@ -25,8 +25,8 @@ public:
     // The next bytes. Hands over the records that are known to be complete.
     void Feed(std::string_view bytes);
 
-    // Hands over what is complete if nothing is added to its last line. For a log that is being written: the last record
-    // of the minimal logger, and that of a file which has just been cut, end without an empty line.
+    // Hands over what is complete if nothing is added to its last line. For a log that is being written: the last
+    // record of the minimal logger, and that of a file which has just been cut, end without an empty line.
     void Flush();
 
     // The end of the log: hands over the rest. The parser is as new then, but for the offsets, which go on.
@@ -50,8 +50,8 @@ private:
 
     struct Line {
         std::size_t nBegin = 0;
-        std::size_t nEnd = 0;      // without line ends
-        bool bFresh = false;       // begins behind a line end, not in the middle of an overlong line
+        std::size_t nEnd = 0;  // without line ends
+        bool bFresh = false;   // begins behind a line end, not in the middle of an overlong line
     };
 
     void Scan();
@@ -77,16 +77,16 @@ private:
     }
 
     RecordSink& m_sink;
-    std::string m_strBuffer;        // from the current item's, or line's, beginning on
-    std::uint64_t m_nOffset = 0;    // of the buffer's first byte
-    std::size_t m_nLine = 0;        // the first line that is not scanned yet
-    std::size_t m_nSearched = 0;    // no line end between there and here
-    bool m_bMidLine = false;        // what is there of it is the rest of an overlong line
-    std::size_t m_nItem = kNone;    // where the current item begins
-    Core m_core;                    // of the current item
-    bool m_bSeenCrLf = false;       // in what was read so far
-    bool m_bLastCrLf = false;       // the end of the last line
-    bool m_bStart = true;           // nothing but empty lines so far
+    std::string m_strBuffer;          // from the current item's, or line's, beginning on
+    std::uint64_t m_nOffset = 0;      // of the buffer's first byte
+    std::size_t m_nLine = 0;          // the first line that is not scanned yet
+    std::size_t m_nSearched = 0;      // no line end between there and here
+    bool m_bMidLine = false;          // what is there of it is the rest of an overlong line
+    std::size_t m_nItem = kNone;      // where the current item begins
+    Core m_core;                      // of the current item
+    bool m_bSeenCrLf = false;         // in what was read so far
+    bool m_bLastCrLf = false;         // the end of the last line
+    bool m_bStart = true;             // nothing but empty lines so far
     std::uint64_t m_cEmptyLines = 0;  // since the last item's end
     std::uint64_t m_nEmptyOffset = 0;
     std::string m_strDecoded;

@@ -177,9 +177,9 @@ void Report::PrintTable(OutputBuffer& output) const {
         output.Append("</td>");
         AppendCell(output, std::to_string(stats.cOpen));
         AppendCell(output, std::to_string(stats.cWithoutBegin));
-        for (const std::uint64_t nDuration : {durations.Minimum(), durations.Percentile(0.5),
-                                              durations.Percentile(0.99), durations.Maximum()}) {
-            AppendCell(output, durations.Count() == 0 ? "" : DurationText(nDuration));
+        for (const std::uint64_t nDuration :
+             {durations.Minimum(), durations.Percentile(0.5), durations.Percentile(0.99), durations.Maximum()}) {
+            AppendCell(output, durations.Count() == 0 ? "" : DurationText(nDuration, "\xC2\xB5s"));
         }
         output.Append("</tr>\n");
         output.WriteWhenFull();

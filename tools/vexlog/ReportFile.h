@@ -8,8 +8,8 @@
 
 namespace vexlog {
 
-// Has fnWrite write the file; a file of that name is replaced when that is done. "-": standard output. What is no regular
-// file is written to as it is. Throws std::system_error, and what fnWrite throws.
+// Has fnWrite write the file; a file of that name is replaced when that is done. "-": standard output. What is no
+// regular file is written to as it is. Throws std::system_error, and what fnWrite throws.
 void WriteReportFile(const std::string& strPath, const std::function<void(OutputBuffer&)>& fnWrite);
 
 }  // namespace vexlog

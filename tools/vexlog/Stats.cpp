@@ -25,8 +25,8 @@ void AppendRow(OutputBuffer& output, const std::string& strName, const FunctionS
         AppendRight(output, std::to_string(nCount));
     }
     const Histogram& durations = stats.durations;
-    for (const std::uint64_t nDuration : {durations.Minimum(), durations.Percentile(0.5), durations.Percentile(0.99),
-                                          durations.Maximum()}) {
+    for (const std::uint64_t nDuration :
+         {durations.Minimum(), durations.Percentile(0.5), durations.Percentile(0.99), durations.Maximum()}) {
         AppendRight(output, durations.Count() == 0 ? "-" : DurationText(nDuration));
     }
     output.Append('\n');
@@ -127,11 +127,11 @@ std::vector<std::size_t> Stats::SortedFunctions() const {
     return numbers;
 }
 
-std::string DurationText(std::uint64_t nMicroseconds) {
+std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicroseconds) {
     char szText[48] = {};
     const auto dValue = static_cast<double>(nMicroseconds);
     if (nMicroseconds < 1000) {
-        std::snprintf(szText, sizeof szText, "%d us", static_cast<int>(nMicroseconds));
+        std::snprintf(szText, sizeof szText, "%d %s", static_cast<int>(nMicroseconds), pszMicroseconds);
     } else if (nMicroseconds < 1'000'000) {
         std::snprintf(szText, sizeof szText, "%.4g ms", dValue / 1e3);
     } else {
@@ -157,7 +157,8 @@ void PrintStatsText(const Stats& stats, bool bUtf8, OutputBuffer& output) {
     const std::size_t nBegin = output.Length();
     output.Append("Function");
     output.PadTo(nBegin + kNameWidth);
-    for (const std::string_view title : {"Calls", "Failed", "Open", "No Enter", "Minimum", "Median", "p99", "Maximum"}) {
+    for (const std::string_view title :
+         {"Calls", "Failed", "Open", "No Enter", "Minimum", "Median", "p99", "Maximum"}) {
         AppendRight(output, title);
     }
     output.Append('\n');

@@ -1,5 +1,5 @@
-// What "vexlog stats" and the report's table say: numbers by function, and what the log consists of. Memory does not grow
-// with the log.
+// What "vexlog stats" and the report's table say: numbers by function, and what the log consists of. Memory does not
+// grow with the log.
 #pragma once
 
 #include <vector>
@@ -59,6 +59,6 @@ void PrintStatsText(const Stats& stats, bool bUtf8, OutputBuffer& output);
 void PrintStatsJson(const Stats& stats, OutputBuffer& output);
 
 // "48 us", "1.25 ms", "3.1 s"
-std::string DurationText(std::uint64_t nMicroseconds);
+std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicroseconds = "us");
 
 }  // namespace vexlog

@@ -29,8 +29,11 @@ inline Utf8Character FirstCharacter(std::string_view text) {
         unsigned char nLead;
         std::uint32_t chLeast;
     };
-    constexpr Form kForms[] = {{0xE0, 0xC0, 0x80},    {0xF0, 0xE0, 0x800},     {0xF8, 0xF0, 0x10000},
-                               {0xFC, 0xF8, 0x200000}, {0xFE, 0xFC, 0x4000000}};
+    constexpr Form kForms[] = {{0xE0, 0xC0, 0x80},
+                               {0xF0, 0xE0, 0x800},
+                               {0xF8, 0xF0, 0x10000},
+                               {0xFC, 0xF8, 0x200000},
+                               {0xFE, 0xFC, 0x4000000}};
     std::size_t cb = 2;
     for (const Form& form : kForms) {
         if ((nFirst & form.nMask) == form.nLead) {

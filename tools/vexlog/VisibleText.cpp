@@ -19,8 +19,8 @@ struct Range {
 
 // Control characters, and those that cannot be seen but change how others look.
 constexpr Range kInvisible[] = {
-    {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C},   {0x180E, 0x180E},     {0x200B, 0x200F},
-    {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB},   {0xE0000, 0xE0FFF},
+    {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C}, {0x180E, 0x180E},   {0x200B, 0x200F},
+    {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE0FFF},
 };
 
 bool IsVisible(std::uint32_t ch) {
@@ -45,8 +45,8 @@ constexpr PlainTable kPlainHtml = MakePlain("\"'<>&");
 
 // Appends the plain characters at the text's beginning and takes them off it.
 void TakePlain(OutputBuffer& output, std::string_view& text, const PlainTable& plain) {
-    const auto end = std::find_if_not(text.begin(), text.end(),
-                                      [&](char ch) { return plain[static_cast<unsigned char>(ch)]; });
+    const auto end =
+        std::find_if_not(text.begin(), text.end(), [&](char ch) { return plain[static_cast<unsigned char>(ch)]; });
     const auto n = static_cast<std::size_t>(end - text.begin());
     output.Append(text.substr(0, n));
     text.remove_prefix(n);

@@ -7,8 +7,8 @@
 
 namespace vexlog {
 
-// For a terminal: what would move its cursor, change its state or reorder its text is written as \n, \r, \t, \0, \xNN (a
-// byte) or \u{N} (a character); long runs of NUL as \0{N}. A line stays a line. bUtf8: the reader's locale shows all
+// For a terminal: what would move its cursor, change its state or reorder its text is written as \n, \r, \t, \0, \xNN
+// (a byte) or \u{N} (a character); long runs of NUL as \0{N}. A line stays a line. bUtf8: the reader's locale shows all
 // characters; else only ASCII.
 void AppendVisible(OutputBuffer& output, std::string_view text, bool bUtf8);
 

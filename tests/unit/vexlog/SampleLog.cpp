@@ -3,12 +3,14 @@
 //   vexlog_sample_log PROCESSES THREADS CALLS LIMIT [PAUSE]
 //
 // CALLS: of each thread. LIMIT: bytes above which the file is cut by a fifth; 0: never. PAUSE: microseconds that a call
-// takes on average. It goes where VEX_TEST_LOG_DIR says (tests/support/PrivateLog.cpp). One call of fifty is refused. The
-// program ends when all is written.
+// takes on average. It goes where VEX_TEST_LOG_DIR says (tests/support/PrivateLog.cpp). One call of fifty is refused.
+// The program ends when all is written, and prints the number of records.
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -49,8 +51,8 @@ void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
     // Zeroes behind it end the name where it is taken for wide text.
     alignas(wchar_t) std::array<char, 64> szNarrow = {};
     std::strncpy(szNarrow.data(), native.pszName, szNarrow.size() - sizeof(wchar_t));
-    CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", strName.c_str(),
-                              dwLine)(lpszFormat, szNarrow.data());
+    CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", strName.c_str(), dwLine)(
+        lpszFormat, szNarrow.data());
 }
 
 // How many records there were.
@@ -77,20 +79,27 @@ int Calls(unsigned uSeed, int nCalls, int nPause) {
     return nRecords;
 }
 
+// Of all processes.
+std::atomic<int>& TotalRecords() {
+    static void* const s_pShared =
+        mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return *static_cast<std::atomic<int>*>(s_pShared);
+}
+
 [[noreturn]] void RunProcess(unsigned uSeed, int nThreads, int nCalls, DWORD dwLimit, int nPause) {
     alarm(120);
     CDebugLogMgr::GetInstance()->SetTruncate(dwLimit, dwLimit == 0 ? 0 : 20);
     std::atomic<int> nRecords = 0;
     std::vector<std::thread> threads;
     for (int nThread = 0; nThread < nThreads; ++nThread) {
-        threads.emplace_back([=, &nRecords] {
-            nRecords += Calls(uSeed * 100 + static_cast<unsigned>(nThread), nCalls, nPause);
-        });
+        threads.emplace_back(
+            [=, &nRecords] { nRecords += Calls(uSeed * 100 + static_cast<unsigned>(nThread), nCalls, nPause); });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
     file_calls::WaitFor("CloseHandle", nRecords);
+    TotalRecords() += nRecords;
     _exit(0);
 }
 
@@ -102,6 +111,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     const int nProcesses = std::atoi(argv[1]);
+    TotalRecords() = 0;
     for (int nProcess = 0; nProcess < nProcesses; ++nProcess) {
         if (fork() == 0) {
             RunProcess(static_cast<unsigned>(nProcess + 1), std::atoi(argv[2]), std::atoi(argv[3]),
@@ -114,5 +124,6 @@ int main(int argc, char** argv) {
         wait(&nStatus);
         nFailed += nStatus != 0 ? 1 : 0;
     }
+    std::printf("%d\n", TotalRecords().load());
     return nFailed == 0 ? 0 : 1;
 }

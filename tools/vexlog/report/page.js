@@ -32,9 +32,10 @@
         : `${+(us / 36e8).toPrecision(3)} h`;
 
     const dark = matchMedia("(prefers-color-scheme: dark)");
-    // Neighbouring functions get hues far apart; the lightness alternates for those who see few hues.
+    // Neighbouring functions get hues far apart, none of them the red of failures; the lightness alternates for those who
+    // see few hues.
     const colour = (f) => {
-        const hue = (210 + f * 137.508) % 360;
+        const hue = 35 + (175 + f * 114.59) % 290;
         const light = dark.matches ? [66, 54, 74][f % 3] : [44, 56, 34][f % 3];
         return `hsl(${hue.toFixed(0)} 62% ${light}%)`;
     };
