@@ -38,7 +38,11 @@ public:
         m_strBytes.append(szNumber, cDigits);
     }
 
-    // How much has been appended since the last write; to pad columns.
+    // What has been appended since the last write.
+    std::string_view Pending() const { return m_strBytes; }
+    void Discard() { m_strBytes.clear(); }
+
+    // Its length; to pad columns.
     std::size_t Length() const { return m_strBytes.size(); }
     void PadTo(std::size_t nLength) { m_strBytes.append(nLength > Length() ? nLength - Length() : 0, ' '); }
 

@@ -442,6 +442,9 @@ void RecordParser::End(std::size_t nEnd, bool bTorn) {
 
 // rest begins with the bracket of the field that names the source. False: something is missing.
 bool RecordParser::CompleteRecord(std::string_view rest, Record& record) const {
+    if (rest.empty()) {
+        return false;  // the bracket was another record's first one
+    }
     const std::size_t cCharacters = kHeaderCharacters - (m_core.nEnd - m_core.nCoreBegin);
     const std::size_t nHeaderEnd = rest.find(kHeaderEnd);
     // Mostly the number of bytes tells already.
