@@ -72,6 +72,9 @@ expect 2 "$vexlog" --pid -3 $log
 expect 2 "$vexlog" --color sometimes $log
 expect 2 "$vexlog" report
 expect 2 "$vexlog" --follow -
+expect 2 "$vexlog" --since 10m stats $log
+expect 2 "$vexlog" stats --since 10m $log
+expect 2 "$vexlog" report page.html $log
 [ -s err ] || fail "no message about wrong usage"
 
 echo "== what cannot be read or written"

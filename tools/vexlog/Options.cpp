@@ -2,8 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cstdint>
 #include <iostream>
-#include <map>
 
 #include "Exit.h"
 
@@ -87,6 +87,7 @@ struct Texts {
     std::vector<std::string> processes;
     std::string strSince;
     std::string strUntil;
+    std::string strColour = "auto";
 };
 
 void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
@@ -103,14 +104,17 @@ void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
     app.add_flag("-i,--ignore-case", options.filter.bIgnoreCase, "--grep takes a-z for A-Z");
     app.add_flag("-f,--follow", options.bFollow, "Go on with what is added to the log, until interrupted");
     app.add_flag("--json", options.bJson, "One JSON object a line");
-    app.add_option("--color,--colour", options.colour, "auto: on a terminal, unless NO_COLOR is set")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Colour>{
-            {"auto", Colour::kAuto}, {"always", Colour::kAlways}, {"never", Colour::kNever}}))
-        ->type_name("auto|always|never");
+    app.add_option("--color,--colour", texts.strColour, "auto: on a terminal, unless NO_COLOR is set")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN");
 }
 
-void CheckTexts(const Texts& texts, Filter& filter) {
+void CheckTexts(const Texts& texts, Options& options) {
     const CivilMicroseconds now = CivilNow();
+    Filter& filter = options.filter;
+    options.colour = texts.strColour == "always"  ? Colour::kAlways
+                     : texts.strColour == "never" ? Colour::kNever
+                                                  : Colour::kAuto;
     for (const std::string& strThread : texts.threads) {
         filter.threads.push_back(ThreadOf(strThread));
     }
@@ -122,6 +126,16 @@ void CheckTexts(const Texts& texts, Filter& filter) {
     }
     if (!texts.strUntil.empty()) {
         filter.until = TimeOf("--until", texts.strUntil, now);
+    }
+}
+
+// A command takes all of the log.
+void RefusePrintOptions(const CLI::App& app) {
+    for (const char* const pszName :
+         {"--function", "--thread", "--pid", "--since", "--until", "--grep", "--ignore-case", "--follow", "--color"}) {
+        if (app.count(pszName) > 0) {
+            throw CLI::ValidationError(pszName, "only for printing, not for a command");
+        }
     }
 }
 
@@ -154,10 +168,10 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
 
     try {
         app.parse(argc, argv);
-        CheckTexts(texts, options.filter);
+        CheckTexts(texts, options);
         options.command = pStats->parsed() ? Command::kStats : pReport->parsed() ? Command::kReport : Command::kPrint;
-        if (options.command != Command::kPrint && app.count_all() > 1 && !app.remaining().empty()) {
-            throw CLI::ExtrasError(app.remaining());
+        if (options.command != Command::kPrint) {
+            RefusePrintOptions(app);
         }
         if (options.bFollow && options.strInput == "-") {
             throw CLI::ValidationError("--follow", "standard input cannot be followed; it is read as it comes");
