@@ -1,9 +1,11 @@
 #!/bin/bash
-# vexlog as a command: Vexlog.sh <vexlog> <vexlog_sample_log>
+# vexlog as a command: Vexlog.sh <vexlog> <vexlog_sample_log> bounded|unbounded
+# bounded: its address space can be limited, which a sanitizer does not allow.
 set -euo pipefail
 
 vexlog=$1
 sample_log=$2
+bounded=$3
 
 work=$(mktemp -d)
 followers=()
@@ -172,6 +174,15 @@ set +o pipefail
 [ "${PIPESTATUS[0]}" -eq 0 ] || fail "exit status ${PIPESTATUS[0]} of a broken pipe"
 set -o pipefail
 [ ! -s err ] || fail "message about a broken pipe: $(cat err)"
+
+if [ "$bounded" = bounded ]; then
+    echo "== 400 megabytes in 64 of address space"
+    for command in "" stats; do
+        # shellcheck disable=SC2086
+        for _ in $(seq 200); do cat large.txt; done |
+            (ulimit -v 65536 && "$vexlog" $command - >/dev/null) || fail "not enough memory for '$command'"
+    done
+fi
 
 echo "== following"
 printf '\xff\xfe' >followed.txt

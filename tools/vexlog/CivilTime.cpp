@@ -170,8 +170,9 @@ CivilFields FromCivil(CivilMicroseconds time) {
 std::string FormatCivil(CivilMicroseconds time, char chBetween) {
     const CivilFields fields = FromCivil(time);
     char szText[64] = {};
-    std::snprintf(szText, sizeof szText, "%04d-%02d-%02d%c%02d:%02d:%02d.%06d", fields.nYear, fields.nMonth,
-                  fields.nDay, chBetween, fields.nHour, fields.nMinute, fields.nSecond, fields.nMicrosecond);
+    static_cast<void>(std::snprintf(szText, sizeof szText, "%04d-%02d-%02d%c%02d:%02d:%02d.%06d", fields.nYear,
+                                    fields.nMonth, fields.nDay, chBetween, fields.nHour, fields.nMinute, fields.nSecond,
+                                    fields.nMicrosecond));
     return szText;
 }
 

@@ -14,9 +14,9 @@ namespace vexlog {
 namespace {
 
 constexpr std::size_t kRemembered = 1024;
-constexpr std::size_t kPiece = 256 * 1024;
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
 // A log that is cut is not larger; more than this is not searched.
-constexpr std::size_t kLargestSearch = 64 * 1024 * 1024;
+constexpr std::size_t kLargestSearch = std::size_t{64} * 1024 * 1024;
 constexpr std::string_view kLineEnds = "\r\n";
 constexpr std::string_view kByteOrderMark = "\xFF\xFE";
 // How often a cut is waited for until reading goes on all the same: some writers never let go of their lock.

@@ -28,7 +28,7 @@ FileHandle OpenLog(const std::string& strPath) {
 }
 
 void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observer) {
-    constexpr std::size_t kPiece = 256 * 1024;
+    constexpr std::size_t kPiece = std::size_t{256} * 1024;
     const bool bStandardInput = strPath == kStandardInput;
     const FileHandle file = bStandardInput ? FileHandle() : OpenLog(strPath);
     const int nDescriptor = bStandardInput ? STDIN_FILENO : file.Get();

@@ -57,8 +57,8 @@ public:
     void Flush();
 
 private:
-    static constexpr std::size_t kCapacity = 256 * 1024;
-    static constexpr std::size_t kSlack = 64 * 1024;
+    static constexpr std::size_t kCapacity = std::size_t{256} * 1024;
+    static constexpr std::size_t kSlack = std::size_t{64} * 1024;
 
     int m_nDescriptor;
     std::string m_strBytes;

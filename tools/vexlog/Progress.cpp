@@ -15,7 +15,7 @@ constexpr double kBytesPerMegabyte = 1024.0 * 1024.0;
 
 Progress::~Progress() {
     if (m_bShown) {
-        std::fputs("\r\x1b[K", stderr);
+        static_cast<void>(std::fputs("\r\x1b[K", stderr));
     }
 }
 
@@ -30,7 +30,7 @@ void Progress::OnProgress(std::uint64_t cbRead, std::uint64_t cbTotal, bool bWai
     m_bShown = true;
     const double dRead = static_cast<double>(cbRead) / kBytesPerMegabyte;
     if (cbTotal == 0) {
-        std::fprintf(stderr, "\r%.0f MiB read", dRead);
+        static_cast<void>(std::fprintf(stderr, "\r%.0f MiB read", dRead));
         return;
     }
     // A log may grow while it is read.
@@ -38,8 +38,8 @@ void Progress::OnProgress(std::uint64_t cbRead, std::uint64_t cbTotal, bool bWai
     const auto cDone = static_cast<int>(dShare * kBarWidth);
     const std::string strBar = std::string(static_cast<std::size_t>(cDone), '#') +
                                std::string(static_cast<std::size_t>(kBarWidth - cDone), '.');
-    std::fprintf(stderr, "\r[%s] %3.0f %% of %.0f MiB", strBar.c_str(), 100.0 * dShare,
-                 static_cast<double>(cbTotal) / kBytesPerMegabyte);
+    static_cast<void>(std::fprintf(stderr, "\r[%s] %3.0f %% of %.0f MiB", strBar.c_str(), 100.0 * dShare,
+                                   static_cast<double>(cbTotal) / kBytesPerMegabyte));
 }
 
 }  // namespace vexlog

@@ -17,7 +17,7 @@ class RecordParser {
 public:
     // What is longer than this is no record and comes in pieces, as fragments. The longest record that the loggers
     // write is the minimal logger's, with 32,767 characters of up to six bytes.
-    static constexpr std::size_t kLongest = 256 * 1024;
+    static constexpr std::size_t kLongest = std::size_t{256} * 1024;
 
     // The sink has to live as long as the parser is used.
     explicit RecordParser(RecordSink& sink) : m_sink(sink) {}

@@ -131,11 +131,12 @@ std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicrosecond
     char szText[48] = {};
     const auto dValue = static_cast<double>(nMicroseconds);
     if (nMicroseconds < 1000) {
-        std::snprintf(szText, sizeof szText, "%d %s", static_cast<int>(nMicroseconds), pszMicroseconds);
+        static_cast<void>(
+            std::snprintf(szText, sizeof szText, "%d %s", static_cast<int>(nMicroseconds), pszMicroseconds));
     } else if (nMicroseconds < 1'000'000) {
-        std::snprintf(szText, sizeof szText, "%.4g ms", dValue / 1e3);
+        static_cast<void>(std::snprintf(szText, sizeof szText, "%.4g ms", dValue / 1e3));
     } else {
-        std::snprintf(szText, sizeof szText, "%.1f s", dValue / 1e6);
+        static_cast<void>(std::snprintf(szText, sizeof szText, "%.1f s", dValue / 1e6));
     }
     return szText;
 }

@@ -85,11 +85,11 @@ void FollowLog(const std::string& strPath, RecordSink& sink, OutputBuffer& outpu
         const bool bNew = follower.Poll();
         if (follower.TakeLost()) {
             output.Flush();
-            std::fputs("vexlog: the log was cut or emptied; records may be missing\n", stderr);
+            static_cast<void>(std::fputs("vexlog: the log was cut or emptied; records may be missing\n", stderr));
         }
         if (!follower.HasFile() && !bTold) {
             bTold = true;
-            std::fprintf(stderr, "vexlog: waiting for %s\n", strPath.c_str());
+            static_cast<void>(std::fprintf(stderr, "vexlog: waiting for %s\n", strPath.c_str()));
         }
         if (!bNew) {
             output.Flush();
@@ -142,8 +142,8 @@ void WriteReport(const Options& options) {
 }
 
 int Run(int argc, char** argv) {
-    std::setlocale(LC_CTYPE, "");
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::setlocale(LC_CTYPE, ""));
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     int nExit = kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
@@ -164,7 +164,7 @@ int Run(int argc, char** argv) {
     } catch (const OutputClosed&) {
         // As with any program whose reader has seen enough.
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "vexlog: %s\n", error.what());
+        static_cast<void>(std::fprintf(stderr, "vexlog: %s\n", error.what()));
         return kExitError;
     }
     return kExitOk;
