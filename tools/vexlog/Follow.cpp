@@ -60,7 +60,8 @@ std::uint64_t SizeOf(int nDescriptor) {
 bool Follower::Poll() {
     const bool bNew = (m_file.IsOpen() && ReadOn()) || Reopen();
     m_cQuiet = bNew ? 0 : m_cQuiet + 1;
-    if (m_cQuiet == 1) {
+    // Not at the first look, which follows the last piece at once.
+    if (m_cQuiet == 2) {
         m_parser.Flush();
     }
     return bNew;

@@ -219,6 +219,7 @@ void RecordParser::Flush() {
     if (m_nLine == m_strBuffer.size()) {
         if (m_nItem != kNone && !m_bMidLine) {
             End(m_nLine, false);
+            m_bEndExpected = true;
         }
         HandOverEmpty();
     }
@@ -239,7 +240,7 @@ void RecordParser::Finish() {
     m_nOffset += m_strBuffer.size();
     m_strBuffer.clear();
     m_nLine = m_nSearched = 0;
-    m_bMidLine = m_bSeenCrLf = m_bLastCrLf = false;
+    m_bMidLine = m_bSeenCrLf = m_bLastCrLf = m_bEndExpected = false;
     m_bStart = true;
 }
 
@@ -282,7 +283,9 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
 }
 
 void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
-    if (m_nItem == kNone) {
+    if (m_bEndExpected) {
+        m_bEndExpected = false;  // of the record that was handed over without it
+    } else if (m_nItem == kNone) {
         // A line feed before CR LF is what a cut left of one.
         const bool bFirst = m_cEmptyLines == 0 || (bCrLf && !m_bLastCrLf);
         m_cEmptyLines = bFirst ? 1 : m_cEmptyLines + 1;
@@ -402,7 +405,7 @@ std::size_t RecordParser::FindType(std::size_t nFrom, std::size_t nCore, bool bE
 
 void RecordParser::Begin(std::size_t nBegin, const Core& core) {
     HandOverEmpty();
-    m_bStart = false;
+    m_bStart = m_bEndExpected = false;
     m_nItem = nBegin;
     m_core = core;
 }

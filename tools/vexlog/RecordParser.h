@@ -86,6 +86,7 @@ private:
     Core m_core;                      // of the current item
     bool m_bSeenCrLf = false;         // in what was read so far
     bool m_bLastCrLf = false;         // the end of the last line
+    bool m_bEndExpected = false;      // the last record was handed over before its empty line
     bool m_bStart = true;             // nothing but empty lines so far
     std::uint64_t m_cEmptyLines = 0;  // since the last item's end
     std::uint64_t m_nEmptyOffset = 0;

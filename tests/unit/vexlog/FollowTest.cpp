@@ -46,9 +46,9 @@ protected:
         ASSERT_EQ(ftruncate(nFile, static_cast<off_t>(strNew.size())), 0);
     }
 
-    // The numbers of the records that are new.
+    // The numbers of the records that are new, when two looks in a row have found nothing.
     std::vector<int> Poll() {
-        while (m_follower.Poll()) {
+        while (m_follower.Poll() || m_follower.Poll()) {
         }
         return Numbers();
     }
@@ -105,6 +105,16 @@ TEST_F(FollowTest, ARecordThatComesInPieces) {
     }
     EXPECT_EQ(Poll(), Range(0, 2));
     EXPECT_THAT(m_others, testing::IsEmpty());
+}
+
+// It ends with its line, which another record may yet continue: it comes with the second look that finds nothing new.
+TEST_F(FollowTest, ALastRecordWithoutAnEmptyLine) {
+    std::ofstream(m_strPath) << "[05/Mar/2024:09:07:02 CET] [4711 12d][INFO]text\n";
+    EXPECT_TRUE(m_follower.Poll());
+    EXPECT_FALSE(m_follower.Poll());
+    EXPECT_THAT(m_collector.lines, testing::IsEmpty());
+    EXPECT_FALSE(m_follower.Poll());
+    EXPECT_THAT(m_collector.lines, testing::ElementsAre(testing::StartsWith("minimal INFO P4711 T12 ")));
 }
 
 // Whatever the share, which decides whether what was read last is still there whole, cut, or just so.

@@ -233,4 +233,18 @@ TEST(RecordParserFlushTest, HandsOverACompleteLastLineOnly) {
     EXPECT_THAT(collector.lines, testing::ElementsAre(kMinimalOne, kOne));
 }
 
+// The log's four bytes of a record's end may come in two pieces.
+TEST(RecordParserFlushTest, TheRestOfALineEndIsNoEntry) {
+    Collector collector;
+    vexlog::RecordParser parser(collector);
+    parser.Feed(Entry("one") + "\r\n");
+    parser.Flush();
+    EXPECT_THAT(collector.lines, testing::ElementsAre(kOne));
+    parser.Feed("\r\n" + Entry("two") + "\r\n");
+    parser.Flush();
+    parser.Feed("\r\n\r\n\r\n" + Entry("one") + "\r\n");
+    parser.Finish();
+    EXPECT_THAT(collector.lines, testing::ElementsAre(kOne, kTwo, "empty 1", kOne));
+}
+
 }  // namespace

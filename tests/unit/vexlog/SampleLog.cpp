@@ -5,7 +5,7 @@
 // CALLS: of each thread. LIMIT: bytes above which the file is cut by a fifth; 0: never. PAUSE: microseconds that a call
 // takes on average. It goes where VEX_TEST_LOG_DIR says (tests/support/PrivateLog.cpp). One call of fifty is refused.
 // The program ends when all is written, and prints the number of records.
-#include <sys/mman.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -79,13 +79,6 @@ int Calls(unsigned uSeed, int nCalls, int nPause) {
     return nRecords;
 }
 
-// Of all processes.
-std::atomic<int>& TotalRecords() {
-    static void* const s_pShared =
-        mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return *static_cast<std::atomic<int>*>(s_pShared);
-}
-
 [[noreturn]] void RunProcess(unsigned uSeed, int nThreads, int nCalls, DWORD dwLimit, int nPause) {
     alarm(120);
     CDebugLogMgr::GetInstance()->SetTruncate(dwLimit, dwLimit == 0 ? 0 : 20);
@@ -99,8 +92,21 @@ std::atomic<int>& TotalRecords() {
         thread.join();
     }
     file_calls::WaitFor("CloseHandle", nRecords);
-    TotalRecords() += nRecords;
+    std::printf("%d\n", nRecords.load());
+    std::fflush(stdout);
     _exit(0);
+}
+
+// A new process of this program, not a fork: a sanitizer would go on with the parent's view of the toolkit's locks.
+pid_t Spawn(const std::string& strSeed, char** argv) {
+    std::vector<char*> arguments = {argv[0], argv[1], argv[2], argv[3], argv[4]};
+    std::string strPause = argv[5] != nullptr ? argv[5] : "0";
+    std::string strOwnSeed = strSeed;
+    arguments.push_back(strPause.data());
+    arguments.push_back(strOwnSeed.data());
+    arguments.push_back(nullptr);
+    pid_t nChild = -1;
+    return posix_spawn(&nChild, "/proc/self/exe", nullptr, nullptr, arguments.data(), environ) == 0 ? nChild : -1;
 }
 
 }  // namespace
@@ -110,20 +116,19 @@ int main(int argc, char** argv) {
         std::fputs("usage: VEX_TEST_LOG_DIR=... vexlog_sample_log PROCESSES THREADS CALLS LIMIT [PAUSE]\n", stderr);
         return 2;
     }
+    if (argc > 6) {
+        RunProcess(static_cast<unsigned>(std::atoi(argv[6])), std::atoi(argv[2]), std::atoi(argv[3]),
+                   static_cast<DWORD>(std::atol(argv[4])), std::atoi(argv[5]));
+    }
     const int nProcesses = std::atoi(argv[1]);
-    TotalRecords() = 0;
-    for (int nProcess = 0; nProcess < nProcesses; ++nProcess) {
-        if (fork() == 0) {
-            RunProcess(static_cast<unsigned>(nProcess + 1), std::atoi(argv[2]), std::atoi(argv[3]),
-                       static_cast<DWORD>(std::atol(argv[4])), argc > 5 ? std::atoi(argv[5]) : 0);
-        }
-    }
     int nFailed = 0;
+    std::vector<pid_t> children;
     for (int nProcess = 0; nProcess < nProcesses; ++nProcess) {
-        int nStatus = -1;
-        wait(&nStatus);
-        nFailed += nStatus != 0 ? 1 : 0;
+        children.push_back(Spawn(std::to_string(nProcess + 1), argv));
     }
-    std::printf("%d\n", TotalRecords().load());
+    for (const pid_t nChild : children) {
+        int nStatus = -1;
+        nFailed += nChild < 0 || waitpid(nChild, &nStatus, 0) != nChild || nStatus != 0 ? 1 : 0;
+    }
     return nFailed == 0 ? 0 : 1;
 }
