@@ -16,15 +16,17 @@ build    g++                   _vex_has_gxx                                 # g+
 build    cmake                 _vex_has_cmake                               # CMake 3.25 or newer
 build    ninja-build           _vex_has_command ninja                       # Ninja
 build    libssl-dev            _vex_has_openssl_headers                     # the headers of OpenSSL 3
+build    libcli11-dev          _vex_has_header CLI/CLI.hpp                  # CLI11
 build    default-jdk-headless  _vex_has_jdk                                 # a JDK of Java 17 or newer
 build    libasio-dev           _vex_has_header asio.hpp                     # asio, the standalone kind
-build    libcli11-dev          _vex_has_header CLI/CLI.hpp                  # CLI11
 demo     openssl               _vex_has_command openssl                     # the openssl command
 test     openssl               _vex_has_command openssl                     # the openssl command
 test     binutils              _vex_has_command readelf                     # readelf
 test     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
 test     libgmock-dev          _vex_has_header gmock/gmock.h                # GoogleMock
 test     strace                _vex_has_command strace                      # strace
+test     python3               _vex_has_command python3                     # Python 3
+test     chromium              _vex_has_chromium                            # Chromium
 test     junit5                _vex_has_jar junit-platform-launcher         # JUnit 5
 test     libbcprov-java        _vex_has_jar bcprov                          # Bouncy Castle, provider
 test     libbcpkix-java        _vex_has_jar bcpkix                          # Bouncy Castle, CMS
@@ -117,6 +119,11 @@ _vex_has_jdk() {
 
 _vex_has_jar() {
     [ -e "/usr/share/java/$1.jar" ]
+}
+
+# Ubuntu has it as a snap only, which apt-get cannot install; the tests that need it are skipped there.
+_vex_has_chromium() {
+    _vex_has_command chromium || _vex_has_command chromium-browser || grep -qx 'ID=ubuntu' /etc/os-release
 }
 
 _vex_has_header() {

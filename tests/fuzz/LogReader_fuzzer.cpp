@@ -1,0 +1,128 @@
+// The reader of the diagnostic log: what it finds does not depend on the pieces that the log comes in, no byte is in
+// two records, every record is one line without control characters, JSON is UTF-8 with its quotation marks in pairs,
+// and nothing of a log is markup in the report.
+//
+// The first byte of the input is the size of the pieces, the rest is the log.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "JsonPrinter.h"
+#include "RecordParser.h"
+#include "Report.h"
+#include "TextPrinter.h"
+#include "Utf8.h"
+
+namespace {
+
+void Require(bool bHolds) {
+    if (!bHolds) {
+        std::abort();
+    }
+}
+
+constexpr int kNowhere = -1;  // whoever writes there fails
+
+bool IsControl(char ch) {
+    return static_cast<unsigned char>(ch) < ' ' || ch == '\x7F';
+}
+
+void CheckLine(std::string_view line) {
+    Require(line.ends_with('\n'));
+    line.remove_suffix(1);
+    Require(std::none_of(line.begin(), line.end(), IsControl));
+    while (!line.empty()) {
+        const vexlog::Utf8Character character = vexlog::FirstCharacter(line);
+        Require(character.IsUnicode());
+        line.remove_prefix(character.cb);
+    }
+}
+
+void CheckQuotes(std::string_view json) {
+    bool bInside = false;
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        if (bInside && json[i] == '\\') {
+            ++i;
+        } else if (json[i] == '"') {
+            bInside = !bInside;
+        }
+    }
+    Require(!bInside);
+}
+
+// Checks each record and keeps it as JSON.
+class Checker : public vexlog::RecordSink {
+public:
+    void OnRecord(const vexlog::Record& record) override {
+        Require(record.nOffset >= m_nEnd || record.kind == vexlog::Kind::kEmpty);
+        m_nEnd = std::max(m_nEnd, record.kind == vexlog::Kind::kEmpty ? 0 : record.nOffset + record.cbSize);
+        for (const bool bUtf8 : {false, true}) {
+            vexlog::OutputBuffer output(kNowhere);
+            vexlog::TextPrinter(output, {false, bUtf8}).OnRecord(record);
+            CheckLine(output.Pending());
+        }
+        vexlog::OutputBuffer output(kNowhere);
+        vexlog::JsonPrinter(output).OnRecord(record);
+        CheckLine(output.Pending());
+        CheckQuotes(output.Pending());
+        m_lines.emplace_back(output.Pending());
+    }
+
+    const std::vector<std::string>& Lines() const { return m_lines; }
+    std::uint64_t End() const { return m_nEnd; }
+
+private:
+    std::uint64_t m_nEnd = 0;
+    std::vector<std::string> m_lines;
+};
+
+std::vector<std::string> Parse(std::string_view log, std::size_t cbPiece) {
+    Checker checker;
+    vexlog::RecordParser parser(checker);
+    for (std::string_view rest = log; !rest.empty(); rest.remove_prefix(std::min(cbPiece, rest.size()))) {
+        parser.Feed(rest.substr(0, cbPiece));
+    }
+    parser.Finish();
+    Require(checker.End() <= log.size());
+    return checker.Lines();
+}
+
+std::size_t CountOf(std::string_view text, std::string_view wanted) {
+    std::size_t c = 0;
+    for (std::size_t n = 0; (n = text.find(wanted, n)) != std::string_view::npos; n += wanted.size()) {
+        ++c;
+    }
+    return c;
+}
+
+// "<script", "</script", and comments, which change what the end of a script element is.
+std::size_t MarkupOf(std::string_view log) {
+    vexlog::Report report;
+    vexlog::RecordParser parser(report);
+    parser.Feed(log);
+    parser.Finish();
+    report.Finish();
+    vexlog::OutputBuffer output(kNowhere);
+    report.Print("log", output);
+    return CountOf(output.Pending(), "script") + CountOf(output.Pending(), "<!--") + CountOf(output.Pending(), "<img");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cbData) {
+    if (cbData == 0) {
+        return 0;
+    }
+    // On the heap for its exact length, so that AddressSanitizer sees a read behind it.
+    const std::vector<char> bytes(pbData + 1, pbData + cbData);
+    const std::string_view log(bytes.data(), bytes.size());
+    const std::vector<std::string> whole = Parse(log, log.size() + 1);
+    Require(Parse(log, std::size_t{pbData[0]} + 1) == whole);
+    static const std::size_t s_cMarkup = MarkupOf({});
+    if (log.find("script") == std::string_view::npos) {
+        Require(MarkupOf(log) == s_cMarkup);
+    }
+    return 0;
+}

@@ -1,0 +1,219 @@
+#!/bin/bash
+# vexlog as a command: Vexlog.sh <vexlog> <vexlog_sample_log> bounded|unbounded
+# bounded: its address space can be limited, which a sanitizer does not allow.
+set -euo pipefail
+
+vexlog=$1
+sample_log=$2
+bounded=$3
+
+work=$(mktemp -d)
+followers=()
+cleanup() {
+    for pid in "${followers[@]}"; do
+        kill -KILL "$pid" 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap cleanup EXIT
+cd "$work"
+export LC_ALL=C.UTF-8
+unset NO_COLOR
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# expect STATUS COMMAND...: output and messages are in the files out and err.
+expect() {
+    local wanted=$1 status=0
+    shift
+    "$@" >out 2>err </dev/null || status=$?
+    [ "$status" -eq "$wanted" ] || fail "exit status $status instead of $wanted: $* ($(cat err))"
+}
+
+# await COMMAND...: until it succeeds, at most 20 seconds.
+await() {
+    local try
+    for try in $(seq 400); do
+        if "$@"; then
+            return
+        fi
+        sleep 0.05
+    done
+    fail "waited in vain: $* (try $try)"
+}
+
+mkdir logs
+VEX_TEST_LOG_DIR=$work/logs "$sample_log" 3 2 60 50000 >/dev/null
+log=logs/PILog.txt
+
+hostile=hostile.txt
+{
+    printf '\xff\xferest of \x1b[31m one\r\n\r\n'
+    printf '[INFO] [P1] [T-2] [2024-03-05 09:07:02:48213] [a-</script><script>(7)]: \x1b]0;title\x07 \xe9\xff "\\ \xe2\x80\xae\xc2\x9b\r\n\r\n'
+    printf '\r\n\r\n[05/Mar/2024:09:07:02 CET] [4711 3058476800d][INFO]\x00\x00\x00\n'
+    head -c 100000 /dev/urandom
+} >$hostile
+
+echo "== help, version, usage"
+for command in "" stats report; do
+    # shellcheck disable=SC2086
+    expect 0 "$vexlog" $command --help
+    grep -q '^Examples:$' out || fail "no examples in the help of '$command'"
+    [ ! -s err ] || fail "the help of '$command' is on standard error"
+done
+expect 0 "$vexlog" --version
+grep -Eq '^vexlog [0-9.]+$' out || fail "version: $(cat out)"
+expect 2 "$vexlog" --no-such-option
+expect 2 "$vexlog" $log extra
+expect 2 "$vexlog" --since yesterday $log
+expect 2 "$vexlog" --thread abc $log
+expect 2 "$vexlog" --pid -3 $log
+expect 2 "$vexlog" --color sometimes $log
+expect 2 "$vexlog" report
+expect 2 "$vexlog" --follow -
+expect 2 "$vexlog" --since 10m stats $log
+expect 2 "$vexlog" stats --since 10m $log
+expect 2 "$vexlog" report page.html $log
+[ -s err ] || fail "no message about wrong usage"
+
+echo "== what cannot be read or written"
+expect 1 "$vexlog" missing.txt
+grep -q 'missing.txt: No such file' err || fail "message: $(cat err)"
+expect 1 "$vexlog" logs
+expect 1 "$vexlog" stats missing.txt
+expect 1 "$vexlog" report page.html --input missing.txt
+[ ! -e page.html ] || fail "a page of a log that cannot be read"
+expect 1 "$vexlog" report missing/page.html --input $log
+status=0
+"$vexlog" $log >/dev/full 2>err || status=$?
+[ "$status" -eq 1 ] || fail "exit status $status for a full disk"
+
+echo "== all records, by any way"
+records=$(grep -ac '^\[INFO\] \[P' $log)
+expect 0 "$vexlog" $log
+[ "$(grep -c ' INFO P' out)" -eq "$records" ] || fail "$(grep -c ' INFO P' out) records instead of $records"
+cp out whole
+"$vexlog" - <$log | cmp - whole
+"$vexlog" <(cat $log) | cmp - whole
+{ head -c 1000 $log; sleep 0.1; tail -c +1001 $log; } | "$vexlog" - | cmp - whole
+
+echo "== filters"
+expect 0 "$vexlog" --function AddFilter --function Finalize $log
+[ "$(wc -l <out)" -eq "$(grep -Ec ' (AddFilter|Finalize):[0-9]' whole)" ] || fail "--function"
+thread=$(sed -n 's/.* T\(-\?[0-9]*\) .*/\1/p' whole | head -n 1)
+for form in "$thread" "T$thread" "$((thread < 0 ? thread + 4294967296 : thread))"; do
+    expect 0 "$vexlog" --thread "$form" $log
+    [ "$(wc -l <out)" -eq "$(grep -c " T$thread " whole)" ] || fail "--thread $form"
+done
+expect 0 "$vexlog" --thread -12 $log
+[ ! -s out ] || fail "--thread of another"
+pid=$(sed -n 's/.* P\([0-9]*\) .*/\1/p' whole | head -n 1)
+expect 0 "$vexlog" --pid "$pid" --grep Leave. $log
+[ "$(wc -l <out)" -eq "$(grep " P$pid " whole | grep -c 'Leave\.')" ] || fail "--pid and --grep"
+expect 0 "$vexlog" --since 1h --until 2099-01-01 $log
+[ "$(wc -l <out)" -eq "$records" ] || fail "--since of all"
+expect 0 "$vexlog" --until 1h $log
+[ ! -s out ] || fail "--until of nothing"
+
+echo "== colours"
+expect 0 "$vexlog" $log
+! grep -q $'\x1b' out || fail "colours without a terminal"
+expect 0 "$vexlog" --color always $log
+grep -q $'\x1b' out || fail "no colours though asked for"
+if command -v script >/dev/null; then
+    script -qec "'$vexlog' $log" /dev/null </dev/null >out
+    grep -q $'\x1b' out || fail "no colours on a terminal"
+    NO_COLOR=1 script -qec "'$vexlog' $log" /dev/null </dev/null >out
+    ! grep -q $'\x1b' out || fail "colours in spite of NO_COLOR"
+fi
+
+echo "== hostile bytes"
+expect 0 "$vexlog" $hostile
+! LC_ALL=C grep -qP '[\x00-\x09\x0b-\x1f\x7f]' out || fail "control characters in the output"
+python3 -c 'import sys; open(sys.argv[1], encoding="utf-8").read()' out
+LC_ALL=C "$vexlog" $hostile >out
+! LC_ALL=C grep -qP '[^\x20-\x7e\n]' out || fail "more than ASCII in the C locale"
+
+echo "== JSON"
+cat >check.py <<'PYTHON'
+import json, sys
+
+def reject(constant):
+    raise ValueError(constant)
+
+kinds = {}
+for line in open(sys.argv[1], encoding="utf-8", errors="strict", newline="\n"):
+    record = json.loads(line, parse_constant=reject)
+    assert isinstance(record, dict), line
+    kinds[record["kind"]] = kinds.get(record["kind"], 0) + 1
+    if record["kind"] == "record":
+        assert isinstance(record["pid"], int) and isinstance(record["thread"], int)
+        assert len(record["time"]) == 26, record
+    if "message_hex" in record:
+        assert bytes.fromhex(record["message_hex"]).decode("utf-8", "replace") != ""
+print(*(f"{kind}={n}" for kind, n in sorted(kinds.items())))
+PYTHON
+expect 0 "$vexlog" --json $log
+python3 check.py out | grep -q "record=$records" || fail "JSON of $log: $(python3 check.py out)"
+expect 0 "$vexlog" --json $hostile
+python3 check.py out | grep -q 'minimal=1 record=1' || fail "JSON of hostile bytes: $(python3 check.py out)"
+for file in $log $hostile; do
+    expect 0 "$vexlog" stats --json "$file"
+    python3 -c 'import json, sys; s = json.load(open(sys.argv[1], encoding="utf-8")); assert s["records"] >= 1' out
+done
+expect 0 "$vexlog" stats $log
+grep -q '^AddFilter ' out || fail "stats: $(cat out)"
+
+echo "== a reader that has seen enough"
+for _ in $(seq 40); do cat $log; done >large.txt
+set +o pipefail
+"$vexlog" large.txt 2>err | head -n 1 >out
+[ "${PIPESTATUS[0]}" -eq 0 ] || fail "exit status ${PIPESTATUS[0]} of a broken pipe"
+set -o pipefail
+[ ! -s err ] || fail "message about a broken pipe: $(cat err)"
+
+if [ "$bounded" = bounded ]; then
+    echo "== 400 megabytes in 64 of address space"
+    for command in "" stats; do
+        # shellcheck disable=SC2086
+        for _ in $(seq 200); do cat large.txt; done |
+            (ulimit -v 65536 && "$vexlog" $command - >/dev/null) || fail "not enough memory for '$command'"
+    done
+fi
+
+echo "== following"
+printf '\xff\xfe' >followed.txt
+"$vexlog" --follow followed.txt >out 2>err &
+followers+=($!)
+entry() {
+    printf '[INFO] [P1] [T2] [2024-03-05 09:07:02:%d] [a-F(7)]: %s\r\n\r\n' "$1" "$2"
+}
+contains() {
+    grep -q "$1" out
+}
+entry 100001 first >>followed.txt
+await contains first
+{ printf '\xff\xfe'; entry 100002 second; } >new.txt
+mv new.txt followed.txt
+await contains second
+entry 100003 third >followed.txt
+await contains third
+kill -INT "${followers[0]}"
+status=0
+wait "${followers[0]}" || status=$?
+[ "$status" -eq 0 ] || fail "exit status $status after SIGINT"
+[ "$(wc -l <out)" -eq 3 ] || fail "followed: $(cat out)"
+
+# Its reader goes while there is nothing to write.
+mkfifo pipe
+"$vexlog" --follow followed.txt >pipe 2>err &
+followers+=($!)
+head -n 1 <pipe >out
+status=0
+wait "${followers[1]}" || status=$?
+[ "$status" -eq 0 ] || fail "exit status $status after the reader went"
+
+echo "all passed"

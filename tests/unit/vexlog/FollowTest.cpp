@@ -1,0 +1,229 @@
+// Following a log through whatever happens to its file.
+#include "Follow.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <numeric>
+
+#include "Collected.h"
+#include "FileHandle.h"
+#include "Input.h"
+#include "TempDirectory.h"
+
+namespace {
+
+class FollowTest : public testing::Test {
+protected:
+    // Adds records with the next numbers for messages.
+    void Append(int nRecords) {
+        std::ofstream file(m_strPath, std::ios::binary | std::ios::app);
+        if (file.tellp() == 0) {
+            file << kHead;
+        }
+        for (int i = 0; i < nRecords; ++i) {
+            file << Numbered(m_nNext++) << kEnd;
+        }
+    }
+
+    // A time of its own for each record.
+    static std::string Numbered(int n) {
+        return Entry(std::to_string(n), "Function", 7, "2024-03-05 09:07:02:" + std::to_string(100'000 + n));
+    }
+
+    // As the log does it: without its oldest part, and without the last line end.
+    void Cut(double dShare) const {
+        const std::string strOld = ReadWholeFile(m_strPath);
+        const auto cbText = strOld.size() - kHead.size();
+        const auto cbKept = static_cast<std::size_t>(static_cast<double>(cbText) * (1 - dShare)) / 2 * 2;
+        const int nFile = open(m_strPath.c_str(), O_WRONLY | O_CLOEXEC);
+        const vexlog::FileHandle file(nFile);
+        const std::string strNew = std::string(kHead) + strOld.substr(cbText - cbKept, cbKept);
+        ASSERT_EQ(write(nFile, strNew.data(), strNew.size()), static_cast<ssize_t>(strNew.size()));
+        ASSERT_EQ(ftruncate(nFile, static_cast<off_t>(strNew.size())), 0);
+    }
+
+    // The numbers of the records that are new, when two looks in a row have found nothing.
+    std::vector<int> Poll() {
+        while (m_follower.Poll() || m_follower.Poll()) {
+        }
+        return Numbers();
+    }
+
+    std::vector<int> Numbers() {
+        std::vector<int> numbers;
+        for (const std::string& strLine : m_collector.lines) {
+            if (strLine.starts_with("record")) {
+                numbers.push_back(std::stoi(strLine.substr(strLine.rfind(' '))));
+            } else {
+                m_others.push_back(strLine);
+            }
+        }
+        m_collector.lines.clear();
+        return numbers;
+    }
+
+    static std::vector<int> Range(int nFrom, int nTo) {
+        std::vector<int> numbers(static_cast<std::size_t>(nTo - nFrom));
+        std::iota(numbers.begin(), numbers.end(), nFrom);
+        return numbers;
+    }
+
+    const TempDirectory m_directory;
+    const std::string m_strPath = m_directory.Path("log");
+    Collector m_collector;
+    vexlog::Follower m_follower{m_strPath, m_collector};
+    std::vector<std::string> m_others;
+    int m_nNext = 0;
+};
+
+TEST_F(FollowTest, WhatIsAdded) {
+    Append(3);
+    EXPECT_EQ(Poll(), Range(0, 3));
+    EXPECT_EQ(Poll(), Range(0, 0));
+    Append(2);
+    EXPECT_EQ(Poll(), Range(3, 5));
+}
+
+TEST_F(FollowTest, AFileThatComesLater) {
+    EXPECT_EQ(Poll(), Range(0, 0));
+    EXPECT_FALSE(m_follower.HasFile());
+    Append(3);
+    EXPECT_EQ(Poll(), Range(0, 3));
+    EXPECT_TRUE(m_follower.HasFile());
+}
+
+TEST_F(FollowTest, ARecordThatComesInPieces) {
+    Append(1);
+    const std::string strRecord = Numbered(1) + std::string(kEnd);
+    for (const char ch : strRecord) {
+        std::ofstream(m_strPath, std::ios::binary | std::ios::app) << ch;
+        m_follower.Poll();
+    }
+    EXPECT_EQ(Poll(), Range(0, 2));
+    EXPECT_THAT(m_others, testing::IsEmpty());
+}
+
+// It ends with its line, which another record may yet continue: it comes with the second look that finds nothing new.
+TEST_F(FollowTest, ALastRecordWithoutAnEmptyLine) {
+    std::ofstream(m_strPath) << "[05/Mar/2024:09:07:02 CET] [4711 12d][INFO]text\n";
+    EXPECT_TRUE(m_follower.Poll());
+    EXPECT_FALSE(m_follower.Poll());
+    EXPECT_THAT(m_collector.lines, testing::IsEmpty());
+    EXPECT_FALSE(m_follower.Poll());
+    EXPECT_THAT(m_collector.lines, testing::ElementsAre(testing::StartsWith("minimal INFO P4711 T12 ")));
+}
+
+// Whatever the share, which decides whether what was read last is still there whole, cut, or just so.
+TEST_F(FollowTest, ThroughCuts) {
+    Append(20);
+    EXPECT_EQ(Poll(), Range(0, 20));
+    for (int nPercent = 1; nPercent < 97; ++nPercent) {
+        const int nFrom = m_nNext;
+        Append(20);
+        EXPECT_EQ(Poll(), Range(nFrom, nFrom + 20));
+        Cut(nPercent / 100.0);
+        EXPECT_EQ(Poll(), Range(0, 0)) << nPercent;
+        Append(1);
+        EXPECT_EQ(Poll(), Range(nFrom + 20, nFrom + 21)) << nPercent;
+        ASSERT_FALSE(m_follower.TakeLost()) << nPercent;
+    }
+    EXPECT_THAT(m_others, testing::IsEmpty());
+}
+
+TEST_F(FollowTest, ACutBehindWhichTheFileGrewAgain) {
+    Append(50);
+    EXPECT_EQ(Poll(), Range(0, 50));
+    Cut(0.2);
+    Append(100);
+    EXPECT_EQ(Poll(), Range(50, 150));
+    EXPECT_FALSE(m_follower.TakeLost());
+    EXPECT_THAT(m_others, testing::IsEmpty());
+}
+
+TEST_F(FollowTest, ACutThatTookWhatWasNotReadYet) {
+    Append(10);
+    EXPECT_EQ(Poll(), Range(0, 10));
+    Append(90);
+    Cut(0.5);
+    const std::vector<int> numbers = Poll();
+    ASSERT_FALSE(numbers.empty());
+    EXPECT_EQ(numbers, Range(numbers.front(), 100));
+    EXPECT_GE(numbers.front(), 49);
+    EXPECT_TRUE(m_follower.TakeLost());
+    EXPECT_FALSE(m_follower.TakeLost());
+}
+
+TEST_F(FollowTest, AFileThatWasEmptied) {
+    Append(10);
+    EXPECT_EQ(Poll(), Range(0, 10));
+    std::filesystem::resize_file(m_strPath, 0);
+    EXPECT_EQ(Poll(), Range(0, 0));
+    Append(3);
+    EXPECT_EQ(Poll(), Range(10, 13));
+}
+
+TEST_F(FollowTest, AnotherFileUnderTheName) {
+    Append(10);
+    EXPECT_EQ(Poll(), Range(0, 10));
+    Append(2);
+    std::filesystem::rename(m_strPath, m_directory.Path("old"));
+    EXPECT_EQ(Poll(), Range(10, 12));
+    Append(3);
+    EXPECT_EQ(Poll(), Range(12, 15));
+    std::filesystem::remove(m_strPath);
+    EXPECT_EQ(Poll(), Range(0, 0));
+    Append(3);
+    EXPECT_EQ(Poll(), Range(15, 18));
+}
+
+// Half a cut: the beginning is the new one, and the old end still follows. Its writer holds the lock.
+TEST_F(FollowTest, ACutInProgress) {
+    Append(50);
+    EXPECT_EQ(Poll(), Range(0, 50));
+    const std::string strOld = ReadWholeFile(m_strPath);
+    Append(50);
+    const std::string strMore = ReadWholeFile(m_strPath);
+    Cut(0.6);
+    const std::string strCut = ReadWholeFile(m_strPath);
+    {
+        const vexlog::FileHandle writer(open(m_strPath.c_str(), O_RDWR | O_CLOEXEC));
+        ASSERT_EQ(flock(writer.Get(), LOCK_EX), 0);
+        const std::string strHalf = strCut + strMore.substr(strCut.size());
+        ASSERT_EQ(pwrite(writer.Get(), strHalf.data(), strHalf.size(), 0), static_cast<ssize_t>(strHalf.size()));
+        m_follower.Poll();
+        EXPECT_EQ(Numbers(), Range(0, 0));
+        ASSERT_EQ(ftruncate(writer.Get(), static_cast<off_t>(strCut.size())), 0);
+    }
+    const std::vector<int> numbers = Poll();
+    ASSERT_FALSE(numbers.empty());
+    EXPECT_EQ(numbers, Range(numbers.front(), 100));
+    EXPECT_TRUE(m_follower.TakeLost());
+}
+
+// A writer may keep its lock as long as it lives.
+TEST_F(FollowTest, ALockThatIsNeverLetGo) {
+    Append(50);
+    EXPECT_EQ(Poll(), Range(0, 50));
+    Cut(0.2);
+    Append(10);
+    const vexlog::FileHandle writer(open(m_strPath.c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(writer.Get(), LOCK_EX), 0);
+    for (int nLook = 0; nLook < 10; ++nLook) {
+        m_follower.Poll();
+    }
+    EXPECT_EQ(Numbers(), Range(50, 60));
+}
+
+TEST_F(FollowTest, WhatCannotBeFollowedIsAnError) {
+    std::filesystem::create_directory(m_strPath);
+    EXPECT_THROW(m_follower.Poll(), vexlog::ReadError);
+    std::filesystem::remove(m_strPath);
+    ASSERT_EQ(mkfifo(m_strPath.c_str(), 0600), 0);
+    EXPECT_THROW(m_follower.Poll(), vexlog::ReadError);
+}
+
+}  // namespace

@@ -1,0 +1,219 @@
+// What the printers make of hostile text, and what the filter lets pass.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "Collected.h"
+#include "Filter.h"
+#include "JsonPrinter.h"
+#include "Row.h"
+#include "TempDirectory.h"
+#include "TextPrinter.h"
+#include "VisibleText.h"
+
+namespace {
+
+using namespace std::string_literals;
+using vexlog::OutputBuffer;
+
+// What fnWrite writes.
+template <typename Function>
+std::string Written(Function fnWrite) {
+    int nEnds[2] = {};
+    EXPECT_EQ(pipe(nEnds), 0);
+    {
+        OutputBuffer output(nEnds[1]);
+        fnWrite(output);
+        output.Flush();
+    }
+    close(nEnds[1]);
+    std::string strText(65536, '\0');
+    const ssize_t cb = read(nEnds[0], strText.data(), strText.size());
+    close(nEnds[0]);
+    strText.resize(static_cast<std::size_t>(std::max<ssize_t>(cb, 0)));
+    return strText;
+}
+
+struct TextRow : Row {
+    std::string strText;
+    std::string strUtf8;
+    std::string strAscii;
+    std::string strJson;
+    std::string strHtml;
+};
+
+class HostileTextTest : public testing::TestWithParam<TextRow> {};
+
+TEST_P(HostileTextTest, IsShownHarmlessly) {
+    const TextRow& row = GetParam();
+    EXPECT_EQ(Written([&](OutputBuffer& output) { vexlog::AppendVisible(output, row.strText, true); }), row.strUtf8);
+    EXPECT_EQ(Written([&](OutputBuffer& output) { vexlog::AppendVisible(output, row.strText, false); }), row.strAscii);
+    EXPECT_EQ(Written([&](OutputBuffer& output) { vexlog::AppendJsonText(output, row.strText); }), row.strJson);
+    EXPECT_EQ(Written([&](OutputBuffer& output) { vexlog::AppendHtml(output, row.strText); }), row.strHtml);
+}
+
+constexpr char kBad[] = "\xEF\xBF\xBD";
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, HostileTextTest,
+    testing::Values(
+        TextRow{{"Plain"}, "abc ~", "abc ~", "abc ~", "abc ~", "abc ~"},
+        TextRow{{"LineEnds"},
+                "a\r\nb\tc",
+                "a\\r\\nb\\tc",
+                "a\\r\\nb\\tc",
+                "a\\u000d\\u000ab\\u0009c",
+                "a"s + kBad + kBad + "b" + kBad + "c"},
+        TextRow{{"Escape"}, "\x1b[2J\x7f", "\\x1b[2J\\x7f", "\\x1b[2J\\x7f", "\\u001b[2J\\u007f", kBad + "[2J"s + kBad},
+        TextRow{{"Nuls"},
+                "a\0b\0\0\0\0\0c"s,
+                "a\\0b\\0{5}c",
+                "a\\0b\\0{5}c",
+                "a\\u0000b\\u0000\\u0000\\u0000\\u0000\\u0000c",
+                "a"s + kBad + "b" + kBad + kBad + kBad + kBad + kBad + "c"},
+        TextRow{{"Accent"}, "\xC3\xA9", "\xC3\xA9", "\\u{e9}", "\xC3\xA9", "\xC3\xA9"},
+        TextRow{
+            {"Emoji"}, "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80", "\\u{1f600}", "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"},
+        TextRow{{"SecondControlSet"}, "\xC2\x9B", "\\u{9b}", "\\u{9b}", "\\u009b", kBad},
+        TextRow{{"Reordering"}, "\xE2\x80\xAE", "\\u{202e}", "\\u{202e}", "\\u202e", kBad},
+        TextRow{{"NotUtf8"}, "\xE9\xFF", "\\xe9\\xff", "\\xe9\\xff", kBad + ""s + kBad, kBad + ""s + kBad},
+        TextRow{{"Surrogate"},
+                "\xED\xA0\x80",
+                "\\xed\\xa0\\x80",
+                "\\xed\\xa0\\x80",
+                kBad + ""s + kBad + kBad,
+                kBad + ""s + kBad + kBad},
+        TextRow{{"Markup"},
+                "</script><b a='\"'>&\\",
+                "</script><b a='\"'>&\\",
+                "</script><b a='\"'>&\\",
+                "\\u003c/script\\u003e\\u003cb a='\\\"'\\u003e\\u0026\\\\",
+                "&#60;/script&#62;&#60;b a=&#39;&#34;&#39;&#62;&#38;\\"}),
+    RowName);
+
+std::string Printed(std::string_view bytes, bool bJson, const vexlog::Filter& filter = {}) {
+    struct Filtered : vexlog::RecordSink {
+        Filtered(const vexlog::Filter& f, vexlog::RecordSink& n) : conditions(f), next(n) {}
+        void OnRecord(const vexlog::Record& record) override {
+            if (conditions.Passes(record)) {
+                next.OnRecord(record);
+            }
+        }
+        const vexlog::Filter& conditions;
+        vexlog::RecordSink& next;
+    };
+    return Written([&](OutputBuffer& output) {
+        vexlog::TextPrinter text(output, {false, true});
+        vexlog::JsonPrinter json(output);
+        Filtered filtered(filter, bJson ? static_cast<vexlog::RecordSink&>(json) : text);
+        vexlog::RecordParser parser(filtered);
+        parser.Feed(bytes);
+        parser.Finish();
+    });
+}
+
+const std::string kMixedLog = std::string(kHead) + "rest\r\n\r\n" +
+                              Entry("one\x1b Enter.", "Java_vex_jni_TAVClientJNI_P7Sign", 325) + "\r\n\r\n\r\n\r\n" +
+                              "[05/Mar/2024:09:07:03 CET] [4712 4294967284d][WARN]two\n" + Entry("thr");
+
+TEST(TextPrinterTest, PrintsOneLineARecord) {
+    EXPECT_EQ(Printed(kMixedLog, false),
+              "-- fragment: rest\n"
+              "2024-03-05 09:07:02.048213 INFO P4711   T-12         P7Sign:325               one\\x1b Enter.\n"
+              "-- 1 empty entry\n"
+              "2024-03-05 09:07:03        WARN P4712   T-12         two\n"
+              "2024-03-05 09:07:02.048213 INFO P4711   T-12         Function:7               thr (torn)\n");
+}
+
+TEST(JsonPrinterTest, PrintsOneObjectARecord) {
+    EXPECT_EQ(Printed(kMixedLog, true),
+              R"({"kind":"fragment","offset":2,"size":8,"message":"rest","torn":true}
+{"kind":"record","offset":10,"size":114,"time":"2024-03-05T09:07:02.048213","pid":4711,"thread":-12,"type":"INFO","file":"src.cpp","function":"Java_vex_jni_TAVClientJNI_P7Sign","line":325,"event":"enter","message":"one\u001b Enter."}
+{"kind":"empty","offset":124,"size":4,"count":1}
+{"kind":"minimal","offset":128,"size":55,"time":"2024-03-05T09:07:03","time_text":"05/Mar/2024:09:07:03 CET","pid":4712,"thread":-12,"type":"WARN","message":"two"}
+{"kind":"record","offset":183,"size":76,"time":"2024-03-05T09:07:02.048213","pid":4711,"thread":-12,"type":"INFO","file":"src.cpp","function":"Function","line":7,"message":"thr","torn":true}
+)");
+}
+
+TEST(JsonPrinterTest, KeepsBytesThatAreNoText) {
+    EXPECT_EQ(Printed("\xE9x", true),
+              "{\"kind\":\"fragment\",\"offset\":0,\"size\":2,\"message\":\"\xEF\xBF\xBDx\",\"message_hex\":\"e978\","
+              "\"torn\":true}\n");
+}
+
+struct FilterRow : Row {
+    vexlog::Filter filter;
+    std::string strExpected;  // the messages' first letters
+};
+
+class FilterTest : public testing::TestWithParam<FilterRow> {};
+
+TEST_P(FilterTest, LetsTheWantedPass) {
+    const std::string strLog = Entry("a Enter.", "Java_vex_jni_TAVClientJNI_P7Sign", 325) + "\r\n\r\n" +
+                               Entry("b", "Function", 7, "2024-03-05 09:08:00:000", 4712, 34) + "\r\n\r\n" +
+                               "c, a fragment\r\n\r\n[05/Mar/2024:09:09:00 CET] [4712 4294967284d][WARN]d\n";
+    struct Letters : vexlog::RecordSink {
+        explicit Letters(const vexlog::Filter& f) : filter(f) {}
+        void OnRecord(const vexlog::Record& record) override {
+            strLetters += filter.Passes(record) ? std::string(record.message.substr(0, 1)) : "";
+        }
+        const vexlog::Filter& filter;
+        std::string strLetters;
+    } letters(GetParam().filter);
+    vexlog::RecordParser parser(letters);
+    parser.Feed(strLog);
+    parser.Finish();
+    EXPECT_EQ(letters.strLetters, GetParam().strExpected);
+}
+
+vexlog::Filter Since(const char* pszFrom, const char* pszTo) {
+    vexlog::Filter filter;
+    filter.since = *pszFrom == '\0' ? std::nullopt : vexlog::ParseUserTime(pszFrom, 0);
+    filter.until = *pszTo == '\0' ? std::nullopt : vexlog::ParseUserTime(pszTo, 0);
+    return filter;
+}
+
+vexlog::Filter Text(std::string strText, bool bIgnoreCase) {
+    vexlog::Filter filter;
+    filter.strText = std::move(strText);
+    filter.bIgnoreCase = bIgnoreCase;
+    return filter;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Conditions, FilterTest,
+    testing::Values(FilterRow{{"None"}, {}, "abcd"}, FilterRow{{"ShortName"}, {.functions = {"P7Sign"}}, "a"},
+                    FilterRow{{"WholeName"}, {.functions = {"Java_vex_jni_TAVClientJNI_P7Sign"}}, "a"},
+                    FilterRow{{"EitherName"}, {.functions = {"P7Sign", "Function"}}, "ab"},
+                    FilterRow{{"OtherName"}, {.functions = {"P7"}}, ""},
+                    FilterRow{{"Thread"}, {.threads = {-12}}, "ad"},
+                    FilterRow{{"Process"}, {.processes = {4712}}, "bd"},
+                    FilterRow{{"Both"}, {.threads = {-12}, .processes = {4712}}, "d"},
+                    FilterRow{{"SinceIsInclusive"}, Since("2024-03-05T09:08", ""), "bd"},
+                    FilterRow{{"UntilIsInclusive"}, Since("", "2024-03-05T09:08"), "ab"},
+                    FilterRow{{"Between"}, Since("2024-03-05T09:07:03", "2024-03-05T09:08:59"), "b"},
+                    FilterRow{{"Text"}, Text("ENTER", false), ""},
+                    FilterRow{{"TextOfAnyCase"}, Text("ENTER", true), "a"},
+                    FilterRow{{"TextOfAFragment"}, Text("frag", false), "c"}),
+    RowName);
+
+TEST(OutputBufferTest, AClosedReaderIsNoFailureOfItsOwn) {
+    int nEnds[2] = {};
+    ASSERT_EQ(pipe(nEnds), 0);
+    close(nEnds[0]);
+    signal(SIGPIPE, SIG_IGN);
+    OutputBuffer output(nEnds[1]);
+    output.Append("x");
+    EXPECT_THROW(output.Flush(), vexlog::OutputClosed);
+    close(nEnds[1]);
+}
+
+TEST(OutputBufferTest, AFullDiskIsAFailure) {
+    std::FILE* const full = std::fopen("/dev/full", "w");
+    ASSERT_NE(full, nullptr);
+    OutputBuffer output(fileno(full));
+    output.Append("x");
+    EXPECT_THROW(output.Flush(), std::system_error);
+    std::fclose(full);
+}
+
+}  // namespace

@@ -1,0 +1,175 @@
+// Which calls succeeded, failed or stayed open, and how long they took.
+#include "Stats.h"
+
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "Collected.h"
+#include "Row.h"
+
+namespace {
+
+// "Name done 5", "Name failed", ...
+struct DescribedCalls : vexlog::CallSink {
+    void OnCall(const vexlog::Call& call) override {
+        constexpr const char* kOutcomes[] = {"done", "failed", "open", "without begin"};
+        lines.push_back(std::to_string(call.nProcess) + "/" + std::to_string(call.nThread) + " " +
+                        std::to_string(call.nFunction) + " " + kOutcomes[static_cast<int>(call.outcome)] +
+                        (call.outcome == vexlog::Outcome::kDone ? " " + std::to_string(call.nDuration) : ""));
+    }
+    std::vector<std::string> lines;
+};
+
+std::string Time(int nMicros) {
+    char szTime[40];
+    std::snprintf(szTime, sizeof szTime, "2024-03-05 09:07:%02d:%03d", nMicros / 1'000'000, nMicros % 1'000'000);
+    return szTime;
+}
+
+std::string At(int nMicros, int nThread, const std::string& strFunction, int nLine, int nProcess = 1) {
+    return Entry("x", "Java_vex_jni_TAVClientJNI_" + strFunction, nLine, Time(nMicros), nProcess, nThread) + "\r\n\r\n";
+}
+
+struct CallRow : Row {
+    std::string strLog;
+    std::vector<std::string> expected;
+};
+
+class CallsTest : public testing::TestWithParam<CallRow> {};
+
+TEST_P(CallsTest, AreMadeOfRecords) {
+    DescribedCalls calls;
+    vexlog::CallMatcher matcher(calls);
+    vexlog::RecordParser parser(matcher);
+    parser.Feed(GetParam().strLog);
+    parser.Finish();
+    matcher.Finish();
+    EXPECT_THAT(calls.lines, testing::ElementsAreArray(GetParam().expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Logs, CallsTest,
+    testing::Values(
+        CallRow{{"Done"}, At(999'990, 1, "P7Sign", 325) + At(1'000'007, 1, "P7Sign", 368), {"1/1 0 done 17"}},
+        CallRow{{"Failed"},
+                At(0, 1, "P7Sign", 325) + At(5, 1, "P7Sign", 325) + At(7, 1, "P7Sign", 368),
+                {"1/1 0 failed", "1/1 0 done 2"}},
+        CallRow{{"FailedBeforeAnother"},
+                At(0, 1, "P7Sign", 325) + At(5, 1, "GetLastError", 501) + At(7, 1, "GetLastError", 505),
+                {"1/1 0 failed", "1/1 1 done 2"}},
+        CallRow{{"OpenAtTheEnd"}, At(0, 1, "P7Sign", 325), {"1/1 0 open"}},
+        CallRow{{"SetDigestAlgHasNoBegin"}, At(0, 1, "SetDigestAlg", 141), {"1/1 0 without begin"}},
+        CallRow{{"SetDigestAlgShowsAFailure"},
+                At(0, 1, "P7Sign", 325) + At(1, 1, "SetDigestAlg", 141),
+                {"1/1 0 failed", "1/1 1 without begin"}},
+        CallRow{
+            {"BeginCutOff"}, At(0, 1, "P7Sign", 368) + At(1, 1, "P7Sign", 325), {"1/1 0 without begin", "1/1 0 open"}},
+        CallRow{{"ThreadsApart"},
+                At(0, 1, "P7Sign", 325) + At(1, 2, "P7Sign", 325) + At(2, 1, "P7Sign", 368) + At(4, 2, "P7Sign", 368),
+                {"1/1 0 done 2", "1/2 0 done 3"}},
+        CallRow{
+            {"ProcessesApart"},
+            At(0, 1, "P7Sign", 325) + At(1, 1, "P7Sign", 325, 2) + At(2, 1, "P7Sign", 368) + At(4, 1, "P7Sign", 368, 2),
+            {"1/1 0 done 2", "2/1 0 done 3"}},
+        CallRow{{"ClockSetBack"}, At(9, 1, "P7Sign", 325) + At(2, 1, "P7Sign", 368), {"1/1 0 done -7"}},
+        CallRow{{"OtherPrograms"},
+                Entry("f Enter.", "f", 1, Time(0)) + "\r\n\r\n" + Entry("talk", "f", 2, Time(1)) + "\r\n\r\n" +
+                    Entry("f Leave.", "f", 3, Time(2)) + "\r\n\r\n",
+                {"4711/-12 0 done 2"}}),
+    RowName);
+
+// The line numbers of all natives, as they are part of the log's format.
+TEST(EventTest, EveryNativesLinesAreKnown) {
+    struct Lines {
+        const char* pszName;
+        int nEnter;
+        int nLeave;
+    };
+    constexpr Lines kLines[] = {
+        {"Initialize", 101, 112},          {"SetDigestAlg", 0, 141},
+        {"SetChooseSingleCert", 149, 164}, {"AddFilter", 171, 195},
+        {"ClearFilter", 202, 216},         {"P1Sign", 223, 267},
+        {"P1SignString", 274, 318},        {"P7Sign", 325, 368},
+        {"P7SignString", 377, 420},        {"Finalize", 428, 442},
+        {"GetSignVersion", 449, 454},      {"GetSignCert", 462, 494},
+        {"GetLastError", 501, 505},        {"GetLastErrorMessage", 512, 545},
+        {"GetCertList", 552, 585},
+    };
+    for (const Lines& lines : kLines) {
+        const std::string strFunction = std::string("Java_vex_jni_TAVClientJNI_") + lines.pszName;
+        vexlog::Record record;
+        record.kind = vexlog::Kind::kRecord;
+        record.function = strFunction;
+        EXPECT_EQ(vexlog::ShortFunction(strFunction), lines.pszName);
+        record.nLine = lines.nLeave;
+        EXPECT_EQ(vexlog::EventOf(record), vexlog::Event::kLeave) << lines.pszName;
+        record.nLine = lines.nEnter;
+        EXPECT_EQ(vexlog::EventOf(record), lines.nEnter == 0 ? vexlog::Event::kNone : vexlog::Event::kEnter);
+    }
+}
+
+TEST(CallsBoundTest, OpenCallsAndFunctionsAreBounded) {
+    DescribedCalls calls;
+    vexlog::CallMatcher matcher(calls);
+    vexlog::Record record;
+    record.kind = vexlog::Kind::kRecord;
+    record.time = 0;
+    record.message = "f Enter.";
+    std::string strName;
+    constexpr std::size_t kOver = 10;
+    for (std::size_t n = 0; n < vexlog::CallMatcher::kMostOpen + kOver; ++n) {
+        strName = "f" + std::to_string(n);
+        record.function = strName;
+        record.nProcess = static_cast<std::int64_t>(n);
+        matcher.OnRecord(record);
+    }
+    EXPECT_EQ(calls.lines.size(), kOver);
+    ASSERT_EQ(matcher.Functions().size(), vexlog::CallMatcher::kMostFunctions);
+    EXPECT_EQ(matcher.Functions().back(), "(others)");
+    matcher.Finish();
+    EXPECT_EQ(calls.lines.size(), vexlog::CallMatcher::kMostOpen + kOver);
+}
+
+TEST(HistogramTest, SmallValuesAreExact) {
+    vexlog::Histogram histogram;
+    EXPECT_EQ(histogram.Minimum(), 0U);
+    EXPECT_EQ(histogram.Percentile(0.5), 0U);
+    for (unsigned nValue = 1; nValue <= 200; ++nValue) {
+        histogram.Add(nValue);
+    }
+    EXPECT_EQ(histogram.Minimum(), 1U);
+    EXPECT_EQ(histogram.Percentile(0.5), 100U);
+    EXPECT_EQ(histogram.Percentile(0.99), 198U);
+    EXPECT_EQ(histogram.Maximum(), 200U);
+}
+
+TEST(HistogramTest, PercentilesAreWithinHalfAPercent) {
+    std::mt19937_64 random(4711);
+    for (const double dSpread : {0.5, 2.0, 4.0}) {
+        std::lognormal_distribution<double> durations(8.0, dSpread);
+        std::vector<std::uint64_t> values(9'999);
+        vexlog::Histogram histogram;
+        for (std::uint64_t& nValue : values) {
+            nValue = static_cast<std::uint64_t>(durations(random));
+            histogram.Add(nValue);
+        }
+        std::sort(values.begin(), values.end());
+        EXPECT_EQ(histogram.Minimum(), values.front());
+        EXPECT_EQ(histogram.Maximum(), values.back());
+        for (const double dShare : {0.01, 0.25, 0.5, 0.9, 0.99, 0.999}) {
+            const auto nRank = static_cast<std::size_t>(std::ceil(dShare * static_cast<double>(values.size())));
+            const auto dExact = static_cast<double>(values[nRank - 1]);
+            EXPECT_NEAR(static_cast<double>(histogram.Percentile(dShare)), dExact, dExact * 0.005) << dShare;
+        }
+    }
+}
+
+TEST(HistogramTest, HugeValuesAreTakenIn) {
+    vexlog::Histogram histogram;
+    histogram.Add(std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(histogram.Maximum(), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(histogram.Percentile(0.5), std::numeric_limits<std::uint64_t>::max());
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// Makes calls of records: which record ends which call, and which calls never came to their end.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "Native.h"
+#include "Record.h"
+
+namespace vexlog {
+
+enum class Outcome {
+    kDone,          // has both records
+    kFailed,        // has no end, and its thread went on: refused or failed
+    kOpen,          // has no end, and nothing of its thread follows
+    kWithoutBegin,  // has no beginning: its function writes none, or the record was cut off the file
+};
+
+struct Call {
+    std::uint32_t nFunction = 0;  // of CallMatcher::Functions
+    std::int64_t nProcess = 0;
+    std::int32_t nThread = 0;
+    Outcome outcome = Outcome::kDone;
+    CivilMicroseconds nBegin = 0;     // of kWithoutBegin, its end
+    CivilMicroseconds nDuration = 0;  // of kDone; negative when the clock was set back meanwhile
+};
+
+class CallSink {
+public:
+    virtual ~CallSink() = default;
+    virtual void OnCall(const Call& call) = 0;
+
+protected:
+    CallSink() = default;
+    CallSink(const CallSink&) = default;
+    CallSink& operator=(const CallSink&) = default;
+};
+
+// One call at a time is open in each thread of each process. Memory is bounded: beyond kMostOpen open calls one of them
+// is given up as open, and functions beyond kMostFunctions share a name.
+class CallMatcher : public RecordSink {
+public:
+    static constexpr std::size_t kMostOpen = 65'536;
+    static constexpr std::size_t kMostFunctions = 500;
+
+    // The sink has to live as long as the matcher is used.
+    explicit CallMatcher(CallSink& sink) : m_sink(sink) {}
+
+    void OnRecord(const Record& record) override;
+
+    // The end of the log: hands over the calls that are still open.
+    void Finish();
+
+    // Names as a reader knows them, "ClearFilter". The last of kMostFunctions is "(others)".
+    const std::vector<std::string>& Functions() const { return m_functions; }
+
+private:
+    struct Thread {
+        std::int64_t nProcess;
+        std::int32_t nThread;
+        bool operator==(const Thread&) const = default;
+    };
+    struct ThreadHash {
+        std::size_t operator()(const Thread& thread) const {
+            return std::hash<std::int64_t>()(thread.nProcess * 0x9E3779B1 + thread.nThread);
+        }
+    };
+    struct NameHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+    };
+    struct Open {
+        std::uint32_t nFunction;
+        CivilMicroseconds nBegin;
+    };
+    using OpenCalls = std::unordered_map<Thread, Open, ThreadHash>;
+
+    std::uint32_t FunctionNumber(std::string_view function);
+    void Close(const OpenCalls::value_type& open, Outcome outcome);
+
+    CallSink& m_sink;
+    OpenCalls m_open;
+    std::vector<std::string> m_functions;
+    std::unordered_map<std::string, std::uint32_t, NameHash, std::equal_to<>> m_numbers;
+};
+
+}  // namespace vexlog

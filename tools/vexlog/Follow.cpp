@@ -1,0 +1,220 @@
+#include "Follow.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+#include "Input.h"
+
+namespace vexlog {
+namespace {
+
+constexpr std::size_t kRemembered = 1024;
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
+// A log that is cut is not larger; more than this is not searched.
+constexpr std::size_t kLargestSearch = std::size_t{64} * 1024 * 1024;
+constexpr std::string_view kLineEnds = "\r\n";
+constexpr std::string_view kByteOrderMark = "\xFF\xFE";
+// How often a cut is waited for until reading goes on all the same: some writers never let go of their lock.
+constexpr int kMostRefused = 5;
+
+// Shared with other readers: writers wait for its end.
+class SharedLock {
+public:
+    explicit SharedLock(int nDescriptor) : m_nDescriptor(nDescriptor) {
+        // A busy writer holds its own most of the time, but not for long.
+        constexpr int kTries = 100;
+        constexpr timespec kPause = {0, 1'000'000};
+        for (int nTry = 0; nTry < kTries && !m_bHeld; ++nTry) {
+            m_bHeld = flock(nDescriptor, LOCK_SH | LOCK_NB) == 0;
+            if (!m_bHeld) {
+                nanosleep(&kPause, nullptr);
+            }
+        }
+    }
+    SharedLock(const SharedLock&) = delete;
+    SharedLock& operator=(const SharedLock&) = delete;
+    ~SharedLock() {
+        if (m_bHeld) {
+            flock(m_nDescriptor, LOCK_UN);
+        }
+    }
+    bool IsHeld() const { return m_bHeld; }
+
+private:
+    int m_nDescriptor;
+    bool m_bHeld = false;
+};
+
+std::uint64_t SizeOf(int nDescriptor) {
+    struct stat status = {};
+    return fstat(nDescriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+}  // namespace
+
+bool Follower::Poll() {
+    const bool bNew = (m_file.IsOpen() && ReadOn()) || Reopen();
+    m_cQuiet = bNew ? 0 : m_cQuiet + 1;
+    // Not at the first look, which follows the last piece at once.
+    if (m_cQuiet == 2) {
+        m_parser.Flush();
+    }
+    return bNew;
+}
+
+bool Follower::ReadOn() {
+    if (!IsInPlace()) {
+        return Resynchronize();
+    }
+    const std::string strBytes = ReadFrom(m_nPosition, kPiece);
+    // A cut while it was read changes what stands before it, first of all.
+    if (strBytes.empty() || !IsInPlace()) {
+        return false;
+    }
+    Take(strBytes);
+    return true;
+}
+
+// Another file under the name: it is read from its beginning.
+bool Follower::Reopen() {
+    struct stat byName = {};
+    struct stat current = {};
+    if (stat(m_strPath.c_str(), &byName) != 0) {
+        return IsAbsent();
+    }
+    if (m_file.IsOpen() && fstat(m_file.Get(), &current) == 0 && current.st_ino == byName.st_ino &&
+        current.st_dev == byName.st_dev) {
+        return false;
+    }
+    if (!S_ISREG(byName.st_mode)) {
+        throw ReadError(m_strPath + ": only a regular file can be followed");
+    }
+    FileHandle file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (!file.IsOpen()) {
+        return IsAbsent();
+    }
+    if (m_file.IsOpen()) {
+        while (ReadOn()) {  // what came since the last look
+        }
+        m_parser.Finish();
+    }
+    m_file = std::move(file);
+    StartAgain();
+    return ReadOn();
+}
+
+// False, for a file that may come (again); throws for any other error.
+bool Follower::IsAbsent() const {
+    if (errno != ENOENT && errno != ENOTDIR) {
+        ThrowReadError(m_strPath, errno);
+    }
+    return false;
+}
+
+// True: reading goes on, at a place that may have changed.
+bool Follower::Resynchronize() {
+    const SharedLock lock(m_file.Get());
+    if (!lock.IsHeld() && ++m_cRefused < kMostRefused) {
+        return false;
+    }
+    m_cRefused = 0;
+    const std::string strFile = ReadFrom(0, kLargestSearch);
+    const std::size_t nFound = FindLast(strFile);
+    if (nFound == std::string::npos) {
+        m_parser.Finish();
+        m_bLost = m_bLost || !m_strLast.empty();
+        StartAgain();
+        Take(strFile);
+        return true;
+    }
+    m_nPosition = nFound;
+    m_strLast = strFile.substr(0, m_nPosition);
+    m_strLast.erase(0, m_strLast.size() - std::min(m_strLast.size(), kRemembered));
+    Take(std::string_view(strFile).substr(m_nPosition));
+    return true;
+}
+
+// The place behind what was read last.
+std::size_t Follower::FindLast(std::string_view file) const {
+    std::string_view last = m_strLast;
+    if (last.starts_with(kByteOrderMark)) {
+        last.remove_prefix(kByteOrderMark.size());  // it does not move with the records
+    }
+    // A cut drops the last line end of the file.
+    const std::size_t cbText = last.find_last_not_of(kLineEnds) + 1;
+    const std::string_view text = last.substr(0, cbText);
+    if (text.empty()) {
+        return std::string_view::npos;
+    }
+    std::size_t nFound = file.rfind(text);
+    if (nFound != std::string_view::npos) {
+        nFound += cbText;
+    } else {
+        nFound = EndOfCutText(file, text);
+    }
+    // What was read of the line ends is not read again.
+    for (std::size_t i = cbText; nFound < file.size() && i < last.size() && file[nFound] == last[i]; ++i) {
+        ++nFound;
+    }
+    return nFound;
+}
+
+// Where the text ends in a file that a cut has begin in the middle of it.
+std::size_t Follower::EndOfCutText(std::string_view file, std::string_view text) {
+    constexpr std::size_t kLeast = 32;
+    file.remove_prefix(file.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
+    for (; text.size() >= kLeast; text.remove_prefix(1)) {
+        if (file.starts_with(text)) {
+            return kByteOrderMark.size() + text.size();
+        }
+    }
+    return std::string_view::npos;
+}
+
+void Follower::StartAgain() {
+    m_nPosition = 0;
+    m_strLast.clear();
+}
+
+std::string Follower::ReadFrom(std::uint64_t nPosition, std::size_t cbMost) const {
+    const std::uint64_t cbFile = SizeOf(m_file.Get());
+    std::string strBytes(
+        static_cast<std::size_t>(std::min<std::uint64_t>(cbFile - std::min(cbFile, nPosition), cbMost)), '\0');
+    std::size_t cbRead = 0;
+    while (cbRead < strBytes.size()) {
+        const ssize_t cb = pread(m_file.Get(), strBytes.data() + cbRead, strBytes.size() - cbRead,
+                                 static_cast<off_t>(nPosition + cbRead));
+        if (cb < 0 && errno == EINTR) {
+            continue;
+        }
+        if (cb < 0) {
+            ThrowReadError(m_strPath, errno);
+        }
+        if (cb == 0) {
+            break;
+        }
+        cbRead += static_cast<std::size_t>(cb);
+    }
+    strBytes.resize(cbRead);
+    return strBytes;
+}
+
+bool Follower::IsInPlace() const {
+    return ReadFrom(m_nPosition - m_strLast.size(), m_strLast.size()) == m_strLast;
+}
+
+void Follower::Take(std::string_view bytes) {
+    for (std::string_view rest = bytes; !rest.empty(); rest.remove_prefix(std::min(rest.size(), kPiece))) {
+        m_parser.Feed(rest.substr(0, kPiece));
+    }
+    m_nPosition += bytes.size();
+    m_strLast.append(bytes.substr(bytes.size() - std::min(bytes.size(), kRemembered)));
+    m_strLast.erase(0, m_strLast.size() - std::min(m_strLast.size(), kRemembered));
+}
+
+}  // namespace vexlog

@@ -1,0 +1,26 @@
+// Prints records for programs: one JSON object a line, in valid UTF-8 whatever the log contains.
+#pragma once
+
+#include "OutputBuffer.h"
+#include "Record.h"
+
+namespace vexlog {
+
+class JsonPrinter : public RecordSink {
+public:
+    // The buffer has to live as long as the printer is used. It is flushed by its owner.
+    explicit JsonPrinter(OutputBuffer& output) : m_output(output) {}
+
+    void OnRecord(const Record& record) override;
+
+private:
+    void PrintFields(const Record& record);
+    void PrintMessage(const Record& record);
+    void Member(std::string_view name, std::string_view text);
+    template <typename Integer>
+    void Number(std::string_view name, Integer nValue);
+
+    OutputBuffer& m_output;
+};
+
+}  // namespace vexlog

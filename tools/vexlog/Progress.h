@@ -1,0 +1,30 @@
+// A bar on standard error while a log is read that takes longer than a second.
+#pragma once
+
+#include <chrono>
+
+#include "Input.h"
+#include "OutputBuffer.h"
+
+namespace vexlog {
+
+class Progress : public ReadObserver {
+public:
+    // bShow: there is somebody to see it. Output that has come together is written before the source makes wait.
+    Progress(OutputBuffer& output, bool bShow) : m_output(output), m_bShow(bShow) {}
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    ~Progress() override;
+
+    void OnProgress(std::uint64_t cbRead, std::uint64_t cbTotal, bool bWaiting) override;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    OutputBuffer& m_output;
+    const bool m_bShow;
+    bool m_bShown = false;
+    Clock::time_point m_next = Clock::now() + std::chrono::seconds(1);
+};
+
+}  // namespace vexlog

@@ -1,0 +1,39 @@
+// The page of "vexlog report": one self-contained HTML file with a timeline of calls by thread, their durations by
+// function, and the list of failures. Nothing of the log can become markup or script in it.
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "Stats.h"
+
+namespace vexlog {
+
+// Keeps the calls for the timeline; the oldest go beyond kMostCalls.
+class Report : public RecordSink, private CallSink {
+public:
+    static constexpr std::size_t kMostCalls = 100'000;
+
+    Report() : m_stats(this) {}
+    Report(const Report&) = delete;
+    Report& operator=(const Report&) = delete;
+
+    void OnRecord(const Record& record) override { m_stats.OnRecord(record); }
+    void Finish() { m_stats.Finish(); }
+
+    // strSource: what the page calls the log.
+    void Print(const std::string& strSource, OutputBuffer& output) const;
+
+private:
+    void OnCall(const Call& call) override;
+    void PrintSummary(const std::string& strSource, OutputBuffer& output) const;
+    void PrintTable(OutputBuffer& output) const;
+    void PrintData(OutputBuffer& output) const;
+    void PrintFunctions(OutputBuffer& output) const;
+
+    Stats m_stats;
+    std::deque<Call> m_calls;
+    std::uint64_t m_cDropped = 0;
+};
+
+}  // namespace vexlog

@@ -1,0 +1,15 @@
+// Writes a file that is there whole or not at all.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "OutputBuffer.h"
+
+namespace vexlog {
+
+// Has fnWrite write the file; a file of that name is replaced when that is done. "-": standard output. What is no
+// regular file is written to as it is. Throws std::system_error, and what fnWrite throws.
+void WriteReportFile(const std::string& strPath, const std::function<void(OutputBuffer&)>& fnWrite);
+
+}  // namespace vexlog

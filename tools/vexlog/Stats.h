@@ -1,0 +1,64 @@
+// What "vexlog stats" and the report's table say: numbers by function, and what the log consists of. Memory does not
+// grow with the log.
+#pragma once
+
+#include <vector>
+
+#include "Calls.h"
+#include "Histogram.h"
+#include "OutputBuffer.h"
+
+namespace vexlog {
+
+struct FunctionStats {
+    std::uint64_t cCalls = 0;         // all of the following
+    std::uint64_t cFailed = 0;        // refused or failed
+    std::uint64_t cOpen = 0;          // no end at the end of the log
+    std::uint64_t cWithoutBegin = 0;  // only their end is there
+    Histogram durations;              // of the others, in microseconds, where the clock went forward
+};
+
+struct LogStats {
+    std::uint64_t cRecords = 0;
+    std::uint64_t cMinimal = 0;
+    std::uint64_t cFragments = 0;
+    std::uint64_t cTorn = 0;  // of cRecords and cMinimal
+    std::uint64_t cEmpty = 0;
+    std::optional<CivilMicroseconds> first;  // the earliest and the latest time of a record
+    std::optional<CivilMicroseconds> last;
+};
+
+// Takes the records of a log; Finish before anything is read from it.
+class Stats : public RecordSink, private CallSink {
+public:
+    // Calls are also handed to pNext, unless it is null.
+    explicit Stats(CallSink* pNext = nullptr) : m_pNext(pNext), m_matcher(*this) {}
+    Stats(const Stats&) = delete;
+    Stats& operator=(const Stats&) = delete;
+
+    void OnRecord(const Record& record) override;
+    void Finish() { m_matcher.Finish(); }
+
+    const LogStats& Log() const { return m_log; }
+    const std::vector<std::string>& FunctionNames() const { return m_matcher.Functions(); }
+    const FunctionStats& Of(std::size_t nFunction) const { return m_functions[nFunction]; }
+    // The functions' numbers in the order of their names.
+    std::vector<std::size_t> SortedFunctions() const;
+
+private:
+    void OnCall(const Call& call) override;
+
+    CallSink* m_pNext;
+    CallMatcher m_matcher;
+    LogStats m_log;
+    std::vector<FunctionStats> m_functions;
+};
+
+void PrintStatsText(const Stats& stats, bool bUtf8, OutputBuffer& output);
+// One JSON object in one line.
+void PrintStatsJson(const Stats& stats, OutputBuffer& output);
+
+// "48 us", "1.25 ms", "3.1 s"
+std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicroseconds = "us");
+
+}  // namespace vexlog

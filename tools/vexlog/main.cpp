@@ -1,0 +1,178 @@
+// vexlog: prints, measures and draws the diagnostic log.
+#include <langinfo.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "Exit.h"
+#include "Follow.h"
+#include "Input.h"
+#include "JsonPrinter.h"
+#include "Options.h"
+#include "Progress.h"
+#include "Report.h"
+#include "ReportFile.h"
+#include "Stats.h"
+#include "TextPrinter.h"
+
+namespace vexlog {
+namespace {
+
+constexpr int kPollMilliseconds = 200;
+
+volatile std::sig_atomic_t g_nInterrupted = 0;
+
+void OnInterrupt(int) {
+    g_nInterrupted = 1;
+}
+
+// Lets the wanted records pass.
+class FilterSink : public RecordSink {
+public:
+    FilterSink(const Filter& filter, RecordSink& next) : m_filter(filter), m_next(next) {}
+    void OnRecord(const Record& record) override {
+        if (m_filter.Passes(record)) {
+            m_next.OnRecord(record);
+        }
+    }
+
+private:
+    const Filter& m_filter;
+    RecordSink& m_next;
+};
+
+bool LocaleIsUtf8() {
+    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+bool WantsColour(Colour colour) {
+    const char* const pszNoColour = std::getenv("NO_COLOR");
+    const bool bRefused = pszNoColour != nullptr && *pszNoColour != '\0';
+    return colour == Colour::kAlways || (colour == Colour::kAuto && !bRefused && isatty(STDOUT_FILENO) != 0);
+}
+
+std::unique_ptr<RecordSink> MakePrinter(const Options& options, OutputBuffer& output) {
+    if (options.bJson) {
+        return std::make_unique<JsonPrinter>(output);
+    }
+    return std::make_unique<TextPrinter>(output, TextPrinter::Style{WantsColour(options.colour), LocaleIsUtf8()});
+}
+
+// False: nobody reads the output any more.
+bool Wait() {
+    pollfd output = {STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, kPollMilliseconds) <= 0 || (output.revents & (POLLERR | POLLNVAL)) == 0;
+}
+
+void FollowLog(const std::string& strPath, RecordSink& sink, OutputBuffer& output) {
+    // The second signal ends a program that does not come to its end by itself.
+    struct sigaction action = {};
+    action.sa_handler = OnInterrupt;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+
+    Follower follower(strPath, sink);
+    bool bTold = false;
+    while (g_nInterrupted == 0) {
+        const bool bNew = follower.Poll();
+        if (follower.TakeLost()) {
+            output.Flush();
+            static_cast<void>(std::fputs("vexlog: the log was cut or emptied; records may be missing\n", stderr));
+        }
+        if (!follower.HasFile() && !bTold) {
+            bTold = true;
+            static_cast<void>(std::fprintf(stderr, "vexlog: waiting for %s\n", strPath.c_str()));
+        }
+        if (!bNew) {
+            output.Flush();
+            if (!Wait()) {
+                throw OutputClosed();
+            }
+        }
+    }
+    follower.Finish();
+}
+
+void Print(const Options& options) {
+    OutputBuffer output(STDOUT_FILENO);
+    const std::unique_ptr<RecordSink> printer = MakePrinter(options, output);
+    FilterSink filter(options.filter, *printer);
+    if (options.bFollow) {
+        FollowLog(options.strInput, filter, output);
+    } else {
+        Progress progress(output, isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0);
+        ReadLog(options.strInput, filter, progress);
+    }
+    output.Flush();
+}
+
+void ReadQuietly(const std::string& strPath, RecordSink& sink) {
+    OutputBuffer nothing(STDOUT_FILENO);
+    Progress progress(nothing, isatty(STDERR_FILENO) != 0);
+    ReadLog(strPath, sink, progress);
+}
+
+void PrintStats(const Options& options) {
+    Stats stats;
+    ReadQuietly(options.strInput, stats);
+    stats.Finish();
+    OutputBuffer output(STDOUT_FILENO);
+    if (options.bJson) {
+        PrintStatsJson(stats, output);
+    } else {
+        PrintStatsText(stats, LocaleIsUtf8(), output);
+    }
+    output.Flush();
+}
+
+void WriteReport(const Options& options) {
+    Report report;
+    ReadQuietly(options.strInput, report);
+    report.Finish();
+    const std::string strSource = options.strInput == kStandardInput ? "standard input" : options.strInput;
+    WriteReportFile(options.strOutput, [&](OutputBuffer& output) { report.Print(strSource, output); });
+}
+
+int Run(int argc, char** argv) {
+    static_cast<void>(std::setlocale(LC_CTYPE, ""));
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    int nExit = kExitOk;
+    const std::optional<Options> options = ParseOptions(argc, argv, nExit);
+    if (!options) {
+        return nExit;
+    }
+    try {
+        switch (options->command) {
+            case Command::kPrint:
+                Print(*options);
+                break;
+            case Command::kStats:
+                PrintStats(*options);
+                break;
+            case Command::kReport:
+                WriteReport(*options);
+                break;
+        }
+    } catch (const OutputClosed&) {
+        // As with any program whose reader has seen enough.
+    } catch (const std::exception& error) {
+        static_cast<void>(std::fprintf(stderr, "vexlog: %s\n", error.what()));
+        return kExitError;
+    }
+    return kExitOk;
+}
+
+}  // namespace
+}  // namespace vexlog
+
+int main(int argc, char** argv) {
+    return vexlog::Run(argc, argv);
+}
