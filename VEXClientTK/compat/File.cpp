@@ -103,6 +103,14 @@ constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
 // Marks a file, on which it means nothing else, from its creation until somebody has its lock.
 constexpr mode_t kUnclaimed = S_ISVTX;
 
+// Whether the file can bear the mark: not every file system keeps it. It does not bear it when this returns.
+bool CanBeMarked(int nDescriptor, mode_t mode) {
+    struct stat status {};
+    const bool bMarked = fchmod(nDescriptor, mode | kUnclaimed) == 0 && fstat(nDescriptor, &status) == 0 &&
+                         (status.st_mode & kUnclaimed) != 0;
+    return fchmod(nDescriptor, mode) == 0 && bMarked;
+}
+
 // Between making a file and locking it another process may open and lock it. It is the one who has the lock of a fresh
 // file first that is told to have created it, and so writes what a file begins with; who made it comes second.
 Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOpen) {
@@ -115,13 +123,14 @@ Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOp
     }
     FileLock lock(descriptor.Get(), kMaxLockWait, uForksBeforeOpen);
     const bool bMayBeFresh = bMade || (status.st_mode & kUnclaimed) != 0;
-    if (!bMayBeFresh || fstat(descriptor.Get(), &status) != 0 || status.st_size != 0 ||
-        (!bMade && (status.st_mode & kUnclaimed) == 0)) {
-        return {std::move(descriptor), std::move(lock), ERROR_ALREADY_EXISTS};
+    bool bCreated = false;
+    if (bMayBeFresh && fstat(descriptor.Get(), &status) == 0 && status.st_size == 0) {
+        const mode_t mode = status.st_mode & ~(S_IFMT | kUnclaimed);
+        // Somebody else's file that bears the mark for reasons of its own keeps it and counts as an opened one.
+        bCreated = (status.st_mode & kUnclaimed) != 0 ? fchmod(descriptor.Get(), mode) == 0
+                                                      : bMade && !CanBeMarked(descriptor.Get(), mode);
     }
-    // Somebody else's file that bears the mark for reasons of its own keeps it and counts as an opened one.
-    const bool bClaimed = fchmod(descriptor.Get(), status.st_mode & ~(S_IFMT | kUnclaimed)) == 0;
-    return {std::move(descriptor), std::move(lock), bClaimed || bMade ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
+    return {std::move(descriptor), std::move(lock), bCreated ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
 }
 
 // An existing file is opened without O_CREAT, as a file of somebody else in a directory like /tmp may not be.

@@ -76,7 +76,7 @@ void WaitUntilWritten(const std::string& strPath) {
     const std::string strMark = "mark " + std::to_string(getpid()) + "." + std::to_string(++s_nMarks) + ".";
     TraceArguments(L"[MARK] ", 1000, L"test.cpp", nullptr, 0, L"%hs", strMark.c_str());
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!EndContains(strPath, strMark + "\r\n\r\n")) {
+    while (!EndContains(strPath, strMark + "\r\n")) {
         if (std::chrono::steady_clock::now() > deadline) {
             ADD_FAILURE() << "waited in vain for a record in " << strPath;
             EndChildAtOnce();
