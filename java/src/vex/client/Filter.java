@@ -1,0 +1,117 @@
+package vex.client;
+
+import java.math.BigInteger;
+import java.nio.charset.StandardCharsets;
+import java.time.Instant;
+import java.time.temporal.ChronoUnit;
+import java.util.Objects;
+import javax.security.auth.x500.X500Principal;
+
+/** A condition that a certificate has to meet: the toolkit's number of its kind, and the value as the toolkit reads it. */
+final class Filter {
+    private final long type;
+    private final String name;
+    private final String value;
+
+    private Filter(long type, String name, String value) {
+        this.type = type;
+        this.name = name;
+        this.value = Objects.requireNonNull(value, name);
+    }
+
+    static Filter issuerContains(String part) {
+        return new Filter(1, "issuer contains", part);
+    }
+
+    static Filter subjectContains(String part) {
+        return new Filter(2, "subject contains", part);
+    }
+
+    static Filter serial(BigInteger serial) {
+        if (serial.signum() < 0) {
+            throw new IllegalArgumentException("A serial number is not negative: " + serial);
+        }
+        return new Filter(3, "serial number", serial.toString(16));
+    }
+
+    static Filter fingerprint(String sha256) {
+        return new Filter(4, "fingerprint", sha256);
+    }
+
+    static Filter allowsKeyUsage(KeyUsage usage) {
+        return new Filter(5, "allows key usage", usage.toString());
+    }
+
+    static Filter keyAlgorithm(String algorithm) {
+        return new Filter(6, "key algorithm", algorithm);
+    }
+
+    static Filter keyUsages(KeyUsage... usages) {
+        return new Filter(7, "key usages", join((Object[]) usages));
+    }
+
+    static Filter extendedKeyUsages(String... usages) {
+        return new Filter(8, "extended key usages", join((Object[]) usages));
+    }
+
+    static Filter validAt(Instant time) {
+        return new Filter(9, "valid at", time.truncatedTo(ChronoUnit.SECONDS).toString());
+    }
+
+    static Filter policy(String oid) {
+        return new Filter(10, "policy", oid);
+    }
+
+    static Filter keySizeAtLeast(int bits) {
+        if (bits <= 0) {
+            throw new IllegalArgumentException("A key has at least one bit, not " + bits);
+        }
+        return new Filter(11, "key size at least", Integer.toString(bits));
+    }
+
+    static Filter subject(X500Principal subject) {
+        return new Filter(12, "subject", toAsciiName(subject));
+    }
+
+    static Filter issuer(X500Principal issuer) {
+        return new Filter(13, "issuer", toAsciiName(issuer));
+    }
+
+    /** The toolkit's number for this kind of filter. */
+    long type() {
+        return type;
+    }
+
+    /** For messages. */
+    String name() {
+        return name;
+    }
+
+    String value() {
+        return value;
+    }
+
+    private static String join(Object... names) {
+        if (names.length == 0) {
+            throw new IllegalArgumentException("At least one usage has to be named");
+        }
+        StringBuilder list = new StringBuilder();
+        for (Object name : names) {
+            list.append(list.length() == 0 ? "" : ",").append(Objects.requireNonNull(name, "usage"));
+        }
+        return list.toString();
+    }
+
+    /** RFC 4514 text with everything else than ASCII as hexadecimal pairs, so that every locale can encode it. */
+    private static String toAsciiName(X500Principal name) {
+        StringBuilder ascii = new StringBuilder();
+        for (byte b : name.getName(X500Principal.RFC2253).getBytes(StandardCharsets.UTF_8)) {
+            if (b >= 0) {
+                ascii.append((char) b);
+            } else {
+                ascii.append(String.format("\\%02X", b & 0xff));
+            }
+        }
+        return ascii.toString();
+    }
+}
