@@ -23,7 +23,7 @@ final class Session {
 
     private static final int CLOSED = Integer.MIN_VALUE;
 
-    private final long handle;
+    final long handle;
     private final int chooseSingle;
     /** The number of calls under way; with the sign bit once closed. */
     private final AtomicInteger state = new AtomicInteger();

@@ -47,7 +47,7 @@ import javax.security.auth.x500.X500Principal;
  * client that became unreachable without having been closed is released by a daemon thread some time afterwards.
  */
 public final class SigningClient implements AutoCloseable {
-    private final Session session;
+    final Session session;
     private final Reaper.Ticket ticket;
 
     private SigningClient(Session session) {
