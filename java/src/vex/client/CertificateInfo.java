@@ -53,7 +53,8 @@ public final class CertificateInfo {
                 // As below: the toolkit's list is not what this class knows.
             }
         }
-        throw SigningException.of(VCTKError.INTERNAL, "the toolkit's certificate list has an unknown record: " + record);
+        throw SigningException.of(VCTKError.INTERNAL,
+            "the toolkit's certificate list has an unknown record: " + record);
     }
 
     /**
@@ -104,8 +105,8 @@ public final class CertificateInfo {
     /**
      * The subject's name.
      *
-     * @return equal to {@link java.security.cert.X509Certificate#getSubjectX500Principal} of the certificate, if all its
-     *     attributes are of types that Java knows by name; the string type of other values is not known here
+     * @return equal to {@link java.security.cert.X509Certificate#getSubjectX500Principal} of the certificate, if all
+     *     its attributes are of types that Java knows by name; the string type of other values is not known here
      * @throws IllegalStateException if Java cannot read the name; {@link #subjectText} has it all the same
      */
     public X500Principal subject() {
@@ -124,8 +125,8 @@ public final class CertificateInfo {
     /**
      * The issuer's name.
      *
-     * @return equal to {@link java.security.cert.X509Certificate#getIssuerX500Principal} of the certificate, if all its
-     *     attributes are of types that Java knows by name; the string type of other values is not known here
+     * @return equal to {@link java.security.cert.X509Certificate#getIssuerX500Principal} of the certificate, if all
+     *     its attributes are of types that Java knows by name; the string type of other values is not known here
      * @throws IllegalStateException if Java cannot read the name; {@link #issuerText} has it all the same
      */
     public X500Principal issuer() {

@@ -7,7 +7,7 @@ import java.time.temporal.ChronoUnit;
 import java.util.Objects;
 import javax.security.auth.x500.X500Principal;
 
-/** A condition that a certificate has to meet: the toolkit's number of its kind, and the value as the toolkit reads it. */
+/** A condition that a certificate has to meet: the toolkit's number of its kind, and the value as it reads it. */
 final class Filter {
     private final long type;
     private final String name;

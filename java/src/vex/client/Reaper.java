@@ -8,8 +8,8 @@ import java.util.HashSet;
 import java.util.Set;
 
 /**
- * Closes the sessions whose owners became unreachable without closing them. Its daemon thread lives only while there are
- * open sessions, and holds on to nothing of the code that started it, so that a class loader that is done with this
+ * Closes the sessions whose owners became unreachable without closing them. Its daemon thread lives only while there
+ * are open sessions, and holds on to nothing of the code that started it, so that a class loader that is done with this
  * package can be collected. Any thread may call any method.
  */
 final class Reaper {

@@ -38,8 +38,8 @@ import javax.security.auth.x500.X500Principal;
  *
  * <h2>Threads</h2>
  * Any thread may call any method at any time. The client is immutable; its calls run one after the other inside the
- * toolkit, so threads that sign a lot are faster with a client each. An exception tells the error of the call that threw
- * it, whatever other threads do.
+ * toolkit, so threads that sign a lot are faster with a client each. An exception tells the error of the call that
+ * threw it, whatever other threads do.
  *
  * <h2>Closing</h2>
  * {@link #close} may be called at any time and more than once. Calls that other threads have under way finish normally,
@@ -153,8 +153,8 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * What a client is to be like. Every filter narrows the choice: a certificate has to pass all of them. Of those that
-     * do, the one that stays valid longest signs. Not for several threads at once.
+     * What a client is to be like. Every filter narrows the choice: a certificate has to pass all of them. Of those
+     * that do, the one that stays valid longest signs. Not for several threads at once.
      */
     public static final class Builder {
         private final String store;
@@ -357,11 +357,12 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Opens the store. The first time in a process, this loads the native library; see {@link vex.jni.TAVClientJNI}.
+         * Opens the store. The first time in a process, this loads the native library; see
+         * {@link vex.jni.TAVClientJNI}.
          *
          * @return a client to be closed by the caller
-         * @throws SigningException if the store cannot be opened or a setting is refused. That no certificate passes the
-         *     filters shows when signing
+         * @throws SigningException if the store cannot be opened or a setting is refused. That no certificate passes
+         *     the filters shows when signing
          * @throws IllegalStateException if {@link #pin} was given and an earlier call has used it up
          */
         public SigningClient open() throws SigningException {

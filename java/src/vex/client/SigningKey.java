@@ -13,8 +13,8 @@ import java.security.interfaces.RSAPublicKey;
 import java.security.spec.ECParameterSpec;
 
 /**
- * A private key that stays in the toolkit: it has no encoded form and works with this provider alone. It keeps its store
- * open. Any thread may use it.
+ * A private key that stays in the toolkit: it has no encoded form and works with this provider alone. It keeps its
+ * store open. Any thread may use it.
  */
 abstract class SigningKey implements PrivateKey {
     private static final long serialVersionUID = 1L;

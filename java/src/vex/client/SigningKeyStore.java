@@ -78,7 +78,7 @@ final class SigningKeyStore extends KeyStoreSpi {
         }
         try {
             StoreSession session =
-                StoreSession.open(password == null ? store : StoreText.withPin(store, password));
+                StoreSession.open(isNone(password) ? store : StoreText.withPin(store, password));
             Map<String, Entry> found = new LinkedHashMap<>();
             for (CertificateInfo info : session.certificates()) {
                 X509Certificate certificate = session.certificate(info.fingerprint());
@@ -90,6 +90,11 @@ final class SigningKeyStore extends KeyStoreSpi {
         } catch (SigningException | InvalidKeyException | IllegalArgumentException e) {
             throw new IOException(e.getMessage(), isPinWrong(e) ? new UnrecoverableKeyException(e.getMessage()) : e);
         }
+    }
+
+    /** Tools that ask for a password and get none pass an empty one. */
+    private static boolean isNone(char[] password) {
+        return password == null || password.length == 0;
     }
 
     /** KeyStore.load promises this cause to callers that ask again. */
@@ -117,8 +122,8 @@ final class SigningKeyStore extends KeyStoreSpi {
     }
 
     private static IOException notUri() {
-        return new IOException("The stream does not hold a store's URI, such as file:/path/keys.p12. The store itself is"
-            + " not read from a stream: the toolkit reads it from its file");
+        return new IOException("The stream does not hold a store's URI, such as file:/path/keys.p12. The store itself"
+            + " is not read from a stream: the toolkit reads it from its file");
     }
 
     private static char[] password(KeyStore.ProtectionParameter protection) throws IOException {

@@ -19,11 +19,13 @@ import java.util.List;
  *
  * <h2>KeyStore</h2>
  * It holds the certificates that could sign when it was loaded, and their keys; an alias is a certificate's SHA-256
- * fingerprint in lower-case hexadecimal. Each certificate's chain is itself alone. Keys have no encoded form and need no
- * password. The store stays open while the KeyStore or one of its keys is reachable. It is opened by {@code load} with
+ * fingerprint in lower-case hexadecimal. Each certificate's chain is itself alone. Keys have no encoded form and need
+ * no password. The store stays open while the KeyStore or one of its keys is reachable. It is opened by {@code load}
+ * with
  * <ul>
  * <li>a {@link StoreParameter};
- * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. The PIN may be {@code null};
+ * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. A PIN that is {@code null} or empty is
+ *     none;
  * <li>{@code (null, pin)}, or another LoadStoreParameter: the store that the provider was given.
  * </ul>
  * Loading makes one signature over a fixed text with every key and throws it away: it brings the certificate.
@@ -33,8 +35,8 @@ import java.util.List;
  * only for signing. They collect the data in memory; empty data is refused. {@code Signature.getInstance} without a
  * provider keeps working for all other keys and for verifying, and finds this provider for its keys.
  *
- * <p>Any thread may use a provider, a loaded KeyStore and a key. Signatures with keys of one loaded KeyStore are made one
- * after the other; threads that sign a lot are faster with a KeyStore each.
+ * <p>Any thread may use a provider, a loaded KeyStore and a key. Signatures with keys of one loaded KeyStore are made
+ * one after the other; threads that sign a lot are faster with a KeyStore each.
  */
 public final class SigningProvider extends Provider {
     /** The provider's name, for {@code getInstance(..., "VexClient")}. */
@@ -126,7 +128,7 @@ public final class SigningProvider extends Provider {
             return new SigningEngine(keyAlgorithm, digest);
         }
 
-        /** By this, a Signature that was not told its provider takes this one for its keys and no other for anything. */
+        /** By this, a Signature that was not told its provider takes this one for its own keys and for nothing else. */
         @Override
         public boolean supportsParameter(Object parameter) {
             return parameter instanceof SigningKey && ((Key) parameter).getAlgorithm().equals(keyAlgorithm);

@@ -5,8 +5,8 @@ import java.security.cert.X509Certificate;
 import java.util.List;
 
 /**
- * One open store that signs with any of its certificates, for a key store and its keys. It is released when none of them
- * is reachable any more. Any thread may call any method; calls wait for each other.
+ * One open store that signs with any of its certificates, for a key store and its keys. It is released when none of
+ * them is reachable any more. Any thread may call any method; calls wait for each other.
  */
 final class StoreSession {
     /** Signed to get at a certificate. Nobody sees the signature. */

@@ -15,8 +15,8 @@ import java.util.regex.Pattern;
 
 /**
  * Loads the native library: from the system property {@code vex.jni.library}, else from {@code java.library.path}, else
- * out of the jar. Whatever goes wrong ends in one {@link UnsatisfiedLinkError} that says what was tried, why it failed and
- * what to do.
+ * out of the jar. Whatever goes wrong ends in one {@link UnsatisfiedLinkError} that says what was tried, why it failed
+ * and what to do.
  */
 final class LibraryLoader {
     static final String PROPERTY = "vex.jni.library";
@@ -167,15 +167,15 @@ final class LibraryLoader {
                 + " path), not into each application.";
         }
         if (message.contains("failed to map segment")) {
-            return "code may not be executed from there: the file system is mounted noexec, or a security policy forbids"
-                + " it. Keep the library in a directory on another file system; one out of the jar goes where"
+            return "code may not be executed from there: the file system is mounted noexec, or a security policy"
+                + " forbids it. Keep the library in a directory on another file system; one out of the jar goes where"
                 + " -Djava.io.tmpdir says.";
         }
         Matcher version = Pattern.compile("version [`'\"]?(\\w+?)_([0-9.]+)'? not found").matcher(message);
         if (version.find()) {
             String library = version.group(1).equals("GLIBC") ? "glibc, the C library" : version.group(1);
-            return "it was built for " + library + " " + version.group(2) + " or newer, and this host's is older. Run it"
-                + " on a newer release of the system, or build the library on this one.";
+            return "it was built for " + library + " " + version.group(2) + " or newer, and this host's is older. Run"
+                + " it on a newer release of the system, or build the library on this one.";
         }
         String wrongFile = elfProblem(Paths.get(file));
         if (wrongFile != null) {
@@ -217,8 +217,9 @@ final class LibraryLoader {
         if (x8664 == jvmIsX8664) {
             return null;
         }
-        return "wrong architecture: the library is for " + (x8664 ? "x86-64" : machineName(machine)) + ", and this JVM for "
-            + System.getProperty("os.arch") + ". Both have to be for the same; the library exists for 64-bit x86 Linux.";
+        return "wrong architecture: the library is for " + (x8664 ? "x86-64" : machineName(machine))
+            + ", and this JVM for " + System.getProperty("os.arch")
+            + ". Both have to be for the same; the library exists for 64-bit x86 Linux.";
     }
 
     private static String machineName(int machine) {

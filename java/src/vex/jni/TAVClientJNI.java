@@ -32,10 +32,10 @@ package vex.jni;
  *
  * <h2>Loading</h2>
  * The native library is loaded with this class: from the full path in the system property {@code vex.jni.library} if
- * that is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches {@code java.library.path}, else out of
- * the jar if that carries it. When it cannot be loaded, the class's first use throws an {@link UnsatisfiedLinkError} that
- * says what was tried, why it failed and what to do (every later use a {@link NoClassDefFoundError}). From Java 24 on, start the JVM with
- * {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
+ * that is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches {@code java.library.path}, else out
+ * of the jar if that carries it. When it cannot be loaded, the class's first use throws an {@link UnsatisfiedLinkError}
+ * that says what was tried, why it failed and what to do (every later use a {@link NoClassDefFoundError}). From Java 24
+ * on, start the JVM with {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
  */
 public class TAVClientJNI {
     /** Filter: the issuer's name as RFC 4514 text contains the value, in any case. */

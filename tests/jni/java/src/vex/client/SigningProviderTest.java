@@ -15,6 +15,7 @@ import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.NotSerializableException;
 import java.io.ObjectOutputStream;
+import java.io.OutputStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -40,9 +41,15 @@ import java.util.concurrent.Callable;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.Future;
+import java.util.jar.JarEntry;
+import java.util.jar.JarFile;
+import java.util.jar.JarOutputStream;
 import java.util.stream.IntStream;
+import java.util.zip.ZipEntry;
+import java.util.zip.ZipFile;
 import javax.security.auth.callback.Callback;
 import javax.security.auth.callback.PasswordCallback;
+import jdk.security.jarsigner.JarSigner;
 import org.bouncycastle.cert.jcajce.JcaCertStore;
 import org.bouncycastle.cms.CMSProcessableByteArray;
 import org.bouncycastle.cms.CMSSignedData;
@@ -90,6 +97,7 @@ class SigningProviderTest {
 
     @AfterAll
     static void removeProvider() {
+        store = null;  // else it would stay open
         Security.removeProvider(SigningProvider.NAME);
     }
 
@@ -137,8 +145,8 @@ class SigningProviderTest {
         }
         assertEquals(2048, ((RSAKey) key("RSA")).getModulus().bitLength());
         assertEquals(256, ((ECKey) key("EC")).getParams().getCurve().getField().getFieldSize());
-        for (Object absent : new Object[] {store.getKey("x", null), store.getCertificate("x"), store.getEntry("x", null),
-                store.getCertificateChain("x"), store.getCreationDate("x")}) {
+        for (Object absent : new Object[] {store.getKey("x", null), store.getCertificate("x"),
+                store.getEntry("x", null), store.getCertificateChain("x"), store.getCreationDate("x")}) {
             assertNull(absent);
         }
     }
@@ -175,6 +183,9 @@ class SigningProviderTest {
         stores.get(3).load(new ByteArrayInputStream(("file:" + file + "\n").getBytes(StandardCharsets.UTF_8)), pin);
         stores.get(4).load(null, pin);
         stores.get(5).load(other);
+        KeyStore demo = newStore();
+        demo.load(StoreParameter.store("demo:", new KeyStore.PasswordProtection(new char[0])));
+        assertEquals(2, demo.size(), "an empty PIN is none");
         for (KeyStore loaded : stores) {
             assertEquals(2, loaded.size());
         }
@@ -308,6 +319,26 @@ class SigningProviderTest {
         SignerInformation information = signed.getSignerInfos().getSigners().iterator().next();
         assertTrue(information.verify(
             new JcaSimpleSignerInfoVerifierBuilder().setProvider(new BouncyCastleProvider()).build(certificate)));
+    }
+
+    @Test
+    void jarsAreSignedAndVerify() throws Exception {
+        Path plain = directory.resolve("plain.jar");
+        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(plain))) {
+            jar.putNextEntry(new ZipEntry("entry"));
+            jar.write(DATA);
+        }
+        Path signed = directory.resolve("signed.jar");
+        KeyStore.PrivateKeyEntry entry = (KeyStore.PrivateKeyEntry) store.getEntry(
+            store.getCertificateAlias(ec.certificate()), null);
+        try (ZipFile zip = new ZipFile(plain.toFile()); OutputStream output = Files.newOutputStream(signed)) {
+            new JarSigner.Builder(entry).build().sign(zip, output);
+        }
+        try (JarFile jar = new JarFile(signed.toFile(), true)) {
+            JarEntry read = jar.getJarEntry("entry");
+            assertArrayEquals(DATA, jar.getInputStream(read).readAllBytes());
+            assertEquals(ec.certificate(), read.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
+        }
     }
 
     @Test

@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
+import java.lang.ref.WeakReference;
 import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.charset.Charset;
@@ -136,6 +137,38 @@ class LoadFailuresTest {
         }
     }
 
+    /**
+     * In each of two class loaders, one after the other, opens a client and forgets it: client and class loader are to
+     * go.
+     */
+    static final class Forget {
+        public static void main(String[] args) throws Exception {
+            for (int i = 0; i < 2; ++i) {
+                WeakReference<ClassLoader> loader = openAndForget();
+                long deadline = System.nanoTime() + 30_000_000_000L;
+                while (loader.get() != null) {
+                    if (System.nanoTime() > deadline) {
+                        throw new AssertionError("the class loader was not collected");
+                    }
+                    System.gc();
+                    Thread.sleep(5);
+                }
+                System.out.println("collected");
+            }
+        }
+
+        private static WeakReference<ClassLoader> openAndForget() throws Exception {
+            URL[] path = {Path.of(System.getProperty("java.class.path").split(":")[0]).toUri().toURL()};
+            URLClassLoader loader = new URLClassLoader(path, ClassLoader.getPlatformClassLoader());
+            Class<?> type = Class.forName("vex.client.SigningClient", true, loader);
+            Object builder = type.getMethod("store", String.class).invoke(null, "demo:");
+            Object client = builder.getClass().getMethod("open").invoke(builder);
+            byte[] signature = (byte[]) type.getMethod("signPkcs1", String.class).invoke(client, "text");
+            System.out.println("signed " + (signature.length > 0));
+            return new WeakReference<>(loader);
+        }
+    }
+
     private static String testsJar() throws Exception {
         return Path.of(Load.class.getProtectionDomain().getCodeSource().getLocation().toURI()).toString();
     }
@@ -172,6 +205,12 @@ class LoadFailuresTest {
         try (Stream<Path> left = Files.list(directory)) {
             assertEquals(List.of(), left.filter(path -> path.getFileName().toString().startsWith("vex-")).toList());
         }
+    }
+
+    @Test
+    void aForgottenClientKeepsNoClassLoader() throws Exception {
+        String output = java(List.of(), NATIVE_ACCESS, "-cp", bundledClassPath(), Forget.class.getName());
+        assertEquals("signed true\ncollected\n".repeat(2), output);
     }
 
     @Test

@@ -23,8 +23,8 @@ import org.junit.platform.launcher.listeners.TestExecutionSummary;
 
 /**
  * Runs the tests of a tag in this JVM. Everything is reported on standard error, so that standard output holds nothing
- * but the JVM's own remarks. A test that was skipped or not found fails the run; only those of the tag loading may find that
- * their surroundings do not allow them, and say why.
+ * but the JVM's own remarks. A test that was skipped or not found fails the run; only those of the tag loading may find
+ * that their surroundings do not allow them, and say why.
  */
 public final class RunTests {
     private static final long SLOW_MILLISECONDS = 1000;
