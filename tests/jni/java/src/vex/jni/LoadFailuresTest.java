@@ -14,6 +14,8 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import java.util.stream.Stream;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
@@ -211,6 +213,18 @@ class LoadFailuresTest {
     void aForgottenClientKeepsNoClassLoader() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-cp", bundledClassPath(), Forget.class.getName());
         assertEquals("signed true\ncollected\n".repeat(2), output);
+    }
+
+    /** The command is the page's. */
+    @Test
+    void keytoolListsTheDemoStore() throws Exception {
+        String page = Files.readString(Path.of(System.getProperty("vex.test.docs"), "jca-provider.md"));
+        Matcher block = Pattern.compile("```sh\n(.*?)```", Pattern.DOTALL).matcher(page);
+        assertTrue(block.find());
+        Files.createSymbolicLink(directory.resolve("tavclientjni-bundled.jar"), Path.of(BUNDLED_JAR));
+        String output = run(List.of("sh", "-c", "PATH=\"$0/bin:$PATH\"; cd \"$1\" && " + block.group(1),
+            System.getProperty("java.home"), directory.toString()));
+        assertContains(output, "Your keystore contains 2 entries", "PrivateKeyEntry");
     }
 
     @Test
