@@ -13,6 +13,7 @@ import vex.jni.VCTKError;
 public final class SigningException extends GeneralSecurityException {
     private static final long serialVersionUID = 1L;
 
+    /** Never 0. */
     private final int number;
 
     SigningException(int number, String text) {

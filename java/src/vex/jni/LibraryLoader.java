@@ -61,7 +61,7 @@ final class LibraryLoader {
             return true;
         } catch (UnsatisfiedLinkError e) {
             String file = find(directories);
-            if (file != null) {
+            if (file != null || !String.valueOf(e.getMessage()).startsWith("no " + NAME + " in ")) {
                 throw failure(tried, explain(e, file), e);
             }
             if (LibraryLoader.class.getResource(RESOURCES + BRIDGE) != null) {
@@ -74,9 +74,10 @@ final class LibraryLoader {
         }
     }
 
+    /** Where the library is, null if it is not there. */
     private static String find(String directories) {
         for (String directory : directories.split(Pattern.quote(File.pathSeparator))) {
-            File file = new File(directory, BRIDGE);
+            File file = new File(directory.isEmpty() ? "." : directory, BRIDGE);
             if (file.exists()) {
                 return file.getAbsolutePath();
             }
@@ -158,7 +159,7 @@ final class LibraryLoader {
             + " program's jar. What Java says: " + e.getMessage() + ".", e);
     }
 
-    /** The cause and the cure, as far as the message and the file tell. */
+    /** The cause and the cure, as far as the message and the file tell; null for a file that is not known. */
     private static String explain(UnsatisfiedLinkError e, String file) {
         String message = String.valueOf(e.getMessage());
         if (message.contains("already loaded in another class")) {
@@ -177,7 +178,7 @@ final class LibraryLoader {
             return "it was built for " + library + " " + version.group(2) + " or newer, and this host's is older. Run"
                 + " it on a newer release of the system, or build the library on this one.";
         }
-        String wrongFile = elfProblem(Paths.get(file));
+        String wrongFile = file == null ? null : elfProblem(Paths.get(file));
         if (wrongFile != null) {
             return wrongFile;
         }

@@ -287,6 +287,17 @@ class SigningProviderTest {
     }
 
     @Test
+    void servicesSupportTheirOwnKeysAlone() throws Exception {
+        Provider provider = Security.getProvider(SigningProvider.NAME);
+        Provider.Service service = provider.getService("Signature", "SHA256withRSA");
+        assertTrue(service.supportsParameter(key("RSA")));
+        assertFalse(service.supportsParameter(key("EC")));
+        assertFalse(service.supportsParameter(rsa.key()));
+        assertFalse(service.supportsParameter(rsa.certificate().getPublicKey()));
+        assertTrue(provider.getService("Signature", "SHA256withECDSA").supportsParameter(key("EC")));
+    }
+
+    @Test
     void misuseIsRefused() throws Exception {
         Signature signature = Signature.getInstance("SHA256withRSA", SigningProvider.NAME);
         assertThrows(InvalidKeyException.class, () -> signature.initVerify(rsa.certificate()));

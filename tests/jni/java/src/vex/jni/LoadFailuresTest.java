@@ -237,7 +237,7 @@ class LoadFailuresTest {
 
     @Test
     void directoryThatForbidsExecution() throws Exception {
-        List<String> unshare = List.of("unshare", "--mount", "--map-root-user");
+        List<String> unshare = List.of("env", "unshare", "--mount", "--map-root-user");
         String mount = "mount -t tmpfs -o noexec tmpfs \"$0\"";
         List<String> probe = new ArrayList<>(unshare);
         probe.addAll(List.of("sh", "-c", mount + " && echo mounted", directory.toString()));
