@@ -91,22 +91,31 @@ final class LibraryLoader {
         if (!system.equals("Linux on amd64")) {
             throw failure(tried, "the jar carries libraries for Linux on amd64, and this is " + system + ".", null);
         }
-        Path directory = null;
+        Path directory;
         try {
-            try {
-                directory = Files.createTempDirectory("vex-natives-", attribute("rwx------"));
-                extract(TOOLKIT, directory);
-                extract(BRIDGE, directory);
-            } catch (IOException e) {
-                throw failure(tried, "it cannot be copied below java.io.tmpdir (" + System.getProperty("java.io.tmpdir")
-                    + "): " + e + ". Name a writable directory with -Djava.io.tmpdir.", e);
-            }
+            directory = extractAll();
+        } catch (IOException e) {
+            throw failure(tried, "it cannot be copied below java.io.tmpdir (" + System.getProperty("java.io.tmpdir")
+                + "): " + e + ". Name a writable directory with -Djava.io.tmpdir.", e);
+        }
+        try {
             String file = directory.resolve(BRIDGE).toString();
             load(file, tried + ", copied to " + file);
         } finally {
-            if (directory != null) {
-                delete(directory);
-            }
+            delete(directory);
+        }
+    }
+
+    /** Both libraries, in a fresh directory that nobody else can enter. */
+    private static Path extractAll() throws IOException {
+        Path directory = Files.createTempDirectory("vex-natives-", attribute("rwx------"));
+        try {
+            extract(TOOLKIT, directory);
+            extract(BRIDGE, directory);
+            return directory;
+        } catch (IOException | RuntimeException e) {
+            delete(directory);
+            throw e;
         }
     }
 

@@ -6,12 +6,14 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import java.lang.ref.WeakReference;
+import java.lang.reflect.Method;
 import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.regex.Matcher;
@@ -213,6 +215,22 @@ class LoadFailuresTest {
     void aForgottenClientKeepsNoClassLoader() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-cp", bundledClassPath(), Forget.class.getName());
         assertEquals("signed true\ncollected\n".repeat(2), output);
+    }
+
+    @Test
+    void whatIsCopiedOutOfTheJarIsItsUsersAlone() throws Exception {
+        Path copies;
+        try (URLClassLoader loader = new URLClassLoader(new URL[] {Path.of(BUNDLED_JAR).toUri().toURL()}, null)) {
+            Method extract = Class.forName("vex.jni.LibraryLoader", true, loader).getDeclaredMethod("extractAll");
+            extract.setAccessible(true);
+            copies = (Path) extract.invoke(null);
+        }
+        assertEquals("rwx------", PosixFilePermissions.toString(Files.getPosixFilePermissions(copies)));
+        for (String name : List.of(BRIDGE, TOOLKIT)) {
+            assertEquals(-1, Files.mismatch(LIBRARY.resolveSibling(name), copies.resolve(name)), name);
+            Files.delete(copies.resolve(name));
+        }
+        Files.delete(copies);
     }
 
     /** The command is the page's. */
