@@ -32,10 +32,10 @@ package vex.jni;
  *
  * <h2>Loading</h2>
  * The native library is loaded with this class: from the full path in the system property {@code vex.jni.library} if
- * that is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches {@code java.library.path}. When it
- * cannot be loaded, the class's first use throws an {@link UnsatisfiedLinkError} that says what was tried (every later
- * use a {@link NoClassDefFoundError}). From Java 24 on, start the JVM with
- * {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
+ * that is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches {@code java.library.path}, else out
+ * of the jar if that carries it. When it cannot be loaded, the class's first use throws an {@link UnsatisfiedLinkError}
+ * that says what was tried, why it failed and what to do (every later use a {@link NoClassDefFoundError}). From Java 24
+ * on, start the JVM with {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
  */
 public class TAVClientJNI {
     /** Filter: the issuer's name as RFC 4514 text contains the value, in any case. */
@@ -67,11 +67,8 @@ public class TAVClientJNI {
     /** Filter: the key is of this algorithm, {@code RSA} or {@code EC} in any case. */
     public static final long FILTER_KEY_ALGORITHM = 6;
 
-    private static final String LIBRARY_PROPERTY = "vex.jni.library";
-    private static final String LIBRARY_NAME = "TAVClientJNI";
-
     static {
-        loadLibrary();
+        LibraryLoader.load();
     }
 
     /** Makes an instance; it holds no state of its own. */
@@ -235,26 +232,4 @@ public class TAVClientJNI {
      *     {@code \20}
      */
     public native String GetCertList(long handle);
-
-    private static void loadLibrary() {
-        String path = System.getProperty(LIBRARY_PROPERTY, "");
-        try {
-            if (path.isEmpty()) {
-                System.loadLibrary(LIBRARY_NAME);
-            } else {
-                System.load(path);
-            }
-        } catch (UnsatisfiedLinkError e) {
-            String file = System.mapLibraryName(LIBRARY_NAME);
-            String tried = path.isEmpty()
-                ? file + " in java.library.path (" + System.getProperty("java.library.path")
-                    + "), since the system property " + LIBRARY_PROPERTY + " is not set"
-                : path + ", from the system property " + LIBRARY_PROPERTY;
-            UnsatisfiedLinkError error = new UnsatisfiedLinkError("The signing library cannot be loaded. Tried: "
-                + tried + ". Start Java with -D" + LIBRARY_PROPERTY + "=<full path of " + file + ">. Reason given: "
-                + e.getMessage());
-            error.initCause(e);
-            throw error;
-        }
-    }
 }

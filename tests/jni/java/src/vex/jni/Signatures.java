@@ -30,7 +30,7 @@ import org.bouncycastle.cms.SignerInformation;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 
 /** Verifies signatures with software other than their maker's: the JDK and Bouncy Castle. */
-final class Signatures {
+public final class Signatures {
     private static final Duration CLOCK_TOLERANCE = Duration.ofMinutes(5);
 
     private Signatures() {}
@@ -41,14 +41,14 @@ final class Signatures {
         return certificateIn(Base64.getDecoder().decode(signature));
     }
 
-    static X509Certificate certificateIn(byte[] p7) throws Exception {
+    public static X509Certificate certificateIn(byte[] p7) throws Exception {
         Collection<X509CertificateHolder> certificates = new CMSSignedData(p7).getCertificates().getMatches(null);
         assertEquals(1, certificates.size());
         return new JcaX509CertificateConverter().getCertificate(certificates.iterator().next());
     }
 
     /** @param digest as the JDK spells it in the names of signature algorithms, for example SHA256 */
-    static boolean isP1Good(String base64, byte[] content, X509Certificate certificate, String digest)
+    public static boolean isP1Good(String base64, byte[] content, X509Certificate certificate, String digest)
             throws Exception {
         String key = certificate.getPublicKey().getAlgorithm();
         Signature verifier = Signature.getInstance(digest + "with" + (key.equals("EC") ? "ECDSA" : key));
@@ -62,7 +62,7 @@ final class Signatures {
      *
      * @param digestOid of the digest algorithm
      */
-    static void assertP7(String base64, byte[] content, boolean detached, boolean withCertificate,
+    public static void assertP7(String base64, byte[] content, boolean detached, boolean withCertificate,
                          X509Certificate certificate, String digestOid) throws Exception {
         byte[] der = Base64.getDecoder().decode(base64);
         CMSTypedData contained = new CMSSignedData(der).getSignedContent();

@@ -24,11 +24,11 @@ import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 
 /** Makes store files with keys and self-signed certificates, by means of the JDK and Bouncy Castle. */
-final class TestStore {
-    static final String PIN = "correct horse";
+public final class TestStore {
+    public static final String PIN = "correct horse";
 
     /** A certificate and its key. */
-    record Identity(PrivateKey key, X509Certificate certificate) {}
+    public record Identity(PrivateKey key, X509Certificate certificate) {}
 
     private TestStore() {}
 
@@ -39,7 +39,7 @@ final class TestStore {
      * @param days for how many days from now it is valid; negative for one that has expired that long ago
      * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
      */
-    static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
+    public static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
         boolean rsa = key.equals("RSA");
         KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : "EC");
         if (rsa) {
@@ -63,7 +63,7 @@ final class TestStore {
     }
 
     /** Writes a PKCS #12 file with {@link #PIN} as its PIN, in the JDK's own manner. */
-    static void writePkcs12(Path file, List<Identity> identities) throws Exception {
+    public static void writePkcs12(Path file, List<Identity> identities) throws Exception {
         KeyStore store = KeyStore.getInstance("PKCS12");
         store.load(null, null);
         for (int i = 0; i < identities.size(); ++i) {
@@ -76,7 +76,7 @@ final class TestStore {
     }
 
     /** Writes a PEM file without a PIN; returns the initialisation text for it. */
-    static String writePem(Path file, List<Identity> identities) throws Exception {
+    public static String writePem(Path file, List<Identity> identities) throws Exception {
         StringBuilder pem = new StringBuilder();
         for (Identity identity : identities) {
             pem.append(pem("PRIVATE KEY", identity.key().getEncoded()));
@@ -87,7 +87,7 @@ final class TestStore {
     }
 
     /** RFC 7468. */
-    static String pem(String label, byte[] der) {
+    public static String pem(String label, byte[] der) {
         String body = Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(der);
         return "-----BEGIN " + label + "-----\n" + body + "\n-----END " + label + "-----\n";
     }

@@ -1,0 +1,236 @@
+package vex.client;
+
+import java.math.BigInteger;
+import java.time.Instant;
+import java.time.format.DateTimeParseException;
+import java.util.ArrayList;
+import java.util.Collections;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import javax.security.auth.x500.X500Principal;
+import vex.jni.VCTKError;
+
+/** What the toolkit tells of a certificate that could sign. Immutable; any thread may use it. */
+public final class CertificateInfo {
+    private static final int FIELDS = 7;
+    private static final Map<String, String> KEYWORDS = keywords();
+
+    private final BigInteger serial;
+    private final String fingerprint;
+    private final Instant notBefore;
+    private final Instant notAfter;
+    private final String keyAlgorithm;
+    private final String subject;
+    private final String issuer;
+
+    private CertificateInfo(String[] fields) {
+        serial = new BigInteger(fields[0], 16);
+        fingerprint = fields[1];
+        notBefore = Instant.parse(fields[2]);
+        notAfter = Instant.parse(fields[3]);
+        keyAlgorithm = fields[4];
+        subject = fields[5];
+        issuer = fields[6];
+    }
+
+    static List<CertificateInfo> parseList(String list) throws SigningException {
+        List<CertificateInfo> certificates = new ArrayList<>();
+        if (!list.isEmpty()) {
+            for (String record : list.split("\r\n", -1)) {
+                certificates.add(parse(record));
+            }
+        }
+        return Collections.unmodifiableList(certificates);
+    }
+
+    private static CertificateInfo parse(String record) throws SigningException {
+        String[] fields = record.split(" ", -1);
+        if (fields.length == FIELDS) {
+            try {
+                return new CertificateInfo(fields);
+            } catch (NumberFormatException | DateTimeParseException e) {
+                // As below: the toolkit's list is not what this class knows.
+            }
+        }
+        throw SigningException.of(VCTKError.INTERNAL,
+            "the toolkit's certificate list has an unknown record: " + record);
+    }
+
+    /**
+     * The serial number.
+     *
+     * @return the number
+     */
+    public BigInteger serial() {
+        return serial;
+    }
+
+    /**
+     * The SHA-256 digest of the DER certificate, which names it uniquely.
+     *
+     * @return 64 upper-case hexadecimal digits
+     */
+    public String fingerprint() {
+        return fingerprint;
+    }
+
+    /**
+     * When the certificate's validity begins.
+     *
+     * @return in whole seconds
+     */
+    public Instant notBefore() {
+        return notBefore;
+    }
+
+    /**
+     * When the certificate's validity ends; it is valid in that second still.
+     *
+     * @return in whole seconds
+     */
+    public Instant notAfter() {
+        return notAfter;
+    }
+
+    /**
+     * The key's algorithm.
+     *
+     * @return {@code RSA} or {@code EC}
+     */
+    public String keyAlgorithm() {
+        return keyAlgorithm;
+    }
+
+    /**
+     * The subject's name.
+     *
+     * @return equal to {@link java.security.cert.X509Certificate#getSubjectX500Principal} of the certificate, if all
+     *     its attributes are of types that Java knows by name; the string type of other values is not known here
+     * @throws IllegalStateException if Java cannot read the name; {@link #subjectText} has it all the same
+     */
+    public X500Principal subject() {
+        return toPrincipal(subject);
+    }
+
+    /**
+     * The subject's name as text.
+     *
+     * @return RFC 4514 text
+     */
+    public String subjectText() {
+        return toText(subject);
+    }
+
+    /**
+     * The issuer's name.
+     *
+     * @return equal to {@link java.security.cert.X509Certificate#getIssuerX500Principal} of the certificate, if all
+     *     its attributes are of types that Java knows by name; the string type of other values is not known here
+     * @throws IllegalStateException if Java cannot read the name; {@link #issuerText} has it all the same
+     */
+    public X500Principal issuer() {
+        return toPrincipal(issuer);
+    }
+
+    /**
+     * The issuer's name as text.
+     *
+     * @return RFC 4514 text
+     */
+    public String issuerText() {
+        return toText(issuer);
+    }
+
+    /** Fingerprints are equal. */
+    @Override
+    public boolean equals(Object other) {
+        return other instanceof CertificateInfo && fingerprint.equals(((CertificateInfo) other).fingerprint);
+    }
+
+    @Override
+    public int hashCode() {
+        return fingerprint.hashCode();
+    }
+
+    /** For people; its form may change. */
+    @Override
+    public String toString() {
+        return keyAlgorithm + " certificate of " + subjectText() + ", serial number " + serial.toString(16)
+            + ", valid from " + notBefore + " to " + notAfter + ", SHA-256 " + fingerprint;
+    }
+
+    private static X500Principal toPrincipal(String name) {
+        try {
+            return new X500Principal(name, KEYWORDS);
+        } catch (IllegalArgumentException e) {
+            throw new IllegalStateException("Java cannot read this name: " + name, e);
+        }
+    }
+
+    /**
+     * The list's names have "\20" for each blank. Inside a value a blank needs no escape; at its ends it keeps one.
+     */
+    static String toText(String name) {
+        StringBuilder text = new StringBuilder();
+        boolean begin = false;
+        for (int i = 0; i < name.length(); ++i) {
+            char c = name.charAt(i);
+            if (name.startsWith("\\20", i)) {
+                i += 2;
+                boolean end = i + 1 == name.length() || name.charAt(i + 1) == ',' || name.charAt(i + 1) == '+';
+                text.append(begin || end ? "\\ " : " ");
+                begin = false;
+            } else if (c == '\\' && i + 1 < name.length()) {
+                // A pair, so that the second backslash of "\\20" does not begin another escape.
+                text.append(name, i, i + 2);
+                ++i;
+                begin = false;
+            } else {
+                text.append(c);
+                begin = c == '=';
+            }
+        }
+        return text.toString();
+    }
+
+    /** Attribute types by the names that the toolkit gives them, as far as Java does not know these itself. */
+    private static Map<String, String> keywords() {
+        String[][] types = {
+            {"SN", "2.5.4.4"},
+            {"SERIALNUMBER", "2.5.4.5"},
+            {"STREET", "2.5.4.9"},
+            {"TITLE", "2.5.4.12"},
+            {"DESCRIPTION", "2.5.4.13"},
+            {"BUSINESSCATEGORY", "2.5.4.15"},
+            {"POSTALADDRESS", "2.5.4.16"},
+            {"POSTALCODE", "2.5.4.17"},
+            {"POSTOFFICEBOX", "2.5.4.18"},
+            {"TELEPHONENUMBER", "2.5.4.20"},
+            {"NAME", "2.5.4.41"},
+            {"GN", "2.5.4.42"},
+            {"INITIALS", "2.5.4.43"},
+            {"GENERATIONQUALIFIER", "2.5.4.44"},
+            {"X500UNIQUEIDENTIFIER", "2.5.4.45"},
+            {"DNQUALIFIER", "2.5.4.46"},
+            {"PSEUDONYM", "2.5.4.65"},
+            {"ROLE", "2.5.4.72"},
+            {"ORGANIZATIONIDENTIFIER", "2.5.4.97"},
+            {"C3", "2.5.4.98"},
+            {"N3", "2.5.4.99"},
+            {"UID", "0.9.2342.19200300.100.1.1"},
+            {"MAIL", "0.9.2342.19200300.100.1.3"},
+            {"EMAILADDRESS", "1.2.840.113549.1.9.1"},
+            {"UNSTRUCTUREDNAME", "1.2.840.113549.1.9.2"},
+            {"UNSTRUCTUREDADDRESS", "1.2.840.113549.1.9.8"},
+            {"JURISDICTIONL", "1.3.6.1.4.1.311.60.2.1.1"},
+            {"JURISDICTIONST", "1.3.6.1.4.1.311.60.2.1.2"},
+            {"JURISDICTIONC", "1.3.6.1.4.1.311.60.2.1.3"},
+        };
+        Map<String, String> keywords = new HashMap<>();
+        for (String[] type : types) {
+            keywords.put(type[0], type[1]);
+        }
+        return Collections.unmodifiableMap(keywords);
+    }
+}

@@ -1,0 +1,40 @@
+package vex.client;
+
+import java.io.ByteArrayInputStream;
+import java.security.MessageDigest;
+import java.security.NoSuchAlgorithmException;
+import java.security.cert.Certificate;
+import java.security.cert.CertificateEncodingException;
+import java.security.cert.CertificateException;
+import java.security.cert.CertificateFactory;
+import java.security.cert.X509Certificate;
+
+/** X.509 certificates. */
+final class Certificates {
+    private Certificates() {}
+
+    /** As {@link CertificateInfo#fingerprint} writes it. */
+    static String fingerprint(X509Certificate certificate) throws CertificateEncodingException {
+        try {
+            StringBuilder digits = new StringBuilder();
+            for (byte b : MessageDigest.getInstance("SHA-256").digest(certificate.getEncoded())) {
+                digits.append(String.format("%02X", b & 0xff));
+            }
+            return digits.toString();
+        } catch (NoSuchAlgorithmException e) {
+            throw new IllegalStateException("Every Java has SHA-256", e);
+        }
+    }
+
+    /** The certificate with this fingerprint in a CMS signature. */
+    static X509Certificate find(byte[] cms, String fingerprint) throws CertificateException {
+        CertificateFactory factory = CertificateFactory.getInstance("X.509");
+        for (Certificate certificate : factory.generateCertificates(new ByteArrayInputStream(cms))) {
+            X509Certificate candidate = (X509Certificate) certificate;
+            if (fingerprint(candidate).equals(fingerprint)) {
+                return candidate;
+            }
+        }
+        throw new CertificateException("The toolkit's signature does not contain the certificate " + fingerprint);
+    }
+}

@@ -1,0 +1,223 @@
+package vex.client;
+
+import java.nio.charset.Charset;
+import java.util.Base64;
+import java.util.concurrent.atomic.AtomicInteger;
+import vex.jni.TAVClientJNI;
+import vex.jni.VCTKError;
+
+/**
+ * An open handle: turns failures into exceptions, and sees to it that the handle is finalized once and never while a
+ * native is at work on it. Any thread may call any method.
+ *
+ * <p>A failure's number and text are asked for on the failed call's thread before anything else happens there, so that
+ * they are that call's whatever other threads do with the handle.
+ */
+final class Session {
+    private static final TAVClientJNI NATIVES = new TAVClientJNI();
+
+    /** The natives convert up to this many characters; beyond it they refuse without a reason. */
+    static final int MAX_CHARACTERS = (Integer.MAX_VALUE - 4) / 4;
+    /** So many bytes are that many characters of Base64. */
+    static final int MAX_BYTES = MAX_CHARACTERS / 4 * 3;
+
+    private static final int CLOSED = Integer.MIN_VALUE;
+
+    final long handle;
+    private final int chooseSingle;
+    /** The number of calls under way; with the sign bit once closed. */
+    private final AtomicInteger state = new AtomicInteger();
+
+    private Session(long handle, boolean chooseSingle) {
+        this.handle = handle;
+        this.chooseSingle = chooseSingle ? 1 : 0;
+    }
+
+    /** @param store the initialisation text; never repeated in an exception */
+    static Session open(String store, boolean chooseSingle) throws SigningException {
+        long handle = NATIVES.Initialize(null, requireText("The store's name", store));
+        if (handle == 0) {
+            int number = (int) NATIVES.GetLastError(0);
+            throw number == VCTKError.OK
+                ? SigningException.of(VCTKError.INTERNAL, "the store was not opened, and no reason is given")
+                : new SigningException(number, VCTKError.message(number));
+        }
+        Session session = new Session(handle, chooseSingle);
+        try {
+            session.setting("Single choice", natives -> natives.SetChooseSingleCert(handle, session.chooseSingle));
+        } catch (SigningException | RuntimeException | Error e) {
+            session.close();
+            throw e;
+        }
+        return session;
+    }
+
+    void setDigest(String name) throws SigningException {
+        String digest = requireText("The digest algorithm", name);
+        setting("Digest algorithm \"" + name + "\"", natives -> natives.SetDigestAlg(handle, digest));
+    }
+
+    void addFilter(Filter filter) throws SigningException {
+        String value = requireText("The value of the filter " + filter.name(), filter.value());
+        setting("Filter " + filter.name() + " \"" + value + "\"",
+            natives -> natives.AddFilter(handle, filter.type(), value));
+    }
+
+    void clearFilters() throws SigningException {
+        setting("Clearing the filters", natives -> natives.ClearFilter(handle));
+    }
+
+    byte[] signP1(String text) throws SigningException {
+        String checked = requireText("The text", text);
+        return signature(natives -> natives.P1SignString(handle, checked));
+    }
+
+    byte[] signP1(byte[] data) throws SigningException {
+        String base64 = toBase64(data);
+        return signature(natives -> natives.P1Sign(handle, base64));
+    }
+
+    byte[] signP7(String text, boolean detached, boolean withCertificate) throws SigningException {
+        String checked = requireText("The text", text);
+        return signature(natives -> natives.P7SignString(handle, checked, detached ? 1 : 0, withCertificate ? 1 : 0));
+    }
+
+    byte[] signP7(byte[] data, boolean detached, boolean withCertificate) throws SigningException {
+        String base64 = toBase64(data);
+        return signature(natives -> natives.P7Sign(handle, base64, detached ? 1 : 0, withCertificate ? 1 : 0));
+    }
+
+    String certificateList() throws SigningException {
+        return text(natives -> natives.GetCertList(handle));
+    }
+
+    /** The handle is finalized at once, or by the last of the calls that are under way. */
+    void close() {
+        int before = state.getAndUpdate(calls -> calls | CLOSED);
+        if (before == 0) {
+            NATIVES.Finalize(handle);
+        }
+    }
+
+    private void enter() {
+        state.updateAndGet(calls -> {
+            if (calls < 0) {
+                throw new IllegalStateException("The signing client is closed");
+            }
+            return calls + 1;
+        });
+    }
+
+    private void leave() {
+        if (state.decrementAndGet() == CLOSED) {
+            NATIVES.Finalize(handle);
+        }
+    }
+
+    private interface Setting {
+        long apply(TAVClientJNI natives);
+    }
+
+    private interface Text {
+        String apply(TAVClientJNI natives);
+    }
+
+    private void setting(String what, Setting call) throws SigningException {
+        enter();
+        try {
+            if (call.apply(NATIVES) != 0) {
+                throw failure(what + ": ");
+            }
+        } finally {
+            leave();
+        }
+    }
+
+    private String text(Text call) throws SigningException {
+        enter();
+        try {
+            String result = call.apply(NATIVES);
+            if (result == null) {
+                throw failure("");
+            }
+            return result;
+        } finally {
+            leave();
+        }
+    }
+
+    private byte[] signature(Text call) throws SigningException {
+        return Base64.getDecoder().decode(text(call));
+    }
+
+    /** Why the calling thread's last call failed. */
+    private SigningException failure(String what) {
+        int number = (int) NATIVES.GetLastError(handle);
+        String message = NATIVES.GetLastErrorMessage(handle);
+        // A later failure for want of memory may leave the last error as it is: no older one may be there to be taken
+        // for its reason. Success removes it, and this setting stays what it is.
+        NATIVES.SetChooseSingleCert(handle, chooseSingle);
+        if (number == VCTKError.OK) {
+            return SigningException.of(VCTKError.INTERNAL,
+                what + "the toolkit gives no reason; the process may be out of memory");
+        }
+        return new SigningException(number, what + (message == null ? VCTKError.message(number) : message));
+    }
+
+    /** The text, if the natives carry all of it. */
+    static String requireText(String what, String text) throws SigningException {
+        if (text.isEmpty()) {
+            throw SigningException.of(VCTKError.DATA_EMPTY, what + " is empty");
+        }
+        if (text.length() > MAX_CHARACTERS) {
+            throw SigningException.of(VCTKError.TOO_LARGE, what + " has more than " + MAX_CHARACTERS + " characters");
+        }
+        boolean ascii = true;
+        for (int i = 0; i < text.length(); ++i) {
+            char unit = text.charAt(i);
+            ascii &= unit < 0x80;
+            if (unit == 0) {
+                throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has U+0000 at index " + i
+                    + ", which no text may contain here; data with zero bytes is signed as byte[]");
+            }
+            if (Character.isSurrogate(unit)) {
+                if (!Character.isSurrogatePair(unit, i + 1 < text.length() ? text.charAt(i + 1) : 0)) {
+                    throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has at index " + i
+                        + " half of a surrogate pair, which is no character and has no encoding");
+                }
+                ++i;
+            }
+        }
+        if (!ascii && !isEncodable(text)) {
+            throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has a character that the process locale ("
+                + localeEncoding() + ") cannot encode: start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
+                + " text.getBytes(StandardCharsets.UTF_8), which depends on no locale");
+        }
+        return text;
+    }
+
+    private static String localeEncoding() {
+        return System.getProperty("sun.jnu.encoding", "UTF-8");
+    }
+
+    /** As far as Java knows the locale; what it lets pass, the toolkit refuses. */
+    private static boolean isEncodable(String text) {
+        Charset charset;
+        try {
+            charset = Charset.forName(localeEncoding());
+        } catch (IllegalArgumentException e) {
+            return true;
+        }
+        return !charset.canEncode() || charset.newEncoder().canEncode(text);
+    }
+
+    private static String toBase64(byte[] data) throws SigningException {
+        if (data.length == 0) {
+            throw SigningException.of(VCTKError.DATA_EMPTY, "the data has no bytes");
+        }
+        if (data.length > MAX_BYTES) {
+            throw SigningException.of(VCTKError.TOO_LARGE, "more than " + MAX_BYTES + " bytes");
+        }
+        return Base64.getEncoder().encodeToString(data);
+    }
+}

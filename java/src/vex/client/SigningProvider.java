@@ -1,0 +1,137 @@
+package vex.client;
+
+import java.security.Key;
+import java.security.NoSuchAlgorithmException;
+import java.security.Provider;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+
+/**
+ * The toolkit's certificates and keys for programs that use {@code java.security}: a {@link java.security.KeyStore} of
+ * the type {@value #KEY_STORE_TYPE}, and {@link java.security.Signature}s that sign with its keys.
+ *
+ * <pre>{@code
+ * Security.addProvider(new SigningProvider());
+ * KeyStore store = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE);
+ * store.load(StoreParameter.file(Paths.get("/etc/app/keys.p12"), Paths.get("/etc/app/pin")));
+ * }</pre>
+ *
+ * <h2>KeyStore</h2>
+ * It holds the certificates that could sign when it was loaded, and their keys; an alias is a certificate's SHA-256
+ * fingerprint in lower-case hexadecimal. Each certificate's chain is itself alone. Keys have no encoded form and need
+ * no password. The store stays open while the KeyStore or one of its keys is reachable. It is opened by {@code load}
+ * with
+ * <ul>
+ * <li>a {@link StoreParameter};
+ * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. A PIN that is {@code null} or empty is
+ *     none;
+ * <li>{@code (null, pin)}, or another LoadStoreParameter: the store that the provider was given.
+ * </ul>
+ * Loading makes one signature over a fixed text with every key and throws it away: it brings the certificate.
+ *
+ * <h2>Signature</h2>
+ * SHA-2 and SHA-3 {@code withRSA} (RSASSA-PKCS1-v1_5) and {@code withECDSA} (DER), for this provider's keys only, and
+ * only for signing. They collect the data in memory; empty data is refused. {@code Signature.getInstance} without a
+ * provider keeps working for all other keys and for verifying, and finds this provider for its keys.
+ *
+ * <p>Any thread may use a provider, a loaded KeyStore and a key. Signatures with keys of one loaded KeyStore are made
+ * one after the other; threads that sign a lot are faster with a KeyStore each.
+ */
+public final class SigningProvider extends Provider {
+    /** The provider's name, for {@code getInstance(..., "VexClient")}. */
+    public static final String NAME = "VexClient";
+
+    /** The KeyStore's type. */
+    public static final String KEY_STORE_TYPE = "VexClient";
+
+    private static final long serialVersionUID = 1L;
+    private static final double VERSION = 1.0;
+
+    /** Digests, and the OIDs of their signature algorithms with RSA and with ECDSA. */
+    private static final String[][] DIGESTS = {
+        {"SHA224", "1.2.840.113549.1.1.14", "1.2.840.10045.4.3.1"},
+        {"SHA256", "1.2.840.113549.1.1.11", "1.2.840.10045.4.3.2"},
+        {"SHA384", "1.2.840.113549.1.1.12", "1.2.840.10045.4.3.3"},
+        {"SHA512", "1.2.840.113549.1.1.13", "1.2.840.10045.4.3.4"},
+        {"SHA3-224", "2.16.840.1.101.3.4.3.13", "2.16.840.1.101.3.4.3.9"},
+        {"SHA3-256", "2.16.840.1.101.3.4.3.14", "2.16.840.1.101.3.4.3.10"},
+        {"SHA3-384", "2.16.840.1.101.3.4.3.15", "2.16.840.1.101.3.4.3.11"},
+        {"SHA3-512", "2.16.840.1.101.3.4.3.16", "2.16.840.1.101.3.4.3.12"},
+    };
+
+    private final transient String defaultStore;
+
+    /** A provider whose KeyStore is told which store to open. */
+    public SigningProvider() {
+        this(null);
+    }
+
+    /**
+     * A provider with a store of its own, for programs that call {@code load(null, pin)}.
+     *
+     * @param store the store's URI, as for {@link SigningClient#store}; {@code null} for none
+     */
+    public SigningProvider(String store) {
+        super(NAME, VERSION, "Signs with the certificates of the signing toolkit");
+        defaultStore = store;
+        putService(new KeyStoreService(this));
+        for (String[] digest : DIGESTS) {
+            putService(new SignatureService(this, digest[0], "RSA", digest[0] + "withRSA", digest[1]));
+            putService(new SignatureService(this, digest[0], "EC", digest[0] + "withECDSA", digest[2]));
+        }
+    }
+
+    /**
+     * What {@code keytool}, {@code jarsigner} and {@code java.security} call with their argument, from Java 9 on.
+     *
+     * @param store the store's URI
+     * @return a provider with this store
+     */
+    public Provider configure(String store) {
+        return new SigningProvider(store);
+    }
+
+    private static final class KeyStoreService extends Service {
+        private final String defaultStore;
+
+        KeyStoreService(SigningProvider provider) {
+            super(provider, "KeyStore", KEY_STORE_TYPE, SigningKeyStore.class.getName(), null, null);
+            defaultStore = provider.defaultStore;
+        }
+
+        @Override
+        public Object newInstance(Object parameter) {
+            return new SigningKeyStore(defaultStore);
+        }
+    }
+
+    private static final class SignatureService extends Service {
+        private final String digest;
+        private final String keyAlgorithm;
+
+        SignatureService(Provider provider, String digest, String keyAlgorithm, String algorithm, String oid) {
+            super(provider, "Signature", algorithm, SigningEngine.class.getName(), aliases(oid), null);
+            this.digest = digest;
+            this.keyAlgorithm = keyAlgorithm;
+        }
+
+        private static List<String> aliases(String oid) {
+            return new ArrayList<>(Arrays.asList(oid, "OID." + oid));
+        }
+
+        @Override
+        public Object newInstance(Object parameter) throws NoSuchAlgorithmException {
+            if (parameter != null) {
+                throw new NoSuchAlgorithmException(getAlgorithm() + " takes no parameter");
+            }
+            return new SigningEngine(keyAlgorithm, digest);
+        }
+
+        /** By this, a Signature that was not told its provider takes this one for its own keys and for nothing else. */
+        @Override
+        public boolean supportsParameter(Object parameter) {
+            return parameter instanceof SigningKey && ((Key) parameter).getAlgorithm().equals(keyAlgorithm);
+        }
+    }
+}

@@ -1,0 +1,59 @@
+package vex.client;
+
+import java.nio.file.Path;
+import java.security.KeyStore;
+import java.util.Objects;
+
+/** Which store a {@link KeyStore} of {@link SigningProvider} is to open. Immutable. */
+public final class StoreParameter implements KeyStore.LoadStoreParameter {
+    private final String store;
+    private final KeyStore.ProtectionParameter protection;
+
+    private StoreParameter(String store, KeyStore.ProtectionParameter protection) {
+        this.store = store;
+        this.protection = protection;
+    }
+
+    /**
+     * A store by its URI.
+     *
+     * @param uri as for {@link SigningClient#store}
+     * @param protection {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection} with the PIN;
+     *     {@code null} if there is none, or the URI says where it is
+     * @return the parameter
+     */
+    public static StoreParameter store(String uri, KeyStore.ProtectionParameter protection) {
+        return new StoreParameter(Objects.requireNonNull(uri, "uri"), protection);
+    }
+
+    /**
+     * A store in a PKCS #12 or PEM file, with its PIN or without one.
+     *
+     * @param file as for {@link SigningClient#file}
+     * @param protection as for {@link #store}
+     * @return the parameter
+     */
+    public static StoreParameter file(Path file, KeyStore.ProtectionParameter protection) {
+        return new StoreParameter(StoreText.ofFile(file), protection);
+    }
+
+    /**
+     * A store in a PKCS #12 or PEM file, with the PIN in a file.
+     *
+     * @param file as for {@link SigningClient#file}
+     * @param pinFile as for {@link SigningClient.Builder#pinFile}
+     * @return the parameter
+     */
+    public static StoreParameter file(Path file, Path pinFile) {
+        return new StoreParameter(StoreText.withPinFile(StoreText.ofFile(file), pinFile), null);
+    }
+
+    @Override
+    public KeyStore.ProtectionParameter getProtectionParameter() {
+        return protection;
+    }
+
+    String store() {
+        return store;
+    }
+}

@@ -1,0 +1,401 @@
+package vex.client;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertSame;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.ByteArrayInputStream;
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.io.NotSerializableException;
+import java.io.ObjectOutputStream;
+import java.io.OutputStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.security.InvalidKeyException;
+import java.security.KeyPair;
+import java.security.KeyPairGenerator;
+import java.security.KeyStore;
+import java.security.KeyStoreException;
+import java.security.NoSuchAlgorithmException;
+import java.security.PrivateKey;
+import java.security.Provider;
+import java.security.Security;
+import java.security.Signature;
+import java.security.SignatureException;
+import java.security.UnrecoverableKeyException;
+import java.security.cert.X509Certificate;
+import java.security.interfaces.ECKey;
+import java.security.interfaces.RSAKey;
+import java.util.Collections;
+import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
+import java.util.jar.JarEntry;
+import java.util.jar.JarFile;
+import java.util.jar.JarOutputStream;
+import java.util.stream.IntStream;
+import java.util.zip.ZipEntry;
+import java.util.zip.ZipFile;
+import javax.security.auth.callback.Callback;
+import javax.security.auth.callback.PasswordCallback;
+import jdk.security.jarsigner.JarSigner;
+import org.bouncycastle.cert.jcajce.JcaCertStore;
+import org.bouncycastle.cms.CMSProcessableByteArray;
+import org.bouncycastle.cms.CMSSignedData;
+import org.bouncycastle.cms.CMSSignedDataGenerator;
+import org.bouncycastle.cms.SignerInformation;
+import org.bouncycastle.cms.jcajce.JcaSignerInfoGeneratorBuilder;
+import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
+import org.bouncycastle.jce.provider.BouncyCastleProvider;
+import org.bouncycastle.operator.ContentSigner;
+import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
+import org.bouncycastle.operator.jcajce.JcaDigestCalculatorProviderBuilder;
+import org.junit.jupiter.api.AfterAll;
+import org.junit.jupiter.api.BeforeAll;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
+import org.junit.jupiter.params.provider.ValueSource;
+import vex.jni.TestStore;
+
+/** The toolkit behind java.security: key stores, signatures, and the choice of the provider. */
+@Tag("client")
+class SigningProviderTest {
+    private static final byte[] DATA = "some data\0\r\n漢".getBytes(StandardCharsets.UTF_8);
+
+    @TempDir
+    private static Path directory;
+
+    private static TestStore.Identity rsa;
+    private static TestStore.Identity ec;
+    private static Path file;
+    private static KeyStore store;
+
+    @BeforeAll
+    static void load() throws Exception {
+        Security.addProvider(new SigningProvider());
+        rsa = TestStore.identity("RSA", "CN=RSA", 1, 30, 0);
+        ec = TestStore.identity("secp256r1", "CN=EC", 2, 30, 0);
+        file = directory.resolve("keys.p12");
+        TestStore.writePkcs12(file, List.of(rsa, ec));
+        store = newStore();
+        store.load(StoreParameter.file(file, pin()));
+    }
+
+    @AfterAll
+    static void removeProvider() {
+        store = null;  // else it would stay open
+        Security.removeProvider(SigningProvider.NAME);
+    }
+
+    private static KeyStore newStore() throws Exception {
+        return KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE);
+    }
+
+    private static KeyStore.PasswordProtection pin() {
+        return new KeyStore.PasswordProtection(TestStore.PIN.toCharArray());
+    }
+
+    private static TestStore.Identity identity(String key) {
+        return key.equals("RSA") ? rsa : ec;
+    }
+
+    private static PrivateKey key(String algorithm) throws Exception {
+        return (PrivateKey) store.getKey(store.getCertificateAlias(identity(algorithm).certificate()), null);
+    }
+
+    // ---- KeyStore ----
+
+    @Test
+    void theStoreListsCertificatesAndOpaqueKeys() throws Exception {
+        assertEquals(2, store.size());
+        for (String algorithm : List.of("RSA", "EC")) {
+            X509Certificate certificate = identity(algorithm).certificate();
+            String alias = store.getCertificateAlias(certificate);
+            assertEquals(Certificates.fingerprint(certificate).toLowerCase(), alias);
+            assertTrue(Collections.list(store.aliases()).contains(alias));
+            assertTrue(store.isKeyEntry(alias));
+            assertFalse(store.isCertificateEntry(alias));
+            assertEquals(certificate, store.getCertificate(alias));
+            assertArrayEquals(new Object[] {certificate}, store.getCertificateChain(alias));
+            assertNotNull(store.getCreationDate(alias));
+            assertEquals(certificate, store.getCertificate(alias.toUpperCase().replaceAll("(..)(?!$)", "$1:")));
+
+            PrivateKey key = key(algorithm);
+            assertEquals(algorithm, key.getAlgorithm());
+            assertNull(key.getFormat());
+            assertNull(key.getEncoded());
+            KeyStore.PrivateKeyEntry entry = (KeyStore.PrivateKeyEntry) store.getEntry(alias, null);
+            assertSame(key, entry.getPrivateKey());
+            assertThrows(NotSerializableException.class,
+                () -> new ObjectOutputStream(new ByteArrayOutputStream()).writeObject(key));
+        }
+        assertEquals(2048, ((RSAKey) key("RSA")).getModulus().bitLength());
+        assertEquals(256, ((ECKey) key("EC")).getParams().getCurve().getField().getFieldSize());
+        for (Object absent : new Object[] {store.getKey("x", null), store.getCertificate("x"),
+                store.getEntry("x", null), store.getCertificateChain("x"), store.getCreationDate("x")}) {
+            assertNull(absent);
+        }
+    }
+
+    @Test
+    void theStoreIsReadOnly() {
+        assertThrows(KeyStoreException.class, () -> store.deleteEntry("x"));
+        assertThrows(KeyStoreException.class, () -> store.setCertificateEntry("x", rsa.certificate()));
+        assertThrows(KeyStoreException.class,
+            () -> store.setKeyEntry("x", rsa.key(), null, new X509Certificate[] {rsa.certificate()}));
+        assertThrows(UnsupportedOperationException.class,
+            () -> store.store(new ByteArrayOutputStream(), "x".toCharArray()));
+    }
+
+    @Test
+    void everyWayOfLoadingOpensTheStore() throws Exception {
+        Path pinFile = Files.writeString(directory.resolve("pin"), TestStore.PIN);
+        Files.setPosixFilePermissions(pinFile, PosixFilePermissions.fromString("rw-------"));
+        char[] pin = TestStore.PIN.toCharArray();
+        Provider configured = new SigningProvider().configure("file:" + file);
+        KeyStore.CallbackHandlerProtection asking = new KeyStore.CallbackHandlerProtection(callbacks -> {
+            for (Callback callback : callbacks) {
+                ((PasswordCallback) callback).setPassword(pin);
+            }
+        });
+        KeyStore.LoadStoreParameter other = SigningProviderTest::pin;
+
+        List<KeyStore> stores = List.of(newStore(), newStore(), newStore(), newStore(),
+            KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, configured),
+            KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, configured));
+        stores.get(0).load(StoreParameter.file(file, pinFile));
+        stores.get(1).load(StoreParameter.file(file, asking));
+        stores.get(2).load(StoreParameter.store("file:" + file, pin()));
+        stores.get(3).load(new ByteArrayInputStream(("file:" + file + "\n").getBytes(StandardCharsets.UTF_8)), pin);
+        stores.get(4).load(null, pin);
+        stores.get(5).load(other);
+        KeyStore demo = newStore();
+        demo.load(StoreParameter.store("demo:", new KeyStore.PasswordProtection(new char[0])));
+        assertEquals(2, demo.size(), "an empty PIN is none");
+        for (KeyStore loaded : stores) {
+            assertEquals(2, loaded.size());
+        }
+        assertArrayEquals(TestStore.PIN.toCharArray(), pin, "the caller's PIN is the caller's");
+    }
+
+    @Test
+    void aWrongPinHasTheCauseThatCallersLookFor() throws Exception {
+        IOException e = assertThrows(IOException.class, () -> newStore().load(
+            StoreParameter.file(file, new KeyStore.PasswordProtection("wrong-4711".toCharArray()))));
+        assertInstanceOf(UnrecoverableKeyException.class, e.getCause());
+        assertFalse(e.getMessage().contains("4711"), e.getMessage());
+        e = assertThrows(IOException.class, () -> newStore().load(StoreParameter.store("file:" + file, null)));
+        assertInstanceOf(UnrecoverableKeyException.class, e.getCause());
+    }
+
+    @Test
+    void whatCannotBeLoadedIsToldApart() throws Exception {
+        IOException e = assertThrows(IOException.class, () -> newStore().load(null, null));
+        assertTrue(e.getMessage().contains("No store is named"), e.getMessage());
+        e = assertThrows(IOException.class,
+            () -> newStore().load(Files.newInputStream(file), TestStore.PIN.toCharArray()));
+        assertTrue(e.getMessage().contains("does not hold a store's URI"), e.getMessage());
+        e = assertThrows(IOException.class, () -> newStore().load(StoreParameter.store("file:/missing", null)));
+        assertInstanceOf(SigningException.class, e.getCause());
+    }
+
+    // ---- Signature ----
+
+    @ParameterizedTest
+    @CsvSource({"SHA224,RSA", "SHA256,RSA", "SHA384,RSA", "SHA512,RSA", "SHA3-224,RSA", "SHA3-256,RSA", "SHA3-384,RSA",
+        "SHA3-512,RSA", "SHA224,EC", "SHA256,EC", "SHA384,EC", "SHA512,EC", "SHA3-224,EC", "SHA3-256,EC",
+        "SHA3-384,EC", "SHA3-512,EC"})
+    void signaturesVerifyWithAnotherProvider(String digest, String algorithm) throws Exception {
+        String name = digest + "with" + (algorithm.equals("EC") ? "ECDSA" : algorithm);
+        Signature signature = Signature.getInstance(name, SigningProvider.NAME);
+        signature.initSign(key(algorithm));
+        for (int round = 0; round < 2; ++round) {
+            signature.update(DATA[0]);
+            signature.update(DATA, 1, DATA.length - 1);
+            byte[] signed = signature.sign();
+
+            Signature verifier = Signature.getInstance(name, new BouncyCastleProvider());
+            verifier.initVerify(identity(algorithm).certificate());
+            verifier.update(DATA);
+            assertTrue(verifier.verify(signed), name);
+        }
+    }
+
+    @ParameterizedTest
+    @CsvSource({"1.2.840.113549.1.1.11,RSA", "OID.1.2.840.113549.1.1.13,RSA", "1.2.840.10045.4.3.2,EC",
+        "sha256withrsa,RSA"})
+    void algorithmsGoByTheirOtherNamesToo(String name, String algorithm) throws Exception {
+        Signature signature = Signature.getInstance(name, SigningProvider.NAME);
+        signature.initSign(key(algorithm));
+        signature.update(DATA);
+        assertTrue(signature.sign().length > 0);
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"SHA1withRSA", "MD5withRSA", "NONEwithRSA", "RSASSA-PSS", "SHA1withECDSA"})
+    void whatTheToolkitDoesNotMakeIsNotOffered(String name) {
+        assertThrows(NoSuchAlgorithmException.class, () -> Signature.getInstance(name, SigningProvider.NAME));
+    }
+
+    @ParameterizedTest
+    @ValueSource(booleans = {false, true})
+    void withoutANamedProviderEveryKeyFindsItsOwn(boolean first) throws Exception {
+        Security.removeProvider(SigningProvider.NAME);
+        if (first) {
+            Security.insertProviderAt(new SigningProvider(), 1);
+        } else {
+            Security.addProvider(new SigningProvider());
+        }
+        for (String algorithm : List.of("RSA", "EC")) {
+            String name = "SHA256with" + (algorithm.equals("EC") ? "ECDSA" : algorithm);
+            Signature signature = Signature.getInstance(name);
+            signature.initSign(key(algorithm));
+            assertEquals(SigningProvider.NAME, signature.getProvider().getName());
+            signature.update(DATA);
+            byte[] signed = signature.sign();
+
+            Signature verifier = Signature.getInstance(name);
+            verifier.initVerify(identity(algorithm).certificate());
+            assertFalse(verifier.getProvider().getName().equals(SigningProvider.NAME));
+            verifier.update(DATA);
+            assertTrue(verifier.verify(signed));
+
+            KeyPair pair = KeyPairGenerator.getInstance(algorithm).generateKeyPair();
+            Signature ordinary = Signature.getInstance(name);
+            ordinary.initSign(pair.getPrivate());
+            assertFalse(ordinary.getProvider().getName().equals(SigningProvider.NAME));
+            ordinary.update(DATA);
+            Signature ordinaryVerifier = Signature.getInstance(name);
+            ordinaryVerifier.initVerify(pair.getPublic());
+            ordinaryVerifier.update(DATA);
+            assertTrue(ordinaryVerifier.verify(ordinary.sign()));
+        }
+    }
+
+    @Test
+    void servicesSupportTheirOwnKeysAlone() throws Exception {
+        Provider provider = Security.getProvider(SigningProvider.NAME);
+        Provider.Service service = provider.getService("Signature", "SHA256withRSA");
+        assertTrue(service.supportsParameter(key("RSA")));
+        assertFalse(service.supportsParameter(key("EC")));
+        assertFalse(service.supportsParameter(rsa.key()));
+        assertFalse(service.supportsParameter(rsa.certificate().getPublicKey()));
+        assertTrue(provider.getService("Signature", "SHA256withECDSA").supportsParameter(key("EC")));
+    }
+
+    @Test
+    void misuseIsRefused() throws Exception {
+        Signature signature = Signature.getInstance("SHA256withRSA", SigningProvider.NAME);
+        assertThrows(InvalidKeyException.class, () -> signature.initVerify(rsa.certificate()));
+        assertThrows(InvalidKeyException.class, () -> signature.initSign(rsa.key()));
+        assertThrows(InvalidKeyException.class, () -> signature.initSign(key("EC")));
+        signature.initSign(key("RSA"));
+        SignatureException e = assertThrows(SignatureException.class, signature::sign);
+        assertInstanceOf(SigningException.class, e.getCause());
+        assertNull(signature.getParameters());
+        assertThrows(InvalidKeyException.class,
+            () -> Signature.getInstance("SHA256withRSA", "SunRsaSign").initSign(key("RSA")));
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void bouncyCastleMakesCmsWithOneLineChanged(String algorithm) throws Exception {
+        X509Certificate certificate = identity(algorithm).certificate();
+        ContentSigner signer = new JcaContentSignerBuilder("SHA384with" + (algorithm.equals("EC") ? "ECDSA" : "RSA"))
+            .setProvider(SigningProvider.NAME)
+            .build(key(algorithm));
+        CMSSignedDataGenerator generator = new CMSSignedDataGenerator();
+        generator.addSignerInfoGenerator(
+            new JcaSignerInfoGeneratorBuilder(new JcaDigestCalculatorProviderBuilder().build())
+                .build(signer, certificate));
+        generator.addCertificates(new JcaCertStore(List.of(certificate)));
+        byte[] der = generator.generate(new CMSProcessableByteArray(DATA), true).getEncoded();
+
+        CMSSignedData signed = new CMSSignedData(der);
+        assertArrayEquals(DATA, (byte[]) signed.getSignedContent().getContent());
+        SignerInformation information = signed.getSignerInfos().getSigners().iterator().next();
+        assertTrue(information.verify(
+            new JcaSimpleSignerInfoVerifierBuilder().setProvider(new BouncyCastleProvider()).build(certificate)));
+    }
+
+    @Test
+    void jarsAreSignedAndVerify() throws Exception {
+        Path plain = directory.resolve("plain.jar");
+        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(plain))) {
+            jar.putNextEntry(new ZipEntry("entry"));
+            jar.write(DATA);
+        }
+        Path signed = directory.resolve("signed.jar");
+        KeyStore.PrivateKeyEntry entry = (KeyStore.PrivateKeyEntry) store.getEntry(
+            store.getCertificateAlias(ec.certificate()), null);
+        try (ZipFile zip = new ZipFile(plain.toFile()); OutputStream output = Files.newOutputStream(signed)) {
+            new JarSigner.Builder(entry).build().sign(zip, output);
+        }
+        try (JarFile jar = new JarFile(signed.toFile(), true)) {
+            JarEntry read = jar.getJarEntry("entry");
+            assertArrayEquals(DATA, jar.getInputStream(read).readAllBytes());
+            assertEquals(ec.certificate(), read.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
+        }
+    }
+
+    @Test
+    void manyThreadsShareAKeyStore() throws Exception {
+        ExecutorService threads = Executors.newFixedThreadPool(16);
+        try {
+            List<Callable<Boolean>> calls = IntStream.range(0, 16).<Callable<Boolean>>mapToObj(thread -> () -> {
+                String algorithm = thread % 2 == 0 ? "RSA" : "EC";
+                String name = (thread % 4 < 2 ? "SHA256with" : "SHA512with") + (thread % 2 == 0 ? "RSA" : "ECDSA");
+                for (int i = 0; i < 30; ++i) {
+                    byte[] data = (thread + " " + i).getBytes(StandardCharsets.UTF_8);
+                    Signature signature = Signature.getInstance(name, SigningProvider.NAME);
+                    signature.initSign(key(algorithm));
+                    signature.update(data);
+                    Signature verifier = Signature.getInstance(name);
+                    verifier.initVerify(identity(algorithm).certificate());
+                    verifier.update(data);
+                    if (!verifier.verify(signature.sign())) {
+                        return false;
+                    }
+                }
+                return true;
+            }).toList();
+            for (Future<Boolean> good : threads.invokeAll(calls)) {
+                assertTrue(good.get());
+            }
+        } finally {
+            threads.shutdown();
+        }
+    }
+
+    @Test
+    void aKeyKeepsItsStoreOpen() throws Exception {
+        PrivateKey key = keyOfAForgottenStore();
+        for (int i = 0; i < 3; ++i) {
+            System.gc();
+            Signature signature = Signature.getInstance("SHA256withECDSA");
+            signature.initSign(key);
+            signature.update(DATA);
+            assertTrue(signature.sign().length > 0);
+        }
+    }
+
+    private static PrivateKey keyOfAForgottenStore() throws Exception {
+        KeyStore other = newStore();
+        other.load(StoreParameter.file(file, pin()));
+        return (PrivateKey) other.getKey(other.getCertificateAlias(ec.certificate()), null);
+    }
+}

@@ -1,0 +1,290 @@
+package vex.jni;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
+
+import java.lang.ref.WeakReference;
+import java.lang.reflect.Method;
+import java.net.URL;
+import java.net.URLClassLoader;
+import java.nio.charset.Charset;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Stream;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/**
+ * Every way in which the library can fail to load is provoked, and its message names the cause and the cure. The tests'
+ * JVM loads nothing itself, for a JVM that has the toolkit does not miss it any more.
+ */
+@Tag("loading")
+class LoadFailuresTest {
+    private static final Path LIBRARY = Path.of(System.getProperty("vex.jni.library"));
+    private static final String BRIDGE = "libTAVClientJNI.so";
+    private static final String TOOLKIT = "libVEXClientTKDll64.so";
+    private static final String BUNDLED_JAR = System.getProperty("vex.test.bundled");
+    private static final String PRODUCT_JAR = System.getProperty("vex.test.jar");
+    private static final String PROPERTY = "vex.jni.library";
+    private static final String NATIVE_ACCESS = "--enable-native-access=ALL-UNNAMED";
+
+    @TempDir
+    private Path directory;
+
+    // ---- In class loaders of this JVM, where loading fails ----
+
+    /** The message with which the class's first use fails, in a class loader of its own. */
+    private static String failure(String jar, String library) throws Exception {
+        String before = System.getProperty(PROPERTY);
+        System.setProperty(PROPERTY, library);
+        try (URLClassLoader loader = new URLClassLoader(new URL[] {Path.of(jar).toUri().toURL()}, null)) {
+            Class.forName("vex.jni.TAVClientJNI", true, loader);
+            throw new AssertionError("loaded: " + library);
+        } catch (UnsatisfiedLinkError e) {
+            assertTrue(e.getMessage().startsWith("The signing library cannot be loaded. Tried: "), e.getMessage());
+            return e.getMessage();
+        } finally {
+            System.setProperty(PROPERTY, before);
+        }
+    }
+
+    private Path copyOfBoth() throws Exception {
+        Files.copy(LIBRARY.resolveSibling(TOOLKIT), directory.resolve(TOOLKIT));
+        return Files.copy(LIBRARY, directory.resolve(BRIDGE));
+    }
+
+    private static void assertContains(String text, String... parts) {
+        for (String part : parts) {
+            assertTrue(text.contains(part), () -> "no \"" + part + "\" in: " + text);
+        }
+    }
+
+    @Test
+    void wrongArchitecture() throws Exception {
+        Path library = copyOfBoth();
+        byte[] content = Files.readAllBytes(library);
+        content[18] = (byte) 183;
+        Files.write(library, content);
+        assertContains(failure(PRODUCT_JAR, library.toString()),
+            "Wrong architecture: the library is for 64-bit ARM (aarch64), and this JVM for amd64.");
+    }
+
+    @Test
+    void noLibraryAtAll() throws Exception {
+        Path library = Files.writeString(directory.resolve(BRIDGE), "just some text of more than twenty characters");
+        assertContains(failure(PRODUCT_JAR, library.toString()), "The file is no ELF library");
+        assertContains(failure(PRODUCT_JAR, directory.resolve("missing.so").toString()), "There is no such file.");
+        assertContains(failure(PRODUCT_JAR, BRIDGE), "Expecting an absolute path");
+    }
+
+    @Test
+    void missingToolkit() throws Exception {
+        Path lonely = Files.copy(LIBRARY, directory.resolve(BRIDGE));
+        assertContains(failure(PRODUCT_JAR, lonely.toString()), "The toolkit " + TOOLKIT + " is missing.",
+            "Put it beside " + BRIDGE);
+    }
+
+    @Test
+    void olderCLibraryThanNeeded() throws Exception {
+        Path library = copyOfBoth();
+        // The name of a version that the bridge needs, in its table of names.
+        String content = Files.readString(library, StandardCharsets.ISO_8859_1);
+        String changed = content.replaceFirst("\0GLIBC_2\\.\\d\\d\0", "\0GLIBC_9.99\0");
+        assertFalse(changed.equals(content));
+        Files.writeString(library, changed, StandardCharsets.ISO_8859_1);
+        assertContains(failure(PRODUCT_JAR, library.toString()),
+            "It was built for glibc, the C library 9.99 or newer, and this host's is older.", "newer release");
+    }
+
+    @Test
+    void aJarWithoutLibrariesSaysWhichHasThem() throws Exception {
+        assertContains(failure(PRODUCT_JAR, ""), "No such file there", "tavclientjni-bundled.jar");
+    }
+
+    @Test
+    void unwritableTemporaryDirectory() throws Exception {
+        String output = java(List.of(), NATIVE_ACCESS, "-Djava.io.tmpdir=/nowhere", "-cp", bundledClassPath(),
+            Load.class.getName());
+        assertContains(output, "It cannot be copied below java.io.tmpdir (/nowhere)", "-Djava.io.tmpdir");
+    }
+
+    // ---- In JVMs of their own ----
+
+    /** Uses the class, in class loaders of its own when told how many; "ok" for each. */
+    static final class Load {
+        public static void main(String[] args) throws Exception {
+            int loaders = args.length == 0 ? 1 : Integer.parseInt(args[0]);
+            URL[] path = {Path.of(System.getProperty("java.class.path").split(":")[0]).toUri().toURL()};
+            List<URLClassLoader> kept = new ArrayList<>();
+            for (int i = 0; i < loaders; ++i) {
+                URLClassLoader loader = new URLClassLoader(path, null);
+                kept.add(loader);
+                try {
+                    Class<?> type = Class.forName("vex.jni.TAVClientJNI", true, loader);
+                    Object version = type.getMethod("GetSignVersion", long.class)
+                        .invoke(type.getConstructor().newInstance(), 0L);
+                    System.out.println("ok " + version.toString().replace("\0", ""));
+                } catch (UnsatisfiedLinkError e) {
+                    System.out.println(e.getMessage());
+                }
+            }
+            System.out.println(kept.size() + " class loaders");
+        }
+    }
+
+    /**
+     * In each of two class loaders, one after the other, opens a client and forgets it: client and class loader are to
+     * go.
+     */
+    static final class Forget {
+        public static void main(String[] args) throws Exception {
+            for (int i = 0; i < 2; ++i) {
+                WeakReference<ClassLoader> loader = openAndForget();
+                long deadline = System.nanoTime() + 30_000_000_000L;
+                while (loader.get() != null) {
+                    if (System.nanoTime() > deadline) {
+                        throw new AssertionError("the class loader was not collected");
+                    }
+                    System.gc();
+                    Thread.sleep(5);
+                }
+                System.out.println("collected");
+            }
+        }
+
+        private static WeakReference<ClassLoader> openAndForget() throws Exception {
+            URL[] path = {Path.of(System.getProperty("java.class.path").split(":")[0]).toUri().toURL()};
+            URLClassLoader loader = new URLClassLoader(path, ClassLoader.getPlatformClassLoader());
+            Class<?> type = Class.forName("vex.client.SigningClient", true, loader);
+            Object builder = type.getMethod("store", String.class).invoke(null, "demo:");
+            Object client = builder.getClass().getMethod("open").invoke(builder);
+            byte[] signature = (byte[]) type.getMethod("signPkcs1", String.class).invoke(client, "text");
+            System.out.println("signed " + (signature.length > 0));
+            return new WeakReference<>(loader);
+        }
+    }
+
+    private static String testsJar() throws Exception {
+        return Path.of(Load.class.getProtectionDomain().getCodeSource().getLocation().toURI()).toString();
+    }
+
+    private static String bundledClassPath() throws Exception {
+        return BUNDLED_JAR + ":" + testsJar();
+    }
+
+    private static String productClassPath() throws Exception {
+        return PRODUCT_JAR + ":" + testsJar();
+    }
+
+    private static String java(List<String> before, String... arguments) throws Exception {
+        List<String> command = new ArrayList<>(before);
+        command.add(Path.of(System.getProperty("java.home"), "bin", "java").toString());
+        command.addAll(List.of(arguments));
+        return run(command);
+    }
+
+    private static String run(List<String> command) throws Exception {
+        Process process = new ProcessBuilder(command).redirectErrorStream(true).start();
+        process.getOutputStream().close();
+        String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
+        process.waitFor();
+        return output;
+    }
+
+    @Test
+    void theBundledJarLoadsWhatItCarriesAndLeavesNothingBehind() throws Exception {
+        String output = java(List.of(), NATIVE_ACCESS, "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(),
+            Load.class.getName(), "2");
+        // Each class loader has a copy of its own.
+        assertContains(output, "ok 1.0.\nok 1.0.\n2 class loaders");
+        try (Stream<Path> left = Files.list(directory)) {
+            assertEquals(List.of(), left.filter(path -> path.getFileName().toString().startsWith("vex-")).toList());
+        }
+    }
+
+    @Test
+    void aForgottenClientKeepsNoClassLoader() throws Exception {
+        String output = java(List.of(), NATIVE_ACCESS, "-cp", bundledClassPath(), Forget.class.getName());
+        assertEquals("signed true\ncollected\n".repeat(2), output);
+    }
+
+    @Test
+    void whatIsCopiedOutOfTheJarIsItsUsersAlone() throws Exception {
+        Path copies;
+        try (URLClassLoader loader = new URLClassLoader(new URL[] {Path.of(BUNDLED_JAR).toUri().toURL()}, null)) {
+            Method extract = Class.forName("vex.jni.LibraryLoader", true, loader).getDeclaredMethod("extractAll");
+            extract.setAccessible(true);
+            copies = (Path) extract.invoke(null);
+        }
+        assertEquals("rwx------", PosixFilePermissions.toString(Files.getPosixFilePermissions(copies)));
+        for (String name : List.of(BRIDGE, TOOLKIT)) {
+            assertEquals(-1, Files.mismatch(LIBRARY.resolveSibling(name), copies.resolve(name)), name);
+            Files.delete(copies.resolve(name));
+        }
+        Files.delete(copies);
+    }
+
+    /** The command is the page's. */
+    @Test
+    void keytoolListsTheDemoStore() throws Exception {
+        String page = Files.readString(Path.of(System.getProperty("vex.test.docs"), "jca-provider.md"));
+        Matcher block = Pattern.compile("```sh\n(.*?)```", Pattern.DOTALL).matcher(page);
+        assertTrue(block.find());
+        Files.createSymbolicLink(directory.resolve("tavclientjni-bundled.jar"), Path.of(BUNDLED_JAR));
+        String output = run(List.of("sh", "-c", "PATH=\"$0/bin:$PATH\"; cd \"$1\" && " + block.group(1),
+            System.getProperty("java.home"), directory.toString()));
+        assertContains(output, "Your keystore contains 2 entries", "PrivateKeyEntry");
+    }
+
+    @Test
+    void secondClassLoader() throws Exception {
+        String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + LIBRARY.getParent(), "-cp",
+            productClassPath(), Load.class.getName(), "2");
+        assertContains(output, "ok 1.0.\n", "Another class loader of this JVM has loaded it already",
+            "Put tavclientjni.jar where both share it", "2 class loaders");
+    }
+
+    @Test
+    void directoryThatForbidsExecution() throws Exception {
+        List<String> unshare = List.of("env", "unshare", "--mount", "--map-root-user");
+        String mount = "mount -t tmpfs -o noexec tmpfs \"$0\"";
+        List<String> probe = new ArrayList<>(unshare);
+        probe.addAll(List.of("sh", "-c", mount + " && echo mounted", directory.toString()));
+        String mounted = run(probe);
+        assumeTrue(mounted.equals("mounted\n"), "no mount namespace of one's own here: " + mounted);
+
+        List<String> prefix = new ArrayList<>(unshare);
+        prefix.addAll(List.of("sh", "-c", mount + " && exec \"$@\"", directory.toString()));
+        String output = java(prefix, NATIVE_ACCESS, "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(),
+            Load.class.getName());
+        assertContains(output, "Code may not be executed from there: the file system is mounted noexec",
+            "-Djava.io.tmpdir");
+    }
+
+    @Test
+    void nativeAccessDenied() throws Exception {
+        int version = Runtime.version().feature();
+        assumeTrue(version >= 24, "Java " + version + " allows native access to everybody");
+        String output = java(List.of(), "--illegal-native-access=deny", "-Dvex.jni.library=" + LIBRARY, "-cp",
+            productClassPath(), Load.class.getName());
+        assertContains(output, "This JVM denies native access", NATIVE_ACCESS, "Enable-Native-Access: ALL-UNNAMED");
+    }
+
+    @Test
+    void aLibraryThatIsThereAndDoesNotLoadIsNotPassedOver() throws Exception {
+        Files.copy(LIBRARY, directory.resolve(BRIDGE));
+        String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + directory, "-cp", bundledClassPath(),
+            Load.class.getName());
+        assertContains(output, "in java.library.path (" + directory + ")", "The toolkit " + TOOLKIT + " is missing.");
+        assertFalse(output.contains("ok 1.0."), output);
+    }
+}
