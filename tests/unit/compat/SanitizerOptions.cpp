@@ -7,6 +7,7 @@ extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
 
+// Nor is each end of a process to take a second, in which ThreadSanitizer would wait for more to see.
 extern "C" const char* __tsan_default_options() {
-    return "allocator_may_return_null=1";
+    return "allocator_may_return_null=1:atexit_sleep_ms=0";
 }
