@@ -55,6 +55,9 @@ public:
         return function(*m_pFunctions);
     }
 
+    // To be held while slots and tokens are listed, for which not every module is as safe as for signing.
+    std::mutex& ListingMutex() const { return m_listing; }
+
     // Whether Call does not throw.
     bool IsUsable() const;
 
@@ -82,6 +85,7 @@ private:
     CK_FUNCTION_LIST* m_pFunctions;
     bool m_fOneCallAtATime = false;
     mutable std::mutex m_oneCall;
+    mutable std::mutex m_listing;
 
     std::mutex m_mutex;
     std::map<TokenName, std::shared_ptr<Token>> m_tokens;  // guarded by m_mutex

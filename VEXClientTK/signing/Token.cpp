@@ -71,6 +71,7 @@ unsigned char* PinBytes(const SecretText& pin) {
 }  // namespace
 
 std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
+    const std::lock_guard lock(module.ListingMutex());
     std::vector<CK_SLOT_ID> slots;
     for (;;) {
         // Asked without room for the answer, a module looks for readers and tokens anew.
