@@ -114,6 +114,7 @@ std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
 class Token::Connection {
 public:
     Connection(const Pkcs11Module& module, const TokenSlot& slot) : m_module(module), m_slot(slot) {
+        m_idle.reserve(kIdleSessions + 1);  // with the anchor; putting a session back must not fail
         m_hAnchor = OpenSession();
     }
     ~Connection() {
@@ -185,19 +186,25 @@ public:
         CloseSession(hSession);
     }
 
-    // The handle of a key, looked up once.
+    // A key's handle, and whether it wants the PIN for each signature.
+    struct KeyObject {
+        CK_OBJECT_HANDLE hKey;
+        bool fAlwaysAuthenticate;
+    };
+
+    // Looked up once.
     template <typename LookUp>
-    CK_OBJECT_HANDLE KeyHandle(const TokenKey& key, LookUp lookUp) {
+    KeyObject FindKey(const TokenKey& key, LookUp lookUp) {
         {
             const std::lock_guard lock(m_mutex);
             if (const auto found = m_keys.find(key); found != m_keys.end()) {
                 return found->second;
             }
         }
-        const CK_OBJECT_HANDLE hKey = lookUp();
+        const KeyObject object = lookUp();
         const std::lock_guard lock(m_mutex);
-        m_keys.emplace(key, hKey);
-        return hKey;
+        m_keys.emplace(key, object);
+        return object;
     }
 
 private:
@@ -231,7 +238,7 @@ private:
     size_t m_cTaken = 0;
     bool m_fFull = false;   // the token opens no more sessions
     bool m_fAnchor = true;  // the anchor is not among the others
-    std::map<TokenKey, CK_OBJECT_HANDLE> m_keys;
+    std::map<TokenKey, KeyObject> m_keys;
 };
 
 // A session taken from a connection.
@@ -286,11 +293,10 @@ public:
         std::string strBytes;
         for (const bool fSized : {false, true}) {
             const CK_RV rv = get();
-            if (rv == CKR_ATTRIBUTE_TYPE_INVALID || rv == CKR_ATTRIBUTE_SENSITIVE) {
-                return std::nullopt;
+            if (IsLost(rv)) {
+                throw Lost{rv};
             }
-            Require(rv, "C_GetAttributeValue");
-            if (attribute.ulValueLen == static_cast<CK_ULONG>(-1)) {
+            if (rv != CKR_OK || attribute.ulValueLen == static_cast<CK_ULONG>(-1)) {
                 return std::nullopt;
             }
             strBytes.resize(attribute.ulValueLen);
@@ -419,7 +425,9 @@ void Token::LogIn(const SecretText* pPin, bool fOthersUseIt) {
     if (m_connection && fSamePin) {
         return;
     }
-    if (m_connection || (fOthersUseIt && m_pin && !fSamePin)) {
+    // After a change of the PIN outside, the old one has been refused; then a new one may come.
+    const bool fPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name), m_pin->View());
+    if (m_connection || (fOthersUseIt && fPinInUse && !fSamePin)) {
         const bool fNeedsNone =
             m_connection && (m_connection->TokenFlags() & (CKF_LOGIN_REQUIRED | CKF_PROTECTED_AUTHENTICATION_PATH)) !=
                                 CKF_LOGIN_REQUIRED;
@@ -474,7 +482,7 @@ TokenContent Token::Read() {
 std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nMechanism, const unsigned char* pbData,
                                        size_t cbData) {
     return Run([&](Session& session) {
-        const CK_OBJECT_HANDLE hKey = session.Owner().KeyHandle(key, [&] {
+        const Connection::KeyObject object = session.Owner().FindKey(key, [&] {
             TokenKey wanted = key;
             CK_OBJECT_CLASS nClass = CKO_PRIVATE_KEY;
             const auto found = session.Find({{CKA_CLASS, &nClass, sizeof nClass},
@@ -483,13 +491,15 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
             if (found.empty()) {
                 throw Failure(VCTK_E_TOKEN_FAILED, "the key is no longer on the token");
             }
-            return found.front();
+            const auto fAlways = session.Number<CK_BBOOL>(found.front(), CKA_ALWAYS_AUTHENTICATE);
+            return Connection::KeyObject{found.front(), fAlways.value_or(CK_FALSE) == CK_TRUE};
         });
         CK_MECHANISM mechanism{nMechanism, nullptr, 0};
-        Require(session.Call(
-                    [&](auto& functions, CK_SESSION_HANDLE h) { return functions.C_SignInit(h, &mechanism, hKey); }),
+        Require(session.Call([&](auto& functions, CK_SESSION_HANDLE h) {
+            return functions.C_SignInit(h, &mechanism, object.hKey);
+        }),
                 "C_SignInit");
-        if (session.Number<CK_BBOOL>(hKey, CKA_ALWAYS_AUTHENTICATE).value_or(CK_FALSE) == CK_TRUE) {
+        if (object.fAlwaysAuthenticate) {
             std::optional<SecretText> pin;
             {
                 const std::lock_guard lock(m_mutex);

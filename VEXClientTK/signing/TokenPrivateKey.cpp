@@ -3,6 +3,7 @@
 
 #include "signing/TokenPrivateKey.h"
 
+#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/rsa.h>
 
@@ -64,7 +65,7 @@ auto Guarded(Function function) -> decltype(function()) {
 
 constexpr const char* kWrongSignature = "its signature does not fit the certificate, whose key it seems not to have";
 
-// Adds the padding, signs; returns the length of the signature or -1.
+// Returns the length of the signature or -1.
 int SignRsa(int cbData, const unsigned char* pbData, unsigned char* pbSignature, RSA* pRsa, int nPadding) {
     const int cbSigned = Guarded([&] {
         const auto* pBinding = static_cast<const Binding*>(RSA_get_ex_data(pRsa, RsaIndex()));
@@ -152,8 +153,8 @@ BignumPtr Parameter(const EVP_PKEY* pKey, const char* pszName) {
 
 KeyPtr MakeRsa(std::unique_ptr<Binding> binding) {
     RsaPtr rsa(RequireOpenSsl(RSA_new()));
-    BignumPtr n = Parameter(binding->publicKey.get(), "n");
-    BignumPtr e = Parameter(binding->publicKey.get(), "e");
+    BignumPtr n = Parameter(binding->publicKey.get(), OSSL_PKEY_PARAM_RSA_N);
+    BignumPtr e = Parameter(binding->publicKey.get(), OSSL_PKEY_PARAM_RSA_E);
     RequireOpenSsl(RSA_set_method(rsa.get(), TokenRsaMethod()) == 1 &&
                    RSA_set0_key(rsa.get(), n.get(), e.get(), nullptr) == 1);
     static_cast<void>(n.release());

@@ -81,6 +81,12 @@ CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin
         return CKR_DEVICE_REMOVED;
     }
     ++(nUser == CKU_CONTEXT_SPECIFIC ? g_shim.cContextLogins : g_shim.cLogins);
+    if (g_shim.fPinChanged) {
+        if (cbPin == 0 || pbPin[cbPin - 1] != 'x') {
+            return CKR_PIN_INCORRECT;
+        }
+        --cbPin;
+    }
     return g_pReal->C_Login(hSession, nUser, pbPin, cbPin);
 }
 

@@ -10,6 +10,9 @@ struct Pkcs11Shim {
     // Sessions that may be open at once, by this module's count.
     std::atomic<int> nMostSessions{1000000};
 
+    // PINs have been changed: they have an "x" more at their end.
+    std::atomic<bool> fPinChanged{false};
+
     std::atomic<int> cLogins{0};         // calls of C_Login for the user
     std::atomic<int> cContextLogins{0};  // and for a single operation
     std::atomic<int> cInitialize{0};

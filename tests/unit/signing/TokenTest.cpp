@@ -20,7 +20,7 @@ constexpr const char* kOtherPin = "0815";
 class TokenTest : public testing::Test {
 protected:
     // "Card": an RSA and an EC key with their certificates, one that asks for the PIN each time, and one whose
-    // certificate is another's. "Other card": an EC key.
+    // certificate is another's. "Other card" and "Changing": an EC key each.
     static void SetUpTestSuite() {
         if (s_pTokens != nullptr) {
             return;
@@ -38,11 +38,15 @@ protected:
         s_pTokens->MakeToken("Other card", kOtherPin);
         s_pTokens->MakeKey("Other card", kOtherPin, "EC:secp521r1", "01", "key");
         s_pTokens->MakeCertificate("Other card", kOtherPin, "01", "01", "other", 30);
+        s_pTokens->MakeToken("Changing", "1111");
+        s_pTokens->MakeKey("Changing", "1111", "EC:prime256v1", "01", "key");
+        s_pTokens->MakeCertificate("Changing", "1111", "01", "01", "changing", 30);
     }
 
     void SetUp() override {
         Shim().fRemoved = false;
         Shim().nMostSessions = 1000000;
+        Shim().fPinChanged = false;
     }
 
     // Given the text between "pkcs11:" and the module.
@@ -289,6 +293,22 @@ TEST_F(TokenTest, RemovedAndPutBack) {
         EXPECT_EQ(Shim().cLogins, cLogins + i + 1);
         EXPECT_TRUE(ToolkitClient(Card()).IsOpen());
     }
+}
+
+TEST_F(TokenTest, AChangedPinIsTriedOnceMoreAndTheNewOneHelpsAllObjects) {
+    const ToolkitClient client(Uri("token=Changing?pin-value=1111"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    Shim().fPinChanged = true;
+    Shim().pfnLoseSessions();
+    const int cLogins = Shim().cLogins;
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_FALSE(client.SignP1("text"));
+        EXPECT_EQ(client.LastError(), VCTK_E_PIN_WRONG) << client.Message();
+    }
+    EXPECT_EQ(Shim().cLogins, cLogins + 1);
+    EXPECT_TRUE(ToolkitClient(Uri("token=Changing?pin-value=1111x")).IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(Shim().cLogins, cLogins + 2);
 }
 
 TEST_F(TokenTest, LostSessionsAreNotNoticed) {
