@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -26,7 +27,10 @@ private:
         std::string strBytes;  // DER, of what is not text
         std::wstring strText;  // folded
 
-        auto operator<=>(const Value&) const = default;
+        bool operator==(const Value&) const = default;
+        bool operator<(const Value& other) const {
+            return std::tie(strBytes, strText) < std::tie(other.strBytes, other.strText);
+        }
     };
     using Attribute = std::pair<std::string, Value>;  // type as dotted OID, value
     using RelativeName = std::vector<Attribute>;      // sorted

@@ -192,7 +192,9 @@ Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)
     if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
         throw Failure(VCTK_E_TOKEN_MODULE, "C_Initialize: " + Pkcs11ResultText(rv));
     }
-    std::atexit(CloseAtExit);
+    if (std::atexit(CloseAtExit) != 0) {
+        throw Failure(VCTK_E_OUT_OF_MEMORY);
+    }
 }
 
 Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& strName) {

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <tuple>
 
 #include "signing/Failure.h"
 
@@ -25,7 +26,11 @@ struct TokenName {
     std::string strModel;
     std::string strSerial;
 
-    auto operator<=>(const TokenName&) const = default;
+    bool operator==(const TokenName&) const = default;
+    bool operator<(const TokenName& other) const {
+        return std::tie(strLabel, strManufacturer, strModel, strSerial) <
+               std::tie(other.strLabel, other.strManufacturer, other.strModel, other.strSerial);
+    }
 };
 
 // The name of a result of PKCS #11.

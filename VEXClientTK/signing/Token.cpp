@@ -47,6 +47,16 @@ void Require(CK_RV rv, const char* pszFunction) {
     }
 }
 
+bool IsSigningType(CK_KEY_TYPE type) {
+    switch (type) {
+        case CKK_RSA:
+        case CKK_EC:
+            return true;
+        default:
+            return false;
+    }
+}
+
 std::string WholeName(const TokenName& name) {
     return name.strManufacturer + '\0' + name.strModel + '\0' + name.strSerial + '\0' + name.strLabel;
 }
@@ -469,9 +479,9 @@ TokenContent Token::Read() {
         }
         nClass = CKO_PRIVATE_KEY;
         for (const CK_OBJECT_HANDLE hObject : session.Find({{CKA_CLASS, &nClass, sizeof nClass}})) {
-            const auto nType = session.Number<CK_KEY_TYPE>(hObject, CKA_KEY_TYPE);
-            if (nType == CKK_RSA || nType == CKK_EC) {
-                content.keys.push_back({session.Attribute(hObject, CKA_ID).value_or(""), *nType,
+            const auto type = session.Number<CK_KEY_TYPE>(hObject, CKA_KEY_TYPE);
+            if (type && IsSigningType(*type)) {
+                content.keys.push_back({session.Attribute(hObject, CKA_ID).value_or(""), *type,
                                         session.Attribute(hObject, CKA_LABEL).value_or("")});
             }
         }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "signing/OpenSsl.h"
@@ -23,7 +24,9 @@ struct TokenKey {
     CK_KEY_TYPE type = CKK_RSA;
     std::string strLabel;
 
-    auto operator<=>(const TokenKey&) const = default;
+    bool operator<(const TokenKey& other) const {
+        return std::tie(strId, type, strLabel) < std::tie(other.strId, other.type, other.strLabel);
+    }
 };
 
 struct TokenCertificate {

@@ -173,7 +173,7 @@ KeyPtr MakeEc(std::unique_ptr<Binding> binding) {
     RequireOpenSsl(EC_KEY_set_method(ec.get(), TokenEcMethod()) == 1 &&
                    EC_KEY_set_ex_data(ec.get(), EcIndex(), binding.get()) == 1);
     static_cast<void>(binding.release());
-    KeyPtr key(RequireOpenSsl(EVP_PKEY_new()));
+    KeyPtr key(RequireOpenSsl(EVP_PKEY_new()));  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): ec owns the binding
     RequireOpenSsl(EVP_PKEY_assign_EC_KEY(key.get(), ec.get()) == 1);
     static_cast<void>(ec.release());
     return key;
