@@ -159,7 +159,7 @@ void Pkcs11Module::CloseAtExit() {
     }
 }
 
-Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module) {
+Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool fAlone) {
     if (module.m_process.nId != getpid()) {
         throw Failure(VCTK_E_TOKEN_FAILED, "the store was opened before this process was forked; open it again");
     }
@@ -170,7 +170,7 @@ Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module) {
     if (module.m_process.fEnding) {
         throw Failure(VCTK_E_TOKEN_FAILED, "the process is ending");
     }
-    if (module.m_fOneCallAtATime) {
+    if (fAlone) {
         m_alone = std::unique_lock(module.m_oneCall);
     }
 }

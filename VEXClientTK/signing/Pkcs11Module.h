@@ -52,16 +52,21 @@ public:
     // Throws VCTK_E_TOKEN_MODULE.
     static Pkcs11Module& Open(const std::string& strPath, const std::string& strName);
 
-    // Calls functions of the module. Throws VCTK_E_TOKEN_FAILED when the process is ending, or is not the one that
+    // Calls functions of the module, one thread at a time: not every module bears sessions that come and go while other
+    // threads look for keys. Throws VCTK_E_TOKEN_FAILED when the process is ending, or is not the one that
     // opened the module but a child that it forked: sessions are not inherited.
     template <typename Function>
     CK_RV Call(Function function) const {
-        const CallPermit permit(*this);
+        const CallPermit permit(*this, true);
         return function(*m_pFunctions);
     }
 
-    // To be held while slots and tokens are listed, for which not every module is as safe as for signing.
-    std::mutex& ListingMutex() const { return m_listing; }
+    // The same for what takes long, side by side with any other call as far as the module allows it.
+    template <typename Function>
+    CK_RV CallParallel(Function function) const {
+        const CallPermit permit(*this, m_fOneCallAtATime);
+        return function(*m_pFunctions);
+    }
 
     // Whether Call does not throw.
     bool IsUsable() const;
@@ -74,7 +79,7 @@ private:
 
     class CallPermit {
     public:
-        explicit CallPermit(const Pkcs11Module& module);
+        CallPermit(const Pkcs11Module& module, bool fAlone);
 
     private:
         std::shared_lock<std::shared_timed_mutex> m_notEnding;
@@ -90,7 +95,6 @@ private:
     CK_FUNCTION_LIST* m_pFunctions;
     bool m_fOneCallAtATime = false;
     mutable std::mutex m_oneCall;
-    mutable std::mutex m_listing;
 
     std::mutex m_mutex;
     std::map<TokenName, std::shared_ptr<Token>> m_tokens;  // guarded by m_mutex

@@ -81,7 +81,6 @@ unsigned char* PinBytes(const SecretText& pin) {
 }  // namespace
 
 std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
-    const std::lock_guard lock(module.ListingMutex());
     std::vector<CK_SLOT_ID> slots;
     for (;;) {
         // Asked without room for the answer, a module looks for readers and tokens anew.
@@ -267,6 +266,11 @@ public:
         return m_connection.Module().Call([&](auto& functions) { return function(functions, m_hSession); });
     }
 
+    template <typename Function>
+    CK_RV CallParallel(Function function) const {
+        return m_connection.Module().CallParallel([&](auto& functions) { return function(functions, m_hSession); });
+    }
+
     void NoteUsable() { m_fUsable = true; }
 
     std::vector<CK_OBJECT_HANDLE> Find(std::vector<CK_ATTRIBUTE> attributes) const {
@@ -371,7 +375,7 @@ void Token::Drop(const ConnectionPtr& connection) {
 
 Token::ConnectionPtr Token::Connected() {
     // A child must not wait for a lock that a thread of its parent may hold.
-    m_module.Call([](auto&) { return CK_RV{CKR_OK}; });
+    m_module.CallParallel([](auto&) { return CK_RV{CKR_OK}; });
     const std::lock_guard lock(m_mutex);
     if (!m_connection) {
         m_connection = Connect(m_pin);
@@ -424,7 +428,7 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
 }
 
 void Token::LogIn(const SecretText* pPin, bool fOthersUseIt) {
-    m_module.Call([](auto&) { return CK_RV{CKR_OK}; });
+    m_module.CallParallel([](auto&) { return CK_RV{CKR_OK}; });
     std::optional<SecretText> pin;
     if (pPin != nullptr && !pPin->View().empty()) {
         pin = CopyOf(*pPin);
@@ -519,7 +523,7 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
         }
         std::vector<unsigned char> signature(kLongestSignature);
         CK_ULONG cbSignature = signature.size();
-        Require(session.Call([&](auto& functions, CK_SESSION_HANDLE h) {
+        Require(session.CallParallel([&](auto& functions, CK_SESSION_HANDLE h) {
             return functions.C_Sign(h, const_cast<unsigned char*>(pbData), cbData, signature.data(), &cbSignature);
         }),
                 "C_Sign");
