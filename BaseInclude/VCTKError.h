@@ -26,6 +26,11 @@ enum VCTKError : INT {
     VCTK_E_PIN_WRONG = 1108,
     VCTK_E_PIN_SOURCE = 1109,
     VCTK_E_DEMO_STORE = 1110,
+    VCTK_E_TOKEN_MODULE = 1111,
+    VCTK_E_TOKEN_NOT_FOUND = 1112,
+    VCTK_E_TOKEN_REMOVED = 1113,
+    VCTK_E_TOKEN_FAILED = 1114,
+    VCTK_E_PIN_LOCKED = 1115,
 
     VCTK_E_DIGEST_UNKNOWN = 1201,
     VCTK_E_DIGEST_WEAK = 1202,
@@ -64,6 +69,11 @@ inline constexpr VCTKErrorEntry g_aVCTKErrors[] = {
     {VCTK_E_PIN_WRONG, "The PIN is wrong"},
     {VCTK_E_PIN_SOURCE, "The file that holds the PIN cannot be used"},
     {VCTK_E_DEMO_STORE, "The demo store cannot be made or read"},
+    {VCTK_E_TOKEN_MODULE, "The PKCS #11 module cannot be used"},
+    {VCTK_E_TOKEN_NOT_FOUND, "The store URI does not describe exactly one token that is present"},
+    {VCTK_E_TOKEN_REMOVED, "The token is not present or has been removed"},
+    {VCTK_E_TOKEN_FAILED, "The token failed"},
+    {VCTK_E_PIN_LOCKED, "The token's PIN is locked"},
 
     {VCTK_E_DIGEST_UNKNOWN, "The digest algorithm is unknown"},
     {VCTK_E_DIGEST_WEAK, "The digest algorithm is broken: signatures made with it can be forged"},

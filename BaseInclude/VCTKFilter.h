@@ -20,3 +20,26 @@ inline constexpr ULONG VCTK_FILTER_KEY_USAGE = 5;
 
 // "RSA" or "EC", in any case.
 inline constexpr ULONG VCTK_FILTER_KEY_ALGORITHM = 6;
+
+// All of these key usages: the names of VCTK_FILTER_KEY_USAGE ("contentCommitment" is "nonRepudiation"), separated by
+// commas. A certificate that restricts no usage does not pass.
+inline constexpr ULONG VCTK_FILTER_KEY_USAGE_ALL = 7;
+
+// All of these extended key usages (RFC 5280 section 4.2.1.12) are listed: dotted OIDs, or "serverAuth", "clientAuth",
+// "codeSigning", "emailProtection", "timeStamping", "OCSPSigning" in any case, separated by commas.
+// "anyExtendedKeyUsage" in the certificate does not stand for others.
+inline constexpr ULONG VCTK_FILTER_EXTENDED_KEY_USAGE = 8;
+
+// The certificate is valid at this time as well: UTC, "2026-11-21T05:00:00Z".
+inline constexpr ULONG VCTK_FILTER_VALID_AT = 9;
+
+// This dotted OID is among the certificate policies.
+inline constexpr ULONG VCTK_FILTER_POLICY = 10;
+
+// The RSA modulus, or the field of the EC key's curve, has at least so many bits: decimal.
+inline constexpr ULONG VCTK_FILTER_KEY_SIZE = 11;
+
+// The subject's or the issuer's name equals this RFC 4514 name as RFC 5280 section 7.1 compares names: any case, and
+// any number of blanks where there is one.
+inline constexpr ULONG VCTK_FILTER_SUBJECT_NAME = 12;
+inline constexpr ULONG VCTK_FILTER_ISSUER_NAME = 13;

@@ -3,69 +3,54 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cwctype>
+#include <charconv>
+#include <ctime>
+#include <iterator>
+#include <vector>
 
 #include "VCTKFilter.h"
+#include "signing/DistinguishedName.h"
 #include "signing/Failure.h"
+#include "signing/WideText.h"
 
 namespace vextk {
 namespace {
+
+using Predicate = std::function<bool(const Identity&)>;
+using ExtendedKeyUsagePtr = std::unique_ptr<EXTENDED_KEY_USAGE, OpenSslDeleter<EXTENDED_KEY_USAGE_free>>;
+using PoliciesPtr = std::unique_ptr<CERTIFICATEPOLICIES, OpenSslDeleter<CERTIFICATEPOLICIES_free>>;
 
 struct KeyUsageName {
     const char* pszName;
     std::uint32_t dwBit;
 };
 constexpr KeyUsageName kKeyUsages[] = {
-    {"digitalSignature", KU_DIGITAL_SIGNATURE},
-    {"nonRepudiation", KU_NON_REPUDIATION},
-    {"keyEncipherment", KU_KEY_ENCIPHERMENT},
-    {"dataEncipherment", KU_DATA_ENCIPHERMENT},
-    {"keyAgreement", KU_KEY_AGREEMENT},
-    {"keyCertSign", KU_KEY_CERT_SIGN},
-    {"cRLSign", KU_CRL_SIGN},
-    {"encipherOnly", KU_ENCIPHER_ONLY},
-    {"decipherOnly", KU_DECIPHER_ONLY},
+    {"digitalSignature", KU_DIGITAL_SIGNATURE}, {"nonRepudiation", KU_NON_REPUDIATION},
+    {"contentCommitment", KU_NON_REPUDIATION},  {"keyEncipherment", KU_KEY_ENCIPHERMENT},
+    {"dataEncipherment", KU_DATA_ENCIPHERMENT}, {"keyAgreement", KU_KEY_AGREEMENT},
+    {"keyCertSign", KU_KEY_CERT_SIGN},          {"cRLSign", KU_CRL_SIGN},
+    {"encipherOnly", KU_ENCIPHER_ONLY},         {"decipherOnly", KU_DECIPHER_ONLY},
 };
 
 [[noreturn]] void Malformed(const char* pszDetail) {
     throw Failure(VCTK_E_FILTER_VALUE, pszDetail);
 }
 
-std::wstring LowerCase(std::wstring text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](wchar_t ch) { return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(ch))); });
-    return text;
-}
-
-std::wstring WideFromLocale(const std::string& text) {
-    const size_t cch = std::mbstowcs(nullptr, text.c_str(), 0);
-    if (cch == static_cast<size_t>(-1)) {
+std::wstring WideValue(std::string_view strValue) {
+    std::optional<std::wstring> wide = WideFromLocale(std::string(strValue));
+    if (!wide) {
         Malformed("it is not text in the encoding of the process locale");
     }
-    std::wstring wide(cch, L'\0');
-    if (std::mbstowcs(wide.data(), text.c_str(), cch) != cch) {
-        Malformed("the process locale has changed meanwhile");
-    }
-    return wide;
+    return std::move(*wide);
 }
 
-// Names are printed by OpenSSL in well-formed UTF-8.
-std::wstring WideFromUtf8(const std::string& text) {
-    std::wstring wide;
-    const auto* pbText = reinterpret_cast<const unsigned char*>(text.data());
-    for (size_t i = 0; i < text.size();) {
-        unsigned long ulCharacter = 0;
-        const int cb = UTF8_getc(pbText + i, static_cast<int>(text.size() - i), &ulCharacter);
-        wide += static_cast<wchar_t>(cb > 0 ? ulCharacter : pbText[i]);
-        i += cb > 0 ? static_cast<size_t>(cb) : 1;
-    }
-    return wide;
+bool EqualIgnoringCase(const char* pszName, std::string_view strValue) {
+    return strcasecmp(pszName, std::string(strValue).c_str()) == 0;
 }
 
 // A name copied from the certificate list has its blanks escaped.
 std::wstring NamePart(std::string_view strValue) {
-    std::wstring text = WideFromLocale(std::string(strValue));
+    std::wstring text = WideValue(strValue);
     constexpr std::wstring_view kEscapedBlank = L"\\20";
     for (size_t n = text.find(kEscapedBlank); n != std::wstring::npos; n = text.find(kEscapedBlank, n + 1)) {
         text.replace(n, kEscapedBlank.size(), L" ");
@@ -111,7 +96,7 @@ std::string FingerprintDigits(std::string_view strValue) {
 
 std::uint32_t KeyUsageBit(std::string_view strValue) {
     for (const KeyUsageName& usage : kKeyUsages) {
-        if (strcasecmp(usage.pszName, std::string(strValue).c_str()) == 0) {
+        if (EqualIgnoringCase(usage.pszName, strValue)) {
             return usage.dwBit;
         }
     }
@@ -120,57 +105,202 @@ std::uint32_t KeyUsageBit(std::string_view strValue) {
 
 std::string AlgorithmName(std::string_view strValue) {
     for (const char* pszName : {"RSA", "EC"}) {
-        if (strcasecmp(pszName, std::string(strValue).c_str()) == 0) {
+        if (EqualIgnoringCase(pszName, strValue)) {
             return pszName;
         }
     }
     Malformed("a key algorithm is RSA or EC");
 }
 
-}  // namespace
+// The parts of a list; one at least, and none is empty.
+std::vector<std::string_view> CommaSeparated(std::string_view strValue) {
+    std::vector<std::string_view> parts;
+    for (;;) {
+        const size_t nEnd = strValue.find(',');
+        parts.push_back(strValue.substr(0, nEnd));
+        if (parts.back().empty()) {
+            Malformed("a name is missing before or behind a comma");
+        }
+        if (nEnd == std::string_view::npos) {
+            return parts;
+        }
+        strValue.remove_prefix(nEnd + 1);
+    }
+}
 
-Filter::Filter(ULONG ulType, std::string_view strValue) : m_ulType(ulType) {
-    if (ulType < VCTK_FILTER_ISSUER || ulType > VCTK_FILTER_KEY_ALGORITHM) {
-        throw Failure(VCTK_E_FILTER_TYPE, std::to_string(ulType));
+std::uint32_t KeyUsageBits(std::string_view strValue) {
+    std::uint32_t dwBits = 0;
+    for (const std::string_view part : CommaSeparated(strValue)) {
+        dwBits |= KeyUsageBit(part);
     }
-    if (strValue.empty()) {
-        Malformed("it is empty, or the process locale cannot encode it");
+    return dwBits;
+}
+
+bool HasKeyUsages(const Identity& identity, std::uint32_t dwBits) {
+    const bool fRestricts = (X509_get_extension_flags(identity.Certificate()) & EXFLAG_KUSAGE) != 0;
+    return fRestricts && (X509_get_key_usage(identity.Certificate()) & dwBits) == dwBits;
+}
+
+using SharedObject = std::shared_ptr<const ASN1_OBJECT>;
+
+SharedObject DottedOid(std::string_view strValue, const char* pszDetail) {
+    ObjectPtr object = FindDottedOid(std::string(strValue));
+    if (!object) {
+        Malformed(pszDetail);
     }
+    return object;
+}
+
+SharedObject ExtendedKeyUsage(std::string_view strValue) {
+    struct Purpose {
+        const char* pszName;
+        int nId;
+    };
+    constexpr Purpose kPurposes[] = {
+        {"serverAuth", NID_server_auth},        {"clientAuth", NID_client_auth},  {"codeSigning", NID_code_sign},
+        {"emailProtection", NID_email_protect}, {"timeStamping", NID_time_stamp}, {"OCSPSigning", NID_OCSP_sign},
+    };
+    for (const Purpose& purpose : kPurposes) {
+        if (EqualIgnoringCase(purpose.pszName, strValue)) {
+            return SharedObject(OBJ_nid2obj(purpose.nId), [](const ASN1_OBJECT*) {});
+        }
+    }
+    return DottedOid(strValue, "it is not an extended key usage, such as emailProtection or a dotted OID");
+}
+
+bool HasExtendedKeyUsages(const Identity& identity, const std::vector<SharedObject>& wanted) {
+    const ExtendedKeyUsagePtr usages(static_cast<EXTENDED_KEY_USAGE*>(
+        X509_get_ext_d2i(identity.Certificate(), NID_ext_key_usage, nullptr, nullptr)));
+    return std::all_of(wanted.begin(), wanted.end(), [&](const SharedObject& object) {
+        for (int i = 0; i < sk_ASN1_OBJECT_num(usages.get()); ++i) {
+            if (OBJ_cmp(sk_ASN1_OBJECT_value(usages.get(), i), object.get()) == 0) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+bool HasPolicy(const Identity& identity, const ASN1_OBJECT* pPolicy) {
+    const PoliciesPtr policies(static_cast<CERTIFICATEPOLICIES*>(
+        X509_get_ext_d2i(identity.Certificate(), NID_certificate_policies, nullptr, nullptr)));
+    for (int i = 0; i < sk_POLICYINFO_num(policies.get()); ++i) {
+        if (OBJ_cmp(sk_POLICYINFO_value(policies.get(), i)->policyid, pPolicy) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Decimal digits and nothing else.
+unsigned int Number(std::string_view strDigits, const char* pszDetail) {
+    unsigned int nNumber = 0;
+    const char* const pchEnd = strDigits.data() + strDigits.size();
+    const auto [pchStop, error] = std::from_chars(strDigits.data(), pchEnd, nNumber);
+    if (error != std::errc() || pchStop != pchEnd) {
+        Malformed(pszDetail);
+    }
+    return nNumber;
+}
+
+// 2026-11-21T05:00:00Z
+std::time_t UtcTime(std::string_view strValue) {
+    constexpr const char* kDetail = "it is not a UTC time such as 2026-11-21T05:00:00Z";
+    constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
+    if (strValue.size() != kForm.size()) {
+        Malformed(kDetail);
+    }
+    for (size_t i = 0; i < kForm.size(); ++i) {
+        if (kForm[i] != '0' && strValue[i] != kForm[i]) {
+            Malformed(kDetail);
+        }
+    }
+    const auto part = [&](size_t nBegin, size_t cch) {
+        return static_cast<int>(Number(strValue.substr(nBegin, cch), kDetail));
+    };
+    std::tm parts{};
+    parts.tm_year = part(0, 4) - 1900;
+    parts.tm_mon = part(5, 2) - 1;
+    parts.tm_mday = part(8, 2);
+    parts.tm_hour = part(11, 2);
+    parts.tm_min = part(14, 2);
+    parts.tm_sec = part(17, 2);
+    const std::tm asked = parts;
+    const std::time_t time = timegm(&parts);
+    // A day or hour that the calendar lacks has become another one.
+    if (parts.tm_mon != asked.tm_mon || parts.tm_mday != asked.tm_mday || parts.tm_hour != asked.tm_hour ||
+        parts.tm_min != asked.tm_min || parts.tm_sec != asked.tm_sec) {
+        Malformed(kDetail);
+    }
+    return time;
+}
+
+DistinguishedName WholeName(std::string_view strValue) {
+    const std::optional<DistinguishedName> name = DistinguishedName::Parse(Utf8FromWide(WideValue(strValue)));
+    if (!name) {
+        Malformed("it is not a name as RFC 4514 writes it, such as CN=Anna Weiss,O=Acme");
+    }
+    return *name;
+}
+
+Predicate MakePredicate(ULONG ulType, std::string_view strValue) {
     switch (ulType) {
         case VCTK_FILTER_ISSUER:
+            return [part = NamePart(strValue)](const Identity& i) { return ContainsName(i.Issuer(), part); };
         case VCTK_FILTER_SUBJECT:
-            m_strText = NamePart(strValue);
-            break;
+            return [part = NamePart(strValue)](const Identity& i) { return ContainsName(i.Subject(), part); };
         case VCTK_FILTER_SERIAL:
-            m_strHex = SerialDigits(strValue);
-            break;
+            return [digits = SerialDigits(strValue)](const Identity& i) { return i.SerialHex() == digits; };
         case VCTK_FILTER_FINGERPRINT:
-            m_strHex = FingerprintDigits(strValue);
-            break;
+            return [digits = FingerprintDigits(strValue)](const Identity& i) { return i.FingerprintHex() == digits; };
         case VCTK_FILTER_KEY_USAGE:
-            m_dwKeyUsage = KeyUsageBit(strValue);
-            break;
+            return [dwBit = KeyUsageBit(strValue)](const Identity& i) {
+                return (X509_get_key_usage(i.Certificate()) & dwBit) != 0;
+            };
+        case VCTK_FILTER_KEY_ALGORITHM:
+            return [name = AlgorithmName(strValue)](const Identity& i) { return i.KeyAlgorithm() == name; };
+        case VCTK_FILTER_KEY_USAGE_ALL:
+            return [dwBits = KeyUsageBits(strValue)](const Identity& i) { return HasKeyUsages(i, dwBits); };
+        case VCTK_FILTER_EXTENDED_KEY_USAGE: {
+            std::vector<SharedObject> wanted;
+            const std::vector<std::string_view> parts = CommaSeparated(strValue);
+            std::transform(parts.begin(), parts.end(), std::back_inserter(wanted), ExtendedKeyUsage);
+            return [wanted](const Identity& i) { return HasExtendedKeyUsages(i, wanted); };
+        }
+        case VCTK_FILTER_VALID_AT:
+            return [time = UtcTime(strValue)](const Identity& i) { return i.IsValidAt(time); };
+        case VCTK_FILTER_POLICY:
+            return [policy = DottedOid(strValue, "it is not a dotted OID")](const Identity& i) {
+                return HasPolicy(i, policy.get());
+            };
+        case VCTK_FILTER_KEY_SIZE:
+            return [nBits = Number(strValue, "it is not a number of bits")](const Identity& i) {
+                return i.KeyBits() >= nBits;
+            };
+        case VCTK_FILTER_SUBJECT_NAME:
+            return [name = WholeName(strValue)](const Identity& i) {
+                return DistinguishedName(X509_get_subject_name(i.Certificate())) == name;
+            };
+        case VCTK_FILTER_ISSUER_NAME:
+            return [name = WholeName(strValue)](const Identity& i) {
+                return DistinguishedName(X509_get_issuer_name(i.Certificate())) == name;
+            };
         default:
-            m_strAlgorithm = AlgorithmName(strValue);
-            break;
+            throw Failure(VCTK_E_FILTER_TYPE, std::to_string(ulType));
     }
 }
 
-bool Filter::Passes(const Identity& identity) const {
-    switch (m_ulType) {
-        case VCTK_FILTER_ISSUER:
-            return ContainsName(identity.Issuer(), m_strText);
-        case VCTK_FILTER_SUBJECT:
-            return ContainsName(identity.Subject(), m_strText);
-        case VCTK_FILTER_SERIAL:
-            return identity.SerialHex() == m_strHex;
-        case VCTK_FILTER_FINGERPRINT:
-            return identity.FingerprintHex() == m_strHex;
-        case VCTK_FILTER_KEY_USAGE:
-            return (X509_get_key_usage(identity.Certificate()) & m_dwKeyUsage) != 0;
-        default:
-            return identity.KeyAlgorithm() == m_strAlgorithm;
+// An empty value that has been lost on its way here must not pass every certificate.
+std::string_view RequireValue(ULONG ulType, std::string_view strValue) {
+    if (strValue.empty() && ulType >= VCTK_FILTER_ISSUER && ulType <= VCTK_FILTER_ISSUER_NAME) {
+        Malformed("it is empty, or the process locale cannot encode it");
     }
+    return strValue;
 }
+
+}  // namespace
+
+Filter::Filter(ULONG ulType, std::string_view strValue)
+    : m_passes(MakePredicate(ulType, RequireValue(ulType, strValue))) {}
 
 }  // namespace vextk

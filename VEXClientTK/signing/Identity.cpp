@@ -1,5 +1,8 @@
 #include "signing/Identity.h"
 
+#include <openssl/ec.h>
+
+#include <algorithm>
 #include <array>
 #include <limits>
 
@@ -60,6 +63,23 @@ std::string NameText(const X509_NAME* pName) {
     return MemoryBioText(bio.get());
 }
 
+// 0 when the key cannot be read.
+unsigned int KeyBitsOf(const X509* pCertificate) {
+    const EVP_PKEY* pKey = X509_get0_pubkey(pCertificate);
+    if (pKey == nullptr) {
+        return 0;
+    }
+    // OpenSSL's own answer for an EC key is the size of the curve's order.
+    std::array<char, 80> curve{};
+    if (EVP_PKEY_get_group_name(pKey, curve.data(), curve.size(), nullptr) == 1) {
+        using GroupPtr = std::unique_ptr<EC_GROUP, OpenSslDeleter<EC_GROUP_free>>;
+        if (const GroupPtr group(EC_GROUP_new_by_curve_name(OBJ_sn2nid(curve.data()))); group) {
+            return static_cast<unsigned int>(EC_GROUP_get_degree(group.get()));
+        }
+    }
+    return static_cast<unsigned int>(std::max(EVP_PKEY_get_bits(pKey), 0));
+}
+
 }  // namespace
 
 Identity::Identity(X509Ptr certificate, KeyPtr key)
@@ -67,6 +87,7 @@ Identity::Identity(X509Ptr certificate, KeyPtr key)
       m_key(std::move(key)),
       m_notBefore(ToTime(X509_get0_notBefore(m_certificate.get()), std::numeric_limits<std::time_t>::max())),
       m_notAfter(ToTime(X509_get0_notAfter(m_certificate.get()), std::numeric_limits<std::time_t>::min())),
+      m_nKeyBits(KeyBitsOf(m_certificate.get())),
       m_strSerialHex(SerialText(m_certificate.get())),
       m_strFingerprintHex(FingerprintText(m_certificate.get())),
       m_strSubject(NameText(X509_get_subject_name(m_certificate.get()))),

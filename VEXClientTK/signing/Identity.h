@@ -20,6 +20,7 @@ public:
     EVP_PKEY* Key() const { return m_key.get(); }
 
     bool IsValidAt(std::time_t time) const { return m_notBefore <= time && time <= m_notAfter; }
+    std::time_t NotBefore() const { return m_notBefore; }
     std::time_t NotAfter() const { return m_notAfter; }
 
     const std::string& SerialHex() const { return m_strSerialHex; }            // upper case, an even number of digits
@@ -27,6 +28,7 @@ public:
     std::string NotBeforeText() const;                                         // ISO 8601, UTC
     std::string NotAfterText() const;
     const char* KeyAlgorithm() const;                            // "RSA" or "EC"
+    unsigned int KeyBits() const { return m_nKeyBits; }          // of the RSA modulus, or the EC curve's field
     const std::string& Subject() const { return m_strSubject; }  // RFC 4514, UTF-8
     const std::string& Issuer() const { return m_strIssuer; }
 
@@ -38,6 +40,7 @@ private:
     KeyPtr m_key;
     std::time_t m_notBefore;
     std::time_t m_notAfter;
+    unsigned int m_nKeyBits;
     std::string m_strSerialHex;
     std::string m_strFingerprintHex;
     std::string m_strSubject;

@@ -1,5 +1,6 @@
 #include "signing/OpenSsl.h"
 
+#include <array>
 #include <mutex>
 
 #include "signing/Failure.h"
@@ -20,6 +21,19 @@ void RequireOpenSsl(bool fSucceeded) {
     if (!fSucceeded) {
         throw Failure(VCTK_E_INTERNAL, LastOpenSslReason());
     }
+}
+
+std::string DottedText(const ASN1_OBJECT* pObject) {
+    std::array<char, 512> text{};
+    const int cch = OBJ_obj2txt(text.data(), static_cast<int>(text.size()), pObject, 1);
+    return cch > 0 && static_cast<size_t>(cch) < text.size() ? std::string(text.data()) : std::string();
+}
+
+ObjectPtr FindDottedOid(const std::string& strText) {
+    const OpenSslErrorMark mark;
+    ObjectPtr object(OBJ_txt2obj(strText.c_str(), 1));
+    // OpenSSL takes blanks for dots, and a dot at the end for nothing.
+    return object && DottedText(object.get()) == strText ? std::move(object) : nullptr;
 }
 
 std::string MemoryBioText(BIO* pBio) {

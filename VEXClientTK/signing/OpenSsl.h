@@ -32,6 +32,7 @@ using DigestPtr = std::unique_ptr<EVP_MD, OpenSslDeleter<EVP_MD_free>>;
 using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, OpenSslDeleter<EVP_MD_CTX_free>>;
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, OpenSslDeleter<X509_EXTENSION_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, OpenSslDeleter<EVP_PKEY_free>>;
+using ObjectPtr = std::unique_ptr<ASN1_OBJECT, OpenSslDeleter<ASN1_OBJECT_free>>;
 using StorePtr = std::unique_ptr<OSSL_STORE_CTX, OpenSslDeleter<OSSL_STORE_close>>;
 using StoreInfoPtr = std::unique_ptr<OSSL_STORE_INFO, OpenSslDeleter<OSSL_STORE_INFO_free>>;
 using UiMethodPtr = std::unique_ptr<UI_METHOD, OpenSslDeleter<UI_destroy_method>>;
@@ -69,6 +70,12 @@ T* RequireOpenSsl(T* pObject) {
     RequireOpenSsl(pObject != nullptr);
     return pObject;
 }
+
+// An object identifier in dotted form.
+std::string DottedText(const ASN1_OBJECT* pObject);
+
+// Null when the text is not an object identifier in dotted form.
+ObjectPtr FindDottedOid(const std::string& strText);
 
 // What has been written to a memory BIO.
 std::string MemoryBioText(BIO* pBio);

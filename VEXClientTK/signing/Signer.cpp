@@ -4,12 +4,14 @@
 
 #include "signing/Base64.h"
 #include "signing/Failure.h"
+#include "signing/TokenPrivateKey.h"
 
 namespace vextk {
 namespace {
 
 void RequireSigned(bool fSucceeded) {
     if (!fSucceeded) {
+        ThrowTokenFailure();
         throw Failure(VCTK_E_SIGN_FAILED, LastOpenSslReason());
     }
 }
@@ -17,6 +19,7 @@ void RequireSigned(bool fSucceeded) {
 }  // namespace
 
 std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes& data) {
+    ForgetTokenFailure();
     const DigestContextPtr context(RequireOpenSsl(EVP_MD_CTX_new()));
     size_t cbSignature = 0;
     RequireSigned(EVP_DigestSignInit(context.get(), nullptr, pDigest, nullptr, identity.Key()) == 1 &&
@@ -31,6 +34,7 @@ std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes&
     if (data.size() > static_cast<size_t>(INT_MAX)) {
         throw Failure(VCTK_E_TOO_LARGE);
     }
+    ForgetTokenFailure();
     const unsigned int dwFlags = CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP | CMS_CADES |
                                  (fDetached ? CMS_DETACHED : 0U) | (fIncludeCertificate ? 0U : CMS_NOCERTS);
     const CmsPtr cms(RequireOpenSsl(CMS_sign(nullptr, nullptr, nullptr, nullptr, dwFlags)));

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
-#include <iterator>
+#include <limits>
 
 #include "signing/Base64.h"
 #include "signing/Signer.h"
@@ -129,29 +129,58 @@ void SigningObject::ClearFilters() {
     ChangeSettings([](Settings& settings) { settings.filters.clear(); });
 }
 
-Identities SigningObject::Candidates(const Settings& settings) const {
-    const std::time_t now = std::time(nullptr);
-    Identities candidates;
-    std::copy_if(m_identities.begin(), m_identities.end(), std::back_inserter(candidates),
-                 [&](const IdentityPtr& identity) {
-                     return identity->IsValidAt(now) &&
-                            std::all_of(settings.filters.begin(), settings.filters.end(),
-                                        [&](const Filter& filter) { return filter.Passes(*identity); });
-                 });
-    return candidates;
+SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std::time_t now) const {
+    constexpr std::time_t kBeginning = std::numeric_limits<std::time_t>::min();
+    constexpr std::time_t kEnd = std::numeric_limits<std::time_t>::max();
+    Choice choice{settings, kBeginning, kEnd, {}, nullptr};
+    for (const IdentityPtr& identity : m_identities) {
+        if (!std::all_of(settings->filters.begin(), settings->filters.end(),
+                         [&](const Filter& filter) { return filter.Passes(*identity); })) {
+            continue;
+        }
+        // Holds until somebody's validity begins or ends, and no longer when the clock is set back over such a moment.
+        if (now < identity->NotBefore()) {
+            choice.notAfter = std::min(choice.notAfter, identity->NotBefore() - 1);
+        } else if (identity->NotAfter() < now) {
+            choice.notBefore = std::max(choice.notBefore, identity->NotAfter() + 1);
+        } else {
+            choice.notBefore = std::max(choice.notBefore, identity->NotBefore());
+            choice.notAfter = std::min(choice.notAfter, identity->NotAfter());
+            choice.candidates.push_back(identity);
+        }
+    }
+    const auto longest =
+        std::max_element(choice.candidates.begin(), choice.candidates.end(),
+                         [](const IdentityPtr& a, const IdentityPtr& b) { return a->NotAfter() < b->NotAfter(); });
+    if (longest != choice.candidates.end()) {
+        choice.longest = *longest;
+    }
+    return choice;
 }
 
-IdentityPtr SigningObject::ChooseIdentity(const Settings& settings) const {
-    const Identities candidates = Candidates(settings);
-    if (candidates.empty()) {
+SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& settings) const {
+    const std::time_t now = std::time(nullptr);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_lastChoice && m_lastChoice->settings == settings && m_lastChoice->notBefore <= now &&
+            now <= m_lastChoice->notAfter) {
+            return m_lastChoice;
+        }
+    }
+    auto choice = std::make_shared<const Choice>(MakeChoice(settings, now));
+    const std::lock_guard lock(m_mutex);
+    return m_lastChoice = std::move(choice);
+}
+
+IdentityPtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
+    const ChoicePtr choice = CurrentChoice(settings);
+    if (!choice->longest) {
         throw Failure(VCTK_E_NO_CERTIFICATE);
     }
-    if (settings.fChooseSingle && candidates.size() > 1) {
-        throw Failure(VCTK_E_SEVERAL_CERTIFICATES, std::to_string(candidates.size()) + " certificates pass");
+    if (settings->fChooseSingle && choice->candidates.size() > 1) {
+        throw Failure(VCTK_E_SEVERAL_CERTIFICATES, std::to_string(choice->candidates.size()) + " certificates pass");
     }
-    // The first of those that stay valid longest.
-    return *std::max_element(candidates.begin(), candidates.end(),
-                             [](const IdentityPtr& a, const IdentityPtr& b) { return a->NotAfter() < b->NotAfter(); });
+    return choice->longest;
 }
 
 void SigningObject::SignP1(std::string_view text, int nInputForm) {
@@ -159,7 +188,7 @@ void SigningObject::SignP1(std::string_view text, int nInputForm) {
     mine->strP1.reset();  // a call that fails leaves no older signature to be taken for its own
     const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
-    const IdentityPtr identity = ChooseIdentity(*settings);
+    const IdentityPtr identity = ChooseIdentity(settings);
     mine->strP1 = vextk::SignP1(*identity, settings->digest.get(), data);
     mine->lastSigner = identity;
 }
@@ -169,7 +198,7 @@ void SigningObject::SignP7(std::string_view text, int nInputForm, bool fDetached
     mine->strP7.reset();
     const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
-    const IdentityPtr identity = ChooseIdentity(*settings);
+    const IdentityPtr identity = ChooseIdentity(settings);
     mine->strP7 = vextk::SignP7(*identity, settings->digest.get(), data, fDetached, fIncludeCertificate);
     mine->lastSigner = identity;
 }
@@ -193,13 +222,14 @@ const std::string& SigningObject::P7Signature() const {
 std::string SigningObject::SignCertificate() const {
     const PerThreadPtr mine = MineIfAny();
     const bool fHasSigned = mine && mine->lastSigner;
-    return (fHasSigned ? mine->lastSigner : ChooseIdentity(*CurrentSettings()))->CertificateBase64();
+    return (fHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings()))->CertificateBase64();
 }
 
 std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
-    for (const IdentityPtr& identity : Candidates(*CurrentSettings())) {
+    const ChoicePtr choice = CurrentChoice(CurrentSettings());
+    for (const IdentityPtr& identity : choice->candidates) {
         records.push_back(Join(
             {identity->SerialHex(), identity->FingerprintHex(), identity->NotBeforeText(), identity->NotAfterText(),
              identity->KeyAlgorithm(), EscapeBlanks(identity->Subject()), EscapeBlanks(identity->Issuer())},

@@ -1,6 +1,7 @@
 // What lives behind a toolkit handle: certificates, settings, and for each thread its last signature and last error.
 #pragma once
 
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -103,8 +104,20 @@ private:
     template <typename Change>
     void ChangeSettings(Change change);
 
-    Identities Candidates(const Settings& settings) const;
-    IdentityPtr ChooseIdentity(const Settings& settings) const;
+    // Which identities pass, and for how long that holds. Unchanging once made.
+    struct Choice {
+        SettingsPtr settings;
+        std::time_t notBefore;
+        std::time_t notAfter;
+        Identities candidates;  // in the store's order
+        IdentityPtr longest;    // the first of those that stay valid longest; null when there is none
+    };
+    using ChoicePtr = std::shared_ptr<const Choice>;
+
+    // The last one as long as it holds.
+    ChoicePtr CurrentChoice(const SettingsPtr& settings) const;
+    Choice MakeChoice(const SettingsPtr& settings, std::time_t now) const;
+    IdentityPtr ChooseIdentity(const SettingsPtr& settings) const;
 
     PerThreadPtr Mine();
     PerThreadPtr MineIfAny() const;
@@ -114,6 +127,7 @@ private:
 
     mutable std::mutex m_mutex;
     SettingsPtr m_settings;  // guarded by m_mutex, as all below; never changed, only replaced
+    mutable ChoicePtr m_lastChoice;
     // Each entry is used by its own thread alone; it is the map that the mutex guards.
     std::unordered_map<ThreadId, PerThreadPtr> m_perThread;
     size_t m_cSweepAt;  // number of entries at which those of ended threads are dropped

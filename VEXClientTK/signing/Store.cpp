@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <string>
 #include <system_error>
+#include <unordered_map>
+#include <vector>
 
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
@@ -10,6 +13,7 @@
 #include "signing/Pkcs12.h"
 #include "signing/StoreContent.h"
 #include "signing/StoreUri.h"
+#include "signing/TokenStore.h"
 
 namespace vextk {
 namespace {
@@ -73,6 +77,50 @@ void RequireWhole(const StoreContent& content, bool fHavePin) {
     }
 }
 
+template <typename T>
+std::string DerText(int (*encode)(const T*, unsigned char**), const T* pObject) {
+    unsigned char* pbDer = nullptr;
+    const int cbDer = encode(pObject, &pbDer);
+    const MemoryPtr<unsigned char> der(pbDer);
+    return cbDer > 0 ? std::string(reinterpret_cast<const char*>(pbDer), static_cast<size_t>(cbDer)) : std::string();
+}
+
+// The private key of each certificate, null where there is none. Stores may be large: a key is looked up by the encoded
+// public key, and compared one by one only where an encoding is found on one side alone (an EC point has several).
+std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
+    struct Entry {
+        EVP_PKEY* pKey;
+        bool fFound = false;
+    };
+    std::unordered_map<std::string, Entry> byPublicKey;
+    for (const KeyPtr& key : content.keys) {
+        if (IsSigningKey(key.get())) {
+            byPublicKey.try_emplace(DerText(i2d_PUBKEY, key.get()), Entry{key.get()});
+        }
+    }
+    std::vector<EVP_PKEY*> keys(content.certificates.size());
+    for (size_t i = 0; i < keys.size(); ++i) {
+        const auto found =
+            byPublicKey.find(DerText(i2d_X509_PUBKEY, X509_get_X509_PUBKEY(content.certificates[i].get())));
+        if (found != byPublicKey.end()) {
+            keys[i] = found->second.pKey;
+            found->second.fFound = true;
+        }
+    }
+    std::erase_if(byPublicKey, [](const auto& entry) { return entry.second.fFound; });
+    for (size_t i = 0; i < keys.size(); ++i) {
+        if (keys[i] != nullptr) {
+            continue;
+        }
+        const EVP_PKEY* pPublic = X509_get0_pubkey(content.certificates[i].get());
+        const auto found = std::find_if(byPublicKey.begin(), byPublicKey.end(), [&](const auto& entry) {
+            return pPublic != nullptr && EVP_PKEY_eq(pPublic, entry.second.pKey) == 1;
+        });
+        keys[i] = found != byPublicKey.end() ? found->second.pKey : nullptr;
+    }
+    return keys;
+}
+
 SecretText ReadPin(const std::string& strPath) {
     try {
         SecretText pin = ReadFileBytes(strPath, kLargestPinFile);
@@ -91,10 +139,7 @@ SecretText ReadPin(const std::string& strPath) {
     }
 }
 
-Identities OpenFileStore(StoreUri& uri) {
-    if (uri.strPinSource) {
-        uri.pin = ReadPin(*uri.strPinSource);
-    }
+Identities OpenFileStore(const StoreUri& uri) {
     try {
         const SecretText bytes = ReadFileBytes(uri.strPath, kLargestStore);
         return ReadIdentities(bytes.View(), uri.pin ? &*uri.pin : nullptr);
@@ -116,15 +161,12 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
     std::optional<StoreContent> pkcs12 = ReadPkcs12(bytes, pPin);
     StoreContent content = pkcs12 ? std::move(*pkcs12) : ReadObjects(bytes, pPin);
     RequireWhole(content, pPin != nullptr);
+    const std::vector<EVP_PKEY*> keys = KeysOf(content);
     Identities identities;
-    for (X509Ptr& certificate : content.certificates) {
-        const auto key = std::find_if(content.keys.begin(), content.keys.end(), [&](const KeyPtr& candidate) {
-            return IsSigningKey(candidate.get()) &&
-                   EVP_PKEY_eq(X509_get0_pubkey(certificate.get()), candidate.get()) == 1;
-        });
-        if (key != content.keys.end()) {
-            EVP_PKEY_up_ref(key->get());
-            identities.push_back(std::make_shared<const Identity>(std::move(certificate), KeyPtr(key->get())));
+    for (size_t i = 0; i < keys.size(); ++i) {
+        if (keys[i] != nullptr) {
+            EVP_PKEY_up_ref(keys[i]);
+            identities.push_back(std::make_shared<const Identity>(std::move(content.certificates[i]), KeyPtr(keys[i])));
         }
     }
     if (identities.empty()) {
@@ -135,7 +177,17 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
 
 Identities OpenStore(std::string_view text) {
     StoreUri uri = ParseStoreUri(text);
-    return uri.kind == StoreUri::Kind::Demo ? OpenDemoStore() : OpenFileStore(uri);
+    if (uri.strPinSource) {
+        uri.pin = ReadPin(*uri.strPinSource);
+    }
+    switch (uri.kind) {
+        case StoreUri::Kind::Demo:
+            return OpenDemoStore();
+        case StoreUri::Kind::Token:
+            return OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
+        default:
+            return OpenFileStore(uri);
+    }
 }
 
 }  // namespace vextk

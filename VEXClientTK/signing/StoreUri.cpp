@@ -1,6 +1,7 @@
 #include "signing/StoreUri.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "signing/Failure.h"
 
@@ -31,7 +32,7 @@ int HexDigit(char ch) {
     return ch >= 'A' && ch <= 'F' ? ch - 'A' + 10 : -1;
 }
 
-SecretText PercentDecode(std::string_view text) {
+SecretText PercentDecode(std::string_view text, bool fBinary = false) {
     SecretText decoded(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         char ch = text[i];
@@ -44,7 +45,7 @@ SecretText PercentDecode(std::string_view text) {
             ch = static_cast<char>(nHigh * 16 + nLow);
             i += 2;
         }
-        if (ch == '\0') {
+        if (ch == '\0' && !fBinary) {
             Malformed("it holds a zero byte");
         }
         decoded.Append(ch);
@@ -81,6 +82,71 @@ std::string PinSourcePath(std::string_view value) {
     return FilePath(value);
 }
 
+void ParseModule(bool fPath, std::string_view value, TokenUri& token) {
+    std::string& strPart = fPath ? token.strModulePath : token.strModuleName;
+    if (!strPart.empty()) {
+        Malformed("the module is given twice");
+    }
+    strPart = DecodePath(value);
+    if (strPart.empty() || (fPath && strPart.front() != '/')) {
+        Malformed("module-path has to be absolute, and module-name not empty");
+    }
+}
+
+// RFC 7512 section 2.3. An attribute that says more than is understood would be ignored at the cost of taking another
+// token or key than the one that is meant.
+constexpr std::string_view kTokenAttributes[] = {"token",
+                                                 "manufacturer",
+                                                 "serial",
+                                                 "model",
+                                                 "library-manufacturer",
+                                                 "library-description",
+                                                 "library-version",
+                                                 "slot-manufacturer",
+                                                 "slot-description",
+                                                 "slot-id",
+                                                 "object",
+                                                 "type",
+                                                 "id"};
+
+void ParseTokenAttribute(std::string_view attribute, TokenUri& token) {
+    const size_t nEquals = attribute.find('=');
+    const std::string_view name = attribute.substr(0, nEquals);
+    if (nEquals == std::string_view::npos) {
+        Malformed("an attribute has no \"=\"");
+    }
+    if (std::find(std::begin(kTokenAttributes), std::end(kTokenAttributes), name) == std::end(kTokenAttributes)) {
+        Malformed("an attribute of the token or object is unknown");
+    }
+    const SecretText decoded = PercentDecode(attribute.substr(nEquals + 1), name == "id");
+    const std::string strValue(decoded.View());
+    if (name == "type" && strValue != "cert" && strValue != "private") {
+        Malformed("type is cert or private");
+    }
+    if (name == "slot-id" && (strValue.empty() || (strValue.size() > 1 && strValue.front() == '0') ||
+                              strValue.find_first_not_of("0123456789") != std::string::npos)) {
+        Malformed("slot-id is a decimal number");
+    }
+    if (!token.attributes.emplace(name, strValue).second) {
+        Malformed("an attribute is given twice");
+    }
+}
+
+// "token=Card;id=%01", or nothing for the only token that there is.
+void ParseTokenPath(std::string_view path, TokenUri& token) {
+    while (!path.empty()) {
+        const size_t nEnd = path.find(';');
+        ParseTokenAttribute(path.substr(0, nEnd), token);
+        if (nEnd == std::string_view::npos) {
+            return;
+        }
+        path.remove_prefix(nEnd + 1);
+        if (path.empty()) {
+            Malformed("an attribute is missing behind the last \";\"");
+        }
+    }
+}
+
 void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     const size_t nEquals = attribute.find('=');
     if (nEquals == std::string_view::npos) {
@@ -88,8 +154,14 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     }
     const std::string_view name = attribute.substr(0, nEquals);
     const std::string_view value = attribute.substr(nEquals + 1);
+    const bool fToken = uri.kind == StoreUri::Kind::Token;
+    if (fToken && (name == "module-path" || name == "module-name")) {
+        ParseModule(name == "module-path", value, uri.token);
+        return;
+    }
     if (name != "pin-value" && name != "pin-source") {
-        Malformed("the attributes are pin-value and pin-source");
+        Malformed(fToken ? "behind the \"?\" it knows pin-value, pin-source, module-path and module-name"
+                         : "the attributes are pin-value and pin-source");
     }
     if (uri.pin || uri.strPinSource) {
         Malformed("the PIN is given twice");
@@ -121,7 +193,7 @@ StoreUri ParseStoreUri(std::string_view text) {
         !std::all_of(scheme.begin(), scheme.end(), [](char ch) {
             return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '+' || ch == '-' || ch == '.';
         })) {
-        Malformed("it has to begin with \"demo:\" or \"file:\"");
+        Malformed("it has to begin with \"demo:\", \"file:\" or \"pkcs11:\"");
     }
     std::string_view rest = text.substr(nColon + 1);
 
@@ -132,15 +204,23 @@ StoreUri ParseStoreUri(std::string_view text) {
         }
         return uri;
     }
-    if (!EqualIgnoringCase(scheme, "file")) {
-        throw Failure(VCTK_E_URI_SCHEME, "\"" + std::string(scheme) + ":\" is neither \"demo:\" nor \"file:\"");
+    if (EqualIgnoringCase(scheme, "file")) {
+        uri.kind = StoreUri::Kind::File;
+    } else if (EqualIgnoringCase(scheme, "pkcs11")) {
+        uri.kind = StoreUri::Kind::Token;
+    } else {
+        throw Failure(VCTK_E_URI_SCHEME,
+                      "\"" + std::string(scheme) + ":\" is neither \"demo:\" nor \"file:\" nor \"pkcs11:\"");
     }
-    uri.kind = StoreUri::Kind::File;
     if (rest.find('#') != std::string_view::npos) {
         Malformed("a \"#\" has to be written as %23");
     }
     const size_t nQuery = rest.find('?');
-    uri.strPath = FilePath(rest.substr(0, nQuery));
+    if (uri.kind == StoreUri::Kind::File) {
+        uri.strPath = FilePath(rest.substr(0, nQuery));
+    } else {
+        ParseTokenPath(rest.substr(0, nQuery), uri.token);
+    }
     if (nQuery != std::string_view::npos) {
         ParseAttributes(rest.substr(nQuery + 1), uri);
     }

@@ -17,6 +17,7 @@ build    cmake                 _vex_has_cmake                               # CM
 build    ninja-build           _vex_has_command ninja                       # Ninja
 build    libssl-dev            _vex_has_openssl_headers                     # the headers of OpenSSL 3
 build    libcli11-dev          _vex_has_header CLI/CLI.hpp                  # CLI11
+build    libp11-kit-dev        _vex_has_pkcs11_header                       # the declarations of PKCS #11
 build    default-jdk-headless  _vex_has_jdk                                 # a JDK of Java 17 or newer
 build    libasio-dev           _vex_has_header asio.hpp                     # asio, the standalone kind
 demo     openssl               _vex_has_command openssl                     # the openssl command
@@ -24,6 +25,8 @@ test     openssl               _vex_has_command openssl                     # th
 test     binutils              _vex_has_command readelf                     # readelf
 test     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
 test     libgmock-dev          _vex_has_header gmock/gmock.h                # GoogleMock
+test     softhsm2              _vex_has_command softhsm2-util               # SoftHSM 2
+test     opensc                _vex_has_command pkcs11-tool                 # pkcs11-tool
 test     strace                _vex_has_command strace                      # strace
 test     python3               _vex_has_command python3                     # Python 3
 test     chromium              _vex_has_chromium                            # Chromium
@@ -128,6 +131,11 @@ _vex_has_chromium() {
 
 _vex_has_header() {
     _vex_has_command g++ && echo "#include <$1>" | g++ -E -x c++ - -o /dev/null 2>/dev/null
+}
+
+_vex_has_pkcs11_header() {
+    _vex_has_command g++ &&
+        echo "#include <p11-kit/pkcs11.h>" | g++ -E -x c++ -I/usr/include/p11-kit-1 - -o /dev/null 2>/dev/null
 }
 
 _vex_has_openssl_headers() {

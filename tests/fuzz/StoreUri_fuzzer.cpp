@@ -1,4 +1,5 @@
-// The store URI parser: an accepted file store has an absolute path without zero bytes, a refused one says why.
+// The store URI parser: an accepted file store has an absolute path without zero bytes, a token's attributes
+// have names and none but the id zero bytes, and a refused text says why.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -17,6 +18,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
         if (fFile != fUsable(uri.strPath) || (uri.pin && uri.strPinSource) ||
             (uri.strPinSource && !fUsable(*uri.strPinSource))) {
             std::abort();
+        }
+        const bool fToken = uri.kind == vextk::StoreUri::Kind::Token;
+        if (!fToken && !(uri.token.attributes.empty() && uri.token.strModulePath.empty())) {
+            std::abort();
+        }
+        if (!uri.token.strModulePath.empty() && uri.token.strModulePath.front() != '/') {
+            std::abort();
+        }
+        for (const auto& [strName, strValue] : uri.token.attributes) {
+            if (strName.empty() || (strName != "id" && strValue.find('\0') != std::string::npos)) {
+                std::abort();
+            }
         }
     } catch (const vextk::Failure& failure) {
         if (failure.Detail().empty()) {

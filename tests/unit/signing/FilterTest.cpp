@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <ctime>
 
 #include "TestStore.h"
 #include "ToolkitClient.h"
@@ -17,9 +18,12 @@ protected:
     static void SetUpTestSuite() {
         s_pDirectory = new TempDirectory;
         MakeIdentity(*s_pDirectory, {"anna", "rsa:2048", "/CN=Anna Weiss/O=Acme, Inc", 30,
-                                     "-set_serial 0x0A0B -addext keyUsage=digitalSignature,keyAgreement"});
-        MakeIdentity(*s_pDirectory,
-                     {"bo", "ec -pkeyopt ec_paramgen_curve:P-256", "/CN=B\xC3\x96 \xE7\xAD\xBE", 90, "-set_serial 5"});
+                                     "-set_serial 0x0A0B -addext keyUsage=digitalSignature,keyAgreement"
+                                     " -addext extendedKeyUsage=emailProtection,1.2.3.4"
+                                     " -addext certificatePolicies=1.3.6.1.4.1.99999.1,2.999.7"});
+        MakeIdentity(*s_pDirectory, {"bo", "ec -pkeyopt ec_paramgen_curve:P-256", "/CN=B\xC3\x96 \xE7\xAD\xBE", 90,
+                                     "-set_serial 5 -addext extendedKeyUsage=anyExtendedKeyUsage"
+                                     " -addext certificatePolicies=2.5.29.32.0"});
         MakeIdentity(*s_pDirectory, {"root", "rsa:2048", "/CN=Root", 60});
         RequireCommand("cd " + s_pDirectory->Path() +
                        " && openssl req -new -nodes -newkey rsa:2048 -keyout cleo.key -out cleo.csr -subj '/CN=Cleo'"
@@ -81,12 +85,80 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{VCTK_FILTER_KEY_USAGE, "nonRepudiation", "BC"}, Case{VCTK_FILTER_KEY_USAGE, "cRLSign", "BC"},
                     Case{VCTK_FILTER_KEY_ALGORITHM, "RSA", "AC"}, Case{VCTK_FILTER_KEY_ALGORITHM, "ec", "B"}));
 
+// The days of the certificates are counted from the moment they were made.
+std::string UtcText(int nDays) {
+    const std::time_t time = std::time(nullptr) + std::time_t{nDays} * 24 * 60 * 60;
+    std::tm parts{};
+    char szText[32];
+    EXPECT_NE(std::strftime(szText, sizeof szText, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&time, &parts)), 0U);
+    return szText;
+}
+
+TEST_F(FilterTest, ValidAtATime) {
+    struct {
+        int nDays;
+        const char* pszPassing;
+    } const cases[] = {{-1, ""}, {0, "ABC"}, {9, "ABC"}, {11, "AB"}, {31, "B"}, {91, ""}};
+    for (const auto& expected : cases) {
+        const ToolkitClient client(Uri());
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, UtcText(expected.nDays).c_str()), 0);
+        EXPECT_EQ(Passing(client), expected.pszPassing) << expected.nDays;
+    }
+}
+
+TEST_F(FilterTest, ValidAtTheLastSecondAndNotBehindIt) {
+    const std::string strLast = ToolkitClient(Uri()).Records().at(2).at(3);
+    const ToolkitClient client(Uri());
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, strLast.c_str()), 0) << client.Message();
+    EXPECT_EQ(Passing(client), "ABC");
+
+    std::tm parts{};
+    ASSERT_NE(strptime(strLast.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts), nullptr);
+    const std::time_t time = timegm(&parts) + 1;
+    char szBehind[32];
+    ASSERT_NE(std::strftime(szBehind, sizeof szBehind, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&time, &parts)), 0U);
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, szBehind), 0) << client.Message();
+    EXPECT_EQ(Passing(client), "AB");
+}
+
+INSTANTIATE_TEST_SUITE_P(KeyUsageAll, FilterPasses,
+                         testing::Values(Case{VCTK_FILTER_KEY_USAGE_ALL, "digitalSignature", "A"},
+                                         Case{VCTK_FILTER_KEY_USAGE_ALL, "keyAgreement,DIGITALSIGNATURE", "A"},
+                                         Case{VCTK_FILTER_KEY_USAGE_ALL, "digitalSignature,nonRepudiation", ""},
+                                         Case{VCTK_FILTER_KEY_USAGE_ALL, "contentCommitment", ""}));
+
+INSTANTIATE_TEST_SUITE_P(ExtendedKeyUsage, FilterPasses,
+                         testing::Values(Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "emailProtection", "A"},
+                                         Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "1.2.3.4,EMAILprotection", "A"},
+                                         Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "1.3.6.1.5.5.7.3.4", "A"},
+                                         Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "emailProtection,codeSigning", ""},
+                                         Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "serverAuth", ""},
+                                         Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "2.5.29.37.0", "B"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    PolicyAndSize, FilterPasses,
+    testing::Values(Case{VCTK_FILTER_POLICY, "1.3.6.1.4.1.99999.1", "A"}, Case{VCTK_FILTER_POLICY, "2.999.7", "A"},
+                    Case{VCTK_FILTER_POLICY, "2.999", ""}, Case{VCTK_FILTER_POLICY, "2.5.29.32.0", "B"},
+                    Case{VCTK_FILTER_KEY_SIZE, "2048", "AC"}, Case{VCTK_FILTER_KEY_SIZE, "2049", ""},
+                    Case{VCTK_FILTER_KEY_SIZE, "256", "ABC"}, Case{VCTK_FILTER_KEY_SIZE, "257", "AC"},
+                    Case{VCTK_FILTER_KEY_SIZE, "0", "ABC"}));
+
+INSTANTIATE_TEST_SUITE_P(WholeNames, FilterPasses,
+                         testing::Values(Case{VCTK_FILTER_SUBJECT_NAME, "O=Acme\\, Inc,CN=Anna Weiss", "A"},
+                                         Case{VCTK_FILTER_SUBJECT_NAME, "o=ACME\\2C  inc , cn=anna\\20weiss", "A"},
+                                         Case{VCTK_FILTER_SUBJECT_NAME, "CN=Anna Weiss", ""},
+                                         Case{VCTK_FILTER_SUBJECT_NAME, "CN=Anna Weiss,O=Acme\\, Inc", ""},
+                                         Case{VCTK_FILTER_SUBJECT_NAME, "CN=b\xC3\xB6 \xE7\xAD\xBE", "B"},
+                                         Case{VCTK_FILTER_SUBJECT_NAME, "CN=Root", ""},
+                                         Case{VCTK_FILTER_ISSUER_NAME, "cn=root", "C"},
+                                         Case{VCTK_FILTER_ISSUER_NAME, "CN=Cleo", ""}));
+
 class FilterRefused : public FilterTest, public testing::WithParamInterface<Case> {};
 
 TEST_P(FilterRefused, AndNothingChanges) {
     const ToolkitClient client(Uri());
     const VCTKError nExpected =
-        GetParam().ulType >= 1 && GetParam().ulType <= 6 ? VCTK_E_FILTER_VALUE : VCTK_E_FILTER_TYPE;
+        GetParam().ulType >= 1 && GetParam().ulType <= 13 ? VCTK_E_FILTER_VALUE : VCTK_E_FILTER_TYPE;
     EXPECT_EQ(VCTK_AddFilter(client.Handle(), GetParam().ulType, GetParam().pszValue), nExpected);
     EXPECT_EQ(client.LastError(), nExpected);
     EXPECT_NE(client.Message(), "");
@@ -94,7 +166,7 @@ TEST_P(FilterRefused, AndNothingChanges) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FilterRefused,
-                         testing::Values(Case{0, "x", ""}, Case{7, "x", ""}, Case{0x100000001, "root", ""},
+                         testing::Values(Case{0, "x", ""}, Case{14, "x", ""}, Case{0x100000001, "root", ""},
                                          Case{~0UL, "root", ""}, Case{VCTK_FILTER_ISSUER, "", ""},
                                          Case{VCTK_FILTER_SUBJECT, "", ""}, Case{VCTK_FILTER_SERIAL, "", ""},
                                          Case{VCTK_FILTER_FINGERPRINT, "", ""}, Case{VCTK_FILTER_KEY_USAGE, "", ""},
@@ -107,6 +179,30 @@ INSTANTIATE_TEST_SUITE_P(All, FilterRefused,
                                          Case{VCTK_FILTER_KEY_USAGE, "signing", ""},
                                          Case{VCTK_FILTER_KEY_USAGE, "digitalSignature,keyAgreement", ""},
                                          Case{VCTK_FILTER_KEY_ALGORITHM, "DSA", ""}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Later, FilterRefused,
+    testing::Values(
+        Case{VCTK_FILTER_KEY_USAGE_ALL, "", ""}, Case{VCTK_FILTER_KEY_USAGE_ALL, "signing", ""},
+        Case{VCTK_FILTER_KEY_USAGE_ALL, "digitalSignature,", ""},
+        Case{VCTK_FILTER_KEY_USAGE_ALL, ",digitalSignature", ""},
+        Case{VCTK_FILTER_KEY_USAGE_ALL, "digitalSignature, keyAgreement", ""},
+        Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "", ""}, Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "email", ""},
+        Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "emailProtection,", ""}, Case{VCTK_FILTER_EXTENDED_KEY_USAGE, "1.2 3", ""},
+        Case{VCTK_FILTER_VALID_AT, "", ""}, Case{VCTK_FILTER_VALID_AT, "2026-11-21", ""},
+        Case{VCTK_FILTER_VALID_AT, "2026-11-21T05:00:00", ""}, Case{VCTK_FILTER_VALID_AT, "2026-11-21T05:00:00z", ""},
+        Case{VCTK_FILTER_VALID_AT, "2026-11-21T05:00:00+", ""}, Case{VCTK_FILTER_VALID_AT, "2026-11-21T05:00:-1Z", ""},
+        Case{VCTK_FILTER_VALID_AT, "2026-02-29T05:00:00Z", ""}, Case{VCTK_FILTER_VALID_AT, "2026-13-01T05:00:00Z", ""},
+        Case{VCTK_FILTER_VALID_AT, "2026-00-01T05:00:00Z", ""}, Case{VCTK_FILTER_VALID_AT, "2026-11-21T24:00:00Z", ""},
+        Case{VCTK_FILTER_VALID_AT, "2026-11-21T05:60:00Z", ""}, Case{VCTK_FILTER_POLICY, "", ""},
+        Case{VCTK_FILTER_POLICY, "anyPolicy", ""}, Case{VCTK_FILTER_POLICY, "1", ""},
+        Case{VCTK_FILTER_POLICY, "1.2.", ""}, Case{VCTK_FILTER_POLICY, "1 2 3", ""},
+        Case{VCTK_FILTER_POLICY, "1.2,1.3", ""}, Case{VCTK_FILTER_KEY_SIZE, "", ""},
+        Case{VCTK_FILTER_KEY_SIZE, "-1", ""}, Case{VCTK_FILTER_KEY_SIZE, "+1", ""},
+        Case{VCTK_FILTER_KEY_SIZE, "2048 ", ""}, Case{VCTK_FILTER_KEY_SIZE, "0x10", ""},
+        Case{VCTK_FILTER_KEY_SIZE, "99999999999", ""}, Case{VCTK_FILTER_SUBJECT_NAME, "", ""},
+        Case{VCTK_FILTER_SUBJECT_NAME, "Anna", ""}, Case{VCTK_FILTER_SUBJECT_NAME, "CN=\xFF", ""},
+        Case{VCTK_FILTER_ISSUER_NAME, "", ""}, Case{VCTK_FILTER_ISSUER_NAME, "Nobody=x", ""}));
 
 TEST_F(FilterTest, FingerprintInAnySpelling) {
     const std::string strFingerprint = Fingerprint(1);

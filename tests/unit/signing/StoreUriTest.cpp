@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
+
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -52,6 +55,50 @@ TEST(StoreUri, Demo) {
     EXPECT_EQ(ParseStoreUri("Demo:").kind, StoreUri::Kind::Demo);
 }
 
+struct AcceptedToken {
+    const char* pszText;
+    std::map<std::string, std::string, std::less<>> attributes;
+    const char* pszModulePath = "";
+    const char* pszModuleName = "";
+    const char* pszPin = kNone;
+    const char* pszPinSource = kNone;
+};
+
+class TokenUriAccepted : public testing::TestWithParam<AcceptedToken> {};
+
+TEST_P(TokenUriAccepted, Parts) {
+    const StoreUri uri = ParseStoreUri(GetParam().pszText);
+    EXPECT_EQ(uri.kind, StoreUri::Kind::Token);
+    EXPECT_EQ(uri.strPath, "");
+    EXPECT_EQ(uri.token.attributes, GetParam().attributes);
+    EXPECT_EQ(uri.token.strModulePath, GetParam().pszModulePath);
+    EXPECT_EQ(uri.token.strModuleName, GetParam().pszModuleName);
+    EXPECT_EQ(uri.pin ? std::string(uri.pin->View()) : "none", GetParam().pszPin ? GetParam().pszPin : "none");
+    EXPECT_EQ(uri.strPinSource.value_or("none"), GetParam().pszPinSource ? GetParam().pszPinSource : "none");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, TokenUriAccepted,
+    testing::Values(
+        AcceptedToken{"pkcs11:", {}}, AcceptedToken{"PKCS11:token=Card", {{"token", "Card"}}},
+        AcceptedToken{"pkcs11:token=My%20card%3B%3f;serial=", {{"token", "My card;?"}, {"serial", ""}}},
+        AcceptedToken{"pkcs11:token=a=b&c/d", {{"token", "a=b&c/d"}}},
+        AcceptedToken{"pkcs11:id=%00%fF1",
+                      {{"id", std::string("\0\xFF"
+                                          "1",
+                                          3)}}},
+        AcceptedToken{"pkcs11:object=\xE9\x8D\xB5;type=cert;manufacturer=m;model=n",
+                      {{"object", "\xE9\x8D\xB5"}, {"type", "cert"}, {"manufacturer", "m"}, {"model", "n"}}},
+        AcceptedToken{"pkcs11:slot-id=0;slot-description=r;slot-manufacturer=s",
+                      {{"slot-id", "0"}, {"slot-description", "r"}, {"slot-manufacturer", "s"}}},
+        AcceptedToken{"pkcs11:library-version=1.2;library-description=l;library-manufacturer=k",
+                      {{"library-version", "1.2"}, {"library-description", "l"}, {"library-manufacturer", "k"}}},
+        AcceptedToken{"pkcs11:?pin-value=12%2634", {}, "", "", "12&34"},
+        AcceptedToken{
+            "pkcs11:token=a?module-path=/m%20n.so&pin-source=file:/p", {{"token", "a"}}, "/m n.so", "", kNone, "/p"},
+        AcceptedToken{"pkcs11:?pin-source=/p&module-name=m", {}, "", "m", kNone, "/p"},
+        AcceptedToken{"pkcs11:?module-name=m&module-path=/d", {}, "/d", "m"}));
+
 struct Refused {
     const char* pszText;
     VCTKError nError;
@@ -91,6 +138,27 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"file:/k?pin-source=", VCTK_E_URI_MALFORMED}, Refused{"file:/k?pin-source=p", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?pin-source=|cat", VCTK_E_URI_MALFORMED}, Refused{"http://host/sEcReT", VCTK_E_URI_SCHEME},
         Refused{"pkcs12:/k?pin-value=sEcReT", VCTK_E_URI_SCHEME}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Token, StoreUriRefused,
+    testing::Values(
+        Refused{"pkcs11:sEcReT", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:;", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:token=a;", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:token=a;;id=1", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:token=a;token=a", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:token=%0", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:token=%00", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:id=%0g", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:Token=a", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:colour=sEcReT", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:x-acme=1", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:pin-value=sEcReT", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:type=secret-key", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:slot-id=", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:slot-id=01", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:slot-id=a", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:token=a#b", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?token=a", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?x-acme=1", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?module-path=m.so", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?module-path=", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?module-name=", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?module-name=a&module-name=b", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?pin-value=sEcReT&pin-value=1", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?pin-value=sEcReT&pin-source=/p", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?pin-source=|sEcReT", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?module-path=/sEcReT", VCTK_E_URI_MALFORMED}));
 
 }  // namespace
 }  // namespace vextk

@@ -67,6 +67,39 @@ public class TAVClientJNI {
     /** Filter: the key is of this algorithm, {@code RSA} or {@code EC} in any case. */
     public static final long FILTER_KEY_ALGORITHM = 6;
 
+    /**
+     * Filter: the certificate's key usage includes all of the values, names as for {@link #FILTER_KEY_USAGE}
+     * ({@code contentCommitment} is {@code nonRepudiation}) separated by commas. A certificate that does not restrict
+     * its key's usage does not pass.
+     */
+    public static final long FILTER_KEY_USAGE_ALL = 7;
+
+    /**
+     * Filter: the certificate's extended key usage lists all of the values, dotted OIDs or the names
+     * {@code serverAuth}, {@code clientAuth}, {@code codeSigning}, {@code emailProtection}, {@code timeStamping} and
+     * {@code OCSPSigning} in any case, separated by commas. A listed {@code anyExtendedKeyUsage} does not stand for
+     * others.
+     */
+    public static final long FILTER_EXTENDED_KEY_USAGE = 8;
+
+    /** Filter: the certificate is valid at this time as well, UTC in the form {@code 2026-11-21T05:00:00Z}. */
+    public static final long FILTER_VALID_AT = 9;
+
+    /** Filter: the value, a dotted OID, is among the certificate policies. */
+    public static final long FILTER_POLICY = 10;
+
+    /** Filter: the RSA modulus or the field of the EC key's curve has at least so many bits, in decimal. */
+    public static final long FILTER_KEY_SIZE = 11;
+
+    /**
+     * Filter: the subject's name equals the value, an RFC 4514 name, as RFC 5280 section 7.1 compares names: in any
+     * case, and with any number of blanks where there is one.
+     */
+    public static final long FILTER_SUBJECT_NAME = 12;
+
+    /** Filter: the issuer's name equals the value, compared as for {@link #FILTER_SUBJECT_NAME}. */
+    public static final long FILTER_ISSUER_NAME = 13;
+
     static {
         LibraryLoader.load();
     }

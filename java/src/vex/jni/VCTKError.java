@@ -38,6 +38,16 @@ public final class VCTKError {
     public static final int PIN_SOURCE = 1109;
     /** The demo store cannot be made or read. */
     public static final int DEMO_STORE = 1110;
+    /** The PKCS #11 module cannot be used. */
+    public static final int TOKEN_MODULE = 1111;
+    /** The store URI does not describe exactly one token that is present. */
+    public static final int TOKEN_NOT_FOUND = 1112;
+    /** The token is not present or has been removed. */
+    public static final int TOKEN_REMOVED = 1113;
+    /** The token failed. */
+    public static final int TOKEN_FAILED = 1114;
+    /** The token's PIN is locked. */
+    public static final int PIN_LOCKED = 1115;
 
     /** The digest algorithm is unknown. */
     public static final int DIGEST_UNKNOWN = 1201;
@@ -92,6 +102,11 @@ public final class VCTKError {
             case PIN_WRONG: return "The PIN is wrong";
             case PIN_SOURCE: return "The file that holds the PIN cannot be used";
             case DEMO_STORE: return "The demo store cannot be made or read";
+            case TOKEN_MODULE: return "The PKCS #11 module cannot be used";
+            case TOKEN_NOT_FOUND: return "The store URI does not describe exactly one token that is present";
+            case TOKEN_REMOVED: return "The token is not present or has been removed";
+            case TOKEN_FAILED: return "The token failed";
+            case PIN_LOCKED: return "The token's PIN is locked";
             case DIGEST_UNKNOWN: return "The digest algorithm is unknown";
             case DIGEST_WEAK: return "The digest algorithm is broken: signatures made with it can be forged";
             case FILTER_TYPE: return "The filter type is unknown";

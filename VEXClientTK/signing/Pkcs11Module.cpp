@@ -1,0 +1,226 @@
+#include "signing/Pkcs11Module.h"
+
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <string_view>
+#include <vector>
+
+#include "signing/Token.h"
+
+namespace vextk {
+namespace {
+
+constexpr auto kLongestWaitAtExit = std::chrono::seconds(5);
+
+// Where distributions put the modules that p11-kit knows; the last is the system's own search path.
+constexpr const char* kModuleDirectories[] = {"/usr/lib/x86_64-linux-gnu/pkcs11/", "/usr/lib64/pkcs11/",
+                                              "/usr/lib/pkcs11/", ""};
+// The proxy is p11-kit's library itself, under another name that not every package has.
+constexpr const char* kProxies[] = {"p11-kit-proxy.so", "libp11-kit.so.0"};
+
+struct ResultName {
+    CK_RV rv;
+    const char* pszName;
+};
+constexpr ResultName kResultNames[] = {
+    {CKR_HOST_MEMORY, "CKR_HOST_MEMORY"},
+    {CKR_SLOT_ID_INVALID, "CKR_SLOT_ID_INVALID"},
+    {CKR_GENERAL_ERROR, "CKR_GENERAL_ERROR"},
+    {CKR_FUNCTION_FAILED, "CKR_FUNCTION_FAILED"},
+    {CKR_ARGUMENTS_BAD, "CKR_ARGUMENTS_BAD"},
+    {CKR_DATA_LEN_RANGE, "CKR_DATA_LEN_RANGE"},
+    {CKR_DEVICE_ERROR, "CKR_DEVICE_ERROR"},
+    {CKR_DEVICE_MEMORY, "CKR_DEVICE_MEMORY"},
+    {CKR_DEVICE_REMOVED, "CKR_DEVICE_REMOVED"},
+    {CKR_FUNCTION_NOT_SUPPORTED, "CKR_FUNCTION_NOT_SUPPORTED"},
+    {CKR_KEY_FUNCTION_NOT_PERMITTED, "CKR_KEY_FUNCTION_NOT_PERMITTED"},
+    {CKR_KEY_HANDLE_INVALID, "CKR_KEY_HANDLE_INVALID"},
+    {CKR_KEY_TYPE_INCONSISTENT, "CKR_KEY_TYPE_INCONSISTENT"},
+    {CKR_MECHANISM_INVALID, "CKR_MECHANISM_INVALID"},
+    {CKR_OBJECT_HANDLE_INVALID, "CKR_OBJECT_HANDLE_INVALID"},
+    {CKR_OPERATION_ACTIVE, "CKR_OPERATION_ACTIVE"},
+    {CKR_PIN_EXPIRED, "CKR_PIN_EXPIRED"},
+    {CKR_PIN_INCORRECT, "CKR_PIN_INCORRECT"},
+    {CKR_PIN_LOCKED, "CKR_PIN_LOCKED"},
+    {CKR_SESSION_CLOSED, "CKR_SESSION_CLOSED"},
+    {CKR_SESSION_COUNT, "CKR_SESSION_COUNT"},
+    {CKR_SESSION_HANDLE_INVALID, "CKR_SESSION_HANDLE_INVALID"},
+    {CKR_TOKEN_NOT_PRESENT, "CKR_TOKEN_NOT_PRESENT"},
+    {CKR_TOKEN_NOT_RECOGNIZED, "CKR_TOKEN_NOT_RECOGNIZED"},
+    {CKR_USER_NOT_LOGGED_IN, "CKR_USER_NOT_LOGGED_IN"},
+    {CKR_USER_PIN_NOT_INITIALIZED, "CKR_USER_PIN_NOT_INITIALIZED"},
+    {CKR_CRYPTOKI_NOT_INITIALIZED, "CKR_CRYPTOKI_NOT_INITIALIZED"},
+};
+
+std::vector<std::string> InDirectory(const std::string& strDirectory, const std::string& strName) {
+    return {strDirectory + strName, strDirectory + strName + ".so", strDirectory + "lib" + strName + ".so"};
+}
+
+// The files to try, in order.
+std::vector<std::string> FileNames(const std::string& strPath, const std::string& strName) {
+    if (strName.find('/') != std::string::npos) {
+        throw Failure(VCTK_E_TOKEN_MODULE, "module-name holds a \"/\"; module-path is for paths");
+    }
+    if (!strPath.empty()) {
+        struct stat status {};
+        const bool fDirectory = stat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        if (fDirectory == strName.empty()) {
+            throw Failure(VCTK_E_TOKEN_MODULE, strPath + (fDirectory ? ": a directory needs module-name as well"
+                                                                     : ": module-name goes with a directory"));
+        }
+        return fDirectory ? InDirectory(strPath + "/", strName) : std::vector{strPath};
+    }
+    if (strName.empty()) {
+        return {std::begin(kProxies), std::end(kProxies)};
+    }
+    std::vector<std::string> names;
+    for (const char* pszDirectory : kModuleDirectories) {
+        const std::vector<std::string> more = InDirectory(pszDirectory, strName);
+        names.insert(names.end(), more.begin(), more.end());
+    }
+    return names;
+}
+
+// The library stays loaded, whatever is closed.
+void* Load(const std::vector<std::string>& names) {
+    std::string strWhy;
+    for (const std::string& strFile : names) {
+        if (void* const pLibrary = dlopen(strFile.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
+            return pLibrary;
+        }
+        // Of several names, what is said about one that exists is worth telling.
+        const char* pszError = dlerror();
+        if (strWhy.empty() || access(strFile.c_str(), F_OK) == 0) {
+            strWhy = pszError != nullptr ? pszError : strFile;
+        }
+    }
+    throw Failure(VCTK_E_TOKEN_MODULE, strWhy);
+}
+
+}  // namespace
+
+std::string Pkcs11ResultText(CK_RV rv) {
+    for (const ResultName& result : kResultNames) {
+        if (result.rv == rv) {
+            return result.pszName;
+        }
+    }
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string strDigits;
+    for (CK_RV n = rv; n != 0 || strDigits.empty(); n /= 16) {
+        strDigits.insert(strDigits.begin(), kDigits[n % 16]);
+    }
+    return "PKCS #11 result 0x" + strDigits;
+}
+
+// What a process has of modules. Never destroyed; a forked child gets another.
+struct Pkcs11Module::Process {
+    explicit Process(Process* pWas) : pParent(pWas) {}
+
+    const pid_t nId = getpid();
+    Process* const pParent;  // what a child inherited and does not touch
+
+    std::mutex mutex;
+    std::map<void*, Pkcs11Module*> modules;  // guarded by mutex; by library
+
+    // Held shared by each call of a module's function.
+    std::shared_timed_mutex calls;
+    std::atomic<bool> fEnding{false};
+
+    static std::atomic<Process*>& Current() {
+        static std::atomic<Process*> s_current{nullptr};
+        return s_current;
+    }
+};
+
+Pkcs11Module::Process& Pkcs11Module::CurrentProcess() {
+    static std::once_flag s_once;
+    std::call_once(s_once, [] {
+        Process::Current() = new Process(nullptr);
+        // The child has none of the parent's threads that may hold these locks just now.
+        pthread_atfork(nullptr, nullptr, [] { Process::Current() = new Process(Process::Current()); });
+    });
+    return *Process::Current();
+}
+
+// Exit handlers run in the reverse order of their registration. This one is registered when the module has been loaded,
+// so that it runs before the module's own, which take away what the module's functions need.
+void Pkcs11Module::CloseAtExit() {
+    Process& process = CurrentProcess();
+    process.fEnding = true;
+    // By the system's clock, because ThreadSanitizer does not see a lock that is waited for by the monotonic one.
+    if (process.calls.try_lock_until(std::chrono::system_clock::now() + kLongestWaitAtExit)) {
+        process.calls.unlock();
+    }
+}
+
+Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool fAlone) {
+    if (module.m_process.nId != getpid()) {
+        throw Failure(VCTK_E_TOKEN_FAILED, "the store was opened before this process was forked; open it again");
+    }
+    m_notEnding = std::shared_lock(module.m_process.calls, std::defer_lock);
+    if (!module.m_process.fEnding) {
+        m_notEnding.lock();
+    }
+    if (module.m_process.fEnding) {
+        throw Failure(VCTK_E_TOKEN_FAILED, "the process is ending");
+    }
+    if (fAlone) {
+        m_alone = std::unique_lock(module.m_oneCall);
+    }
+}
+
+bool Pkcs11Module::IsUsable() const {
+    return m_process.nId == getpid() && !m_process.fEnding;
+}
+
+Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)
+    : m_process(process), m_pFunctions(pFunctions) {
+    CK_C_INITIALIZE_ARGS arguments{};
+    arguments.flags = CKF_OS_LOCKING_OK;
+    CK_RV rv = m_pFunctions->C_Initialize(&arguments);
+    if (rv == CKR_CANT_LOCK) {
+        m_fOneCallAtATime = true;
+        rv = m_pFunctions->C_Initialize(nullptr);
+    }
+    // Somebody else in the process may use the same module.
+    if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
+        throw Failure(VCTK_E_TOKEN_MODULE, "C_Initialize: " + Pkcs11ResultText(rv));
+    }
+    if (std::atexit(CloseAtExit) != 0) {
+        throw Failure(VCTK_E_OUT_OF_MEMORY);
+    }
+}
+
+Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& strName) {
+    const std::vector<std::string> names = FileNames(strPath, strName);
+    Process& process = CurrentProcess();
+    const std::lock_guard lock(process.mutex);
+    void* const pLibrary = Load(names);
+    Pkcs11Module*& pModule = process.modules[pLibrary];
+    if (pModule == nullptr) {
+        const auto getFunctions = reinterpret_cast<CK_C_GetFunctionList>(dlsym(pLibrary, "C_GetFunctionList"));
+        CK_FUNCTION_LIST* pFunctions = nullptr;
+        if (getFunctions == nullptr || getFunctions(&pFunctions) != CKR_OK || pFunctions == nullptr) {
+            throw Failure(VCTK_E_TOKEN_MODULE, "the library is no PKCS #11 module: it has no C_GetFunctionList");
+        }
+        pModule = new Pkcs11Module(process, pFunctions);
+    }
+    return *pModule;
+}
+
+std::shared_ptr<Token> Pkcs11Module::FindToken(const TokenName& name) {
+    const std::lock_guard lock(m_mutex);
+    std::shared_ptr<Token>& token = m_tokens[name];
+    if (!token) {
+        token = std::make_shared<Token>(*this, name);
+    }
+    return token;
+}
+
+}  // namespace vextk

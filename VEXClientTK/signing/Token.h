@@ -1,0 +1,99 @@
+// A token: what is on it, and signatures made by it. One object stands for it in the whole process, with one login.
+//
+// A token that is removed and put back, or whose sessions are lost in another way, is found again by its name; it is
+// logged in to again with the PIN that was right, and the keys are looked up again.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "signing/OpenSsl.h"
+#include "signing/Pkcs11Module.h"
+#include "signing/SecretText.h"
+
+namespace vextk {
+
+// A private key on a token.
+struct TokenKey {
+    std::string strId;  // CKA_ID
+    CK_KEY_TYPE type = CKK_RSA;
+    std::string strLabel;
+
+    bool operator<(const TokenKey& other) const {
+        return std::tie(strId, type, strLabel) < std::tie(other.strId, other.type, other.strLabel);
+    }
+};
+
+struct TokenCertificate {
+    std::string strId;
+    std::string strLabel;
+    X509Ptr certificate;
+};
+
+struct TokenContent {
+    std::vector<TokenCertificate> certificates;
+    std::vector<TokenKey> keys;
+};
+
+// Any thread may call any member. Each throws VCTK_E_TOKEN_REMOVED while the token is away, VCTK_E_TOKEN_FAILED when it
+// fails in another way, and VCTK_E_PIN_WRONG, VCTK_E_PIN_LOCKED or VCTK_E_PIN_REQUIRED when it has to be logged in to
+// and refuses.
+class Token {
+public:
+    Token(Pkcs11Module& module, TokenName name);
+    ~Token();
+    Token(const Token&) = delete;
+    Token& operator=(const Token&) = delete;
+
+    const TokenName& Name() const { return m_name; }
+
+    // Logs in, unless that has been done. A PIN that the token has refused is not shown to it again by this process.
+    // fOthersUseIt: a PIN other than the one in use is wrong, too.
+    void LogIn(const SecretText* pPin, bool fOthersUseIt);
+
+    TokenContent Read();
+
+    // nMechanism: CKM_RSA_PKCS or CKM_ECDSA.
+    std::vector<unsigned char> Sign(const TokenKey& key, CK_MECHANISM_TYPE nMechanism, const unsigned char* pbData,
+                                    size_t cbData);
+
+private:
+    class Connection;
+    class Session;
+    using ConnectionPtr = std::shared_ptr<Connection>;
+
+    template <typename Operation>
+    auto Run(Operation operation);
+
+    ConnectionPtr Connected();
+    ConnectionPtr Connect(const std::optional<SecretText>& pin) const;
+    void Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAGS flags,
+                      const std::optional<SecretText>& pin) const;
+    void Drop(const ConnectionPtr& connection);
+
+    Pkcs11Module& m_module;
+    const TokenName m_name;
+
+    std::mutex m_mutex;
+    ConnectionPtr m_connection;       // guarded by m_mutex, as all below; null when it has to be made (again)
+    std::optional<SecretText> m_pin;  // that logs in
+};
+
+// A slot with an initialised token in it.
+struct TokenSlot {
+    CK_SLOT_ID nId;
+    TokenName name;
+    std::string strSlotDescription;
+    std::string strSlotManufacturer;
+    CK_FLAGS tokenFlags;
+};
+
+// Of the module, as far as they can be read. Throws VCTK_E_TOKEN_FAILED.
+std::vector<TokenSlot> ListTokens(const Pkcs11Module& module);
+
+}  // namespace vextk

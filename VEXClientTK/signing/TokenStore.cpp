@@ -1,0 +1,94 @@
+#include "signing/TokenStore.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "signing/Failure.h"
+#include "signing/Pkcs11Module.h"
+#include "signing/Token.h"
+#include "signing/TokenPrivateKey.h"
+
+namespace vextk {
+namespace {
+
+bool Matches(const TokenUri& uri, const char* pszAttribute, const std::string& strValue) {
+    const auto found = uri.attributes.find(pszAttribute);
+    return found == uri.attributes.end() || found->second == strValue;
+}
+
+bool Describes(const TokenUri& uri, const TokenSlot& slot) {
+    return Matches(uri, "token", slot.name.strLabel) && Matches(uri, "manufacturer", slot.name.strManufacturer) &&
+           Matches(uri, "model", slot.name.strModel) && Matches(uri, "serial", slot.name.strSerial) &&
+           Matches(uri, "slot-description", slot.strSlotDescription) &&
+           Matches(uri, "slot-manufacturer", slot.strSlotManufacturer) &&
+           Matches(uri, "slot-id", std::to_string(slot.nId));
+}
+
+bool Describes(const TokenUri& uri, const Pkcs11Module& module) {
+    CK_INFO info{};
+    const CK_RV rv = module.Call([&](auto& functions) { return functions.C_GetInfo(&info); });
+    if (rv != CKR_OK) {
+        throw Failure(VCTK_E_TOKEN_FAILED, "C_GetInfo: " + Pkcs11ResultText(rv));
+    }
+    const std::string strVersion =
+        std::to_string(info.libraryVersion.major) + "." + std::to_string(info.libraryVersion.minor);
+    return Matches(uri, "library-manufacturer", Pkcs11Text(info.manufacturerID)) &&
+           Matches(uri, "library-description", Pkcs11Text(info.libraryDescription)) &&
+           Matches(uri, "library-version", strVersion);
+}
+
+// The one token that the URI describes. A PIN is not to be tried on several.
+TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
+    std::vector<TokenSlot> tokens;
+    if (Describes(uri, module)) {
+        tokens = ListTokens(module);
+        std::erase_if(tokens, [&](const TokenSlot& slot) { return !Describes(uri, slot); });
+    }
+    if (tokens.size() != 1) {
+        throw Failure(VCTK_E_TOKEN_NOT_FOUND, tokens.empty() ? "there is none"
+                                                             : std::to_string(tokens.size()) +
+                                                                   " tokens fit; serial= tells them "
+                                                                   "apart");
+    }
+    return tokens.front().name;
+}
+
+// object is the label of the certificate or of the key, whichever type asks for.
+bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, const TokenKey& key) {
+    const auto type = uri.attributes.find("type");
+    const bool fCertificate = type == uri.attributes.end() || type->second == "cert";
+    const bool fKey = type == uri.attributes.end() || type->second == "private";
+    return Matches(uri, "id", key.strId) && ((fCertificate && Matches(uri, "object", certificate.strLabel)) ||
+                                             (fKey && Matches(uri, "object", key.strLabel)));
+}
+
+}  // namespace
+
+Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
+    Pkcs11Module& module = Pkcs11Module::Open(uri.strModulePath, uri.strModuleName);
+    const std::shared_ptr<Token> token = module.FindToken(FindToken(uri, module));
+    // The module's own, and this one.
+    const bool fOthersUseIt = token.use_count() > 2;
+    token->LogIn(pPin, fOthersUseIt);
+
+    TokenContent content = token->Read();
+    Identities identities;
+    for (TokenCertificate& certificate : content.certificates) {
+        const auto key = std::find_if(content.keys.begin(), content.keys.end(), [&](const TokenKey& candidate) {
+            return !candidate.strId.empty() && candidate.strId == certificate.strId;
+        });
+        if (key == content.keys.end() || !DescribesObject(uri, certificate, *key)) {
+            continue;
+        }
+        if (KeyPtr privateKey = MakeTokenPrivateKey(token, *key, certificate.certificate.get())) {
+            identities.push_back(
+                std::make_shared<const Identity>(std::move(certificate.certificate), std::move(privateKey)));
+        }
+    }
+    if (identities.empty()) {
+        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY);
+    }
+    return identities;
+}
+
+}  // namespace vextk

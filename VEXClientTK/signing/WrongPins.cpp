@@ -1,0 +1,61 @@
+#include "signing/WrongPins.h"
+
+#include <openssl/hmac.h>
+#include <openssl/rand.h>
+#include <pthread.h>
+
+#include <array>
+#include <mutex>
+#include <set>
+
+#include "signing/OpenSsl.h"
+
+namespace vextk {
+namespace {
+
+struct Refused {
+    std::mutex mutex;
+    std::array<unsigned char, 32> key{};
+    std::set<std::string> digests;  // guarded by mutex
+};
+
+// Never destroyed: threads may still sign while the process's exit handlers run.
+Refused& Known() {
+    static Refused& s_known = *[] {
+        auto* const pRefused = new Refused;
+        RequireOpenSsl(RAND_bytes(pRefused->key.data(), static_cast<int>(pRefused->key.size())) == 1);
+        return pRefused;
+    }();
+    // A child finds the lock free and the set whole.
+    static const int s_nRegistered =
+        pthread_atfork([] { s_known.mutex.lock(); }, [] { s_known.mutex.unlock(); }, [] { s_known.mutex.unlock(); });
+    static_cast<void>(s_nRegistered);
+    return s_known;
+}
+
+std::string Digest(const Refused& refused, const std::string& strToken, std::string_view pin) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int cbDigest = 0;
+    RequireOpenSsl(HMAC(EVP_sha256(), refused.key.data(), static_cast<int>(refused.key.size()),
+                        reinterpret_cast<const unsigned char*>(pin.data()), pin.size(), digest.data(),
+                        &cbDigest) != nullptr);
+    return strToken + '\0' + std::string(reinterpret_cast<const char*>(digest.data()), cbDigest);
+}
+
+}  // namespace
+
+void RememberWrongPin(const std::string& strToken, std::string_view pin) {
+    Refused& refused = Known();
+    std::string strDigest = Digest(refused, strToken, pin);
+    const std::lock_guard lock(refused.mutex);
+    refused.digests.insert(std::move(strDigest));
+}
+
+bool IsKnownWrongPin(const std::string& strToken, std::string_view pin) {
+    Refused& refused = Known();
+    const std::string strDigest = Digest(refused, strToken, pin);
+    const std::lock_guard lock(refused.mutex);
+    return refused.digests.contains(strDigest);
+}
+
+}  // namespace vextk

@@ -1,0 +1,137 @@
+#include "Pkcs11Shim.h"
+
+#include <dlfcn.h>
+#include <p11-kit/pkcs11.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <shared_mutex>
+#include <vector>
+
+namespace {
+
+Pkcs11Shim g_shim;
+CK_FUNCTION_LIST* g_pReal = nullptr;
+CK_FUNCTION_LIST g_functions;
+// Held shared by calls that use a session: the real module frees a session that is closed while it is in use.
+std::shared_mutex g_sessions;
+
+void LoseSessions() {
+    const std::lock_guard lock(g_sessions);
+    CK_ULONG cSlots = 0;
+    g_pReal->C_GetSlotList(CK_TRUE, nullptr, &cSlots);
+    std::vector<CK_SLOT_ID> slots(cSlots);
+    g_pReal->C_GetSlotList(CK_TRUE, slots.data(), &cSlots);
+    for (const CK_SLOT_ID nSlot : slots) {
+        g_pReal->C_CloseAllSessions(nSlot);
+    }
+    g_shim.cSessions = 0;
+}
+
+// The real function, or the answer of a reader without a card.
+template <auto Member, CK_RV Away>
+struct Forward;
+template <typename... Arguments, CK_RV (*CK_FUNCTION_LIST::*Member)(Arguments...), CK_RV Away>
+struct Forward<Member, Away> {
+    static CK_RV Call(Arguments... arguments) { return g_shim.fRemoved ? Away : (g_pReal->*Member)(arguments...); }
+    static void Install() { g_functions.*Member = Call; }
+};
+
+CK_RV Initialize(void* pArguments) {
+    ++g_shim.cInitialize;
+    g_shim.cSessions = 0;  // a forked child has none of its parent's
+    return g_pReal->C_Initialize(pArguments);
+}
+
+CK_RV GetSlotList(CK_BBOOL fPresent, CK_SLOT_ID* pSlots, CK_ULONG* pcSlots) {
+    if (g_shim.fRemoved && fPresent != 0) {
+        *pcSlots = 0;
+        return CKR_OK;
+    }
+    return g_pReal->C_GetSlotList(fPresent, pSlots, pcSlots);
+}
+
+CK_RV OpenSession(CK_SLOT_ID nSlot, CK_FLAGS flags, void* pContext, CK_NOTIFY notify, CK_SESSION_HANDLE* phSession) {
+    const std::shared_lock lock(g_sessions);
+    if (g_shim.fRemoved) {
+        return CKR_TOKEN_NOT_PRESENT;
+    }
+    if (++g_shim.cSessions > g_shim.nMostSessions) {
+        --g_shim.cSessions;
+        return CKR_SESSION_COUNT;
+    }
+    const CK_RV rv = g_pReal->C_OpenSession(nSlot, flags, pContext, notify, phSession);
+    g_shim.cSessions -= rv == CKR_OK ? 0 : 1;
+    return rv;
+}
+
+CK_RV CloseSession(CK_SESSION_HANDLE hSession) {
+    const std::shared_lock lock(g_sessions);
+    if (g_shim.fRemoved) {
+        return CKR_SESSION_HANDLE_INVALID;
+    }
+    const CK_RV rv = g_pReal->C_CloseSession(hSession);
+    g_shim.cSessions -= rv == CKR_OK ? 1 : 0;
+    return rv;
+}
+
+CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin, CK_ULONG cbPin) {
+    const std::shared_lock lock(g_sessions);
+    if (g_shim.fRemoved) {
+        return CKR_DEVICE_REMOVED;
+    }
+    ++(nUser == CKU_CONTEXT_SPECIFIC ? g_shim.cContextLogins : g_shim.cLogins);
+    if (g_shim.fPinChanged) {
+        if (cbPin == 0 || pbPin[cbPin - 1] != 'x') {
+            return CKR_PIN_INCORRECT;
+        }
+        --cbPin;
+    }
+    return g_pReal->C_Login(hSession, nUser, pbPin, cbPin);
+}
+
+CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, unsigned char* pbSignature,
+           CK_ULONG* pcbSignature) {
+    const std::shared_lock lock(g_sessions);
+    if (g_shim.fRemoved) {
+        return CKR_DEVICE_REMOVED;
+    }
+    ++g_shim.cSignatures;
+    return g_pReal->C_Sign(hSession, pbData, cbData, pbSignature, pcbSignature);
+}
+
+}  // namespace
+
+extern "C" {
+
+Pkcs11Shim* VexTestPkcs11Shim() {
+    return &g_shim;
+}
+
+CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
+    void* const pLibrary = dlopen(std::getenv("VEX_TEST_PKCS11_MODULE"), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    const auto getReal =
+        pLibrary == nullptr ? nullptr : reinterpret_cast<CK_C_GetFunctionList>(dlsym(pLibrary, "C_GetFunctionList"));
+    if (getReal == nullptr || getReal(&g_pReal) != CKR_OK) {
+        return CKR_GENERAL_ERROR;
+    }
+    g_functions = *g_pReal;
+    g_functions.C_GetFunctionList = C_GetFunctionList;
+    g_functions.C_Initialize = Initialize;
+    g_functions.C_GetSlotList = GetSlotList;
+    g_functions.C_OpenSession = OpenSession;
+    g_functions.C_CloseSession = CloseSession;
+    g_functions.C_Login = Login;
+    g_functions.C_Sign = Sign;
+    Forward<&CK_FUNCTION_LIST::C_GetTokenInfo, CKR_TOKEN_NOT_PRESENT>::Install();
+    Forward<&CK_FUNCTION_LIST::C_FindObjectsInit, CKR_DEVICE_REMOVED>::Install();
+    Forward<&CK_FUNCTION_LIST::C_FindObjects, CKR_DEVICE_REMOVED>::Install();
+    Forward<&CK_FUNCTION_LIST::C_FindObjectsFinal, CKR_DEVICE_REMOVED>::Install();
+    Forward<&CK_FUNCTION_LIST::C_GetAttributeValue, CKR_DEVICE_REMOVED>::Install();
+    Forward<&CK_FUNCTION_LIST::C_SignInit, CKR_DEVICE_REMOVED>::Install();
+    g_shim.pfnLoseSessions = LoseSessions;
+    *ppFunctions = &g_functions;
+    return CKR_OK;
+}
+
+}  // extern "C"

@@ -1,0 +1,27 @@
+// What the PKCS #11 module of the tests, which forwards to a real one, can be told and asked. The real module's path is
+// in the environment variable VEX_TEST_PKCS11_MODULE.
+#pragma once
+
+#include <atomic>
+
+struct Pkcs11Shim {
+    // The token is away: it is not listed, its sessions are gone, and every call on it fails.
+    std::atomic<bool> fRemoved{false};
+    // Sessions that may be open at once, by this module's count.
+    std::atomic<int> nMostSessions{1000000};
+
+    // PINs have been changed: they have an "x" more at their end.
+    std::atomic<bool> fPinChanged{false};
+
+    std::atomic<int> cLogins{0};         // calls of C_Login for the user
+    std::atomic<int> cContextLogins{0};  // and for a single operation
+    std::atomic<int> cInitialize{0};
+    std::atomic<int> cSignatures{0};
+    std::atomic<int> cSessions{0};
+
+    // Ends all sessions of all tokens behind their users' backs.
+    void (*pfnLoseSessions)() = nullptr;
+};
+
+// Exported by the module.
+extern "C" Pkcs11Shim* VexTestPkcs11Shim();

@@ -1,0 +1,75 @@
+// Tokens of a software module in a directory of the test's own, reached through the module that counts calls and can
+// take the tokens away.
+#pragma once
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+#include "Pkcs11Shim.h"
+#include "TestStore.h"
+
+class TestTokens {
+public:
+    // Sets the process's environment for the module; one per process, because the module reads it once.
+    TestTokens() {
+        m_directory.Write("softhsm2.conf",
+                          "directories.tokendir = " + m_directory.Path("tokens") +
+                              "\nobjectstore.backend = file\nlog.level = ERROR\nlibrary.reset_on_fork = true\n");
+        RequireCommand("mkdir " + m_directory.Path("tokens"));
+        setenv("SOFTHSM2_CONF", m_directory.Path("softhsm2.conf").c_str(), 1);
+        setenv("VEX_TEST_PKCS11_MODULE", VEX_TEST_SOFTHSM, 1);
+        RequireCommand(In() + "openssl req -x509 -nodes -newkey rsa:2048 -keyout ca.key -out ca.crt -subj /CN=CA" +
+                       " && openssl req -new -nodes -newkey rsa:2048 -keyout csr.key -out some.csr -subj /CN=x");
+    }
+
+    const TempDirectory& Directory() const { return m_directory; }
+    std::string In() const { return "cd " + m_directory.Path() + " && "; }
+
+    void MakeToken(const std::string& strLabel, const std::string& strPin) const {
+        RequireCommand("softhsm2-util --init-token --free --label '" + strLabel + "' --so-pin 87654321 --pin " +
+                       strPin);
+    }
+
+    // A key pair made on the token.
+    void MakeKey(const std::string& strToken, const std::string& strPin, const std::string& strType,
+                 const std::string& strId, const std::string& strLabel, const std::string& strExtra = "") const {
+        RequireCommand(Tool(strToken, strPin) + "--keypairgen --key-type " + strType + " --id " + strId + " --label " +
+                       strLabel + " " + strExtra);
+    }
+
+    // LABEL.crt for the key strKeyId, on the token under strId.
+    void MakeCertificate(const std::string& strToken, const std::string& strPin, const std::string& strKeyId,
+                         const std::string& strId, const std::string& strLabel, int nDays) const {
+        RequireCommand(In() + Tool(strToken, strPin) + "--read-object --type pubkey --id " + strKeyId + " -o " +
+                       strLabel + ".spki && openssl pkey -pubin -inform DER -in " + strLabel + ".spki -out " +
+                       strLabel + ".pub && openssl x509 -req -in some.csr -CA ca.crt -CAkey ca.key -days " +
+                       std::to_string(nDays) + " -subj /CN=" + strLabel + " -force_pubkey " + strLabel + ".pub -out " +
+                       strLabel + ".crt && openssl x509 -in " + strLabel + ".crt -outform DER -out " + strLabel +
+                       ".der && " + Tool(strToken, strPin) + "--write-object " + strLabel + ".der --type cert --id " +
+                       strId + " --label " + strLabel);
+    }
+
+    static std::string ModuleQuery() { return std::string("module-path=") + VEX_TEST_PKCS11_SHIM; }
+
+    static Pkcs11Shim& Shim() {
+        void* const pLibrary = dlopen(VEX_TEST_PKCS11_SHIM, RTLD_NOW | RTLD_LOCAL);
+        const auto getShim = pLibrary == nullptr
+                                 ? nullptr
+                                 : reinterpret_cast<decltype(&VexTestPkcs11Shim)>(dlsym(pLibrary, "VexTestPkcs11Shim"));
+        if (getShim == nullptr) {
+            throw std::runtime_error("no module for tests");
+        }
+        return *getShim();
+    }
+
+private:
+    static std::string Tool(const std::string& strToken, const std::string& strPin) {
+        return std::string("pkcs11-tool --module ") + VEX_TEST_SOFTHSM + " --token-label '" + strToken +
+               "' --login --pin " + strPin + " ";
+    }
+
+    TempDirectory m_directory;
+};

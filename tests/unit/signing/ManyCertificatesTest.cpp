@@ -1,0 +1,96 @@
+// A store of ten thousand certificates: opened in seconds, and signing takes no longer than with one.
+#include <gtest/gtest.h>
+
+#include <openssl/pem.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "Scale.h"
+#include "VCTKFilter.h"
+#include "signing/SigningObject.h"
+#include "signing/Store.h"
+
+namespace vextk {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point began) {
+    return std::chrono::duration<double>(Clock::now() - began).count();
+}
+
+// Keys and self-signed certificates as PEM; the first stays valid longest.
+std::string ManyIdentities(int nCount) {
+    const BioPtr pem(BIO_new(BIO_s_mem()));
+    for (int i = 0; i < nCount; ++i) {
+        const KeyPtr key(EVP_EC_gen("P-256"));
+        const X509Ptr certificate(X509_new());
+        ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), i + 1);
+        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -60);
+        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), i == 0 ? 2000000 : 1000000);
+        const std::string strName = "Number " + std::to_string(i);
+        X509_NAME* pName = X509_get_subject_name(certificate.get());
+        X509_NAME_add_entry_by_txt(pName, "CN", MBSTRING_UTF8, reinterpret_cast<const unsigned char*>(strName.c_str()),
+                                   -1, -1, 0);
+        X509_set_issuer_name(certificate.get(), pName);
+        X509_set_pubkey(certificate.get(), key.get());
+        X509_sign(certificate.get(), key.get(), EVP_sha256());
+        PEM_write_bio_PrivateKey(pem.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+        PEM_write_bio_X509(pem.get(), certificate.get());
+    }
+    return MemoryBioText(pem.get());
+}
+
+double SecondsPerSignature(SigningObject& object) {
+    object.SignP1("text", 0);
+    constexpr int kSignatures = 500;
+    const Clock::time_point began = Clock::now();
+    for (int i = 0; i < kSignatures; ++i) {
+        object.SignP1("text", 0);
+    }
+    return SecondsSince(began) / kSignatures;
+}
+
+TEST(ManyCertificates, SignAsFastAsOne) {
+    InitialiseOpenSsl();
+    const int nMany = Scaled(10000);
+    SigningObject one(ReadIdentities(ManyIdentities(1), nullptr));
+    const std::string strPem = ManyIdentities(nMany);
+    const Clock::time_point began = Clock::now();
+    Identities identities = ReadIdentities(strPem, nullptr);
+    const double dOpen = SecondsSince(began);
+    ASSERT_EQ(identities.size(), static_cast<size_t>(nMany));
+    SigningObject many(std::move(identities));
+
+    const double dOne = SecondsPerSignature(one);
+    const double dMany = SecondsPerSignature(many);
+    std::printf("%d certificates: opened in %.1f s, %.0f us a signature (one certificate: %.0f us)\n", nMany, dOpen,
+                dMany * 1e6, dOne * 1e6);
+    EXPECT_LT(dMany, dOne * 3 + 0.001);
+    EXPECT_LT(dOpen, 60.0);
+}
+
+TEST(ManyCertificates, AChangeIsSeenAtOnce) {
+    InitialiseOpenSsl();
+    SigningObject object(ReadIdentities(ManyIdentities(3), nullptr));
+    const auto signer = [&] {
+        object.SignP1("text", 0);
+        return object.SignCertificate();
+    };
+    const std::string strFirst = signer();
+    EXPECT_EQ(signer(), strFirst);
+    object.AddFilter(VCTK_FILTER_SERIAL, "2");
+    const std::string strSecond = signer();
+    EXPECT_NE(strSecond, strFirst);
+    object.SetChooseSingle(true);
+    EXPECT_EQ(signer(), strSecond);
+    object.ClearFilters();
+    EXPECT_EQ(object.Call([](SigningObject& o) { o.SignP1("text", 0); }), VCTK_E_SEVERAL_CERTIFICATES);
+    object.SetChooseSingle(false);
+    EXPECT_EQ(signer(), strFirst);
+}
+
+}  // namespace
+}  // namespace vextk

@@ -1,0 +1,478 @@
+// Tokens as stores: which one, which certificates, PINs, removal, threads, forks and the end of the process.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <latch>
+#include <thread>
+
+#include "ChildProcess.h"
+#include "Scale.h"
+#include "TestToken.h"
+#include "ToolkitClient.h"
+#include "VCTKFilter.h"
+
+namespace {
+
+constexpr const char* kPin = "4711";
+constexpr const char* kOtherPin = "0815";
+
+class TokenTest : public testing::Test {
+protected:
+    // "Card": an RSA and an EC key with their certificates, one that asks for the PIN each time, and one whose
+    // certificate is another's. "Other card" and "Changing": an EC key each.
+    static void SetUpTestSuite() {
+        if (s_pTokens != nullptr) {
+            return;
+        }
+        s_pTokens = new TestTokens;
+        s_pTokens->MakeToken("Card", kPin);
+        s_pTokens->MakeKey("Card", kPin, "rsa:2048", "01", "rsakey");
+        s_pTokens->MakeCertificate("Card", kPin, "01", "01", "rsacert", 20);
+        s_pTokens->MakeKey("Card", kPin, "EC:prime256v1", "0002", "eckey");
+        s_pTokens->MakeCertificate("Card", kPin, "0002", "0002", "eccert", 40);
+        s_pTokens->MakeKey("Card", kPin, "rsa:2048", "03", "alwayskey", "--always-auth");
+        s_pTokens->MakeCertificate("Card", kPin, "03", "03", "alwayscert", 10);
+        s_pTokens->MakeKey("Card", kPin, "EC:secp384r1", "04", "strange");
+        s_pTokens->MakeCertificate("Card", kPin, "0002", "04", "strangecert", 10);
+        s_pTokens->MakeToken("Other card", kOtherPin);
+        s_pTokens->MakeKey("Other card", kOtherPin, "EC:secp521r1", "01", "key");
+        s_pTokens->MakeCertificate("Other card", kOtherPin, "01", "01", "other", 30);
+        s_pTokens->MakeToken("Changing", "1111");
+        s_pTokens->MakeKey("Changing", "1111", "EC:prime256v1", "01", "key");
+        s_pTokens->MakeCertificate("Changing", "1111", "01", "01", "changing", 30);
+    }
+
+    void SetUp() override {
+        Shim().fRemoved = false;
+        Shim().nMostSessions = 1000000;
+        Shim().fPinChanged = false;
+    }
+
+    // Given the text between "pkcs11:" and the module.
+    static std::string Uri(const std::string& strUri) {
+        return "pkcs11:" + strUri + (strUri.find('?') == std::string::npos ? "?" : "&") + TestTokens::ModuleQuery();
+    }
+    static std::string Card(const std::string& strMore = "") { return Uri("token=Card" + strMore + "?pin-value=4711"); }
+
+    static Pkcs11Shim& Shim() { return TestTokens::Shim(); }
+
+    static std::string Names(const ToolkitClient& client) {
+        std::string strNames;
+        for (const auto& record : client.Records()) {
+            strNames += record.at(5).substr(3) + " ";
+        }
+        return strNames;
+    }
+
+    // Whether the openssl command accepts the P1 and P7 signatures that the client makes.
+    static void ExpectSignatures(const ToolkitClient& client, const std::string& strCertificate,
+                                 const std::string& strDigest) {
+        ASSERT_EQ(VCTK_SetDigestAlg(client.Handle(), strDigest.c_str()), 0);
+        const TempDirectory& directory = s_pTokens->Directory();
+        const auto p1 = client.SignP1("text");
+        ASSERT_TRUE(p1) << client.Message();
+        directory.Write("text", "text");
+        directory.Write("p1", *p1);
+        const CommandResult verified = RunCommand(s_pTokens->In() + "base64 -d p1 > p1.bin && openssl x509 -in " +
+                                                  strCertificate + ".crt -noout -pubkey > p1.pub && openssl dgst -" +
+                                                  strDigest + " -verify p1.pub -signature p1.bin text");
+        EXPECT_EQ(verified.nStatus, 0) << verified.strOutput;
+
+        for (const int nDetached : {0, 1}) {
+            const auto p7 = client.SignP7("text", 0, nDetached, 1);
+            ASSERT_TRUE(p7) << client.Message();
+            directory.Write("p7", *p7);
+            const CommandResult cms =
+                RunCommand(s_pTokens->In() + "base64 -d p7 > p7.bin && openssl cms -verify -inform DER -in p7.bin" +
+                           " -binary -CAfile ca.crt -purpose any -out p7.out " + (nDetached ? "-content text" : "") +
+                           " && cmp p7.out text");
+            EXPECT_EQ(cms.nStatus, 0) << cms.strOutput;
+        }
+    }
+
+    static TestTokens* s_pTokens;
+};
+TestTokens* TokenTest::s_pTokens = nullptr;
+
+TEST_F(TokenTest, RsaAndEcSignaturesAreAccepted) {
+    for (const char* pszDigest : {"SHA256", "SHA384", "SHA512"}) {
+        const ToolkitClient client(Card());
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT_NAME, "CN=rsacert"), 0);
+        ExpectSignatures(client, "rsacert", pszDigest);
+        ASSERT_EQ(VCTK_ClearFilter(client.Handle()), 0);
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT_NAME, "CN=eccert"), 0);
+        ExpectSignatures(client, "eccert", pszDigest);
+    }
+    const ToolkitClient other(Uri("token=Other%20card?pin-value=0815"));
+    ASSERT_TRUE(other.IsOpen()) << ErrorMessage(nullptr);
+    ExpectSignatures(other, "other", "SHA512");
+}
+
+TEST_F(TokenTest, Sha3) {
+    const ToolkitClient rsa(Card(";id=%01"));
+    ASSERT_TRUE(rsa.IsOpen()) << ErrorMessage(nullptr);
+    ExpectSignatures(rsa, "rsacert", "SHA3-256");
+    const ToolkitClient ec(Card(";id=%00%02"));
+    ASSERT_EQ(VCTK_SetDigestAlg(ec.Handle(), "SHA3-256"), 0);
+    EXPECT_TRUE(ec.SignP1("text")) << ec.Message();
+    // As with an EC key from a file: OpenSSL 3.0 has no name for the combination in CMS.
+    if (!ec.SignP7("text", 0, 0, 1)) {
+        EXPECT_EQ(ec.LastError(), VCTK_E_SIGN_FAILED) << ec.Message();
+    }
+}
+
+struct Described {
+    const char* pszUri;
+    const char* pszNames;
+};
+
+class TokenObjects : public TokenTest, public testing::WithParamInterface<Described> {};
+
+TEST_P(TokenObjects, AreThoseThatTheUriDescribes) {
+    const ToolkitClient client(Uri(GetParam().pszUri));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_EQ(Names(client), GetParam().pszNames);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, TokenObjects,
+    testing::Values(Described{"token=Card;id=%01?pin-value=4711", "rsacert "},
+                    Described{"token=Card;id=%00%02?pin-value=%34711", "eccert "},
+                    Described{"token=Card;object=eccert?pin-value=4711", "eccert "},
+                    Described{"token=Card;object=eckey?pin-value=4711", "eccert "},
+                    Described{"token=Card;object=rsacert;type=cert?pin-value=4711", "rsacert "},
+                    Described{"token=Card;object=rsakey;type=private?pin-value=4711", "rsacert "},
+                    Described{"model=SoftHSM%20v2;manufacturer=SoftHSM%20project;token=Other%20card?pin-value=0815",
+                              "other "}));
+
+struct NotDescribed {
+    const char* pszUri;
+    VCTKError nError;
+};
+
+class TokenRefused : public TokenTest, public testing::WithParamInterface<NotDescribed> {};
+
+TEST_P(TokenRefused, WithTheReasonAndWithoutLogin) {
+    const int cLogins = Shim().cLogins;
+    const ToolkitClient client("pkcs11:" + std::string(GetParam().pszUri));
+    EXPECT_FALSE(client.IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), GetParam().nError) << ErrorMessage(nullptr);
+    EXPECT_EQ(Shim().cLogins, cLogins);
+}
+
+#define SHIM "module-path=" VEX_TEST_PKCS11_SHIM
+INSTANTIATE_TEST_SUITE_P(
+    All, TokenRefused,
+    testing::Values(NotDescribed{"token=None?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=card?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card;serial=0?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card;slot-id=0?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card;library-description=x?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card?" SHIM, VCTK_E_PIN_REQUIRED},
+                    NotDescribed{"token=Card?pin-value=&" SHIM, VCTK_E_PIN_REQUIRED},
+                    NotDescribed{"token=Card?pin-source=file:/none&" SHIM, VCTK_E_PIN_SOURCE},
+                    NotDescribed{"token=Card?pin-value=4711&module-path=/none.so", VCTK_E_TOKEN_MODULE},
+                    NotDescribed{"token=Card?pin-value=4711&module-path=/etc/passwd", VCTK_E_TOKEN_MODULE},
+                    NotDescribed{"token=Card?pin-value=4711&module-path=/usr/lib", VCTK_E_TOKEN_MODULE},
+                    NotDescribed{"token=Card?pin-value=4711&module-name=libc.so.6", VCTK_E_TOKEN_MODULE},
+                    NotDescribed{"token=Card?pin-value=4711&module-name=a/b", VCTK_E_TOKEN_MODULE},
+                    NotDescribed{"token=Card?pin-value=4711&module-name=none&" SHIM, VCTK_E_TOKEN_MODULE}));
+
+TEST_F(TokenTest, ModuleNameInADirectory) {
+    const std::string strShim = VEX_TEST_PKCS11_SHIM;
+    const size_t nSlash = strShim.rfind('/');
+    const ToolkitClient client("pkcs11:token=Card?pin-value=4711&module-name=vex_test_pkcs11&module-path=" +
+                               strShim.substr(0, nSlash));
+    EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+}
+
+TEST_F(TokenTest, PinFromAFile) {
+    s_pTokens->Directory().Write("pin", std::string(kPin) + "\n");
+    const ToolkitClient client(Uri("token=Card?pin-source=file:" + s_pTokens->Directory().Path("pin")));
+    EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+}
+
+// In a process of its own, which has not logged in yet.
+TEST_F(TokenTest, OneLoginHoweverManyObjects) {
+    const ChildEnd end = RunChild([] {
+        const int cLogins = Shim().cLogins;
+        for (int i = 0; i < 5; ++i) {
+            const ToolkitClient one(Card());
+            const ToolkitClient two(Card(";id=%01"));
+            ASSERT_TRUE(one.IsOpen() && two.IsOpen()) << ErrorMessage(nullptr);
+            EXPECT_TRUE(one.SignP1("text"));
+            EXPECT_TRUE(two.SignP7("text", 0, 0, 0));
+        }
+        EXPECT_EQ(Shim().cLogins, cLogins + 1);
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(TokenTest, ThreadsThatOpenItAtOnceShareOneLogin) {
+    const ChildEnd end = RunChild([] {
+        const int cLogins = Shim().cLogins;
+        std::atomic<int> cOpen{0};
+        std::latch start(16);
+        {
+            std::vector<std::jthread> threads;
+            for (int i = 0; i < 16; ++i) {
+                threads.emplace_back([&] {
+                    start.arrive_and_wait();
+                    const ToolkitClient client(Card());
+                    cOpen += client.IsOpen() && client.SignP1("text") ? 1 : 0;
+                });
+            }
+        }
+        EXPECT_EQ(cOpen, 16);
+        EXPECT_EQ(Shim().cLogins, cLogins + 1);
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(TokenTest, AWrongPinIsTriedOnce) {
+    const ChildEnd end = RunChild([] {
+        const int cLogins = Shim().cLogins;
+        const auto open = [](const char* pszPin) {
+            const ToolkitClient client(Uri("token=Other%20card?pin-value=" + std::string(pszPin)));
+            return client.IsOpen() ? VCTK_OK : VCTK_GetLastError(nullptr);
+        };
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_EQ(open("1111"), VCTK_E_PIN_WRONG);
+        }
+        EXPECT_EQ(Shim().cLogins, cLogins + 1);
+        EXPECT_EQ(ErrorMessage(nullptr).find("1111"), std::string::npos);
+        EXPECT_EQ(open("2222"), VCTK_E_PIN_WRONG);
+        EXPECT_EQ(Shim().cLogins, cLogins + 2);
+        // Another token's, refused here only.
+        EXPECT_EQ(open(kPin), VCTK_E_PIN_WRONG);
+        EXPECT_EQ(open(kOtherPin), VCTK_OK);
+        EXPECT_EQ(Shim().cLogins, cLogins + 4);
+        EXPECT_EQ(open("1111"), VCTK_E_PIN_WRONG);
+        EXPECT_EQ(open(kOtherPin), VCTK_OK);
+        EXPECT_TRUE(ToolkitClient(Card()).IsOpen());
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(TokenTest, AnotherPinDoesNotDisturbThoseWhoUseTheToken) {
+    const ToolkitClient client(Card());
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    const int cLogins = Shim().cLogins;
+    EXPECT_FALSE(ToolkitClient(Uri("token=Card?pin-value=9999")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_PIN_WRONG);
+    EXPECT_EQ(Shim().cLogins, cLogins);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(Shim().cLogins, cLogins);
+}
+
+TEST_F(TokenTest, RemovedAndPutBack) {
+    const ToolkitClient client(Card(";id=%01"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    const auto before = client.SignP1("text");
+    ASSERT_TRUE(before);
+    const int cLogins = Shim().cLogins;
+    for (int i = 0; i < 2; ++i) {
+        Shim().pfnLoseSessions();
+        Shim().fRemoved = true;
+        for (int n = 0; n < 3; ++n) {
+            EXPECT_FALSE(client.SignP1("text"));
+            EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_REMOVED) << client.Message();
+            EXPECT_FALSE(client.SignP7("text", 0, 1, 1));
+            EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_REMOVED) << client.Message();
+        }
+        EXPECT_FALSE(ToolkitClient(Card()).IsOpen());
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_NOT_FOUND);
+        EXPECT_EQ(Names(client), "rsacert ");
+
+        Shim().fRemoved = false;
+        EXPECT_EQ(client.SignP1("text"), before) << client.Message();
+        EXPECT_TRUE(client.SignP7("text", 0, 1, 1)) << client.Message();
+        EXPECT_EQ(Shim().cLogins, cLogins + i + 1);
+        EXPECT_TRUE(ToolkitClient(Card()).IsOpen());
+    }
+}
+
+TEST_F(TokenTest, AChangedPinIsTriedOnceMoreAndTheNewOneHelpsAllObjects) {
+    const ToolkitClient client(Uri("token=Changing?pin-value=1111"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    Shim().fPinChanged = true;
+    Shim().pfnLoseSessions();
+    const int cLogins = Shim().cLogins;
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_FALSE(client.SignP1("text"));
+        EXPECT_EQ(client.LastError(), VCTK_E_PIN_WRONG) << client.Message();
+    }
+    EXPECT_EQ(Shim().cLogins, cLogins + 1);
+    EXPECT_TRUE(ToolkitClient(Uri("token=Changing?pin-value=1111x")).IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(Shim().cLogins, cLogins + 2);
+}
+
+TEST_F(TokenTest, LostSessionsAreNotNoticed) {
+    const ToolkitClient client(Card(";id=%00%02"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(client.SignP1("text")) << client.Message();
+        Shim().pfnLoseSessions();
+    }
+    EXPECT_TRUE(client.SignP7("text", 0, 0, 0)) << client.Message();
+}
+
+TEST_F(TokenTest, SixteenThreads) {
+    const ToolkitClient shared(Card(";id=%01"));
+    ASSERT_TRUE(shared.IsOpen()) << ErrorMessage(nullptr);
+    ASSERT_EQ(VCTK_CallQueueEnable(shared.Handle(), 0, 0), 0);
+    constexpr size_t kThreads = 16;
+    std::array<std::string, kThreads> expected;
+    for (size_t i = 0; i < kThreads; ++i) {
+        expected[i] = shared.SignP1("text " + std::to_string(i)).value();
+    }
+    const int cLogins = Shim().cLogins;
+    const int nRounds = std::max(Scaled(100), 5);
+    std::atomic<int> cWrong{0};
+    {
+        std::vector<std::jthread> threads;
+        for (size_t i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] {
+                const ToolkitClient own(Card(";id=%01"));
+                for (int n = 0; n < nRounds; ++n) {
+                    const ToolkitClient& client = n % 2 == 0 ? shared : own;
+                    cWrong += client.SignP1("text " + std::to_string(i)) == expected[i] ? 0 : 1;
+                }
+            });
+        }
+    }
+    EXPECT_EQ(cWrong, 0);
+    EXPECT_EQ(Shim().cLogins, cLogins);
+    EXPECT_LE(Shim().cSessions, 17 * 2) << "sessions are used again";
+}
+
+TEST_F(TokenTest, SixteenThreadsOverARemoval) {
+    const ToolkitClient client(Card(";id=%01"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
+    const std::string strExpected = client.SignP1("text").value();
+    std::atomic<bool> fBack{false};
+    std::atomic<int> cWrong{0};
+    std::atomic<int> cFailed{0};
+    std::atomic<int> cAfter{0};
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 16; ++i) {
+            threads.emplace_back([&] {
+                while (cAfter < 16) {
+                    const bool fWasBack = fBack;
+                    const auto signature = client.SignP1("text");
+                    if (signature) {
+                        cWrong += *signature == strExpected ? 0 : 1;
+                        cAfter += fWasBack ? 1 : 0;
+                    } else {
+                        cWrong += client.LastError() == VCTK_E_TOKEN_REMOVED && !fWasBack ? 0 : 1;
+                        ++cFailed;
+                    }
+                }
+            });
+        }
+        Shim().fRemoved = true;
+        while (cFailed < 16) {
+            std::this_thread::yield();
+        }
+        Shim().pfnLoseSessions();
+        Shim().fRemoved = false;
+        fBack = true;
+    }
+    EXPECT_EQ(cWrong, 0);
+}
+
+TEST_F(TokenTest, ATokenWithOneSession) {
+    const ChildEnd end = RunChild([] {
+        Shim().nMostSessions = 1;
+        const ToolkitClient client(Card(";id=%01"));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
+        std::atomic<int> cSigned{0};
+        {
+            std::vector<std::jthread> threads;
+            for (int i = 0; i < 8; ++i) {
+                threads.emplace_back([&] { cSigned += client.SignP1("text") ? 1 : 0; });
+            }
+        }
+        EXPECT_EQ(cSigned, 8);
+        EXPECT_EQ(Shim().cSessions, 1);
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(TokenTest, AKeyThatAsksForThePinEachTime) {
+    const ToolkitClient client(Card(";id=%03"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    const int cContextLogins = Shim().cContextLogins;
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(Shim().cContextLogins, cContextLogins + 2);
+}
+
+TEST_F(TokenTest, ACertificateOfAnotherKeySignsNothing) {
+    const ToolkitClient client(Card(";id=%04"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_FAILED) << client.Message();
+    EXPECT_FALSE(client.SignP7("text", 0, 0, 1));
+    EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_FAILED) << client.Message();
+}
+
+TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
+    const ToolkitClient inherited(Card(";id=%01"));
+    ASSERT_TRUE(inherited.IsOpen()) << ErrorMessage(nullptr);
+    const auto expected = inherited.SignP1("text");
+    ASSERT_TRUE(expected);
+    const ChildEnd end = RunChild([&] {
+        const int cInitialize = Shim().cInitialize;
+        const int cSignatures = Shim().cSignatures;
+        EXPECT_FALSE(inherited.SignP1("text"));
+        EXPECT_EQ(inherited.LastError(), VCTK_E_TOKEN_FAILED);
+        EXPECT_NE(inherited.Message().find("fork"), std::string::npos) << inherited.Message();
+        EXPECT_EQ(Shim().cSignatures, cSignatures);
+
+        const ToolkitClient own(Card(";id=%01"));
+        ASSERT_TRUE(own.IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_EQ(own.SignP1("text"), expected) << own.Message();
+        EXPECT_EQ(Shim().cInitialize, cInitialize + 1);
+    });
+    EXPECT_TRUE(end.Passed());
+    EXPECT_EQ(inherited.SignP1("text"), expected) << inherited.Message();
+}
+
+// Threads sign on while the exit handlers of everybody run: of this program, of OpenSSL, of the module.
+TEST_F(TokenTest, TheProcessEndsWhileThreadsSign) {
+    for (int i = 0; i < 3; ++i) {
+        const ChildEnd end = RunChild(
+            [] {
+                constexpr int kThreads = 4;
+                // Neither of them ends before the process does.
+                auto& client = *new ToolkitClient(Card(";id=%01"));
+                auto& started = *new std::latch(kThreads);
+                ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+                ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
+                for (int n = 0; n < kThreads; ++n) {
+                    std::thread([&] {
+                        client.SignP1("text");
+                        started.count_down();
+                        for (;;) {
+                            client.SignP1("text");
+                            client.SignP7("text", 0, 0, 1);
+                        }
+                    }).detach();
+                }
+                started.wait();
+            },
+            Exit::kByReturn);
+        EXPECT_TRUE(end.Passed()) << end.nStatus;
+        EXPECT_LT(end.dSeconds, 4.0);
+    }
+}
+
+}  // namespace
