@@ -64,7 +64,9 @@ grep -Eq '^vexsign [0-9.]+$' out || fail "version: $(cat out)"
 while read -r arguments; do
     # shellcheck disable=SC2086
     expect 2 "$vexsign" $arguments
-    [ -s err ] && [ ! -s out ] || fail "the message about wrong usage: $arguments"
+    if [ ! -s err ] || [ -s out ]; then
+        fail "the message about wrong usage: $arguments"
+    fi
 done <<'END'
 
 list
@@ -124,7 +126,8 @@ for filter in key-algorithm=ec subject=cn=EC issuer=Cn=ec "serial=$(grep -P '\tE
     "fingerprint=$(grep -P '\tEC\t' out | cut -f 2)"; do
     cp out all
     expect 0 "$vexsign" list ./both.pem --filter "$filter"
-    grep -qP '\tEC\tCN=ec\tCN=ec$' out && [ "$(wc -l <out)" -eq 1 ] || fail "--filter $filter: $(cat out)"
+    grep -qP '\tEC\tCN=ec\tCN=ec$' out || fail "--filter $filter: $(cat out)"
+    [ "$(wc -l <out)" -eq 1 ] || fail "--filter $filter: $(cat out)"
     mv all out
 done
 expect 0 "$vexsign" list ./both.pem --filter key-usage=digitalSignature --filter key-algorithm=RSA --filter subject=ec
@@ -134,10 +137,10 @@ says 'no certificate'
 echo "== every signature, by the command that is printed"
 # The command in the last message; its standard output is nobody's business.
 verify() {
-    sed -n 's/^To verify: //p' err >command
-    [ "$(wc -l <command)" -eq 1 ] || fail "no command: $(cat err)"
-    if ! sh -e command >verified 2>&1; then
-        fail "not verified: $(cat command verified)"
+    sed -n 's/^To verify: //p' err >hint
+    [ "$(wc -l <hint)" -eq 1 ] || fail "no command: $(cat err)"
+    if ! sh -e hint >verified 2>&1; then
+        fail "not verified: $(cat hint verified)"
     fi
 }
 verified=0
@@ -162,7 +165,7 @@ for store in ./rsa.p12 ./ec.p12 "./a folder 50% #1/rsa.p12"; do
                 # The command has to fail for something else.
                 cp -- "$file" kept
                 printf x >>"./$file"
-                ! sh -e command >/dev/null 2>&1 || fail "a changed file is verified: $(cat command)"
+                ! sh -e hint >/dev/null 2>&1 || fail "a changed file is verified: $(cat hint)"
                 mv kept "./$file"
             done
         done
@@ -173,8 +176,8 @@ done
 # The same command, the signature of another key.
 expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --output sig --cert-out signer.pem --verify-hint text.txt
 cp ec.pem signer.pem
-sed -n 's/^To verify: //p' err >command
-! sh -e command >/dev/null 2>&1 || fail "verified with another's key"
+sed -n 's/^To verify: //p' err >hint
+! sh -e hint >/dev/null 2>&1 || fail "verified with another's key"
 
 echo "== SHA-3, text, standard streams"
 expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --digest SHA3-256 -o sig --cert-out signer.pem --verify-hint text.txt
