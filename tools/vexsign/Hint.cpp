@@ -9,7 +9,7 @@ namespace {
 // A file name as one word of sh that no program takes for an option.
 std::string Word(const std::string& strName) {
     constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/+,:@%";
-    const std::string strPath = strName.starts_with('-') ? "./" + strName : strName;
+    std::string strPath = strName.starts_with('-') ? "./" + strName : strName;
     if (strPath.find_first_not_of(kPlain) == std::string::npos && !strPath.starts_with('~')) {
         return strPath;
     }

@@ -1,11 +1,11 @@
 #include "Prompt.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -43,12 +43,18 @@ private:
     int m_nDescriptor;
 };
 
-// Signals that would end or stop the process interrupt its reading instead.
+// Signals that would end or stop the process arrive in Await alone, and end it.
 class SignalsHeld {
 public:
     SignalsHeld() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int nSignal : kEnds) {
+            sigaddset(&held, nSignal);
+        }
+        sigprocmask(SIG_BLOCK, &held, &m_maskBefore);
         struct sigaction action = {};
-        action.sa_handler = OnSignal;  // without SA_RESTART
+        action.sa_handler = OnSignal;
         for (std::size_t i = 0; i < kEnds.size(); ++i) {
             sigaction(kEnds[i], &action, &m_before[i]);
         }
@@ -57,12 +63,25 @@ public:
         for (std::size_t i = 0; i < kEnds.size(); ++i) {
             sigaction(kEnds[i], &m_before[i], nullptr);
         }
+        sigprocmask(SIG_SETMASK, &m_maskBefore, nullptr);
     }
     SignalsHeld(const SignalsHeld&) = delete;
     SignalsHeld& operator=(const SignalsHeld&) = delete;
 
+    // True: the descriptor can be read. False: a signal came.
+    bool Await(int nDescriptor) const {
+        pollfd input = {nDescriptor, POLLIN, 0};
+        while (g_nSignal == 0) {
+            if (ppoll(&input, 1, nullptr, &m_maskBefore) > 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
 private:
     std::array<struct sigaction, kEnds.size()> m_before{};
+    sigset_t m_maskBefore{};
 };
 
 class EchoOff {
@@ -86,21 +105,16 @@ private:
     termios m_before{};
 };
 
-// FALSE: interrupted, too long, or at the end without a line end.
-bool ReadLine(const Terminal& terminal, std::string& strLine) {
+// False: interrupted, too long, or at the end without a line end.
+bool ReadLine(const Terminal& terminal, const SignalsHeld& signals, std::string& strLine) {
     strLine.reserve(kLongestPin);
-    while (strLine.size() < kLongestPin) {
-        char ch = 0;
-        const ssize_t cb = read(terminal.Descriptor(), &ch, 1);
-        if (g_nSignal != 0 || cb == 0 || (cb < 0 && errno != EINTR)) {
-            return false;
-        }
-        if (cb == 1 && ch == '\n') {
+    char ch = 0;
+    while (strLine.size() < kLongestPin && signals.Await(terminal.Descriptor()) &&
+           read(terminal.Descriptor(), &ch, 1) == 1) {
+        if (ch == '\n') {
             return true;
         }
-        if (cb == 1) {
-            strLine += ch;
-        }
+        strLine += ch;
     }
     return false;
 }
@@ -115,7 +129,7 @@ void AskPin(const char* pszPrompt, Secret& pin) {
         {
             const EchoOff echo(terminal);
             terminal.Write(pszPrompt);
-            bRead = ReadLine(terminal, pin.Text());
+            bRead = ReadLine(terminal, signals, pin.Text());
         }
         terminal.Write("\n");
     }
