@@ -6,7 +6,7 @@
 #                          Ubuntu with apt-get (with sudo for anyone but root) after saying which. Asks and installs
 #                          nothing when all is there. Ends the script when something is missing all the same.
 #
-# Stages: build, demo, test, fuzz, coverage, lint.
+# Stages: build, package, demo, test, fuzz, coverage, lint.
 
 # One requirement a line: its stage, its package, the function (and its arguments) that says whether it is there, and
 # after a "#" what it is called when it is missing. Not only packages count: a compiler from elsewhere will do.
@@ -20,6 +20,9 @@ build    libcli11-dev          _vex_has_header CLI/CLI.hpp                  # CL
 build    libp11-kit-dev        _vex_has_pkcs11_header                       # the declarations of PKCS #11
 build    default-jdk-headless  _vex_has_jdk                                 # a JDK of Java 17 or newer
 build    libasio-dev           _vex_has_header asio.hpp                     # asio, the standalone kind
+package  dpkg-dev              _vex_has_command dpkg-shlibdeps              # dpkg-shlibdeps
+package  file                  _vex_has_command file                        # file
+package  python3               _vex_has_command python3                     # Python 3
 demo     openssl               _vex_has_command openssl                     # the openssl command
 test     openssl               _vex_has_command openssl                     # the openssl command
 test     binutils              _vex_has_command readelf                     # readelf
@@ -34,6 +37,10 @@ test     junit5                _vex_has_jar junit-platform-launcher         # JU
 test     libbcprov-java        _vex_has_jar bcprov                          # Bouncy Castle, provider
 test     libbcpkix-java        _vex_has_jar bcpkix                          # Bouncy Castle, CMS
 test     libbcutil-java        _vex_has_jar bcutil                          # Bouncy Castle, ASN.1
+test     dpkg-dev              _vex_has_command dpkg-shlibdeps              # dpkg-shlibdeps
+test     file                  _vex_has_command file                        # file
+test     lintian               _vex_has_command lintian                     # lintian
+test     pkg-config            _vex_has_command pkg-config                  # pkg-config
 fuzz     clang                 _vex_has_command clang++                     # clang
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest

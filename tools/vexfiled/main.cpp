@@ -22,8 +22,8 @@ using vexfiled::Text;
 
 void SetUpProcess() {
     // A client that has gone and a file that has reached the limit of its size are errors of one call.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     // Modes are chosen by the server alone, for its own user.
     umask(S_IRWXG | S_IRWXO);
 }

@@ -94,7 +94,7 @@ class InitializeTest {
         "STORE_FORMAT, file:DIR/garbage",
         "STORE_FORMAT, file:DIR/empty",
         "STORE_NO_PRIVATE_KEY, file:DIR/certs.pem",
-        "URI_SCHEME, pkcs11:token=any",
+        "TOKEN_NOT_FOUND, pkcs11:token=any",
         "URI_MALFORMED, keys.p12",
         "URI_MALFORMED, file:keys.p12",
         "URI_MALFORMED, demo:more",

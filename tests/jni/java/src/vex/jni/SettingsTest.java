@@ -176,7 +176,7 @@ class SettingsTest {
     }
 
     @ParameterizedTest
-    @ValueSource(longs = {0, 7, -1, 1L << 32 | 6, Long.MIN_VALUE})
+    @ValueSource(longs = {0, 14, -1, 1L << 32 | 6, Long.MIN_VALUE})
     void unknownFilterTypeIsRefused(long type) throws Exception {
         try (Client client = Client.open(store)) {
             assertEquals(1, Client.NATIVES.AddFilter(client.handle(), type, "RSA"));

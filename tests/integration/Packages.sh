@@ -1,0 +1,138 @@
+#!/bin/bash
+# The Debian packages: Packages.sh <build directory> <source directory> <private_log library>
+# Makes them, asks lintian, and signs from a root that they alone are unpacked into; the same for an install by cmake.
+set -euo pipefail
+
+build=$1
+source=$2
+private_log=$3
+here=$(dirname "$(readlink -f "$0")")
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+export LC_ALL=C.UTF-8 XDG_DATA_HOME=$work/data HOME=$work
+unset JAVA_TOOL_OPTIONS JDK_JAVA_OPTIONS LD_LIBRARY_PATH
+mkdir data log
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# signs PREFIX: vexsign and a Java program do, with what is below the prefix.
+signs() {
+    echo 'a text' >text.txt
+    "$1/bin/vexsign" p7 demo: text.txt -o text.p7s --cert-out signer.pem --verify-hint 2>hint
+    sed -n 's/^To verify: //p' hint >hint.sh
+    [ -s hint.sh ] || fail "no hint: $(cat hint)"
+    sh -e hint.sh >verified 2>&1 || fail "the signature from $1: $(cat verified)"
+
+    rm -rf classes && mkdir classes
+    javac -cp "$1/share/java/tavclientjni.jar" -d classes "$source/tests/jni/java/example/FirstSignature.java"
+    LD_PRELOAD=$private_log VEX_TEST_LOG_DIR=$work/log java --enable-native-access=ALL-UNNAMED \
+        -Djava.library.path="$1/lib/jni" -cp "$1/share/java/tavclientjni.jar:classes" FirstSignature >signed
+    grep -q '^Signed and verified: CN=VEX Demo EC P-256,' signed || fail "Java from $1: $(cat signed)"
+}
+
+echo "== the packages"
+cpack --config "$build/CPackConfig.cmake" -B "$work/packages" >cpack.log 2>&1 || fail "cpack: $(cat cpack.log)"
+packages=(packages/*.deb)
+[ "${#packages[@]}" -eq 4 ] || fail "packages: ${packages[*]}"
+bridge=$(echo packages/libtavclientjni-java_*.deb)
+toolkit=$(echo packages/libvexclienttk-substitute_*.deb)
+tools=$(echo packages/tavclientjni-tools_*.deb)
+dev=$(echo packages/libvexclienttk-dev_*.deb)
+
+lintian --allow-root --fail-on error "${packages[@]}" >lintian.log 2>&1 || fail "lintian: $(cat lintian.log)"
+! grep -q '^E:' lintian.log || fail "lintian: $(cat lintian.log)"
+
+# contains PACKAGE FILE...: these, and no others but papers.
+contains() {
+    dpkg-deb -c "$1" | awk '$1 !~ /^d/ { print $6 }' | grep -v '^\./usr/share/doc/' | sort >found
+    printf './usr/%s\n' "${@:2}" | sort >wanted
+    diff wanted found >&2 || fail "the contents of $1"
+}
+contains "$bridge" lib/jni/libTAVClientJNI.so share/java/tavclientjni.jar
+contains "$toolkit" lib/jni/libVEXClientTKDll64.so
+contains "$tools" bin/vexfiled bin/vexlog bin/vexsign lib/systemd/system/vexfiled.service \
+    share/man/man1/vexfiled.1.gz share/man/man1/vexlog.1.gz share/man/man1/vexsign.1.gz
+contains "$dev" include/vexclienttk/{VCTK,VCTKError,VCTKFilter,VEXCompat,VEXType}.h \
+    lib/cmake/VEXClientTK/VEXClientTKConfig{,Version}.cmake lib/pkgconfig/vexclienttk.pc
+
+echo "== what they need"
+depends() {
+    dpkg-deb -f "$1" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort | tr '\n' ' '
+}
+[ "$(depends "$bridge")" = 'libc6 libgcc-s1 libstdc++6 ' ] || fail "the bridge needs $(depends "$bridge")"
+case $(depends "$toolkit") in
+    'libc6 libgcc-s1 libssl3 libstdc++6 ' | 'libc6 libgcc-s1 libssl3t64 libstdc++6 ') ;;
+    *) fail "the toolkit needs $(depends "$toolkit")" ;;
+esac
+[ "$(depends "$tools")" = 'libc6 libgcc-s1 libstdc++6 ' ] || fail "the tools need $(depends "$tools")"
+
+for part in bridge toolkit tools dev; do
+    dpkg-deb -x "${!part}" "root-$part"
+done
+# Each finds all but the toolkit by itself.
+for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
+    ldd "$file" | grep 'not found' | grep -v libVEXClientTKDll64.so && fail "$file is not complete"
+done
+ldd root-bridge/usr/lib/jni/libTAVClientJNI.so | grep -q 'libVEXClientTKDll64.so => not found' ||
+    fail "the bridge finds a toolkit without its package"
+[ "$(readelf -d root-bridge/usr/lib/jni/libTAVClientJNI.so | grep -c 'RUNPATH.*\[.ORIGIN\]')" -eq 1 ] ||
+    fail "the run path of the bridge"
+
+echo "== signing from them"
+for package in "$bridge" "$toolkit" "$tools"; do
+    dpkg-deb -x "$package" root
+done
+ldd root/usr/bin/vexsign | grep -qF "libVEXClientTKDll64.so => $work/root/usr/bin/../lib/jni/" ||
+    fail "vexsign's toolkit: $(ldd root/usr/bin/vexsign)"
+signs "$work/root/usr"
+for page in vexsign vexlog vexfiled; do
+    gzip -dc "root/usr/share/man/man1/$page.1.gz" | grep -q "^\.Dt ${page^^} 1" || fail "the page of $page"
+    root/usr/bin/$page --version >/dev/null
+done
+
+echo "== a program of somebody else's"
+dpkg-deb -x "$dev" root
+mkdir program
+cat >program/main.cpp <<'CPP'
+#include <VCTK.h>
+#include <VCTKError.h>
+#include <VCTKFilter.h>
+#include <VEXCompat.h>
+int main() {
+    HANDLE hObject = VCTK_Initialize("demo:");
+    const bool fGood = hObject != nullptr && VCTK_AddFilter(hObject, VCTK_FILTER_KEY_ALGORITHM, "RSA") == VCTK_OK &&
+                       VCTK_P1Sign(hObject, "text", 0) == VCTK_OK && lstrlenW(L"abc") == 3;
+    return fGood && VCTK_Finalize(hObject) == VCTK_OK ? 0 : 1;
+}
+CPP
+read -ra flags < <(PKG_CONFIG_PATH=root/usr/lib/pkgconfig pkg-config --cflags --libs vexclienttk)
+g++ -std=c++17 program/main.cpp "${flags[@]}" -o by-pkg-config
+LD_LIBRARY_PATH=root/usr/lib/jni ./by-pkg-config || fail "the program by pkg-config"
+cat >program/CMakeLists.txt <<'CMAKE'
+cmake_minimum_required(VERSION 3.16)
+project(program LANGUAGES CXX)
+find_package(VEXClientTK 1.0 REQUIRED)
+set(CMAKE_CXX_STANDARD 17)
+add_executable(program main.cpp)
+target_link_libraries(program VEXClientTK::toolkit)
+CMAKE
+if ! { cmake -S program -B by-cmake -G Ninja -DCMAKE_PREFIX_PATH="$work/root/usr" && cmake --build by-cmake; } \
+    >cmake.log 2>&1; then
+    fail "a project that finds the toolkit: $(cat cmake.log)"
+fi
+by-cmake/program || fail "the program by CMake"
+
+echo "== what is in them"
+"$here/CheckSbom.py" packages/*.spdx.json "${packages[@]}"
+
+echo "== an install by cmake, moved afterwards"
+cmake --install "$build" --prefix "$work/prefix" >install.log || fail "cmake --install: $(cat install.log)"
+mv prefix 'moved prefix'
+signs "$work/moved prefix"
+
+echo "all passed"

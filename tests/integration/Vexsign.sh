@@ -1,0 +1,205 @@
+#!/bin/bash
+# vexsign as a command: Vexsign.sh <vexsign> <directory of the recording toolkit>
+# Every signature is verified by openssl, with the command that vexsign itself prints.
+set -euo pipefail
+
+vexsign=$1
+recording=$2
+here=$(dirname "$(readlink -f "$0")")
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+export LC_ALL=C.UTF-8 XDG_DATA_HOME=$work/data
+mkdir data
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# expect STATUS COMMAND...: output and messages are in the files out and err.
+expect() {
+    local wanted=$1 status=0
+    shift
+    "$@" >out 2>err </dev/null || status=$?
+    [ "$status" -eq "$wanted" ] || fail "exit status $status instead of $wanted: $* ($(cat err))"
+}
+
+# says TEXT: the last command said it on standard error.
+says() {
+    grep -qF -- "$1" err || fail "\"$1\" is not in: $(cat err)"
+}
+
+# ---- Stores: two keys with a PIN, one of them RSA ----
+
+pin='a b%&?#1'
+printf '%s\n' "$pin" >pin
+make_key() {
+    openssl req -x509 -newkey "$2" ${3:+-pkeyopt "$3"} -nodes -keyout "$1.key" -out "$1.pem" -days 30 -subj "/CN=$1" \
+        2>/dev/null
+}
+make_key rsa rsa:2048
+make_key ec ec ec_paramgen_curve:P-256
+for name in rsa ec; do
+    openssl pkcs12 -export -in $name.pem -inkey $name.key -out $name.p12 -passout "pass:$pin"
+done
+mkdir 'a folder 50% #1'
+cp rsa.p12 'a folder 50% #1/'
+cat rsa.pem rsa.key ec.pem ec.key >both.pem
+
+printf 'two lines\r\nand \0 bytes \xff\xfe' >'it'\''s data.bin'
+printf 'Grüße, 你好 🦊\nsecond line\n' >text.txt
+cp text.txt -- -dash
+
+echo "== help, version, usage"
+for command in "" list p1 p7; do
+    # shellcheck disable=SC2086
+    expect 0 "$vexsign" $command --help
+    grep -q '^Examples:$' out || fail "no examples in the help of '$command'"
+    [ ! -s err ] || fail "the help of '$command' is on standard error"
+done
+expect 0 "$vexsign" --version
+grep -Eq '^vexsign [0-9.]+$' out || fail "version: $(cat out)"
+while read -r arguments; do
+    # shellcheck disable=SC2086
+    expect 2 "$vexsign" $arguments
+    if [ ! -s err ] || [ -s out ]; then
+        fail "the message about wrong usage: $arguments"
+    fi
+done <<'END'
+
+list
+sign demo:
+p7 demo: text.txt extra
+p7 demo: text.txt --out pem
+p1 demo: text.txt --attached
+p7 demo: text.txt --filter RSA
+p7 demo: text.txt --filter colour=red
+p7 demo: text.txt --pin-source pin --ask-pin
+p7 file:/x?pin-value=1 text.txt --ask-pin
+p7 demo: text.txt --verify-hint
+p7 demo: --output x --verify-hint
+p1 demo: text.txt --output x --verify-hint
+p7 demo: text.txt --output x --no-cert --verify-hint
+list demo: --digest SHA256
+END
+
+echo "== failures have the toolkit's number and text"
+expect 1 "$vexsign" list ./missing.p12
+says 'vexsign: error 1103: The store file does not exist'
+expect 1 "$vexsign" list ./rsa.p12
+says 'error 1107: '
+echo wrong >wrong-pin
+expect 1 "$vexsign" list ./rsa.p12 --pin-source wrong-pin
+says 'error 1108: The PIN is wrong'
+expect 1 "$vexsign" p1 demo: text.txt --digest MD5
+says 'error 1202: '
+expect 1 "$vexsign" p1 demo: text.txt --filter fingerprint=12
+says 'error 1204: '
+expect 1 "$vexsign" p1 demo: text.txt --filter 99=x
+says 'error 1203: '
+expect 1 "$vexsign" p1 demo: text.txt --single
+says 'error 1302: '
+expect 1 "$vexsign" p7 demo: text.txt --filter subject=nobody
+says 'error 1301: '
+expect 1 "$vexsign" p7 demo:
+says 'error 1303: '
+expect 1 "$vexsign" p7 demo: missing.txt
+says 'missing.txt: No such file'
+expect 1 "$vexsign" p7 demo: text.txt --output missing/x
+says 'missing/x: No such file'
+expect 1 "$vexsign" p7 demo: "it's data.bin" --text
+says 'zero bytes'
+status=0
+"$vexsign" p7 demo: text.txt >/dev/full 2>err || status=$?
+[ "$status" -eq 1 ] || fail "exit status $status for a full disk"
+expect 1 setsid --wait "$vexsign" list ./rsa.p12 --ask-pin
+says 'no terminal'
+expect 0 "$vexsign" list "file:$work/rsa.p12?pin-value=a%20b%25%26%3F%231"
+says 'can see a PIN on the command line'
+
+echo "== the list"
+expect 0 "$vexsign" list ./both.pem
+[ "$(cut -f 5 out | sort | tr '\n' ' ')" = 'EC RSA ' ] || fail "list: $(cat out)"
+for filter in key-algorithm=ec subject=cn=EC issuer=Cn=ec "serial=$(grep -P '\tEC\t' out | cut -f 1)" \
+    "fingerprint=$(grep -P '\tEC\t' out | cut -f 2)"; do
+    cp out all
+    expect 0 "$vexsign" list ./both.pem --filter "$filter"
+    grep -qP '\tEC\tCN=ec\tCN=ec$' out || fail "--filter $filter: $(cat out)"
+    [ "$(wc -l <out)" -eq 1 ] || fail "--filter $filter: $(cat out)"
+    mv all out
+done
+expect 0 "$vexsign" list ./both.pem --filter key-usage=digitalSignature --filter key-algorithm=RSA --filter subject=ec
+[ ! -s out ] || fail "two filters that exclude each other: $(cat out)"
+says 'no certificate'
+
+echo "== every signature, by the command that is printed"
+# The command in the last message; its standard output is nobody's business.
+verify() {
+    sed -n 's/^To verify: //p' err >hint
+    [ "$(wc -l <hint)" -eq 1 ] || fail "no command: $(cat err)"
+    if ! sh -e hint >verified 2>&1; then
+        fail "not verified: $(cat hint verified)"
+    fi
+}
+verified=0
+for store in ./rsa.p12 ./ec.p12 "./a folder 50% #1/rsa.p12"; do
+    for form in base64 der; do
+        for file in "it's data.bin" text.txt -dash; do
+            for digest in SHA256 sha-384 SHA2-512 SHA-512/256; do
+                rm -f 'a signature' signer.pem 'a signature.content'
+                expect 0 "$vexsign" p1 "$store" --pin-source pin --digest $digest --out $form \
+                    --output 'a signature' --cert-out signer.pem --verify-hint -- "$file"
+                verify
+                verified=$((verified + 1))
+            done
+            for options in "" --attached "--cert-out signer.pem" "--no-cert --cert-out signer.pem" \
+                "--attached --no-cert --cert-out signer.pem"; do
+                rm -f 'a signature' signer.pem 'a signature.content'
+                # shellcheck disable=SC2086
+                expect 0 "$vexsign" p7 "$store" --pin-source pin $options --out $form --output 'a signature' \
+                    --verify-hint -- "$file"
+                verify
+                verified=$((verified + 1))
+                # The command has to fail for something else.
+                cp -- "$file" kept
+                printf x >>"./$file"
+                ! sh -e hint >/dev/null 2>&1 || fail "a changed file is verified: $(cat hint)"
+                mv kept "./$file"
+            done
+        done
+    done
+done
+[ $verified -eq 162 ] || fail "$verified signatures"
+
+# The same command, the signature of another key.
+expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --output sig --cert-out signer.pem --verify-hint text.txt
+cp ec.pem signer.pem
+sed -n 's/^To verify: //p' err >hint
+! sh -e hint >/dev/null 2>&1 || fail "verified with another's key"
+
+echo "== SHA-3, text, standard streams"
+expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --digest SHA3-256 -o sig --cert-out signer.pem --verify-hint text.txt
+verify
+expect 0 "$vexsign" p7 ./both.pem --filter key-algorithm=EC --text -o sig --verify-hint text.txt
+verify
+"$vexsign" p7 ./both.pem --attached <"it's data.bin" | openssl base64 -d -A |
+    openssl cms -verify -binary -inform DER -noverify -out recovered 2>/dev/null
+cmp recovered "it's data.bin"
+"$vexsign" p1 ./rsa.p12 --pin-source pin --out der - <text.txt >sig
+openssl x509 -in rsa.pem -noout -pubkey -out rsa.pub
+openssl dgst -sha256 -verify rsa.pub -signature sig text.txt >/dev/null || fail "P1 through standard streams"
+
+echo "== a PIN that is asked for"
+"$here/VexsignPrompt.py" "$vexsign" ./rsa.p12 "$pin"
+
+echo "== another toolkit in the place of this one"
+LD_LIBRARY_PATH=$recording expect 0 "$vexsign" p1 'whatever it takes' text.txt
+[ "$(cat out)" = text ] || fail "the recording toolkit's signature: $(cat out)"
+LD_LIBRARY_PATH=$recording expect 0 "$vexsign" p7 x text.txt --out der
+[ "$(openssl base64 -A <out)" = text ] || fail "the recording toolkit's signature in DER"
+LD_LIBRARY_PATH=$recording expect 0 "$vexsign" list x
+[ "$(cat out)" = text ] || fail "the recording toolkit's list: $(cat out)"
+
+echo "all passed"

@@ -1,0 +1,80 @@
+#include "Hint.h"
+
+#include <cctype>
+#include <string_view>
+
+namespace vexsign {
+namespace {
+
+// A file name as one word of sh that no program takes for an option.
+std::string Word(const std::string& strName) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/+,:@%";
+    std::string strPath = strName.starts_with('-') ? "./" + strName : strName;
+    if (strPath.find_first_not_of(kPlain) == std::string::npos && !strPath.starts_with('~')) {
+        return strPath;
+    }
+    std::string strWord = "'";
+    for (const char ch : strPath) {
+        strWord += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
+    }
+    return strWord + "'";
+}
+
+// The option of "openssl dgst" for a name as the toolkit takes it: "SHA-256" and "sha2-256" are -sha256, "SHA3-256" is
+// -sha3-256, "SHA-512/256" is -sha512-256.
+std::string DigestOption(const std::string& strName) {
+    if (strName.empty()) {
+        return "-sha256";
+    }
+    std::string strText;
+    for (const char ch : strName) {
+        strText += ch == '/' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    }
+    for (const std::string_view prefix : {"sha2-", "sha-"}) {
+        if (strText.starts_with(prefix)) {
+            strText.replace(0, prefix.size(), "sha");
+        }
+    }
+    return "-" + strText;
+}
+
+std::string P1Hint(const Options& options) {
+    const std::string strKey = Word(options.strCertificate + ".pub");
+    const std::string strVerify =
+        "openssl dgst " + DigestOption(options.strDigest) + " -verify " + strKey + " -signature ";
+    const std::string strMakeKey =
+        "openssl x509 -in " + Word(options.strCertificate) + " -noout -pubkey -out " + strKey + " && ";
+    if (options.bDer) {
+        return strMakeKey + strVerify + Word(options.strOutput) + " " + Word(options.strInput);
+    }
+    return strMakeKey + "openssl base64 -d -A -in " + Word(options.strOutput) + " | " + strVerify + "/dev/stdin " +
+           Word(options.strInput);
+}
+
+std::string P7Hint(const Options& options) {
+    std::string strHint = "openssl cms -verify -binary -inform DER";
+    if (options.bDer) {
+        strHint += " -in " + Word(options.strOutput);
+    } else {
+        strHint.insert(0, "openssl base64 -d -A -in " + Word(options.strOutput) + " | ");
+    }
+    if (options.strCertificate.empty()) {
+        strHint += " -noverify";
+    } else {
+        const std::string strCertificate = Word(options.strCertificate);
+        strHint += " -certfile " + strCertificate + " -CAfile " + strCertificate + " -partial_chain -purpose any";
+    }
+    if (options.bDetached) {
+        return strHint + " -content " + Word(options.strInput) + " -out /dev/null";
+    }
+    const std::string strContent = Word(options.strOutput + ".content");
+    return strHint + " -out " + strContent + " && cmp " + strContent + " " + Word(options.strInput);
+}
+
+}  // namespace
+
+std::string VerifyHint(const Options& options) {
+    return options.command == Command::kP1 ? P1Hint(options) : P7Hint(options);
+}
+
+}  // namespace vexsign

@@ -1,0 +1,44 @@
+// The command line.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VCTKFilter.h"
+
+namespace vexsign {
+
+enum class Command { kList, kP1, kP7 };
+
+struct FilterOption {
+    ULONG ulType;
+    std::string strValue;
+};
+
+struct Options {
+    Command command = Command::kList;
+    std::string strStore;
+    std::string strPinSource;  // empty: none
+    bool bAskPin = false;
+    std::vector<FilterOption> filters;
+    bool bSingle = false;
+
+    // Of kP1 and kP7.
+    std::string strInput = "-";   // "-": standard input
+    std::string strOutput = "-";  // "-": standard output
+    bool bText = false;
+    bool bDer = false;
+    std::string strDigest;       // empty: the toolkit's own choice
+    std::string strCertificate;  // file for the signer's certificate; empty: none
+    bool bVerifyHint = false;
+
+    // Of kP7.
+    bool bDetached = true;
+    bool bCertificate = true;
+};
+
+// Nothing when the program is to end with nExit: help or version were printed, or the usage was wrong, which was told.
+std::optional<Options> ParseOptions(int argc, char** argv, int& nExit);
+
+}  // namespace vexsign

@@ -1,0 +1,51 @@
+// The client toolkit's operations, with its failures as exceptions and its texts as strings.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "VCTK.h"
+
+namespace vexsign {
+
+// An operation of the toolkit failed. what(): "error <number>: <text>".
+class ToolkitError : public std::runtime_error {
+public:
+    ToolkitError(INT nNumber, const std::string& strText);
+    INT Number() const { return m_nNumber; }
+
+private:
+    INT m_nNumber;
+};
+
+// A signing object, from its making to its end. Members throw ToolkitError, or std::bad_alloc.
+class SigningObject {
+public:
+    // strStore: in the toolkit's own syntax.
+    explicit SigningObject(const std::string& strStore);
+    ~SigningObject();
+    SigningObject(const SigningObject&) = delete;
+    SigningObject& operator=(const SigningObject&) = delete;
+
+    void SetDigest(const std::string& strName);
+    void SetChooseSingle();
+    void AddFilter(ULONG ulType, const std::string& strValue);
+
+    // nInputForm: 1, the text is Base64 of the data; 0, it is the data. The signature as the toolkit gives it, Base64.
+    std::string SignP1(const std::string& strText, int nInputForm);
+    std::string SignP7(const std::string& strText, int nInputForm, bool bDetached, bool bIncludeCertificate);
+
+    // Base64 of the certificate of the last signature.
+    std::string Certificate();
+    // One line for each certificate that could sign, its fields separated by tabulators. Empty without any.
+    std::string CertificateList();
+
+private:
+    void Require(INT nResult);
+    template <typename Query>
+    std::string Fetch(Query query);
+
+    HANDLE m_hObject;
+};
+
+}  // namespace vexsign

@@ -1,0 +1,136 @@
+// vexsign: signs from the command line with whatever client toolkit is installed.
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <optional>
+
+#include "Base64.h"
+#include "Exit.h"
+#include "Files.h"
+#include "Hint.h"
+#include "Options.h"
+#include "Prompt.h"
+#include "Secret.h"
+#include "StoreText.h"
+#include "Toolkit.h"
+
+namespace vexsign {
+namespace {
+
+// As VCTK.h numbers them.
+constexpr int kInputText = 0;
+constexpr int kInputBase64 = 1;
+
+void Say(const char* pszText) {
+    static_cast<void>(std::fprintf(stderr, "vexsign: %s\n", pszText));
+}
+
+void SetStore(const Options& options, Secret& store) {
+    std::string strStore = StoreOf(options.strStore);
+    if (options.bAskPin) {
+        Secret pin;
+        AskPin("PIN: ", pin);
+        AppendPin(strStore, pin, store);
+    } else {
+        store.Text() =
+            options.strPinSource.empty() ? std::move(strStore) : WithPinSource(strStore, options.strPinSource);
+    }
+}
+
+void List(SigningObject& object) {
+    const std::string strList = object.CertificateList();
+    if (strList.empty()) {
+        Say("no certificate could sign");
+        return;
+    }
+    WriteWhole("-", strList + "\n");
+}
+
+std::string SignInput(SigningObject& object, const Options& options) {
+    const std::string bytes = ReadWhole(options.strInput);
+    if (options.bText && bytes.find('\0') != std::string::npos) {
+        throw std::runtime_error("a text with zero bytes would be signed up to the first of them; leave --text out");
+    }
+    const std::string strText = options.bText ? bytes : EncodeBase64(bytes);
+    const int nInputForm = options.bText ? kInputText : kInputBase64;
+    return options.command == Command::kP1
+               ? object.SignP1(strText, nInputForm)
+               : object.SignP7(strText, nInputForm, options.bDetached, options.bCertificate);
+}
+
+std::string Decoded(const std::string& strBase64, const char* pszWhat) {
+    std::optional<std::string> bytes = DecodeBase64(strBase64);
+    if (!bytes) {
+        throw std::runtime_error(std::string("the toolkit's ") + pszWhat + " is not Base64");
+    }
+    return std::move(*bytes);
+}
+
+std::string Pem(const std::string& strDer) {
+    constexpr std::size_t kLine = 64;
+    const std::string strBase64 = EncodeBase64(strDer);
+    std::string strPem = "-----BEGIN CERTIFICATE-----\n";
+    for (std::size_t i = 0; i < strBase64.size(); i += kLine) {
+        strPem.append(strBase64, i, kLine).append("\n");
+    }
+    return strPem + "-----END CERTIFICATE-----\n";
+}
+
+void Sign(SigningObject& object, const Options& options) {
+    if (!options.strDigest.empty()) {
+        object.SetDigest(options.strDigest);
+    }
+    if (options.bSingle) {
+        object.SetChooseSingle();
+    }
+    const std::string strSignature = SignInput(object, options);
+    if (!options.strCertificate.empty()) {
+        WriteWhole(options.strCertificate, Pem(Decoded(object.Certificate(), "certificate")));
+    }
+    WriteWhole(options.strOutput, options.bDer ? Decoded(strSignature, "signature") : strSignature + "\n");
+    if (options.bVerifyHint) {
+        static_cast<void>(std::fprintf(stderr, "To verify: %s\n", VerifyHint(options).c_str()));
+    }
+}
+
+void Execute(const Options& options) {
+    if (HasPin(options.strStore)) {
+        Say("other users of this machine can see a PIN on the command line; use --pin-source or --ask-pin");
+    }
+    Secret store;
+    SetStore(options, store);
+    SigningObject object(store.Text());
+    for (const FilterOption& filter : options.filters) {
+        object.AddFilter(filter.ulType, filter.strValue);
+    }
+    if (options.command == Command::kList) {
+        List(object);
+    } else {
+        Sign(object, options);
+    }
+}
+
+int Run(int argc, char** argv) {
+    int nExit = kExitOk;
+    const std::optional<Options> options = ParseOptions(argc, argv, nExit);
+    if (!options) {
+        return nExit;
+    }
+    try {
+        Execute(*options);
+    } catch (const std::bad_alloc&) {
+        Say("out of memory");
+        return kExitError;
+    } catch (const std::exception& error) {
+        Say(error.what());
+        return kExitError;
+    }
+    return kExitOk;
+}
+
+}  // namespace
+}  // namespace vexsign
+
+int main(int argc, char** argv) {
+    return vexsign::Run(argc, argv);
+}
