@@ -125,7 +125,7 @@ exports() {
         sort
 }
 
-needs_symbol() { readelf --dyn-syms -W "$1" | awk '$7 == "UND" { print $8 }' | grep -q "^$2\(@\|\$\)"; }
+needs_symbol() { readelf --dyn-syms -W "$1" | awk '$7 == "UND" { print $8 }' | grep >/dev/null "^$2\(@\|\$\)"; }
 
 sorted() { printf '%s\n' "$1" | sort; }
 

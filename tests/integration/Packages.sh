@@ -78,7 +78,7 @@ done
 for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
     ldd "$file" | grep 'not found' | grep -v libVEXClientTKDll64.so && fail "$file is not complete"
 done
-ldd root-bridge/usr/lib/jni/libTAVClientJNI.so | grep -q 'libVEXClientTKDll64.so => not found' ||
+ldd root-bridge/usr/lib/jni/libTAVClientJNI.so | grep >/dev/null 'libVEXClientTKDll64.so => not found' ||
     fail "the bridge finds a toolkit without its package"
 [ "$(readelf -d root-bridge/usr/lib/jni/libTAVClientJNI.so | grep -c 'RUNPATH.*\[.ORIGIN\]')" -eq 1 ] ||
     fail "the run path of the bridge"
@@ -87,11 +87,11 @@ echo "== signing from them"
 for package in "$bridge" "$toolkit" "$tools"; do
     dpkg-deb -x "$package" root
 done
-ldd root/usr/bin/vexsign | grep -qF "libVEXClientTKDll64.so => $work/root/usr/bin/../lib/jni/" ||
+ldd root/usr/bin/vexsign | grep -F >/dev/null "libVEXClientTKDll64.so => $work/root/usr/bin/../lib/jni/" ||
     fail "vexsign's toolkit: $(ldd root/usr/bin/vexsign)"
 signs "$work/root/usr"
 for page in vexsign vexlog vexfiled; do
-    gzip -dc "root/usr/share/man/man1/$page.1.gz" | grep -q "^\.Dt ${page^^} 1" || fail "the page of $page"
+    gzip -dc "root/usr/share/man/man1/$page.1.gz" | grep >/dev/null "^\.Dt ${page^^} 1" || fail "the page of $page"
     root/usr/bin/$page --version >/dev/null
 done
 
