@@ -279,21 +279,22 @@ inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR
     // longer than the header, keep libc from giving up on very long ones before the cut.
     wchar_t szHeader[MAX_HEADER + 1] = {};
     if (bWithFunctionName) {
-        std::swprintf(szHeader, MAX_HEADER,
-                      L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls-%.260ls(%d)]: ", getpid(),
-                      nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
-                      local.tm_sec, moment.nMicroseconds, lpszSrcFileName, lpszFunctionName, nLine);
+        static_cast<void>(std::swprintf(
+            szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls-%.260ls(%d)]: ",
+            getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+            local.tm_sec, moment.nMicroseconds, lpszSrcFileName, lpszFunctionName, nLine));
     } else {
-        std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls(%d)]: ",
-                      getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                      local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, nLine);
+        static_cast<void>(
+            std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls(%d)]: ",
+                          getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                          local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, nLine));
     }
     szHeader[MAX_HEADER - 1] = 0;
     strLine.append(szHeader);
     AppendLogHeader(strLine);
 
     const auto pszMessage = std::make_unique<wchar_t[]>(MAX_MESSAGE);
-    std::vswprintf(pszMessage.get(), MAX_MESSAGE, lpszFormat, args);
+    static_cast<void>(std::vswprintf(pszMessage.get(), MAX_MESSAGE, lpszFormat, args));
     pszMessage[MAX_MESSAGE - 1] = 0;
     strLine.append(pszMessage.get());
     QueueLine(std::move(strLine));
@@ -439,7 +440,7 @@ inline CDebugLogMgr* CDebugLogMgr::CreateInstance() {
     alignas(CDebugLogMgr) static unsigned char s_storage[sizeof(CDebugLogMgr)];
     CDebugLogMgr* const pMgr = ::new (static_cast<void*>(s_storage)) CDebugLogMgr;
     s_pInstance.store(pMgr, std::memory_order_release);
-    std::atexit(ExitHandler);
+    static_cast<void>(std::atexit(ExitHandler));
     return pMgr;
 }
 
@@ -451,16 +452,16 @@ inline CDebugLogMgr::CDebugLogMgr() : m_hEvent(nullptr) {
     m_dwTruncatePercent = 20;
     m_logLevel = DEFAULT_LEVEL;
     // For the whole process, on purpose: the conversions to narrow text follow it.
-    std::setlocale(LC_ALL, "");
+    static_cast<void>(std::setlocale(LC_ALL, ""));
     // libc loads a locale's conversions when they are first used, under a lock that a forked child would find locked
     // for ever: now, while no fork can come between. For an ASCII character they would not be needed.
-    std::btowc(0x80);
+    static_cast<void>(std::btowc(0x80));
     sem_init(&m_sem, 0, 0);
     exit_flag = 0;
     m_thread = 0;
     ReplaceLogFileName(DEFAULT_NAME);
     char szProfile[260] = {};
-    std::snprintf(szProfile, sizeof(szProfile), "%s%s", "/var/log", ".ini");
+    static_cast<void>(std::snprintf(szProfile, sizeof(szProfile), "%s%s", "/var/log", ".ini"));
     m_logLevel = static_cast<int>(GetPrivateProfileIntA("loginfo", "logLevel", DEFAULT_LEVEL, szProfile));
     m_logCacheHead = m_logCacheTail = nullptr;
     CreateWriteLogThread();
@@ -718,9 +719,9 @@ inline BOOL CDebugLogMgr::ReplaceByFallbackName(std::wstring& strName) {
     }
     const std::tm& local = moment.local;
     wchar_t szName[MAX_FALLBACK + 1] = {};
-    std::swprintf(szName, MAX_FALLBACK, L" %ls.%04d.%02d.%02d.%02d.%02d.%02d.%03d", strName.c_str(),
-                  local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                  moment.nMicroseconds);
+    static_cast<void>(std::swprintf(szName, MAX_FALLBACK, L" %ls.%04d.%02d.%02d.%02d.%02d.%02d.%03d", strName.c_str(),
+                                    local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                                    local.tm_sec, moment.nMicroseconds));
     szName[MAX_FALLBACK - 1] = 0;
     const std::wstring strOld = std::exchange(strName, szName);
     const CDebugLogLock lock(s_csTexts);

@@ -144,6 +144,7 @@ public:
         }
     }
 
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): SetBuffer copes with its own bytes
     CSmartBuffer& operator=(const CSmartBuffer& objSmartBuffer) {
         SetBuffer(objSmartBuffer.GetAddress(), objSmartBuffer.GetSize());
         return *this;
