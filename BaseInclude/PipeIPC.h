@@ -251,11 +251,11 @@ private:
     std::list<RouteMessage> m_listRecvReponseMsg;  // guarded by m_listRecLock
     BOOL m_bStopRecv = FALSE;                      // 1 once the object is being destroyed
     BOOL m_bConnectState = FALSE;                  // 1 once a server has accepted the client
-    BOOL m_AutoReConnect = TRUE;
+    [[maybe_unused]] BOOL m_AutoReConnect = TRUE;
     ULONG m_ServerIP = 0;  // in network byte order
-    USHORT m_ServerPort = 0;
-    HANDLE m_hRecvMsgHandle = nullptr;
-    DWORD m_timeout = 10000;  // milliseconds
+    [[maybe_unused]] USHORT m_ServerPort = 0;
+    [[maybe_unused]] HANDLE m_hRecvMsgHandle = nullptr;
+    [[maybe_unused]] DWORD m_timeout = 10000;  // milliseconds
     pthread_mutex_t m_listRecLock;
     pthread_mutex_t m_ClientInfoLock;
     pthread_mutex_t ClientLock;
