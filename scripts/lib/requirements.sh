@@ -6,7 +6,7 @@
 #                          Ubuntu with apt-get (with sudo for anyone but root) after saying which. Asks and installs
 #                          nothing when all is there. Ends the script when something is missing all the same.
 #
-# Stages: build, package, demo, test, fuzz, coverage, lint.
+# Stages: build, package, demo, test, fuzz, soak, bench, coverage, lint.
 
 # One requirement a line: its stage, its package, the function (and its arguments) that says whether it is there, and
 # after a "#" what it is called when it is missing. Not only packages count: a compiler from elsewhere will do.
@@ -44,6 +44,7 @@ test     pkg-config            _vex_has_command pkg-config                  # pk
 fuzz     clang                 _vex_has_command clang++                     # clang
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
+soak     valgrind              _vex_has_command valgrind                    # valgrind
 coverage gcovr                 _vex_has_command gcovr                       # gcovr
 lint     clang-format          _vex_has_command clang-format                # clang-format
 lint     clang-tidy            _vex_has_command clang-tidy                  # clang-tidy

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "Amount.h"
 #include "FileServerProcess.h"
 #include "LogTest.h"
 #include "Scale.h"
@@ -312,8 +313,7 @@ std::map<std::pair<int, int>, std::vector<int>> NumbersIn(const std::string& byt
 // The shell that each exchange runs makes a record cost some ten milliseconds: so few by default. The environment
 // variable VEX_TEST_SERVER_RECORDS asks for more.
 int RecordsOfEachThread() {
-    const char* const pszRecords = std::getenv("VEX_TEST_SERVER_RECORDS");
-    return pszRecords != nullptr ? std::atoi(pszRecords) : std::max(Scaled(40), 10);
+    return static_cast<int>(AmountOf("VEX_TEST_SERVER_RECORDS", std::max(Scaled(40), 10)));
 }
 
 TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
