@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
@@ -30,6 +31,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "CVEXCritical.h"
@@ -151,14 +153,14 @@ private:
                     LPCTSTR lpszFormat, ...);
     void MakeLogDirectory();
     void AppendLogHeader(std::wstring& strLine);
-    void QueueLine(std::wstring&& strLine);
+    void QueueLine(std::unique_ptr<LogCacheList> pNode);
 
     void WriteQueuedLines();
     BOOL IsExiting();
     std::unique_ptr<LogCacheList> TakeLine();
     void DiscardLines();
-    BOOL WriteLine(const std::wstring& strLine);
-    Opened OpenLogFile();
+    BOOL WriteLine(const std::wstring& strLine, std::wstring& strName);
+    Opened OpenLogFile(std::wstring& strName);
     BOOL ReplaceByFallbackName(std::wstring& strName);
     void AppendLine(const std::wstring& strLine, ULONGLONG& ullFileSize);
     void CutLogFile(ULONGLONG ullFileSize);
@@ -167,7 +169,7 @@ private:
     BOOL AppendBytes(const void* pData, std::size_t cbData);
     BOOL WriteBytes(const void* pData, std::size_t cbData);
 
-    std::wstring LogFileName();
+    void CopyLogFileName(std::wstring& strName);
     void ReplaceLogFileName(std::wstring strName);
 
     std::wstring m_strLogFileName;  // guarded by s_csTexts; tracing threads read CDebugLogName
@@ -189,6 +191,7 @@ private:
 
     // Outside the object because they have to outlive it, or to be there before it.
     inline static std::atomic<CDebugLogMgr*> s_pInstance{nullptr};
+    inline static std::atomic<int> s_nDropBelow{INT_MIN};          // m_logLevel, once that is known
     inline static std::atomic<BOOL> s_bHasHeader{FALSE};           // spares records a lock when no header is set
     inline static std::atomic<BOOL> s_bChildWithoutWriter{FALSE};  // forked, and nothing logged since
     inline static BOOL s_bEndMissing = FALSE;   // of the writer: the server has a record's text and not its line ends
@@ -209,7 +212,7 @@ inline CDebugLogMgr::MacroHelper::MacroHelper(LPCTSTR lpszLogType, int nLogLevel
                                               LPCTSTR lpszFunctionName, DWORD dwSrcLineNumber)
     : m_dwSrcLineNumber(dwSrcLineNumber), m_curLogLevel(nLogLevel) {
     // The level of the log stays what it is once there is a log: what is dropped now needs no texts later.
-    if (s_pInstance.load(std::memory_order_acquire) != nullptr && !IsWritten(nLogLevel)) {
+    if (nLogLevel < s_nDropBelow.load(std::memory_order_relaxed)) {
         return;
     }
     if (lpszSrcFileName != nullptr) {
@@ -243,9 +246,11 @@ inline void CDebugLogMgr::MacroHelper::operator()(LPCTSTR lpszFormat, ...) {
 }
 
 inline BOOL CDebugLogMgr::IsWritten(int nLogLevel) {
-    CDebugLogMgr* const pMgr = GetInstance();
-    const CUse use;
-    return use.IsGranted() && pMgr->m_logLevel <= nLogLevel;
+    if (nLogLevel < s_nDropBelow.load(std::memory_order_relaxed)) {
+        return FALSE;
+    }
+    GetInstance();
+    return !CDebugLogUsers::IsClosed() && s_nDropBelow.load(std::memory_order_relaxed) <= nLogLevel;
 }
 
 inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszSrcFileName,
@@ -264,10 +269,6 @@ inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR
     RestartAfterFork();
     MakeLogDirectory();
 
-    std::wstring strLine;
-    if (lpszLogType != nullptr) {
-        strLine = lpszLogType;
-    }
     Moment moment = {};
     if (!Now(moment)) {
         return;
@@ -290,14 +291,21 @@ inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR
                           local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, nLine));
     }
     szHeader[MAX_HEADER - 1] = 0;
-    strLine.append(szHeader);
-    AppendLogHeader(strLine);
-
     const auto pszMessage = std::make_unique<wchar_t[]>(MAX_MESSAGE);
     static_cast<void>(std::vswprintf(pszMessage.get(), MAX_MESSAGE, lpszFormat, args));
     pszMessage[MAX_MESSAGE - 1] = 0;
-    strLine.append(pszMessage.get());
-    QueueLine(std::move(strLine));
+
+    // Put together in its node, which has the memory that it takes and no more.
+    const std::wstring_view strType(lpszLogType != nullptr ? lpszLogType : L"");
+    const std::wstring_view strHeader(szHeader);
+    const std::wstring_view strMessage(pszMessage.get());
+    std::unique_ptr<LogCacheList> pNode(new LogCacheList{{}, nullptr});
+    std::wstring& strLine = pNode->strLog;
+    strLine.reserve(strType.size() + strHeader.size() + strMessage.size());
+    strLine.append(strType).append(strHeader);
+    AppendLogHeader(strLine);
+    strLine.append(strMessage);
+    QueueLine(std::move(pNode));
 }
 
 inline void CDebugLogMgr::Output(LPCTSTR lpszLogType, LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName,
@@ -336,14 +344,14 @@ inline void CDebugLogMgr::AppendLogHeader(std::wstring& strLine) {
     }
 }
 
-inline void CDebugLogMgr::QueueLine(std::wstring&& strLine) {
-    LogCacheList* const pNode = new LogCacheList{std::move(strLine), nullptr};
+inline void CDebugLogMgr::QueueLine(std::unique_ptr<LogCacheList> pNode) {
+    LogCacheList* const pNew = pNode.release();
     m_csLogCache.EnterVEXCritical();
     if (m_logCacheTail != nullptr) {
-        m_logCacheTail->next = pNode;
-        m_logCacheTail = pNode;
+        m_logCacheTail->next = pNew;
+        m_logCacheTail = pNew;
     } else {
-        m_logCacheHead = m_logCacheTail = pNode;
+        m_logCacheHead = m_logCacheTail = pNew;
     }
     m_csLogCache.LeaveVEXCritical();
     sem_post(&m_sem);
@@ -361,9 +369,9 @@ inline BOOL CDebugLogMgr::Now(Moment& moment) {
 
 // ---- Configuration ----
 
-inline std::wstring CDebugLogMgr::LogFileName() {
+inline void CDebugLogMgr::CopyLogFileName(std::wstring& strName) {
     const CDebugLogLock lock(s_csTexts);
-    return m_strLogFileName;
+    strName = m_strLogFileName;
 }
 
 inline void CDebugLogMgr::ReplaceLogFileName(std::wstring strName) {
@@ -463,6 +471,7 @@ inline CDebugLogMgr::CDebugLogMgr() : m_hEvent(nullptr) {
     char szProfile[260] = {};
     static_cast<void>(std::snprintf(szProfile, sizeof(szProfile), "%s%s", "/var/log", ".ini"));
     m_logLevel = static_cast<int>(GetPrivateProfileIntA("loginfo", "logLevel", DEFAULT_LEVEL, szProfile));
+    s_nDropBelow.store(m_logLevel, std::memory_order_relaxed);
     m_logCacheHead = m_logCacheTail = nullptr;
     CreateWriteLogThread();
 }
@@ -587,13 +596,14 @@ inline void* CDebugLogMgr::WriteLogThreadProc(LPVOID lpParameter) {
 }
 
 inline void CDebugLogMgr::WriteQueuedLines() {
+    std::wstring strName;  // the memory for it is there from the second record on
     for (;;) {
         sem_wait(&m_sem);
         if (IsExiting()) {
             return;
         }
         while (const std::unique_ptr<LogCacheList> pNode = TakeLine()) {
-            if (!WriteLine(pNode->strLog)) {
+            if (!WriteLine(pNode->strLog, strName)) {
                 return;
             }
         }
@@ -638,8 +648,8 @@ inline void CDebugLogMgr::DiscardLines() {
     }
 }
 
-// FALSE: the clock cannot be read for a file name that has to be made, and the writer ends.
-inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
+// FALSE: the clock cannot be read for a file name that has to be made, and the writer ends. strName: room for a name.
+inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine, std::wstring& strName) {
     if (!VEXLoadField(m_bOutputLogToFile)) {
         return TRUE;
     }
@@ -648,7 +658,7 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
         m_logFile.CloseFile();  // the server was switched on or off
         m_logFile.ForgetServerFile();
     }
-    const Opened opened = m_logFile.IsOpen() ? Opened::Ready : OpenLogFile();
+    const Opened opened = m_logFile.IsOpen() ? Opened::Ready : OpenLogFile(strName);
     if (opened == Opened::NoClock) {
         return FALSE;
     }
@@ -666,11 +676,11 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
 }
 
 // A file with a name that had to be made is opened, and given its header, but does not get the record.
-inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile() {
+inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile(std::wstring& strName) {
     if (m_logFile.IsServerSupportEnabled()) {
         return OpenServerFile() ? Opened::Ready : Opened::LineGivenUp;
     }
-    std::wstring strName = LogFileName();
+    CopyLogFileName(strName);
     BOOL bFallback = strName.empty() || PathIsDirectoryW(strName.c_str());
     for (BOOL bMakeName = bFallback;; bMakeName = bFallback = TRUE) {
         if (bMakeName && !ReplaceByFallbackName(strName)) {
@@ -695,7 +705,9 @@ inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile() {
 // The server knows what the name is. Another process may have appended to the new file already.
 inline BOOL CDebugLogMgr::OpenServerFile() {
     DWORD dwError = ERROR_SUCCESS;
-    if (!m_logFile.OpenFile(LogFileName().c_str(), dwError)) {
+    std::wstring strName;
+    CopyLogFileName(strName);
+    if (!m_logFile.OpenFile(strName.c_str(), dwError)) {
         return FALSE;
     }
     return dwError != ERROR_SUCCESS || (m_logFile.SeekToEnd() && WriteBytes("\xFF\xFE", 2));

@@ -82,23 +82,27 @@ jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
 
 namespace {
 
-// A function's name for a record. It is narrow, but the log's %s takes it for wide text and reads whole characters from
-// it: it is therefore kept in wide characters, four bytes in each, with a zero one behind.
+// A function's name for a record, as wide text and as the message's argument. That one is narrow, but the log's %s
+// takes it for wide text and reads whole characters from it: it is therefore kept in wide characters, four bytes in
+// each, with a zero one behind.
 class CRecordName {
 public:
     template <std::size_t N>
     constexpr explicit CRecordName(const char (&szName)[N]) {
         static_assert(N - 1 <= (kUnits - 1) * sizeof(wchar_t), "no room for a zero character");
         for (std::size_t i = 0; i + 1 < N; ++i) {
-            m_units[i / sizeof(wchar_t)] |= static_cast<wchar_t>(szName[i]) << (i % sizeof(wchar_t) * CHAR_BIT);
+            m_wide[i] = static_cast<wchar_t>(szName[i]);
+            m_units[i / sizeof(wchar_t)] |= m_wide[i] << (i % sizeof(wchar_t) * CHAR_BIT);
         }
     }
 
+    LPCTSTR Wide() const { return m_wide.data(); }
     const char* Narrow() const { return reinterpret_cast<const char*>(m_units.data()); }
 
 private:
     static constexpr std::size_t kUnits = 16;
 
+    std::array<wchar_t, kUnits * sizeof(wchar_t)> m_wide{};
     std::array<wchar_t, kUnits> m_units{};
 };
 
@@ -129,7 +133,7 @@ constexpr Native kGetLastErrorMessage{CRecordName("Java_vex_jni_TAVClientJNI_Get
 constexpr Native kGetCertList{CRecordName("Java_vex_jni_TAVClientJNI_GetCertList"), 552, 585};
 
 // From the root of the project, so that records do not depend on where it was built.
-constexpr char kSourceFile[] = "TAVClientJNI/vex_jni_TAVClientJNI.cpp";
+constexpr wchar_t kSourceFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
 
 constexpr int kLogLevel = 1;
 
@@ -137,9 +141,8 @@ void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
     if (!CDebugLogMgr::IsWritten(kLogLevel)) {
         return;
     }
-    const char* const pszName = native.name.Narrow();
-    CDebugLogMgr::MacroHelper(L"[INFO] ", kLogLevel, CString(kSourceFile).GetString(), CString(pszName).GetString(),
-                              dwLine)(lpszFormat, pszName);
+    CDebugLogMgr::MacroHelper(L"[INFO] ", kLogLevel, kSourceFile, native.name.Wide(), dwLine)(lpszFormat,
+                                                                                              native.name.Narrow());
 }
 
 void TraceEnter(const Native& native) {

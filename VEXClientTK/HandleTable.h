@@ -20,7 +20,13 @@ public:
 
     HANDLE Add(std::shared_ptr<T> pObject) {
         const std::lock_guard lock(m_mutex);
-        m_objects.emplace(m_nNext, std::move(pObject));
+        if (m_spare.empty()) {
+            m_objects.emplace(m_nNext, std::move(pObject));
+        } else {
+            m_spare.key() = m_nNext;
+            m_spare.mapped() = std::move(pObject);
+            m_objects.insert(std::move(m_spare));
+        }
         const std::uintptr_t nHandle = m_nNext;
         m_nNext += kStep;
         return reinterpret_cast<HANDLE>(nHandle);
@@ -37,7 +43,12 @@ public:
     std::shared_ptr<T> Remove(HANDLE hObject) {
         const std::lock_guard lock(m_mutex);
         auto node = m_objects.extract(reinterpret_cast<std::uintptr_t>(hObject));
-        return node.empty() ? nullptr : std::move(node.mapped());
+        if (node.empty()) {
+            return nullptr;
+        }
+        std::shared_ptr<T> pObject = std::move(node.mapped());
+        m_spare = std::move(node);
+        return pObject;
     }
 
     // Around a fork, in the thread that forks and in the one that it becomes: the new process does not find the table
@@ -50,8 +61,11 @@ private:
     static constexpr std::uintptr_t kStep = 4;
 
     mutable std::mutex m_mutex;
-    std::uintptr_t m_nNext;                                            // guarded by m_mutex
-    std::unordered_map<std::uintptr_t, std::shared_ptr<T>> m_objects;  // guarded by m_mutex
+    using Map = std::unordered_map<std::uintptr_t, std::shared_ptr<T>>;
+
+    std::uintptr_t m_nNext;  // guarded by m_mutex, as the next two
+    Map m_objects;
+    typename Map::node_type m_spare;  // of the object removed last: the log opens and closes its file for every record
 };
 
 }  // namespace vextk

@@ -35,26 +35,8 @@ private:
     std::size_t m_nLength = 0;
 };
 
-// The length of the result when our own conversion gives what libc gives, which it does many times faster: for ASCII in
-// the two most common encodings, and from wide text to UTF-8 for all that has an encoding.
-
 constexpr std::string_view kUtf8Codeset = "UTF-8";
 constexpr std::string_view kAsciiCodeset = "ANSI_X3.4-1968";  // of the C locale
-
-std::optional<std::size_t> FastDecodedLength(std::string_view text) {
-    const std::string_view codeset = nl_langinfo(CODESET);
-    const bool bAscii = (codeset == kUtf8Codeset || codeset == kAsciiCodeset) && DecodedLength(text) == text.size();
-    return bAscii ? std::optional(text.size()) : std::nullopt;
-}
-
-std::optional<std::size_t> FastEncodedLength(std::wstring_view text) {
-    const std::string_view codeset = nl_langinfo(CODESET);
-    if (codeset != kUtf8Codeset && codeset != kAsciiCodeset) {
-        return std::nullopt;
-    }
-    const std::optional<std::size_t> cb = EncodedLength(text);
-    return codeset == kUtf8Codeset || cb == text.size() ? cb : std::nullopt;
-}
 
 // Decodes what lies between terminators. False: malformed.
 bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
@@ -94,13 +76,22 @@ std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Subst
 
 }  // namespace
 
-std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {
-    if (const auto cch = FastDecodedLength(text); cch && (out.empty() || *cch <= out.size())) {
-        if (!out.empty()) {
-            DecodeUtf8(text, out.data());
-        }
-        return cch;
+std::optional<std::size_t> DecodedLengthAsUtf8(std::string_view text) {
+    const std::string_view codeset = nl_langinfo(CODESET);
+    const bool bAscii = (codeset == kUtf8Codeset || codeset == kAsciiCodeset) && DecodedLength(text) == text.size();
+    return bAscii ? std::optional(text.size()) : std::nullopt;
+}
+
+std::optional<std::size_t> EncodedLengthAsUtf8(std::wstring_view text) {
+    const std::string_view codeset = nl_langinfo(CODESET);
+    if (codeset != kUtf8Codeset && codeset != kAsciiCodeset) {
+        return std::nullopt;
     }
+    const std::optional<std::size_t> cb = EncodedLength(text);
+    return codeset == kUtf8Codeset || cb == text.size() ? cb : std::nullopt;
+}
+
+std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {
     Output<wchar_t> output(out);
     for (;;) {
         const std::size_t cbRun = std::min(text.find('\0'), text.size());
@@ -116,12 +107,6 @@ std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t
 }
 
 std::optional<std::size_t> EncodeLocale(std::wstring_view text, std::span<char> out, Substitute* pSubstitute) {
-    if (const auto cb = FastEncodedLength(text); cb && (out.empty() || *cb <= out.size())) {
-        if (!out.empty()) {
-            EncodeUtf8(text, out.data());
-        }
-        return cb;
-    }
     Output<char> output(out);
     std::mbstate_t state{};
     std::array<char, MB_LEN_MAX> bytes;

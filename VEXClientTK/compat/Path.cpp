@@ -21,16 +21,17 @@ public:
         if (pszPath == nullptr) {
             return ERROR_INVALID_PARAMETER;
         }
-        // The array has one zero more than is offered: a text that just fits is not terminated by the conversion.
-        if (WideCharToMultiByte(CP_ACP, 0, pszPath, -1, m_szPath.data(), PATH_MAX, nullptr, nullptr) == 0) {
+        const int cb = WideCharToMultiByte(CP_ACP, 0, pszPath, -1, m_szPath.data(), PATH_MAX, nullptr, nullptr);
+        if (cb == 0) {
             return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? ERROR_FILENAME_EXCED_RANGE : GetLastError();
         }
+        m_szPath[static_cast<std::size_t>(cb)] = '\0';  // a text that just fits is not terminated by the conversion
         return ERROR_SUCCESS;
     }
     char* Text() { return m_szPath.data(); }
 
 private:
-    std::array<char, PATH_MAX + 1> m_szPath{};
+    std::array<char, PATH_MAX + 1> m_szPath;  // not cleared, a log record is measured against it
 };
 
 // 0 for success.

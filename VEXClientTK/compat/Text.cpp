@@ -88,11 +88,20 @@ int MultiByteToWideChar(UINT uCodePage, DWORD, LPCSTR lpMultiByteStr, int cbMult
         return Convert(lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar, DecodedLength,
                        [=](std::string_view text, std::size_t) { DecodeUtf8(text, lpWideCharStr); });
     }
+    bool bAsUtf8 = false;
     return Convert(
         lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar,
-        [](std::string_view text) { return DecodeLocale(text, {}); },
-        [=](std::string_view text, std::size_t cch) {
-            DecodeLocale(text, {lpWideCharStr, cch});
+        [&](std::string_view text) {
+            const std::optional<std::size_t> cch = DecodedLengthAsUtf8(text);
+            bAsUtf8 = cch.has_value();
+            return bAsUtf8 ? cch : DecodeLocale(text, {});
+        },
+        [&](std::string_view text, std::size_t cch) {
+            if (bAsUtf8) {
+                DecodeUtf8(text, lpWideCharStr);
+            } else {
+                DecodeLocale(text, {lpWideCharStr, cch});
+            }
         });
 }
 
@@ -113,11 +122,20 @@ int WideCharToMultiByte(UINT uCodePage, DWORD, LPCWSTR lpWideCharStr, int cchWid
         return Fail(ERROR_INVALID_PARAMETER);
     }
     Substitute* const pSubstitute = lpDefaultChar != nullptr ? &substitute : nullptr;
+    bool bAsUtf8 = false;
     const int nResult = Convert(
         lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte,
-        [=](std::wstring_view text) { return EncodeLocale(text, {}, pSubstitute); },
-        [=](std::wstring_view text, std::size_t cb) {
-            EncodeLocale(text, {lpMultiByteStr, cb}, pSubstitute);
+        [&](std::wstring_view text) {
+            const std::optional<std::size_t> cb = EncodedLengthAsUtf8(text);
+            bAsUtf8 = cb.has_value();
+            return bAsUtf8 ? cb : EncodeLocale(text, {}, pSubstitute);
+        },
+        [&](std::wstring_view text, std::size_t cb) {
+            if (bAsUtf8) {
+                EncodeUtf8(text, lpMultiByteStr);
+            } else {
+                EncodeLocale(text, {lpMultiByteStr, cb}, pSubstitute);
+            }
         });
     if (nResult != 0 && lpUsedDefaultChar != nullptr) {
         *lpUsedDefaultChar = substitute.bUsed ? TRUE : FALSE;

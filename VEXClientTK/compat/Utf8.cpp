@@ -75,10 +75,11 @@ std::size_t AsciiRun(std::string_view text) {
 
 // Characters at the beginning that are ASCII.
 std::size_t AsciiRun(std::wstring_view text) {
+    constexpr std::size_t kBlock = 16;
     std::size_t n = 0;
-    for (; text.size() - n >= 8; n += 8) {
+    for (; text.size() - n >= kBlock; n += kBlock) {
         char32_t nAll = 0;
-        for (std::size_t i = 0; i < 8; ++i) {
+        for (std::size_t i = 0; i < kBlock; ++i) {
             nAll |= static_cast<char32_t>(text[n + i]);
         }
         if (nAll >= 0x80) {
@@ -149,7 +150,11 @@ std::optional<std::size_t> DecodedLength(std::string_view text) noexcept {
 
 void DecodeUtf8(std::string_view text, wchar_t* pchOut) noexcept {
     WalkUtf8(
-        text, [&pchOut](std::string_view run) { pchOut = std::copy(run.begin(), run.end(), pchOut); },
+        text,
+        [&pchOut](std::string_view run) {
+            wchar_t* const pchRun = pchOut;
+            pchOut = std::copy(run.begin(), run.end(), pchRun);
+        },
         [&pchOut](char32_t ch) { *pchOut++ = static_cast<wchar_t>(ch); });
 }
 
@@ -163,7 +168,10 @@ std::optional<std::size_t> EncodedLength(std::wstring_view text) noexcept {
 
 void EncodeUtf8(std::wstring_view text, char* pchOut) noexcept {
     const auto encodeAscii = [&pchOut](std::wstring_view run) {
-        pchOut = std::transform(run.begin(), run.end(), pchOut, [](wchar_t ch) { return static_cast<char>(ch); });
+        // To a pointer of its own, which what is written cannot be taken to change.
+        char* const pchRun = pchOut;
+        std::transform(run.begin(), run.end(), pchRun, [](wchar_t ch) { return static_cast<char>(ch); });
+        pchOut = pchRun + run.size();
     };
     const auto encodeCharacter = [&pchOut](char32_t ch, std::size_t cb) {
         constexpr char32_t kLeadMark[] = {0, 0, 0xC0, 0xE0, 0xF0};

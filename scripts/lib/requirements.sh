@@ -45,6 +45,15 @@ fuzz     clang                 _vex_has_command clang++                     # cl
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
 soak     valgrind              _vex_has_command valgrind                    # valgrind
+bench    libspdlog-dev         _vex_has_header spdlog/spdlog.h              # spdlog
+bench    libgoogle-glog-dev    _vex_has_header glog/logging.h               # glog
+bench    libbcprov-java        _vex_has_jar bcprov                          # Bouncy Castle, provider
+bench    libbcpkix-java        _vex_has_jar bcpkix                          # Bouncy Castle, CMS
+bench    libbcutil-java        _vex_has_jar bcutil                          # Bouncy Castle, ASN.1
+bench    softhsm2              _vex_has_command softhsm2-util               # SoftHSM 2
+bench    strace                _vex_has_command strace                      # strace
+bench    valgrind              _vex_has_command valgrind                    # valgrind
+bench    python3               _vex_has_command python3                     # Python 3
 coverage gcovr                 _vex_has_command gcovr                       # gcovr
 lint     clang-format          _vex_has_command clang-format                # clang-format
 lint     clang-tidy            _vex_has_command clang-tidy                  # clang-tidy

@@ -1,0 +1,130 @@
+// The least that a trace record can be: every step that a record has to have, by hand, and nothing else. No level of a
+// configuration file, no end of the process, no fork.
+//
+// Any thread.
+#pragma once
+
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdarg>
+#include <cstdlib>
+#include <ctime>
+#include <cwchar>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace bench {
+
+struct FloorLine {
+    std::wstring strText;
+    FloorLine* pNext;
+};
+
+// The queue between the tracing threads and the writer.
+class FloorQueue {
+public:
+    FloorQueue() { sem_init(&m_posts, 0, 0); }
+    FloorQueue(const FloorQueue&) = delete;
+    FloorQueue& operator=(const FloorQueue&) = delete;
+
+    void Append(std::unique_ptr<FloorLine> pLine) {
+        FloorLine* const pNew = pLine.release();
+        pthread_mutex_lock(&m_lock);
+        if (m_pTail != nullptr) {
+            m_pTail->pNext = pNew;
+        } else {
+            m_pHead = pNew;
+        }
+        m_pTail = pNew;
+        pthread_mutex_unlock(&m_lock);
+        sem_post(&m_posts);
+    }
+
+    void Wait() { sem_wait(&m_posts); }
+
+    // Null: empty.
+    std::unique_ptr<FloorLine> Take() {
+        pthread_mutex_lock(&m_lock);
+        std::unique_ptr<FloorLine> pLine(m_pHead);
+        if (pLine != nullptr) {
+            m_pHead = pLine->pNext;
+            m_pTail = m_pHead != nullptr ? m_pTail : nullptr;
+        }
+        pthread_mutex_unlock(&m_lock);
+        return pLine;
+    }
+
+private:
+    pthread_mutex_t m_lock = PTHREAD_MUTEX_INITIALIZER;
+    sem_t m_posts;
+    FloorLine* m_pHead = nullptr;  // guarded by m_lock, as the next
+    FloorLine* m_pTail = nullptr;
+};
+
+class FloorLog {
+public:
+    explicit FloorLog(const wchar_t* pszFileName) : m_strFileName(pszFileName) {}
+
+    FloorQueue& Queue() { return m_queue; }
+    const std::wstring& FileName() const { return m_strFileName; }
+
+    // %s of the format is wide text.
+    void Record(const wchar_t* pszType, const wchar_t* pszFile, const wchar_t* pszFunction, int nLine,
+                const wchar_t* pszFormat, ...) {
+        const std::wstring strFile(pszFile);
+        const std::wstring strFunction(pszFunction);
+        const std::wstring strType(pszType);
+        std::wstring strFormat(pszFormat);
+        for (std::size_t n; (n = strFormat.find(L"%s")) != std::wstring::npos;) {
+            strFormat.replace(n, 2, L"%ls");
+        }
+        MakeDirectory();
+        timeval now = {};
+        gettimeofday(&now, nullptr);
+        std::tm local = {};
+        localtime_r(&now.tv_sec, &local);
+        wchar_t szHeader[261] = {};
+        std::swprintf(szHeader, 260, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls-%ls(%d)]: ", getpid(),
+                      static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                      local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec), strFile.c_str(),
+                      strFunction.c_str(), nLine);
+        const auto szMessage = std::make_unique<wchar_t[]>(8192);
+        va_list arguments;
+        va_start(arguments, pszFormat);
+        std::vswprintf(szMessage.get(), 8192, strFormat.c_str(), arguments);
+        va_end(arguments);
+
+        auto pLine = std::make_unique<FloorLine>();
+        const std::size_t nHeader = std::wcslen(szHeader);
+        const std::size_t nMessage = std::wcslen(szMessage.get());
+        pLine->strText.reserve(strType.size() + nHeader + nMessage);
+        pLine->strText.append(strType).append(szHeader, nHeader).append(szMessage.get(), nMessage);
+        m_queue.Append(std::move(pLine));
+    }
+
+private:
+    // One question for a directory that is there.
+    void MakeDirectory() const {
+        wchar_t szDirectory[260] = {};
+        m_strFileName.copy(szDirectory, 259);
+        if (wchar_t* const pchEnd = std::wcsrchr(szDirectory, L'/')) {
+            *pchEnd = 0;
+        }
+        char szNarrow[PATH_MAX];
+        struct stat status {};
+        if (std::wcstombs(szNarrow, szDirectory, sizeof szNarrow) < sizeof szNarrow && stat(szNarrow, &status) != 0) {
+            mkdir(szNarrow, 0700);
+        }
+    }
+
+    std::wstring m_strFileName;
+    FloorQueue m_queue;
+};
+
+}  // namespace bench

@@ -1,0 +1,90 @@
+// The least that writing a queued line to the log file can be: opened, locked, written and closed for every line, by
+// hand, with nine system calls, and cut when it has grown too long.
+//
+// One thread.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cwchar>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "VEXType.h"
+
+namespace bench {
+
+class FloorWriter {
+public:
+    FloorWriter(std::wstring strFileName, off_t cbMost) : m_strFileName(std::move(strFileName)), m_cbMost(cbMost) {}
+
+    // FALSE: the file cannot be opened.
+    BOOL Write(const std::wstring& strLine) {
+        char szName[PATH_MAX];
+        struct stat status {};
+        std::wcstombs(szName, m_strFileName.c_str(), sizeof szName);
+        if (stat(szName, &status) == 0 && S_ISDIR(status.st_mode)) {
+            return FALSE;
+        }
+        m_nFile = open(szName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (m_nFile < 0) {
+            return FALSE;
+        }
+        flock(m_nFile, LOCK_EX);
+        fstat(m_nFile, &status);
+        lseek(m_nFile, status.st_size, SEEK_SET);
+        const std::size_t cbText = std::wcstombs(nullptr, strLine.c_str(), 0);
+        const auto szText = std::make_unique_for_overwrite<char[]>(cbText + 1);
+        std::wcstombs(szText.get(), strLine.c_str(), cbText + 1);
+        Put(szText.get(), cbText);
+        Put("\r\n\r\n", 4);
+        fstat(m_nFile, &status);
+        if (status.st_size > m_cbMost) {
+            Cut(status.st_size);
+        }
+        close(m_nFile);
+        return TRUE;
+    }
+
+private:
+    struct Free {
+        void operator()(void* p) const { std::free(p); }
+    };
+
+    void Put(const char* pchData, std::size_t cbData) const {
+        if (write(m_nFile, pchData, cbData) != static_cast<ssize_t>(cbData)) {
+            std::abort();
+        }
+    }
+
+    // A plain read and rewrite: all of it into fresh zeroes, the newest four fifths back behind a header.
+    void Cut(off_t cbFile) const {
+        const auto cbAll = static_cast<std::size_t>(cbFile);
+        const std::unique_ptr<char, Free> contents(static_cast<char*>(std::calloc(cbAll, 1)));
+        lseek(m_nFile, 0, SEEK_SET);
+        if (read(m_nFile, contents.get(), cbAll) != cbFile) {
+            return;
+        }
+        lseek(m_nFile, 0, SEEK_SET);
+        const std::size_t cbLines = cbAll - 2;
+        const auto cbCut = static_cast<std::size_t>(static_cast<float>(cbLines) * 0.2F);
+        const std::size_t cbKeep = (cbLines - cbCut + 1) / 2 * 2;
+        Put("\xFF\xFE", 2);
+        Put(contents.get() + (cbLines - cbKeep), cbKeep);
+        if (ftruncate(m_nFile, static_cast<off_t>(cbKeep) + 2) != 0) {
+            std::abort();
+        }
+    }
+
+    std::wstring m_strFileName;
+    off_t m_cbMost;
+    int m_nFile = -1;
+};
+
+}  // namespace bench

@@ -1,0 +1,72 @@
+// Whether a record costs more the more of them are queued, and how much memory a queued one takes: the writer is held
+// before its first file while records=N of them come.
+#include <dlfcn.h>
+#include <malloc.h>
+#include <semaphore.h>
+
+#include "Bench.h"
+#include "DebugLogMgr.h"
+#include "TempDirectory.h"
+
+namespace {
+
+constexpr wchar_t kFunction[] = L"Java_vex_jni_TAVClientJNI_P1SignString";
+
+void QueueRecords(long nRecords) {
+    for (long i = 0; i < nRecords; ++i) {
+        CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", kFunction, 274)(L"%s Enter.",
+                                                                                                           kFunction);
+    }
+}
+
+double ResidentBytes() {
+    long nTotal = 0;
+    long nResident = 0;
+    std::FILE* const pFile = std::fopen("/proc/self/statm", "re");
+    bench::Require(pFile != nullptr && std::fscanf(pFile, "%ld %ld", &nTotal, &nResident) == 2, "/proc/self/statm");
+    std::fclose(pFile);
+    return static_cast<double>(nResident) * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+}  // namespace
+
+// In place of the toolkit's, which the writer calls first: it does not come further.
+BOOL PathIsDirectoryW(LPCWSTR) {
+    sem_t never;
+    sem_init(&never, 0, 0);
+    for (;;) {
+        sem_wait(&never);
+    }
+}
+
+int main(int argc, char** argv) {
+    const bench::Amounts amounts(argc, argv);
+    bench::Question("Does a record cost more the more of them are queued?");
+    const long nMost = amounts.Of("records", 1000000);
+    const int nBatches = amounts.Of("rounds", 40);
+    const TempDirectory directory;
+    const std::string strLog = directory.Path("growth.log");
+    bench::Require(CDebugLogMgr::IsWritten(1), "records of level 1 are written (/var/log.ini)");
+    CDebugLogMgr::GetInstance()->SetLogFileName(std::wstring(strLog.begin(), strLog.end()).c_str());
+    const double dBefore = ResidentBytes();
+    long nQueued = 0;
+    for (long nMark = 1; nMark <= nMost; nMark *= 10) {
+        QueueRecords(nMark - nQueued);
+        nQueued = nMark;
+        // As many again at most, so that the number is still of that order.
+        const long nBatch = std::clamp(nMark / nBatches, 1L, 100L);
+        for (int nRound = 0; nRound < nBatches && nQueued + nBatch <= 2 * nMark; ++nRound) {
+            const double dBegin = bench::CpuSeconds();
+            QueueRecords(nBatch);
+            const double dEnd = bench::CpuSeconds();
+            nQueued += nBatch;
+            bench::Sample("one record, CPU time, by queue", std::to_string(nMark) + " queued", nRound,
+                          (dEnd - dBegin) * 1e9 / static_cast<double>(nBatch), "ns");
+        }
+    }
+    bench::Sample("memory of a queued record", "product", 0, (ResidentBytes() - dBefore) / static_cast<double>(nQueued),
+                  "bytes");
+    std::filesystem::remove_all(directory.Path());
+    std::fflush(stdout);
+    _exit(0);
+}

@@ -1,0 +1,127 @@
+// Whether a signature takes longer the more objects are open, or the more certificates the store has. P-256, the key
+// whose signatures take the least time, so that everything else shows.
+//
+// With signatures=N and mode=p1, p7 it makes N signatures with an RSA key and nothing else, to be counted from outside.
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+#include "Bench.h"
+#include "TempDirectory.h"
+#include "VCTK.h"
+
+namespace {
+
+template <auto Free>
+struct Deleter {
+    template <typename T>
+    void operator()(T* p) const {
+        Free(p);
+    }
+};
+
+// Keys and self-signed certificates, of which the first stays valid longest.
+std::string MakeStore(const std::string& strFile, int nCertificates, bool bRsa) {
+    std::FILE* const pFile = std::fopen(strFile.c_str(), "we");
+    bench::Require(pFile != nullptr, "a store's file");
+    for (int i = 0; i < nCertificates; ++i) {
+        const std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>> key(bRsa ? EVP_RSA_gen(2048) : EVP_EC_gen("P-256"));
+        const std::unique_ptr<X509, Deleter<X509_free>> certificate(X509_new());
+        ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), i + 1);
+        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -60);
+        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), i == 0 ? 2000000 : 1000000);
+        const std::string strName = "Number " + std::to_string(i);
+        X509_NAME* const pName = X509_get_subject_name(certificate.get());
+        X509_NAME_add_entry_by_txt(pName, "CN", MBSTRING_UTF8, reinterpret_cast<const unsigned char*>(strName.c_str()),
+                                   -1, -1, 0);
+        X509_set_issuer_name(certificate.get(), pName);
+        X509_set_pubkey(certificate.get(), key.get());
+        X509_sign(certificate.get(), key.get(), EVP_sha256());
+        PEM_write_PrivateKey(pFile, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+        PEM_write_X509(pFile, certificate.get());
+    }
+    bench::Require(std::fclose(pFile) == 0, "a store's file");
+    return "file:" + strFile;
+}
+
+HANDLE Open(const std::string& strStore) {
+    const HANDLE hObject = VCTK_Initialize(strStore.c_str());
+    bench::Require(hObject != nullptr && VCTK_CallQueueEnable(hObject, 0, 1) == 0, "opening " + strStore);
+    return hObject;
+}
+
+std::string Fetch(HANDLE hObject, INT (*pFetch)(HANDLE, char*, int*)) {
+    int nLength = 0;
+    bench::Require(pFetch(hObject, nullptr, &nLength) == 0 && nLength > 0, "the size of a signature");
+    std::string strText(static_cast<std::size_t>(nLength), 0);
+    bench::Require(pFetch(hObject, strText.data(), &nLength) == 0, "a signature");
+    return strText;
+}
+
+std::string SignP1(HANDLE hObject, const std::string& strText) {
+    bench::Require(VCTK_P1Sign(hObject, strText.c_str(), 0) == 0, "signing");
+    return Fetch(hObject, VCTK_GetP1SignResult);
+}
+
+std::string SignP7(HANDLE hObject, const std::string& strText) {
+    bench::Require(VCTK_P7Sign(hObject, strText.c_str(), 0, 1, 1) == 0, "signing");
+    return Fetch(hObject, VCTK_GetP7SignResult);
+}
+
+const std::string& Text() {
+    static const std::string s_strText(1024, 'x');
+    return s_strText;
+}
+
+double SignaturesPerSecond(HANDLE hObject, int nSignatures) {
+    SignP1(hObject, Text());  // the choice of a certificate
+    const double dBegin = bench::CpuSeconds();
+    for (int i = 0; i < nSignatures; ++i) {
+        SignP1(hObject, Text());
+    }
+    return nSignatures / (bench::CpuSeconds() - dBegin);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bench::Amounts amounts(argc, argv);
+    bench::Question("Does a signature take longer the more objects are open or the more certificates there are?");
+    const std::string strMode = amounts.Text("mode", "all");
+    const int nSignatures = amounts.Of("signatures", 300);
+    const TempDirectory directory;
+    if (strMode != "all") {
+        const HANDLE hObject = Open(MakeStore(directory.Path("rsa.pem"), 1, true));
+        for (int i = 0; i < nSignatures; ++i) {
+            strMode == "p7" ? SignP7(hObject, Text()) : SignP1(hObject, Text());
+        }
+        return 0;
+    }
+
+    const int nObjects = amounts.Of("objects", 1000);
+    const int nCertificates = amounts.Of("certificates", 10000);
+    const int nRounds = amounts.Of("rounds", 30);
+    const std::string strOne = MakeStore(directory.Path("one.pem"), 1, false);
+    const HANDLE hOne = Open(strOne);
+    bench::Interleave("signatures, one object's", "signatures/s", nRounds,
+                      {{"1 object open", [&] { return SignaturesPerSecond(hOne, nSignatures); }},
+                       {std::to_string(nObjects) + " objects open", [&] {
+                            std::vector<HANDLE> others;
+                            for (int i = 1; i < nObjects; ++i) {
+                                others.push_back(Open(strOne));
+                            }
+                            const double dRate = SignaturesPerSecond(hOne, nSignatures);
+                            for (const HANDLE hOther : others) {
+                                VCTK_Finalize(hOther);
+                            }
+                            return dRate;
+                        }}});
+    const HANDLE hMany = Open(MakeStore(directory.Path("many.pem"), nCertificates, false));
+    bench::Interleave(
+        "signatures, one store's", "signatures/s", nRounds,
+        {{"1 certificate", [&] { return SignaturesPerSecond(hOne, nSignatures); }},
+         {std::to_string(nCertificates) + " certificates", [&] { return SignaturesPerSecond(hMany, nSignatures); }}});
+    return 0;
+}

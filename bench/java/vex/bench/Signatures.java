@@ -1,0 +1,207 @@
+package vex.bench;
+
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.security.KeyStore;
+import java.security.PrivateKey;
+import java.security.Provider;
+import java.security.Security;
+import java.security.Signature;
+import java.util.Base64;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.CyclicBarrier;
+import org.bouncycastle.cert.jcajce.JcaX509CertificateHolder;
+import org.bouncycastle.cms.CMSProcessableByteArray;
+import org.bouncycastle.cms.CMSSignedDataGenerator;
+import org.bouncycastle.cms.jcajce.JcaSignerInfoGeneratorBuilder;
+import org.bouncycastle.operator.ContentSigner;
+import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
+import org.bouncycastle.operator.jcajce.JcaDigestCalculatorProviderBuilder;
+import vex.jni.TAVClientJNI;
+import vex.jni.TestStore;
+
+/** How many signatures a second Java gets: Base64 text for text, as the natives give it. */
+final class Signatures {
+    private interface Signer {
+        String sign(String text) throws Exception;
+    }
+
+    private static final String HAND = "hand-written native";
+    private static final String STRAIGHT = "native without the contract";
+
+    private final TAVClientJNI client = new TAVClientJNI();
+    private final Path directory;
+    private final int millis;
+    private final int warmUp;
+    private final int rounds;
+    private final String java = ", Java " + Runtime.version().feature();
+
+    private String sink;
+
+    private Signatures(Measuring measuring) {
+        directory = Path.of(measuring.text("logs"));
+        millis = measuring.amount("milliseconds", 60);
+        warmUp = measuring.amount("warmup", 4);
+        rounds = measuring.amount("rounds", 15);
+    }
+
+    public static void main(String[] arguments) throws Exception {
+        Measuring measuring = new Measuring("How many signatures a second does Java get?", arguments);
+        System.load(measuring.text("library"));
+        new Signatures(measuring).run();
+        System.out.flush();
+        Runtime.getRuntime().halt(0);
+    }
+
+    private void run() throws Exception {
+        HandWrittenSigner.startLog(directory.resolve("hand.log").toString());
+        TestStore.Identity rsa = TestStore.identity("RSA", "CN=rsa", 1, 30, 0);
+        TestStore.Identity ec = TestStore.identity("secp256r1", "CN=ec", 2, 30, 0);
+        Path rsaFile = directory.resolve("rsa.pem");
+        Path ecFile = directory.resolve("ec.pem");
+        long product = open(TestStore.writePem(rsaFile, List.of(rsa)));
+        long productEc = open(TestStore.writePem(ecFile, List.of(ec)));
+        long hand = HandWrittenSigner.open(rsaFile.toString());
+        long handEc = HandWrittenSigner.open(ecFile.toString());
+
+        String kilobyte = "x".repeat(1 << 10);
+        String megabyte = "x".repeat(1 << 20);
+
+        Map<String, Signer> p1 = new LinkedHashMap<>();
+        p1.put("product", text -> client.P1SignString(product, text));
+        p1.put(HAND, text -> HandWrittenSigner.contractP1(hand, text));
+        p1.put(STRAIGHT, text -> HandWrittenSigner.straightP1(hand, text));
+        p1.put("SunRsaSign", jdk("SHA256withRSA", "SunRsaSign", rsa.key()));
+        Signer softHsm = softHsm(rsa);
+        if (softHsm != null) {
+            p1.put("SoftHSM2 through the JDK", softHsm);
+        }
+        compare("RSA-2048 P1 of 1 KiB", kilobyte, p1);
+
+        Map<String, Signer> p7 = new LinkedHashMap<>();
+        p7.put("product", text -> client.P7SignString(product, text, 1, 1));
+        p7.put(HAND, text -> HandWrittenSigner.contractP7(hand, text));
+        p7.put(STRAIGHT, text -> HandWrittenSigner.straightP7(hand, text));
+        p7.put("BouncyCastle CMS", bouncyCastle(rsa));
+        compare("RSA-2048 P7 of 1 KiB", kilobyte, p7);
+
+        Map<String, Signer> p256 = new LinkedHashMap<>();
+        p256.put("product", text -> client.P1SignString(productEc, text));
+        p256.put(HAND, text -> HandWrittenSigner.contractP1(handEc, text));
+        p256.put(STRAIGHT, text -> HandWrittenSigner.straightP1(handEc, text));
+        p256.put("SunEC", jdk("SHA256withECDSA", "SunEC", ec.key()));
+        compare("P-256 P1 of 1 KiB", kilobyte, p256);
+
+        p1.keySet().retainAll(List.of("product", HAND, STRAIGHT));
+        p7.keySet().retainAll(List.of("product", HAND, STRAIGHT));
+        compare("RSA-2048 P1 of 1 MiB", megabyte, p1);
+        compare("RSA-2048 P7 of 1 MiB", megabyte, p7);
+
+        long other = open("file:" + rsaFile);
+        Measuring.interleave("RSA-2048 P1 of 1 KiB, two threads" + java, "signatures/s", 1, rounds, Map.of(
+            "product", () -> threads(kilobyte, product, other),
+            "product, one thread", () -> threads(kilobyte, product)));
+    }
+
+    private long open(String initialisation) throws IOException {
+        long handle = client.Initialize(null, initialisation);
+        if (handle == 0) {
+            throw new IOException("not opened: " + initialisation + ": " + client.GetLastErrorMessage(0));
+        }
+        return handle;
+    }
+
+    private static Signer jdk(String algorithm, String provider, PrivateKey key) throws Exception {
+        Signature signature = Signature.getInstance(algorithm, provider);
+        signature.initSign(key);
+        return text -> {
+            signature.update(text.getBytes(StandardCharsets.UTF_8));
+            return Base64.getEncoder().encodeToString(signature.sign());
+        };
+    }
+
+    private static Signer bouncyCastle(TestStore.Identity identity) throws Exception {
+        ContentSigner content = new JcaContentSignerBuilder("SHA256withRSA").build(identity.key());
+        JcaX509CertificateHolder certificate = new JcaX509CertificateHolder(identity.certificate());
+        CMSSignedDataGenerator generator = new CMSSignedDataGenerator();
+        generator.addSignerInfoGenerator(
+            new JcaSignerInfoGeneratorBuilder(new JcaDigestCalculatorProviderBuilder().build())
+                .build(content, certificate));
+        generator.addCertificate(certificate);
+        return text -> Base64.getEncoder().encodeToString(
+            generator.generate(new CMSProcessableByteArray(text.getBytes(StandardCharsets.UTF_8)), false).getEncoded());
+    }
+
+    /** Null without the module: SOFTHSM2_MODULE and SOFTHSM2_CONF name it, with a token in slot 0, PIN 1234. */
+    private Signer softHsm(TestStore.Identity identity) throws Exception {
+        String module = System.getenv("SOFTHSM2_MODULE");
+        if (module == null) {
+            return null;
+        }
+        Path configuration = directory.resolve("pkcs11.cfg");
+        Files.writeString(configuration, "name=SoftHSM\nlibrary=" + module + "\nslotListIndex=0\n");
+        Provider provider = Security.getProvider("SunPKCS11").configure(configuration.toString());
+        Security.addProvider(provider);
+        KeyStore store = KeyStore.getInstance("PKCS11", provider);
+        store.load(null, "1234".toCharArray());
+        store.setKeyEntry("bench", identity.key(), null,
+            new java.security.cert.Certificate[] {identity.certificate()});
+        return jdk("SHA256withRSA", provider.getName(), (PrivateKey) store.getKey("bench", null));
+    }
+
+    /** A number of texts for a while. */
+    private double perCpuSecond(Signer signer, String text) throws Exception {
+        int signatures = 0;
+        double begin = Measuring.cpuSeconds();
+        double end = begin;
+        for (; end < begin + millis * 1e-3; end = Measuring.cpuSeconds()) {
+            sink = signer.sign(text);
+            if (sink == null) {
+                throw new IllegalStateException("no signature");
+            }
+            ++signatures;
+        }
+        Measuring.waitForWriter(directory.resolve("PILog.txt"));
+        Measuring.waitForWriter(directory.resolve("hand.log"));
+        return signatures / (end - begin);
+    }
+
+    private void compare(String row, String text, Map<String, Signer> signers) throws Exception {
+        Map<String, Measuring.Candidate> candidates = new LinkedHashMap<>();
+        signers.forEach((name, signer) -> candidates.put(name, () -> perCpuSecond(signer, text)));
+        Measuring.interleave(row + java, "signatures/s", warmUp, rounds, candidates);
+    }
+
+    /** One thread for each object, and the signatures of all of them in a second. */
+    private double threads(String text, long... handles) throws Exception {
+        CyclicBarrier together = new CyclicBarrier(handles.length + 1);
+        int each = 4 * millis;
+        Thread[] threads = new Thread[handles.length];
+        for (int i = 0; i < threads.length; ++i) {
+            long handle = handles[i];
+            threads[i] = new Thread(() -> {
+                try {
+                    together.await();
+                } catch (Exception interrupted) {
+                    throw new IllegalStateException(interrupted);
+                }
+                for (int n = 0; n < each; ++n) {
+                    client.P1SignString(handle, text);
+                }
+            });
+            threads[i].start();
+        }
+        together.await();
+        long begin = System.nanoTime();
+        for (Thread thread : threads) {
+            thread.join();
+        }
+        double seconds = (System.nanoTime() - begin) * 1e-9;
+        Measuring.waitForWriter(directory.resolve("PILog.txt"));
+        return each * handles.length / seconds;
+    }
+}

@@ -1,0 +1,104 @@
+// What the measuring programs have in common: settings and samples as lines that bench/report.py reads, clocks, and the
+// interleaving of what is compared.
+//
+//   question  <text>
+//   setting   <name>  <value>
+//   sample    <row>  <who>  <round>  <value>  <unit>       fields are separated by tabs
+//
+// A ratio is that of two samples of one round, which were taken a moment apart; what disturbs the machine disturbs
+// both.
+#pragma once
+
+#include <time.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+inline double Seconds(clockid_t clock) {
+    timespec time = {};
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+inline double WallSeconds() {
+    return Seconds(CLOCK_MONOTONIC);
+}
+// Of the calling thread.
+inline double CpuSeconds() {
+    return Seconds(CLOCK_THREAD_CPUTIME_ID);
+}
+
+inline void Question(const char* pszText) {
+    std::printf("question\t%s\n", pszText);
+}
+inline void Setting(const std::string& strName, const std::string& strValue) {
+    std::printf("setting\t%s\t%s\n", strName.c_str(), strValue.c_str());
+}
+inline void Sample(const std::string& strRow, const std::string& strWho, int nRound, double dValue,
+                   const char* pszUnit) {
+    std::printf("sample\t%s\t%s\t%d\t%.6g\t%s\n", strRow.c_str(), strWho.c_str(), nRound, dValue, pszUnit);
+}
+
+[[noreturn]] inline void Fail(const std::string& strWhy) {
+    std::fprintf(stderr, "%s\n", strWhy.c_str());
+    std::fflush(stdout);
+    _exit(1);
+}
+
+inline void Require(bool bHolds, const std::string& strWhat) {
+    if (!bHolds) {
+        Fail("failed: " + strWhat);
+    }
+}
+
+// The amounts of a run: NAME=NUMBER arguments. Printed when they are asked for.
+class Amounts {
+public:
+    Amounts(int nArguments, char** ppszArguments) : m_arguments(ppszArguments + 1, ppszArguments + nArguments) {}
+
+    int Of(const std::string& strName, int nDefault) const {
+        const std::string strValue = Text(strName, std::to_string(nDefault));
+        Setting(strName, strValue);
+        return std::atoi(strValue.c_str());
+    }
+    std::string Text(const std::string& strName, const std::string& strDefault) const {
+        for (const std::string& strArgument : m_arguments) {
+            if (strArgument.compare(0, strName.size() + 1, strName + "=") == 0) {
+                return strArgument.substr(strName.size() + 1);
+            }
+        }
+        return strDefault;
+    }
+
+private:
+    std::vector<std::string> m_arguments;
+};
+
+// One of those that are compared. fnMeasure does its work once and returns what that has cost.
+struct Candidate {
+    std::string strWho;
+    std::function<double()> fnMeasure;
+};
+
+// Takes turns, each time in another order, after one round that does not count.
+inline void Interleave(const std::string& strRow, const char* pszUnit, int nRounds,
+                       const std::vector<Candidate>& candidates) {
+    for (int nRound = -1; nRound < nRounds; ++nRound) {
+        for (std::size_t i = 0; i < candidates.size(); ++i) {
+            const Candidate& candidate = candidates[(i + static_cast<std::size_t>(nRound + 1)) % candidates.size()];
+            const double dValue = candidate.fnMeasure();
+            if (nRound >= 0) {
+                Sample(strRow, candidate.strWho, nRound, dValue, pszUnit);
+            }
+        }
+        std::fflush(stdout);
+    }
+}
+
+}  // namespace bench
