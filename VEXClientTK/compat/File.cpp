@@ -19,7 +19,7 @@ namespace {
 
 using Files = HandleTable<RegularFile>;
 
-Files& OpenFiles();
+Files& OpenFiles() noexcept;
 
 void BeforeFork() {
     OpenFiles().LockForFork();
