@@ -19,7 +19,7 @@ namespace {
 
 using Files = HandleTable<RegularFile>;
 
-Files& OpenFiles();
+Files& OpenFiles() noexcept;
 
 void BeforeFork() {
     OpenFiles().LockForFork();
@@ -43,8 +43,9 @@ Files& MakeOpenFiles() {
     return files;
 }
 
-// Never destroyed: the log writer's thread may still be in it while the exit handlers run.
-Files& OpenFiles() {
+// Never destroyed: the log writer's thread may still be in it while the exit handlers run. Without the memory for it,
+// no library is loaded.
+Files& OpenFiles() noexcept {
     static Files& s_files = MakeOpenFiles();
     return s_files;
 }
