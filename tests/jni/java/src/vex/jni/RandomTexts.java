@@ -29,6 +29,11 @@ final class RandomTexts {
         };
     }
 
+    /** A text that the locale can encode, of about so many UTF-16 units. */
+    String signable(int units) {
+        return text(units, this::inLocale);
+    }
+
     private interface Characters {
         int next();
     }
