@@ -24,8 +24,7 @@ final class RandomTexts {
             case 4 -> text(length, this::basicPlane);
             case 5 -> text(length, () -> random.nextInt(4) == 0 ? ascii() : otherPlanes());
             case 6 -> with(text(length, this::inLocale), '\0');
-            default -> with(text(length, this::inLocale),
-                (char) (Character.MIN_SURROGATE + random.nextInt(Character.MAX_SURROGATE - Character.MIN_SURROGATE + 1)));
+            default -> with(text(length, this::inLocale), surrogate());
         };
     }
 
@@ -77,6 +76,10 @@ final class RandomTexts {
             };
         } while (!isInLocale.test(character) && ++tries < 3);
         return isInLocale.test(character) ? character : ascii();
+    }
+
+    private char surrogate() {
+        return (char) (Character.MIN_SURROGATE + random.nextInt(Character.MAX_SURROGATE - Character.MIN_SURROGATE + 1));
     }
 
     private int basicPlane() {

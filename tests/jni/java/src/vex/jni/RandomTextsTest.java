@@ -13,8 +13,8 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
 /**
- * No signature over other bytes than the caller's: under whatever locale the process has, a random text is signed as its
- * bytes in that locale's encoding, or not at all and with a reason. VEX_TEST_RANDOM_TEXTS says how many.
+ * No signature over other bytes than the caller's: under whatever locale the process has, a random text is signed as
+ * its bytes in that locale's encoding, or not at all and with a reason. VEX_TEST_RANDOM_TEXTS says how many.
  */
 @Tag("natives")
 @Tag("ascii-locale")
@@ -84,7 +84,8 @@ class RandomTextsTest {
             if (p1) {
                 assertTrue(Signatures.isP1Good(signature, bytes.get(), signer.certificate(), "SHA256"));
             } else {
-                Signatures.assertP7(signature, bytes.get(), detached, withCertificate, signer.certificate(), SHA256_OID);
+                Signatures.assertP7(signature, bytes.get(), detached, withCertificate, signer.certificate(),
+                    SHA256_OID);
             }
         }
     }

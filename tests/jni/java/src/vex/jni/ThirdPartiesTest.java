@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayOutputStream;
+import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -15,11 +16,13 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Base64;
 import java.util.Collections;
+import java.util.HexFormat;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Random;
 import java.util.TreeMap;
+import java.util.stream.IntStream;
 import org.bouncycastle.asn1.DEROctetString;
 import org.bouncycastle.asn1.DERTaggedObject;
 import org.bouncycastle.asn1.cms.CMSObjectIdentifiers;
@@ -111,9 +114,9 @@ class ThirdPartiesTest {
             }
         }
         signers.values().forEach(signer -> signer.client().close());
-        System.err.printf("%d signatures accepted by openssl, the JDK and Bouncy Castle, %d of them by the JDK's reader of"
-            + " signed jars; refused: %d for empty content, %d P7 for ECDSA with a digest that CMS has no name for%n", signatures, readAsJars, emptyRefused,
-            unnamedRefused);
+        System.err.printf("%d signatures accepted by openssl, the JDK and Bouncy Castle, %d of them by the JDK's reader"
+            + " of signed jars; refused: %d for empty content, %d P7 for ECDSA with a digest CMS has no name for%n",
+            signatures, readAsJars, emptyRefused, unnamedRefused);
         flips.forEach((where, count) -> System.err.printf("one bit changed in %s: %d%n", where, count));
     }
 
@@ -199,7 +202,8 @@ class ThirdPartiesTest {
             byte[] content) throws Exception {
         return combination.form() == Form.P1
             ? signer.verifiers().onP1(signature, content, combination.digest())
-            : signer.verifiers().onP7(signature, combination.form().isDetached() ? content : null, combination.digest());
+            : signer.verifiers().onP7(signature, combination.form().isDetached() ? content : null,
+                combination.digest());
     }
 
     private static void assertAccepted(List<Verifiers.Opinion> opinions, byte[] content) {
@@ -209,9 +213,10 @@ class ThirdPartiesTest {
         }
     }
 
-    private static void assertRejected(List<Verifiers.Opinion> opinions) {
+    /** @param changed what to report: where which bit was changed */
+    private static void assertRejected(List<Verifiers.Opinion> opinions, String changed) {
         for (Verifiers.Opinion opinion : opinions) {
-            assertFalse(opinion.content().isPresent(), () -> opinion.verifier() + " accepts");
+            assertFalse(opinion.content().isPresent(), () -> opinion.verifier() + " accepts " + changed);
         }
     }
 
@@ -221,6 +226,10 @@ class ThirdPartiesTest {
         return changed;
     }
 
+    private static String hex(byte[] bytes) {
+        return HexFormat.of().formatHex(bytes);
+    }
+
     private void count(String where) {
         flips.merge(where, 1, Integer::sum);
     }
@@ -228,39 +237,34 @@ class ThirdPartiesTest {
     private void flipInP1(Signer signer, Combination combination, byte[] signature, byte[] content) throws Exception {
         if (random.nextBoolean()) {
             byte[] changed = flipped(content, random.nextInt(content.length * 8));
-            assertRejected(opinions(signer, combination, signature, changed));
+            assertRejected(opinions(signer, combination, signature, changed), "changed content");
             count("the content of P1, rejected");
         } else {
-            byte[] changed = flipped(signature, random.nextInt(signature.length * 8));
-            assertRejected(opinions(signer, combination, changed, content));
+            int bit = random.nextInt(signature.length * 8);
+            byte[] changed = flipped(signature, bit);
+            assertRejected(opinions(signer, combination, changed, content), "bit " + bit + " of " + hex(signature));
             count("a P1 signature, rejected");
         }
     }
 
     /**
      * Half of the changes are made where the signature protects the bits. The other half is made anywhere: in bits that
-     * say how to read the rest too, or that nothing protects, so that a verifier may pass them over. Then it still has to
-     * find the signer's content, unchanged.
+     * say how to read the rest too, or that nothing protects, so that a verifier may pass them over. Then it still has
+     * to find the signer's content, unchanged.
      */
     private void flipInP7(Signer signer, Combination combination, byte[] der, byte[] content) throws Exception {
         if (combination.form().isDetached() && random.nextInt(4) == 0) {
             byte[] changed = flipped(content, random.nextInt(content.length * 8));
-            assertRejected(opinions(signer, combination, der, changed));
+            assertRejected(opinions(signer, combination, der, changed), "changed content");
             count("the detached content of P7, rejected");
             return;
         }
         List<Part> parts = protectedParts(der);
-        int bit;
-        if (random.nextBoolean()) {
-            Part part = parts.get(random.nextInt(parts.size()));
-            bit = part.begin() * 8 + random.nextInt(part.length() * 8);
-        } else {
-            bit = random.nextInt(der.length * 8);
-        }
+        int bit = random.nextBoolean() ? bitOf(parts) : random.nextInt(der.length * 8);
         List<Verifiers.Opinion> opinions = opinions(signer, combination, flipped(der, bit), content);
         for (Part part : parts) {
             if (bit / 8 >= part.begin() && bit / 8 < part.begin() + part.length()) {
-                assertRejected(opinions);
+                assertRejected(opinions, part.name() + ", bit " + bit + " of " + hex(der));
                 count("P7, " + part.name() + ", rejected");
                 return;
             }
@@ -273,24 +277,59 @@ class ThirdPartiesTest {
             + accepting.stream().map(Verifiers.Opinion::verifier).toList()));
     }
 
-    /** Bytes of a P7 signature: not empty. */
+    /** Bytes of a P7 signature. */
     private record Part(String name, int begin, int length) {}
 
-    /** What the signature protects of its own encoding: content, signed attributes and itself. */
+    /** A bit of one of the parts, of each of their names as likely. */
+    private int bitOf(List<Part> parts) {
+        List<String> names = parts.stream().map(Part::name).distinct().toList();
+        String name = names.get(random.nextInt(names.size()));
+        int[] bytes = parts.stream().filter(part -> part.name().equals(name))
+            .flatMapToInt(part -> IntStream.range(part.begin(), part.begin() + part.length())).toArray();
+        return bytes[random.nextInt(bytes.length)] * 8 + random.nextInt(8);
+    }
+
+    /**
+     * What the signature protects: content, the values of the signed attributes, and itself. The tags and lengths
+     * around the values are not among it: openssl takes a SET that says it is primitive for the SET that it was, and
+     * verifies the attributes as they are to be encoded.
+     */
     private static List<Part> protectedParts(byte[] der) throws Exception {
         CMSSignedData signed = new CMSSignedData(der);
         SignerInformation signer = signed.getSignerInfos().getSigners().iterator().next();
         List<Part> parts = new ArrayList<>();
         if (signed.getSignedContent() != null) {
             byte[] content = (byte[]) signed.getSignedContent().getContent();
-            Part field = part("", der, encodedContent(content));
-            parts.add(new Part("the attached content", field.begin() + field.length() - content.length, content.length));
+            Part contentField = part("", der, encodedContent(content));
+            int end = contentField.begin() + contentField.length();
+            parts.add(new Part("the attached content", end - content.length, content.length));
         }
         // In the encoding they have another tag than in what is signed.
         byte[] attributes = signer.getEncodedSignedAttributes();
-        parts.add(part("the signed attributes", der, Arrays.copyOfRange(attributes, 1, attributes.length)));
+        Part field = part("", der, Arrays.copyOfRange(attributes, 1, attributes.length));
+        addValues(der, field.begin() - 1, parts);
         parts.add(part("the signature value", der, signer.getSignature()));
         return parts;
+    }
+
+    /** Adds what the item at begin holds, or the items in it; returns where it ends. */
+    private static int addValues(byte[] der, int begin, List<Part> parts) {
+        int length = der[begin + 1] & 0xff;
+        int value = begin + 2;
+        if (length >= 0x80) {
+            int size = length & 0x7f;
+            length = new BigInteger(1, Arrays.copyOfRange(der, value, value + size)).intValueExact();
+            value += size;
+        }
+        int end = value + length;
+        if ((der[begin] & 0x20) == 0) {
+            parts.add(new Part("the values of the signed attributes", value, length));
+        } else {
+            for (int item = value; item < end;) {
+                item = addValues(der, item, parts);
+            }
+        }
+        return end;
     }
 
     /** Content with its type before it, by which a content of a few bytes is told from such bytes elsewhere. */

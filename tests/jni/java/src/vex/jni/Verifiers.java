@@ -153,8 +153,9 @@ final class Verifiers {
     }
 
     /**
-     * RFC 5652 section 5.4 by hand, with the JDK's digests and signatures: the signed attributes name the content's digest
-     * and are what the signature is over. Bouncy Castle takes the structure apart, since the JDK publishes no parser.
+     * RFC 5652 section 5.4 by hand, with the JDK's digests and signatures: the signed attributes name the content's
+     * digest and are what the signature is over. Bouncy Castle takes the structure apart, since the JDK publishes no
+     * parser.
      */
     private Optional<byte[]> verifiedByTheJdk(byte[] der, byte[] content, Digest digest) throws Exception {
         CMSSignedData signed = parse(der, content);
@@ -168,8 +169,7 @@ final class Verifiers {
     }
 
     /**
-     * The JDK's own reader of signed jars, which it does not publish; it wants the certificate inside and the digests that
-     * jars have.
+     * The JDK's own reader of signed jars, which it does not publish; it wants the certificate inside.
      *
      * @param content what a detached signature belongs to; null for an attached one
      */
