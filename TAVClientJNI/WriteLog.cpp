@@ -1,8 +1,6 @@
 #include "WriteLog.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -10,6 +8,8 @@
 #include <ctime>
 #include <cwchar>
 #include <memory>
+
+#include "VEXAppendFile.h"
 
 namespace {
 
@@ -24,24 +24,6 @@ using Text = std::unique_ptr<Char, Free>;
 template <typename Char>
 Text<Char> Allocate(std::size_t nChars) {
     return Text<Char>(static_cast<Char*>(std::calloc(nChars, sizeof(Char))));
-}
-
-// As fopen with "a+", but for what others may have put in the file's place: links are not followed, pipes and devices
-// not written to, and a new file is its owner's only.
-FILE* OpenToAppend(const char* pszPath) {
-    constexpr mode_t kOwnerOnly = 0600;
-    const int nDescriptor =
-        open(pszPath, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kOwnerOnly);
-    struct stat status {};
-    if (nDescriptor < 0) {
-        return nullptr;
-    }
-    FILE* const stream =
-        fstat(nDescriptor, &status) == 0 && S_ISREG(status.st_mode) ? fdopen(nDescriptor, "a+") : nullptr;
-    if (stream == nullptr) {
-        close(nDescriptor);
-    }
-    return stream;
 }
 
 const char* LevelWord(int level) {
@@ -89,7 +71,7 @@ void WriteMessage(FILE* stream, int level, const wchar_t* pszWide) {
 FILE* pv_init_log() {
     char szPath[256] = {};
     static_cast<void>(std::snprintf(szPath, sizeof(szPath), "%s", "/tmp/PILog.txt"));
-    FILE* const stream = OpenToAppend(szPath);
+    FILE* const stream = VEXOpenToAppend(szPath);
     if (stream == nullptr) {
         std::printf("system error: error to open log file[%s].\n", szPath);
         return nullptr;

@@ -45,6 +45,14 @@ public:
     void LockForFork() { m_mutex.lock(); }
     void UnlockAfterFork() { m_mutex.unlock(); }
 
+    // Between these two: change(object) for each object.
+    template <typename Change>
+    void ForEachLocked(Change change) {
+        for (const auto& [nHandle, pObject] : m_objects) {
+            change(*pObject);
+        }
+    }
+
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.
     static constexpr std::uintptr_t kStep = 4;

@@ -119,7 +119,8 @@ Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOp
     if (fstat(descriptor.Get(), &status) != 0) {
         return NotOpened(ErrorFromErrno(errno));
     }
-    if (!S_ISREG(status.st_mode)) {
+    // A second name may be that of a file that its owner keeps elsewhere.
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
         return NotOpened(ERROR_ACCESS_DENIED);
     }
     FileLock lock(descriptor.Get(), kMaxLockWait, uForksBeforeOpen);

@@ -32,6 +32,16 @@ public:
         m_fEnabled = fEnable;
     }
 
+    // Around a fork, in the thread that forks and in the one that it becomes. Calls of other threads, which are under
+    // way or wait, do not exist in the new process.
+    void LockForFork() { m_mutex.lock(); }
+    void UnlockAfterForkHere() { m_mutex.unlock(); }
+    void UnlockAfterForkThere() {
+        m_fBusy = false;
+        m_waiters.clear();
+        m_mutex.unlock();
+    }
+
 private:
     struct Waiter {
         std::condition_variable condition;

@@ -1,5 +1,7 @@
 // The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
 
+#include <pthread.h>
+
 #include <array>
 #include <climits>
 #include <cstring>
@@ -10,18 +12,50 @@
 #include "signing/OpenSsl.h"
 #include "signing/SigningObject.h"
 #include "signing/Store.h"
+#include "signing/ThreadId.h"
 
 namespace vextk {
 namespace {
 
 using Objects = HandleTable<SigningObject>;
 
+Objects& OpenObjects();
+
+// A forked child finds the objects whole and none of their locks held by a thread that it has not. What it has to do
+// with OpenSSL is between the two of them.
+void BeforeFork() {
+    OpenObjects().LockForFork();
+    OpenObjects().ForEachLocked([](SigningObject& object) { object.LockForFork(); });
+    LockThreadsForFork();
+}
+
+void AfterForkHere() {
+    UnlockThreadsAfterFork();
+    OpenObjects().ForEachLocked([](SigningObject& object) { object.UnlockAfterForkHere(); });
+    OpenObjects().UnlockAfterFork();
+}
+
+void AfterForkThere() {
+    UnlockThreadsAfterFork();
+    OpenObjects().ForEachLocked([](SigningObject& object) { object.UnlockAfterForkThere(); });
+    OpenObjects().UnlockAfterFork();
+}
+
+Objects& MakeOpenObjects() {
+    constexpr std::uintptr_t kFirstHandle = 0x56430004;
+    Objects& objects = *new Objects(kFirstHandle);
+    pthread_atfork(BeforeFork, AfterForkHere, AfterForkThere);
+    return objects;
+}
+
 // Never destroyed: threads of the host may still sign while its exit handlers run.
 Objects& OpenObjects() {
-    constexpr std::uintptr_t kFirstHandle = 0x56430004;
-    static Objects& s_objects = *new Objects(kFirstHandle);
+    static Objects& s_objects = MakeOpenObjects();
     return s_objects;
 }
+
+// Made before a second thread can be in the making of it when the process forks.
+[[maybe_unused]] const Objects& s_objectsAtLoadTime = OpenObjects();
 
 // Why the thread's last initialisation failed. It has no destructor, so that it can be asked at any time; a detail
 // that is longer is cut.

@@ -56,6 +56,20 @@ public:
 
     CallQueue& Queue() { return m_queue; }
 
+    // Around a fork; see CallQueue.
+    void LockForFork() {
+        m_queue.LockForFork();
+        m_mutex.lock();
+    }
+    void UnlockAfterForkHere() {
+        m_mutex.unlock();
+        m_queue.UnlockAfterForkHere();
+    }
+    void UnlockAfterForkThere() {
+        m_mutex.unlock();
+        m_queue.UnlockAfterForkThere();
+    }
+
     // ---- Operations, for Call ----
 
     void SetDigest(std::string_view strName);

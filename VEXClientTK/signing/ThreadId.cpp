@@ -54,4 +54,12 @@ bool IsThreadAlive(ThreadId nThread) {
     return Living().threads.contains(nThread);
 }
 
+void LockThreadsForFork() {
+    Living().mutex.lock();
+}
+
+void UnlockThreadsAfterFork() {
+    Living().mutex.unlock();
+}
+
 }  // namespace vextk

@@ -115,6 +115,10 @@ INSTANTIATE_TEST_SUITE_P(, ObstacleTest,
                                          Obstacle{"Link",
                                                   [](const std::string& strPath, const std::string& strOther) {
                                                       std::filesystem::create_symlink(strOther, strPath);
+                                                  }},
+                                         Obstacle{"HardLink",
+                                                  [](const std::string& strPath, const std::string& strOther) {
+                                                      std::filesystem::create_hard_link(strOther, strPath);
                                                   }}),
                          RowName);
 
