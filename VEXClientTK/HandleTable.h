@@ -44,6 +44,13 @@ public:
     // half changed, nor locked by a thread that it has not.
     void LockForFork() { m_mutex.lock(); }
     void UnlockAfterFork() { m_mutex.unlock(); }
+    // Between the two.
+    template <typename Function>
+    void ForEach(Function function) {
+        for (const auto& [nHandle, pObject] : m_objects) {
+            function(*pObject);
+        }
+    }
 
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.

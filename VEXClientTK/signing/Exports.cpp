@@ -1,5 +1,7 @@
 // The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
 
+#include <pthread.h>
+
 #include <array>
 #include <climits>
 #include <cstring>
@@ -7,6 +9,7 @@
 
 #include "HandleTable.h"
 #include "VCTK.h"
+#include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
 #include "signing/SigningObject.h"
 #include "signing/Store.h"
@@ -16,12 +19,44 @@ namespace {
 
 using Objects = HandleTable<SigningObject>;
 
+Objects& OpenObjects();
+
+ThreadId s_nForkingThread = 0;
+
+// A forked process goes on with the objects, and finds no lock held nor turn taken by a thread that it has not.
+void BeforeFork() {
+    s_nForkingThread = CurrentThreadId();
+    OpenObjects().LockForFork();
+    MutexPool::LockAll();
+    LockThreadIdsForFork();
+}
+
+void Unlock() {
+    UnlockThreadIdsAfterFork();
+    MutexPool::UnlockAll();
+    OpenObjects().UnlockAfterFork();
+}
+
+void AfterForkThere() {
+    OpenObjects().ForEach([](SigningObject& object) { object.ForgetOtherThreads(s_nForkingThread); });
+    Unlock();
+}
+
+Objects& MakeOpenObjects() {
+    constexpr std::uintptr_t kFirstHandle = 0x56430004;
+    Objects& objects = *new Objects(kFirstHandle);
+    pthread_atfork(BeforeFork, Unlock, AfterForkThere);
+    return objects;
+}
+
 // Never destroyed: threads of the host may still sign while its exit handlers run.
 Objects& OpenObjects() {
-    constexpr std::uintptr_t kFirstHandle = 0x56430004;
-    static Objects& s_objects = *new Objects(kFirstHandle);
+    static Objects& s_objects = MakeOpenObjects();
     return s_objects;
 }
+
+// Made before a second thread can be in the making of it when the process forks.
+[[maybe_unused]] const Objects& s_objectsAtLoadTime = OpenObjects();
 
 // Why the thread's last initialisation failed. It has no destructor, so that it can be asked at any time; a detail
 // that is longer is cut.

@@ -54,4 +54,12 @@ bool IsThreadAlive(ThreadId nThread) {
     return Living().threads.contains(nThread);
 }
 
+void LockThreadIdsForFork() {
+    Living().mutex.lock();
+}
+
+void UnlockThreadIdsAfterFork() {
+    Living().mutex.unlock();
+}
+
 }  // namespace vextk
