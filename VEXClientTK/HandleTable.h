@@ -45,11 +45,11 @@ public:
     void LockForFork() { m_mutex.lock(); }
     void UnlockAfterFork() { m_mutex.unlock(); }
 
-    // Between these two: change(object) for each object.
-    template <typename Change>
-    void ForEachLocked(Change change) {
+    // Between the two.
+    template <typename Function>
+    void ForEach(Function function) {
         for (const auto& [nHandle, pObject] : m_objects) {
-            change(*pObject);
+            function(*pObject);
         }
     }
 

@@ -5,6 +5,8 @@
 #include <deque>
 #include <mutex>
 
+#include "signing/MutexPool.h"
+
 namespace vextk {
 
 // Any thread may call any member.
@@ -32,14 +34,10 @@ public:
         m_fEnabled = fEnable;
     }
 
-    // Around a fork, in the thread that forks and in the one that it becomes. Calls of other threads, which are under
-    // way or wait, do not exist in the new process.
-    void LockForFork() { m_mutex.lock(); }
-    void UnlockAfterForkHere() { m_mutex.unlock(); }
-    void UnlockAfterForkThere() {
+    // In a process that was just forked, whose other threads, which may have had or awaited a turn, do not exist.
+    void ForgetOtherThreads() {
         m_fBusy = false;
         m_waiters.clear();
-        m_mutex.unlock();
     }
 
 private:
@@ -77,7 +75,7 @@ private:
         next.condition.notify_one();
     }
 
-    std::mutex m_mutex;
+    std::mutex& m_mutex = MutexPool::Next();
     bool m_fEnabled = false;  // guarded by m_mutex, as all below
     bool m_fBusy = false;
     std::deque<Waiter*> m_waiters;

@@ -9,10 +9,10 @@
 
 #include "HandleTable.h"
 #include "VCTK.h"
+#include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
 #include "signing/SigningObject.h"
 #include "signing/Store.h"
-#include "signing/ThreadId.h"
 
 namespace vextk {
 namespace {
@@ -21,30 +21,31 @@ using Objects = HandleTable<SigningObject>;
 
 Objects& OpenObjects();
 
-// A forked child finds the objects whole and none of their locks held by a thread that it has not. What it has to do
-// with OpenSSL is between the two of them.
+ThreadId s_nForkingThread = 0;  // guarded by the objects' lock
+
+// A forked process goes on with the objects, and finds no lock held nor turn taken by a thread that it has not.
 void BeforeFork() {
     OpenObjects().LockForFork();
-    OpenObjects().ForEachLocked([](SigningObject& object) { object.LockForFork(); });
-    LockThreadsForFork();
+    s_nForkingThread = CurrentThreadId();
+    MutexPool::LockAll();
+    LockThreadIdsForFork();
 }
 
-void AfterForkHere() {
-    UnlockThreadsAfterFork();
-    OpenObjects().ForEachLocked([](SigningObject& object) { object.UnlockAfterForkHere(); });
+void Unlock() {
+    UnlockThreadIdsAfterFork();
+    MutexPool::UnlockAll();
     OpenObjects().UnlockAfterFork();
 }
 
 void AfterForkThere() {
-    UnlockThreadsAfterFork();
-    OpenObjects().ForEachLocked([](SigningObject& object) { object.UnlockAfterForkThere(); });
-    OpenObjects().UnlockAfterFork();
+    OpenObjects().ForEach([](SigningObject& object) { object.ForgetOtherThreads(s_nForkingThread); });
+    Unlock();
 }
 
 Objects& MakeOpenObjects() {
     constexpr std::uintptr_t kFirstHandle = 0x56430004;
     Objects& objects = *new Objects(kFirstHandle);
-    pthread_atfork(BeforeFork, AfterForkHere, AfterForkThere);
+    pthread_atfork(BeforeFork, Unlock, AfterForkThere);
     return objects;
 }
 

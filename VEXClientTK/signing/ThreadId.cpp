@@ -54,11 +54,11 @@ bool IsThreadAlive(ThreadId nThread) {
     return Living().threads.contains(nThread);
 }
 
-void LockThreadsForFork() {
+void LockThreadIdsForFork() {
     Living().mutex.lock();
 }
 
-void UnlockThreadsAfterFork() {
+void UnlockThreadIdsAfterFork() {
     Living().mutex.unlock();
 }
 

@@ -13,8 +13,8 @@ ThreadId CurrentThreadId();
 // Whether the thread of this number has not ended yet. Any thread may ask.
 bool IsThreadAlive(ThreadId nThread);
 
-// Around a fork, in the thread that forks and in the one that it becomes: no other thread holds the lock then.
-void LockThreadsForFork();
-void UnlockThreadsAfterFork();
+// Before a fork, and after it in the thread that forked and in the one that it became.
+void LockThreadIdsForFork();
+void UnlockThreadIdsAfterFork();
 
 }  // namespace vextk

@@ -44,6 +44,8 @@ test     pkg-config            _vex_has_command pkg-config                  # pk
 fuzz     clang                 _vex_has_command clang++                     # clang
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
+soak     clang                 _vex_has_command clang++                     # clang
+soak     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 soak     valgrind              _vex_has_command valgrind                    # valgrind
 coverage gcovr                 _vex_has_command gcovr                       # gcovr
 lint     clang-format          _vex_has_command clang-format                # clang-format

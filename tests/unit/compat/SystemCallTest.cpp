@@ -215,6 +215,28 @@ TEST_F(SystemCallTest, ANewFileTakesTwoAttempts) {
     CloseHandle(hFile);
 }
 
+// Whoever is told that a file is new writes what it begins with. Where that failed, the next one is told so; a file
+// that was left empty on purpose is not new any more.
+TEST_F(SystemCallTest, AnEmptyFileIsNewAgainOnlyIfWritingFailed) {
+    const std::string strNew = m_directory.Path("new");
+    for (const DWORD dwSecond : {ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {
+        const HANDLE hFirst = VexCreateFile(strNew.c_str());
+        EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+        if (dwSecond == ERROR_SUCCESS) {
+            SystemCalls calls;
+            calls.Script("pwrite", {Fail(ENOSPC)}, true);
+            DWORD cb = 0;
+            EXPECT_FALSE(WriteFile(hFirst, "ab", 2, &cb, nullptr));
+        }
+        EXPECT_TRUE(CloseHandle(hFirst));
+        EXPECT_EQ(ReadWholeFile(strNew), "");  // which a reader may look at meanwhile
+        const HANDLE hSecond = VexCreateFile(strNew.c_str());
+        EXPECT_EQ(GetLastError(), dwSecond);
+        EXPECT_TRUE(CloseHandle(hSecond));
+        std::filesystem::remove(strNew);
+    }
+}
+
 TEST_F(SystemCallTest, CallsForADirectory) {
     const std::string strDirectory = m_directory.Path();
     const std::wstring strThere(strDirectory.begin(), strDirectory.end());
