@@ -45,6 +45,7 @@ fuzz     clang                 _vex_has_command clang++                     # cl
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
 soak     valgrind              _vex_has_command valgrind                    # valgrind
+soak     gdb                   _vex_has_command gcore                       # gdb, for gcore
 coverage gcovr                 _vex_has_command gcovr                       # gcovr
 lint     clang-format          _vex_has_command clang-format                # clang-format
 lint     clang-tidy            _vex_has_command clang-tidy                  # clang-tidy
