@@ -12,6 +12,7 @@
 #include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
 #include "signing/SigningObject.h"
+#include "signing/StackWiper.h"
 #include "signing/Store.h"
 
 namespace vextk {
@@ -119,7 +120,8 @@ std::string LastErrorMessage(HANDLE hObject) {
 
 using namespace vextk;
 
-HANDLE VCTK_Initialize(const char* pszAuxParam) {
+VEXTK_CLEAR_REGISTERS HANDLE VCTK_Initialize(const char* pszAuxParam) {
+    const StackWiper wiper;
     try {
         InitialiseOpenSsl();
         const OpenSslErrorMark mark;
@@ -150,7 +152,8 @@ INT VCTK_ClearFilter(HANDLE hObject) {
     return CallObject(hObject, [](SigningObject& object) { object.ClearFilters(); });
 }
 
-INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
+VEXTK_CLEAR_REGISTERS INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
+    const StackWiper wiper;
     return CallObject(hObject, [=](SigningObject& object) { object.SignP1(RequireText(pszData), nInputForm); });
 }
 
@@ -158,7 +161,9 @@ INT VCTK_GetP1SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
     return CallObject(hObject, [=](SigningObject& object) { HandOut(object.P1Signature(), pszBuffer, pnLength); });
 }
 
-INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached, int nIncludeCert) {
+VEXTK_CLEAR_REGISTERS INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached,
+                                      int nIncludeCert) {
+    const StackWiper wiper;
     return CallObject(hObject, [=](SigningObject& object) {
         object.SignP7(RequireText(pszData), nInputForm, nDetached != 0, nIncludeCert != 0);
     });
@@ -168,7 +173,8 @@ INT VCTK_GetP7SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
     return CallObject(hObject, [=](SigningObject& object) { HandOut(object.P7Signature(), pszBuffer, pnLength); });
 }
 
-INT VCTK_Finalize(HANDLE hObject) {
+VEXTK_CLEAR_REGISTERS INT VCTK_Finalize(HANDLE hObject) {
+    const StackWiper wiper;
     return OpenObjects().Remove(hObject) ? VCTK_OK : VCTK_E_INVALID_HANDLE;
 }
 

@@ -47,6 +47,7 @@ fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # Go
 soak     clang                 _vex_has_command clang++                     # clang
 soak     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 soak     valgrind              _vex_has_command valgrind                    # valgrind
+soak     gdb                   _vex_has_command gcore                       # gdb, for gcore
 coverage gcovr                 _vex_has_command gcovr                       # gcovr
 lint     clang-format          _vex_has_command clang-format                # clang-format
 lint     clang-tidy            _vex_has_command clang-tidy                  # clang-tidy
