@@ -55,8 +55,8 @@ protected:
 
 // What the natives made of a handle.
 struct Answers {
-    std::array<jlong, 5> statuses;     // 0 or 1
-    std::array<const void*, 8> texts;  // of which the last is the message
+    std::array<jlong, 4> statuses;     // 0 or 1
+    std::array<const void*, 7> texts;  // of which the last is the message
     jlong nError;
     jlong nFinalized;
 };
@@ -65,13 +65,13 @@ Answers AskEverything(FakeJniEnv& env, jlong handle, jstring text) {
     return {{Java_vex_jni_TAVClientJNI_SetDigestAlg(&env, nullptr, handle, text),
              Java_vex_jni_TAVClientJNI_SetChooseSingleCert(&env, nullptr, handle, 1),
              Java_vex_jni_TAVClientJNI_AddFilter(&env, nullptr, handle, 1, text),
-             Java_vex_jni_TAVClientJNI_ClearFilter(&env, nullptr, handle), 1},
+             Java_vex_jni_TAVClientJNI_ClearFilter(&env, nullptr, handle)},
             {Java_vex_jni_TAVClientJNI_P1Sign(&env, nullptr, handle, text),
              Java_vex_jni_TAVClientJNI_P1SignString(&env, nullptr, handle, text),
              Java_vex_jni_TAVClientJNI_P7Sign(&env, nullptr, handle, text, 1, 1),
              Java_vex_jni_TAVClientJNI_P7SignString(&env, nullptr, handle, text, 0, 1),
              Java_vex_jni_TAVClientJNI_GetSignCert(&env, nullptr, handle),
-             Java_vex_jni_TAVClientJNI_GetCertList(&env, nullptr, handle), nullptr,
+             Java_vex_jni_TAVClientJNI_GetCertList(&env, nullptr, handle),
              Java_vex_jni_TAVClientJNI_GetLastErrorMessage(&env, nullptr, handle)},
             Java_vex_jni_TAVClientJNI_GetLastError(&env, nullptr, handle),
             Java_vex_jni_TAVClientJNI_Finalize(&env, nullptr, handle)};
