@@ -462,7 +462,7 @@ TEST_P(CallerTest, EveryCallOfTheScenario) {
 
 INSTANTIATE_TEST_SUITE_P(, CallerTest, testing::Values(How::kOnce, How::kFromThereOn));
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 // The search for leaks finds one, but takes what is allocated once for a cache.
 TEST_F(FaultsTest, ALeakIsSeen) {
     std::vector<std::unique_ptr<int>> leaked;
