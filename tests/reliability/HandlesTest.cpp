@@ -19,6 +19,7 @@
 
 #include "Amount.h"
 #include "FakeJniEnv.h"
+#include "Scale.h"
 #include "TestStore.h"
 #include "VCTKError.h"
 #include "vex_jni_TAVClientJNI.h"
@@ -55,8 +56,8 @@ protected:
 
 // What the natives made of a handle.
 struct Answers {
-    std::array<jlong, 5> statuses;     // 0 or 1
-    std::array<const void*, 8> texts;  // of which the last is the message
+    std::array<jlong, 4> statuses;     // 0 or 1
+    std::array<const void*, 7> texts;  // of which the last is the message
     jlong nError;
     jlong nFinalized;
 };
@@ -65,13 +66,13 @@ Answers AskEverything(FakeJniEnv& env, jlong handle, jstring text) {
     return {{Java_vex_jni_TAVClientJNI_SetDigestAlg(&env, nullptr, handle, text),
              Java_vex_jni_TAVClientJNI_SetChooseSingleCert(&env, nullptr, handle, 1),
              Java_vex_jni_TAVClientJNI_AddFilter(&env, nullptr, handle, 1, text),
-             Java_vex_jni_TAVClientJNI_ClearFilter(&env, nullptr, handle), 1},
+             Java_vex_jni_TAVClientJNI_ClearFilter(&env, nullptr, handle)},
             {Java_vex_jni_TAVClientJNI_P1Sign(&env, nullptr, handle, text),
              Java_vex_jni_TAVClientJNI_P1SignString(&env, nullptr, handle, text),
              Java_vex_jni_TAVClientJNI_P7Sign(&env, nullptr, handle, text, 1, 1),
              Java_vex_jni_TAVClientJNI_P7SignString(&env, nullptr, handle, text, 0, 1),
              Java_vex_jni_TAVClientJNI_GetSignCert(&env, nullptr, handle),
-             Java_vex_jni_TAVClientJNI_GetCertList(&env, nullptr, handle), nullptr,
+             Java_vex_jni_TAVClientJNI_GetCertList(&env, nullptr, handle),
              Java_vex_jni_TAVClientJNI_GetLastErrorMessage(&env, nullptr, handle)},
             Java_vex_jni_TAVClientJNI_GetLastError(&env, nullptr, handle),
             Java_vex_jni_TAVClientJNI_Finalize(&env, nullptr, handle)};
@@ -137,7 +138,7 @@ jlong Invented(std::mt19937_64& random, jlong nLive) {
 }
 
 TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
-    const long nHandles = AmountOf("VEX_TEST_HANDLES", 20'000);
+    const long nHandles = AmountOf("VEX_TEST_HANDLES", Scaled(20'000));
     const std::uint32_t uSeed = SeedOfRun();
     Handles handles;
     std::array<std::atomic<jlong>, 16> shared{};
@@ -211,7 +212,10 @@ TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
 
 // While threads use the table and their objects, the process forks: what the child then asks is answered.
 TEST_F(HandlesTest, AForkedChildFindsNoLockHeld) {
-    const long nForks = AmountOf("VEX_TEST_HANDLE_FORKS", 100);
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "skipped: a forked child may find AddressSanitizer's own allocator locked";
+#endif
+    const long nForks = AmountOf("VEX_TEST_HANDLE_FORKS", Scaled(100));
     FakeJniEnv env;
     const jlong nShared = Open(env);
     ASSERT_NE(nShared, 0);
