@@ -94,8 +94,8 @@ final class Endurance {
         LogEnd log = new LogEnd(NATIVES);
         log.await();
         Path file = Files.createTempFile("endurance", ".pem");
-        Endurance endurance = new Endurance(TestStore.writePem(
-            file, List.of(TestStore.identity("RSA", "CN=R", 1, 30, 0), TestStore.identity("secp256r1", "CN=E", 2, 30, 0))));
+        Endurance endurance = new Endurance(TestStore.writePem(file, List.of(
+            TestStore.identity("RSA", "CN=R", 1, 30, 0), TestStore.identity("secp256r1", "CN=E", 2, 30, 0))));
 
         Growth growth = new Growth(slices <= SAMPLES ? 1 : SAMPLES / ROWS);
         ExecutorService threads = Executors.newFixedThreadPool(THREADS);
@@ -225,7 +225,8 @@ final class Endurance {
 
         Growth(int samplesOfRow) {
             this.samplesOfRow = samplesOfRow;
-            System.out.printf("%12s %14s %14s %12s %8s%n", "calls", "resident KiB", "of that kept", "descriptors", "threads");
+            System.out.printf(
+                "%12s %14s %14s %12s %8s%n", "calls", "resident KiB", "of that kept", "descriptors", "threads");
         }
 
         void add(long calls, ProcessSize size, long keptBytes) {
