@@ -14,8 +14,7 @@ namespace {
 
 std::string PathOf(int nDescriptor) {
     std::array<char, 4096> path{};
-    const ssize_t cch =
-        readlink(("/proc/self/fd/" + std::to_string(nDescriptor)).c_str(), path.data(), path.size());
+    const ssize_t cch = readlink(("/proc/self/fd/" + std::to_string(nDescriptor)).c_str(), path.data(), path.size());
     return std::string(path.data(), cch > 0 ? static_cast<std::size_t>(cch) : 0);
 }
 

@@ -25,6 +25,7 @@ final class Endurance {
     /** The first objects keep their settings, so that each signature on them has to succeed. */
     private static final int SIGNING_OBJECTS = 16;
     private static final int CALLS_OF_SLICE = 1000;
+    private static final int SAMPLES = 100;
     private static final int ROWS = 20;
 
     /** The smallest block that malloc gives; an empty text's copy takes no more. */
@@ -93,16 +94,18 @@ final class Endurance {
         LogEnd log = new LogEnd(NATIVES);
         log.await();
         Path file = Files.createTempFile("endurance", ".pem");
-        Endurance endurance = new Endurance(TestStore.writePem(
-            file, List.of(TestStore.identity("RSA", "CN=R", 1, 30, 0), TestStore.identity("secp256r1", "CN=E", 2, 30, 0))));
+        Endurance endurance = new Endurance(TestStore.writePem(file, List.of(
+            TestStore.identity("RSA", "CN=R", 1, 30, 0), TestStore.identity("secp256r1", "CN=E", 2, 30, 0))));
 
-        Growth growth = new Growth(slices);
+        Growth growth = new Growth(slices <= SAMPLES ? 1 : SAMPLES / ROWS);
         ExecutorService threads = Executors.newFixedThreadPool(THREADS);
         try {
             for (long slice = 1; slice <= slices; ++slice) {
                 endurance.runSlice(threads, random);
                 log.await();
-                growth.add(slice * THREADS * CALLS_OF_SLICE, ProcessSize.now(), endurance.keptBytes.get());
+                if (slices <= SAMPLES || slice * SAMPLES / slices != (slice - 1) * SAMPLES / slices) {
+                    growth.add(slice * THREADS * CALLS_OF_SLICE, ProcessSize.now(), endurance.keptBytes.get());
+                }
             }
         } finally {
             threads.shutdown();
@@ -218,16 +221,17 @@ final class Endurance {
         }
 
         private final List<Sample> samples = new ArrayList<>();
-        private final long slices;
+        private final int samplesOfRow;
 
-        Growth(long slices) {
-            this.slices = slices;
-            System.out.printf("%12s %14s %14s %12s %8s%n", "calls", "resident KiB", "of that kept", "descriptors", "threads");
+        Growth(int samplesOfRow) {
+            this.samplesOfRow = samplesOfRow;
+            System.out.printf(
+                "%12s %14s %14s %12s %8s%n", "calls", "resident KiB", "of that kept", "descriptors", "threads");
         }
 
         void add(long calls, ProcessSize size, long keptBytes) {
             samples.add(new Sample(calls, size, keptBytes));
-            if (samples.size() * ROWS / slices != (samples.size() - 1) * ROWS / slices) {
+            if (samples.size() % samplesOfRow == 0) {
                 System.out.printf("%,12d %,14d %,14d %12d %8d%n", calls, size.residentBytes() / 1024, keptBytes / 1024,
                     size.descriptors(), size.threads());
             }
@@ -239,13 +243,15 @@ final class Endurance {
             double before = average(judged.subList(0, third));
             double after = average(judged.subList(judged.size() - third, judged.size()));
             // What a byte for each call would be in ten million, and room for what malloc leaves between the blocks.
-            long allowed = (samples.size() < 100 ? 16 : 6) * MEGABYTE;
+            long allowed = (samples.size() < SAMPLES ? 12 : 4) * MEGABYTE;
             System.out.printf("Resident, less what is kept: %.1f MiB in the second third, %.1f MiB in the last%n",
                 before / MEGABYTE, after / MEGABYTE);
             require(after - before <= allowed, "the resident memory grows");
             require(judged.stream().mapToInt(sample -> sample.size().descriptors()).distinct().count() == 1,
                 "the number of descriptors is not level");
-            require(judged.stream().mapToInt(sample -> sample.size().threads()).distinct().count() == 1,
+            // The JVM ends threads of its own that it needs no more.
+            int threads = judged.get(0).size().threads();
+            require(judged.stream().allMatch(sample -> sample.size().threads() <= threads),
                 "the number of threads is not level");
         }
 

@@ -8,8 +8,8 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicLong;
 
 /**
- * A program that starts other programs while its threads are in natives, in each way that a JVM has for it, of which the
- * plain fork runs what libraries do at one. Each has to run, and end.
+ * A program that starts other programs while its threads are in natives, in each way that a JVM has for it, of which
+ * the plain fork runs what libraries do at one. Each has to run, and end.
  */
 final class ForkingJvm {
     private static final int THREADS = 8;
@@ -65,7 +65,7 @@ final class ForkingJvm {
         Files.delete(file);
     }
 
-    /** A quarter of the threads make and release objects, a quarter sign, the others do what leaves the most records. */
+    /** A quarter of the threads make and release objects, a quarter sign, the others leave records. */
     private static void callNatives(int number, String store, AtomicLong calls) {
         long handle = NATIVES.Initialize(null, store);
         while (true) {

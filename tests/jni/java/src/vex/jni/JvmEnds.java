@@ -20,10 +20,10 @@ import java.util.stream.Stream;
  * without its beginning, or takes more than {@link #ALLOWED} longer than JVMs that never loaded the library: the second
  * for which the log waits at the end of a process, and a tenth.
  *
- * <p>In each batch there is one JVM for each way, two without the library, and one without it that pauses a second at its
- * end, and all are told to end at once. On a busy machine it takes that one, too, more than a second to pause for one: who
- * is no more than the tenth behind it is not late. Who is late is asked again, beside others; only who is late each time
- * has failed.
+ * <p>In each batch there is one JVM for each way, two without the library, and one without it that pauses a second at
+ * its end, and all are told to end at once. On a busy machine it takes that one, too, more than a second to pause for
+ * one: who is no more than the tenth behind it is not late. Who is late is asked again, beside others; only who is late
+ * each time has failed.
  */
 final class JvmEnds {
     /** Seconds. */
@@ -136,8 +136,8 @@ final class JvmEnds {
         System.out.printf("%d of these with a pause of a second took %s%n", pauses.size(), spread(pauses));
         System.out.println("Longer than those, in seconds:");
         excesses.forEach((way, values) -> System.out.printf("%-10s %5d  %s%n", way, values.size(), spread(values)));
-        System.out.printf("%d took more than %.1f s longer; %d were more than %.1f s behind the pause and asked again%n",
-            overAllowed, ALLOWED, askedAgain, ALLOWED_BEHIND_PAUSE);
+        System.out.printf("%d took more than %.1f s longer; %d of them were more than %.1f s behind the pause, too, "
+            + "and asked again%n", overAllowed, ALLOWED, askedAgain, ALLOWED_BEHIND_PAUSE);
     }
 
     private static String spread(List<Double> values) {

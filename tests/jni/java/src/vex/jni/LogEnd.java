@@ -10,8 +10,8 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * Waits until the log's writer has written all that was queued. To be used by a thread that calls no other native, while
- * no other thread calls any.
+ * Waits until the log's writer has written all that was queued. To be used by a thread that calls no other native,
+ * while no other thread calls any.
  */
 final class LogEnd {
     private static final Path LOG = Path.of(System.getenv("VEX_TEST_LOG_DIR"), "PILog.txt");
