@@ -115,6 +115,8 @@ TEST_F(Utf8Test, Examples) {
         {"a zero byte", "\0"sv, std::wstring(1, L'\0')},
         {"the last of one byte", "\x7F", L"\x7F"},
         {"the first of two", "\xC2\x80", L"\u0080"},
+        {"eight of the first of two", "\xC2\x80\xC2\x80\xC2\x80\xC2\x80\xC2\x80\xC2\x80\xC2\x80\xC2\x80",
+         std::wstring(8, L'\u0080')},
         {"the last of two", "\xDF\xBF", L"\u07FF"},
         {"the first of three", "\xE0\xA0\x80", L"\u0800"},
         {"before the surrogates", "\xED\x9F\xBF", L"\uD7FF"},
