@@ -54,6 +54,15 @@ TEST_F(MinimalLoggerTest, ARecordIsALineWithItsLevelsWord) {
     }
 }
 
+TEST_F(MinimalLoggerTest, ANewFileIsItsOwnersOnly) {
+    const mode_t before = umask(0);
+    pv_log(1, L"one");
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(m_directory.Path("PILog.txt").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
 TEST_F(MinimalLoggerTest, RecordsAreAppended) {
     m_directory.Write("PILog.txt", "before\n");
     pv_log(1, L"one");

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <future>
 #include <optional>
+#include <thread>
 
 #include "TempDirectory.h"
 #include "VEXCompat.h"
@@ -36,6 +39,29 @@ protected:
     const std::string m_strName = m_directory.Path("log");
     HANDLE m_hFile = nullptr;
 };
+
+// The first has not moved the position yet when the second comes.
+TEST_F(SystemCallTest, AWriteWaitsForThatOfAnotherThread) {
+    std::promise<void> firstHasBegun;
+    std::promise<void> secondHasEnded;
+    std::thread first([&] {
+        SystemCalls calls;
+        calls.Script("pwrite", {After([&] {
+                         firstHasBegun.set_value();
+                         // In vain, as it should be; long enough for a second one that does not wait.
+                         EXPECT_EQ(secondHasEnded.get_future().wait_for(std::chrono::milliseconds(100)),
+                                   std::future_status::timeout);
+                     })});
+        DWORD cb = 0;
+        EXPECT_TRUE(Write("first ", cb));
+    });
+    firstHasBegun.get_future().wait();
+    DWORD cb = 0;
+    EXPECT_TRUE(Write("second", cb));
+    secondHasEnded.set_value();
+    first.join();
+    EXPECT_EQ(ReadWholeFile(m_strName), "first second");
+}
 
 struct TransferCase {
     const char* pszWhat;
