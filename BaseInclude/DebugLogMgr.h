@@ -10,7 +10,8 @@
 // fork: the child begins with an empty queue and no writer. Its first record starts one. Records that were queued when
 // it was made are the parent's to write.
 //
-// Errors: none is reported. Running out of memory throws std::bad_alloc, a null format std::logic_error.
+// Errors: none is reported. Running out of memory throws std::bad_alloc on tracing threads and costs the writer a
+// record; a null format throws std::logic_error.
 #pragma once
 
 #include <pthread.h>
@@ -159,6 +160,7 @@ private:
     BOOL IsExiting();
     std::unique_ptr<LogCacheList> TakeLine();
     void DiscardLines();
+    BOOL WriteLineOrLoseIt(const std::wstring& strLine, std::wstring& strName);
     BOOL WriteLine(const std::wstring& strLine, std::wstring& strName);
     Opened OpenLogFile(std::wstring& strName);
     BOOL ReplaceByFallbackName(std::wstring& strName);
@@ -603,7 +605,7 @@ inline void CDebugLogMgr::WriteQueuedLines() {
             return;
         }
         while (const std::unique_ptr<LogCacheList> pNode = TakeLine()) {
-            if (!WriteLine(pNode->strLog, strName)) {
+            if (!WriteLineOrLoseIt(pNode->strLog, strName)) {
                 return;
             }
         }
@@ -645,6 +647,19 @@ inline void CDebugLogMgr::DiscardLines() {
     m_csLogCache.LeaveVEXCritical();
     while (pNode != nullptr) {
         pNode.reset(pNode->next);
+    }
+}
+
+// Without memory a record is lost, as it is without room on the disk. The writer has no caller to tell, and the host
+// would end with it. Returns what WriteLine does.
+inline BOOL CDebugLogMgr::WriteLineOrLoseIt(const std::wstring& strLine, std::wstring& strName) {
+    try {
+        return WriteLine(strLine, strName);
+    } catch (const std::bad_alloc&) {
+        if (!VEXLoadField(m_bGlobalMode) && m_logFile.GetFileID() == 0) {
+            m_logFile.CloseFile();  // others wait for its lock
+        }
+        return TRUE;
     }
 }
 

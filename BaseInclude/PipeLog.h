@@ -1,5 +1,6 @@
 // The trace of the IPC client, for a look at the exchanges of a deployed machine: it is on while the file /tmp/testPipe
-// exists, and goes to /tmp/pipe.log, which grows without limit. The file is opened and closed for every line.
+// exists, and goes to /tmp/pipe.log, which grows without limit. The file is opened and closed for every line; one that
+// VEXAppendFile.h does not open gets none.
 #pragma once
 
 #include <pthread.h>
@@ -11,13 +12,15 @@
 #include <cstdio>
 #include <ctime>
 
+#include "VEXAppendFile.h"
+
 // One line of printf text, cut to 1023 bytes:
 //   [P<process>] [T<thread, low 32 bits>] [<local date and time>:<microseconds>]: <text>
 // The microseconds are padded to three digits. Any thread; a line is written whole, so that lines of several threads
 // stay apart. Nothing is reported, and errno is what it was.
 __attribute__((__format__(__printf__, 1, 2))) inline void pv_logEx(const char* pszFormat, ...) {
     const int nError = errno;
-    std::FILE* const pFile = access("/tmp/testPipe", F_OK) == 0 ? std::fopen("/tmp/pipe.log", "a+e") : nullptr;
+    std::FILE* const pFile = access("/tmp/testPipe", F_OK) == 0 ? VEXOpenToAppend("/tmp/pipe.log") : nullptr;
     if (pFile == nullptr) {
         errno = nError;
         return;

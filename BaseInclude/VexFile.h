@@ -61,13 +61,14 @@ public:
             return ServerOpenFile(lpszFileName, dwError);
         }
         const CStringA strName(lpszFileName);
+        const CString strFileName(lpszFileName);  // now: a file that is made is not to go unnoticed for want of memory
         const HANDLE hFile = VexCreateFile(strName);
         dwError = ::GetLastError();
         VEXStoreField(m_hFile, hFile);
         if (!IsOpen()) {
             return FALSE;
         }
-        m_strFileName = lpszFileName;
+        m_strFileName = strFileName;
         return TRUE;
     }
 

@@ -1,8 +1,6 @@
 #include "WriteLog.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -10,6 +8,8 @@
 #include <ctime>
 #include <cwchar>
 #include <memory>
+
+#include "VEXAppendFile.h"
 
 namespace {
 
@@ -24,24 +24,6 @@ using Text = std::unique_ptr<Char, Free>;
 template <typename Char>
 Text<Char> Allocate(std::size_t nChars) {
     return Text<Char>(static_cast<Char*>(std::calloc(nChars, sizeof(Char))));
-}
-
-// As fopen with "a+", but for what others may have put in the file's place: links are not followed, pipes and devices
-// not written to, and a new file is its owner's only.
-FILE* OpenToAppend(const char* pszPath) {
-    constexpr mode_t kOwnerOnly = 0600;
-    const int nDescriptor =
-        open(pszPath, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kOwnerOnly);
-    struct stat status {};
-    if (nDescriptor < 0) {
-        return nullptr;
-    }
-    FILE* const stream =
-        fstat(nDescriptor, &status) == 0 && S_ISREG(status.st_mode) ? fdopen(nDescriptor, "a+") : nullptr;
-    if (stream == nullptr) {
-        close(nDescriptor);
-    }
-    return stream;
 }
 
 const char* LevelWord(int level) {
@@ -62,14 +44,14 @@ void WriteTime(FILE* stream) {
     std::tm local = {};
     char szTime[32] = {};
     if (localtime_r(&now, &local) != nullptr) {
-        std::strftime(szTime, sizeof(szTime), "%d/%b/%Y:%H:%M:%S %Z", &local);
+        static_cast<void>(std::strftime(szTime, sizeof(szTime), "%d/%b/%Y:%H:%M:%S %Z", &local));
     }
-    std::fprintf(stream, "[%s] ", szTime);
+    static_cast<void>(std::fprintf(stream, "[%s] ", szTime));
 }
 
 // The d behind the thread's number is part of the format.
 void WriteProcess(FILE* stream) {
-    std::fprintf(stream, "[%d %ud]", getpid(), static_cast<unsigned int>(pthread_self()));
+    static_cast<void>(std::fprintf(stream, "[%d %ud]", getpid(), static_cast<unsigned int>(pthread_self())));
 }
 
 void WriteMessage(FILE* stream, int level, const wchar_t* pszWide) {
@@ -80,7 +62,7 @@ void WriteMessage(FILE* stream, int level, const wchar_t* pszWide) {
     }
     const Text<char> pszNarrow = Allocate<char>(cbMessage + 1);
     if (pszNarrow && std::wcstombs(pszNarrow.get(), pszWide, cbMessage) != kUnconvertible) {
-        std::fprintf(stream, "[%s]%s\n", LevelWord(level), pszNarrow.get());
+        static_cast<void>(std::fprintf(stream, "[%s]%s\n", LevelWord(level), pszNarrow.get()));
     }
 }
 
@@ -88,19 +70,19 @@ void WriteMessage(FILE* stream, int level, const wchar_t* pszWide) {
 
 FILE* pv_init_log() {
     char szPath[256] = {};
-    std::snprintf(szPath, sizeof(szPath), "%s", "/tmp/PILog.txt");
-    FILE* const stream = OpenToAppend(szPath);
+    static_cast<void>(std::snprintf(szPath, sizeof(szPath), "%s", "/tmp/PILog.txt"));
+    FILE* const stream = VEXOpenToAppend(szPath);
     if (stream == nullptr) {
         std::printf("system error: error to open log file[%s].\n", szPath);
         return nullptr;
     }
-    std::fflush(stream);
+    static_cast<void>(std::fflush(stream));
     return stream;
 }
 
 void pv_uninit(FILE* stream) {
     if (stream != nullptr) {
-        std::fclose(stream);
+        static_cast<void>(std::fclose(stream));
     }
 }
 
@@ -116,10 +98,10 @@ void pv_log(int level, const wchar_t* format, ...) {
     if (pszMessage) {
         va_list args;
         va_start(args, format);
-        std::vswprintf(pszMessage.get(), nMessage - 1, format, args);
+        static_cast<void>(std::vswprintf(pszMessage.get(), nMessage - 1, format, args));
         va_end(args);
         WriteMessage(stream, level, pszMessage.get());
     }
-    std::fflush(stream);
+    static_cast<void>(std::fflush(stream));
     pv_uninit(stream);
 }

@@ -8,6 +8,8 @@
 // toolkit does not give, has no record of the end.
 #include "vex_jni_TAVClientJNI.h"
 
+#include <string.h>
+
 #include <array>
 #include <climits>
 #include <cstddef>
@@ -22,6 +24,31 @@
 #include "VCTK.h"
 #include "VEXCompat.h"
 #include "VEXcstring.h"
+
+namespace {
+
+// Overwrites an object's memory when it goes out of scope, in a way that the compiler keeps. For copies of a text that
+// may hold a PIN: freed memory keeps its bytes.
+class CWiper {
+public:
+    CWiper(void* pMemory, std::size_t cb) : m_pMemory(pMemory), m_cb(cb) {}
+    explicit CWiper(std::wstring& wstrText) : CWiper(wstrText.data(), wstrText.size() * sizeof(wchar_t)) {}
+    explicit CWiper(CStringA& strText)
+        : CWiper(strText.IsEmpty() ? nullptr : strText.GetBuffer(), static_cast<std::size_t>(strText.GetLength())) {}
+    CWiper(const CWiper&) = delete;
+    CWiper& operator=(const CWiper&) = delete;
+    ~CWiper() {
+        if (m_cb > 0) {
+            explicit_bzero(m_pMemory, m_cb);
+        }
+    }
+
+private:
+    void* m_pMemory;
+    std::size_t m_cb;
+};
+
+}  // namespace
 
 // A Java string from UTF-8; pat must not be null. Every step runs whether or not the one before succeeded; a failure
 // shows as a pending Java exception.
@@ -58,6 +85,7 @@ std::wstring JstringToWindows(JNIEnv* jenv, jstring jstr) {
     const int iLen = size * 4 + 4;
     try {
         const auto pwszRetStr = std::make_unique_for_overwrite<wchar_t[]>(static_cast<size_t>(iLen));
+        const CWiper wiper(pwszRetStr.get(), static_cast<size_t>(iLen));
         std::memset(pwszRetStr.get(), 0, static_cast<size_t>(iLen));
         if (MultiByteToWideChar(CP_UTF8, 0, pszUTF8, lengthUTF8, pwszRetStr.get(), iLen) > 0) {
             jenv->ReleaseStringUTFChars(jstr, pszUTF8);
@@ -239,12 +267,18 @@ extern "C" {
 
 // bstrAlgType is not looked at.
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Initialize(JNIEnv* jenv, jobject, jstring, jstring bstrAuxParam) {
-    const std::wstring wstrKeyInfo = JstringToWindows(jenv, bstrAuxParam);
+    std::wstring wstrKeyInfo = JstringToWindows(jenv, bstrAuxParam);
+    const CWiper wiper(wstrKeyInfo);
     if (wstrKeyInfo.empty()) {
         return 0;
     }
     TraceEnter(kInitialize);
-    HANDLE hVexObject = VCTK_Initialize(CStringA(wstrKeyInfo.c_str()));
+    HANDLE hVexObject = nullptr;
+    {
+        CStringA straKeyInfo(wstrKeyInfo.c_str());
+        const CWiper narrowWiper(straKeyInfo);
+        hVexObject = VCTK_Initialize(straKeyInfo);
+    }
     if (hVexObject != nullptr) {
         VCTK_CallQueueEnable(hVexObject, 0, 1);
     }

@@ -56,6 +56,14 @@ public:
     void LockForFork() { m_mutex.lock(); }
     void UnlockAfterFork() { m_mutex.unlock(); }
 
+    // Between the two.
+    template <typename Function>
+    void ForEach(Function function) {
+        for (const auto& [nHandle, pObject] : m_objects) {
+            function(*pObject);
+        }
+    }
+
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.
     static constexpr std::uintptr_t kStep = 4;

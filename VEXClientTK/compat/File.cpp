@@ -11,6 +11,7 @@
 
 #include "HandleTable.h"
 #include "compat/FileLock.h"
+#include "compat/FreshFile.h"
 #include "compat/LastError.h"
 #include "compat/RegularFile.h"
 
@@ -19,7 +20,7 @@ namespace {
 
 using Files = HandleTable<RegularFile>;
 
-Files& OpenFiles();
+Files& OpenFiles() noexcept;
 
 void BeforeFork() {
     OpenFiles().LockForFork();
@@ -43,8 +44,9 @@ Files& MakeOpenFiles() {
     return files;
 }
 
-// Never destroyed: the log writer's thread may still be in it while the exit handlers run.
-Files& OpenFiles() {
+// Never destroyed: the log writer's thread may still be in it while the exit handlers run. Without the memory for it,
+// no library is loaded.
+Files& OpenFiles() noexcept {
     static Files& s_files = MakeOpenFiles();
     return s_files;
 }
@@ -100,36 +102,20 @@ constexpr std::chrono::milliseconds kMaxLockWait(2000);
 
 constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
 
-// Marks a file, on which it means nothing else, from its creation until somebody has its lock.
-constexpr mode_t kUnclaimed = S_ISVTX;
-
-// Whether the file can bear the mark: not every file system keeps it. It does not bear it when this returns.
-bool CanBeMarked(int nDescriptor, mode_t mode) {
-    struct stat status {};
-    const bool bMarked = fchmod(nDescriptor, mode | kUnclaimed) == 0 && fstat(nDescriptor, &status) == 0 &&
-                         (status.st_mode & kUnclaimed) != 0;
-    return fchmod(nDescriptor, mode) == 0 && bMarked;
-}
-
 // Between making a file and locking it another process may open and lock it. It is the one who has the lock of a fresh
-// file first that is told to have created it, and so writes what a file begins with; who made it comes second.
+// file first that is told to have created it; who made it comes second.
 Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOpen) {
     struct stat status {};
     if (fstat(descriptor.Get(), &status) != 0) {
         return NotOpened(ErrorFromErrno(errno));
     }
-    if (!S_ISREG(status.st_mode)) {
+    // A second name may be that of a file that its owner keeps elsewhere.
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
         return NotOpened(ERROR_ACCESS_DENIED);
     }
     FileLock lock(descriptor.Get(), kMaxLockWait, uForksBeforeOpen);
-    const bool bMayBeFresh = bMade || (status.st_mode & kUnclaimed) != 0;
-    bool bCreated = false;
-    if (bMayBeFresh && fstat(descriptor.Get(), &status) == 0 && status.st_size == 0) {
-        const mode_t mode = status.st_mode & ~(S_IFMT | kUnclaimed);
-        // Somebody else's file that bears the mark for reasons of its own keeps it and counts as an opened one.
-        bCreated = (status.st_mode & kUnclaimed) != 0 ? fchmod(descriptor.Get(), mode) == 0
-                                                      : bMade && !CanBeMarked(descriptor.Get(), mode);
-    }
+    const bool bLocked = lock.IsHeld();
+    const bool bCreated = (bMade || MayBeClaimed(status, bLocked)) && ClaimFile(descriptor.Get(), bMade, bLocked);
     return {std::move(descriptor), std::move(lock), bCreated ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
 }
 
@@ -181,7 +167,8 @@ HANDLE VexCreateFile(LPCSTR lpFileName) {
         if (!opened.descriptor.IsOpen()) {
             return FailToOpen(opened.dwError);
         }
-        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor), std::move(opened.lock));
+        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor), std::move(opened.lock),
+                                                  opened.dwError == ERROR_SUCCESS);
         const HANDLE hFile = OpenFiles().Add(std::move(file));
         SetLastErrorNumber(opened.dwError);
         return hFile;

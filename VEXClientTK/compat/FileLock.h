@@ -24,6 +24,8 @@ public:
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
 
+    bool IsHeld() const noexcept { return m_bHeld; }
+
     // Closes the descriptor, and so ends the lock if there is one.
     void EndByClosing(FileDescriptor& descriptor) noexcept;
 

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "compat/FreshFile.h"
+
 namespace vextk {
 namespace {
 
@@ -28,6 +30,13 @@ RegularFile::Transfer TransferAll(std::size_t cb, Step step) {
 
 }  // namespace
 
+RegularFile::~RegularFile() {
+    if (m_bClaimed) {
+        LeaveClaimedFile(m_descriptor.Get(), m_bWriteFailed);
+    }
+    m_lock.EndByClosing(m_descriptor);
+}
+
 RegularFile::Transfer RegularFile::Read(void* pBuffer, std::size_t cbBuffer) {
     const std::lock_guard lock(m_mutex);
     const Transfer transfer = TransferAll(cbBuffer, [&](std::size_t cbDone) {
@@ -48,6 +57,7 @@ RegularFile::Transfer RegularFile::Write(const void* pData, std::size_t cbData) 
     if (transfer.cb < cbData && transfer.nErrno == 0) {
         transfer.nErrno = EIO;
     }
+    m_bWriteFailed = m_bWriteFailed || transfer.nErrno != 0;
     return transfer;
 }
 

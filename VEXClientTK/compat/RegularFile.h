@@ -14,11 +14,12 @@ namespace vextk {
 // Any thread may call any member; calls that use the position run one after the other.
 class RegularFile {
 public:
-    explicit RegularFile(FileDescriptor descriptor, FileLock lock = {})
-        : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
+    // bClaimed: by ClaimFile.
+    explicit RegularFile(FileDescriptor descriptor, FileLock lock = {}, bool bClaimed = false)
+        : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)), m_bClaimed(bClaimed) {}
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
-    ~RegularFile() { m_lock.EndByClosing(m_descriptor); }
+    ~RegularFile();
 
     // The bytes that were transferred before the end of the file or an error.
     struct Transfer {
@@ -41,8 +42,10 @@ public:
 private:
     FileDescriptor m_descriptor;
     FileLock m_lock;  // of the descriptor
+    const bool m_bClaimed;
     std::mutex m_mutex;
-    off_t m_nPosition = 0;  // guarded by m_mutex
+    off_t m_nPosition = 0;        // guarded by m_mutex, as the next
+    bool m_bWriteFailed = false;  // one of them
 };
 
 }  // namespace vextk

@@ -5,6 +5,8 @@
 #include <deque>
 #include <mutex>
 
+#include "signing/MutexPool.h"
+
 namespace vextk {
 
 // Any thread may call any member.
@@ -30,6 +32,12 @@ public:
     void Enable(bool fEnable) {
         const std::lock_guard lock(m_mutex);
         m_fEnabled = fEnable;
+    }
+
+    // In a process that was just forked, whose other threads, which may have had or awaited a turn, do not exist.
+    void ForgetOtherThreads() {
+        m_fBusy = false;
+        m_waiters.clear();
     }
 
 private:
@@ -67,7 +75,7 @@ private:
         next.condition.notify_one();
     }
 
-    std::mutex m_mutex;
+    std::mutex& m_mutex = MutexPool::Next();
     bool m_fEnabled = false;  // guarded by m_mutex, as all below
     bool m_fBusy = false;
     std::deque<Waiter*> m_waiters;

@@ -1,5 +1,7 @@
 // The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
 
+#include <pthread.h>
+
 #include <array>
 #include <climits>
 #include <cstring>
@@ -7,8 +9,10 @@
 
 #include "HandleTable.h"
 #include "VCTK.h"
+#include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
 #include "signing/SigningObject.h"
+#include "signing/StackWiper.h"
 #include "signing/Store.h"
 
 namespace vextk {
@@ -16,12 +20,44 @@ namespace {
 
 using Objects = HandleTable<SigningObject>;
 
+Objects& OpenObjects();
+
+ThreadId s_nForkingThread = 0;  // guarded by the objects' lock
+
+// A forked process goes on with the objects, and finds no lock held nor turn taken by a thread that it has not.
+void BeforeFork() {
+    OpenObjects().LockForFork();
+    s_nForkingThread = CurrentThreadId();
+    MutexPool::LockAll();
+    LockThreadIdsForFork();
+}
+
+void Unlock() {
+    UnlockThreadIdsAfterFork();
+    MutexPool::UnlockAll();
+    OpenObjects().UnlockAfterFork();
+}
+
+void AfterForkThere() {
+    OpenObjects().ForEach([](SigningObject& object) { object.ForgetOtherThreads(s_nForkingThread); });
+    Unlock();
+}
+
+Objects& MakeOpenObjects() {
+    constexpr std::uintptr_t kFirstHandle = 0x56430004;
+    Objects& objects = *new Objects(kFirstHandle);
+    pthread_atfork(BeforeFork, Unlock, AfterForkThere);
+    return objects;
+}
+
 // Never destroyed: threads of the host may still sign while its exit handlers run.
 Objects& OpenObjects() {
-    constexpr std::uintptr_t kFirstHandle = 0x56430004;
-    static Objects& s_objects = *new Objects(kFirstHandle);
+    static Objects& s_objects = MakeOpenObjects();
     return s_objects;
 }
+
+// Made before a second thread can be in the making of it when the process forks.
+[[maybe_unused]] const Objects& s_objectsAtLoadTime = OpenObjects();
 
 // Why the thread's last initialisation failed. It has no destructor, so that it can be asked at any time; a detail
 // that is longer is cut.
@@ -84,7 +120,8 @@ std::string LastErrorMessage(HANDLE hObject) {
 
 using namespace vextk;
 
-HANDLE VCTK_Initialize(const char* pszAuxParam) {
+VEXTK_CLEAR_REGISTERS HANDLE VCTK_Initialize(const char* pszAuxParam) {
+    const StackWiper wiper;
     try {
         InitialiseOpenSsl();
         const OpenSslErrorMark mark;
@@ -115,7 +152,8 @@ INT VCTK_ClearFilter(HANDLE hObject) {
     return CallObject(hObject, [](SigningObject& object) { object.ClearFilters(); });
 }
 
-INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
+VEXTK_CLEAR_REGISTERS INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
+    const StackWiper wiper;
     return CallObject(hObject, [=](SigningObject& object) { object.SignP1(RequireText(pszData), nInputForm); });
 }
 
@@ -123,7 +161,9 @@ INT VCTK_GetP1SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
     return CallObject(hObject, [=](SigningObject& object) { HandOut(object.P1Signature(), pszBuffer, pnLength); });
 }
 
-INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached, int nIncludeCert) {
+VEXTK_CLEAR_REGISTERS INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached,
+                                      int nIncludeCert) {
+    const StackWiper wiper;
     return CallObject(hObject, [=](SigningObject& object) {
         object.SignP7(RequireText(pszData), nInputForm, nDetached != 0, nIncludeCert != 0);
     });
@@ -133,7 +173,8 @@ INT VCTK_GetP7SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
     return CallObject(hObject, [=](SigningObject& object) { HandOut(object.P7Signature(), pszBuffer, pnLength); });
 }
 
-INT VCTK_Finalize(HANDLE hObject) {
+VEXTK_CLEAR_REGISTERS INT VCTK_Finalize(HANDLE hObject) {
+    const StackWiper wiper;
     return OpenObjects().Remove(hObject) ? VCTK_OK : VCTK_E_INVALID_HANDLE;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <new>
 
 #include "signing/Base64.h"
 #include "signing/Failure.h"
@@ -80,6 +81,27 @@ unsigned int KeyBitsOf(const X509* pCertificate) {
     return static_cast<unsigned int>(std::max(EVP_PKEY_get_bits(pKey), 0));
 }
 
+// Whether OpenSSL can read the certificate's key when it tries anew.
+bool CanReadKey(X509* pCertificate) {
+    unsigned char* pbDer = nullptr;
+    const int cbDer = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(pCertificate), &pbDer);
+    const MemoryPtr<unsigned char> der(pbDer);
+    const unsigned char* pbRead = pbDer;
+    return cbDer > 0 && KeyPtr(d2i_PUBKEY(nullptr, &pbRead, cbDer)) != nullptr;
+}
+
+// OpenSSL reads a certificate's key and extensions once and keeps the result, a want of memory as well, which would
+// make the certificate useless from then on. It is found out here, where it can be told. Without a key that can be
+// read, or with malformed extensions, it is as good as it can be.
+void RequireRead(X509* pCertificate) {
+    const OpenSslErrorMark mark;
+    const bool fKeyLost = X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate);
+    if (fKeyLost || (X509_check_purpose(pCertificate, -1, 0) != 1 &&
+                     ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE)) {
+        throw std::bad_alloc();
+    }
+}
+
 }  // namespace
 
 Identity::Identity(X509Ptr certificate, KeyPtr key)
@@ -91,7 +113,9 @@ Identity::Identity(X509Ptr certificate, KeyPtr key)
       m_strSerialHex(SerialText(m_certificate.get())),
       m_strFingerprintHex(FingerprintText(m_certificate.get())),
       m_strSubject(NameText(X509_get_subject_name(m_certificate.get()))),
-      m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))) {}
+      m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))) {
+    RequireRead(m_certificate.get());
+}
 
 std::string Identity::NotBeforeText() const {
     return IsoText(m_notBefore);

@@ -4,12 +4,16 @@
 #include <mutex>
 
 #include "signing/Failure.h"
+#include "signing/WipingMemory.h"
 
 namespace vextk {
 
 void InitialiseOpenSsl() {
     static std::once_flag s_once;
-    std::call_once(s_once, [] { RequireOpenSsl(OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1); });
+    std::call_once(s_once, [] {
+        WipeWhatOpenSslFrees();
+        RequireOpenSsl(OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1);
+    });
 }
 
 std::string LastOpenSslReason() {

@@ -45,8 +45,8 @@ struct OpenSslMemoryDeleter {
 template <typename T>
 using MemoryPtr = std::unique_ptr<T, OpenSslMemoryDeleter>;
 
-// Initialises OpenSSL once, without its exit handlers: a host's threads may still sign while its exit handlers run.
-// A host that has initialised OpenSSL before has decided about the exit handlers itself.
+// Initialises OpenSSL once, without its exit handlers: a host's threads may still sign while its exit handlers run; and
+// such that it wipes what it frees. A host that has used OpenSSL before has decided about both itself.
 void InitialiseOpenSsl();
 
 // Takes the errors that have been added meanwhile off the thread's OpenSSL error queue, which is the host's as well.

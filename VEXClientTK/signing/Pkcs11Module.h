@@ -1,5 +1,8 @@
 // A PKCS #11 module: the library that knows how to talk to tokens of some make. Loaded and initialised once in a
 // process, and never finalised or unloaded: the host's threads may sign while the process ends.
+//
+// Modules are called directly and not through libp11, whose 0.4.12 waits for ever for a session of a removed token:
+// pkcs11_get_session goes back to its condition when C_OpenSession fails.
 #pragma once
 
 #include <dlfcn.h>

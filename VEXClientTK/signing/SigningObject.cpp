@@ -90,6 +90,17 @@ SigningObject::PerThreadPtr SigningObject::MineIfAny() const {
     return found == m_perThread.end() ? nullptr : found->second;
 }
 
+void SigningObject::ForgetOtherThreads(ThreadId nThread) {
+    m_queue.ForgetOtherThreads();
+    auto* const pOthers = new (std::nothrow) decltype(m_perThread)(std::move(m_perThread));
+    m_perThread.clear();
+    if (pOthers != nullptr) {
+        if (auto mine = pOthers->extract(nThread)) {
+            m_perThread.insert(std::move(mine));
+        }
+    }
+}
+
 VCTKError SigningObject::LastError() const {
     const PerThreadPtr mine = MineIfAny();
     return mine ? mine->nLastError : VCTK_OK;

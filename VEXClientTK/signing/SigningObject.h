@@ -17,6 +17,7 @@
 #include "signing/Failure.h"
 #include "signing/Filter.h"
 #include "signing/Identity.h"
+#include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
 #include "signing/ThreadId.h"
 
@@ -55,6 +56,10 @@ public:
     std::string LastErrorMessage() const;
 
     CallQueue& Queue() { return m_queue; }
+
+    // In a process that was just forked, by its one thread. What belongs to threads that exist in the parent only may
+    // be half changed, and stays as it is for ever.
+    void ForgetOtherThreads(ThreadId nThread);
 
     // ---- Operations, for Call ----
 
@@ -125,7 +130,7 @@ private:
     const Identities m_identities;
     CallQueue m_queue;
 
-    mutable std::mutex m_mutex;
+    std::mutex& m_mutex = MutexPool::Next();
     SettingsPtr m_settings;  // guarded by m_mutex, as all below; never changed, only replaced
     mutable ChoicePtr m_lastChoice;
     // Each entry is used by its own thread alone; it is the map that the mutex guards.

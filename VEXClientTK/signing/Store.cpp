@@ -55,9 +55,11 @@ StoreContent ReadObjects(std::string_view bytes, const SecretText* pPin) {
             continue;
         }
         if (OSSL_STORE_INFO_get_type(info.get()) == OSSL_STORE_INFO_CERT) {
-            content.certificates.emplace_back(RequireOpenSsl(OSSL_STORE_INFO_get1_CERT(info.get())));
+            X509Ptr certificate(RequireOpenSsl(OSSL_STORE_INFO_get1_CERT(info.get())));
+            content.certificates.push_back(std::move(certificate));
         } else if (OSSL_STORE_INFO_get_type(info.get()) == OSSL_STORE_INFO_PKEY) {
-            content.keys.emplace_back(RequireOpenSsl(OSSL_STORE_INFO_get1_PKEY(info.get())));
+            KeyPtr key(RequireOpenSsl(OSSL_STORE_INFO_get1_PKEY(info.get())));
+            content.keys.push_back(std::move(key));
         }
     }
     content.fPinAsked = prompt.fAsked;

@@ -93,8 +93,8 @@ void ParseModule(bool fPath, std::string_view value, TokenUri& token) {
     }
 }
 
-// RFC 7512 section 2.3. An attribute that says more than is understood would be ignored at the cost of taking another
-// token or key than the one that is meant.
+// RFC 7512 section 2.3. One that is not understood, a vendor's too, lets nothing fit (section 2.4): it says more of the
+// token or key that is meant.
 constexpr std::string_view kTokenAttributes[] = {"token",
                                                  "manufacturer",
                                                  "serial",
@@ -109,13 +109,17 @@ constexpr std::string_view kTokenAttributes[] = {"token",
                                                  "type",
                                                  "id"};
 
+bool IsTokenAttribute(std::string_view name) {
+    return std::find(std::begin(kTokenAttributes), std::end(kTokenAttributes), name) != std::end(kTokenAttributes);
+}
+
 void ParseTokenAttribute(std::string_view attribute, TokenUri& token) {
     const size_t nEquals = attribute.find('=');
     const std::string_view name = attribute.substr(0, nEquals);
     if (nEquals == std::string_view::npos) {
         Malformed("an attribute has no \"=\"");
     }
-    if (std::find(std::begin(kTokenAttributes), std::end(kTokenAttributes), name) == std::end(kTokenAttributes)) {
+    if (!IsTokenAttribute(name)) {
         Malformed("an attribute of the token or object is unknown");
     }
     const SecretText decoded = PercentDecode(attribute.substr(nEquals + 1), name == "id");
@@ -147,6 +151,19 @@ void ParseTokenPath(std::string_view path, TokenUri& token) {
     }
 }
 
+// What a vendor adds behind the "?" is ignored (RFC 7512 section 2.4), as often as it comes, if it is well-formed.
+void CheckVendorAttribute(std::string_view name, std::string_view value) {
+    if (IsTokenAttribute(name)) {
+        Malformed("an attribute of the token or object stands behind the \"?\"");
+    }
+    if (name.empty() || !std::all_of(name.begin(), name.end(), [](char ch) {
+            return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '-' || ch == '_';
+        })) {
+        Malformed("an attribute's name is not of letters, digits, \"-\" and \"_\"");
+    }
+    PercentDecode(value, true);
+}
+
 void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     const size_t nEquals = attribute.find('=');
     if (nEquals == std::string_view::npos) {
@@ -160,8 +177,11 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
         return;
     }
     if (name != "pin-value" && name != "pin-source") {
-        Malformed(fToken ? "behind the \"?\" it knows pin-value, pin-source, module-path and module-name"
-                         : "the attributes are pin-value and pin-source");
+        if (!fToken) {
+            Malformed("the attributes are pin-value and pin-source");
+        }
+        CheckVendorAttribute(name, value);
+        return;
     }
     if (uri.pin || uri.strPinSource) {
         Malformed("the PIN is given twice");
@@ -174,6 +194,9 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
 }
 
 void ParseAttributes(std::string_view query, StoreUri& uri) {
+    if (query.empty() && uri.kind == StoreUri::Kind::Token) {
+        return;
+    }
     for (;;) {
         const size_t nEnd = query.find('&');
         ParseAttribute(query.substr(0, nEnd), uri);

@@ -13,4 +13,8 @@ ThreadId CurrentThreadId();
 // Whether the thread of this number has not ended yet. Any thread may ask.
 bool IsThreadAlive(ThreadId nThread);
 
+// Before a fork, and after it in the thread that forked and in the one that it became.
+void LockThreadIdsForFork();
+void UnlockThreadIdsAfterFork();
+
 }  // namespace vextk

@@ -19,7 +19,15 @@ using RsaPtr = std::unique_ptr<RSA, OpenSslDeleter<RSA_free>>;
 using EcKeyPtr = std::unique_ptr<EC_KEY, OpenSslDeleter<EC_KEY_free>>;
 using EcSignaturePtr = std::unique_ptr<ECDSA_SIG, OpenSslDeleter<ECDSA_SIG_free>>;
 
+// Looked at only when there is one: libc ends the process when it has no memory to note that something of a thread's
+// has to be destroyed, and most threads never use a token.
 thread_local std::exception_ptr t_failure;
+thread_local bool t_fFailed = false;
+
+void KeepFailure() {
+    t_failure = std::current_exception();
+    t_fFailed = true;
+}
 
 // What an OpenSSL key has of its token; owned by the OpenSSL key.
 struct Binding {
@@ -56,9 +64,9 @@ auto Guarded(Function function) -> decltype(function()) {
     try {
         return function();
     } catch (const Failure&) {
-        t_failure = std::current_exception();
+        KeepFailure();
     } catch (const std::bad_alloc&) {
-        t_failure = std::current_exception();
+        KeepFailure();
     }
     return {};
 }
@@ -193,13 +201,15 @@ KeyPtr MakeTokenPrivateKey(std::shared_ptr<Token> token, TokenKey key, const X50
 }
 
 void ThrowTokenFailure() {
-    if (t_failure) {
+    if (std::exchange(t_fFailed, false)) {
         std::rethrow_exception(std::exchange(t_failure, nullptr));
     }
 }
 
 void ForgetTokenFailure() {
-    t_failure = nullptr;
+    if (std::exchange(t_fFailed, false)) {
+        t_failure = nullptr;
+    }
 }
 
 }  // namespace vextk

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <array>
+#include <memory>
 #include <mutex>
 #include <set>
 
@@ -21,16 +22,18 @@ struct Refused {
 
 // Never destroyed: threads may still sign while the process's exit handlers run.
 Refused& Known() {
-    static Refused& s_known = *[] {
-        auto* const pRefused = new Refused;
+    static Refused* s_pKnown = nullptr;
+    // Unlike the making of a static object, one that a fork came into is done anew by the child.
+    static std::once_flag s_once;
+    std::call_once(s_once, [] {
+        auto pRefused = std::make_unique<Refused>();
         RequireOpenSsl(RAND_bytes(pRefused->key.data(), static_cast<int>(pRefused->key.size())) == 1);
-        return pRefused;
-    }();
-    // A child finds the lock free and the set whole.
-    static const int s_nRegistered =
-        pthread_atfork([] { s_known.mutex.lock(); }, [] { s_known.mutex.unlock(); }, [] { s_known.mutex.unlock(); });
-    static_cast<void>(s_nRegistered);
-    return s_known;
+        s_pKnown = pRefused.release();
+        // A child finds the lock free and the set whole.
+        pthread_atfork([] { s_pKnown->mutex.lock(); }, [] { s_pKnown->mutex.unlock(); },
+                       [] { s_pKnown->mutex.unlock(); });
+    });
+    return *s_pKnown;
 }
 
 std::string Digest(const Refused& refused, const std::string& strToken, std::string_view pin) {

@@ -44,7 +44,10 @@ test     pkg-config            _vex_has_command pkg-config                  # pk
 fuzz     clang                 _vex_has_command clang++                     # clang
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
+soak     clang                 _vex_has_command clang++                     # clang
+soak     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 soak     valgrind              _vex_has_command valgrind                    # valgrind
+soak     gdb                   _vex_has_command gcore                       # gdb, for gcore
 bench    libspdlog-dev         _vex_has_header spdlog/spdlog.h              # spdlog
 bench    libgoogle-glog-dev    _vex_has_header glog/logging.h               # glog
 bench    libbcprov-java        _vex_has_jar bcprov                          # Bouncy Castle, provider

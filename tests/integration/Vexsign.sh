@@ -130,6 +130,21 @@ for filter in key-algorithm=ec subject=cn=EC issuer=Cn=ec "serial=$(grep -P '\tE
     [ "$(wc -l <out)" -eq 1 ] || fail "--filter $filter: $(cat out)"
     mv all out
 done
+# Those whose certificates differ in more than their names.
+openssl req -x509 -key ec.key -out usage.pem -days 30 -subj "/O=a/CN=usage" -addext keyUsage=digitalSignature \
+    -addext extendedKeyUsage=codeSigning -addext certificatePolicies=1.2.3.4
+cat ec.key usage.pem rsa.key rsa.pem >usage-and-rsa.pem
+for filter in key-usage-all=digitalSignature extended-key-usage=codeSigning policy=1.2.3.4 subject-name=cn=USAGE,o=A \
+    issuer-name=cn=USAGE,o=A; do
+    expect 0 "$vexsign" list ./usage-and-rsa.pem --filter "$filter"
+    grep -qP '\tEC\tCN=usage,O=a\t' out || fail "--filter $filter: $(cat out)"
+    [ "$(wc -l <out)" -eq 1 ] || fail "--filter $filter: $(cat out)"
+done
+expect 0 "$vexsign" list ./usage-and-rsa.pem --filter key-size=2048 --filter "valid-at=$(date -u +%FT%TZ)"
+[ "$(cut -f 5 out)" = RSA ] || fail "--filter key-size, valid-at: $(cat out)"
+expect 0 "$vexsign" list ./usage-and-rsa.pem --filter valid-at=2000-01-01T00:00:00Z
+[ ! -s out ] || fail "--filter valid-at: $(cat out)"
+
 expect 0 "$vexsign" list ./both.pem --filter key-usage=digitalSignature --filter key-algorithm=RSA --filter subject=ec
 [ ! -s out ] || fail "two filters that exclude each other: $(cat out)"
 says 'no certificate'

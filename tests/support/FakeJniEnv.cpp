@@ -1,5 +1,7 @@
 #include "FakeJniEnv.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstddef>
@@ -141,7 +143,9 @@ struct FakeJniEnv::Hooks {
         const bool bHandedOut = pszChars != nullptr && pszChars == env.Get(text).pszChars.get();
         env.m_fnRecord("ReleaseStringUTFChars(" + env.Name(text) + ", " + (bHandedOut ? "chars" : "others") + ")");
         if (bHandedOut) {
-            env.Get(text).pszChars.reset();
+            Object& object = env.Get(text);
+            explicit_bzero(object.pszChars.get(), object.bytes.size() + 1);
+            object.pszChars.reset();
             --env.m_nUnreleasedChars;
         }
     }
@@ -253,6 +257,12 @@ FakeJniEnv::~FakeJniEnv() = default;
 jstring FakeJniEnv::MakeString(std::string bytes, std::string strName) {
     m_objects.push_back({.strName = std::move(strName), .bytes = std::move(bytes)});
     return reinterpret_cast<jstring>(&m_objects.back());
+}
+
+void FakeJniEnv::Forget(jstring text) {
+    std::string& bytes = Get(text).bytes;
+    explicit_bzero(bytes.data(), bytes.size());
+    bytes.clear();
 }
 
 std::u16string FakeJniEnv::Units(jstring text) {

@@ -26,6 +26,9 @@ public:
     // A Java string whose modified UTF-8 form has these bytes, written as strName in the recorded calls.
     jstring MakeString(std::string bytes, std::string strName = "input");
 
+    // Overwrites and drops what MakeString was given: nothing of it is left here, and the string is empty.
+    void Forget(jstring text);
+
     // From now on the JNI function of this name does nothing and returns null.
     void Fail(std::string_view function) { m_failing.emplace(function); }
 

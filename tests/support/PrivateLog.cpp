@@ -9,18 +9,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
-#include <string>
 #include <string_view>
 
 namespace {
 
 constexpr std::string_view kPaths[] = {"/tmp/PILog.txt", "/tmp/pipe.log", "/tmp/testPipe", "/var/log.ini"};
 
-// Where a path leads.
+// Where a path leads. Without memory of its own: tests take that away.
 class Destination {
 public:
     explicit Destination(const char* pszPath) : m_pszPath(pszPath) {
@@ -29,9 +30,11 @@ public:
             std::find(std::begin(kPaths), std::end(kPaths), pszPath) == std::end(kPaths)) {
             return;
         }
-        const std::string_view path(pszPath);
-        m_strMoved.append(pszDirectory).append(path.substr(path.rfind('/')));
-        m_pszPath = m_strMoved.c_str();
+        const int cch = std::snprintf(m_szMoved, sizeof m_szMoved, "%s%s", pszDirectory, std::strrchr(pszPath, '/'));
+        if (cch < 0 || static_cast<std::size_t>(cch) >= sizeof m_szMoved) {
+            std::abort();
+        }
+        m_pszPath = m_szMoved;
     }
     Destination(const Destination&) = delete;
     Destination& operator=(const Destination&) = delete;
@@ -39,7 +42,7 @@ public:
     const char* Path() const { return m_pszPath; }
 
 private:
-    std::string m_strMoved;
+    char m_szMoved[PATH_MAX];
     const char* m_pszPath;
 };
 

@@ -1,11 +1,9 @@
 #include "Options.h"
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdint>
-#include <iostream>
 
-#include "Exit.h"
+#include "common/CommandLine.h"
 
 namespace vexlog {
 namespace {
@@ -71,16 +69,6 @@ CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strTex
     return *time;
 }
 
-// An option that may be given several times, with one value each.
-void AddList(CLI::App& app, const std::string& strName, std::vector<std::string>& values, const std::string& strValue,
-             const std::string& strText) {
-    app.add_option(strName, values, strText)
-        ->type_name(strValue)
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-}
-
 // What the parser fills in before it is checked.
 struct Texts {
     std::vector<std::string> threads;
@@ -92,10 +80,10 @@ struct Texts {
 
 void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
     app.add_option("FILE", options.strInput, "The log; \"-\" is standard input")->capture_default_str()->type_name("");
-    AddList(app, "--function", options.filter.functions, "NAME",
-            "Only this function, as ClearFilter or with its whole name; several times: any of them");
-    AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; several times: any of them");
-    AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; several times: any of them");
+    tools::AddList(app, "--function", options.filter.functions, "NAME",
+                   "Only this function, as ClearFilter or with its whole name; several times: any of them");
+    tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; several times: any of them");
+    tools::AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; several times: any of them");
     app.add_option("--since", texts.strSince, "Only from this local time on: 2024-03-05T09:07:02, 09:07, 10m (ago)")
         ->type_name("TIME");
     app.add_option("--until", texts.strUntil, "Only up to this local time")->type_name("TIME");
@@ -145,10 +133,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     Options options;
     Texts texts;
     CLI::App app(kDescription, "vexlog");
-    app.footer(kExamples);
-    app.set_version_flag("--version", "vexlog " VEXLOG_VERSION, "Print the version and end");
-    app.set_help_flag("-h,--help", "Print this help and end");
-    app.get_formatter()->column_width(34);
+    tools::AddCommonOptions(app, VEX_VERSION, kExamples);
     AddPrintOptions(app, options, texts);
 
     CLI::App* const pStats = app.add_subcommand("stats", "Calls, failures and durations by function");
@@ -166,8 +151,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         ->type_name("FILE");
     app.require_subcommand(0, 1);
 
-    try {
-        app.parse(argc, argv);
+    const auto check = [&] {
         CheckTexts(texts, options);
         options.command = pStats->parsed() ? Command::kStats : pReport->parsed() ? Command::kReport : Command::kPrint;
         if (options.command != Command::kPrint) {
@@ -176,12 +160,8 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         if (options.bFollow && options.strInput == "-") {
             throw CLI::ValidationError("--follow", "standard input cannot be followed; it is read as it comes");
         }
-    } catch (const CLI::Success& success) {
-        nExit = app.exit(success, std::cout, std::cerr);
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
-        nExit = kExitUsage;
+    };
+    if (!tools::Parse(app, argc, argv, check, nExit)) {
         return std::nullopt;
     }
     return options;

@@ -289,6 +289,7 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
         // A line feed before CR LF is what a cut left of one.
         const bool bFirst = m_cEmptyLines == 0 || (bCrLf && !m_bLastCrLf);
         m_cEmptyLines = bFirst ? 1 : m_cEmptyLines + 1;
+        m_nEmptyEnd = m_nOffset + m_nLine;
         if (bFirst) {
             m_nEmptyOffset = m_nOffset + nBegin;
         }
@@ -297,6 +298,7 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
         End(nBegin, false);
         m_cEmptyLines = 1;
         m_nEmptyOffset = m_nOffset + nBegin;
+        m_nEmptyEnd = m_nOffset + m_nLine;
     } else if ((bCrLf && m_bLastCrLf) || (!bCrLf && !m_bSeenCrLf)) {
         End(m_nLine, false);
     }
@@ -492,7 +494,7 @@ void RecordParser::HandOverEmpty() {
     record.cEmpty = m_bStart ? m_cEmptyLines / 2 : (m_cEmptyLines + 1) / 2;
     m_cEmptyLines = 0;
     if (record.cEmpty > 0) {
-        record.cbSize = 4 * record.cEmpty;
+        record.cbSize = m_nEmptyEnd - m_nEmptyOffset;
         m_sink.OnRecord(record);
     }
 }

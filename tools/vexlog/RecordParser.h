@@ -90,6 +90,7 @@ private:
     bool m_bStart = true;             // nothing but empty lines so far
     std::uint64_t m_cEmptyLines = 0;  // since the last item's end
     std::uint64_t m_nEmptyOffset = 0;
+    std::uint64_t m_nEmptyEnd = 0;
     std::string m_strDecoded;
 };
 

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <memory>
 
-#include "Exit.h"
 #include "Follow.h"
 #include "Input.h"
 #include "JsonPrinter.h"
@@ -21,6 +20,7 @@
 #include "ReportFile.h"
 #include "Stats.h"
 #include "TextPrinter.h"
+#include "common/Exit.h"
 
 namespace vexlog {
 namespace {
@@ -144,7 +144,7 @@ void WriteReport(const Options& options) {
 int Run(int argc, char** argv) {
     static_cast<void>(std::setlocale(LC_CTYPE, ""));
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    int nExit = kExitOk;
+    int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
         return nExit;
@@ -165,9 +165,9 @@ int Run(int argc, char** argv) {
         // As with any program whose reader has seen enough.
     } catch (const std::exception& error) {
         static_cast<void>(std::fprintf(stderr, "vexlog: %s\n", error.what()));
-        return kExitError;
+        return tools::kExitError;
     }
-    return kExitOk;
+    return tools::kExitOk;
 }
 
 }  // namespace

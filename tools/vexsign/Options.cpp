@@ -1,12 +1,10 @@
 #include "Options.h"
 
-#include <CLI/CLI.hpp>
 #include <charconv>
-#include <iostream>
 #include <string_view>
 
-#include "Exit.h"
 #include "StoreText.h"
+#include "common/CommandLine.h"
 
 namespace vexsign {
 namespace {
@@ -32,10 +30,34 @@ struct FilterName {
     ULONG ulType;
 };
 constexpr FilterName kFilterNames[] = {
-    {"issuer", VCTK_FILTER_ISSUER},       {"subject", VCTK_FILTER_SUBJECT},
-    {"serial", VCTK_FILTER_SERIAL},       {"fingerprint", VCTK_FILTER_FINGERPRINT},
-    {"key-usage", VCTK_FILTER_KEY_USAGE}, {"key-algorithm", VCTK_FILTER_KEY_ALGORITHM},
+    {"issuer", VCTK_FILTER_ISSUER},
+    {"subject", VCTK_FILTER_SUBJECT},
+    {"serial", VCTK_FILTER_SERIAL},
+    {"fingerprint", VCTK_FILTER_FINGERPRINT},
+    {"key-usage", VCTK_FILTER_KEY_USAGE},
+    {"key-algorithm", VCTK_FILTER_KEY_ALGORITHM},
+    {"key-usage-all", VCTK_FILTER_KEY_USAGE_ALL},
+    {"extended-key-usage", VCTK_FILTER_EXTENDED_KEY_USAGE},
+    {"valid-at", VCTK_FILTER_VALID_AT},
+    {"policy", VCTK_FILTER_POLICY},
+    {"key-size", VCTK_FILTER_KEY_SIZE},
+    {"subject-name", VCTK_FILTER_SUBJECT_NAME},
+    {"issuer-name", VCTK_FILTER_ISSUER_NAME},
 };
+
+// "issuer, subject, ...", in lines of the help's width.
+std::string FilterNames() {
+    constexpr std::size_t kLine = 72;
+    std::string strNames;
+    std::size_t nLine = 0;
+    for (const FilterName& filter : kFilterNames) {
+        const std::string_view name = filter.pszName;
+        const bool bBreak = strNames.size() - nLine + name.size() > kLine;
+        strNames.append(strNames.empty() ? "" : bBreak ? ",\n" : ", ").append(name);
+        nLine = bBreak ? strNames.size() - name.size() : nLine;
+    }
+    return strNames;
+}
 
 ULONG FilterTypeOf(const std::string& strName) {
     for (const FilterName& filter : kFilterNames) {
@@ -47,8 +69,7 @@ ULONG FilterTypeOf(const std::string& strName) {
     const auto [pchEnd, error] = std::from_chars(strName.data(), strName.data() + strName.size(), ulType);
     if (error != std::errc() || pchEnd != strName.data() + strName.size()) {
         throw CLI::ValidationError("--filter", "no filter is called \"" + strName +
-                                                   "\" (issuer, subject, serial, fingerprint, key-usage, "
-                                                   "key-algorithm, or a number of the toolkit's)");
+                                                   "\"; there are a number of the toolkit's, and\n" + FilterNames());
     }
     return ulType;
 }
@@ -72,13 +93,9 @@ void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
     CLI::Option* const pSource =
         app.add_option("--pin-source", options.strPinSource, "File that holds the store's PIN")->type_name("FILE");
     app.add_flag("--ask-pin", options.bAskPin, "Ask for the PIN on the terminal, without echo")->excludes(pSource);
-    app.add_option("--filter", texts.filters,
-                   "Only certificates that pass: issuer, subject, serial, fingerprint, key-usage, key-algorithm; "
-                   "several times: all of them")
-        ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    tools::AddList(
+        app, "--filter", texts.filters, "NAME=VALUE",
+        "Only certificates that pass; several times: all of them. A number of the toolkit's, or\n" + FilterNames());
 }
 
 void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
@@ -126,10 +143,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     Options options;
     Texts texts;
     CLI::App app(kDescription, "vexsign");
-    app.footer(kExamples);
-    app.set_version_flag("--version", "vexsign " VEX_VERSION, "Print the version and end");
-    app.set_help_flag("-h,--help", "Print this help and end");
-    app.get_formatter()->column_width(34);
+    tools::AddCommonOptions(app, VEX_VERSION, kExamples);
     app.require_subcommand(1);
 
     CLI::App* const pList =
@@ -153,18 +167,13 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         pCommand->footer(kExamples);
     }
 
-    try {
-        app.parse(argc, argv);
+    const auto check = [&] {
         options.command = pP1->parsed() ? Command::kP1 : pP7->parsed() ? Command::kP7 : Command::kList;
         options.bDetached = !bAttached;
         options.bCertificate = !bNoCertificate;
         Check(texts, options);
-    } catch (const CLI::Success& success) {
-        nExit = app.exit(success, std::cout, std::cerr);
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
-        nExit = kExitUsage;
+    };
+    if (!tools::Parse(app, argc, argv, check, nExit)) {
         return std::nullopt;
     }
     return options;

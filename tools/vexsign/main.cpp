@@ -5,7 +5,6 @@
 #include <optional>
 
 #include "Base64.h"
-#include "Exit.h"
 #include "Files.h"
 #include "Hint.h"
 #include "Options.h"
@@ -13,6 +12,7 @@
 #include "Secret.h"
 #include "StoreText.h"
 #include "Toolkit.h"
+#include "common/Exit.h"
 
 namespace vexsign {
 namespace {
@@ -111,7 +111,7 @@ void Execute(const Options& options) {
 }
 
 int Run(int argc, char** argv) {
-    int nExit = kExitOk;
+    int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
         return nExit;
@@ -120,12 +120,12 @@ int Run(int argc, char** argv) {
         Execute(*options);
     } catch (const std::bad_alloc&) {
         Say("out of memory");
-        return kExitError;
+        return tools::kExitError;
     } catch (const std::exception& error) {
         Say(error.what());
-        return kExitError;
+        return tools::kExitError;
     }
-    return kExitOk;
+    return tools::kExitOk;
 }
 
 }  // namespace

@@ -54,6 +54,15 @@ TEST_F(MinimalLoggerTest, ARecordIsALineWithItsLevelsWord) {
     }
 }
 
+TEST_F(MinimalLoggerTest, ANewFileIsItsOwnersOnly) {
+    const mode_t before = umask(0);
+    pv_log(1, L"one");
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(m_directory.Path("PILog.txt").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
 TEST_F(MinimalLoggerTest, RecordsAreAppended) {
     m_directory.Write("PILog.txt", "before\n");
     pv_log(1, L"one");
@@ -115,6 +124,10 @@ INSTANTIATE_TEST_SUITE_P(, ObstacleTest,
                                          Obstacle{"Link",
                                                   [](const std::string& strPath, const std::string& strOther) {
                                                       std::filesystem::create_symlink(strOther, strPath);
+                                                  }},
+                                         Obstacle{"HardLink",
+                                                  [](const std::string& strPath, const std::string& strOther) {
+                                                      std::filesystem::create_hard_link(strOther, strPath);
                                                   }}),
                          RowName);
 

@@ -52,6 +52,10 @@ TEST_F(FileRefusal, ALinkIsNotFollowed) {
     ExpectRefused(m_directory.Path("link"), ERROR_ACCESS_DENIED);
     ExpectRefused(m_directory.Path("dangling"), ERROR_ACCESS_DENIED);
     EXPECT_FALSE(std::filesystem::exists(m_directory.Path("nowhere")));
+    ASSERT_EQ(link(m_directory.Path("target").c_str(), m_directory.Path("hard").c_str()), 0);
+    ExpectRefused(m_directory.Path("hard"), ERROR_ACCESS_DENIED);
+    ASSERT_EQ(unlink(m_directory.Path("target").c_str()), 0);
+    EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("hard").c_str())));  // its only name now
 }
 
 TEST_F(FileRefusal, NamesThatLeadNowhere) {

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <future>
 #include <optional>
+#include <thread>
 
 #include "TempDirectory.h"
 #include "VEXCompat.h"
@@ -36,6 +39,29 @@ protected:
     const std::string m_strName = m_directory.Path("log");
     HANDLE m_hFile = nullptr;
 };
+
+// The first has not moved the position yet when the second comes.
+TEST_F(SystemCallTest, AWriteWaitsForThatOfAnotherThread) {
+    std::promise<void> firstHasBegun;
+    std::promise<void> secondHasEnded;
+    std::thread first([&] {
+        SystemCalls calls;
+        calls.Script("pwrite", {After([&] {
+                         firstHasBegun.set_value();
+                         // In vain, as it should be; long enough for a second one that does not wait.
+                         EXPECT_EQ(secondHasEnded.get_future().wait_for(std::chrono::milliseconds(100)),
+                                   std::future_status::timeout);
+                     })});
+        DWORD cb = 0;
+        EXPECT_TRUE(Write("first ", cb));
+    });
+    firstHasBegun.get_future().wait();
+    DWORD cb = 0;
+    EXPECT_TRUE(Write("second", cb));
+    secondHasEnded.set_value();
+    first.join();
+    EXPECT_EQ(ReadWholeFile(m_strName), "first second");
+}
 
 struct TransferCase {
     const char* pszWhat;
@@ -213,6 +239,28 @@ TEST_F(SystemCallTest, ANewFileTakesTwoAttempts) {
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
     EXPECT_EQ(calls.Counts(), (CallCounts{{"fstat", 2}, {"open", 1}, {"open to create", 1}}));
     CloseHandle(hFile);
+}
+
+// Whoever is told that a file is new writes what it begins with. Where that failed, the next one is told so; a file
+// that was left empty on purpose is not new any more.
+TEST_F(SystemCallTest, AnEmptyFileIsNewAgainOnlyIfWritingFailed) {
+    const std::string strNew = m_directory.Path("new");
+    for (const DWORD dwSecond : {ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {
+        const HANDLE hFirst = VexCreateFile(strNew.c_str());
+        EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+        if (dwSecond == ERROR_SUCCESS) {
+            SystemCalls calls;
+            calls.Script("pwrite", {Fail(ENOSPC)}, true);
+            DWORD cb = 0;
+            EXPECT_FALSE(WriteFile(hFirst, "ab", 2, &cb, nullptr));
+        }
+        EXPECT_TRUE(CloseHandle(hFirst));
+        EXPECT_EQ(ReadWholeFile(strNew), "");  // which a reader may look at meanwhile
+        const HANDLE hSecond = VexCreateFile(strNew.c_str());
+        EXPECT_EQ(GetLastError(), dwSecond);
+        EXPECT_TRUE(CloseHandle(hSecond));
+        std::filesystem::remove(strNew);
+    }
 }
 
 TEST_F(SystemCallTest, CallsForADirectory) {

@@ -78,7 +78,11 @@ Outcome SystemCalls::Next(const char* pszName) {
         }
         plan.nNext = 0;
     }
-    return plan.outcomes[plan.nNext++];
+    const Outcome outcome = plan.outcomes[plan.nNext++];
+    if (outcome.fnFirst) {
+        outcome.fnFirst();
+    }
+    return outcome;
 }
 
 extern "C" {

@@ -5,8 +5,10 @@
 // are.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct Outcome {
@@ -18,6 +20,7 @@ struct Outcome {
     };
     Kind kind = Kind::Real;
     int nValue = 0;
+    std::function<void()> fnFirst = nullptr;  // runs before the call
 };
 
 inline Outcome Fail(int nErrno) {
@@ -28,8 +31,12 @@ inline Outcome Short(int cb) {
     return {Outcome::Kind::Short, cb};
 }
 
-inline constexpr Outcome kReal{};
-inline constexpr Outcome kZero{Outcome::Kind::Zero, 0};
+inline Outcome After(std::function<void()> fnFirst) {
+    return {Outcome::Kind::Real, 0, std::move(fnFirst)};
+}
+
+inline const Outcome kReal{};
+inline const Outcome kZero{Outcome::Kind::Zero, 0};
 
 class SystemCalls {
 public:

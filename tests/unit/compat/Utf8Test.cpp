@@ -102,6 +102,13 @@ protected:
     std::mt19937 m_random{20240305};
 };
 
+// Eight characters are looked at together.
+TEST_F(Utf8Test, EightTimesTheSameCharacter) {
+    for (const char32_t ch : {0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0x10000, 0x10FFFF}) {
+        EXPECT_TRUE(CheckEncoding(std::wstring(8, static_cast<wchar_t>(ch)))) << std::hex << static_cast<unsigned>(ch);
+    }
+}
+
 struct Sequence {
     const char* pszWhat;
     std::string_view bytes;

@@ -1,8 +1,6 @@
 // A log file that is not what the log expects: the program goes on, nobody else's file is touched, and where there is a
 // way to write lines it is used.
 #include <gmock/gmock.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +10,7 @@
 
 #include "FileCalls.h"
 #include "LogTest.h"
+#include "OwnMounts.h"
 
 namespace {
 
@@ -77,6 +76,13 @@ TEST_F(HostileFileTest, ALinkToNothing) {
     EXPECT_FALSE(std::filesystem::exists(m_directory.Path("target")));
 }
 
+TEST_F(HostileFileTest, ASecondNameOfAnotherFile) {
+    const std::string strTarget = m_directory.Write("target", "another's text");
+    std::filesystem::create_hard_link(strTarget, LogPath());
+    ExpectLinesInFallback(2);
+    EXPECT_EQ(ReadWholeFile(strTarget), "another's text");
+}
+
 TEST_F(HostileFileTest, ALinkToALink) {
     const std::string strTarget = m_directory.Write("target", "another's text");
     std::filesystem::create_symlink(strTarget, m_directory.Path("link"));
@@ -125,18 +131,6 @@ TEST_F(HostileFileTest, ALinkToSomebodyElsesFile) {
 }
 
 // ---- File systems that refuse ----
-
-// For a child process: mounts of its own. False where the system does not allow them.
-bool HaveOwnMounts() {
-    if (unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-        return false;
-    }
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
-bool MountSmall(const std::string& strPath, unsigned long nFlags = 0) {
-    return mount("vextest", strPath.c_str(), "tmpfs", nFlags, "size=64k,mode=777") == 0;
-}
 
 class MountTest : public HostileFileTest {
 protected:

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -75,8 +77,15 @@ void WaitUntilWritten(const std::string& strPath) {
     static std::atomic<int> s_nMarks = 0;
     const std::string strMark = "mark " + std::to_string(getpid()) + "." + std::to_string(++s_nMarks) + ".";
     TraceArguments(L"[MARK] ", 1000, L"test.cpp", nullptr, 0, L"%hs", strMark.c_str());
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    // In vain is when nothing happens any more. How long it all takes is the machine's affair.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    std::uintmax_t cbFile = 0;
     while (!EndContains(strPath, strMark + "\r\n")) {
+        std::error_code ignored;
+        if (const std::uintmax_t cbNow = std::filesystem::file_size(strPath, ignored); cbNow != cbFile) {
+            cbFile = cbNow;
+            deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        }
         if (std::chrono::steady_clock::now() > deadline) {
             ADD_FAILURE() << "waited in vain for a record in " << strPath;
             EndChildAtOnce();

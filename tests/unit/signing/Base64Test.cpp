@@ -40,8 +40,8 @@ TEST_P(Base64Refused, Decode) {
 
 INSTANTIATE_TEST_SUITE_P(Malformed, Base64Refused,
                          testing::Values("Z", "Zg", "Zg=", "Zm9", "=", "====", "Z===", "=Zm9", "Zg==Zg==", "Zm9v\n",
-                                         " Zm9v", "Zm9v ", "Zm\n9v", "Zm9v====", "Zh==", "Zm9=", "Zm-_", "Zm9!",
-                                         "Zm9vY=mE", "Zm9vYg=A", "\x80m9v"));
+                                         " Zm9v", "Zm9v ", "Zm\n9v", "Zm9v====", "Zh==", "Zi==", "Zk==", "Zo==", "Zm9=",
+                                         "Zm+=", "Zm-_", "Zm9!", "Zm9vY=mE", "Zm9vYg=A", "\x80m9v"));
 
 TEST(Base64, RandomBytesComeBackInOneLine) {
     std::mt19937 random(42);

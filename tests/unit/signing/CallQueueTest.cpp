@@ -1,10 +1,14 @@
 #include "signing/CallQueue.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <latch>
+#include <fstream>
+#include <future>
+#include <iterator>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -32,6 +36,41 @@ TEST(CallQueue, LetsOneCallAtATimeThrough) {
     }
     EXPECT_FALSE(fOverlapped);
     EXPECT_EQ(nUnguarded, 8 * 2000);
+}
+
+// Until the thread sleeps or has ended.
+void WaitUntilAsleep(pid_t nThread) {
+    for (;;) {
+        std::ifstream status("/proc/self/task/" + std::to_string(nThread) + "/stat");
+        const std::string strStatus{std::istreambuf_iterator<char>(status), {}};
+        const size_t nName = strStatus.rfind(") ");
+        if (nName == std::string::npos || strStatus.compare(nName, 3, ") S") == 0) {
+            return;
+        }
+        std::this_thread::yield();
+    }
+}
+
+TEST(CallQueue, LetsCallsThroughInTheOrderOfTheirArrival) {
+    CallQueue queue;
+    queue.Enable(true);
+    std::vector<int> order;  // whose turn it is may write
+    {
+        std::vector<std::jthread> threads;
+        std::optional<CallQueue::Turn> first(std::in_place, queue);
+        for (int i = 0; i < 4; ++i) {
+            std::promise<pid_t> arriving;
+            threads.emplace_back([&, i] {
+                arriving.set_value(gettid());
+                const CallQueue::Turn turn(queue);
+                order.push_back(i);
+            });
+            WaitUntilAsleep(arriving.get_future().get());
+        }
+        EXPECT_TRUE(order.empty());
+        first.reset();
+    }
+    EXPECT_EQ(order, (std::vector{0, 1, 2, 3}));
 }
 
 TEST(CallQueue, LetsAllThroughWhileItIsOff) {

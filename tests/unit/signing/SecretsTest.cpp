@@ -67,9 +67,10 @@ std::string InvertedBytes(const std::string& strHexCommand) {
     return strBytes;
 }
 
-// "q7RexTyW-pin-83" without standing in the program as such.
-const char kInvertedPin[] = {~'q', ~'7', ~'R', ~'e', ~'x', ~'T', ~'y', ~'W',
-                             ~'-', ~'p', ~'i', ~'n', ~'-', ~'8', ~'3', 0};
+// What the PIN ends in, "Zu0Kmb4Xc9Lh2Vf6Ns1Jd8", without standing in the program as such. Its beginning is not looked
+// for: memory that is freed loses its first 16 bytes in any case, to the allocator.
+const char kInvertedPin[] = {~'Z', ~'u', ~'0', ~'K', ~'m', ~'b', ~'4', ~'X', ~'c', ~'9', ~'L', ~'h',
+                             ~'2', ~'V', ~'f', ~'6', ~'N', ~'s', ~'1', ~'J', ~'d', ~'8', 0};
 
 class SecretsTest : public testing::Test {
 protected:
@@ -78,7 +79,7 @@ protected:
         // The shell makes the PIN, so that this process never holds it.
         RequireCommand(
             "cd " + m_directory.Path() +
-            " && printf 'q7Rex%s-83' 'TyW-pin' > pin"
+            " && printf 'q7RexTyW-pin-83/Zu0K%sVf6Ns1Jd8' mb4Xc9Lh2 > pin"
             " && openssl pkcs12 -export -inkey rsa.key -in rsa.crt -out rsa.p12 -passout file:pin"
             " && openssl pkcs8 -topk8 -in rsa.key -out enc.key -passout file:pin && cat enc.key rsa.crt > enc.pem");
     }

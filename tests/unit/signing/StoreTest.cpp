@@ -32,14 +32,17 @@ protected:
                        "openssl pkcs12 -export -legacy -inkey rsa.key -in rsa.crt -out legacy.p12"
                        " -passout pass:1234");
         RequireCommand(strIn +
+                       "openssl pkcs12 -export -nomac -inkey rsa.key -in rsa.crt -out nomac.p12 -passout pass:1234");
+        RequireCommand(strIn +
                        "head -c 1000 rsa.p12 > cut.p12 && : > empty && head -c 3000 /dev/zero > zeros"
                        " && (head -c 500 rsa.key; cat rsa.crt) > damaged.pem && cp both.pem 'a b.pem'"
                        " && cat rsa.key ec.crt > mismatch.pem && ln -s both.pem link.pem && mkdir directory"
                        " && mkfifo fifo && truncate -s 17M large.pem");
-        RequireCommand(strIn +
-                       "printf 1234 > pin && printf '1234\\n' > pin-lf && printf '1234\\r\\n' > pin-crlf"
-                       " && printf 999 > pin-wrong && : > pin-empty && printf '\\n' > pin-blank"
-                       " && head -c 5000 /dev/zero > pin-large");
+        RequireCommand(
+            strIn +
+            "printf 1234 > pin && printf '1234\\n' > pin-lf && printf '1234\\r\\n' > pin-crlf"
+            " && printf 999 > pin-wrong && : > pin-empty && printf '\\n' > pin-blank"
+            " && head -c 4096 /dev/zero | tr '\\0' x > pin-longest && (cat pin-longest; printf x) > pin-large");
     }
     static void TearDownTestSuite() { delete s_pDirectory; }
 
@@ -75,8 +78,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Store{"file:@/rsa.p12?pin-value=1234", 1}, Store{"file:@/ec.p12?pin-value=12%334", 1},
                     Store{"file://@/ec.p12?pin-value=1234", 1}, Store{"file:@/rsa.p12?pin-source=file:@/pin", 1},
                     Store{"file:@/rsa.p12?pin-source=@/pin-lf", 1}, Store{"file:@/rsa.p12?pin-source=@/pin-crlf", 1},
-                    Store{"file:@/nopin.p12", 1}, Store{"file:@/nopin.p12?pin-value=", 1}, Store{"file:@/both.pem", 2},
-                    Store{"file:@/link.pem", 2}, Store{"file:@/a%20b.pem", 2}, Store{"file:@/a b.pem", 2},
+                    Store{"file:@/nomac.p12?pin-value=1234", 1}, Store{"file:@/nopin.p12", 1},
+                    Store{"file:@/nopin.p12?pin-value=", 1}, Store{"file:@/both.pem", 2}, Store{"file:@/link.pem", 2},
+                    Store{"file:@/a%20b.pem", 2}, Store{"file:@/a b.pem", 2},
                     Store{"file:@/both.pem?pin-value=unused", 2}, Store{"file:@/enc.pem?pin-value=1234", 1},
                     Store{"file:@/trad.pem?pin-value=1234", 1}, Store{"file:@/mixed.pem?pin-value=1234", 2}));
 
@@ -103,6 +107,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadStore{"file:@/rsa.p12?pin-source=@/none", VCTK_E_PIN_SOURCE},
         BadStore{"file:@/rsa.p12?pin-source=@/pin-empty", VCTK_E_PIN_SOURCE},
         BadStore{"file:@/rsa.p12?pin-source=@/pin-blank", VCTK_E_PIN_SOURCE},
+        BadStore{"file:@/nomac.p12?pin-value=1", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/rsa.p12?pin-source=@/pin-longest", VCTK_E_PIN_WRONG},
         BadStore{"file:@/rsa.p12?pin-source=@/pin-large", VCTK_E_PIN_SOURCE},
         BadStore{"file:@/rsa.p12?pin-source=@/directory", VCTK_E_PIN_SOURCE},
         BadStore{"file:@/rsa.p12?pin-source=@/fifo", VCTK_E_PIN_SOURCE},
@@ -128,6 +134,13 @@ TEST_F(StoreTest, LegacyCipherIsNamedAsTheCause) {
     const ToolkitClient client(Expand("file:@/legacy.p12?pin-value=1234"));
     ASSERT_FALSE(client.IsOpen());
     EXPECT_NE(ErrorMessage(nullptr).find("cipher"), std::string::npos);
+}
+
+TEST_F(StoreTest, ASuccessForgetsTheFailureBefore) {
+    EXPECT_FALSE(ToolkitClient(Expand("file:@/none")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NOT_FOUND);
+    EXPECT_TRUE(ToolkitClient(Expand("file:@/both.pem")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_OK);
 }
 
 TEST_F(StoreTest, NullTextIsRefused) {

@@ -97,7 +97,12 @@ INSTANTIATE_TEST_SUITE_P(
         AcceptedToken{
             "pkcs11:token=a?module-path=/m%20n.so&pin-source=file:/p", {{"token", "a"}}, "/m n.so", "", kNone, "/p"},
         AcceptedToken{"pkcs11:?pin-source=/p&module-name=m", {}, "", "m", kNone, "/p"},
-        AcceptedToken{"pkcs11:?module-name=m&module-path=/d", {}, "/d", "m"}));
+        AcceptedToken{"pkcs11:?module-name=m&module-path=/d", {}, "/d", "m"},
+        // An empty query, and what vendors add to one.
+        AcceptedToken{"pkcs11:?", {}}, AcceptedToken{"pkcs11:token=a?", {{"token", "a"}}},
+        AcceptedToken{"pkcs11:?x-acme=1", {}},
+        AcceptedToken{"pkcs11:?acme_2=%00%FF&acme_2=&pin-value=1", {}, "", "", "1"},
+        AcceptedToken{"pkcs11:id=1?Pin-Value=1&module-path=/m", {{"id", "1"}}, "/m"}));
 
 struct Refused {
     const char* pszText;
@@ -150,8 +155,11 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"pkcs11:x-acme=1", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:pin-value=sEcReT", VCTK_E_URI_MALFORMED},
         Refused{"pkcs11:type=secret-key", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:slot-id=", VCTK_E_URI_MALFORMED},
         Refused{"pkcs11:slot-id=01", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:slot-id=a", VCTK_E_URI_MALFORMED},
-        Refused{"pkcs11:token=a#b", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?", VCTK_E_URI_MALFORMED},
-        Refused{"pkcs11:?token=a", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?x-acme=1", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:token=a#b", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?&", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?token=a", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?x-acme", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?x.acme=sEcReT", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?acme=sEcReT%0", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?acme=1&pin-value=sEcReT&acme=2&pin-value=1", VCTK_E_URI_MALFORMED},
         Refused{"pkcs11:?module-path=m.so", VCTK_E_URI_MALFORMED},
         Refused{"pkcs11:?module-path=", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?module-name=", VCTK_E_URI_MALFORMED},
         Refused{"pkcs11:?module-name=a&module-name=b", VCTK_E_URI_MALFORMED},

@@ -76,6 +76,9 @@ std::vector<LogRow> Rows() {
         {{"HeaderBeforeARecordInMidLine"}, Log({"rest", std::string(kHead), Whole("one")}), {"fragment: rest", kOne}},
         {{"EmptyEntries"}, Log({Whole("one"), "\r\n\r\n\r\n\r\n", Whole("two")}), {kOne, "empty 2", kTwo}},
         {{"EmptyEntriesAlone"}, Log({"\r\n\r\n\r\n\r\n\r\n\r\n"}), {"empty 3"}},
+        {{"HalfALineEndThenTheRestOfARecord"},
+         Log({Whole("one"), "[INFO] [P47\r\n\r\n\r\n] [T-12] zero\r\n\r\n"}),
+         {kOne, "fragment: [INFO] [P47", "empty 1", "fragment: ] [T-12] zero"}},
         {{"EmptyEntryThenCut"}, Log({Whole("one"), "\r\n\r\n\r\n", Whole("two")}), {kOne, "empty 2", kTwo}},
         {{"MessageOfTwoLines"},
          Log({Whole("o\nn\r\ne"), Whole("two")}),
@@ -150,6 +153,21 @@ TEST_P(RecordParserTest, FindsWhatIsThere) {
         SCOPED_TRACE(cbPiece);
         EXPECT_THAT(Collected(GetParam().strBytes, cbPiece), testing::ElementsAreArray(GetParam().expected));
     }
+}
+
+TEST_P(RecordParserTest, ItemsDoNotOverlap) {
+    struct Places : vexlog::RecordSink {
+        void OnRecord(const vexlog::Record& record) override {
+            EXPECT_GE(record.nOffset, nNext);
+            EXPECT_GT(record.cbSize, 0U);
+            nNext = record.nOffset + record.cbSize;
+        }
+        std::uint64_t nNext = 0;
+    } places;
+    vexlog::RecordParser parser(places);
+    parser.Feed(GetParam().strBytes);
+    parser.Finish();
+    EXPECT_LE(places.nNext, GetParam().strBytes.size());
 }
 
 INSTANTIATE_TEST_SUITE_P(Logs, RecordParserTest, testing::ValuesIn(Rows()), RowName);

@@ -104,7 +104,9 @@
             context.lineTo(px, height);
             context.stroke();
             context.fillStyle = variable("--dim");
-            if (px > GUTTER + 30) context.fillText(timeOfDay(Math.round(at), digits), px, 14);
+            // Room to the left is above the names; what would be cut off on the right is left out.
+            const label = timeOfDay(Math.round(at), digits);
+            if (px >= GUTTER && px + context.measureText(label).width / 2 <= width) context.fillText(label, px, 14);
         }
     };
     const drawCall = (i, top, colours) => {
@@ -133,7 +135,7 @@
     };
     const draw = () => {
         const scale = window.devicePixelRatio || 1;
-        width = Math.max(box.clientWidth, 320);
+        width = Math.max(box.clientWidth, GUTTER + 1);
         canvas.width = Math.round(width * scale);
         canvas.height = Math.round(height * scale);
         context.setTransform(scale, 0, 0, scale, 0, 0);

@@ -10,15 +10,6 @@ import vex.jni.TAVClientJNI;
 
 /** A condition that a certificate has to meet: the toolkit's number of its kind, and the value as it reads it. */
 final class Filter {
-    // Toolkits that do not know these refuse them.
-    private static final long KEY_USAGES = 7;
-    private static final long EXTENDED_KEY_USAGES = 8;
-    private static final long VALID_AT = 9;
-    private static final long POLICY = 10;
-    private static final long KEY_SIZE = 11;
-    private static final long SUBJECT_NAME = 12;
-    private static final long ISSUER_NAME = 13;
-
     private final long type;
     private final String name;
     private final String value;
@@ -57,34 +48,34 @@ final class Filter {
     }
 
     static Filter keyUsages(KeyUsage... usages) {
-        return new Filter(KEY_USAGES, "key usages", join((Object[]) usages));
+        return new Filter(TAVClientJNI.FILTER_KEY_USAGE_ALL, "key usages", join((Object[]) usages));
     }
 
     static Filter extendedKeyUsages(String... usages) {
-        return new Filter(EXTENDED_KEY_USAGES, "extended key usages", join((Object[]) usages));
+        return new Filter(TAVClientJNI.FILTER_EXTENDED_KEY_USAGE, "extended key usages", join((Object[]) usages));
     }
 
     static Filter validAt(Instant time) {
-        return new Filter(VALID_AT, "valid at", time.truncatedTo(ChronoUnit.SECONDS).toString());
+        return new Filter(TAVClientJNI.FILTER_VALID_AT, "valid at", time.truncatedTo(ChronoUnit.SECONDS).toString());
     }
 
     static Filter policy(String oid) {
-        return new Filter(POLICY, "policy", oid);
+        return new Filter(TAVClientJNI.FILTER_POLICY, "policy", oid);
     }
 
     static Filter keySizeAtLeast(int bits) {
         if (bits <= 0) {
             throw new IllegalArgumentException("A key has at least one bit, not " + bits);
         }
-        return new Filter(KEY_SIZE, "key size at least", Integer.toString(bits));
+        return new Filter(TAVClientJNI.FILTER_KEY_SIZE, "key size at least", Integer.toString(bits));
     }
 
     static Filter subject(X500Principal subject) {
-        return new Filter(SUBJECT_NAME, "subject", toAsciiName(subject));
+        return new Filter(TAVClientJNI.FILTER_SUBJECT_NAME, "subject", toAsciiName(subject));
     }
 
     static Filter issuer(X500Principal issuer) {
-        return new Filter(ISSUER_NAME, "issuer", toAsciiName(issuer));
+        return new Filter(TAVClientJNI.FILTER_ISSUER_NAME, "issuer", toAsciiName(issuer));
     }
 
     /** The toolkit's number for this kind of filter. */

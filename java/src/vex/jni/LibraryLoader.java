@@ -148,14 +148,14 @@ final class LibraryLoader {
     private static UnsatisfiedLinkError failure(String tried, String reason, Throwable cause) {
         String given = cause instanceof UnsatisfiedLinkError ? " Reason given: " + cause.getMessage() : "";
         UnsatisfiedLinkError error = new UnsatisfiedLinkError("The signing library cannot be loaded. Tried: " + tried
-            + ". " + capitalise(reason) + " Start Java with -D" + PROPERTY + "=<full path of " + BRIDGE
+            + "." + (reason.isEmpty() ? "" : " " + capitalise(reason)) + " Start Java with -D" + PROPERTY + "=<full path of " + BRIDGE
             + "> to load another one." + given);
         error.initCause(cause);
         return error;
     }
 
     private static String capitalise(String sentence) {
-        return sentence.isEmpty() ? "" : sentence.substring(0, 1).toUpperCase(Locale.ROOT) + sentence.substring(1);
+        return sentence.substring(0, 1).toUpperCase(Locale.ROOT) + sentence.substring(1);
     }
 
     /** From Java 24 on, code has to be allowed to load libraries. */
@@ -198,6 +198,11 @@ final class LibraryLoader {
                     + " environment's LD_LIBRARY_PATH."
                 : "the library " + missing.group(1) + " that it needs is missing. Install the package that has it"
                     + " (libcrypto.so.3: OpenSSL 3).";
+        }
+        Matcher symbol = Pattern.compile("undefined symbol: (\\w+)").matcher(message);
+        if (symbol.find()) {
+            return "the " + TOOLKIT + " that was found does not offer " + symbol.group(1) + ", which " + BRIDGE
+                + " needs. Start Java with LD_DEBUG=libs in its environment to see which file it is.";
         }
         return "";
     }

@@ -22,19 +22,27 @@ class Arguments {
         "                       file:/home/me/keys.p12?pin-source=file:/home/me/pin",
         "  --digest NAME        the digest algorithm (default: SHA256)",
         "  --filter TYPE=VALUE  sign with a certificate that passes, for example key-algorithm=EC; may be given several",
-        "                       times. Types: issuer, subject, serial, fingerprint, key-usage, key-algorithm",
+        "                       times. Types: issuer, subject, serial, fingerprint, key-usage, key-algorithm,",
+        "                       key-usage-all, extended-key-usage, valid-at, policy, key-size, subject-name, issuer-name",
         "  --out DIR            where to write (default: signing-demo); files there are replaced",
         "  --help               show this",
         "",
         "Exit status: 0 when all signatures were made and verified, 1 on failure, 2 when the command line is wrong.");
 
-    private static final Map<String, Long> FILTER_TYPES = Map.of(
-        "issuer", TAVClientJNI.FILTER_ISSUER,
-        "subject", TAVClientJNI.FILTER_SUBJECT,
-        "serial", TAVClientJNI.FILTER_SERIAL,
-        "fingerprint", TAVClientJNI.FILTER_FINGERPRINT,
-        "key-usage", TAVClientJNI.FILTER_KEY_USAGE,
-        "key-algorithm", TAVClientJNI.FILTER_KEY_ALGORITHM);
+    private static final Map<String, Long> FILTER_TYPES = Map.ofEntries(
+        Map.entry("issuer", TAVClientJNI.FILTER_ISSUER),
+        Map.entry("subject", TAVClientJNI.FILTER_SUBJECT),
+        Map.entry("serial", TAVClientJNI.FILTER_SERIAL),
+        Map.entry("fingerprint", TAVClientJNI.FILTER_FINGERPRINT),
+        Map.entry("key-usage", TAVClientJNI.FILTER_KEY_USAGE),
+        Map.entry("key-algorithm", TAVClientJNI.FILTER_KEY_ALGORITHM),
+        Map.entry("key-usage-all", TAVClientJNI.FILTER_KEY_USAGE_ALL),
+        Map.entry("extended-key-usage", TAVClientJNI.FILTER_EXTENDED_KEY_USAGE),
+        Map.entry("valid-at", TAVClientJNI.FILTER_VALID_AT),
+        Map.entry("policy", TAVClientJNI.FILTER_POLICY),
+        Map.entry("key-size", TAVClientJNI.FILTER_KEY_SIZE),
+        Map.entry("subject-name", TAVClientJNI.FILTER_SUBJECT_NAME),
+        Map.entry("issuer-name", TAVClientJNI.FILTER_ISSUER_NAME));
 
     record Filter(long type, String value) {}
 

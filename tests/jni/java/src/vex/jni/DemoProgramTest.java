@@ -7,19 +7,27 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayInputStream;
 import java.io.InputStream;
+import java.lang.reflect.Field;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.security.MessageDigest;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
+import java.time.Instant;
+import java.time.temporal.ChronoUnit;
 import java.util.ArrayList;
 import java.util.Base64;
+import java.util.HexFormat;
 import java.util.List;
+import java.util.Locale;
 import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
+import java.util.regex.Pattern;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
+import org.bouncycastle.asn1.x509.KeyUsage;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -168,6 +176,34 @@ class DemoProgramTest {
     }
 
     @Test
+    void everyFilterHasItsName() throws Exception {
+        List<TestStore.Identity> identities = List.of(
+            TestStore.identity("secp384r1", "CN=Wanted,O=All", 0x1234, 30, KeyUsage.digitalSignature),
+            TestStore.identity("secp384r1", "CN=Wanted\\, too,O=All", 0x1235, 60, 0));
+        String store = TestStore.writePem(directory.resolve("keys.pem"), identities);
+        List<String> arguments = new ArrayList<>(List.of("--store", store, "--out", "out"));
+        String fingerprint = HexFormat.of().formatHex(MessageDigest.getInstance("SHA-256").digest(
+            identities.get(0).certificate().getEncoded()));
+        // Types whose values are so different that none fits in another's place; the rest is among the failures.
+        Map<String, String> filters = Map.ofEntries(
+            Map.entry("issuer", "=all"), Map.entry("subject", "=wanted"), Map.entry("serial", "1234"),
+            Map.entry("fingerprint", fingerprint), Map.entry("key-usage", "digitalSignature"),
+            Map.entry("key-algorithm", "EC"), Map.entry("key-usage-all", "digitalSignature"),
+            Map.entry("valid-at", Instant.now().truncatedTo(ChronoUnit.SECONDS).toString()),
+            Map.entry("key-size", "384"), Map.entry("subject-name", "o=all,cn=wanted"),
+            Map.entry("issuer-name", "o=all,cn=wanted"));
+        filters.forEach((name, value) -> arguments.addAll(List.of("--filter", name + "=" + value)));
+        arguments.add("text");
+        assertSigned(demo(arguments.toArray(String[]::new)), "out", "text".getBytes(StandardCharsets.US_ASCII), "EC");
+
+        String help = demo("--help").output();
+        for (Field field : TAVClientJNI.class.getFields()) {
+            String name = field.getName().replaceFirst("^FILTER_", "").replace('_', '-').toLowerCase(Locale.ROOT);
+            assertTrue(Pattern.compile("[ ,]" + name + "(,|\\R)").matcher(help).find(), name + " is not in " + help);
+        }
+    }
+
+    @Test
     void withoutOpenSslTheP7SignaturesAreOnlyMade() throws Exception {
         Run run = demo(Map.of("PATH", "/nowhere"), new byte[0], "text");
         assertEquals(0, run.status(), run::errors);
@@ -186,6 +222,9 @@ class DemoProgramTest {
         "1 | digest algorithm MD5 is refused: The digest algorithm is broken | --digest,MD5,text",
         "1 | The filter value \"xyz\" is refused | --filter,serial=xyz,text",
         "1 | No certificate of the store can sign | --filter,subject=Nobody,text",
+        "1 | No certificate of the store can sign | --filter,extended-key-usage=codeSigning,text",
+        "1 | The filter value \"codeSigning\" is refused | --filter,policy=codeSigning,text",
+        "1 | No certificate of the store can sign | --filter,policy=1.2.3,text",
         "1 | The output directory latin1 cannot be made | --out,latin1,text",
         "1 | The file read-only/content.bin cannot be written | --out,read-only,text",
         "2 | Unknown option --bogus | --bogus",

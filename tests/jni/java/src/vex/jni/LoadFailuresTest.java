@@ -94,6 +94,19 @@ class LoadFailuresTest {
     }
 
     @Test
+    void toolkitThatLacksAnOperation() throws Exception {
+        Path library = copyOfBoth();
+        Path toolkit = directory.resolve(TOOLKIT);
+        String content = Files.readString(toolkit, StandardCharsets.ISO_8859_1);
+        String changed = content.replace("\0VCTK_GetCertList\0", "\0VCTK_getcertlist\0");
+        assertFalse(changed.equals(content));
+        Files.writeString(toolkit, changed, StandardCharsets.ISO_8859_1);
+        assertContains(failure(PRODUCT_JAR, library.toString()),
+            "The " + TOOLKIT + " that was found does not offer VCTK_GetCertList, which " + BRIDGE + " needs.",
+            "LD_DEBUG=libs");
+    }
+
+    @Test
     void olderCLibraryThanNeeded() throws Exception {
         Path library = copyOfBoth();
         // The name of a version that the bridge needs, in its table of names.

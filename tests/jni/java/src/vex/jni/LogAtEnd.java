@@ -46,9 +46,11 @@ final class LogAtEnd {
                 System.exit(7);
             }
             case "loaders" -> {
-                for (int i = 0; i < 3; ++i) {
+                int cycles = Amount.of("VEX_TEST_EXITS_LOADERS", 3);
+                for (int i = 0; i < cycles; ++i) {
                     traceInAnotherClassLoader();
                 }
+                System.err.println("Loaded, used and unloaded " + cycles + " times");
             }
             default -> throw new IllegalArgumentException(args[0]);
         }

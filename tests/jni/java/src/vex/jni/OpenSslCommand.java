@@ -31,11 +31,23 @@ final class OpenSslCommand {
 
     /** Fails the test with what openssl printed unless its exit status is 0. */
     void run(String... arguments) throws Exception {
+        Result result = result(arguments);
+        assertEquals(0, result.status(), () -> String.join(" ", arguments) + ": " + result.output());
+    }
+
+    /** Whether its exit status is 0. */
+    boolean accepts(String... arguments) throws Exception {
+        return result(arguments).status() == 0;
+    }
+
+    private record Result(int status, String output) {}
+
+    private Result result(String... arguments) throws Exception {
         List<String> command = new ArrayList<>(List.of("openssl"));
         command.addAll(List.of(arguments));
         Process process = new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true).start();
         process.getOutputStream().close();
         String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        assertEquals(0, process.waitFor(), () -> command + ": " + output);
+        return new Result(process.waitFor(), output);
     }
 }

@@ -64,6 +64,13 @@ public final class Signatures {
      */
     public static void assertP7(String base64, byte[] content, boolean detached, boolean withCertificate,
                          X509Certificate certificate, String digestOid) throws Exception {
+        SignerInformation signer = assertP7Form(base64, content, detached, withCertificate, certificate, digestOid);
+        assertTrue(signer.verify(new JcaSimpleSignerInfoVerifierBuilder().build(certificate)));
+    }
+
+    /** The same but for the signature value, which is left to others; returns who signed. */
+    static SignerInformation assertP7Form(String base64, byte[] content, boolean detached, boolean withCertificate,
+                                          X509Certificate certificate, String digestOid) throws Exception {
         byte[] der = Base64.getDecoder().decode(base64);
         CMSTypedData contained = new CMSSignedData(der).getSignedContent();
         CMSSignedData signed;
@@ -85,8 +92,8 @@ public final class Signatures {
         assertEquals(1, signers.size());
         SignerInformation signer = signers.iterator().next();
         assertEquals(digestOid, signer.getDigestAlgOID());
-        assertTrue(signer.verify(new JcaSimpleSignerInfoVerifierBuilder().build(certificate)));
         assertSignedAttributes(signer.getSignedAttributes(), certificate);
+        return signer;
     }
 
     private static void assertSignedAttributes(AttributeTable attributes, X509Certificate certificate)

@@ -35,15 +35,15 @@ public final class TestStore {
     /**
      * A certificate that is valid now.
      *
-     * @param key RSA, or the name of a curve
+     * @param key RSA, RSA-3072 or of another length, or the name of a curve
      * @param days for how many days from now it is valid; negative for one that has expired that long ago
      * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
      */
     public static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
-        boolean rsa = key.equals("RSA");
+        boolean rsa = key.startsWith("RSA");
         KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : "EC");
         if (rsa) {
-            generator.initialize(2048);
+            generator.initialize(key.equals("RSA") ? 2048 : Integer.parseInt(key.substring("RSA-".length())));
         } else {
             generator.initialize(new ECGenParameterSpec(key));
         }

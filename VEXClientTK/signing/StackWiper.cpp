@@ -1,0 +1,61 @@
+#include "signing/StackWiper.h"
+
+#include <alloca.h>
+#include <openssl/crypto.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace vextk {
+namespace {
+
+constexpr std::uintptr_t kDeepest = 128 * 1024;
+
+// At the end of a thread's stack a JVM has guard pages of its own.
+constexpr std::uintptr_t kKeepFree = 192 * 1024;
+
+// The thread's stack; empty when it cannot be found out.
+struct Stack {
+    std::uintptr_t nLowest = 0;
+    std::uintptr_t nEnd = 0;
+    bool fAsked = false;
+};
+
+// Asked once: for the first thread of a process it means reading a file.
+const Stack& StackOfThread() {
+    static thread_local Stack t_stack;
+    if (!t_stack.fAsked) {
+        t_stack.fAsked = true;
+        pthread_attr_t attributes;
+        if (pthread_getattr_np(pthread_self(), &attributes) == 0) {
+            void* pLowest = nullptr;
+            size_t cbStack = 0;
+            if (pthread_attr_getstack(&attributes, &pLowest, &cbStack) == 0) {
+                t_stack.nLowest = reinterpret_cast<std::uintptr_t>(pLowest);
+                t_stack.nEnd = t_stack.nLowest + cbStack;
+            }
+            pthread_attr_destroy(&attributes);
+        }
+    }
+    return t_stack;
+}
+
+[[gnu::noinline]] void WipeBelow(size_t cb) {
+    OPENSSL_cleanse(alloca(cb), cb);
+}
+
+}  // namespace
+
+StackWiper::~StackWiper() {
+    const auto nHere = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    const Stack& stack = StackOfThread();
+    // A host may run on a stack of its own making, of which nothing is known.
+    const bool fOnIt = nHere > stack.nLowest && nHere < stack.nEnd;
+    if (fOnIt && nHere - stack.nLowest > kKeepFree) {
+        WipeBelow(std::min(kDeepest, nHere - stack.nLowest - kKeepFree));
+    }
+}
+
+}  // namespace vextk

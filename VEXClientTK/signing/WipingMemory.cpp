@@ -1,0 +1,52 @@
+#include "signing/WipingMemory.h"
+
+#include <malloc.h>
+#include <openssl/crypto.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace vextk {
+namespace {
+
+// libc's blocks, so that memory which came from OpenSSL's own functions before, or goes to libc's free, does no harm.
+
+void* Allocate(size_t cb, const char* /*pszFile*/, int /*nLine*/) {
+    return cb != 0 ? std::malloc(cb) : nullptr;
+}
+
+void WipeAndFree(void* pMemory, const char* /*pszFile*/, int /*nLine*/) {
+    if (pMemory != nullptr) {
+        OPENSSL_cleanse(pMemory, malloc_usable_size(pMemory));
+        std::free(pMemory);
+    }
+}
+
+// libc's realloc would free what it moves from.
+void* Reallocate(void* pMemory, size_t cb, const char* pszFile, int nLine) {
+    if (pMemory == nullptr) {
+        return Allocate(cb, pszFile, nLine);
+    }
+    if (cb == 0) {
+        WipeAndFree(pMemory, pszFile, nLine);
+        return nullptr;
+    }
+    const size_t cbOld = malloc_usable_size(pMemory);
+    if (cb <= cbOld) {
+        return pMemory;
+    }
+    void* const pNew = std::malloc(cb);
+    if (pNew != nullptr) {
+        std::memcpy(pNew, pMemory, cbOld);
+        WipeAndFree(pMemory, pszFile, nLine);
+    }
+    return pNew;
+}
+
+}  // namespace
+
+void WipeWhatOpenSslFrees() {
+    static_cast<void>(CRYPTO_set_mem_functions(Allocate, Reallocate, WipeAndFree));
+}
+
+}  // namespace vextk

@@ -1,0 +1,262 @@
+package vex.jni;
+
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Base64;
+import java.util.List;
+import java.util.SplittableRandom;
+import java.util.concurrent.Callable;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
+import java.util.concurrent.atomic.AtomicLong;
+import java.util.concurrent.atomic.AtomicLongArray;
+
+/**
+ * A program that calls natives from sixteen threads on 64 objects, millions of times, and fails when the process grows.
+ *
+ * <p>It does so in slices, after each of which the log is written: how much is queued when the threads are quicker than
+ * the disk is another matter. Calls that keep a string's characters, as they do by their rule, are few and counted.
+ */
+final class Endurance {
+    private static final int THREADS = 16;
+    private static final int OBJECTS = 64;
+    /** The first objects keep their settings, so that each signature on them has to succeed. */
+    private static final int SIGNING_OBJECTS = 16;
+    private static final int CALLS_OF_SLICE = 1000;
+    private static final int SAMPLES = 100;
+    private static final int ROWS = 20;
+
+    /** The smallest block that malloc gives; an empty text's copy takes no more. */
+    private static final int SMALLEST_BLOCK = 32;
+    /** Three bytes each in the copy that the JVM makes, of which the natives make no text. */
+    private static final String UNDECODABLE = "\uD800".repeat(1000);
+    private static final int UNDECODABLE_BLOCK = 3 * 1000 + 16;
+
+    private static final TAVClientJNI NATIVES = new TAVClientJNI();
+    private static final String TEXT = "a text to sign, 漢字😀";
+    private static final String BASE64 = Base64.getEncoder().encodeToString(new byte[100]);
+
+    private enum Call {
+        LAST_ERROR(3400),
+        LAST_ERROR_MESSAGE(1000),
+        VERSION(1000),
+        DIGEST(1000),
+        SINGLE(900),
+        ADD_FILTER(700),
+        CLEAR_FILTER(800),
+        CERTIFICATE_LIST(300),
+        CERTIFICATE(300),
+        REFUSED(350),
+        P1_STRING(150),
+        P1(40),
+        P7_STRING(30),
+        P7(20),
+        EMPTY_TEXT(8),
+        UNDECODABLE_TEXT(1),
+        NEW_OBJECT(1);
+
+        /** Of ten thousand calls. */
+        private final int share;
+
+        Call(int share) {
+            this.share = share;
+        }
+    }
+
+    private static final Call[] CALLS = Call.values();
+
+    private final AtomicLongArray objects = new AtomicLongArray(OBJECTS);
+    private final AtomicLongArray counts = new AtomicLongArray(CALLS.length);
+    private final AtomicLong keptBytes = new AtomicLong();
+    private final String store;
+
+    private Endurance(String store) {
+        this.store = store;
+        for (int i = 0; i < OBJECTS; ++i) {
+            objects.set(i, initialize());
+        }
+        for (int i = 0; i < SIGNING_OBJECTS; ++i) {
+            String key = i % 8 == 0 ? "RSA" : "EC";
+            require(NATIVES.AddFilter(objects.get(i), TAVClientJNI.FILTER_KEY_ALGORITHM, key) == 0, "AddFilter");
+        }
+    }
+
+    /**
+     * Ends the JVM with status 0 when all calls did what they are to do and the process has not grown.
+     *
+     * @throws Exception when something is wrong
+     */
+    public static void main(String[] args) throws Exception {
+        long slices = Amount.of("VEX_TEST_ENDURANCE_CALLS", 64_000) / (THREADS * CALLS_OF_SLICE);
+        SplittableRandom random = new SplittableRandom(Amount.seedOfRun());
+        LogEnd log = new LogEnd(NATIVES);
+        log.await();
+        Path file = Files.createTempFile("endurance", ".pem");
+        Endurance endurance = new Endurance(TestStore.writePem(file, List.of(
+            TestStore.identity("RSA", "CN=R", 1, 30, 0), TestStore.identity("secp256r1", "CN=E", 2, 30, 0))));
+
+        Growth growth = new Growth(slices <= SAMPLES ? 1 : SAMPLES / ROWS);
+        ExecutorService threads = Executors.newFixedThreadPool(THREADS);
+        try {
+            for (long slice = 1; slice <= slices; ++slice) {
+                endurance.runSlice(threads, random);
+                log.await();
+                if (slices <= SAMPLES || slice * SAMPLES / slices != (slice - 1) * SAMPLES / slices) {
+                    growth.add(slice * THREADS * CALLS_OF_SLICE, ProcessSize.now(), endurance.keptBytes.get());
+                }
+            }
+        } finally {
+            threads.shutdown();
+        }
+        endurance.finish();
+        endurance.printMix();
+        growth.check();
+        Files.delete(file);
+    }
+
+    private void runSlice(ExecutorService threads, SplittableRandom random) throws Exception {
+        List<Callable<Void>> calls = new ArrayList<>();
+        for (int i = 0; i < THREADS; ++i) {
+            SplittableRandom own = random.split();
+            calls.add(() -> {
+                for (int n = 0; n < CALLS_OF_SLICE; ++n) {
+                    call(own);
+                }
+                return null;
+            });
+        }
+        for (Future<Void> result : threads.invokeAll(calls)) {
+            result.get();
+        }
+    }
+
+    private void call(SplittableRandom random) {
+        Call call = choose(random.nextInt(10_000));
+        counts.incrementAndGet(call.ordinal());
+        long handle = objects.get(random.nextInt(SIGNING_OBJECTS, OBJECTS));
+        long signing = objects.get(random.nextInt(SIGNING_OBJECTS));
+        switch (call) {
+            case LAST_ERROR -> NATIVES.GetLastError(handle);
+            case LAST_ERROR_MESSAGE -> NATIVES.GetLastErrorMessage(handle);
+            case VERSION -> require(NATIVES.GetSignVersion(0).length() == 7, "GetSignVersion");
+            case DIGEST -> NATIVES.SetDigestAlg(handle, random.nextBoolean() ? "SHA256" : "SHA512");
+            case SINGLE -> NATIVES.SetChooseSingleCert(handle, random.nextInt(2));
+            case ADD_FILTER -> NATIVES.AddFilter(handle, TAVClientJNI.FILTER_SUBJECT, "CN");
+            case CLEAR_FILTER -> NATIVES.ClearFilter(handle);
+            case CERTIFICATE_LIST -> require(NATIVES.GetCertList(signing) != null, "GetCertList");
+            case CERTIFICATE -> NATIVES.GetSignCert(signing);
+            case REFUSED -> refuse(random.nextInt(4), handle);
+            case P1_STRING -> require(NATIVES.P1SignString(signing, TEXT) != null, "P1SignString");
+            case P1 -> require(NATIVES.P1Sign(signing, BASE64) != null, "P1Sign");
+            case P7_STRING -> require(NATIVES.P7SignString(signing, TEXT, 0, 1) != null, "P7SignString");
+            case P7 -> require(NATIVES.P7Sign(signing, BASE64, 1, 0) != null, "P7Sign");
+            case EMPTY_TEXT -> keep(NATIVES.SetDigestAlg(handle, ""), SMALLEST_BLOCK);
+            case UNDECODABLE_TEXT -> keep(NATIVES.SetDigestAlg(handle, UNDECODABLE), UNDECODABLE_BLOCK);
+            case NEW_OBJECT -> renew(random.nextInt(SIGNING_OBJECTS, OBJECTS));
+        }
+    }
+
+    private static Call choose(int number) {
+        int last = 0;
+        while (number >= CALLS[last].share) {
+            number -= CALLS[last].share;
+            ++last;
+        }
+        return CALLS[last];
+    }
+
+    private static void refuse(int how, long handle) {
+        switch (how) {
+            case 0 -> require(NATIVES.SetDigestAlg(handle, "MD5") == 1, "MD5");
+            case 1 -> require(NATIVES.AddFilter(handle, 99, "value") == 1, "filter 99");
+            case 2 -> require(NATIVES.P1Sign(handle, "not Base64") == null, "not Base64");
+            default -> require(NATIVES.ClearFilter(4711) == 1, "no handle");
+        }
+    }
+
+    private void keep(long status, int bytes) {
+        require(status == 1, "a text that is none");
+        keptBytes.addAndGet(bytes);
+    }
+
+    /** Others may be in calls on the one that goes. */
+    private void renew(int index) {
+        require(NATIVES.Finalize(objects.getAndSet(index, initialize())) == 0, "Finalize");
+    }
+
+    private long initialize() {
+        long handle = NATIVES.Initialize(null, store);
+        require(handle != 0, "Initialize");
+        return handle;
+    }
+
+    private void finish() {
+        for (int i = 0; i < OBJECTS; ++i) {
+            require(NATIVES.Finalize(objects.get(i)) == 0, "Finalize");
+        }
+    }
+
+    private void printMix() {
+        for (Call call : CALLS) {
+            System.out.printf("%-20s %,12d%n", call, counts.get(call.ordinal()));
+        }
+    }
+
+    private static void require(boolean holds, String what) {
+        if (!holds) {
+            throw new AssertionError(what);
+        }
+    }
+
+    /** How the process's size went. The first third of the run is not judged: there the JVM is still making itself. */
+    private static final class Growth {
+        private static final long MEGABYTE = 1 << 20;
+
+        private record Sample(long calls, ProcessSize size, long keptBytes) {
+            long residentBytes() {
+                return size.residentBytes() - keptBytes;
+            }
+        }
+
+        private final List<Sample> samples = new ArrayList<>();
+        private final int samplesOfRow;
+
+        Growth(int samplesOfRow) {
+            this.samplesOfRow = samplesOfRow;
+            System.out.printf(
+                "%12s %14s %14s %12s %8s%n", "calls", "resident KiB", "of that kept", "descriptors", "threads");
+        }
+
+        void add(long calls, ProcessSize size, long keptBytes) {
+            samples.add(new Sample(calls, size, keptBytes));
+            if (samples.size() % samplesOfRow == 0) {
+                System.out.printf("%,12d %,14d %,14d %12d %8d%n", calls, size.residentBytes() / 1024, keptBytes / 1024,
+                    size.descriptors(), size.threads());
+            }
+        }
+
+        void check() {
+            List<Sample> judged = samples.subList(samples.size() / 3, samples.size());
+            int third = Math.max(1, judged.size() / 3);
+            double before = average(judged.subList(0, third));
+            double after = average(judged.subList(judged.size() - third, judged.size()));
+            // What a byte for each call would be in ten million, and room for what malloc leaves between the blocks.
+            long allowed = (samples.size() < SAMPLES ? 12 : 4) * MEGABYTE;
+            System.out.printf("Resident, less what is kept: %.1f MiB in the second third, %.1f MiB in the last%n",
+                before / MEGABYTE, after / MEGABYTE);
+            require(after - before <= allowed, "the resident memory grows");
+            require(judged.stream().mapToInt(sample -> sample.size().descriptors()).distinct().count() == 1,
+                "the number of descriptors is not level");
+            // The JVM ends threads of its own that it needs no more.
+            int threads = judged.get(0).size().threads();
+            require(judged.stream().allMatch(sample -> sample.size().threads() <= threads),
+                "the number of threads is not level");
+        }
+
+        private static double average(List<Sample> part) {
+            return part.stream().mapToLong(Sample::residentBytes).average().orElseThrow();
+        }
+    }
+}

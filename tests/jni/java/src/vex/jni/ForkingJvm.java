@@ -1,0 +1,90 @@
+package vex.jni;
+
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicLong;
+
+/**
+ * A program that starts other programs while its threads are in natives, in each way that a JVM has for it, of which
+ * the plain fork runs what libraries do at one. Each has to run, and end.
+ */
+final class ForkingJvm {
+    private static final int THREADS = 8;
+    private static final long LONGEST_SECONDS = 60;
+    private static final TAVClientJNI NATIVES = new TAVClientJNI();
+
+    private ForkingJvm() {}
+
+    /**
+     * Ends the JVM with status 0 when all started programs did.
+     *
+     * @param args a way of the property jdk.lang.Process.launchMechanism, for itself; else each way in a JVM of its own
+     * @throws Exception when something is wrong
+     */
+    public static void main(String[] args) throws Exception {
+        if (args.length > 0) {
+            startPrograms();
+            return;
+        }
+        NATIVES.GetLastError(0);
+        for (String way : List.of("FORK", "VFORK", "POSIX_SPAWN")) {
+            List<String> command = List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
+                "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx64m", "--enable-native-access=ALL-UNNAMED",
+                "-Djdk.lang.Process.launchMechanism=" + way,
+                "-Dvex.jni.library=" + System.getProperty("vex.jni.library"),
+                "-cp", System.getProperty("java.class.path"), "vex.jni.ForkingJvm", way);
+            int status = new ProcessBuilder(command).inheritIO().start().waitFor();
+            require(status == 0, way + ": status " + status);
+        }
+    }
+
+    private static void startPrograms() throws Exception {
+        Path file = Files.createTempFile("forks", ".pem");
+        String store = TestStore.writePem(file, List.of(TestStore.identity("secp256r1", "CN=E", 1, 30, 0)));
+        AtomicLong calls = new AtomicLong();
+        List<Thread> threads = new ArrayList<>();
+        for (int i = 0; i < THREADS; ++i) {
+            int number = i;
+            Thread thread = new Thread(() -> callNatives(number, store, calls));
+            thread.setDaemon(true);
+            thread.start();
+            threads.add(thread);
+        }
+        int programs = Amount.of("VEX_TEST_FORKS_PROGRAMS", 30);
+        for (int i = 0; i < programs; ++i) {
+            Process process = new ProcessBuilder("true").start();
+            require(process.waitFor(LONGEST_SECONDS, TimeUnit.SECONDS), "a started program does not end");
+            require(process.exitValue() == 0, "a started program failed");
+        }
+        require(threads.stream().allMatch(Thread::isAlive), "a thread ended");
+        System.out.printf("%d programs started with %s during %,d natives%n", programs,
+            System.getProperty("jdk.lang.Process.launchMechanism"), calls.get());
+        Files.delete(file);
+    }
+
+    /** A quarter of the threads make and release objects, a quarter sign, the others leave records. */
+    private static void callNatives(int number, String store, AtomicLong calls) {
+        long handle = NATIVES.Initialize(null, store);
+        while (true) {
+            switch (number % 4) {
+                case 0 -> {
+                    NATIVES.Finalize(handle);
+                    handle = NATIVES.Initialize(null, store);
+                }
+                case 1 -> require(NATIVES.P7SignString(handle, "text", 1, 1) != null, "P7SignString");
+                default -> NATIVES.GetLastError(handle);
+            }
+            calls.incrementAndGet();
+            Thread.yield();
+        }
+    }
+
+    private static void require(boolean holds, String what) {
+        if (!holds) {
+            throw new AssertionError(what);
+        }
+    }
+}

@@ -1,0 +1,32 @@
+package vex.jni;
+
+import java.io.IOException;
+import java.lang.management.ManagementFactory;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import javax.management.JMException;
+import javax.management.ObjectName;
+
+/** What this process has at one moment. */
+record ProcessSize(long residentBytes, int descriptors, int threads) {
+    private static final long PAGE = 4096;
+
+    /** After the memory that malloc keeps for later has been given back, if this JVM can do that. */
+    static ProcessSize now() throws IOException {
+        trim();
+        String[] pages = Files.readString(Path.of("/proc/self/statm")).split(" ");
+        String[] stat = Files.readString(Path.of("/proc/self/stat")).split("\\) ")[1].split(" ");
+        String[] descriptors = Path.of("/proc/self/fd").toFile().list();
+        return new ProcessSize(Long.parseLong(pages[1]) * PAGE, descriptors.length, Integer.parseInt(stat[17]));
+    }
+
+    private static void trim() {
+        try {
+            ManagementFactory.getPlatformMBeanServer().invoke(
+                new ObjectName("com.sun.management:type=DiagnosticCommand"), "systemTrimNativeHeap",
+                new Object[] {new String[0]}, new String[] {String[].class.getName()});
+        } catch (JMException e) {
+            System.out.println("This JVM does not give memory back: " + e);
+        }
+    }
+}

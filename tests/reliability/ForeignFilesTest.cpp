@@ -1,0 +1,516 @@
+// What others can put at the names that everybody on the machine knows: signing goes on, nothing waits, nothing is
+// written through a link or into what is not a file of one's own, and what is made is private.
+//
+// The table is every name with every obstacle. Each cell is a process that signs, logs in both ways and traces.
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <jni.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Amount.h"
+#include "ChildProcess.h"
+#include "FakeJniEnv.h"
+#include "LogIdle.h"
+#include "OwnMounts.h"
+#include "PipeLog.h"
+#include "Row.h"
+#include "TempDirectory.h"
+#include "WriteLog.h"
+#include "vex_jni_TAVClientJNI.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t kSomebody = 65534;
+constexpr uid_t kSomebodyElse = 65533;
+constexpr int kRefused = 77;  // exit status of a child that the system does not let be what it should
+constexpr const char* kVictim = "another's text";
+
+bool BecomeUser(uid_t user) {
+    return geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0);
+}
+
+// Signs in all four ways with the user's demo store. False when it cannot be opened.
+bool Sign() {
+    FakeJniEnv env;
+    const jlong handle = Java_vex_jni_TAVClientJNI_Initialize(&env, nullptr, nullptr, env.MakeString("demo:"));
+    if (handle == 0) {
+        EXPECT_NE(Java_vex_jni_TAVClientJNI_GetLastError(&env, nullptr, 0), 0);
+        return false;
+    }
+    jstring const text = env.MakeString("dGV4dA==");
+    EXPECT_NE(Java_vex_jni_TAVClientJNI_P1Sign(&env, nullptr, handle, text), nullptr);
+    EXPECT_NE(Java_vex_jni_TAVClientJNI_P1SignString(&env, nullptr, handle, text), nullptr);
+    EXPECT_NE(Java_vex_jni_TAVClientJNI_P7Sign(&env, nullptr, handle, text, 1, 1), nullptr);
+    EXPECT_NE(Java_vex_jni_TAVClientJNI_P7SignString(&env, nullptr, handle, text, 0, 1), nullptr);
+    EXPECT_EQ(Java_vex_jni_TAVClientJNI_Finalize(&env, nullptr, handle), 0);
+    return true;
+}
+
+void LogAndTrace() {
+    pv_log(0, L"a line of the minimal logger");
+    pv_logEx("a line of the trace");
+    log_idle::Wait();
+}
+
+// ---- Places ----
+
+// A directory with everything that is known by name, and room for the obstacles' other halves.
+class ForeignFilesTest : public testing::Test {
+protected:
+    ForeignFilesTest() {
+        for (const char* pszName : {"tmp", "cwd", "data", "data/vex-client-toolkit", "elsewhere"}) {
+            fs::create_directory(m_directory.Path(pszName));
+        }
+        m_directory.Write("tmp/testPipe", "");
+        fs::copy(MadeStore(), m_directory.Path("data/vex-client-toolkit/demo.pem"));
+        GiveTo(kSomebody, {"cwd", "data", "data/vex-client-toolkit", "data/vex-client-toolkit/demo.pem"});
+        fs::permissions(m_directory.Path(), fs::perms(0755));
+        fs::permissions(m_directory.Path("tmp"), fs::perms(01777));
+        fs::permissions(m_directory.Path("elsewhere"), fs::perms(0777));
+        fs::permissions(m_directory.Path("data/vex-client-toolkit"), fs::perms(0700));
+    }
+
+    static void SetUpTestSuite() { EXPECT_FALSE(MadeStore().empty()); }
+
+    // A demo store that was made as they all are, once for all tests: keys take their time.
+    static const std::string& MadeStore() {
+        static const TempDirectory s_directory;
+        static const std::string s_strStore = [] {
+            const ChildEnd end = RunChild([] {
+                setenv("XDG_DATA_HOME", s_directory.Path().c_str(), 1);
+                EXPECT_TRUE(Sign());
+                log_idle::Wait();
+            });
+            return end.Passed() ? s_directory.Path("vex-client-toolkit/demo.pem") : std::string();
+        }();
+        return s_strStore;
+    }
+
+    void GiveTo(uid_t user, const std::vector<std::string>& names) const {
+        for (const std::string& strName : names) {
+            if (geteuid() == 0) {
+                EXPECT_EQ(lchown(m_directory.Path(strName).c_str(), user, user), 0) << strName;
+            }
+        }
+    }
+
+    // Signs and logs as an ordinary user, in a process of its own that nothing may hold up.
+    ChildEnd SignInChild(
+        const std::function<bool()>& fnPrepare = [] { return true; }, bool bMustSign = true) const {
+        return RunChild([&] {
+            setenv("VEX_TEST_LOG_DIR", m_directory.Path("tmp").c_str(), 1);
+            setenv("XDG_DATA_HOME", m_directory.Path("data").c_str(), 1);
+            setenv("LC_ALL", "C.UTF-8", 1);
+            umask(0);
+            if (chdir(m_directory.Path("cwd").c_str()) != 0 || !fnPrepare() || !BecomeUser(kSomebody)) {
+                _exit(kRefused);
+            }
+            alarm(20);
+            const bool bSigned = Sign();
+            EXPECT_TRUE(bSigned || !bMustSign);
+            LogAndTrace();
+        });
+    }
+
+    struct Entry {
+        fs::file_type type;
+        std::string strContent;  // of a file; what a link leads to
+        bool operator==(const Entry&) const = default;
+    };
+
+    // All there is, by its name.
+    std::map<std::string, Entry> Everything() const {
+        std::map<std::string, Entry> all;
+        for (const auto& found : fs::recursive_directory_iterator(m_directory.Path())) {
+            Entry entry{found.symlink_status().type(), {}};
+            if (entry.type == fs::file_type::regular) {
+                entry.strContent = ReadWholeFile(found.path());
+            } else if (entry.type == fs::file_type::symlink) {
+                entry.strContent = fs::read_symlink(found.path());
+            }
+            all.emplace(found.path(), std::move(entry));
+        }
+        return all;
+    }
+
+    // Files that there were not before are their owner's only.
+    static void ExpectNewFilesPrivate(const std::map<std::string, Entry>& before,
+                                      const std::map<std::string, Entry>& after) {
+        for (const auto& [strPath, entry] : after) {
+            if (entry.type == fs::file_type::regular && !before.contains(strPath)) {
+                EXPECT_EQ(static_cast<unsigned>(fs::status(strPath).permissions()), 0600U) << strPath;
+            }
+        }
+    }
+
+    const TempDirectory m_directory;
+};
+
+// ---- Obstacles ----
+
+// Puts something where the first name leads; strOther is a name for its other half. Returns a descriptor that is to
+// stay open meanwhile, or -1.
+struct Obstacle : Row {
+    std::function<int(const std::string& strPath, const std::string& strOther)> fnMake;
+    bool bNeedsRoot = false;
+};
+
+int MakeFile(const std::string& strPath, mode_t mode) {
+    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const std::string_view text(kVictim);
+    EXPECT_EQ(write(nFile, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    EXPECT_EQ(fchmod(nFile, mode), 0);
+    close(nFile);
+    return -1;
+}
+
+int MakeSocket(const std::string& strPath) {
+    const int nSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    strPath.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(bind(nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << strPath;
+    EXPECT_EQ(listen(nSocket, 1), 0);
+    return nSocket;
+}
+
+std::vector<Obstacle> Obstacles() {
+    return {
+        {{"SymbolicLink"},
+         [](const std::string& strPath, const std::string& strOther) {
+             MakeFile(strOther, 0666);
+             fs::create_symlink(strOther, strPath);
+             return -1;
+         }},
+        {{"LinkToNothing"},
+         [](const std::string& strPath, const std::string& strOther) {
+             fs::create_symlink(strOther, strPath);
+             return -1;
+         }},
+        {{"HardLink"},
+         [](const std::string& strPath, const std::string& strOther) {
+             MakeFile(strOther, 0666);
+             fs::create_hard_link(strOther, strPath);
+             return -1;
+         }},
+        {{"Pipe"},
+         [](const std::string& strPath, const std::string&) {
+             EXPECT_EQ(mkfifo(strPath.c_str(), 0666), 0);
+             return -1;
+         }},
+        {{"PipeWithReader"},
+         [](const std::string& strPath, const std::string&) {
+             EXPECT_EQ(mkfifo(strPath.c_str(), 0666), 0);
+             EXPECT_EQ(chmod(strPath.c_str(), 0666), 0);
+             return open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+         }},
+        {{"Directory"},
+         [](const std::string& strPath, const std::string&) {
+             fs::create_directory(strPath);
+             fs::permissions(strPath, fs::perms(0777));
+             return -1;
+         }},
+        {{"Socket"},
+         [](const std::string& strPath, const std::string&) {
+             const int nSocket = MakeSocket(strPath);
+             fs::permissions(strPath, fs::perms(0777));
+             return nSocket;
+         }},
+        {{"SomebodyElses"},
+         [](const std::string& strPath, const std::string&) { return MakeFile(strPath, 0600); },
+         true},
+        {{"ForNobody"}, [](const std::string& strPath, const std::string&) { return MakeFile(strPath, 0); }},
+    };
+}
+
+// What an obstacle's descriptor has received: nothing.
+void ExpectNothingReceived(int nDescriptor) {
+    if (nDescriptor < 0) {
+        return;
+    }
+    struct stat status {};
+    char ch = 0;
+    if (fstat(nDescriptor, &status) == 0 && S_ISSOCK(status.st_mode)) {
+        EXPECT_LT(accept4(nDescriptor, nullptr, nullptr, SOCK_CLOEXEC), 0);
+    } else {
+        EXPECT_LE(read(nDescriptor, &ch, 1), 0);
+    }
+}
+
+// ---- The table ----
+
+struct Place : Row {
+    std::string strPath;          // in the test's directory
+    bool bMayFail = false;        // to sign: the store's own files
+    bool bMayBeReplaced = false;  // by the owner of the directory that it is in
+};
+
+std::vector<Place> Places() {
+    const std::string strStore = "data/vex-client-toolkit";
+    return {
+        {{"Log"}, "tmp/PILog.txt"},
+        {{"Trace"}, "tmp/pipe.log"},
+        {{"TraceMarker"}, "tmp/testPipe"},
+        {{"Profile"}, "tmp/log.ini"},
+        {{"StoreDirectory"}, strStore, true},
+        {{"Store"}, strStore + "/demo.pem", true, true},
+        {{"StoreLock"}, strStore + "/demo.lock", true},
+        {{"NewStore"}, strStore + "/demo.pem.new", true, true},
+    };
+}
+
+struct Cell : Row {
+    Place place;
+    Obstacle obstacle;
+};
+
+std::vector<Cell> Cells() {
+    std::vector<Cell> cells;
+    for (const Place& place : Places()) {
+        for (const Obstacle& obstacle : Obstacles()) {
+            cells.push_back({{place.strName + obstacle.strName}, place, obstacle});
+        }
+    }
+    return cells;
+}
+
+class CellTest : public ForeignFilesTest, public testing::WithParamInterface<Cell> {};
+
+TEST_P(CellTest, IsLeftAloneAndHoldsNothingUp) {
+    const auto& [place, obstacle] = std::pair(GetParam().place, GetParam().obstacle);
+    if (obstacle.bNeedsRoot && geteuid() != 0) {
+        GTEST_SKIP() << "skipped: only root can make a file somebody else's";
+    }
+    const std::string strPath = m_directory.Path(place.strPath);
+    const std::string strOther = m_directory.Path("elsewhere/other");
+    fs::remove_all(strPath);
+    if (place.strPath.ends_with(".new") || place.strPath.ends_with(".lock")) {
+        fs::remove(m_directory.Path("data/vex-client-toolkit/demo.pem"));  // a store has to be made
+    }
+    const int nDescriptor = obstacle.fnMake(strPath, strOther);
+    // All that is not said to be somebody else's is the user's own, so that no missing right protects it.
+    if (!obstacle.bNeedsRoot) {
+        GiveTo(kSomebody, {place.strPath});
+        if (fs::exists(fs::symlink_status(strOther))) {
+            GiveTo(kSomebody, {"elsewhere/other"});
+        }
+    }
+    const auto before = Everything();
+    const ChildEnd end = SignInChild([] { return true; }, !place.bMayFail);
+    EXPECT_TRUE(end.Passed()) << "signal " << end.nSignal;
+    ExpectNothingReceived(nDescriptor);
+    const auto after = Everything();
+    ExpectNewFilesPrivate(before, after);
+    for (const auto& [strName, entry] : before) {
+        const auto found = after.find(strName);
+        if (place.bMayBeReplaced && strName == strPath) {
+            continue;
+        }
+        ASSERT_NE(found, after.end()) << strName;
+        EXPECT_EQ(found->second.strContent, entry.strContent) << strName;
+        EXPECT_EQ(found->second.type, entry.type) << strName;
+    }
+    if (obstacle.strName == "LinkToNothing") {
+        EXPECT_FALSE(fs::exists(strOther));
+    }
+    close(nDescriptor);
+}
+
+INSTANTIATE_TEST_SUITE_P(, CellTest, testing::ValuesIn(Cells()), RowName);
+
+// ---- Disks ----
+
+struct Disk : Row {
+    bool bFull;
+    unsigned long nFlags;
+    std::vector<std::string> names;  // of directories that lie on it
+};
+
+class DiskTest : public ForeignFilesTest, public testing::WithParamInterface<Disk> {};
+
+TEST_P(DiskTest, SigningGoesOn) {
+    const Disk& disk = GetParam();
+    const ChildEnd end = SignInChild(
+        [&] {
+            if (!HaveOwnMounts()) {
+                return false;
+            }
+            for (const std::string& strName : disk.names) {
+                const std::string strMount = m_directory.Path(strName);
+                if (!MountSmall(strMount)) {
+                    return false;
+                }
+                if (strName == "tmp") {
+                    EXPECT_EQ(close(open((strMount + "/testPipe").c_str(), O_CREAT | O_CLOEXEC | O_WRONLY, 0644)), 0);
+                }
+                if (disk.bFull) {
+                    std::ofstream(strMount + "/filler") << std::string(100'000, 'f');
+                }
+                if (mount(nullptr, strMount.c_str(), nullptr, MS_REMOUNT | disk.nFlags, nullptr) != 0) {
+                    return false;
+                }
+            }
+            return chdir(m_directory.Path("cwd").c_str()) == 0;
+        },
+        disk.names.front() != "data");
+    if (end.nStatus == kRefused) {
+        GTEST_SKIP() << "skipped: this process may not mount file systems of its own";
+    }
+    EXPECT_TRUE(end.Passed()) << "signal " << end.nSignal;
+}
+
+INSTANTIATE_TEST_SUITE_P(, DiskTest,
+                         testing::Values(Disk{{"FullForLogAndTrace"}, true, 0, {"tmp"}},
+                                         Disk{{"FullForAll"}, true, 0, {"tmp", "cwd"}},
+                                         Disk{{"FullForTheStore"}, true, 0, {"data"}},
+                                         Disk{{"ReadOnlyForLogAndTrace"}, false, MS_RDONLY, {"tmp"}},
+                                         Disk{{"ReadOnlyForAll"}, false, MS_RDONLY, {"tmp", "cwd"}},
+                                         Disk{{"ReadOnlyForTheStore"}, false, MS_RDONLY, {"data"}}),
+                         RowName);
+
+// ---- Users ----
+
+TEST_F(ForeignFilesTest, NewFilesArePrivate) {
+    fs::permissions(m_directory.Path("data"), fs::perms(0777));
+    fs::remove_all(m_directory.Path("data/vex-client-toolkit"));
+    const auto before = Everything();
+    EXPECT_TRUE(SignInChild().Passed());
+    const auto after = Everything();
+    ExpectNewFilesPrivate(before, after);
+    for (const char* pszName : {"tmp/PILog.txt", "tmp/pipe.log", "data/vex-client-toolkit/demo.pem"}) {
+        EXPECT_TRUE(after.contains(m_directory.Path(pszName))) << pszName;
+    }
+    EXPECT_EQ(static_cast<unsigned>(fs::status(m_directory.Path("data/vex-client-toolkit")).permissions()), 0700U);
+}
+
+// The first user's files are in the second one's way.
+TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "skipped: only root can be two users";
+    }
+    EXPECT_TRUE(SignInChild().Passed());
+    const auto first = Everything();
+    fs::create_directory(m_directory.Path("data2"));
+    fs::create_directory(m_directory.Path("cwd2"));
+    GiveTo(kSomebodyElse, {"data2", "cwd2"});
+    const ChildEnd end = RunChild([&] {
+        setenv("VEX_TEST_LOG_DIR", m_directory.Path("tmp").c_str(), 1);
+        setenv("XDG_DATA_HOME", m_directory.Path("data2").c_str(), 1);
+        ASSERT_EQ(chdir(m_directory.Path("cwd2").c_str()), 0);
+        ASSERT_TRUE(BecomeUser(kSomebodyElse));
+        alarm(20);
+        EXPECT_TRUE(Sign());
+        LogAndTrace();
+    });
+    EXPECT_TRUE(end.Passed()) << "signal " << end.nSignal;
+    const auto both = Everything();
+    for (const auto& [strName, entry] : first) {
+        EXPECT_EQ(both.at(strName), entry) << strName;
+    }
+    EXPECT_FALSE(fs::is_empty(m_directory.Path("cwd2")));  // where its log went
+}
+
+// ---- At any moment ----
+
+// Another user exchanges what is there for something else, again and again, while the user signs. As in /tmp he may not
+// remove what is not his own; a second name of the user's file is therefore the last thing that he can put there.
+TEST_F(ForeignFilesTest, ExchangedAtAnyMoment) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "skipped: only root can be two users";
+    }
+    const long nRounds = AmountOf("VEX_TEST_FOREIGN_ROUNDS", 10);
+    std::mt19937 random(SeedOfRun());
+    const std::string strVictim = m_directory.Path("elsewhere/victim");
+    MakeFile(strVictim, 0666);
+    GiveTo(kSomebody, {"elsewhere/victim"});
+    const std::string strNothing = m_directory.Path("elsewhere/nothing");
+    const std::vector<std::string> names = {m_directory.Path("tmp/PILog.txt"), m_directory.Path("tmp/pipe.log")};
+    void* const pShared = mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pShared, MAP_FAILED);
+    long* const pnExchanges = static_cast<long*>(pShared);
+    for (long i = 0; i < nRounds; ++i) {
+        for (const std::string& strName : names) {
+            fs::remove(strName);
+        }
+        fs::remove(m_directory.Path("tmp/.new"));
+        const auto uSeed = static_cast<std::uint32_t>(random());
+        // By a process and no thread, since this one makes others of itself.
+        int over[2];
+        ASSERT_EQ(pipe2(over, O_CLOEXEC | O_NONBLOCK), 0);
+        const pid_t nOther = fork();
+        if (nOther == 0) {
+            close(over[1]);
+            if (!BecomeUser(kSomebodyElse)) {
+                _exit(kRefused);
+            }
+            std::mt19937 choice(uSeed);
+            const std::string strNew = m_directory.Path("tmp/.new");
+            char ch = 0;
+            alarm(60);
+            while (read(over[0], &ch, 1) != 0) {
+                const std::string& strName = names[choice() % names.size()];
+                std::error_code ignored;
+                fs::remove_all(strNew, ignored);
+                switch (choice() % 16) {
+                    case 0:
+                        fs::create_hard_link(strVictim, strNew, ignored);
+                        break;
+                    case 1:
+                    case 2:
+                    case 3:
+                        fs::remove_all(strName, ignored);
+                        continue;
+                    case 4:
+                    case 5:
+                        mkfifo(strNew.c_str(), 0666);
+                        break;
+                    case 6:
+                    case 7:
+                    case 8:
+                        fs::create_symlink(strNothing, strNew, ignored);
+                        break;
+                    default:
+                        fs::create_symlink(strVictim, strNew, ignored);
+                        break;
+                }
+                fs::rename(strNew, strName, ignored);
+                *pnExchanges += ignored ? 0 : 1;
+            }
+            _exit(0);
+        }
+        ASSERT_GT(nOther, 0);
+        close(over[0]);
+        const ChildEnd end = SignInChild();
+        EXPECT_TRUE(end.Passed()) << "signal " << end.nSignal << ", seed " << uSeed;
+        close(over[1]);
+        int nStatus = -1;
+        EXPECT_EQ(waitpid(nOther, &nStatus, 0), nOther);
+        EXPECT_EQ(nStatus, 0);
+        ASSERT_EQ(ReadWholeFile(strVictim), kVictim);
+        ASSERT_FALSE(fs::exists(fs::symlink_status(strNothing)));
+    }
+    EXPECT_GT(*pnExchanges, nRounds);
+    std::printf("%ld processes signed while names were exchanged, %ld times\n", nRounds, *pnExchanges);
+    munmap(pShared, sizeof(long));
+}
+
+}  // namespace

@@ -1,0 +1,309 @@
+// SIGKILL at every file call that the log makes, in the middle of what it writes, and at moments nobody chose. Whatever
+// the killed process leaves, the next one goes on: its records are there and whole, the file begins with its mark, and
+// one entry at most is torn. A process that is killed while it cuts the file can leave one more where the part that is
+// kept meets what was there.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "Amount.h"
+#include "ChildProcess.h"
+#include "DebugLogMgr.h"
+#include "KillPoint.h"
+#include "LogFile.h"
+#include "LogTest.h"
+#include "TempDirectory.h"
+
+namespace {
+
+constexpr unsigned kMaxSeconds = 60;
+constexpr int kOfNext = 3;  // records of the process that goes on
+
+// A message that tells whether it is whole: "first 3 5 #####".
+std::wstring MessageOf(const wchar_t* pszWho, int nRecord, int cchPadding) {
+    return std::wstring(pszWho) + L" " + std::to_wstring(nRecord) + L" " + std::to_wstring(cchPadding) + L" " +
+           std::wstring(static_cast<std::size_t>(cchPadding), L'#');
+}
+
+struct Message {
+    std::string strWho;
+    int nRecord = 0;
+};
+
+std::optional<int> TakeNumber(std::string_view& text) {
+    int n = 0;
+    const auto [pchEnd, error] = std::from_chars(text.data(), text.data() + text.size(), n);
+    const auto cch = static_cast<std::size_t>(pchEnd - text.data());
+    if (error != std::errc() || cch == text.size() || text[cch] != ' ') {
+        return std::nullopt;
+    }
+    text.remove_prefix(cch + 1);
+    return n;
+}
+
+// Nothing when the entry is not a whole record of these tests.
+std::optional<Message> WholeMessage(const std::string& strEntry) {
+    const std::optional<LogRecord> record = ParseLogRecord(strEntry);
+    if (!record) {
+        return std::nullopt;
+    }
+    std::string_view text = record->strMessage;
+    Message message;
+    if (record->strType == "[MARK] ") {  // of WaitUntilWritten
+        message.strWho = "mark";
+        return text.starts_with("mark ") && text.find_first_not_of("0123456789.", 5) == text.npos
+                   ? std::optional(message)
+                   : std::nullopt;
+    }
+    message.strWho = text.substr(0, text.find(' '));
+    text.remove_prefix(std::min(message.strWho.size() + 1, text.size()));
+    const std::optional<int> nRecord = TakeNumber(text);
+    const std::optional<int> cchPadding = nRecord ? TakeNumber(text) : std::nullopt;
+    if (!cchPadding || text != std::string(static_cast<std::size_t>(*cchPadding), '#')) {
+        return std::nullopt;
+    }
+    message.nRecord = *nRecord;
+    return message;
+}
+
+// What a log looks like from the outside.
+struct Picture {
+    bool bMark = false;
+    int nTorn = 0;  // entries that are no whole records, but for the first one, of which a cut may have taken a part
+    std::vector<Message> messages;
+};
+
+Picture PictureOf(const std::string& strPath) {
+    const LogFile file = ReadLogFile(strPath);
+    Picture picture;
+    picture.bMark = file.bHeader;
+    picture.nTorn = file.strUnfinished.empty() ? 0 : 1;
+    bool bFirst = true;
+    for (const std::string& strEntry : file.entries) {
+        if (std::optional<Message> message = WholeMessage(strEntry)) {
+            picture.messages.push_back(*std::move(message));
+        } else if (!(bFirst && file.strCut.empty())) {
+            ++picture.nTorn;
+        }
+        bFirst = false;
+    }
+    return picture;
+}
+
+struct Load {
+    DWORD dwMaxFileSize = 0x200000;
+    DWORD dwTruncatePercent = 20;
+    bool bStaysOpen = false;
+    std::vector<int> paddings;  // of one record each
+};
+
+class KillsTest : public LogTest {
+protected:
+    // Runs the body in a process that may be killed, from here some time after so many of its calls. Returns whether it
+    // was; it has to succeed if it was not.
+    static bool RunVictim(const std::function<void()>& fnBody, std::optional<int> nCallsToKill = {}) {
+        std::fflush(nullptr);
+        kill_point::Share();
+        const pid_t nChild = fork();
+        if (nChild == 0) {
+            alarm(kMaxSeconds);
+            fnBody();
+            EndChildAtOnce();
+        }
+        EXPECT_GT(nChild, 0);
+        if (nCallsToKill) {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kMaxSeconds);
+            while (kill_point::Read().nCalls < *nCallsToKill && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::yield();
+            }
+            kill(nChild, SIGKILL);
+        }
+        int nStatus = 0;
+        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        if (WIFSIGNALED(nStatus) && WTERMSIG(nStatus) == SIGKILL) {
+            return true;
+        }
+        EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0) << "status " << nStatus;
+        return false;
+    }
+
+    static void WriteRecords(const Load& load) {
+        CDebugLogMgr::GetInstance()->SetTruncate(load.dwMaxFileSize, load.dwTruncatePercent);
+        CDebugLogMgr::GetInstance()->EnableGlobalMode(load.bStaysOpen);
+        for (std::size_t i = 0; i < load.paddings.size(); ++i) {
+            Trace(MessageOf(L"first", static_cast<int>(i), load.paddings[i]));
+        }
+    }
+
+    // The process that follows a killed one, and what is to be found after it.
+    void GoOn(const Picture& before, const std::string& strWhere) {
+        const kill_point::Account account = kill_point::Read();
+        InChild([&] {
+            for (int i = 0; i < kOfNext; ++i) {
+                Trace(MessageOf(L"next", i, 10));
+            }
+            WaitUntilWritten(LogPath());
+        });
+        const Picture after = PictureOf(LogPath());
+        const std::string strAll = strWhere + ", killed at call " + std::to_string(account.nCalls) + ", " +
+                                   account.strLast + (account.bInCut ? ", in a cut" : "");
+        EXPECT_TRUE(after.bMark) << strAll;
+        EXPECT_LE(after.nTorn, before.nTorn + (account.bInCut ? 2 : 1)) << strAll;
+        ExpectNextIsThere(strAll);
+        m_nTorn += after.nTorn > before.nTorn ? 1 : 0;
+        m_nInCuts += account.bInCut ? 1 : 0;
+    }
+
+    // The first of its records can stand in one entry with what the killed process has left of its last.
+    void ExpectNextIsThere(const std::string& strWhere) {
+        const std::string strLog = ReadWholeFile(LogPath());
+        std::size_t nFrom = 0;
+        for (int i = 0; i < kOfNext; ++i) {
+            const std::string strEnd = "]: next " + std::to_string(i) + " 10 ##########\r\n\r\n";
+            // The last ones: a log that is not made anew has those of earlier processes.
+            const std::size_t nFound = i == 0 ? strLog.rfind(strEnd) : strLog.find(strEnd, nFrom);
+            ASSERT_NE(nFound, std::string::npos) << strWhere << ", record " << i;
+            nFrom = nFound + strEnd.size();
+        }
+    }
+
+    // The victim at each of its calls, until it comes to its end. A fresh log each time.
+    void SweepAllCalls(const Load& load, const std::string& strName) {
+        for (const auto where : {kill_point::Where::kBefore, kill_point::Where::kInside}) {
+            for (int nCall = 1;; ++nCall) {
+                std::filesystem::remove(LogPath());
+                const bool bKilled = RunVictim([&] {
+                    kill_point::Arm(nCall, where);
+                    WriteRecords(load);
+                    WaitUntilWritten(LogPath());
+                });
+                if (!bKilled) {
+                    ASSERT_GT(nCall, 1);
+                    break;
+                }
+                ++m_nKills;
+                GoOn(Picture{}, strName + (where == kill_point::Where::kBefore ? ", before" : ", inside"));
+                if (load.dwMaxFileSize == Load{}.dwMaxFileSize) {
+                    ExpectNoneIsMissing(nCall);
+                }
+                if (HasFailure()) {
+                    return;
+                }
+            }
+        }
+    }
+
+    // Without cuts the records of the killed process are there from the first one on, up to where it was killed.
+    void ExpectNoneIsMissing(int nCall) {
+        int nExpected = 0;
+        for (const Message& message : PictureOf(LogPath()).messages) {
+            if (message.strWho == "first") {
+                EXPECT_EQ(message.nRecord, nExpected) << "call " << nCall;
+                ++nExpected;
+            }
+        }
+    }
+
+    int m_nKills = 0;
+    int m_nInCuts = 0;
+    int m_nTorn = 0;
+};
+
+TEST_F(KillsTest, AtEachFileCallOfAppendsToAFreshLog) {
+    SweepAllCalls({.paddings = {5, 0, 20}}, "appends");
+    std::printf("%d kills, %d of them left a torn entry\n", m_nKills, m_nTorn);
+    EXPECT_GE(m_nKills, 40);
+    EXPECT_GT(m_nTorn, 0) << "none was in the middle of a record";
+}
+
+TEST_F(KillsTest, AtEachFileCallOfCuts) {
+    SweepAllCalls({.dwMaxFileSize = 300, .dwTruncatePercent = 20, .paddings = {5, 100, 20, 50}}, "cuts");
+    std::printf("%d kills, %d of them in a cut\n", m_nKills, m_nInCuts);
+    EXPECT_GE(m_nInCuts, 10);
+}
+
+TEST_F(KillsTest, AtEachFileCallOfALogThatStaysOpen) {
+    SweepAllCalls({.dwMaxFileSize = 300, .dwTruncatePercent = 50, .bStaysOpen = true, .paddings = {5, 100, 20, 50}},
+                  "open");
+    EXPECT_GE(m_nInCuts, 10);
+}
+
+// Loads of all kinds, one killed process after the other over the same log.
+TEST_F(KillsTest, AtCallsOfAnyLoadOverOneLog) {
+    const long nKills = AmountOf("VEX_TEST_KILLS_CALLS", 40);
+    std::mt19937 random(SeedOfRun());
+    const auto upTo = [&random](int nMax) { return std::uniform_int_distribution<int>(0, nMax)(random); };
+    constexpr std::array<DWORD, 5> kPercents = {1, 20, 50, 99, 100};
+    while (m_nKills < nKills && !HasFailure()) {
+        Load load{.dwMaxFileSize = static_cast<DWORD>(100 + upTo(3000)),
+                  .dwTruncatePercent = kPercents.at(static_cast<std::size_t>(upTo(4))),
+                  .bStaysOpen = upTo(3) == 0,
+                  .paddings = {}};
+        for (int i = 0; i < 8; ++i) {
+            load.paddings.push_back(upTo(9) == 0 ? upTo(7000) : upTo(100));
+        }
+        if (upTo(9) == 0) {
+            std::filesystem::remove(LogPath());
+        }
+        const Picture before = PictureOf(LogPath());
+        const int nCall = 1 + upTo(80);
+        const auto where = upTo(1) == 0 ? kill_point::Where::kBefore : kill_point::Where::kInside;
+        // It writes until it comes to that call: what it has written may be cut away at once.
+        ASSERT_TRUE(RunVictim([&] {
+            kill_point::Arm(nCall, where);
+            for (;;) {
+                WriteRecords(load);
+            }
+        }));
+        ++m_nKills;
+        GoOn(before, "any load");
+    }
+    std::printf("%d kills, %d of them in a cut, %d torn entries\n", m_nKills, m_nInCuts, m_nTorn);
+}
+
+// From outside, at moments that nobody chose, while four threads log as fast as they can.
+TEST_F(KillsTest, AtAnyTime) {
+    const long nKills = AmountOf("VEX_TEST_KILLS_TIMES", 25);
+    std::mt19937 random(SeedOfRun() + 1);
+    for (int i = 0; i < nKills && !HasFailure(); ++i) {
+        if (i % 5 == 0) {
+            std::filesystem::remove(LogPath());
+        }
+        const Picture before = PictureOf(LogPath());
+        const int nCalls = std::uniform_int_distribution<int>(1, 1500)(random);
+        const bool bKilled = RunVictim(
+            [] {
+                kill_point::Arm(0, kill_point::Where::kBefore);
+                CDebugLogMgr::GetInstance()->SetTruncate(3000, 20);
+                std::vector<std::thread> threads;
+                for (int nThread = 0; nThread < 4; ++nThread) {
+                    threads.emplace_back([nThread] {
+                        for (int nRecord = nThread;; nRecord += 4) {
+                            Trace(MessageOf(L"first", nRecord, nRecord % 200));
+                            std::this_thread::yield();
+                        }
+                    });
+                }
+                for (std::thread& thread : threads) {
+                    thread.join();
+                }
+            },
+            nCalls);
+        ASSERT_TRUE(bKilled);
+        ++m_nKills;
+        GoOn(before, "any time");
+    }
+    std::printf("%d kills, %d of them in a cut, %d torn entries\n", m_nKills, m_nInCuts, m_nTorn);
+}
+
+}  // namespace

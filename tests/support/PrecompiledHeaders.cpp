@@ -1,0 +1,1 @@
+// Nothing: this library is there for the headers that the tests share in compiled form.

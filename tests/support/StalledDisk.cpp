@@ -1,0 +1,34 @@
+// A disk that takes nothing more: who writes to the log's file waits for ever, and leaves a file named "stalled" in the
+// log's directory. For LD_PRELOAD, together with the private_log library.
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace {
+
+std::string PathOf(int nDescriptor) {
+    std::array<char, 4096> path{};
+    const ssize_t cch = readlink(("/proc/self/fd/" + std::to_string(nDescriptor)).c_str(), path.data(), path.size());
+    return std::string(path.data(), cch > 0 ? static_cast<std::size_t>(cch) : 0);
+}
+
+}  // namespace
+
+extern "C" ssize_t pwrite(int nDescriptor, const void* pData, size_t cb, off_t nOffset) {
+    constexpr std::string_view kLog = "/PILog.txt";
+    std::string strPath = PathOf(nDescriptor);
+    if (!strPath.ends_with(kLog)) {
+        return syscall(SYS_pwrite64, nDescriptor, pData, cb, nOffset);
+    }
+    strPath.replace(strPath.size() - kLog.size(), kLog.size(), "/stalled");
+    close(open(strPath.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    for (;;) {
+        pause();
+    }
+}

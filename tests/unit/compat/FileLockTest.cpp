@@ -1,0 +1,79 @@
+// An open file is locked against other openings, and a fork neither keeps the lock nor ends it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "ChildProcess.h"
+#include "FileDescriptor.h"
+#include "TempDirectory.h"
+#include "VEXCompat.h"
+
+namespace {
+
+class FileLockTest : public testing::Test {
+protected:
+    bool IsLocked() const {
+        const vextk::FileDescriptor file(open(m_strName.c_str(), O_RDWR | O_CLOEXEC));
+        EXPECT_TRUE(file.IsOpen());
+        return flock(file.Get(), LOCK_EX | LOCK_NB) != 0;
+    }
+
+    const TempDirectory m_directory;
+    const std::string m_strName = m_directory.Path("log");
+    const HANDLE m_hFile = VexCreateFile(m_strName.c_str());
+};
+
+TEST_F(FileLockTest, LastsAsLongAsTheFileIsOpen) {
+    EXPECT_TRUE(IsLocked());
+    EXPECT_TRUE(CloseHandle(m_hFile));
+    EXPECT_FALSE(IsLocked());
+}
+
+TEST_F(FileLockTest, EndsWhenAChildStillHasTheFile) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const vextk::FileDescriptor fromParent(ends[0]);
+    std::optional<vextk::FileDescriptor> toChild(std::in_place, ends[1]);
+    const pid_t nChild = fork();
+    if (nChild == 0) {
+        toChild.reset();
+        char ch = 0;
+        _exit(read(fromParent.Get(), &ch, 1) == 0 ? 0 : 1);  // until the parent is done
+    }
+    ASSERT_GT(nChild, 0);
+    EXPECT_TRUE(IsLocked());
+    EXPECT_TRUE(CloseHandle(m_hFile));
+    EXPECT_FALSE(IsLocked());
+    toChild.reset();
+    int nStatus = 0;
+    EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+    EXPECT_EQ(nStatus, 0);
+}
+
+TEST_F(FileLockTest, StaysWhenAChildClosesTheFile) {
+    EXPECT_EQ(RunInChild([&] { return CloseHandle(m_hFile) ? 0 : 1; }), 0);
+    EXPECT_TRUE(IsLocked());
+    EXPECT_TRUE(CloseHandle(m_hFile));
+    EXPECT_FALSE(IsLocked());
+}
+
+// What the child opens itself is its own to lock and to give up.
+TEST_F(FileLockTest, OfAChildEndsWithItsFile) {
+    EXPECT_TRUE(CloseHandle(m_hFile));
+    EXPECT_EQ(RunInChild([&] {
+                  const HANDLE hFile = VexCreateFile(m_strName.c_str());
+                  EXPECT_TRUE(IsLocked());
+                  EXPECT_EQ(RunInChild([] { return 0; }), 0);
+                  EXPECT_TRUE(CloseHandle(hFile));
+                  EXPECT_FALSE(IsLocked());
+                  return 0;
+              }),
+              0);
+}
+
+}  // namespace

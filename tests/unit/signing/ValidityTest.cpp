@@ -1,0 +1,103 @@
+// Which certificates count as the clock goes on, and when it is set back: this program's time() stands in front of
+// libc's.
+#include <gtest/gtest.h>
+
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "signing/SigningObject.h"
+#include "signing/Store.h"
+
+namespace {
+
+std::time_t s_now = 0;  // 0: what it is
+
+}  // namespace
+
+extern "C" std::time_t time(std::time_t* pTime) noexcept {
+    std::timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t result = s_now != 0 ? s_now : now.tv_sec;
+    if (pTime != nullptr) {
+        *pTime = result;
+    }
+    return result;
+}
+
+namespace vextk {
+namespace {
+
+constexpr std::time_t kStart = 2'000'000'000;
+
+// The first and the last second of a certificate's validity, from kStart on.
+struct Validity {
+    long nFirst;
+    long nLast;
+};
+
+class ValidityTest : public testing::Test {
+protected:
+    ~ValidityTest() override { s_now = 0; }
+
+    // A store whose certificates have the serial numbers 1, 2 and so on.
+    static Identities StoreOf(const std::vector<Validity>& validities) {
+        const KeyPtr key(EVP_EC_gen("P-256"));
+        const BioPtr pem(BIO_new(BIO_s_mem()));
+        PEM_write_bio_PrivateKey(pem.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+        long nSerial = 0;
+        for (const Validity& validity : validities) {
+            const X509Ptr certificate(X509_new());
+            ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), ++nSerial);
+            ASN1_TIME_set(X509_getm_notBefore(certificate.get()), kStart + validity.nFirst);
+            ASN1_TIME_set(X509_getm_notAfter(certificate.get()), kStart + validity.nLast);
+            X509_set_pubkey(certificate.get(), key.get());
+            X509_sign(certificate.get(), key.get(), EVP_sha256());
+            PEM_write_bio_X509(pem.get(), certificate.get());
+        }
+        return ReadIdentities(MemoryBioText(pem.get()), nullptr);
+    }
+
+    // The serial numbers of those that can sign so many seconds after kStart, such as "01,02,".
+    static std::string SerialsAt(const SigningObject& object, long nSeconds) {
+        s_now = kStart + nSeconds;
+        const std::string strList = object.CertificateList(",", " ");
+        std::string strSerials;
+        for (size_t nBegin = 0; nBegin < strList.size();) {
+            const size_t nEnd = std::min(strList.find(',', nBegin), strList.size());
+            strSerials += strList.substr(nBegin, strList.find(' ', nBegin) - nBegin) + ",";
+            nBegin = nEnd + 1;
+        }
+        return strSerials;
+    }
+};
+
+TEST_F(ValidityTest, CountsFromTheFirstToTheLastSecond) {
+    const SigningObject object(StoreOf({{0, 1000}, {500, 2000}}));
+    EXPECT_EQ(SerialsAt(object, -1), "");
+    EXPECT_EQ(SerialsAt(object, 0), "01,");
+    EXPECT_EQ(SerialsAt(object, 499), "01,");
+    EXPECT_EQ(SerialsAt(object, 500), "01,02,");
+    EXPECT_EQ(SerialsAt(object, 1000), "01,02,");
+    EXPECT_EQ(SerialsAt(object, 1001), "02,");
+    EXPECT_EQ(SerialsAt(object, 2000), "02,");
+    EXPECT_EQ(SerialsAt(object, 2001), "");
+}
+
+TEST_F(ValidityTest, CountsAgainWhenTheClockIsSetBack) {
+    const SigningObject object(StoreOf({{0, 1000}, {500, 2000}}));
+    EXPECT_EQ(SerialsAt(object, 2001), "");
+    EXPECT_EQ(SerialsAt(object, 2000), "02,");
+    EXPECT_EQ(SerialsAt(object, 1001), "02,");
+    EXPECT_EQ(SerialsAt(object, 1000), "01,02,");
+    EXPECT_EQ(SerialsAt(object, 500), "01,02,");
+    EXPECT_EQ(SerialsAt(object, 499), "01,");
+    EXPECT_EQ(SerialsAt(object, 0), "01,");
+    EXPECT_EQ(SerialsAt(object, -1), "");
+}
+
+}  // namespace
+}  // namespace vextk
