@@ -16,10 +16,8 @@
 #include "Bench.h"
 #include "DebugLogMgr.h"
 #include "RecordFloor.h"
-#include "TempDirectory.h"
-#ifdef VEX_BENCH_PEERS
 #include "RecordPeers.h"
-#endif
+#include "TempDirectory.h"
 
 namespace {
 
@@ -135,11 +133,9 @@ int main(int argc, char** argv) {
         {"product", [=] { return CpuNanoseconds(ProductRecord, nRecords); }},
         {"floor", [=] { return CpuNanoseconds(FloorRecord, nRecords); }},
     };
-#ifdef VEX_BENCH_PEERS
     RecordPeers peers(directory.Path());
     one.push_back({"spdlog, asynchronous", [=] { return CpuNanoseconds(RecordPeers::Spdlog, nRecords); }});
     one.push_back({"glog", [=] { return CpuNanoseconds(RecordPeers::Glog, nRecords); }});
-#endif
     bench::Interleave("one record, CPU time", "ns", nRounds, one);
     bench::Interleave("eight threads, wall time for one record of each", "ns", nRounds,
                       {{"product", [=] { return WallNanoseconds(ProductRecord, nRecords, nThreads); }},

@@ -17,9 +17,7 @@
 #include "RecordFloor.h"
 #include "TempDirectory.h"
 #include "WriterFloor.h"
-#ifdef VEX_BENCH_PEERS
 #include "WriterPeers.h"
-#endif
 
 namespace {
 
@@ -219,7 +217,6 @@ int main(int argc, char** argv) {
         {"product", [&] { return LinesPerSecond(product, nLines); }},
         {"floor", [&] { return LinesPerSecond(floor, nLines); }},
     };
-#ifdef VEX_BENCH_PEERS
     WriterPeer peer(directory.Path("spdlog.log"));
     lines.push_back({"spdlog, file kept open", [&] {
                          const double dBegin = bench::WallSeconds();
@@ -228,7 +225,6 @@ int main(int argc, char** argv) {
                          }
                          return nLines / (bench::WallSeconds() - dBegin);
                      }});
-#endif
     bench::Interleave("lines of the writer", "lines/s", nRounds, lines);
     bench::Interleave("one line of the writer, CPU time", "ns", nRounds,
                       {{"product", [&] { return CpuOfALine(product, nLines); }},
