@@ -21,7 +21,7 @@ CALL = re.compile(r"(\d+) +(\w+)\((.*)\) += (-?\d+|\?)")
 UNFINISHED = re.compile(r"(\d+) +(.*) <unfinished \.\.\.>$")
 RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>(.*)$")
 PATH = re.compile(r'(?:(?:AT_FDCWD|\d+)<([^>]*)>, )?"((?:[^"\\]|\\.)*)"')  # the directory that it is relative to first
-DESCRIPTOR = re.compile(r"\d+<[^>]*>")
+DESCRIPTOR = re.compile(r"\d+<([^>]*)>")
 PROCESS = re.compile(r"(/proc/|/hsperfdata_[^/]+/)\d+")
 
 NETWORK = {"socket", "socketpair", "connect", "bind", "listen", "accept", "accept4", "sendto", "sendmsg", "recvfrom",
@@ -50,8 +50,10 @@ def events(trace, scratch):
         if not call:
             continue
         name, given, result = call[2], call[3], call[4]
-        paths = [PROCESS.sub(r"\1PID", os.path.join(directory or scratch, path).replace(scratch, "SCRATCH"))
-                 for directory, path in PATH.findall(given)]
+        # Without a path, it is the open file.
+        named = ([os.path.join(directory or scratch, path) for directory, path in PATH.findall(given)]
+                 or DESCRIPTOR.findall(given))
+        paths = [PROCESS.sub(r"\1PID", path.replace(scratch, "SCRATCH")) for path in named]
         if name in ("execve", "execveat"):
             done["starts", paths[0]] += 1
         elif name in ("fork", "vfork") or (name in ("clone", "clone3") and "CLONE_THREAD" not in given):
