@@ -7,12 +7,25 @@
 #include "signing/WipingMemory.h"
 
 namespace vextk {
+namespace {
+
+// OpenSSL 3.0 lets threads that need a key type for the first time at the same moment have one implementation each, and
+// takes a key of the one for another key than the same of the other: a certificate's and its private key then never
+// match. What has been fetched once is what everybody gets, as long as it is kept.
+void KeepKeyTypes() {
+    for (const char* const pszType : {"RSA", "EC"}) {
+        static_cast<void>(RequireOpenSsl(EVP_KEYMGMT_fetch(nullptr, pszType, nullptr)));
+    }
+}
+
+}  // namespace
 
 void InitialiseOpenSsl() {
     static std::once_flag s_once;
     std::call_once(s_once, [] {
         WipeWhatOpenSslFrees();
         RequireOpenSsl(OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1);
+        KeepKeyTypes();
     });
 }
 
