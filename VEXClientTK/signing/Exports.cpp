@@ -121,7 +121,7 @@ std::string LastErrorMessage(HANDLE hObject) {
 using namespace vextk;
 
 VEXTK_CLEAR_REGISTERS HANDLE VCTK_Initialize(const char* pszAuxParam) {
-    const StackWiper wiper;
+    const StackWiper wiper(StackWiper::kAnyDepth);
     try {
         InitialiseOpenSsl();
         const OpenSslErrorMark mark;
@@ -153,7 +153,7 @@ INT VCTK_ClearFilter(HANDLE hObject) {
 }
 
 VEXTK_CLEAR_REGISTERS INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
-    const StackWiper wiper;
+    const StackWiper wiper(StackWiper::kSigningDepth);
     return CallObject(hObject, [=](SigningObject& object) { object.SignP1(RequireText(pszData), nInputForm); });
 }
 
@@ -163,7 +163,7 @@ INT VCTK_GetP1SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
 
 VEXTK_CLEAR_REGISTERS INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached,
                                       int nIncludeCert) {
-    const StackWiper wiper;
+    const StackWiper wiper(StackWiper::kSigningDepth);
     return CallObject(hObject, [=](SigningObject& object) {
         object.SignP7(RequireText(pszData), nInputForm, nDetached != 0, nIncludeCert != 0);
     });
@@ -174,7 +174,7 @@ INT VCTK_GetP7SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
 }
 
 VEXTK_CLEAR_REGISTERS INT VCTK_Finalize(HANDLE hObject) {
-    const StackWiper wiper;
+    const StackWiper wiper(StackWiper::kAnyDepth);
     return OpenObjects().Remove(hObject) ? VCTK_OK : VCTK_E_INVALID_HANDLE;
 }
 

@@ -1,17 +1,14 @@
 #include "signing/StackWiper.h"
 
 #include <alloca.h>
-#include <openssl/crypto.h>
 #include <pthread.h>
+#include <string.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 
 namespace vextk {
 namespace {
-
-constexpr std::uintptr_t kDeepest = 128 * 1024;
 
 // At the end of a thread's stack a JVM has guard pages of its own.
 constexpr std::uintptr_t kKeepFree = 192 * 1024;
@@ -43,7 +40,7 @@ const Stack& StackOfThread() {
 }
 
 [[gnu::noinline]] void WipeBelow(size_t cb) {
-    OPENSSL_cleanse(alloca(cb), cb);
+    explicit_bzero(alloca(cb), cb);  // which is done with vectors, as OPENSSL_cleanse is not
 }
 
 }  // namespace
@@ -54,7 +51,7 @@ StackWiper::~StackWiper() {
     // A host may run on a stack of its own making, of which nothing is known.
     const bool fOnIt = nHere > stack.nLowest && nHere < stack.nEnd;
     if (fOnIt && nHere - stack.nLowest > kKeepFree) {
-        WipeBelow(std::min(kDeepest, nHere - stack.nLowest - kKeepFree));
+        WipeBelow(std::min<std::uintptr_t>(m_cbDepth, nHere - stack.nLowest - kKeepFree));
     }
 }
 
