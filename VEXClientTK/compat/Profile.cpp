@@ -1,6 +1,7 @@
 // Integers out of profile files.
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <new>
@@ -16,22 +17,24 @@ namespace {
 // Far above any file that people keep; bounds what a wrong file can cost.
 constexpr off_t kMaxFile = off_t{1024} * 1024;
 
-// Returns errno; EFBIG when the file is larger than kMaxFile.
+// Returns errno; EACCES for anything but a regular file, EFBIG when the file is larger than kMaxFile.
 int ReadProfile(const char* pszName, std::string& strText) {
     FileDescriptor descriptor(open(pszName, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!descriptor.IsOpen()) {
         return errno;
     }
-    RegularFile file(std::move(descriptor));
-    off_t cbSize = 0;
-    const int nErrno = file.GetSize(cbSize);
-    if (nErrno != 0) {
-        return nErrno;
+    struct stat status {};
+    if (fstat(descriptor.Get(), &status) != 0) {
+        return errno;
     }
-    if (cbSize > kMaxFile) {
+    if (!S_ISREG(status.st_mode)) {
+        return EACCES;
+    }
+    if (status.st_size > kMaxFile) {
         return EFBIG;
     }
-    strText.resize(static_cast<std::size_t>(cbSize));
+    strText.resize(static_cast<std::size_t>(status.st_size));
+    RegularFile file(std::move(descriptor));
     const RegularFile::Transfer transfer = file.Read(strText.data(), strText.size());
     strText.resize(transfer.cb);
     return transfer.nErrno;

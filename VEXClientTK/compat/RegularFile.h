@@ -36,7 +36,7 @@ public:
     // Cuts the file, or extends it with zeroes, to the position. Returns errno.
     int EndAtPosition();
 
-    // Returns errno; EACCES for anything but a regular file.
+    // Returns errno.
     int GetSize(off_t& cbSize) const;
 
 private:

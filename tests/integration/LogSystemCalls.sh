@@ -16,7 +16,8 @@ program=$1
 # how long is it now, close.
 writer_calls='close 1
 flock 1
-fstat 3
+fstat 1
+lseek 2
 openat 1
 pwrite64 2
 stat 1'

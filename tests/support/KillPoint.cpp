@@ -110,6 +110,10 @@ int futimens(int nDescriptor, const struct timespec times[2]) noexcept {
                    [=] { return static_cast<int>(syscall(SYS_utimensat, nDescriptor, nullptr, times, 0)); });
 }
 
+off_t lseek(int nDescriptor, off_t nOffset, int nFrom) noexcept {
+    return Perform("lseek", [=] { return static_cast<off_t>(syscall(SYS_lseek, nDescriptor, nOffset, nFrom)); });
+}
+
 ssize_t pread(int nDescriptor, void* pBuffer, size_t cb, off_t nOffset) {
     return Perform("pread", [=] { return syscall(SYS_pread64, nDescriptor, pBuffer, cb, nOffset); });
 }

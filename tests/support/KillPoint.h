@@ -1,5 +1,5 @@
-// Ends the process with SIGKILL at a chosen one of the file calls that it makes (fstat, flock, fchmod, futimens, pread,
-// pwrite, ftruncate, close): a program with KillPoint.cpp has its own of these in front of libc's. Any thread.
+// Ends the process with SIGKILL at a chosen one of the file calls that it makes (fstat, flock, fchmod, futimens, lseek,
+// pread, pwrite, ftruncate, close): a program with KillPoint.cpp has its own of these in front of libc's. Any thread.
 #pragma once
 
 #include <string>
