@@ -86,7 +86,7 @@ int MultiByteToWideChar(UINT uCodePage, DWORD, LPCSTR lpMultiByteStr, int cbMult
     }
     if (uCodePage == CP_UTF8) {
         return Convert(lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar, DecodedLength,
-                       [=](std::string_view text, std::size_t) { DecodeUtf8(text, lpWideCharStr); });
+                       [=](std::string_view text, std::size_t cch) { DecodeUtf8(text, lpWideCharStr, cch); });
     }
     bool bAsUtf8 = false;
     return Convert(
@@ -98,7 +98,7 @@ int MultiByteToWideChar(UINT uCodePage, DWORD, LPCSTR lpMultiByteStr, int cbMult
         },
         [&](std::string_view text, std::size_t cch) {
             if (bAsUtf8) {
-                DecodeUtf8(text, lpWideCharStr);
+                DecodeUtf8(text, lpWideCharStr, cch);
             } else {
                 DecodeLocale(text, {lpWideCharStr, cch});
             }
@@ -115,7 +115,7 @@ int WideCharToMultiByte(UINT uCodePage, DWORD, LPCWSTR lpWideCharStr, int cchWid
             return Fail(ERROR_INVALID_PARAMETER);
         }
         return Convert(lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte, EncodedLength,
-                       [=](std::wstring_view text, std::size_t) { EncodeUtf8(text, lpMultiByteStr); });
+                       [=](std::wstring_view text, std::size_t cb) { EncodeUtf8(text, lpMultiByteStr, cb); });
     }
     Substitute substitute{lpDefaultChar != nullptr ? DefaultCharacter(lpDefaultChar) : L'\0'};
     if (lpDefaultChar != nullptr && substitute.ch == L'\0') {
@@ -132,7 +132,7 @@ int WideCharToMultiByte(UINT uCodePage, DWORD, LPCWSTR lpWideCharStr, int cchWid
         },
         [&](std::wstring_view text, std::size_t cb) {
             if (bAsUtf8) {
-                EncodeUtf8(text, lpMultiByteStr);
+                EncodeUtf8(text, lpMultiByteStr, cb);
             } else {
                 EncodeLocale(text, {lpMultiByteStr, cb}, pSubstitute);
             }

@@ -92,6 +92,10 @@ std::size_t AsciiRun(std::wstring_view text) {
     return n;
 }
 
+void NarrowAscii(std::wstring_view text, char* pchOut) {
+    std::transform(text.begin(), text.end(), pchOut, [](wchar_t ch) { return static_cast<char>(ch); });
+}
+
 // Bytes of a character's encoding, for what is not ASCII; 0 for what has none.
 std::size_t EncodedSize(char32_t ch) {
     if (IsSurrogate(ch) || ch > kLastCharacter) {
@@ -148,7 +152,11 @@ std::optional<std::size_t> DecodedLength(std::string_view text) noexcept {
     return bWellFormed ? std::optional(cch) : std::nullopt;
 }
 
-void DecodeUtf8(std::string_view text, wchar_t* pchOut) noexcept {
+void DecodeUtf8(std::string_view text, wchar_t* pchOut, std::size_t cch) noexcept {
+    if (cch == text.size()) {
+        std::copy(text.begin(), text.end(), pchOut);
+        return;
+    }
     WalkUtf8(
         text,
         [&pchOut](std::string_view run) {
@@ -166,21 +174,23 @@ std::optional<std::size_t> EncodedLength(std::wstring_view text) noexcept {
     return bEncodable ? std::optional(cb) : std::nullopt;
 }
 
-void EncodeUtf8(std::wstring_view text, char* pchOut) noexcept {
+void EncodeUtf8(std::wstring_view text, char* pchOut, std::size_t cb) noexcept {
+    if (cb == text.size()) {
+        NarrowAscii(text, pchOut);
+        return;
+    }
     const auto encodeAscii = [&pchOut](std::wstring_view run) {
-        // To a pointer of its own, which what is written cannot be taken to change.
-        char* const pchRun = pchOut;
-        std::transform(run.begin(), run.end(), pchRun, [](wchar_t ch) { return static_cast<char>(ch); });
-        pchOut = pchRun + run.size();
+        NarrowAscii(run, pchOut);
+        pchOut += run.size();
     };
-    const auto encodeCharacter = [&pchOut](char32_t ch, std::size_t cb) {
+    const auto encodeCharacter = [&pchOut](char32_t ch, std::size_t cbCharacter) {
         constexpr char32_t kLeadMark[] = {0, 0, 0xC0, 0xE0, 0xF0};
-        for (std::size_t i = cb - 1; i > 0; --i) {
+        for (std::size_t i = cbCharacter - 1; i > 0; --i) {
             pchOut[i] = static_cast<char>(0x80 | (ch & 0x3F));
             ch >>= 6;
         }
-        *pchOut = static_cast<char>(kLeadMark[cb] | ch);
-        pchOut += cb;
+        *pchOut = static_cast<char>(kLeadMark[cbCharacter] | ch);
+        pchOut += cbCharacter;
     };
     WalkWide(text, encodeAscii, encodeCharacter);
 }

@@ -14,13 +14,13 @@ namespace vextk {
 // The characters that the text decodes to. Nothing: it is malformed somewhere.
 std::optional<std::size_t> DecodedLength(std::string_view text) noexcept;
 
-// Writes the DecodedLength characters of a well-formed text.
-void DecodeUtf8(std::string_view text, wchar_t* pchOut) noexcept;
+// Writes the characters of a well-formed text: cch, its DecodedLength.
+void DecodeUtf8(std::string_view text, wchar_t* pchOut, std::size_t cch) noexcept;
 
 // The bytes that the text encodes to. Nothing: it holds a surrogate or a value above U+10FFFF.
 std::optional<std::size_t> EncodedLength(std::wstring_view text) noexcept;
 
-// Writes the EncodedLength bytes of such a text.
-void EncodeUtf8(std::wstring_view text, char* pchOut) noexcept;
+// Writes the bytes of such a text: cb, its EncodedLength.
+void EncodeUtf8(std::wstring_view text, char* pchOut, std::size_t cb) noexcept;
 
 }  // namespace vextk

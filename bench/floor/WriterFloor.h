@@ -26,33 +26,52 @@ public:
 
     // FALSE: the file cannot be opened.
     BOOL Write(const std::wstring& strLine) {
-        char szName[PATH_MAX];
-        struct stat status {};
-        std::wcstombs(szName, m_strFileName.c_str(), sizeof szName);
-        if (stat(szName, &status) == 0 && S_ISDIR(status.st_mode)) {
+        if (IsDirectory()) {
             return FALSE;
         }
-        m_nFile = open(szName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        // The name is wide text to whoever asks and narrow text to whoever opens, as long as it is in the locale.
+        const auto szName = Narrow(m_strFileName);
+        m_nFile = open(szName.get(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (m_nFile < 0) {
             return FALSE;
         }
+        m_strOpenName = m_strFileName;
+        struct stat status {};
         flock(m_nFile, LOCK_EX);
         fstat(m_nFile, &status);
         lseek(m_nFile, status.st_size, SEEK_SET);
-        const std::size_t cbText = std::wcstombs(nullptr, strLine.c_str(), 0);
-        const auto szText = std::make_unique_for_overwrite<char[]>(cbText + 1);
-        std::wcstombs(szText.get(), strLine.c_str(), cbText + 1);
+        std::size_t cbText = 0;
+        const auto szText = Narrow(strLine, &cbText);
         Put(szText.get(), cbText);
         Put("\r\n\r\n", 4);
         fstat(m_nFile, &status);
         if (status.st_size > m_cbMost) {
             Cut(status.st_size);
         }
+        m_strOpenName.clear();
         close(m_nFile);
         return TRUE;
     }
 
 private:
+    bool IsDirectory() const {
+        char szName[PATH_MAX];
+        struct stat status {};
+        std::wcstombs(szName, m_strFileName.c_str(), sizeof szName);
+        return stat(szName, &status) == 0 && S_ISDIR(status.st_mode);
+    }
+
+    // Counted first, as libc counts.
+    static std::unique_ptr<char[]> Narrow(const std::wstring& strWide, std::size_t* pcb = nullptr) {
+        const std::size_t cb = std::wcstombs(nullptr, strWide.c_str(), 0);
+        auto szNarrow = std::make_unique_for_overwrite<char[]>(cb + 1);
+        std::wcstombs(szNarrow.get(), strWide.c_str(), cb + 1);
+        if (pcb != nullptr) {
+            *pcb = cb;
+        }
+        return szNarrow;
+    }
+
     struct Free {
         void operator()(void* p) const { std::free(p); }
     };
@@ -83,6 +102,7 @@ private:
     }
 
     std::wstring m_strFileName;
+    std::wstring m_strOpenName;  // while a file is open
     off_t m_cbMost;
     int m_nFile = -1;
 };

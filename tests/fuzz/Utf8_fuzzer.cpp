@@ -21,7 +21,7 @@ std::vector<char> Encode(const std::wstring& strText) {
     const std::optional<std::size_t> cb = vextk::EncodedLength(strText);
     Require(cb.has_value());
     std::vector<char> bytes(*cb);
-    vextk::EncodeUtf8(strText, bytes.data());
+    vextk::EncodeUtf8(strText, bytes.data(), bytes.size());
     return bytes;
 }
 
@@ -29,7 +29,7 @@ std::wstring Decode(std::string_view text) {
     const std::optional<std::size_t> cch = vextk::DecodedLength(text);
     Require(cch.has_value());
     std::wstring strText(*cch, L'\0');
-    vextk::DecodeUtf8(text, strText.data());
+    vextk::DecodeUtf8(text, strText.data(), strText.size());
     return strText;
 }
 
