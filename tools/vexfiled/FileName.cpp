@@ -14,7 +14,7 @@ bool IsStrictUtf8(std::string_view text) {
         return false;
     }
     std::wstring strDecoded(*cch, L'\0');
-    vextk::DecodeUtf8(text, strDecoded.data());
+    vextk::DecodeUtf8(text, strDecoded.data(), strDecoded.size());
     return vextk::EncodedLength(strDecoded) == text.size();
 }
 
