@@ -74,6 +74,9 @@ public:
     static CDebugLogMgr* GetInstance();
     virtual ~CDebugLogMgr();
 
+    // Whether records of that level are dropped for certain, at the price of one comparison. Before there is a log it
+    // is not known.
+    static BOOL IsDropped(int nLogLevel) { return nLogLevel < s_nDropBelow.load(std::memory_order_relaxed); }
     // Whether records of that level are written at all now.
     static BOOL IsWritten(int nLogLevel);
 
@@ -214,7 +217,7 @@ inline CDebugLogMgr::MacroHelper::MacroHelper(LPCTSTR lpszLogType, int nLogLevel
                                               LPCTSTR lpszFunctionName, DWORD dwSrcLineNumber)
     : m_dwSrcLineNumber(dwSrcLineNumber), m_curLogLevel(nLogLevel) {
     // The level of the log stays what it is once there is a log: what is dropped now needs no texts later.
-    if (nLogLevel < s_nDropBelow.load(std::memory_order_relaxed)) {
+    if (IsDropped(nLogLevel)) {
         return;
     }
     if (lpszSrcFileName != nullptr) {
@@ -248,11 +251,11 @@ inline void CDebugLogMgr::MacroHelper::operator()(LPCTSTR lpszFormat, ...) {
 }
 
 inline BOOL CDebugLogMgr::IsWritten(int nLogLevel) {
-    if (nLogLevel < s_nDropBelow.load(std::memory_order_relaxed)) {
+    if (IsDropped(nLogLevel)) {
         return FALSE;
     }
     GetInstance();
-    return !CDebugLogUsers::IsClosed() && s_nDropBelow.load(std::memory_order_relaxed) <= nLogLevel;
+    return !CDebugLogUsers::IsClosed() && !IsDropped(nLogLevel);
 }
 
 inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszSrcFileName,

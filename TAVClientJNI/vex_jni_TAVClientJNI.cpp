@@ -165,7 +165,8 @@ constexpr wchar_t kSourceFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
 
 constexpr int kLogLevel = 1;
 
-void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
+// Not inline: a native whose record is not written shall not make room on the stack for one.
+[[gnu::noinline]] void Record(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
     if (!CDebugLogMgr::IsWritten(kLogLevel)) {
         return;
     }
@@ -173,11 +174,17 @@ void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
                                                                                               native.name.Narrow());
 }
 
-void TraceEnter(const Native& native) {
+[[gnu::always_inline]] inline void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
+    if (!CDebugLogMgr::IsDropped(kLogLevel)) {
+        Record(native, dwLine, lpszFormat);
+    }
+}
+
+[[gnu::always_inline]] inline void TraceEnter(const Native& native) {
     Trace(native, native.dwEnterLine, L"%s Enter.");
 }
 
-void TraceLeave(const Native& native) {
+[[gnu::always_inline]] inline void TraceLeave(const Native& native) {
     Trace(native, native.dwLeaveLine, L"%s Leave.");
 }
 
