@@ -243,6 +243,7 @@ struct Shared {
     long nThrown;
     long nOpenSslCrashes;
     long nOpenSslDamage;
+    long nOpenSslLeaks;
     long nWithException;
     std::array<std::array<char, 64>, 32> withException;
     long nPoints;
@@ -321,8 +322,10 @@ protected:
         std::printf("%s: %ld fault points, %ld of them passed out as std::bad_alloc\n", pszWhat, m_pShared->nDone,
                     m_pShared->nThrown);
         std::printf(
-            "  in OpenSSL without memory: %ld crashes of its own, %ld objects useless until they are reopened\n",
-            m_pShared->nOpenSslCrashes, m_pShared->nOpenSslDamage);
+            "  in OpenSSL without memory: %ld crashes of its own, %ld leaks of its own, %ld objects useless until they "
+            "are"
+            " reopened\n",
+            m_pShared->nOpenSslCrashes, m_pShared->nOpenSslLeaks, m_pShared->nOpenSslDamage);
         for (long i = 0; i < m_pShared->nWithException; ++i) {
             std::printf("  no JVM survives: %s\n", m_pShared->withException[static_cast<std::size_t>(i)].data());
         }
@@ -365,6 +368,10 @@ protected:
             if (fault_points::LiveBlocks() <= nBefore) {
                 return;
             }
+        }
+        if (fault_points::OpenSslLeaks()) {
+            ++m_pShared->nOpenSslLeaks;
+            return;
         }
         NoteFailure("a leak at point " + std::to_string(nPoint));
     }

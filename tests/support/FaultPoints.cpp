@@ -1,7 +1,10 @@
 #include "FaultPoints.h"
 
 #include <dlfcn.h>
+#include <execinfo.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -23,6 +26,7 @@ struct State {
     std::atomic<long> nCalls{0};
     std::atomic<const char*> pszFailed{nullptr};
     std::atomic<const void*> pCaller{nullptr};
+    std::atomic<bool> bOpenSslLeaks{false};
 };
 
 constinit State g_state;
@@ -43,6 +47,18 @@ bool IsInOpenSsl(const void* pCaller) {
            std::strstr(info.dli_fname, "libcrypto") != nullptr;
 }
 
+// Whether the allocation at hand is made by a function of OpenSSL 3 that forgets what it has when this one fails.
+bool IsForgetful() {
+    const fault_points::Pause pause;
+    std::array<void*, 8> callers{};
+    const int nCallers = backtrace(callers.data(), static_cast<int>(callers.size()));
+    return std::any_of(callers.begin(), callers.begin() + nCallers, [](void* pCaller) {
+        Dl_info info{};
+        return dladdr(pCaller, &info) != 0 && info.dli_sname != nullptr &&
+               std::strcmp(info.dli_sname, "OSSL_STORE_attach") == 0;  // the loader that it has made
+    });
+}
+
 bool IsAllocation(std::string_view function) {
     return function == "malloc" || function == "calloc" || function == "realloc" || function == "operator new";
 }
@@ -61,6 +77,7 @@ void Arm(Where where, long nPoint, How how) {
     g_state.nCalls = 0;
     g_state.pszFailed = nullptr;
     g_state.pCaller = nullptr;
+    g_state.bOpenSslLeaks = false;
     g_state.bArmed = true;
 }
 
@@ -75,6 +92,10 @@ const char* Failed() {
 
 bool FailedInOpenSsl() {
     return IsInOpenSsl(g_state.pCaller);
+}
+
+bool OpenSslLeaks() {
+    return g_state.bOpenSslLeaks;
 }
 
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom) {
@@ -97,6 +118,7 @@ static bool IsToFail(const char* pszFunction, const void* pCaller) {
     if (nCall == g_state.nPoint) {
         g_state.pszFailed = pszFunction;
         g_state.pCaller = pCaller;
+        g_state.bOpenSslLeaks = IsForgetful();
         return true;
     }
     return g_state.how == How::kFromThereOn && g_state.nPoint > 0 && nCall > g_state.nPoint &&
