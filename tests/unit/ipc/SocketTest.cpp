@@ -13,6 +13,19 @@
 
 namespace {
 
+TEST(PipeDeadline, TimeLeftHasPartsOfASecond) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kTimeout(10900);
+    const Clock::time_point before = Clock::now();
+    const CPipeDeadline deadline(static_cast<DWORD>(kTimeout.count()));
+    timeval left = {};
+    EXPECT_TRUE(deadline.TimeLeft(left));
+    const auto passed = Clock::now() - before;
+    const auto time = std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec);
+    EXPECT_LE(time, kTimeout);
+    EXPECT_GE(time, kTimeout - passed);
+}
+
 class SocketTest : public IpcTest {
 protected:
     SocketTest() {
@@ -72,19 +85,6 @@ TEST_F(SocketTest, AMessageThatIsSentInPartEndsTheConnection) {
     EXPECT_EQ(connection.Send(large, 1, nSocket), -1);
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_TRUE(HasEnded());
-}
-
-TEST(PipeDeadline, TimeLeftHasPartsOfASecond) {
-    using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::milliseconds kTimeout(10900);
-    const Clock::time_point before = Clock::now();
-    const CPipeDeadline deadline(static_cast<DWORD>(kTimeout.count()));
-    timeval left = {};
-    EXPECT_TRUE(deadline.TimeLeft(left));
-    const auto passed = Clock::now() - before;
-    const auto time = std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec);
-    EXPECT_LE(time, kTimeout);
-    EXPECT_GE(time, kTimeout - passed);
 }
 
 }  // namespace
