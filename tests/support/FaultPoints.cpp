@@ -1,12 +1,15 @@
 #include "FaultPoints.h"
 
 #include <dlfcn.h>
+#include <execinfo.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string_view>
 
@@ -22,7 +25,7 @@ struct State {
     std::atomic<long> nPoint{0};
     std::atomic<long> nCalls{0};
     std::atomic<const char*> pszFailed{nullptr};
-    std::atomic<const void*> pCaller{nullptr};
+    std::atomic<bool> bForOpenSsl{false};
 };
 
 constinit State g_state;
@@ -35,12 +38,24 @@ thread_local constinit int t_nPaused = 0;
 constinit bool* g_pbOpenSsl = nullptr;
 constinit long g_nRoom = 0;
 
-// Whether an address is in OpenSSL's code.
-bool IsInOpenSsl(const void* pCaller) {
-    const fault_points::Pause pause;
+bool IsInLibrary(const void* pCode, const char* pszName) {
     Dl_info info{};
-    return pCaller != nullptr && dladdr(pCaller, &info) != 0 && info.dli_fname != nullptr &&
-           std::strstr(info.dli_fname, "libcrypto") != nullptr;
+    return pCode != nullptr && dladdr(pCode, &info) != 0 && info.dli_fname != nullptr &&
+           std::strstr(info.dli_fname, pszName) != nullptr;
+}
+
+// Whether OpenSSL asks for the memory: itself, or through the toolkit's functions for it, which leave no frame of their
+// own where they are optimised. Of the call at hand.
+bool IsForOpenSsl(const void* pCaller) {
+    const fault_points::Pause pause;
+    if (!IsInLibrary(pCaller, "libVEXClientTK")) {
+        return IsInLibrary(pCaller, "libcrypto");
+    }
+    void* frames[16] = {};
+    const int cFrames = backtrace(frames, static_cast<int>(std::size(frames)));
+    void** const pEnd = frames + cFrames;
+    void** const pFound = std::find(frames, pEnd, pCaller);
+    return pFound != pEnd && pFound + 1 != pEnd && IsInLibrary(pFound[1], "libcrypto");
 }
 
 bool IsAllocation(std::string_view function) {
@@ -60,7 +75,7 @@ void Arm(Where where, long nPoint, How how) {
     g_state.nPoint = nPoint;
     g_state.nCalls = 0;
     g_state.pszFailed = nullptr;
-    g_state.pCaller = nullptr;
+    g_state.bForOpenSsl = false;
     g_state.bArmed = true;
 }
 
@@ -74,7 +89,7 @@ const char* Failed() {
 }
 
 bool FailedInOpenSsl() {
-    return IsInOpenSsl(g_state.pCaller);
+    return g_state.bForOpenSsl;
 }
 
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom) {
@@ -92,11 +107,11 @@ static bool IsToFail(const char* pszFunction, const void* pCaller) {
     }
     const long nCall = ++g_state.nCalls;
     if (g_state.nPoint == 0 && nCall <= g_nRoom) {
-        g_pbOpenSsl[nCall - 1] = IsInOpenSsl(pCaller);
+        g_pbOpenSsl[nCall - 1] = IsForOpenSsl(pCaller);
     }
     if (nCall == g_state.nPoint) {
         g_state.pszFailed = pszFunction;
-        g_state.pCaller = pCaller;
+        g_state.bForOpenSsl = IsForOpenSsl(pCaller);
         return true;
     }
     return g_state.how == How::kFromThereOn && g_state.nPoint > 0 && nCall > g_state.nPoint &&
