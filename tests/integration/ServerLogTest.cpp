@@ -16,9 +16,11 @@
 #include <vector>
 
 #include "Amount.h"
+#include "FileRequests.h"
 #include "FileServerProcess.h"
 #include "LogTest.h"
 #include "Scale.h"
+#include "ScriptedPeer.h"
 #include "SocketCalls.h"
 
 namespace {
@@ -245,6 +247,50 @@ TEST_P(RestartTest, LosesNoRecord) {
 
 INSTANTIATE_TEST_SUITE_P(, RestartTest, testing::Values(TRUE, FALSE),
                          [](const auto& param) { return param.param ? "GlobalMode" : "FileOpenedForEachRecord"; });
+
+// A server of the test's own, which goes when it has the text of a record and not its line ends.
+TEST_F(ServerLogTest, LineEndsThatTheServerHasNotGotComeBeforeTheNextRecord) {
+    constexpr std::uint64_t kWrite = 10;
+    constexpr std::uint64_t kOpen = 1;
+    constexpr std::uint64_t kSize = 7;
+    constexpr std::size_t kBeforeData = 40;
+    const std::string strEnd = "\r\n\r\n";
+    std::vector<std::string> written;
+    bool bWent = false;
+    ScriptedPeer server([&](PeerConnection& connection) {
+        const std::optional<PeerMessage> request = connection.AcceptRequestIfAny();
+        if (!request) {
+            return;
+        }
+        const std::uint64_t uCommand = NumberAt(request->strPayload, 0);
+        if (uCommand == kOpen) {
+            connection.Reply(*request, OpenedReply(1, false));
+        } else if (uCommand == kSize) {
+            connection.Reply(*request, SizeReply(true, 0));
+        } else if (uCommand == kWrite) {
+            const std::string strData = request->strPayload.substr(kBeforeData);
+            if (strData == strEnd && !std::exchange(bWent, true)) {
+                return;
+            }
+            written.push_back(strData.substr(strData.rfind(' ') + 1));
+            connection.Reply(*request, WriteReply(true, strData.size()));
+        } else {
+            connection.Reply(*request, kDoneReply);
+        }
+        if (written.size() >= 2 && written.end()[-2] == "two") {
+            Reach("written");
+        }
+    });
+    m_clientPort.emplace(server.Port());
+    InChild([&] {
+        UseServer(TRUE);
+        Trace(L"one");
+        Trace(L"two");
+        Await("written");
+    });
+    server.Finish();
+    EXPECT_EQ(written, (std::vector<std::string>{"one", strEnd, "two", strEnd}));
+}
 
 // A file that cannot be, as its parent is a file.
 TEST_F(ServerLogTest, ANameThatTheServerRefusesLosesRecordsUntilThereIsAnother) {

@@ -3,6 +3,7 @@
 // stays behind, memory does not grow with what a length says, and who behaves is served.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -247,6 +248,8 @@ private:
 };
 
 TEST(PeersTest, ServersForTheClient) {
+    // Without it libc keeps large blocks after they are freed, up to 64 MiB in each of its arenas, to use them again.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     const long nServers = AmountOf("VEX_TEST_PEERS", 500) / 2;
     const std::uint64_t uSeed = SeedOfRun();
     std::atomic<long> nAnswered{0};

@@ -1,7 +1,10 @@
 #include "FaultPoints.h"
 
 #include <dlfcn.h>
+#include <execinfo.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -22,7 +25,8 @@ struct State {
     std::atomic<long> nPoint{0};
     std::atomic<long> nCalls{0};
     std::atomic<const char*> pszFailed{nullptr};
-    std::atomic<const void*> pCaller{nullptr};
+    std::atomic<bool> bForOpenSsl{false};
+    std::atomic<bool> bOpenSslLeaks{false};
 };
 
 constinit State g_state;
@@ -35,12 +39,45 @@ thread_local constinit int t_nPaused = 0;
 constinit bool* g_pbOpenSsl = nullptr;
 constinit long g_nRoom = 0;
 
-// Whether an address is in OpenSSL's code.
-bool IsInOpenSsl(const void* pCaller) {
-    const fault_points::Pause pause;
+// The return addresses of the calls that led here, the last call first.
+class Callers {
+public:
+    Callers() : m_nCallers(backtrace(m_callers.data(), static_cast<int>(m_callers.size()))) {}
+    void* const* begin() const { return m_callers.data(); }
+    void* const* end() const { return m_callers.data() + m_nCallers; }
+
+private:
+    std::array<void*, 16> m_callers{};
+    int m_nCallers;
+};
+
+bool IsInLibrary(const void* pCode, const char* pszName) {
     Dl_info info{};
-    return pCaller != nullptr && dladdr(pCaller, &info) != 0 && info.dli_fname != nullptr &&
-           std::strstr(info.dli_fname, "libcrypto") != nullptr;
+    return pCode != nullptr && dladdr(pCode, &info) != 0 && info.dli_fname != nullptr &&
+           std::strstr(info.dli_fname, pszName) != nullptr;
+}
+
+// Whether OpenSSL asks for the memory: itself, or through the toolkit's functions for it, which leave no frame of their
+// own where they are optimised. Of the call at hand.
+bool IsForOpenSsl(const void* pCaller) {
+    const fault_points::Pause pause;
+    if (!IsInLibrary(pCaller, "libVEXClientTK")) {
+        return IsInLibrary(pCaller, "libcrypto");
+    }
+    const Callers callers;
+    void* const* const pFound = std::find(callers.begin(), callers.end(), pCaller);
+    return pFound != callers.end() && pFound + 1 != callers.end() && IsInLibrary(pFound[1], "libcrypto");
+}
+
+// Whether the allocation at hand is made by a function of OpenSSL 3 that forgets what it has when this one fails.
+bool IsForgetful() {
+    const fault_points::Pause pause;
+    const Callers callers;
+    return std::any_of(callers.begin(), callers.end(), [](void* pCaller) {
+        Dl_info info{};
+        return dladdr(pCaller, &info) != 0 && info.dli_sname != nullptr &&
+               std::strcmp(info.dli_sname, "OSSL_STORE_attach") == 0;  // the loader that it has made
+    });
 }
 
 bool IsAllocation(std::string_view function) {
@@ -60,7 +97,8 @@ void Arm(Where where, long nPoint, How how) {
     g_state.nPoint = nPoint;
     g_state.nCalls = 0;
     g_state.pszFailed = nullptr;
-    g_state.pCaller = nullptr;
+    g_state.bForOpenSsl = false;
+    g_state.bOpenSslLeaks = false;
     g_state.bArmed = true;
 }
 
@@ -74,7 +112,11 @@ const char* Failed() {
 }
 
 bool FailedInOpenSsl() {
-    return IsInOpenSsl(g_state.pCaller);
+    return g_state.bForOpenSsl;
+}
+
+bool OpenSslLeaks() {
+    return g_state.bOpenSslLeaks;
 }
 
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom) {
@@ -92,11 +134,12 @@ static bool IsToFail(const char* pszFunction, const void* pCaller) {
     }
     const long nCall = ++g_state.nCalls;
     if (g_state.nPoint == 0 && nCall <= g_nRoom) {
-        g_pbOpenSsl[nCall - 1] = IsInOpenSsl(pCaller);
+        g_pbOpenSsl[nCall - 1] = IsForOpenSsl(pCaller);
     }
     if (nCall == g_state.nPoint) {
         g_state.pszFailed = pszFunction;
-        g_state.pCaller = pCaller;
+        g_state.bForOpenSsl = IsForOpenSsl(pCaller);
+        g_state.bOpenSslLeaks = IsForgetful();
         return true;
     }
     return g_state.how == How::kFromThereOn && g_state.nPoint > 0 && nCall > g_state.nPoint &&

@@ -29,6 +29,9 @@ const char* Failed();
 // Whether that was an allocation that OpenSSL asked for.
 bool FailedInOpenSsl();
 
+// Whether it was one after which OpenSSL is known to leave a block of its own behind.
+bool OpenSslLeaks();
+
 // While calls are only counted, the nth element becomes whether the nth call is such an allocation.
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom);
 

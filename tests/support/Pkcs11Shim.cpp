@@ -97,6 +97,10 @@ CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, u
         return CKR_DEVICE_REMOVED;
     }
     ++g_shim.cSignatures;
+    g_shim.cbSigned = cbData;
+    if (g_shim.fSigningFails) {
+        return CKR_FUNCTION_FAILED;  // the real module still waits for the data
+    }
     return g_pReal->C_Sign(hSession, pbData, cbData, pbSignature, pcbSignature);
 }
 
@@ -132,6 +136,14 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     g_shim.pfnLoseSessions = LoseSessions;
     *ppFunctions = &g_functions;
     return CKR_OK;
+}
+
+unsigned long VexTestInitialiseModule() {
+    CK_FUNCTION_LIST* pFunctions = nullptr;
+    CK_C_INITIALIZE_ARGS arguments = {};
+    arguments.flags = CKF_OS_LOCKING_OK;
+    const CK_RV rv = C_GetFunctionList(&pFunctions);
+    return rv == CKR_OK ? pFunctions->C_Initialize(&arguments) : rv;
 }
 
 }  // extern "C"

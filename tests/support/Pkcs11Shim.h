@@ -13,10 +13,14 @@ struct Pkcs11Shim {
     // PINs have been changed: they have an "x" more at their end.
     std::atomic<bool> fPinChanged{false};
 
+    // Signing fails in the middle of the operation.
+    std::atomic<bool> fSigningFails{false};
+
     std::atomic<int> cLogins{0};         // calls of C_Login for the user
     std::atomic<int> cContextLogins{0};  // and for a single operation
     std::atomic<int> cInitialize{0};
     std::atomic<int> cSignatures{0};
+    std::atomic<unsigned long> cbSigned{0};  // of the last call
     std::atomic<int> cSessions{0};
 
     // Ends all sessions of all tokens behind their users' backs.
@@ -25,3 +29,4 @@ struct Pkcs11Shim {
 
 // Exported by the module.
 extern "C" Pkcs11Shim* VexTestPkcs11Shim();
+extern "C" unsigned long VexTestInitialiseModule();

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "VEXCompat.h"
 
@@ -33,6 +34,12 @@ thread_local std::optional<const char*> t_pszUserCommand;
 thread_local int t_nLastSocket = -1;
 
 std::atomic<std::uint16_t> s_uFileServerPort = kFileServerPort;
+
+struct Observer {
+    pthread_t creator;
+    std::function<void()> function;
+};
+std::atomic<Observer*> s_pAtEndOfConnection = nullptr;
 
 template <typename Function>
 Function* Next(Function*, const char* pszName) {
@@ -86,6 +93,13 @@ UserCommand::UserCommand(const char* pszCommand) {
 }
 UserCommand::~UserCommand() {
     t_pszUserCommand.reset();
+}
+
+AtEndOfConnection::AtEndOfConnection(std::function<void()> function) {
+    s_pAtEndOfConnection = new Observer{pthread_self(), std::move(function)};
+}
+AtEndOfConnection::~AtEndOfConnection() {
+    delete s_pAtEndOfConnection.exchange(nullptr);
 }
 
 int LastSocket() {
@@ -159,7 +173,13 @@ ssize_t send(int nSocket, const void* pData, size_t cbData, int nFlags) {
 
 ssize_t recv(int nSocket, void* pData, size_t cbData, int nFlags) {
     static auto* const s_pNext = Next(recv, "recv");
-    return Perform("recv", [&] { return s_pNext(nSocket, pData, cbData, nFlags); });
+    const ssize_t nReceived = Perform("recv", [&] { return s_pNext(nSocket, pData, cbData, nFlags); });
+    const Observer* const pObserver = s_pAtEndOfConnection;
+    if (nReceived == 0 && pObserver != nullptr && pthread_equal(pObserver->creator, pthread_self()) == 0) {
+        pObserver->function();
+        errno = EDOM;
+    }
+    return nReceived;
 }
 
 LPVOID HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <string_view>
 
 namespace socket_calls {
@@ -51,6 +52,16 @@ public:
     UserCommand(const UserCommand&) = delete;
     UserCommand& operator=(const UserCommand&) = delete;
     ~UserCommand();
+};
+
+// The end of connections as other threads receive it: before recv tells one of them of it, function runs there. errno
+// is then a number that means nothing, as a success may leave it.
+class AtEndOfConnection {
+public:
+    explicit AtEndOfConnection(std::function<void()> function);
+    AtEndOfConnection(const AtEndOfConnection&) = delete;
+    AtEndOfConnection& operator=(const AtEndOfConnection&) = delete;
+    ~AtEndOfConnection();
 };
 
 // The descriptor of the thread's last call of socket.

@@ -52,6 +52,13 @@ public:
                        strId + " --label " + strLabel);
     }
 
+    // As somebody else in the process does who uses the module as well. 0: it is initialised.
+    static unsigned long InitialiseModule() {
+        void* const pLibrary = dlopen(VEX_TEST_PKCS11_SHIM, RTLD_NOW | RTLD_LOCAL);
+        const auto initialise = reinterpret_cast<unsigned long (*)()>(dlsym(pLibrary, "VexTestInitialiseModule"));
+        return initialise();
+    }
+
     static std::string ModuleQuery() { return std::string("module-path=") + VEX_TEST_PKCS11_SHIM; }
 
     static Pkcs11Shim& Shim() {

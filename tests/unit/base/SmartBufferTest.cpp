@@ -144,6 +144,34 @@ TEST(SmartBuffer, SourcesInsideTheBufferItself) {
     }
 }
 
+// Reallocating gives it another block each time, and the old one bytes that mean nothing.
+class CMovingBuffer : public CSmartBuffer {
+public:
+    void* ReAlloc(DWORD dwSize) override {
+        const CSmartBuffer before(*this);
+        std::memset(GetBytes(), 0xEE, GetSize());
+        // In the place of the old block, so that the new one lies elsewhere.
+        Free();
+        m_inItsPlace.push_back(Buffer(std::string(before.GetSize(), '\xEE')));
+        Alloc(dwSize);
+        before.GetBuffer(GetBytes(), dwSize);
+        return GetAddress();
+    }
+
+private:
+    std::vector<CSmartBuffer> m_inItsPlace;
+};
+
+TEST(SmartBuffer, AppendingItsOwnBytesWhenTheBlockMoves) {
+    for (const DWORD dwOffset : {0U, 1U, 4U}) {
+        CMovingBuffer buffer;
+        buffer.CSmartBuffer::Alloc(5);
+        std::memcpy(buffer.GetBytes(), "abcde", 5);
+        buffer.AppendBuffer(buffer.GetBytes() + dwOffset, 5 - dwOffset);
+        EXPECT_EQ(Bytes(buffer), "abcde" + std::string("abcde").substr(dwOffset)) << dwOffset;
+    }
+}
+
 TEST(SmartBuffer, CopyingOutTakesTheSmallerSize) {
     const CSmartBuffer buffer = Buffer("abcde");
     const std::pair<DWORD, const char*> aCases[] = {{0, ""}, {2, "ab"}, {4, "abcd"}, {5, "abcde"}, {100, "abcde"}};
@@ -312,6 +340,22 @@ TEST(SmartBuffer, OperationsCallOneAnotherThroughTheTable) {
             EXPECT_TRUE(buffer.Called(pszCalled)) << c.pszName << " should call " << pszCalled;
         }
     }
+}
+
+// The block is larger than the buffer says, so that there is something behind the buffer that may be written to.
+class CShortBuffer : public CSmartBuffer {
+public:
+    DWORD GetSize() const override { return CSmartBuffer::GetSize() / 2; }
+};
+
+TEST(SmartBuffer, CopyingOutTakesADestinationRightBehindTheBytes) {
+    CShortBuffer buffer;
+    buffer.Alloc(8);
+    std::memcpy(buffer.GetBytes(), "abcd1234", 8);
+    EXPECT_EQ(buffer.GetBuffer(buffer.GetBytes() + 3, 4), 0U);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.GetBytes()), 8), "abcd1234");
+    EXPECT_EQ(buffer.GetBuffer(buffer.GetBytes() + 4, 4), 4U);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.GetBytes()), 8), "abcdabcd");
 }
 
 TEST(SmartBuffer, ASizeOfZeroStopsCopies) {

@@ -366,6 +366,17 @@ TYPED_TEST(StringBlock, ReleaseBufferSetsLengthAndRecordedCapacity) {
     EXPECT_TRUE(F::IsEmptyBlock(strEmpty));
 }
 
+TYPED_TEST(StringBlock, AppendingWithinTheBlockEndsTheTextAnew) {
+    using F = TestFixture;
+    typename F::StringT str = F::S("ab");
+    auto* const pch = str.GetBuffer(6);
+    std::fill(pch + 2, pch + 6, 'z');  // behind the text, which stays as it is
+    str += F::S("X");
+    ASSERT_EQ(str.GetString(), pch);
+    ASSERT_EQ(str.GetLength(), 3);
+    EXPECT_EQ(str.GetString()[3], 0);
+}
+
 TYPED_TEST(StringBlock, ReleaseBufferCopiesASharedBlockFirst) {
     using F = TestFixture;
     typename F::StringT str = F::S("abcde");

@@ -434,6 +434,8 @@ TYPED_TEST(StringText, CharacterHelpersCompareAndConvert) {
         {"", 0},
         {"x1", 0},
         {"1 2", 1},
+        {"010", 10},
+        {"0x10", 0},
         {"2147483647", INT_MAX},
         {"2147483648", INT_MAX},
         {"-2147483648", INT_MIN},

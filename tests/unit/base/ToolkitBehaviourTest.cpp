@@ -262,9 +262,12 @@ TEST_F(ToolkitBehaviour, AFailedReallocationLosesTheBlock) {
         ResetDouble();
     }
     // Too much for any heap, failing or not.
-    CSmartBuffer buffer("abc", 3);
-    EXPECT_EQ(buffer.AppendBuffer("x", ~DWORD{0} - 2), nullptr);
-    EXPECT_EQ(buffer.GetAddress(), nullptr);
+    for (const DWORD dwTooMuch :
+         {~DWORD{0} - 2, ~DWORD{0} - 1, ~DWORD{0}}) {  // three more: 0, 1 and 2, if they wrapped
+        CSmartBuffer buffer("abc", 3);
+        EXPECT_EQ(buffer.AppendBuffer("x", dwTooMuch), nullptr) << dwTooMuch;
+        EXPECT_EQ(buffer.GetAddress(), nullptr) << dwTooMuch;
+    }
 }
 
 TEST_F(ToolkitBehaviour, ACopyOfWhichTheAllocationFailsIsEmpty) {

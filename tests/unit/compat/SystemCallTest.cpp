@@ -13,6 +13,7 @@
 
 #include "TempDirectory.h"
 #include "VEXCompat.h"
+#include "VexFile.h"
 
 namespace {
 
@@ -339,6 +340,20 @@ TEST_F(SystemCallTest, AProfileThatCannotBeReadGivesTheDefault) {
         calls.Script(row.pszCall, row.outcomes);
         EXPECT_EQ(GetPrivateProfileIntA("s", "k", 1, strName.c_str()), row.uResult) << row.pszCall;
     }
+}
+
+// As the log has its file.
+TEST_F(SystemCallTest, AFileOfUnknownSizeIsNotAtItsEnd) {
+    const std::string strName = m_directory.Path("file");
+    CVexFile file;
+    DWORD dwError = 0;
+    ASSERT_TRUE(file.OpenFile(std::wstring(strName.begin(), strName.end()).c_str(), dwError));
+    {
+        SystemCalls calls;
+        calls.Script("fstat", {Fail(EIO)});
+        EXPECT_FALSE(file.SeekToEnd());
+    }
+    EXPECT_TRUE(file.SeekToEnd());
 }
 
 }  // namespace

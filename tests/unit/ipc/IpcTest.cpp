@@ -54,8 +54,12 @@ IpcTest::IpcTest() : m_cThreads(ThreadsOfTheProcess()) {
 }
 
 IpcTest::~IpcTest() {
-    EXPECT_TRUE(WaitUntil([this] { return ThreadsOfTheProcess() <= m_cThreads; })) << "threads that do not end";
+    WaitForThreads();
     SwitchTraceOff();
+}
+
+void IpcTest::WaitForThreads() const {
+    EXPECT_TRUE(WaitUntil([this] { return ThreadsOfTheProcess() <= m_cThreads; })) << "threads that do not end";
 }
 
 std::string IpcTest::TracePath() {

@@ -34,6 +34,9 @@ protected:
     // The same without the lines of other threads.
     static std::vector<std::string> TraceOfThisThread();
 
+    // Waits until the test's threads have ended, detached ones as well.
+    void WaitForThreads() const;
+
     // Waits until the trace has a line of that text.
     static void WaitForTrace(const std::string& strLine);
 

@@ -16,23 +16,26 @@ namespace {
 
 constexpr std::uint16_t kServiceObject = 6116;
 
-// Has the client's callbacks call functions of the test.
+// Has the client's callbacks call functions of the test, each its own by its own context.
 struct Callbacks {
-    std::function<std::string(const std::string&)> fnHandle = [](const std::string&) { return std::string(); };
-    std::function<void(int nState, int nError)> fnState = [](int, int) {};
+    using Handler = std::function<std::string(const std::string&)>;
+    using StateHandler = std::function<void(int nState, int nError)>;
+
+    Handler fnHandle = [](const std::string&) { return std::string(); };
+    StateHandler fnState = [](int, int) {};
 
     void Install(CPipeIPC& client) {
         client.SetProcessMessageCallBack(
             [](PBYTE pbPayload, DWORD dwLength, CSmartBuffer& objReply, void* pContext) -> long {
                 const std::string strReply =
-                    static_cast<Callbacks*>(pContext)->fnHandle({reinterpret_cast<char*>(pbPayload), dwLength});
+                    (*static_cast<Handler*>(pContext))({reinterpret_cast<char*>(pbPayload), dwLength});
                 objReply.SetBuffer(strReply.data(), strReply.size());
                 return -1;  // of no account
             },
-            this);
+            &fnHandle);
         client.SetPipeStateCallback(
-            [](int nState, int nError, void* pContext) { static_cast<Callbacks*>(pContext)->fnState(nState, nError); },
-            this);
+            [](int nState, int nError, void* pContext) { (*static_cast<StateHandler*>(pContext))(nState, nError); },
+            &fnState);
     }
 };
 
@@ -231,6 +234,14 @@ TEST_F(Service, ThePeersEndEndsTheThread) {
     EXPECT_EQ(lines.end()[-1].find("SendMessageAndWait ::RecvMsg  failed result="), 0U);
 }
 
+TEST_F(Service, AnEndHasNoErrorNumberWhateverThereWasBefore) {
+    ScriptedPeer peer([](PeerConnection& connection) { connection.AcceptRequest(); });
+    const socket_calls::AtEndOfConnection end([] {});
+    EXPECT_EQ(DoServiceExchange(peer).lResult, 0xE0010005);
+    EXPECT_EQ(m_nState, 0);
+    EXPECT_EQ(m_nError, 0);
+}
+
 TEST_F(Service, AResetHasItsErrorNumber) {
     ScriptedPeer peer([](PeerConnection& connection) {
         connection.AcceptRequest();
@@ -274,6 +285,7 @@ TEST_F(Service, WithoutATimeOutTheExchangeWaits) {
         const PeerMessage request = connection.AcceptRequest();
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         connection.Reply(request, "at last");
+        EXPECT_EQ(connection.ReceiveToEnd(), "");  // it is the reply that ends the wait, and not the connection's end
     });
     EXPECT_EQ(DoServiceExchange(peer, 0).strReply, "at last");
 }
@@ -379,6 +391,33 @@ TEST_F(Service, AHandlerOutlivesItsOwner) {
     goOn.Set();
     handled.Wait();
     WaitForTrace("ProcessRequsetThread::send socket(-1) ret=-1 ");
+}
+
+// The receive thread learns of the connection's end when the owner has gone.
+TEST_F(Service, NoCallbackBeginsAfterTheOwnersEnd) {
+    Event ending;
+    Event gone;
+    const socket_calls::AtEndOfConnection end([&] {
+        ending.Set();
+        gone.Wait();
+    });
+    ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+    std::atomic<int> cCalls = 0;
+    m_callbacks.fnState = [&](int, int) { ++cCalls; };
+    SwitchTraceOn();
+    auto pClient = std::make_unique<CPipeIPC>();
+    {
+        const socket_calls::Identity identity(kServiceObject);
+        m_callbacks.Install(*pClient);
+        EXPECT_EQ(DoExchange(*pClient, peer.Object()).lResult, 0);
+    }
+    ending.Wait();
+    pClient.reset();
+    gone.Set();
+    peer.Finish();
+    WaitForThreads();
+    EXPECT_EQ(Count("ProxyRecvBufferThread:: RecvDataFunc data error =0"), 1);
+    EXPECT_EQ(cCalls, 0);
 }
 
 // Owners that are destroyed while their receive threads come to an end, with requests under way.

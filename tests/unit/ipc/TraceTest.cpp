@@ -1,9 +1,11 @@
 // The trace of the IPC client.
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -107,6 +109,25 @@ TEST_F(IpcTrace, LeavesErrnoAlone) {
     pv_logEx("cannot be opened");
     EXPECT_EQ(errno, EDOM);
     std::filesystem::remove(TracePath());
+}
+
+// A file that may not grow, like a full disk, fails where the line is written: when the file is closed.
+TEST_F(IpcTrace, LeavesErrnoAloneWhenTheLineCannotBeWritten) {
+    SwitchTraceOn();
+    pv_logEx("written");
+    const std::string strBefore = Content();
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit full = {strBefore.size(), before.rlim_max};
+    const auto pfnBefore = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    errno = EDOM;
+    pv_logEx("lost");
+    const int nError = errno;
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, pfnBefore);
+    EXPECT_EQ(nError, EDOM);
+    EXPECT_EQ(Content(), strBefore);
 }
 
 TEST_F(IpcTrace, ThreadsKeepTheirLinesApart) {

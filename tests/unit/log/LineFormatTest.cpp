@@ -60,9 +60,11 @@ TEST_F(LineFormatTest, EveryPercentSStandsForWideText) {
         for (const Message& message : kMessages) {
             CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(message.pszFormat, L"wide", 42);
         }
+        CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"%s, %ls, %s", L"one", L"two", L"three");
     });
-    ASSERT_EQ(records.size(), std::size(kMessages));
-    for (size_t i = 0; i < records.size(); ++i) {
+    ASSERT_EQ(records.size(), std::size(kMessages) + 1);
+    EXPECT_EQ(records.back().strMessage, "one, two, three");
+    for (size_t i = 0; i < std::size(kMessages); ++i) {
         EXPECT_EQ(records[i].strMessage, kMessages[i].pszExpected) << "format " << i;
     }
 }

@@ -1,4 +1,8 @@
 // The log manager: one for the process, its defaults as they show, and each of its settings.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <clocale>
 #include <csignal>
 #include <filesystem>
@@ -137,6 +141,68 @@ TEST_F(ManagerTest, TheLogCanGoElsewhereAndMakesItsDirectories) {
     ASSERT_EQ(elsewhere.size(), 1U);
     EXPECT_EQ(elsewhere[0].strMessage, "elsewhere");
     EXPECT_TRUE(ReadWholeFile(strElsewhere).starts_with("\xFF\xFE"));
+}
+
+// A path buffer has 260 characters, the last of which is the terminator.
+TEST_F(ManagerTest, DirectoriesAreMadeForNamesOfUpTo259Characters) {
+    const auto nameOf = [&](const char* pszDirectory, size_t nLength) {
+        const std::string strBegin = m_directory.Path(pszDirectory) + "/" + std::string(100, 'd') + "/";
+        return strBegin + std::string(nLength - strBegin.size(), 'f');
+    };
+    const std::string strFits = nameOf("fits", 259);
+    InChild([&] {
+        const std::string strDoesNot = nameOf("does not", 260);
+        for (const std::string& strName : {strDoesNot, strFits}) {
+            CDebugLogMgr::GetInstance()->SetLogFileName(std::wstring(strName.begin(), strName.end()).c_str());
+            Trace(L"text");  // returns when the directory has been made
+        }
+        WaitUntilWritten(strFits);
+    });
+    EXPECT_FALSE(std::filesystem::exists(m_directory.Path("does not")));
+    EXPECT_FALSE(RecordsOf(strFits).empty());
+}
+
+// The parent's writer is held up in the opening of the file.
+TEST_F(ManagerTest, AForkedChildLeavesItsParentsRecordsToTheParent) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
+#endif
+    const auto messages = [&] {
+        std::vector<std::string> texts;
+        for (const LogRecord& record : RecordsOf(LogPath())) {
+            texts.push_back(record.strMessage);
+        }
+        return texts;
+    };
+    InChild([&] {
+        std::latch opening(1);
+        std::latch goOn(1);
+        std::atomic<bool> bFirst = true;
+        file_calls::Watch([&](const file_calls::Call& call) {
+            if (call.function == "VexCreateFile" && bFirst.exchange(false)) {
+                opening.count_down();
+                goOn.wait();
+            }
+        });
+        Trace(L"first of the parent");
+        opening.wait();
+        Trace(L"second of the parent");
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            alarm(60);
+            Trace(L"child");
+            WaitUntilWritten(LogPath());
+            _exit(0);
+        }
+        int nStatus = -1;
+        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+        EXPECT_EQ(messages(), std::vector<std::string>{"child"});
+        goOn.count_down();
+        WaitUntilWritten(LogPath());
+        EXPECT_EQ(messages(), (std::vector<std::string>{"child", "first of the parent", "second of the parent"}));
+    });
 }
 
 TEST_F(ManagerTest, ALineSetsItsOwnChoiceOfTheFunctionName) {

@@ -111,6 +111,31 @@ TEST_F(SlowDiskTest, AWriterThatReturnsAfterTheManagersEndDoesNoHarm) {
     }
 }
 
+// The writer goes on when the exit handler has waited for it in vain: then it is the one who closes the file.
+TEST_F(SlowDiskTest, TheLastToLeaveClosesTheFileOfTheGlobalMode) {
+    const ChildEnd end = RunLogChild(
+        [] {
+            static auto& s_stalled = *new std::latch(1);
+            static auto& s_goOn = *new std::latch(1);
+            std::atexit([] {  // older than the log's, and so run after it
+                s_goOn.count_down();
+                file_calls::WaitFor("CloseHandle", 1);
+            });
+            file_calls::Watch([](const file_calls::Call& call) {
+                static std::atomic<bool> s_bFirst = true;
+                if (call.function == "WriteFile" && s_bFirst.exchange(false)) {
+                    s_stalled.count_down();
+                    s_goOn.wait();
+                }
+            });
+            CDebugLogMgr::GetInstance()->EnableGlobalMode(TRUE);
+            Trace(L"text");
+            s_stalled.wait();
+        },
+        Exit::kByReturn);
+    EXPECT_EQ(end.nStatus, 0);
+}
+
 TEST_F(SlowDiskTest, TheProcessEndsWhileThreadsTrace) {
     const ChildEnd end = RunLogChild(
         [] {

@@ -88,6 +88,16 @@ TEST_F(DemoStoreTest, IsMadeAnewWhenExpired) {
     EXPECT_EQ(List(), strRemade);
 }
 
+TEST_F(DemoStoreTest, IsMadeAnewWhenOneOfItsIdentitiesIsGone) {
+    ASSERT_TRUE(ToolkitClient("demo:").IsOpen()) << ErrorMessage(nullptr);
+    // The key and certificate that remain are whole.
+    RequireCommand("cd " + Directory() +
+                   " && openssl pkey -in demo.pem -out key.pem && openssl x509 -in demo.pem -out crt.pem"
+                   " && test \"$(openssl pkey -in key.pem -pubout)\" = \"$(openssl x509 -in crt.pem -pubkey -noout)\""
+                   " && cat key.pem crt.pem > demo.pem");
+    EXPECT_EQ(ToolkitClient("demo:").Records().size(), 2U);
+}
+
 TEST_F(DemoStoreTest, IsMadeAnewWhenDamaged) {
     const std::string strList = List();
     for (const char* pszBytes : {"", "junk", "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n"}) {

@@ -1,4 +1,5 @@
 // Error numbers, messages, and the size query's own errors.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -32,6 +33,16 @@ TEST(ErrorTable, NumbersAndMessagesAreUnique) {
         EXPECT_STREQ(VCTKErrorMessage(entry.nNumber), entry.pszMessage);
     }
     EXPECT_STREQ(VCTKErrorMessage(-1), VCTKErrorMessage(VCTK_E_INTERNAL));
+}
+
+// A host that uses OpenSSL as well finds nothing of the toolkit's in its thread's queue of errors.
+TEST_F(ErrorTest, OpenSslsQueueIsTheHosts) {
+    const auto peekError = reinterpret_cast<unsigned long (*)()>(dlsym(RTLD_DEFAULT, "ERR_peek_error"));
+    ASSERT_NE(peekError, nullptr);
+    EXPECT_EQ(VCTK_SetDigestAlg(m_client.Handle(), "none"), VCTK_E_DIGEST_UNKNOWN);
+    EXPECT_EQ(peekError(), 0U);
+    EXPECT_FALSE(ToolkitClient("file:" + s_pDirectory->Write("junk.p12", "\x30\x03\x02\x01\x07")).IsOpen());
+    EXPECT_EQ(peekError(), 0U);
 }
 
 TEST_F(ErrorTest, ANewObjectHasNone) {

@@ -257,6 +257,12 @@ TEST_F(FilterTest, SingleChoiceWantsExactlyOne) {
     EXPECT_TRUE(client.SignP1("text")) << client.Message();
 
     ASSERT_EQ(VCTK_ClearFilter(client.Handle()), 0);
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_KEY_ALGORITHM, "RSA"), 0);
+    ASSERT_EQ(client.Records().size(), 2U);
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_SEVERAL_CERTIFICATES);
+
+    ASSERT_EQ(VCTK_ClearFilter(client.Handle()), 0);
     ASSERT_EQ(VCTK_SetChooseSingleCert(client.Handle(), 0), 0);
     EXPECT_TRUE(client.SignP1("text")) << client.Message();
 }

@@ -1,8 +1,10 @@
 // Tokens as stores: which one, which certificates, PINs, removal, threads, forks and the end of the process.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <latch>
 #include <thread>
 
@@ -19,8 +21,8 @@ constexpr const char* kOtherPin = "0815";
 
 class TokenTest : public testing::Test {
 protected:
-    // "Card": an RSA and an EC key with their certificates, one that asks for the PIN each time, and one whose
-    // certificate is another's. "Other card" and "Changing": an EC key each.
+    // "Card": an RSA and an EC key with their certificates, one that asks for the PIN each time, and two whose
+    // certificates are another's, of the same type and of another. "Other card" and "Changing": an EC key each.
     static void SetUpTestSuite() {
         if (s_pTokens != nullptr) {
             return;
@@ -35,6 +37,8 @@ protected:
         s_pTokens->MakeCertificate("Card", kPin, "03", "03", "alwayscert", 10);
         s_pTokens->MakeKey("Card", kPin, "EC:secp384r1", "04", "strange");
         s_pTokens->MakeCertificate("Card", kPin, "0002", "04", "strangecert", 10);
+        s_pTokens->MakeKey("Card", kPin, "rsa:2048", "05", "mixed");
+        s_pTokens->MakeCertificate("Card", kPin, "0002", "05", "mixedcert", 10);
         s_pTokens->MakeToken("Other card", kOtherPin);
         s_pTokens->MakeKey("Other card", kOtherPin, "EC:secp521r1", "01", "key");
         s_pTokens->MakeCertificate("Other card", kOtherPin, "01", "01", "other", 30);
@@ -47,6 +51,7 @@ protected:
         Shim().fRemoved = false;
         Shim().nMostSessions = 1000000;
         Shim().fPinChanged = false;
+        Shim().fSigningFails = false;
     }
 
     // Given the text between "pkcs11:" and the module.
@@ -258,7 +263,7 @@ TEST_F(TokenTest, AWrongPinIsTriedOnce) {
 }
 
 TEST_F(TokenTest, AnotherPinDoesNotDisturbThoseWhoUseTheToken) {
-    const ToolkitClient client(Card());
+    const ToolkitClient client(Card(";id=%01"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     const int cLogins = Shim().cLogins;
     EXPECT_FALSE(ToolkitClient(Uri("token=Card?pin-value=9999")).IsOpen());
@@ -406,6 +411,37 @@ TEST_F(TokenTest, ATokenWithOneSession) {
     EXPECT_TRUE(end.Passed());
 }
 
+// What a token refuses may leave its session in the middle of the operation.
+TEST_F(TokenTest, ASessionInWhichSigningFailedIsNotUsedAgain) {
+    for (const int nMostSessions : {1, 2, 1000}) {
+        const ChildEnd end = RunChild([&] {
+            Shim().nMostSessions = nMostSessions;
+            const ToolkitClient client(Card(";id=%01"));
+            ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+            for (int i = 0; i < 3; ++i) {
+                ASSERT_TRUE(client.SignP1("text")) << client.Message();
+                Shim().fSigningFails = true;
+                EXPECT_FALSE(client.SignP1("text"));
+                EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_FAILED) << client.Message();
+                Shim().fSigningFails = false;
+            }
+            EXPECT_TRUE(client.SignP1("text")) << client.Message();
+        });
+        EXPECT_TRUE(end.Passed()) << nMostSessions;
+    }
+}
+
+TEST_F(TokenTest, ATokenIsGivenNoMoreOfADigestThanTheCurveTakes) {
+    const ToolkitClient client(Card(";id=%00%02"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    const std::pair<const char*, unsigned long> aDigests[] = {{"SHA256", 32}, {"SHA384", 32}, {"SHA512", 32}};
+    for (const auto& [pszDigest, cbSigned] : aDigests) {
+        ASSERT_EQ(VCTK_SetDigestAlg(client.Handle(), pszDigest), 0);
+        ASSERT_TRUE(client.SignP1("text")) << client.Message();
+        EXPECT_EQ(Shim().cbSigned, cbSigned) << pszDigest;
+    }
+}
+
 TEST_F(TokenTest, AKeyThatAsksForThePinEachTime) {
     const ToolkitClient client(Card(";id=%03"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
@@ -422,6 +458,21 @@ TEST_F(TokenTest, ACertificateOfAnotherKeySignsNothing) {
     EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_FAILED) << client.Message();
     EXPECT_FALSE(client.SignP7("text", 0, 0, 1));
     EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_FAILED) << client.Message();
+}
+
+TEST_F(TokenTest, ACertificateOfAnotherTypeOfKeyIsNone) {
+    EXPECT_FALSE(ToolkitClient(Card(";id=%05")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NO_PRIVATE_KEY) << ErrorMessage(nullptr);
+}
+
+TEST_F(TokenTest, TheHostMayHaveInitialisedTheModule) {
+    const ChildEnd end = RunChild([] {
+        ASSERT_EQ(TestTokens::InitialiseModule(), 0U);
+        const ToolkitClient client(Card(";id=%01"));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    });
+    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
@@ -444,6 +495,26 @@ TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
     });
     EXPECT_TRUE(end.Passed());
     EXPECT_EQ(inherited.SignP1("text"), expected) << inherited.Message();
+}
+
+// Exit handlers that are older than the module's run when its own have taken away what it needs.
+TEST_F(TokenTest, TheModuleIsNotCalledAfterItsEnd) {
+    const ChildEnd end = RunChild(
+        [] {
+            static ToolkitClient* s_pClient = nullptr;
+            std::atexit([] {
+                const int cSignatures = Shim().cSignatures;
+                const bool fSigned = s_pClient->SignP1("text").has_value();
+                const bool fRefused = !fSigned && s_pClient->LastError() == VCTK_E_TOKEN_FAILED;
+                if (!fRefused || Shim().cSignatures != cSignatures) {
+                    _exit(17);
+                }
+            });
+            s_pClient = new ToolkitClient(Card(";id=%01"));
+            ASSERT_TRUE(s_pClient->SignP1("text")) << ErrorMessage(nullptr);
+        },
+        Exit::kByReturn);
+    EXPECT_TRUE(end.Passed()) << end.nStatus;
 }
 
 // Threads sign on while the exit handlers of everybody run: of this program, of OpenSSL, of the module.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "signing/SigningObject.h"
@@ -75,28 +76,17 @@ protected:
     }
 };
 
-TEST_F(ValidityTest, CountsFromTheFirstToTheLastSecond) {
+TEST_F(ValidityTest, CountsFromTheFirstToTheLastSecondAndAgainWhenTheClockIsSetBack) {
     const SigningObject object(StoreOf({{0, 1000}, {500, 2000}}));
-    EXPECT_EQ(SerialsAt(object, -1), "");
-    EXPECT_EQ(SerialsAt(object, 0), "01,");
-    EXPECT_EQ(SerialsAt(object, 499), "01,");
-    EXPECT_EQ(SerialsAt(object, 500), "01,02,");
-    EXPECT_EQ(SerialsAt(object, 1000), "01,02,");
-    EXPECT_EQ(SerialsAt(object, 1001), "02,");
-    EXPECT_EQ(SerialsAt(object, 2000), "02,");
-    EXPECT_EQ(SerialsAt(object, 2001), "");
-}
-
-TEST_F(ValidityTest, CountsAgainWhenTheClockIsSetBack) {
-    const SigningObject object(StoreOf({{0, 1000}, {500, 2000}}));
-    EXPECT_EQ(SerialsAt(object, 2001), "");
-    EXPECT_EQ(SerialsAt(object, 2000), "02,");
-    EXPECT_EQ(SerialsAt(object, 1001), "02,");
-    EXPECT_EQ(SerialsAt(object, 1000), "01,02,");
-    EXPECT_EQ(SerialsAt(object, 500), "01,02,");
-    EXPECT_EQ(SerialsAt(object, 499), "01,");
-    EXPECT_EQ(SerialsAt(object, 0), "01,");
-    EXPECT_EQ(SerialsAt(object, -1), "");
+    std::vector<std::pair<long, std::string>> moments = {{-1, ""},        {0, "01,"},       {499, "01,"},
+                                                         {500, "01,02,"}, {1000, "01,02,"}, {1001, "02,"},
+                                                         {2000, "02,"},   {2001, ""}};
+    for (const char* pszClock : {"forwards", "backwards"}) {
+        for (const auto& [nSeconds, strSerials] : moments) {
+            EXPECT_EQ(SerialsAt(object, nSeconds), strSerials) << nSeconds << " " << pszClock;
+        }
+        std::reverse(moments.begin(), moments.end());
+    }
 }
 
 }  // namespace
