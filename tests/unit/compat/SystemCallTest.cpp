@@ -350,7 +350,7 @@ TEST_F(SystemCallTest, AFileOfUnknownSizeIsNotAtItsEnd) {
     ASSERT_TRUE(file.OpenFile(std::wstring(strName.begin(), strName.end()).c_str(), dwError));
     {
         SystemCalls calls;
-        calls.Script("fstat", {Fail(EIO)});
+        calls.Script("lseek", {Fail(EIO)});
         EXPECT_FALSE(file.SeekToEnd());
     }
     EXPECT_TRUE(file.SeekToEnd());
