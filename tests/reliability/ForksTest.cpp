@@ -50,7 +50,7 @@ protected:
     // Forks as often as wanted while the threads call, in a child process of this test. A child of that one that does
     // not end is ended by SIGALRM, and the test fails.
     void ForkWhileThreadsCall(const std::function<void(const std::vector<HANDLE>&)>& fnChild) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
         GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
 #endif
         const long nForks = AmountOf("VEX_TEST_FORKS", 60);

@@ -213,8 +213,8 @@ TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
 // While threads use the table and their objects, the process forks: what the child then asks is answered. It asks
 // nothing of OpenSSL, whose own locks are not ours to take around a fork.
 TEST_F(HandlesTest, AForkedChildFindsNoLockHeld) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "skipped: a forked child may find AddressSanitizer's own allocator locked";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "skipped: a forked child may find the sanitizer's own allocator locked";
 #endif
     const long nForks = AmountOf("VEX_TEST_HANDLE_FORKS", Scaled(100));
     FakeJniEnv env;
