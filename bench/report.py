@@ -38,6 +38,9 @@ def read(lines):
             row, who, number, value, unit = fields[1:]
             current.units[row] = unit
             current.samples[row][who][int(number)] = float(value)
+    for question in questions.values():
+        for row, samples in question.samples.items():
+            question.samples[row] = dict(sorted(samples.items(), key=lambda sample: sample[0] != "product"))
     return list(questions.values())
 
 
