@@ -1,8 +1,8 @@
 // Whether a record costs more the more of them are queued, and how much memory a queued one takes: the writer is held
 // before its first file while records=N of them come.
 #include <dlfcn.h>
-#include <malloc.h>
 #include <semaphore.h>
+#include <sys/wait.h>
 
 #include "Bench.h"
 #include "DebugLogMgr.h"
@@ -17,6 +17,21 @@ void QueueRecords(long nRecords) {
         CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", kFunction, 274)(L"%s Enter.",
                                                                                                            kFunction);
     }
+}
+
+// In a child process: memory that the machine has not given to anybody before can cost several times as much as other,
+// above all a virtual machine's, and has nothing to do with the log.
+void TouchMemory(std::size_t cb) {
+    const pid_t nChild = fork();
+    bench::Require(nChild >= 0, "a process");
+    if (nChild == 0) {
+        const std::unique_ptr<volatile char[]> pMemory(new volatile char[cb]);
+        for (std::size_t i = 0; i < cb; i += 4096) {
+            pMemory[i] = 1;
+        }
+        _exit(0);
+    }
+    waitpid(nChild, nullptr, 0);
 }
 
 double ResidentBytes() {
@@ -44,6 +59,8 @@ int main(int argc, char** argv) {
     bench::Question("Does a record cost more the more of them are queued?");
     const long nMost = amounts.Of("records", 1000000);
     const int nBatches = amounts.Of("rounds", 40);
+    constexpr std::size_t kRecordBytes = 900;
+    TouchMemory(static_cast<std::size_t>(nMost) * kRecordBytes);
     const TempDirectory directory;
     const std::string strLog = directory.Path("growth.log");
     bench::Require(CDebugLogMgr::IsWritten(1), "records of level 1 are written (/var/log.ini)");

@@ -38,6 +38,9 @@ def read(lines):
             row, who, number, value, unit = fields[1:]
             current.units[row] = unit
             current.samples[row][who][int(number)] = float(value)
+    for question in questions.values():
+        for row, samples in question.samples.items():
+            question.samples[row] = dict(sorted(samples.items(), key=lambda sample: sample[0] != "product"))
     return list(questions.values())
 
 
@@ -79,7 +82,9 @@ def compare(question, row, targets):
             both = samples[who].keys() & samples[other].keys()
             values = [samples[who][n] / samples[other][n] for n in both]
         low, middle, high = spread(values)
-        reached = middle <= float(bound) if relation == "<=" else middle >= float(bound)
+        reached = None
+        if relation != "shown":
+            reached = middle <= float(bound) if relation == "<=" else middle >= float(bound)
         found[who, other] = (low, middle, high, relation, bound, reached)
     return found
 
@@ -99,7 +104,7 @@ def tables(questions, targets):
                 sign = "≤" if relation == "<=" else "≥"
                 text = number(middle) if other == "-" else f"{middle:.3f} [{low:.3f} .. {high:.3f}]"
                 ratios.append(f"{what}{text}")
-                verdicts.append(f"{sign} {bound}: {'yes' if reached else '**no**'}")
+                verdicts.append("-" if reached is None else f"{sign} {bound}: {'yes' if reached else '**no**'}")
             rows.append(f"| {row} | {values} | {'<br>'.join(ratios) or '-'} | {'<br>'.join(verdicts) or '-'} |")
         out.append("| What | Measured | Ratio | Reached |\n|---|---|---|---|")
         out.extend(rows)
