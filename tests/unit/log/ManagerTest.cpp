@@ -110,14 +110,17 @@ TEST_F(ManagerTest, TheHeaderTextStandsBetweenHeaderAndMessage) {
         CDebugLogMgr::GetInstance()->SetLogHeader(L"<header> ");
         Trace(L"with");
         WaitUntilWritten(LogPath());
-        CDebugLogMgr::GetInstance()->SetLogHeader(L"");
-        Trace(L"without");
-        WaitUntilWritten(LogPath());
+        for (const wchar_t* pszNone : {L"", static_cast<const wchar_t*>(nullptr)}) {
+            CDebugLogMgr::GetInstance()->SetLogHeader(pszNone);
+            Trace(L"without");
+            WaitUntilWritten(LogPath());
+        }
     });
     const auto records = RecordsOf(LogPath());
-    ASSERT_EQ(records.size(), 2U);
+    ASSERT_EQ(records.size(), 3U);
     EXPECT_EQ(records[0].strMessage, "<header> with");
     EXPECT_EQ(records[1].strMessage, "without");
+    EXPECT_EQ(records[2].strMessage, "without");
 }
 
 TEST_F(ManagerTest, TheLogCanGoElsewhereAndMakesItsDirectories) {
@@ -141,6 +144,48 @@ TEST_F(ManagerTest, TheLogCanGoElsewhereAndMakesItsDirectories) {
     ASSERT_EQ(elsewhere.size(), 1U);
     EXPECT_EQ(elsewhere[0].strMessage, "elsewhere");
     EXPECT_TRUE(ReadWholeFile(strElsewhere).starts_with("\xFF\xFE"));
+}
+
+TEST_F(ManagerTest, WithoutOutputTheWriterDropsWhatItTakes) {
+    const ChildEnd end = RunLogChild(
+        [&] {
+            Trace(L"written");
+            WaitUntilWritten(LogPath());
+            CDebugLogMgr::GetInstance()->EnableOutput(FALSE);
+            Trace(L"dropped");
+        },
+        Exit::kByReturn);  // which gives the writer a second
+    EXPECT_EQ(end.nStatus, 0);
+    const auto records = RecordsOf(LogPath());
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].strMessage, "written");
+}
+
+// The writer is held up with the first record.
+TEST_F(ManagerTest, ClearingDropsWhatIsQueued) {
+    InChild([&] {
+        std::latch opening(1);
+        std::latch goOn(1);
+        std::atomic<bool> bFirst = true;
+        file_calls::Watch([&](const file_calls::Call& call) {
+            if (call.function == "VexCreateFile" && bFirst.exchange(false)) {
+                opening.count_down();
+                goOn.wait();
+            }
+        });
+        Trace(L"taken");
+        opening.wait();
+        Trace(L"queued");
+        Trace(L"queued as well");
+        EXPECT_TRUE(CDebugLogMgr::GetInstance()->Clear());
+        goOn.count_down();
+        Trace(L"later");
+        WaitUntilWritten(LogPath());
+    });
+    const auto records = RecordsOf(LogPath());
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].strMessage, "taken");
+    EXPECT_EQ(records[1].strMessage, "later");
 }
 
 // A path buffer has 260 characters, the last of which is the terminator.
