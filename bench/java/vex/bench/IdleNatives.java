@@ -41,7 +41,8 @@ final class IdleNatives {
         int calls = measuring.amount("calls", tracing ? 300 : 20000);
         String suffix = (tracing ? ", tracing on" : ", tracing off") + ", Java " + Runtime.version().feature();
         compare("SetChooseSingleCert" + suffix, warmUp, rounds, tracing ? calls : calls * 10,
-            () -> product.SetChooseSingleCert(handle, 1), () -> hand.SetChooseSingleCert(handle, 1), productLog, handLog);
+            () -> product.SetChooseSingleCert(handle, 1), () -> hand.SetChooseSingleCert(handle, 1),
+            productLog, handLog);
         compare("P1SignString of 1 KiB" + suffix, warmUp, rounds, calls,
             () -> product.P1SignString(handle, text), () -> hand.P1SignString(handle, text), productLog, handLog);
         System.out.flush();
