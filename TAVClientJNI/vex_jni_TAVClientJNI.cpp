@@ -38,7 +38,7 @@ public:
     CWiper(const CWiper&) = delete;
     CWiper& operator=(const CWiper&) = delete;
     ~CWiper() {
-        if (m_cb > 0) {
+        if (m_pMemory != nullptr) {
             explicit_bzero(m_pMemory, m_cb);
         }
     }

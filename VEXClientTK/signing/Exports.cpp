@@ -20,7 +20,7 @@ namespace {
 
 using Objects = HandleTable<SigningObject>;
 
-Objects& OpenObjects();
+Objects& OpenObjects() noexcept;
 
 ThreadId s_nForkingThread = 0;  // guarded by the objects' lock
 
@@ -50,8 +50,9 @@ Objects& MakeOpenObjects() {
     return objects;
 }
 
-// Never destroyed: threads of the host may still sign while its exit handlers run.
-Objects& OpenObjects() {
+// Never destroyed: threads of the host may still sign while its exit handlers run. Made when the library is loaded;
+// without the memory for that there is no library.
+Objects& OpenObjects() noexcept {
     static Objects& s_objects = MakeOpenObjects();
     return s_objects;
 }

@@ -11,7 +11,7 @@ namespace vextk {
 namespace {
 
 // At the end of a thread's stack a JVM has guard pages of its own.
-constexpr std::uintptr_t kKeepFree = 192 * 1024;
+constexpr std::uintptr_t kKeepFree = std::uintptr_t{192} * 1024;
 
 // The thread's stack; empty when it cannot be found out.
 struct Stack {

@@ -11,10 +11,10 @@ namespace vextk {
 class StackWiper {
 public:
     // A store is read by whatever decoders, modules and dialogues it takes.
-    static constexpr std::size_t kAnyDepth = 128 * 1024;
+    static constexpr std::size_t kAnyDepth = std::size_t{128} * 1024;
     // A signature with any kind of key goes 14 KiB deep, through SoftHSM half a KiB more. It is made often enough for
     // the wiping to be felt.
-    static constexpr std::size_t kSigningDepth = 32 * 1024;
+    static constexpr std::size_t kSigningDepth = std::size_t{32} * 1024;
 
     explicit StackWiper(std::size_t cbDepth) : m_cbDepth(cbDepth) {}
     ~StackWiper();

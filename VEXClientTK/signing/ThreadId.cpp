@@ -31,7 +31,7 @@ void Forget(void* pThread) {
 // has to be destroyed.
 class EndOfThreads {
 public:
-    EndOfThreads() : m_fMade(pthread_key_create(&m_key, Forget) == 0) {}
+    EndOfThreads() noexcept : m_fMade(pthread_key_create(&m_key, Forget) == 0) {}
     // The library is unloaded, or the process ends; threads that end later stay in the register.
     ~EndOfThreads() {
         if (m_fMade) {
