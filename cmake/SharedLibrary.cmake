@@ -5,6 +5,13 @@
 #                    Left alone under a sanitizer, whose run-time library the driver has to add.
 function(vex_shared_library target)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "EXPORTS" "EXACT_LIBRARIES")
+  if(VEX_COVERAGE)
+    # See tests/support/ToolkitCoverage.cpp.
+    file(READ ${ARG_EXPORTS} exports)
+    string(REPLACE "global:" "global:\n    VexTestDumpToolkitCoverage;" exports "${exports}")
+    set(ARG_EXPORTS ${CMAKE_CURRENT_BINARY_DIR}/exports-coverage.map)
+    file(CONFIGURE OUTPUT ${ARG_EXPORTS} CONTENT "${exports}" @ONLY)
+  endif()
   target_compile_options(${target} PRIVATE -fstack-protector-strong -fvisibility-inlines-hidden)
   target_compile_definitions(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
   target_link_options(${target} PRIVATE

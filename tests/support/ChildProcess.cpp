@@ -12,6 +12,7 @@
 
 #ifdef VEX_COVERAGE
 extern "C" void __gcov_dump();
+extern "C" __attribute__((weak)) void VexTestDumpToolkitCoverage();
 #endif
 
 namespace {
@@ -26,6 +27,9 @@ void EndChildAtOnce() {
     std::fflush(nullptr);
 #ifdef VEX_COVERAGE
     __gcov_dump();
+    if (VexTestDumpToolkitCoverage != nullptr) {  // not linked with the toolkit
+        VexTestDumpToolkitCoverage();
+    }
 #endif
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
