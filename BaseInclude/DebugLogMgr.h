@@ -569,6 +569,7 @@ inline void CDebugLogMgr::RestartAfterFork() {
     const BOOL bServer = m_logFile.IsServerSupportEnabled();
     ::new (static_cast<void*>(&m_logFile)) CVexFile;
     m_logFile.EnableServerSupport(bServer);
+    s_bEndMissing = FALSE;  // the parent's to catch up on
     if (hFile != nullptr) {
         CloseHandle(hFile);
     }

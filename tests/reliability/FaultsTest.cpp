@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "Amount.h"
+#include "ChildProcess.h"
 #include "FaultPoints.h"
 #include "FaultyJniEnv.h"
 #include "LogIdle.h"
@@ -229,6 +230,8 @@ void CatchOpenSslCrashes() {
         const void* const pInstruction = reinterpret_cast<const void*>(nAddress);  // NOLINT(performance-no-int-to-ptr)
         if (dladdr(pInstruction, &info) != 0 && info.dli_fname != nullptr &&
             std::string_view(info.dli_fname).find("libcrypto") != std::string_view::npos) {
+            fault_points::Disarm();
+            NoteCoverage();
             _exit(kOpenSslCrash);
         }
     };
@@ -286,13 +289,12 @@ protected:
                     ++m_pShared->nDone;
                     ++m_pShared->nCurrent;
                 } while (!bEachAlone && m_pShared->nCurrent < nPoints && m_pShared->nFailures < kMostFailures);
-                std::fflush(nullptr);
 #if defined(__SANITIZE_ADDRESS__)
                 if (__lsan_do_recoverable_leak_check() != 0) {
                     NoteFailure("LeakSanitizer found a leak");
                 }
 #endif
-                _exit(0);
+                EndChildAtOnce();
             }
             int nStatus = -1;
             ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);

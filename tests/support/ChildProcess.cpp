@@ -23,14 +23,18 @@ constexpr unsigned kMaxSeconds = 120;
 
 }  // namespace
 
-void EndChildAtOnce() {
-    std::fflush(nullptr);
+void NoteCoverage() {
 #ifdef VEX_COVERAGE
     __gcov_dump();
     if (VexTestDumpToolkitCoverage != nullptr) {  // not linked with the toolkit
         VexTestDumpToolkitCoverage();
     }
 #endif
+}
+
+void EndChildAtOnce() {
+    std::fflush(nullptr);
+    NoteCoverage();
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 

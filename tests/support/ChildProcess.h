@@ -20,5 +20,8 @@ enum class Exit {
 // To be called by a process with one thread. A child that hangs is ended by SIGALRM after two minutes.
 ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit = Exit::kAtOnce);
 
+// In a build that measures coverage, before a process ends at once: what it has executed counts.
+void NoteCoverage();
+
 // Ends a child the quick way, with the result that its test macros gave it.
 [[noreturn]] void EndChildAtOnce();
