@@ -1,6 +1,7 @@
 #include "SystemCalls.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -133,6 +134,20 @@ int fcntl(int nDescriptor, int nCommand, ...) {
 
 off_t lseek(int nDescriptor, off_t nOffset, int nFrom) noexcept {
     return Perform("lseek", [=] { return static_cast<off_t>(syscall(SYS_lseek, nDescriptor, nOffset, nFrom)); });
+}
+
+int fchmod(int nDescriptor, mode_t nMode) noexcept {
+    return Perform("fchmod", [=] { return static_cast<int>(syscall(SYS_fchmod, nDescriptor, nMode)); });
+}
+
+int flock(int nDescriptor, int nOperation) noexcept {
+    return Perform("flock", [=] { return static_cast<int>(syscall(SYS_flock, nDescriptor, nOperation)); });
+}
+
+int renameat(int nOldDirectory, const char* pszOld, int nNewDirectory, const char* pszNew) noexcept {
+    return Perform("renameat", [=] {
+        return static_cast<int>(syscall(SYS_renameat, nOldDirectory, pszOld, nNewDirectory, pszNew));
+    });
 }
 
 int ftruncate(int nDescriptor, off_t nLength) noexcept {

@@ -1,0 +1,22 @@
+// What a PKCS #11 module's results are called in error texts.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "signing/Pkcs11Module.h"
+
+namespace vextk {
+namespace {
+
+TEST(Pkcs11ResultTest, IsNamedWhereItHasAName) {
+    EXPECT_EQ(Pkcs11ResultText(CKR_PIN_INCORRECT), "CKR_PIN_INCORRECT");
+}
+
+// Vendors have results of their own.
+TEST(Pkcs11ResultTest, IsANumberElsewhere) {
+    EXPECT_EQ(Pkcs11ResultText(0x80000001), "PKCS #11 result 0x80000001");
+    EXPECT_EQ(Pkcs11ResultText(0x80ABCDEF), "PKCS #11 result 0x80ABCDEF");
+}
+
+}  // namespace
+}  // namespace vextk
