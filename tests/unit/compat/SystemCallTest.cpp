@@ -214,7 +214,10 @@ TEST_F(SystemCallTest, AnOpenedFileThatCannotBeLookedAtIsClosedAgain) {
 TEST_F(SystemCallTest, FewCallsForALogLine) {
     SystemCalls calls;
     const HANDLE hFile = VexCreateFile(m_strName.c_str());
-    EXPECT_EQ(calls.Counts(), (CallCounts{{"open", 1}, {"fstat", 1}}));
+    CallCounts opening = calls.Counts();
+    EXPECT_GT(opening["flock"], 0);  // again and again, as the other handle has the lock
+    opening.erase("flock");
+    EXPECT_EQ(opening, (CallCounts{{"open", 1}, {"fstat", 1}}));
     calls.Reset();
     LONGLONG cbSize = 0;
     EXPECT_TRUE(GetFileSizeEx(hFile, &cbSize));
@@ -238,7 +241,8 @@ TEST_F(SystemCallTest, ANewFileTakesTwoAttempts) {
     SystemCalls calls;
     const HANDLE hFile = VexCreateFile(m_directory.Path("new").c_str());
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-    EXPECT_EQ(calls.Counts(), (CallCounts{{"fstat", 2}, {"open", 1}, {"open to create", 1}}));
+    EXPECT_EQ(calls.Counts(),
+              (CallCounts{{"fchmod", 1}, {"flock", 1}, {"fstat", 2}, {"open", 1}, {"open to create", 1}}));
     CloseHandle(hFile);
 }
 
