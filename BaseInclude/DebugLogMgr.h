@@ -163,9 +163,9 @@ private:
     BOOL IsExiting();
     std::unique_ptr<LogCacheList> TakeLine();
     void DiscardLines();
-    BOOL WriteLineOrLoseIt(const std::wstring& strLine, std::wstring& strName);
-    BOOL WriteLine(const std::wstring& strLine, std::wstring& strName);
-    Opened OpenLogFile(std::wstring& strName);
+    BOOL WriteLineOrLoseIt(const std::wstring& strLine);
+    BOOL WriteLine(const std::wstring& strLine);
+    Opened OpenLogFile();
     BOOL ReplaceByFallbackName(std::wstring& strName);
     void AppendLine(const std::wstring& strLine, ULONGLONG& ullFileSize);
     void CutLogFile(ULONGLONG ullFileSize);
@@ -174,7 +174,7 @@ private:
     BOOL AppendBytes(const void* pData, std::size_t cbData);
     BOOL WriteBytes(const void* pData, std::size_t cbData);
 
-    void CopyLogFileName(std::wstring& strName);
+    std::wstring LogFileName();
     void ReplaceLogFileName(std::wstring strName);
 
     std::wstring m_strLogFileName;  // guarded by s_csTexts; tracing threads read CDebugLogName
@@ -374,9 +374,9 @@ inline BOOL CDebugLogMgr::Now(Moment& moment) {
 
 // ---- Configuration ----
 
-inline void CDebugLogMgr::CopyLogFileName(std::wstring& strName) {
+inline std::wstring CDebugLogMgr::LogFileName() {
     const CDebugLogLock lock(s_csTexts);
-    strName = m_strLogFileName;
+    return m_strLogFileName;
 }
 
 inline void CDebugLogMgr::ReplaceLogFileName(std::wstring strName) {
@@ -602,14 +602,13 @@ inline void* CDebugLogMgr::WriteLogThreadProc(LPVOID lpParameter) {
 }
 
 inline void CDebugLogMgr::WriteQueuedLines() {
-    std::wstring strName;  // the memory for it is there from the second record on
     for (;;) {
         sem_wait(&m_sem);
         if (IsExiting()) {
             return;
         }
         while (const std::unique_ptr<LogCacheList> pNode = TakeLine()) {
-            if (!WriteLineOrLoseIt(pNode->strLog, strName)) {
+            if (!WriteLineOrLoseIt(pNode->strLog)) {
                 return;
             }
         }
@@ -656,9 +655,9 @@ inline void CDebugLogMgr::DiscardLines() {
 
 // Without memory a record is lost, as it is without room on the disk. The writer has no caller to tell, and the host
 // would end with it. Returns what WriteLine does.
-inline BOOL CDebugLogMgr::WriteLineOrLoseIt(const std::wstring& strLine, std::wstring& strName) {
+inline BOOL CDebugLogMgr::WriteLineOrLoseIt(const std::wstring& strLine) {
     try {
-        return WriteLine(strLine, strName);
+        return WriteLine(strLine);
     } catch (const std::bad_alloc&) {
         if (!VEXLoadField(m_bGlobalMode) && m_logFile.GetFileID() == 0) {
             m_logFile.CloseFile();  // others wait for its lock
@@ -667,8 +666,8 @@ inline BOOL CDebugLogMgr::WriteLineOrLoseIt(const std::wstring& strLine, std::ws
     }
 }
 
-// FALSE: the clock cannot be read for a file name that has to be made, and the writer ends. strName: room for a name.
-inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine, std::wstring& strName) {
+// FALSE: the clock cannot be read for a file name that has to be made, and the writer ends.
+inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
     if (!VEXLoadField(m_bOutputLogToFile)) {
         return TRUE;
     }
@@ -677,7 +676,7 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine, std::wstring& s
         m_logFile.CloseFile();  // the server was switched on or off
         m_logFile.ForgetServerFile();
     }
-    const Opened opened = m_logFile.IsOpen() ? Opened::Ready : OpenLogFile(strName);
+    const Opened opened = m_logFile.IsOpen() ? Opened::Ready : OpenLogFile();
     if (opened == Opened::NoClock) {
         return FALSE;
     }
@@ -695,11 +694,11 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine, std::wstring& s
 }
 
 // A file with a name that had to be made is opened, and given its header, but does not get the record.
-inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile(std::wstring& strName) {
+inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile() {
     if (m_logFile.IsServerSupportEnabled()) {
         return OpenServerFile() ? Opened::Ready : Opened::LineGivenUp;
     }
-    CopyLogFileName(strName);
+    std::wstring strName = LogFileName();
     BOOL bFallback = strName.empty() || PathIsDirectoryW(strName.c_str());
     for (BOOL bMakeName = bFallback;; bMakeName = bFallback = TRUE) {
         if (bMakeName && !ReplaceByFallbackName(strName)) {
@@ -724,9 +723,7 @@ inline CDebugLogMgr::Opened CDebugLogMgr::OpenLogFile(std::wstring& strName) {
 // The server knows what the name is. Another process may have appended to the new file already.
 inline BOOL CDebugLogMgr::OpenServerFile() {
     DWORD dwError = ERROR_SUCCESS;
-    std::wstring strName;
-    CopyLogFileName(strName);
-    if (!m_logFile.OpenFile(strName.c_str(), dwError)) {
+    if (!m_logFile.OpenFile(LogFileName().c_str(), dwError)) {
         return FALSE;
     }
     return dwError != ERROR_SUCCESS || (m_logFile.SeekToEnd() && WriteBytes("\xFF\xFE", 2));
