@@ -399,10 +399,13 @@ TEST_F(Service, NoCallbackBeginsAfterTheOwnersEnd) {
     SwitchTraceOn();
     const auto endsInReceiving = [this] {
         std::atomic<bool> bEnding = false;
+        std::atomic<int> cWaiting = 0;
         Event gone;
         const socket_calls::AtEndOfConnection end([&] {
+            ++cWaiting;
             bEnding = true;
             gone.Wait();
+            --cWaiting;
         });
         ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
         std::atomic<int> cCalls = 0;
@@ -419,6 +422,7 @@ TEST_F(Service, NoCallbackBeginsAfterTheOwnersEnd) {
         gone.Set();
         peer.Finish();
         WaitForThreads();
+        EXPECT_TRUE(WaitUntil([&] { return cWaiting == 0; }));  // what they wait for goes out of scope
         EXPECT_EQ(cCalls, cBefore);
         return cBefore == 0;
     };
