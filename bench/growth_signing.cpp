@@ -9,26 +9,20 @@
 #include <memory>
 
 #include "Bench.h"
+#include "Deleter.h"
 #include "TempDirectory.h"
 #include "VCTK.h"
 
 namespace {
-
-template <auto Free>
-struct Deleter {
-    template <typename T>
-    void operator()(T* p) const {
-        Free(p);
-    }
-};
 
 // Keys and self-signed certificates, of which the first stays valid longest.
 std::string MakeStore(const std::string& strFile, int nCertificates, bool bRsa) {
     std::FILE* const pFile = std::fopen(strFile.c_str(), "we");
     bench::Require(pFile != nullptr, "a store's file");
     for (int i = 0; i < nCertificates; ++i) {
-        const std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>> key(bRsa ? EVP_RSA_gen(2048) : EVP_EC_gen("P-256"));
-        const std::unique_ptr<X509, Deleter<X509_free>> certificate(X509_new());
+        const std::unique_ptr<EVP_PKEY, bench::Deleter<EVP_PKEY_free>> key(bRsa ? EVP_RSA_gen(2048)
+                                                                                : EVP_EC_gen("P-256"));
+        const std::unique_ptr<X509, bench::Deleter<X509_free>> certificate(X509_new());
         ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), i + 1);
         X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -60);
         X509_gmtime_adj(X509_getm_notAfter(certificate.get()), i == 0 ? 2000000 : 1000000);

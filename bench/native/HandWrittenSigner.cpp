@@ -8,20 +8,13 @@
 #include <cstdio>
 #include <vector>
 
+#include "Deleter.h"
 #include "HandJni.h"
 #include "vex_bench_HandWrittenSigner.h"
 
 using namespace bench;
 
 namespace {
-
-template <auto Free>
-struct Deleter {
-    template <typename T>
-    void operator()(T* p) const {
-        Free(p);
-    }
-};
 
 struct Signer {
     EVP_PKEY* pKey = nullptr;

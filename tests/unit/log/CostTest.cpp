@@ -89,9 +89,8 @@ TEST_F(CostTest, ARecordAllocatesTheSameEachTime) {
         std::cout << "A record: " << counts << '\n';
         EXPECT_EQ(counts.nArrays, 1U) << "the message's buffer";
         EXPECT_EQ(counts.cbLargest, kMessageBuffer);
-        // The helper's three texts; the format and room for its rewriting; the line, which grows with its pieces; the
-        // node and its text.
-        EXPECT_LE(counts.nObjects, 3U + 2U + 4U + 2U);
+        // The helper's three texts; the format and room for its rewriting; the node and its text.
+        EXPECT_LE(counts.nObjects, 3U + 2U + 2U);
         for (int i = 0; i < 1000; ++i) {
             const Counts again = CountsOf(trace);
             ASSERT_EQ(again, counts) << again;

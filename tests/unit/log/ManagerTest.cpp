@@ -17,6 +17,29 @@ namespace {
 
 using ManagerTest = LogTest;
 
+// Of the process's first opening of the log file: whoever does it waits until it is told to go on.
+class HeldUpOpening {
+public:
+    HeldUpOpening() {
+        file_calls::Watch([this](const file_calls::Call& call) {
+            if (call.function == "VexCreateFile" && m_bFirst.exchange(false)) {
+                m_opening.count_down();
+                m_goOn.wait();
+            }
+        });
+    }
+    HeldUpOpening(const HeldUpOpening&) = delete;
+    HeldUpOpening& operator=(const HeldUpOpening&) = delete;
+
+    void WaitForIt() { m_opening.wait(); }
+    void GoOn() { m_goOn.count_down(); }
+
+private:
+    std::latch m_opening{1};
+    std::latch m_goOn{1};
+    std::atomic<bool> m_bFirst = true;
+};
+
 size_t ThreadsOfThisProcess() {
     const std::filesystem::directory_iterator tasks("/proc/self/task");
     return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
@@ -164,21 +187,13 @@ TEST_F(ManagerTest, WithoutOutputTheWriterDropsWhatItTakes) {
 // The writer is held up with the first record.
 TEST_F(ManagerTest, ClearingDropsWhatIsQueued) {
     InChild([&] {
-        std::latch opening(1);
-        std::latch goOn(1);
-        std::atomic<bool> bFirst = true;
-        file_calls::Watch([&](const file_calls::Call& call) {
-            if (call.function == "VexCreateFile" && bFirst.exchange(false)) {
-                opening.count_down();
-                goOn.wait();
-            }
-        });
+        HeldUpOpening held;
         Trace(L"taken");
-        opening.wait();
+        held.WaitForIt();
         Trace(L"queued");
         Trace(L"queued as well");
         EXPECT_TRUE(CDebugLogMgr::GetInstance()->Clear());
-        goOn.count_down();
+        held.GoOn();
         Trace(L"later");
         WaitUntilWritten(LogPath());
     });
@@ -222,17 +237,9 @@ TEST_F(ManagerTest, AForkedChildLeavesItsParentsRecordsToTheParent) {
         return texts;
     };
     InChild([&] {
-        std::latch opening(1);
-        std::latch goOn(1);
-        std::atomic<bool> bFirst = true;
-        file_calls::Watch([&](const file_calls::Call& call) {
-            if (call.function == "VexCreateFile" && bFirst.exchange(false)) {
-                opening.count_down();
-                goOn.wait();
-            }
-        });
+        HeldUpOpening held;
         Trace(L"first of the parent");
-        opening.wait();
+        held.WaitForIt();
         Trace(L"second of the parent");
         const pid_t nChild = fork();
         ASSERT_GE(nChild, 0);
@@ -246,7 +253,7 @@ TEST_F(ManagerTest, AForkedChildLeavesItsParentsRecordsToTheParent) {
         ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
         EXPECT_EQ(nStatus, 0);
         EXPECT_EQ(messages(), std::vector<std::string>{"child"});
-        goOn.count_down();
+        held.GoOn();
         WaitUntilWritten(LogPath());
         EXPECT_EQ(messages(), (std::vector<std::string>{"child", "first of the parent", "second of the parent"}));
     });
