@@ -15,6 +15,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -159,6 +160,7 @@ private:
     void AppendLogHeader(std::wstring& strLine);
     void QueueLine(std::unique_ptr<LogCacheList> pNode);
 
+    static void LetOthersFinishFirst();
     void WriteQueuedLines();
     BOOL IsExiting();
     std::unique_ptr<LogCacheList> TakeLine();
@@ -597,8 +599,18 @@ inline BOOL CDebugLogMgr::CreateWriteLogThread() {
 
 inline void* CDebugLogMgr::WriteLogThreadProc(LPVOID lpParameter) {
     const CUse use(std::adopt_lock);
+    LetOthersFinishFirst();
     static_cast<CDebugLogMgr*>(lpParameter)->WriteQueuedLines();
     return nullptr;
+}
+
+// Waking the writer takes the processor from nobody who computes; on a busy machine it gets its share of it later, for
+// many records at once. A policy that the host has chosen for its threads stays.
+inline void CDebugLogMgr::LetOthersFinishFirst() {
+    const sched_param none = {};
+    if (sched_getscheduler(0) == SCHED_OTHER) {
+        static_cast<void>(sched_setscheduler(0, SCHED_BATCH, &none));
+    }
 }
 
 inline void CDebugLogMgr::WriteQueuedLines() {

@@ -734,7 +734,7 @@ inline int CStringA::char_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t co
 
 inline CStringA::CStringA(LPCWSTR lpsz) {
     Init();
-    if (lpsz == nullptr || std::wcslen(lpsz) == 0) {
+    if (lpsz == nullptr || *lpsz == L'\0') {
         return;
     }
     const int nLen = static_cast<int>(std::wcstombs(nullptr, lpsz, 0));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cstring>
 #include <cwchar>
 
 #include "compat/Utf8.h"
@@ -35,8 +36,16 @@ private:
     std::size_t m_nLength = 0;
 };
 
-constexpr std::string_view kUtf8Codeset = "UTF-8";
-constexpr std::string_view kAsciiCodeset = "ANSI_X3.4-1968";  // of the C locale
+enum class Codeset { Utf8, Ascii, Other };
+
+// Asked for each text, as the process may change its locale at any time.
+Codeset CurrentCodeset() {
+    const char* const pszName = nl_langinfo(CODESET);
+    if (std::strcmp(pszName, "UTF-8") == 0) {
+        return Codeset::Utf8;
+    }
+    return std::strcmp(pszName, "ANSI_X3.4-1968") == 0 ? Codeset::Ascii : Codeset::Other;  // of the C locale
+}
 
 // Decodes what lies between terminators. False: malformed.
 bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
@@ -77,18 +86,17 @@ std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Subst
 }  // namespace
 
 std::optional<std::size_t> DecodedLengthAsUtf8(std::string_view text) {
-    const std::string_view codeset = nl_langinfo(CODESET);
-    const bool bAscii = (codeset == kUtf8Codeset || codeset == kAsciiCodeset) && DecodedLength(text) == text.size();
+    const bool bAscii = CurrentCodeset() != Codeset::Other && DecodedLength(text) == text.size();
     return bAscii ? std::optional(text.size()) : std::nullopt;
 }
 
 std::optional<std::size_t> EncodedLengthAsUtf8(std::wstring_view text) {
-    const std::string_view codeset = nl_langinfo(CODESET);
-    if (codeset != kUtf8Codeset && codeset != kAsciiCodeset) {
+    const Codeset codeset = CurrentCodeset();
+    if (codeset == Codeset::Other) {
         return std::nullopt;
     }
     const std::optional<std::size_t> cb = EncodedLength(text);
-    return codeset == kUtf8Codeset || cb == text.size() ? cb : std::nullopt;
+    return codeset == Codeset::Utf8 || cb == text.size() ? cb : std::nullopt;
 }
 
 std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {

@@ -1,4 +1,5 @@
 // The log manager: one for the process, its defaults as they show, and each of its settings.
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -45,6 +46,19 @@ size_t ThreadsOfThisProcess() {
     return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
+// How the scheduler treats the thread in which the log file was opened first.
+int PolicyOfTheWriter(const std::string& strLog) {
+    std::atomic<int> nPolicy = -1;
+    file_calls::Watch([&](const file_calls::Call& call) {
+        if (call.function == "VexCreateFile") {
+            nPolicy = sched_getscheduler(0);
+        }
+    });
+    Trace(L"once");
+    WaitUntilWritten(strLog);
+    return nPolicy;
+}
+
 TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
     InChild([&] {
         constexpr int kThreads = 2;
@@ -78,6 +92,21 @@ TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
         WaitUntilWritten(LogPath());
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
+}
+
+TEST_F(ManagerTest, TheWriterLetsThreadsThatComputeFinishFirst) {
+    InChild([&] {
+        EXPECT_EQ(PolicyOfTheWriter(LogPath()), SCHED_BATCH);
+        EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
+    });
+}
+
+TEST_F(ManagerTest, ThePolicyOfAHostThatHasChosenOneStays) {
+    InChild([&] {
+        const sched_param none = {};
+        ASSERT_EQ(sched_setscheduler(0, SCHED_IDLE, &none), 0);
+        EXPECT_EQ(PolicyOfTheWriter(LogPath()), SCHED_IDLE);
+    });
 }
 
 TEST_F(ManagerTest, NoManagerNoThreadAndNoFileBeforeTheFirstTrace) {
