@@ -1,8 +1,10 @@
 // Whether a record costs more the more of them are queued, and how much memory a queued one takes: the writer is held
 // before its first file while records=N of them come.
 #include <dlfcn.h>
+#include <malloc.h>
 #include <semaphore.h>
-#include <sys/wait.h>
+
+#include <memory>
 
 #include "Bench.h"
 #include "DebugLogMgr.h"
@@ -19,28 +21,20 @@ void QueueRecords(long nRecords) {
     }
 }
 
-// In a child process: memory that the machine has not given to anybody before can cost several times as much as other,
-// above all a virtual machine's, and has nothing to do with the log.
+// Has the heap keep so much memory that has been touched: memory that the machine has not given to anybody before can
+// cost several times as much as other, above all a virtual machine's, and has nothing to do with the log.
 void TouchMemory(std::size_t cb) {
-    const pid_t nChild = fork();
-    bench::Require(nChild >= 0, "a process");
-    if (nChild == 0) {
-        const std::unique_ptr<volatile char[]> pMemory(new volatile char[cb]);
+    bench::Require(mallopt(M_MMAP_MAX, 0) == 1 && mallopt(M_TRIM_THRESHOLD, -1) == 1, "a heap that keeps its memory");
+    const std::unique_ptr<volatile char[]> pMemory(new volatile char[cb]);
+    for (int nPass = 0; nPass < 2; ++nPass) {
         for (std::size_t i = 0; i < cb; i += 4096) {
             pMemory[i] = 1;
         }
-        _exit(0);
     }
-    waitpid(nChild, nullptr, 0);
 }
 
-double ResidentBytes() {
-    long nTotal = 0;
-    long nResident = 0;
-    std::FILE* const pFile = std::fopen("/proc/self/statm", "re");
-    bench::Require(pFile != nullptr && std::fscanf(pFile, "%ld %ld", &nTotal, &nResident) == 2, "/proc/self/statm");
-    std::fclose(pFile);
-    return static_cast<double>(nResident) * static_cast<double>(sysconf(_SC_PAGESIZE));
+double AllocatedBytes() {
+    return static_cast<double>(mallinfo2().uordblks);
 }
 
 }  // namespace
@@ -65,7 +59,7 @@ int main(int argc, char** argv) {
     const std::string strLog = directory.Path("growth.log");
     bench::Require(CDebugLogMgr::IsWritten(1), "records of level 1 are written (/var/log.ini)");
     CDebugLogMgr::GetInstance()->SetLogFileName(std::wstring(strLog.begin(), strLog.end()).c_str());
-    const double dBefore = ResidentBytes();
+    const double dBefore = AllocatedBytes();
     long nQueued = 0;
     for (long nMark = 1; nMark <= nMost; nMark *= 10) {
         QueueRecords(nMark - nQueued);
@@ -81,8 +75,8 @@ int main(int argc, char** argv) {
                           (dEnd - dBegin) * 1e9 / static_cast<double>(nBatch), "ns");
         }
     }
-    bench::Sample("memory of a queued record", "product", 0, (ResidentBytes() - dBefore) / static_cast<double>(nQueued),
-                  "bytes");
+    bench::Sample("memory of a queued record", "product", 0,
+                  (AllocatedBytes() - dBefore) / static_cast<double>(nQueued), "bytes");
     std::filesystem::remove_all(directory.Path());
     std::fflush(stdout);
     _exit(0);

@@ -1,9 +1,36 @@
 #include "signing/SecretText.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
 
 namespace vextk {
 namespace {
+
+// What the thread has wiped since the last look, in the order of wiping.
+thread_local std::string* g_pWiped = nullptr;
+
+class Wiped {
+public:
+    Wiped() { g_pWiped = &m_strWiped; }
+    ~Wiped() { g_pWiped = nullptr; }
+    Wiped(const Wiped&) = delete;
+    Wiped& operator=(const Wiped&) = delete;
+
+    const std::string& Text() const { return m_strWiped; }
+
+private:
+    std::string m_strWiped;
+};
+
+SecretText Secret(std::string_view text) {
+    SecretText secret(text.size());
+    std::for_each(text.begin(), text.end(), [&](char ch) { secret.Append(ch); });
+    return secret;
+}
 
 // A text that moves leaves a copy behind, which nobody wipes.
 TEST(SecretText, DoesNotMoveWhileItGrowsToItsCapacity) {
@@ -17,14 +44,39 @@ TEST(SecretText, DoesNotMoveWhileItGrowsToItsCapacity) {
     EXPECT_EQ(text.Data(), pchText);
 }
 
-TEST(SecretText, IsCutFromItsEnd) {
-    SecretText text(3);
-    for (const char ch : {'1', '2', '\n'}) {
-        text.Append(ch);
-    }
+TEST(SecretText, IsCutFromItsEndAndWipedThere) {
+    SecretText text = Secret("12\n");
+    const Wiped wiped;
     text.Truncate(2);
     EXPECT_EQ(text.View(), "12");
+    EXPECT_EQ(wiped.Text(), "\n");
+}
+
+TEST(SecretText, IsWipedAtItsEnd) {
+    const Wiped wiped;
+    { const SecretText text = Secret("1234"); }
+    EXPECT_EQ(wiped.Text(), "1234");
+}
+
+TEST(SecretText, IsWipedWhereItHasMovedTo) {
+    const Wiped wiped;
+    {
+        SecretText text = Secret("old");
+        text = Secret("new");
+        EXPECT_EQ(wiped.Text(), "old");
+    }
+    EXPECT_EQ(wiped.Text(), "oldnew");
 }
 
 }  // namespace
 }  // namespace vextk
+
+// In place of OpenSSL's, which it calls.
+void OPENSSL_cleanse(void* pData, size_t cbData) {
+    using Function = void(void*, size_t);
+    static auto* const s_pNext = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "OPENSSL_cleanse"));
+    if (vextk::g_pWiped != nullptr && cbData > 0) {
+        vextk::g_pWiped->append(static_cast<const char*>(pData), cbData);
+    }
+    s_pNext(pData, cbData);
+}
