@@ -365,7 +365,7 @@ TEST_P(DiskTest, SigningGoesOn) {
                 if (disk.bFull) {
                     std::ofstream(strMount + "/filler") << std::string(100'000, 'f');
                 }
-                if (mount(nullptr, strMount.c_str(), nullptr, MS_REMOUNT | disk.nFlags, nullptr) != 0) {
+                if (mount("none", strMount.c_str(), "none", MS_REMOUNT | disk.nFlags, nullptr) != 0) {
                     return false;
                 }
             }

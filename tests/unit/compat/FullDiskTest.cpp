@@ -34,7 +34,7 @@ bool SeparateMounts() {
 
 // In a child only: mounts a file system in memory on the directory.
 bool MountSmallDisk(const std::string& strDirectory, const char* pszOptions) {
-    return SeparateMounts() && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    return SeparateMounts() && mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("tmpfs", strDirectory.c_str(), "tmpfs", 0, pszOptions) == 0;
 }
 
@@ -100,7 +100,7 @@ TEST_F(FullDisk, NoRoomForANewNameOrDirectory) {
 TEST_F(FullDisk, AReadOnlyOne) {
     OnSmallDisk("size=64k", [this] {
         m_directory.Write("log", "x");
-        if (mount(nullptr, m_directory.Path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+        if (mount("none", m_directory.Path().c_str(), "none", MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
             return kCannotMount;
         }
         for (const char* pszName : {"log", "new"}) {
