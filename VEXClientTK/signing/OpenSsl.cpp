@@ -1,5 +1,6 @@
 #include "signing/OpenSsl.h"
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 
@@ -11,11 +12,14 @@ namespace {
 
 // OpenSSL 3.0 lets threads that need a key type for the first time at the same moment have one implementation each, and
 // takes a key of the one for another key than the same of the other: a certificate's and its private key then never
-// match. What has been fetched once is what everybody gets, as long as it is kept.
+// match. What has been fetched once is what everybody gets, as long as it is kept: for good, as threads may be signing
+// when the process ends.
+constexpr std::array kKeyTypes = {"RSA", "EC"};
+[[gnu::used]] std::array<EVP_KEYMGMT*, kKeyTypes.size()> s_kept = {};
+
 void KeepKeyTypes() {
-    for (const char* const pszType : {"RSA", "EC"}) {
-        static_cast<void>(RequireOpenSsl(EVP_KEYMGMT_fetch(nullptr, pszType, nullptr)));
-    }
+    std::transform(kKeyTypes.begin(), kKeyTypes.end(), s_kept.begin(),
+                   [](const char* pszType) { return RequireOpenSsl(EVP_KEYMGMT_fetch(nullptr, pszType, nullptr)); });
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ protected:
             if (chdir(m_directory.Path("cwd").c_str()) != 0 || !fnPrepare() || !BecomeUser(kSomebody)) {
                 _exit(kRefused);
             }
-            alarm(20);
+            alarm(60);
             const bool bSigned = Sign();
             EXPECT_TRUE(bSigned || !bMustSign);
             LogAndTrace();
@@ -417,7 +417,7 @@ TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
         setenv("XDG_DATA_HOME", m_directory.Path("data2").c_str(), 1);
         ASSERT_EQ(chdir(m_directory.Path("cwd2").c_str()), 0);
         ASSERT_TRUE(BecomeUser(kSomebodyElse));
-        alarm(20);
+        alarm(60);
         EXPECT_TRUE(Sign());
         LogAndTrace();
     });
