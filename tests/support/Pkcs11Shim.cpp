@@ -16,6 +16,22 @@ CK_FUNCTION_LIST g_functions;
 // Held shared by calls that use a session: the real module frees a session that is closed while it is in use.
 std::shared_mutex g_sessions;
 
+// A call that counts among those at once.
+class Inside {
+public:
+    Inside() {
+        const int cNow = ++s_cInside;
+        for (int cMost = g_shim.cMostAtOnce; cMost < cNow && !g_shim.cMostAtOnce.compare_exchange_weak(cMost, cNow);) {
+        }
+    }
+    ~Inside() { --s_cInside; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+private:
+    inline static std::atomic<int> s_cInside{0};
+};
+
 void LoseSessions() {
     const std::lock_guard lock(g_sessions);
     CK_ULONG cSlots = 0;
@@ -40,7 +56,26 @@ struct Forward<Member, Away> {
 CK_RV Initialize(void* pArguments) {
     ++g_shim.cInitialize;
     g_shim.cSessions = 0;  // a forked child has none of its parent's
+    if (g_shim.fCannotLock) {
+        if (pArguments != nullptr) {
+            return CKR_CANT_LOCK;
+        }
+        CK_C_INITIALIZE_ARGS arguments = {};
+        arguments.flags = CKF_OS_LOCKING_OK;  // the real module can
+        return g_pReal->C_Initialize(&arguments);
+    }
     return g_pReal->C_Initialize(pArguments);
+}
+
+CK_RV GetTokenInfo(CK_SLOT_ID nSlot, CK_TOKEN_INFO* pInfo) {
+    if (g_shim.fRemoved) {
+        return CKR_TOKEN_NOT_PRESENT;
+    }
+    const CK_RV rv = g_pReal->C_GetTokenInfo(nSlot, pInfo);
+    if (rv == CKR_OK && g_shim.fPinPad) {
+        pInfo->flags |= CKF_PROTECTED_AUTHENTICATION_PATH;
+    }
+    return rv;
 }
 
 CK_RV GetSlotList(CK_BBOOL fPresent, CK_SLOT_ID* pSlots, CK_ULONG* pcSlots) {
@@ -52,6 +87,7 @@ CK_RV GetSlotList(CK_BBOOL fPresent, CK_SLOT_ID* pSlots, CK_ULONG* pcSlots) {
 }
 
 CK_RV OpenSession(CK_SLOT_ID nSlot, CK_FLAGS flags, void* pContext, CK_NOTIFY notify, CK_SESSION_HANDLE* phSession) {
+    const Inside inside;
     const std::shared_lock lock(g_sessions);
     if (g_shim.fRemoved) {
         return CKR_TOKEN_NOT_PRESENT;
@@ -81,6 +117,14 @@ CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin
         return CKR_DEVICE_REMOVED;
     }
     ++(nUser == CKU_CONTEXT_SPECIFIC ? g_shim.cContextLogins : g_shim.cLogins);
+    if (g_shim.fPinLocked) {
+        return CKR_PIN_LOCKED;
+    }
+    if (g_shim.fPinPad && pbPin == nullptr) {
+        ++g_shim.cPads;
+        unsigned char entered[] = {'4', '7', '1', '1'};
+        return g_pReal->C_Login(hSession, nUser, entered, sizeof entered);
+    }
     if (g_shim.fPinChanged) {
         if (cbPin == 0 || pbPin[cbPin - 1] != 'x') {
             return CKR_PIN_INCORRECT;
@@ -92,6 +136,7 @@ CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin
 
 CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, unsigned char* pbSignature,
            CK_ULONG* pcbSignature) {
+    const Inside inside;
     const std::shared_lock lock(g_sessions);
     if (g_shim.fRemoved) {
         return CKR_DEVICE_REMOVED;
@@ -123,11 +168,11 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     g_functions.C_GetFunctionList = C_GetFunctionList;
     g_functions.C_Initialize = Initialize;
     g_functions.C_GetSlotList = GetSlotList;
+    g_functions.C_GetTokenInfo = GetTokenInfo;
     g_functions.C_OpenSession = OpenSession;
     g_functions.C_CloseSession = CloseSession;
     g_functions.C_Login = Login;
     g_functions.C_Sign = Sign;
-    Forward<&CK_FUNCTION_LIST::C_GetTokenInfo, CKR_TOKEN_NOT_PRESENT>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjectsInit, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjects, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjectsFinal, CKR_DEVICE_REMOVED>::Install();

@@ -13,6 +13,14 @@ struct Pkcs11Shim {
     // PINs have been changed: they have an "x" more at their end.
     std::atomic<bool> fPinChanged{false};
 
+    // The user's PIN has been tried too often.
+    std::atomic<bool> fPinLocked{false};
+    // The reader has a pad for the PIN, on which "4711" is entered when a login comes without one.
+    std::atomic<bool> fPinPad{false};
+
+    // The module cannot be used by several threads at once, and says so when it is initialised.
+    std::atomic<bool> fCannotLock{false};
+
     // Signing fails in the middle of the operation.
     std::atomic<bool> fSigningFails{false};
 
@@ -22,6 +30,10 @@ struct Pkcs11Shim {
     std::atomic<int> cSignatures{0};
     std::atomic<unsigned long> cbSigned{0};  // of the last call
     std::atomic<int> cSessions{0};
+    std::atomic<int> cPads{0};  // logins by the pad
+
+    // Calls that were in the module's signing and session functions at once, at most, since it was set to 0.
+    std::atomic<int> cMostAtOnce{0};
 
     // Ends all sessions of all tokens behind their users' backs.
     void (*pfnLoseSessions)() = nullptr;

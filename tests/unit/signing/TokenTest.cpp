@@ -51,6 +51,9 @@ protected:
         Shim().fRemoved = false;
         Shim().nMostSessions = 1000000;
         Shim().fPinChanged = false;
+        Shim().fPinLocked = false;
+        Shim().fPinPad = false;
+        Shim().fCannotLock = false;
         Shim().fSigningFails = false;
     }
 
@@ -258,6 +261,38 @@ TEST_F(TokenTest, AWrongPinIsTriedOnce) {
         EXPECT_EQ(open("1111"), VCTK_E_PIN_WRONG);
         EXPECT_EQ(open(kOtherPin), VCTK_OK);
         EXPECT_TRUE(ToolkitClient(Card()).IsOpen());
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+// Only its owner's PUK helps, so that it must not be taken for a wrong PIN.
+TEST_F(TokenTest, ALockedPinIsSaidToBeLocked) {
+    const ChildEnd end = RunChild([] {
+        Shim().fPinLocked = true;
+        EXPECT_FALSE(ToolkitClient(Card()).IsOpen());
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_PIN_LOCKED);
+        EXPECT_NE(ErrorMessage(nullptr).find("Card"), std::string::npos) << ErrorMessage(nullptr);
+        Shim().fPinLocked = false;
+        EXPECT_TRUE(ToolkitClient(Card()).IsOpen()) << ErrorMessage(nullptr);
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(TokenTest, APinPadIsAskedInPlaceOfTheCaller) {
+    const ChildEnd end = RunChild([] {
+        Shim().fPinPad = true;
+        const int cPads = Shim().cPads;
+        const ToolkitClient client(Uri("token=Card;id=%01"));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_TRUE(client.SignP1("text")) << client.Message();
+        // Whoever comes later finds the token logged in, with a PIN of the caller's or without.
+        EXPECT_TRUE(ToolkitClient(Uri("token=Card;id=%01")).IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_EQ(Shim().cPads, cPads + 1);
+        const ToolkitClient eachTime(Uri("token=Card;id=%03"));
+        ASSERT_TRUE(eachTime.IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_TRUE(eachTime.SignP1("text")) << eachTime.Message();
+        EXPECT_TRUE(eachTime.SignP1("text")) << eachTime.Message();
+        EXPECT_EQ(Shim().cPads, cPads + 3);
     });
     EXPECT_TRUE(end.Passed());
 }
@@ -471,6 +506,31 @@ TEST_F(TokenTest, TheHostMayHaveInitialisedTheModule) {
         const ToolkitClient client(Card(";id=%01"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(TokenTest, AModuleThatCannotLockIsCalledByOneThreadAtATime) {
+    const ChildEnd end = RunChild([] {
+        Shim().fCannotLock = true;
+        const ToolkitClient client(Card(";id=%01"));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
+        const auto expected = client.SignP1("text");
+        Shim().cMostAtOnce = 0;
+        std::atomic<int> cWrong{0};
+        {
+            std::vector<std::jthread> threads;
+            for (int i = 0; i < 8; ++i) {
+                threads.emplace_back([&] {
+                    for (int n = 0; n < 10; ++n) {
+                        cWrong += client.SignP1("text") == expected ? 0 : 1;
+                    }
+                });
+            }
+        }
+        EXPECT_EQ(cWrong, 0);
+        EXPECT_EQ(Shim().cMostAtOnce, 1);
     });
     EXPECT_TRUE(end.Passed());
 }
