@@ -1,6 +1,5 @@
 #include "signing/ThreadId.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -52,9 +51,10 @@ TEST(ThreadId, IsNeverUsedAgainAndEndsWithItsThread) {
 }  // namespace
 }  // namespace vextk
 
-// In place of libc's, which it calls.
-int pthread_setspecific(pthread_key_t key, const void* pValue) noexcept {
-    using Function = int(pthread_key_t, const void*);
-    static auto* const s_pNext = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "pthread_setspecific"));
-    return vextk::g_fNoMemory ? ENOMEM : s_pNext(key, pValue);
+// What the linker has the sources under test call in place of libc's (--wrap).
+extern "C" {
+int __real_pthread_setspecific(pthread_key_t key, const void* pValue);
+int __wrap_pthread_setspecific(pthread_key_t key, const void* pValue) {
+    return vextk::g_fNoMemory ? ENOMEM : __real_pthread_setspecific(key, pValue);
+}
 }
