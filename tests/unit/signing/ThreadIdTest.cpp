@@ -1,25 +1,23 @@
 #include "signing/ThreadId.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
-#include <cerrno>
 #include <mutex>
 #include <new>
 #include <set>
 #include <thread>
 #include <vector>
 
+#include "ThreadMemory.h"
+
 namespace vextk {
 namespace {
 
-thread_local bool g_fNoMemory = false;
-
 TEST(ThreadId, WithoutMemoryAThreadHasNoneAndGetsOneLater) {
     std::thread([] {
-        g_fNoMemory = true;
+        t_fNoThreadMemory = true;
         EXPECT_THROW(CurrentThreadId(), std::bad_alloc);
-        g_fNoMemory = false;
+        t_fNoThreadMemory = false;
         const ThreadId nThread = CurrentThreadId();
         EXPECT_TRUE(IsThreadAlive(nThread));
         EXPECT_FALSE(IsThreadAlive(nThread - 1)) << "the one that was refused";
@@ -50,11 +48,3 @@ TEST(ThreadId, IsNeverUsedAgainAndEndsWithItsThread) {
 
 }  // namespace
 }  // namespace vextk
-
-// What the linker has the sources under test call in place of libc's (--wrap).
-extern "C" {
-int __real_pthread_setspecific(pthread_key_t key, const void* pValue);
-int __wrap_pthread_setspecific(pthread_key_t key, const void* pValue) {
-    return vextk::g_fNoMemory ? ENOMEM : __real_pthread_setspecific(key, pValue);
-}
-}
