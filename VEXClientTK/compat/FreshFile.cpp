@@ -38,15 +38,22 @@ bool MayBeClaimed(const struct stat& status, bool bLocked) {
 
 bool ClaimFile(int nDescriptor, bool bMade, bool bLocked) {
     struct stat status {};
-    if (fstat(nDescriptor, &status) != 0 || status.st_size != 0) {
+    if (fstat(nDescriptor, &status) != 0) {
         return false;
     }
+    // Whoever opens the file by other means than these may have written into it meanwhile.
+    const bool bEmpty = status.st_size == 0;
     const mode_t mode = status.st_mode & ~(S_IFMT | kUnclaimed);
-    // The times come first, so that the file is at no moment without them or the mark.
     if ((status.st_mode & kUnclaimed) != 0) {
-        SetTimes(nDescriptor, kClaimedAndEmpty, kClaimedAndEmpty);
+        // The times come first, so that the file is at no moment without them or the mark.
+        if (bEmpty) {
+            SetTimes(nDescriptor, kClaimedAndEmpty, kClaimedAndEmpty);
+        }
         // Somebody else's file that bears the mark for reasons of its own keeps it and counts as an opened one.
-        return fchmod(nDescriptor, mode) == 0;
+        return fchmod(nDescriptor, mode) == 0 && bEmpty;
+    }
+    if (!bEmpty) {
+        return false;
     }
     if (bLocked && BearsTimes(status)) {
         return true;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <optional>
 #include <thread>
@@ -248,6 +250,19 @@ TEST_F(SystemCallTest, ANewFileTakesTwoAttempts) {
 
 // Whoever is told that a file is new writes what it begins with. Where that failed, the next one is told so; a file
 // that was left empty on purpose is not new any more.
+// As the minimal logger does, which locks nothing.
+TEST_F(SystemCallTest, ANewFileIntoWhichSomebodyElseWritesAtOnceIsAnOpenedOne) {
+    const std::string strName = m_directory.Path("shared");
+    SystemCalls calls;
+    calls.Script("flock", {After([&] { std::ofstream(strName, std::ios::app) << "theirs"; })});
+    const HANDLE hFile = VexCreateFile(strName.c_str());
+    ASSERT_NE(hFile, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_TRUE(CloseHandle(hFile));
+    EXPECT_EQ(ReadWholeFile(strName), "theirs");
+    EXPECT_EQ(std::filesystem::status(strName).permissions(), std::filesystem::perms(0600));
+}
+
 TEST_F(SystemCallTest, AnEmptyFileIsNewAgainOnlyIfWritingFailed) {
     const std::string strNew = m_directory.Path("new");
     for (const DWORD dwSecond : {ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {
