@@ -68,10 +68,7 @@ CK_RV Initialize(void* pArguments) {
 }
 
 CK_RV GetTokenInfo(CK_SLOT_ID nSlot, CK_TOKEN_INFO* pInfo) {
-    if (g_shim.fRemoved) {
-        return CKR_TOKEN_NOT_PRESENT;
-    }
-    const CK_RV rv = g_pReal->C_GetTokenInfo(nSlot, pInfo);
+    const CK_RV rv = Forward<&CK_FUNCTION_LIST::C_GetTokenInfo, CKR_TOKEN_NOT_PRESENT>::Call(nSlot, pInfo);
     if (rv == CKR_OK && g_shim.fPinPad) {
         pInfo->flags |= CKF_PROTECTED_AUTHENTICATION_PATH;
     }

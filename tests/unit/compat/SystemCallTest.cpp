@@ -248,8 +248,6 @@ TEST_F(SystemCallTest, ANewFileTakesTwoAttempts) {
     CloseHandle(hFile);
 }
 
-// Whoever is told that a file is new writes what it begins with. Where that failed, the next one is told so; a file
-// that was left empty on purpose is not new any more.
 // As the minimal logger does, which locks nothing.
 TEST_F(SystemCallTest, ANewFileIntoWhichSomebodyElseWritesAtOnceIsAnOpenedOne) {
     const std::string strName = m_directory.Path("shared");
@@ -263,6 +261,8 @@ TEST_F(SystemCallTest, ANewFileIntoWhichSomebodyElseWritesAtOnceIsAnOpenedOne) {
     EXPECT_EQ(std::filesystem::status(strName).permissions(), std::filesystem::perms(0600));
 }
 
+// Whoever is told that a file is new writes what it begins with. Where that failed, the next one is told so; a file
+// that was left empty on purpose is not new any more.
 TEST_F(SystemCallTest, AnEmptyFileIsNewAgainOnlyIfWritingFailed) {
     const std::string strNew = m_directory.Path("new");
     for (const DWORD dwSecond : {ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {

@@ -4,19 +4,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
+#include <string_view>
 
 namespace vextk {
 namespace {
 
-// What the thread has wiped since the last look, in the order of wiping.
-thread_local std::string* g_pWiped = nullptr;
+// Takes what the thread wipes, if there is one.
+thread_local std::string* t_pWiped = nullptr;
 
+// What the thread wipes while this object lives, in the order of wiping.
 class Wiped {
 public:
-    Wiped() { g_pWiped = &m_strWiped; }
-    ~Wiped() { g_pWiped = nullptr; }
+    Wiped() { t_pWiped = &m_strWiped; }
+    ~Wiped() { t_pWiped = nullptr; }
     Wiped(const Wiped&) = delete;
     Wiped& operator=(const Wiped&) = delete;
 
@@ -75,8 +76,8 @@ TEST(SecretText, IsWipedWhereItHasMovedTo) {
 void OPENSSL_cleanse(void* pData, size_t cbData) {
     using Function = void(void*, size_t);
     static auto* const s_pNext = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "OPENSSL_cleanse"));
-    if (vextk::g_pWiped != nullptr && cbData > 0) {
-        vextk::g_pWiped->append(static_cast<const char*>(pData), cbData);
+    if (vextk::t_pWiped != nullptr && cbData > 0) {
+        vextk::t_pWiped->append(static_cast<const char*>(pData), cbData);
     }
     s_pNext(pData, cbData);
 }

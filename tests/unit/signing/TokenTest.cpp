@@ -285,7 +285,7 @@ TEST_F(TokenTest, APinPadIsAskedInPlaceOfTheCaller) {
         const ToolkitClient client(Uri("token=Card;id=%01"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         EXPECT_TRUE(client.SignP1("text")) << client.Message();
-        // Whoever comes later finds the token logged in, with a PIN of the caller's or without.
+        // Whoever comes later finds the token logged in.
         EXPECT_TRUE(ToolkitClient(Uri("token=Card;id=%01")).IsOpen()) << ErrorMessage(nullptr);
         EXPECT_EQ(Shim().cPads, cPads + 1);
         const ToolkitClient eachTime(Uri("token=Card;id=%03"));
@@ -517,6 +517,7 @@ TEST_F(TokenTest, AModuleThatCannotLockIsCalledByOneThreadAtATime) {
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
         const auto expected = client.SignP1("text");
+        ASSERT_TRUE(expected) << client.Message();
         Shim().cMostAtOnce = 0;
         std::atomic<int> cWrong{0};
         {
