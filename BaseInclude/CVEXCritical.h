@@ -1,7 +1,10 @@
-// The library's mutex class: a default, non-recursive pthread mutex. Any thread may use it.
+// The library's mutex class: a default, non-recursive pthread mutex. Any thread may use it. The header also brings the
+// compatibility functions, which VEXCompat.h declares.
 #pragma once
 
 #include <pthread.h>
+
+#include "VEXCompat.h"
 
 class CVEXCritical {
 public:

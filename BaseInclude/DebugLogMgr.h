@@ -40,9 +40,9 @@
 #include "DebugLogShared.h"
 #include "SmartBuffer.h"
 #include "VEXCompat.h"
+#include "VEXCstring.h"
 #include "VEXStringBlock.h"
 #include "VEXType.h"
-#include "VEXcstring.h"
 #include "VexFile.h"
 
 // A queued record. The queue is linked from the oldest to the newest.

@@ -24,9 +24,9 @@
 #include "PipeIPC.h"
 #include "VEXCltpmCommProtocolDef.h"
 #include "VEXCompat.h"
+#include "VEXCstring.h"
 #include "VEXStringBlock.h"
 #include "VEXType.h"
-#include "VEXcstring.h"
 
 class CVexFile {
 public:

@@ -23,7 +23,7 @@
 #include "DebugLogMgr.h"
 #include "VCTK.h"
 #include "VEXCompat.h"
-#include "VEXcstring.h"
+#include "VEXCstring.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// The mutex class.
+// The mutex class, and what else its header declares. No other header of ours may be included here.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -14,6 +14,17 @@ namespace {
 TEST(Critical, IsAPolymorphicMutexAndNoMore) {
     EXPECT_EQ(sizeof(CVEXCritical), sizeof(void*) + sizeof(pthread_mutex_t));
     EXPECT_TRUE(std::has_virtual_destructor_v<CVEXCritical>);
+}
+
+TEST(Critical, HeaderDeclaresTheCompatibilityFunctions) {
+    auto* const pbBlock = static_cast<BYTE*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, 5));
+    ASSERT_NE(pbBlock, nullptr);
+    EXPECT_EQ(HeapSize(GetProcessHeap(), 0, pbBlock), DWORD{5});
+    EXPECT_EQ(pbBlock[4], 0);
+    HeapFree(GetProcessHeap(), 0, pbBlock);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "ab", 2, nullptr, 0), 2);
+    EXPECT_EQ(lstrlenW(L"abc"), 3);
+    EXPECT_NE(PathIsDirectoryW(L"/"), FALSE);
 }
 
 TEST(Critical, LetsOneThreadInAtATime) {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <iterator>
 
-#include "VEXcstring.h"
+#include "VEXCstring.h"
 
 struct EmptyBlocks {
     const void* pWide;

@@ -12,7 +12,7 @@ namespace {
 // What the C library prints: program, source file, line, function signature, expression.
 std::string Message(int nLine, const std::string& strFunction, const std::string& strExpression) {
     std::string strPattern;
-    for (const char ch : "BaseInclude/VEXcstring.h:" + std::to_string(nLine) + ": " + strFunction + ": Assertion `" +
+    for (const char ch : "BaseInclude/VEXCstring.h:" + std::to_string(nLine) + ": " + strFunction + ": Assertion `" +
                              strExpression + "' failed.\n") {
         if (std::string_view(".[]{}()\\*+?|^$").find(ch) != std::string_view::npos) {
             strPattern += '\\';

@@ -6,7 +6,7 @@
 #include <ostream>
 #include <string>
 
-#include "VEXcstring.h"
+#include "VEXCstring.h"
 
 struct WideKind {
     using String = CString;

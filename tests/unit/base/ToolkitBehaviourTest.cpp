@@ -124,10 +124,10 @@ TEST_F(ToolkitBehaviour, AConversionThatStopsEarlyOrFailsShortensTheText) {
 TEST_F(ToolkitBehaviourDeathTest, MoreCharactersThanTheRoomIsAnAssertion) {
     Double().nForcedResult = 6;
     const std::string strWide =
-        "BaseInclude/VEXcstring\\.h:1664: static int CString::tchar_mbstowcsz\\(wchar_t\\*, const char\\*, size_t\\): "
+        "BaseInclude/VEXCstring\\.h:1664: static int CString::tchar_mbstowcsz\\(wchar_t\\*, const char\\*, size_t\\): "
         "Assertion `wcstr == NULL \\|\\| result <= \\(int\\)count' failed\\.\n";
     const std::string strNarrow =
-        "BaseInclude/VEXcstring\\.h:3281: static int CStringA::char_wcstombsz\\(char\\*, const wchar_t\\*, size_t\\): "
+        "BaseInclude/VEXCstring\\.h:3281: static int CStringA::char_wcstombsz\\(char\\*, const wchar_t\\*, size_t\\): "
         "Assertion `mbstr == NULL \\|\\| result <= \\(int\\)count' failed\\.\n";
     wchar_t szWide[8];
     char szNarrow[8];
@@ -146,7 +146,7 @@ TEST_F(ToolkitBehaviourDeathTest, AssigningATextAsLongAsAnIntIsAnAssertion) {
     CString str(L"abc");
     Double().nForcedLength = INT_MAX;
     EXPECT_EXIT(str = L"abc", ::testing::KilledBySignal(SIGABRT),
-                "BaseInclude/VEXcstring\\.h:1386: BOOL CString::AllocBuffer\\(int\\): "
+                "BaseInclude/VEXCstring\\.h:1386: BOOL CString::AllocBuffer\\(int\\): "
                 "Assertion `nLen <= INT_MAX - 1' failed\\.\n");
     Double().nForcedLength = -1;
     str = L"abc";
