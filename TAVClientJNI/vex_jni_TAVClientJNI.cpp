@@ -18,7 +18,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "DebugLogMgr.h"
 #include "VCTK.h"
@@ -98,14 +97,13 @@ std::wstring JstringToWindows(JNIEnv* jenv, jstring jstr) {
 }
 
 // A Java string of as many UTF-16 units as str has characters, read from the bytes of these 4-byte characters: "ab"
-// becomes 'a' and U+0000. Null for an empty str.
+// becomes 'a' and U+0000. Null for an empty str. The JVM reads the wide text's own storage; nothing here reads it as
+// units.
 jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
     if (str.empty()) {
         return nullptr;
     }
-    std::vector<jchar> units(str.size());
-    std::memcpy(units.data(), str.data(), units.size() * sizeof(jchar));
-    return jenv->NewString(units.data(), static_cast<jsize>(str.size()));
+    return jenv->NewString(reinterpret_cast<const jchar*>(str.data()), static_cast<jsize>(str.size()));
 }
 
 namespace {

@@ -150,13 +150,16 @@ struct FakeJniEnv::Hooks {
         }
     }
 
+    // Copies the units as bytes: they may be the storage of wide characters.
     static jstring JNICALL NewString(JNIEnv* pEnv, const jchar* pUnits, jsize nLength) {
         FakeJniEnv& env = Of(pEnv);
+        env.m_fnNewString(pUnits, nLength);
         Object text{.strName = "text"};
         std::string strUnits;
-        for (jsize i = 0; i < nLength; ++i) {
-            text.units += static_cast<char16_t>(pUnits[i]);
-            strUnits += (i == 0 ? "" : " ") + Hexadecimal(pUnits[i]);
+        text.units.resize(static_cast<std::size_t>(nLength));
+        std::memcpy(text.units.data(), pUnits, text.units.size() * sizeof(jchar));
+        for (const char16_t unit : text.units) {
+            strUnits += (strUnits.empty() ? "" : " ") + Hexadecimal(unit);
         }
         Object* const pText = env.Make("NewString", std::move(text));
         env.Record("NewString([" + strUnits + "], " + std::to_string(nLength) + ")", pText);

@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 class FakeJniEnv : public JNIEnv {
 public:
@@ -31,6 +32,11 @@ public:
 
     // From now on the JNI function of this name does nothing and returns null.
     void Fail(std::string_view function) { m_failing.emplace(function); }
+
+    // Called first by each NewString, with its arguments, while what they point to is still valid.
+    void OnNewString(std::function<void(const void* pUnits, jsize nLength)> function) {
+        m_fnNewString = std::move(function);
+    }
 
     // What the bridge made of a text: the units given to NewString, or the bytes given to String(byte[], String).
     std::u16string Units(jstring text);
@@ -55,6 +61,7 @@ private:
     Object& Get(const void* reference);
 
     std::function<void(std::string)> m_fnRecord;
+    std::function<void(const void*, jsize)> m_fnNewString = [](const void*, jsize) {};
     std::set<std::string, std::less<>> m_failing;
     std::deque<Object> m_objects;  // a reference is the address of its object
     int m_nUnreleasedChars = 0;

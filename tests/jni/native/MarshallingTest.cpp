@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 
 #include "AllocationLimit.h"
 #include "FakeJniEnv.h"
@@ -206,6 +207,22 @@ INSTANTIATE_TEST_SUITE_P(, WindowsToJstringHalves,
 TEST_F(WindowsToJstringTest, CallsNewStringWithTheCharacterCount) {
     EXPECT_NE(WindowsToJstring(&m_env, L"ab"), nullptr);
     EXPECT_EQ(recording_toolkit::Calls(), Calls{"NewString([0x61 0x0], 2) = text"});
+}
+
+TEST_F(WindowsToJstringTest, HandsNewStringTheWholeWideStorage) {
+    for (const std::size_t cCharacters : {1U, 2U, 7U, 1000U}) {
+        std::wstring text;
+        for (std::size_t i = 0; i < cCharacters; ++i) {
+            text += static_cast<wchar_t>(0x10000 + i);
+        }
+        std::wstring storage;
+        m_env.OnNewString([&](const void* pUnits, jsize nLength) {
+            storage.resize(static_cast<std::size_t>(nLength));
+            std::memcpy(storage.data(), pUnits, storage.size() * sizeof(wchar_t));
+        });
+        EXPECT_NE(WindowsToJstring(&m_env, text), nullptr);
+        EXPECT_EQ(storage, text);
+    }
 }
 
 TEST_F(WindowsToJstringTest, FailureOfNewStringIsReturned) {
