@@ -31,6 +31,20 @@ inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& ide
                    " -utf8 -subj '" + identity.strSubject + "' " + identity.strExtra);
 }
 
+// NAME.crt, which ended long ago, for the private key of a PEM file in the directory. "openssl x509" makes none: it
+// knows no dates before OpenSSL 3.4, and no negative number of days since.
+inline void MakeExpiredCertificate(const std::string& strDirectory, const std::string& strKeyFile,
+                                   const std::string& strName) {
+    const std::string strConfiguration =
+        "[ca]\ndefault_ca=test\n[test]\ndatabase=expired.index\nnew_certs_dir=.\nrand_serial=yes\n"
+        "default_md=sha256\npolicy=names\n[names]\ncommonName=supplied\n";
+    RequireCommand(
+        "cd " + strDirectory + " && printf '" + strConfiguration +
+        "' > expired.cnf && : > expired.index && openssl req -new -key " + strKeyFile + " -subj /CN=" + strName +
+        " -out expired.csr && openssl ca -batch -notext -config expired.cnf -selfsign -keyfile " + strKeyFile +
+        " -in expired.csr -startdate 20200101000000Z -enddate 20200201000000Z -out " + strName + ".crt");
+}
+
 // One PEM file with the keys and certificates of the identities named; returns its path.
 inline std::string MakePemStore(const TempDirectory& directory, const std::string& strFile,
                                 std::initializer_list<const char*> names) {

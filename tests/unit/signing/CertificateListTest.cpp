@@ -71,9 +71,8 @@ TEST_F(CertificateListTest, AnEmptyListIsAnEmptyText) {
 
 TEST_F(CertificateListTest, OnlyWhatIsValidNowIsACandidate) {
     MakeIdentity(m_directory, {"a"});
-    RequireCommand("cd " + m_directory.Path() +
-                   " && openssl req -new -key a.key -subj /CN=Old -out old.csr"
-                   " && openssl x509 -req -in old.csr -signkey a.key -days -1 -out old.crt && cp a.key old.key");
+    MakeExpiredCertificate(m_directory.Path(), "a.key", "old");
+    RequireCommand("cd " + m_directory.Path() + " && cp a.key old.key");
     const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"old"}));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     EXPECT_EQ(client.CertificateList(), "");

@@ -74,13 +74,12 @@ TEST_F(DemoStoreTest, WiderModesAreTakenBack) {
 
 TEST_F(DemoStoreTest, IsMadeAnewWhenExpired) {
     const std::string strList = List();
-    // The same keys with certificates that ended yesterday.
+    // The same keys with a certificate that has ended.
+    RequireCommand("cd " + Directory() + " && openssl storeutl -keys demo.pem | grep -v -e Total -e : > keys.pem");
+    MakeExpiredCertificate(Directory(), "keys.pem", "old");
     RequireCommand("cd " + Directory() +
-                   " && openssl storeutl -keys demo.pem | grep -v -e Total -e : > keys.pem"
-                   " && openssl req -new -key keys.pem -subj /CN=old -out r.csr"
-                   " && openssl x509 -req -in r.csr -signkey keys.pem -days -1 -out r.crt"
                    " && openssl storeutl -certs demo.pem | grep -v -e Total -e : > certs.pem"
-                   " && cat keys.pem r.crt certs.pem > new.pem && mv new.pem demo.pem");
+                   " && cat keys.pem old.crt certs.pem > new.pem && mv new.pem demo.pem");
     const std::string strRemade = List();
     EXPECT_NE(strRemade, strList);
     EXPECT_EQ(strRemade.find("failed"), std::string::npos) << strRemade;
