@@ -1,11 +1,11 @@
 #!/bin/bash
 # Counts the system calls that one record of the log costs, on the thread that traces and on the writer.
 #
-#   LogSystemCalls.sh <program that writes as many records as its argument says>
+#   LogSystemCalls.sh <program that writes as many records as its argument says, between two marks>
 #
-# What a record costs is a hundredth of what a hundred more of them cost. Calls by which threads wait for one another
-# (futex) are left out: how many there are depends on who is faster. Needs strace; exit status 77, after saying why, where
-# it may not trace.
+# Only the calls between the marks count: what a process does at its start and its end depends on how busy the machine
+# is. Calls by which threads wait for one another (futex) are left out: how many there are depends on who is faster.
+# Needs strace; exit status 77, after saying why, where it may not trace.
 set -euo pipefail
 export LC_ALL=C
 export TZ=UTC0 # a time zone that is read from no file
@@ -34,34 +34,28 @@ if ! command -v strace >/dev/null || ! strace -o /dev/null true 2>/dev/null; the
     exit 77
 fi
 
-# trace RECORDS: writes the calls of the two threads to $scratch/RECORDS.tracer and .writer.
-trace() {
-    local directory=$scratch/$1 file
-    mkdir "$directory" "$directory/log"
-    VEX_TEST_LOG_DIR=$directory/log strace -ff -o "$directory/thread" "$program" "$1"
-    for file in "$directory"/thread.*; do
-        if grep -q '^execve' "$file"; then
-            mv "$file" "$scratch/$1.tracer"
-        else
-            mv "$file" "$scratch/$1.writer"
-        fi
-    done
-}
+records=100
+mkdir "$scratch/log"
+VEX_TEST_LOG_DIR=$scratch/log strace -f -o "$scratch/calls" "$program" "$records"
 
-# calls_per_record THREAD: "name count" for each system call that depends on the number of records.
+# calls_per_record tracer|writer: "name count" for each system call. The process's first thread is the one that traces.
 calls_per_record() {
-    awk '
-        # fstat is newfstatat without a name, stat newfstatat with one.
-        { name = $1; sub(/\(.*/, "", name) }
-        name == "newfstatat" { name = /^newfstatat\([0-9]+, ""/ ? "fstat" : "stat" }
-        name == "futex" || name == "restart_syscall" { next }
-        { count[name] += FILENAME ~ /\/110\./ ? 1 : -1 }
-        END { for (name in count) if (count[name] != 0) print name, count[name] / 100 }
-    ' "$scratch/110.$1" "$scratch/10.$1" | sort
+    awk -v who="$1" -v records="$records" '
+        NR == 1 { tracer = $1 }
+        # The marks. fstat is newfstatat without a name, stat newfstatat with one.
+        { name = $2; sub(/\(.*/, "", name) }
+        name == "getppid" { ++marks; next }
+        marks != 1 || ($1 == tracer) != (who == "tracer") { next }
+        name == "newfstatat" { name = $2 ~ /\([0-9]+,$/ && $3 == "\"\"," ? "fstat" : "stat" }
+        # The second half of a call that another thread interrupted in the list, and signals.
+        name == "futex" || name == "restart_syscall" || name !~ /^[a-z]/ { next }
+        { ++count[name] }
+        END {
+            if (marks != 2) { print "marks: " marks; exit }
+            for (name in count) print name, count[name] / records
+        }
+    ' "$scratch/calls" | sort
 }
-
-trace 10
-trace 110
 
 failed=0
 expect() {
