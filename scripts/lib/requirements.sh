@@ -9,7 +9,8 @@
 # Stages: build, package, demo, test, fuzz, soak, bench, coverage, lint.
 
 # One requirement a line: its stage, its package, the function (and its arguments) that says whether it is there, and
-# after a "#" what it is called when it is missing. Not only packages count: a compiler from elsewhere will do.
+# after a "#" what it is called when it is missing. Not only packages count: a compiler from elsewhere will do. What
+# every Debian has (packages marked Essential, such as coreutils, util-linux, gzip, tar and libc-bin) is not listed.
 _vex_requirements() {
     cat <<'LIST'
 build    g++                   _vex_has_gxx                                 # g++ 12 or newer
@@ -33,7 +34,10 @@ test     opensc                _vex_has_command pkcs11-tool                 # pk
 test     strace                _vex_has_command strace                      # strace
 test     python3               _vex_has_command python3                     # Python 3
 test     chromium              _vex_has_chromium                            # Chromium
-test     junit5                _vex_has_jar junit-platform-launcher         # JUnit 5
+test     junit5                _vex_has_junit                               # JUnit 5
+test     libopentest4j-java    _vex_has_jar opentest4j                      # JUnit 5, opentest4j
+test     libapiguardian-java   _vex_has_jar apiguardian-api                 # JUnit 5, API Guardian
+test     libunivocity-parsers-java _vex_has_jar univocity-parsers           # JUnit 5, univocity-parsers
 test     libbcprov-java        _vex_has_jar bcprov                          # Bouncy Castle, provider
 test     libbcpkix-java        _vex_has_jar bcpkix                          # Bouncy Castle, CMS
 test     libbcutil-java        _vex_has_jar bcutil                          # Bouncy Castle, ASN.1
@@ -41,6 +45,9 @@ test     dpkg-dev              _vex_has_command dpkg-shlibdeps              # dp
 test     file                  _vex_has_command file                        # file
 test     lintian               _vex_has_command lintian                     # lintian
 test     pkg-config            _vex_has_command pkg-config                  # pkg-config
+test     locales               _vex_has_locale_source POSIX                # the sources that localedef reads
+test     procps                _vex_has_command kill                        # kill, as a program
+test     bsdutils              _vex_has_command script                      # script, of util-linux
 fuzz     clang                 _vex_has_command clang++                     # clang
 fuzz     libclang-rt-dev       _vex_has_libfuzzer                           # libFuzzer and clang's sanitizers
 fuzz     libgtest-dev          _vex_has_header gtest/gtest.h                # GoogleTest
@@ -57,7 +64,10 @@ bench    softhsm2              _vex_has_command softhsm2-util               # So
 bench    strace                _vex_has_command strace                      # strace
 bench    valgrind              _vex_has_command valgrind                    # valgrind
 bench    python3               _vex_has_command python3                     # Python 3
+bench    time                  _vex_has_command time                        # GNU time
 coverage gcovr                 _vex_has_command gcovr                       # gcovr
+coverage python3               _vex_has_command python3                     # Python 3
+lint     git                   _vex_has_command git                         # git
 lint     clang-format          _vex_has_command clang-format                # clang-format
 lint     clang-tidy            _vex_has_command clang-tidy                  # clang-tidy
 lint     shellcheck            _vex_has_command shellcheck                  # shellcheck
@@ -118,8 +128,9 @@ _vex_install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@" </dev/null
 }
 
+# A program, which others than this shell can start as well.
 _vex_has_command() {
-    command -v "$1" >/dev/null
+    type -P "$1" >/dev/null
 }
 
 # _vex_is_version FOUND LEAST: FOUND is a version and not older than LEAST.
@@ -142,6 +153,18 @@ _vex_has_jdk() {
 
 _vex_has_jar() {
     [ -e "/usr/share/java/$1.jar" ]
+}
+
+_vex_has_junit() {
+    local part
+    for part in jupiter-api jupiter-params jupiter-engine platform-commons platform-engine platform-launcher; do
+        _vex_has_jar "junit-$part" || return 1
+    done
+}
+
+# What "localedef -i" takes; libc-bin has the program alone.
+_vex_has_locale_source() {
+    [ -e "/usr/share/i18n/locales/$1" ] || [ -e "/usr/share/i18n/locales/$1.gz" ]
 }
 
 # Ubuntu has it as a snap only, which apt-get cannot install; the tests that need it are skipped there.
