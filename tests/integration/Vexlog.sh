@@ -123,12 +123,10 @@ expect 0 "$vexlog" $log
 ! grep -q $'\x1b' out || fail "colours without a terminal"
 expect 0 "$vexlog" --color always $log
 grep -q $'\x1b' out || fail "no colours though asked for"
-if command -v script >/dev/null; then
-    script -qec "'$vexlog' $log" /dev/null </dev/null >out
-    grep -q $'\x1b' out || fail "no colours on a terminal"
-    NO_COLOR=1 script -qec "'$vexlog' $log" /dev/null </dev/null >out
-    ! grep -q $'\x1b' out || fail "colours in spite of NO_COLOR"
-fi
+script -qec "'$vexlog' $log" /dev/null </dev/null >out
+grep -q $'\x1b' out || fail "no colours on a terminal"
+NO_COLOR=1 script -qec "'$vexlog' $log" /dev/null </dev/null >out
+! grep -q $'\x1b' out || fail "colours in spite of NO_COLOR"
 
 echo "== hostile bytes"
 expect 0 "$vexlog" $hostile
