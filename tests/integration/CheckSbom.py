@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Checks an SPDX 2.3 document in JSON: CheckSbom.py <document> <package.deb>...
 
-It has the fields that the format requires, every identifier that it refers to, the packages as they are, and nothing but
-versions that are installed on this machine.
+It has the fields that the format requires, every identifier that it refers to, the packages as they are, nothing but
+versions that are installed on this machine, and what each package depends on, recommends or suggests.
 """
 import datetime
 import hashlib
@@ -32,14 +32,18 @@ for package in document["packages"]:
     assert package["SPDXID"] not in ids, package["SPDXID"]
     ids.add(package["SPDXID"])
     by_name[package["name"]] = package
-    assert package["name"] and package["versionInfo"], package
-    assert re.match("(Organization|Person): .", package["supplier"]), package
+    assert package["name"], package
+    versioned = "versionInfo" in package
+    assert package["versionInfo"] if versioned else package["supplier"] == "NOASSERTION", package
+    assert not versioned or re.match("(Organization|Person): .", package["supplier"]), package
     assert package["downloadLocation"] and package["filesAnalyzed"] is False, package
     for reference in package["externalRefs"]:
         assert reference["referenceCategory"] == "PACKAGE-MANAGER" and reference["referenceType"] == "purl", reference
-        assert re.fullmatch(r"pkg:deb/[^/]+/[^/@]+@[^@?]+\?arch=\w+", reference["referenceLocator"]), reference
+        version = r"@[^@?]+\?arch=\w+" if versioned else ""
+        assert re.fullmatch(r"pkg:deb/[^/]+/[^/@?]+" + version, reference["referenceLocator"]), reference
 
-uses = {}
+# By package: what it is linked with, compiled with, and what it recommends or suggests.
+uses, headers, optional = {}, {}, {}
 described = set()
 for relationship in document["relationships"]:
     source, target = relationship["spdxElementId"], relationship["relatedSpdxElement"]
@@ -48,8 +52,11 @@ for relationship in document["relationships"]:
         described.add(target)
     elif relationship["relationshipType"] == "DYNAMIC_LINK":
         uses.setdefault(source, set()).add(target)
+    elif relationship["relationshipType"] == "BUILD_DEPENDENCY_OF":
+        headers.setdefault(target, set()).add(source)
     else:
-        assert relationship["relationshipType"] == "BUILD_DEPENDENCY_OF", relationship
+        assert relationship["relationshipType"] == "OPTIONAL_DEPENDENCY_OF", relationship
+        optional.setdefault(target, set()).add(source)
 
 ours = {package["packageFileName"]: package for package in document["packages"] if "packageFileName" in package}
 assert ours.keys() == debs.keys(), (ours.keys(), debs.keys())
@@ -61,13 +68,33 @@ for name, package in ours.items():
 
 for package in document["packages"]:
     if "packageFileName" not in package:
-        shown = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package["name"]], check=True,
+        shown = subprocess.run(["dpkg-query", "-W", "-f", "${Status} ${Version}", package["name"]], check=False,
                                capture_output=True, text=True).stdout
-        assert shown == package["versionInfo"], (package["name"], shown)
+        # What is linked or compiled in is installed.
+        if "versionInfo" in package:
+            assert shown == f"install ok installed {package['versionInfo']}", (package["name"], shown)
+        else:
+            assert " installed " not in shown, (package["name"], shown)
+            assert any(package["SPDXID"] in those for those in optional.values()), package["name"]
 
-# What a package depends on is in the document as well.
+
+def field(name, kind):
+    shown = subprocess.run(["dpkg-deb", "--field", debs[name], kind], check=True, capture_output=True, text=True).stdout
+    return [alternatives.split(" ")[0] for alternatives in filter(None, shown.strip().split(", "))]
+
+
+# What a package depends on is in the document as well, and so is what it can do with.
 for name, package in ours.items():
-    depends = subprocess.run(["dpkg-deb", "--field", debs[name], "Depends"], check=True, capture_output=True, text=True)
-    for dependency in filter(None, depends.stdout.strip().split(", ")):
-        needed = dependency.split(" ")[0]
+    for needed in field(name, "Depends"):
         assert by_name[needed]["SPDXID"] in uses[package["SPDXID"]], (name, needed)
+    wanted = {by_name[other]["SPDXID"] for kind in ("Recommends", "Suggests") for other in field(name, kind)}
+    assert wanted == optional.get(package["SPDXID"], set()), (name, wanted)
+(toolkit,) = (package for package in ours.values() if package["name"] == "libvexclienttk-substitute")
+assert by_name["p11-kit"]["SPDXID"] in optional[toolkit["SPDXID"]]
+# Where the headers come from a package.
+for name, header_packages in {"libvexclienttk-substitute": ["libp11-kit-dev"],
+                              "tavclientjni-tools": ["libcli11-dev", "libasio-dev"]}.items():
+    compiled = headers.get(by_name[name]["SPDXID"], set())
+    for header_package in header_packages:
+        if subprocess.run(["dpkg-query", "-W", header_package], check=False, capture_output=True).returncode == 0:
+            assert by_name[header_package]["SPDXID"] in compiled, (name, header_package)

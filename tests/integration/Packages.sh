@@ -82,6 +82,32 @@ ldd root-bridge/usr/lib/jni/libTAVClientJNI.so | grep >/dev/null 'libVEXClientTK
     fail "the bridge finds a toolkit without its package"
 [ "$(readelf -d root-bridge/usr/lib/jni/libTAVClientJNI.so | grep -c 'RUNPATH.*\[.ORIGIN\]')" -eq 1 ] ||
     fail "the run path of the bridge"
+"$here/CheckRunPaths.sh" root-bridge root-toolkit root-tools root-dev >&2 || fail "a run path"
+
+[ "$(dpkg-deb -f "$toolkit" Suggests)" = p11-kit ] || fail "the toolkit suggests $(dpkg-deb -f "$toolkit" Suggests)"
+
+echo "== the notices of what is compiled in"
+# notice FILE TEXT...: the package of the file has these texts among its notices.
+notice() {
+    local text
+    for text in "${@:2}"; do
+        grep -qF -- "$text" "${1%%/*}"/usr/share/doc/*/copyright || fail "no \"$text\" in the notices for $1"
+    done
+}
+noticed=0
+for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
+    # Names of types, which a stripped program has as well.
+    if grep -q N3CLI "$file"; then
+        notice "$file" 'University of Cincinnati' 'Redistributions in binary form must reproduce' 'PROVIDED BY THE COPYRIGHT'
+        noticed=$((noticed + 1))
+    fi
+    if grep -q N4asio "$file"; then
+        notice "$file" 'Christopher M. Kohlhoff' 'Boost Software License - Version 1.0'
+        noticed=$((noticed + 1))
+    fi
+done
+[ "$noticed" -eq 4 ] || fail "CLI11 and asio were found $noticed times"
+notice root-toolkit 'g10 Code GmbH' 'as long as this notice is preserved'
 
 echo "== signing from them"
 for package in "$bridge" "$toolkit" "$tools"; do
@@ -133,6 +159,7 @@ echo "== what is in them"
 echo "== an install by cmake, moved afterwards"
 cmake --install "$build" --prefix "$work/prefix" >install.log || fail "cmake --install: $(cat install.log)"
 mv prefix 'moved prefix'
+"$here/CheckRunPaths.sh" 'moved prefix' >&2 || fail "a run path of the install"
 signs "$work/moved prefix"
 
 echo "all passed"
