@@ -10,6 +10,7 @@ import java.security.interfaces.ECKey;
 import java.security.interfaces.ECPublicKey;
 import java.security.interfaces.RSAKey;
 import java.security.interfaces.RSAPublicKey;
+import java.security.spec.AlgorithmParameterSpec;
 import java.security.spec.ECParameterSpec;
 
 /**
@@ -40,6 +41,12 @@ abstract class SigningKey implements PrivateKey {
     byte[] sign(String digest, byte[] data) throws SigningException {
         return store.sign(fingerprint, digest, data);
     }
+
+    /**
+     * What the algorithm's key interface says. Declared here because from Java 22 on PrivateKey has a default of its
+     * own: it conflicts with RSAKey's, and would be called instead of an ECKey's method of a narrower type.
+     */
+    public abstract AlgorithmParameterSpec getParams();
 
     @Override
     public final String getFormat() {
@@ -74,6 +81,12 @@ abstract class SigningKey implements PrivateKey {
         @Override
         public String getAlgorithm() {
             return "RSA";
+        }
+
+        /** None: the key is not restricted to RSASSA-PSS. */
+        @Override
+        public AlgorithmParameterSpec getParams() {
+            return null;
         }
 
         @Override

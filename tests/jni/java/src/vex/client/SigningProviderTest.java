@@ -34,7 +34,10 @@ import java.security.SignatureException;
 import java.security.UnrecoverableKeyException;
 import java.security.cert.X509Certificate;
 import java.security.interfaces.ECKey;
+import java.security.interfaces.ECPublicKey;
 import java.security.interfaces.RSAKey;
+import java.security.spec.AlgorithmParameterSpec;
+import java.security.spec.ECParameterSpec;
 import java.util.Collections;
 import java.util.List;
 import java.util.concurrent.Callable;
@@ -149,6 +152,21 @@ class SigningProviderTest {
                 store.getEntry("x", null), store.getCertificateChain("x"), store.getCreationDate("x")}) {
             assertNull(absent);
         }
+    }
+
+    @Test
+    void keysTellTheirParametersByEveryInterface() throws Exception {
+        AlgorithmParameterSpec curve = ((ECPublicKey) ec.certificate().getPublicKey()).getParams();
+        assertNull(((RSAKey) key("RSA")).getParams());
+        assertSame(((ECKey) key("EC")).getParams(), asPrivateKey(key("EC")));
+        assertEquals(((ECParameterSpec) curve).getOrder(), ((ECKey) key("EC")).getParams().getOrder());
+        assertNull(asPrivateKey(key("RSA")));
+    }
+
+    /** PrivateKey has the method from Java 22 on; before that, the key's class alone. */
+    private static AlgorithmParameterSpec asPrivateKey(PrivateKey key) throws Exception {
+        Class<?> type = Runtime.version().feature() >= 22 ? PrivateKey.class : SigningKey.class;
+        return (AlgorithmParameterSpec) type.getMethod("getParams").invoke(key);
     }
 
     @Test
@@ -297,18 +315,20 @@ class SigningProviderTest {
         assertTrue(provider.getService("Signature", "SHA256withECDSA").supportsParameter(key("EC")));
     }
 
-    @Test
-    void misuseIsRefused() throws Exception {
-        Signature signature = Signature.getInstance("SHA256withRSA", SigningProvider.NAME);
-        assertThrows(InvalidKeyException.class, () -> signature.initVerify(rsa.certificate()));
-        assertThrows(InvalidKeyException.class, () -> signature.initSign(rsa.key()));
-        assertThrows(InvalidKeyException.class, () -> signature.initSign(key("EC")));
-        signature.initSign(key("RSA"));
+    @ParameterizedTest
+    @CsvSource({"RSA,SHA256withRSA,EC,SunRsaSign", "EC,SHA256withECDSA,RSA,SunEC"})
+    void misuseIsRefused(String algorithm, String name, String otherAlgorithm, String jdkProvider) throws Exception {
+        TestStore.Identity identity = identity(algorithm);
+        Signature signature = Signature.getInstance(name, SigningProvider.NAME);
+        assertThrows(InvalidKeyException.class, () -> signature.initVerify(identity.certificate()));
+        assertThrows(InvalidKeyException.class, () -> signature.initSign(identity.key()));
+        assertThrows(InvalidKeyException.class, () -> signature.initSign(key(otherAlgorithm)));
+        signature.initSign(key(algorithm));
         SignatureException e = assertThrows(SignatureException.class, signature::sign);
         assertInstanceOf(SigningException.class, e.getCause());
         assertNull(signature.getParameters());
         assertThrows(InvalidKeyException.class,
-            () -> Signature.getInstance("SHA256withRSA", "SunRsaSign").initSign(key("RSA")));
+            () -> Signature.getInstance(name, jdkProvider).initSign(key(algorithm)));
     }
 
     @ParameterizedTest
@@ -332,8 +352,10 @@ class SigningProviderTest {
             new JcaSimpleSignerInfoVerifierBuilder().setProvider(new BouncyCastleProvider()).build(certificate)));
     }
 
-    @Test
-    void jarsAreSignedAndVerify() throws Exception {
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void jarsAreSignedAndVerify(String algorithm) throws Exception {
+        X509Certificate certificate = identity(algorithm).certificate();
         Path plain = directory.resolve("plain.jar");
         try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(plain))) {
             jar.putNextEntry(new ZipEntry("entry"));
@@ -341,14 +363,14 @@ class SigningProviderTest {
         }
         Path signed = directory.resolve("signed.jar");
         KeyStore.PrivateKeyEntry entry = (KeyStore.PrivateKeyEntry) store.getEntry(
-            store.getCertificateAlias(ec.certificate()), null);
+            store.getCertificateAlias(certificate), null);
         try (ZipFile zip = new ZipFile(plain.toFile()); OutputStream output = Files.newOutputStream(signed)) {
             new JarSigner.Builder(entry).build().sign(zip, output);
         }
         try (JarFile jar = new JarFile(signed.toFile(), true)) {
             JarEntry read = jar.getJarEntry("entry");
             assertArrayEquals(DATA, jar.getInputStream(read).readAllBytes());
-            assertEquals(ec.certificate(), read.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
+            assertEquals(certificate, read.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
         }
     }
 
@@ -381,21 +403,22 @@ class SigningProviderTest {
         }
     }
 
-    @Test
-    void aKeyKeepsItsStoreOpen() throws Exception {
-        PrivateKey key = keyOfAForgottenStore();
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void aKeyKeepsItsStoreOpen(String algorithm) throws Exception {
+        PrivateKey key = keyOfAForgottenStore(algorithm);
         for (int i = 0; i < 3; ++i) {
             System.gc();
-            Signature signature = Signature.getInstance("SHA256withECDSA");
+            Signature signature = Signature.getInstance(algorithm.equals("EC") ? "SHA256withECDSA" : "SHA256withRSA");
             signature.initSign(key);
             signature.update(DATA);
             assertTrue(signature.sign().length > 0);
         }
     }
 
-    private static PrivateKey keyOfAForgottenStore() throws Exception {
+    private static PrivateKey keyOfAForgottenStore(String algorithm) throws Exception {
         KeyStore other = newStore();
         other.load(StoreParameter.file(file, pin()));
-        return (PrivateKey) other.getKey(other.getCertificateAlias(ec.certificate()), null);
+        return (PrivateKey) other.getKey(other.getCertificateAlias(identity(algorithm).certificate()), null);
     }
 }

@@ -16,8 +16,6 @@ import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.regex.Matcher;
-import java.util.regex.Pattern;
 import java.util.stream.Stream;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
@@ -244,18 +242,6 @@ class LoadFailuresTest {
             Files.delete(copies.resolve(name));
         }
         Files.delete(copies);
-    }
-
-    /** The command is the page's. */
-    @Test
-    void keytoolListsTheDemoStore() throws Exception {
-        String page = Files.readString(Path.of(System.getProperty("vex.test.docs"), "jca-provider.md"));
-        Matcher block = Pattern.compile("```sh\n(.*?)```", Pattern.DOTALL).matcher(page);
-        assertTrue(block.find());
-        Files.createSymbolicLink(directory.resolve("tavclientjni-bundled.jar"), Path.of(BUNDLED_JAR));
-        String output = run(List.of("sh", "-c", "PATH=\"$0/bin:$PATH\"; cd \"$1\" && " + block.group(1),
-            System.getProperty("java.home"), directory.toString()));
-        assertContains(output, "Your keystore contains 2 entries", "PrivateKeyEntry");
     }
 
     @Test

@@ -1,0 +1,186 @@
+package vex.client;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.IOException;
+import java.io.InputStream;
+import java.io.Reader;
+import java.math.BigInteger;
+import java.nio.charset.Charset;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.security.PublicKey;
+import java.security.cert.CertificateFactory;
+import java.security.cert.X509CRL;
+import java.security.cert.X509Certificate;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.jar.JarEntry;
+import java.util.jar.JarFile;
+import java.util.jar.JarOutputStream;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Collectors;
+import java.util.zip.ZipEntry;
+import org.bouncycastle.openssl.PEMParser;
+import org.bouncycastle.operator.jcajce.JcaContentVerifierProviderBuilder;
+import org.bouncycastle.pkcs.PKCS10CertificationRequest;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
+import vex.jni.TestStore;
+
+/** The JDK's own tools, with the provider on their command line, sign with keys of both kinds. */
+@Tag("tools")
+class JdkToolsTest {
+    private static final byte[] DATA = "some data\0\r\n漢".getBytes(StandardCharsets.UTF_8);
+    private static final Path BUNDLED_JAR = Path.of(System.getProperty("vex.test.bundled"));
+
+    @TempDir
+    private Path directory;
+
+    @BeforeEach
+    void putTheJarsThere() throws Exception {
+        Files.createSymbolicLink(directory.resolve("tavclientjni-bundled.jar"), BUNDLED_JAR);
+        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(directory.resolve("app.jar")))) {
+            jar.putNextEntry(new ZipEntry("entry"));
+            jar.write(DATA);
+        }
+    }
+
+    private static TestStore.Identity identity(String algorithm) throws Exception {
+        return TestStore.identity(algorithm.equals("EC") ? "secp256r1" : algorithm, "CN=Signer", 1, 30, 0);
+    }
+
+    private record Run(int status, String output) {
+        Run succeeded() {
+            assertEquals(0, status, output);
+            return this;
+        }
+    }
+
+    private Run run(List<String> command) throws Exception {
+        Process process =
+            new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true).start();
+        process.getOutputStream().close();
+        String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
+        return new Run(process.waitFor(), output);
+    }
+
+    private Run tool(String name, String... arguments) throws Exception {
+        List<String> command = new ArrayList<>(List.of(Path.of(System.getProperty("java.home"), "bin", name).toString(),
+            "-J--enable-native-access=ALL-UNNAMED", "-J--class-path=tavclientjni-bundled.jar", "-keystore", "NONE",
+            "-storetype", "VexClient", "-storepass", TestStore.PIN, "-providerClass", SigningProvider.class.getName(),
+            "-providerArg", "file:" + directory.resolve("keys.p12")));
+        command.addAll(List.of(arguments));
+        return run(command);
+    }
+
+    /** Writes the store and returns the alias of its key. */
+    private String writeStore(TestStore.Identity signer) throws Exception {
+        TestStore.writePkcs12(directory.resolve("keys.p12"), List.of(signer));
+        return Certificates.fingerprint(signer.certificate()).toLowerCase();
+    }
+
+    private InputStream open(String name) throws IOException {
+        return Files.newInputStream(directory.resolve(name));
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void keytoolMakesRequestsCertificatesAndRevocationLists(String algorithm) throws Exception {
+        TestStore.Identity signer = identity(algorithm);
+        PublicKey publicKey = signer.certificate().getPublicKey();
+        String alias = writeStore(signer);
+
+        tool("keytool", "-certreq", "-alias", alias, "-file", "request").succeeded();
+        try (Reader reader = Files.newBufferedReader(directory.resolve("request")); PEMParser pem = new PEMParser(reader)) {
+            PKCS10CertificationRequest request = (PKCS10CertificationRequest) pem.readObject();
+            assertTrue(request.isSignatureValid(new JcaContentVerifierProviderBuilder().build(publicKey)));
+        }
+
+        CertificateFactory factory = CertificateFactory.getInstance("X.509");
+        tool("keytool", "-gencert", "-alias", alias, "-infile", "request", "-outfile", "certificate").succeeded();
+        try (InputStream stream = open("certificate")) {
+            X509Certificate issued = (X509Certificate) factory.generateCertificate(stream);
+            issued.verify(publicKey);
+            assertEquals(publicKey, issued.getPublicKey());
+        }
+
+        tool("keytool", "-gencrl", "-alias", alias, "-id", "4711", "-file", "crl").succeeded();
+        try (InputStream stream = open("crl")) {
+            X509CRL list = (X509CRL) factory.generateCRL(stream);
+            list.verify(publicKey);
+            assertNotNull(list.getRevokedCertificate(BigInteger.valueOf(4711)));
+        }
+    }
+
+    /** It signs the new certificate and then wants to keep it in the store. */
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void keytoolSelfcertSaysThatTheStoreIsReadOnly(String algorithm) throws Exception {
+        Run run = tool("keytool", "-selfcert", "-alias", writeStore(identity(algorithm)));
+        assertEquals(1, run.status(), run.output());
+        assertTrue(run.output().contains("The toolkit's stores are read only"), run.output());
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void jarsignerSignsJars(String algorithm) throws Exception {
+        TestStore.Identity signer = identity(algorithm);
+        tool("jarsigner", "app.jar", writeStore(signer)).succeeded();
+        assertSignedBy(signer.certificate());
+    }
+
+    private void assertSignedBy(X509Certificate certificate) throws Exception {
+        try (JarFile jar = new JarFile(directory.resolve("app.jar").toFile(), true)) {
+            JarEntry entry = jar.getJarEntry("entry");
+            assertArrayEquals(DATA, jar.getInputStream(entry).readAllBytes());
+            assertNotNull(entry.getCodeSigners(), "not signed");
+            assertEquals(certificate, entry.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
+        }
+    }
+
+    // ---- The commands of the page ----
+
+    private static String pageCommands() throws Exception {
+        String page = Files.readString(Path.of(System.getProperty("vex.test.docs"), "jca-provider.md"));
+        Matcher block = Pattern.compile("^```sh\n(.*?)^```", Pattern.DOTALL | Pattern.MULTILINE).matcher(page);
+        String commands = block.results().map(found -> found.group(1)).collect(Collectors.joining());
+        assertTrue(commands.contains("keytool ") && commands.contains("jarsigner "), commands);
+        return commands;
+    }
+
+    private Run runPage(String commands) throws Exception {
+        return run(List.of("sh", "-ec", "PATH=\"" + System.getProperty("java.home") + "/bin:$PATH\"\n" + commands));
+    }
+
+    @Test
+    void thePagesCommandsSignWithTheDemoStore() throws Exception {
+        Run run = runPage(pageCommands()).succeeded();
+        assertTrue(run.output().contains("Your keystore contains 2 entries"), run.output());
+        assertTrue(run.output().contains("jar signed."), run.output());
+        assertTrue(run.output().contains("jar verified."), run.output());
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void thePagesCommandsSignWithAnotherStore(String algorithm) throws Exception {
+        TestStore.Identity signer = identity(algorithm);
+        writeStore(signer);
+        Files.writeString(directory.resolve("pin"), TestStore.PIN);
+        String commands = pageCommands().replaceFirst("(?m)^store=.*$", "store=" + Matcher.quoteReplacement(
+            "'file:" + directory.resolve("keys.p12") + "?pin-source=file:" + directory.resolve("pin") + "'"));
+        assertTrue(commands.contains("keys.p12"), commands);
+        Run run = runPage(commands).succeeded();
+        assertTrue(run.output().contains("Your keystore contains 1 entry"), run.output());
+        assertSignedBy(signer.certificate());
+    }
+}
