@@ -29,6 +29,11 @@ final class LibraryLoader {
 
     private static final int ELF_X86_64 = 62;
 
+    /** For musl's linker, which the released libraries are not built for. */
+    private static final String FOR_GLIBC = "this JVM's C library is musl, as on Alpine Linux, and the library was"
+        + " built for glibc. Run it on a system with glibc, such as Debian, or build the library and what it needs on"
+        + " this one.";
+
     private LibraryLoader() {}
 
     /** For the class initialiser: natives belong to the class loader of this class, which is also theirs. */
@@ -148,8 +153,8 @@ final class LibraryLoader {
     private static UnsatisfiedLinkError failure(String tried, String reason, Throwable cause) {
         String given = cause instanceof UnsatisfiedLinkError ? " Reason given: " + cause.getMessage() : "";
         UnsatisfiedLinkError error = new UnsatisfiedLinkError("The signing library cannot be loaded. Tried: " + tried
-            + "." + (reason.isEmpty() ? "" : " " + capitalise(reason)) + " Start Java with -D" + PROPERTY + "=<full path of " + BRIDGE
-            + "> to load another one." + given);
+            + "." + (reason.isEmpty() ? "" : " " + capitalise(reason)) + " Start Java with -D" + PROPERTY
+            + "=<full path of " + BRIDGE + "> to load another one." + given);
         error.initCause(cause);
         return error;
     }
@@ -168,15 +173,19 @@ final class LibraryLoader {
             + " program's jar. What Java says: " + e.getMessage() + ".", e);
     }
 
-    /** The cause and the cure, as far as the message and the file tell; null for a file that is not known. */
-    private static String explain(UnsatisfiedLinkError e, String file) {
+    /**
+     * The cause and the cure, as far as the message and the file tell; null for a file that is not known. The message
+     * quotes the dynamic linker, glibc's or musl's.
+     */
+    static String explain(UnsatisfiedLinkError e, String file) {
         String message = String.valueOf(e.getMessage());
+        boolean musl = message.contains("Error loading shared library ") || message.contains("Error relocating ");
         if (message.contains("already loaded in another class")) {
             return "another class loader of this JVM has loaded it already, and a JVM loads a library for one class"
                 + " loader only. Put tavclientjni.jar where both share it (a server's common lib directory or the class"
                 + " path), not into each application.";
         }
-        if (message.contains("failed to map segment")) {
+        if (message.contains("failed to map segment") || musl && message.contains("Operation not permitted")) {
             return "code may not be executed from there: the file system is mounted noexec, or a security policy"
                 + " forbids it. Keep the library in a directory on another file system; one out of the jar goes where"
                 + " -Djava.io.tmpdir says.";
@@ -191,17 +200,22 @@ final class LibraryLoader {
         if (wrongFile != null) {
             return wrongFile;
         }
-        Matcher missing = Pattern.compile("([^\\s:/]+\\.so[.0-9]*): cannot open shared object file").matcher(message);
+        Matcher missing = Pattern.compile("([^\\s:/]+\\.so[.0-9]*): (?:cannot open shared object file|No such file)")
+            .matcher(message);
         if (missing.find() && !missing.group(1).equals(BRIDGE)) {
             return missing.group(1).equals(TOOLKIT)
                 ? "the toolkit " + TOOLKIT + " is missing. Put it beside " + BRIDGE + ", or its directory into the"
                     + " environment's LD_LIBRARY_PATH."
-                : "the library " + missing.group(1) + " that it needs is missing. Install the package that has it"
-                    + " (libcrypto.so.3: OpenSSL 3).";
+                : "the library " + missing.group(1) + " that it needs is missing. "
+                    + (musl ? capitalise(FOR_GLIBC) : "Install the package that has it (libcrypto.so.3: OpenSSL 3).");
         }
-        Matcher symbol = Pattern.compile("undefined symbol: (\\w+)").matcher(message);
+        Matcher symbol = Pattern.compile("undefined symbol: (\\w+)|(\\w+): symbol not found").matcher(message);
         if (symbol.find()) {
-            return "the " + TOOLKIT + " that was found does not offer " + symbol.group(1) + ", which " + BRIDGE
+            String name = symbol.group(symbol.group(1) == null ? 2 : 1);
+            if (musl && !name.startsWith("VCTK_")) {
+                return FOR_GLIBC;
+            }
+            return "the " + TOOLKIT + " that was found does not offer " + name + ", which " + BRIDGE
                 + " needs. Start Java with LD_DEBUG=libs in its environment to see which file it is.";
         }
         return "";

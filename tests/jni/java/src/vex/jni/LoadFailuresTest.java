@@ -20,6 +20,8 @@ import java.util.stream.Stream;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
 
 /**
  * Every way in which the library can fail to load is provoked, and its message names the cause and the cure. The tests'
@@ -114,6 +116,25 @@ class LoadFailuresTest {
         Files.writeString(library, changed, StandardCharsets.ISO_8859_1);
         assertContains(failure(PRODUCT_JAR, library.toString()),
             "It was built for glibc, the C library 9.99 or newer, and this host's is older.", "newer release");
+    }
+
+    /** What musl 1.2's linker says of this library, under a C library that no JVM of these tests has. */
+    @ParameterizedTest
+    @CsvSource(delimiter = '|', value = {
+        "loading shared library libVEXClientTKDll64.so: No such file or directory (needed by /l/libTAVClientJNI.so)"
+            + " | the toolkit libVEXClientTKDll64.so is missing. Put it beside libTAVClientJNI.so",
+        "loading shared library libstdc++.so.6: No such file or directory (needed by /l/libTAVClientJNI.so)"
+            + " | the library libstdc++.so.6 that it needs is missing. This JVM's C library is musl",
+        "relocating /l/libTAVClientJNI.so: __printf_chk: symbol not found"
+            + " | this JVM's C library is musl, as on Alpine Linux, and the library was built for glibc.",
+        "relocating /l/libTAVClientJNI.so: VCTK_GetCertList: symbol not found"
+            + " | the libVEXClientTKDll64.so that was found does not offer VCTK_GetCertList",
+        "loading shared library /l/libTAVClientJNI.so: Operation not permitted"
+            + " | code may not be executed from there"})
+    void muslsMessages(String error, String explanation) {
+        String message = LibraryLoader.explain(
+            new UnsatisfiedLinkError("/l/libTAVClientJNI.so: Error " + error), null);
+        assertTrue(message.startsWith(explanation), message);
     }
 
     @Test
