@@ -1,17 +1,28 @@
 package vex.client;
 
+import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayOutputStream;
 import java.io.PrintStream;
 import java.lang.reflect.InvocationTargetException;
+import java.lang.reflect.Method;
+import java.net.URL;
+import java.net.URLClassLoader;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.security.Security;
 import java.util.Base64;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import javax.tools.ToolProvider;
 import org.bouncycastle.cms.CMSSignedData;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
 
 /** The programs on the pages do what the pages say. */
 @Tag("client")
@@ -37,6 +48,45 @@ class ExamplesTest {
         assertTrue(lines[0].startsWith("Signs as "), lines[0]);
         assertFalse(new CMSSignedData(Base64.getDecoder().decode(lines[1])).getSignerInfos().getSigners().isEmpty());
         assertTrue(lines[2].equals("256 bytes of RSASSA-PKCS1-v1_5"), lines[2]);
+    }
+
+    // ---- The first lines of the README, which are no whole program ----
+
+    @TempDir
+    private Path directory;
+
+    /** A method of these lines, with another store's URI in them; it returns the signature. */
+    private Method readme(String store) throws Exception {
+        Path page = Path.of(System.getProperty("vex.test.docs")).resolveSibling("README.md");
+        Matcher block = Pattern.compile("^```java\n(.*?)^```", Pattern.DOTALL | Pattern.MULTILINE)
+            .matcher(Files.readString(page));
+        assertTrue(block.find());
+        String lines = block.group(1);
+        Matcher uri = Pattern.compile("\"(file:[^\"]*)\"").matcher(lines);
+        assertTrue(uri.find(), lines);
+        lines = lines.replace(uri.group(1), store);
+        Path source = Files.writeString(directory.resolve("Readme.java"), "import vex.jni.*;\npublic class Readme {\n"
+            + "public static String sign() {\n" + lines + "return cms;\n}\n}\n");
+        ByteArrayOutputStream errors = new ByteArrayOutputStream();
+        int status = ToolProvider.getSystemJavaCompiler().run(null, null, errors, "--release", "8", "-Xlint:-options",
+            "-classpath", System.getProperty("vex.test.jar"), source.toString());
+        assertEquals(0, status, errors::toString);
+        URL[] path = {directory.toUri().toURL()};
+        return new URLClassLoader(path, getClass().getClassLoader()).loadClass("Readme").getMethod("sign");
+    }
+
+    @Test
+    void theReadmesLinesSign() throws Exception {
+        byte[] cms = Base64.getDecoder().decode((String) readme("demo:").invoke(null));
+        assertFalse(new CMSSignedData(cms).getSignerInfos().getSigners().isEmpty());
+    }
+
+    @Test
+    void theReadmesLinesSayWhatIsWrongWithTheStore() throws Exception {
+        Files.writeString(directory.resolve("pin"), "1234");
+        Method sign = readme("file:" + directory + "/keys.p12?pin-source=file:" + directory + "/pin");
+        Throwable e = assertThrows(InvocationTargetException.class, () -> sign.invoke(null)).getCause();
+        assertEquals("The store file does not exist", e.getMessage());
     }
 
     @Test
