@@ -1,0 +1,33 @@
+#!/bin/bash
+# TokensPage.sh VEXSIGN PRIVATE_LOG PAGE: the commands of the page about tokens, run one after the other as they are
+# printed, get a newcomer to signatures that openssl verifies.
+set -euo pipefail
+
+vexsign=$1 private_log=$2 page=$3
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+awk '/^```$/ { code = 0 } code; /^```sh$/ { code = 1 }' "$page" >commands
+grep -q softhsm2-util commands || { echo "FAILED: no commands on the page"; exit 1; }
+
+# What the page's second example begins with.
+openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 30 -subj "/CN=imported" 2>/dev/null
+
+mkdir log home
+PATH=$(dirname "$vexsign"):$PATH
+export PATH HOME=$work/home LC_ALL=C.UTF-8
+export LD_PRELOAD=$private_log VEX_TEST_LOG_DIR=$work/log
+bash -euo pipefail commands
+
+echo "== the signatures"
+for signature in letter imported; do
+    openssl base64 -d -A -in "$signature.p7s" |
+        openssl cms -verify -binary -inform DER -noverify -content letter.txt -signer "$signature.pem" -out /dev/null
+    openssl x509 -in "$signature.pem" -noout -subject | tee subject
+    case $signature in
+        letter) grep -q 'CN *= *My key' subject ;;
+        imported) grep -q 'CN *= *imported' subject ;;
+    esac
+done
