@@ -58,8 +58,9 @@ public final class SigningClient implements AutoCloseable {
     /**
      * Begins with a store by its URI.
      *
-     * @param uri {@code demo:} for the user's demo store, or {@code file:/path/keys.p12} as the toolkit reads it.
-     *     Prefer {@link Builder#pinFile} or {@link Builder#pin} to a PIN in it
+     * @param uri {@code demo:} for the user's demo store, {@code file:/path/keys.p12} or {@code pkcs11:token=Card}, as
+     *     the toolkit reads it. Prefer {@link Builder#pinFile} or {@link Builder#pin} to a PIN in it. It is as trusted
+     *     as a program: it can name a PKCS #11 module, whose code then runs in this process
      * @return a builder for it
      */
     public static Builder store(String uri) {
@@ -257,7 +258,8 @@ public final class SigningClient implements AutoCloseable {
         /**
          * Filter: this is the serial number.
          *
-         * @param number not negative
+         * @param number as {@link CertificateInfo#serial} tells it; negative for the few certificates that have such a
+         *     number
          * @return this
          */
         public Builder serial(BigInteger number) {

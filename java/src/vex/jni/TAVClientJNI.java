@@ -28,7 +28,12 @@ package vex.jni;
  * <h2>Threads</h2>
  * Any thread may call any method on any handle, without locking. Calls on one handle run one after the other, calls on
  * different handles side by side. Digest algorithm, filters and single choice belong to the handle and therefore to all
- * its threads; the last error belongs to the handle <em>and</em> the calling thread, so no thread sees another's.
+ * its threads; the last error belongs to the handle <em>and</em> the calling platform thread, so no platform thread
+ * sees another's.
+ *
+ * <p>Virtual threads share a last error with all others that their carrier, a platform thread, runs. A virtual thread
+ * may change its carrier when it waits: ask {@link #GetLastError} directly after the failed call, with nothing between
+ * them that may wait (no lock, no input or output, no logging). {@code vex.client} does so.
  *
  * <h2>Loading</h2>
  * The native library is loaded with this class: from the full path in the system property {@code vex.jni.library} if
@@ -114,8 +119,11 @@ public class TAVClientJNI {
      * @param bstrAuxParam which store, a URI: {@code demo:} for the user's demo store with one RSA and one EC
      *     certificate, made on first use; {@code file:/path/keys.p12?pin-value=1234} or
      *     {@code file:/path/keys.pem?pin-source=file:/path/pin} for a PKCS #12 or PEM file, with its PIN or the file
-     *     that holds the PIN where it is protected. {@code %}, {@code ?} and {@code #} in paths and values, and
-     *     {@code &} in values, are percent-encoded
+     *     that holds the PIN where it is protected; {@code pkcs11:token=Card;id=%01?pin-source=file:/path/pin} for a
+     *     smart card or another PKCS #11 token (RFC 7512), where {@code module-path} and {@code module-name} behind the
+     *     {@code ?} say which module gives access to it. {@code %}, {@code ?} and {@code #} in paths and values,
+     *     {@code &} in values, and {@code ;} in a token's, are percent-encoded. The URI is as trusted as a program: a
+     *     module's code runs in this process
      * @return the handle of a new signing object, or 0 on failure. There is no object then to ask for the reason:
      *     {@link #GetLastError GetLastError(0)} on the same thread gives the number and
      *     {@link VCTKError#message} its text. {@code null} and the empty text give 0 and leave that number as it was
@@ -237,7 +245,7 @@ public class TAVClientJNI {
     public native String GetSignCert(long handle);
 
     /**
-     * The number of the calling thread's last error on this handle.
+     * The number of the calling platform thread's last error on this handle.
      *
      * @param handle from {@link #Initialize}; or 0, which asks for the calling thread's last error that belongs to no
      *     handle, such as that of a failed {@link #Initialize}
