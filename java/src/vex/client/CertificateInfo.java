@@ -2,11 +2,16 @@ package vex.client;
 
 import java.math.BigInteger;
 import java.time.Instant;
+import java.time.format.DateTimeFormatter;
+import java.time.format.DateTimeFormatterBuilder;
 import java.time.format.DateTimeParseException;
+import java.time.format.SignStyle;
+import java.time.temporal.ChronoField;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.HashMap;
 import java.util.List;
+import java.util.Locale;
 import java.util.Map;
 import javax.security.auth.x500.X500Principal;
 import vex.jni.VCTKError;
@@ -15,6 +20,11 @@ import vex.jni.VCTKError;
 public final class CertificateInfo {
     private static final int FIELDS = 7;
     private static final Map<String, String> KEYWORDS = keywords();
+    /** ISO 8601, and years before 1000 without leading zeros, which Instant.parse does not read. */
+    private static final DateTimeFormatter TIME = new DateTimeFormatterBuilder()
+        .appendValue(ChronoField.YEAR, 1, 4, SignStyle.NEVER)
+        .appendPattern("-MM-dd'T'HH:mm:ssX")
+        .toFormatter(Locale.ROOT);
 
     private final BigInteger serial;
     private final String fingerprint;
@@ -27,8 +37,8 @@ public final class CertificateInfo {
     private CertificateInfo(String[] fields) {
         serial = new BigInteger(fields[0], 16);
         fingerprint = fields[1];
-        notBefore = Instant.parse(fields[2]);
-        notAfter = Instant.parse(fields[3]);
+        notBefore = TIME.parse(fields[2], Instant::from);
+        notAfter = TIME.parse(fields[3], Instant::from);
         keyAlgorithm = fields[4];
         subject = fields[5];
         issuer = fields[6];

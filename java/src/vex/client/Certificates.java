@@ -8,6 +8,7 @@ import java.security.cert.CertificateEncodingException;
 import java.security.cert.CertificateException;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
+import java.util.Collection;
 
 /** X.509 certificates. */
 final class Certificates {
@@ -29,7 +30,14 @@ final class Certificates {
     /** The certificate with this fingerprint in a CMS signature. */
     static X509Certificate find(byte[] cms, String fingerprint) throws CertificateException {
         CertificateFactory factory = CertificateFactory.getInstance("X.509");
-        for (Certificate certificate : factory.generateCertificates(new ByteArrayInputStream(cms))) {
+        Collection<? extends Certificate> certificates;
+        try {
+            certificates = factory.generateCertificates(new ByteArrayInputStream(cms));
+        } catch (CertificateException e) {
+            throw new CertificateException(
+                "Java cannot read the certificate " + fingerprint + ": " + e.getMessage(), e);
+        }
+        for (Certificate certificate : certificates) {
             X509Certificate candidate = (X509Certificate) certificate;
             if (fingerprint(candidate).equals(fingerprint)) {
                 return candidate;

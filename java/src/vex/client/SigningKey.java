@@ -35,7 +35,8 @@ abstract class SigningKey implements PrivateKey {
         if (publicKey instanceof ECPublicKey) {
             return new Ec(store, fingerprint, ((ECPublicKey) publicKey).getParams());
         }
-        throw new InvalidKeyException("Not an RSA or EC key: " + publicKey.getAlgorithm());
+        throw new InvalidKeyException(
+            "This Java has no provider for the certificate's " + publicKey.getAlgorithm() + " key");
     }
 
     byte[] sign(String digest, byte[] data) throws SigningException {

@@ -5,33 +5,43 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
 import java.nio.charset.StandardCharsets;
-import java.security.InvalidKeyException;
+import java.security.GeneralSecurityException;
 import java.security.Key;
 import java.security.KeyStore;
 import java.security.KeyStoreException;
 import java.security.KeyStoreSpi;
 import java.security.UnrecoverableKeyException;
 import java.security.cert.Certificate;
-import java.security.cert.CertificateException;
 import java.security.cert.X509Certificate;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.Date;
 import java.util.Enumeration;
+import java.util.Iterator;
 import java.util.LinkedHashMap;
 import java.util.Locale;
 import java.util.Map;
+import java.util.logging.Level;
+import java.util.logging.Logger;
+import java.util.regex.Pattern;
 import javax.security.auth.callback.Callback;
 import javax.security.auth.callback.PasswordCallback;
 import javax.security.auth.callback.UnsupportedCallbackException;
 import vex.jni.VCTKError;
 
-/** The certificates that the toolkit can sign with, read once when loaded, by their fingerprints in lower case. */
+/**
+ * The certificates that the toolkit can sign with, read once when loaded, by their fingerprints in lower case. A key
+ * that fails then is passed over.
+ */
 final class SigningKeyStore extends KeyStoreSpi {
     private static final int MAX_URI_BYTES = 1 << 16;
+    /** The toolkit reads the name as it is: nothing in it is percent-encoded. */
+    private static final Pattern MODULE_PATH = Pattern.compile("[?&;]module-path\\b", Pattern.CASE_INSENSITIVE);
 
     private final String defaultStore;
     private Map<String, Entry> entries = Collections.emptyMap();
+    /** Why a key was passed over, by its alias. */
+    private Map<String, GeneralSecurityException> passedOver = Collections.emptyMap();
     private Date loaded = new Date(0);
 
     private static final class Entry {
@@ -50,12 +60,17 @@ final class SigningKeyStore extends KeyStoreSpi {
     }
 
     @Override
-    public void engineLoad(InputStream stream, char[] password) throws IOException, CertificateException {
-        load(stream == null ? null : readUri(stream), password);
+    public void engineLoad(InputStream stream, char[] password) throws IOException {
+        String uri = stream == null ? null : readUri(stream);
+        if (uri != null && MODULE_PATH.matcher(uri).find()) {
+            throw new IOException("A store's URI out of a stream may not have the attribute module-path, since it names"
+                + " code to run; load a " + StoreParameter.class.getName() + " or give the URI to the provider");
+        }
+        load(uri, password);
     }
 
     @Override
-    public void engineLoad(KeyStore.LoadStoreParameter parameter) throws IOException, CertificateException {
+    public void engineLoad(KeyStore.LoadStoreParameter parameter) throws IOException {
         if (parameter == null) {
             load(null, null);
             return;
@@ -70,7 +85,7 @@ final class SigningKeyStore extends KeyStoreSpi {
         }
     }
 
-    private void load(String uri, char[] password) throws IOException, CertificateException {
+    private void load(String uri, char[] password) throws IOException {
         String store = uri == null ? defaultStore : uri;
         if (store == null) {
             throw new IOException("No store is named: load a " + StoreParameter.class.getName() + " or a stream with"
@@ -80,15 +95,54 @@ final class SigningKeyStore extends KeyStoreSpi {
             StoreSession session =
                 StoreSession.open(isNone(password) ? store : StoreText.withPin(store, password));
             Map<String, Entry> found = new LinkedHashMap<>();
+            Map<String, GeneralSecurityException> failed = new LinkedHashMap<>();
             for (CertificateInfo info : session.certificates()) {
-                X509Certificate certificate = session.certificate(info.fingerprint());
-                SigningKey key = SigningKey.of(session, info.fingerprint(), certificate.getPublicKey());
-                found.put(toAlias(info.fingerprint()), new Entry(key, certificate));
+                String alias = toAlias(info.fingerprint());
+                try {
+                    X509Certificate certificate = session.certificate(info.fingerprint());
+                    SigningKey key = SigningKey.of(session, info.fingerprint(), certificate.getPublicKey());
+                    found.put(alias, new Entry(key, certificate));
+                } catch (GeneralSecurityException e) {
+                    failed.put(alias, e);
+                }
             }
+            if (found.isEmpty() && !failed.isEmpty()) {
+                throw noneLoaded(failed);
+            }
+            failed.forEach(PassedOverKeys::log);
             entries = found;
+            passedOver = failed;
             loaded = new Date();
-        } catch (SigningException | InvalidKeyException | IllegalArgumentException e) {
-            throw new IOException(e.getMessage(), isPinWrong(e) ? new UnrecoverableKeyException(e.getMessage()) : e);
+        } catch (SigningException e) {
+            throw new IOException(e.getMessage(), isPinWrong(e) ? unrecoverable(e) : e);
+        } catch (IllegalArgumentException e) {
+            throw new IOException(e.getMessage(), e);
+        }
+    }
+
+    private static IOException noneLoaded(Map<String, GeneralSecurityException> failed) {
+        Iterator<GeneralSecurityException> reasons = failed.values().iterator();
+        GeneralSecurityException first = reasons.next();
+        IOException e = new IOException("None of the store's keys can be used: " + first.getMessage(), first);
+        reasons.forEachRemaining(e::addSuppressed);
+        return e;
+    }
+
+    private static UnrecoverableKeyException unrecoverable(GeneralSecurityException reason) {
+        UnrecoverableKeyException e = new UnrecoverableKeyException(reason.getMessage());
+        e.initCause(reason);
+        return e;
+    }
+
+    /** In a class of its own: a Java runtime need not have the module java.logging. */
+    private static final class PassedOverKeys {
+        static void log(String alias, GeneralSecurityException reason) {
+            try {
+                Logger.getLogger(SigningKeyStore.class.getName()).log(Level.WARNING,
+                    "The key of the certificate " + alias + " is passed over", reason);
+            } catch (LinkageError e) {
+                // getKey still tells the reason.
+            }
         }
     }
 
@@ -98,12 +152,8 @@ final class SigningKeyStore extends KeyStoreSpi {
     }
 
     /** KeyStore.load promises this cause to callers that ask again. */
-    private static boolean isPinWrong(Exception e) {
-        if (!(e instanceof SigningException)) {
-            return false;
-        }
-        int number = ((SigningException) e).number();
-        return number == VCTKError.PIN_WRONG || number == VCTKError.PIN_REQUIRED;
+    private static boolean isPinWrong(SigningException e) {
+        return e.number() == VCTKError.PIN_WRONG || e.number() == VCTKError.PIN_REQUIRED;
     }
 
     private static String readUri(InputStream stream) throws IOException {
@@ -158,9 +208,18 @@ final class SigningKeyStore extends KeyStoreSpi {
         return entries.get(toAlias(alias));
     }
 
+    /** @throws UnrecoverableKeyException for a key that was passed over, with the reason as its cause */
+    private Entry findUsable(String alias) throws UnrecoverableKeyException {
+        GeneralSecurityException reason = passedOver.get(toAlias(alias));
+        if (reason != null) {
+            throw unrecoverable(reason);
+        }
+        return find(alias);
+    }
+
     @Override
-    public Key engineGetKey(String alias, char[] password) {
-        Entry entry = find(alias);
+    public Key engineGetKey(String alias, char[] password) throws UnrecoverableKeyException {
+        Entry entry = findUsable(alias);
         return entry == null ? null : entry.key;
     }
 
@@ -218,8 +277,9 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     /** A key needs no password once its store is open. */
     @Override
-    public KeyStore.Entry engineGetEntry(String alias, KeyStore.ProtectionParameter protection) {
-        Entry entry = find(alias);
+    public KeyStore.Entry engineGetEntry(String alias, KeyStore.ProtectionParameter protection)
+            throws UnrecoverableKeyException {
+        Entry entry = findUsable(alias);
         return entry == null
             ? null : new KeyStore.PrivateKeyEntry(entry.key, new Certificate[] {entry.certificate});
     }

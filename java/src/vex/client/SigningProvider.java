@@ -25,10 +25,20 @@ import java.util.List;
  * <ul>
  * <li>a {@link StoreParameter};
  * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. A PIN that is {@code null} or empty is
- *     none;
+ *     none. A URI with the attribute {@code module-path} is refused here: it names code to run, and a stream may come
+ *     from anywhere;
  * <li>{@code (null, pin)}, or another LoadStoreParameter: the store that the provider was given.
  * </ul>
- * Loading makes one signature over a fixed text with every key and throws it away: it brings the certificate.
+ * Loading makes one signature over a fixed text with every key and throws it away: it brings the certificate. A key for
+ * which that fails, or whose certificate Java cannot read, is passed over: it has no alias, and {@code getKey} and
+ * {@code getEntry} with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the
+ * reason as its cause. The reason is also logged as a warning ({@code java.util.logging}, logger
+ * {@code vex.client.SigningKeyStore}). When no key is left, {@code load} throws an {@link java.io.IOException} with the
+ * first key's reason as its cause. For a PIN that is wrong or missing, the cause is an
+ * {@code UnrecoverableKeyException}, and its cause the {@link SigningException}.
+ *
+ * <p><strong>A store's URI is as trusted as a program.</strong> A {@code pkcs11:} URI can name a module, whose code
+ * then runs in this process. Take a URI only from where you would take code, never from input.
  *
  * <h2>Signature</h2>
  * SHA-2 and SHA-3 {@code withRSA} (RSASSA-PKCS1-v1_5) and {@code withECDSA} (DER), for this provider's keys only, and
@@ -70,7 +80,8 @@ public final class SigningProvider extends Provider {
     /**
      * A provider with a store of its own, for programs that call {@code load(null, pin)}.
      *
-     * @param store the store's URI, as for {@link SigningClient#store}; {@code null} for none
+     * @param store the store's URI, as for {@link SigningClient#store} and as trusted as a program; {@code null} for
+     *     none
      */
     public SigningProvider(String store) {
         super(NAME, VERSION, "Signs with the certificates of the signing toolkit");

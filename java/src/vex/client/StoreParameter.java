@@ -17,7 +17,8 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
     /**
      * A store by its URI.
      *
-     * @param uri as for {@link SigningClient#store}
+     * @param uri as for {@link SigningClient#store}, and as trusted as a program: it can name a PKCS #11 module, whose
+     *     code then runs in this process
      * @param protection {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection} with the PIN;
      *     {@code null} if there is none, or the URI says where it is
      * @return the parameter
@@ -27,10 +28,20 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
     }
 
     /**
-     * A store in a PKCS #12 or PEM file, with its PIN or without one.
+     * A store in a PKCS #12 or PEM file without a PIN.
      *
      * @param file as for {@link SigningClient#file}
-     * @param protection as for {@link #store}
+     * @return the parameter
+     */
+    public static StoreParameter file(Path file) {
+        return new StoreParameter(StoreText.ofFile(file), null);
+    }
+
+    /**
+     * A store in a PKCS #12 or PEM file, with its PIN.
+     *
+     * @param file as for {@link SigningClient#file}
+     * @param protection {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection} with the PIN
      * @return the parameter
      */
     public static StoreParameter file(Path file, KeyStore.ProtectionParameter protection) {

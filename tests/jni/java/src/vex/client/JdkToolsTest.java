@@ -101,7 +101,8 @@ class JdkToolsTest {
         String alias = writeStore(signer);
 
         tool("keytool", "-certreq", "-alias", alias, "-file", "request").succeeded();
-        try (Reader reader = Files.newBufferedReader(directory.resolve("request")); PEMParser pem = new PEMParser(reader)) {
+        try (Reader reader = Files.newBufferedReader(directory.resolve("request"));
+                PEMParser pem = new PEMParser(reader)) {
             PKCS10CertificationRequest request = (PKCS10CertificationRequest) pem.readObject();
             assertTrue(request.isSignatureValid(new JcaContentVerifierProviderBuilder().build(publicKey)));
         }

@@ -31,7 +31,6 @@ import java.security.Provider;
 import java.security.Security;
 import java.security.Signature;
 import java.security.SignatureException;
-import java.security.UnrecoverableKeyException;
 import java.security.cert.X509Certificate;
 import java.security.interfaces.ECKey;
 import java.security.interfaces.ECPublicKey;
@@ -208,16 +207,6 @@ class SigningProviderTest {
             assertEquals(2, loaded.size());
         }
         assertArrayEquals(TestStore.PIN.toCharArray(), pin, "the caller's PIN is the caller's");
-    }
-
-    @Test
-    void aWrongPinHasTheCauseThatCallersLookFor() throws Exception {
-        IOException e = assertThrows(IOException.class, () -> newStore().load(
-            StoreParameter.file(file, new KeyStore.PasswordProtection("wrong-4711".toCharArray()))));
-        assertInstanceOf(UnrecoverableKeyException.class, e.getCause());
-        assertFalse(e.getMessage().contains("4711"), e.getMessage());
-        e = assertThrows(IOException.class, () -> newStore().load(StoreParameter.store("file:" + file, null)));
-        assertInstanceOf(UnrecoverableKeyException.class, e.getCause());
     }
 
     @Test
