@@ -27,6 +27,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <cwchar>
 #include <memory>
@@ -95,7 +96,7 @@ public:
     void SetLogHeader(LPCTSTR lpszLogHeader);  // stands before the message of every record
     void EnableOutput(BOOL bEnable);           // 0: the writer drops what it takes from the queue
     void WithFunctionName(BOOL bEnable);       // each record decides by its function name nevertheless
-    void EnableGlobalMode(BOOL bEnable);       // the file stays open between records
+    void EnableGlobalMode(BOOL bEnable);       // the file stays open between records, without its lock
     // Through the file server, of whose files the log's is then one; see VexFile.h. Without the server the records of
     // that time are lost.
     void EnableServerSupport(BOOL bEnable);
@@ -113,6 +114,10 @@ private:
     static constexpr std::size_t MAX_HEADER = 260;
     static constexpr std::size_t MAX_MESSAGE = 8192;
     static constexpr std::size_t MAX_FALLBACK = 1023;
+    // Bytes of a request to the file server, which takes 16 MiB unless it is told otherwise.
+    static constexpr std::size_t MAX_SERVER_PIECE = 0x100000;
+    // Files up to this size are read for a cut whoever may write to them.
+    static constexpr ULONGLONG MAX_SHARED_CUT = 0x4000000;
 
     // The local time, in the parts that records and fallback names show.
     struct Moment {
@@ -173,8 +178,12 @@ private:
     void CutLogFile(ULONGLONG ullFileSize);
     BOOL OpenServerFile();
     BOOL ReopenServerFile();
-    BOOL AppendBytes(const void* pData, std::size_t cbData);
+    BOOL AppendToServerFile(const CStringA& strNarrow, const char* pszEnd);
+    BOOL MayReadForCut(ULONGLONG ullFileSize);
+    std::size_t PieceOf(std::size_t cbData);
+    BOOL ReadBytes(BYTE* pbData, std::size_t cbData);
     BOOL WriteBytes(const void* pData, std::size_t cbData);
+    void EndUseOfFile();
 
     std::wstring LogFileName();
     void ReplaceLogFileName(std::wstring strName);
@@ -201,8 +210,7 @@ private:
     inline static std::atomic<int> s_nDropBelow{INT_MIN};          // m_logLevel, once that is known
     inline static std::atomic<BOOL> s_bHasHeader{FALSE};           // spares records a lock when no header is set
     inline static std::atomic<BOOL> s_bChildWithoutWriter{FALSE};  // forked, and nothing logged since
-    inline static BOOL s_bEndMissing = FALSE;   // of the writer: the server has a record's text and not its line ends
-    inline static BOOL s_bHeldForFork = FALSE;  // of the thread that forks
+    inline static BOOL s_bHeldForFork = FALSE;                     // of the thread that forks
     inline static pthread_mutex_t s_csInstance = PTHREAD_MUTEX_INITIALIZER;  // held while the instance is made
     // Replaces texts, or reads them whole.
     inline static pthread_mutex_t s_csTexts = PTHREAD_MUTEX_INITIALIZER;
@@ -571,7 +579,6 @@ inline void CDebugLogMgr::RestartAfterFork() {
     const BOOL bServer = m_logFile.IsServerSupportEnabled();
     ::new (static_cast<void*>(&m_logFile)) CVexFile;
     m_logFile.EnableServerSupport(bServer);
-    s_bEndMissing = FALSE;  // the parent's to catch up on
     if (hFile != nullptr) {
         CloseHandle(hFile);
     }
@@ -671,8 +678,8 @@ inline BOOL CDebugLogMgr::WriteLineOrLoseIt(const std::wstring& strLine) {
     try {
         return WriteLine(strLine);
     } catch (const std::bad_alloc&) {
-        if (!VEXLoadField(m_bGlobalMode) && m_logFile.GetFileID() == 0) {
-            m_logFile.CloseFile();  // others wait for its lock
+        if (m_logFile.GetFileID() == 0) {
+            EndUseOfFile();  // others wait for its lock
         }
         return TRUE;
     }
@@ -699,10 +706,18 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
             CutLogFile(ullFileSize);
         }
     }
+    EndUseOfFile();
+    return TRUE;
+}
+
+// What is flushed is also unlocked.
+inline void CDebugLogMgr::EndUseOfFile() {
+    if (m_logFile.IsOpen() && !m_logFile.IsServerLost()) {
+        m_logFile.Flush();
+    }
     if (!VEXLoadField(m_bGlobalMode)) {
         m_logFile.CloseFile();
     }
-    return TRUE;
 }
 
 // A file with a name that had to be made is opened, and given its header, but does not get the record.
@@ -776,30 +791,35 @@ inline BOOL CDebugLogMgr::ReplaceByFallbackName(std::wstring& strName) {
 // nothing more is asked of it for this record: each question could take its whole time-out.
 inline void CDebugLogMgr::AppendLine(const std::wstring& strLine, ULONGLONG& ullFileSize) {
     constexpr const char* END = "\r\n\r\n";
-    const BOOL bOfServer = m_logFile.GetFileID() != 0;
     const CStringA strNarrow(strLine.c_str());
-    if (!m_logFile.SeekToEnd() && bOfServer && !ReopenServerFile()) {
-        return;
+    if (m_logFile.GetFileID() != 0) {
+        if (!AppendToServerFile(strNarrow, END)) {
+            return;
+        }
+    } else {
+        m_logFile.SeekToEnd();
+        WriteBytes(strNarrow.GetString(), static_cast<std::size_t>(strNarrow.GetLength()));
+        WriteBytes(END, std::strlen(END));
     }
-    if (bOfServer && s_bEndMissing && !AppendBytes(END, 4)) {
-        return;
-    }
-    s_bEndMissing = bOfServer;
-    if (!AppendBytes(strNarrow.GetString(), static_cast<std::size_t>(strNarrow.GetLength()))) {
-        return;
-    }
-    m_logFile.Flush();
-    if (!AppendBytes(END, 4)) {
-        return;
-    }
-    s_bEndMissing = FALSE;
     m_logFile.GetFileSize(ullFileSize);
 }
 
-// FALSE: the server has not got them.
-inline BOOL CDebugLogMgr::AppendBytes(const void* pData, std::size_t cbData) {
-    const BOOL bOfServer = m_logFile.GetFileID() != 0;
-    return WriteBytes(pData, cbData) || !bOfServer || (ReopenServerFile() && WriteBytes(pData, cbData));
+// One request, so that no other client's record comes between the text and its line ends. FALSE: the server has not got
+// it, or has no room for it.
+inline BOOL CDebugLogMgr::AppendToServerFile(const CStringA& strNarrow, const char* pszEnd) {
+    std::string strEntry(strNarrow.GetString(), static_cast<std::size_t>(strNarrow.GetLength()));
+    strEntry += pszEnd;
+    if (!m_logFile.SeekToEnd() && !ReopenServerFile()) {
+        return FALSE;
+    }
+    return WriteBytes(strEntry.data(), strEntry.size()) ||
+           (ReopenServerFile() && WriteBytes(strEntry.data(), strEntry.size()));
+}
+
+// A file that others may write to can be made larger than this process has memory.
+inline BOOL CDebugLogMgr::MayReadForCut(ULONGLONG ullFileSize) {
+    return ullFileSize <= MAX_SHARED_CUT || (ullFileSize - 1) / 4 < VEXLoadField(m_dwMaxFileSize) ||
+           !m_logFile.MayOthersWrite();
 }
 
 // Keeps the newest part, behind a fresh header. The last two bytes go as well. Nothing is changed unless the whole file
@@ -807,11 +827,10 @@ inline BOOL CDebugLogMgr::AppendBytes(const void* pData, std::size_t cbData) {
 inline void CDebugLogMgr::CutLogFile(ULONGLONG ullFileSize) {
     constexpr ULONGLONG cbHeader = 2;
     CSmartBuffer objContents;
-    if (ullFileSize < cbHeader || objContents.Alloc(ullFileSize) == nullptr || !m_logFile.SeekToBegin()) {
+    if (ullFileSize < cbHeader || !MayReadForCut(ullFileSize) || objContents.Alloc(ullFileSize) == nullptr) {
         return;
     }
-    DWORD dwRead = ullFileSize;
-    if (!m_logFile.Read(objContents.GetBytes(), dwRead) || dwRead != ullFileSize) {
+    if (!m_logFile.SeekToBegin() || !ReadBytes(objContents.GetBytes(), ullFileSize)) {
         return;
     }
     const ULONGLONG ullLength = ullFileSize - cbHeader;
@@ -831,8 +850,35 @@ inline void CDebugLogMgr::CutLogFile(ULONGLONG ullFileSize) {
     }
 }
 
+// How much of so many bytes is transferred at a time.
+inline std::size_t CDebugLogMgr::PieceOf(std::size_t cbData) {
+    return m_logFile.GetFileID() != 0 ? std::min(cbData, MAX_SERVER_PIECE) : cbData;
+}
+
+// FALSE: not all of them were read. The server may return less than a piece.
+inline BOOL CDebugLogMgr::ReadBytes(BYTE* pbData, std::size_t cbData) {
+    const BOOL bOfServer = m_logFile.GetFileID() != 0;
+    for (std::size_t cbDone = 0; cbDone < cbData;) {
+        DWORD dwCount = PieceOf(cbData - cbDone);
+        if (!m_logFile.Read(pbData + cbDone, dwCount) || dwCount == 0 || (!bOfServer && dwCount != cbData)) {
+            return FALSE;
+        }
+        cbDone += dwCount;
+    }
+    return TRUE;
+}
+
 // FALSE: not all of them were written.
 inline BOOL CDebugLogMgr::WriteBytes(const void* pData, std::size_t cbData) {
-    DWORD dwCount = cbData;
-    return m_logFile.Write(static_cast<const BYTE*>(pData), dwCount) && dwCount == cbData && !m_logFile.IsServerLost();
+    const BYTE* const pbData = static_cast<const BYTE*>(pData);
+    std::size_t cbDone = 0;
+    do {
+        const DWORD dwPiece = PieceOf(cbData - cbDone);
+        DWORD dwCount = dwPiece;
+        if (!m_logFile.Write(pbData + cbDone, dwCount) || dwCount != dwPiece || m_logFile.IsServerLost()) {
+            return FALSE;
+        }
+        cbDone += dwPiece;
+    } while (cbDone < cbData);
+    return TRUE;
 }

@@ -8,8 +8,8 @@
 #include <cstdio>
 
 // As fopen with "a+", but for what others may have put in the file's place: nothing is written through a symbolic or
-// hard link or into a pipe or device, nothing waits on one, and a new file is its owner's only. Null on failure; the
-// caller gives the stream to fclose.
+// hard link, into a pipe or device, or into a file that belongs neither to the effective user nor to root. Nothing
+// waits on a pipe, and a new file is its owner's only. Null on failure; the caller gives the stream to fclose.
 inline std::FILE* VEXOpenToAppend(const char* pszPath) {
     constexpr mode_t nOwnerOnly = 0600;
     const int nDescriptor =
@@ -18,8 +18,9 @@ inline std::FILE* VEXOpenToAppend(const char* pszPath) {
         return nullptr;
     }
     struct stat status = {};
-    const bool bOwnFile = fstat(nDescriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
-    std::FILE* const pFile = bOwnFile ? fdopen(nDescriptor, "a+") : nullptr;
+    const bool bPlainFile = fstat(nDescriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1;
+    const bool bTrusted = bPlainFile && (status.st_uid == geteuid() || status.st_uid == 0);
+    std::FILE* const pFile = bTrusted ? fdopen(nDescriptor, "a+") : nullptr;
     if (pFile == nullptr) {
         close(nDescriptor);
     }

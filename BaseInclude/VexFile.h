@@ -18,6 +18,9 @@
 //     }
 #pragma once
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstring>
 
 #include "ParsePacket.h"
@@ -73,6 +76,16 @@ public:
     }
 
     BOOL IsOpen() const { return m_dwFileID != 0 || IsFile(VEXLoadField(m_hFile)); }
+
+    // Whether the open file may be written by other users than this process's. So may all files of the server's. In
+    // doubt it may.
+    BOOL MayOthersWrite() const {
+        struct stat status = {};
+        if (m_dwFileID != 0 || stat(CStringA(m_strFileName).GetString(), &status) != 0) {
+            return TRUE;
+        }
+        return status.st_uid != geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    }
 
     // Nothing happens without a file. Local: the members let go of it before it is closed, which can take long.
     // Server: one request; without an answer the ID stays.
@@ -140,6 +153,7 @@ public:
         return WriteFile(m_hFile, pbData, dwWanted, &dwCount, nullptr);
     }
 
+    // Local: another process may write to the file from now on until the next operation, which waits for that.
     BOOL Flush() { return m_dwFileID != 0 ? ServerFlush() == SERVER_DONE : FlushFileBuffers(m_hFile); }
     // Ends the file at the current position.
     BOOL SetEndOfFile() { return m_dwFileID != 0 ? ServerEndOfFile() == SERVER_DONE : ::SetEndOfFile(m_hFile); }

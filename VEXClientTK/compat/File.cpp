@@ -3,15 +3,18 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <chrono>
+#include <cstdio>
 #include <memory>
 #include <new>
+#include <string>
+#include <string_view>
 
 #include "HandleTable.h"
 #include "compat/FileLock.h"
-#include "compat/FreshFile.h"
 #include "compat/LastError.h"
 #include "compat/RegularFile.h"
 
@@ -97,14 +100,9 @@ Opened NotOpened(DWORD dwError) {
     return {FileDescriptor(), FileLock(), dwError};
 }
 
-// How long an open file of another handle may hold up the opening. A log record takes far less than a millisecond.
-constexpr std::chrono::milliseconds kMaxLockWait(2000);
-
 constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
 
-// Between making a file and locking it another process may open and lock it. It is the one who has the lock of a fresh
-// file first that is told to have created it; who made it comes second.
-Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOpen) {
+Opened LockOpened(FileDescriptor descriptor, unsigned uForksBeforeOpen) {
     struct stat status {};
     if (fstat(descriptor.Get(), &status) != 0) {
         return NotOpened(ErrorFromErrno(errno));
@@ -113,10 +111,46 @@ Opened LockOpened(FileDescriptor descriptor, bool bMade, unsigned uForksBeforeOp
     if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
         return NotOpened(ERROR_ACCESS_DENIED);
     }
-    FileLock lock(descriptor.Get(), kMaxLockWait, uForksBeforeOpen);
-    const bool bLocked = lock.IsHeld();
-    const bool bCreated = (bMade || MayBeClaimed(status, bLocked)) && ClaimFile(descriptor.Get(), bMade, bLocked);
-    return {std::move(descriptor), std::move(lock), bCreated ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
+    // Another user could grow or lock a file of his own at any time. One of root's is shared on purpose.
+    const uid_t user = geteuid();
+    if (status.st_uid != user && status.st_uid != 0) {
+        return NotOpened(ERROR_ACCESS_DENIED);
+    }
+    FileLock lock(descriptor.Get(), uForksBeforeOpen);
+    return {std::move(descriptor), std::move(lock), ERROR_ALREADY_EXISTS};
+}
+
+// A file in the directory of that name, which nobody else can open yet. Not open where the file system has no such
+// files.
+FileDescriptor MakeNameless(std::string_view name) {
+    const std::string strDirectory(name.substr(0, name.rfind('/') + 1));
+    return FileDescriptor(
+        open(strDirectory.empty() ? "." : strDirectory.c_str(), O_RDWR | O_CLOEXEC | O_TMPFILE, kOwnerOnly));
+}
+
+bool GiveName(const FileDescriptor& descriptor, const char* pszName) {
+    std::array<char, 32> szNameless{};
+    std::snprintf(szNameless.data(), szNameless.size(), "/proc/self/fd/%d", descriptor.Get());
+    return linkat(AT_FDCWD, szNameless.data(), AT_FDCWD, pszName, AT_SYMLINK_FOLLOW) == 0;
+}
+
+// A new file is locked before it has its name: others that open it wait until its creator has written its beginning.
+// Not open, with errno, on failure.
+Opened Create(const char* pszName, int nFlags, unsigned uForksBeforeOpen) {
+    if (FileDescriptor nameless = MakeNameless(pszName); nameless.IsOpen()) {
+        FileLock lock(nameless.Get(), uForksBeforeOpen);
+        if (GiveName(nameless, pszName)) {
+            return {std::move(nameless), std::move(lock), ERROR_SUCCESS};
+        }
+    }
+    FileDescriptor created(open(pszName, nFlags | O_CREAT | O_EXCL, kOwnerOnly));
+    if (!created.IsOpen()) {
+        return NotOpened(ERROR_SUCCESS);
+    }
+    // Here another process may have had the lock first, and written first.
+    FileLock lock(created.Get(), uForksBeforeOpen);
+    const bool bEmpty = lseek(created.Get(), 0, SEEK_END) == 0;
+    return {std::move(created), std::move(lock), bEmpty ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
 }
 
 // An existing file is opened without O_CREAT, as a file of somebody else in a directory like /tmp may not be.
@@ -129,7 +163,7 @@ Opened OpenOrCreate(const char* pszName) {
         const unsigned uForks = FileLock::Forks();
         FileDescriptor existing(open(pszName, kFlags));
         if (existing.IsOpen()) {
-            return LockOpened(std::move(existing), false, uForks);
+            return LockOpened(std::move(existing), uForks);
         }
         if (errno == EINTR) {
             continue;
@@ -137,9 +171,9 @@ Opened OpenOrCreate(const char* pszName) {
         if (errno != ENOENT) {
             return NotOpened(ErrorFromErrno(errno));
         }
-        FileDescriptor created(open(pszName, kFlags | O_CREAT | O_EXCL, kOwnerOnly | kUnclaimed));
-        if (created.IsOpen()) {
-            return LockOpened(std::move(created), true, uForks);
+        Opened created = Create(pszName, kFlags, uForks);
+        if (created.descriptor.IsOpen()) {
+            return created;
         }
         if (errno != EEXIST && errno != EINTR) {
             return NotOpened(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
@@ -167,8 +201,7 @@ HANDLE VexCreateFile(LPCSTR lpFileName) {
         if (!opened.descriptor.IsOpen()) {
             return FailToOpen(opened.dwError);
         }
-        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor), std::move(opened.lock),
-                                                  opened.dwError == ERROR_SUCCESS);
+        auto file = std::make_shared<RegularFile>(std::move(opened.descriptor), std::move(opened.lock));
         const HANDLE hFile = OpenFiles().Add(std::move(file));
         SetLastErrorNumber(opened.dwError);
         return hFile;
@@ -217,8 +250,11 @@ BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize) {
 }
 
 BOOL FlushFileBuffers(HANDLE hFile) {
-    // Nothing is kept on this side of the kernel. Forcing the disk would cost every log line an fsync.
-    return CallFile(hFile, [](RegularFile&) { return ERROR_SUCCESS; });
+    // Forcing the disk would cost every log line an fsync.
+    return CallFile(hFile, [](RegularFile& file) {
+        file.Unlock();
+        return ERROR_SUCCESS;
+    });
 }
 
 BOOL SetEndOfFile(HANDLE hFile) {

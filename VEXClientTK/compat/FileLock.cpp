@@ -1,10 +1,13 @@
 #include "compat/FileLock.h"
 
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -23,7 +26,7 @@ bool s_bClosingHeldForFork = false;  // of the thread that forks
 
 // Calls fnTry until it returns true, for maxWait at most, with longer and longer pauses.
 template <typename Try>
-bool TryFor(std::chrono::milliseconds maxWait, Try fnTry) {
+bool TryFor(std::chrono::microseconds maxWait, Try fnTry) {
     constexpr std::chrono::microseconds kFirstPause(20);
     constexpr std::chrono::microseconds kLongestPause(1000);
     if (fnTry()) {
@@ -39,25 +42,70 @@ bool TryFor(std::chrono::milliseconds maxWait, Try fnTry) {
     return false;
 }
 
+// A log record takes far less than a millisecond.
+constexpr std::chrono::milliseconds kFirstWait(2000);
+constexpr std::chrono::microseconds kWaitAfterOneInVain(500);
+
+// The file whose lock was last waited for in vain; 0: none.
+std::atomic<std::uint64_t> s_uBusyFile{0};
+
+// The same number for all descriptors of a file, and never 0. That of another file is very likely another.
+std::uint64_t NumberOf(int nDescriptor) noexcept {
+    constexpr std::uint64_t kSpread = 0x9E37'79B9'7F4A'7C15;
+    struct stat status {};
+    return fstat(nDescriptor, &status) == 0 ? (status.st_ino * kSpread + status.st_dev) | 1 : 1;
+}
+
 }  // namespace
 
-FileLock::FileLock(int nDescriptor, std::chrono::milliseconds maxWait, unsigned uForksBeforeOpen) noexcept
-    : m_uForks(uForksBeforeOpen) {
-    const bool bDecided = TryFor(maxWait, [&] {
-        m_bHeld = flock(nDescriptor, LOCK_EX | LOCK_NB) == 0;
-        return m_bHeld || (errno != EWOULDBLOCK && errno != EINTR);
-    });
-    m_bHeld = m_bHeld && bDecided;
+FileLock::FileLock(int nDescriptor, unsigned uForksBeforeOpen) noexcept
+    : m_state(State::kFree), m_uForks(uForksBeforeOpen) {
+    Take(nDescriptor);
+}
+
+bool FileLock::IsOwn() const noexcept {
+    return m_uForks >= s_uFirst.load(std::memory_order_relaxed);
+}
+
+void FileLock::Take(int nDescriptor) noexcept {
+    if (m_state != State::kFree || !IsOwn()) {
+        return;
+    }
+    bool bHeld = false;
+    const auto isDecided = [&] {
+        bHeld = flock(nDescriptor, LOCK_EX | LOCK_NB) == 0;
+        return bHeld || (errno != EWOULDBLOCK && errno != EINTR);
+    };
+    std::uint64_t uBusyFile = s_uBusyFile.load(std::memory_order_relaxed);
+    if (!isDecided()) {
+        const std::uint64_t uFile = NumberOf(nDescriptor);
+        if (!TryFor(uFile == uBusyFile ? kWaitAfterOneInVain : kFirstWait, isDecided)) {
+            s_uBusyFile.store(uFile, std::memory_order_relaxed);
+        }
+    }
+    if (bHeld && uBusyFile != 0 && uBusyFile == NumberOf(nDescriptor)) {
+        s_uBusyFile.compare_exchange_strong(uBusyFile, 0, std::memory_order_relaxed);
+    }
+    m_state = bHeld ? State::kHeld : State::kInVain;
+}
+
+void FileLock::Release(int nDescriptor) noexcept {
+    if (m_state == State::kNever || !IsOwn()) {
+        return;
+    }
+    if (m_state == State::kHeld) {
+        flock(nDescriptor, LOCK_UN);
+    }
+    m_state = State::kFree;
 }
 
 void FileLock::EndByClosing(FileDescriptor& descriptor) noexcept {
     const std::lock_guard lock(s_closing);
     const FileDescriptor closing(std::move(descriptor));
-    const bool bOwn = m_uForks >= s_uFirst.load(std::memory_order_relaxed);
-    if (m_bHeld && bOwn && m_uForks != Forks()) {
+    if (m_state == State::kHeld && IsOwn() && m_uForks != Forks()) {
         flock(closing.Get(), LOCK_UN);
     }
-    m_bHeld = false;
+    m_state = State::kNever;
 }
 
 unsigned FileLock::Forks() noexcept {

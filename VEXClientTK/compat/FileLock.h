@@ -4,27 +4,33 @@
 // The class sees to it that it ends all the same when the process that took it closes the file.
 #pragma once
 
-#include <chrono>
 #include <utility>
 
 #include "FileDescriptor.h"
 
 namespace vextk {
 
+// Whoever may open the file may lock it for as long as he likes. The first wait for a file's lock therefore takes two
+// seconds at most; after one in vain, this process waits only half a millisecond at a time for that file until it gets
+// the lock again. Without the lock, and on a file system that has none, the file is used all the same.
+//
 // For one thread at a time, but for the static members.
 class FileLock {
 public:
+    // Never taken.
     FileLock() noexcept = default;
 
-    // Waits at most so long for others to give the lock up. Without it (also on a file system that has no locks) the
-    // object holds nothing. uForksBeforeOpen: what Forks returned before the descriptor was there.
-    FileLock(int nDescriptor, std::chrono::milliseconds maxWait, unsigned uForksBeforeOpen) noexcept;
+    // Taken, or waited for in vain. uForksBeforeOpen: what Forks returned before the descriptor was there.
+    FileLock(int nDescriptor, unsigned uForksBeforeOpen) noexcept;
 
-    FileLock(FileLock&& other) noexcept : m_bHeld(std::exchange(other.m_bHeld, false)), m_uForks(other.m_uForks) {}
+    FileLock(FileLock&& other) noexcept
+        : m_state(std::exchange(other.m_state, State::kNever)), m_uForks(other.m_uForks) {}
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
 
-    bool IsHeld() const noexcept { return m_bHeld; }
+    // Nothing happens when it is taken, or was waited for in vain and not released since.
+    void Take(int nDescriptor) noexcept;
+    void Release(int nDescriptor) noexcept;
 
     // Closes the descriptor, and so ends the lock if there is one.
     void EndByClosing(FileDescriptor& descriptor) noexcept;
@@ -38,7 +44,12 @@ public:
     static void AfterForkThere() noexcept;
 
 private:
-    bool m_bHeld = false;
+    enum class State { kNever, kFree, kHeld, kInVain };
+
+    // Whether this process opened the descriptor; one that was forked has it from its parent, whose lock it is.
+    bool IsOwn() const noexcept;
+
+    State m_state = State::kNever;
     unsigned m_uForks = 0;
 };
 

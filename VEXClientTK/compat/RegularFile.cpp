@@ -4,8 +4,6 @@
 
 #include <cerrno>
 
-#include "compat/FreshFile.h"
-
 namespace vextk {
 namespace {
 
@@ -29,15 +27,9 @@ RegularFile::Transfer TransferAll(std::size_t cb, Step step) {
 
 }  // namespace
 
-RegularFile::~RegularFile() {
-    if (m_bClaimed) {
-        LeaveClaimedFile(m_descriptor.Get(), m_bWriteFailed);
-    }
-    m_lock.EndByClosing(m_descriptor);
-}
-
 RegularFile::Transfer RegularFile::Read(void* pBuffer, std::size_t cbBuffer) {
     const std::lock_guard lock(m_mutex);
+    m_lock.Take(m_descriptor.Get());
     const Transfer transfer = TransferAll(cbBuffer, [&](std::size_t cbDone) {
         return pread(m_descriptor.Get(), static_cast<char*>(pBuffer) + cbDone, cbBuffer - cbDone,
                      m_nPosition + static_cast<off_t>(cbDone));
@@ -48,6 +40,7 @@ RegularFile::Transfer RegularFile::Read(void* pBuffer, std::size_t cbBuffer) {
 
 RegularFile::Transfer RegularFile::Write(const void* pData, std::size_t cbData) {
     const std::lock_guard lock(m_mutex);
+    m_lock.Take(m_descriptor.Get());
     Transfer transfer = TransferAll(cbData, [&](std::size_t cbDone) {
         return pwrite(m_descriptor.Get(), static_cast<const char*>(pData) + cbDone, cbData - cbDone,
                       m_nPosition + static_cast<off_t>(cbDone));
@@ -56,7 +49,6 @@ RegularFile::Transfer RegularFile::Write(const void* pData, std::size_t cbData) 
     if (transfer.cb < cbData && transfer.nErrno == 0) {
         transfer.nErrno = EIO;
     }
-    m_bWriteFailed = m_bWriteFailed || transfer.nErrno != 0;
     return transfer;
 }
 
@@ -67,6 +59,7 @@ void RegularFile::SeekTo(off_t nPosition) {
 
 int RegularFile::EndAtPosition() {
     const std::lock_guard lock(m_mutex);
+    m_lock.Take(m_descriptor.Get());
     while (ftruncate(m_descriptor.Get(), m_nPosition) != 0) {
         if (errno != EINTR) {
             return errno;
@@ -75,7 +68,14 @@ int RegularFile::EndAtPosition() {
     return 0;
 }
 
-int RegularFile::GetSize(off_t& cbSize) const {
+void RegularFile::Unlock() {
+    const std::lock_guard lock(m_mutex);
+    m_lock.Release(m_descriptor.Get());
+}
+
+int RegularFile::GetSize(off_t& cbSize) {
+    const std::lock_guard lock(m_mutex);
+    m_lock.Take(m_descriptor.Get());
     // Takes half the time of fstat. The descriptor's position, which this moves, is nobody's.
     const off_t cbFile = lseek(m_descriptor.Get(), 0, SEEK_END);
     if (cbFile < 0) {

@@ -14,12 +14,12 @@ namespace vextk {
 // Any thread may call any member; calls that use the position run one after the other.
 class RegularFile {
 public:
-    // bClaimed: by ClaimFile.
-    explicit RegularFile(FileDescriptor descriptor, FileLock lock = {}, bool bClaimed = false)
-        : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)), m_bClaimed(bClaimed) {}
+    // The lock is the descriptor's, or one that is never taken.
+    explicit RegularFile(FileDescriptor descriptor, FileLock lock = {})
+        : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
-    ~RegularFile();
+    ~RegularFile() { m_lock.EndByClosing(m_descriptor); }
 
     // The bytes that were transferred before the end of the file or an error.
     struct Transfer {
@@ -37,15 +37,16 @@ public:
     int EndAtPosition();
 
     // Returns errno.
-    int GetSize(off_t& cbSize) const;
+    int GetSize(off_t& cbSize);
+
+    // Lets other openings have the lock. The next Read, Write, GetSize or EndAtPosition takes it again.
+    void Unlock();
 
 private:
     FileDescriptor m_descriptor;
-    FileLock m_lock;  // of the descriptor
-    const bool m_bClaimed;
     std::mutex m_mutex;
-    off_t m_nPosition = 0;        // guarded by m_mutex, as the next
-    bool m_bWriteFailed = false;  // one of them
+    FileLock m_lock;  // guarded by m_mutex, as is the next
+    off_t m_nPosition = 0;
 };
 
 }  // namespace vextk

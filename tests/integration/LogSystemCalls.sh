@@ -12,11 +12,12 @@ export TZ=UTC0 # a time zone that is read from no file
 
 program=$1
 
-# What the writer does: is the name a directory, open, is it a regular file, lock, how long is it, text, end of the entry,
-# how long is it now, close.
+# What the writer does: is the name a directory, open, is it a regular file, whose is it, lock, how long is it, text, end
+# of the entry, how long is it now, unlock, close.
 writer_calls='close 1
-flock 1
+flock 2
 fstat 1
+geteuid 1
 lseek 2
 openat 1
 pwrite64 2

@@ -248,15 +248,13 @@ TEST_P(RestartTest, LosesNoRecord) {
 INSTANTIATE_TEST_SUITE_P(, RestartTest, testing::Values(TRUE, FALSE),
                          [](const auto& param) { return param.param ? "GlobalMode" : "FileOpenedForEachRecord"; });
 
-// A server of the test's own, which goes when it has the text of a record and not its line ends.
-TEST_F(ServerLogTest, LineEndsThatTheServerHasNotGotComeBeforeTheNextRecord) {
+// A server of the test's own, which goes when it has received the first record, without an answer.
+TEST_F(ServerLogTest, ARecordAndItsLineEndsAreOneRequest) {
     constexpr std::uint64_t kWrite = 10;
     constexpr std::uint64_t kOpen = 1;
     constexpr std::uint64_t kSize = 7;
     constexpr std::size_t kBeforeData = 40;
-    const std::string strEnd = "\r\n\r\n";
     std::vector<std::string> written;
-    bool bWent = false;
     ScriptedPeer server([&](PeerConnection& connection) {
         const std::optional<PeerMessage> request = connection.AcceptRequestIfAny();
         if (!request) {
@@ -269,16 +267,14 @@ TEST_F(ServerLogTest, LineEndsThatTheServerHasNotGotComeBeforeTheNextRecord) {
             connection.Reply(*request, SizeReply(true, 0));
         } else if (uCommand == kWrite) {
             const std::string strData = request->strPayload.substr(kBeforeData);
-            if (strData == strEnd && !std::exchange(bWent, true)) {
+            written.push_back(strData.substr(strData.rfind(' ') + 1));
+            if (written.size() == 1) {
                 return;
             }
-            written.push_back(strData.substr(strData.rfind(' ') + 1));
+            Reach("written");
             connection.Reply(*request, WriteReply(true, strData.size()));
         } else {
             connection.Reply(*request, kDoneReply);
-        }
-        if (written.size() >= 2 && written.end()[-2] == "two") {
-            Reach("written");
         }
     });
     m_clientPort.emplace(server.Port());
@@ -289,7 +285,41 @@ TEST_F(ServerLogTest, LineEndsThatTheServerHasNotGotComeBeforeTheNextRecord) {
         Await("written");
     });
     server.Finish();
-    EXPECT_EQ(written, (std::vector<std::string>{"one", strEnd, "two", strEnd}));
+    EXPECT_EQ(written, (std::vector<std::string>{"one\r\n\r\n", "two\r\n\r\n"}));
+}
+
+// The server takes no request that is larger than those of a cut are.
+TEST_F(ServerLogTest, ALargeLogIsCutInPieces) {
+    constexpr std::size_t kSize = 17'000'000;
+    constexpr std::size_t kPiece = 0x100000;
+    constexpr std::size_t kBeforeData = 40;
+    std::string strBefore = "\xFF\xFE";
+    for (int i = 0; strBefore.size() < kSize; ++i) {
+        strBefore += "old entry " + std::to_string(i) + "\r\n\r\n";
+    }
+    std::filesystem::create_directory(Root() + "/tmp");
+    m_directory.Write("root/tmp/PILog.txt", strBefore);
+    StartServer({"--max-message", std::to_string(kPiece + kBeforeData)});
+    const ChildEnd end = RunLogChild(
+        [&] {
+            UseServer(TRUE).SetTruncate(kSize, 50);
+            Trace(L"new");
+            // The end of the process waits a second for the cut, which can take longer on a busy machine.
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+            while (std::filesystem::file_size(ServedLog()) >= kSize && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        },
+        Exit::kByReturn);
+    EXPECT_EQ(end.nStatus, 0);
+    const std::string strAfter = ReadWholeFile(ServedLog());
+    EXPECT_LT(strAfter.size(), kSize * 6 / 10);
+    EXPECT_GT(strAfter.size(), kSize * 4 / 10);
+    const std::size_t nNew = strAfter.rfind("[INFO] ");
+    ASSERT_NE(nNew, std::string::npos);
+    ASSERT_TRUE(strAfter.starts_with("\xFF\xFE"));
+    EXPECT_TRUE(strBefore.ends_with(strAfter.substr(2, nNew - 2)));
+    EXPECT_TRUE(strAfter.ends_with("]: new\r\n"));
 }
 
 // A file that cannot be, as its parent is a file.
@@ -338,8 +368,7 @@ struct Numbered {
     int nRecord;
 };
 
-// By process and thread, in the order of the file. Texts are looked for wherever they are: bytes of another process may
-// stand between one and its line ends.
+// By process and thread, in the order of the file.
 std::map<std::pair<int, int>, std::vector<int>> NumbersIn(const std::string& bytes) {
     std::map<std::pair<int, int>, std::vector<int>> numbers;
     for (size_t nAt = 0; (nAt = bytes.find("]: <", nAt)) != std::string::npos; ++nAt) {
@@ -361,6 +390,48 @@ std::map<std::pair<int, int>, std::vector<int>> NumbersIn(const std::string& byt
 int RecordsOfEachThread() {
     return static_cast<int>(AmountOf("VEX_TEST_SERVER_RECORDS", std::max(Scaled(40), 10)));
 }
+
+class TwoProcessesTest : public ServerLogTest, public testing::WithParamInterface<BOOL> {};
+
+TEST_P(TwoProcessesTest, DoNotTearEachOthersRecords) {
+    constexpr int kProcesses = 2;
+    const int nRecords = RecordsOfEachThread();
+    StartServer();
+    m_directory.Write("root/there", "");
+    std::vector<pid_t> children;
+    for (int nProcess = 0; nProcess < kProcesses; ++nProcess) {
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            alarm(300);
+            UseServer(GetParam()).SetLogFileName(L"/there");
+            for (int i = 0; i < nRecords; ++i) {
+                Trace(L"<" + std::to_wstring(nProcess) + L" 0 " + std::to_wstring(i) + L">");
+            }
+            const std::string strLast = "<" + std::to_string(nProcess) + " 0 " + std::to_string(nRecords - 1) + ">";
+            while (ReadWholeFile(Root() + "/there").find(strLast) == std::string::npos) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+            EndChildAtOnce();
+        }
+        children.push_back(nChild);
+    }
+    for (const pid_t nChild : children) {
+        int nStatus = -1;
+        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    }
+    const LogFile file = ReadLogFile(Root() + "/there");
+    EXPECT_EQ(file.strUnfinished, "");
+    EXPECT_EQ(file.entries.size(), static_cast<std::size_t>(kProcesses * nRecords));
+    for (const std::string& strEntry : file.entries) {
+        EXPECT_TRUE(ParseLogRecord(strEntry)) << strEntry;
+        EXPECT_EQ(strEntry.find("[INFO] ", 1), std::string::npos) << strEntry;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, TwoProcessesTest, testing::Values(TRUE, FALSE),
+                         [](const auto& param) { return param.param ? "GlobalMode" : "FileOpenedForEachRecord"; });
 
 TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
     constexpr int kProcesses = 4;

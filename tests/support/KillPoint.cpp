@@ -17,6 +17,7 @@ namespace {
 struct Shared {
     std::atomic<int> nCalls{0};
     std::atomic<bool> bInCut{false};
+    std::atomic<bool> bMarkWritten{false};
     std::atomic<const char*> pszLast{""};  // a literal, at the same place in parent and child
     std::atomic<int> nKillAt{-1};          // -1: not armed
     std::atomic<kill_point::Where> where{kill_point::Where::kBefore};
@@ -81,7 +82,7 @@ void Share() {
 }
 
 Account Read() {
-    return {s_pShared->nCalls, s_pShared->bInCut, s_pShared->pszLast.load()};
+    return {s_pShared->nCalls, s_pShared->bInCut, s_pShared->bMarkWritten, s_pShared->pszLast.load()};
 }
 
 void Arm(int nCall, Where where) {
@@ -101,15 +102,6 @@ int flock(int nDescriptor, int nOperation) noexcept {
     return Perform("flock", [=] { return static_cast<int>(syscall(SYS_flock, nDescriptor, nOperation)); });
 }
 
-int fchmod(int nDescriptor, mode_t nMode) noexcept {
-    return Perform("fchmod", [=] { return static_cast<int>(syscall(SYS_fchmod, nDescriptor, nMode)); });
-}
-
-int futimens(int nDescriptor, const struct timespec times[2]) noexcept {
-    return Perform("futimens",
-                   [=] { return static_cast<int>(syscall(SYS_utimensat, nDescriptor, nullptr, times, 0)); });
-}
-
 off_t lseek(int nDescriptor, off_t nOffset, int nFrom) noexcept {
     return Perform("lseek", [=] { return static_cast<off_t>(syscall(SYS_lseek, nDescriptor, nOffset, nFrom)); });
 }
@@ -126,6 +118,9 @@ ssize_t pwrite(int nDescriptor, const void* pData, size_t cb, off_t nOffset) {
     // Two bytes of one page are written, or not; what is longer may be cut short anywhere.
     const size_t cbNow = step == Step::kDieInside && cb > 2 ? cb / 2 : cb;
     const ssize_t nResult = syscall(SYS_pwrite64, nDescriptor, pData, cbNow, nOffset);
+    if (s_pShared != nullptr && cb == 2 && nResult == 2) {
+        s_pShared->bMarkWritten = true;
+    }
     if (step == Step::kDieInside) {
         Die();
     }

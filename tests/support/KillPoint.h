@@ -1,5 +1,5 @@
-// Ends the process with SIGKILL at a chosen one of the file calls that it makes (fstat, flock, fchmod, futimens, lseek,
-// pread, pwrite, ftruncate, close): a program with KillPoint.cpp has its own of these in front of libc's. Any thread.
+// Ends the process with SIGKILL at a chosen one of the file calls that it makes (fstat, flock, lseek, pread, pwrite,
+// ftruncate, close): a program with KillPoint.cpp has its own of these in front of libc's. Any thread.
 #pragma once
 
 #include <string>
@@ -15,7 +15,8 @@ enum class Where {
 struct Account {
     int nCalls = 0;       // counted calls that were begun
     bool bInCut = false;  // between reading a file and cutting it
-    std::string strLast;  // the last of them
+    bool bMarkWritten = false;
+    std::string strLast;  // the last of the calls
 };
 
 // To be called before the fork. Counting begins with Arm, in the child.

@@ -90,6 +90,12 @@ int __open64_2(const char* pszPath, int nFlags) {
     return s_pNext(Destination(pszPath).Path(), nFlags);
 }
 
+// Gives a name to a file that was made without one.
+int linkat(int nOldDirectory, const char* pszOld, int nNewDirectory, const char* pszNew, int nFlags) noexcept {
+    static auto* const s_pNext = Next<int(int, const char*, int, const char*, int)>("linkat");
+    return s_pNext(nOldDirectory, pszOld, nNewDirectory, Destination(pszNew).Path(), nFlags);
+}
+
 FILE* fopen(const char* pszPath, const char* pszMode) {
     static auto* const s_pNext = Next<FILE*(const char*, const char*)>("fopen");
     return s_pNext(Destination(pszPath).Path(), pszMode);

@@ -96,7 +96,10 @@ int open(const char* pszPath, int nFlags, ...) {
         nMode = va_arg(arguments, mode_t);
         va_end(arguments);
     }
-    return Perform((nFlags & O_CREAT) != 0 ? "open to create" : "open",
+    const bool bNameless = (nFlags & O_TMPFILE) == O_TMPFILE;
+    return Perform(bNameless                 ? "open without a name"
+                   : (nFlags & O_CREAT) != 0 ? "open to create"
+                                             : "open",
                    [=] { return static_cast<int>(syscall(SYS_openat, AT_FDCWD, pszPath, nFlags, nMode)); });
 }
 
@@ -110,6 +113,12 @@ int fstat(int nDescriptor, struct stat* pStatus) noexcept {
 
 int stat(const char* pszPath, struct stat* pStatus) noexcept {
     return Perform("stat", [=] { return static_cast<int>(syscall(SYS_stat, pszPath, pStatus)); });
+}
+
+int linkat(int nOldDirectory, const char* pszOld, int nNewDirectory, const char* pszNew, int nFlags) noexcept {
+    return Perform("linkat", [=] {
+        return static_cast<int>(syscall(SYS_linkat, nOldDirectory, pszOld, nNewDirectory, pszNew, nFlags));
+    });
 }
 
 int lstat(const char* pszPath, struct stat* pStatus) noexcept {

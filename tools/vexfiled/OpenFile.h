@@ -24,9 +24,10 @@ public:
     void SeekToEnd() { m_bAtEnd = true; }
 
     // Returns errno.
-    int GetSize(off_t& cbSize) const { return m_file.GetSize(cbSize); }
+    int GetSize(off_t& cbSize) { return m_file.GetSize(cbSize); }
 
-    // At the position, which moves on.
+    // At the position, which moves on. A write at the end that does not fit leaves nothing in the file, so that no
+    // record is there in part.
     using Transfer = vextk::RegularFile::Transfer;
     Transfer Read(void* pBuffer, std::size_t cbBuffer);
     Transfer Write(const void* pData, std::size_t cbData);
@@ -35,7 +36,7 @@ public:
     int EndAtPosition();
 
 private:
-    int FindPosition();
+    int FindEnd(off_t& nEnd);
 
     vextk::RegularFile m_file;
     std::string m_strName;

@@ -131,6 +131,19 @@ INSTANTIATE_TEST_SUITE_P(, ObstacleTest,
                                                   }}),
                          RowName);
 
+TEST_F(MinimalLoggerTest, AFileOfAnotherUserIsNotWrittenTo) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "skipped: only root can give a file to another user";
+    }
+    const std::string strLog = m_directory.Write("PILog.txt", "theirs");
+    ASSERT_EQ(chmod(strLog.c_str(), 0666), 0);
+    ASSERT_EQ(chown(strLog.c_str(), 4711, static_cast<gid_t>(-1)), 0);
+    testing::internal::CaptureStdout();
+    pv_log(1, L"lost");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "system error: error to open log file[/tmp/PILog.txt].\n");
+    EXPECT_EQ(Bytes(), "theirs");
+}
+
 TEST_F(MinimalLoggerTest, TheStreamAppendsAndIsTheCallers) {
     m_directory.Write("PILog.txt", "before ");
     std::FILE* const pStream = pv_init_log();

@@ -27,7 +27,8 @@ int RunInChild(Body body) {
 }
 
 // Gives up root's rights, for good. True when the process now is an ordinary user.
+inline constexpr uid_t kOrdinaryUser = 65534;
+
 inline bool BecomeOrdinaryUser() {
-    constexpr uid_t kNobody = 65534;
-    return geteuid() != 0 || (setgid(kNobody) == 0 && setuid(kNobody) == 0 && geteuid() != 0);
+    return geteuid() != 0 || (setgid(kOrdinaryUser) == 0 && setuid(kOrdinaryUser) == 0 && geteuid() != 0);
 }

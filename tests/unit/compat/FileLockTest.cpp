@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -32,6 +33,29 @@ TEST_F(FileLockTest, LastsAsLongAsTheFileIsOpen) {
     EXPECT_TRUE(IsLocked());
     EXPECT_TRUE(CloseHandle(m_hFile));
     EXPECT_FALSE(IsLocked());
+}
+
+TEST_F(FileLockTest, IsLetGoByAFlushAndTakenAgainByTheNextUse) {
+    LONGLONG cbSize = 0;
+    DWORD cb = 0;
+    char ch = 0;
+    const std::function<BOOL()> uses[] = {
+        [&] { return GetFileSizeEx(m_hFile, &cbSize); }, [&] { return WriteFile(m_hFile, "x", 1, &cb, nullptr); },
+        [&] { return ReadFile(m_hFile, &ch, 1, &cb, nullptr); }, [&] { return SetEndOfFile(m_hFile); }};
+    for (const auto& fnUse : uses) {
+        EXPECT_TRUE(FlushFileBuffers(m_hFile));
+        EXPECT_FALSE(IsLocked());
+        EXPECT_TRUE(fnUse());
+        EXPECT_TRUE(IsLocked());
+    }
+    EXPECT_TRUE(CloseHandle(m_hFile));
+    EXPECT_FALSE(IsLocked());
+}
+
+TEST_F(FileLockTest, StaysWhenAChildFlushesTheFile) {
+    EXPECT_EQ(RunInChild([&] { return FlushFileBuffers(m_hFile) ? 0 : 1; }), 0);
+    EXPECT_TRUE(IsLocked());
+    EXPECT_TRUE(CloseHandle(m_hFile));
 }
 
 TEST_F(FileLockTest, EndsWhenAChildStillHasTheFile) {

@@ -84,20 +84,38 @@ TEST_F(FileRefusal, WhereThereIsNoPermission) {
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0700), 0);
 }
 
-// A log in a directory that all may write to, like /tmp, is opened though another user made it: O_CREAT on such a file
-// is what systems refuse.
-TEST_F(FileRefusal, AWritableFileOfSomebodyElseInASharedDirectoryIsOpened) {
+// In a directory that all may write to, like /tmp. A file of root's is opened without O_CREAT, which systems refuse for
+// such a file.
+TEST_F(FileRefusal, AFileThatAllMayWriteIsOpenedIfItIsTheUsersOwnOrRoots) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "skipped: only root can give a file to another user";
+    }
+    constexpr uid_t kAnotherUser = 4711;
     const std::string strName = m_directory.Write("log", "x");
     ASSERT_EQ(chmod(strName.c_str(), 0666), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 01777), 0);
-    EXPECT_EQ(RunInChild([&] {
-                  EXPECT_TRUE(BecomeOrdinaryUser());
-                  const HANDLE hFile = VexCreateFile(strName.c_str());
-                  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-                  EXPECT_TRUE(CloseHandle(hFile));
-                  return 0;
-              }),
-              0);
+    struct Row {
+        uid_t owner;
+        bool bAsRoot;
+        bool bOpened;
+    };
+    for (const Row& row : {Row{0, false, true}, Row{kAnotherUser, false, false}, Row{kOrdinaryUser, false, true},
+                           Row{0, true, true}, Row{kAnotherUser, true, false}}) {
+        SCOPED_TRACE(std::to_string(row.owner) + (row.bAsRoot ? ", opened by root" : ", opened by a user"));
+        ASSERT_EQ(chown(strName.c_str(), row.owner, static_cast<gid_t>(-1)), 0);
+        EXPECT_EQ(RunInChild([&] {
+                      EXPECT_TRUE(row.bAsRoot || BecomeOrdinaryUser());
+                      if (!row.bOpened) {
+                          ExpectRefused(strName, ERROR_ACCESS_DENIED);
+                          return 0;
+                      }
+                      const HANDLE hFile = VexCreateFile(strName.c_str());
+                      EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+                      EXPECT_TRUE(CloseHandle(hFile));
+                      return 0;
+                  }),
+                  0);
+    }
 }
 
 TEST_F(FileRefusal, TooManyOpenFiles) {

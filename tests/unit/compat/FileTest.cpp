@@ -63,6 +63,10 @@ TEST_F(FileTest, TheLastErrorTellsAnOpenedFileFromACreatedOne) {
     EXPECT_TRUE(WriteFile(hAgain, "!", 1, &cb, nullptr));
     EXPECT_EQ(Size(), 5);
     EXPECT_TRUE(CloseHandle(hAgain));
+    std::filesystem::resize_file(m_strName, 0);
+    EXPECT_TRUE(FlushFileBuffers(m_hFile));  // its lock is free
+    EXPECT_TRUE(CloseHandle(VexCreateFile(m_strName.c_str())));
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS) << "an empty file is not a new one";
     std::filesystem::remove(m_strName);
     const HANDLE hNew = VexCreateFile(m_strName.c_str());
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
@@ -85,11 +89,13 @@ TEST_F(FileTest, OnlyForTheOwnerAndNotForOtherPrograms) {
     EXPECT_TRUE(CloseHandle(hUnmasked));
     EXPECT_TRUE(CloseHandle(hMasked));
 
+    struct stat opened {};
+    ASSERT_EQ(stat(m_strName.c_str(), &status), 0);
     int nFound = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        if (std::filesystem::read_symlink(entry.path(), gone) == m_strName) {
-            EXPECT_NE(fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+        const int nDescriptor = std::stoi(entry.path().filename());
+        if (fstat(nDescriptor, &opened) == 0 && opened.st_dev == status.st_dev && opened.st_ino == status.st_ino) {
+            EXPECT_NE(fcntl(nDescriptor, F_GETFD) & FD_CLOEXEC, 0);
             ++nFound;
         }
     }

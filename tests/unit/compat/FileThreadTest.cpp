@@ -105,6 +105,7 @@ TEST(FileThreads, OneOfManyClosesTheHandle) {
     }
 }
 
+// Whoever created the file writes its beginning before the others write anything.
 TEST(FileThreads, ManyCreateTheSameFile) {
     const TempDirectory directory;
     for (int nRound = 0; nRound < 100; ++nRound) {
@@ -115,7 +116,15 @@ TEST(FileThreads, ManyCreateTheSameFile) {
         for (int nThread = 0; nThread < 4; ++nThread) {
             threads.emplace_back([&] {
                 const HANDLE hFile = VexCreateFile(strName.c_str());
-                nCreated += GetLastError() == ERROR_SUCCESS;
+                const bool bCreated = GetLastError() == ERROR_SUCCESS;
+                nCreated += bCreated;
+                LONGLONG cbSize = 0;
+                EXPECT_TRUE(GetFileSizeEx(hFile, &cbSize));
+                LARGE_INTEGER liEnd{};
+                liEnd.LowPart = bCreated ? 0 : static_cast<DWORD>(cbSize);
+                EXPECT_TRUE(SetFilePointerEx(hFile, liEnd, nullptr, FILE_BEGIN));
+                DWORD cb = 0;
+                EXPECT_TRUE(WriteFile(hFile, bCreated ? "begin " : "more ", bCreated ? 6 : 5, &cb, nullptr));
                 nOpened += CloseHandle(hFile);
             });
         }
@@ -124,6 +133,7 @@ TEST(FileThreads, ManyCreateTheSameFile) {
         }
         EXPECT_EQ(nCreated, 1);
         EXPECT_EQ(nOpened, 4);
+        EXPECT_EQ(ReadWholeFile(strName), "begin more more more ");
     }
 }
 

@@ -1,10 +1,13 @@
 // A log file that is not what the log expects: the program goes on, nobody else's file is touched, and where there is a
 // way to write lines it is used.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 
@@ -110,6 +113,42 @@ TEST_F(HostileFileTest, SomebodyElsesFile) {
 }
 
 TEST_F(HostileFileTest, SomebodyElsesFileForEverybodyToWrite) {
+    SKIP_UNLESS_ROOT()
+    constexpr uid_t kOwner = 65533;
+    m_directory.Write("PILog.txt", "theirs");
+    std::filesystem::permissions(LogPath(), std::filesystem::perms(0666));
+    ASSERT_EQ(chown(LogPath().c_str(), kOwner, static_cast<gid_t>(-1)), 0);
+    ExpectLinesInFallback(2, BecomeSomebodyElse);
+    EXPECT_EQ(ReadWholeFile(LogPath()), "theirs");
+}
+
+TEST_F(HostileFileTest, SomebodyElsesFileIsNotRootsToUseEither) {
+    SKIP_UNLESS_ROOT()
+    m_directory.Write("PILog.txt", "theirs");
+    ASSERT_EQ(chown(LogPath().c_str(), kSomebodyElse, static_cast<gid_t>(-1)), 0);
+    ExpectLinesInFallback(2);
+    EXPECT_EQ(ReadWholeFile(LogPath()), "theirs");
+}
+
+// Each wait for the lock takes two seconds at most: more than one of them would be seen.
+TEST_F(HostileFileTest, ALockThatIsKeptIsWaitedForOnce) {
+    m_directory.Write("PILog.txt", "\xFF\xFE");
+    const int nFile = open(LogPath().c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(nFile, LOCK_EX), 0);
+    constexpr int kLines = 100;
+    InChild([&] {
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < kLines; ++i) {
+            Trace(L"line");
+        }
+        WaitUntilWritten(LogPath());
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(kLines));
+    });
+    close(nFile);
+    EXPECT_THAT(RecordsOf(LogPath()), SizeIs(kLines));
+}
+
+TEST_F(HostileFileTest, RootsFileForEverybodyToWrite) {
     SKIP_UNLESS_ROOT()
     m_directory.Write("PILog.txt", "");
     std::filesystem::permissions(LogPath(), std::filesystem::perms(0666));

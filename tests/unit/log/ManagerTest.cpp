@@ -1,5 +1,7 @@
 // The log manager: one for the process, its defaults as they show, and each of its settings.
+#include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -308,6 +310,34 @@ TEST_F(ManagerTest, InGlobalModeTheFileStaysOpen) {
         WaitUntilWritten(LogPath());
         EXPECT_EQ(file_calls::Count("VexCreateFile"), 1);
         EXPECT_EQ(file_calls::Count("CloseHandle"), 0);
+    });
+    EXPECT_EQ(RecordsOf(LogPath()).size(), 3U);
+}
+
+// Other processes write between two records, and not in the middle of one.
+TEST_F(ManagerTest, InGlobalModeTheFileIsLockedForEachRecord) {
+    InChild([&] {
+        m_directory.Write("PILog.txt", "\xFF\xFE");
+        const int nFile = open(LogPath().c_str(), O_RDWR | O_CLOEXEC);
+        ASSERT_GE(nFile, 0);
+        const auto isLocked = [nFile] {
+            const bool bLocked = flock(nFile, LOCK_EX | LOCK_NB) != 0;
+            flock(nFile, LOCK_UN);
+            return bLocked;
+        };
+        CDebugLogMgr::GetInstance()->EnableGlobalMode(TRUE);
+        std::atomic<int> nUnlockedWrites = 0;
+        file_calls::Watch(
+            [&](const file_calls::Call& call) { nUnlockedWrites += call.function == "WriteFile" && !isLocked(); });
+        constexpr int kRecords = 3;
+        for (int i = 1; i <= kRecords; ++i) {
+            Trace(L"text");
+            file_calls::WaitFor("FlushFileBuffers", i);
+            EXPECT_FALSE(isLocked());
+        }
+        EXPECT_EQ(nUnlockedWrites, 0);
+        EXPECT_EQ(file_calls::Count("VexCreateFile"), 1);
+        close(nFile);
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 3U);
 }

@@ -118,7 +118,7 @@ TEST_F(WriterTest, ALineCostsTheWriterTheseCalls) {
         file_calls::WaitFor("CloseHandle", 2);
         EXPECT_THAT(calls,
                     ElementsAre("PathIsDirectoryW", "VexCreateFile", "GetFileSizeEx", "SetFilePointerEx", "WriteFile",
-                                "FlushFileBuffers", "WriteFile end", "GetFileSizeEx", "CloseHandle"));
+                                "WriteFile end", "GetFileSizeEx", "FlushFileBuffers", "CloseHandle"));
     });
 }
 
@@ -257,6 +257,44 @@ TEST_F(LogTest, OddLimitsKeepSomethingOfTheFileOrNothing) {
         EXPECT_NE((strBefore + "\r\n\r\n").find(strAfter), std::string::npos) << odd.cbFile << ", " << odd.dwPercent;
     }
 }
+
+// ---- Large files ----
+
+struct LargeFile : Row {
+    std::uintmax_t cbFile;  // with the record
+    DWORD dwLimit;
+    unsigned nMode;
+    bool bCut;
+};
+
+class LargeFileTest : public LogTest, public testing::WithParamInterface<LargeFile> {};
+
+// Whoever may write to a file can make it larger than this process has memory.
+TEST_P(LargeFileTest, IsReadForACutOrNot) {
+    const LargeFile& row = GetParam();
+    m_directory.Write("PILog.txt", "\xFF\xFE");
+    std::filesystem::resize_file(LogPath(), row.cbFile - 4);
+    std::filesystem::permissions(LogPath(), std::filesystem::perms(row.nMode));
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->SetTruncate(row.dwLimit, 99);
+        TraceUnconvertible();
+        file_calls::WaitFor("CloseHandle", 1);
+        EXPECT_EQ(file_calls::Count("ReadFile"), row.bCut ? 1 : 0);
+    });
+    EXPECT_EQ(std::filesystem::file_size(LogPath()) < row.cbFile, row.bCut);
+}
+
+constexpr std::uintmax_t kMebibyte = 0x100000;
+
+INSTANTIATE_TEST_SUITE_P(
+    , LargeFileTest,
+    testing::Values(LargeFile{{"SharedAndAtTheBound"}, 64 * kMebibyte, 2 * kMebibyte, 0666, true},
+                    LargeFile{{"SharedAndAboveTheBound"}, 64 * kMebibyte + 1, 2 * kMebibyte, 0666, false},
+                    LargeFile{{"OfTheGroup"}, 64 * kMebibyte + 1, 2 * kMebibyte, 0620, false},
+                    LargeFile{{"SharedAndAtFourTimesTheLimit"}, 80 * kMebibyte, 20 * kMebibyte, 0666, true},
+                    LargeFile{{"SharedAndAboveFourTimesTheLimit"}, 80 * kMebibyte + 1, 20 * kMebibyte, 0666, false},
+                    LargeFile{{"OfItsOwnerAlone"}, 64 * kMebibyte + 1, 2 * kMebibyte, 0644, true}),
+    RowName);
 
 TEST_F(WriterTest, WithoutAPercentageTheFileGrows) {
     constexpr int kRecords = 100;

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <optional>
 
 #include "FileRequests.h"
 #include "Row.h"
@@ -352,25 +353,53 @@ TEST_F(RequestHandlerTest, ReadsAreWhole) {
 }
 
 // The size that a file may have stands for the room on a disk: it runs out in the middle of a write as well.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t cbMost) : m_fnOldHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &m_oldLimit), 0);
+        const rlimit limit = {cbMost, m_oldLimit.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_oldLimit);
+        std::signal(SIGXFSZ, m_fnOldHandler);
+    }
+
+private:
+    void (*m_fnOldHandler)(int);
+    rlimit m_oldLimit{};
+};
+
 TEST_F(RequestHandlerTest, AWriteThatDoesNotFitSaysHowMuchDid) {
     Do(OpenRequest("log"));
-    rlimit oldLimit{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &oldLimit), 0);
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = oldLimit;
-    limit.rlim_cur = 1000;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    std::optional<FileSizeLimit> limit(1000);
     const std::string strPartly = Handle(WriteRequest(1, std::string(1500, 'a')));
     const std::string strNothing = Handle(WriteRequest(1, "b"));
     const bool bDone = m_last.bDone;
-    setrlimit(RLIMIT_FSIZE, &oldLimit);
-    std::signal(SIGXFSZ, oldHandler);
+    limit.reset();
 
     EXPECT_EQ(strPartly, WriteReply(false, 1000));
     EXPECT_EQ(strNothing, WriteReply(false, 0));
     EXPECT_FALSE(bDone);
     EXPECT_EQ(Handle(WriteRequest(1, "c")), WriteReply(true, 1));
     EXPECT_EQ(Content(), std::string(1000, 'a') + 'c');
+}
+
+// So that no record is there in part.
+TEST_F(RequestHandlerTest, AWriteAtTheEndThatDoesNotFitLeavesNothing) {
+    Do(OpenRequest("log"));
+    Do(SeekToEndRequest(1));
+    EXPECT_EQ(Handle(WriteRequest(1, "before")), WriteReply(true, 6));
+    {
+        const FileSizeLimit limit(1000);
+        EXPECT_EQ(Handle(WriteRequest(1, std::string(1500, 'a'))), WriteReply(false, 0));
+        EXPECT_FALSE(m_last.bDone);
+        EXPECT_EQ(Content(), "before");
+        EXPECT_EQ(Handle(WriteRequest(1, " fits")), WriteReply(true, 5));
+    }
+    EXPECT_EQ(Content(), "before fits");
 }
 
 }  // namespace
