@@ -1,10 +1,18 @@
 // The file server's beginning and end.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <iomanip>
 #include <sstream>
+#include <thread>
+#include <vector>
+
+#include "FileDescriptor.h"
 
 #include "FileServerFixture.h"
 
@@ -27,6 +35,24 @@ protected:
         ASSERT_EQ(client.Register(), 0);
         client.Send(client.Message(ReadRequest(uId, kLarge)));
         ASSERT_EQ(client.Receive(34).size(), 34U);
+    }
+
+    // Has the server write large requests, one after the other, until it ends.
+    void KeepBusy() const {
+        try {
+            FileServerClient client(m_uPort);
+            EXPECT_EQ(client.Register(), 0);
+            const std::uint64_t uId = Open("busy");
+            const std::string strWrite = client.Message(WriteRequest(uId, std::string(8 * 1024 * 1024, 'x')));
+            const std::string strSeek = client.Message(SeekToBeginRequest(uId));
+            for (;;) {
+                client.Send(strSeek + strWrite);
+                if (client.Receive(34 + 8 + 34 + 12).empty()) {
+                    return;
+                }
+            }
+        } catch (const std::system_error&) {  // it has ended
+        }
     }
 
     static constexpr std::size_t kLarge = 60 * 1024 * 1024;
@@ -69,6 +95,69 @@ TEST_F(FileServerLife, EndsOnSignals) {
         EXPECT_TRUE(m_server->WaitForLog(std::string("stopping on ") + pszName));
         EXPECT_TRUE(m_server->WaitForLog("stopped\n"));
     }
+}
+
+TEST_F(FileServerLife, GoesOnAfterSighup) {
+    Start();
+    const std::uint64_t uId = Open("log");
+    for (int i = 1; i <= 2; ++i) {
+        m_server->Signal(SIGHUP);
+        EXPECT_TRUE(m_server->WaitForLog("SIGHUP: there is nothing to open again; goes on", i));
+        EXPECT_EQ(Ask(WriteRequest(uId, "text")), WriteReply(true, 4));
+    }
+    m_server->Signal(SIGTERM);
+    EXPECT_EQ(m_server->Wait().nStatus, 0);
+}
+
+// It looks after its files once a second. The signal comes about when it is to do so the first time, and while requests
+// take long enough for both to be due at once.
+TEST_F(FileServerLife, EndsOnASignalThatComesWithItsHousekeeping) {
+    constexpr int kServers = 6;
+    for (int i = 0; i < kServers; ++i) {
+        Start();
+        const auto start = std::chrono::steady_clock::now();
+        std::vector<std::thread> clients;
+        for (int nClient = 0; nClient < 4; ++nClient) {
+            clients.emplace_back([this] { KeepBusy(); });
+        }
+        std::this_thread::sleep_until(start + std::chrono::milliseconds(940 + 10 * i));
+        m_server->Signal(SIGTERM);
+        EXPECT_EQ(m_server->Wait().nStatus, 0);
+        for (std::thread& client : clients) {
+            client.join();
+        }
+    }
+}
+
+// A full pipe holds up nobody, and what was lost is counted when there is room again.
+TEST_F(FileServerLife, ServesWhileNobodyReadsItsLog) {
+    const std::string strPipe = m_directory.Path("pipe");
+    ASSERT_EQ(mkfifo(strPipe.c_str(), 0600), 0);
+    const vextk::FileDescriptor pipe(open(strPipe.c_str(), O_RDWR | O_CLOEXEC));
+    FileServerProcess server({"--root", Root(), "--port", "0", "--verbose"}, "-n 256 && exec 2>'" + strPipe + "'");
+    std::string strLog;
+    const auto readUntil = [&](const std::string& strText) {
+        char buffer[4096];
+        while (strLog.find(strText) == std::string::npos) {
+            const ssize_t cb = read(pipe.Get(), buffer, sizeof buffer);
+            ASSERT_GT(cb, 0);
+            strLog.append(buffer, static_cast<std::size_t>(cb));
+        }
+    };
+    const std::string strBefore = "listening on 127.0.0.1:";
+    readUntil(", files below");
+    m_uPort = static_cast<std::uint16_t>(std::stoi(strLog.substr(strLog.find(strBefore) + strBefore.size())));
+    FileServerClient client(m_uPort);
+    ASSERT_EQ(client.Register(), 0);
+    const std::string strRequest = client.Message(SizeRequest(Open("log")));
+    constexpr int kRequests = 3000;  // a line of some 50 bytes for each, of which a pipe takes 65,536
+    for (int i = 0; i < kRequests; ++i) {
+        client.Send(strRequest);
+        ASSERT_EQ(client.Receive(34 + 16).size(), 50U);
+    }
+    readUntil(" lines lost: the log could not be written");
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait().nStatus, 0);
 }
 
 TEST_F(FileServerLife, AReplyAtHandIsFinishedFirst) {
@@ -141,6 +230,18 @@ TEST_F(FileServerLife, AWrongCommandLine) {
 TEST_F(FileServerLife, HelpAndVersion) {
     EXPECT_EQ(Run({"--help"}).nStatus, 0);
     EXPECT_EQ(Run({"--version"}).nStatus, 0);
+}
+
+TEST_F(FileServerLife, WarnsOfRootAndOfAnotherOwnersDirectory) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "skipped: only root can run as root and give a directory away";
+    }
+    Start();
+    EXPECT_TRUE(m_server->WaitForLog("runs as root, which it need not"));
+    EXPECT_EQ(m_server->LinesWith("belongs to user"), 0);
+    ASSERT_EQ(chown(Root().c_str(), 4711, static_cast<gid_t>(-1)), 0);
+    Start();
+    EXPECT_TRUE(m_server->WaitForLog("the directory belongs to user 4711"));
 }
 
 TEST_F(FileServerLife, WarnsOfADirectoryThatOthersMayWriteTo) {

@@ -1,10 +1,14 @@
 #include "Log.h"
 
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <ctime>
+#include <string>
 #include <utility>
 
 #include "Text.h"
@@ -17,18 +21,32 @@ Log::Log(bool bVerbose, Sink fnSink, Clock fnClock)
     : m_bVerbose(bVerbose), m_fnSink(std::move(fnSink)), m_fnClock(std::move(fnClock)), m_lastGain(m_fnClock()) {}
 
 void Log::Refused(std::string_view strText) {
-    ReportLeftOut();
+    ReportMissing();
     if (TakeLine()) {
-        m_fnSink(strText);
+        Write(strText);
     } else {
         ++m_uLeftOut;
     }
 }
 
-void Log::ReportLeftOut() {
-    if (m_uLeftOut > 0 && TakeLine()) {
-        m_fnSink(Text(std::exchange(m_uLeftOut, 0), " more lines about clients left out"));
+void Log::ReportMissing() {
+    if (ReportLost() && m_uLeftOut > 0 && TakeLine()) {
+        Write(Text(std::exchange(m_uLeftOut, 0), " more lines about clients left out"));
     }
+}
+
+void Log::Write(std::string_view strText) {
+    if (!ReportLost() || !m_fnSink(strText)) {
+        ++m_uLost;
+    }
+}
+
+// Whether there is nothing to report any more.
+bool Log::ReportLost() {
+    if (m_uLost > 0 && m_fnSink(Text(m_uLost, " lines lost: the log could not be written"))) {
+        m_uLost = 0;
+    }
+    return m_uLost == 0;
 }
 
 bool Log::TakeLine() {
@@ -48,7 +66,7 @@ bool Log::TakeLine() {
     return true;
 }
 
-void Log::ToStandardError(std::string_view strText) {
+bool Log::ToStandardError(std::string_view strText) {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     std::array<char, 32> szTime{};
@@ -56,10 +74,19 @@ void Log::ToStandardError(std::string_view strText) {
         std::strftime(szTime.data(), szTime.size(), "%Y-%m-%d %H:%M:%S ", &local) == 0) {
         szTime[0] = '\0';
     }
-    const std::string strLine = Text(szTime.data(), "vexfiled: ", strText, '\n');
-    // A line that cannot be written is lost: there is nobody else to tell.
-    while (write(STDERR_FILENO, strLine.data(), strLine.size()) < 0 && errno == EINTR) {
+    // A pipe that is ready takes PIPE_BUF bytes without waiting. Making it non-blocking would change it for all who
+    // have it.
+    std::string strLine = Text(szTime.data(), "vexfiled: ", strText);
+    strLine.resize(std::min<std::size_t>(strLine.size(), PIPE_BUF - 1));
+    strLine += '\n';
+    pollfd descriptor = {STDERR_FILENO, POLLOUT, 0};
+    if (poll(&descriptor, 1, 0) == 0) {
+        return false;
     }
+    ssize_t cbWritten = 0;
+    while ((cbWritten = write(STDERR_FILENO, strLine.data(), strLine.size())) < 0 && errno == EINTR) {
+    }
+    return cbWritten == static_cast<ssize_t>(strLine.size());
 }
 
 }  // namespace vexfiled

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -100,9 +101,11 @@ std::variant<Root::Opened, Refusal> OpenOrCreate(int nParent, const char* pszNam
 
 Root::Root(const std::string& strPath) : m_descriptor(open(strPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     struct stat status {};
-    if (!m_descriptor.IsOpen() || fstat(m_descriptor.Get(), &status) != 0) {
+    if (!m_descriptor.IsOpen() || fstat(m_descriptor.Get(), &status) != 0 ||
+        faccessat(m_descriptor.Get(), ".", W_OK | X_OK, AT_EACCESS) != 0) {
         throw std::system_error(errno, std::generic_category(), strPath);
     }
+    m_owner = status.st_uid;
     m_bWritableByOthers = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 

@@ -2,6 +2,8 @@
 // component from the directory's descriptor, and no symbolic link is followed. Any thread.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 #include <variant>
@@ -13,11 +15,15 @@ namespace vexfiled {
 
 class Root {
 public:
-    // Throws std::system_error when there is no such directory. A path that leads through links is fine here.
+    // Throws std::system_error when there is no such directory, or files cannot be made in it. A path that leads
+    // through links is fine here.
     explicit Root(const std::string& strPath);
 
     // Whether users other than the server's own may make files and links in it.
     bool IsWritableByOthers() const { return m_bWritableByOthers; }
+
+    // The user to whom it belongs.
+    uid_t Owner() const { return m_owner; }
 
     struct Opened {
         vextk::FileDescriptor descriptor;  // for reading and writing
@@ -32,6 +38,7 @@ public:
 private:
     vextk::FileDescriptor m_descriptor;
     bool m_bWritableByOthers = false;
+    uid_t m_owner = 0;
 };
 
 }  // namespace vexfiled

@@ -38,7 +38,7 @@ Server::Server(const Options& options, const Root& root, Log& log)
       m_log(log),
       m_context(1),
       m_acceptor(Listen(m_context, options.uPort)),
-      m_signals(m_context, SIGTERM, SIGINT),
+      m_signals(m_context, SIGTERM, SIGINT, SIGHUP),
       m_acceptTimer(m_context),
       m_housekeepingTimer(m_context),
       m_stopTimer(m_context),
@@ -63,6 +63,13 @@ void Server::Run() {
 void Server::WaitForSignal() {
     m_signals.async_wait([this](const asio::error_code& error, int nSignal) {
         if (error) {
+            return;
+        }
+        if (nSignal == SIGHUP) {
+            m_log.Event("SIGHUP: there is nothing to open again; goes on");
+            if (!m_bStopping || !m_sessions.empty()) {
+                WaitForSignal();
+            }
             return;
         }
         if (m_bStopping) {
@@ -95,7 +102,7 @@ void Server::Accept() {
         m_log.Refused(Text("cannot accept a connection, trying again: ", error.message()));
         m_acceptTimer.expires_after(200ms);
         m_acceptTimer.async_wait([this](const asio::error_code& cancelled) {
-            if (!cancelled) {
+            if (!cancelled && !m_bStopping) {
                 Accept();
             }
         });
@@ -130,14 +137,15 @@ void Server::OnSessionEnded(Session& session) {
 void Server::WaitForHousekeeping() {
     m_housekeepingTimer.expires_after(1s);
     m_housekeepingTimer.async_wait([this](const asio::error_code& error) {
-        if (error) {
+        // Cancelling does not reach a wait whose time was up just before. Waiting again would keep the server running.
+        if (error || m_bStopping) {
             return;
         }
         const std::size_t cClosed = m_files.CloseExpired();
         if (cClosed > 0) {
             m_log.Detail(Text(cClosed, " files closed that were not used any more"));
         }
-        m_log.ReportLeftOut();
+        m_log.ReportMissing();
         WaitForHousekeeping();
     });
 }

@@ -25,8 +25,8 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    // Serves until SIGTERM or SIGINT; then takes nothing new and returns when the replies at hand are sent, after five
-    // seconds, or on another such signal.
+    // Serves until SIGTERM or SIGINT, on SIGHUP as well; then takes nothing new and returns when the replies at hand
+    // are sent, after five seconds, or on another such signal.
     void Run();
 
     // The most descriptors that are open at once.

@@ -1,6 +1,7 @@
 // vexfiled: the file server that programs of this machine write their log through.
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -41,15 +42,26 @@ void RaiseDescriptorLimit(std::size_t cWanted, vexfiled::Log& log) {
     }
 }
 
+void WarnOfUsers(const vexfiled::Root& root, vexfiled::Log& log) {
+    if (geteuid() == 0) {
+        log.Event("runs as root, which it need not; give it a user of its own");
+    }
+    if (root.Owner() != geteuid()) {
+        log.Event(Text("the directory belongs to user ", root.Owner(),
+                       ", who can move things about in it; it should be this user's"));
+    }
+    if (root.IsWritableByOthers()) {
+        log.Event("users other than this one may write in the directory; it should be 0700");
+    }
+}
+
 int Serve(const vexfiled::Options& options) {
     vexfiled::Log log(options.bVerbose);
     SetUpProcess();
     try {
         log.Event("version " VEX_VERSION);
         const vexfiled::Root root(options.strRoot);
-        if (root.IsWritableByOthers()) {
-            log.Event("users other than this one may write in the directory; it should be 0700");
-        }
+        WarnOfUsers(root, log);
         RaiseDescriptorLimit(vexfiled::Server::MaxDescriptors(options), log);
         vexfiled::Server server(options, root, log);
         server.Run();

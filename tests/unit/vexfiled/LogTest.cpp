@@ -3,9 +3,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <climits>
 #include <string>
 #include <vector>
+
+#include "ChildProcess.h"
 
 namespace {
 
@@ -17,7 +21,14 @@ class LogLimit : public testing::Test {
 protected:
     Log MakeLog(bool bVerbose = false) {
         return Log(
-            bVerbose, [this](std::string_view strText) { m_lines.emplace_back(strText); }, [this] { return m_now; });
+            bVerbose,
+            [this](std::string_view strText) {
+                if (m_bWritable) {
+                    m_lines.emplace_back(strText);
+                }
+                return m_bWritable;
+            },
+            [this] { return m_now; });
     }
 
     void Flood(Log& log, int nLines) {
@@ -28,6 +39,7 @@ protected:
 
     std::chrono::steady_clock::time_point m_now{1000h};
     std::vector<std::string> m_lines;
+    bool m_bWritable = true;
 };
 
 TEST_F(LogLimit, ABurstIsWrittenAndThenNoMore) {
@@ -35,7 +47,7 @@ TEST_F(LogLimit, ABurstIsWrittenAndThenNoMore) {
     Flood(log, Log::kBurst);
     EXPECT_EQ(m_lines.size(), static_cast<std::size_t>(Log::kBurst));
     Flood(log, 1000);
-    log.ReportLeftOut();
+    log.ReportMissing();
     EXPECT_EQ(m_lines.size(), static_cast<std::size_t>(Log::kBurst));
 }
 
@@ -44,11 +56,11 @@ TEST_F(LogLimit, WhatWasLeftOutIsCounted) {
     Flood(log, Log::kBurst + 5);
     m_lines.clear();
     m_now += 999ms;
-    log.ReportLeftOut();
+    log.ReportMissing();
     EXPECT_THAT(m_lines, ElementsAre());
     m_now += 1ms;
-    log.ReportLeftOut();
-    log.ReportLeftOut();
+    log.ReportMissing();
+    log.ReportMissing();
     EXPECT_THAT(m_lines, ElementsAre("5 more lines about clients left out"));
 }
 
@@ -86,6 +98,39 @@ TEST_F(LogLimit, DetailsAreForTheVerbose) {
     verbose.Detail("write");
     EXPECT_TRUE(verbose.IsVerbose());
     EXPECT_THAT(m_lines, ElementsAre("write"));
+}
+
+TEST_F(LogLimit, LinesThatCouldNotBeWrittenAreCounted) {
+    Log log = MakeLog(true);
+    m_bWritable = false;
+    log.Event("one");
+    log.Refused("two");
+    log.Detail("three");
+    log.ReportMissing();
+    m_bWritable = true;
+    log.Event("four");
+    log.Event("five");
+    EXPECT_THAT(m_lines, ElementsAre("3 lines lost: the log could not be written", "four", "five"));
+}
+
+// A log that waited for its reader would hold up all clients.
+TEST(LogToStandardError, LosesLinesThatNobodyReads) {
+    const ChildEnd end = RunChild([] {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+        const std::string strLong(10'000, 'x');
+        int nWritten = 0;
+        while (Log::ToStandardError(strLong)) {
+            ++nWritten;
+        }
+        EXPECT_GT(nWritten, 0);
+        std::string strPipe(PIPE_BUF, '\0');
+        ASSERT_EQ(read(ends[0], strPipe.data(), strPipe.size()), PIPE_BUF);
+        EXPECT_EQ(strPipe.find('\n'), strPipe.size() - 1) << "a whole line, cut at the end";
+        EXPECT_TRUE(Log::ToStandardError("again"));
+    });
+    EXPECT_TRUE(end.Passed());
 }
 
 }  // namespace

@@ -5,11 +5,13 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <set>
 #include <system_error>
 
+#include "ChildProcess.h"
 #include "Row.h"
 #include "TempDirectory.h"
 
@@ -78,6 +80,27 @@ std::string NameOfLength(std::size_t cb) {
         strName += '/' + std::string(std::min<std::size_t>(255, cb - strName.size() - 1), 'n');
     }
     return strName;
+}
+
+// ---- The directory itself ----
+
+TEST(RootItself, IsRefusedWhenItCannotBeWrittenTo) {
+    constexpr uid_t kNobody = 65534;
+    const TempDirectory directory;
+    fs::permissions(directory.Path(), fs::perms(0555));
+    const ChildEnd end = RunChild([&] {
+        ASSERT_TRUE(geteuid() != 0 || (setgid(kNobody) == 0 && setuid(kNobody) == 0));
+        try {
+            const Root root(directory.Path());
+            ADD_FAILURE() << "no exception";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::permission_denied);
+            EXPECT_NE(std::string(error.what()).find(directory.Path()), std::string::npos);
+        }
+    });
+    EXPECT_TRUE(end.Passed());
+    fs::permissions(directory.Path(), fs::perms(0700));
+    EXPECT_EQ(Root(directory.Path()).Owner(), geteuid());
 }
 
 // ---- Refused ----
