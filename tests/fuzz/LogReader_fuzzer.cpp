@@ -2,7 +2,8 @@
 // two records, every record is one line without control characters, JSON is UTF-8 with its quotation marks in pairs,
 // and nothing of a log is markup in the report.
 //
-// The first byte of the input is the size of the pieces, the rest is the log.
+// The first byte of the input is the size of the pieces, the rest is the log. It is read with the usual bound for a
+// record and with the least, where lines and records of some hundred bytes are too long already.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -55,32 +56,37 @@ void CheckQuotes(std::string_view json) {
 // Checks each record and keeps it as JSON.
 class Checker : public vexlog::RecordSink {
 public:
+    explicit Checker(std::size_t cbLongest) : m_cbLongest(cbLongest) {}
+
     void OnRecord(const vexlog::Record& record) override {
+        Require(record.cbSize <= 2 * m_cbLongest || record.kind == vexlog::Kind::kEmpty);
         Require(record.nOffset >= m_nEnd || record.kind == vexlog::Kind::kEmpty);
         m_nEnd = std::max(m_nEnd, record.kind == vexlog::Kind::kEmpty ? 0 : record.nOffset + record.cbSize);
         for (const bool bUtf8 : {false, true}) {
-            vexlog::OutputBuffer output(kNowhere);
-            vexlog::TextPrinter(output, {false, bUtf8}).OnRecord(record);
-            CheckLine(output.Pending());
+            m_output.Discard();
+            vexlog::TextPrinter(m_output, {false, bUtf8}).OnRecord(record);
+            CheckLine(m_output.Pending());
         }
-        vexlog::OutputBuffer output(kNowhere);
-        vexlog::JsonPrinter(output).OnRecord(record);
-        CheckLine(output.Pending());
-        CheckQuotes(output.Pending());
-        m_lines.emplace_back(output.Pending());
+        m_output.Discard();
+        vexlog::JsonPrinter(m_output).OnRecord(record);
+        CheckLine(m_output.Pending());
+        CheckQuotes(m_output.Pending());
+        m_lines.emplace_back(m_output.Pending());
     }
 
     const std::vector<std::string>& Lines() const { return m_lines; }
     std::uint64_t End() const { return m_nEnd; }
 
 private:
+    const std::size_t m_cbLongest;
+    vexlog::OutputBuffer m_output{kNowhere};
     std::uint64_t m_nEnd = 0;
     std::vector<std::string> m_lines;
 };
 
-std::vector<std::string> Parse(std::string_view log, std::size_t cbPiece) {
-    Checker checker;
-    vexlog::RecordParser parser(checker);
+std::vector<std::string> Parse(std::string_view log, std::size_t cbPiece, std::size_t cbLongest) {
+    Checker checker(cbLongest);
+    vexlog::RecordParser parser(checker, cbLongest);
     for (std::string_view rest = log; !rest.empty(); rest.remove_prefix(std::min(cbPiece, rest.size()))) {
         parser.Feed(rest.substr(0, cbPiece));
     }
@@ -118,8 +124,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
     // On the heap for its exact length, so that AddressSanitizer sees a read behind it.
     const std::vector<char> bytes(pbData + 1, pbData + cbData);
     const std::string_view log(bytes.data(), bytes.size());
-    const std::vector<std::string> whole = Parse(log, log.size() + 1);
-    Require(Parse(log, std::size_t{pbData[0]} + 1) == whole);
+    for (const std::size_t cbLongest : {vexlog::RecordParser::kLongest, vexlog::RecordParser::kLeastBound}) {
+        const std::vector<std::string> whole = Parse(log, log.size() + 1, cbLongest);
+        Require(Parse(log, std::size_t{pbData[0]} + 1, cbLongest) == whole);
+    }
     static const std::size_t s_cMarkup = MarkupOf({});
     if (log.find("script") == std::string_view::npos) {
         Require(MarkupOf(log) == s_cMarkup);

@@ -1,9 +1,7 @@
 #include "RecordParser.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <cstring>
 
 #include "GarbledName.h"
 #include "Utf8.h"
@@ -16,7 +14,6 @@ constexpr std::string_view kHeaderEnd = "]: ";
 constexpr std::size_t kHeaderCharacters = 259;  // a longer header is cut, and then has no end
 constexpr std::size_t kLongestTypeWord = 32;
 constexpr std::size_t kLongestType = 64;
-constexpr std::size_t kLongestCore = 512;
 
 bool IsDigit(char ch) {
     return ch >= '0' && ch <= '9';
@@ -24,69 +21,6 @@ bool IsDigit(char ch) {
 
 bool IsLetter(char ch) {
     return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z');
-}
-
-// A place in a text. Each Take moves on only when it finds what it looks for.
-class Cursor {
-public:
-    explicit Cursor(std::string_view text) : m_text(text) {}
-
-    std::size_t Position() const { return m_nAt; }
-
-    bool Take(std::string_view literal) {
-        if (!m_text.substr(m_nAt).starts_with(literal)) {
-            return false;
-        }
-        m_nAt += literal.size();
-        return true;
-    }
-
-    template <typename Integer>
-    bool TakeNumber(Integer& nResult) {
-        const char* const pchBegin = m_text.data() + m_nAt;
-        const auto [pchEnd, error] = std::from_chars(pchBegin, m_text.data() + m_text.size(), nResult);
-        m_nAt += error == std::errc() ? static_cast<std::size_t>(pchEnd - pchBegin) : 0;
-        return error == std::errc();
-    }
-
-    // nLeast to nMost digits.
-    bool TakeDigits(std::size_t nLeast, std::size_t nMost, int& nResult) {
-        std::size_t n = 0;
-        int nValue = 0;
-        while (n < nMost && m_nAt + n < m_text.size() && IsDigit(m_text[m_nAt + n])) {
-            nValue = nValue * 10 + (m_text[m_nAt + n] - '0');
-            ++n;
-        }
-        if (n < nLeast) {
-            return false;
-        }
-        m_nAt += n;
-        nResult = nValue;
-        return true;
-    }
-
-    // The text before the next chEnd, which has at most nMost characters.
-    bool TakeUntil(char chEnd, std::size_t nMost, std::string_view& taken) {
-        const std::size_t n = m_text.substr(m_nAt, nMost + 1).find(chEnd);
-        if (n == std::string_view::npos) {
-            return false;
-        }
-        taken = m_text.substr(m_nAt, n);
-        m_nAt += n;
-        return true;
-    }
-
-private:
-    std::string_view m_text;
-    std::size_t m_nAt = 0;
-};
-
-// 0: not English.
-int MonthNumber(std::string_view name) {
-    constexpr std::array<std::string_view, 12> kNames = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    const auto found = std::find(kNames.begin(), kNames.end(), name);
-    return found == kNames.end() ? 0 : static_cast<int>(found - kNames.begin()) + 1;
 }
 
 // "INFO" of "[INFO] ", of others the text without the blanks around it.
@@ -160,14 +94,7 @@ void RecordParser::Feed(std::string_view bytes) {
     m_nOffset += nDone;
     m_nLine -= nDone;
     m_nSearched = std::max(m_nSearched, nDone) - nDone;
-    if (m_nItem != kNone) {
-        m_nItem -= nDone;
-        m_core.nCoreBegin -= nDone;
-        m_core.nTypeBegin -= nDone;
-        m_core.nEnd -= nDone;
-        m_core.nTimeBegin -= nDone;
-        m_core.nTimeEnd -= nDone;
-    }
+    m_nItem -= m_nItem == kNone ? 0 : nDone;
     m_strBuffer.append(bytes);
     Scan();
 }
@@ -177,7 +104,7 @@ void RecordParser::Scan() {
         m_nSearched = std::max(m_nSearched, m_nLine);
         const std::size_t nLineFeed = m_strBuffer.find('\n', m_nSearched);
         const std::size_t cbLine = std::min(nLineFeed, m_strBuffer.size()) - m_nLine;
-        if (cbLine > kLongest) {
+        if (cbLine > m_cbLongest) {
             ScanOverlongLine();
             continue;
         }
@@ -201,17 +128,18 @@ void RecordParser::Scan() {
 
 // Takes the line's first piece for a line of its own.
 void RecordParser::ScanOverlongLine() {
-    const std::size_t nPieceEnd = m_nLine + kLongest - kLongestCore;
+    const std::size_t nPieceEnd = m_nLine + m_cbLongest - kLongestCore;
     OnLine({m_nLine, nPieceEnd, !m_bMidLine}, false);
-    // The fields of a record that begins near the piece's end are behind it.
-    m_nLine = std::max(nPieceEnd, m_core.nEnd);
+    // The core of a record that begins near the piece's end goes on behind it.
+    m_nLine = m_nItem == kNone ? nPieceEnd : std::max(nPieceEnd, m_nItem + m_cbType + m_core.cbCore);
     m_bMidLine = true;
     EndIfTooLong();
 }
 
 void RecordParser::EndIfTooLong() {
-    if (m_nItem != kNone && m_nLine - m_nItem > kLongest) {
+    if (m_nItem != kNone && m_nLine - m_nItem > m_cbLongest) {
         End(m_nLine, true);
+        m_bEndExpected = true;
     }
 }
 
@@ -264,9 +192,9 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
         }
         return;
     }
-    Core core;
-    for (std::size_t nFrom = line.nBegin; FindCore(line, nFrom, core); nFrom = core.nEnd) {
-        std::size_t nBeforeEnd = core.nTypeBegin;
+    Found found;
+    for (std::size_t nFrom = line.nBegin; Find(line, nFrom, found); nFrom = found.nCore + found.core.cbCore) {
+        std::size_t nBeforeEnd = found.nType;
         if (View(nFrom, nBeforeEnd).ends_with(kByteOrderMark)) {
             nBeforeEnd -= kByteOrderMark.size();
         }
@@ -275,7 +203,7 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
         }
         // Of a record that ends at its line's end nothing is missing.
         End(nBeforeEnd, nBeforeEnd > line.nBegin || !line.bFresh);
-        Begin(core.nTypeBegin, core);
+        Begin(found);
     }
     if (m_nItem == kNone) {
         BeginFragment(line.nBegin);
@@ -305,81 +233,21 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
     // Any other empty line is one of the message's own.
 }
 
-bool RecordParser::FindCore(const Line& line, std::size_t nFrom, Core& core) const {
-    const char* const pchBuffer = m_strBuffer.data();
+bool RecordParser::Find(const Line& line, std::size_t nFrom, Found& found) const {
     // Of an overlong line, the bytes behind its piece are there too.
     const std::size_t nLimit = std::min(m_strBuffer.size(), line.nEnd + (line.nEnd < m_nLine ? 0 : kLongestCore));
-    for (std::size_t nAt = nFrom; nAt + 1 < line.nEnd; ++nAt) {
-        const void* const pFound = std::memchr(pchBuffer + nAt, '[', line.nEnd - nAt);
-        if (pFound == nullptr) {
-            return false;
-        }
-        nAt = static_cast<std::size_t>(static_cast<const char*>(pFound) - pchBuffer);
-        const char chNext = nAt + 1 < nLimit ? pchBuffer[nAt + 1] : '\0';
-        if ((chNext == 'P' && ParseRecordCore(nAt, nLimit, core)) ||
-            (IsDigit(chNext) && ParseMinimalCore(nAt, nLimit, core))) {
-            core.nCoreBegin = core.nTypeBegin = nAt;
-            if (core.kind == Kind::kRecord) {
-                core.nTypeBegin = FindType(nFrom, nAt, line.bFresh && nFrom == line.nBegin && m_nItem == kNone);
+    const std::string_view searched = View(0, line.nEnd);
+    for (std::size_t nAt = searched.find('[', nFrom); nAt != std::string_view::npos;
+         nAt = searched.find('[', nAt + 1)) {
+        if (ParseCore(View(nAt, nLimit), found.core)) {
+            found.nCore = found.nType = nAt;
+            if (found.core.kind == Kind::kRecord) {
+                found.nType = FindType(nFrom, nAt, line.bFresh && nFrom == line.nBegin && m_nItem == kNone);
             }
             return true;
         }
     }
     return false;
-}
-
-// "[P4711] [T-1234567] [2024-03-05 09:07:02:48213] ["
-bool RecordParser::ParseRecordCore(std::size_t nBegin, std::size_t nEnd, Core& core) const {
-    Cursor cursor(View(nBegin, nEnd));
-    CivilFields fields;
-    if (!cursor.Take("[P") || !cursor.TakeNumber(core.nProcess) || !cursor.Take("] [T") ||
-        !cursor.TakeNumber(core.nThread) || !cursor.Take("] [")) {
-        return false;
-    }
-    core.nTimeBegin = nBegin + cursor.Position();
-    // The last field has microseconds, padded to three digits.
-    if (!cursor.TakeDigits(4, 4, fields.nYear) || !cursor.Take("-") || !cursor.TakeDigits(2, 2, fields.nMonth) ||
-        !cursor.Take("-") || !cursor.TakeDigits(2, 2, fields.nDay) || !cursor.Take(" ") ||
-        !cursor.TakeDigits(2, 2, fields.nHour) || !cursor.Take(":") || !cursor.TakeDigits(2, 2, fields.nMinute) ||
-        !cursor.Take(":") || !cursor.TakeDigits(2, 2, fields.nSecond) || !cursor.Take(":") ||
-        !cursor.TakeDigits(3, 6, fields.nMicrosecond)) {
-        return false;
-    }
-    core.nTimeEnd = nBegin + cursor.Position();
-    core.time = ToCivil(fields);
-    core.kind = Kind::kRecord;
-    const bool bComplete = core.time && cursor.Take("] [");
-    core.nEnd = nBegin + cursor.Position() - 1;  // the bracket is the next field's
-    return bComplete;
-}
-
-// "[05/Mar/2024:09:07:02 CET] [4711 3058476800d]"
-bool RecordParser::ParseMinimalCore(std::size_t nBegin, std::size_t nEnd, Core& core) const {
-    constexpr std::size_t kLongestTime = 31;
-    Cursor cursor(View(nBegin, nEnd));
-    CivilFields fields;
-    std::string_view month;
-    std::string_view zone;
-    std::uint32_t nThread = 0;
-    cursor.Take("[");
-    core.nTimeBegin = nBegin + cursor.Position();
-    if (!cursor.TakeDigits(2, 2, fields.nDay) || !cursor.Take("/") || !cursor.TakeUntil('/', kLongestTime, month) ||
-        !cursor.Take("/") || !cursor.TakeDigits(4, 5, fields.nYear) || !cursor.Take(":") ||
-        !cursor.TakeDigits(2, 2, fields.nHour) || !cursor.Take(":") || !cursor.TakeDigits(2, 2, fields.nMinute) ||
-        !cursor.Take(":") || !cursor.TakeDigits(2, 2, fields.nSecond) || !cursor.TakeUntil(']', kLongestTime, zone)) {
-        return false;
-    }
-    core.nTimeEnd = nBegin + cursor.Position();
-    if (!cursor.Take("] [") || !cursor.TakeNumber(core.nProcess) || !cursor.Take(" ") || !cursor.TakeNumber(nThread) ||
-        !cursor.Take("d]")) {
-        return false;
-    }
-    fields.nMonth = MonthNumber(month);
-    core.time = ToCivil(fields);
-    core.nThread = static_cast<std::int32_t>(nThread);
-    core.nEnd = nBegin + cursor.Position();
-    core.kind = Kind::kMinimal;
-    return true;
 }
 
 // Where the type text before a record's first bracket begins. Any text may be one; in the middle of other text, or
@@ -405,15 +273,16 @@ std::size_t RecordParser::FindType(std::size_t nFrom, std::size_t nCore, bool bE
 
 // ---- Items to records ----
 
-void RecordParser::Begin(std::size_t nBegin, const Core& core) {
+void RecordParser::Begin(const Found& found) {
     HandOverEmpty();
     m_bStart = m_bEndExpected = false;
-    m_nItem = nBegin;
-    m_core = core;
+    m_nItem = found.nType;
+    m_cbType = found.nCore - found.nType;
+    m_core = found.core;
 }
 
 void RecordParser::BeginFragment(std::size_t nBegin) {
-    Begin(nBegin, Core());
+    Begin({nBegin, nBegin, RecordCore()});
 }
 
 void RecordParser::End(std::size_t nEnd, bool bTorn) {
@@ -432,9 +301,10 @@ void RecordParser::End(std::size_t nEnd, bool bTorn) {
         record.nProcess = m_core.nProcess;
         record.nThread = m_core.nThread;
         record.time = m_core.time;
-        record.timeText = View(m_core.nTimeBegin, m_core.nTimeEnd);
-        record.type = BareType(View(m_nItem, m_core.nCoreBegin));
-        const std::string_view rest = WithoutLineEnds(View(m_core.nEnd, nEnd));
+        const std::size_t nCore = m_nItem + m_cbType;
+        record.timeText = View(nCore + m_core.nTimeBegin, nCore + m_core.nTimeEnd);
+        record.type = BareType(View(m_nItem, nCore));
+        const std::string_view rest = WithoutLineEnds(View(nCore + m_core.cbCore, nEnd));
         if (m_core.kind == Kind::kMinimal) {
             CompleteMinimal(rest, record);
         } else {
@@ -450,7 +320,7 @@ bool RecordParser::CompleteRecord(std::string_view rest, Record& record) const {
     if (rest.empty()) {
         return false;  // the bracket was another record's first one
     }
-    const std::size_t cCharacters = kHeaderCharacters - (m_core.nEnd - m_core.nCoreBegin);
+    const std::size_t cCharacters = kHeaderCharacters - m_core.cbCore;
     const std::size_t nHeaderEnd = rest.find(kHeaderEnd);
     // Mostly the number of bytes tells already.
     const bool bShort = nHeaderEnd != std::string_view::npos && nHeaderEnd + kHeaderEnd.size() <= cCharacters;

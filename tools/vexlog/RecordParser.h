@@ -6,10 +6,12 @@
 // One thread at a time.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
 #include "Record.h"
+#include "RecordCore.h"
 
 namespace vexlog {
 
@@ -18,9 +20,11 @@ public:
     // What is longer than this is no record and comes in pieces, as fragments. The longest record that the loggers
     // write is the minimal logger's, with 32,767 characters of up to six bytes.
     static constexpr std::size_t kLongest = std::size_t{256} * 1024;
+    static constexpr std::size_t kLeastBound = 2 * kLongestCore;
 
-    // The sink has to live as long as the parser is used.
-    explicit RecordParser(RecordSink& sink) : m_sink(sink) {}
+    // The sink has to live as long as the parser is used. A test gives another bound, of kLeastBound or more.
+    explicit RecordParser(RecordSink& sink, std::size_t cbLongest = kLongest)
+        : m_sink(sink), m_cbLongest(std::max(cbLongest, kLeastBound)) {}
 
     // The next bytes. Hands over the records that are known to be complete.
     void Feed(std::string_view bytes);
@@ -35,17 +39,11 @@ public:
 private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-    // The beginning of a record, with the fields up to where its kinds part.
-    struct Core {
-        Kind kind = Kind::kFragment;
-        std::size_t nCoreBegin = 0;  // the bracket of its first field; before it stands the type
-        std::size_t nTypeBegin = 0;
-        std::size_t nEnd = 0;
-        std::int64_t nProcess = 0;
-        std::int32_t nThread = 0;
-        std::optional<CivilMicroseconds> time;
-        std::size_t nTimeBegin = 0;
-        std::size_t nTimeEnd = 0;
+    // A record's beginning in the buffer: its type, and behind that its core.
+    struct Found {
+        std::size_t nType = 0;
+        std::size_t nCore = 0;
+        RecordCore core;
     };
 
     struct Line {
@@ -59,12 +57,10 @@ private:
     void EndIfTooLong();
     void OnLine(Line line, bool bCrLf);
     void OnEmptyLine(std::size_t nBegin, bool bCrLf);
-    bool FindCore(const Line& line, std::size_t nFrom, Core& core) const;
-    bool ParseRecordCore(std::size_t nBegin, std::size_t nEnd, Core& core) const;
-    bool ParseMinimalCore(std::size_t nBegin, std::size_t nEnd, Core& core) const;
+    bool Find(const Line& line, std::size_t nFrom, Found& found) const;
     std::size_t FindType(std::size_t nFrom, std::size_t nCore, bool bEntryBegins) const;
 
-    void Begin(std::size_t nBegin, const Core& core);
+    void Begin(const Found& found);
     void BeginFragment(std::size_t nBegin);
     void End(std::size_t nEnd, bool bTorn);
     bool CompleteRecord(std::string_view rest, Record& record) const;
@@ -77,13 +73,15 @@ private:
     }
 
     RecordSink& m_sink;
+    const std::size_t m_cbLongest;
     std::string m_strBuffer;          // from the current item's, or line's, beginning on
     std::uint64_t m_nOffset = 0;      // of the buffer's first byte
     std::size_t m_nLine = 0;          // the first line that is not scanned yet
     std::size_t m_nSearched = 0;      // no line end between there and here
     bool m_bMidLine = false;          // what is there of it is the rest of an overlong line
     std::size_t m_nItem = kNone;      // where the current item begins
-    Core m_core;                      // of the current item
+    std::size_t m_cbType = 0;         // of the current item, before its core
+    RecordCore m_core;                // of the current item; a fragment has an empty one
     bool m_bSeenCrLf = false;         // in what was read so far
     bool m_bLastCrLf = false;         // the end of the last line
     bool m_bEndExpected = false;      // the last record was handed over before its empty line

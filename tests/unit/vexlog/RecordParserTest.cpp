@@ -211,13 +211,72 @@ TEST(RecordParserBoundTest, WhatIsTooLongComesInPiecesAndTheRecordBehindItWhole)
 
 // Wherever the end of an overlong line's piece falls.
 TEST(RecordParserBoundTest, ARecordAtTheEndOfAPieceIsFound) {
-    const std::size_t cbPiece = vexlog::RecordParser::kLongest - 512;
+    const std::size_t cbPiece = vexlog::RecordParser::kLongest - vexlog::kLongestCore;
     for (std::size_t cb = cbPiece - 80; cb < cbPiece + 5; ++cb) {
         const std::string strLog =
             std::string(cb, 'x') + Whole("one") + std::string(vexlog::RecordParser::kLongest, 'y');
         const std::vector<std::string> lines = Collected(strLog, 100'000);
         EXPECT_THAT(lines, testing::Contains(kOne)) << cb << ": " << testing::PrintToString(Shortened(lines));
     }
+}
+
+struct LongLineRow : Row {
+    std::string strBefore;
+    std::string strLong;
+    std::vector<std::string> around;  // the records before it and behind it
+};
+
+class LongLineTest : public testing::TestWithParam<LongLineRow> {};
+
+// A line that arrives in several pieces, so that the buffer moves on in its middle.
+TEST_P(LongLineTest, LosesNoRecordAndNoText) {
+    struct Collected : Collector {
+        void OnRecord(const vexlog::Record& record) override {
+            EXPECT_GE(record.nOffset, nNext);
+            nNext = record.nOffset + record.cbSize;
+            cb += record.cbSize;
+            EXPECT_LE(record.cbSize, 2 * vexlog::RecordParser::kLongest);
+            if (record.kind != vexlog::Kind::kFragment) {
+                Collector::OnRecord(record);
+            }
+        }
+        std::uint64_t nNext = 0;
+        std::uint64_t cb = 0;
+    };
+    const std::string strLog = GetParam().strBefore + GetParam().strLong + "\r\n\r\n" + Whole("two");
+    for (const std::size_t cbPiece : {std::size_t{4096}, std::size_t{65536}, std::size_t{262144}, strLog.size()}) {
+        SCOPED_TRACE(cbPiece);
+        Collected collected;
+        vexlog::RecordParser parser(collected);
+        for (std::string_view rest = strLog; !rest.empty(); rest.remove_prefix(std::min(cbPiece, rest.size()))) {
+            parser.Feed(rest.substr(0, cbPiece));
+        }
+        parser.Finish();
+        EXPECT_THAT(collected.lines, testing::ElementsAreArray(GetParam().around));
+        // The empty line behind a piece that ended for its length is in no item.
+        EXPECT_GE(collected.cb + 2, strLog.size());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, LongLineTest,
+    testing::Values(LongLineRow{{"NulsBehindRecords"},
+                                Whole("one") + Whole("two") + Whole("one"),
+                                std::string(2'000'000, '\0'),
+                                {kOne, kTwo, kOne, kTwo}},
+                    LongLineRow{{"TextBehindAFragment"}, Whole("one") + "x\n", std::string(800'000, 'A'), {kOne, kTwo}},
+                    LongLineRow{{"FromTheBeginning"}, "", std::string(800'000, 'A'), {kTwo}},
+                    LongLineRow{{"BracketsBehindAMinimalRecord"},
+                                kMinimalCore + "[INFO]one\n" + Whole("two") + "x\r\n",
+                                std::string(800'000, '['),
+                                {kMinimalOne, kTwo, kTwo}}),
+    RowName);
+
+// Each field of a core has a longest form; what is longer is no core, however long the line is.
+TEST(RecordParserBoundTest, ANumberOfManyDigitsIsNone) {
+    const std::string strZeros(300, '0');
+    const std::string strLog = "[INFO] [P" + strZeros + "1] [T2] [2024-03-05 09:07:02:48213] [a-F(7)]: x\r\n\r\n";
+    EXPECT_THAT(Collected(strLog, 4096), testing::ElementsAre("fragment: " + strLog.substr(0, strLog.size() - 4)));
 }
 
 TEST(RecordParserBoundTest, OffsetsAndSizesCoverTheBytes) {
