@@ -1,4 +1,5 @@
 // Certificate filters of the substitute client toolkit, for VCTK_AddFilter. A certificate has to pass every filter.
+// "In any case" does not depend on the process locale.
 #pragma once
 
 #include "VEXType.h"
@@ -7,7 +8,8 @@
 inline constexpr ULONG VCTK_FILTER_ISSUER = 1;
 inline constexpr ULONG VCTK_FILTER_SUBJECT = 2;
 
-// Serial number in hexadecimal, in any case; colons between digit pairs and leading zeros do not matter.
+// Serial number in hexadecimal, in any case; colons between digit pairs and leading zeros do not matter. A negative
+// number begins with "-".
 inline constexpr ULONG VCTK_FILTER_SERIAL = 3;
 
 // SHA-256 digest of the DER certificate: 64 hexadecimal digits, in any case; colons between pairs do not matter.

@@ -1,10 +1,9 @@
 #include "signing/Digest.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <iterator>
 
+#include "signing/AsciiCase.h"
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -33,16 +32,25 @@ constexpr WeakDigest kWeak[] = {
     {"1.3.14.3.2.26", "SHA-1 does not resist collisions; use SHA-256"},
 };
 
+// The JCA's names that OpenSSL has no alias for.
+std::string OpenSslName(std::string_view strName) {
+    for (const std::string_view name : {"SHA512/224", "SHA512/256"}) {
+        if (EqualIgnoringCase(strName, name)) {
+            return "SHA2-" + std::string(name.substr(std::string_view("SHA").size()));
+        }
+    }
+    return std::string(strName);
+}
+
 }  // namespace
 
 DigestPtr FindDigest(std::string_view strName) {
-    const std::string strTerminated(strName);
     for (const WeakDigest& weak : kWeak) {
-        if (strcasecmp(weak.pszName, strTerminated.c_str()) == 0) {
+        if (EqualIgnoringCase(weak.pszName, strName)) {
             throw Failure(VCTK_E_DIGEST_WEAK, weak.pszWhy);
         }
     }
-    DigestPtr digest(EVP_MD_fetch(nullptr, strTerminated.c_str(), nullptr));
+    DigestPtr digest(EVP_MD_fetch(nullptr, OpenSslName(strName).c_str(), nullptr));
     if (!digest || std::none_of(std::begin(kAccepted), std::end(kAccepted),
                                 [&](const char* pszAccepted) { return EVP_MD_is_a(digest.get(), pszAccepted) == 1; })) {
         throw Failure(VCTK_E_DIGEST_UNKNOWN, "the SHA-2 and SHA-3 families are known, SHA-256 for one");

@@ -1,11 +1,9 @@
 #include "signing/DistinguishedName.h"
 
-#include <strings.h>
-
 #include <algorithm>
-#include <cwctype>
 #include <string_view>
 
+#include "signing/AsciiCase.h"
 #include "signing/WideText.h"
 
 namespace vextk {
@@ -28,15 +26,10 @@ constexpr bool IsText(int nType) {
     }
 }
 
-bool IsBlank(wchar_t ch) {
-    constexpr wchar_t kNoBreakSpace = 0xA0;
-    return ch == kNoBreakSpace || std::iswspace(static_cast<std::wint_t>(ch)) != 0;
-}
-
 // Lower case; no blanks at the ends, and one for several in between.
 std::wstring Fold(const std::wstring& strText) {
     std::wstring folded;
-    for (const wchar_t ch : LowerCase(strText)) {
+    for (const wchar_t ch : FoldCase(strText)) {
         if (!IsBlank(ch)) {
             folded += ch;
         } else if (!folded.empty() && folded.back() != L' ') {
@@ -59,8 +52,8 @@ std::string FindType(const std::string& strName) {
     for (int nId = NID_undef + 1; nId < nEnd; ++nId) {
         const char* pszShort = OBJ_nid2sn(nId);
         const char* pszLong = OBJ_nid2ln(nId);
-        if ((pszShort != nullptr && strcasecmp(pszShort, strName.c_str()) == 0) ||
-            (pszLong != nullptr && strcasecmp(pszLong, strName.c_str()) == 0)) {
+        if ((pszShort != nullptr && EqualIgnoringCase(pszShort, strName)) ||
+            (pszLong != nullptr && EqualIgnoringCase(pszLong, strName))) {
             return DottedText(OBJ_nid2obj(nId));
         }
     }

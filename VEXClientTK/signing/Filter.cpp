@@ -1,7 +1,5 @@
 #include "signing/Filter.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <charconv>
 #include <ctime>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "VCTKFilter.h"
+#include "signing/AsciiCase.h"
 #include "signing/DistinguishedName.h"
 #include "signing/Failure.h"
 #include "signing/WideText.h"
@@ -44,10 +43,6 @@ std::wstring WideValue(std::string_view strValue) {
     return std::move(*wide);
 }
 
-bool EqualIgnoringCase(const char* pszName, std::string_view strValue) {
-    return strcasecmp(pszName, std::string(strValue).c_str()) == 0;
-}
-
 // A name copied from the certificate list has its blanks escaped.
 std::wstring NamePart(std::string_view strValue) {
     std::wstring text = WideValue(strValue);
@@ -55,11 +50,11 @@ std::wstring NamePart(std::string_view strValue) {
     for (size_t n = text.find(kEscapedBlank); n != std::wstring::npos; n = text.find(kEscapedBlank, n + 1)) {
         text.replace(n, kEscapedBlank.size(), L" ");
     }
-    return LowerCase(std::move(text));
+    return FoldCase(std::move(text));
 }
 
 bool ContainsName(const std::string& strName, const std::wstring& strPart) {
-    return LowerCase(WideFromUtf8(strName)).find(strPart) != std::wstring::npos;
+    return FoldCase(WideFromUtf8(strName)).find(strPart) != std::wstring::npos;
 }
 
 // Upper case digits without the colons that may stand between pairs.
@@ -79,11 +74,17 @@ std::string HexDigits(std::string_view strValue) {
     return digits;
 }
 
-std::string SerialDigits(std::string_view strValue) {
-    std::string digits = HexDigits(strValue);
+// As the certificate list has it, which is as BN_bn2hex writes it: whole bytes, "0" for nothing, "-" before the digits
+// of a negative number, which RFC 5280 forbids and old certificates have.
+std::string SerialText(std::string_view strValue) {
+    const bool fNegative = strValue.size() > 1 && strValue.front() == '-';
+    std::string digits = HexDigits(strValue.substr(fNegative ? 1 : 0));
     digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
-    // As BN_bn2hex writes it: whole bytes, and "0" for nothing.
-    return digits.empty() ? "0" : digits.size() % 2 == 0 ? digits : "0" + digits;
+    if (digits.empty()) {
+        return "0";
+    }
+    digits.insert(0, digits.size() % 2, '0');
+    return fNegative ? "-" + digits : digits;
 }
 
 std::string FingerprintDigits(std::string_view strValue) {
@@ -250,7 +251,7 @@ Predicate MakePredicate(ULONG ulType, std::string_view strValue) {
         case VCTK_FILTER_SUBJECT:
             return [part = NamePart(strValue)](const Identity& i) { return ContainsName(i.Subject(), part); };
         case VCTK_FILTER_SERIAL:
-            return [digits = SerialDigits(strValue)](const Identity& i) { return i.SerialHex() == digits; };
+            return [text = SerialText(strValue)](const Identity& i) { return i.SerialHex() == text; };
         case VCTK_FILTER_FINGERPRINT:
             return [digits = FingerprintDigits(strValue)](const Identity& i) { return i.FingerprintHex() == digits; };
         case VCTK_FILTER_KEY_USAGE:

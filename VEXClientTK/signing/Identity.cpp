@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <limits>
 #include <new>
 
@@ -24,11 +25,13 @@ std::time_t ToTime(const ASN1_TIME* pTime, std::time_t unreadable) {
 
 std::string IsoText(std::time_t time) {
     std::tm parts{};
-    std::array<char, 64> text{};
-    if (gmtime_r(&time, &parts) == nullptr ||
-        std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) {
+    if (gmtime_r(&time, &parts) == nullptr) {
         return "unreadable";
     }
+    // strftime writes the year 950 in three digits.
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900, parts.tm_mon + 1,
+                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text.data();
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "signing/AsciiCase.h"
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -14,12 +15,6 @@ namespace {
 
 bool IsLetter(char ch) {
     return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
-}
-
-bool EqualIgnoringCase(std::string_view a, std::string_view lower) {
-    return std::equal(a.begin(), a.end(), lower.begin(), lower.end(), [](char chA, char chLower) {
-        return (chA >= 'A' && chA <= 'Z' ? static_cast<char>(chA - 'A' + 'a') : chA) == chLower;
-    });
 }
 
 int HexDigit(char ch) {

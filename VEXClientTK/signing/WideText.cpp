@@ -2,11 +2,42 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cwctype>
 
 #include "signing/OpenSsl.h"
 
 namespace vextk {
+namespace {
+
+// Letters first, first + step ... last, each with its small form so much further on.
+struct Capitals {
+    wchar_t chFirst;
+    wchar_t chLast;
+    wchar_t nStep;
+    wchar_t nToSmall;
+};
+constexpr Capitals kCapitals[] = {
+    {0x03C2, 0x03C2, 1, 1},  // the small sigma that ends a word
+    {0x0041, 0x005A, 1, 32}, {0x00C0, 0x00D6, 1, 32}, {0x00D8, 0x00DE, 1, 32},    {0x0100, 0x012E, 2, 1},
+    {0x0132, 0x0136, 2, 1},  {0x0139, 0x0147, 2, 1},  {0x014A, 0x0176, 2, 1},     {0x0178, 0x0178, 1, -121},
+    {0x0179, 0x017D, 2, 1},  {0x01A0, 0x01A0, 1, 1},  {0x01AF, 0x01AF, 1, 1},     {0x01CD, 0x01DB, 2, 1},
+    {0x01DE, 0x01EE, 2, 1},  {0x01F8, 0x021E, 2, 1},  {0x0222, 0x0232, 2, 1},     {0x0386, 0x0386, 1, 38},
+    {0x0388, 0x038A, 1, 37}, {0x038C, 0x038C, 1, 64}, {0x038E, 0x038F, 1, 63},    {0x0391, 0x03A1, 1, 32},
+    {0x03A3, 0x03AB, 1, 32}, {0x0400, 0x040F, 1, 80}, {0x0410, 0x042F, 1, 32},    {0x0460, 0x0480, 2, 1},
+    {0x048A, 0x04BE, 2, 1},  {0x04C0, 0x04C0, 1, 15}, {0x04C1, 0x04CD, 2, 1},     {0x04D0, 0x052E, 2, 1},
+    {0x0531, 0x0556, 1, 48}, {0x1E00, 0x1E94, 2, 1},  {0x1E9E, 0x1E9E, 1, -7615}, {0x1EA0, 0x1EFE, 2, 1},
+    {0xFF21, 0xFF3A, 1, 32},
+};
+
+wchar_t SmallLetter(wchar_t ch) {
+    for (const Capitals& capitals : kCapitals) {
+        if (capitals.chFirst <= ch && ch <= capitals.chLast && (ch - capitals.chFirst) % capitals.nStep == 0) {
+            return ch + capitals.nToSmall;
+        }
+    }
+    return ch;
+}
+
+}  // namespace
 
 std::optional<std::wstring> WideFromLocale(const std::string& text) {
     const size_t cch = std::mbstowcs(nullptr, text.c_str(), 0);
@@ -40,10 +71,15 @@ std::string Utf8FromWide(const std::wstring& text) {
     return bytes;
 }
 
-std::wstring LowerCase(std::wstring text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](wchar_t ch) { return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(ch))); });
+std::wstring FoldCase(std::wstring text) {
+    std::transform(text.begin(), text.end(), text.begin(), SmallLetter);
     return text;
+}
+
+bool IsBlank(wchar_t ch) {
+    return (ch >= 0x09 && ch <= 0x0D) || ch == 0x20 || ch == 0x85 || ch == 0xA0 || ch == 0x1680 ||
+           (ch >= 0x2000 && ch <= 0x200A) || ch == 0x2028 || ch == 0x2029 || ch == 0x202F || ch == 0x205F ||
+           ch == 0x3000;
 }
 
 }  // namespace vextk

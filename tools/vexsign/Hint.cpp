@@ -1,6 +1,5 @@
 #include "Hint.h"
 
-#include <cctype>
 #include <string_view>
 
 namespace vexsign {
@@ -28,7 +27,7 @@ std::string DigestOption(const std::string& strName) {
     }
     std::string strText;
     for (const char ch : strName) {
-        strText += ch == '/' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        strText += ch == '/' ? '-' : ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
     }
     for (const std::string_view prefix : {"sha2-", "sha-"}) {
         if (strText.starts_with(prefix)) {

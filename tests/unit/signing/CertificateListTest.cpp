@@ -69,6 +69,34 @@ TEST_F(CertificateListTest, AnEmptyListIsAnEmptyText) {
     EXPECT_EQ(client.CertificateList(), "");
 }
 
+TEST_F(CertificateListTest, ANegativeSerialNumberCanBeFilteredAsItIsListed) {
+    MakeIdentity(m_directory, {"a", "rsa:2048", "/CN=Negative", 30, "-set_serial -0x1A5"});
+    const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
+    ASSERT_EQ(client.Records().size(), 1U);
+    EXPECT_EQ(client.Records()[0][0], "-01A5");
+    for (const char* pszValue : {"-01A5", "-1a5", "-01:A5"}) {
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SERIAL, pszValue), 0) << pszValue;
+        EXPECT_EQ(client.Records().size(), 1U) << pszValue;
+    }
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SERIAL, "1A5"), 0);
+    EXPECT_EQ(client.CertificateList(), "");
+}
+
+TEST_F(CertificateListTest, AYearHasFourDigits) {
+    RequireCommand("cd " + m_directory.Path() +
+                   " && openssl req -new -nodes -newkey rsa:2048 -keyout a.key -out a.csr -subj /CN=Old && : > index &&"
+                   " openssl ca -batch -create_serial -selfsign -keyfile a.key -in a.csr -out a.crt -notext"
+                   " -startdate 09500101000000Z -enddate 29500101000000Z -md sha256 -policy any -outdir ."
+                   " -config /dev/stdin <<'END'\n[ca]\ndefault_ca=d\n[d]\ndatabase=index\nserial=serial\n"
+                   "[any]\nCN=supplied\nEND\n");
+    const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
+    ASSERT_EQ(client.Records().size(), 1U);
+    EXPECT_EQ(client.Records()[0][2], "0950-01-01T00:00:00Z");
+    EXPECT_EQ(client.Records()[0][3], "2950-01-01T00:00:00Z");
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, "0950-01-01T00:00:00Z"), 0) << client.Message();
+    EXPECT_EQ(client.Records().size(), 1U);
+}
+
 TEST_F(CertificateListTest, OnlyWhatIsValidNowIsACandidate) {
     MakeIdentity(m_directory, {"a"});
     MakeExpiredCertificate(m_directory.Path(), "a.key", "old");

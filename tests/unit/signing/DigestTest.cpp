@@ -50,6 +50,7 @@ INSTANTIATE_TEST_SUITE_P(Spellings, DigestAccepted,
                                          Spelling{"SHA224", "sha224"}, Spelling{"SHA-384", "sha384"},
                                          Spelling{"sha512", "sha512"}, Spelling{"SHA-512", "sha512"},
                                          Spelling{"SHA-512/256", "sha512-256"}, Spelling{"SHA512-256", "sha512-256"},
+                                         Spelling{"SHA512/256", "sha512-256"}, Spelling{"sha512/224", "sha512-224"},
                                          Spelling{"SHA-512/224", "sha512-224"}, Spelling{"SHA3-224", "sha3-224"},
                                          Spelling{"SHA3-256", "sha3-256"}, Spelling{"sha3-384", "sha3-384"},
                                          Spelling{"SHA3-512", "sha3-512"}));

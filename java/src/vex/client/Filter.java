@@ -29,9 +29,6 @@ final class Filter {
     }
 
     static Filter serial(BigInteger serial) {
-        if (serial.signum() < 0) {
-            throw new IllegalArgumentException("A serial number is not negative: " + serial);
-        }
         return new Filter(TAVClientJNI.FILTER_SERIAL, "serial number", serial.toString(16));
     }
 

@@ -51,7 +51,7 @@ public class TAVClientJNI {
 
     /**
      * Filter: the serial number is the value, in hexadecimal of any case; colons between the digit pairs and leading
-     * zeros do not matter.
+     * zeros do not matter. A negative number begins with a minus sign.
      */
     public static final long FILTER_SERIAL = 3;
 
