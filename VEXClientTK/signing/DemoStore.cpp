@@ -105,8 +105,9 @@ public:
             Identities identities = ReadIdentities(ReadFileBytes(file.Get(), kLargestStore).View(), nullptr);
             const std::time_t now = std::time(nullptr);
             const bool fUsable = identities.size() == 2 &&
-                                 std::all_of(identities.begin(), identities.end(),
-                                             [now](const IdentityPtr& identity) { return identity->IsValidAt(now); });
+                                 std::all_of(identities.begin(), identities.end(), [now](const IdentityPtr& identity) {
+                                     return identity->FlawAt(now) == Flaw::None;
+                                 });
             return fUsable ? std::optional(std::move(identities)) : std::nullopt;
         } catch (const Failure&) {
             return std::nullopt;

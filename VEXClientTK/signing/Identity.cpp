@@ -16,8 +16,13 @@ namespace {
 
 constexpr const char* kKeyAlgorithms[] = {"RSA", "EC"};
 
-// A time that cannot be read makes the certificate one that is never valid: after the end of all times, or before
-// their beginning.
+// NIST SP 800-131A: shorter keys are not for signing any more.
+constexpr unsigned int kLeastRsaBits = 2048;
+constexpr unsigned int kLeastEcBits = 224;
+
+constexpr std::time_t kNever = std::numeric_limits<std::time_t>::max();
+constexpr std::time_t kLongAgo = std::numeric_limits<std::time_t>::min();
+
 std::time_t ToTime(const ASN1_TIME* pTime, std::time_t unreadable) {
     std::tm parts{};
     return ASN1_TIME_to_tm(pTime, &parts) == 1 ? timegm(&parts) : unreadable;
@@ -84,6 +89,37 @@ unsigned int KeyBitsOf(const X509* pCertificate) {
     return static_cast<unsigned int>(std::max(EVP_PKEY_get_bits(pKey), 0));
 }
 
+const X509_ALGOR* KeyAlgorithmIdentifier(const X509* pCertificate) {
+    X509_ALGOR* pAlgorithm = nullptr;
+    X509_PUBKEY_get0_param(nullptr, nullptr, nullptr, &pAlgorithm, X509_get_X509_PUBKEY(pCertificate));
+    return pAlgorithm;
+}
+
+// Also of a key that cannot be read: its dotted OID, then, unless it is an RSA key's.
+std::string KeyAlgorithmOf(const X509* pCertificate) {
+    const ASN1_OBJECT* pObject = nullptr;
+    X509_ALGOR_get0(&pObject, nullptr, nullptr, KeyAlgorithmIdentifier(pCertificate));
+    const EVP_PKEY* pKey = X509_get0_pubkey(pCertificate);
+    if (pKey == nullptr) {
+        return OBJ_obj2nid(pObject) == NID_rsaEncryption ? kKeyAlgorithms[0] : DottedText(pObject);
+    }
+    for (const char* pszAlgorithm : kKeyAlgorithms) {
+        if (EVP_PKEY_is_a(pKey, pszAlgorithm) == 1) {
+            return pszAlgorithm;
+        }
+    }
+    const char* pszName = EVP_PKEY_get0_type_name(pKey);
+    return pszName != nullptr ? pszName : DottedText(pObject);
+}
+
+// An EC key with its curve's parameters instead of its name, which RFC 5480 forbids and Java refuses to read.
+bool HasExplicitCurve(const X509* pCertificate) {
+    const ASN1_OBJECT* pObject = nullptr;
+    int nParameterType = V_ASN1_UNDEF;
+    X509_ALGOR_get0(&pObject, &nParameterType, nullptr, KeyAlgorithmIdentifier(pCertificate));
+    return OBJ_obj2nid(pObject) == NID_X9_62_id_ecPublicKey && nParameterType != V_ASN1_OBJECT;
+}
+
 // Whether OpenSSL can read the certificate's key when it tries anew.
 bool CanReadKey(X509* pCertificate) {
     unsigned char* pbDer = nullptr;
@@ -107,17 +143,48 @@ void RequireRead(X509* pCertificate) {
 
 }  // namespace
 
-Identity::Identity(X509Ptr certificate, KeyPtr key)
+Identity::Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey)
     : m_certificate(std::move(certificate)),
       m_key(std::move(key)),
-      m_notBefore(ToTime(X509_get0_notBefore(m_certificate.get()), std::numeric_limits<std::time_t>::max())),
-      m_notAfter(ToTime(X509_get0_notAfter(m_certificate.get()), std::numeric_limits<std::time_t>::min())),
+      m_notBefore(ToTime(X509_get0_notBefore(m_certificate.get()), kNever)),
+      m_notAfter(ToTime(X509_get0_notAfter(m_certificate.get()), kLongAgo)),
       m_nKeyBits(KeyBitsOf(m_certificate.get())),
+      m_strKeyAlgorithm(KeyAlgorithmOf(m_certificate.get())),
       m_strSerialHex(SerialText(m_certificate.get())),
       m_strFingerprintHex(FingerprintText(m_certificate.get())),
       m_strSubject(NameText(X509_get_subject_name(m_certificate.get()))),
       m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))) {
     RequireRead(m_certificate.get());
+    const bool fTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;
+    m_lastingFlaw = fTimesRead ? LastingFlaw(flawWithoutKey) : Flaw::Damaged;
+}
+
+Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
+    const OpenSslErrorMark mark;
+    // Fails for malformed extensions, with which nobody accepts a signature.
+    if (X509_check_purpose(m_certificate.get(), -1, 0) != 1) {
+        return Flaw::Damaged;
+    }
+    const EVP_PKEY* pPublic = X509_get0_pubkey(m_certificate.get());
+    if (pPublic == nullptr || !IsSigningKey(pPublic) || HasExplicitCurve(m_certificate.get())) {
+        return pPublic == nullptr && m_strKeyAlgorithm == kKeyAlgorithms[0] ? Flaw::Damaged : Flaw::UnsupportedKey;
+    }
+    if (m_key == nullptr) {
+        return flawWithoutKey;
+    }
+    // RFC 5280 section 4.2.1.3; all bits are set when the certificate restricts nothing.
+    if ((X509_get_key_usage(m_certificate.get()) & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) == 0) {
+        return Flaw::NotForSigning;
+    }
+    return m_nKeyBits < (m_strKeyAlgorithm == kKeyAlgorithms[0] ? kLeastRsaBits : kLeastEcBits) ? Flaw::KeyTooShort
+                                                                                                : Flaw::None;
+}
+
+Flaw Identity::FlawAt(std::time_t time) const {
+    if (m_lastingFlaw != Flaw::None || IsValidAt(time)) {
+        return m_lastingFlaw;
+    }
+    return time < m_notBefore ? Flaw::NotYetValid : Flaw::Expired;
 }
 
 std::string Identity::NotBeforeText() const {
@@ -128,21 +195,23 @@ std::string Identity::NotAfterText() const {
     return IsoText(m_notAfter);
 }
 
-const char* Identity::KeyAlgorithm() const {
-    for (const char* pszAlgorithm : kKeyAlgorithms) {
-        if (EVP_PKEY_is_a(m_key.get(), pszAlgorithm) == 1) {
-            return pszAlgorithm;
-        }
-    }
-    return "";
-}
-
 std::string Identity::CertificateBase64() const {
     unsigned char* pbDer = nullptr;
     const int cbDer = i2d_X509(m_certificate.get(), &pbDer);
     RequireOpenSsl(cbDer > 0);
     const MemoryPtr<unsigned char> der(pbDer);
     return EncodeBase64(der.get(), static_cast<size_t>(cbDer));
+}
+
+IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey) {
+    try {
+        return std::make_shared<const Identity>(std::move(certificate), std::move(key), flawWithoutKey);
+    } catch (const Failure&) {
+        if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
+            throw;
+        }
+        return std::make_shared<const Identity>();
+    }
 }
 
 bool IsSigningKey(const EVP_PKEY* pKey) {

@@ -1,4 +1,4 @@
-// A certificate with its private key, and what is asked of it again and again as text.
+// A certificate with its private key, if it has one, and what is asked of it again and again as text.
 #pragma once
 
 #include <ctime>
@@ -10,14 +10,32 @@
 
 namespace vextk {
 
+// Why a certificate cannot sign.
+enum class Flaw {
+    None,
+    Expired,
+    NotYetValid,
+    NotForSigning,  // by its key usage
+    NoPrivateKey,
+    KeyCannotSign,  // a private key that may be used for other things only
+    KeyTooShort,
+    UnsupportedKey,  // neither RSA nor EC on a named curve
+    Damaged,
+};
+
 // Unchanging once made; any thread may use it.
 class Identity {
 public:
-    // The key has to be an RSA or EC key and that of the certificate.
-    Identity(X509Ptr certificate, KeyPtr key);
+    // The key has to be an RSA or EC key and that of the certificate; without one flawWithoutKey says why.
+    Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::NoPrivateKey);
+    // Of a certificate that cannot be read: its texts are empty, and it has neither certificate nor key.
+    Identity() = default;
 
     X509* Certificate() const { return m_certificate.get(); }
     EVP_PKEY* Key() const { return m_key.get(); }
+
+    // Whether it can sign then, and if it cannot, why: what lasts before what time changes.
+    Flaw FlawAt(std::time_t time) const;
 
     bool IsValidAt(std::time_t time) const { return m_notBefore <= time && time <= m_notAfter; }
     std::time_t NotBefore() const { return m_notBefore; }
@@ -27,7 +45,7 @@ public:
     const std::string& FingerprintHex() const { return m_strFingerprintHex; }  // SHA-256 of the DER, upper case
     std::string NotBeforeText() const;                                         // ISO 8601, UTC
     std::string NotAfterText() const;
-    const char* KeyAlgorithm() const;                            // "RSA" or "EC"
+    const std::string& KeyAlgorithm() const { return m_strKeyAlgorithm; }  // "RSA", "EC", or what OpenSSL calls it
     unsigned int KeyBits() const { return m_nKeyBits; }          // of the RSA modulus, or the EC curve's field
     const std::string& Subject() const { return m_strSubject; }  // RFC 4514, UTF-8
     const std::string& Issuer() const { return m_strIssuer; }
@@ -36,19 +54,26 @@ public:
     std::string CertificateBase64() const;
 
 private:
+    Flaw LastingFlaw(Flaw flawWithoutKey) const;
+
     X509Ptr m_certificate;
     KeyPtr m_key;
-    std::time_t m_notBefore;
-    std::time_t m_notAfter;
-    unsigned int m_nKeyBits;
+    std::time_t m_notBefore = 0;
+    std::time_t m_notAfter = 0;
+    unsigned int m_nKeyBits = 0;
+    std::string m_strKeyAlgorithm;
     std::string m_strSerialHex;
     std::string m_strFingerprintHex;
     std::string m_strSubject;
     std::string m_strIssuer;
+    Flaw m_lastingFlaw = Flaw::Damaged;
 };
 
 using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
+
+// The identity of a certificate, a damaged one when parts of it cannot be read.
+IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::NoPrivateKey);
 
 // Whether this toolkit signs with keys of this kind.
 bool IsSigningKey(const EVP_PKEY* pKey);

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "signing/Base64.h"
+#include "signing/Candidates.h"
 #include "signing/Signer.h"
 
 namespace vextk {
@@ -55,6 +56,22 @@ std::string EscapeBlanks(const std::string& strName) {
     return escaped;
 }
 
+// A damaged certificate has nothing to be asked for.
+bool PassesFilters(const Identity& identity, const std::vector<Filter>& filters) {
+    return std::all_of(filters.begin(), filters.end(), [&](const Filter& filter) {
+        return identity.Certificate() != nullptr && filter.Passes(identity);
+    });
+}
+
+std::vector<std::string> ListFields(const Identity& identity) {
+    if (identity.Certificate() == nullptr) {
+        return std::vector<std::string>(7, "-");
+    }
+    return {identity.SerialHex(),           identity.FingerprintHex(), identity.NotBeforeText(),
+            identity.NotAfterText(),        identity.KeyAlgorithm(),   EscapeBlanks(identity.Subject()),
+            EscapeBlanks(identity.Issuer())};
+}
+
 std::string Join(const std::vector<std::string>& parts, std::string_view strSeparator) {
     std::string joined;
     for (size_t i = 0; i < parts.size(); ++i) {
@@ -65,8 +82,9 @@ std::string Join(const std::vector<std::string>& parts, std::string_view strSepa
 
 }  // namespace
 
-SigningObject::SigningObject(Identities identities)
+SigningObject::SigningObject(Identities identities, bool fListAll)
     : m_identities(std::move(identities)),
+      m_fListAll(fListAll),
       m_settings(std::make_shared<const Settings>(Settings{SharedDigest(kDefaultDigest), false, {}})),
       m_cSweepAt(kFirstSweep) {}
 
@@ -143,28 +161,35 @@ void SigningObject::ClearFilters() {
 SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std::time_t now) const {
     constexpr std::time_t kBeginning = std::numeric_limits<std::time_t>::min();
     constexpr std::time_t kEnd = std::numeric_limits<std::time_t>::max();
-    Choice choice{settings, kBeginning, kEnd, {}, nullptr};
+    Choice choice{settings, kBeginning, kEnd, {}, nullptr, {}};
+    Identities passedOver;
+    size_t cFiltered = 0;
     for (const IdentityPtr& identity : m_identities) {
-        if (!std::all_of(settings->filters.begin(), settings->filters.end(),
-                         [&](const Filter& filter) { return filter.Passes(*identity); })) {
+        if (!PassesFilters(*identity, settings->filters)) {
+            ++cFiltered;
             continue;
         }
+        const Flaw flaw = identity->FlawAt(now);
         // Holds until somebody's validity begins or ends, and no longer when the clock is set back over such a moment.
-        if (now < identity->NotBefore()) {
+        if (flaw == Flaw::NotYetValid) {
             choice.notAfter = std::min(choice.notAfter, identity->NotBefore() - 1);
-        } else if (identity->NotAfter() < now) {
+        } else if (flaw == Flaw::Expired) {
             choice.notBefore = std::max(choice.notBefore, identity->NotAfter() + 1);
-        } else {
+        } else if (flaw == Flaw::None) {
             choice.notBefore = std::max(choice.notBefore, identity->NotBefore());
             choice.notAfter = std::min(choice.notAfter, identity->NotAfter());
             choice.candidates.push_back(identity);
+            continue;
         }
+        passedOver.push_back(identity);
     }
     const auto longest =
         std::max_element(choice.candidates.begin(), choice.candidates.end(),
                          [](const IdentityPtr& a, const IdentityPtr& b) { return a->NotAfter() < b->NotAfter(); });
     if (longest != choice.candidates.end()) {
         choice.longest = *longest;
+    } else {
+        choice.strPassedOver = PassedOverText(passedOver, cFiltered, now);
     }
     return choice;
 }
@@ -186,7 +211,7 @@ SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& setting
 IdentityPtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
     const ChoicePtr choice = CurrentChoice(settings);
     if (!choice->longest) {
-        throw Failure(VCTK_E_NO_CERTIFICATE);
+        throw Failure(VCTK_E_NO_CERTIFICATE, choice->strPassedOver);
     }
     if (settings->fChooseSingle && choice->candidates.size() > 1) {
         throw Failure(VCTK_E_SEVERAL_CERTIFICATES, std::to_string(choice->candidates.size()) + " certificates pass");
@@ -239,12 +264,21 @@ std::string SigningObject::SignCertificate() const {
 std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
-    const ChoicePtr choice = CurrentChoice(CurrentSettings());
+    const SettingsPtr settings = CurrentSettings();
+    if (m_fListAll) {
+        const std::time_t now = std::time(nullptr);
+        for (const IdentityPtr& identity : m_identities) {
+            if (PassesFilters(*identity, settings->filters)) {
+                std::vector<std::string> fields = ListFields(*identity);
+                fields.push_back(StateText(*identity, now));
+                records.push_back(Join(fields, strFieldSeparator));
+            }
+        }
+        return Join(records, strRecordSeparator);
+    }
+    const ChoicePtr choice = CurrentChoice(settings);
     for (const IdentityPtr& identity : choice->candidates) {
-        records.push_back(Join(
-            {identity->SerialHex(), identity->FingerprintHex(), identity->NotBeforeText(), identity->NotAfterText(),
-             identity->KeyAlgorithm(), EscapeBlanks(identity->Subject()), EscapeBlanks(identity->Issuer())},
-            strFieldSeparator));
+        records.push_back(Join(ListFields(*identity), strFieldSeparator));
     }
     return Join(records, strRecordSeparator);
 }

@@ -19,6 +19,7 @@
 #include "signing/Identity.h"
 #include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
+#include "signing/Store.h"
 #include "signing/ThreadId.h"
 
 namespace vextk {
@@ -27,7 +28,8 @@ namespace vextk {
 // the calling thread's last error.
 class SigningObject {
 public:
-    explicit SigningObject(Identities identities);
+    explicit SigningObject(Identities identities, bool fListAll = false);
+    explicit SigningObject(OpenedStore store) : SigningObject(std::move(store.identities), store.fListAll) {}
 
     // Runs an operation in the object's call queue. The calling thread's last error is then that of the operation, or
     // VCTK_OK; returns its number.
@@ -80,7 +82,8 @@ public:
     std::string SignCertificate() const;
 
     // One record for each candidate: serial, SHA-256 fingerprint, not before, not after, key algorithm, subject,
-    // issuer. Blanks inside names are escaped.
+    // issuer. Blanks inside names are escaped. When all are listed: one for each certificate that passes the filters,
+    // with StateText behind it, and "-" for what cannot be read.
     std::string CertificateList(std::string_view strRecordSeparator, std::string_view strFieldSeparator) const;
 
 private:
@@ -114,8 +117,9 @@ private:
         SettingsPtr settings;
         std::time_t notBefore;
         std::time_t notAfter;
-        Identities candidates;  // in the store's order
-        IdentityPtr longest;    // the first of those that stay valid longest; null when there is none
+        Identities candidates;      // in the store's order
+        IdentityPtr longest;        // the first of those that stay valid longest; null when there is none
+        std::string strPassedOver;  // why there is none
     };
     using ChoicePtr = std::shared_ptr<const Choice>;
 
@@ -128,6 +132,7 @@ private:
     PerThreadPtr MineIfAny() const;
 
     const Identities m_identities;
+    const bool m_fListAll;
     CallQueue m_queue;
 
     std::mutex& m_mutex = MutexPool::Next();

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <climits>
+#include <ctime>
 #include <string>
 #include <system_error>
 #include <unordered_map>
 #include <vector>
 
+#include "signing/Candidates.h"
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
@@ -88,16 +90,12 @@ std::string DerText(int (*encode)(const T*, unsigned char**), const T* pObject) 
 }
 
 // The private key of each certificate, null where there is none. Stores may be large: a key is looked up by the encoded
-// public key, and compared one by one only where an encoding is found on one side alone (an EC point has several).
+// public key, and compared one by one only for a certificate whose encoding is not found (an EC point has several).
 std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
-    struct Entry {
-        EVP_PKEY* pKey;
-        bool fFound = false;
-    };
-    std::unordered_map<std::string, Entry> byPublicKey;
+    std::unordered_map<std::string, EVP_PKEY*> byPublicKey;
     for (const KeyPtr& key : content.keys) {
         if (IsSigningKey(key.get())) {
-            byPublicKey.try_emplace(DerText(i2d_PUBKEY, key.get()), Entry{key.get()});
+            byPublicKey.try_emplace(DerText(i2d_PUBKEY, key.get()), key.get());
         }
     }
     std::vector<EVP_PKEY*> keys(content.certificates.size());
@@ -105,20 +103,18 @@ std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
         const auto found =
             byPublicKey.find(DerText(i2d_X509_PUBKEY, X509_get_X509_PUBKEY(content.certificates[i].get())));
         if (found != byPublicKey.end()) {
-            keys[i] = found->second.pKey;
-            found->second.fFound = true;
+            keys[i] = found->second;
         }
     }
-    std::erase_if(byPublicKey, [](const auto& entry) { return entry.second.fFound; });
     for (size_t i = 0; i < keys.size(); ++i) {
         if (keys[i] != nullptr) {
             continue;
         }
         const EVP_PKEY* pPublic = X509_get0_pubkey(content.certificates[i].get());
         const auto found = std::find_if(byPublicKey.begin(), byPublicKey.end(), [&](const auto& entry) {
-            return pPublic != nullptr && EVP_PKEY_eq(pPublic, entry.second.pKey) == 1;
+            return pPublic != nullptr && EVP_PKEY_eq(pPublic, entry.second) == 1;
         });
-        keys[i] = found != byPublicKey.end() ? found->second.pKey : nullptr;
+        keys[i] = found != byPublicKey.end() ? found->second : nullptr;
     }
     return keys;
 }
@@ -153,6 +149,17 @@ Identities OpenFileStore(const StoreUri& uri) {
     }
 }
 
+Identities Open(const StoreUri& uri) {
+    switch (uri.kind) {
+        case StoreUri::Kind::Demo:
+            return OpenDemoStore();
+        case StoreUri::Kind::Token:
+            return OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
+        default:
+            return OpenFileStore(uri);
+    }
+}
+
 }  // namespace
 
 Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
@@ -168,28 +175,24 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
     for (size_t i = 0; i < keys.size(); ++i) {
         if (keys[i] != nullptr) {
             EVP_PKEY_up_ref(keys[i]);
-            identities.push_back(std::make_shared<const Identity>(std::move(content.certificates[i]), KeyPtr(keys[i])));
         }
+        identities.push_back(MakeIdentity(std::move(content.certificates[i]), KeyPtr(keys[i])));
     }
-    if (identities.empty()) {
-        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY);
-    }
-    return identities;
+    return WithoutCopies(std::move(identities));
 }
 
-Identities OpenStore(std::string_view text) {
+OpenedStore OpenStore(std::string_view text) {
     StoreUri uri = ParseStoreUri(text);
     if (uri.strPinSource) {
         uri.pin = ReadPin(*uri.strPinSource);
     }
-    switch (uri.kind) {
-        case StoreUri::Kind::Demo:
-            return OpenDemoStore();
-        case StoreUri::Kind::Token:
-            return OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
-        default:
-            return OpenFileStore(uri);
+    OpenedStore store{Open(uri), uri.fListAll};
+    const bool fHasKey = std::any_of(store.identities.begin(), store.identities.end(),
+                                     [](const IdentityPtr& identity) { return identity->Key() != nullptr; });
+    if (!fHasKey && !uri.fListAll) {
+        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(store.identities, 0, std::time(nullptr)));
     }
+    return store;
 }
 
 }  // namespace vextk

@@ -171,9 +171,19 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
         ParseModule(name == "module-path", value, uri.token);
         return;
     }
+    if (name == "list") {
+        if (value != "all" || uri.fListAll) {
+            Malformed("list is all, and given once");
+        }
+        uri.fListAll = true;
+        return;
+    }
+    if (uri.kind == StoreUri::Kind::Demo) {
+        Malformed("nothing may follow \"demo:\" but \"?list=all\"");
+    }
     if (name != "pin-value" && name != "pin-source") {
         if (!fToken) {
-            Malformed("the attributes are pin-value and pin-source");
+            Malformed("the attributes are pin-value, pin-source and list");
         }
         CheckVendorAttribute(name, value);
         return;
@@ -216,17 +226,11 @@ StoreUri ParseStoreUri(std::string_view text) {
     std::string_view rest = text.substr(nColon + 1);
 
     StoreUri uri;
-    if (EqualIgnoringCase(scheme, "demo")) {
-        if (!rest.empty()) {
-            Malformed("nothing may follow \"demo:\"");
-        }
-        return uri;
-    }
     if (EqualIgnoringCase(scheme, "file")) {
         uri.kind = StoreUri::Kind::File;
     } else if (EqualIgnoringCase(scheme, "pkcs11")) {
         uri.kind = StoreUri::Kind::Token;
-    } else {
+    } else if (!EqualIgnoringCase(scheme, "demo")) {
         throw Failure(VCTK_E_URI_SCHEME,
                       "\"" + std::string(scheme) + ":\" is neither \"demo:\" nor \"file:\" nor \"pkcs11:\"");
     }
@@ -236,8 +240,10 @@ StoreUri ParseStoreUri(std::string_view text) {
     const size_t nQuery = rest.find('?');
     if (uri.kind == StoreUri::Kind::File) {
         uri.strPath = FilePath(rest.substr(0, nQuery));
-    } else {
+    } else if (uri.kind == StoreUri::Kind::Token) {
         ParseTokenPath(rest.substr(0, nQuery), uri.token);
+    } else if (!rest.substr(0, nQuery).empty()) {
+        Malformed("nothing may follow \"demo:\" but \"?list=all\"");
     }
     if (nQuery != std::string_view::npos) {
         ParseAttributes(rest.substr(nQuery + 1), uri);

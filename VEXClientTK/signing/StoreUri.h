@@ -5,6 +5,8 @@
 //   file:/path/keys.p12?pin-source=file:/path/pin
 //   pkcs11:token=Card;id=%01?pin-value=1234 the certificates on a token, by RFC 7512
 //
+// "list=all" behind the "?" of each lets the certificate list show what cannot sign as well, and why.
+//
 // The path is absolute, as in RFC 8089 ("file:///path" and "file://localhost/path" are the same); the attributes are
 // those of RFC 7512 section 2.4, separated by "&". Percent-encoding (RFC 3986 section 2.1) is decoded in paths and
 // values; "%", "?", "#" and, in values, "&" have to be encoded, and in the attributes of a token's path ";".
@@ -36,6 +38,7 @@ struct StoreUri {
     TokenUri token;                           // of Kind::Token
     std::optional<SecretText> pin;            // pin-value
     std::optional<std::string> strPinSource;  // path of the file that holds the PIN
+    bool fListAll = false;                    // list=all
 };
 
 // Throws VCTK_E_URI_MALFORMED or VCTK_E_URI_SCHEME. The failure's detail quotes nothing that could hold a PIN.

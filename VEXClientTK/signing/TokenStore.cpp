@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "signing/Candidates.h"
 #include "signing/Failure.h"
 #include "signing/Pkcs11Module.h"
 #include "signing/Token.h"
@@ -77,18 +78,14 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
         const auto key = std::find_if(content.keys.begin(), content.keys.end(), [&](const TokenKey& candidate) {
             return !candidate.strId.empty() && candidate.strId == certificate.strId;
         });
-        if (key == content.keys.end() || !DescribesObject(uri, certificate, *key)) {
+        const bool fKey = key != content.keys.end();
+        if (!DescribesObject(uri, certificate, fKey ? *key : TokenKey{certificate.strId, CKK_RSA, {}})) {
             continue;
         }
-        if (KeyPtr privateKey = MakeTokenPrivateKey(token, *key, certificate.certificate.get())) {
-            identities.push_back(
-                std::make_shared<const Identity>(std::move(certificate.certificate), std::move(privateKey)));
-        }
+        KeyPtr privateKey = fKey ? MakeTokenPrivateKey(token, *key, certificate.certificate.get()) : nullptr;
+        identities.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey)));
     }
-    if (identities.empty()) {
-        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY);
-    }
-    return identities;
+    return WithoutCopies(std::move(identities));
 }
 
 }  // namespace vextk

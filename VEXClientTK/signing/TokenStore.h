@@ -7,8 +7,8 @@
 
 namespace vextk {
 
-// The certificates on the token that the URI describes, with their private keys: every certificate for which there is
-// an RSA or EC key of the same CKA_ID, as far as the URI's id and object let them. pPin may be null. Throws one of the
+// The certificates on the token that the URI describes, each once, as far as the URI's id and object let them; with its
+// private key each for which there is an RSA or EC key of the same CKA_ID. pPin may be null. Throws one of the
 // store, PIN and token numbers of VCTKError.h.
 Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin);
 

@@ -31,18 +31,33 @@ inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& ide
                    " -utf8 -subj '" + identity.strSubject + "' " + identity.strExtra);
 }
 
-// NAME.crt, which ended long ago, for the private key of a PEM file in the directory. "openssl x509" makes none: it
-// knows no dates before OpenSSL 3.4, and no negative number of days since.
+// NAME.crt with a validity of its own, times as "20260301120000Z", for a private key of the directory. "openssl x509"
+// makes none: it knows no dates before OpenSSL 3.4.
+inline void MakeCertificate(const std::string& strDirectory, const std::string& strKeyFile, const std::string& strName,
+                            const std::string& strSubject, const std::string& strBegin, const std::string& strEnd,
+                            const std::string& strExtra = {}) {
+    RequireCommand("cd " + strDirectory + " && openssl req -new -key " + strKeyFile + " -out " + strName +
+                   ".csr -utf8 -subj '" + strSubject + "' && : > index && openssl ca -batch -create_serial -selfsign" +
+                   " -notext -md sha256 -policy any -outdir . -keyfile " + strKeyFile + " -in " + strName +
+                   ".csr -out " + strName + ".crt -startdate " + strBegin + " -enddate " + strEnd + " " + strExtra +
+                   " -config /dev/stdin <<'END'\n[ca]\ndefault_ca=d\n[d]\ndatabase=index\nserial=serial\n" +
+                   "[any]\nCN=supplied\nEND\n");
+}
+
+// NAME.crt, which ended long ago.
 inline void MakeExpiredCertificate(const std::string& strDirectory, const std::string& strKeyFile,
                                    const std::string& strName) {
-    const std::string strConfiguration =
-        "[ca]\ndefault_ca=test\n[test]\ndatabase=expired.index\nnew_certs_dir=.\nrand_serial=yes\n"
-        "default_md=sha256\npolicy=names\n[names]\ncommonName=supplied\n";
-    RequireCommand(
-        "cd " + strDirectory + " && printf '" + strConfiguration +
-        "' > expired.cnf && : > expired.index && openssl req -new -key " + strKeyFile + " -subj /CN=" + strName +
-        " -out expired.csr && openssl ca -batch -notext -config expired.cnf -selfsign -keyfile " + strKeyFile +
-        " -in expired.csr -startdate 20200101000000Z -enddate 20200201000000Z -out " + strName + ".crt");
+    MakeCertificate(strDirectory, strKeyFile, strName, "/CN=" + strName, "20200101000000Z", "20200201000000Z");
+}
+
+// An identity with a validity of its own.
+inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& identity, const std::string& strBegin,
+                         const std::string& strEnd) {
+    const std::string strKeyFile = identity.strName + ".key";
+    RequireCommand("cd " + directory.Path() + " && openssl req -new -nodes -newkey " + identity.strKey + " -keyout " +
+                   strKeyFile + " -out " + identity.strName + ".csr -subj /CN=unused");
+    MakeCertificate(directory.Path(), strKeyFile, identity.strName, identity.strSubject, strBegin, strEnd,
+                    identity.strExtra);
 }
 
 // One PEM file with the keys and certificates of the identities named; returns its path.

@@ -83,12 +83,7 @@ TEST_F(CertificateListTest, ANegativeSerialNumberCanBeFilteredAsItIsListed) {
 }
 
 TEST_F(CertificateListTest, AYearHasFourDigits) {
-    RequireCommand("cd " + m_directory.Path() +
-                   " && openssl req -new -nodes -newkey rsa:2048 -keyout a.key -out a.csr -subj /CN=Old && : > index &&"
-                   " openssl ca -batch -create_serial -selfsign -keyfile a.key -in a.csr -out a.crt -notext"
-                   " -startdate 09500101000000Z -enddate 29500101000000Z -md sha256 -policy any -outdir ."
-                   " -config /dev/stdin <<'END'\n[ca]\ndefault_ca=d\n[d]\ndatabase=index\nserial=serial\n"
-                   "[any]\nCN=supplied\nEND\n");
+    MakeIdentity(m_directory, {"a"}, "09500101000000Z", "29500101000000Z");
     const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
     ASSERT_EQ(client.Records().size(), 1U);
     EXPECT_EQ(client.Records()[0][2], "0950-01-01T00:00:00Z");

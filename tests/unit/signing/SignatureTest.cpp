@@ -193,15 +193,4 @@ TEST_F(SignatureTest, OneStoreManyKeysTheFilterDecides) {
     EXPECT_EQ(result.nStatus, 0) << result.strOutput;
 }
 
-TEST_F(SignatureTest, AKeyTooShortForTheDigestIsAClearError) {
-    MakeIdentity(*s_pDirectory, {"rsa512", "rsa:512"});
-    const ToolkitClient client("file:" + MakePemStore(*s_pDirectory, "rsa512.pem", {"rsa512"}));
-    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
-    ASSERT_EQ(VCTK_SetDigestAlg(client.Handle(), "SHA512"), 0);
-    EXPECT_FALSE(client.SignP1("text"));
-    EXPECT_EQ(client.LastError(), VCTK_E_SIGN_FAILED);
-    EXPECT_FALSE(client.SignP7("text", 0, 0, 0));
-    EXPECT_EQ(client.LastError(), VCTK_E_SIGN_FAILED);
-}
-
 }  // namespace

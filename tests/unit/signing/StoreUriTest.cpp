@@ -55,6 +55,17 @@ TEST(StoreUri, Demo) {
     EXPECT_EQ(ParseStoreUri("Demo:").kind, StoreUri::Kind::Demo);
 }
 
+TEST(StoreUri, ListAll) {
+    for (const char* pszText :
+         {"demo:?list=all", "file:/k?list=all", "file:/k?pin-value=1&list=all", "file:/k?list=all&pin-source=/p",
+          "pkcs11:?list=all", "pkcs11:token=a?x-acme=1&list=all&module-path=/m"}) {
+        EXPECT_TRUE(ParseStoreUri(pszText).fListAll) << pszText;
+    }
+    EXPECT_FALSE(ParseStoreUri("demo:").fListAll);
+    EXPECT_FALSE(ParseStoreUri("file:/list=all").fListAll);
+    EXPECT_FALSE(ParseStoreUri("pkcs11:?List=all").fListAll) << "a vendor's attribute";
+}
+
 struct AcceptedToken {
     const char* pszText;
     std::map<std::string, std::string, std::less<>> attributes;
@@ -128,7 +139,11 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"", VCTK_E_URI_MALFORMED}, Refused{"/k.p12", VCTK_E_URI_MALFORMED}, Refused{":", VCTK_E_URI_MALFORMED},
         Refused{":/k", VCTK_E_URI_MALFORMED}, Refused{"1file:/k", VCTK_E_URI_MALFORMED},
         Refused{"fi le:/k", VCTK_E_URI_MALFORMED}, Refused{"demo:x", VCTK_E_URI_MALFORMED},
-        Refused{"demo:?pin-value=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"file:", VCTK_E_URI_MALFORMED},
+        Refused{"demo:?pin-value=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"demo:?", VCTK_E_URI_MALFORMED},
+        Refused{"demo:?list=all&pin-source=/p", VCTK_E_URI_MALFORMED}, Refused{"demo:x?list=all", VCTK_E_URI_MALFORMED},
+        Refused{"demo:?list=all#", VCTK_E_URI_MALFORMED}, Refused{"file:/k?list=", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?list=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?list=some", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?list=all&list=all", VCTK_E_URI_MALFORMED}, Refused{"file:", VCTK_E_URI_MALFORMED},
         Refused{"file:k.p12", VCTK_E_URI_MALFORMED}, Refused{"file:/", VCTK_E_URI_MALFORMED},
         Refused{"file://host/k", VCTK_E_URI_MALFORMED}, Refused{"file://localhost", VCTK_E_URI_MALFORMED},
         Refused{"file:/k#f", VCTK_E_URI_MALFORMED}, Refused{"file:/k?pin-value=sEcReT#", VCTK_E_URI_MALFORMED},

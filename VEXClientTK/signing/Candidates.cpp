@@ -1,0 +1,112 @@
+#include "signing/Candidates.h"
+
+#include <algorithm>
+#include <iterator>
+#include <unordered_map>
+
+namespace vextk {
+namespace {
+
+struct FlawWords {
+    Flaw flaw;
+    const char* pszState;    // in the list
+    const char* pszOne;      // behind the number 1
+    const char* pszSeveral;  // behind other numbers
+    std::string (*detail)(const Identity&);
+};
+
+std::string None(const Identity&) {
+    return {};
+}
+
+std::string Day(const std::string& strTime) {
+    return " " + strTime.substr(0, strTime.find('T'));
+}
+
+// In the order in which they are told.
+constexpr FlawWords kFlaws[] = {
+    {Flaw::Expired, "expired", "expired on", "expired, the last on",
+     [](const Identity& i) { return Day(i.NotAfterText()); }},
+    {Flaw::NotYetValid, "not-valid-yet", "not valid before", "not valid yet, the first before",
+     [](const Identity& i) { return Day(i.NotBeforeText()); }},
+    {Flaw::NotForSigning, "not-for-signing", "not for signing", "not for signing", None},
+    {Flaw::NoPrivateKey, "no-private-key", "without a private key", "without a private key", None},
+    {Flaw::KeyCannotSign, "key-cannot-sign", "with a key that may not sign", "with a key that may not sign", None},
+    {Flaw::KeyTooShort, "key-too-short", "with a key too short:", "with a key too short, the first",
+     [](const Identity& i) { return " " + i.KeyAlgorithm() + " " + std::to_string(i.KeyBits()) + " bits"; }},
+    {Flaw::UnsupportedKey, "unsupported-key", "with an unsupported key:", "with an unsupported key, the first",
+     [](const Identity& i) { return i.KeyAlgorithm() == "EC" ? " EC on an unnamed curve" : " " + i.KeyAlgorithm(); }},
+    {Flaw::Damaged, "damaged", "damaged", "damaged", None},
+};
+
+bool EndsEarlier(const IdentityPtr& a, const IdentityPtr& b) {
+    return a->NotAfter() < b->NotAfter();
+}
+
+bool BeginsEarlier(const IdentityPtr& a, const IdentityPtr& b) {
+    return a->NotBefore() < b->NotBefore();
+}
+
+// The one that the text names.
+const Identity& Example(Flaw flaw, const Identities& group) {
+    switch (flaw) {
+        case Flaw::Expired:
+            return **std::max_element(group.begin(), group.end(), EndsEarlier);
+        case Flaw::NotYetValid:
+            return **std::min_element(group.begin(), group.end(), BeginsEarlier);
+        default:
+            return *group.front();
+    }
+}
+
+void Append(std::string& strList, const std::string& strPart) {
+    strList.append(strList.empty() ? "" : ", ").append(strPart);
+}
+
+}  // namespace
+
+Identities WithoutCopies(Identities identities) {
+    std::unordered_map<std::string, size_t> places;
+    Identities different;
+    for (IdentityPtr& identity : identities) {
+        const bool fReadable = identity->Certificate() != nullptr;
+        const auto [place, fNew] = places.try_emplace(identity->FingerprintHex(), different.size());
+        if (fNew || !fReadable) {
+            different.push_back(std::move(identity));
+        } else if (IdentityPtr& first = different[place->second]; first->Key() == nullptr) {
+            first = std::move(identity);
+        }
+    }
+    return different;
+}
+
+std::string PassedOverText(const Identities& passedOver, size_t cFiltered, std::time_t now) {
+    std::string strReasons;
+    for (const FlawWords& words : kFlaws) {
+        Identities group;
+        std::copy_if(passedOver.begin(), passedOver.end(), std::back_inserter(group),
+                     [&](const IdentityPtr& identity) { return identity->FlawAt(now) == words.flaw; });
+        if (!group.empty()) {
+            Append(strReasons, std::to_string(group.size()) + " " +
+                                   (group.size() == 1 ? words.pszOne : words.pszSeveral) +
+                                   words.detail(Example(words.flaw, group)));
+        }
+    }
+    if (cFiltered > 0) {
+        Append(strReasons, std::to_string(cFiltered) + " not passing the filters");
+    }
+    return strReasons.empty() ? strReasons
+                              : std::to_string(passedOver.size() + cFiltered) + " passed over: " + strReasons;
+}
+
+std::string StateText(const Identity& identity, std::time_t now) {
+    const Flaw flaw = identity.FlawAt(now);
+    const auto* const pWords =
+        std::find_if(std::begin(kFlaws), std::end(kFlaws), [=](const FlawWords& words) { return words.flaw == flaw; });
+    if (pWords == std::end(kFlaws)) {
+        return "signs";
+    }
+    return flaw == Flaw::KeyTooShort ? pWords->pszState + (":" + std::to_string(identity.KeyBits())) : pWords->pszState;
+}
+
+}  // namespace vextk
