@@ -64,6 +64,13 @@ public:
         }
     }
 
+    // With the table locked: function must not use it.
+    template <typename Function>
+    void ForEachLocked(Function function) {
+        const std::lock_guard lock(m_mutex);
+        ForEach(function);
+    }
+
 private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.
     static constexpr std::uintptr_t kStep = 4;

@@ -24,16 +24,17 @@ Objects& OpenObjects() noexcept;
 
 ThreadId s_nForkingThread = 0;  // guarded by the objects' lock
 
-// A forked process goes on with the objects, and finds no lock held nor turn taken by a thread that it has not.
+// A forked child can use the open objects. It finds the toolkit's own locks free, and no turn taken by a thread of its
+// parent. OpenSSL's locks are not taken here: if another thread of the parent was signing or opening a store, one of
+// them may be held for ever in the child, which then hangs when it signs. Waiting for those threads would make a fork
+// wait for a person at a PIN pad, and for itself where a token's module starts a program.
 void BeforeFork() {
     OpenObjects().LockForFork();
-    s_nForkingThread = CurrentThreadId();
+    s_nForkingThread = CurrentThreadIdIfAny();
     MutexPool::LockAll();
-    LockThreadIdsForFork();
 }
 
 void Unlock() {
-    UnlockThreadIdsAfterFork();
     MutexPool::UnlockAll();
     OpenObjects().UnlockAfterFork();
 }
@@ -43,10 +44,16 @@ void AfterForkThere() {
     Unlock();
 }
 
+// What a thread has left in the objects goes with it: it may be large signatures.
+void ForgetThread(ThreadId nThread) noexcept {
+    OpenObjects().ForEachLocked([=](SigningObject& object) { object.ForgetThread(nThread); });
+}
+
 Objects& MakeOpenObjects() {
     constexpr std::uintptr_t kFirstHandle = 0x56430004;
     Objects& objects = *new Objects(kFirstHandle);
     pthread_atfork(BeforeFork, Unlock, AfterForkThere);
+    OnThreadEnd(ForgetThread);
     return objects;
 }
 
@@ -57,7 +64,7 @@ Objects& OpenObjects() noexcept {
     return s_objects;
 }
 
-// Made before a second thread can be in the making of it when the process forks.
+// Created at load time, so that no fork can interrupt its creation.
 [[maybe_unused]] const Objects& s_objectsAtLoadTime = OpenObjects();
 
 // Why the thread's last initialisation failed. It has no destructor, so that it can be asked at any time; a detail

@@ -1,6 +1,8 @@
 #include "signing/SigningObject.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <ctime>
 #include <limits>
 
@@ -12,7 +14,6 @@ namespace vextk {
 namespace {
 
 constexpr std::string_view kDefaultDigest = "SHA-256";
-constexpr size_t kFirstSweep = 32;
 
 std::shared_ptr<const EVP_MD> SharedDigest(std::string_view strName) {
     return FindDigest(strName);
@@ -80,13 +81,37 @@ std::string Join(const std::vector<std::string>& parts, std::string_view strSepa
     return joined;
 }
 
+// Objects that refused the thread an operation because there was no memory to keep its number in. Fixed in size, so
+// that noting one needs none; of more than so many at once the oldest is forgotten.
+class RefusingObjects {
+public:
+    void Add(std::uint64_t nObject) noexcept {
+        if (!Contains(nObject)) {
+            m_objects[m_cAdded++ % m_objects.size()] = nObject;
+        }
+    }
+    bool Contains(std::uint64_t nObject) const noexcept {
+        return std::find(m_objects.begin(), m_objects.end(), nObject) != m_objects.end();
+    }
+
+private:
+    std::array<std::uint64_t, 16> m_objects{};  // 0 is no object's number
+    size_t m_cAdded = 0;
+};
+constinit thread_local RefusingObjects t_refusing;
+
+std::uint64_t NextObjectNumber() {
+    static std::atomic<std::uint64_t> s_nLast{0};
+    return ++s_nLast;
+}
+
 }  // namespace
 
 SigningObject::SigningObject(Identities identities, bool fListAll)
     : m_identities(std::move(identities)),
       m_fListAll(fListAll),
-      m_settings(std::make_shared<const Settings>(Settings{SharedDigest(kDefaultDigest), false, {}})),
-      m_cSweepAt(kFirstSweep) {}
+      m_nObject(NextObjectNumber()),
+      m_settings(std::make_shared<const Settings>(Settings{SharedDigest(kDefaultDigest), false, {}})) {}
 
 SigningObject::PerThreadPtr SigningObject::Mine() {
     const ThreadId nThread = CurrentThreadId();
@@ -94,15 +119,20 @@ SigningObject::PerThreadPtr SigningObject::Mine() {
     if (const auto found = m_perThread.find(nThread); found != m_perThread.end()) {
         return found->second;
     }
-    if (m_perThread.size() >= m_cSweepAt) {
-        std::erase_if(m_perThread, [](const auto& entry) { return !IsThreadAlive(entry.first); });
-        m_cSweepAt = std::max(kFirstSweep, m_perThread.size() * 2);
-    }
     return m_perThread.emplace(nThread, std::make_shared<PerThread>()).first->second;
 }
 
-SigningObject::PerThreadPtr SigningObject::MineIfAny() const {
-    const ThreadId nThread = CurrentThreadId();
+SigningObject::PerThreadPtr SigningObject::MineOrNone() noexcept {
+    try {
+        return Mine();
+    } catch (const std::bad_alloc&) {
+        t_refusing.Add(m_nObject);
+        return nullptr;
+    }
+}
+
+SigningObject::PerThreadPtr SigningObject::MineIfAny() const noexcept {
+    const ThreadId nThread = CurrentThreadIdIfAny();
     const std::lock_guard lock(m_mutex);
     const auto found = m_perThread.find(nThread);
     return found == m_perThread.end() ? nullptr : found->second;
@@ -119,14 +149,25 @@ void SigningObject::ForgetOtherThreads(ThreadId nThread) {
     }
 }
 
-VCTKError SigningObject::LastError() const {
-    const PerThreadPtr mine = MineIfAny();
-    return mine ? mine->nLastError : VCTK_OK;
+void SigningObject::ForgetThread(ThreadId nThread) noexcept {
+    PerThreadPtr gone;  // freed when the lock has been released
+    const std::lock_guard lock(m_mutex);
+    if (const auto found = m_perThread.find(nThread); found != m_perThread.end()) {
+        gone = std::move(found->second);
+        m_perThread.erase(found);
+    }
+}
+
+VCTKError SigningObject::LastError() const noexcept {
+    if (const PerThreadPtr mine = MineIfAny()) {
+        return mine->nLastError;
+    }
+    return t_refusing.Contains(m_nObject) ? VCTK_E_OUT_OF_MEMORY : VCTK_OK;
 }
 
 std::string SigningObject::LastErrorMessage() const {
     const PerThreadPtr mine = MineIfAny();
-    return mine ? ErrorText(mine->nLastError, mine->strLastDetail) : ErrorText(VCTK_OK, {});
+    return mine ? ErrorText(mine->nLastError, mine->strLastDetail) : ErrorText(LastError(), {});
 }
 
 SigningObject::SettingsPtr SigningObject::CurrentSettings() const {

@@ -1,6 +1,7 @@
 // What lives behind a toolkit handle: certificates, settings, and for each thread its last signature and last error.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <memory>
 #include <mutex>
@@ -35,26 +36,25 @@ public:
     // VCTK_OK; returns its number.
     template <typename Operation>
     VCTKError Call(Operation operation) {
+        const PerThreadPtr mine = MineOrNone();
+        if (!mine) {
+            return VCTK_E_OUT_OF_MEMORY;
+        }
         try {
             const CallQueue::Turn turn(m_queue);
             const OpenSslErrorMark mark;
-            const PerThreadPtr mine = Mine();
-            try {
-                operation(*this);
-                mine->Note(VCTK_OK, {});
-            } catch (const Failure& failure) {
-                mine->Note(failure.Number(), failure.Detail());
-            } catch (const std::bad_alloc&) {
-                mine->Note(VCTK_E_OUT_OF_MEMORY, {});
-            }
-            return mine->nLastError;
+            operation(*this);
+            mine->Note(VCTK_OK, {});
+        } catch (const Failure& failure) {
+            mine->Note(failure.Number(), failure.Detail());
         } catch (const std::bad_alloc&) {
-            return VCTK_E_OUT_OF_MEMORY;
+            mine->Note(VCTK_E_OUT_OF_MEMORY, {});
         }
+        return mine->nLastError;
     }
 
     // Of the calling thread; neither changes it.
-    VCTKError LastError() const;
+    VCTKError LastError() const noexcept;
     std::string LastErrorMessage() const;
 
     CallQueue& Queue() { return m_queue; }
@@ -62,6 +62,9 @@ public:
     // In a process that was just forked, by its one thread. What belongs to threads that exist in the parent only may
     // be half changed, and stays as it is for ever.
     void ForgetOtherThreads(ThreadId nThread);
+
+    // Frees what belongs to a thread that has ended.
+    void ForgetThread(ThreadId nThread) noexcept;
 
     // ---- Operations, for Call ----
 
@@ -101,9 +104,14 @@ private:
         std::optional<std::string> strP7;
         IdentityPtr lastSigner;
 
-        void Note(VCTKError nNumber, const std::string& strDetail) {
+        // Without memory for the detail there is none: the number is what matters.
+        void Note(VCTKError nNumber, const std::string& strDetail) noexcept {
             nLastError = nNumber;
-            strLastDetail = strDetail;
+            strLastDetail.clear();
+            try {
+                strLastDetail = strDetail;
+            } catch (const std::bad_alloc&) {
+            }
         }
     };
     using PerThreadPtr = std::shared_ptr<PerThread>;
@@ -129,10 +137,12 @@ private:
     IdentityPtr ChooseIdentity(const SettingsPtr& settings) const;
 
     PerThreadPtr Mine();
-    PerThreadPtr MineIfAny() const;
+    PerThreadPtr MineOrNone() noexcept;  // null, and noted as the thread's error, when memory runs out
+    PerThreadPtr MineIfAny() const noexcept;
 
     const Identities m_identities;
     const bool m_fListAll;
+    const std::uint64_t m_nObject;  // never used again
     CallQueue m_queue;
 
     std::mutex& m_mutex = MutexPool::Next();
@@ -140,7 +150,6 @@ private:
     mutable ChoicePtr m_lastChoice;
     // Each entry is used by its own thread alone; it is the map that the mutex guards.
     std::unordered_map<ThreadId, PerThreadPtr> m_perThread;
-    size_t m_cSweepAt;  // number of entries at which those of ended threads are dropped
 };
 
 }  // namespace vextk

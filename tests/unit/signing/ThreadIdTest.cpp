@@ -1,8 +1,8 @@
 #include "signing/ThreadId.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
-#include <mutex>
 #include <new>
 #include <set>
 #include <thread>
@@ -13,37 +13,71 @@
 namespace vextk {
 namespace {
 
-TEST(ThreadId, WithoutMemoryAThreadHasNoneAndGetsOneLater) {
-    std::thread([] {
+// Notes the threads that end. The tests wait for their threads before they look.
+class ThreadIdTest : public testing::Test {
+protected:
+    ThreadIdTest() : m_pfnBefore(OnThreadEnd([](ThreadId nThread) noexcept { s_ended.push_back(nThread); })) {
+        s_ended.clear();
+    }
+    ~ThreadIdTest() override { OnThreadEnd(m_pfnBefore); }
+
+    inline static std::vector<ThreadId> s_ended;
+
+private:
+    const ForgetThreadFunction m_pfnBefore;
+};
+
+TEST_F(ThreadIdTest, WithoutMemoryAThreadHasNoneAndGetsOneLater) {
+    ThreadId nThread = kNoThread;
+    std::thread([&] {
         t_fNoThreadMemory = true;
         EXPECT_THROW(CurrentThreadId(), std::bad_alloc);
+        EXPECT_EQ(CurrentThreadIdIfAny(), kNoThread);
         t_fNoThreadMemory = false;
-        const ThreadId nThread = CurrentThreadId();
-        EXPECT_TRUE(IsThreadAlive(nThread));
-        EXPECT_FALSE(IsThreadAlive(nThread - 1)) << "the one that was refused";
+        nThread = CurrentThreadId();
+        EXPECT_NE(nThread, kNoThread);
+        EXPECT_EQ(CurrentThreadIdIfAny(), nThread);
     }).join();
+    EXPECT_EQ(s_ended, std::vector{nThread});
 }
 
-TEST(ThreadId, StaysTheSameOnAThread) {
+TEST_F(ThreadIdTest, StaysTheSameOnAThread) {
     const ThreadId nThread = CurrentThreadId();
-    EXPECT_NE(nThread, 0U);
+    EXPECT_NE(nThread, kNoThread);
     EXPECT_EQ(CurrentThreadId(), nThread);
-    EXPECT_TRUE(IsThreadAlive(nThread));
+    EXPECT_EQ(CurrentThreadIdIfAny(), nThread);
+    EXPECT_TRUE(s_ended.empty());
 }
 
-TEST(ThreadId, IsNeverUsedAgainAndEndsWithItsThread) {
+TEST_F(ThreadIdTest, IsNeverUsedAgainAndEndsWithItsThread) {
     std::set<ThreadId> seen{CurrentThreadId()};
     for (int i = 0; i < 100; ++i) {
-        ThreadId nThread = 0;
-        bool fAliveInside = false;
-        std::thread([&] {
-            nThread = CurrentThreadId();
-            fAliveInside = IsThreadAlive(nThread);
-        }).join();
-        EXPECT_TRUE(fAliveInside);
-        EXPECT_FALSE(IsThreadAlive(nThread));
+        ThreadId nThread = kNoThread;
+        std::thread([&] { nThread = CurrentThreadId(); }).join();
         EXPECT_TRUE(seen.insert(nThread).second);
+        EXPECT_EQ(s_ended, std::vector{nThread});
+        s_ended.clear();
     }
+}
+
+TEST_F(ThreadIdTest, AThreadWithoutOneEndsUnnoticed) {
+    std::thread([] { EXPECT_EQ(CurrentThreadIdIfAny(), kNoThread); }).join();
+    EXPECT_TRUE(s_ended.empty());
+}
+
+// Destructors of a thread run in no order that counts: one that comes later may use the toolkit again.
+TEST_F(ThreadIdTest, IsAnotherInADestructorThatRunsLaterAndEndsAsWell) {
+    static ThreadId s_nLate = kNoThread;
+    pthread_key_t key = 0;  // younger than the toolkit's, and so run after it
+    ASSERT_EQ(pthread_key_create(&key, [](void*) { s_nLate = CurrentThreadId(); }), 0);
+    ThreadId nThread = kNoThread;
+    std::thread([&] {
+        nThread = CurrentThreadId();
+        pthread_setspecific(key, &key);
+    }).join();
+    pthread_key_delete(key);
+    EXPECT_NE(s_nLate, nThread);
+    EXPECT_EQ(s_ended, (std::vector{nThread, s_nLate}));
 }
 
 }  // namespace
