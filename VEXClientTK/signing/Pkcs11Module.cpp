@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
 
+#include "signing/ModuleTrust.h"
 #include "signing/Token.h"
 
 namespace vextk {
@@ -17,9 +19,15 @@ namespace {
 
 constexpr auto kLongestWaitAtExit = std::chrono::seconds(5);
 
-// Where distributions put the modules that p11-kit knows; the last is the system's own search path.
-constexpr const char* kModuleDirectories[] = {"/usr/lib/x86_64-linux-gnu/pkcs11/", "/usr/lib64/pkcs11/",
-                                              "/usr/lib/pkcs11/", ""};
+// Where distributions put the modules that p11-kit knows, and other libraries. The dynamic linker's search path is not
+// used: what it finds cannot be looked at before it is loaded.
+constexpr const char* kModuleDirectories[] = {"/usr/lib/x86_64-linux-gnu/pkcs11/",
+                                              "/usr/lib64/pkcs11/",
+                                              "/usr/lib/pkcs11/",
+                                              "/usr/lib/x86_64-linux-gnu/",
+                                              "/usr/lib64/",
+                                              "/usr/lib/",
+                                              "/usr/local/lib/"};
 // The proxy is p11-kit's library itself, under another name that not every package has.
 constexpr const char* kProxies[] = {"p11-kit-proxy.so", "libp11-kit.so.0"};
 
@@ -75,11 +83,14 @@ std::vector<std::string> FileNames(const std::string& strPath, const std::string
         }
         return fDirectory ? InDirectory(strPath + "/", strName) : std::vector{strPath};
     }
-    if (strName.empty()) {
-        return {std::begin(kProxies), std::end(kProxies)};
-    }
     std::vector<std::string> names;
     for (const char* pszDirectory : kModuleDirectories) {
+        if (strName.empty()) {
+            for (const char* pszProxy : kProxies) {
+                names.push_back(std::string(pszDirectory) + pszProxy);
+            }
+            continue;
+        }
         const std::vector<std::string> more = InDirectory(pszDirectory, strName);
         names.insert(names.end(), more.begin(), more.end());
     }
@@ -87,19 +98,38 @@ std::vector<std::string> FileNames(const std::string& strPath, const std::string
 }
 
 // The library stays loaded, whatever is closed.
-void* Load(const std::vector<std::string>& names) {
-    std::string strWhy;
-    for (const std::string& strFile : names) {
-        if (void* const pLibrary = dlopen(strFile.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
-            return pLibrary;
-        }
-        // Of several names, what is said about one that exists is worth telling.
+void* LoadFile(const std::string& strFile) {
+    // By its real path: a link may lead somewhere else by now.
+    const std::string strTrusted = RequireTrustedModule(strFile);
+    void* const pLibrary = dlopen(strTrusted.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (pLibrary == nullptr) {
         const char* pszError = dlerror();
-        if (strWhy.empty() || access(strFile.c_str(), F_OK) == 0) {
-            strWhy = pszError != nullptr ? pszError : strFile;
+        throw Failure(VCTK_E_TOKEN_MODULE, pszError != nullptr ? pszError : strFile);
+    }
+    return pLibrary;
+}
+
+// The first of the files that can be loaded. strMissing: what is said when none of them exists.
+void* Load(const std::vector<std::string>& names, const std::string& strMissing) {
+    std::string strWhy = strMissing;
+    for (const std::string& strFile : names) {
+        try {
+            return LoadFile(strFile);
+        } catch (const Failure& failure) {
+            if (access(strFile.c_str(), F_OK) == 0 || errno == EACCES) {
+                strWhy = failure.Detail();
+            }
         }
     }
     throw Failure(VCTK_E_TOKEN_MODULE, strWhy);
+}
+
+std::string MissingText(const std::string& strPath, const std::string& strName) {
+    if (!strPath.empty()) {
+        return strPath + ": there is no " + (strName.empty() ? "such file" : "module " + strName + " in it");
+    }
+    return strName.empty() ? "p11-kit is not installed; name a module with module-path"
+                           : "no module " + strName + " is installed; module-path takes any other place";
 }
 
 }  // namespace
@@ -201,7 +231,7 @@ Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& 
     const std::vector<std::string> names = FileNames(strPath, strName);
     Process& process = CurrentProcess();
     const std::lock_guard lock(process.mutex);
-    void* const pLibrary = Load(names);
+    void* const pLibrary = Load(names, MissingText(strPath, strName));
     Pkcs11Module*& pModule = process.modules[pLibrary];
     if (pModule == nullptr) {
         const auto getFunctions = reinterpret_cast<CK_C_GetFunctionList>(dlsym(pLibrary, "C_GetFunctionList"));

@@ -50,9 +50,8 @@ std::string Pkcs11Text(const unsigned char (&text)[N]) {
 class Pkcs11Module {
 public:
     // strPath: a file, or a directory in which strName is looked for; strName: the file's name with or without "lib"
-    // and
-    // ".so", also where p11-kit's modules are; neither: p11-kit's proxy, which stands for all that are configured.
-    // Throws VCTK_E_TOKEN_MODULE.
+    // and ".so", also where p11-kit's modules are; neither: p11-kit's proxy, which stands for all that are configured.
+    // Throws VCTK_E_TOKEN_MODULE, also for a module that others could have changed (ModuleTrust.h).
     static Pkcs11Module& Open(const std::string& strPath, const std::string& strName);
 
     // Calls functions of the module, one thread at a time: not every module bears sessions that come and go while other

@@ -18,7 +18,10 @@ public:
         m_directory.Write("softhsm2.conf",
                           "directories.tokendir = " + m_directory.Path("tokens") +
                               "\nobjectstore.backend = file\nlog.level = ERROR\nlibrary.reset_on_fork = true\n");
-        RequireCommand("mkdir " + m_directory.Path("tokens"));
+        // The build tree may be somewhere from where the toolkit does not load modules.
+        RequireCommand("mkdir " + m_directory.Path("tokens") + " && install -m 0755 " VEX_TEST_PKCS11_SHIM " " +
+                       m_directory.Path("libvex_test_pkcs11.so"));
+        s_strModule = m_directory.Path("libvex_test_pkcs11.so");
         setenv("SOFTHSM2_CONF", m_directory.Path("softhsm2.conf").c_str(), 1);
         setenv("VEX_TEST_PKCS11_MODULE", VEX_TEST_SOFTHSM, 1);
         RequireCommand(In() + "openssl req -x509 -nodes -newkey rsa:2048 -keyout ca.key -out ca.crt -subj /CN=CA" +
@@ -54,15 +57,17 @@ public:
 
     // As somebody else in the process does who uses the module as well. 0: it is initialised.
     static unsigned long InitialiseModule() {
-        void* const pLibrary = dlopen(VEX_TEST_PKCS11_SHIM, RTLD_NOW | RTLD_LOCAL);
+        void* const pLibrary = dlopen(s_strModule.c_str(), RTLD_NOW | RTLD_LOCAL);
         const auto initialise = reinterpret_cast<unsigned long (*)()>(dlsym(pLibrary, "VexTestInitialiseModule"));
         return initialise();
     }
 
-    static std::string ModuleQuery() { return std::string("module-path=") + VEX_TEST_PKCS11_SHIM; }
+    // Of the one between the toolkit and the software module.
+    static const std::string& ModulePath() { return s_strModule; }
+    static std::string ModuleQuery() { return "module-path=" + s_strModule; }
 
     static Pkcs11Shim& Shim() {
-        void* const pLibrary = dlopen(VEX_TEST_PKCS11_SHIM, RTLD_NOW | RTLD_LOCAL);
+        void* const pLibrary = dlopen(s_strModule.c_str(), RTLD_NOW | RTLD_LOCAL);
         const auto getShim = pLibrary == nullptr
                                  ? nullptr
                                  : reinterpret_cast<decltype(&VexTestPkcs11Shim)>(dlsym(pLibrary, "VexTestPkcs11Shim"));
@@ -79,4 +84,5 @@ private:
     }
 
     TempDirectory m_directory;
+    inline static std::string s_strModule;
 };

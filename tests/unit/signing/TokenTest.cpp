@@ -156,7 +156,7 @@ INSTANTIATE_TEST_SUITE_P(
                               "other "}));
 
 struct NotDescribed {
-    const char* pszUri;
+    const char* pszUri;  // "&" at its end: the tests' module comes behind it
     VCTKError nError;
 };
 
@@ -164,37 +164,59 @@ class TokenRefused : public TokenTest, public testing::WithParamInterface<NotDes
 
 TEST_P(TokenRefused, WithTheReasonAndWithoutLogin) {
     const int cLogins = Shim().cLogins;
-    const ToolkitClient client("pkcs11:" + std::string(GetParam().pszUri));
+    std::string strUri = "pkcs11:" + std::string(GetParam().pszUri);
+    if (strUri.back() == '&') {
+        strUri += TestTokens::ModuleQuery();
+    }
+    const ToolkitClient client(strUri);
     EXPECT_FALSE(client.IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), GetParam().nError) << ErrorMessage(nullptr);
     EXPECT_EQ(Shim().cLogins, cLogins);
 }
 
-#define SHIM "module-path=" VEX_TEST_PKCS11_SHIM
 INSTANTIATE_TEST_SUITE_P(
     All, TokenRefused,
-    testing::Values(NotDescribed{"token=None?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
-                    NotDescribed{"token=card?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
-                    NotDescribed{"?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
-                    NotDescribed{"token=Card;serial=0?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
-                    NotDescribed{"token=Card;slot-id=0?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
-                    NotDescribed{"token=Card;library-description=x?pin-value=4711&" SHIM, VCTK_E_TOKEN_NOT_FOUND},
-                    NotDescribed{"token=Card?" SHIM, VCTK_E_PIN_REQUIRED},
-                    NotDescribed{"token=Card?pin-value=&" SHIM, VCTK_E_PIN_REQUIRED},
-                    NotDescribed{"token=Card?pin-source=file:/none&" SHIM, VCTK_E_PIN_SOURCE},
+    testing::Values(NotDescribed{"token=None?pin-value=4711&", VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=card?pin-value=4711&", VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"?pin-value=4711&", VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card;serial=0?pin-value=4711&", VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card;slot-id=0?pin-value=4711&", VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card;library-description=x?pin-value=4711&", VCTK_E_TOKEN_NOT_FOUND},
+                    NotDescribed{"token=Card?x-none=&", VCTK_E_PIN_REQUIRED},
+                    NotDescribed{"token=Card?pin-value=&", VCTK_E_PIN_REQUIRED},
+                    NotDescribed{"token=Card?pin-source=file:/none&", VCTK_E_PIN_SOURCE},
                     NotDescribed{"token=Card?pin-value=4711&module-path=/none.so", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-path=/etc/passwd", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-path=/usr/lib", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-name=libc.so.6", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-name=a/b", VCTK_E_TOKEN_MODULE},
-                    NotDescribed{"token=Card?pin-value=4711&module-name=none&" SHIM, VCTK_E_TOKEN_MODULE}));
+                    NotDescribed{"token=Card?pin-value=4711&module-name=none&", VCTK_E_TOKEN_MODULE}));
 
 TEST_F(TokenTest, ModuleNameInADirectory) {
-    const std::string strShim = VEX_TEST_PKCS11_SHIM;
+    const std::string strShim = TestTokens::ModulePath();
     const size_t nSlash = strShim.rfind('/');
     const ToolkitClient client("pkcs11:token=Card?pin-value=4711&module-name=vex_test_pkcs11&module-path=" +
                                strShim.substr(0, nSlash));
     EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+}
+
+// A module is code: it is not even loaded, since loading runs some of it.
+TEST_F(TokenTest, AModuleThatOthersMayHaveChangedIsNotLoaded) {
+    const TempDirectory& directory = s_pTokens->Directory();
+    const std::string strModule = directory.Path("open/module.so");
+    RequireCommand("mkdir -p " + directory.Path("open") + " && install -m 0755 " + TestTokens::ModulePath() + " " +
+                   strModule + " && chmod 0777 " + directory.Path("open"));
+    const std::string strOpen = "pkcs11:token=Card?pin-value=4711&module-path=" + strModule;
+    EXPECT_FALSE(ToolkitClient(strOpen).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE);
+    EXPECT_NE(ErrorMessage(nullptr).find(directory.Path("open") + ": not loaded"), std::string::npos)
+        << ErrorMessage(nullptr);
+    const auto isLoaded = [&] { return dlopen(strModule.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr; };
+    EXPECT_FALSE(isLoaded());
+
+    RequireCommand("chmod 0755 " + directory.Path("open"));
+    const ToolkitClient closed(strOpen);
+    EXPECT_TRUE(isLoaded()) << ErrorMessage(nullptr);
 }
 
 TEST_F(TokenTest, PinFromAFile) {

@@ -1,0 +1,74 @@
+#include "signing/ModuleTrust.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <system_error>
+
+#include "signing/Failure.h"
+
+namespace vextk {
+namespace {
+
+[[noreturn]] void Refuse(const std::string& strPath, const std::string& strWhy) {
+    throw Failure(VCTK_E_TOKEN_MODULE, strPath + ": " + strWhy);
+}
+
+[[noreturn]] void RefuseErrno(const std::string& strPath, int nErrno) {
+    Refuse(strPath, std::error_code(nErrno, std::generic_category()).message());
+}
+
+std::string OctalText(mode_t mode) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned int>(mode & 07777U));
+    return text.data();
+}
+
+void RequireOwnOnly(const std::string& strPath, bool fMayBeSticky) {
+    struct stat status {};
+    if (lstat(strPath.c_str(), &status) != 0) {
+        RefuseErrno(strPath, errno);
+    }
+    if (status.st_uid != 0 && status.st_uid != geteuid()) {
+        Refuse(strPath, "not loaded, because it belongs to user " + std::to_string(status.st_uid) +
+                            "; a module and its directories have to belong to root or to user " +
+                            std::to_string(geteuid()));
+    }
+    const bool fSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !(fSticky && fMayBeSticky)) {
+        Refuse(strPath, "not loaded, because others may write to it (mode " + OctalText(status.st_mode) +
+                            "); remove the right with: chmod go-w");
+    }
+}
+
+}  // namespace
+
+std::string RequireTrustedModule(const std::string& strPath) {
+    struct Freer {
+        void operator()(char* psz) const { std::free(psz); }
+    };
+    const std::unique_ptr<char, Freer> real(realpath(strPath.c_str(), nullptr));
+    if (!real) {
+        if (errno == ENOMEM) {
+            throw std::bad_alloc();
+        }
+        RefuseErrno(strPath, errno);
+    }
+    const std::string strReal = real.get();
+    RequireOwnOnly(strReal, false);
+    bool fMayBeSticky = false;  // the module's own directory: other files in it may be loaded as well
+    for (size_t nSlash = strReal.rfind('/'); nSlash != 0; nSlash = strReal.rfind('/', nSlash - 1)) {
+        RequireOwnOnly(strReal.substr(0, nSlash), fMayBeSticky);
+        fMayBeSticky = true;
+    }
+    RequireOwnOnly("/", fMayBeSticky);
+    return strReal;
+}
+
+}  // namespace vextk
