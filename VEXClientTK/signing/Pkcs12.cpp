@@ -4,6 +4,9 @@
 
 #include <memory>
 
+#include "signing/KeyDerivation.h"
+#include "signing/KeyReader.h"
+
 namespace vextk {
 namespace {
 
@@ -29,7 +32,7 @@ struct Pin {
 // Takes the content out of a file whose PIN is known. Its members return false when OpenSSL fails.
 class Reader {
 public:
-    Reader(Pin pin, StoreContent& content) : m_pin(pin), m_content(content) {}
+    Reader(Pin pin, DerivationWork& work, StoreContent& content) : m_pin(pin), m_work(work), m_content(content) {}
 
     bool ReadFile(const PKCS12* pFile) {
         const SafesPtr safes(PKCS12_unpack_authsafes(pFile));
@@ -52,6 +55,7 @@ private:
                 bags.reset(PKCS12_unpack_p7data(pSafe));
                 break;
             case NID_pkcs7_encrypted:
+                CountDecryption(pSafe);
                 bags.reset(PKCS12_unpack_p7encdata(pSafe, m_pin.pchText, m_pin.cchText));
                 break;
             default:
@@ -75,6 +79,7 @@ private:
             case NID_keyBag:
                 return AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag));
             case NID_pkcs8ShroudedKeyBag:
+                CountDecryption(pBag);
                 return AddKey(KeyInfoPtr(PKCS12_decrypt_skey(pBag, m_pin.pchText, m_pin.cchText)).get());
             case NID_certBag:
                 return PKCS12_SAFEBAG_get_bag_nid(pBag) != NID_x509Certificate || AddCertificate(pBag);
@@ -85,8 +90,20 @@ private:
         }
     }
 
+    void CountDecryption(const PKCS7* pSafe) {
+        if (pSafe->d.encrypted != nullptr && pSafe->d.encrypted->enc_data != nullptr) {
+            m_work.Add(pSafe->d.encrypted->enc_data->algorithm);
+        }
+    }
+
+    void CountDecryption(const PKCS12_SAFEBAG* pBag) {
+        const X509_ALGOR* pAlgorithm = nullptr;
+        X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(pBag), &pAlgorithm, nullptr);
+        m_work.Add(pAlgorithm);
+    }
+
     bool AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
-        KeyPtr key(pKeyInfo != nullptr ? EVP_PKCS82PKEY(pKeyInfo) : nullptr);
+        KeyPtr key(pKeyInfo != nullptr ? m_keys.Read(pKeyInfo) : nullptr);
         if (!key) {
             return false;
         }
@@ -104,7 +121,9 @@ private:
     }
 
     Pin m_pin;
+    DerivationWork& m_work;
     StoreContent& m_content;
+    KeyReader m_keys;
 };
 
 // Null when the bytes are something else.
@@ -114,27 +133,29 @@ Pkcs12Ptr Parse(std::string_view bytes) {
     return Pkcs12Ptr(d2i_PKCS12(nullptr, &pbFile, static_cast<long>(bytes.size())));
 }
 
-bool IsPin(PKCS12* pFile, Pin pin) {
+bool IsPin(PKCS12* pFile, Pin pin, DerivationWork& work) {
+    work.AddMac(pFile);
     return PKCS12_verify_mac(pFile, pin.pchText, pin.cchText) == 1;
 }
 
-// The PIN under which the file is to be read; nothing when there is none or the wrong one.
-std::optional<Pin> FindPin(PKCS12* pFile, const SecretText* pPin, bool& fPinAsked) {
+// The PIN under which the file is to be read; nothing when there is none or the wrong one. A PIN is tried alone, since
+// each try may cost as much as the file asks for.
+std::optional<Pin> FindPin(PKCS12* pFile, const SecretText* pPin, DerivationWork& work, bool& fPinAsked) {
     constexpr Pin kEmpty{"", 0};
     constexpr Pin kNone{nullptr, 0};
     const bool fHasMac = PKCS12_mac_present(pFile) == 1;
+    if (pPin != nullptr && !pPin->View().empty()) {
+        fPinAsked = true;
+        const Pin pin{pPin->View().data(), static_cast<int>(pPin->View().size())};
+        return !fHasMac || IsPin(pFile, pin, work) ? std::optional(pin) : std::nullopt;
+    }
     for (const Pin pin : {kEmpty, kNone}) {
-        if (fHasMac && IsPin(pFile, pin)) {
+        if (fHasMac && IsPin(pFile, pin, work)) {
             return pin;
         }
     }
     fPinAsked = fHasMac || pPin != nullptr;
-    if (pPin == nullptr) {
-        return fHasMac ? std::nullopt : std::optional(kEmpty);
-    }
-    const std::string_view text = pPin->View();
-    const Pin pin{text.empty() ? "" : text.data(), static_cast<int>(text.size())};
-    return !fHasMac || IsPin(pFile, pin) ? std::optional(pin) : std::nullopt;
+    return fHasMac ? std::nullopt : std::optional(kEmpty);
 }
 
 }  // namespace
@@ -145,8 +166,9 @@ std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText*
         return std::nullopt;
     }
     StoreContent content;
-    const std::optional<Pin> pin = FindPin(file.get(), pPin, content.fPinAsked);
-    if (!pin || !Reader(*pin, content).ReadFile(file.get())) {
+    DerivationWork work;
+    const std::optional<Pin> pin = FindPin(file.get(), pPin, work, content.fPinAsked);
+    if (!pin || !Reader(*pin, work, content).ReadFile(file.get())) {
         content.NoteFailure();
     }
     return content;

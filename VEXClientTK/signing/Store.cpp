@@ -5,13 +5,14 @@
 #include <ctime>
 #include <string>
 #include <system_error>
-#include <unordered_map>
 #include <vector>
 
 #include "signing/Candidates.h"
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
+#include "signing/KeyDerivation.h"
+#include "signing/KeyIndex.h"
 #include "signing/Pkcs12.h"
 #include "signing/StoreContent.h"
 #include "signing/StoreUri.h"
@@ -41,6 +42,7 @@ struct PinPrompt {
 
 // PEM files, and single objects in DER.
 StoreContent ReadObjects(std::string_view bytes, const SecretText* pPin) {
+    DerivationWork().AddKeys(bytes);  // before OpenSSL derives any of them
     StoreContent content;
     PinPrompt prompt{pPin};
     const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
@@ -79,44 +81,6 @@ void RequireWhole(const StoreContent& content, bool fHavePin) {
     if (content.fFailed || (content.certificates.empty() && content.keys.empty())) {
         throw Failure(VCTK_E_STORE_FORMAT);
     }
-}
-
-template <typename T>
-std::string DerText(int (*encode)(const T*, unsigned char**), const T* pObject) {
-    unsigned char* pbDer = nullptr;
-    const int cbDer = encode(pObject, &pbDer);
-    const MemoryPtr<unsigned char> der(pbDer);
-    return cbDer > 0 ? std::string(reinterpret_cast<const char*>(pbDer), static_cast<size_t>(cbDer)) : std::string();
-}
-
-// The private key of each certificate, null where there is none. Stores may be large: a key is looked up by the encoded
-// public key, and compared one by one only for a certificate whose encoding is not found (an EC point has several).
-std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
-    std::unordered_map<std::string, EVP_PKEY*> byPublicKey;
-    for (const KeyPtr& key : content.keys) {
-        if (IsSigningKey(key.get())) {
-            byPublicKey.try_emplace(DerText(i2d_PUBKEY, key.get()), key.get());
-        }
-    }
-    std::vector<EVP_PKEY*> keys(content.certificates.size());
-    for (size_t i = 0; i < keys.size(); ++i) {
-        const auto found =
-            byPublicKey.find(DerText(i2d_X509_PUBKEY, X509_get_X509_PUBKEY(content.certificates[i].get())));
-        if (found != byPublicKey.end()) {
-            keys[i] = found->second;
-        }
-    }
-    for (size_t i = 0; i < keys.size(); ++i) {
-        if (keys[i] != nullptr) {
-            continue;
-        }
-        const EVP_PKEY* pPublic = X509_get0_pubkey(content.certificates[i].get());
-        const auto found = std::find_if(byPublicKey.begin(), byPublicKey.end(), [&](const auto& entry) {
-            return pPublic != nullptr && EVP_PKEY_eq(pPublic, entry.second) == 1;
-        });
-        keys[i] = found != byPublicKey.end() ? found->second : nullptr;
-    }
-    return keys;
 }
 
 SecretText ReadPin(const std::string& strPath) {

@@ -1,0 +1,146 @@
+#include "signing/KeyDerivation.h"
+
+#include <openssl/pem.h>
+
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "signing/Failure.h"
+
+namespace vextk {
+namespace {
+
+constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
+
+using AnyPtr = std::unique_ptr<ASN1_TYPE, OpenSslDeleter<ASN1_TYPE_free>>;
+using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
+using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
+using PbeParameters = std::unique_ptr<PBEPARAM, OpenSslDeleter<PBEPARAM_free>>;
+using Pbe2Parameters = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
+using Pbkdf2Parameters = std::unique_ptr<PBKDF2PARAM, OpenSslDeleter<PBKDF2PARAM_free>>;
+using ScryptParameters = std::unique_ptr<SCRYPT_PARAMS, OpenSslDeleter<SCRYPT_PARAMS_free>>;
+
+template <typename Pointer>
+Pointer Parameters(const X509_ALGOR* pAlgorithm, const ASN1_ITEM* pItem) {
+    return Pointer(static_cast<typename Pointer::pointer>(ASN1_TYPE_unpack_sequence(pItem, pAlgorithm->parameter)));
+}
+
+std::uint64_t Number(const ASN1_INTEGER* pNumber) {
+    std::uint64_t n = 0;
+    return ASN1_INTEGER_get_uint64(&n, pNumber) == 1 ? n : kTooMany;
+}
+
+std::uint64_t Product(std::uint64_t a, std::uint64_t b) {
+    return a != 0 && b > kTooMany / a ? kTooMany : a * b;
+}
+
+// Of the key derivation of PBES2 and PBMAC1.
+std::uint64_t IterationsOfFunction(const X509_ALGOR* pFunction) {
+    if (OBJ_obj2nid(pFunction->algorithm) == NID_id_scrypt) {
+        const auto scrypt = Parameters<ScryptParameters>(pFunction, ASN1_ITEM_rptr(SCRYPT_PARAMS));
+        return scrypt ? Product(Number(scrypt->costParameter),
+                                Product(Number(scrypt->blockSize), Number(scrypt->parallelizationParameter)))
+                      : 0;
+    }
+    const auto pbkdf2 = Parameters<Pbkdf2Parameters>(pFunction, ASN1_ITEM_rptr(PBKDF2PARAM));
+    if (!pbkdf2) {
+        return 0;
+    }
+    // Each block of the key costs as much again; the shortest of a digest's is 16 bytes. No cipher's or MAC's key needs
+    // more than four of them.
+    const std::uint64_t cbKey = pbkdf2->keylength != nullptr ? Number(pbkdf2->keylength) : 0;
+    return cbKey > 64 ? Product(Number(pbkdf2->iter), cbKey / 16) : Number(pbkdf2->iter);
+}
+
+std::uint64_t Iterations(const X509_ALGOR* pAlgorithm) {
+    switch (OBJ_obj2nid(pAlgorithm->algorithm)) {
+        case NID_pbes2:
+        case NID_pbmac1: {  // with the same two parameters
+            const auto both = Parameters<Pbe2Parameters>(pAlgorithm, ASN1_ITEM_rptr(PBE2PARAM));
+            return both ? IterationsOfFunction(both->keyfunc) : 0;
+        }
+        default: {
+            const auto pbe = Parameters<PbeParameters>(pAlgorithm, ASN1_ITEM_rptr(PBEPARAM));
+            return pbe ? Number(pbe->iter) : 0;
+        }
+    }
+}
+
+}  // namespace
+
+void DerivationWork::AddIterations(std::uint64_t cIterations) {
+    const bool fTooMany = cIterations > kMost;
+    if (fTooMany || cIterations > kMostOfFile - m_cIterations) {
+        throw Failure(VCTK_E_STORE_UNREADABLE, "deriving keys from its PIN takes more than " +
+                                                   std::to_string(fTooMany ? kMost : kMostOfFile) + " iterations" +
+                                                   (fTooMany ? "" : " in all") + "; export it again with fewer");
+    }
+    m_cIterations += cIterations;
+}
+
+void DerivationWork::Add(const X509_ALGOR* pAlgorithm) {
+    const OpenSslErrorMark mark;
+    AddIterations(Iterations(pAlgorithm));
+}
+
+void DerivationWork::AddMac(const PKCS12* pFile) {
+    const OpenSslErrorMark mark;
+    const ASN1_INTEGER* pIterations = nullptr;
+    const X509_ALGOR* pAlgorithm = nullptr;
+    PKCS12_get0_mac(nullptr, &pAlgorithm, nullptr, &pIterations, pFile);
+    if (pAlgorithm != nullptr && OBJ_obj2nid(pAlgorithm->algorithm) == NID_pbmac1) {
+        AddIterations(Iterations(pAlgorithm));
+    } else {
+        AddIterations(pIterations != nullptr ? Number(pIterations) : 1);
+    }
+}
+
+void DerivationWork::AddDer(const unsigned char* pbDer, long cbDer) {
+    const OpenSslErrorMark mark;
+    for (const unsigned char* const pbEnd = pbDer + cbDer; pbDer < pbEnd;) {
+        const unsigned char* pbNext = pbDer;
+        if (const EncryptedPtr encrypted(d2i_X509_SIG(nullptr, &pbNext, pbEnd - pbDer)); encrypted) {
+            const X509_ALGOR* pAlgorithm = nullptr;
+            X509_SIG_get0(encrypted.get(), &pAlgorithm, nullptr);
+            AddIterations(Iterations(pAlgorithm));
+        } else if (const unsigned char* pbRead = pbDer;
+                   Pkcs12Ptr(d2i_PKCS12(nullptr, &pbRead, pbEnd - pbDer)) != nullptr) {
+            throw Failure(VCTK_E_STORE_FORMAT, "a PKCS #12 file stands behind something else");
+        } else if (pbNext = pbDer; AnyPtr(d2i_ASN1_TYPE(nullptr, &pbNext, pbEnd - pbDer)) == nullptr) {
+            return;
+        }
+        pbDer = pbNext;
+    }
+}
+
+void DerivationWork::AddKeys(std::string_view bytes) {
+    AddDer(reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<long>(bytes.size()));
+    if (bytes.find("ENCRYPTED") == std::string_view::npos) {
+        return;
+    }
+    const OpenSslErrorMark mark;
+    const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
+    // What cannot be read is passed over, as OpenSSL does that reads the keys.
+    while (BIO_pending(bio.get()) > 0) {
+        char* pszName = nullptr;
+        char* pszHeader = nullptr;
+        unsigned char* pbData = nullptr;
+        long cbData = 0;
+        const size_t cbBefore = BIO_ctrl_pending(bio.get());
+        if (PEM_read_bio(bio.get(), &pszName, &pszHeader, &pbData, &cbData) == 1) {
+            const MemoryPtr<char> name(pszName);
+            const MemoryPtr<char> header(pszHeader);
+            const std::unique_ptr<unsigned char, void (*)(unsigned char*)> data(
+                pbData, [](unsigned char* pb) { OPENSSL_free(pb); });
+            if (std::string_view(pszName) == PEM_STRING_PKCS8) {
+                AddDer(pbData, cbData);
+            }
+            OPENSSL_cleanse(pbData, static_cast<size_t>(cbData));
+        } else if (BIO_ctrl_pending(bio.get()) == cbBefore) {
+            return;
+        }
+    }
+}
+
+}  // namespace vextk

@@ -1,0 +1,269 @@
+// A file's PIN is not tried at any price: iterations are bounded, and a MAC is computed once.
+#include "signing/KeyDerivation.h"
+
+#include <gtest/gtest.h>
+#include <openssl/pem.h>
+
+#include <memory>
+#include <string>
+
+#include "Row.h"
+#include "signing/Failure.h"
+#include "signing/Store.h"
+
+namespace {
+
+int g_cMacs = 0;
+
+}  // namespace
+
+extern "C" int __real_PKCS12_verify_mac(PKCS12* pFile, const char* pszPin, int cchPin);
+
+// What the toolkit calls in this program.
+extern "C" int __wrap_PKCS12_verify_mac(PKCS12* pFile, const char* pszPin, int cchPin) {
+    ++g_cMacs;
+    return __real_PKCS12_verify_mac(pFile, pszPin, cchPin);
+}
+
+namespace vextk {
+namespace {
+
+constexpr int kMost = static_cast<int>(DerivationWork::kMost);
+constexpr const char* kPin = "1234";
+
+using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>>;
+using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
+using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
+
+// How a file says that its key is encrypted; nothing is computed for it.
+AlgorithmPtr Pbes2(int cIterations) {
+    return AlgorithmPtr(PKCS5_pbe2_set_iv(EVP_aes_256_cbc(), cIterations, nullptr, 0, nullptr, NID_hmacWithSHA256));
+}
+
+AlgorithmPtr Pbes1(int cIterations) {
+    return AlgorithmPtr(PKCS5_pbe_set(NID_pbe_WithSHA1And3_Key_TripleDES_CBC, cIterations, nullptr, 0));
+}
+
+// N * r * p blocks.
+constexpr int kScryptN = 128;
+AlgorithmPtr Scrypt(int cBlocks) {
+    const auto nParallel = static_cast<std::uint64_t>(cBlocks / kScryptN);
+    return AlgorithmPtr(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr, kScryptN, 1, nParallel));
+}
+
+// Whether an encryption, and what comes before it in the file, is refused as too much work.
+bool IsTooMuch(DerivationWork& work, const X509_ALGOR* pAlgorithm) {
+    try {
+        work.Add(pAlgorithm);
+        return false;
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_UNREADABLE);
+        EXPECT_NE(failure.Detail().find("iterations"), std::string::npos) << failure.Detail();
+        return true;
+    }
+}
+
+struct Algorithm : Row {
+    AlgorithmPtr (*pfnMake)(int cIterations);
+    int nStep = 1;
+};
+
+class DerivationLimit : public testing::TestWithParam<Algorithm> {};
+
+TEST_P(DerivationLimit, IsTenMillion) {
+    for (const int nBelow : {kMost - GetParam().nStep, kMost}) {
+        DerivationWork work;
+        EXPECT_FALSE(IsTooMuch(work, GetParam().pfnMake(nBelow).get())) << nBelow;
+    }
+    DerivationWork work;
+    EXPECT_TRUE(IsTooMuch(work, GetParam().pfnMake(kMost + GetParam().nStep).get()));
+    EXPECT_FALSE(IsTooMuch(work, GetParam().pfnMake(GetParam().nStep).get()))
+        << "what was refused has not been computed";
+}
+
+INSTANTIATE_TEST_SUITE_P(, DerivationLimit,
+                         testing::Values(Algorithm{"Pbes2", Pbes2}, Algorithm{"Pbes1", Pbes1},
+                                         Algorithm{"Scrypt", Scrypt, kScryptN}),
+                         RowName);
+
+TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {
+    DerivationWork work;
+    const AlgorithmPtr most = Pbes2(kMost);
+    for (std::uint64_t n = 0; n < DerivationWork::kMostOfFile; n += DerivationWork::kMost) {
+        EXPECT_FALSE(IsTooMuch(work, most.get())) << n;
+    }
+    EXPECT_TRUE(IsTooMuch(work, Pbes2(1).get()));
+}
+
+// ---- Files ----
+
+struct Parts {
+    KeyPtr key{EVP_EC_gen("P-256")};
+    X509Ptr certificate{X509_new()};
+
+    Parts() {
+        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 1000);
+        X509_set_pubkey(certificate.get(), key.get());
+        X509_sign(certificate.get(), key.get(), EVP_sha256());
+    }
+};
+
+// An encrypted key that says that it takes so many iterations; it took one.
+EncryptedPtr EncryptedKey(const EVP_PKEY* pKey, const X509_ALGOR* pSays) {
+    const std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>> info(EVP_PKEY2PKCS8(pKey));
+    EncryptedPtr encrypted(PKCS8_encrypt(-1, EVP_aes_256_cbc(), kPin, -1, nullptr, 0, 1, info.get()));
+    X509_ALGOR* pAlgorithm = nullptr;
+    X509_SIG_getm(encrypted.get(), &pAlgorithm, nullptr);
+    X509_ALGOR_copy(pAlgorithm, pSays);
+    return encrypted;
+}
+
+template <typename T>
+std::string Der(int (*encode)(BIO*, const T*), const T* pObject) {
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    encode(bio.get(), pObject);
+    return MemoryBioText(bio.get());
+}
+
+std::string CertificateDer(const Parts& parts) {
+    return Der(i2d_X509_bio, parts.certificate.get());
+}
+
+std::string Pem(const Parts& parts, const X509_SIG* pKey) {
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    PEM_write_bio_X509(bio.get(), parts.certificate.get());
+    PEM_write_bio_PKCS8(bio.get(), pKey);
+    return MemoryBioText(bio.get());
+}
+
+// fEncryptedBag: the certificate says it, else the key does.
+std::string Pkcs12WithoutMac(const Parts& parts, const X509_ALGOR* pSays, bool fCertificate) {
+    STACK_OF(PKCS12_SAFEBAG)* pBags = nullptr;
+    PKCS12_add_cert(&pBags, parts.certificate.get());
+    STACK_OF(PKCS7)* pSafes = nullptr;
+    PKCS12_add_safe(&pSafes, pBags, NID_aes_256_cbc, 1, kPin);
+    if (fCertificate) {
+        X509_ALGOR_copy(sk_PKCS7_value(pSafes, 0)->d.encrypted->enc_data->algorithm, pSays);
+    }
+    sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
+    pBags = sk_PKCS12_SAFEBAG_new_null();
+    const AlgorithmPtr one = Pbes2(1);
+    sk_PKCS12_SAFEBAG_push(
+        pBags, PKCS12_SAFEBAG_create0_pkcs8(EncryptedKey(parts.key.get(), fCertificate ? one.get() : pSays).release()));
+    PKCS12_add_safe(&pSafes, pBags, -1, 0, nullptr);
+    const Pkcs12Ptr file(PKCS12_add_safes(pSafes, 0));
+    sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
+    sk_PKCS7_pop_free(pSafes, PKCS7_free);
+    return Der(i2d_PKCS12_bio, file.get());
+}
+
+// cMacIterations: 0 leaves it as it was made.
+std::string Pkcs12WithMac(const Parts& parts, const char* pszPin, int cMacIterations = 0) {
+    const Pkcs12Ptr file(
+        PKCS12_create(pszPin, nullptr, parts.key.get(), parts.certificate.get(), nullptr, 0, 0, 1, 2, 0));
+    if (cMacIterations != 0) {
+        const ASN1_INTEGER* pIterations = nullptr;
+        PKCS12_get0_mac(nullptr, nullptr, nullptr, &pIterations, file.get());
+        ASN1_INTEGER_set(const_cast<ASN1_INTEGER*>(pIterations), cMacIterations);
+    }
+    return Der(i2d_PKCS12_bio, file.get());
+}
+
+SecretText Secret(std::string_view text) {
+    SecretText secret(text.size());
+    for (const char ch : text) {
+        secret.Append(ch);
+    }
+    return secret;
+}
+
+struct ExpensiveFile : Row {
+    std::string (*pfnMake)(const Parts& parts);
+};
+
+class Expensive : public testing::TestWithParam<ExpensiveFile> {};
+
+TEST_P(Expensive, IsRefusedAtOnce) {
+    InitialiseOpenSsl();
+    const std::string strFile = GetParam().pfnMake(Parts());
+    ASSERT_FALSE(strFile.empty());
+    g_cMacs = 0;
+    const SecretText pin = Secret(kPin);
+    try {
+        ReadIdentities(strFile, &pin);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_UNREADABLE) << failure.Detail();
+    }
+    EXPECT_EQ(g_cMacs, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , Expensive,
+    testing::Values(
+        ExpensiveFile{"Mac", [](const Parts& parts) { return Pkcs12WithMac(parts, kPin, kMost + 1); }},
+        ExpensiveFile{"Bag", [](const Parts& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), false); }},
+        ExpensiveFile{"Safe", [](const Parts& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), true); }},
+        ExpensiveFile{"OldBag", [](const Parts& p) { return Pkcs12WithoutMac(p, Pbes1(kMost + 1).get(), false); }},
+        ExpensiveFile{"Pem",
+                      [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Pbes2(kMost + 1).get()).get()); }},
+        ExpensiveFile{
+            "PemScrypt",
+            [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get()); }},
+        ExpensiveFile{"Der",
+                      [](const Parts& p) {
+                          const EncryptedPtr key = EncryptedKey(p.key.get(), Pbes2(kMost + 1).get());
+                          return CertificateDer(p) + Der(i2d_PKCS8_bio, key.get());
+                      }}),
+    RowName);
+
+// OpenSSL reads objects one after the other, and would try the PIN.
+TEST(DerivationWorkTest, APkcs12FileBehindSomethingElseIsRefused) {
+    InitialiseOpenSsl();
+    const Parts parts;
+    const SecretText pin = Secret(kPin);
+    try {
+        ReadIdentities(CertificateDer(parts) + Pkcs12WithMac(parts, kPin), &pin);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT) << failure.Detail();
+    }
+}
+
+struct Macs : Row {
+    const char* pszFilePin;
+    const char* pszPin;  // null: none is given
+    int cComputed;
+    int nError;
+};
+
+class MacsComputed : public testing::TestWithParam<Macs> {};
+
+TEST_P(MacsComputed, AreNoMoreThanThereArePinsToTry) {
+    InitialiseOpenSsl();
+    const Macs& macs = GetParam();
+    const std::string strFile = Pkcs12WithMac(Parts(), macs.pszFilePin);
+    const SecretText pin = Secret(macs.pszPin != nullptr ? macs.pszPin : "");
+    g_cMacs = 0;
+    int nError = VCTK_OK;
+    try {
+        EXPECT_EQ(ReadIdentities(strFile, macs.pszPin != nullptr ? &pin : nullptr).size(), 1U);
+    } catch (const Failure& failure) {
+        nError = failure.Number();
+    }
+    EXPECT_EQ(nError, macs.nError);
+    EXPECT_EQ(g_cMacs, macs.cComputed);
+}
+
+// Without a PIN there are two, the empty one and none, which encrypt in different ways.
+INSTANTIATE_TEST_SUITE_P(, MacsComputed,
+                         testing::Values(Macs{"RightPin", kPin, kPin, 1, VCTK_OK},
+                                         Macs{"WrongPin", kPin, "123", 1, VCTK_E_PIN_WRONG},
+                                         Macs{"EmptyPin", "", nullptr, 1, VCTK_OK},
+                                         Macs{"NoPinInTheFile", nullptr, "", 2, VCTK_OK},
+                                         Macs{"NoPinGiven", kPin, nullptr, 2, VCTK_E_PIN_REQUIRED}),
+                         RowName);
+
+}  // namespace
+}  // namespace vextk
