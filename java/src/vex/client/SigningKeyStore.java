@@ -21,7 +21,6 @@ import java.util.Iterator;
 import java.util.LinkedHashMap;
 import java.util.Locale;
 import java.util.Map;
-import java.util.logging.Level;
 import java.util.logging.Logger;
 import java.util.regex.Pattern;
 import javax.security.auth.callback.Callback;
@@ -114,7 +113,7 @@ final class SigningKeyStore extends KeyStoreSpi {
             passedOver = failed;
             loaded = new Date();
         } catch (SigningException e) {
-            throw new IOException(e.getMessage(), isPinWrong(e) ? unrecoverable(e) : e);
+            throw failure("", e);
         } catch (IllegalArgumentException e) {
             throw new IOException(e.getMessage(), e);
         }
@@ -123,9 +122,14 @@ final class SigningKeyStore extends KeyStoreSpi {
     private static IOException noneLoaded(Map<String, GeneralSecurityException> failed) {
         Iterator<GeneralSecurityException> reasons = failed.values().iterator();
         GeneralSecurityException first = reasons.next();
-        IOException e = new IOException("None of the store's keys can be used: " + first.getMessage(), first);
+        IOException e = failure("None of the store's keys can be used: ", first);
         reasons.forEachRemaining(e::addSuppressed);
         return e;
+    }
+
+    /** With the cause that KeyStore.load promises for a wrong PIN, to callers that ask again. */
+    private static IOException failure(String what, GeneralSecurityException reason) {
+        return new IOException(what + reason.getMessage(), isPinWrong(reason) ? unrecoverable(reason) : reason);
     }
 
     private static UnrecoverableKeyException unrecoverable(GeneralSecurityException reason) {
@@ -138,8 +142,8 @@ final class SigningKeyStore extends KeyStoreSpi {
     private static final class PassedOverKeys {
         static void log(String alias, GeneralSecurityException reason) {
             try {
-                Logger.getLogger(SigningKeyStore.class.getName()).log(Level.WARNING,
-                    "The key of the certificate " + alias + " is passed over", reason);
+                Logger.getLogger(SigningKeyStore.class.getName()).warning(
+                    "The key of the certificate " + alias + " is passed over: " + reason.getMessage());
             } catch (LinkageError e) {
                 // getKey still tells the reason.
             }
@@ -151,9 +155,9 @@ final class SigningKeyStore extends KeyStoreSpi {
         return password == null || password.length == 0;
     }
 
-    /** KeyStore.load promises this cause to callers that ask again. */
-    private static boolean isPinWrong(SigningException e) {
-        return e.number() == VCTKError.PIN_WRONG || e.number() == VCTKError.PIN_REQUIRED;
+    private static boolean isPinWrong(GeneralSecurityException e) {
+        int number = e instanceof SigningException ? ((SigningException) e).number() : VCTKError.OK;
+        return number == VCTKError.PIN_WRONG || number == VCTKError.PIN_REQUIRED;
     }
 
     private static String readUri(InputStream stream) throws IOException {

@@ -68,8 +68,8 @@ class ExamplesTest {
         Path source = Files.writeString(directory.resolve("Readme.java"), "import vex.jni.*;\npublic class Readme {\n"
             + "public static String sign() {\n" + lines + "return cms;\n}\n}\n");
         ByteArrayOutputStream errors = new ByteArrayOutputStream();
-        int status = ToolProvider.getSystemJavaCompiler().run(null, null, errors, "--release", "8", "-Xlint:-options",
-            "-classpath", System.getProperty("vex.test.jar"), source.toString());
+        int status = ToolProvider.getSystemJavaCompiler().run(
+            null, null, errors, "-classpath", System.getProperty("vex.test.jar"), source.toString());
         assertEquals(0, status, errors::toString);
         URL[] path = {directory.toUri().toURL()};
         return new URLClassLoader(path, getClass().getClassLoader()).loadClass("Readme").getMethod("sign");

@@ -2,6 +2,7 @@ package vex.client;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -67,18 +68,29 @@ class JdkToolsTest {
     }
 
     private Run run(List<String> command) throws Exception {
-        Process process =
-            new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true).start();
+        ProcessBuilder builder = new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true);
+        builder.environment().put("SOFTHSM2_CONF", directory.resolve("softhsm2.conf").toString());
+        // Each tool is a JVM that ends before the compiler's best work pays.
+        builder.environment().put("JAVA_TOOL_OPTIONS", "-XX:TieredStopAtLevel=1 -XX:+UseSerialGC");
+        Process process = builder.start();
         process.getOutputStream().close();
         String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
         return new Run(process.waitFor(), output);
     }
 
+    private static String program(String name) {
+        return Path.of(System.getProperty("java.home"), "bin", name).toString();
+    }
+
     private Run tool(String name, String... arguments) throws Exception {
-        List<String> command = new ArrayList<>(List.of(Path.of(System.getProperty("java.home"), "bin", name).toString(),
+        return toolWithStore("file:" + directory.resolve("keys.p12"), name, arguments);
+    }
+
+    private Run toolWithStore(String store, String name, String... arguments) throws Exception {
+        List<String> command = new ArrayList<>(List.of(program(name),
             "-J--enable-native-access=ALL-UNNAMED", "-J--class-path=tavclientjni-bundled.jar", "-keystore", "NONE",
             "-storetype", "VexClient", "-storepass", TestStore.PIN, "-providerClass", SigningProvider.class.getName(),
-            "-providerArg", "file:" + directory.resolve("keys.p12")));
+            "-providerArg", store));
         command.addAll(List.of(arguments));
         return run(command);
     }
@@ -147,6 +159,41 @@ class JdkToolsTest {
             assertNotNull(entry.getCodeSigners(), "not signed");
             assertEquals(certificate, entry.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
         }
+    }
+
+    // ---- A token with a key that may not sign ----
+
+    /** Puts a key and its certificate onto the token, the key with the additional attribute. */
+    private String importKey(String subject, String attribute) throws Exception {
+        Path file = directory.resolve(subject + ".p12");
+        TestStore.Identity identity = TestStore.identity("RSA", "CN=" + subject, 1, 30, 0);
+        TestStore.writePkcs12(file, List.of(identity));
+        Path configuration = Files.writeString(directory.resolve(subject + ".cfg"), "name = Test\nlibrary = "
+            + System.getProperty("vex.test.softhsm") + "\nslotListIndex = 0\n"
+            + "attributes(import,CKO_PRIVATE_KEY,*) = {\n" + attribute + "\n}\n");
+        run(List.of(program("keytool"), "-importkeystore", "-noprompt", "-srckeystore", file.toString(),
+            "-srcstoretype", "PKCS12", "-srcstorepass", TestStore.PIN, "-srcalias", "key0", "-destalias", subject,
+            "-destkeystore", "NONE", "-deststoretype", "PKCS11", "-deststorepass", TestStore.PIN, "-addprovider",
+            "SunPKCS11", "-providerArg", configuration.toString())).succeeded();
+        return Certificates.fingerprint(identity.certificate()).toLowerCase();
+    }
+
+    @Test
+    void aTokensKeyThatMayNotSignIsPassedOver() throws Exception {
+        Files.createDirectory(directory.resolve("tokens"));
+        Files.writeString(directory.resolve("softhsm2.conf"),
+            "directories.tokendir = " + directory.resolve("tokens") + "\n");
+        run(List.of("softhsm2-util", "--init-token", "--free", "--label", "Test", "--so-pin", "12345678", "--pin",
+            TestStore.PIN)).succeeded();
+        String signs = importKey("signs", "CKA_SIGN = true");
+        String decrypts = importKey("decrypts", "CKA_SIGN = false");
+
+        String store = "pkcs11:token=Test?module-path=" + System.getProperty("vex.test.softhsm");
+        Run list = toolWithStore(store, "keytool", "-list").succeeded();
+        assertTrue(list.output().contains("Your keystore contains 1 entry"), list.output());
+        assertTrue(list.output().contains(signs + ","), list.output());
+        assertFalse(list.output().contains(decrypts + ","), list.output());
+        toolWithStore(store, "jarsigner", "app.jar", signs).succeeded();
     }
 
     // ---- The commands of the page ----
