@@ -9,6 +9,7 @@
 #include <mutex>
 #include <utility>
 
+#include "PipeLog.h"
 #include "PipeSocket.h"
 #include "RouteMessage.h"
 #include "SmartBuffer.h"
@@ -30,14 +31,42 @@ public:
         }
     }
 
-    void Cut() {
+    // As Visit with fnChoose, and then runs fnCall, without the lock: a callback of the CPipeIPC, for which Cut waits.
+    template <typename TChoose, typename TCall>
+    void Call(TChoose fnChoose, TCall fnCall) {
+        {
+            const std::lock_guard<std::mutex> lock(m_lock);
+            if (m_pOwner == nullptr) {
+                return;
+            }
+            fnChoose(*m_pOwner);
+            ++m_cCalls;
+            m_lastCall = Clock::now();
+        }
+        fnCall();
         const std::lock_guard<std::mutex> lock(m_lock);
+        --m_cCalls;
+        m_called.notify_all();
+    }
+
+    // The end of the CPipeIPC. Waits until the calls have returned, or a second after the last of them was let through:
+    // nobody sees when a callback begins, but by then it has.
+    void Cut() {
+        std::unique_lock<std::mutex> lock(m_lock);
         m_pOwner = nullptr;
+        m_called.wait_until(lock, m_lastCall + std::chrono::seconds(1), [this] { return m_cCalls == 0; });
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     std::mutex m_lock;
-    CPipeIPC* m_pOwner;  // guarded by m_lock
+    std::condition_variable m_called;
+
+    // Guarded by m_lock.
+    CPipeIPC* m_pOwner;
+    int m_cCalls = 0;
+    Clock::time_point m_lastCall = {};
 };
 
 // A connection with a receive thread. That thread is the only one that receives and the only one that closes the
@@ -50,22 +79,18 @@ public:
 
     CPipeOwner& Owner() const { return *m_pOwner; }
 
-    // One message at a time, whole; what was sent in part ends the connection. The bytes sent, or -1. nSocket: what it
-    // was sent on, -1 after the receive thread has closed it.
-    ssize_t Send(const CSmartBuffer& objMessage, DWORD dwTimeout, SOCKET& nSocket) {
+    // One message at a time, whole: FALSE if it is not; what was sent in part ends the connection.
+    BOOL Send(const CSmartBuffer& objMessage, DWORD dwTimeout) {
         const std::lock_guard<std::mutex> lock(m_sendLock);
-        nSocket = m_socket.Get();
-        if (nSocket == CPipeSocket::NO_SOCKET) {
-            errno = EBADF;
-            return -1;
-        }
-        const ssize_t nSent = m_socket.Send(objMessage.GetAddress(), objMessage.GetSize(), CPipeDeadline(dwTimeout));
-        if (nSent < 0) {
-            const int nError = errno;
-            m_socket.Shutdown();
-            errno = nError;
-        }
-        return nSent;
+        return SendOne(objMessage, dwTimeout) == static_cast<ssize_t>(objMessage.GetSize());
+    }
+
+    // The same for the answer to a request of the server. Its line comes before the next message is sent.
+    void SendAnswer(const CSmartBuffer& objMessage, DWORD dwTimeout) {
+        const std::lock_guard<std::mutex> lock(m_sendLock);
+        const SOCKET nSocket = m_socket.Get();  // -1 after the receive thread has closed it
+        const auto nSent = static_cast<int>(SendOne(objMessage, dwTimeout));
+        pv_logEx("ProcessRequsetThread::send socket(%d) ret=%d ", nSocket, nSent);
     }
 
     // ---- The exchange ----
@@ -77,19 +102,22 @@ public:
         m_bExpected = TRUE;
     }
 
-    // Results and message as those of RecvDataFunc.
-    int WaitForReply(const CPipeDeadline& deadline, CSmartBuffer& objMessage) {
+    // Results and message as those of RecvDataFunc. The reply may be a wrong one.
+    int WaitForReply(const CPipeReplyTime& time, CSmartBuffer& objMessage) {
         std::unique_lock<std::mutex> lock(m_replyLock);
+        m_pTime = &time;
+        m_deadline = time.NextReceive();
         const auto fnIsDecided = [this] { return !m_bExpected || m_bEnded; };
         timeval left = {};
-        while (!fnIsDecided() && deadline.TimeLeft(left)) {
-            const auto time = std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec);
-            if (time.count() == 0) {
+        while (!fnIsDecided() && m_deadline.TimeLeft(left)) {
+            const auto wait = std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec);
+            if (wait.count() == 0) {
                 m_decided.wait(lock, fnIsDecided);
             } else {
-                m_decided.wait_for(lock, time, fnIsDecided);
+                m_decided.wait_for(lock, wait, fnIsDecided);
             }
         }
+        m_pTime = nullptr;
         if (!m_bExpected) {
             objMessage = m_objReply;
             return static_cast<int>(objMessage.GetSize());
@@ -114,12 +142,22 @@ public:
         return m_bStopped;
     }
 
-    int Receive(CSmartBuffer& objMessage) { return RecvDataFunc(m_socket, CPipeDeadline(0), objMessage); }
+    // Waits for ever; it is the exchange that does not.
+    int Receive(CSmartBuffer& objMessage) {
+        const auto fnNextReceive = [this] {
+            const std::lock_guard<std::mutex> lock(m_replyLock);
+            if (m_pTime != nullptr) {
+                m_deadline = m_pTime->NextReceive();
+            }
+            return CPipeDeadline(0);
+        };
+        return RecvDataFunc(m_socket, fnNextReceive, objMessage);
+    }
 
-    // TRUE: the message is the reply that is waited for, and has been handed over.
+    // TRUE: the message is the reply that is waited for, right or wrong, and has been handed over.
     BOOL TakeReply(const CSmartBuffer& objMessage) {
         const std::lock_guard<std::mutex> lock(m_replyLock);
-        if (!m_bExpected || !CRouteRules::checkPipeRspHeader(PipeMessageHeader(objMessage), m_request)) {
+        if (!m_bExpected || !CRouteRules::IsReply(PipeMessageHeader(objMessage), m_request)) {
             return FALSE;
         }
         m_objReply = objMessage;
@@ -128,7 +166,7 @@ public:
         return TRUE;
     }
 
-    // The end of receiving, with what Receive has returned.
+    // The end of receiving, with what the failing Receive has returned, else 0.
     void Close(int nResult) {
         m_socket.Shutdown();  // a reply that is being sent does not hold this up
         {
@@ -144,6 +182,22 @@ public:
     }
 
 private:
+    // As m_socket.Send. With m_sendLock.
+    ssize_t SendOne(const CSmartBuffer& objMessage, DWORD dwTimeout) {
+        if (m_socket.Get() == CPipeSocket::NO_SOCKET) {
+            errno = EBADF;
+            return -1;
+        }
+        const auto nSize = static_cast<ssize_t>(objMessage.GetSize());
+        const ssize_t nSent = m_socket.Send(objMessage.GetAddress(), objMessage.GetSize(), CPipeDeadline(dwTimeout));
+        if (nSent >= 0 && nSent < nSize) {
+            const int nError = errno;
+            m_socket.Shutdown();
+            errno = nError;
+        }
+        return nSent;
+    }
+
     std::mutex m_sendLock;  // before m_stopLock
     std::mutex m_stopLock;
     std::mutex m_replyLock;
@@ -154,6 +208,8 @@ private:
 
     // Guarded by m_replyLock.
     std::condition_variable m_decided;
+    const CPipeReplyTime* m_pTime = nullptr;  // of the exchange, while it waits
+    CPipeDeadline m_deadline{0};              // of the receive that is going on, for the exchange
     RouteMessageHeader m_request = {};
     BOOL m_bExpected = FALSE;
     CSmartBuffer m_objReply;

@@ -26,6 +26,7 @@
 #include "RouteMessage.h"
 #include "SmartBuffer.h"
 #include "VEXCompat.h"
+#include "VEXStringBlock.h"
 #include "VEXType.h"
 
 class CPipeIPC;
@@ -79,10 +80,10 @@ inline constexpr long PIPE_ERROR_RECEIVE = 0xE0010005;  // there was no reply in
 // there is a request handler, a receive thread reads the connection as long as the exchange lasts, and each request
 // that arrives meanwhile is handled on a thread of its own. Without a handler there is no receive thread.
 //
-// Nothing waits for those threads, not even the destructor. After it has returned no callback begins; one that has
-// begun may still run, and so may, for a moment, the receive thread. Whatever a callback uses has to outlive that. The
-// reply of a handler that is late is dropped. A callback may use the context and its arguments, and any CPipeIPC but
-// the one that it serves.
+// Nobody waits for those threads, but the destructor waits for callbacks, up to a second from the beginning of the last
+// one. After it has returned no callback begins; one that takes longer may still run, and so may, for a moment, the
+// receive thread. Whatever a callback uses has to outlive that. The reply of a handler that is late is dropped. A
+// callback may use the context and its arguments, and any CPipeIPC but the one that it serves.
 //
 // Memory: running out of it is a failed exchange, or std::bad_alloc where a receive thread is to be started.
 class CPipeIPC {
@@ -113,8 +114,8 @@ public:
     // Sends a request to the object of the session, both on this machine, and waits for the reply. One exchange at a
     // time. Trace: PipeLog.h.
     //
-    // pbPayload: null or a length of 0 for an empty request. dwTimeout: milliseconds for the reply; 0: for ever.
-    // Connecting, registering and sending have ten seconds each.
+    // pbPayload: null or a length of 0 for an empty request. dwTimeout: milliseconds for each receive of the reply; the
+    // whole reply has ten times as long. 0: for ever. Connecting, registering and sending have ten seconds each.
     // 0: objReply holds the reply's payload and nothing else. PIPE_ERROR_SEND or PIPE_ERROR_RECEIVE: it is as it was,
     // unless there was no memory for the payload.
     long SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjID, PBYTE pbPayload, DWORD dwLength,
@@ -151,21 +152,24 @@ private:
         CPipeSocket& Socket() { return m_socket; }  // until a receive thread has it
         void HandOver(std::shared_ptr<CPipeConnection> pConnection) { m_pConnection = std::move(pConnection); }
 
-        ssize_t Send(const RouteMessageHeader& request, const CSmartBuffer& objMessage) {
+        // The whole request.
+        BOOL Send(const RouteMessageHeader& request, const CSmartBuffer& objMessage) {
             if (m_pConnection == nullptr) {
-                return m_socket.Send(objMessage.GetAddress(), objMessage.GetSize(), CPipeDeadline(SEND_TIMEOUT));
+                const auto nSize = static_cast<ssize_t>(objMessage.GetSize());
+                return m_socket.Send(objMessage.GetAddress(), objMessage.GetSize(), CPipeDeadline(SEND_TIMEOUT)) ==
+                       nSize;
             }
-            SOCKET nSocket = NO_SOCKET;
             m_pConnection->ExpectReply(request);
-            return m_pConnection->Send(objMessage, SEND_TIMEOUT, nSocket);
+            return m_pConnection->Send(objMessage, SEND_TIMEOUT);
         }
 
         // As RecvDataFunc, the trace included.
-        int Receive(const CPipeDeadline& deadline, CSmartBuffer& objMessage) {
+        int Receive(const CPipeReplyTime& time, CSmartBuffer& objMessage) {
             if (m_pConnection == nullptr) {
-                return RecvDataFunc(m_socket, deadline, objMessage);
+                return RecvDataFunc(
+                    m_socket, [&time] { return time.NextReceive(); }, objMessage);
             }
-            const int nResult = m_pConnection->WaitForReply(deadline, objMessage);
+            const int nResult = m_pConnection->WaitForReply(time, objMessage);
             if (nResult <= 0) {
                 pv_logEx("RecvDataFunc::recv header error ret =%d result=%s", nResult, std::strerror(nResult));
             }
@@ -208,6 +212,7 @@ private:
     static void StartRequestThread(CPipeIPC* pThis, const CSmartBuffer& objMessage,
                                    const std::shared_ptr<CPipeConnection>& pConnection);
     static void PipeStateNotify(CPipeConnection& connection, int nError);
+    static BOOL IsToReceive(CPipeConnection& connection);
     static BOOL StartDetached(void* (*pThread)(void*), void* pParamter);
 
     void StopServer() {
@@ -219,7 +224,7 @@ private:
     }
 
     void DisConnect() {
-        m_bStopRecv = TRUE;
+        VEXStoreField(m_bStopRecv, TRUE);
         m_bConnectState = FALSE;
         m_bClientInit = FALSE;
         if (m_pOwner != nullptr) {
@@ -249,7 +254,7 @@ private:
     RegClient m_OwnerInfo = {};          // who this client is
     BOOL m_bClientInit = FALSE;
     std::list<RouteMessage> m_listRecvReponseMsg;  // guarded by m_listRecLock
-    BOOL m_bStopRecv = FALSE;                      // 1 once the object is being destroyed
+    BOOL m_bStopRecv = FALSE;                      // receive threads run while it is 0; atomic access
     BOOL m_bConnectState = FALSE;                  // 1 once a server has accepted the client
     [[maybe_unused]] BOOL m_AutoReConnect = TRUE;
     ULONG m_ServerIP = 0;  // in network byte order
@@ -332,7 +337,7 @@ inline int CPipeIPC::SendMsg(Exchange& exchange, RouteMessageHeader& request, co
     CSmartBuffer objMessage;
     PipeBuildMessage(request, pbPayload, objMessage);
     pv_logEx("************SendMsg::send start");
-    if (objMessage.GetSize() == 0 || exchange.Send(request, objMessage) < 0) {
+    if (objMessage.GetSize() == 0 || !exchange.Send(request, objMessage)) {
         pv_logEx("************SendMsg::send data error");
         return -1;
     }
@@ -343,7 +348,7 @@ inline int CPipeIPC::SendMsg(Exchange& exchange, RouteMessageHeader& request, co
 // Connects and registers. The descriptor, else NO_SOCKET.
 inline SOCKET CPipeIPC::ConnectServer(Exchange& exchange, int nPort) {
     m_ServerIP = htonl(INADDR_LOOPBACK);
-    m_bStopRecv = FALSE;
+    VEXStoreField(m_bStopRecv, FALSE);  // the receive thread of an earlier exchange may look at it
     CPipeSocket& socket = exchange.Socket();
     if (!socket.Create()) {
         const int nError = errno;
@@ -373,7 +378,7 @@ inline BOOL CPipeIPC::Register(const CPipeSocket& socket) {
     const RegClient regClient = CRouteRules::BuildRegistration(m_OwnerInfo, socket.Get());
     pv_logEx("ConnectServer::send regClient start");
     const auto nSent = static_cast<int>(socket.Send(&regClient, sizeof regClient, CPipeDeadline(SEND_TIMEOUT)));
-    if (nSent == -1) {
+    if (nSent != static_cast<int>(sizeof regClient)) {
         pv_logEx("ConnectNamedPipe::send failed error=%d,result=%s", nSent, std::strerror(errno));
         return FALSE;
     }
@@ -392,7 +397,7 @@ inline BOOL CPipeIPC::Register(const CPipeSocket& socket) {
 // The whole reply, with its header, once it has been found to answer the request. Results as those of RecvDataFunc.
 inline int CPipeIPC::RecvMsg(Exchange& exchange, const RouteMessageHeader& request, DWORD dwTimeout,
                              CSmartBuffer& objMessage) {
-    int nResult = exchange.Receive(CPipeDeadline(dwTimeout), objMessage);
+    int nResult = exchange.Receive(CPipeReplyTime(dwTimeout), objMessage);
     if (nResult > 0 && !CRouteRules::checkPipeRspHeader(PipeMessageHeader(objMessage), request)) {
         nResult = -1;
     }
@@ -429,12 +434,18 @@ inline BOOL CPipeIPC::StartReceiving(Exchange& exchange) {
     return TRUE;
 }
 
+inline BOOL CPipeIPC::IsToReceive(CPipeConnection& connection) {
+    BOOL bStopRecv = TRUE;  // without an owner
+    connection.Owner().Visit([&](CPipeIPC& owner) { bStopRecv = VEXLoadField(owner.m_bStopRecv); });
+    return !bStopRecv && !connection.IsStopped();
+}
+
 inline void* CPipeIPC::ProxyRecvBufferThread(void* pParamter) {
     std::unique_ptr<RecvStart> pStart(static_cast<RecvStart*>(pParamter));
     const std::shared_ptr<CPipeConnection> pConnection = pStart->pConnection;
     int nResult = 0;
     int nError = 0;
-    while (!pConnection->IsStopped()) {
+    while (IsToReceive(*pConnection)) {
         CSmartBuffer objMessage;
         nResult = pConnection->Receive(objMessage);
         if (nResult <= 0) {
@@ -460,7 +471,7 @@ inline void* CPipeIPC::ProxyRecvBufferThread(void* pParamter) {
             owner.m_socketServer = NO_SOCKET;
         }
     });
-    pConnection->Close(nResult);
+    pConnection->Close(nResult < 0 ? nResult : 0);
     PipeStateNotify(*pConnection, nError);
     return nullptr;
 }
@@ -468,13 +479,16 @@ inline void* CPipeIPC::ProxyRecvBufferThread(void* pParamter) {
 inline void CPipeIPC::PipeStateNotify(CPipeConnection& connection, int nError) {
     PPROCESSSTATE pCallback = nullptr;
     void* pContext = nullptr;
-    connection.Owner().Visit([&](CPipeIPC& owner) {
-        pCallback = owner.m_pProcessStateCallback;
-        pContext = owner.m_stateContext;
-    });
-    if (pCallback != nullptr) {
-        pCallback(0, nError, pContext);
-    }
+    connection.Owner().Call(
+        [&](CPipeIPC& owner) {
+            pCallback = owner.m_pProcessStateCallback;
+            pContext = owner.m_stateContext;
+        },
+        [&] {
+            if (pCallback != nullptr) {
+                pCallback(0, nError, pContext);
+            }
+        });
 }
 
 // Without memory or a thread the message is lost.
@@ -497,15 +511,18 @@ inline void* CPipeIPC::ProcessRequsetThread(void* pParamter) {
     const RouteMessageHeader request = PipeMessageHeader(objMessage);
     PPROCESSMESSAGE pCallback = nullptr;
     void* pContext = nullptr;
-    connection.Owner().Visit([&](CPipeIPC& owner) {
-        pCallback = owner.m_pProcessMessageCallback;
-        pContext = owner.m_pProcessMessageCallbackParamter;
-    });
     CSmartBuffer objReply;
     pv_logEx("******m_pProcessMessageCallback start***************\n");
-    if (pCallback != nullptr) {
-        pCallback(objMessage.GetBytes() + sizeof request, request.MessageLen, objReply, pContext);
-    }
+    connection.Owner().Call(
+        [&](CPipeIPC& owner) {
+            pCallback = owner.m_pProcessMessageCallback;
+            pContext = owner.m_pProcessMessageCallbackParamter;
+        },
+        [&] {
+            if (pCallback != nullptr) {
+                pCallback(objMessage.GetBytes() + sizeof request, request.MessageLen, objReply, pContext);
+            }
+        });
     pv_logEx("******m_pProcessMessageCallback start**end*************\n");
     if ((request.Paramter & MSG_ISREQUESTPACK) == 0) {
         pv_logEx("ProcessRequsetThread::msg.Paramter & MSG_ISREQUESTPACK");
@@ -513,8 +530,6 @@ inline void* CPipeIPC::ProcessRequsetThread(void* pParamter) {
     }
     CSmartBuffer objSend;
     PipeBuildMessage(CRouteRules::BuildReplyHeader(request, objReply.GetSize()), objReply.GetAddress(), objSend);
-    SOCKET nSocket = NO_SOCKET;
-    const auto nSent = static_cast<int>(connection.Send(objSend, SEND_TIMEOUT, nSocket));
-    pv_logEx("ProcessRequsetThread::send socket(%d) ret=%d ", nSocket, nSent);
+    connection.SendAnswer(objSend, SEND_TIMEOUT);
     return nullptr;
 }

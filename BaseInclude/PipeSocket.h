@@ -21,19 +21,21 @@
 #include "SmartBuffer.h"
 #include "VEXType.h"
 
-// When something has to be done that may take several calls: a peer that hands out its bytes one by one does not gain
-// time by it, nor does a signal. Any thread.
+// Deadline for an operation of several system calls. Slow peers and signals cannot extend it. Any thread.
 class CPipeDeadline {
 public:
     // In milliseconds from now; 0: never, as the sockets have it.
     explicit CPipeDeadline(DWORD dwTimeout)
-        : m_bNever(dwTimeout == 0 || dwTimeout > MAX_TIMEOUT),
-          m_end(Clock::now() + std::chrono::milliseconds(m_bNever ? 0 : static_cast<LONGLONG>(dwTimeout))) {}
+        : m_end(dwTimeout == 0 || dwTimeout > MAX_TIMEOUT
+                    ? Clock::time_point::max()
+                    : Clock::now() + std::chrono::milliseconds(static_cast<LONGLONG>(dwTimeout))) {}
+
+    static CPipeDeadline Earlier(const CPipeDeadline& a, const CPipeDeadline& b) { return a.m_end < b.m_end ? a : b; }
 
     // The time left, for a socket option in which 0 means for ever. FALSE: none is left.
     BOOL TimeLeft(timeval& left) const {
         left = {};
-        if (m_bNever) {
+        if (m_end == Clock::time_point::max()) {
             return TRUE;
         }
         const auto remaining = std::chrono::ceil<std::chrono::microseconds>(m_end - Clock::now()).count();
@@ -47,8 +49,25 @@ private:
 
     static constexpr DWORD MAX_TIMEOUT = DWORD{1} << 40;  // 34 years, and no overflow
 
-    bool m_bNever;
     Clock::time_point m_end;
+};
+
+// The time-out of a reply, which each receive has anew. All of them together have ten times as long, so that a peer
+// that drips its reply cannot hold an exchange for ever. Any thread.
+class CPipeReplyTime {
+public:
+    // In milliseconds from now; 0: never.
+    explicit CPipeReplyTime(DWORD dwTimeout)
+        : m_dwTimeout(dwTimeout), m_end(dwTimeout > ~DWORD{0} / TIMES ? 0 : dwTimeout * TIMES) {}
+
+    // The deadline of a receive that begins now.
+    CPipeDeadline NextReceive() const { return CPipeDeadline::Earlier(CPipeDeadline(m_dwTimeout), m_end); }
+
+private:
+    static constexpr DWORD TIMES = 10;
+
+    DWORD m_dwTimeout;
+    CPipeDeadline m_end;
 };
 
 // An owned TCP socket. Results and errno are those of the functions of the same name, but that signals interrupt
@@ -96,17 +115,16 @@ public:
     }
 
     // All the bytes in one call, which is how long a blocking socket takes; where a signal cuts it short, the rest in
-    // another. -1: not all of them were sent.
+    // another. The bytes sent, fewer than all on failure; -1: a failure before the first of them was sent.
     ssize_t Send(const void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
         const BYTE* const pbData = static_cast<const BYTE*>(pData);
         std::size_t cbSent = 0;
         do {
-            if (!SetTimeout(SO_SNDTIMEO, deadline)) {
-                return -1;
-            }
-            const ssize_t nSent = ::send(m_socket, pbData + cbSent, cbData - cbSent, MSG_NOSIGNAL);
+            const BOOL bInTime = SetTimeout(SO_SNDTIMEO, deadline);
+            const ssize_t nSent =
+                bInTime ? ::send(m_socket, pbData + cbSent, cbData - cbSent, MSG_NOSIGNAL) : ssize_t{-1};
             if (nSent < 0 && errno != EINTR) {
-                return -1;
+                return cbSent == 0 ? -1 : static_cast<ssize_t>(cbSent);
             }
             cbSent += nSent < 0 ? 0 : static_cast<std::size_t>(nSent);
         } while (cbSent < cbData);
@@ -124,11 +142,13 @@ public:
         return -1;
     }
 
-    // Exactly that many bytes: cbData, else what the failing Receive has returned.
-    ssize_t ReceiveAll(void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
+    // Exactly that many bytes: cbData, else what the failing Receive has returned. fnNextReceive is called before each
+    // Receive, and gives its deadline.
+    template <typename TNextReceive>
+    ssize_t ReceiveAll(void* pData, std::size_t cbData, TNextReceive fnNextReceive) const {
         BYTE* const pbData = static_cast<BYTE*>(pData);
         for (std::size_t cbReceived = 0; cbReceived < cbData;) {
-            const ssize_t nReceived = Receive(pbData + cbReceived, cbData - cbReceived, deadline);
+            const ssize_t nReceived = Receive(pbData + cbReceived, cbData - cbReceived, fnNextReceive());
             if (nReceived <= 0) {
                 return nReceived;
             }
@@ -173,10 +193,12 @@ inline constexpr DWORD PIPE_MAX_PAYLOAD = INT_MAX - sizeof(RouteMessageHeader);
 
 // Receives one message, header and payload. Its size, else 0 when the peer has ended the connection and -1 on failure;
 // objMessage is then empty. The header is as it was received: whether it makes sense is for the caller to check.
-inline int RecvDataFunc(const CPipeSocket& socket, const CPipeDeadline& deadline, CSmartBuffer& objMessage) {
+// fnNextReceive: as ReceiveAll has it.
+template <typename TNextReceive>
+int RecvDataFunc(const CPipeSocket& socket, TNextReceive fnNextReceive, CSmartBuffer& objMessage) {
     objMessage.Free();
     RouteMessageHeader msgHeader = {};
-    const auto nHeader = static_cast<int>(socket.ReceiveAll(&msgHeader, sizeof msgHeader, deadline));
+    const auto nHeader = static_cast<int>(socket.ReceiveAll(&msgHeader, sizeof msgHeader, fnNextReceive));
     if (nHeader <= 0) {
         pv_logEx("RecvDataFunc::recv header error ret =%d result=%s", nHeader, std::strerror(nHeader));
         return nHeader;
@@ -193,7 +215,7 @@ inline int RecvDataFunc(const CPipeSocket& socket, const CPipeDeadline& deadline
     std::memcpy(objMessage.GetAddress(), &msgHeader, sizeof msgHeader);
     if (dwMessageLen != 0) {
         const auto nData =
-            static_cast<int>(socket.ReceiveAll(objMessage.GetBytes() + sizeof msgHeader, dwMessageLen, deadline));
+            static_cast<int>(socket.ReceiveAll(objMessage.GetBytes() + sizeof msgHeader, dwMessageLen, fnNextReceive));
         if (nData <= 0) {
             pv_logEx("RecvDataFunc::recv data error ret =%d", nData);
             objMessage.Free();

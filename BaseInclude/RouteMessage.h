@@ -128,7 +128,23 @@ public:
                IsUsable(header);
     }
 
+    // Whether a message that arrives where requests do as well is the reply to the request, right or wrong. A reply
+    // goes to the request's source, which no other message names: its session is the descriptor, not the registered
+    // one. What comes from the object asked, is no request and is not for the client to handle can only be the reply,
+    // too.
+    static BOOL IsReply(const RouteMessageHeader& message, const RouteMessageHeader& request) {
+        if ((message.Paramter & MSG_ISREQUESTPACK) != 0) {
+            return checkPipeRspHeader(message, request);
+        }
+        return IsSame(message.Destination, request.Source) || checkPipeRspHeader(message, request) ||
+               (IsSame(message.Source, request.Destination) && !checkPipeRequestHeader(message));
+    }
+
 private:
+    static BOOL IsSame(const RegClient& a, const RegClient& b) {
+        return a.SessionID == b.SessionID && a.ObjID == b.ObjID;
+    }
+
     static BOOL IsUsable(const RouteMessageHeader& header) {
         constexpr DWORD dwKnownFlags = 0xF;
         return header.Paramter <= dwKnownFlags && header.MessageLen != 0;

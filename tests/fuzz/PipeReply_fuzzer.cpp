@@ -72,7 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
     const RouteMessageHeader request = CRouteRules::BuildRequestHeader({1, 2, 0}, 3, 0, 101, 77, 0);
     for (;;) {
         CSmartBuffer message;
-        const int nResult = RecvDataFunc(client, deadline, message);
+        const int nResult = RecvDataFunc(
+            client, [&] { return deadline; }, message);
         const bool bHeader = sent.size() >= kHeader;
         const std::uint64_t uLength = bHeader ? NumberAt(sent, 26, 8) : 0;
         if (!bHeader) {

@@ -179,6 +179,34 @@ TEST(RouteRules, ReplyCheck) {
     EXPECT_TRUE(CRouteRules::checkPipeRspHeader(CRouteRules::BuildReplyHeader(last, 1), last));
 }
 
+TEST(RouteRules, WhatIsMeantAsTheReply) {
+    const RouteMessageHeader request = {{9, 6116, 1}, {3, 101, 0}, 77, 4, 12};
+    const struct {
+        const char* pszName;
+        RouteMessageHeader message;
+        BOOL bReply;
+    } aCases[] = {
+        {"the right one", {{3, 101, 0}, {9, 6116, 1}, 78, 0, 5}, TRUE},
+        {"with the flag of a request", {{3, 101, 0}, {9, 6116, 1}, 78, 4, 5}, TRUE},
+        {"to elsewhere", {{3, 101, 0}, {1, 2, 0}, 78, 0, 5}, TRUE},
+        {"with another number", {{3, 101, 0}, {9, 6116, 1}, 79, 0, 5}, TRUE},
+        {"from another session", {{4, 101, 0}, {9, 6116, 1}, 78, 0, 5}, TRUE},
+        {"from another object", {{3, 102, 0}, {9, 6116, 1}, 78, 0, 5}, TRUE},
+        {"without payload", {{3, 101, 0}, {9, 6116, 1}, 78, 0, 0}, TRUE},
+        {"with an unknown flag", {{3, 101, 0}, {9, 6116, 1}, 78, 16, 5}, TRUE},
+        {"with another number, to elsewhere", {{3, 101, 0}, {1, 2, 0}, 79, 0, 5}, TRUE},
+        {"without payload, to elsewhere", {{3, 101, 0}, {1, 2, 0}, 79, 0, 0}, TRUE},
+        {"a request", {{3, 101, 0}, {9, 6116, 1}, 79, 4, 5}, FALSE},
+        {"a request without payload", {{3, 101, 0}, {9, 6116, 1}, 78, 4, 0}, FALSE},
+        {"a notification from the object asked", {{3, 101, 0}, {1000, 6116, 1}, 79, 0, 5}, FALSE},
+        {"a notification from another object", {{3, 5, 0}, {1000, 6116, 1}, 79, 0, 5}, FALSE},
+        {"from another object, to elsewhere", {{3, 5, 0}, {1, 2, 0}, 78, 0, 5}, FALSE},
+    };
+    for (const auto& c : aCases) {
+        EXPECT_EQ(CRouteRules::IsReply(c.message, request), c.bReply) << c.pszName;
+    }
+}
+
 TEST(RouteRules, IncomingRequestCheck) {
     const struct {
         USHORT usSource;

@@ -106,30 +106,6 @@ TEST_F(HostilePeer, RepliesTooLate) {
     EXPECT_EQ(result.strReply, "before");
 }
 
-// Each byte comes well within the time-out; all of them do not.
-TEST_F(HostilePeer, DripsItsReply) {
-    for (const std::size_t cbAtOnce : {0U, 34U}) {
-        std::atomic<bool> bOver = false;
-        ScriptedPeer peer([&](PeerConnection& connection) {
-            const PeerMessage request = connection.AcceptRequest();
-            const std::string strReply = PeerConnection::ReplyTo(request, std::string(100000, 'x')).Bytes();
-            connection.Send(strReply.substr(0, cbAtOnce));
-            for (std::size_t i = cbAtOnce; i < strReply.size() && !bOver; ++i) {
-                if (!connection.Send(strReply.substr(i, 1))) {
-                    return;
-                }
-                std::this_thread::sleep_for(std::chrono::milliseconds(i < 34 + cbAtOnce ? 20 : 5));
-            }
-        });
-        CPipeIPC client;
-        const ExchangeResult result = DoExchange(client, peer.Object(), "request", 500);
-        bOver = true;
-        EXPECT_EQ(result.lResult, kReceiveFailed);
-        EXPECT_GE(result.dSeconds, 0.5);
-        EXPECT_LT(result.dSeconds, 0.5 + kSlack);
-    }
-}
-
 // 0 is no time-out, as it is for sockets.
 TEST_F(HostilePeer, ATimeOutOfZeroWaits) {
     ScriptedPeer peer([](PeerConnection& connection) {

@@ -1,95 +1,26 @@
-// Requests from the server: the receive thread, the request threads, and what remains of them without their owner.
-#include <poll.h>
-#include <sys/socket.h>
+// Requests from the server: the receive thread and the request threads.
+#include "ServiceTest.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <functional>
-#include <memory>
-#include <thread>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "IpcTest.h"
+#include "Row.h"
 #include "Scale.h"
 
 namespace {
 
-constexpr std::uint16_t kServiceObject = 6116;
-
-// Has the client's callbacks call functions of the test, each its own by its own context.
-struct Callbacks {
-    using Handler = std::function<std::string(const std::string&)>;
-    using StateHandler = std::function<void(int nState, int nError)>;
-
-    Handler fnHandle = [](const std::string&) { return std::string(); };
-    StateHandler fnState = [](int, int) {};
-
-    void Install(CPipeIPC& client) {
-        client.SetProcessMessageCallBack(
-            [](PBYTE pbPayload, DWORD dwLength, CSmartBuffer& objReply, void* pContext) -> long {
-                const std::string strReply =
-                    (*static_cast<Handler*>(pContext))({reinterpret_cast<char*>(pbPayload), dwLength});
-                objReply.SetBuffer(strReply.data(), strReply.size());
-                return -1;  // of no account
-            },
-            &fnHandle);
-        client.SetPipeStateCallback(
-            [](int nState, int nError, void* pContext) { (*static_cast<StateHandler*>(pContext))(nState, nError); },
-            &fnState);
-    }
+// The flag of a client that ends its receive threads: an explicit instantiation may name a private member.
+BOOL& StopRecv(CPipeIPC& client);
+template <BOOL CPipeIPC::*pMember>
+struct StopRecvAccess {
+    friend BOOL& StopRecv(CPipeIPC& client) { return client.*pMember; }
 };
-
-PeerMessage ServerRequest(std::string strPayload, std::uint64_t uParamter = 4) {
-    PeerMessage message;
-    message.uSourceSession = 3;
-    message.uSourceObject = 5;
-    message.uSourceCallBack = 1;
-    message.uDestinationSession = 9;
-    message.uDestinationObject = kServiceObject;
-    message.uDestinationCallBack = 0;
-    message.uSequence = 1000;
-    message.uParamter = uParamter;
-    message.strPayload = std::move(strPayload);
-    return message;
-}
-
-class Service : public IpcTest {
-protected:
-    Service() {
-        m_callbacks.fnState = [this](int nState, int nError) {
-            m_nState = nState;
-            m_nError = nError;
-            m_ended.Set();
-        };
-    }
-
-    // An exchange as service object, and the end of its receive thread.
-    ExchangeResult DoServiceExchange(const ScriptedPeer& peer, DWORD dwTimeout = 10000) {
-        const socket_calls::Identity identity(kServiceObject);
-        m_callbacks.Install(m_client);
-        const ExchangeResult result = DoExchange(m_client, peer.Object(), "request", dwTimeout);
-        m_ended.Wait();
-        return result;
-    }
-
-    static std::string Line(const PeerMessage& m) {
-        return "***********ProxyRecvBufferThread source:session=" + std::to_string(m.uSourceSession) +
-               " ,obj=" + std::to_string(m.uSourceObject) + ",dst:session=" + std::to_string(m.uDestinationSession) +
-               " ,obj=" + std::to_string(m.uDestinationObject) + "**************";
-    }
-
-    // How often the trace has the line.
-    static auto Count(const std::string& strLine) {
-        const std::vector<std::string> lines = Trace();
-        return std::count(lines.begin(), lines.end(), strLine);
-    }
-
-    Callbacks m_callbacks;
-    Event m_ended;
-    int m_nState = -1;
-    int m_nError = -1;
-    CPipeIPC m_client;
-};
+template struct StopRecvAccess<&CPipeIPC::m_bStopRecv>;
 
 TEST_F(Service, RequestsAreHandledAndAnsweredDuringAnExchange) {
     std::string strAnswer;
@@ -203,19 +134,67 @@ TEST_F(Service, OtherMessagesAreDroppedWithoutALine) {
     EXPECT_EQ(Count(Line(privileged)), 1);
 }
 
-// What does not answer the exchange does not end it either.
-TEST_F(Service, AWrongReplyIsNotForTheExchange) {
+// A notification of the very object that the exchange waits for goes to the handler, and the exchange goes on.
+TEST_F(Service, ANotificationIsNoReply) {
+    Event handled;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
-        PeerMessage wrong = PeerConnection::ReplyTo(request, "wrong");
-        ++wrong.uSequence;
-        wrong.uDestinationObject = 7000;
-        connection.Send(wrong.Bytes());
-        connection.Reply(request, "right");
+        PeerMessage notification = ServerRequest("notification", 0);
+        notification.uSourceSession = 0;
+        notification.uSourceObject = request.uDestinationObject;
+        connection.Send(notification.Bytes());
+        handled.Wait();
+        connection.Reply(request, "reply");
         connection.ReceiveToEnd();
     });
-    EXPECT_EQ(DoServiceExchange(peer).strReply, "right");
+    m_callbacks.fnHandle = [&](const std::string& strPayload) {
+        EXPECT_EQ(strPayload, "notification");
+        handled.Set();
+        return "";
+    };
+    EXPECT_EQ(DoServiceExchange(peer).strReply, "reply");
 }
+
+struct WrongReply : Row {
+    std::function<void(PeerMessage&)> fnSpoil;
+};
+
+class ServiceReply : public Service, public testing::WithParamInterface<WrongReply> {};
+
+TEST_P(ServiceReply, AWrongOneFailsTheExchangeAtOnce) {
+    ScriptedPeer peer([](PeerConnection& connection) {
+        PeerMessage reply = PeerConnection::ReplyTo(connection.AcceptRequest(), "wrong");
+        GetParam().fnSpoil(reply);
+        connection.Send(reply.Bytes());
+        EXPECT_EQ(connection.ReceiveToEnd(), "");
+    });
+    m_callbacks.fnHandle = [](const std::string& strPayload) {
+        ADD_FAILURE() << "handled: " << strPayload;
+        return "";
+    };
+    SwitchTraceOn();
+    const ExchangeResult result = DoServiceExchange(peer, 60000);
+    EXPECT_EQ(result.lResult, 0xE0010005);
+    EXPECT_EQ(result.strReply, "before");
+    EXPECT_LT(result.dSeconds, 15);
+    const std::vector<std::string> lines = TraceOfThisThread();
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_EQ(lines.end()[-2], "SendMessageAndWait recv start");
+    EXPECT_EQ(lines.end()[-1].find("SendMessageAndWait ::RecvMsg  failed result="), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(, ServiceReply,
+                         testing::Values(WrongReply{{"Number"}, [](PeerMessage& m) { ++m.uSequence; }},
+                                         WrongReply{{"SourceSession"}, [](PeerMessage& m) { ++m.uSourceSession; }},
+                                         WrongReply{{"SourceObject"}, [](PeerMessage& m) { ++m.uSourceObject; }},
+                                         WrongReply{{"Flags"}, [](PeerMessage& m) { m.uParamter = 16; }},
+                                         WrongReply{{"NoPayload"}, [](PeerMessage& m) { m.strPayload = ""; }},
+                                         WrongReply{{"NumberAndDestination"},
+                                                    [](PeerMessage& m) {
+                                                        ++m.uSequence;
+                                                        m.uDestinationObject = 7000;
+                                                    }}),
+                         RowName);
 
 TEST_F(Service, ThePeersEndEndsTheThread) {
     ScriptedPeer peer([](PeerConnection& connection) { connection.AcceptRequest(); });
@@ -361,105 +340,80 @@ TEST_F(Service, AnswersDoNotMix) {
     EXPECT_EQ(cAnswers, nRequests);
 }
 
-// The exchange is over, its owner gone, and a handler still at work.
-TEST_F(Service, AHandlerOutlivesItsOwner) {
-    Event handling;
-    Event goOn;
-    Event handled;
+// The line of an answer is written before the next answer goes out.
+TEST_F(Service, LinesComeInTheOrderOfTheAnswers) {
+    const int nRequests = Scaled(400);
+    std::vector<std::string> expected;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
-        connection.Send(ServerRequest("question").Bytes());
-        handling.Wait();
+        for (int i = 0; i < nRequests; ++i) {
+            connection.Send(ServerRequest("?").Bytes());
+        }
+        const std::string strLine = "ProcessRequsetThread::send socket(" + std::to_string(request.uSourceSession);
+        for (int i = 0; i < nRequests; ++i) {
+            expected.push_back(strLine + ") ret=" + std::to_string(connection.ReceiveMessage().Bytes().size()) + " ");
+        }
+        WaitForTrace(expected.back());
+        connection.Reply(request, "reply");
+    });
+    std::atomic<std::size_t> cAnswers = 0;
+    m_callbacks.fnHandle = [&](const std::string&) { return std::string(++cAnswers, 'x'); };
+    SwitchTraceOn();
+    EXPECT_EQ(DoServiceExchange(peer).lResult, 0);
+    std::vector<std::string> lines = Trace();
+    std::erase_if(lines,
+                  [](const std::string& strLine) { return strLine.find("ProcessRequsetThread::send socket(") != 0; });
+    EXPECT_EQ(lines, expected);
+}
+
+TEST_F(Service, AnAnswerOfWhichNothingWentOutIsOnlyLogged) {
+    ScriptedPeer peer([&](PeerConnection& connection) {
+        const PeerMessage request = connection.AcceptRequest();
+        connection.Send(ServerRequest("cannot be answered").Bytes());
+        WaitForTrace("ProcessRequsetThread::send socket(" + std::to_string(request.uSourceSession) + ") ret=-1 ");
+        connection.Send(ServerRequest("can be answered").Bytes());
+        EXPECT_EQ(connection.ReceiveMessage().strPayload, "answer");
         connection.Reply(request, "reply");
         EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
+    std::optional<socket_calls::Failure> failure;
     m_callbacks.fnHandle = [&](const std::string& strPayload) {
-        handling.Set();
-        goOn.Wait();
-        handled.Set();
-        return strPayload;
-    };
-    SwitchTraceOn();
-    auto pClient = std::make_unique<CPipeIPC>();
-    {
-        const socket_calls::Identity identity(kServiceObject);
-        m_callbacks.Install(*pClient);
-        EXPECT_EQ(DoExchange(*pClient, peer.Object()).lResult, 0);
-    }
-    m_ended.Wait();
-    pClient.reset();
-    goOn.Set();
-    handled.Wait();
-    WaitForTrace("ProcessRequsetThread::send socket(-1) ret=-1 ");
-}
-
-// The receive thread learns of the connection's end when the owner has gone. It does not when it has seen before it
-// receives again that the exchange is over; then there is another attempt.
-TEST_F(Service, NoCallbackBeginsAfterTheOwnersEnd) {
-    SwitchTraceOn();
-    const auto endsInReceiving = [this] {
-        std::atomic<bool> bEnding = false;
-        std::atomic<int> cWaiting = 0;
-        Event gone;
-        const socket_calls::AtEndOfConnection end([&] {
-            ++cWaiting;
-            bEnding = true;
-            gone.Wait();
-            --cWaiting;
-        });
-        ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
-        std::atomic<int> cCalls = 0;
-        m_callbacks.fnState = [&](int, int) { ++cCalls; };
-        auto pClient = std::make_unique<CPipeIPC>();
-        {
-            const socket_calls::Identity identity(kServiceObject);
-            m_callbacks.Install(*pClient);
-            EXPECT_EQ(DoExchange(*pClient, peer.Object()).lResult, 0);
+        if (strPayload == "cannot be answered") {
+            failure.emplace("send", ENOBUFS);  // of the thread that calls, which sends the answer
         }
-        EXPECT_TRUE(WaitUntil([&] { return bEnding || cCalls > 0; }));
-        const int cBefore = cCalls;
-        pClient.reset();
-        gone.Set();
-        peer.Finish();
-        WaitForThreads();
-        EXPECT_TRUE(WaitUntil([&] { return cWaiting == 0; }));  // what they wait for goes out of scope
-        EXPECT_EQ(cCalls, cBefore);
-        return cBefore == 0;
+        return "answer";
     };
-    int nAttempts = 1;
-    while (!endsInReceiving() && nAttempts < 100) {
-        ++nAttempts;
-    }
-    EXPECT_LT(nAttempts, 100);
-    EXPECT_EQ(Count("ProxyRecvBufferThread:: RecvDataFunc data error =0"), 1);
+    SwitchTraceOn();
+    const ExchangeResult result = DoServiceExchange(peer);
+    EXPECT_EQ(result.lResult, 0);
+    EXPECT_EQ(result.strReply, "reply");
 }
 
-// Owners that are destroyed while their receive threads come to an end, with requests under way.
-TEST_F(Service, OwnersComeAndGo) {
-    static std::atomic<int> s_cCalls;
+TEST_F(Service, StopRecvEndsTheThread) {
+    Event stopped;
     ScriptedPeer peer([&](PeerConnection& connection) {
-        const PeerMessage request = connection.AcceptRequest();
-        for (int i = 0; i < 3; ++i) {
-            connection.Send(ServerRequest("question").Bytes());
-        }
-        connection.Reply(request, "reply");
-        connection.Send(ServerRequest("too late").Bytes());
+        connection.AcceptRequest();
+        connection.Send(ServerRequest("stop", 0).Bytes());
+        stopped.Wait();
+        connection.Send(ServerRequest("for a thread that waits already", 0).Bytes());
+        EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
-    const socket_calls::Identity identity(kServiceObject);
-    for (int i = 0; i < Scaled(500); ++i) {
-        CPipeIPC client;
-        client.SetProcessMessageCallBack(
-            [](PBYTE, DWORD, CSmartBuffer& objReply, void*) -> long {
-                ++s_cCalls;
-                objReply.SetBuffer("answer", 6);
-                return 0;
-            },
-            nullptr);
-        client.SetPipeStateCallback([](int, int, void*) { ++s_cCalls; }, nullptr);
-        EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0);
-        client.SetPipeStateCallback(nullptr, nullptr);
-    }
-    EXPECT_GT(s_cCalls, 0);
+    m_callbacks.fnHandle = [&](const std::string&) {
+        __atomic_store_n(&StopRecv(m_client), TRUE, __ATOMIC_RELAXED);
+        stopped.Set();
+        return "";
+    };
+    SwitchTraceOn();
+    const ExchangeResult result = DoServiceExchange(peer, 60000);
+    EXPECT_EQ(result.lResult, 0xE0010005);
+    EXPECT_LT(result.dSeconds, 15);
+    EXPECT_EQ(m_nState, 0);
+    EXPECT_EQ(m_nError, 0);
+    EXPECT_EQ(TraceOfThisThread().end()[-2], "RecvDataFunc::recv header error ret =0 result=Success");
+    // The flag is for the exchange in which it was set.
+    m_callbacks.fnHandle = [](const std::string&) { return ""; };
+    ScriptedPeer next([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+    EXPECT_EQ(DoServiceExchange(next).strReply, "reply");
 }
 
 // One owner, one exchange after the other; each has a receive thread of its own.

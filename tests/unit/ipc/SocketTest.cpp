@@ -68,23 +68,45 @@ TEST_F(SocketTest, AMessageThatIsCutLeavesNothing) {
     ASSERT_EQ(send(m_nPeer, strBytes.data(), strBytes.size() - 1, 0), static_cast<ssize_t>(strBytes.size() - 1));
     shutdown(m_nPeer, SHUT_WR);
     CSmartBuffer received("before", 6);
-    EXPECT_EQ(RecvDataFunc(socket, CPipeDeadline(0), received), 0);
+    EXPECT_EQ(RecvDataFunc(
+                  socket, [] { return CPipeDeadline(0); }, received),
+              0);
     EXPECT_EQ(TextOf(received), "");
 }
 
 TEST_F(SocketTest, AMessageThatIsSentInPartEndsTheConnection) {
     CPipeConnection connection(CPipeSocket(m_nSocket), std::make_shared<CPipeOwner>(nullptr));
-    const CSmartBuffer small("whole", 5);
-    SOCKET nSocket = CPipeSocket::NO_SOCKET;
-    EXPECT_EQ(connection.Send(small, 1000, nSocket), 5);
-    EXPECT_EQ(nSocket, m_nSocket);
+    EXPECT_TRUE(connection.Send(CSmartBuffer("whole", 5), 1000));
     EXPECT_FALSE(HasEnded());
 
     CSmartBuffer large;
     ASSERT_NE(large.Alloc(50'000'000), nullptr);  // more than the system takes from the one and gives to the other
-    EXPECT_EQ(connection.Send(large, 1, nSocket), -1);
+    EXPECT_FALSE(connection.Send(large, 1));
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_TRUE(HasEnded());
+}
+
+TEST_F(SocketTest, AMessageOfWhichNothingWasSentDoesNot) {
+    CPipeConnection connection(CPipeSocket(m_nSocket), std::make_shared<CPipeOwner>(nullptr));
+    const std::string strBlock(4096, 'x');
+    while (send(m_nSocket, strBlock.data(), strBlock.size(), MSG_DONTWAIT) > 0) {
+    }
+    EXPECT_FALSE(connection.Send(CSmartBuffer("none of it", 10), 1));
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_FALSE(HasEnded());
+    EXPECT_TRUE(connection.Send(CSmartBuffer("all of it", 9), 1000));
+    char szReceived[10] = {};
+    EXPECT_EQ(recv(m_nPeer, szReceived, sizeof szReceived, 0), 9);
+    EXPECT_STREQ(szReceived, "all of it");
+}
+
+TEST_F(SocketTest, SendTellsHowMuchWentOut) {
+    const CPipeSocket socket(m_nSocket);
+    const std::string strLarge(50'000'000, 'x');
+    const ssize_t nSent = socket.Send(strLarge.data(), strLarge.size(), CPipeDeadline(1));
+    EXPECT_GT(nSent, 0);
+    EXPECT_LT(nSent, static_cast<ssize_t>(strLarge.size()));
+    EXPECT_EQ(socket.Send(strLarge.data(), strLarge.size(), CPipeDeadline(1)), -1);
 }
 
 }  // namespace

@@ -1,0 +1,149 @@
+// How long an exchange waits for its reply: the time-out holds for each receive, and ten times as long for all of them.
+// With and without a receive thread, at the same time.
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "IpcTest.h"
+#include "ServiceTest.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr DWORD kTimeout = 2000;
+constexpr Milliseconds kPause(1400);
+constexpr Milliseconds kLongestPause(1800);
+constexpr double kSlack = 5.0;  // seconds that a busy machine may add
+
+class ReplyTime : public IpcTest {
+protected:
+    // Sends a reply of that many bytes in pieces, each after a pause. FALSE: the client has ended the connection.
+    class SlowReply {
+    public:
+        SlowReply(PeerConnection& connection, std::size_t cbPayload, Milliseconds longest, std::atomic<bool>& bInTime)
+            : m_connection(connection),
+              m_strBytes(PeerConnection::ReplyTo(connection.AcceptRequest(), std::string(cbPayload, 'x')).Bytes()),
+              m_longest(longest),
+              m_bInTime(bInTime) {}
+
+        bool Send(Milliseconds pause, std::size_t cb) {
+            std::this_thread::sleep_for(pause);
+            const bool bSent = m_connection.Send(m_strBytes.substr(m_cbSent, cb));
+            m_cbSent += cb;
+            const Clock::time_point now = Clock::now();
+            m_bInTime = m_bInTime && now - m_last < m_longest;
+            m_last = now;
+            return bSent;
+        }
+        bool IsWhole() const { return m_cbSent >= m_strBytes.size(); }
+
+    private:
+        PeerConnection& m_connection;
+        const std::string m_strBytes;
+        const Milliseconds m_longest;
+        std::atomic<bool>& m_bInTime;
+        std::size_t m_cbSent = 0;
+        Clock::time_point m_last = Clock::now();
+    };
+
+    // Runs the exchange, again where a busy machine has held the peer up for so long that it says nothing.
+    template <typename Script>
+    static ExchangeResult Run(bool bService, DWORD dwTimeout, std::size_t cbPayload, Milliseconds longest,
+                              Script script) {
+        for (int nAttempt = 0; nAttempt < 20; ++nAttempt) {
+            std::atomic<bool> bInTime = true;
+            ScriptedPeer peer([&](PeerConnection& connection) {
+                SlowReply reply(connection, cbPayload, longest, bInTime);
+                script(reply);
+                connection.ReceiveToEnd();
+            });
+            Callbacks callbacks;
+            CPipeIPC client;
+            callbacks.Install(client);
+            const socket_calls::Identity identity(bService ? kServiceObject : 7000);
+            const ExchangeResult result = DoExchange(client, peer.Object(), "request", dwTimeout);
+            peer.Finish();
+            if (bInTime) {
+                return result;
+            }
+        }
+        ADD_FAILURE() << "the machine is too busy";
+        return {};
+    }
+};
+
+TEST_F(ReplyTime, EachReceiveHasTheTimeOut) {
+    std::vector<std::thread> threads;
+    for (const bool bService : {false, true}) {
+        threads.emplace_back([bService] {
+            const ExchangeResult result = Run(bService, kTimeout, 5, kLongestPause, [&](auto& reply) {
+                reply.Send(kPause, 34);
+                reply.Send(kPause, 5);
+            });
+            EXPECT_EQ(result.lResult, 0) << bService;
+            EXPECT_EQ(result.strReply, "xxxxx");
+            EXPECT_GE(result.dSeconds, 2.8);
+        });
+        // Header and payload in pieces.
+        threads.emplace_back([bService] {
+            const ExchangeResult result = Run(bService, kTimeout, 5, kLongestPause, [&](auto& reply) {
+                reply.Send(kPause, 20);
+                reply.Send(kPause, 16);
+                reply.Send(kPause, 3);
+            });
+            EXPECT_EQ(result.lResult, 0) << bService;
+            EXPECT_EQ(result.strReply, "xxxxx");
+            EXPECT_GE(result.dSeconds, 4.2);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST_F(ReplyTime, SilenceAfterTheHeaderFails) {
+    std::vector<std::thread> threads;
+    for (const bool bService : {false, true}) {
+        threads.emplace_back([bService] {
+            const ExchangeResult result =
+                Run(bService, 1000, 5, Milliseconds(900), [&](auto& reply) { reply.Send(Milliseconds(500), 36); });
+            EXPECT_EQ(result.lResult, 0xE0010005) << bService;
+            EXPECT_EQ(result.strReply, "before");
+            EXPECT_GE(result.dSeconds, 1.5);
+            EXPECT_LT(result.dSeconds, 1.5 + kSlack);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+// Each byte comes well within the time-out; ten times the time-out is the end nevertheless.
+TEST_F(ReplyTime, DrippingFails) {
+    std::vector<std::thread> threads;
+    for (const bool bService : {false, true}) {
+        for (const std::size_t cbAtOnce : {1U, 34U}) {
+            threads.emplace_back([bService, cbAtOnce] {
+                const ExchangeResult result = Run(bService, 600, 100000, Milliseconds(400), [&](auto& reply) {
+                    const Milliseconds pause(cbAtOnce == 1 ? 100 : 20);  // the header alone takes more than six seconds
+                    reply.Send(Milliseconds(0), cbAtOnce);
+                    while (!reply.IsWhole() && reply.Send(pause, 1)) {
+                    }
+                });
+                EXPECT_EQ(result.lResult, 0xE0010005) << bService;
+                EXPECT_EQ(result.strReply, "before");
+                EXPECT_GE(result.dSeconds, 6);
+                EXPECT_LT(result.dSeconds, 6 + kSlack);
+            });
+        }
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+}  // namespace
