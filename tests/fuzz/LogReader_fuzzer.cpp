@@ -14,7 +14,7 @@
 #include "RecordParser.h"
 #include "Report.h"
 #include "TextPrinter.h"
-#include "Utf8.h"
+#include "common/Utf8.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ void CheckLine(std::string_view line) {
     line.remove_suffix(1);
     Require(std::none_of(line.begin(), line.end(), IsControl));
     while (!line.empty()) {
-        const vexlog::Utf8Character character = vexlog::FirstCharacter(line);
+        const tools::Utf8Character character = tools::FirstCharacter(line);
         Require(character.IsUnicode());
         line.remove_prefix(character.cb);
     }
@@ -59,7 +59,8 @@ public:
     explicit Checker(std::size_t cbLongest) : m_cbLongest(cbLongest) {}
 
     void OnRecord(const vexlog::Record& record) override {
-        Require(record.cbSize <= 2 * m_cbLongest || record.kind == vexlog::Kind::kEmpty);
+        // What is not too long yet, and then a line that is not, with its end.
+        Require(record.cbSize <= 2 * m_cbLongest + 1 || record.kind == vexlog::Kind::kEmpty);
         Require(record.nOffset >= m_nEnd || record.kind == vexlog::Kind::kEmpty);
         m_nEnd = std::max(m_nEnd, record.kind == vexlog::Kind::kEmpty ? 0 : record.nOffset + record.cbSize);
         for (const bool bUtf8 : {false, true}) {
@@ -79,7 +80,7 @@ public:
 
 private:
     const std::size_t m_cbLongest;
-    vexlog::OutputBuffer m_output{kNowhere};
+    tools::OutputBuffer m_output{kNowhere};
     std::uint64_t m_nEnd = 0;
     std::vector<std::string> m_lines;
 };
@@ -110,7 +111,7 @@ std::size_t MarkupOf(std::string_view log) {
     parser.Feed(log);
     parser.Finish();
     report.Finish();
-    vexlog::OutputBuffer output(kNowhere);
+    tools::OutputBuffer output(kNowhere);
     report.Print("log", output);
     return CountOf(output.Pending(), "script") + CountOf(output.Pending(), "<!--") + CountOf(output.Pending(), "<img");
 }

@@ -6,6 +6,7 @@ set -euo pipefail
 vexlog=$1
 sample_log=$2
 bounded=$3
+here=$(dirname "$(readlink -f "$0")")
 
 work=$(mktemp -d)
 followers=()
@@ -43,6 +44,10 @@ await() {
         sleep 0.05
     done
     fail "waited in vain: $* (try $try)"
+}
+
+entry() {
+    printf '[INFO] [P1] [T2] [2024-03-05 09:07:02:%d] [a-F(7)]: %s\r\n\r\n' "$1" "$2"
 }
 
 mkdir logs
@@ -165,6 +170,118 @@ done
 expect 0 "$vexlog" stats $log
 grep -q '^AddFilter ' out || fail "stats: $(cat out)"
 
+echo "== a report never replaces a log"
+refuse() {
+    local text=$1
+    shift
+    cp -a $log kept
+    cp -a $hostile kept.hostile
+    expect 1 "$@"
+    grep -qF "$text" err || fail "message: $(cat err)"
+    cmp $log kept || fail "the log was changed: $*"
+    cmp $hostile kept.hostile || fail "the other log was changed: $*"
+}
+ln $log logs/hard.html
+for name in $log ./logs/../$log logs/hard.html "$PWD/$log"; do
+    refuse 'this is the log that is read' "$vexlog" report "$name" --input $log
+done
+ln -s PILog.txt logs/soft.html
+refuse 'this is the log that is read' "$vexlog" report logs/soft.html --input $log
+refuse 'this file is a log' "$vexlog" report logs/soft.html --input $hostile
+refuse 'this file is a log' "$vexlog" report $hostile --input $log
+tail -c +3 $log >unmarked.txt
+refuse 'this file is a log' "$vexlog" report unmarked.txt --input $hostile
+{ head -c 600000 /dev/zero; tail -c 1000 $log; } >behind-zeros.txt
+refuse 'this file is a log' "$vexlog" report behind-zeros.txt --input $log
+printf '\xff\xfe' >empty-log.txt
+refuse 'this file is a log' "$vexlog" report empty-log.txt --input $log
+for command in "$log" "stats $log" "report - --input $log"; do
+    cp $log copy.txt
+    status=0
+    # shellcheck disable=SC2086
+    "$vexlog" ${command/$log/copy.txt} >>copy.txt 2>err || status=$?
+    [ "$status" -eq 1 ] || fail "exit status $status of $command to the log itself"
+    cmp $log copy.txt || fail "$command was written to the log itself"
+done
+# shellcheck disable=SC2094
+"$vexlog" - <copy.txt >>copy.txt 2>err && fail "standard input to itself"
+cmp $log copy.txt || fail "standard input was written to itself"
+# shellcheck disable=SC2016
+expect 1 sh -c '"$1" report - --input "$2" >>"$3"' sh "$vexlog" $log copy.txt
+grep -q 'this file is a log' err || fail "message: $(cat err)"
+expect 2 "$vexlog" report '' --input $log
+
+echo "== a report is there whole or not at all"
+for _ in 1 2; do
+    expect 0 "$vexlog" report page.html --input $log
+done
+printf 'old\n' >page.html
+chmod 640 page.html
+ln -s page.html link.html
+expect 0 "$vexlog" report link.html --input $log
+[ -L link.html ] || fail "a link was replaced"
+[ "$(stat -c %a page.html)" = 640 ] || fail "the mode of a replaced page"
+grep -q '^<!DOCTYPE html>' page.html || fail "no page behind the link"
+printf 'old\n' >page.html
+(
+    ulimit -f 8
+    expect 1 "$vexlog" report page.html --input $log
+    grep -q 'page.html: File too large' err || fail "message: $(cat err)"
+)
+[ "$(cat page.html)" = old ] || fail "a part of a page"
+mkdir small
+status=0
+# shellcheck disable=SC2016
+"$here/SmallDisk.sh" "$PWD/small" sh -c '"$1" report old --input "$2" 2>err.none || echo $? >&2; cat old; ls -A' \
+    sh "$vexlog" "$PWD/$log" >out 2>err || status=$?
+if [ "$status" -eq 77 ]; then
+    echo "no full file system: this process must not mount one"
+else
+    printf 'old\nerr.none\nfiller\nold\n' | cmp - out || fail "on a full disk: $(cat out err)"
+    grep -qx 1 err || fail "exit status on a full disk: $(cat err)"
+fi
+[ -z "$(find . -name '.vex-*')" ] || fail "left behind: $(find . -name '.vex-*')"
+
+echo "== what was read before a failure"
+# The end of a terminal is an error behind the bytes that came before it.
+cat >broken.py <<'PYTHON'
+import os, pty, subprocess, sys, tty
+
+master, slave = pty.openpty()
+tty.setraw(slave)
+program = subprocess.Popen(sys.argv[2:], stdin=master)
+os.close(master)
+os.write(slave, open(sys.argv[1], "rb").read())
+os.close(slave)
+sys.exit(program.wait())
+PYTHON
+{ printf '\xff\xfe'; entry 100001 first; entry 100002 second; printf '[INFO] [P1] [T2]'; } >short.txt
+expect 1 python3 broken.py short.txt "$vexlog" -
+grep -q 'standard input: Input/output error' err || fail "message: $(cat err)"
+"$vexlog" short.txt | cmp - out || fail "printed before the failure: $(cat out)"
+expect 1 python3 broken.py short.txt "$vexlog" --json -
+"$vexlog" --json short.txt | cmp - out || fail "JSON before the failure: $(cat out)"
+expect 1 python3 broken.py short.txt "$vexlog" stats -
+"$vexlog" stats short.txt | cmp - out || fail "numbers before the failure: $(cat out)"
+expect 1 python3 broken.py short.txt "$vexlog" report page.html --input -
+[ "$(cat page.html)" = old ] || fail "a page of half a log"
+
+echo "== lines without an end"
+{ cat short.txt; head -c 2000000 /dev/zero; entry 100003 third; } >zeros.txt
+{ cat short.txt; printf 'x\n'; head -c 800000 /dev/zero | tr '\0' A; entry 100003 third; } >letters.txt
+for file in zeros.txt letters.txt; do
+    expect 0 timeout 60 "$vexlog" $file
+    [ "$(grep -c ' INFO P1 ' out)" -eq 3 ] || fail "$file: $(cut -c 1-200 out)"
+    timeout 60 "$vexlog" - < <(cat $file) | cmp - <("$vexlog" $file) || fail "$file through a pipe"
+done
+
+echo "== names that would move the cursor"
+expect 1 "$vexlog" $'\e[2J\u202e'
+grep -qF '\x1b[2J\u{202e}: No such file' err || fail "message: $(cat -v err)"
+expect 2 "$vexlog" $log $'\e[2J\u202e'
+grep -qF '\x1b[2J\u{202e}' err || fail "message: $(cat -v err)"
+! LC_ALL=C grep -qP '[\x1b]' err || fail "raw: $(cat -v err)"
+
 echo "== a reader that has seen enough"
 for _ in $(seq 40); do cat $log; done >large.txt
 set +o pipefail
@@ -186,9 +303,6 @@ echo "== following"
 printf '\xff\xfe' >followed.txt
 "$vexlog" --follow followed.txt >out 2>err &
 followers+=($!)
-entry() {
-    printf '[INFO] [P1] [T2] [2024-03-05 09:07:02:%d] [a-F(7)]: %s\r\n\r\n' "$1" "$2"
-}
 contains() {
     grep -q "$1" out
 }

@@ -3,10 +3,12 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Exit.h"
+#include "Message.h"
 
 namespace tools {
 
@@ -16,6 +18,11 @@ inline void AddCommonOptions(CLI::App& app, const std::string& strVersion, const
     app.set_version_flag("--version", app.get_name() + " " + strVersion, "Print the version and end");
     app.set_help_flag("-h,--help", "Print this help and end");
     app.get_formatter()->column_width(34);
+}
+
+// For a name that must not be empty, as that of a variable without a value is.
+inline CLI::Validator NotEmpty() {
+    return CLI::Validator([](std::string& strName) { return strName.empty() ? "the name is empty" : ""; }, "");
 }
 
 // An option that may be given several times, with one value each.
@@ -39,7 +46,10 @@ bool Parse(CLI::App& app, int argc, char** argv, Check check, int& nExit) {
     } catch (const CLI::Success& success) {
         nExit = app.exit(success, std::cout, std::cerr);
     } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
+        // It quotes what it was given.
+        std::ostringstream text;
+        app.exit(error, text, text);
+        std::cerr << VisibleLines(text.str());
         nExit = kExitUsage;
     }
     return false;

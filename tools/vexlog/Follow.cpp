@@ -94,7 +94,7 @@ bool Follower::Reopen() {
     if (!S_ISREG(byName.st_mode)) {
         throw ReadError(m_strPath + ": only a regular file can be followed");
     }
-    FileHandle file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    tools::FileHandle file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!file.IsOpen()) {
         return IsAbsent();
     }

@@ -15,8 +15,8 @@ void ThrowReadError(const std::string& strPath, int nError) {
     throw ReadError(strPath + ": " + std::generic_category().message(nError));
 }
 
-FileHandle OpenLog(const std::string& strPath) {
-    FileHandle file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+tools::FileHandle OpenLog(const std::string& strPath) {
+    tools::FileHandle file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     struct stat status = {};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
         ThrowReadError(strPath, errno);
@@ -30,7 +30,7 @@ FileHandle OpenLog(const std::string& strPath) {
 void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observer) {
     constexpr std::size_t kPiece = std::size_t{256} * 1024;
     const bool bStandardInput = strPath == kStandardInput;
-    const FileHandle file = bStandardInput ? FileHandle() : OpenLog(strPath);
+    const tools::FileHandle file = bStandardInput ? tools::FileHandle() : OpenLog(strPath);
     const int nDescriptor = bStandardInput ? STDIN_FILENO : file.Get();
     struct stat status = {};
     const bool bFile = fstat(nDescriptor, &status) == 0 && S_ISREG(status.st_mode);
@@ -45,7 +45,9 @@ void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observe
             if (errno == EINTR) {
                 continue;
             }
-            ThrowReadError(bStandardInput ? "standard input" : strPath, errno);
+            const int nError = errno;
+            parser.Finish();
+            ThrowReadError(bStandardInput ? "standard input" : strPath, nError);
         }
         if (cb == 0) {
             break;

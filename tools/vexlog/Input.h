@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "FileHandle.h"
 #include "Record.h"
+#include "common/FileHandle.h"
 
 namespace vexlog {
 
@@ -18,7 +18,7 @@ public:
 inline constexpr const char* kStandardInput = "-";
 
 // A file for reading; throws ReadError, for a directory too.
-FileHandle OpenLog(const std::string& strPath);
+tools::FileHandle OpenLog(const std::string& strPath);
 
 // What an operation on the file failed with, from errno.
 [[noreturn]] void ThrowReadError(const std::string& strPath, int nError);
@@ -36,7 +36,8 @@ protected:
     ReadObserver& operator=(const ReadObserver&) = default;
 };
 
-// Reads all of the file, or of standard input ("-"), and hands its records to the sink. Throws ReadError.
+// Reads all of the file, or of standard input ("-"), and hands its records to the sink. Throws ReadError, when the
+// sink has what could be read.
 void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observer);
 
 }  // namespace vexlog

@@ -1,15 +1,15 @@
 // Prints records for programs: one JSON object a line, in valid UTF-8 whatever the log contains.
 #pragma once
 
-#include "OutputBuffer.h"
 #include "Record.h"
+#include "common/OutputBuffer.h"
 
 namespace vexlog {
 
 class JsonPrinter : public RecordSink {
 public:
     // The buffer has to live as long as the printer is used. It is flushed by its owner.
-    explicit JsonPrinter(OutputBuffer& output) : m_output(output) {}
+    explicit JsonPrinter(tools::OutputBuffer& output) : m_output(output) {}
 
     void OnRecord(const Record& record) override;
 
@@ -20,7 +20,7 @@ private:
     template <typename Integer>
     void Number(std::string_view name, Integer nValue);
 
-    OutputBuffer& m_output;
+    tools::OutputBuffer& m_output;
 };
 
 }  // namespace vexlog

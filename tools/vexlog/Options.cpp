@@ -145,7 +145,10 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
 
     CLI::App* const pReport = app.add_subcommand("report", "Write a page with a timeline, durations and failures");
     pReport->footer(kReportExamples);
-    pReport->add_option("OUT.html", options.strOutput, "The page; \"-\" is standard output")->required()->type_name("");
+    pReport->add_option("OUT.html", options.strOutput, "The page; \"-\" is standard output")
+        ->required()
+        ->check(tools::NotEmpty())
+        ->type_name("");
     pReport->add_option("--input", options.strInput, "The log; \"-\" is standard input")
         ->capture_default_str()
         ->type_name("FILE");

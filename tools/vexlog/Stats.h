@@ -6,7 +6,7 @@
 
 #include "Calls.h"
 #include "Histogram.h"
-#include "OutputBuffer.h"
+#include "common/OutputBuffer.h"
 
 namespace vexlog {
 
@@ -54,9 +54,9 @@ private:
     std::vector<FunctionStats> m_functions;
 };
 
-void PrintStatsText(const Stats& stats, bool bUtf8, OutputBuffer& output);
+void PrintStatsText(const Stats& stats, bool bUtf8, tools::OutputBuffer& output);
 // One JSON object in one line.
-void PrintStatsJson(const Stats& stats, OutputBuffer& output);
+void PrintStatsJson(const Stats& stats, tools::OutputBuffer& output);
 
 // "48 us", "1.25 ms", "3.1 s"
 std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicroseconds = "us");

@@ -1,5 +1,4 @@
 // vexlog: prints, measures and draws the diagnostic log.
-#include <langinfo.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -8,19 +7,21 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <memory>
 
 #include "Follow.h"
 #include "Input.h"
 #include "JsonPrinter.h"
 #include "Options.h"
+#include "OutputGuard.h"
 #include "Progress.h"
 #include "Report.h"
 #include "ReportFile.h"
 #include "Stats.h"
 #include "TextPrinter.h"
 #include "common/Exit.h"
+#include "common/Message.h"
 
 namespace vexlog {
 namespace {
@@ -48,21 +49,18 @@ private:
     RecordSink& m_next;
 };
 
-bool LocaleIsUtf8() {
-    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-}
-
 bool WantsColour(Colour colour) {
     const char* const pszNoColour = std::getenv("NO_COLOR");
     const bool bRefused = pszNoColour != nullptr && *pszNoColour != '\0';
     return colour == Colour::kAlways || (colour == Colour::kAuto && !bRefused && isatty(STDOUT_FILENO) != 0);
 }
 
-std::unique_ptr<RecordSink> MakePrinter(const Options& options, OutputBuffer& output) {
+std::unique_ptr<RecordSink> MakePrinter(const Options& options, tools::OutputBuffer& output) {
     if (options.bJson) {
         return std::make_unique<JsonPrinter>(output);
     }
-    return std::make_unique<TextPrinter>(output, TextPrinter::Style{WantsColour(options.colour), LocaleIsUtf8()});
+    return std::make_unique<TextPrinter>(output,
+                                         TextPrinter::Style{WantsColour(options.colour), tools::LocaleIsUtf8()});
 }
 
 // False: nobody reads the output any more.
@@ -71,7 +69,16 @@ bool Wait() {
     return poll(&output, 1, kPollMilliseconds) <= 0 || (output.revents & (POLLERR | POLLNVAL)) == 0;
 }
 
-void FollowLog(const std::string& strPath, RecordSink& sink, OutputBuffer& output) {
+bool PollOrFinish(Follower& follower) {
+    try {
+        return follower.Poll();
+    } catch (const ReadError&) {
+        follower.Finish();
+        throw;
+    }
+}
+
+void FollowLog(const std::string& strPath, RecordSink& sink, tools::OutputBuffer& output) {
     // The second signal ends a program that does not come to its end by itself.
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
@@ -82,74 +89,100 @@ void FollowLog(const std::string& strPath, RecordSink& sink, OutputBuffer& outpu
     Follower follower(strPath, sink);
     bool bTold = false;
     while (g_nInterrupted == 0) {
-        const bool bNew = follower.Poll();
+        const bool bNew = PollOrFinish(follower);
         if (follower.TakeLost()) {
             output.Flush();
-            static_cast<void>(std::fputs("vexlog: the log was cut or emptied; records may be missing\n", stderr));
+            tools::Complain("vexlog", "the log was cut or emptied; records may be missing");
         }
         if (!follower.HasFile() && !bTold) {
             bTold = true;
-            static_cast<void>(std::fprintf(stderr, "vexlog: waiting for %s\n", strPath.c_str()));
+            tools::Complain("vexlog", "waiting for " + strPath);
         }
         if (!bNew) {
             output.Flush();
             if (!Wait()) {
-                throw OutputClosed();
+                throw tools::OutputClosed();
             }
         }
     }
     follower.Finish();
 }
 
-void Print(const Options& options) {
-    OutputBuffer output(STDOUT_FILENO);
-    const std::unique_ptr<RecordSink> printer = MakePrinter(options, output);
-    FilterSink filter(options.filter, *printer);
-    if (options.bFollow) {
-        FollowLog(options.strInput, filter, output);
-    } else {
-        Progress progress(output, isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0);
-        ReadLog(options.strInput, filter, progress);
+// What was read before a failure is printed before it is told.
+void ReadAndPrint(const Options& options, RecordSink& sink, tools::OutputBuffer& output) {
+    try {
+        if (options.bFollow) {
+            FollowLog(options.strInput, sink, output);
+        } else {
+            Progress progress(output, isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0);
+            ReadLog(options.strInput, sink, progress);
+        }
+    } catch (const ReadError&) {
+        output.Flush();
+        throw;
     }
     output.Flush();
 }
 
+void Print(const Options& options) {
+    tools::OutputBuffer output(STDOUT_FILENO);
+    const std::unique_ptr<RecordSink> printer = MakePrinter(options, output);
+    FilterSink filter(options.filter, *printer);
+    ReadAndPrint(options, filter, output);
+}
+
 void ReadQuietly(const std::string& strPath, RecordSink& sink) {
-    OutputBuffer nothing(STDOUT_FILENO);
+    tools::OutputBuffer nothing(STDOUT_FILENO);
     Progress progress(nothing, isatty(STDERR_FILENO) != 0);
     ReadLog(strPath, sink, progress);
 }
 
 void PrintStats(const Options& options) {
     Stats stats;
-    ReadQuietly(options.strInput, stats);
+    std::exception_ptr failure;
+    try {
+        ReadQuietly(options.strInput, stats);
+    } catch (const ReadError&) {
+        failure = std::current_exception();
+    }
     stats.Finish();
-    OutputBuffer output(STDOUT_FILENO);
+    if (failure && stats.Log().cRecords + stats.Log().cMinimal + stats.Log().cFragments == 0) {
+        std::rethrow_exception(failure);
+    }
+    tools::OutputBuffer output(STDOUT_FILENO);
     if (options.bJson) {
         PrintStatsJson(stats, output);
     } else {
-        PrintStatsText(stats, LocaleIsUtf8(), output);
+        PrintStatsText(stats, tools::LocaleIsUtf8(), output);
     }
     output.Flush();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
 }
 
+// A page replaces another one only when all was read.
 void WriteReport(const Options& options) {
+    RefuseLogAsOutput(options.strOutput);
     Report report;
     ReadQuietly(options.strInput, report);
     report.Finish();
     const std::string strSource = options.strInput == kStandardInput ? "standard input" : options.strInput;
-    WriteReportFile(options.strOutput, [&](OutputBuffer& output) { report.Print(strSource, output); });
+    WriteReportFile(options.strOutput, [&](tools::OutputBuffer& output) { report.Print(strSource, output); });
 }
 
 int Run(int argc, char** argv) {
     static_cast<void>(std::setlocale(LC_CTYPE, ""));
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    // Whoever writes too much for RLIMIT_FSIZE gets an error to tell.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
         return nExit;
     }
     try {
+        RefuseInputAsOutput(options->command == Command::kReport ? options->strOutput : "-", options->strInput);
         switch (options->command) {
             case Command::kPrint:
                 Print(*options);
@@ -161,10 +194,10 @@ int Run(int argc, char** argv) {
                 WriteReport(*options);
                 break;
         }
-    } catch (const OutputClosed&) {
+    } catch (const tools::OutputClosed&) {
         // As with any program whose reader has seen enough.
     } catch (const std::exception& error) {
-        static_cast<void>(std::fprintf(stderr, "vexlog: %s\n", error.what()));
+        tools::Complain("vexlog", error.what());
         return tools::kExitError;
     }
     return tools::kExitOk;

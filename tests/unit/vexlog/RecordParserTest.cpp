@@ -235,7 +235,7 @@ TEST_P(LongLineTest, LosesNoRecordAndNoText) {
             EXPECT_GE(record.nOffset, nNext);
             nNext = record.nOffset + record.cbSize;
             cb += record.cbSize;
-            EXPECT_LE(record.cbSize, 2 * vexlog::RecordParser::kLongest);
+            EXPECT_LE(record.cbSize, 2 * vexlog::RecordParser::kLongest + 1);
             if (record.kind != vexlog::Kind::kFragment) {
                 Collector::OnRecord(record);
             }

@@ -5,16 +5,20 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
-namespace vexlog {
+namespace tools {
 
 // Nobody reads the output any more: no error, the program ends quietly.
 struct OutputClosed {};
 
 class OutputBuffer {
 public:
-    // The descriptor stays the caller's.
-    explicit OutputBuffer(int nDescriptor) : m_nDescriptor(nDescriptor) { m_strBytes.reserve(kCapacity + kSlack); }
+    // The descriptor stays the caller's. strName: for messages.
+    explicit OutputBuffer(int nDescriptor, std::string strName = "standard output")
+        : m_nDescriptor(nDescriptor), m_strName(std::move(strName)) {
+        m_strBytes.reserve(kCapacity + kSlack);
+    }
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
 
@@ -61,7 +65,8 @@ private:
     static constexpr std::size_t kSlack = std::size_t{64} * 1024;
 
     int m_nDescriptor;
+    std::string m_strName;
     std::string m_strBytes;
 };
 
-}  // namespace vexlog
+}  // namespace tools

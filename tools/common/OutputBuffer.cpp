@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-namespace vexlog {
+namespace tools {
 
 void OutputBuffer::Flush() {
     std::string_view rest = m_strBytes;
@@ -18,10 +18,10 @@ void OutputBuffer::Flush() {
         } else if (errno != EINTR) {
             const int nError = errno;
             m_strBytes.clear();
-            throw std::system_error(nError, std::generic_category(), "cannot write");
+            throw std::system_error(nError, std::generic_category(), m_strName);
         }
     }
     m_strBytes.clear();
 }
 
-}  // namespace vexlog
+}  // namespace tools

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace vexlog {
+namespace tools {
 
 class FileHandle {
 public:
@@ -31,4 +31,4 @@ private:
     int m_nDescriptor = -1;
 };
 
-}  // namespace vexlog
+}  // namespace tools

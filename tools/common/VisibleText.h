@@ -1,16 +1,18 @@
-// Text of the log, which anybody may have written, made fit for a terminal, for JSON and for HTML.
+// Text that anybody may have written, of a log or a certificate, made fit for a terminal, for JSON and for HTML.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "OutputBuffer.h"
 
-namespace vexlog {
+namespace tools {
 
 // For a terminal: what would move its cursor, change its state or reorder its text is written as \n, \r, \t, \0, \xNN
 // (a byte) or \u{N} (a character); long runs of NUL as \0{N}. A line stays a line. bUtf8: the reader's locale shows all
 // characters; else only ASCII.
 void AppendVisible(OutputBuffer& output, std::string_view text, bool bUtf8);
+std::string Visible(std::string_view text, bool bUtf8);
 
 // For the inside of a JSON string: valid UTF-8. Bytes that are none become U+FFFD. "<", ">" and "&" are escaped too, so
 // that the text can stand in an HTML page's script element. False: something was replaced.
@@ -22,4 +24,4 @@ bool AppendJsonString(OutputBuffer& output, std::string_view text);
 // For HTML text and attribute values. Bytes that are no UTF-8, and control characters, become U+FFFD.
 void AppendHtml(OutputBuffer& output, std::string_view text);
 
-}  // namespace vexlog
+}  // namespace tools

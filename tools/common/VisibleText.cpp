@@ -6,7 +6,7 @@
 
 #include "Utf8.h"
 
-namespace vexlog {
+namespace tools {
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
@@ -110,6 +110,13 @@ void AppendVisible(OutputBuffer& output, std::string_view text, bool bUtf8) {
     }
 }
 
+std::string Visible(std::string_view text, bool bUtf8) {
+    constexpr int kNowhere = -1;
+    OutputBuffer output(kNowhere);
+    AppendVisible(output, text, bUtf8);
+    return std::string(output.Pending());
+}
+
 bool AppendJsonText(OutputBuffer& output, std::string_view text) {
     bool bWhole = true;
     for (;;) {
@@ -165,4 +172,4 @@ void AppendHtml(OutputBuffer& output, std::string_view text) {
     }
 }
 
-}  // namespace vexlog
+}  // namespace tools

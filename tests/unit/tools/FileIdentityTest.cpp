@@ -1,0 +1,89 @@
+// Which names mean one file.
+#include "common/FileIdentity.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Row.h"
+#include "TempDirectory.h"
+
+namespace {
+
+using tools::FileIdentity;
+
+struct PairRow : Row {
+    std::string strFirst;
+    std::string strSecond;
+    bool bSameFile;
+    bool bSameOutput;
+};
+
+class FileIdentityTest : public testing::TestWithParam<PairRow> {
+protected:
+    FileIdentityTest() {
+        m_directory.Write("file", "x");
+        m_directory.Write("other", "x");
+        EXPECT_EQ(mkdir(m_directory.Path("folder").c_str(), 0700), 0);
+        EXPECT_EQ(link(m_directory.Path("file").c_str(), m_directory.Path("hard").c_str()), 0);
+        EXPECT_EQ(mkfifo(m_directory.Path("fifo").c_str(), 0600), 0);
+        for (const auto& [pszTarget, pszLink] :
+             {std::pair{"file", "soft"}, {"soft", "softer"}, {"new", "dangling"}, {"../new", "folder/dangling"}}) {
+            EXPECT_EQ(symlink(pszTarget, m_directory.Path(pszLink).c_str()), 0);
+        }
+    }
+
+    std::string Path(const std::string& strName) const {
+        return strName.starts_with('/') || strName == "-" ? strName : m_directory.Path(strName);
+    }
+
+    const TempDirectory m_directory;
+};
+
+TEST_P(FileIdentityTest, IsThatOfTheFileBehindTheName) {
+    const FileIdentity first = FileIdentity::OfOutput(Path(GetParam().strFirst));
+    const FileIdentity second = FileIdentity::OfOutput(Path(GetParam().strSecond));
+    EXPECT_EQ(first.IsSameFile(second), GetParam().bSameFile);
+    EXPECT_EQ(second.IsSameFile(first), GetParam().bSameFile);
+    EXPECT_EQ(first.IsSameOutput(second), GetParam().bSameOutput);
+    EXPECT_EQ(second.IsSameOutput(first), GetParam().bSameOutput);
+    EXPECT_EQ(first.IsSameFile(FileIdentity::OfInput(Path(GetParam().strSecond))),
+              GetParam().bSameFile && GetParam().strSecond != "-");
+}
+
+INSTANTIATE_TEST_SUITE_P(Pairs, FileIdentityTest,
+                         testing::Values(PairRow{{"Itself"}, "file", "file", true, true},
+                                         PairRow{{"OtherSpelling"}, "file", "folder/..//file", true, true},
+                                         PairRow{{"HardLink"}, "file", "hard", true, true},
+                                         PairRow{{"SymbolicLinks"}, "hard", "softer", true, true},
+                                         PairRow{{"OtherFile"}, "file", "other", false, false},
+                                         PairRow{{"NewFile"}, "new", "./new", true, true},
+                                         PairRow{{"NewFileBehindLinks"}, "dangling", "folder/dangling", true, true},
+                                         PairRow{{"OtherNewFile"}, "new", "newer", false, false},
+                                         PairRow{{"NewFileElsewhere"}, "new", "folder/new", false, false},
+                                         PairRow{{"InANewFolder"}, "no/new", "no//../no/new", true, true},
+                                         PairRow{{"InOtherNewFolders"}, "no/new", "none/new", false, false},
+                                         PairRow{{"NewAndOld"}, "new", "file", false, false},
+                                         PairRow{{"Pipe"}, "fifo", "fifo", false, true},
+                                         PairRow{{"Device"}, "/dev/null", "/dev/null", false, false},
+                                         PairRow{{"OneDescriptor"}, "/dev/stdout", "/dev/fd/1", false, true}),
+                         RowName);
+
+TEST(ResolveOutputTest, KnowsThisProcessesDescriptors) {
+    EXPECT_EQ(tools::ResolveOutput("-").descriptor, 1);
+    EXPECT_EQ(tools::ResolveOutput("/dev/stdout").descriptor, 1);
+    EXPECT_EQ(tools::ResolveOutput("/proc/self/fd/7").descriptor, 7);
+    EXPECT_EQ(tools::ResolveOutput("/proc/" + std::to_string(getpid()) + "/fd/2").descriptor, 2);
+    EXPECT_EQ(tools::ResolveOutput("/proc/1/fd/2").descriptor, std::nullopt);
+    EXPECT_TRUE(tools::ResolveOutput("/proc/1/fd/2").bInProc);
+    EXPECT_EQ(tools::ResolveOutput("1").descriptor, std::nullopt);
+}
+
+TEST(ResolveOutputTest, AnEndlessChainOfLinksIsAnError) {
+    const TempDirectory directory;
+    ASSERT_EQ(symlink("b", directory.Path("a").c_str()), 0);
+    ASSERT_EQ(symlink("a", directory.Path("b").c_str()), 0);
+    EXPECT_THROW(tools::ResolveOutput(directory.Path("a")), std::system_error);
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+#include "FileIdentity.h"
+
+#include <linux/magic.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+namespace tools {
+namespace {
+
+struct Free {
+    void operator()(char* psz) const { std::free(psz); }
+};
+
+std::string RealPath(const std::string& strPath) {
+    const std::unique_ptr<char, Free> pszReal(realpath(strPath.c_str(), nullptr));
+    return pszReal ? pszReal.get() : "";
+}
+
+// "a/b/" of "a/b/c", "./" of "c".
+std::string DirectoryOf(const std::string& strPath) {
+    const std::size_t nSlash = strPath.rfind('/');
+    return nSlash == std::string::npos ? "./" : strPath.substr(0, nSlash + 1);
+}
+
+std::string_view NameOf(std::string_view path) {
+    const std::size_t nSlash = path.rfind('/');
+    return nSlash == std::string_view::npos ? path : path.substr(nSlash + 1);
+}
+
+bool IsInProc(const std::string& strDirectory) {
+    struct statfs status = {};
+    return statfs(strDirectory.c_str(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
+}
+
+std::optional<int> OwnDescriptor(const std::string& strDirectory, std::string_view name) {
+    int nDescriptor = 0;
+    const auto [pchEnd, error] = std::from_chars(name.data(), name.data() + name.size(), nDescriptor);
+    if (error != std::errc() || pchEnd != name.data() + name.size() || nDescriptor < 0 ||
+        RealPath(strDirectory) != RealPath("/proc/self/fd")) {
+        return std::nullopt;
+    }
+    return nDescriptor;
+}
+
+// Nothing: no symbolic link.
+std::optional<std::string> LinkOf(const std::string& strPath) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t cb = readlink(strPath.c_str(), target.data(), target.size());
+    if (cb < 0) {
+        return std::nullopt;
+    }
+    return std::string(target.data(), static_cast<std::size_t>(cb));
+}
+
+// The nearest directory above the path that is there; returns the path from there on.
+std::string FindDirectory(const std::string& strPath, struct stat& status) {
+    std::filesystem::path directory = strPath;
+    std::filesystem::path rest;
+    do {
+        rest = directory.filename() / rest;
+        directory = directory.parent_path();
+    } while (stat(directory.empty() ? "." : directory.c_str(), &status) != 0 && directory.has_relative_path());
+    return rest.lexically_normal().string();
+}
+
+}  // namespace
+
+OutputName ResolveOutput(const std::string& strPath) {
+    constexpr int kMostLinks = 40;
+    if (strPath == kStandardStream) {
+        return {strPath, STDOUT_FILENO};
+    }
+    std::string strAt = strPath;
+    for (int nLink = 0; nLink <= kMostLinks; ++nLink) {
+        const std::string strDirectory = DirectoryOf(strAt);
+        if (IsInProc(strDirectory)) {
+            return {strAt, OwnDescriptor(strDirectory, NameOf(strAt)), true};
+        }
+        const std::optional<std::string> link = LinkOf(strAt);
+        if (!link) {
+            return {strAt, std::nullopt};
+        }
+        strAt = link->starts_with('/') ? *link : strDirectory + *link;
+    }
+    throw std::system_error(ELOOP, std::generic_category(), strPath);
+}
+
+FileIdentity FileIdentity::OfOutput(const std::string& strPath) {
+    return FileIdentity(ResolveOutput(strPath));
+}
+
+FileIdentity FileIdentity::OfInput(const std::string& strPath) {
+    return strPath == kStandardStream ? FileIdentity(OutputName{strPath, STDIN_FILENO})
+                                      : FileIdentity(ResolveOutput(strPath));
+}
+
+FileIdentity::FileIdentity(const OutputName& name) : m_descriptor(name.descriptor) {
+    struct stat status = {};
+    const int nResult = name.descriptor ? fstat(*name.descriptor, &status) : stat(name.strPath.c_str(), &status);
+    if (nResult == 0) {
+        m_nMode = status.st_mode;
+    } else if (name.descriptor) {
+        return;
+    } else {
+        m_strName = FindDirectory(name.strPath, status);
+    }
+    m_bKnown = true;
+    m_nDevice = status.st_dev;
+    m_nInode = status.st_ino;
+}
+
+bool FileIdentity::Equals(const FileIdentity& other) const {
+    return m_bKnown && other.m_bKnown && m_nDevice == other.m_nDevice && m_nInode == other.m_nInode &&
+           m_strName == other.m_strName;
+}
+
+bool FileIdentity::IsSameFile(const FileIdentity& other) const {
+    return Equals(other) && (m_nMode == 0 || S_ISREG(m_nMode) || S_ISBLK(m_nMode));
+}
+
+bool FileIdentity::IsSameOutput(const FileIdentity& other) const {
+    return (m_descriptor && m_descriptor == other.m_descriptor) || (Equals(other) && !S_ISCHR(m_nMode));
+}
+
+}  // namespace tools

@@ -1,0 +1,125 @@
+#include "TemporaryFile.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <system_error>
+
+namespace tools {
+namespace {
+
+constexpr std::array kEnds = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+constexpr std::size_t kMostFiles = 4;
+
+std::array<std::atomic<const char*>, kMostFiles> g_names;
+
+void RemoveAndEnd(int nSignal) {
+    for (const std::atomic<const char*>& name : g_names) {
+        if (const char* const pszName = name.load(); pszName != nullptr) {
+            unlink(pszName);
+        }
+    }
+    // The handler is gone by now, so that the default action ends the process as soon as this returns.
+    static_cast<void>(raise(nSignal));
+}
+
+// Signals wait while the file and its entry in the table differ.
+class SignalsWait {
+public:
+    SignalsWait() {
+        sigset_t ends;
+        sigemptyset(&ends);
+        for (const int nSignal : kEnds) {
+            sigaddset(&ends, nSignal);
+        }
+        pthread_sigmask(SIG_BLOCK, &ends, &m_before);
+    }
+    ~SignalsWait() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    SignalsWait(const SignalsWait&) = delete;
+    SignalsWait& operator=(const SignalsWait&) = delete;
+
+private:
+    sigset_t m_before{};
+};
+
+void HandleSignals() {
+    for (const int nSignal : kEnds) {
+        struct sigaction before = {};
+        if (sigaction(nSignal, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) {
+            struct sigaction action = {};
+            action.sa_handler = RemoveAndEnd;
+            action.sa_flags = static_cast<int>(SA_RESETHAND);
+            sigaction(nSignal, &action, nullptr);
+        }
+    }
+}
+
+void Replace(const char* pszBefore, const char* pszName) {
+    for (std::atomic<const char*>& name : g_names) {
+        if (name.load() == pszBefore) {
+            name.store(pszName);
+            return;
+        }
+    }
+}
+
+[[noreturn]] void ThrowError(int nError, const std::string& strPath) {
+    throw std::system_error(nError, std::generic_category(), strPath);
+}
+
+std::string RandomName() {
+    std::uint64_t uRandom = 0;
+    if (getrandom(&uRandom, sizeof uRandom, 0) != static_cast<ssize_t>(sizeof uRandom)) {
+        throw std::system_error(errno, std::generic_category(), "getrandom");
+    }
+    std::array<char, 32> name{};
+    const int cch = std::snprintf(name.data(), name.size(), ".vex-%016llx", static_cast<unsigned long long>(uRandom));
+    return {name.data(), static_cast<std::size_t>(cch)};
+}
+
+}  // namespace
+
+TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode)
+    : m_strName(strPath.substr(0, strPath.rfind('/') + 1) + RandomName()) {
+    const SignalsWait wait;
+    m_file = FileHandle(open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, nMode));
+    if (!m_file.IsOpen()) {
+        ThrowError(errno, "cannot make a new file beside " + strPath);
+    }
+    Replace(nullptr, m_strName.c_str());
+    HandleSignals();
+}
+
+TemporaryFile::~TemporaryFile() {
+    const SignalsWait wait;
+    if (!m_bMoved) {
+        unlink(m_strName.c_str());
+    }
+    Replace(m_strName.c_str(), nullptr);
+}
+
+void TemporaryFile::MoveTo(const std::string& strPath) {
+    // Some file systems have nothing to synchronise.
+    if (fsync(m_file.Get()) != 0 && errno != EINVAL) {
+        ThrowError(errno, strPath);
+    }
+    // A file system may find out about its quota as late as this.
+    if (close(m_file.Release()) != 0) {
+        ThrowError(errno, strPath);
+    }
+    const SignalsWait wait;
+    if (rename(m_strName.c_str(), strPath.c_str()) != 0) {
+        ThrowError(errno, strPath);
+    }
+    m_bMoved = true;
+}
+
+}  // namespace tools

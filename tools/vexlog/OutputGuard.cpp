@@ -1,0 +1,90 @@
+#include "OutputGuard.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
+#include <vector>
+
+#include "Input.h"
+#include "RecordParser.h"
+#include "common/FileHandle.h"
+#include "common/FileIdentity.h"
+
+namespace vexlog {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xFF\xFE";
+// Of a page, which may quote a log in its names.
+constexpr std::string_view kPageBegin = "<!DOCTYPE html>";
+
+class RecordSeen : public RecordSink {
+public:
+    void OnRecord(const Record& record) override {
+        m_bSeen = m_bSeen || record.kind == Kind::kRecord || record.kind == Kind::kMinimal;
+    }
+    bool IsSeen() const { return m_bSeen; }
+
+private:
+    bool m_bSeen = false;
+};
+
+std::string Shown(const std::string& strOutput) {
+    return strOutput == kStandardInput ? "standard output" : strOutput;
+}
+
+bool HoldsALog(int nDescriptor, const std::string& strName) {
+    constexpr std::size_t kPiece = std::size_t{256} * 1024;
+    RecordSeen seen;
+    RecordParser parser(seen);
+    std::vector<char> piece(kPiece);
+    off_t nAt = 0;
+    while (!seen.IsSeen()) {
+        const ssize_t cb = pread(nDescriptor, piece.data(), piece.size(), nAt);
+        if (cb < 0 && errno == EINTR) {
+            continue;
+        }
+        if (cb < 0) {
+            ThrowReadError(strName, errno);
+        }
+        const std::string_view bytes(piece.data(), static_cast<std::size_t>(cb));
+        if (nAt == 0 && (bytes.starts_with(kByteOrderMark) || bytes.starts_with(kPageBegin))) {
+            return bytes.starts_with(kByteOrderMark);
+        }
+        if (cb == 0) {
+            parser.Finish();
+            break;
+        }
+        parser.Feed(bytes);
+        nAt += cb;
+    }
+    return seen.IsSeen();
+}
+
+}  // namespace
+
+void RefuseInputAsOutput(const std::string& strOutput, const std::string& strInput) {
+    if (tools::FileIdentity::OfOutput(strOutput).IsSameFile(tools::FileIdentity::OfInput(strInput))) {
+        throw OutputRefused(Shown(strOutput) + ": this is the log that is read; choose another output");
+    }
+}
+
+void RefuseLogAsOutput(const std::string& strOutput) {
+    const tools::OutputName name = tools::ResolveOutput(strOutput);
+    const std::string strPath = name.descriptor ? "/proc/self/fd/" + std::to_string(*name.descriptor) : name.strPath;
+    struct stat status = {};
+    if (stat(strPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    const tools::FileHandle file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (!file.IsOpen()) {
+        ThrowReadError(Shown(strOutput), errno);
+    }
+    if (HoldsALog(file.Get(), Shown(strOutput))) {
+        throw OutputRefused(Shown(strOutput) + ": this file is a log; remove it first, or choose another output");
+    }
+}
+
+}  // namespace vexlog
