@@ -206,6 +206,138 @@ cmp recovered "it's data.bin"
 openssl x509 -in rsa.pem -noout -pubkey -out rsa.pub
 openssl dgst -sha256 -verify rsa.pub -signature sig text.txt >/dev/null || fail "P1 through standard streams"
 
+echo "== outputs that would destroy something"
+# Whatever a name's spelling or link leads to, no file changes and none is new.
+ln -s ../text.txt 'a folder 50% #1/soft.txt'
+ln text.txt hard.txt
+ln -s new.sig to-new.sig
+ln -s data/vex-client-toolkit/demo.pem demo.pem
+state() {
+    find . -type f ! -name out ! -name err ! -name state.\* -exec cksum {} + | sort
+    find . | sort
+}
+touch state.before state.after
+refused=0
+while IFS='|' read -r arguments role; do
+    eval "set -- $arguments"
+    state >state.before
+    expect 1 "$vexsign" "$@"
+    says "would be $role; choose another output"
+    [ ! -s out ] || fail "output: $arguments"
+    state >state.after
+    cmp state.before state.after || fail "files changed: $arguments"
+    refused=$((refused + 1))
+done <<'END'
+p7 demo: text.txt -o text.txt|the input
+p1 demo: text.txt -o "a folder 50% #1/../hard.txt"|the input
+p7 demo: hard.txt -o "a folder 50% #1/soft.txt"|the input
+p7 demo: text.txt -o x --cert-out ./text.txt|the input
+p7 ./both.pem text.txt -o both.pem|the store, its PIN or its module
+p7 "file://localhost$work/both%2Epem" text.txt -o both.pem|the store, its PIN or its module
+p7 demo: text.txt -o demo.pem|the store, its PIN or its module
+p7 ./rsa.p12 --pin-source pin text.txt -o ./pin|the store, its PIN or its module
+p7 "file:$work/rsa.p12?pin-source=file:$work/pin" text.txt -o pin|the store, its PIN or its module
+p7 "file:$work/rsa.p12?pin-source=$work/pin" text.txt --cert-out pin|the store, its PIN or its module
+p7 "pkcs11:token=x?module-path=$work/pin" text.txt -o pin|the store, its PIN or its module
+p7 demo: text.txt -o new.sig --cert-out new.sig|the signature's file
+p7 demo: text.txt -o to-new.sig --cert-out ./new.sig|the signature's file
+p7 demo: text.txt -o no/new.sig --cert-out ./no//new.sig|the signature's file
+p7 demo: text.txt --cert-out -|the signature's file
+p7 demo: text.txt --cert-out /dev/stdout|the signature's file
+p1 demo: signer.pem.pub -o sig --cert-out signer.pem --verify-hint|the input
+p7 demo: new.sig.content -o new.sig --attached --verify-hint|the input
+p7 demo: text.txt -o new.sig --attached --verify-hint --cert-out new.sig.content|the certificate's file
+END
+[ $refused -eq 19 ] || fail "$refused refusals"
+# Before the demo store is made.
+status=0
+XDG_DATA_HOME=$work/none "$vexsign" p7 demo: text.txt -o none/vex-client-toolkit/demo.pem 2>err || status=$?
+[ "$status" -eq 1 ] || fail "the demo store to be is an output"
+says 'would be the store'
+[ ! -e none ] || fail "a demo store was made"
+cp text.txt appended.txt
+status=0
+# shellcheck disable=SC2094
+"$vexsign" p7 demo: appended.txt >>appended.txt 2>err || status=$?
+[ "$status" -eq 1 ] || fail "standard output is the input"
+# shellcheck disable=SC2094
+"$vexsign" p7 demo: - -o appended.txt <appended.txt 2>err && fail "the output is standard input"
+says 'would be the input'
+cmp text.txt appended.txt || fail "the input was written to"
+# What is no file is not destroyed.
+expect 0 "$vexsign" p7 demo: text.txt -o /dev/null --cert-out /dev/null
+expect 1 "$vexsign" p7 demo: /dev/null -o /dev/null
+says 'error 1303: '
+
+echo "== outputs are there whole or not at all"
+printf 'old' >old
+expect 1 "$vexsign" p7 demo: text.txt -o /dev/full --cert-out old
+says '/dev/full: No space left'
+[ "$(cat old)" = old ] || fail "the certificate of a failed run"
+head -c 100000 /dev/zero >zeros
+(
+    ulimit -f 8
+    expect 1 "$vexsign" p7 demo: zeros --attached -o old --cert-out new.pem
+    says 'old: File too large'
+)
+[ "$(cat old)" = old ] || fail "a part of a signature"
+[ ! -e new.pem ] || fail "the certificate without its signature"
+# A directory only to be left behind as it was.
+mkdir small
+status=0
+# shellcheck disable=SC2016
+"$here/SmallDisk.sh" "$PWD/small" sh -c '
+    "$1" p7 "$2" "$3" -o old --cert-out cert.pem 2>err.none || echo $? >&2
+    cat old; ls -A' sh "$vexsign" "file:$work/both.pem" "$work/text.txt" >out 2>err || status=$?
+if [ "$status" -eq 77 ]; then
+    echo "no full file system: this process must not mount one"
+else
+    printf 'old\nerr.none\nfiller\nold\n' | cmp - out || fail "on a full disk: $(cat out err)"
+    grep -qx 1 err || fail "exit status on a full disk: $(cat err)"
+fi
+ln -s old soft.sig
+chmod 640 old
+expect 0 "$vexsign" p7 demo: text.txt -o soft.sig
+[ -L soft.sig ] || fail "a link was replaced"
+[ "$(stat -c %a old)" = 640 ] || fail "the mode of a replaced file: $(stat -c %a old)"
+[ "$(cat old)" != old ] || fail "nothing was written behind the link"
+[ -z "$(find . -name '.vex-*')" ] || fail "left behind: $(find . -name '.vex-*')"
+
+echo "== nothing reaches the terminal that moves its cursor or reorders its text"
+hostile=$'\u202egpj.\u2066x\u009b2J\u200f'
+openssl req -x509 -key ec.key -out hostile.pem -days 30 -utf8 -subj "/CN=$hostile/O=Grüße" 2>/dev/null
+cat ec.key >>hostile.pem
+expect 0 "$vexsign" list ./hostile.pem
+grep -qF '\u{202e}gpj.\u{2066}x\u{9b}2J\u{200f}' out || fail "list: $(cat -v out)"
+grep -q 'O=Grüße' out || fail "list: $(cat out)"
+[ "$(tr -cd '\t' <out | wc -c)" -eq 6 ] || fail "fields: $(cat out)"
+LC_ALL=C expect 0 "$vexsign" list ./hostile.pem
+grep -q 'O=Grüße' out || fail "a list for another program: $(cat out)"
+name=$'\e]0;x\a\n'$hostile"it's %d"
+# shellcheck disable=SC2016
+for arguments in 'p7 demo: "$name"' 'p7 demo: text.txt "$name"' 'p7 demo: text.txt -o "no/$name"' \
+    'p7 demo: text.txt --filter "$name"'; do
+    status=0
+    eval "$vexsign $arguments" >out 2>err || status=$?
+    [ "$status" -ne 0 ] || fail "no failure: $arguments"
+    says '\x1b]0;x\x07'
+    says '\u{202e}'
+    ! LC_ALL=C grep -qP '[\x00-\x09\x0b-\x1f\x7f]|\xe2\x80\xae|\xc2\x9b' err || fail "raw: $(cat -v err)"
+done
+cp text.txt "$name"
+for command in "p1 ./both.pem" "p7 ./both.pem" "p7 ./both.pem --attached --out der"; do
+    # shellcheck disable=SC2086
+    expect 0 "$vexsign" $command -o "$name.sig" --cert-out "$name.pem" --verify-hint "$name"
+    ! LC_ALL=C grep -qP '[\x00-\x09\x0b-\x1f\x7f]|\xe2\x80\xae|\xc2\x9b' err || fail "raw: $(cat -v err)"
+    verify
+done
+expect 2 "$vexsign" p7 demo: text.txt -o $'x\n' --verify-hint
+says 'ends in a line end'
+for option in --output --cert-out --pin-source; do
+    expect 2 "$vexsign" p7 demo: text.txt $option ''
+    says 'the name is empty'
+done
+
 echo "== a PIN that is asked for"
 "$here/VexsignPrompt.py" "$vexsign" ./rsa.p12 "$pin"
 

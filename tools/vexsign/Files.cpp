@@ -7,6 +7,9 @@
 #include <memory>
 #include <stdexcept>
 
+#include "common/OutputBuffer.h"
+#include "common/OutputFile.h"
+
 namespace vexsign {
 namespace {
 
@@ -16,7 +19,7 @@ struct Close {
 using FilePtr = std::unique_ptr<std::FILE, Close>;
 
 [[noreturn]] void Fail(const std::string& strName) {
-    throw std::runtime_error((strName == "-" ? "standard stream" : strName) + ": " + std::strerror(errno));
+    throw std::runtime_error((strName == "-" ? "standard input" : strName) + ": " + std::strerror(errno));
 }
 
 }  // namespace
@@ -39,16 +42,19 @@ std::string ReadWhole(const std::string& strName) {
     return bytes;
 }
 
-void WriteWhole(const std::string& strName, std::string_view bytes) {
-    FilePtr owner(strName == "-" ? nullptr : std::fopen(strName.c_str(), "wbe"));
-    std::FILE* const pFile = strName == "-" ? stdout : owner.get();
-    if (pFile == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), pFile) != bytes.size() ||
-        std::fflush(pFile) != 0) {
-        Fail(strName);
+void WriteOutputs(const std::vector<Output>& outputs) {
+    std::vector<std::unique_ptr<tools::OutputFile>> files;
+    for (const Output& output : outputs) {
+        files.push_back(std::make_unique<tools::OutputFile>(output.strName));
     }
-    // A file system may find out about its quota as late as this.
-    if (std::FILE* const pClosed = owner.release(); pClosed != nullptr && std::fclose(pClosed) != 0) {
-        Fail(strName);
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        const std::string& strName = outputs[i].strName;
+        tools::OutputBuffer buffer(files[i]->Descriptor(), strName == "-" ? "standard output" : strName);
+        buffer.Append(outputs[i].bytes);
+        buffer.Flush();
+    }
+    for (const auto& file : files) {
+        file->Commit();
     }
 }
 

@@ -3,12 +3,18 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vexsign {
 
-// Throw std::runtime_error with the name and the reason.
+// Both throw std::runtime_error with the name and the reason.
 std::string ReadWhole(const std::string& strName);
-// A new file has the rights that the umask leaves; one that is there is overwritten.
-void WriteWhole(const std::string& strName, std::string_view bytes);
+
+struct Output {
+    std::string strName;
+    std::string_view bytes;
+};
+// All of them or, when writing fails, none, but for what no file takes (common/OutputFile.h).
+void WriteOutputs(const std::vector<Output>& outputs);
 
 }  // namespace vexsign

@@ -2,8 +2,29 @@
 
 #include <string_view>
 
+#include "common/Message.h"
+#include "common/VisibleText.h"
+
 namespace vexsign {
 namespace {
+
+constexpr const char* kKeySuffix = ".pub";
+constexpr const char* kContentSuffix = ".content";
+
+// For sh, as a text that shows itself to the terminal harmlessly. The name does not end in a line end.
+std::string OctalWord(const std::string& strPath, std::string_view plain) {
+    std::string strWord = "\"$(printf '";
+    for (const char ch : strPath) {
+        if (plain.find(ch) != std::string_view::npos && ch != '%') {
+            strWord += ch;
+        } else {
+            const auto uByte = static_cast<unsigned char>(ch);
+            strWord += {'\\', static_cast<char>('0' + uByte / 64), static_cast<char>('0' + uByte / 8 % 8),
+                        static_cast<char>('0' + uByte % 8)};
+        }
+    }
+    return strWord + "')\"";
+}
 
 // A file name as one word of sh that no program takes for an option.
 std::string Word(const std::string& strName) {
@@ -11,6 +32,9 @@ std::string Word(const std::string& strName) {
     std::string strPath = strName.starts_with('-') ? "./" + strName : strName;
     if (strPath.find_first_not_of(kPlain) == std::string::npos && !strPath.starts_with('~')) {
         return strPath;
+    }
+    if (tools::Visible(strPath, tools::LocaleIsUtf8()) != strPath) {
+        return OctalWord(strPath, kPlain);
     }
     std::string strWord = "'";
     for (const char ch : strPath) {
@@ -38,7 +62,7 @@ std::string DigestOption(const std::string& strName) {
 }
 
 std::string P1Hint(const Options& options) {
-    const std::string strKey = Word(options.strCertificate + ".pub");
+    const std::string strKey = Word(options.strCertificate + kKeySuffix);
     const std::string strVerify =
         "openssl dgst " + DigestOption(options.strDigest) + " -verify " + strKey + " -signature ";
     const std::string strMakeKey =
@@ -66,7 +90,7 @@ std::string P7Hint(const Options& options) {
     if (options.bDetached) {
         return strHint + " -content " + Word(options.strInput) + " -out /dev/null";
     }
-    const std::string strContent = Word(options.strOutput + ".content");
+    const std::string strContent = Word(options.strOutput + kContentSuffix);
     return strHint + " -out " + strContent + " && cmp " + strContent + " " + Word(options.strInput);
 }
 
@@ -74,6 +98,13 @@ std::string P7Hint(const Options& options) {
 
 std::string VerifyHint(const Options& options) {
     return options.command == Command::kP1 ? P1Hint(options) : P7Hint(options);
+}
+
+std::vector<std::string> FilesOfHint(const Options& options) {
+    if (options.command == Command::kP1) {
+        return {options.strCertificate + kKeySuffix};
+    }
+    return options.bDetached ? std::vector<std::string>() : std::vector{options.strOutput + kContentSuffix};
 }
 
 }  // namespace vexsign

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Options.h"
 
@@ -9,5 +10,8 @@ namespace vexsign {
 
 // A command for sh, to be run where this program ran; it ends with 0 when the signature is good and of the file.
 std::string VerifyHint(const Options& options);
+
+// The files that the command writes.
+std::vector<std::string> FilesOfHint(const Options& options);
 
 }  // namespace vexsign

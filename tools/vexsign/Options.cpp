@@ -90,8 +90,9 @@ struct Texts {
 
 void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
     app.add_option("STORE", options.strStore, "Where the certificates and keys are")->required()->type_name("");
-    CLI::Option* const pSource =
-        app.add_option("--pin-source", options.strPinSource, "File that holds the store's PIN")->type_name("FILE");
+    CLI::Option* const pSource = app.add_option("--pin-source", options.strPinSource, "File that holds the store's PIN")
+                                     ->check(tools::NotEmpty())
+                                     ->type_name("FILE");
     app.add_flag("--ask-pin", options.bAskPin, "Ask for the PIN on the terminal, without echo")->excludes(pSource);
     tools::AddList(
         app, "--filter", texts.filters, "NAME=VALUE",
@@ -101,6 +102,7 @@ void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
 void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
     app.add_option("FILE", options.strInput, "What to sign; \"-\" is standard input")
         ->capture_default_str()
+        ->check(tools::NotEmpty())
         ->type_name("");
     app.add_flag("--single", options.bSingle, "Refuse to sign when more than one certificate passes the filters");
     app.add_flag("--text", options.bText, "Hand FILE to the toolkit as text; without it as Base64 of any bytes");
@@ -108,12 +110,14 @@ void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
         ->type_name("NAME");
     app.add_option("-o,--output", options.strOutput, "Where the signature goes; \"-\" is standard output")
         ->capture_default_str()
+        ->check(tools::NotEmpty())
         ->type_name("FILE");
     app.add_option("--out", texts.strForm, "The signature's form: base64 (one line) or der")
         ->check(CLI::IsMember({"base64", "der"}))
         ->capture_default_str()
         ->type_name("FORM");
     app.add_option("--cert-out", options.strCertificate, "Write the signer's certificate there, PEM")
+        ->check(tools::NotEmpty())
         ->type_name("FILE");
     app.add_flag("--verify-hint", options.bVerifyHint, "Print the openssl command that verifies the signature");
 }
@@ -131,6 +135,11 @@ void Check(const Texts& texts, Options& options) {
     }
     if (options.strInput == "-" || options.strOutput == "-") {
         throw CLI::ValidationError("--verify-hint", "a command needs names: give FILE and --output");
+    }
+    for (const std::string& strName : {options.strInput, options.strOutput, options.strCertificate}) {
+        if (strName.ends_with('\n')) {
+            throw CLI::ValidationError("--verify-hint", "a command cannot name a file whose name ends in a line end");
+        }
     }
     if ((options.command == Command::kP1 || !options.bCertificate) && options.strCertificate.empty()) {
         throw CLI::ValidationError("--verify-hint", "this signature has no certificate in it: give --cert-out");

@@ -1,5 +1,10 @@
 #include "StoreText.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <string_view>
 
@@ -29,6 +34,57 @@ std::string FileUri(const std::string& strPath) {
     return strUri;
 }
 
+int HexDigit(char ch) {
+    constexpr std::string_view kHex = "0123456789abcdef";
+    const std::size_t n = kHex.find(ch >= 'A' && ch <= 'F' ? static_cast<char>(ch - 'A' + 'a') : ch);
+    return n == std::string_view::npos ? -1 : static_cast<int>(n);
+}
+
+std::string Decoded(std::string_view text) {
+    std::string strText;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const int nHigh = text[i] == '%' && i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
+        const int nLow = nHigh >= 0 ? HexDigit(text[i + 2]) : -1;
+        strText += nLow >= 0 ? static_cast<char>(nHigh * 16 + nLow) : text[i];
+        i += nLow >= 0 ? 2 : 0;
+    }
+    return strText;
+}
+
+// Takes a URI's scheme off, in any case.
+bool TakeScheme(std::string_view& text, std::string_view scheme) {
+    const bool bTaken =
+        text.size() >= scheme.size() &&
+        std::equal(scheme.begin(), scheme.end(), text.begin(), [](char ch, char chText) {
+            return ch == (chText >= 'A' && chText <= 'Z' ? static_cast<char>(chText - 'A' + 'a') : chText);
+        });
+    text.remove_prefix(bTaken ? scheme.size() : 0);
+    return bTaken;
+}
+
+// "/path", "///path" and "//localhost/path" are the same.
+std::string PathOf(std::string_view uri) {
+    if (uri.starts_with("//")) {
+        uri.remove_prefix(std::min(uri.find('/', 2), uri.size()));
+    }
+    return Decoded(uri);
+}
+
+// Empty when the environment names none.
+std::string DemoStore() {
+    const char* const pszData = std::getenv("XDG_DATA_HOME");
+    std::string strData = pszData != nullptr && *pszData == '/' ? pszData : "";
+    if (strData.empty()) {
+        const char* pszHome = std::getenv("HOME");
+        if (pszHome == nullptr || *pszHome != '/') {
+            const passwd* const pEntry = getpwuid(geteuid());
+            pszHome = pEntry != nullptr ? pEntry->pw_dir : nullptr;
+        }
+        strData = pszHome != nullptr ? std::string(pszHome) + "/.local/share" : "";
+    }
+    return strData.empty() ? "" : strData + "/vex-client-toolkit/demo.pem";
+}
+
 const char* AttributeSeparator(const std::string& strStore) {
     return strStore.find('?') == std::string::npos ? "?" : "&";
 }
@@ -43,6 +99,29 @@ std::string StoreOf(const std::string& strArgument) {
     const std::string_view argument = strArgument;
     const bool bPath = argument.starts_with("/") || argument.starts_with("./") || argument.starts_with("../");
     return bPath ? FileUri(strArgument) : strArgument;
+}
+
+std::vector<std::string> FilesOf(const std::string& strStore) {
+    std::vector<std::string> files;
+    std::string_view rest = strStore;
+    const std::size_t nQuery = std::min(rest.find('?'), rest.size());
+    std::string_view path = rest.substr(0, nQuery);
+    if (TakeScheme(path, "demo:")) {
+        files.push_back(DemoStore());
+    } else if (TakeScheme(path, "file:")) {
+        files.push_back(PathOf(path));
+    }
+    for (rest.remove_prefix(nQuery); !rest.empty();) {
+        rest.remove_prefix(1);
+        const std::size_t nEnd = std::min(rest.find('&'), rest.size());
+        std::string_view attribute = rest.substr(0, nEnd);
+        if (TakeScheme(attribute, "pin-source=") || TakeScheme(attribute, "module-path=")) {
+            TakeScheme(attribute, "file:");
+            files.push_back(PathOf(attribute));
+        }
+        rest.remove_prefix(nEnd);
+    }
+    return files;
 }
 
 std::string WithPinSource(const std::string& strStore, const std::string& strPath) {

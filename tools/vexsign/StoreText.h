@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Secret.h"
 
@@ -12,6 +13,10 @@ bool HasPin(const std::string& strStore);
 
 // A path ("/...", "./...", "../...") as file: URI; everything else as it is.
 std::string StoreOf(const std::string& strArgument);
+
+// The files that the text names, as far as it is in the substitute toolkit's syntax: the store, the PIN's file, a
+// token's module.
+std::vector<std::string> FilesOf(const std::string& strStore);
 
 // The store with the PIN's attribute behind it.
 std::string WithPinSource(const std::string& strStore, const std::string& strPath);

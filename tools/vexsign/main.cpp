@@ -1,18 +1,29 @@
 // vexsign: signs from the command line with whatever client toolkit is installed.
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "Base64.h"
 #include "Files.h"
 #include "Hint.h"
 #include "Options.h"
+#include "OutputGuard.h"
 #include "Prompt.h"
 #include "Secret.h"
 #include "StoreText.h"
 #include "Toolkit.h"
 #include "common/Exit.h"
+#include "common/Message.h"
+#include "common/OutputBuffer.h"
+#include "common/VisibleText.h"
 
 namespace vexsign {
 namespace {
@@ -22,7 +33,7 @@ constexpr int kInputText = 0;
 constexpr int kInputBase64 = 1;
 
 void Say(const char* pszText) {
-    static_cast<void>(std::fprintf(stderr, "vexsign: %s\n", pszText));
+    tools::Complain("vexsign", pszText);
 }
 
 void SetStore(const Options& options, Secret& store) {
@@ -37,13 +48,31 @@ void SetStore(const Options& options, Secret& store) {
     }
 }
 
+// The separators stay, whatever is in the fields.
+std::string VisibleList(std::string_view list, bool bUtf8) {
+    std::string strShown;
+    while (!list.empty()) {
+        const std::size_t nSeparator = std::min(list.find_first_of("\t\n"), list.size());
+        strShown += tools::Visible(list.substr(0, nSeparator), bUtf8);
+        strShown += list.substr(nSeparator, 1);
+        list.remove_prefix(std::min(nSeparator + 1, list.size()));
+    }
+    return strShown;
+}
+
 void List(SigningObject& object) {
     const std::string strList = object.CertificateList();
     if (strList.empty()) {
         Say("no certificate could sign");
         return;
     }
-    WriteWhole("-", strList + "\n");
+    // A program that reads the list knows UTF-8 whatever its locale is.
+    const std::string strShown = VisibleList(strList, isatty(STDOUT_FILENO) == 0 || tools::LocaleIsUtf8()) + "\n";
+    try {
+        WriteOutputs({{"-", strShown}});
+    } catch (const tools::OutputClosed&) {
+        // As with any program whose reader has seen enough.
+    }
 }
 
 std::string SignInput(SigningObject& object, const Options& options) {
@@ -83,11 +112,17 @@ void Sign(SigningObject& object, const Options& options) {
     if (options.bSingle) {
         object.SetChooseSingle();
     }
-    const std::string strSignature = SignInput(object, options);
+    const std::string strToolkitSignature = SignInput(object, options);
+    const std::string strSignature =
+        options.bDer ? Decoded(strToolkitSignature, "signature") : strToolkitSignature + "\n";
+    std::vector<Output> outputs;
+    std::string strCertificate;
     if (!options.strCertificate.empty()) {
-        WriteWhole(options.strCertificate, Pem(Decoded(object.Certificate(), "certificate")));
+        strCertificate = Pem(Decoded(object.Certificate(), "certificate"));
+        outputs.push_back({options.strCertificate, strCertificate});
     }
-    WriteWhole(options.strOutput, options.bDer ? Decoded(strSignature, "signature") : strSignature + "\n");
+    outputs.push_back({options.strOutput, strSignature});
+    WriteOutputs(outputs);
     if (options.bVerifyHint) {
         static_cast<void>(std::fprintf(stderr, "To verify: %s\n", VerifyHint(options).c_str()));
     }
@@ -96,6 +131,9 @@ void Sign(SigningObject& object, const Options& options) {
 void Execute(const Options& options) {
     if (HasPin(options.strStore)) {
         Say("other users of this machine can see a PIN on the command line; use --pin-source or --ask-pin");
+    }
+    if (options.command != Command::kList) {
+        RefuseDangerousOutputs(options);
     }
     Secret store;
     SetStore(options, store);
@@ -116,8 +154,15 @@ int Run(int argc, char** argv) {
     if (!options) {
         return nExit;
     }
+    static_cast<void>(std::setlocale(LC_CTYPE, ""));
+    // Errors of writing, to be told.
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         Execute(*options);
+    } catch (const tools::OutputClosed&) {
+        Say("nobody reads the output any more");
+        return tools::kExitError;
     } catch (const std::bad_alloc&) {
         Say("out of memory");
         return tools::kExitError;
