@@ -167,10 +167,11 @@ std::size_t Follower::FindLast(std::string_view file) const {
 // Where the text ends in a file that a cut has begin in the middle of it.
 std::size_t Follower::EndOfCutText(std::string_view file, std::string_view text) {
     constexpr std::size_t kLeast = 32;
-    file.remove_prefix(file.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
+    const std::size_t cbMark = file.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+    file.remove_prefix(cbMark);
     for (; text.size() >= kLeast; text.remove_prefix(1)) {
         if (file.starts_with(text)) {
-            return kByteOrderMark.size() + text.size();
+            return cbMark + text.size();
         }
     }
     return std::string_view::npos;

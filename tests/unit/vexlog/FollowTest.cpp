@@ -144,6 +144,19 @@ TEST_F(FollowTest, ACutBehindWhichTheFileGrewAgain) {
     EXPECT_THAT(m_others, testing::IsEmpty());
 }
 
+// Its creator ended before it wrote the mark. A cut has left the end of what was read last.
+TEST_F(FollowTest, ACutInAFileWithoutItsMark) {
+    const std::string strText = Numbered(0);
+    std::ofstream(m_strPath, std::ios::binary) << strText << kEnd;
+    EXPECT_EQ(Poll(), Range(0, 1));
+    std::ofstream(m_strPath, std::ios::binary) << strText.substr(strText.size() - 40);
+    EXPECT_EQ(Poll(), Range(0, 0));
+    EXPECT_FALSE(m_follower.TakeLost());
+    std::ofstream(m_strPath, std::ios::binary | std::ios::app) << Numbered(1) << kEnd;
+    EXPECT_EQ(Poll(), Range(1, 2));
+    EXPECT_THAT(m_others, testing::IsEmpty());
+}
+
 TEST_F(FollowTest, ACutThatTookWhatWasNotReadYet) {
     Append(10);
     EXPECT_EQ(Poll(), Range(0, 10));
