@@ -1,7 +1,5 @@
 #include "signing/KeyDerivation.h"
 
-#include <openssl/pem.h>
-
 #include <limits>
 #include <memory>
 #include <string>
@@ -13,9 +11,6 @@ namespace {
 
 constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
 
-using AnyPtr = std::unique_ptr<ASN1_TYPE, OpenSslDeleter<ASN1_TYPE_free>>;
-using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
-using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 using PbeParameters = std::unique_ptr<PBEPARAM, OpenSslDeleter<PBEPARAM_free>>;
 using Pbe2Parameters = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
 using Pbkdf2Parameters = std::unique_ptr<PBKDF2PARAM, OpenSslDeleter<PBKDF2PARAM_free>>;
@@ -84,6 +79,12 @@ void DerivationWork::Add(const X509_ALGOR* pAlgorithm) {
     AddIterations(Iterations(pAlgorithm));
 }
 
+void DerivationWork::Add(const X509_SIG* pEncrypted) {
+    const X509_ALGOR* pAlgorithm = nullptr;
+    X509_SIG_get0(pEncrypted, &pAlgorithm, nullptr);
+    Add(pAlgorithm);
+}
+
 void DerivationWork::AddMac(const PKCS12* pFile) {
     const OpenSslErrorMark mark;
     const ASN1_INTEGER* pIterations = nullptr;
@@ -93,53 +94,6 @@ void DerivationWork::AddMac(const PKCS12* pFile) {
         AddIterations(Iterations(pAlgorithm));
     } else {
         AddIterations(pIterations != nullptr ? Number(pIterations) : 1);
-    }
-}
-
-void DerivationWork::AddDer(const unsigned char* pbDer, long cbDer) {
-    const OpenSslErrorMark mark;
-    for (const unsigned char* const pbEnd = pbDer + cbDer; pbDer < pbEnd;) {
-        const unsigned char* pbNext = pbDer;
-        if (const EncryptedPtr encrypted(d2i_X509_SIG(nullptr, &pbNext, pbEnd - pbDer)); encrypted) {
-            const X509_ALGOR* pAlgorithm = nullptr;
-            X509_SIG_get0(encrypted.get(), &pAlgorithm, nullptr);
-            AddIterations(Iterations(pAlgorithm));
-        } else if (const unsigned char* pbRead = pbDer;
-                   Pkcs12Ptr(d2i_PKCS12(nullptr, &pbRead, pbEnd - pbDer)) != nullptr) {
-            throw Failure(VCTK_E_STORE_FORMAT, "a PKCS #12 file stands behind something else");
-        } else if (pbNext = pbDer; AnyPtr(d2i_ASN1_TYPE(nullptr, &pbNext, pbEnd - pbDer)) == nullptr) {
-            return;
-        }
-        pbDer = pbNext;
-    }
-}
-
-void DerivationWork::AddKeys(std::string_view bytes) {
-    AddDer(reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<long>(bytes.size()));
-    if (bytes.find("ENCRYPTED") == std::string_view::npos) {
-        return;
-    }
-    const OpenSslErrorMark mark;
-    const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
-    // What cannot be read is passed over, as OpenSSL does that reads the keys.
-    while (BIO_pending(bio.get()) > 0) {
-        char* pszName = nullptr;
-        char* pszHeader = nullptr;
-        unsigned char* pbData = nullptr;
-        long cbData = 0;
-        const size_t cbBefore = BIO_ctrl_pending(bio.get());
-        if (PEM_read_bio(bio.get(), &pszName, &pszHeader, &pbData, &cbData) == 1) {
-            const MemoryPtr<char> name(pszName);
-            const MemoryPtr<char> header(pszHeader);
-            const std::unique_ptr<unsigned char, void (*)(unsigned char*)> data(
-                pbData, [](unsigned char* pb) { OPENSSL_free(pb); });
-            if (std::string_view(pszName) == PEM_STRING_PKCS8) {
-                AddDer(pbData, cbData);
-            }
-            OPENSSL_cleanse(pbData, static_cast<size_t>(cbData));
-        } else if (BIO_ctrl_pending(bio.get()) == cbBefore) {
-            return;
-        }
     }
 }
 

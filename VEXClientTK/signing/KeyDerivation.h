@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string_view>
 
 #include <openssl/pkcs12.h>
 
@@ -22,14 +21,11 @@ public:
     // Each counts what is about to be computed. Throws VCTK_E_STORE_UNREADABLE when it is too much. What cannot be read
     // counts nothing: OpenSSL refuses it as well.
     void Add(const X509_ALGOR* pAlgorithm);
+    void Add(const X509_SIG* pEncrypted);
     void AddMac(const PKCS12* pFile);
-
-    // The keys in a PEM file, or in objects in DER one after the other.
-    void AddKeys(std::string_view bytes);
 
 private:
     void AddIterations(std::uint64_t cIterations);
-    void AddDer(const unsigned char* pbDer, long cbDer);
 
     std::uint64_t m_cIterations = 0;
 };

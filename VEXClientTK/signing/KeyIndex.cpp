@@ -3,7 +3,6 @@
 #include <openssl/core_names.h>
 
 #include <algorithm>
-#include <new>
 #include <string>
 #include <unordered_map>
 
@@ -11,12 +10,6 @@
 
 namespace vextk {
 namespace {
-
-void RequireMemory() {
-    if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
-        throw std::bad_alloc();
-    }
-}
 
 // False when the key has no such number.
 bool AppendNumber(const EVP_PKEY* pKey, const char* pszParameter, std::string& strText) {

@@ -3,6 +3,7 @@
 #include <openssl/pkcs12.h>
 
 #include <memory>
+#include <utility>
 
 #include "signing/KeyDerivation.h"
 #include "signing/KeyReader.h"
@@ -24,69 +25,87 @@ using BagsPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), OpenSslDeleter<FreeBag
 using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>>;
 
 // A PIN as OpenSSL's PKCS #12 functions take it. None and the empty one are different to them.
-struct Pin {
+struct PinText {
     const char* pchText;
     int cchText;
 };
 
-// Takes the content out of a file whose PIN is known. Its members return false when OpenSSL fails.
+// Takes the content out of a file. Members throw.
 class Reader {
 public:
-    Reader(Pin pin, DerivationWork& work, StoreContent& content) : m_pin(pin), m_work(work), m_content(content) {}
+    // known: what is known of the PIN when it does not decrypt.
+    Reader(PinText pin, Pin known, DerivationWork& work, StoreContent& content)
+        : m_pin(pin), m_known(known), m_work(work), m_content(content) {}
 
-    bool ReadFile(const PKCS12* pFile) {
+    void ReadFile(const PKCS12* pFile) {
         const SafesPtr safes(PKCS12_unpack_authsafes(pFile));
         if (!safes) {
-            return false;
+            RequireMemory();
+            throw DamagedStore("its list of contents");
         }
         for (int i = 0; i < sk_PKCS7_num(safes.get()); ++i) {
-            if (!ReadSafe(sk_PKCS7_value(safes.get(), i))) {
-                return false;
-            }
+            ReadSafe(sk_PKCS7_value(safes.get(), i));
         }
-        return true;
     }
 
 private:
-    bool ReadSafe(PKCS7* pSafe) {
-        BagsPtr bags;
+    void ReadSafe(PKCS7* pSafe) {
         switch (OBJ_obj2nid(pSafe->type)) {
-            case NID_pkcs7_data:
-                bags.reset(PKCS12_unpack_p7data(pSafe));
+            case NID_pkcs7_data: {
+                const BagsPtr bags(PKCS12_unpack_p7data(pSafe));
+                if (!bags) {
+                    RequireMemory();
+                    throw DamagedStore("a part of it");
+                }
+                ReadBags(bags.get());
                 break;
-            case NID_pkcs7_encrypted:
+            }
+            case NID_pkcs7_encrypted: {
                 CountDecryption(pSafe);
-                bags.reset(PKCS12_unpack_p7encdata(pSafe, m_pin.pchText, m_pin.cchText));
+                const BagsPtr bags(PKCS12_unpack_p7encdata(pSafe, m_pin.pchText, m_pin.cchText));
+                if (!bags) {
+                    ThrowDecryptionFailure(m_known);
+                }
+                ReadBags(bags.get());
                 break;
+            }
             default:
-                return true;
+                break;
         }
-        return bags && ReadBags(bags.get());
     }
 
-    bool ReadBags(const STACK_OF(PKCS12_SAFEBAG) * pBags) {
+    void ReadBags(const STACK_OF(PKCS12_SAFEBAG) * pBags) {
         for (int i = 0; i < sk_PKCS12_SAFEBAG_num(pBags); ++i) {
-            if (!ReadBag(sk_PKCS12_SAFEBAG_value(pBags, i))) {
-                return false;
-            }
+            ReadBag(sk_PKCS12_SAFEBAG_value(pBags, i));
+            ERR_clear_error();
         }
-        return true;
     }
 
     // Bags of other kinds (revocation lists, secrets) are nothing to sign with.
-    bool ReadBag(const PKCS12_SAFEBAG* pBag) {
+    void ReadBag(const PKCS12_SAFEBAG* pBag) {
         switch (PKCS12_SAFEBAG_get_nid(pBag)) {
             case NID_keyBag:
-                return AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag));
-            case NID_pkcs8ShroudedKeyBag:
-                CountDecryption(pBag);
-                return AddKey(KeyInfoPtr(PKCS12_decrypt_skey(pBag, m_pin.pchText, m_pin.cchText)).get());
+                m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag), m_keys);
+                break;
+            case NID_pkcs8ShroudedKeyBag: {
+                m_work.Add(PKCS12_SAFEBAG_get0_pkcs8(pBag));
+                const KeyInfoPtr key(PKCS12_decrypt_skey(pBag, m_pin.pchText, m_pin.cchText));
+                if (!key) {
+                    ThrowDecryptionFailure(m_known);
+                }
+                m_content.AddKey(key.get(), m_keys);
+                break;
+            }
             case NID_certBag:
-                return PKCS12_SAFEBAG_get_bag_nid(pBag) != NID_x509Certificate || AddCertificate(pBag);
+                if (PKCS12_SAFEBAG_get_bag_nid(pBag) == NID_x509Certificate) {
+                    m_content.AddCertificate(X509Ptr(PKCS12_SAFEBAG_get1_cert(pBag)));
+                }
+                break;
             case NID_safeContentsBag:
-                return ReadBags(PKCS12_SAFEBAG_get0_safes(pBag));
+                ReadBags(PKCS12_SAFEBAG_get0_safes(pBag));
+                break;
             default:
-                return true;
+                break;
         }
     }
 
@@ -96,31 +115,8 @@ private:
         }
     }
 
-    void CountDecryption(const PKCS12_SAFEBAG* pBag) {
-        const X509_ALGOR* pAlgorithm = nullptr;
-        X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(pBag), &pAlgorithm, nullptr);
-        m_work.Add(pAlgorithm);
-    }
-
-    bool AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
-        KeyPtr key(pKeyInfo != nullptr ? m_keys.Read(pKeyInfo) : nullptr);
-        if (!key) {
-            return false;
-        }
-        m_content.keys.push_back(std::move(key));
-        return true;
-    }
-
-    bool AddCertificate(const PKCS12_SAFEBAG* pBag) {
-        X509Ptr certificate(PKCS12_SAFEBAG_get1_cert(pBag));
-        if (!certificate) {
-            return false;
-        }
-        m_content.certificates.push_back(std::move(certificate));
-        return true;
-    }
-
-    Pin m_pin;
+    PinText m_pin;
+    Pin m_known;
     DerivationWork& m_work;
     StoreContent& m_content;
     KeyReader m_keys;
@@ -133,29 +129,41 @@ Pkcs12Ptr Parse(std::string_view bytes) {
     return Pkcs12Ptr(d2i_PKCS12(nullptr, &pbFile, static_cast<long>(bytes.size())));
 }
 
-bool IsPin(PKCS12* pFile, Pin pin, DerivationWork& work) {
+bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
     work.AddMac(pFile);
-    return PKCS12_verify_mac(pFile, pin.pchText, pin.cchText) == 1;
+    if (PKCS12_verify_mac(pFile, pin.pchText, pin.cchText) == 1) {
+        return true;
+    }
+    // A wrong PIN leaves no error behind.
+    RequireMemory();
+    if (ERR_peek_last_error() != 0) {
+        throw Failure(VCTK_E_STORE_FORMAT, "its check sum (MAC) cannot be computed: " + LastOpenSslReason());
+    }
+    return false;
 }
 
-// The PIN under which the file is to be read; nothing when there is none or the wrong one. A PIN is tried alone, since
-// each try may cost as much as the file asks for.
-std::optional<Pin> FindPin(PKCS12* pFile, const SecretText* pPin, DerivationWork& work, bool& fPinAsked) {
-    constexpr Pin kEmpty{"", 0};
-    constexpr Pin kNone{nullptr, 0};
+// The PIN under which the file is to be read, and what is known of it. A PIN is tried alone, since each try may cost as
+// much as the file asks for.
+std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, DerivationWork& work) {
+    constexpr PinText kEmpty{"", 0};
+    constexpr PinText kNone{nullptr, 0};
     const bool fHasMac = PKCS12_mac_present(pFile) == 1;
     if (pPin != nullptr && !pPin->View().empty()) {
-        fPinAsked = true;
-        const Pin pin{pPin->View().data(), static_cast<int>(pPin->View().size())};
-        return !fHasMac || IsPin(pFile, pin, work) ? std::optional(pin) : std::nullopt;
+        const PinText pin{pPin->View().data(), static_cast<int>(pPin->View().size())};
+        if (fHasMac && !IsPin(pFile, pin, work)) {
+            throw Failure(VCTK_E_PIN_WRONG);
+        }
+        return {pin, fHasMac ? Pin::Right : Pin::Given};
     }
-    for (const Pin pin : {kEmpty, kNone}) {
+    for (const PinText pin : {kEmpty, kNone}) {
         if (fHasMac && IsPin(pFile, pin, work)) {
-            return pin;
+            return {pin, Pin::Right};
         }
     }
-    fPinAsked = fHasMac || pPin != nullptr;
-    return fHasMac ? std::nullopt : std::optional(kEmpty);
+    if (fHasMac) {
+        throw Failure(pPin == nullptr ? VCTK_E_PIN_REQUIRED : VCTK_E_PIN_WRONG);
+    }
+    return {kEmpty, pPin == nullptr ? Pin::None : Pin::Given};
 }
 
 }  // namespace
@@ -167,10 +175,8 @@ std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText*
     }
     StoreContent content;
     DerivationWork work;
-    const std::optional<Pin> pin = FindPin(file.get(), pPin, work, content.fPinAsked);
-    if (!pin || !Reader(*pin, work, content).ReadFile(file.get())) {
-        content.NoteFailure();
-    }
+    const auto [pin, known] = FindPin(file.get(), pPin, work);
+    Reader(pin, known, work, content).ReadFile(file.get());
     return content;
 }
 

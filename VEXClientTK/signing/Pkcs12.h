@@ -10,7 +10,7 @@
 namespace vextk {
 
 // Every certificate and private key in the file; nothing when the bytes are no PKCS #12 file. pPin may be null, which
-// does for a file without a PIN or with an empty one.
+// does for a file without a PIN or with an empty one. Throws one of the store and PIN numbers of VCTKError.h.
 std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText* pPin);
 
 }  // namespace vextk

@@ -11,8 +11,8 @@
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
-#include "signing/KeyDerivation.h"
 #include "signing/KeyIndex.h"
+#include "signing/Pem.h"
 #include "signing/Pkcs12.h"
 #include "signing/StoreContent.h"
 #include "signing/StoreUri.h"
@@ -24,63 +24,16 @@ namespace {
 constexpr size_t kLargestStore = size_t{16} << 20;
 constexpr size_t kLargestPinFile = 4096;
 
-// Answers OpenSSL's question for the PIN, and remembers that it was put.
-struct PinPrompt {
-    const SecretText* pPin;
-    bool fAsked = false;
-
-    static int Answer(char* pchBuffer, int cbBuffer, int /*rwflag*/, void* pPrompt) {
-        auto& prompt = *static_cast<PinPrompt*>(pPrompt);
-        prompt.fAsked = true;
-        if (prompt.pPin == nullptr || prompt.pPin->View().size() > static_cast<size_t>(cbBuffer)) {
-            return -1;
-        }
-        const std::string_view pin = prompt.pPin->View();
-        return static_cast<int>(pin.copy(pchBuffer, pin.size()));
+StoreContent ReadContent(std::string_view bytes, const SecretText* pPin) {
+    if (std::optional<StoreContent> pkcs12 = ReadPkcs12(bytes, pPin)) {
+        return std::move(*pkcs12);
     }
-};
-
-// PEM files, and single objects in DER.
-StoreContent ReadObjects(std::string_view bytes, const SecretText* pPin) {
-    DerivationWork().AddKeys(bytes);  // before OpenSSL derives any of them
-    StoreContent content;
-    PinPrompt prompt{pPin};
-    const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
-    const UiMethodPtr ui(RequireOpenSsl(UI_UTIL_wrap_read_pem_callback(PinPrompt::Answer, 0)));
-    const StorePtr store(RequireOpenSsl(
-        OSSL_STORE_attach(bio.get(), "file", nullptr, nullptr, ui.get(), &prompt, nullptr, nullptr, nullptr)));
-    while (OSSL_STORE_eof(store.get()) == 0) {
-        const StoreInfoPtr info(OSSL_STORE_load(store.get()));
-        if (OSSL_STORE_error(store.get()) != 0) {
-            content.NoteFailure();
-            break;
-        }
-        if (!info) {
-            continue;
-        }
-        if (OSSL_STORE_INFO_get_type(info.get()) == OSSL_STORE_INFO_CERT) {
-            X509Ptr certificate(RequireOpenSsl(OSSL_STORE_INFO_get1_CERT(info.get())));
-            content.certificates.push_back(std::move(certificate));
-        } else if (OSSL_STORE_INFO_get_type(info.get()) == OSSL_STORE_INFO_PKEY) {
-            KeyPtr key(RequireOpenSsl(OSSL_STORE_INFO_get1_PKEY(info.get())));
-            content.keys.push_back(std::move(key));
-        }
+    if (std::optional<StoreContent> pem = ReadPem(bytes, pPin)) {
+        return std::move(*pem);
     }
-    content.fPinAsked = prompt.fAsked;
-    return content;
-}
-
-// A store of which a part cannot be read is not used at all: the part may be the one that was meant to sign.
-void RequireWhole(const StoreContent& content, bool fHavePin) {
-    if (content.fUnsupportedCipher) {
-        throw Failure(VCTK_E_STORE_FORMAT, "it is encrypted with a cipher that OpenSSL no longer offers");
-    }
-    if (content.fFailed && content.fPinAsked) {
-        throw Failure(fHavePin ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
-    }
-    if (content.fFailed || (content.certificates.empty() && content.keys.empty())) {
-        throw Failure(VCTK_E_STORE_FORMAT);
-    }
+    constexpr char kDerSequence = '\x30';
+    throw Failure(VCTK_E_STORE_FORMAT,
+                  bytes.front() == kDerSequence ? "it is not PKCS #12, or damaged" : "it is neither PKCS #12 nor PEM");
 }
 
 SecretText ReadPin(const std::string& strPath) {
@@ -131,9 +84,7 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
         throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
     }
     ERR_clear_error();  // what fails below is told apart by the errors that it leaves
-    std::optional<StoreContent> pkcs12 = ReadPkcs12(bytes, pPin);
-    StoreContent content = pkcs12 ? std::move(*pkcs12) : ReadObjects(bytes, pPin);
-    RequireWhole(content, pPin != nullptr);
+    StoreContent content = ReadContent(bytes, pPin);
     const std::vector<EVP_PKEY*> keys = KeysOf(content);
     Identities identities;
     for (size_t i = 0; i < keys.size(); ++i) {
@@ -141,6 +92,9 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
             EVP_PKEY_up_ref(keys[i]);
         }
         identities.push_back(MakeIdentity(std::move(content.certificates[i]), KeyPtr(keys[i])));
+    }
+    for (size_t i = 0; i < content.cDamagedCertificates; ++i) {
+        identities.push_back(std::make_shared<const Identity>());
     }
     return WithoutCopies(std::move(identities));
 }

@@ -1,8 +1,11 @@
-// What a store file holds, and what went wrong on the way.
+// What a store file holds, and how reading it fails.
 #pragma once
 
+#include <string>
 #include <vector>
 
+#include "signing/Failure.h"
+#include "signing/KeyReader.h"
 #include "signing/OpenSsl.h"
 
 namespace vextk {
@@ -10,18 +13,27 @@ namespace vextk {
 struct StoreContent {
     std::vector<X509Ptr> certificates;
     std::vector<KeyPtr> keys;
-    bool fPinAsked = false;
-    bool fFailed = false;
-    bool fUnsupportedCipher = false;
+    size_t cDamagedCertificates = 0;
 
-    // Notes that OpenSSL failed just now, and whether for a cipher that it does not offer: another fault than a wrong
-    // PIN. OpenSSL's queue can only be read by emptying it.
-    void NoteFailure() {
-        fFailed = true;
-        while (const unsigned long ulError = ERR_get_error()) {
-            fUnsupportedCipher |= ERR_GET_LIB(ulError) == ERR_LIB_EVP && ERR_GET_REASON(ulError) == ERR_R_UNSUPPORTED;
-        }
-    }
+    // Null counts as a damaged certificate.
+    void AddCertificate(X509Ptr certificate);
+
+    // A key of a kind that OpenSSL does not know is passed over. Throws VCTK_E_STORE_FORMAT for a damaged one: it may
+    // be the one that was meant to sign.
+    void AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, KeyReader& reader);
 };
+
+// strWhere: such as "a private key in it".
+Failure DamagedStore(const std::string& strWhere);
+
+// What is known of the PIN with which a part of a store could not be decrypted.
+enum class Pin { None, Given, Right };
+
+// Throws what OpenSSL's errors of just now mean: VCTK_E_PIN_WRONG or VCTK_E_PIN_REQUIRED only if nothing else is known
+// to be the cause. OpenSSL's queue of errors is empty then.
+[[noreturn]] void ThrowDecryptionFailure(Pin pin);
+
+// Throws std::bad_alloc when memory ran out in OpenSSL just now.
+void RequireMemory();
 
 }  // namespace vextk

@@ -210,15 +210,9 @@ INSTANTIATE_TEST_SUITE_P(
                       [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Pbes2(kMost + 1).get()).get()); }},
         ExpensiveFile{
             "PemScrypt",
-            [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get()); }},
-        ExpensiveFile{"Der",
-                      [](const Parts& p) {
-                          const EncryptedPtr key = EncryptedKey(p.key.get(), Pbes2(kMost + 1).get());
-                          return CertificateDer(p) + Der(i2d_PKCS8_bio, key.get());
-                      }}),
+            [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get()); }}),
     RowName);
 
-// OpenSSL reads objects one after the other, and would try the PIN.
 TEST(DerivationWorkTest, APkcs12FileBehindSomethingElseIsRefused) {
     InitialiseOpenSsl();
     const Parts parts;

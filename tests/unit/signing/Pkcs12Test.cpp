@@ -3,10 +3,12 @@
 
 #include <openssl/pkcs12.h>
 
+#include <ctime>
 #include <memory>
 #include <string>
 
 #include "Row.h"
+#include "signing/Failure.h"
 #include "signing/Store.h"
 
 namespace vextk {
@@ -26,6 +28,94 @@ std::string MakePkcs12(const char* pszPin, int nEncryption) {
     const BioPtr bytes(BIO_new(BIO_s_mem()));
     i2d_PKCS12_bio(bytes.get(), file.get());
     return MemoryBioText(bytes.get());
+}
+
+// One with a PIN and a check sum, of parts that the tests choose.
+class Pkcs12File {
+public:
+    Pkcs12File() {
+        const KeyPtr key(EVP_EC_gen("P-256"));
+        const X509Ptr certificate(X509_new());
+        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 1000);
+        X509_set_pubkey(certificate.get(), key.get());
+        X509_sign(certificate.get(), key.get(), EVP_sha256());
+        AddKey(KeyInfoPtr(EVP_PKEY2PKCS8(key.get())));
+        PKCS12_add_cert(&m_pBags, certificate.get());
+    }
+    ~Pkcs12File() { sk_PKCS12_SAFEBAG_pop_free(m_pBags, PKCS12_SAFEBAG_free); }
+    Pkcs12File(const Pkcs12File&) = delete;
+    Pkcs12File& operator=(const Pkcs12File&) = delete;
+
+    // A key whose bytes are no key.
+    void AddKey(const char* pszOid) {
+        KeyInfoPtr info(PKCS8_PRIV_KEY_INFO_new());
+        auto* const pbBytes = static_cast<unsigned char*>(OPENSSL_zalloc(4));
+        PKCS8_pkey_set0(info.get(), OBJ_txt2obj(pszOid, 1), 0, V_ASN1_UNDEF, nullptr, pbBytes, 4);
+        AddKey(std::move(info));
+    }
+
+    void AddWhatIsNoCertificate() {
+        const std::unique_ptr<ASN1_INTEGER, OpenSslDeleter<ASN1_INTEGER_free>> number(ASN1_INTEGER_new());
+        sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_item_pack_safebag(number.get(), ASN1_ITEM_rptr(ASN1_INTEGER),
+                                                                 NID_x509Certificate, NID_certBag));
+    }
+
+    std::string Bytes() {
+        STACK_OF(PKCS7)* pSafes = nullptr;
+        PKCS12_add_safe(&pSafes, m_pBags, NID_aes_256_cbc, 1, kPin);
+        const std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
+        sk_PKCS7_pop_free(pSafes, PKCS7_free);
+        PKCS12_set_mac(file.get(), kPin, -1, nullptr, 0, 1, EVP_sha256());
+        const BioPtr bytes(BIO_new(BIO_s_mem()));
+        i2d_PKCS12_bio(bytes.get(), file.get());
+        return MemoryBioText(bytes.get());
+    }
+
+    static constexpr const char* kPin = "1234";
+
+private:
+    using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>>;
+
+    void AddKey(KeyInfoPtr info) { sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_SAFEBAG_create0_p8inf(info.release())); }
+
+    STACK_OF(PKCS12_SAFEBAG) * m_pBags = sk_PKCS12_SAFEBAG_new_null();
+};
+
+Identities ReadWithPin(Pkcs12File& file, const char* pszPin) {
+    SecretText pin(8);
+    for (const char* pch = pszPin; *pch != '\0'; ++pch) {
+        pin.Append(*pch);
+    }
+    return ReadIdentities(file.Bytes(), &pin);
+}
+
+VCTKError ErrorOf(Pkcs12File& file, const char* pszPin) {
+    try {
+        ReadWithPin(file, pszPin);
+        return VCTK_OK;
+    } catch (const Failure& failure) {
+        return failure.Number();
+    }
+}
+
+// A key of an algorithm that OpenSSL does not know, and a certificate that is none: the PIN is right all the same.
+TEST(Pkcs12, PartsThatCannotBeUsedArePassedOver) {
+    Pkcs12File file;
+    file.AddKey("1.2.3.4");
+    file.AddWhatIsNoCertificate();
+    const Identities identities = ReadWithPin(file, Pkcs12File::kPin);
+    ASSERT_EQ(identities.size(), 2U);
+    EXPECT_EQ(identities[0]->FlawAt(std::time(nullptr)), Flaw::None);
+    EXPECT_EQ(identities[1]->FlawAt(std::time(nullptr)), Flaw::Damaged);
+    EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
+}
+
+TEST(Pkcs12, ADamagedKeyIsNoWrongPin) {
+    Pkcs12File file;
+    file.AddKey("1.2.840.113549.1.1.1");
+    EXPECT_EQ(ErrorOf(file, Pkcs12File::kPin), VCTK_E_STORE_FORMAT);
+    EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
 
 struct NoPin : Row {

@@ -26,7 +26,7 @@ public final class VCTKError {
     public static final int STORE_NOT_FOUND = 1103;
     /** The store file cannot be read. */
     public static final int STORE_UNREADABLE = 1104;
-    /** The store file is neither PKCS #12 nor PEM, or it is damaged. */
+    /** The content of the store file cannot be used: it is of another kind, damaged, or its encryption is too old. */
     public static final int STORE_FORMAT = 1105;
     /** The store has no certificate with an RSA or EC private key. */
     public static final int STORE_NO_PRIVATE_KEY = 1106;
@@ -96,7 +96,7 @@ public final class VCTKError {
             case URI_SCHEME: return "The initialisation text names an unknown kind of store";
             case STORE_NOT_FOUND: return "The store file does not exist";
             case STORE_UNREADABLE: return "The store file cannot be read";
-            case STORE_FORMAT: return "The store file is neither PKCS #12 nor PEM, or it is damaged";
+            case STORE_FORMAT: return "The content of the store file cannot be used";
             case STORE_NO_PRIVATE_KEY: return "The store has no certificate with an RSA or EC private key";
             case PIN_REQUIRED: return "The store is protected by a PIN and none was given";
             case PIN_WRONG: return "The PIN is wrong";

@@ -1,0 +1,82 @@
+#include "signing/StoreContent.h"
+
+#include <openssl/ec.h>
+#include <openssl/evperr.h>
+#include <openssl/pemerr.h>
+
+#include <new>
+
+namespace vextk {
+namespace {
+
+// Whether OpenSSL knows keys of this kind.
+bool IsKnownKind(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
+    const X509_ALGOR* pAlgorithm = nullptr;
+    PKCS8_pkey_get0(nullptr, nullptr, nullptr, &pAlgorithm, pKeyInfo);
+    const ASN1_OBJECT* pObject = nullptr;
+    int nParameterType = V_ASN1_UNDEF;
+    const void* pParameter = nullptr;
+    X509_ALGOR_get0(&pObject, &nParameterType, &pParameter, pAlgorithm);
+    if (OBJ_obj2nid(pObject) != NID_X9_62_id_ecPublicKey || nParameterType != V_ASN1_OBJECT) {
+        return OBJ_obj2nid(pObject) == NID_rsaEncryption || OBJ_obj2nid(pObject) == NID_X9_62_id_ecPublicKey;
+    }
+    using GroupPtr = std::unique_ptr<EC_GROUP, OpenSslDeleter<EC_GROUP_free>>;
+    return GroupPtr(EC_GROUP_new_by_curve_name(OBJ_obj2nid(static_cast<const ASN1_OBJECT*>(pParameter)))) != nullptr;
+}
+
+}  // namespace
+
+void StoreContent::AddCertificate(X509Ptr certificate) {
+    if (certificate) {
+        certificates.push_back(std::move(certificate));
+    } else {
+        RequireMemory();
+        ++cDamagedCertificates;
+    }
+}
+
+void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, KeyReader& reader) {
+    if (KeyPtr key = reader.Read(pKeyInfo); key) {
+        keys.push_back(std::move(key));
+        return;
+    }
+    RequireMemory();
+    if (IsKnownKind(pKeyInfo)) {
+        throw DamagedStore("a private key in it");
+    }
+}
+
+Failure DamagedStore(const std::string& strWhere) {
+    return Failure(VCTK_E_STORE_FORMAT, strWhere + " is damaged");
+}
+
+void ThrowDecryptionFailure(Pin pin) {
+    while (const unsigned long ulError = ERR_get_error()) {
+        const int nReason = ERR_GET_REASON(ulError);
+        if (nReason == ERR_R_MALLOC_FAILURE) {
+            throw std::bad_alloc();
+        }
+        const bool fEvp = ERR_GET_LIB(ulError) == ERR_LIB_EVP;
+        if (fEvp && nReason == EVP_R_MEMORY_LIMIT_EXCEEDED) {
+            throw Failure(VCTK_E_STORE_FORMAT, "its key derivation, scrypt, needs more memory than OpenSSL grants it");
+        }
+        if ((fEvp && (nReason == ERR_R_UNSUPPORTED || nReason == EVP_R_UNKNOWN_PBE_ALGORITHM ||
+                      nReason == EVP_R_UNSUPPORTED_CIPHER || nReason == EVP_R_UNSUPPORTED_PRF ||
+                      nReason == EVP_R_UNSUPPORTED_KEY_DERIVATION_FUNCTION)) ||
+            (ERR_GET_LIB(ulError) == ERR_LIB_PEM && nReason == PEM_R_UNSUPPORTED_ENCRYPTION)) {
+            throw Failure(VCTK_E_STORE_FORMAT, "it is encrypted with a cipher that OpenSSL no longer offers");
+        }
+    }
+    if (pin == Pin::Right) {
+        throw DamagedStore("an encrypted part of it");
+    }
+    throw Failure(pin == Pin::Given ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
+}
+
+void RequireMemory() {
+    if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
+        throw std::bad_alloc();
+    }
+}
+
+}  // namespace vextk
