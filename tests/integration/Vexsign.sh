@@ -83,6 +83,7 @@ p7 demo: --output x --verify-hint
 p1 demo: text.txt --output x --verify-hint
 p7 demo: text.txt --output x --no-cert --verify-hint
 list demo: --digest SHA256
+p7 demo: text.txt --all
 END
 
 echo "== failures have the toolkit's number and text"
@@ -149,6 +150,29 @@ expect 0 "$vexsign" list ./both.pem --filter key-usage=digitalSignature --filter
 [ ! -s out ] || fail "two filters that exclude each other: $(cat out)"
 says 'no certificate'
 
+openssl req -x509 -key ec.key -out encryption.pem -days 3650 -subj "/CN=encryption" -addext keyUsage=keyAgreement
+cat ec.key encryption.pem >unfit.pem
+expect 0 "$vexsign" list ./unfit.pem
+[ ! -s out ] || fail "listed: $(cat out)"
+expect 1 "$vexsign" p7 ./unfit.pem text.txt
+says 'passes the filters: 1 passed over: 1 not for signing'
+cat rsa.key rsa.pem >>unfit.pem
+printf '%s\n' "$pin" >unused
+for options in "" "--pin-source unused"; do
+    # shellcheck disable=SC2086
+    expect 0 "$vexsign" list ./unfit.pem --all $options
+    [ "$(cut -f 6,8 out | tr '\t\n' ' ,')" = 'CN=encryption not-for-signing,CN=rsa signs,' ] || fail "--all: $(cat out)"
+done
+expect 0 "$vexsign" list --all ./unfit.pem --filter subject=encryption
+[ "$(cut -f 8 out)" = not-for-signing ] || fail "--all with a filter: $(cat out)"
+expect 0 "$vexsign" list --all demo:
+[ "$(cut -f 8 out | sort -u)" = signs ] || fail "--all of the demo store: $(cat out)"
+expect 1 "$vexsign" list ./rsa.pem
+says 'error 1106: '
+says '1 passed over: 1 without a private key'
+expect 0 "$vexsign" list ./rsa.pem --all
+[ "$(cut -f 8 out)" = no-private-key ] || fail "--all without a key: $(cat out)"
+
 echo "== every signature, by the command that is printed"
 # The command in the last message; its standard output is nobody's business.
 verify() {
@@ -193,6 +217,14 @@ expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --output sig --cert-out signer
 cp ec.pem signer.pem
 sed -n 's/^To verify: //p' err >hint
 ! sh -e hint >/dev/null 2>&1 || fail "verified with another's key"
+
+echo "== the purpose of the certificate"
+# openssl's own purpose does, except for a certificate that is for others.
+for store in ./both.pem:0 ./usage-and-rsa.pem:1; do
+    expect 0 "$vexsign" p7 "${store%:*}" --filter key-algorithm=EC -o sig --cert-out signer.pem --verify-hint text.txt
+    verify
+    [ "$(grep -c -e '-purpose any' hint)" -eq "${store#*:}" ] || fail "$store: $(cat hint)"
+done
 
 echo "== SHA-3, text, standard streams"
 expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --digest SHA3-256 -o sig --cert-out signer.pem --verify-hint text.txt

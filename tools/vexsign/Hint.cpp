@@ -74,7 +74,17 @@ std::string P1Hint(const Options& options) {
            Word(options.strInput);
 }
 
-std::string P7Hint(const Options& options) {
+// Whether openssl refuses the certificate for its usual purpose, the signing of mail: it has extended key usages, and
+// emailProtection is not among them.
+bool IsForOtherPurposes(const std::string& strDer) {
+    using namespace std::string_view_literals;
+    constexpr std::string_view kExtendedKeyUsage = "\x06\x03\x55\x1D\x25"sv;
+    constexpr std::string_view kEmailProtection = "\x06\x08\x2B\x06\x01\x05\x05\x07\x03\x04"sv;
+    const std::size_t nExtension = strDer.find(kExtendedKeyUsage);
+    return nExtension != std::string::npos && strDer.find(kEmailProtection, nExtension) == std::string::npos;
+}
+
+std::string P7Hint(const Options& options, const std::string& strDer) {
     std::string strHint = "openssl cms -verify -binary -inform DER";
     if (options.bDer) {
         strHint += " -in " + Word(options.strOutput);
@@ -85,7 +95,8 @@ std::string P7Hint(const Options& options) {
         strHint += " -noverify";
     } else {
         const std::string strCertificate = Word(options.strCertificate);
-        strHint += " -certfile " + strCertificate + " -CAfile " + strCertificate + " -partial_chain -purpose any";
+        strHint += " -certfile " + strCertificate + " -CAfile " + strCertificate + " -partial_chain" +
+                   (IsForOtherPurposes(strDer) ? " -purpose any" : "");
     }
     if (options.bDetached) {
         return strHint + " -content " + Word(options.strInput) + " -out /dev/null";
@@ -96,8 +107,8 @@ std::string P7Hint(const Options& options) {
 
 }  // namespace
 
-std::string VerifyHint(const Options& options) {
-    return options.command == Command::kP1 ? P1Hint(options) : P7Hint(options);
+std::string VerifyHint(const Options& options, const std::string& strCertificate) {
+    return options.command == Command::kP1 ? P1Hint(options) : P7Hint(options, strCertificate);
 }
 
 std::vector<std::string> FilesOfHint(const Options& options) {

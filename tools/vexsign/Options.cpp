@@ -15,6 +15,7 @@ constexpr const char* kDescription =
 
 constexpr const char* kExamples = R"(Examples:
   vexsign list demo:                                         who could sign
+  vexsign list ./keys.p12 --ask-pin --all                    who could not, too, and why
   vexsign p7 ./keys.p12 --pin-source pin letter.txt -o letter.p7s
                                                              detached CMS, with the certificate, Base64
   vexsign p7 demo: letter.txt --attached --out der -o letter.p7m --verify-hint
@@ -160,6 +161,9 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
                            "One line for each certificate that could sign, as the toolkit describes it, in fields\n"
                            "separated by tabulators");
     AddStoreOptions(*pList, options, texts);
+    pList->add_flag("--all", options.bListAll,
+                    "Every certificate of the store, with a last field that says \"signs\" or why it cannot sign;\n"
+                    "the substitute toolkit does this");
 
     CLI::App* const pP1 = app.add_subcommand("p1", "The bare signature: RSASSA-PKCS1-v1_5 or ECDSA");
     AddStoreOptions(*pP1, options, texts);

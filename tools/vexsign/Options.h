@@ -24,6 +24,8 @@ struct Options {
     std::vector<FilterOption> filters;
     bool bSingle = false;
 
+    bool bListAll = false;  // of kList
+
     // Of kP1 and kP7.
     std::string strInput = "-";   // "-": standard input
     std::string strOutput = "-";  // "-": standard output

@@ -128,6 +128,10 @@ std::string WithPinSource(const std::string& strStore, const std::string& strPat
     return strStore + AttributeSeparator(strStore) + "pin-source=" + FileUri(strPath);
 }
 
+std::string WithListAll(const std::string& strStore) {
+    return strStore + AttributeSeparator(strStore) + "list=all";
+}
+
 void AppendPin(const std::string& strStore, const Secret& pin, Secret& store) {
     constexpr std::string_view kAttribute = "pin-value=";
     constexpr std::size_t kCharsPerByte = 3;

@@ -22,4 +22,7 @@ std::vector<std::string> FilesOf(const std::string& strStore);
 std::string WithPinSource(const std::string& strStore, const std::string& strPath);
 void AppendPin(const std::string& strStore, const Secret& pin, Secret& store);
 
+// The substitute toolkit's store whose list shows what cannot sign, too.
+std::string WithListAll(const std::string& strStore);
+
 }  // namespace vexsign

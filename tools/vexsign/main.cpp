@@ -38,6 +38,9 @@ void Say(const char* pszText) {
 
 void SetStore(const Options& options, Secret& store) {
     std::string strStore = StoreOf(options.strStore);
+    if (options.bListAll) {
+        strStore = WithListAll(strStore);
+    }
     if (options.bAskPin) {
         Secret pin;
         AskPin("PIN: ", pin);
@@ -60,10 +63,10 @@ std::string VisibleList(std::string_view list, bool bUtf8) {
     return strShown;
 }
 
-void List(SigningObject& object) {
+void List(SigningObject& object, bool bAll) {
     const std::string strList = object.CertificateList();
     if (strList.empty()) {
-        Say("no certificate could sign");
+        Say(bAll ? "the store has no certificate that passes the filters" : "no certificate could sign");
         return;
     }
     // A program that reads the list knows UTF-8 whatever its locale is.
@@ -117,14 +120,16 @@ void Sign(SigningObject& object, const Options& options) {
         options.bDer ? Decoded(strToolkitSignature, "signature") : strToolkitSignature + "\n";
     std::vector<Output> outputs;
     std::string strCertificate;
+    std::string strPem;
     if (!options.strCertificate.empty()) {
-        strCertificate = Pem(Decoded(object.Certificate(), "certificate"));
-        outputs.push_back({options.strCertificate, strCertificate});
+        strCertificate = Decoded(object.Certificate(), "certificate");
+        strPem = Pem(strCertificate);
+        outputs.push_back({options.strCertificate, strPem});
     }
     outputs.push_back({options.strOutput, strSignature});
     WriteOutputs(outputs);
     if (options.bVerifyHint) {
-        static_cast<void>(std::fprintf(stderr, "To verify: %s\n", VerifyHint(options).c_str()));
+        static_cast<void>(std::fprintf(stderr, "To verify: %s\n", VerifyHint(options, strCertificate).c_str()));
     }
 }
 
@@ -142,7 +147,7 @@ void Execute(const Options& options) {
         object.AddFilter(filter.ulType, filter.strValue);
     }
     if (options.command == Command::kList) {
-        List(object);
+        List(object, options.bListAll);
     } else {
         Sign(object, options);
     }

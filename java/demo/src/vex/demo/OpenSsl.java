@@ -37,10 +37,11 @@ class OpenSsl {
      * @param content what was signed, null when the signature contains it
      * @param certificate PEM
      * @param withCertificate whether the signature contains the certificate
+     * @param forMail whether the certificate may sign mail, which openssl expects unless told otherwise
      * @param recovered where openssl writes the content that it has verified
      */
     static List<String> verifyCommand(Path signature, Path content, Path certificate, boolean withCertificate,
-                                      Path recovered) {
+                                      boolean forMail, Path recovered) {
         List<String> command = new ArrayList<>(List.of("openssl", "cms", "-verify", "-binary", "-inform", "DER", "-in",
             signature.toString()));
         if (content != null) {
@@ -49,8 +50,11 @@ class OpenSsl {
         if (!withCertificate) {
             command.addAll(List.of("-certfile", certificate.toString()));
         }
-        command.addAll(List.of("-CAfile", certificate.toString(), "-partial_chain", "-purpose", "any", "-out",
-            recovered.toString()));
+        command.addAll(List.of("-CAfile", certificate.toString(), "-partial_chain"));
+        if (!forMail) {
+            command.addAll(List.of("-purpose", "any"));
+        }
+        command.addAll(List.of("-out", recovered.toString()));
         return command;
     }
 

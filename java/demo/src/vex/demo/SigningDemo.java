@@ -23,6 +23,7 @@ import java.util.Optional;
 public final class SigningDemo {
     private static final int EXIT_FAILED = 1;
     private static final int EXIT_USAGE = 2;
+    private static final String EMAIL_PROTECTION = "1.3.6.1.5.5.7.3.4";
 
     private final Arguments arguments;
     private final Content content;
@@ -89,7 +90,7 @@ public final class SigningDemo {
             Path certificateFile =
                 out.writePem("cert.pem", "CERTIFICATE", certificate.getEncoded(), "the certificate, as PEM");
             verifyP1(p1, certificate);
-            verifyP7(contentFile, certificateFile);
+            verifyP7(contentFile, certificateFile, certificate);
         }
     }
 
@@ -116,8 +117,8 @@ public final class SigningDemo {
     private static List<CertificateRecord> listCertificates(Signer signer) throws DemoException {
         List<CertificateRecord> records = signer.certificates();
         if (records.isEmpty()) {
-            throw new DemoException("No certificate of the store can sign: each is expired, lacks its private key or"
-                + " does not pass the filters.");
+            throw new DemoException("No certificate of the store can sign: each is expired, lacks its private key,"
+                + " is not for signing or does not pass the filters.");
         }
         System.out.println(records.size() + (records.size() == 1 ? " certificate" : " certificates") + " can sign:");
         for (CertificateRecord record : records) {
@@ -172,16 +173,19 @@ public final class SigningDemo {
         System.out.println("  P1: good (the JDK's " + algorithm + ")");
     }
 
-    private void verifyP7(Path contentFile, Path certificateFile) throws DemoException {
+    private void verifyP7(Path contentFile, Path certificateFile, X509Certificate certificate)
+            throws DemoException, GeneralSecurityException {
         Optional<OpenSsl> openSsl = OpenSsl.find();
         if (openSsl.isEmpty()) {
             System.out.println("  P7: not verified here, the openssl command is not on the PATH");
             return;
         }
+        List<String> purposes = certificate.getExtendedKeyUsage();
+        boolean forMail = purposes == null || purposes.contains(EMAIL_PROTECTION);
         Path recovered = out.path("recovered.bin");
         for (P7Form form : P7Form.values()) {
             List<String> command = OpenSsl.verifyCommand(out.path(form.fileName + ".der"),
-                form.detached ? contentFile : null, certificateFile, form.withCertificate, recovered);
+                form.detached ? contentFile : null, certificateFile, form.withCertificate, forMail, recovered);
             System.out.println("  " + OpenSsl.quote(command));
             try {
                 openSsl.get().run(command);

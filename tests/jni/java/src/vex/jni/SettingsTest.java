@@ -1,7 +1,6 @@
 package vex.jni;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -22,7 +21,7 @@ import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** Digest algorithm, filters, single choice, and the certificate list, on a store with four certificates. */
+/** Digest algorithm, filters, single choice, and the certificate list, on a store with five certificates. */
 @Tag("natives")
 class SettingsTest {
     private static final int RSA = 0;
@@ -37,10 +36,12 @@ class SettingsTest {
         identities = List.of(
             TestStore.identity("RSA", "CN=Ada Lovelace,O=Analytical\\, Engines,C=GB", 0x0a1b2cL, 90,
                 KeyUsage.digitalSignature | KeyUsage.nonRepudiation),
-            TestStore.identity("secp256r1", "CN=Grace  Hopper,O=Navy", 0xff01L, 60, KeyUsage.keyAgreement),
+            TestStore.identity("secp256r1", "CN=Grace  Hopper,O=Navy", 0xff01L, 60,
+                KeyUsage.keyAgreement | KeyUsage.digitalSignature),
             TestStore.identity("secp384r1", "CN=王小云,O=密码", 3, 30, 0),
-            TestStore.identity("RSA", "CN=Yesterday", 4, -1, 0));
-        store = TestStore.writePem(directory.resolve("four.pem"), identities);
+            TestStore.identity("RSA", "CN=Yesterday", 4, -1, 0),
+            TestStore.identity("secp256r1", "CN=Encryption", 5, 365, KeyUsage.keyAgreement));
+        store = TestStore.writePem(directory.resolve("five.pem"), identities);
     }
 
     private static String fingerprint(int identity) throws Exception {
@@ -125,11 +126,12 @@ class SettingsTest {
         "2, 王小云, P384",
         "2, CN=, RSA+P256+P384",
         "2, Yesterday, ''",
+        "2, Encryption, ''",
         "3, a1b2c, RSA",
         "3, 0A:1B:2C, RSA",
         "3, ff01, P256",
         "3, 03, P384",
-        "5, digitalSignature, RSA+P384",
+        "5, digitalSignature, RSA+P256+P384",
         "5, NONREPUDIATION, RSA+P384",
         "5, keyAgreement, P256+P384",
         "6, RSA, RSA",
@@ -167,7 +169,7 @@ class SettingsTest {
             assertEquals("", client.certificateList());
             assertNull(client.p1SignString("text"));
             assertEquals(VCTKError.NO_CERTIFICATE, client.lastError());
-            assertNotNull(client.lastMessage());
+            assertTrue(client.lastMessage().endsWith(": 5 passed over: 5 not passing the filters"), client.lastMessage());
 
             assertEquals(0, Client.NATIVES.ClearFilter(client.handle()));
             assertListed(client, RSA, P256, P384);
