@@ -411,7 +411,8 @@ TEST_F(Service, StopRecvEndsTheThread) {
     EXPECT_EQ(m_nError, 0);
     EXPECT_EQ(TraceOfThisThread().end()[-2], "RecvDataFunc::recv header error ret =0 result=Success");
     // The flag is for the exchange in which it was set.
-    m_callbacks.fnHandle = [](const std::string&) { return ""; };
+    peer.Finish();
+    WaitForThreads();
     ScriptedPeer next([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
     EXPECT_EQ(DoServiceExchange(next).strReply, "reply");
 }
