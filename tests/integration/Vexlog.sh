@@ -209,7 +209,11 @@ cmp $log copy.txt || fail "standard input was written to itself"
 # shellcheck disable=SC2016
 expect 1 sh -c '"$1" report - --input "$2" >>"$3"' sh "$vexlog" $log copy.txt
 grep -q 'this file is a log' err || fail "message: $(cat err)"
-expect 2 "$vexlog" report '' --input $log
+for command in "--json" "stats" "report page.html --input" "report"; do
+    # shellcheck disable=SC2086
+    expect 2 "$vexlog" $command ''
+    grep -q 'the name is empty' err || fail "message: $(cat err)"
+done
 
 echo "== a report is there whole or not at all"
 for _ in 1 2; do

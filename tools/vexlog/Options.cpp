@@ -79,7 +79,10 @@ struct Texts {
 };
 
 void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
-    app.add_option("FILE", options.strInput, "The log; \"-\" is standard input")->capture_default_str()->type_name("");
+    app.add_option("FILE", options.strInput, "The log; \"-\" is standard input")
+        ->capture_default_str()
+        ->check(tools::NotEmpty())
+        ->type_name("");
     tools::AddList(app, "--function", options.filter.functions, "NAME",
                    "Only this function, as ClearFilter or with its whole name; several times: any of them");
     tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; several times: any of them");
@@ -140,6 +143,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     pStats->footer(kStatsExamples);
     pStats->add_option("FILE", options.strInput, "The log; \"-\" is standard input")
         ->capture_default_str()
+        ->check(tools::NotEmpty())
         ->type_name("");
     pStats->add_flag("--json", options.bJson, "One JSON object");
 
@@ -151,6 +155,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         ->type_name("");
     pReport->add_option("--input", options.strInput, "The log; \"-\" is standard input")
         ->capture_default_str()
+        ->check(tools::NotEmpty())
         ->type_name("FILE");
     app.require_subcommand(0, 1);
 
