@@ -42,6 +42,7 @@
 #include "SmartBuffer.h"
 #include "VEXCompat.h"
 #include "VEXCstring.h"
+#include "VEXForkPause.h"
 #include "VEXStringBlock.h"
 #include "VEXType.h"
 #include "VexFile.h"
@@ -155,13 +156,15 @@ private:
     static void AfterForkInParent();
     static void AfterForkInChild();
 
-    static BOOL Now(Moment& moment);
+    static BOOL Now(const CVEXForkPause& pause, Moment& moment);
 
     void SignalExit();
     void RestartAfterFork();
     void OutputText(LPCTSTR lpszLogType, LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName, DWORD dwSrcLineNumber,
                     LPCTSTR lpszFormat, ...);
     void MakeLogDirectory();
+    static BOOL FormatHeader(wchar_t (&szHeader)[MAX_HEADER + 1], LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName,
+                             DWORD dwSrcLineNumber);
     void AppendLogHeader(std::wstring& strLine);
     void QueueLine(std::unique_ptr<LogCacheList> pNode);
 
@@ -214,8 +217,6 @@ private:
     inline static pthread_mutex_t s_csInstance = PTHREAD_MUTEX_INITIALIZER;  // held while the instance is made
     // Replaces texts, or reads them whole.
     inline static pthread_mutex_t s_csTexts = PTHREAD_MUTEX_INITIALIZER;
-    // libc's time zone lock is held by nobody while this one is held here: a child never finds it locked for ever.
-    inline static pthread_mutex_t s_csTime = PTHREAD_MUTEX_INITIALIZER;
     // At load time, before there can be a thread that makes the instance while another forks.
     [[maybe_unused]] inline static const int s_nForkHandlers =
         pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
@@ -284,30 +285,15 @@ inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR
     RestartAfterFork();
     MakeLogDirectory();
 
-    Moment moment = {};
-    if (!Now(moment)) {
+    wchar_t szHeader[MAX_HEADER + 1] = {};
+    if (!FormatHeader(szHeader, lpszSrcFileName, bWithFunctionName ? lpszFunctionName : nullptr, dwSrcLineNumber)) {
         return;
     }
-    const auto nThread = static_cast<int>(pthread_self());
-    const auto nLine = static_cast<int>(dwSrcLineNumber);
-    const std::tm& local = moment.local;
-    // The last field of the time has microseconds, of which it pads to three digits. The limits of the texts, which are
-    // longer than the header, keep libc from giving up on very long ones before the cut.
-    wchar_t szHeader[MAX_HEADER + 1] = {};
-    if (bWithFunctionName) {
-        static_cast<void>(std::swprintf(
-            szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls-%.260ls(%d)]: ",
-            getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
-            local.tm_sec, moment.nMicroseconds, lpszSrcFileName, lpszFunctionName, nLine));
-    } else {
-        static_cast<void>(
-            std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls(%d)]: ",
-                          getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                          local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, nLine));
-    }
-    szHeader[MAX_HEADER - 1] = 0;
     const auto pszMessage = std::make_unique<wchar_t[]>(MAX_MESSAGE);
-    static_cast<void>(std::vswprintf(pszMessage.get(), MAX_MESSAGE, lpszFormat, args));
+    {
+        const CVEXForkPause pause;
+        static_cast<void>(std::vswprintf(pszMessage.get(), MAX_MESSAGE, lpszFormat, args));
+    }
     pszMessage[MAX_MESSAGE - 1] = 0;
 
     // Put together in its node, which has the memory that it takes and no more.
@@ -321,6 +307,34 @@ inline void CDebugLogMgr::OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR
     AppendLogHeader(strLine);
     strLine.append(strMessage);
     QueueLine(std::move(pNode));
+}
+
+// The header of a record of this moment and thread. FALSE: there is no time. A null function name: the form without.
+inline BOOL CDebugLogMgr::FormatHeader(wchar_t (&szHeader)[MAX_HEADER + 1], LPCTSTR lpszSrcFileName,
+                                       LPCTSTR lpszFunctionName, DWORD dwSrcLineNumber) {
+    const CVEXForkPause pause;
+    Moment moment = {};
+    if (!Now(pause, moment)) {
+        return FALSE;
+    }
+    const auto nThread = static_cast<int>(pthread_self());
+    const auto nLine = static_cast<int>(dwSrcLineNumber);
+    const std::tm& local = moment.local;
+    // The last field of the time has microseconds, of which it pads to three digits. The limits of the texts, which are
+    // longer than the header, keep libc from giving up on very long ones before the cut.
+    if (lpszFunctionName != nullptr) {
+        static_cast<void>(std::swprintf(
+            szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls-%.260ls(%d)]: ",
+            getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+            local.tm_sec, moment.nMicroseconds, lpszSrcFileName, lpszFunctionName, nLine));
+    } else {
+        static_cast<void>(
+            std::swprintf(szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls(%d)]: ",
+                          getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                          local.tm_min, local.tm_sec, moment.nMicroseconds, lpszSrcFileName, nLine));
+    }
+    szHeader[MAX_HEADER - 1] = 0;
+    return TRUE;
 }
 
 inline void CDebugLogMgr::Output(LPCTSTR lpszLogType, LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName,
@@ -372,14 +386,13 @@ inline void CDebugLogMgr::QueueLine(std::unique_ptr<LogCacheList> pNode) {
     sem_post(&m_sem);
 }
 
-inline BOOL CDebugLogMgr::Now(Moment& moment) {
+inline BOOL CDebugLogMgr::Now(const CVEXForkPause& pause, Moment& moment) {
     timeval time = {};
     if (gettimeofday(&time, nullptr) != 0) {
         return FALSE;
     }
     moment.nMicroseconds = static_cast<int>(time.tv_usec);
-    const CDebugLogLock lock(s_csTime);
-    return localtime_r(&time.tv_sec, &moment.local) != nullptr;
+    return pause.LocalTime(time.tv_sec, moment.local);
 }
 
 // ---- Configuration ----
@@ -528,7 +541,6 @@ inline void CDebugLogMgr::ExitHandler() {
 // The child finds the queue and the texts whole, and none of the log's locks held by a thread that it has not.
 inline void CDebugLogMgr::BeforeFork() {
     pthread_mutex_lock(&s_csInstance);
-    pthread_mutex_lock(&s_csTime);
     pthread_mutex_lock(&s_csTexts);
     s_bHeldForFork = s_pInstance.load(std::memory_order_acquire) != nullptr && CDebugLogUsers::Enter();
     if (s_bHeldForFork) {
@@ -543,7 +555,6 @@ inline void CDebugLogMgr::AfterForkInParent() {
         pMgr->m_csLogCache.LeaveVEXCritical();
     }
     pthread_mutex_unlock(&s_csTexts);
-    pthread_mutex_unlock(&s_csTime);
     pthread_mutex_unlock(&s_csInstance);
     if (bHeld && CDebugLogUsers::Leave()) {
         pMgr->~CDebugLogMgr();
@@ -561,7 +572,6 @@ inline void CDebugLogMgr::AfterForkInChild() {
         s_bChildWithoutWriter.store(TRUE, std::memory_order_release);
     }
     pthread_mutex_unlock(&s_csTexts);
-    pthread_mutex_unlock(&s_csTime);
     pthread_mutex_unlock(&s_csInstance);
 }
 
@@ -768,15 +778,18 @@ inline BOOL CDebugLogMgr::ReopenServerFile() {
 
 // " <name>.<date and time>", blank included, of the name at hand. A name that was set meanwhile stays.
 inline BOOL CDebugLogMgr::ReplaceByFallbackName(std::wstring& strName) {
-    Moment moment = {};
-    if (!Now(moment)) {
-        return FALSE;
-    }
-    const std::tm& local = moment.local;
     wchar_t szName[MAX_FALLBACK + 1] = {};
-    static_cast<void>(std::swprintf(szName, MAX_FALLBACK, L" %ls.%04d.%02d.%02d.%02d.%02d.%02d.%03d", strName.c_str(),
-                                    local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
-                                    local.tm_sec, moment.nMicroseconds));
+    {
+        const CVEXForkPause pause;
+        Moment moment = {};
+        if (!Now(pause, moment)) {
+            return FALSE;
+        }
+        const std::tm& local = moment.local;
+        static_cast<void>(std::swprintf(szName, MAX_FALLBACK, L" %ls.%04d.%02d.%02d.%02d.%02d.%02d.%03d",
+                                        strName.c_str(), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                                        local.tm_hour, local.tm_min, local.tm_sec, moment.nMicroseconds));
+    }
     szName[MAX_FALLBACK - 1] = 0;
     const std::wstring strOld = std::exchange(strName, szName);
     const CDebugLogLock lock(s_csTexts);

@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "VEXAppendFile.h"
+#include "VEXForkPause.h"
 
 // One line of printf text, cut to 1023 bytes:
 //   [P<process>] [T<thread, low 32 bits>] [<local date and time>:<microseconds>]: <text>
@@ -28,7 +29,7 @@ __attribute__((__format__(__printf__, 1, 2))) inline void pv_logEx(const char* p
     timeval time = {};
     std::tm local = {};
     char szPrefix[256 + 5] = {};
-    if (gettimeofday(&time, nullptr) == 0 && localtime_r(&time.tv_sec, &local) != nullptr) {
+    if (gettimeofday(&time, nullptr) == 0 && CVEXForkPause().LocalTime(time.tv_sec, local)) {
         static_cast<void>(
             std::snprintf(szPrefix, sizeof szPrefix, "[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d]: ", getpid(),
                           static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,

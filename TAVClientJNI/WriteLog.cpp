@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "VEXAppendFile.h"
+#include "VEXForkPause.h"
 
 namespace {
 
@@ -43,8 +44,11 @@ void WriteTime(FILE* stream) {
     const std::time_t now = std::time(nullptr);
     std::tm local = {};
     char szTime[32] = {};
-    if (localtime_r(&now, &local) != nullptr) {
-        static_cast<void>(std::strftime(szTime, sizeof(szTime), "%d/%b/%Y:%H:%M:%S %Z", &local));
+    {
+        const CVEXForkPause pause;
+        if (pause.LocalTime(now, local)) {
+            static_cast<void>(std::strftime(szTime, sizeof(szTime), "%d/%b/%Y:%H:%M:%S %Z", &local));
+        }
     }
     static_cast<void>(std::fprintf(stream, "[%s] ", szTime));
 }
@@ -98,7 +102,11 @@ void pv_log(int level, const wchar_t* format, ...) {
     if (pszMessage) {
         va_list args;
         va_start(args, format);
-        static_cast<void>(std::vswprintf(pszMessage.get(), nMessage - 1, format, args));
+        {
+            const CVEXForkPause pause;
+            static_cast<void>(std::btowc(0x80));  // loads the locale's conversions, which WriteMessage needs
+            static_cast<void>(std::vswprintf(pszMessage.get(), nMessage - 1, format, args));
+        }
         va_end(args);
         WriteMessage(stream, level, pszMessage.get());
     }

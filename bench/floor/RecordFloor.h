@@ -88,6 +88,7 @@ public:
         timeval now = {};
         gettimeofday(&now, nullptr);
         std::tm local = {};
+        tzset();  // each record asks for the time zone
         localtime_r(&now.tv_sec, &local);
         wchar_t szHeader[261] = {};
         std::swprintf(szHeader, 260, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls-%ls(%d)]: ", getpid(),

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <regex>
 
+#include "ForkWhile.h"
 #include "Row.h"
+#include "Scale.h"
 #include "TempDirectory.h"
 #include "WriteLog.h"
 
@@ -92,6 +94,20 @@ TEST_F(MinimalLoggerTest, AMessageThatTheLocaleCannotEncodeLeavesTimeAndProcess)
     std::setlocale(LC_ALL, "C.UTF-8");
     pv_log(1, L"%ls", std::wstring(1, static_cast<wchar_t>(0xD800)).c_str());
     EXPECT_THAT(Bytes(), Matches(Front() + Front() + "\\[DEBU\\]next\n" + Front()));
+}
+
+TEST_F(MinimalLoggerTest, TheTimeZoneMayChangeWhileTheProcessRuns) {
+    for (const char* pszZone : {"AAA-5", "BBB+3", "AAA-5"}) {
+        setenv("TZ", pszZone, 1);
+        pv_log(0, L"text");
+    }
+    unsetenv("TZ");
+    EXPECT_THAT(Bytes(), Matches("[^\n]* AAA\\] [^\n]*\n[^\n]* BBB\\] [^\n]*\n[^\n]* AAA\\] [^\n]*\n"));
+}
+
+// Also in a locale whose conversions nobody has used before.
+TEST_F(MinimalLoggerTest, AForkedChildLogs) {
+    ForkWhile(4, Scaled(300), [] { pv_log(0, L"%ls", L"text \x00e4"); });
 }
 
 // What stands where the file should be.

@@ -11,7 +11,9 @@
 #include <filesystem>
 #include <thread>
 
+#include "ForkWhile.h"
 #include "IpcTest.h"
+#include "Scale.h"
 #include "TempDirectory.h"
 
 namespace {
@@ -82,6 +84,24 @@ TEST_F(IpcTrace, NoPrefixWithoutATime) {
         pv_logEx("def");
     }
     EXPECT_EQ(Content(), "abc\ndef\n");
+}
+
+TEST_F(IpcTrace, TheTimeZoneMayChangeWhileTheProcessRuns) {
+    SwitchTraceOn();
+    const socket_calls::FixedTime time(951'825'600, 7);  // 2000-02-29 12:00 UTC
+    for (const char* pszZone : {"AAA-5:30", "BBB+8"}) {
+        setenv("TZ", pszZone, 1);
+        pv_logEx("abc");
+    }
+    unsetenv("TZ");
+    const std::string strTrace = Content();
+    EXPECT_NE(strTrace.find("[2000-02-29 17:30:00:007]: abc\n"), std::string::npos) << strTrace;
+    EXPECT_NE(strTrace.find("[2000-02-29 04:00:00:007]: abc\n"), std::string::npos) << strTrace;
+}
+
+TEST_F(IpcTrace, AForkedChildTraces) {
+    SwitchTraceOn();
+    ForkWhile(4, Scaled(300), [] { pv_logEx("abc"); });
 }
 
 TEST_F(IpcTrace, LongTextsAreCut) {

@@ -139,6 +139,32 @@ TEST_F(LineFormatTest, TheHeaderTellsProcessThreadTimeAndPlace) {
     EXPECT_LE(written, after);
 }
 
+TEST_F(LineFormatTest, TheTimeZoneMayChangeWhileTheProcessRuns) {
+    struct Zone {
+        const char* pszTZ;
+        std::time_t nSecondsEast;
+    };
+    constexpr Zone kZones[] = {{"UTC0", 0}, {"AAA-5:30", 19'800}, {"BBB+8", -28'800}, {"AAA-5:30", 19'800}};
+    const std::time_t before = std::time(nullptr);
+    const auto records = RecordsAfter([&] {
+        for (const Zone& zone : kZones) {
+            setenv("TZ", zone.pszTZ, 1);
+            Trace(L"text");
+            WaitUntilWritten(LogPath());  // nobody else reads the environment while it changes
+        }
+    });
+    const std::time_t after = std::time(nullptr);
+    ASSERT_EQ(records.size(), std::size(kZones));
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        std::tm local{};
+        const std::string strTime = records[i].strDate + " " + records[i].strTime;
+        ASSERT_NE(strptime(strTime.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
+        const std::time_t written = timegm(&local) - kZones[i].nSecondsEast;
+        EXPECT_GE(written, before) << kZones[i].pszTZ;
+        EXPECT_LE(written, after) << kZones[i].pszTZ;
+    }
+}
+
 TEST_F(LineFormatTest, WithoutFunctionNameThisLineAloneHasNone) {
     const auto records = RecordsAfter([] {
         for (const wchar_t* pszFunction : {L"Function", L"", static_cast<const wchar_t*>(nullptr), L"Other"}) {

@@ -7,6 +7,7 @@
 #include <set>
 #include <thread>
 
+#include "ForkWhile.h"
 #include "LogTest.h"
 #include "Scale.h"
 
@@ -144,6 +145,20 @@ TEST_F(RaceTest, AForkDuringTheFirstTraceLeavesTheChildALog) {
             first.join();
         });
     }
+}
+
+// libc has locks that formatting a record takes and a fork does not.
+TEST_F(RaceTest, AForkWhileRecordsAreFormattedLeavesTheChildALog) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
+#endif
+    InChild([] {
+        CDebugLogMgr::GetInstance()->EnableOutput(FALSE);
+        ForkWhile(4, Scaled(300), [] {
+            Trace(L"text");
+            CDebugLogMgr::GetInstance()->Clear();
+        });
+    });
 }
 
 // popen and the JVM's ProcessBuilder start another program in the child.

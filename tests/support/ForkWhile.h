@@ -1,0 +1,45 @@
+// Forks while threads call something, and has each child call it as well: what finds a lock held by a thread that it
+// does not have never comes back.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+#include <vector>
+
+// Fails with the first child that does not end within twenty seconds, or not with status 0.
+inline void ForkWhile(int nThreads, int nForks, const std::function<void()>& fnCall) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
+#endif
+    std::atomic<bool> bEnd = false;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < nThreads; ++i) {
+        threads.emplace_back([&] {
+            while (!bEnd) {
+                fnCall();
+            }
+        });
+    }
+    int nStatus = 0;
+    for (int nFork = 0; nFork < nForks && nStatus == 0; ++nFork) {
+        const pid_t nChild = fork();
+        if (nChild == 0) {
+            alarm(20);
+            fnCall();
+            _exit(0);
+        }
+        if (nChild < 0 || waitpid(nChild, &nStatus, 0) != nChild) {
+            nStatus = -1;
+        }
+        EXPECT_EQ(nStatus, 0) << "of the child of fork " << nFork;
+    }
+    bEnd = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}

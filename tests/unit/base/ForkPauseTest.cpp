@@ -1,0 +1,137 @@
+// Local times, which are those of the time zone that counts at the moment; and that libc's locks do not hang a child.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <atomic>
+#include <ctime>
+#include <cwchar>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ChildProcess.h"
+#include "ForkWhile.h"
+#include "OwnMounts.h"
+#include "Scale.h"
+#include "TempDirectory.h"
+#include "VEXForkPause.h"
+
+namespace {
+
+constexpr std::time_t kNoon = 951'825'600;  // 2000-02-29 12:00 UTC
+constexpr const char* kSystemZone = "/etc/localtime";
+
+// "hour:minute name"
+std::string Noon() {
+    std::tm local = {};
+    char szText[64] = "(no time)";
+    if (CVEXForkPause().LocalTime(kNoon, local)) {
+        std::strftime(szText, sizeof szText, "%H:%M %Z", &local);
+    }
+    return szText;
+}
+
+// The contents of a time zone file with one offset and a name of three letters.
+std::string ZoneFile(int nSecondsEast, const std::string& strName) {
+    const auto number = [](int n) {
+        const auto u = static_cast<unsigned>(n);
+        return std::string{static_cast<char>(u >> 24), static_cast<char>(u >> 16), static_cast<char>(u >> 8),
+                           static_cast<char>(u)};
+    };
+    const std::string strHeader = "TZif" + std::string(16, '\0') + number(0) + number(0) + number(0) + number(0) +
+                                  number(1) + number(static_cast<int>(strName.size()) + 1);
+    return strHeader + number(nSecondsEast) + std::string(2, '\0') + strName + '\0';
+}
+
+class ForkPauseTest : public testing::Test {
+protected:
+    ~ForkPauseTest() override { unsetenv("TZ"); }
+};
+
+TEST_F(ForkPauseTest, FollowsTZWhileTheProcessRuns) {
+    struct Zone {
+        const char* pszTZ;
+        const char* pszNoon;
+    };
+    for (const Zone& zone : {Zone{"UTC0", "12:00 UTC"}, Zone{"AAA-5:30", "17:30 AAA"}, Zone{"BBB+8", "04:00 BBB"},
+                             Zone{"AAA-5:30", "17:30 AAA"}}) {
+        setenv("TZ", zone.pszTZ, 1);
+        EXPECT_EQ(Noon(), zone.pszNoon);
+    }
+}
+
+// As when the machine's zone is set anew. In mounts of the child's own.
+TEST_F(ForkPauseTest, FollowsTheSystemsZoneWhileTheProcessRuns) {
+    const TempDirectory directory;
+    const std::string strFirst = directory.Write("first", ZoneFile(2 * 3600, "ONE"));
+    const std::string strSecond = directory.Write("second", ZoneFile(-3 * 3600, "TWO"));
+    if (access(kSystemZone, F_OK) != 0) {
+        GTEST_SKIP() << "skipped: there is no " << kSystemZone;
+    }
+    const ChildEnd end = RunChild([&] {
+        unsetenv("TZ");
+        ASSERT_TRUE(HaveOwnMounts());
+        ASSERT_EQ(mount(strFirst.c_str(), kSystemZone, nullptr, MS_BIND, nullptr), 0);
+        EXPECT_EQ(Noon(), "14:00 ONE");
+        ASSERT_EQ(mount(strSecond.c_str(), kSystemZone, nullptr, MS_BIND, nullptr), 0);
+        EXPECT_EQ(Noon(), "09:00 TWO");
+    });
+    EXPECT_TRUE(end.Passed());
+}
+
+TEST_F(ForkPauseTest, AYearThatDoesNotFitIsAFailure) {
+    std::tm local = {};
+    EXPECT_FALSE(CVEXForkPause().LocalTime(std::time_t{1} << 60, local));
+}
+
+TEST_F(ForkPauseTest, AForkedChildHasLocalTimes) {
+    ForkWhile(4, Scaled(300), [] {
+        std::tm local = {};
+        CVEXForkPause().LocalTime(kNoon, local);
+    });
+}
+
+TEST_F(ForkPauseTest, AForkedChildFormatsWideText) {
+    ForkWhile(4, Scaled(300), [] {
+        wchar_t szText[64];
+        const CVEXForkPause pause;
+        std::swprintf(szText, std::size(szText), L"%ls %d", L"text", 7);
+    });
+}
+
+// Whoever forks waits until the scope ends, and begins no sooner.
+TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
+    std::atomic<bool> bEnded = false;
+    std::latch inScope(2);
+    std::latch goOn(1);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&, i] {
+            const CVEXForkPause pause;
+            inScope.arrive_and_wait();
+            if (i == 0) {
+                goOn.wait();
+                usleep(1000);  // time in which a fork that does not wait would come back
+                bEnded = true;
+            }
+        });
+    }
+    inScope.wait();
+    std::thread forking([&] {
+        goOn.count_down();
+        const pid_t nChild = fork();
+        if (nChild == 0) {
+            _exit(bEnded ? 0 : 1);
+        }
+        int nStatus = -1;
+        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    });
+    forking.join();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+}  // namespace
