@@ -22,7 +22,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <climits>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
@@ -79,7 +78,10 @@ public:
 
     // Whether records of that level are dropped for certain, at the price of one comparison. Before there is a log it
     // is not known.
-    static BOOL IsDropped(int nLogLevel) { return nLogLevel < s_nDropBelow.load(std::memory_order_relaxed); }
+    static BOOL IsDropped(int nLogLevel) {
+        const int* const pLevel = s_pLogLevel.load(std::memory_order_acquire);
+        return pLevel != nullptr && nLogLevel < *pLevel;
+    }
     // Whether records of that level are written at all now.
     static BOOL IsWritten(int nLogLevel);
 
@@ -191,8 +193,8 @@ private:
     std::wstring LogFileName();
     void ReplaceLogFileName(std::wstring strName);
 
-    std::wstring m_strLogFileName;  // guarded by s_csTexts; tracing threads read CDebugLogName
-    std::wstring m_strLogHeader;    // guarded by s_csTexts
+    std::wstring m_strLogFileName;  // guarded by s_csTexts, as is the next
+    std::wstring m_strLogHeader;
     BOOL m_bOutputLogToFile;
     BOOL m_bWithFunctionName;
     DWORD m_dwMaxFileSize;
@@ -210,12 +212,13 @@ private:
 
     // Outside the object because they have to outlive it, or to be there before it.
     inline static std::atomic<CDebugLogMgr*> s_pInstance{nullptr};
-    inline static std::atomic<int> s_nDropBelow{INT_MIN};          // m_logLevel, once that is known
-    inline static std::atomic<BOOL> s_bHasHeader{FALSE};           // spares records a lock when no header is set
+    // Where m_logLevel is. It stays there, and as it was, when the manager is destroyed: its storage is not used again.
+    inline static std::atomic<const int*> s_pLogLevel{nullptr};
     inline static std::atomic<BOOL> s_bChildWithoutWriter{FALSE};  // forked, and nothing logged since
     inline static BOOL s_bHeldForFork = FALSE;                     // of the thread that forks
-    inline static pthread_mutex_t s_csInstance = PTHREAD_MUTEX_INITIALIZER;  // held while the instance is made
-    // Replaces texts, or reads them whole.
+    // Held while the instance is made, or is given a writer in a forked child.
+    inline static pthread_mutex_t s_csInstance = PTHREAD_MUTEX_INITIALIZER;
+    // Held to replace the name or the header, or to copy it; never while the disk is waited for.
     inline static pthread_mutex_t s_csTexts = PTHREAD_MUTEX_INITIALIZER;
     // At load time, before there can be a thread that makes the instance while another forks.
     [[maybe_unused]] inline static const int s_nForkHandlers =
@@ -354,23 +357,22 @@ inline void CDebugLogMgr::OutputText(LPCTSTR lpszLogType, LPCTSTR lpszSrcFileNam
 
 // A directory that cannot be made shows when the file is opened.
 inline void CDebugLogMgr::MakeLogDirectory() {
-    CDebugLogName::Buffer szName;
-    CDebugLogName::Copy(szName);
-    if (szName[0] == 0) {
-        SetLogFileName(DEFAULT_NAME);
-        return;
-    }
     wchar_t szDirectory[MAX_DIRECTORY] = {};
-    wcscpy_s(szDirectory, MAX_DIRECTORY, szName);
+    {
+        const CDebugLogLock lock(s_csTexts);
+        if (m_strLogFileName.empty()) {
+            m_strLogFileName = DEFAULT_NAME;
+            return;
+        }
+        wcscpy_s(szDirectory, MAX_DIRECTORY, m_strLogFileName.c_str());
+    }
     PathRemoveFileSpecW(szDirectory);
     SHCreateDirectoryExW(nullptr, szDirectory, nullptr);
 }
 
 inline void CDebugLogMgr::AppendLogHeader(std::wstring& strLine) {
-    if (s_bHasHeader.load(std::memory_order_acquire)) {
-        const CDebugLogLock lock(s_csTexts);
-        strLine.append(m_strLogHeader);
-    }
+    const CDebugLogLock lock(s_csTexts);
+    strLine.append(m_strLogHeader);
 }
 
 inline void CDebugLogMgr::QueueLine(std::unique_ptr<LogCacheList> pNode) {
@@ -405,7 +407,6 @@ inline std::wstring CDebugLogMgr::LogFileName() {
 inline void CDebugLogMgr::ReplaceLogFileName(std::wstring strName) {
     const CDebugLogLock lock(s_csTexts);
     m_strLogFileName.swap(strName);
-    CDebugLogName::Publish(m_strLogFileName.c_str());
 }
 
 inline void CDebugLogMgr::SetLogFileName(LPCTSTR lpszLogFileName) {
@@ -428,7 +429,6 @@ inline void CDebugLogMgr::SetLogHeader(LPCTSTR lpszLogHeader) {
     std::wstring strHeader(lpszLogHeader != nullptr ? lpszLogHeader : L"");
     const CDebugLogLock lock(s_csTexts);
     m_strLogHeader.swap(strHeader);
-    s_bHasHeader.store(!m_strLogHeader.empty(), std::memory_order_release);
 }
 
 inline void CDebugLogMgr::EnableOutput(BOOL bEnable) {
@@ -476,6 +476,7 @@ inline CDebugLogMgr* CDebugLogMgr::CreateInstance() {
     alignas(CDebugLogMgr) static unsigned char s_storage[sizeof(CDebugLogMgr)];
     CDebugLogMgr* const pMgr = ::new (static_cast<void*>(s_storage)) CDebugLogMgr;
     s_pInstance.store(pMgr, std::memory_order_release);
+    s_pLogLevel.store(&pMgr->m_logLevel, std::memory_order_release);
     static_cast<void>(std::atexit(ExitHandler));
     return pMgr;
 }
@@ -499,7 +500,6 @@ inline CDebugLogMgr::CDebugLogMgr() : m_hEvent(nullptr) {
     char szProfile[260] = {};
     static_cast<void>(std::snprintf(szProfile, sizeof(szProfile), "%s%s", "/var/log", ".ini"));
     m_logLevel = static_cast<int>(GetPrivateProfileIntA("loginfo", "logLevel", DEFAULT_LEVEL, szProfile));
-    s_nDropBelow.store(m_logLevel, std::memory_order_relaxed);
     m_logCacheHead = m_logCacheTail = nullptr;
     CreateWriteLogThread();
 }
@@ -579,7 +579,7 @@ inline void CDebugLogMgr::RestartAfterFork() {
     if (!s_bChildWithoutWriter.load(std::memory_order_acquire)) {
         return;
     }
-    const CDebugLogLock lock(s_csTexts);
+    const CDebugLogLock lock(s_csInstance);
     if (!s_bChildWithoutWriter.load(std::memory_order_relaxed)) {
         return;
     }
@@ -795,7 +795,6 @@ inline BOOL CDebugLogMgr::ReplaceByFallbackName(std::wstring& strName) {
     const CDebugLogLock lock(s_csTexts);
     if (m_strLogFileName == strOld) {
         m_strLogFileName = strName;
-        CDebugLogName::Publish(m_strLogFileName.c_str());
     }
     return TRUE;
 }

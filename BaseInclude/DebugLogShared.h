@@ -3,10 +3,8 @@
 #pragma once
 
 #include <pthread.h>
-#include <sched.h>
 
 #include <atomic>
-#include <cstddef>
 
 #include "VEXType.h"
 
@@ -40,51 +38,6 @@ private:
     static constexpr unsigned int CLOSED = 0x80000000U;
 
     inline static std::atomic<unsigned int> s_uState{0};
-};
-
-// The log file's name as the tracing threads see it: they copy it without a lock while another thread replaces it.
-class CDebugLogName {
-public:
-    // As many characters as can matter: whoever copies 260 or more gets a text that is too long for a path buffer.
-    static constexpr std::size_t MAX_COPY = 260;
-
-    using Buffer = wchar_t[MAX_COPY + 1];
-
-    // The first MAX_COPY characters, terminated. Any thread.
-    static void Copy(Buffer& szName) {
-        for (;;) {
-            const unsigned int uBefore = s_uSequence.load(std::memory_order_acquire);
-            if (uBefore % 2 == 0) {
-                std::size_t nLength = 0;
-                // Acquire: if a character is a new one, so is the sequence number that is read afterwards.
-                while (nLength < MAX_COPY && (szName[nLength] = s_text[nLength].load(std::memory_order_acquire)) != 0) {
-                    ++nLength;
-                }
-                szName[nLength] = 0;
-                if (s_uSequence.load(std::memory_order_relaxed) == uBefore) {
-                    return;
-                }
-            }
-            sched_yield();
-        }
-    }
-
-    // One thread at a time.
-    static void Publish(LPCTSTR lpszName) {
-        const unsigned int uBefore = s_uSequence.load(std::memory_order_relaxed);
-        s_uSequence.store(uBefore + 1, std::memory_order_relaxed);
-        std::size_t nLength = 0;
-        while (nLength < MAX_COPY && lpszName[nLength] != 0) {
-            s_text[nLength].store(lpszName[nLength], std::memory_order_release);
-            ++nLength;
-        }
-        s_text[nLength].store(0, std::memory_order_release);
-        s_uSequence.store(uBefore + 2, std::memory_order_release);
-    }
-
-private:
-    inline static std::atomic<unsigned int> s_uSequence{0};  // odd while the text is being replaced
-    inline static std::atomic<wchar_t> s_text[MAX_COPY + 1] = {};
 };
 
 // Holds a static mutex for its scope.

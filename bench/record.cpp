@@ -34,6 +34,11 @@ bench::FloorLog* g_pFloor = nullptr;
     CDebugLogMgr::MacroHelper(kType, 1, kFile, kFunction, kLine)(kFormat, kFunction);
 }
 
+// Of a level that is not written.
+[[gnu::noinline]] void DroppedRecord() {
+    CDebugLogMgr::MacroHelper(kType, 0, kFile, kFunction, kLine)(kFormat, kFunction);
+}
+
 [[gnu::noinline]] void FloorRecord() {
     g_pFloor->Record(kType, kFile, kFunction, kLine, kFormat, kFunction);
 }
@@ -140,6 +145,8 @@ int main(int argc, char** argv) {
     bench::Interleave("eight threads, wall time for one record of each", "ns", nRounds,
                       {{"product", [=] { return WallNanoseconds(ProductRecord, nRecords, nThreads); }},
                        {"floor", [=] { return WallNanoseconds(FloorRecord, nRecords, nThreads); }}});
+    bench::Interleave("one dropped record, CPU time", "ns", nRounds,
+                      {{"product", [=] { return CpuNanoseconds(DroppedRecord, 1000 * nRecords); }}});
     bench::Interleave(
         "allocations of one record", "allocations", 1,
         {{"product", [] { return Allocations(ProductRecord); }}, {"floor", [] { return Allocations(FloorRecord); }}});
