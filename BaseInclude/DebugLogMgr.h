@@ -587,7 +587,7 @@ inline void CDebugLogMgr::RestartAfterFork() {
     // The writer that the parent has may have been in the middle of changing the file object.
     const HANDLE hFile = m_logFile.AbandonAfterFork();
     const BOOL bServer = m_logFile.IsServerSupportEnabled();
-    ::new (static_cast<void*>(&m_logFile)) CVexFile;
+    ::new (static_cast<void*>(&m_logFile)) CVexFile(CPipeIPC::ForForkedChild{});
     m_logFile.EnableServerSupport(bServer);
     if (hFile != nullptr) {
         CloseHandle(hFile);

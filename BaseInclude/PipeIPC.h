@@ -74,7 +74,8 @@ inline constexpr long PIPE_ERROR_RECEIVE = 0xE0010005;  // there was no reply in
 
 // The client end of the route-message protocol. Each exchange has a connection of its own, which ends with it.
 //
-// Constructing one seeds rand() with the time and makes the process ignore SIGPIPE.
+// Constructing one seeds rand() with the time and makes the process ignore SIGPIPE, unless it takes the place of one
+// that was constructed before the process was forked: the child's program decides about both by then.
 //
 // Requests from the server: the identity of an exchange is drawn by lot. Where it comes out as a service object, and
 // there is a request handler, a receive thread reads the connection as long as the exchange lasts, and each request
@@ -88,13 +89,17 @@ inline constexpr long PIPE_ERROR_RECEIVE = 0xE0010005;  // there was no reply in
 // Memory: running out of it is a failed exchange, or std::bad_alloc where a receive thread is to be started.
 class CPipeIPC {
 public:
-    CPipeIPC() {
+    struct ForForkedChild {};
+
+    CPipeIPC() : CPipeIPC(ForForkedChild{}) {
+        std::srand(static_cast<unsigned int>(std::time(nullptr)));  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+        static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    }
+    explicit CPipeIPC(ForForkedChild /*tag*/) {
         pthread_mutex_init(&m_socketServerLock, nullptr);
         pthread_mutex_init(&m_listRecLock, nullptr);
         pthread_mutex_init(&m_ClientInfoLock, nullptr);
         pthread_mutex_init(&ClientLock, nullptr);
-        std::srand(static_cast<unsigned int>(std::time(nullptr)));  // NOLINT(cert-msc32-c,cert-msc51-cpp)
-        static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     }
 
     CPipeIPC(const CPipeIPC&) = delete;

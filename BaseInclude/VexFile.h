@@ -34,6 +34,7 @@
 class CVexFile {
 public:
     CVexFile() = default;
+    explicit CVexFile(CPipeIPC::ForForkedChild tag) : m_pipcClient(tag) {}
     CVexFile(const CVexFile&) = delete;
     CVexFile& operator=(const CVexFile&) = delete;
     ~CVexFile() { CloseFile(); }

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <clocale>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <latch>
 #include <set>
@@ -288,6 +289,32 @@ TEST_F(ManagerTest, AForkedChildLeavesItsParentsRecordsToTheParent) {
         WaitUntilWritten(LogPath());
         EXPECT_EQ(messages(), (std::vector<std::string>{"child", "first of the parent", "second of the parent"}));
     });
+}
+
+// What the log does to the process when it is made, it does once.
+TEST_F(ManagerTest, AForkedChildKeepsItsSignalsAndItsRandomNumbers) {
+    InChild([&] {
+        Trace(L"parent");
+        WaitUntilWritten(LogPath());
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            alarm(60);
+            std::signal(SIGPIPE, SIG_DFL);
+            std::srand(7);
+            const int nFirst = std::rand();
+            std::srand(7);
+            Trace(L"child");
+            WaitUntilWritten(LogPath());
+            EXPECT_EQ(std::rand(), nFirst);
+            EXPECT_EQ(std::signal(SIGPIPE, SIG_IGN), SIG_DFL);
+            EndChildAtOnce();
+        }
+        int nStatus = -1;
+        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    });
+    EXPECT_EQ(RecordsOf(LogPath()).size(), 2U);
 }
 
 TEST_F(ManagerTest, ALineSetsItsOwnChoiceOfTheFunctionName) {
