@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <atomic>
 #include <clocale>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -607,7 +608,14 @@ inline BOOL CDebugLogMgr::CreateWriteLogThread() {
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t thread = {};
     const BOOL bEntered = CDebugLogUsers::Enter();  // for the new thread
+    // It is created with every signal blocked: the host's signals go to the host's threads, and a file that may not
+    // grow (SIGXFSZ) costs the record and not the process.
+    sigset_t all = {};
+    sigset_t before = {};
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     m_thread = bEntered && pthread_create(&thread, &attributes, WriteLogThreadProc, this) == 0 ? 1 : 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (bEntered && m_thread == 0) {
         CDebugLogUsers::Leave();
     }

@@ -9,6 +9,7 @@
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <latch>
 #include <set>
@@ -109,6 +110,78 @@ TEST_F(ManagerTest, ThePolicyOfAHostThatHasChosenOneStays) {
         const sched_param none = {};
         ASSERT_EQ(sched_setscheduler(0, SCHED_IDLE, &none), 0);
         EXPECT_EQ(PolicyOfTheWriter(), SCHED_IDLE);
+    });
+}
+
+// Those of a handler's choice that the mask lacks; the first 31, and the ones that a program may use beyond.
+std::vector<int> SignalsNotIn(const sigset_t& mask) {
+    std::vector<int> missing;
+    for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
+        const bool bFree = nSignal != SIGKILL && nSignal != SIGSTOP && (nSignal < 32 || nSignal >= SIGRTMIN);
+        if (bFree && sigismember(&mask, nSignal) != 1) {
+            missing.push_back(nSignal);
+        }
+    }
+    return missing;
+}
+
+// What the writer blocks while it opens the log file for the next record.
+sigset_t SignalsOfTheWriter() {
+    sigset_t mask = {};
+    file_calls::Watch([&](const file_calls::Call& call) {
+        if (call.function == "VexCreateFile") {
+            pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        }
+    });
+    const int nBefore = file_calls::Count("CloseHandle");
+    Trace(L"once");
+    file_calls::WaitFor("CloseHandle", nBefore + 1);
+    file_calls::Watch([](const file_calls::Call&) {});
+    return mask;
+}
+
+TEST_F(ManagerTest, TheWriterBlocksAllSignalsAndNobodyElseDoes) {
+    InChild([&] {
+        sigset_t own = {};
+        sigaddset(&own, SIGUSR1);
+        ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &own, nullptr), 0);
+        EXPECT_EQ(SignalsNotIn(SignalsOfTheWriter()), std::vector<int>{});
+        sigset_t after = {};
+        ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &after), 0);
+        EXPECT_EQ(std::memcmp(&after, &own, sizeof own), 0);
+
+        const pid_t nChild = fork();
+        ASSERT_GE(nChild, 0);
+        if (nChild == 0) {
+            alarm(60);
+            EXPECT_EQ(SignalsNotIn(SignalsOfTheWriter()), std::vector<int>{});
+            EndChildAtOnce();
+        }
+        int nStatus = -1;
+        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    });
+}
+
+// The signals of a process whose threads have blocked them wait for one that has not.
+TEST_F(ManagerTest, AHostsSignalIsHandledOnTheHostsThread) {
+    InChild([&] {
+        static std::atomic<pid_t> s_nHandled;
+        s_nHandled = 0;
+        std::signal(SIGUSR1, [](int) { s_nHandled = gettid(); });
+        Trace(L"before");  // the writer is there, and has not got its creator's mask
+        WaitUntilWritten(LogPath());
+        sigset_t signal = {};
+        sigaddset(&signal, SIGUSR1);
+        ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signal, nullptr), 0);
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_EQ(kill(getpid(), SIGUSR1), 0);
+            Trace(L"after");  // wakes the writer
+            WaitUntilWritten(LogPath());
+        }
+        EXPECT_EQ(s_nHandled, 0);
+        ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signal, nullptr), 0);
+        EXPECT_EQ(s_nHandled, gettid());
     });
 }
 
