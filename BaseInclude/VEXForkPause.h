@@ -27,8 +27,12 @@ public:
     // The local time as localtime gives it, without its shared buffer: it follows TZ and the system's time zone as they
     // are at the moment. FALSE: the year does not fit.
     BOOL LocalTime(std::time_t time, std::tm& local) const {
+        // libc serves one thread at a time anyhow, with a lock that ThreadSanitizer does not see.
+        pthread_mutex_lock(&s_time);
         tzset();  // localtime_r alone would read the time zone once
-        return localtime_r(&time, &local) != nullptr;
+        const BOOL bFits = localtime_r(&time, &local) != nullptr;
+        pthread_mutex_unlock(&s_time);
+        return bFits;
     }
 
 private:
@@ -45,6 +49,7 @@ private:
 
     inline static pthread_mutex_t s_gate = PTHREAD_MUTEX_INITIALIZER;  // held to enter, and by a fork
     inline static std::atomic<int> s_nScopes{0};
+    inline static pthread_mutex_t s_time = PTHREAD_MUTEX_INITIALIZER;  // only within a scope
     // At load time, before there can be a scope.
     [[maybe_unused]] inline static const int s_nForkHandlers = pthread_atfork(BeforeFork, Open, Open);
 };
