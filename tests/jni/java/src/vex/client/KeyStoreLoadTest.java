@@ -20,7 +20,6 @@ import java.security.KeyStore;
 import java.security.MessageDigest;
 import java.security.UnrecoverableKeyException;
 import java.security.cert.CertificateException;
-import java.security.interfaces.ECPrivateKey;
 import java.security.spec.ECGenParameterSpec;
 import java.util.ArrayList;
 import java.util.Collections;
@@ -31,14 +30,10 @@ import java.util.logging.LogRecord;
 import java.util.logging.Logger;
 import java.util.stream.Collectors;
 import org.bouncycastle.asn1.ASN1GeneralizedTime;
-import org.bouncycastle.asn1.pkcs.PrivateKeyInfo;
 import org.bouncycastle.asn1.x500.RDN;
 import org.bouncycastle.asn1.x500.X500Name;
-import org.bouncycastle.asn1.x509.AlgorithmIdentifier;
 import org.bouncycastle.asn1.x509.SubjectPublicKeyInfo;
 import org.bouncycastle.asn1.x509.Time;
-import org.bouncycastle.asn1.x9.ECNamedCurveTable;
-import org.bouncycastle.asn1.x9.X9ObjectIdentifiers;
 import org.bouncycastle.cert.X509v3CertificateBuilder;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 import org.junit.jupiter.api.Tag;
@@ -73,8 +68,7 @@ class KeyStoreLoadTest {
     private enum Odd {
         NEGATIVE_SERIAL(true),
         FROM_THE_YEAR_950(true),
-        WITHOUT_ISSUER(false),
-        EXPLICIT_CURVE(false);
+        WITHOUT_ISSUER(false);
 
         final boolean readable;
 
@@ -92,14 +86,6 @@ class KeyStoreLoadTest {
         KeyPair pair = generator.generateKeyPair();
         SubjectPublicKeyInfo key = SubjectPublicKeyInfo.getInstance(pair.getPublic().getEncoded());
         String keyPem = TestStore.pem("PRIVATE KEY", pair.getPrivate().getEncoded());
-        if (kind == Odd.EXPLICIT_CURVE) {
-            AlgorithmIdentifier explicit = new AlgorithmIdentifier(
-                X9ObjectIdentifiers.id_ecPublicKey, ECNamedCurveTable.getByName("secp256r1"));
-            key = new SubjectPublicKeyInfo(explicit, key.getPublicKeyData().getBytes());
-            keyPem = TestStore.pem("PRIVATE KEY", new PrivateKeyInfo(explicit,
-                new org.bouncycastle.asn1.sec.ECPrivateKey(256, ((ECPrivateKey) pair.getPrivate()).getS()))
-                .getEncoded());
-        }
         String begin = kind == Odd.FROM_THE_YEAR_950 ? "09500101000000Z" : "20200101000000Z";
         byte[] certificate = new X509v3CertificateBuilder(
             kind == Odd.WITHOUT_ISSUER ? new X500Name(new RDN[0]) : new X500Name("CN=issuer"),
@@ -200,7 +186,7 @@ class KeyStoreLoadTest {
     void withoutTheModuleForLoggingTheKeyIsPassedOverAsWell() throws Exception {
         // RSA, since in older runtimes EC keys are in another module.
         TestStore.writePem(directory.resolve("keys.pem"), List.of(TestStore.identity("RSA", "CN=RSA", 1, 30, 0)));
-        String uri = "file:" + Files.writeString(directory.resolve("keys.pem"), odd(Odd.EXPLICIT_CURVE).pem(),
+        String uri = "file:" + Files.writeString(directory.resolve("keys.pem"), odd(Odd.WITHOUT_ISSUER).pem(),
             StandardOpenOption.APPEND);
         String jars = System.getProperty("vex.test.jar") + ":"
             + Path.of(KeyStoreLoadTest.class.getProtectionDomain().getCodeSource().getLocation().toURI());
