@@ -43,7 +43,7 @@ protected:
             FileServerClient client(m_uPort);
             EXPECT_EQ(client.Register(), 0);
             const std::uint64_t uId = Open("busy");
-            const std::string strWrite = client.Message(WriteRequest(uId, std::string(8 * 1024 * 1024, 'x')));
+            const std::string strWrite = client.Message(WriteRequest(uId, std::string(15 * 1024 * 1024, 'x')));
             const std::string strSeek = client.Message(SeekToBeginRequest(uId));
             for (;;) {
                 client.Send(strSeek + strWrite);
@@ -110,7 +110,7 @@ TEST_F(FileServerLife, GoesOnAfterSighup) {
 }
 
 // It looks after its files once a second. The signal comes about when it is to do so the first time, and while requests
-// take long enough for both to be due at once.
+// take long enough for both to be due at once, which every second run or so of this test meets.
 TEST_F(FileServerLife, EndsOnASignalThatComesWithItsHousekeeping) {
     constexpr int kServers = 6;
     for (int i = 0; i < kServers; ++i) {
@@ -120,7 +120,7 @@ TEST_F(FileServerLife, EndsOnASignalThatComesWithItsHousekeeping) {
         for (int nClient = 0; nClient < 4; ++nClient) {
             clients.emplace_back([this] { KeepBusy(); });
         }
-        std::this_thread::sleep_until(start + std::chrono::milliseconds(940 + 10 * i));
+        std::this_thread::sleep_until(start + std::chrono::milliseconds(960 + 7 * i));
         m_server->Signal(SIGTERM);
         EXPECT_EQ(m_server->Wait().nStatus, 0);
         for (std::thread& client : clients) {
