@@ -6,7 +6,7 @@
 #include <cstdio>
 
 // The log, opened for appending; the caller gives it to pv_uninit. Null on failure, which is told on standard output;
-// a link, pipe or device in the file's place is a failure.
+// a link, pipe, device or another user's file (not root's) in its place is a failure.
 FILE* pv_init_log();
 
 // Null is allowed.

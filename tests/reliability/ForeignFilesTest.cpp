@@ -238,6 +238,13 @@ std::vector<Obstacle> Obstacles() {
         {{"SomebodyElses"},
          [](const std::string& strPath, const std::string&) { return MakeFile(strPath, 0600); },
          true},
+        {{"SomebodyElsesForAll"},
+         [](const std::string& strPath, const std::string&) {
+             MakeFile(strPath, 0666);
+             EXPECT_EQ(lchown(strPath.c_str(), kSomebodyElse, kSomebodyElse), 0);
+             return -1;
+         },
+         true},
         {{"ForNobody"}, [](const std::string& strPath, const std::string&) { return MakeFile(strPath, 0); }},
     };
 }
