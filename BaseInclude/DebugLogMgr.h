@@ -728,12 +728,11 @@ inline BOOL CDebugLogMgr::WriteLine(const std::wstring& strLine) {
     return TRUE;
 }
 
-// What is flushed is also unlocked.
+// Closing ends the lock as well.
 inline void CDebugLogMgr::EndUseOfFile() {
-    if (m_logFile.IsOpen() && !m_logFile.IsServerLost()) {
-        m_logFile.Flush();
-    }
-    if (!VEXLoadField(m_bGlobalMode)) {
+    if (VEXLoadField(m_bGlobalMode)) {
+        m_logFile.LetOthersWrite();
+    } else {
         m_logFile.CloseFile();
     }
 }
@@ -816,9 +815,11 @@ inline void CDebugLogMgr::AppendLine(const std::wstring& strLine, ULONGLONG& ull
         if (!AppendToServerFile(strNarrow, END)) {
             return;
         }
+        m_logFile.Flush();
     } else {
         m_logFile.SeekToEnd();
         WriteBytes(strNarrow.GetString(), static_cast<std::size_t>(strNarrow.GetLength()));
+        m_logFile.Flush();
         WriteBytes(END, std::strlen(END));
     }
     m_logFile.GetFileSize(ullFileSize);

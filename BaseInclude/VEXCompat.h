@@ -107,10 +107,9 @@ int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount);
 // Opens a regular file for reading and writing, creating it (mode 0600 under the umask) when it is missing. Does not
 // follow a symbolic link of that name and never waits on a pipe or device. A file that belongs neither to the effective
 // user nor to root is refused. lpFileName is narrow.
-// Locks the file against other openings (flock) until FlushFileBuffers or CloseHandle. Waits up to two seconds for an
-// opening that has it locked, only half a millisecond if it has waited for that file in vain before, and then opens it
-// without the lock.
-// INVALID_HANDLE_VALUE on failure. The caller closes the handle with CloseHandle.
+// Locks the file against other openings (flock) until CloseHandle, or a FlushFileBuffers of nothing. Waits up to two
+// seconds for an opening that has it locked, only half a millisecond if it has waited for that file in vain before, and
+// then opens it without the lock. INVALID_HANDLE_VALUE on failure. The caller closes the handle with CloseHandle.
 HANDLE VexCreateFile(LPCSTR lpFileName);
 
 BOOL CloseHandle(HANDLE hObject);
@@ -132,8 +131,8 @@ BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, LONGLONG* lp
 BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize);
 
 // Returns once all written bytes are with the kernel, so that every other process sees them and the end of this one
-// loses none. It does not force the disk. Ends the handle's lock; ReadFile, WriteFile, GetFileSizeEx and SetEndOfFile
-// take it again, and wait for it as VexCreateFile does.
+// loses none. It does not force the disk. When nothing was written since the last call, it ends the handle's lock;
+// ReadFile, WriteFile, GetFileSizeEx and SetEndOfFile take it again, and wait for it as VexCreateFile does.
 BOOL FlushFileBuffers(HANDLE hFile);
 
 // Ends the file at the current position, cutting it or adding zeroes.

@@ -154,8 +154,14 @@ public:
         return WriteFile(m_hFile, pbData, dwWanted, &dwCount, nullptr);
     }
 
-    // Local: another process may write to the file from now on until the next operation, which waits for that.
     BOOL Flush() { return m_dwFileID != 0 ? ServerFlush() == SERVER_DONE : FlushFileBuffers(m_hFile); }
+    // Local: other processes may have the file's lock until the next operation. A flush of nothing ends the lock.
+    void LetOthersWrite() {
+        if (m_dwFileID == 0 && IsOpen()) {
+            FlushFileBuffers(m_hFile);
+            FlushFileBuffers(m_hFile);
+        }
+    }
     // Ends the file at the current position.
     BOOL SetEndOfFile() { return m_dwFileID != 0 ? ServerEndOfFile() == SERVER_DONE : ::SetEndOfFile(m_hFile); }
 

@@ -112,8 +112,7 @@ Opened LockOpened(FileDescriptor descriptor, unsigned uForksBeforeOpen) {
         return NotOpened(ERROR_ACCESS_DENIED);
     }
     // Another user could grow or lock a file of his own at any time. One of root's is shared on purpose.
-    const uid_t user = geteuid();
-    if (status.st_uid != user && status.st_uid != 0) {
+    if (status.st_uid != 0 && status.st_uid != geteuid()) {
         return NotOpened(ERROR_ACCESS_DENIED);
     }
     FileLock lock(descriptor.Get(), uForksBeforeOpen);
@@ -252,7 +251,7 @@ BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize) {
 BOOL FlushFileBuffers(HANDLE hFile) {
     // Forcing the disk would cost every log line an fsync.
     return CallFile(hFile, [](RegularFile& file) {
-        file.Unlock();
+        file.Flush();
         return ERROR_SUCCESS;
     });
 }

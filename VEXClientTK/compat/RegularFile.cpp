@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace vextk {
 namespace {
@@ -46,6 +47,7 @@ RegularFile::Transfer RegularFile::Write(const void* pData, std::size_t cbData) 
                       m_nPosition + static_cast<off_t>(cbDone));
     });
     m_nPosition += static_cast<off_t>(transfer.cb);
+    m_bWritten = true;
     if (transfer.cb < cbData && transfer.nErrno == 0) {
         transfer.nErrno = EIO;
     }
@@ -68,9 +70,12 @@ int RegularFile::EndAtPosition() {
     return 0;
 }
 
-void RegularFile::Unlock() {
+// Nothing is kept on this side of the kernel.
+void RegularFile::Flush() {
     const std::lock_guard lock(m_mutex);
-    m_lock.Release(m_descriptor.Get());
+    if (!std::exchange(m_bWritten, false)) {
+        m_lock.Release(m_descriptor.Get());
+    }
 }
 
 int RegularFile::GetSize(off_t& cbSize) {

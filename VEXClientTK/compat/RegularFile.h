@@ -39,14 +39,16 @@ public:
     // Returns errno.
     int GetSize(off_t& cbSize);
 
-    // Lets other openings have the lock. The next Read, Write, GetSize or EndAtPosition takes it again.
-    void Unlock();
+    // When nothing was written since the last time: lets other openings have the lock. The next Read, Write, GetSize or
+    // EndAtPosition takes it again.
+    void Flush();
 
 private:
     FileDescriptor m_descriptor;
     std::mutex m_mutex;
     FileLock m_lock;  // guarded by m_mutex, as is the next
     off_t m_nPosition = 0;
+    bool m_bWritten = false;  // since Flush; guarded by m_mutex
 };
 
 }  // namespace vextk

@@ -35,7 +35,18 @@ TEST_F(FileLockTest, LastsAsLongAsTheFileIsOpen) {
     EXPECT_FALSE(IsLocked());
 }
 
-TEST_F(FileLockTest, IsLetGoByAFlushAndTakenAgainByTheNextUse) {
+// A writer that flushes in the middle of a record keeps it.
+TEST_F(FileLockTest, IsKeptByAFlushOfWhatWasWritten) {
+    DWORD cb = 0;
+    EXPECT_TRUE(WriteFile(m_hFile, "x", 1, &cb, nullptr));
+    EXPECT_TRUE(FlushFileBuffers(m_hFile));
+    EXPECT_TRUE(IsLocked());
+    EXPECT_TRUE(FlushFileBuffers(m_hFile));
+    EXPECT_FALSE(IsLocked());
+    EXPECT_TRUE(CloseHandle(m_hFile));
+}
+
+TEST_F(FileLockTest, IsLetGoByAFlushOfNothingAndTakenAgainByTheNextUse) {
     LONGLONG cbSize = 0;
     DWORD cb = 0;
     char ch = 0;
@@ -43,6 +54,7 @@ TEST_F(FileLockTest, IsLetGoByAFlushAndTakenAgainByTheNextUse) {
         [&] { return GetFileSizeEx(m_hFile, &cbSize); }, [&] { return WriteFile(m_hFile, "x", 1, &cb, nullptr); },
         [&] { return ReadFile(m_hFile, &ch, 1, &cb, nullptr); }, [&] { return SetEndOfFile(m_hFile); }};
     for (const auto& fnUse : uses) {
+        EXPECT_TRUE(FlushFileBuffers(m_hFile));
         EXPECT_TRUE(FlushFileBuffers(m_hFile));
         EXPECT_FALSE(IsLocked());
         EXPECT_TRUE(fnUse());

@@ -432,7 +432,7 @@ TEST_F(ManagerTest, InGlobalModeTheFileIsLockedForEachRecord) {
         constexpr int kRecords = 3;
         for (int i = 1; i <= kRecords; ++i) {
             Trace(L"text");
-            file_calls::WaitFor("FlushFileBuffers", i);
+            file_calls::WaitFor("FlushFileBuffers", 3 * i);  // in the record, and twice behind it
             EXPECT_FALSE(isLocked());
         }
         EXPECT_EQ(nUnlockedWrites, 0);

@@ -118,7 +118,7 @@ TEST_F(WriterTest, ALineCostsTheWriterTheseCalls) {
         file_calls::WaitFor("CloseHandle", 2);
         EXPECT_THAT(calls,
                     ElementsAre("PathIsDirectoryW", "VexCreateFile", "GetFileSizeEx", "SetFilePointerEx", "WriteFile",
-                                "WriteFile end", "GetFileSizeEx", "FlushFileBuffers", "CloseHandle"));
+                                "FlushFileBuffers", "WriteFile end", "GetFileSizeEx", "CloseHandle"));
     });
 }
 
