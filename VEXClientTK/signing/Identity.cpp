@@ -130,8 +130,7 @@ bool CanReadKey(X509* pCertificate) {
 }
 
 // OpenSSL reads a certificate's key and extensions once and keeps the result, a want of memory as well, which would
-// make the certificate useless from then on. It is found out here, where it can be told. Without a key that can be
-// read, or with malformed extensions, it is as good as it can be.
+// make the certificate useless from then on. It is found out here, where it can be told.
 void RequireRead(X509* pCertificate) {
     const OpenSslErrorMark mark;
     const bool fKeyLost = X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate);

@@ -91,10 +91,9 @@ protected:
             const auto p7 = client.SignP7("text", 0, nDetached, 1);
             ASSERT_TRUE(p7) << client.Message();
             directory.Write("p7", *p7);
-            const CommandResult cms =
-                RunCommand(s_pTokens->In() + "base64 -d p7 > p7.bin && openssl cms -verify -inform DER -in p7.bin" +
-                           " -binary -CAfile ca.crt -out p7.out " + (nDetached ? "-content text" : "") +
-                           " && cmp p7.out text");
+            const CommandResult cms = RunCommand(
+                s_pTokens->In() + "base64 -d p7 > p7.bin && openssl cms -verify -inform DER -in p7.bin" +
+                " -binary -CAfile ca.crt -out p7.out " + (nDetached ? "-content text" : "") + " && cmp p7.out text");
             EXPECT_EQ(cms.nStatus, 0) << cms.strOutput;
         }
     }
