@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
+#include <new>
 
 #include "signing/Failure.h"
 #include "signing/WipingMemory.h"
@@ -41,6 +42,12 @@ std::string LastOpenSslReason() {
 void RequireOpenSsl(bool fSucceeded) {
     if (!fSucceeded) {
         throw Failure(VCTK_E_INTERNAL, LastOpenSslReason());
+    }
+}
+
+void RequireMemory() {
+    if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
+        throw std::bad_alloc();
     }
 }
 

@@ -59,6 +59,9 @@ std::string LastOpenSslReason();
 // Throws VCTK_E_INTERNAL with OpenSSL's reason unless fSucceeded.
 void RequireOpenSsl(bool fSucceeded);
 
+// Throws std::bad_alloc when OpenSSL's newest failure was that memory ran out: it then says nothing about the data.
+void RequireMemory();
+
 // The object again, or VCTK_E_INTERNAL with OpenSSL's reason when it is null.
 template <typename T>
 T* RequireOpenSsl(T* pObject) {

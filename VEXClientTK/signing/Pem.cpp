@@ -5,8 +5,6 @@
 
 #include <string>
 
-#include "signing/KeyDerivation.h"
-
 namespace vextk {
 namespace {
 
@@ -107,7 +105,9 @@ KeyInfoPtr Decrypted(const X509_SIG* pEncrypted, const SecretText* pPin, Derivat
     if (pPin == nullptr) {
         throw Failure(VCTK_E_PIN_REQUIRED);
     }
-    work.Add(pEncrypted);
+    const X509_ALGOR* pAlgorithm = nullptr;
+    X509_SIG_get0(pEncrypted, &pAlgorithm, nullptr);
+    work.Add(pAlgorithm);
     const std::string_view pin = pPin->View();
     KeyInfoPtr key(PKCS8_decrypt(pEncrypted, pin.empty() ? "" : pin.data(), static_cast<int>(pin.size())));
     if (!key) {
@@ -125,25 +125,18 @@ Pointer RequireKey(Pointer key) {
     return key;
 }
 
-struct Reading {
-    const SecretText* pPin;
-    DerivationWork work;
-    KeyReader keys;
-};
-
-void AddBlock(Block& block, Reading& reading, StoreContent& content) {
+void AddBlock(Block& block, const SecretText* pPin, StoreContent& content) {
     const std::string_view label = block.Label();
     if (label == PEM_STRING_X509 || label == PEM_STRING_X509_OLD || label == PEM_STRING_X509_TRUSTED) {
         content.AddCertificate(block.Certificate());
     } else if (label == PEM_STRING_PKCS8INF) {
-        content.AddKey(RequireKey(block.Key()).get(), reading.keys);
+        content.AddKey(RequireKey(block.Key()).get());
     } else if (label == PEM_STRING_PKCS8) {
-        const EncryptedPtr encrypted = RequireKey(block.EncryptedKey());
-        content.AddKey(Decrypted(encrypted.get(), reading.pPin, reading.work).get(), reading.keys);
+        content.AddKey(Decrypted(RequireKey(block.EncryptedKey()).get(), pPin, content.work).get());
     } else if (label == PEM_STRING_RSA) {
-        content.keys.push_back(RequireKey(block.TraditionalKey(EVP_PKEY_RSA, reading.pPin)));
+        content.keys.push_back(RequireKey(block.TraditionalKey(EVP_PKEY_RSA, pPin)));
     } else if (label == PEM_STRING_ECPRIVATEKEY) {
-        content.keys.push_back(RequireKey(block.TraditionalKey(EVP_PKEY_EC, reading.pPin)));
+        content.keys.push_back(RequireKey(block.TraditionalKey(EVP_PKEY_EC, pPin)));
     }
 }
 
@@ -152,13 +145,12 @@ void AddBlock(Block& block, Reading& reading, StoreContent& content) {
 std::optional<StoreContent> ReadPem(std::string_view text, const SecretText* pPin) {
     const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))));
     std::optional<StoreContent> content;
-    Reading reading{pPin, {}, {}};
     Block block;
     while (block.Read(bio.get())) {
         if (!content) {
             content.emplace();
         }
-        AddBlock(block, reading, *content);
+        AddBlock(block, pPin, *content);
         ERR_clear_error();
     }
     return content;

@@ -5,9 +5,6 @@
 #include <memory>
 #include <utility>
 
-#include "signing/KeyDerivation.h"
-#include "signing/KeyReader.h"
-
 namespace vextk {
 namespace {
 
@@ -34,8 +31,7 @@ struct PinText {
 class Reader {
 public:
     // known: what is known of the PIN when it does not decrypt.
-    Reader(PinText pin, Pin known, DerivationWork& work, StoreContent& content)
-        : m_pin(pin), m_known(known), m_work(work), m_content(content) {}
+    Reader(PinText pin, Pin known, StoreContent& content) : m_pin(pin), m_known(known), m_content(content) {}
 
     void ReadFile(const PKCS12* pFile) {
         const SafesPtr safes(PKCS12_unpack_authsafes(pFile));
@@ -85,15 +81,15 @@ private:
     void ReadBag(const PKCS12_SAFEBAG* pBag) {
         switch (PKCS12_SAFEBAG_get_nid(pBag)) {
             case NID_keyBag:
-                m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag), m_keys);
+                m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag));
                 break;
             case NID_pkcs8ShroudedKeyBag: {
-                m_work.Add(PKCS12_SAFEBAG_get0_pkcs8(pBag));
+                CountDecryption(pBag);
                 const KeyInfoPtr key(PKCS12_decrypt_skey(pBag, m_pin.pchText, m_pin.cchText));
                 if (!key) {
                     ThrowDecryptionFailure(m_known);
                 }
-                m_content.AddKey(key.get(), m_keys);
+                m_content.AddKey(key.get());
                 break;
             }
             case NID_certBag:
@@ -111,15 +107,19 @@ private:
 
     void CountDecryption(const PKCS7* pSafe) {
         if (pSafe->d.encrypted != nullptr && pSafe->d.encrypted->enc_data != nullptr) {
-            m_work.Add(pSafe->d.encrypted->enc_data->algorithm);
+            m_content.work.Add(pSafe->d.encrypted->enc_data->algorithm);
         }
+    }
+
+    void CountDecryption(const PKCS12_SAFEBAG* pBag) {
+        const X509_ALGOR* pAlgorithm = nullptr;
+        X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(pBag), &pAlgorithm, nullptr);
+        m_content.work.Add(pAlgorithm);
     }
 
     PinText m_pin;
     Pin m_known;
-    DerivationWork& m_work;
     StoreContent& m_content;
-    KeyReader m_keys;
 };
 
 // Null when the bytes are something else.
@@ -174,9 +174,8 @@ std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText*
         return std::nullopt;
     }
     StoreContent content;
-    DerivationWork work;
-    const auto [pin, known] = FindPin(file.get(), pPin, work);
-    Reader(pin, known, work, content).ReadFile(file.get());
+    const auto [pin, known] = FindPin(file.get(), pPin, content.work);
+    Reader(pin, known, content).ReadFile(file.get());
     return content;
 }
 

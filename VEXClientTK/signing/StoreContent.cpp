@@ -35,8 +35,8 @@ void StoreContent::AddCertificate(X509Ptr certificate) {
     }
 }
 
-void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, KeyReader& reader) {
-    if (KeyPtr key = reader.Read(pKeyInfo); key) {
+void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
+    if (KeyPtr key = m_keyReader->Read(pKeyInfo)) {
         keys.push_back(std::move(key));
         return;
     }
@@ -71,12 +71,6 @@ void ThrowDecryptionFailure(Pin pin) {
         throw DamagedStore("an encrypted part of it");
     }
     throw Failure(pin == Pin::Given ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
-}
-
-void RequireMemory() {
-    if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
-        throw std::bad_alloc();
-    }
 }
 
 }  // namespace vextk

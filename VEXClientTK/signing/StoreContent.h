@@ -1,10 +1,12 @@
 // What a store file holds, and how reading it fails.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "signing/Failure.h"
+#include "signing/KeyDerivation.h"
 #include "signing/KeyReader.h"
 #include "signing/OpenSsl.h"
 
@@ -14,13 +16,17 @@ struct StoreContent {
     std::vector<X509Ptr> certificates;
     std::vector<KeyPtr> keys;
     size_t cDamagedCertificates = 0;
+    DerivationWork work;  // what deriving keys from the PIN has taken
 
     // Null counts as a damaged certificate.
     void AddCertificate(X509Ptr certificate);
 
     // A key of a kind that OpenSSL does not know is passed over. Throws VCTK_E_STORE_FORMAT for a damaged one: it may
     // be the one that was meant to sign.
-    void AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, KeyReader& reader);
+    void AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo);
+
+private:
+    std::unique_ptr<KeyReader> m_keyReader = std::make_unique<KeyReader>();
 };
 
 // strWhere: such as "a private key in it".
@@ -32,8 +38,5 @@ enum class Pin { None, Given, Right };
 // Throws what OpenSSL's errors of just now mean: VCTK_E_PIN_WRONG or VCTK_E_PIN_REQUIRED only if nothing else is known
 // to be the cause. OpenSSL's queue of errors is empty then.
 [[noreturn]] void ThrowDecryptionFailure(Pin pin);
-
-// Throws std::bad_alloc when memory ran out in OpenSSL just now.
-void RequireMemory();
 
 }  // namespace vextk

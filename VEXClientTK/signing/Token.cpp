@@ -332,6 +332,9 @@ public:
         return number;
     }
 
+    // A token that says nothing of it finds out when it is asked to sign.
+    bool MaySign(CK_OBJECT_HANDLE hKey) const { return Number<CK_BBOOL>(hKey, CKA_SIGN).value_or(CK_TRUE) != CK_FALSE; }
+
 private:
     Connection& m_connection;
     const CK_SESSION_HANDLE m_hSession;
@@ -485,8 +488,9 @@ TokenContent Token::Read() {
         for (const CK_OBJECT_HANDLE hObject : session.Find({{CKA_CLASS, &nClass, sizeof nClass}})) {
             const auto type = session.Number<CK_KEY_TYPE>(hObject, CKA_KEY_TYPE);
             if (type && IsSigningType(*type)) {
-                content.keys.push_back({session.Attribute(hObject, CKA_ID).value_or(""), *type,
-                                        session.Attribute(hObject, CKA_LABEL).value_or("")});
+                (session.MaySign(hObject) ? content.keys : content.notForSigning)
+                    .push_back({session.Attribute(hObject, CKA_ID).value_or(""), *type,
+                                session.Attribute(hObject, CKA_LABEL).value_or("")});
             }
         }
         return content;
@@ -502,11 +506,13 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
             const auto found = session.Find({{CKA_CLASS, &nClass, sizeof nClass},
                                              {CKA_KEY_TYPE, &wanted.type, sizeof wanted.type},
                                              {CKA_ID, wanted.strId.data(), wanted.strId.size()}});
-            if (found.empty()) {
+            const auto signing =
+                std::find_if(found.begin(), found.end(), [&](CK_OBJECT_HANDLE hKey) { return session.MaySign(hKey); });
+            if (signing == found.end()) {
                 throw Failure(VCTK_E_TOKEN_FAILED, "the key is no longer on the token");
             }
-            const auto fAlways = session.Number<CK_BBOOL>(found.front(), CKA_ALWAYS_AUTHENTICATE);
-            return Connection::KeyObject{found.front(), fAlways.value_or(CK_FALSE) == CK_TRUE};
+            const auto fAlways = session.Number<CK_BBOOL>(*signing, CKA_ALWAYS_AUTHENTICATE);
+            return Connection::KeyObject{*signing, fAlways.value_or(CK_FALSE) == CK_TRUE};
         });
         CK_MECHANISM mechanism{nMechanism, nullptr, 0};
         Require(session.Call([&](auto& functions, CK_SESSION_HANDLE h) {

@@ -37,7 +37,8 @@ struct TokenCertificate {
 
 struct TokenContent {
     std::vector<TokenCertificate> certificates;
-    std::vector<TokenKey> keys;
+    std::vector<TokenKey> keys;           // that may sign
+    std::vector<TokenKey> notForSigning;  // that may be used for other things only (CKA_SIGN)
 };
 
 // Any thread may call any member. Each throws VCTK_E_TOKEN_REMOVED while the token is away, VCTK_E_TOKEN_FAILED when it

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "signing/Candidates.h"
 #include "signing/Failure.h"
@@ -63,6 +67,24 @@ bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, c
                                              (fKey && Matches(uri, "object", key.strLabel)));
 }
 
+using KeysById = std::unordered_map<std::string_view, const TokenKey*>;
+
+// The first of each. A key without an identifier belongs to no certificate.
+KeysById ById(const std::vector<TokenKey>& keys) {
+    KeysById byId;
+    for (const TokenKey& key : keys) {
+        if (!key.strId.empty()) {
+            byId.emplace(key.strId, &key);
+        }
+    }
+    return byId;
+}
+
+const TokenKey* Find(const KeysById& keys, const std::string& strId) {
+    const auto found = keys.find(strId);
+    return found != keys.end() ? found->second : nullptr;
+}
+
 }  // namespace
 
 Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
@@ -73,17 +95,27 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     token->LogIn(pPin, fOthersUseIt);
 
     TokenContent content = token->Read();
+    const KeysById keys = ById(content.keys);
+    const KeysById notForSigning = ById(content.notForSigning);
     Identities identities;
     for (TokenCertificate& certificate : content.certificates) {
-        const auto key = std::find_if(content.keys.begin(), content.keys.end(), [&](const TokenKey& candidate) {
-            return !candidate.strId.empty() && candidate.strId == certificate.strId;
-        });
-        const bool fKey = key != content.keys.end();
-        if (!DescribesObject(uri, certificate, fKey ? *key : TokenKey{certificate.strId, CKK_RSA, {}})) {
+        const TokenKey* const pKey = Find(keys, certificate.strId);
+        const TokenKey* const pOther = pKey == nullptr ? Find(notForSigning, certificate.strId) : nullptr;
+        const TokenKey none{certificate.strId, CKK_RSA, {}};
+        if (!DescribesObject(uri, certificate, pKey != nullptr ? *pKey : pOther != nullptr ? *pOther : none)) {
             continue;
         }
-        KeyPtr privateKey = fKey ? MakeTokenPrivateKey(token, *key, certificate.certificate.get()) : nullptr;
-        identities.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey)));
+        KeyPtr privateKey;
+        Flaw flaw = pOther != nullptr ? Flaw::KeyCannotSign : Flaw::NoPrivateKey;
+        if (pKey != nullptr) {
+            try {
+                privateKey = MakeTokenPrivateKey(token, *pKey, certificate.certificate.get());
+            } catch (const Failure&) {
+                RequireMemory();
+                flaw = Flaw::UnsupportedKey;
+            }
+        }
+        identities.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey), flaw));
     }
     return WithoutCopies(std::move(identities));
 }

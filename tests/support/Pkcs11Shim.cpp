@@ -3,9 +3,11 @@
 #include <dlfcn.h>
 #include <p11-kit/pkcs11.h>
 
+#include <array>
 #include <cstdlib>
 #include <mutex>
 #include <shared_mutex>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -131,6 +133,26 @@ CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin
     return g_pReal->C_Login(hSession, nUser, pbPin, cbPin);
 }
 
+bool IsDecryptionKey(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject) {
+    std::array<char, 64> label{};
+    CK_ATTRIBUTE attribute{CKA_LABEL, label.data(), label.size()};
+    return g_pReal->C_GetAttributeValue(hSession, hObject, &attribute, 1) == CKR_OK &&
+           std::string_view(label.data(), attribute.ulValueLen) == "decryptkey";
+}
+
+// The real module's keys may sign whatever they were made for.
+CK_RV GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* pAttributes,
+                        CK_ULONG cAttributes) {
+    const CK_RV rv = Forward<&CK_FUNCTION_LIST::C_GetAttributeValue, CKR_DEVICE_REMOVED>::Call(
+        hSession, hObject, pAttributes, cAttributes);
+    for (CK_ULONG i = 0; rv == CKR_OK && i < cAttributes; ++i) {
+        if (pAttributes[i].type == CKA_SIGN && pAttributes[i].pValue != nullptr && IsDecryptionKey(hSession, hObject)) {
+            *static_cast<CK_BBOOL*>(pAttributes[i].pValue) = CK_FALSE;
+        }
+    }
+    return rv;
+}
+
 CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, unsigned char* pbSignature,
            CK_ULONG* pcbSignature) {
     const Inside inside;
@@ -169,11 +191,11 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     g_functions.C_OpenSession = OpenSession;
     g_functions.C_CloseSession = CloseSession;
     g_functions.C_Login = Login;
+    g_functions.C_GetAttributeValue = GetAttributeValue;
     g_functions.C_Sign = Sign;
     Forward<&CK_FUNCTION_LIST::C_FindObjectsInit, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjects, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjectsFinal, CKR_DEVICE_REMOVED>::Install();
-    Forward<&CK_FUNCTION_LIST::C_GetAttributeValue, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_SignInit, CKR_DEVICE_REMOVED>::Install();
     g_shim.pfnLoseSessions = LoseSessions;
     *ppFunctions = &g_functions;

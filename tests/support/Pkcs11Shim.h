@@ -1,5 +1,5 @@
 // What the PKCS #11 module of the tests, which forwards to a real one, can be told and asked. The real module's path is
-// in the environment variable VEX_TEST_PKCS11_MODULE.
+// in the environment variable VEX_TEST_PKCS11_MODULE. Keys with the label "decryptkey" may not sign.
 #pragma once
 
 #include <atomic>

@@ -126,10 +126,6 @@ std::string Der(int (*encode)(BIO*, const T*), const T* pObject) {
     return MemoryBioText(bio.get());
 }
 
-std::string CertificateDer(const Parts& parts) {
-    return Der(i2d_X509_bio, parts.certificate.get());
-}
-
 std::string Pem(const Parts& parts, const X509_SIG* pKey) {
     const BioPtr bio(BIO_new(BIO_s_mem()));
     PEM_write_bio_X509(bio.get(), parts.certificate.get());
@@ -212,18 +208,6 @@ INSTANTIATE_TEST_SUITE_P(
             "PemScrypt",
             [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get()); }}),
     RowName);
-
-TEST(DerivationWorkTest, APkcs12FileBehindSomethingElseIsRefused) {
-    InitialiseOpenSsl();
-    const Parts parts;
-    const SecretText pin = Secret(kPin);
-    try {
-        ReadIdentities(CertificateDer(parts) + Pkcs12WithMac(parts, kPin), &pin);
-        ADD_FAILURE() << "it was read";
-    } catch (const Failure& failure) {
-        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT) << failure.Detail();
-    }
-}
 
 struct Macs : Row {
     const char* pszFilePin;

@@ -23,6 +23,7 @@ class TokenTest : public testing::Test {
 protected:
     // "Card": an RSA and an EC key with their certificates, one that asks for the PIN each time, and two whose
     // certificates are another's, of the same type and of another. "Other card" and "Changing": an EC key each.
+    // "Ordinary": a key that signs, and one that only decrypts, whose certificate stays valid longer.
     static void SetUpTestSuite() {
         if (s_pTokens != nullptr) {
             return;
@@ -42,6 +43,11 @@ protected:
         s_pTokens->MakeToken("Other card", kOtherPin);
         s_pTokens->MakeKey("Other card", kOtherPin, "EC:secp521r1", "01", "key");
         s_pTokens->MakeCertificate("Other card", kOtherPin, "01", "01", "other", 30);
+        s_pTokens->MakeToken("Ordinary", kPin);
+        s_pTokens->MakeKey("Ordinary", kPin, "rsa:2048", "01", "signkey");
+        s_pTokens->MakeCertificate("Ordinary", kPin, "01", "01", "signs", 10);
+        s_pTokens->MakeKey("Ordinary", kPin, "rsa:2048", "02", "decryptkey");
+        s_pTokens->MakeCertificate("Ordinary", kPin, "02", "02", "decrypts", 40);
         s_pTokens->MakeToken("Changing", "1111");
         s_pTokens->MakeKey("Changing", "1111", "EC:prime256v1", "01", "key");
         s_pTokens->MakeCertificate("Changing", "1111", "01", "01", "changing", 30);
@@ -197,6 +203,19 @@ TEST_F(TokenTest, ModuleNameInADirectory) {
     const ToolkitClient client("pkcs11:token=Card?pin-value=4711&module-name=vex_test_pkcs11&module-path=" +
                                strShim.substr(0, nSlash));
     EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+}
+
+TEST_F(TokenTest, AKeyThatMayNotSignIsNoCandidate) {
+    const ToolkitClient client(Uri("token=Ordinary?pin-value=4711"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_EQ(Names(client), "signs ");
+    ASSERT_EQ(VCTK_SetChooseSingleCert(client.Handle(), 1), 0);
+    ExpectSignatures(client, "signs", "SHA256");
+
+    EXPECT_FALSE(ToolkitClient(Uri("token=Ordinary;id=%02?pin-value=4711")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NO_PRIVATE_KEY);
+    EXPECT_NE(ErrorMessage(nullptr).find("1 passed over: 1 with a key that may not sign"), std::string::npos)
+        << ErrorMessage(nullptr);
 }
 
 // A module is code: it is not even loaded, since loading runs some of it.
