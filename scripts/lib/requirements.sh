@@ -45,7 +45,7 @@ test     dpkg-dev              _vex_has_command dpkg-shlibdeps              # dp
 test     file                  _vex_has_command file                        # file
 test     lintian               _vex_has_command lintian                     # lintian
 test     pkg-config            _vex_has_command pkg-config                  # pkg-config
-test     locales               _vex_has_locale_source POSIX                # the sources that localedef reads
+test     locales               _vex_has_locale_source POSIX                 # the sources that localedef reads
 test     procps                _vex_has_command kill                        # kill, as a program
 test     bsdutils              _vex_has_command script                      # script, of util-linux
 fuzz     clang                 _vex_has_command clang++                     # clang
