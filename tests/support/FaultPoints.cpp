@@ -252,6 +252,10 @@ void* operator new(std::size_t cb) {
 void* operator new[](std::size_t cb) {
     return New(cb);
 }
+// A sanitizer's own would not go with the delete below.
+void* operator new(std::size_t cb, const std::nothrow_t&) noexcept {
+    return IsToFail("operator new") ? nullptr : std::malloc(cb > 0 ? cb : 1);
+}
 void operator delete(void* p) noexcept {
     std::free(p);
 }
