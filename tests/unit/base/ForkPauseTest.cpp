@@ -69,14 +69,20 @@ TEST_F(ForkPauseTest, FollowsTheSystemsZoneWhileTheProcessRuns) {
     if (access(kSystemZone, F_OK) != 0) {
         GTEST_SKIP() << "skipped: there is no " << kSystemZone;
     }
+    constexpr int kNoMounts = 77;
     const ChildEnd end = RunChild([&] {
         unsetenv("TZ");
-        ASSERT_TRUE(HaveOwnMounts());
+        if (!HaveOwnMounts()) {
+            _exit(kNoMounts);
+        }
         ASSERT_EQ(mount(strFirst.c_str(), kSystemZone, nullptr, MS_BIND, nullptr), 0);
         EXPECT_EQ(Noon(), "14:00 ONE");
         ASSERT_EQ(mount(strSecond.c_str(), kSystemZone, nullptr, MS_BIND, nullptr), 0);
         EXPECT_EQ(Noon(), "09:00 TWO");
     });
+    if (end.nStatus == kNoMounts) {
+        GTEST_SKIP() << "skipped: this process may not mount files of its own";
+    }
     EXPECT_TRUE(end.Passed());
 }
 
