@@ -188,7 +188,13 @@ INSTANTIATE_TEST_SUITE_P(, ServiceReply,
                                          WrongReply{{"SourceSession"}, [](PeerMessage& m) { ++m.uSourceSession; }},
                                          WrongReply{{"SourceObject"}, [](PeerMessage& m) { ++m.uSourceObject; }},
                                          WrongReply{{"Flags"}, [](PeerMessage& m) { m.uParamter = 16; }},
+                                         WrongReply{{"FlagsOfARequest"}, [](PeerMessage& m) { m.uParamter = 20; }},
                                          WrongReply{{"NoPayload"}, [](PeerMessage& m) { m.strPayload = ""; }},
+                                         WrongReply{{"RequestWithoutPayload"},
+                                                    [](PeerMessage& m) {
+                                                        m.uParamter = 4;
+                                                        m.strPayload = "";
+                                                    }},
                                          WrongReply{{"NumberAndDestination"},
                                                     [](PeerMessage& m) {
                                                         ++m.uSequence;
