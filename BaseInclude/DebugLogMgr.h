@@ -213,8 +213,9 @@ private:
 
     // Outside the object because they have to outlive it, or to be there before it.
     inline static std::atomic<CDebugLogMgr*> s_pInstance{nullptr};
-    // Where m_logLevel is. It stays there, and as it was, when the manager is destroyed: its storage is not used again.
+    // Where m_logLevel is, and from the process's end on that of a log that drops everything.
     inline static std::atomic<const int*> s_pLogLevel{nullptr};
+    static constexpr int DROPS_ALL = INT_MAX;
     inline static std::atomic<BOOL> s_bChildWithoutWriter{FALSE};  // forked, and nothing logged since
     inline static BOOL s_bHeldForFork = FALSE;                     // of the thread that forks
     // Held while the instance is made, or is given a writer in a forked child.
@@ -534,6 +535,7 @@ inline void CDebugLogMgr::ExitHandler() {
     CDebugLogMgr* const pMgr = s_pInstance.load(std::memory_order_acquire);
     pMgr->SignalExit();
     sleep(1);
+    s_pLogLevel.store(&DROPS_ALL, std::memory_order_release);
     if (CDebugLogUsers::Close()) {
         pMgr->~CDebugLogMgr();
     }
