@@ -478,11 +478,12 @@ TokenContent Token::Read() {
             const auto* pbDer = reinterpret_cast<const unsigned char*>(strDer.data());
             const OpenSslErrorMark mark;
             X509Ptr certificate(d2i_X509(nullptr, &pbDer, static_cast<long>(strDer.size())));
-            if (certificate) {
-                content.certificates.push_back({session.Attribute(hObject, CKA_ID).value_or(""),
-                                                session.Attribute(hObject, CKA_LABEL).value_or(""),
-                                                std::move(certificate)});
+            if (!certificate) {
+                RequireMemory();
             }
+            content.certificates.push_back({session.Attribute(hObject, CKA_ID).value_or(""),
+                                            session.Attribute(hObject, CKA_LABEL).value_or(""),
+                                            std::move(certificate)});
         }
         nClass = CKO_PRIVATE_KEY;
         for (const CK_OBJECT_HANDLE hObject : session.Find({{CKA_CLASS, &nClass, sizeof nClass}})) {

@@ -105,6 +105,10 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
         if (!DescribesObject(uri, certificate, pKey != nullptr ? *pKey : pOther != nullptr ? *pOther : none)) {
             continue;
         }
+        if (certificate.certificate == nullptr) {
+            identities.push_back(std::make_shared<const Identity>());
+            continue;
+        }
         KeyPtr privateKey;
         Flaw flaw = pOther != nullptr ? Flaw::KeyCannotSign : Flaw::NoPrivateKey;
         if (pKey != nullptr) {

@@ -149,6 +149,9 @@ CK_RV GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK
         if (pAttributes[i].type == CKA_SIGN && pAttributes[i].pValue != nullptr && IsDecryptionKey(hSession, hObject)) {
             *static_cast<CK_BBOOL*>(pAttributes[i].pValue) = CK_FALSE;
         }
+        if (pAttributes[i].type == CKA_VALUE && pAttributes[i].pValue != nullptr && g_shim.fCertificatesDamaged) {
+            *static_cast<unsigned char*>(pAttributes[i].pValue) = 0;
+        }
     }
     return rv;
 }

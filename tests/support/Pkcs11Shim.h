@@ -24,6 +24,9 @@ struct Pkcs11Shim {
     // Signing fails in the middle of the operation.
     std::atomic<bool> fSigningFails{false};
 
+    // The certificates are no DER.
+    std::atomic<bool> fCertificatesDamaged{false};
+
     std::atomic<int> cLogins{0};         // calls of C_Login for the user
     std::atomic<int> cContextLogins{0};  // and for a single operation
     std::atomic<int> cInitialize{0};

@@ -209,6 +209,68 @@ INSTANTIATE_TEST_SUITE_P(
             [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get()); }}),
     RowName);
 
+// ---- Parameters that cannot be used, with the right PIN ----
+
+AlgorithmPtr WithGarbage() {
+    AlgorithmPtr algorithm = Pbes2(1);
+    ASN1_STRING_set(algorithm->parameter->value.sequence, "\x30\x01\x02", 3);
+    return algorithm;
+}
+
+using Pbe2Ptr = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
+using ScryptPtr = std::unique_ptr<SCRYPT_PARAMS, OpenSslDeleter<SCRYPT_PARAMS_free>>;
+
+Pbe2Ptr Unpacked(const X509_ALGOR* pAlgorithm) {
+    return Pbe2Ptr(
+        static_cast<PBE2PARAM*>(ASN1_TYPE_unpack_sequence(ASN1_ITEM_rptr(PBE2PARAM), pAlgorithm->parameter)));
+}
+
+AlgorithmPtr WithoutInitialVector() {
+    AlgorithmPtr algorithm = Pbes2(1);
+    const Pbe2Ptr both = Unpacked(algorithm.get());
+    ASN1_TYPE_set(both->encryption->parameter, V_ASN1_NULL, nullptr);
+    ASN1_TYPE_pack_sequence(ASN1_ITEM_rptr(PBE2PARAM), both.get(), &algorithm->parameter);
+    return algorithm;
+}
+
+AlgorithmPtr ScryptOfThree() {
+    AlgorithmPtr algorithm = Scrypt(kScryptN);
+    const Pbe2Ptr both = Unpacked(algorithm.get());
+    const ScryptPtr scrypt(static_cast<SCRYPT_PARAMS*>(
+        ASN1_TYPE_unpack_sequence(ASN1_ITEM_rptr(SCRYPT_PARAMS), both->keyfunc->parameter)));
+    ASN1_INTEGER_set(scrypt->costParameter, 3);  // no power of two
+    ASN1_TYPE_pack_sequence(ASN1_ITEM_rptr(SCRYPT_PARAMS), scrypt.get(), &both->keyfunc->parameter);
+    ASN1_TYPE_pack_sequence(ASN1_ITEM_rptr(PBE2PARAM), both.get(), &algorithm->parameter);
+    return algorithm;
+}
+
+struct Unusable : Row {
+    AlgorithmPtr (*pfnMake)();
+};
+
+class UnusableParameters : public testing::TestWithParam<Unusable> {};
+
+TEST_P(UnusableParameters, AreNoWrongPin) {
+    InitialiseOpenSsl();
+    const Parts parts;
+    const SecretText pin = Secret(kPin);
+    const AlgorithmPtr algorithm = GetParam().pfnMake();
+    for (const std::string& strFile : {Pem(parts, EncryptedKey(parts.key.get(), algorithm.get()).get()),
+                                       Pkcs12WithoutMac(parts, algorithm.get(), false)}) {
+        try {
+            ReadIdentities(strFile, &pin);
+            ADD_FAILURE() << "it was read";
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT) << failure.Detail();
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, UnusableParameters,
+                         testing::Values(Unusable{"Garbage", WithGarbage}, Unusable{"NoVector", WithoutInitialVector},
+                                         Unusable{"Scrypt", ScryptOfThree}),
+                         RowName);
+
 struct Macs : Row {
     const char* pszFilePin;
     const char* pszPin;  // null: none is given

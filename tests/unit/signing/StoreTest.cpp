@@ -179,7 +179,7 @@ TEST_P(StoreContentUnusable, IsToldByItsCause) {
     EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_STORE_FORMAT) + std::string(": ") + GetParam().pszDetail);
 }
 
-constexpr const char* kOldCipher = "it is encrypted with a cipher that OpenSSL no longer offers";
+constexpr const char* kOldCipher = "it is encrypted in a way that OpenSSL does not offer";
 
 INSTANTIATE_TEST_SUITE_P(All, StoreContentUnusable,
                          testing::Values(Fault{"file:@/legacy.p12?pin-value=1234", kOldCipher},

@@ -61,6 +61,7 @@ protected:
         Shim().fPinPad = false;
         Shim().fCannotLock = false;
         Shim().fSigningFails = false;
+        Shim().fCertificatesDamaged = false;
     }
 
     // Given the text between "pkcs11:" and the module.
@@ -216,6 +217,13 @@ TEST_F(TokenTest, AKeyThatMayNotSignIsNoCandidate) {
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NO_PRIVATE_KEY);
     EXPECT_NE(ErrorMessage(nullptr).find("1 passed over: 1 with a key that may not sign"), std::string::npos)
         << ErrorMessage(nullptr);
+}
+
+TEST_F(TokenTest, ADamagedCertificateIsCounted) {
+    Shim().fCertificatesDamaged = true;
+    EXPECT_FALSE(ToolkitClient(Uri("token=Ordinary?pin-value=4711")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NO_PRIVATE_KEY);
+    EXPECT_NE(ErrorMessage(nullptr).find("2 passed over: 2 damaged"), std::string::npos) << ErrorMessage(nullptr);
 }
 
 // A module is code: it is not even loaded, since loading runs some of it.
