@@ -49,8 +49,8 @@ public:
         m_called.notify_all();
     }
 
-    // The end of the CPipeIPC. Waits until the calls have returned, or a second after the last of them was let through:
-    // nobody sees when a callback begins, but by then it has.
+    // The end of the CPipeIPC. Waits until the calls have returned, or a second after the last of them was let through.
+    // Nobody sees when a callback begins; a second is enough unless its thread does not run at all in that time.
     void Cut() {
         std::unique_lock<std::mutex> lock(m_lock);
         m_pOwner = nullptr;

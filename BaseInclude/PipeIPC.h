@@ -82,9 +82,10 @@ inline constexpr long PIPE_ERROR_RECEIVE = 0xE0010005;  // there was no reply in
 // that arrives meanwhile is handled on a thread of its own. Without a handler there is no receive thread.
 //
 // Nobody waits for those threads, but the destructor waits for callbacks, up to a second from the beginning of the last
-// one. After it has returned no callback begins; one that takes longer may still run, and so may, for a moment, the
-// receive thread. Whatever a callback uses has to outlive that. The reply of a handler that is late is dropped. A
-// callback may use the context and its arguments, and any CPipeIPC but the one that it serves.
+// one. After it has returned no callback begins, unless the callback's thread did not run at all for that second. One
+// that takes longer may still run, and so may, for a moment, the receive thread. Whatever a callback uses has to
+// outlive that. The reply of a handler that is late is dropped. A callback may use the context and its arguments, and
+// any CPipeIPC but the one that it serves.
 //
 // Memory: running out of it is a failed exchange, or std::bad_alloc where a receive thread is to be started.
 class CPipeIPC {

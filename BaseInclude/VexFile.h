@@ -6,10 +6,10 @@
 // Local: operations without a file fail as the toolkit's functions do on a handle that is not open; after any failure
 // GetLastError has the reason.
 //
-// Server: each operation is one exchange with the server (docs/wire-protocol.md), with a time-out of ten seconds,
-// OpenFile twenty. An operation fails when the server says so, for instance because it was restarted and does
-// not know the ID any more, or when there was no exchange at all: IsServerLost tells which. Nothing is repeated. To
-// append when another server may be there than the one that opened the file:
+// Server: each operation is one exchange with the server (docs/wire-protocol.md), with a time-out of ten seconds for
+// each receive, OpenFile twenty. An operation fails when the server says so, for instance because it was restarted and
+// does not know the ID any more, or when there was no exchange at all: IsServerLost tells which. Nothing is repeated.
+// To append when another server may be there than the one that opened the file:
 //
 //     if (!file.SeekToEnd() && !file.IsServerLost()) {
 //         file.ForgetServerFile();  // closing an ID that is not known would be of no use
