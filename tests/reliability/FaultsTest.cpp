@@ -218,18 +218,23 @@ void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce
 // counted, and told apart from others by this exit status.
 constexpr int kOpenSslCrash = 99;
 
+// Whether an instruction's address, as the kernel gives it, is in libcrypto.
+[[maybe_unused]] bool IsInOpenSsl(greg_t nAddress) {
+    Dl_info info{};
+    const void* const pInstruction = reinterpret_cast<const void*>(nAddress);  // NOLINT(performance-no-int-to-ptr)
+    return dladdr(pInstruction, &info) != 0 && info.dli_fname != nullptr &&
+           std::string_view(info.dli_fname).find("libcrypto") != std::string_view::npos;
+}
+
 void CatchOpenSslCrashes() {
 #if !defined(__SANITIZE_ADDRESS__)
     struct sigaction action {};
     action.sa_flags = SA_SIGINFO | SA_RESETHAND;
     action.sa_sigaction = [](int, siginfo_t*, void* pContext) {
         const auto* const pMachine = &static_cast<const ucontext_t*>(pContext)->uc_mcontext;
-        const auto nAddress = static_cast<std::uintptr_t>(pMachine->gregs[REG_RIP]);
-        Dl_info info{};
-        // The address of an instruction, as the kernel gives it.
-        const void* const pInstruction = reinterpret_cast<const void*>(nAddress);  // NOLINT(performance-no-int-to-ptr)
-        if (dladdr(pInstruction, &info) != 0 && info.dli_fname != nullptr &&
-            std::string_view(info.dli_fname).find("libcrypto") != std::string_view::npos) {
+        // Or where libc was called with what OpenSSL has not: a lock that is null.
+        const auto* const pStack = reinterpret_cast<const greg_t*>(pMachine->gregs[REG_RSP]);  // NOLINT
+        if (IsInOpenSsl(pMachine->gregs[REG_RIP]) || IsInOpenSsl(*pStack)) {
             fault_points::Disarm();
             NoteCoverage();
             _exit(kOpenSslCrash);
