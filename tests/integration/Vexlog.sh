@@ -101,6 +101,7 @@ records=$(grep -ac '^\[INFO\] \[P' $log)
 expect 0 "$vexlog" $log
 [ "$(grep -c ' INFO P' out)" -eq "$records" ] || fail "$(grep -c ' INFO P' out) records instead of $records"
 cp out whole
+timed=$(grep -c '^[0-9-]* [0-9:.]* ' whole) # a cut may leave the oldest record its time and not its type
 "$vexlog" - <$log | cmp - whole
 "$vexlog" <(cat $log) | cmp - whole
 { head -c 1000 $log; sleep 0.1; tail -c +1001 $log; } | "$vexlog" - | cmp - whole
@@ -119,7 +120,7 @@ pid=$(sed -n 's/.* P\([0-9]*\) .*/\1/p' whole | head -n 1)
 expect 0 "$vexlog" --pid "$pid" --grep Leave. $log
 [ "$(wc -l <out)" -eq "$(grep " P$pid " whole | grep -c 'Leave\.')" ] || fail "--pid and --grep"
 expect 0 "$vexlog" --since 1h --until 2099-01-01 $log
-[ "$(wc -l <out)" -eq "$records" ] || fail "--since of all"
+[ "$(wc -l <out)" -eq "$timed" ] || fail "--since of all"
 expect 0 "$vexlog" --until 1h $log
 [ ! -s out ] || fail "--until of nothing"
 
@@ -160,7 +161,7 @@ for line in open(sys.argv[1], encoding="utf-8", errors="strict", newline="\n"):
 print(*(f"{kind}={n}" for kind, n in sorted(kinds.items())))
 PYTHON
 expect 0 "$vexlog" --json $log
-python3 check.py out | grep >/dev/null "record=$records" || fail "JSON of $log: $(python3 check.py out)"
+python3 check.py out | grep >/dev/null "record=$timed" || fail "JSON of $log: $(python3 check.py out)"
 expect 0 "$vexlog" --json $hostile
 python3 check.py out | grep >/dev/null 'minimal=1 record=1' || fail "JSON of hostile bytes: $(python3 check.py out)"
 for file in $log $hostile; do
