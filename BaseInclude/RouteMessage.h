@@ -131,12 +131,13 @@ public:
     // Whether a message that arrives where requests do as well is the reply to the request, right or wrong. A reply
     // goes to the request's source, which no other message names: its session is the descriptor, not the registered
     // one. What comes from the object asked, is no request and is not for the client to handle can only be the reply,
-    // too. A message that is not usable is no request, whatever its flags say.
+    // too. What carries the flag of a request and goes to that source is a reply only if it is not usable as a request.
     static BOOL IsReply(const RouteMessageHeader& message, const RouteMessageHeader& request) {
-        if ((message.Paramter & MSG_ISREQUESTPACK) != 0 && IsUsable(message)) {
-            return checkPipeRspHeader(message, request);
+        const BOOL bToSource = IsSame(message.Destination, request.Source);
+        if ((message.Paramter & MSG_ISREQUESTPACK) != 0) {
+            return checkPipeRspHeader(message, request) || (bToSource && !IsUsable(message));
         }
-        return IsSame(message.Destination, request.Source) || checkPipeRspHeader(message, request) ||
+        return bToSource || checkPipeRspHeader(message, request) ||
                (IsSame(message.Source, request.Destination) && !checkPipeRequestHeader(message));
     }
 
