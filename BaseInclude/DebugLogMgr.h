@@ -22,6 +22,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <clocale>
 #include <csignal>
 #include <cstdarg>

@@ -15,7 +15,8 @@ std::wstring WideFromUtf8(const std::string& text);
 std::string Utf8FromWide(const std::wstring& text);
 
 // As texts are compared without regard to case: the Latin, Greek, Cyrillic and Armenian letters of today's
-// European languages as small ones, letter by letter, whatever the process locale. The Turkish dotted capital I has no small form of one letter and stays.
+// European languages as small ones, letter by letter, whatever the process locale. The Turkish dotted capital I has no
+// small form of one letter and stays.
 std::wstring FoldCase(std::wstring text);
 
 // Unicode's white space.
