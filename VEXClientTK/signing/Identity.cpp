@@ -203,6 +203,9 @@ std::string Identity::CertificateBase64() const {
 }
 
 IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey) {
+    if (certificate == nullptr) {
+        return std::make_shared<const Identity>();
+    }
     try {
         return std::make_shared<const Identity>(std::move(certificate), std::move(key), flawWithoutKey);
     } catch (const Failure&) {

@@ -72,7 +72,7 @@ private:
 using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
 
-// The identity of a certificate, a damaged one when parts of it cannot be read.
+// The identity of a certificate, a damaged one when it is null or parts of it cannot be read.
 IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::NoPrivateKey);
 
 // Whether this toolkit signs with keys of this kind.

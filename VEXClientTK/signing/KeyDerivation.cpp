@@ -79,6 +79,12 @@ void DerivationWork::Add(const X509_ALGOR* pAlgorithm) {
     AddIterations(Iterations(pAlgorithm));
 }
 
+void DerivationWork::Add(const X509_SIG* pEncryptedKey) {
+    const X509_ALGOR* pAlgorithm = nullptr;
+    X509_SIG_get0(pEncryptedKey, &pAlgorithm, nullptr);
+    Add(pAlgorithm);
+}
+
 void DerivationWork::AddMac(const PKCS12* pFile) {
     const OpenSslErrorMark mark;
     const ASN1_INTEGER* pIterations = nullptr;

@@ -21,6 +21,7 @@ public:
     // Each counts what is about to be computed. Throws VCTK_E_STORE_UNREADABLE when it is too much. What cannot be read
     // counts nothing: OpenSSL refuses it as well.
     void Add(const X509_ALGOR* pAlgorithm);
+    void Add(const X509_SIG* pEncryptedKey);
     void AddMac(const PKCS12* pFile);
 
 private:

@@ -8,7 +8,6 @@
 namespace vextk {
 namespace {
 
-using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>>;
 using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
 
 // One block: its label, its header lines and its bytes, which may be a key's.
@@ -105,9 +104,7 @@ KeyInfoPtr Decrypted(const X509_SIG* pEncrypted, const SecretText* pPin, Derivat
     if (pPin == nullptr) {
         throw Failure(VCTK_E_PIN_REQUIRED);
     }
-    const X509_ALGOR* pAlgorithm = nullptr;
-    X509_SIG_get0(pEncrypted, &pAlgorithm, nullptr);
-    work.Add(pAlgorithm);
+    work.Add(pEncrypted);
     const std::string_view pin = pPin->View();
     KeyInfoPtr key(PKCS8_decrypt(pEncrypted, pin.empty() ? "" : pin.data(), static_cast<int>(pin.size())));
     if (!key) {

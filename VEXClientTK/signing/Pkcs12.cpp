@@ -19,7 +19,6 @@ void FreeBags(STACK_OF(PKCS12_SAFEBAG) * pBags) {
 using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 using SafesPtr = std::unique_ptr<STACK_OF(PKCS7), OpenSslDeleter<FreeSafes>>;
 using BagsPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), OpenSslDeleter<FreeBags>>;
-using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>>;
 
 // A PIN as OpenSSL's PKCS #12 functions take it. None and the empty one are different to them.
 struct PinText {
@@ -84,7 +83,7 @@ private:
                 m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag));
                 break;
             case NID_pkcs8ShroudedKeyBag: {
-                CountDecryption(pBag);
+                m_content.work.Add(PKCS12_SAFEBAG_get0_pkcs8(pBag));
                 const KeyInfoPtr key(PKCS12_decrypt_skey(pBag, m_pin.pchText, m_pin.cchText));
                 if (!key) {
                     ThrowDecryptionFailure(m_known);
@@ -109,12 +108,6 @@ private:
         if (pSafe->d.encrypted != nullptr && pSafe->d.encrypted->enc_data != nullptr) {
             m_content.work.Add(pSafe->d.encrypted->enc_data->algorithm);
         }
-    }
-
-    void CountDecryption(const PKCS12_SAFEBAG* pBag) {
-        const X509_ALGOR* pAlgorithm = nullptr;
-        X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(pBag), &pAlgorithm, nullptr);
-        m_content.work.Add(pAlgorithm);
     }
 
     PinText m_pin;

@@ -94,7 +94,7 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
         identities.push_back(MakeIdentity(std::move(content.certificates[i]), KeyPtr(keys[i])));
     }
     for (size_t i = 0; i < content.cDamagedCertificates; ++i) {
-        identities.push_back(std::make_shared<const Identity>());
+        identities.push_back(MakeIdentity(nullptr, nullptr));
     }
     return WithoutCopies(std::move(identities));
 }

@@ -105,13 +105,9 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
         if (!DescribesObject(uri, certificate, pKey != nullptr ? *pKey : pOther != nullptr ? *pOther : none)) {
             continue;
         }
-        if (certificate.certificate == nullptr) {
-            identities.push_back(std::make_shared<const Identity>());
-            continue;
-        }
         KeyPtr privateKey;
         Flaw flaw = pOther != nullptr ? Flaw::KeyCannotSign : Flaw::NoPrivateKey;
-        if (pKey != nullptr) {
+        if (pKey != nullptr && certificate.certificate != nullptr) {
             try {
                 privateKey = MakeTokenPrivateKey(token, *pKey, certificate.certificate.get());
             } catch (const Failure&) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Row.h"
+#include "SelfSigned.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
 
@@ -97,18 +98,6 @@ TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {
 
 // ---- Files ----
 
-struct Parts {
-    KeyPtr key{EVP_EC_gen("P-256")};
-    X509Ptr certificate{X509_new()};
-
-    Parts() {
-        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 1000);
-        X509_set_pubkey(certificate.get(), key.get());
-        X509_sign(certificate.get(), key.get(), EVP_sha256());
-    }
-};
-
 // An encrypted key that says that it takes so many iterations; it took one.
 EncryptedPtr EncryptedKey(const EVP_PKEY* pKey, const X509_ALGOR* pSays) {
     const std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>> info(EVP_PKEY2PKCS8(pKey));
@@ -126,7 +115,7 @@ std::string Der(int (*encode)(BIO*, const T*), const T* pObject) {
     return MemoryBioText(bio.get());
 }
 
-std::string Pem(const Parts& parts, const X509_SIG* pKey) {
+std::string Pem(const SelfSigned& parts, const X509_SIG* pKey) {
     const BioPtr bio(BIO_new(BIO_s_mem()));
     PEM_write_bio_X509(bio.get(), parts.certificate.get());
     PEM_write_bio_PKCS8(bio.get(), pKey);
@@ -134,7 +123,7 @@ std::string Pem(const Parts& parts, const X509_SIG* pKey) {
 }
 
 // fEncryptedBag: the certificate says it, else the key does.
-std::string Pkcs12WithoutMac(const Parts& parts, const X509_ALGOR* pSays, bool fCertificate) {
+std::string Pkcs12WithoutMac(const SelfSigned& parts, const X509_ALGOR* pSays, bool fCertificate) {
     STACK_OF(PKCS12_SAFEBAG)* pBags = nullptr;
     PKCS12_add_cert(&pBags, parts.certificate.get());
     STACK_OF(PKCS7)* pSafes = nullptr;
@@ -155,7 +144,7 @@ std::string Pkcs12WithoutMac(const Parts& parts, const X509_ALGOR* pSays, bool f
 }
 
 // cMacIterations: 0 leaves it as it was made.
-std::string Pkcs12WithMac(const Parts& parts, const char* pszPin, int cMacIterations = 0) {
+std::string Pkcs12WithMac(const SelfSigned& parts, const char* pszPin, int cMacIterations = 0) {
     const Pkcs12Ptr file(
         PKCS12_create(pszPin, nullptr, parts.key.get(), parts.certificate.get(), nullptr, 0, 0, 1, 2, 0));
     if (cMacIterations != 0) {
@@ -175,14 +164,14 @@ SecretText Secret(std::string_view text) {
 }
 
 struct ExpensiveFile : Row {
-    std::string (*pfnMake)(const Parts& parts);
+    std::string (*pfnMake)(const SelfSigned& parts);
 };
 
 class Expensive : public testing::TestWithParam<ExpensiveFile> {};
 
 TEST_P(Expensive, IsRefusedAtOnce) {
     InitialiseOpenSsl();
-    const std::string strFile = GetParam().pfnMake(Parts());
+    const std::string strFile = GetParam().pfnMake(SelfSigned());
     ASSERT_FALSE(strFile.empty());
     g_cMacs = 0;
     const SecretText pin = Secret(kPin);
@@ -198,15 +187,16 @@ TEST_P(Expensive, IsRefusedAtOnce) {
 INSTANTIATE_TEST_SUITE_P(
     , Expensive,
     testing::Values(
-        ExpensiveFile{"Mac", [](const Parts& parts) { return Pkcs12WithMac(parts, kPin, kMost + 1); }},
-        ExpensiveFile{"Bag", [](const Parts& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), false); }},
-        ExpensiveFile{"Safe", [](const Parts& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), true); }},
-        ExpensiveFile{"OldBag", [](const Parts& p) { return Pkcs12WithoutMac(p, Pbes1(kMost + 1).get(), false); }},
-        ExpensiveFile{"Pem",
-                      [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Pbes2(kMost + 1).get()).get()); }},
+        ExpensiveFile{"Mac", [](const SelfSigned& parts) { return Pkcs12WithMac(parts, kPin, kMost + 1); }},
+        ExpensiveFile{"Bag", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), false); }},
+        ExpensiveFile{"Safe", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), true); }},
+        ExpensiveFile{"OldBag", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Pbes1(kMost + 1).get(), false); }},
         ExpensiveFile{
-            "PemScrypt",
-            [](const Parts& p) { return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get()); }}),
+            "Pem", [](const SelfSigned& p) { return Pem(p, EncryptedKey(p.key.get(), Pbes2(kMost + 1).get()).get()); }},
+        ExpensiveFile{"PemScrypt",
+                      [](const SelfSigned& p) {
+                          return Pem(p, EncryptedKey(p.key.get(), Scrypt(kMost + kScryptN).get()).get());
+                      }}),
     RowName);
 
 // ---- Parameters that cannot be used, with the right PIN ----
@@ -252,7 +242,7 @@ class UnusableParameters : public testing::TestWithParam<Unusable> {};
 
 TEST_P(UnusableParameters, AreNoWrongPin) {
     InitialiseOpenSsl();
-    const Parts parts;
+    const SelfSigned parts;
     const SecretText pin = Secret(kPin);
     const AlgorithmPtr algorithm = GetParam().pfnMake();
     for (const std::string& strFile : {Pem(parts, EncryptedKey(parts.key.get(), algorithm.get()).get()),
@@ -283,7 +273,7 @@ class MacsComputed : public testing::TestWithParam<Macs> {};
 TEST_P(MacsComputed, AreNoMoreThanThereArePinsToTry) {
     InitialiseOpenSsl();
     const Macs& macs = GetParam();
-    const std::string strFile = Pkcs12WithMac(Parts(), macs.pszFilePin);
+    const std::string strFile = Pkcs12WithMac(SelfSigned(), macs.pszFilePin);
     const SecretText pin = Secret(macs.pszPin != nullptr ? macs.pszPin : "");
     g_cMacs = 0;
     int nError = VCTK_OK;

@@ -8,23 +8,20 @@
 #include <string>
 
 #include "Row.h"
+#include "SelfSigned.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
+#include "signing/StoreContent.h"
 
 namespace vextk {
 namespace {
 
 // The bytes of a file with one key and its certificate.
 std::string MakePkcs12(const char* pszPin, int nEncryption) {
-    const KeyPtr key(EVP_EC_gen("P-256"));
-    const X509Ptr certificate(X509_new());
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 1000);
-    X509_set_pubkey(certificate.get(), key.get());
-    X509_sign(certificate.get(), key.get(), EVP_sha256());
+    const SelfSigned pair;
     using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
-    const Pkcs12Ptr file(
-        PKCS12_create(pszPin, nullptr, key.get(), certificate.get(), nullptr, nEncryption, nEncryption, 0, 0, 0));
+    const Pkcs12Ptr file(PKCS12_create(pszPin, nullptr, pair.key.get(), pair.certificate.get(), nullptr, nEncryption,
+                                       nEncryption, 0, 0, 0));
     const BioPtr bytes(BIO_new(BIO_s_mem()));
     i2d_PKCS12_bio(bytes.get(), file.get());
     return MemoryBioText(bytes.get());
@@ -34,14 +31,9 @@ std::string MakePkcs12(const char* pszPin, int nEncryption) {
 class Pkcs12File {
 public:
     Pkcs12File() {
-        const KeyPtr key(EVP_EC_gen("P-256"));
-        const X509Ptr certificate(X509_new());
-        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 1000);
-        X509_set_pubkey(certificate.get(), key.get());
-        X509_sign(certificate.get(), key.get(), EVP_sha256());
-        AddKey(KeyInfoPtr(EVP_PKEY2PKCS8(key.get())));
-        PKCS12_add_cert(&m_pBags, certificate.get());
+        const SelfSigned pair;
+        AddKey(KeyInfoPtr(EVP_PKEY2PKCS8(pair.key.get())));
+        PKCS12_add_cert(&m_pBags, pair.certificate.get());
     }
     ~Pkcs12File() { sk_PKCS12_SAFEBAG_pop_free(m_pBags, PKCS12_SAFEBAG_free); }
     Pkcs12File(const Pkcs12File&) = delete;
@@ -75,8 +67,6 @@ public:
     static constexpr const char* kPin = "1234";
 
 private:
-    using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>>;
-
     void AddKey(KeyInfoPtr info) { sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_SAFEBAG_create0_p8inf(info.release())); }
 
     STACK_OF(PKCS12_SAFEBAG) * m_pBags = sk_PKCS12_SAFEBAG_new_null();
