@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <system_error>
 
+#include "SignalsBlocked.h"
+
 namespace tools {
 namespace {
 
@@ -30,25 +32,6 @@ void RemoveAndEnd(int nSignal) {
     // The handler is gone by now, so that the default action ends the process as soon as this returns.
     static_cast<void>(raise(nSignal));
 }
-
-// Signals wait while the file and its entry in the table differ.
-class SignalsWait {
-public:
-    SignalsWait() {
-        sigset_t ends;
-        sigemptyset(&ends);
-        for (const int nSignal : kEnds) {
-            sigaddset(&ends, nSignal);
-        }
-        pthread_sigmask(SIG_BLOCK, &ends, &m_before);
-    }
-    ~SignalsWait() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    SignalsWait(const SignalsWait&) = delete;
-    SignalsWait& operator=(const SignalsWait&) = delete;
-
-private:
-    sigset_t m_before{};
-};
 
 void HandleSignals() {
     for (const int nSignal : kEnds) {
@@ -89,7 +72,8 @@ std::string RandomName() {
 
 TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode)
     : m_strName(strPath.substr(0, strPath.rfind('/') + 1) + RandomName()) {
-    const SignalsWait wait;
+    // While the file and its entry in the table differ.
+    const SignalsBlocked wait(kEnds);
     m_file = FileHandle(open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, nMode));
     if (!m_file.IsOpen()) {
         ThrowError(errno, "cannot make a new file beside " + strPath);
@@ -99,7 +83,7 @@ TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode)
 }
 
 TemporaryFile::~TemporaryFile() {
-    const SignalsWait wait;
+    const SignalsBlocked wait(kEnds);
     if (!m_bMoved) {
         unlink(m_strName.c_str());
     }
@@ -115,7 +99,7 @@ void TemporaryFile::MoveTo(const std::string& strPath) {
     if (close(m_file.Release()) != 0) {
         ThrowError(errno, strPath);
     }
-    const SignalsWait wait;
+    const SignalsBlocked wait(kEnds);
     if (rename(m_strName.c_str(), strPath.c_str()) != 0) {
         ThrowError(errno, strPath);
     }

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "common/SignalsBlocked.h"
+
 namespace vexsign {
 namespace {
 
@@ -47,12 +49,6 @@ private:
 class SignalsHeld {
 public:
     SignalsHeld() {
-        sigset_t held;
-        sigemptyset(&held);
-        for (const int nSignal : kEnds) {
-            sigaddset(&held, nSignal);
-        }
-        sigprocmask(SIG_BLOCK, &held, &m_maskBefore);
         struct sigaction action = {};
         action.sa_handler = OnSignal;
         for (std::size_t i = 0; i < kEnds.size(); ++i) {
@@ -63,7 +59,6 @@ public:
         for (std::size_t i = 0; i < kEnds.size(); ++i) {
             sigaction(kEnds[i], &m_before[i], nullptr);
         }
-        sigprocmask(SIG_SETMASK, &m_maskBefore, nullptr);
     }
     SignalsHeld(const SignalsHeld&) = delete;
     SignalsHeld& operator=(const SignalsHeld&) = delete;
@@ -72,7 +67,7 @@ public:
     bool Await(int nDescriptor) const {
         pollfd input = {nDescriptor, POLLIN, 0};
         while (g_nSignal == 0) {
-            if (ppoll(&input, 1, nullptr, &m_maskBefore) > 0) {
+            if (ppoll(&input, 1, nullptr, &m_blocked.Before()) > 0) {
                 return true;
             }
         }
@@ -80,8 +75,8 @@ public:
     }
 
 private:
+    const tools::SignalsBlocked m_blocked{kEnds};  // until the actions are back
     std::array<struct sigaction, kEnds.size()> m_before{};
-    sigset_t m_maskBefore{};
 };
 
 class EchoOff {
