@@ -416,11 +416,7 @@ TEST_P(TwoProcessesTest, DoNotTearEachOthersRecords) {
         }
         children.push_back(nChild);
     }
-    for (const pid_t nChild : children) {
-        int nStatus = -1;
-        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-        EXPECT_EQ(nStatus, 0);
-    }
+    ExpectSuccess(children);
     const LogFile file = ReadLogFile(Root() + "/there");
     EXPECT_EQ(file.strUnfinished, "");
     EXPECT_EQ(file.entries.size(), static_cast<std::size_t>(kProcesses * nRecords));
@@ -484,11 +480,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));  // a time without server, which loses some records
     StartServer();
 
-    for (const pid_t nChild : children) {
-        int nStatus = -1;
-        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-        EXPECT_EQ(nStatus, 0);
-    }
+    ExpectSuccess(children);
     const auto threads = NumbersIn(ReadWholeFile(ServedLog()));
     for (int nProcess = 0; nProcess < kProcesses; ++nProcess) {
         EXPECT_TRUE(threads.contains({nProcess, kThreads})) << "the last record of process " << nProcess;

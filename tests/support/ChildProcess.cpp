@@ -85,3 +85,11 @@ ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit) {
     }
     return end;
 }
+
+void ExpectSuccess(const std::vector<pid_t>& children) {
+    for (const pid_t nChild : children) {
+        int nStatus = -1;
+        EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    }
+}

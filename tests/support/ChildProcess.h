@@ -2,7 +2,10 @@
 // GoogleTest's macros in it count.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
+#include <vector>
 
 struct ChildEnd {
     int nStatus = -1;       // exit status; -1 when a signal ended it
@@ -19,6 +22,9 @@ enum class Exit {
 
 // To be called by a process with one thread. A child that hangs is ended by SIGALRM after two minutes.
 ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit = Exit::kAtOnce);
+
+// Waits for children that the test has forked; each has to end with status 0.
+void ExpectSuccess(const std::vector<pid_t>& children);
 
 // In a build that measures coverage, before a process ends at once: what it has executed counts.
 void NoteCoverage();

@@ -77,7 +77,7 @@ protected:
 };
 
 TEST_F(ReplyTime, EachReceiveHasTheTimeOut) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (const bool bService : {false, true}) {
         threads.emplace_back([bService] {
             const ExchangeResult result = Run(bService, kTimeout, 5, kLongestPause, [&](auto& reply) {
@@ -100,13 +100,10 @@ TEST_F(ReplyTime, EachReceiveHasTheTimeOut) {
             EXPECT_GE(result.dSeconds, 4.2);
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 TEST_F(ReplyTime, SilenceAfterTheHeaderFails) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (const bool bService : {false, true}) {
         threads.emplace_back([bService] {
             const ExchangeResult result =
@@ -117,14 +114,11 @@ TEST_F(ReplyTime, SilenceAfterTheHeaderFails) {
             EXPECT_LT(result.dSeconds, 1.5 + kSlack);
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 // Each byte comes well within the time-out; ten times the time-out is the end nevertheless.
 TEST_F(ReplyTime, DrippingFails) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (const bool bService : {false, true}) {
         for (const std::size_t cbAtOnce : {1U, 34U}) {
             threads.emplace_back([bService, cbAtOnce] {
@@ -140,9 +134,6 @@ TEST_F(ReplyTime, DrippingFails) {
                 EXPECT_LT(result.dSeconds, 6 + kSlack);
             });
         }
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
     }
 }
 

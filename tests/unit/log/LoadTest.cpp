@@ -50,11 +50,7 @@ protected:
             }
             children.push_back(nChild);
         }
-        for (const pid_t nChild : children) {
-            int nStatus = -1;
-            EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-            EXPECT_EQ(nStatus, 0);
-        }
+        ExpectSuccess(children);
         return children;
     }
 
