@@ -29,55 +29,55 @@ public:
     };
 
     // Concerns calls that arrive from now on.
-    void Enable(bool fEnable) {
+    void Enable(bool bEnable) {
         const std::lock_guard lock(m_mutex);
-        m_fEnabled = fEnable;
+        m_bEnabled = bEnable;
     }
 
     // In a process that was just forked, whose other threads, which may have had or awaited a turn, do not exist.
     void ForgetOtherThreads() {
-        m_fBusy = false;
+        m_bBusy = false;
         m_waiters.clear();
     }
 
 private:
     struct Waiter {
         std::condition_variable condition;
-        bool fTurn = false;
+        bool bTurn = false;
     };
 
     // False when the queue is off and nobody has to leave.
     bool Enter() {
         std::unique_lock lock(m_mutex);
-        if (!m_fEnabled) {
+        if (!m_bEnabled) {
             return false;
         }
-        if (m_fBusy) {
+        if (m_bBusy) {
             Waiter waiter;
             m_waiters.push_back(&waiter);
-            waiter.condition.wait(lock, [&waiter] { return waiter.fTurn; });
+            waiter.condition.wait(lock, [&waiter] { return waiter.bTurn; });
         }
-        m_fBusy = true;
+        m_bBusy = true;
         return true;
     }
 
     void Leave() {
         const std::lock_guard lock(m_mutex);
         if (m_waiters.empty()) {
-            m_fBusy = false;
+            m_bBusy = false;
             return;
         }
         // Still busy: the turn passes on directly, so that no newcomer gets in between. Notified under the lock,
         // because the waiter is gone as soon as it sees its turn.
         Waiter& next = *m_waiters.front();
         m_waiters.pop_front();
-        next.fTurn = true;
+        next.bTurn = true;
         next.condition.notify_one();
     }
 
     std::mutex& m_mutex = MutexPool::Next();
-    bool m_fEnabled = false;  // guarded by m_mutex, as all below
-    bool m_fBusy = false;
+    bool m_bEnabled = false;  // guarded by m_mutex, as all below
+    bool m_bBusy = false;
     std::deque<Waiter*> m_waiters;
 };
 

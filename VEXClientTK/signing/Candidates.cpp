@@ -69,9 +69,9 @@ Identities WithoutCopies(Identities identities) {
     std::unordered_map<std::string, size_t> places;
     Identities different;
     for (IdentityPtr& identity : identities) {
-        const bool fReadable = identity->Certificate() != nullptr;
-        const auto [place, fNew] = places.try_emplace(identity->FingerprintHex(), different.size());
-        if (fNew || !fReadable) {
+        const bool bReadable = identity->Certificate() != nullptr;
+        const auto [place, bNew] = places.try_emplace(identity->FingerprintHex(), different.size());
+        if (bNew || !bReadable) {
             different.push_back(std::move(identity));
         } else if (IdentityPtr& first = different[place->second]; first->Key() == nullptr) {
             first = std::move(identity);

@@ -104,11 +104,11 @@ public:
         try {
             Identities identities = ReadIdentities(ReadFileBytes(file.Get(), kLargestStore).View(), nullptr);
             const std::time_t now = std::time(nullptr);
-            const bool fUsable = identities.size() == 2 &&
+            const bool bUsable = identities.size() == 2 &&
                                  std::all_of(identities.begin(), identities.end(), [now](const IdentityPtr& identity) {
                                      return identity->FlawAt(now) == Flaw::None;
                                  });
-            return fUsable ? std::optional(std::move(identities)) : std::nullopt;
+            return bUsable ? std::optional(std::move(identities)) : std::nullopt;
         } catch (const Failure&) {
             return std::nullopt;
         } catch (const std::system_error& error) {

@@ -77,14 +77,14 @@ std::string HexDigits(std::string_view strValue) {
 // As the certificate list has it, which is as BN_bn2hex writes it: whole bytes, "0" for nothing, "-" before the digits
 // of a negative number, which RFC 5280 forbids and old certificates have.
 std::string SerialText(std::string_view strValue) {
-    const bool fNegative = strValue.size() > 1 && strValue.front() == '-';
-    std::string digits = HexDigits(strValue.substr(fNegative ? 1 : 0));
+    const bool bNegative = strValue.size() > 1 && strValue.front() == '-';
+    std::string digits = HexDigits(strValue.substr(bNegative ? 1 : 0));
     digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
     if (digits.empty()) {
         return "0";
     }
     digits.insert(0, digits.size() % 2, '0');
-    return fNegative ? "-" + digits : digits;
+    return bNegative ? "-" + digits : digits;
 }
 
 std::string FingerprintDigits(std::string_view strValue) {
@@ -138,8 +138,8 @@ std::uint32_t KeyUsageBits(std::string_view strValue) {
 }
 
 bool HasKeyUsages(const Identity& identity, std::uint32_t dwBits) {
-    const bool fRestricts = (X509_get_extension_flags(identity.Certificate()) & EXFLAG_KUSAGE) != 0;
-    return fRestricts && (X509_get_key_usage(identity.Certificate()) & dwBits) == dwBits;
+    const bool bRestricts = (X509_get_extension_flags(identity.Certificate()) & EXFLAG_KUSAGE) != 0;
+    return bRestricts && (X509_get_key_usage(identity.Certificate()) & dwBits) == dwBits;
 }
 
 using SharedObject = std::shared_ptr<const ASN1_OBJECT>;

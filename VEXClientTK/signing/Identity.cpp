@@ -133,8 +133,8 @@ bool CanReadKey(X509* pCertificate) {
 // make the certificate useless from then on. It is found out here, where it can be told.
 void RequireRead(X509* pCertificate) {
     const OpenSslErrorMark mark;
-    const bool fKeyLost = X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate);
-    if (fKeyLost || (X509_check_purpose(pCertificate, -1, 0) != 1 &&
+    const bool bKeyLost = X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate);
+    if (bKeyLost || (X509_check_purpose(pCertificate, -1, 0) != 1 &&
                      ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE)) {
         throw std::bad_alloc();
     }
@@ -154,8 +154,8 @@ Identity::Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey)
       m_strSubject(NameText(X509_get_subject_name(m_certificate.get()))),
       m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))) {
     RequireRead(m_certificate.get());
-    const bool fTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;
-    m_lastingFlaw = fTimesRead ? LastingFlaw(flawWithoutKey) : Flaw::Damaged;
+    const bool bTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;
+    m_lastingFlaw = bTimesRead ? LastingFlaw(flawWithoutKey) : Flaw::Damaged;
 }
 
 Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {

@@ -65,11 +65,11 @@ std::uint64_t Iterations(const X509_ALGOR* pAlgorithm) {
 }  // namespace
 
 void DerivationWork::AddIterations(std::uint64_t cIterations) {
-    const bool fTooMany = cIterations > kMost;
-    if (fTooMany || cIterations > kMostOfFile - m_cIterations) {
+    const bool bTooMany = cIterations > kMost;
+    if (bTooMany || cIterations > kMostOfFile - m_cIterations) {
         throw Failure(VCTK_E_STORE_UNREADABLE, "deriving keys from its PIN takes more than " +
-                                                   std::to_string(fTooMany ? kMost : kMostOfFile) + " iterations" +
-                                                   (fTooMany ? "" : " in all") + "; export it again with fewer");
+                                                   std::to_string(bTooMany ? kMost : kMostOfFile) + " iterations" +
+                                                   (bTooMany ? "" : " in all") + "; export it again with fewer");
     }
     m_cIterations += cIterations;
 }

@@ -36,13 +36,13 @@ std::string EncodedText(const EVP_PKEY* pKey) {
 // parameters may be written out.
 std::string PublicText(const EVP_PKEY* pKey) {
     const OpenSslErrorMark mark;
-    const bool fRsa = EVP_PKEY_is_a(pKey, "RSA") == 1;
-    std::string strText = fRsa ? "RSA " : "EC ";
-    const bool fNumbers =
-        fRsa ? AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_N, strText) && AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_E, strText)
+    const bool bRsa = EVP_PKEY_is_a(pKey, "RSA") == 1;
+    std::string strText = bRsa ? "RSA " : "EC ";
+    const bool bNumbers =
+        bRsa ? AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_N, strText) && AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_E, strText)
              : AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_X, strText) &&
                    AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_Y, strText);
-    return fNumbers ? strText : EncodedText(pKey);  // a point at infinity has no coordinates
+    return bNumbers ? strText : EncodedText(pKey);  // a point at infinity has no coordinates
 }
 
 }  // namespace

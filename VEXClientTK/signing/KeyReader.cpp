@@ -15,10 +15,10 @@ KeyPtr KeyReader::Read(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
         const int cbDer = m_decoder ? i2d_PKCS8_PRIV_KEY_INFO(pKeyInfo, &pbDer) : 0;
         const unsigned char* pbRead = pbDer;
         size_t cbRead = cbDer > 0 ? static_cast<size_t>(cbDer) : 0;
-        const bool fRead = cbDer > 0 && OSSL_DECODER_from_data(m_decoder.get(), &pbRead, &cbRead) == 1;
+        const bool bRead = cbDer > 0 && OSSL_DECODER_from_data(m_decoder.get(), &pbRead, &cbRead) == 1;
         OPENSSL_clear_free(pbDer, cbDer > 0 ? static_cast<size_t>(cbDer) : 0);
         KeyPtr key(std::exchange(m_pRead, nullptr));
-        if (fRead && key) {
+        if (bRead && key) {
             return key;
         }
     }

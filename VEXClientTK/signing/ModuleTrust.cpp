@@ -30,7 +30,7 @@ std::string OctalText(mode_t mode) {
     return text.data();
 }
 
-void RequireOwnOnly(const std::string& strPath, bool fMayBeSticky) {
+void RequireOwnOnly(const std::string& strPath, bool bMayBeSticky) {
     struct stat status {};
     if (lstat(strPath.c_str(), &status) != 0) {
         RefuseErrno(strPath, errno);
@@ -40,8 +40,8 @@ void RequireOwnOnly(const std::string& strPath, bool fMayBeSticky) {
                             "; a module and its directories have to belong to root or to user " +
                             std::to_string(geteuid()));
     }
-    const bool fSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !(fSticky && fMayBeSticky)) {
+    const bool bSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !(bSticky && bMayBeSticky)) {
         Refuse(strPath, "not loaded, because others may write to it (mode " + OctalText(status.st_mode) +
                             "); remove the right with: chmod go-w");
     }
@@ -62,12 +62,12 @@ std::string RequireTrustedModule(const std::string& strPath) {
     }
     const std::string strReal = real.get();
     RequireOwnOnly(strReal, false);
-    bool fMayBeSticky = false;  // the module's own directory: other files in it may be loaded as well
+    bool bMayBeSticky = false;  // the module's own directory: other files in it may be loaded as well
     for (size_t nSlash = strReal.rfind('/'); nSlash != 0; nSlash = strReal.rfind('/', nSlash - 1)) {
-        RequireOwnOnly(strReal.substr(0, nSlash), fMayBeSticky);
-        fMayBeSticky = true;
+        RequireOwnOnly(strReal.substr(0, nSlash), bMayBeSticky);
+        bMayBeSticky = true;
     }
-    RequireOwnOnly("/", fMayBeSticky);
+    RequireOwnOnly("/", bMayBeSticky);
     return strReal;
 }
 

@@ -39,8 +39,8 @@ std::string LastOpenSslReason() {
     return pszReason != nullptr ? pszReason : "";
 }
 
-void RequireOpenSsl(bool fSucceeded) {
-    if (!fSucceeded) {
+void RequireOpenSsl(bool bSucceeded) {
+    if (!bSucceeded) {
         throw Failure(VCTK_E_INTERNAL, LastOpenSslReason());
     }
 }

@@ -56,8 +56,8 @@ public:
 // The reason text of the newest entry of the thread's error queue; empty when there is none.
 std::string LastOpenSslReason();
 
-// Throws VCTK_E_INTERNAL with OpenSSL's reason unless fSucceeded.
-void RequireOpenSsl(bool fSucceeded);
+// Throws VCTK_E_INTERNAL with OpenSSL's reason unless bSucceeded.
+void RequireOpenSsl(bool bSucceeded);
 
 // Throws std::bad_alloc when OpenSSL's newest failure was that memory ran out: it then says nothing about the data.
 void RequireMemory();

@@ -52,10 +52,10 @@ public:
 
     // Of the form that OpenSSL calls traditional, decrypted if it is encrypted.
     KeyPtr TraditionalKey(int nType, const SecretText* pPin) {
-        const bool fEncrypted = Decrypt(pPin);
+        const bool bEncrypted = Decrypt(pPin);
         const unsigned char* pbData = m_pbData;
         KeyPtr key(d2i_PrivateKey(nType, nullptr, &pbData, m_cbData));
-        if (!key && fEncrypted) {
+        if (!key && bEncrypted) {
             // The wrong PIN now and then leaves what looks like the end of a text.
             ThrowDecryptionFailure(Pin::Given);
         }

@@ -76,12 +76,12 @@ std::vector<std::string> FileNames(const std::string& strPath, const std::string
     }
     if (!strPath.empty()) {
         struct stat status {};
-        const bool fDirectory = stat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-        if (fDirectory == strName.empty()) {
-            throw Failure(VCTK_E_TOKEN_MODULE, strPath + (fDirectory ? ": a directory needs module-name as well"
+        const bool bDirectory = stat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        if (bDirectory == strName.empty()) {
+            throw Failure(VCTK_E_TOKEN_MODULE, strPath + (bDirectory ? ": a directory needs module-name as well"
                                                                      : ": module-name goes with a directory"));
         }
-        return fDirectory ? InDirectory(strPath + "/", strName) : std::vector{strPath};
+        return bDirectory ? InDirectory(strPath + "/", strName) : std::vector{strPath};
     }
     std::vector<std::string> names;
     for (const char* pszDirectory : kModuleDirectories) {
@@ -160,7 +160,7 @@ struct Pkcs11Module::Process {
 
     // Held shared by each call of a module's function.
     std::shared_timed_mutex calls;
-    std::atomic<bool> fEnding{false};
+    std::atomic<bool> bEnding{false};
 
     static std::atomic<Process*>& Current() {
         static std::atomic<Process*> s_current{nullptr};
@@ -182,31 +182,31 @@ Pkcs11Module::Process& Pkcs11Module::CurrentProcess() {
 // so that it runs before the module's own, which take away what the module's functions need.
 void Pkcs11Module::CloseAtExit() {
     Process& process = CurrentProcess();
-    process.fEnding = true;
+    process.bEnding = true;
     // By the system's clock, because ThreadSanitizer does not see a lock that is waited for by the monotonic one.
     if (process.calls.try_lock_until(std::chrono::system_clock::now() + kLongestWaitAtExit)) {
         process.calls.unlock();
     }
 }
 
-Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool fAlone) {
+Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool bAlone) {
     if (module.m_process.nId != getpid()) {
         throw Failure(VCTK_E_TOKEN_FAILED, "the store was opened before this process was forked; open it again");
     }
     m_notEnding = std::shared_lock(module.m_process.calls, std::defer_lock);
-    if (!module.m_process.fEnding) {
+    if (!module.m_process.bEnding) {
         m_notEnding.lock();
     }
-    if (module.m_process.fEnding) {
+    if (module.m_process.bEnding) {
         throw Failure(VCTK_E_TOKEN_FAILED, "the process is ending");
     }
-    if (fAlone) {
+    if (bAlone) {
         m_alone = std::unique_lock(module.m_oneCall);
     }
 }
 
 bool Pkcs11Module::IsUsable() const {
-    return m_process.nId == getpid() && !m_process.fEnding;
+    return m_process.nId == getpid() && !m_process.bEnding;
 }
 
 Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)
@@ -215,7 +215,7 @@ Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)
     arguments.flags = CKF_OS_LOCKING_OK;
     CK_RV rv = m_pFunctions->C_Initialize(&arguments);
     if (rv == CKR_CANT_LOCK) {
-        m_fOneCallAtATime = true;
+        m_bOneCallAtATime = true;
         rv = m_pFunctions->C_Initialize(nullptr);
     }
     // Somebody else in the process may use the same module.

@@ -66,7 +66,7 @@ public:
     // The same for what takes long, side by side with any other call as far as the module allows it.
     template <typename Function>
     CK_RV CallParallel(Function function) const {
-        const CallPermit permit(*this, m_fOneCallAtATime);
+        const CallPermit permit(*this, m_bOneCallAtATime);
         return function(*m_pFunctions);
     }
 
@@ -81,7 +81,7 @@ private:
 
     class CallPermit {
     public:
-        CallPermit(const Pkcs11Module& module, bool fAlone);
+        CallPermit(const Pkcs11Module& module, bool bAlone);
 
     private:
         std::shared_lock<std::shared_timed_mutex> m_notEnding;
@@ -95,7 +95,7 @@ private:
 
     Process& m_process;
     CK_FUNCTION_LIST* m_pFunctions;
-    bool m_fOneCallAtATime = false;
+    bool m_bOneCallAtATime = false;
     mutable std::mutex m_oneCall;
 
     std::mutex m_mutex;

@@ -140,20 +140,20 @@ bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
 std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, DerivationWork& work) {
     constexpr PinText kEmpty{"", 0};
     constexpr PinText kNone{nullptr, 0};
-    const bool fHasMac = PKCS12_mac_present(pFile) == 1;
+    const bool bHasMac = PKCS12_mac_present(pFile) == 1;
     if (pPin != nullptr && !pPin->View().empty()) {
         const PinText pin{pPin->View().data(), static_cast<int>(pPin->View().size())};
-        if (fHasMac && !IsPin(pFile, pin, work)) {
+        if (bHasMac && !IsPin(pFile, pin, work)) {
             throw Failure(VCTK_E_PIN_WRONG);
         }
-        return {pin, fHasMac ? Pin::Right : Pin::Given};
+        return {pin, bHasMac ? Pin::Right : Pin::Given};
     }
     for (const PinText pin : {kEmpty, kNone}) {
-        if (fHasMac && IsPin(pFile, pin, work)) {
+        if (bHasMac && IsPin(pFile, pin, work)) {
             return {pin, Pin::Right};
         }
     }
-    if (fHasMac) {
+    if (bHasMac) {
         throw Failure(pPin == nullptr ? VCTK_E_PIN_REQUIRED : VCTK_E_PIN_WRONG);
     }
     return {kEmpty, pPin == nullptr ? Pin::None : Pin::Given};

@@ -9,8 +9,8 @@
 namespace vextk {
 namespace {
 
-void RequireSigned(bool fSucceeded) {
-    if (!fSucceeded) {
+void RequireSigned(bool bSucceeded) {
+    if (!bSucceeded) {
         ThrowTokenFailure();
         throw Failure(VCTK_E_SIGN_FAILED, LastOpenSslReason());
     }
@@ -29,14 +29,14 @@ std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes&
     return EncodeBase64(signature.data(), cbSignature);
 }
 
-std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool fDetached,
-                   bool fIncludeCertificate) {
+std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool bDetached,
+                   bool bIncludeCertificate) {
     if (data.size() > static_cast<size_t>(INT_MAX)) {
         throw Failure(VCTK_E_TOO_LARGE);
     }
     ForgetTokenFailure();
     const unsigned int dwFlags = CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP | CMS_CADES |
-                                 (fDetached ? CMS_DETACHED : 0U) | (fIncludeCertificate ? 0U : CMS_NOCERTS);
+                                 (bDetached ? CMS_DETACHED : 0U) | (bIncludeCertificate ? 0U : CMS_NOCERTS);
     const CmsPtr cms(RequireOpenSsl(CMS_sign(nullptr, nullptr, nullptr, nullptr, dwFlags)));
     RequireSigned(CMS_add1_signer(cms.get(), identity.Certificate(), identity.Key(), pDigest, dwFlags) != nullptr);
     const BioPtr content(RequireOpenSsl(BIO_new_mem_buf(data.data(), static_cast<int>(data.size()))));

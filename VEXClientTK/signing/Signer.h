@@ -17,7 +17,7 @@ std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes&
 // CMS SignedData (RFC 5652) in DER with the signed attributes content-type, message-digest, signing-time and
 // signing-certificate-v2 (RFC 5035). The content is signed byte for byte, without regard to line ends. Base64 in one
 // line. Throws as SignP1.
-std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool fDetached,
-                   bool fIncludeCertificate);
+std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool bDetached,
+                   bool bIncludeCertificate);
 
 }  // namespace vextk

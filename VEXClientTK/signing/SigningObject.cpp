@@ -41,11 +41,11 @@ Bytes DecodeInput(std::string_view text, int nInputForm) {
 std::string EscapeBlanks(const std::string& strName) {
     std::string escaped;
     for (size_t i = 0; i < strName.size(); ++i) {
-        const bool fEscape = strName[i] == '\\' && i + 1 < strName.size();
-        if (fEscape && strName[i + 1] != ' ') {
+        const bool bEscape = strName[i] == '\\' && i + 1 < strName.size();
+        if (bEscape && strName[i + 1] != ' ') {
             escaped.append(strName, i, 2);
             ++i;
-        } else if (fEscape) {
+        } else if (bEscape) {
             escaped += "\\20";
             ++i;
         } else if (strName[i] == ' ') {
@@ -107,9 +107,9 @@ std::uint64_t NextObjectNumber() {
 
 }  // namespace
 
-SigningObject::SigningObject(Identities identities, bool fListAll)
+SigningObject::SigningObject(Identities identities, bool bListAll)
     : m_identities(std::move(identities)),
-      m_fListAll(fListAll),
+      m_bListAll(bListAll),
       m_nObject(NextObjectNumber()),
       m_settings(std::make_shared<const Settings>(Settings{SharedDigest(kDefaultDigest), false, {}})) {}
 
@@ -187,8 +187,8 @@ void SigningObject::SetDigest(std::string_view strName) {
     ChangeSettings([digest = SharedDigest(strName)](Settings& settings) { settings.digest = digest; });
 }
 
-void SigningObject::SetChooseSingle(bool fChooseSingle) {
-    ChangeSettings([fChooseSingle](Settings& settings) { settings.fChooseSingle = fChooseSingle; });
+void SigningObject::SetChooseSingle(bool bChooseSingle) {
+    ChangeSettings([bChooseSingle](Settings& settings) { settings.bChooseSingle = bChooseSingle; });
 }
 
 void SigningObject::AddFilter(ULONG ulType, std::string_view strValue) {
@@ -254,7 +254,7 @@ IdentityPtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
     if (!choice->longest) {
         throw Failure(VCTK_E_NO_CERTIFICATE, choice->strPassedOver);
     }
-    if (settings->fChooseSingle && choice->candidates.size() > 1) {
+    if (settings->bChooseSingle && choice->candidates.size() > 1) {
         throw Failure(VCTK_E_SEVERAL_CERTIFICATES, std::to_string(choice->candidates.size()) + " certificates pass");
     }
     return choice->longest;
@@ -270,13 +270,13 @@ void SigningObject::SignP1(std::string_view text, int nInputForm) {
     mine->lastSigner = identity;
 }
 
-void SigningObject::SignP7(std::string_view text, int nInputForm, bool fDetached, bool fIncludeCertificate) {
+void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached, bool bIncludeCertificate) {
     const PerThreadPtr mine = Mine();
     mine->strP7.reset();
     const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
     const IdentityPtr identity = ChooseIdentity(settings);
-    mine->strP7 = vextk::SignP7(*identity, settings->digest.get(), data, fDetached, fIncludeCertificate);
+    mine->strP7 = vextk::SignP7(*identity, settings->digest.get(), data, bDetached, bIncludeCertificate);
     mine->lastSigner = identity;
 }
 
@@ -298,15 +298,15 @@ const std::string& SigningObject::P7Signature() const {
 
 std::string SigningObject::SignCertificate() const {
     const PerThreadPtr mine = MineIfAny();
-    const bool fHasSigned = mine && mine->lastSigner;
-    return (fHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings()))->CertificateBase64();
+    const bool bHasSigned = mine && mine->lastSigner;
+    return (bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings()))->CertificateBase64();
 }
 
 std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
     const SettingsPtr settings = CurrentSettings();
-    if (m_fListAll) {
+    if (m_bListAll) {
         const std::time_t now = std::time(nullptr);
         for (const IdentityPtr& identity : m_identities) {
             if (PassesFilters(*identity, settings->filters)) {

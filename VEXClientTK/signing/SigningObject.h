@@ -29,8 +29,8 @@ namespace vextk {
 // the calling thread's last error.
 class SigningObject {
 public:
-    explicit SigningObject(Identities identities, bool fListAll = false);
-    explicit SigningObject(OpenedStore store) : SigningObject(std::move(store.identities), store.fListAll) {}
+    explicit SigningObject(Identities identities, bool bListAll = false);
+    explicit SigningObject(OpenedStore store) : SigningObject(std::move(store.identities), store.bListAll) {}
 
     // Runs an operation in the object's call queue. The calling thread's last error is then that of the operation, or
     // VCTK_OK; returns its number.
@@ -69,13 +69,13 @@ public:
     // ---- Operations, for Call ----
 
     void SetDigest(std::string_view strName);
-    void SetChooseSingle(bool fChooseSingle);
+    void SetChooseSingle(bool bChooseSingle);
     void AddFilter(ULONG ulType, std::string_view strValue);
     void ClearFilters();
 
     // nInputForm: 1, the text is strict Base64 of the data; 0, its bytes are the data.
     void SignP1(std::string_view text, int nInputForm);
-    void SignP7(std::string_view text, int nInputForm, bool fDetached, bool fIncludeCertificate);
+    void SignP7(std::string_view text, int nInputForm, bool bDetached, bool bIncludeCertificate);
 
     // Made by the calling thread, and good until it signs again.
     const std::string& P1Signature() const;
@@ -92,7 +92,7 @@ public:
 private:
     struct Settings {
         std::shared_ptr<const EVP_MD> digest;
-        bool fChooseSingle = false;
+        bool bChooseSingle = false;
         std::vector<Filter> filters;
     };
     using SettingsPtr = std::shared_ptr<const Settings>;
@@ -141,7 +141,7 @@ private:
     PerThreadPtr MineIfAny() const noexcept;
 
     const Identities m_identities;
-    const bool m_fListAll;
+    const bool m_bListAll;
     const std::uint64_t m_nObject;  // never used again
     CallQueue m_queue;
 

@@ -17,14 +17,14 @@ constexpr std::uintptr_t kKeepFree = std::uintptr_t{192} * 1024;
 struct Stack {
     std::uintptr_t nLowest = 0;
     std::uintptr_t nEnd = 0;
-    bool fAsked = false;
+    bool bAsked = false;
 };
 
 // Asked once: for the first thread of a process it means reading a file.
 const Stack& StackOfThread() {
     static thread_local Stack t_stack;
-    if (!t_stack.fAsked) {
-        t_stack.fAsked = true;
+    if (!t_stack.bAsked) {
+        t_stack.bAsked = true;
         pthread_attr_t attributes;
         if (pthread_getattr_np(pthread_self(), &attributes) == 0) {
             void* pLowest = nullptr;
@@ -49,8 +49,8 @@ StackWiper::~StackWiper() {
     const auto nHere = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     const Stack& stack = StackOfThread();
     // A host may run on a stack of its own making, of which nothing is known.
-    const bool fOnIt = nHere > stack.nLowest && nHere < stack.nEnd;
-    if (fOnIt && nHere - stack.nLowest > kKeepFree) {
+    const bool bOnIt = nHere > stack.nLowest && nHere < stack.nEnd;
+    if (bOnIt && nHere - stack.nLowest > kKeepFree) {
         WipeBelow(std::min<std::uintptr_t>(m_cbDepth, nHere - stack.nLowest - kKeepFree));
     }
 }

@@ -60,8 +60,8 @@ Identities OpenFileStore(const StoreUri& uri) {
         return ReadIdentities(bytes.View(), uri.pin ? &*uri.pin : nullptr);
     } catch (const std::system_error& error) {
         const int nErrno = error.code().value();
-        const bool fMissing = nErrno == ENOENT || nErrno == ENOTDIR;
-        throw Failure(fMissing ? VCTK_E_STORE_NOT_FOUND : VCTK_E_STORE_UNREADABLE,
+        const bool bMissing = nErrno == ENOENT || nErrno == ENOTDIR;
+        throw Failure(bMissing ? VCTK_E_STORE_NOT_FOUND : VCTK_E_STORE_UNREADABLE,
                       uri.strPath + ": " + error.code().message());
     }
 }
@@ -104,10 +104,10 @@ OpenedStore OpenStore(std::string_view text) {
     if (uri.strPinSource) {
         uri.pin = ReadPin(*uri.strPinSource);
     }
-    OpenedStore store{Open(uri), uri.fListAll};
-    const bool fHasKey = std::any_of(store.identities.begin(), store.identities.end(),
+    OpenedStore store{Open(uri), uri.bListAll};
+    const bool bHasKey = std::any_of(store.identities.begin(), store.identities.end(),
                                      [](const IdentityPtr& identity) { return identity->Key() != nullptr; });
-    if (!fHasKey && !uri.fListAll) {
+    if (!bHasKey && !uri.bListAll) {
         throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(store.identities, 0, std::time(nullptr)));
     }
     return store;

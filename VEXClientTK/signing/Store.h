@@ -10,7 +10,7 @@ namespace vextk {
 
 struct OpenedStore {
     Identities identities;
-    bool fListAll = false;  // the certificate list is to show what cannot sign, too
+    bool bListAll = false;  // the certificate list is to show what cannot sign, too
 };
 
 // The certificates of the store that the initialisation text (StoreUri.h) names; unless all are to be listed, at least

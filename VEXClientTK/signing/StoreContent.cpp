@@ -56,15 +56,15 @@ void ThrowDecryptionFailure(Pin pin) {
         if (nReason == ERR_R_MALLOC_FAILURE) {
             throw std::bad_alloc();
         }
-        const bool fEvp = ERR_GET_LIB(ulError) == ERR_LIB_EVP;
-        if (fEvp && nReason == EVP_R_MEMORY_LIMIT_EXCEEDED) {
+        const bool bEvp = ERR_GET_LIB(ulError) == ERR_LIB_EVP;
+        if (bEvp && nReason == EVP_R_MEMORY_LIMIT_EXCEEDED) {
             throw Failure(VCTK_E_STORE_FORMAT, "its key derivation, scrypt, needs more memory than OpenSSL grants it");
         }
-        if (fEvp && (nReason == EVP_R_DECODE_ERROR || nReason == EVP_R_CIPHER_PARAMETER_ERROR ||
+        if (bEvp && (nReason == EVP_R_DECODE_ERROR || nReason == EVP_R_CIPHER_PARAMETER_ERROR ||
                      nReason == EVP_R_ILLEGAL_SCRYPT_PARAMETERS)) {
             throw Failure(VCTK_E_STORE_FORMAT, "the parameters of its encryption cannot be used");
         }
-        if ((fEvp && (nReason == ERR_R_UNSUPPORTED || nReason == EVP_R_UNKNOWN_PBE_ALGORITHM ||
+        if ((bEvp && (nReason == ERR_R_UNSUPPORTED || nReason == EVP_R_UNKNOWN_PBE_ALGORITHM ||
                       nReason == EVP_R_UNSUPPORTED_CIPHER || nReason == EVP_R_UNSUPPORTED_PRF ||
                       nReason == EVP_R_UNSUPPORTED_KEY_DERIVATION_FUNCTION)) ||
             (ERR_GET_LIB(ulError) == ERR_LIB_PEM && nReason == PEM_R_UNSUPPORTED_ENCRYPTION)) {

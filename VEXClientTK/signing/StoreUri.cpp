@@ -27,7 +27,7 @@ int HexDigit(char ch) {
     return ch >= 'A' && ch <= 'F' ? ch - 'A' + 10 : -1;
 }
 
-SecretText PercentDecode(std::string_view text, bool fBinary = false) {
+SecretText PercentDecode(std::string_view text, bool bBinary = false) {
     SecretText decoded(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         char ch = text[i];
@@ -40,7 +40,7 @@ SecretText PercentDecode(std::string_view text, bool fBinary = false) {
             ch = static_cast<char>(nHigh * 16 + nLow);
             i += 2;
         }
-        if (ch == '\0' && !fBinary) {
+        if (ch == '\0' && !bBinary) {
             Malformed("it holds a zero byte");
         }
         decoded.Append(ch);
@@ -77,13 +77,13 @@ std::string PinSourcePath(std::string_view value) {
     return FilePath(value);
 }
 
-void ParseModule(bool fPath, std::string_view value, TokenUri& token) {
-    std::string& strPart = fPath ? token.strModulePath : token.strModuleName;
+void ParseModule(bool bPath, std::string_view value, TokenUri& token) {
+    std::string& strPart = bPath ? token.strModulePath : token.strModuleName;
     if (!strPart.empty()) {
         Malformed("the module is given twice");
     }
     strPart = DecodePath(value);
-    if (strPart.empty() || (fPath && strPart.front() != '/')) {
+    if (strPart.empty() || (bPath && strPart.front() != '/')) {
         Malformed("module-path has to be absolute, and module-name not empty");
     }
 }
@@ -166,23 +166,23 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     }
     const std::string_view name = attribute.substr(0, nEquals);
     const std::string_view value = attribute.substr(nEquals + 1);
-    const bool fToken = uri.kind == StoreUri::Kind::Token;
-    if (fToken && (name == "module-path" || name == "module-name")) {
+    const bool bToken = uri.kind == StoreUri::Kind::Token;
+    if (bToken && (name == "module-path" || name == "module-name")) {
         ParseModule(name == "module-path", value, uri.token);
         return;
     }
     if (name == "list") {
-        if (value != "all" || uri.fListAll) {
+        if (value != "all" || uri.bListAll) {
             Malformed("list is all, and given once");
         }
-        uri.fListAll = true;
+        uri.bListAll = true;
         return;
     }
     if (uri.kind == StoreUri::Kind::Demo) {
         Malformed("nothing may follow \"demo:\" but \"?list=all\"");
     }
     if (name != "pin-value" && name != "pin-source") {
-        if (!fToken) {
+        if (!bToken) {
             Malformed("the attributes are pin-value, pin-source and list");
         }
         CheckVendorAttribute(name, value);

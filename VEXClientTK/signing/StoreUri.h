@@ -38,7 +38,7 @@ struct StoreUri {
     TokenUri token;                           // of Kind::Token
     std::optional<SecretText> pin;            // pin-value
     std::optional<std::string> strPinSource;  // path of the file that holds the PIN
-    bool fListAll = false;                    // list=all
+    bool bListAll = false;                    // list=all
 };
 
 // Throws VCTK_E_URI_MALFORMED or VCTK_E_URI_SCHEME. The failure's detail quotes nothing that could hold a PIN.

@@ -26,10 +26,10 @@ void End(void* pThread) {
 // has to be destroyed.
 class EndOfThreads {
 public:
-    EndOfThreads() noexcept : m_fMade(pthread_key_create(&m_key, End) == 0) {}
+    EndOfThreads() noexcept : m_bMade(pthread_key_create(&m_key, End) == 0) {}
     // The library is unloaded, or the process ends. What threads leave that end later stays.
     ~EndOfThreads() {
-        if (m_fMade) {
+        if (m_bMade) {
             pthread_key_delete(m_key);
         }
     }
@@ -40,14 +40,14 @@ public:
     void Watch(ThreadId nThread) const {
         // The number itself is the key's value.
         const void* const pThread = reinterpret_cast<const void*>(nThread);  // NOLINT(performance-no-int-to-ptr)
-        if (m_fMade && pthread_setspecific(m_key, pThread) == ENOMEM) {
+        if (m_bMade && pthread_setspecific(m_key, pThread) == ENOMEM) {
             throw std::bad_alloc();
         }
     }
 
 private:
     pthread_key_t m_key = 0;
-    const bool m_fMade;
+    const bool m_bMade;
 };
 
 const EndOfThreads s_endOfThreads;

@@ -130,7 +130,7 @@ public:
         for (const CK_SESSION_HANDLE hSession : m_idle) {
             CloseSession(hSession);
         }
-        if (m_fAnchor) {
+        if (m_bAnchor) {
             CloseSession(m_hAnchor);
         }
     }
@@ -153,7 +153,7 @@ public:
                 ++m_cTaken;
                 return hSession;
             }
-            if (!m_fFull) {
+            if (!m_bFull) {
                 ++m_cTaken;
                 lock.unlock();
                 CK_SESSION_HANDLE hSession = 0;
@@ -167,25 +167,25 @@ public:
                 if (rv != CKR_SESSION_COUNT) {
                     Require(rv, "C_OpenSession");
                 }
-                m_fFull = true;
+                m_bFull = true;
             } else if (m_cTaken > 0) {
                 m_returned.wait(lock, [this] { return !m_idle.empty() || m_cTaken == 0; });
-            } else if (m_fAnchor) {
+            } else if (m_bAnchor) {
                 // A token with a single session: it has to do for everything.
-                m_fAnchor = false;
+                m_bAnchor = false;
                 m_idle.push_back(m_hAnchor);
             } else {
-                m_fFull = false;  // those that there were have been closed
+                m_bFull = false;  // those that there were have been closed
             }
         }
     }
 
-    // fUsable: no operation is left unfinished in it.
-    void Return(CK_SESSION_HANDLE hSession, bool fUsable) {
+    // bUsable: no operation is left unfinished in it.
+    void Return(CK_SESSION_HANDLE hSession, bool bUsable) {
         {
             const std::lock_guard lock(m_mutex);
             --m_cTaken;
-            if (fUsable && m_idle.size() < kIdleSessions) {
+            if (bUsable && m_idle.size() < kIdleSessions) {
                 m_idle.push_back(hSession);
                 m_returned.notify_one();
                 return;
@@ -198,7 +198,7 @@ public:
     // A key's handle, and whether it wants the PIN for each signature.
     struct KeyObject {
         CK_OBJECT_HANDLE hKey;
-        bool fAlwaysAuthenticate;
+        bool bAlwaysAuthenticate;
     };
 
     // Looked up once.
@@ -245,8 +245,8 @@ private:
     std::condition_variable m_returned;
     std::vector<CK_SESSION_HANDLE> m_idle;  // guarded by m_mutex, as all below
     size_t m_cTaken = 0;
-    bool m_fFull = false;   // the token opens no more sessions
-    bool m_fAnchor = true;  // the anchor is not among the others
+    bool m_bFull = false;   // the token opens no more sessions
+    bool m_bAnchor = true;  // the anchor is not among the others
     std::map<TokenKey, KeyObject> m_keys;
 };
 
@@ -254,7 +254,7 @@ private:
 class Token::Session {
 public:
     explicit Session(Connection& connection) : m_connection(connection), m_hSession(connection.Take()) {}
-    ~Session() { m_connection.Return(m_hSession, m_fUsable); }
+    ~Session() { m_connection.Return(m_hSession, m_bUsable); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -271,7 +271,7 @@ public:
         return m_connection.Module().CallParallel([&](auto& functions) { return function(functions, m_hSession); });
     }
 
-    void NoteUsable() { m_fUsable = true; }
+    void NoteUsable() { m_bUsable = true; }
 
     std::vector<CK_OBJECT_HANDLE> Find(std::vector<CK_ATTRIBUTE> attributes) const {
         Require(Call([&](auto& functions, CK_SESSION_HANDLE h) {
@@ -305,7 +305,7 @@ public:
             });
         };
         std::string strBytes;
-        for (const bool fSized : {false, true}) {
+        for (const bool bSized : {false, true}) {
             const CK_RV rv = get();
             if (IsLost(rv)) {
                 throw Lost{rv};
@@ -314,7 +314,7 @@ public:
                 return std::nullopt;
             }
             strBytes.resize(attribute.ulValueLen);
-            if (!fSized) {
+            if (!bSized) {
                 attribute.pValue = strBytes.data();
             }
         }
@@ -338,7 +338,7 @@ public:
 private:
     Connection& m_connection;
     const CK_SESSION_HANDLE m_hSession;
-    bool m_fUsable = false;
+    bool m_bUsable = false;
 };
 
 Token::Token(Pkcs11Module& module, TokenName name) : m_module(module), m_name(std::move(name)) {}
@@ -430,7 +430,7 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
     }
 }
 
-void Token::LogIn(const SecretText* pPin, bool fOthersUseIt) {
+void Token::LogIn(const SecretText* pPin, bool bOthersUseIt) {
     m_module.CallParallel([](auto&) { return CK_RV{CKR_OK}; });
     std::optional<SecretText> pin;
     if (pPin != nullptr && !pPin->View().empty()) {
@@ -438,20 +438,20 @@ void Token::LogIn(const SecretText* pPin, bool fOthersUseIt) {
     }
     ConnectionPtr dropped;
     const std::lock_guard lock(m_mutex);
-    const bool fSamePin = pin.has_value() == m_pin.has_value() && (!pin || EqualPins(*pin, *m_pin));
-    if (m_connection && fSamePin) {
+    const bool bSamePin = pin.has_value() == m_pin.has_value() && (!pin || EqualPins(*pin, *m_pin));
+    if (m_connection && bSamePin) {
         return;
     }
     // After a change of the PIN outside, the old one has been refused; then a new one may come.
-    const bool fPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name), m_pin->View());
-    if (m_connection || (fOthersUseIt && fPinInUse && !fSamePin)) {
-        const bool fNeedsNone =
+    const bool bPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name), m_pin->View());
+    if (m_connection || (bOthersUseIt && bPinInUse && !bSamePin)) {
+        const bool bNeedsNone =
             m_connection && (m_connection->TokenFlags() & (CKF_LOGIN_REQUIRED | CKF_PROTECTED_AUTHENTICATION_PATH)) !=
                                 CKF_LOGIN_REQUIRED;
-        if (!pin && !fNeedsNone) {
+        if (!pin && !bNeedsNone) {
             throw Failure(VCTK_E_PIN_REQUIRED, m_name.strLabel);
         }
-        if (fOthersUseIt && !fNeedsNone) {
+        if (bOthersUseIt && !bNeedsNone) {
             throw Failure(VCTK_E_PIN_WRONG, "the token is in use with another PIN");
         }
         // Its last session ends the login.
@@ -512,15 +512,15 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
             if (signing == found.end()) {
                 throw Failure(VCTK_E_TOKEN_FAILED, "the key is no longer on the token");
             }
-            const auto fAlways = session.Number<CK_BBOOL>(*signing, CKA_ALWAYS_AUTHENTICATE);
-            return Connection::KeyObject{*signing, fAlways.value_or(CK_FALSE) == CK_TRUE};
+            const auto bAlways = session.Number<CK_BBOOL>(*signing, CKA_ALWAYS_AUTHENTICATE);
+            return Connection::KeyObject{*signing, bAlways.value_or(CK_FALSE) == CK_TRUE};
         });
         CK_MECHANISM mechanism{nMechanism, nullptr, 0};
         Require(session.Call([&](auto& functions, CK_SESSION_HANDLE h) {
             return functions.C_SignInit(h, &mechanism, object.hKey);
         }),
                 "C_SignInit");
-        if (object.fAlwaysAuthenticate) {
+        if (object.bAlwaysAuthenticate) {
             std::optional<SecretText> pin;
             {
                 const std::lock_guard lock(m_mutex);

@@ -54,8 +54,8 @@ public:
     const TokenName& Name() const { return m_name; }
 
     // Logs in, unless that has been done. A PIN that the token has refused is not shown to it again by this process.
-    // fOthersUseIt: a PIN other than the one in use is wrong, too.
-    void LogIn(const SecretText* pPin, bool fOthersUseIt);
+    // bOthersUseIt: a PIN other than the one in use is wrong, too.
+    void LogIn(const SecretText* pPin, bool bOthersUseIt);
 
     TokenContent Read();
 

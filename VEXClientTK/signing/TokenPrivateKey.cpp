@@ -22,11 +22,11 @@ using EcSignaturePtr = std::unique_ptr<ECDSA_SIG, OpenSslDeleter<ECDSA_SIG_free>
 // Looked at only when there is one: libc ends the process when it has no memory to note that something of a thread's
 // has to be destroyed, and most threads never use a token.
 thread_local std::exception_ptr t_failure;
-thread_local bool t_fFailed = false;
+thread_local bool t_bFailed = false;
 
 void KeepFailure() {
     t_failure = std::current_exception();
-    t_fFailed = true;
+    t_bFailed = true;
 }
 
 // What an OpenSSL key has of its token; owned by the OpenSSL key.
@@ -191,23 +191,23 @@ KeyPtr MakeEc(std::unique_ptr<Binding> binding) {
 
 KeyPtr MakeTokenPrivateKey(std::shared_ptr<Token> token, TokenKey key, const X509* pCertificate) {
     EVP_PKEY* const pPublic = X509_get0_pubkey(pCertificate);
-    const bool fRsa = key.type == CKK_RSA;
-    if (pPublic == nullptr || EVP_PKEY_is_a(pPublic, fRsa ? "RSA" : "EC") != 1) {
+    const bool bRsa = key.type == CKK_RSA;
+    if (pPublic == nullptr || EVP_PKEY_is_a(pPublic, bRsa ? "RSA" : "EC") != 1) {
         return nullptr;
     }
     EVP_PKEY_up_ref(pPublic);
     auto binding = std::make_unique<Binding>(Binding{std::move(token), std::move(key), KeyPtr(pPublic)});
-    return fRsa ? MakeRsa(std::move(binding)) : MakeEc(std::move(binding));
+    return bRsa ? MakeRsa(std::move(binding)) : MakeEc(std::move(binding));
 }
 
 void ThrowTokenFailure() {
-    if (std::exchange(t_fFailed, false)) {
+    if (std::exchange(t_bFailed, false)) {
         std::rethrow_exception(std::exchange(t_failure, nullptr));
     }
 }
 
 void ForgetTokenFailure() {
-    if (std::exchange(t_fFailed, false)) {
+    if (std::exchange(t_bFailed, false)) {
         t_failure = nullptr;
     }
 }

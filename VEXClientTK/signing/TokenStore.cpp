@@ -61,10 +61,10 @@ TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
 // object is the label of the certificate or of the key, whichever type asks for.
 bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, const TokenKey& key) {
     const auto type = uri.attributes.find("type");
-    const bool fCertificate = type == uri.attributes.end() || type->second == "cert";
-    const bool fKey = type == uri.attributes.end() || type->second == "private";
-    return Matches(uri, "id", key.strId) && ((fCertificate && Matches(uri, "object", certificate.strLabel)) ||
-                                             (fKey && Matches(uri, "object", key.strLabel)));
+    const bool bCertificate = type == uri.attributes.end() || type->second == "cert";
+    const bool bKey = type == uri.attributes.end() || type->second == "private";
+    return Matches(uri, "id", key.strId) && ((bCertificate && Matches(uri, "object", certificate.strLabel)) ||
+                                             (bKey && Matches(uri, "object", key.strLabel)));
 }
 
 using KeysById = std::unordered_map<std::string_view, const TokenKey*>;
@@ -91,8 +91,8 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     Pkcs11Module& module = Pkcs11Module::Open(uri.strModulePath, uri.strModuleName);
     const std::shared_ptr<Token> token = module.FindToken(FindToken(uri, module));
     // The module's own, and this one.
-    const bool fOthersUseIt = token.use_count() > 2;
-    token->LogIn(pPin, fOthersUseIt);
+    const bool bOthersUseIt = token.use_count() > 2;
+    token->LogIn(pPin, bOthersUseIt);
 
     TokenContent content = token->Read();
     const KeysById keys = ById(content.keys);

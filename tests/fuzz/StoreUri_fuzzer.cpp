@@ -11,16 +11,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
     try {
         const vextk::StoreUri uri =
             vextk::ParseStoreUri(std::string_view(reinterpret_cast<const char*>(pbData), cbData));
-        const auto fUsable = [](const std::string& strPath) {
+        const auto bUsable = [](const std::string& strPath) {
             return strPath.size() > 1 && strPath.front() == '/' && strPath.find('\0') == std::string::npos;
         };
         const bool fFile = uri.kind == vextk::StoreUri::Kind::File;
-        if (fFile != fUsable(uri.strPath) || (uri.pin && uri.strPinSource) ||
-            (uri.strPinSource && !fUsable(*uri.strPinSource))) {
+        if (fFile != bUsable(uri.strPath) || (uri.pin && uri.strPinSource) ||
+            (uri.strPinSource && !bUsable(*uri.strPinSource))) {
             std::abort();
         }
-        const bool fToken = uri.kind == vextk::StoreUri::Kind::Token;
-        if (!fToken && !(uri.token.attributes.empty() && uri.token.strModulePath.empty())) {
+        const bool bToken = uri.kind == vextk::StoreUri::Kind::Token;
+        if (!bToken && !(uri.token.attributes.empty() && uri.token.strModulePath.empty())) {
             std::abort();
         }
         if (!uri.token.strModulePath.empty() && uri.token.strModulePath.front() != '/') {

@@ -59,11 +59,11 @@ TEST(StoreUri, ListAll) {
     for (const char* pszText :
          {"demo:?list=all", "file:/k?list=all", "file:/k?pin-value=1&list=all", "file:/k?list=all&pin-source=/p",
           "pkcs11:?list=all", "pkcs11:token=a?x-acme=1&list=all&module-path=/m"}) {
-        EXPECT_TRUE(ParseStoreUri(pszText).fListAll) << pszText;
+        EXPECT_TRUE(ParseStoreUri(pszText).bListAll) << pszText;
     }
-    EXPECT_FALSE(ParseStoreUri("demo:").fListAll);
-    EXPECT_FALSE(ParseStoreUri("file:/list=all").fListAll);
-    EXPECT_FALSE(ParseStoreUri("pkcs11:?List=all").fListAll) << "a vendor's attribute";
+    EXPECT_FALSE(ParseStoreUri("demo:").bListAll);
+    EXPECT_FALSE(ParseStoreUri("file:/list=all").bListAll);
+    EXPECT_FALSE(ParseStoreUri("pkcs11:?List=all").bListAll) << "a vendor's attribute";
 }
 
 struct AcceptedToken {
