@@ -3,7 +3,6 @@
 //
 // The table is every name with every obstacle. Each cell is a process that signs, logs in both ways and traces.
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <jni.h>
 #include <sys/mman.h>
@@ -32,6 +31,7 @@
 #include "PipeLog.h"
 #include "Row.h"
 #include "TempDirectory.h"
+#include "Users.h"
 #include "WriteLog.h"
 #include "vex_jni_TAVClientJNI.h"
 
@@ -39,14 +39,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kSomebody = 65534;
-constexpr uid_t kSomebodyElse = 65533;
 constexpr int kRefused = 77;  // exit status of a child that the system does not let be what it should
 constexpr const char* kVictim = "another's text";
-
-bool BecomeUser(uid_t user) {
-    return geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0);
-}
 
 // Signs in all four ways with the user's demo store. False when it cannot be opened.
 bool Sign() {

@@ -144,12 +144,11 @@ TEST_F(ForksTest, AChildOfAProcessWithOneThreadSigns) {
     const ToolkitClient client(Store());
     ASSERT_TRUE(client.IsOpen());
     ASSERT_TRUE(client.SignP1("parent"));
-    const ChildEnd end = RunChild([&] {
+    ExpectChildPasses([&] {
         EXPECT_TRUE(client.SignP1("child"));
         EXPECT_EQ(client.LastError(), 0);
         EXPECT_TRUE(client.SignP7("child", 0, 1, 1));
     });
-    EXPECT_TRUE(end.Passed());
     EXPECT_TRUE(client.SignP1("parent again"));
 }
 

@@ -86,6 +86,11 @@ ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit) {
     return end;
 }
 
+void ExpectChildPasses(const std::function<void()>& fnBody, Exit exit) {
+    const ChildEnd end = RunChild(fnBody, exit);
+    EXPECT_TRUE(end.Passed()) << "exit status " << end.nStatus << ", signal " << end.nSignal;
+}
+
 void ExpectSuccess(const std::vector<pid_t>& children) {
     for (const pid_t nChild : children) {
         int nStatus = -1;

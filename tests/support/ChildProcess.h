@@ -1,5 +1,5 @@
-// A piece of a test in a process of its own. What it prints appears with the test's output, and failures of
-// GoogleTest's macros in it count.
+// Runs a part of a test in a child process. Its output appears with the test's output, and its failed expectations
+// count.
 #pragma once
 
 #include <sys/types.h>
@@ -10,24 +10,25 @@
 struct ChildEnd {
     int nStatus = -1;       // exit status; -1 when a signal ended it
     int nSignal = 0;        // that signal
-    double dSeconds = 0.0;  // from its body's return, or its start when it never returned, to its end
+    double dSeconds = 0.0;  // from the body's return (or the child's start, if it never returned) to its end
 
     bool Passed() const { return nStatus == 0; }
 };
 
 enum class Exit {
-    kAtOnce,    // without exit handlers, which with a log take a second
+    kAtOnce,    // without exit handlers; the log's takes a second
     kByReturn,  // as from main: the exit handlers run
 };
 
-// To be called by a process with one thread. A child that hangs is ended by SIGALRM after two minutes.
+// Only for a process with one thread. SIGALRM ends a child that hangs for two minutes.
 ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit = Exit::kAtOnce);
+void ExpectChildPasses(const std::function<void()>& fnBody, Exit exit = Exit::kAtOnce);
 
-// Waits for children that the test has forked; each has to end with status 0.
+// Waits for the children; each has to end with status 0.
 void ExpectSuccess(const std::vector<pid_t>& children);
 
-// In a build that measures coverage, before a process ends at once: what it has executed counts.
+// For a process that ends at once: writes down its coverage, in a build that measures it.
 void NoteCoverage();
 
-// Ends a child the quick way, with the result that its test macros gave it.
+// Ends a child without exit handlers; the status tells whether an expectation failed.
 [[noreturn]] void EndChildAtOnce();

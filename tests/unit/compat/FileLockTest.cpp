@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -65,7 +66,7 @@ TEST_F(FileLockTest, IsLetGoByAFlushOfNothingAndTakenAgainByTheNextUse) {
 }
 
 TEST_F(FileLockTest, StaysWhenAChildFlushesTheFile) {
-    EXPECT_EQ(RunInChild([&] { return FlushFileBuffers(m_hFile) ? 0 : 1; }), 0);
+    ExpectChildPasses([&] { EXPECT_TRUE(FlushFileBuffers(m_hFile)); });
     EXPECT_TRUE(IsLocked());
     EXPECT_TRUE(CloseHandle(m_hFile));
 }
@@ -92,7 +93,7 @@ TEST_F(FileLockTest, EndsWhenAChildStillHasTheFile) {
 }
 
 TEST_F(FileLockTest, StaysWhenAChildClosesTheFile) {
-    EXPECT_EQ(RunInChild([&] { return CloseHandle(m_hFile) ? 0 : 1; }), 0);
+    ExpectChildPasses([&] { EXPECT_TRUE(CloseHandle(m_hFile)); });
     EXPECT_TRUE(IsLocked());
     EXPECT_TRUE(CloseHandle(m_hFile));
     EXPECT_FALSE(IsLocked());
@@ -101,15 +102,13 @@ TEST_F(FileLockTest, StaysWhenAChildClosesTheFile) {
 // What the child opens itself is its own to lock and to give up.
 TEST_F(FileLockTest, OfAChildEndsWithItsFile) {
     EXPECT_TRUE(CloseHandle(m_hFile));
-    EXPECT_EQ(RunInChild([&] {
-                  const HANDLE hFile = VexCreateFile(m_strName.c_str());
-                  EXPECT_TRUE(IsLocked());
-                  EXPECT_EQ(RunInChild([] { return 0; }), 0);
-                  EXPECT_TRUE(CloseHandle(hFile));
-                  EXPECT_FALSE(IsLocked());
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        const HANDLE hFile = VexCreateFile(m_strName.c_str());
+        EXPECT_TRUE(IsLocked());
+        ExpectChildPasses([] {});
+        EXPECT_TRUE(CloseHandle(hFile));
+        EXPECT_FALSE(IsLocked());
+    });
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "ChildProcess.h"
 #include "TempDirectory.h"
+#include "Users.h"
 #include "VEXCompat.h"
 
 namespace {
@@ -73,13 +74,11 @@ TEST_F(FileRefusal, WhereThereIsNoPermission) {
     const std::string strName = m_directory.Write("log", "x");
     ASSERT_EQ(chmod(strName.c_str(), 0444), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0555), 0);
-    EXPECT_EQ(RunInChild([&] {
-                  EXPECT_TRUE(BecomeOrdinaryUser());
-                  ExpectRefused(strName, ERROR_ACCESS_DENIED);
-                  ExpectRefused(m_directory.Path("new"), ERROR_ACCESS_DENIED);
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        EXPECT_TRUE(BecomeUser(kSomebody));
+        ExpectRefused(strName, ERROR_ACCESS_DENIED);
+        ExpectRefused(m_directory.Path("new"), ERROR_ACCESS_DENIED);
+    });
     EXPECT_FALSE(std::filesystem::exists(m_directory.Path("new")));
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0700), 0);
 }
@@ -99,45 +98,41 @@ TEST_F(FileRefusal, AFileThatAllMayWriteIsOpenedIfItIsTheUsersOwnOrRoots) {
         bool bAsRoot;
         bool bOpened;
     };
-    for (const Row& row : {Row{0, false, true}, Row{kAnotherUser, false, false}, Row{kOrdinaryUser, false, true},
+    for (const Row& row : {Row{0, false, true}, Row{kAnotherUser, false, false}, Row{kSomebody, false, true},
                            Row{0, true, true}, Row{kAnotherUser, true, false}}) {
         SCOPED_TRACE(std::to_string(row.owner) + (row.bAsRoot ? ", opened by root" : ", opened by a user"));
         ASSERT_EQ(chown(strName.c_str(), row.owner, static_cast<gid_t>(-1)), 0);
-        EXPECT_EQ(RunInChild([&] {
-                      EXPECT_TRUE(row.bAsRoot || BecomeOrdinaryUser());
-                      if (!row.bOpened) {
-                          ExpectRefused(strName, ERROR_ACCESS_DENIED);
-                          return 0;
-                      }
-                      const HANDLE hFile = VexCreateFile(strName.c_str());
-                      EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-                      EXPECT_TRUE(CloseHandle(hFile));
-                      return 0;
-                  }),
-                  0);
+        ExpectChildPasses([&] {
+            EXPECT_TRUE(row.bAsRoot || BecomeUser(kSomebody));
+            if (!row.bOpened) {
+                ExpectRefused(strName, ERROR_ACCESS_DENIED);
+                return;
+            }
+            const HANDLE hFile = VexCreateFile(strName.c_str());
+            EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+            EXPECT_TRUE(CloseHandle(hFile));
+        });
     }
 }
 
 TEST_F(FileRefusal, TooManyOpenFiles) {
-    EXPECT_EQ(RunInChild([&] {
-                  const rlimit limit{16, 16};
-                  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-                  std::vector<HANDLE> handles;
-                  for (int i = 0; i < 20; ++i) {
-                      const HANDLE hFile = VexCreateFile(m_directory.Path("f" + std::to_string(i)).c_str());
-                      if (hFile == INVALID_HANDLE_VALUE) {
-                          EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_OPEN_FILES);
-                          break;
-                      }
-                      handles.push_back(hFile);
-                  }
-                  EXPECT_LT(handles.size(), 16U);
-                  EXPECT_FALSE(handles.empty());
-                  EXPECT_TRUE(CloseHandle(handles.front()));
-                  EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("again").c_str())));
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        const rlimit limit{16, 16};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        std::vector<HANDLE> handles;
+        for (int i = 0; i < 20; ++i) {
+            const HANDLE hFile = VexCreateFile(m_directory.Path("f" + std::to_string(i)).c_str());
+            if (hFile == INVALID_HANDLE_VALUE) {
+                EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_OPEN_FILES);
+                break;
+            }
+            handles.push_back(hFile);
+        }
+        EXPECT_LT(handles.size(), 16U);
+        EXPECT_FALSE(handles.empty());
+        EXPECT_TRUE(CloseHandle(handles.front()));
+        EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("again").c_str())));
+    });
 }
 
 // ---- Handles ----

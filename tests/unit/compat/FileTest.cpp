@@ -280,30 +280,27 @@ TEST_F(FileTest, NullArguments) {
 
 // A real short count: the kernel takes what the limit allows, then refuses the rest.
 TEST_F(FileTest, AWriteThatCrossesTheSizeLimit) {
-    EXPECT_EQ(RunInChild([&] {
-                  std::signal(SIGXFSZ, SIG_IGN);
-                  constexpr rlimit kLimit{100, RLIM_INFINITY};
-                  EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &kLimit), 0);
-                  EXPECT_TRUE(Write(std::string(90, 'a')));
-                  DWORD cb = 0;
-                  EXPECT_FALSE(WriteFile(m_hFile, "0123456789abcdef", 16, &cb, nullptr));
-                  EXPECT_EQ(GetLastError(), ERROR_FILE_TOO_LARGE);
-                  EXPECT_EQ(cb, 10U);
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        constexpr rlimit kLimit{100, RLIM_INFINITY};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &kLimit), 0);
+        EXPECT_TRUE(Write(std::string(90, 'a')));
+        DWORD cb = 0;
+        EXPECT_FALSE(WriteFile(m_hFile, "0123456789abcdef", 16, &cb, nullptr));
+        EXPECT_EQ(GetLastError(), ERROR_FILE_TOO_LARGE);
+        EXPECT_EQ(cb, 10U);
+    });
     EXPECT_EQ(ReadWholeFile(m_strName), std::string(90, 'a') + "0123456789");
 }
 
 // What has been written survives the sudden end of the process: nothing is held back on this side of the kernel.
 TEST_F(FileTest, WrittenIsWritten) {
-    EXPECT_EQ(RunInChild([&] {
+    EXPECT_EQ(RunChild([&] {
                   EXPECT_TRUE(Write("before the end"));
                   EXPECT_TRUE(FlushFileBuffers(m_hFile));
                   std::raise(SIGKILL);
-                  return 0;
-              }),
-              -1);
+              }).nSignal,
+              SIGKILL);
     EXPECT_EQ(ReadWholeFile(m_strName), "before the end");
 }
 

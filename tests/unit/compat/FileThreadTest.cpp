@@ -142,30 +142,29 @@ TEST(FileThreads, ExitWithAThreadAtWork) {
     const TempDirectory directory;
     const std::string strName = directory.Path("log");
     for (int nRound = 0; nRound < 20; ++nRound) {
-        EXPECT_EQ(RunInChild([&strName] {
-                      static std::atomic<int> s_nLines = 0;
-                      // Runs after the destructors of what is made from here on, and gives the thread time then.
-                      std::atexit([] {
-                          for (const int nLines = s_nLines; s_nLines < nLines + 50;) {
-                              std::this_thread::yield();
-                          }
-                      });
-                      std::thread([&strName] {
-                          for (;;) {
-                              const HANDLE hFile = VexCreateFile(strName.c_str());
-                              DWORD cb = 0;
-                              WriteFile(hFile, "line", 4, &cb, nullptr);
-                              CloseHandle(hFile);
-                              ++s_nLines;
-                          }
-                      }).detach();
-                      while (s_nLines < 10) {
-                          std::this_thread::yield();
-                      }
-                      std::exit(0);
-                      return 1;
-                  }),
-                  0);
+        ExpectChildPasses(
+            [&strName] {
+                static std::atomic<int> s_nLines = 0;
+                // Runs after the destructors of what is made from here on, and gives the thread time then.
+                std::atexit([] {
+                    for (const int nLines = s_nLines; s_nLines < nLines + 50;) {
+                        std::this_thread::yield();
+                    }
+                });
+                std::thread([&strName] {
+                    for (;;) {
+                        const HANDLE hFile = VexCreateFile(strName.c_str());
+                        DWORD cb = 0;
+                        WriteFile(hFile, "line", 4, &cb, nullptr);
+                        CloseHandle(hFile);
+                        ++s_nLines;
+                    }
+                }).detach();
+                while (s_nLines < 10) {
+                    std::this_thread::yield();
+                }
+            },
+            Exit::kByReturn);
     }
 }
 

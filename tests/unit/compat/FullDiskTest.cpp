@@ -1,13 +1,11 @@
-// A file system without room: a small one of the test's own, mounted where no other process sees it. Where that is not
-// allowed the tests are skipped with a message; compat_system_call_test covers the same paths with a pwrite that fails.
+// Full and read-only file systems: small ones that only the test sees. Where the system does not allow such mounts, the
+// tests are skipped; compat_system_call_test covers the same paths with system calls that fail.
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
-
-#include <filesystem>
-#include <fstream>
+#include <unistd.h>
 
 #include "ChildProcess.h"
+#include "OwnMounts.h"
 #include "TempDirectory.h"
 #include "VEXCompat.h"
 
@@ -15,40 +13,21 @@ namespace {
 
 constexpr int kCannotMount = 77;
 
-bool WriteText(const char* pszFile, const std::string& strText) {
-    std::ofstream file(pszFile);
-    return static_cast<bool>(file << strText << std::flush);
-}
-
-// In a child only: mounts of this process from here on are its own. An ordinary user becomes root in a user namespace.
-bool SeparateMounts() {
-    if (unshare(CLONE_NEWNS) == 0) {
-        return true;
-    }
-    const std::string strUser = std::to_string(geteuid());
-    const std::string strGroup = std::to_string(getegid());
-    return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && WriteText("/proc/self/setgroups", "deny") &&
-           WriteText("/proc/self/uid_map", "0 " + strUser + " 1") &&
-           WriteText("/proc/self/gid_map", "0 " + strGroup + " 1");
-}
-
-// In a child only: mounts a file system in memory on the directory.
-bool MountSmallDisk(const std::string& strDirectory, const char* pszOptions) {
-    return SeparateMounts() && mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", strDirectory.c_str(), "tmpfs", 0, pszOptions) == 0;
-}
-
 class FullDisk : public testing::Test {
 protected:
-    // The body runs with m_directory being the small disk; it returns 0 or kCannotMount.
+    // The body runs in a child process with m_directory as the small disk.
     template <typename Body>
     void OnSmallDisk(const char* pszOptions, Body body) {
-        const int nResult =
-            RunInChild([&] { return MountSmallDisk(m_directory.Path(), pszOptions) ? body() : kCannotMount; });
-        if (nResult == kCannotMount) {
-            GTEST_SKIP() << "this process may not mount a file system of its own";
+        const ChildEnd end = RunChild([&] {
+            if (!HaveOwnMounts() || !MountSmall(m_directory.Path(), 0, pszOptions)) {
+                _exit(kCannotMount);
+            }
+            body();
+        });
+        if (end.nStatus == kCannotMount) {
+            GTEST_SKIP() << "skipped: this process may not mount file systems of its own";
         }
-        EXPECT_EQ(nResult, 0);
+        EXPECT_TRUE(end.Passed());
     }
 
     const TempDirectory m_directory;
@@ -79,7 +58,6 @@ TEST_F(FullDisk, AWriteReportsWhatWentIn) {
         EXPECT_EQ(cb, 4U);
         EXPECT_TRUE(CloseHandle(hFile));
         EXPECT_EQ(ReadWholeFile(strName), "more");
-        return 0;
     });
 }
 
@@ -93,7 +71,6 @@ TEST_F(FullDisk, NoRoomForANewNameOrDirectory) {
         EXPECT_EQ(
             SHCreateDirectoryExW(nullptr, std::wstring(strDirectory.begin(), strDirectory.end()).c_str(), nullptr),
             static_cast<int>(ERROR_DISK_FULL));
-        return 0;
     });
 }
 
@@ -101,13 +78,12 @@ TEST_F(FullDisk, AReadOnlyOne) {
     OnSmallDisk("size=64k", [this] {
         m_directory.Write("log", "x");
         if (mount("none", m_directory.Path().c_str(), "none", MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
-            return kCannotMount;
+            _exit(kCannotMount);
         }
         for (const char* pszName : {"log", "new"}) {
             EXPECT_EQ(VexCreateFile(m_directory.Path(pszName).c_str()), INVALID_HANDLE_VALUE);
             EXPECT_EQ(GetLastError(), ERROR_WRITE_PROTECT);
         }
-        return 0;
     });
 }
 

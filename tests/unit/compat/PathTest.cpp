@@ -9,6 +9,7 @@
 #include "ChildProcess.h"
 #include "ScopedLocale.h"
 #include "TempDirectory.h"
+#include "Users.h"
 #include "VEXCompat.h"
 
 namespace {
@@ -172,31 +173,27 @@ TEST_F(DirectoryTest, WhereThereIsNoPermission) {
     ASSERT_EQ(Make(Inside(L"closed")), 0);
     ASSERT_EQ(chmod(m_directory.Path("closed").c_str(), 0), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0555), 0);
-    EXPECT_EQ(RunInChild([&] {
-                  EXPECT_TRUE(BecomeOrdinaryUser());
-                  EXPECT_EQ(Make(Inside(L"new")), static_cast<int>(ERROR_ACCESS_DENIED));
-                  EXPECT_EQ(Make(Inside(L"new/deeper")), static_cast<int>(ERROR_ACCESS_DENIED));
-                  EXPECT_EQ(Make(Inside(L"closed/new")), static_cast<int>(ERROR_ACCESS_DENIED));
-                  EXPECT_EQ(PathIsDirectoryW(Inside(L"closed/new").c_str()), FALSE);
-                  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        EXPECT_TRUE(BecomeUser(kSomebody));
+        EXPECT_EQ(Make(Inside(L"new")), static_cast<int>(ERROR_ACCESS_DENIED));
+        EXPECT_EQ(Make(Inside(L"new/deeper")), static_cast<int>(ERROR_ACCESS_DENIED));
+        EXPECT_EQ(Make(Inside(L"closed/new")), static_cast<int>(ERROR_ACCESS_DENIED));
+        EXPECT_EQ(PathIsDirectoryW(Inside(L"closed/new").c_str()), FALSE);
+        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    });
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0700), 0);
     ASSERT_EQ(chmod(m_directory.Path("closed").c_str(), 0700), 0);
 }
 
 // So is the fallback name of a log file, which begins with a blank.
 TEST_F(DirectoryTest, RelativePathsStartFromTheCurrentDirectory) {
-    EXPECT_EQ(RunInChild([&] {
-                  EXPECT_EQ(chdir(m_directory.Path().c_str()), 0);
-                  EXPECT_EQ(Make(L" /tmp"), 0);
-                  EXPECT_EQ(Make(L"x"), 0);
-                  EXPECT_EQ(Make(L"./y/z"), 0);
-                  EXPECT_NE(PathIsDirectoryW(L" /tmp"), FALSE);
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        EXPECT_EQ(chdir(m_directory.Path().c_str()), 0);
+        EXPECT_EQ(Make(L" /tmp"), 0);
+        EXPECT_EQ(Make(L"x"), 0);
+        EXPECT_EQ(Make(L"./y/z"), 0);
+        EXPECT_NE(PathIsDirectoryW(L" /tmp"), FALSE);
+    });
     for (const wchar_t* pszName : {L" /tmp", L"x", L"y/z"}) {
         EXPECT_TRUE(IsDirectory(Inside(pszName)));
     }

@@ -6,6 +6,7 @@
 
 #include "ChildProcess.h"
 #include "TempDirectory.h"
+#include "Users.h"
 #include "VEXCompat.h"
 
 namespace {
@@ -88,12 +89,10 @@ TEST_F(ProfileTest, WithoutPermission) {
     const std::string strPath = m_directory.Write("log.ini", kText);
     ASSERT_EQ(chmod(strPath.c_str(), 0), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);
-    EXPECT_EQ(RunInChild([&] {
-                  EXPECT_TRUE(BecomeOrdinaryUser());
-                  ExpectDefault(strPath, ERROR_ACCESS_DENIED);
-                  return 0;
-              }),
-              0);
+    ExpectChildPasses([&] {
+        EXPECT_TRUE(BecomeUser(kSomebody));
+        ExpectDefault(strPath, ERROR_ACCESS_DENIED);
+    });
 }
 
 TEST_F(ProfileTest, TheLargestFileThatIsRead) {

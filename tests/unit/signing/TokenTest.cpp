@@ -253,7 +253,7 @@ TEST_F(TokenTest, PinFromAFile) {
 
 // In a process of its own, which has not logged in yet.
 TEST_F(TokenTest, OneLoginHoweverManyObjects) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         const int cLogins = Shim().cLogins;
         for (int i = 0; i < 5; ++i) {
             const ToolkitClient one(Card());
@@ -264,11 +264,10 @@ TEST_F(TokenTest, OneLoginHoweverManyObjects) {
         }
         EXPECT_EQ(Shim().cLogins, cLogins + 1);
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, ThreadsThatOpenItAtOnceShareOneLogin) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         const int cLogins = Shim().cLogins;
         std::atomic<int> cOpen{0};
         std::latch start(16);
@@ -285,11 +284,10 @@ TEST_F(TokenTest, ThreadsThatOpenItAtOnceShareOneLogin) {
         EXPECT_EQ(cOpen, 16);
         EXPECT_EQ(Shim().cLogins, cLogins + 1);
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, AWrongPinIsTriedOnce) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         const int cLogins = Shim().cLogins;
         const auto open = [](const char* pszPin) {
             const ToolkitClient client(Uri("token=Other%20card?pin-value=" + std::string(pszPin)));
@@ -310,12 +308,11 @@ TEST_F(TokenTest, AWrongPinIsTriedOnce) {
         EXPECT_EQ(open(kOtherPin), VCTK_OK);
         EXPECT_TRUE(ToolkitClient(Card()).IsOpen());
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 // Only its owner's PUK helps, so that it must not be taken for a wrong PIN.
 TEST_F(TokenTest, ALockedPinIsSaidToBeLocked) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         Shim().fPinLocked = true;
         EXPECT_FALSE(ToolkitClient(Card()).IsOpen());
         EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_PIN_LOCKED);
@@ -323,11 +320,10 @@ TEST_F(TokenTest, ALockedPinIsSaidToBeLocked) {
         Shim().fPinLocked = false;
         EXPECT_TRUE(ToolkitClient(Card()).IsOpen()) << ErrorMessage(nullptr);
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, APinPadIsAskedInPlaceOfTheCaller) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         Shim().fPinPad = true;
         const int cPads = Shim().cPads;
         const ToolkitClient client(Uri("token=Card;id=%01"));
@@ -342,7 +338,6 @@ TEST_F(TokenTest, APinPadIsAskedInPlaceOfTheCaller) {
         EXPECT_TRUE(eachTime.SignP1("text")) << eachTime.Message();
         EXPECT_EQ(Shim().cPads, cPads + 3);
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, AnotherPinDoesNotDisturbThoseWhoUseTheToken) {
@@ -476,7 +471,7 @@ TEST_F(TokenTest, SixteenThreadsOverARemoval) {
 }
 
 TEST_F(TokenTest, ATokenWithOneSession) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         Shim().nMostSessions = 1;
         const ToolkitClient client(Card(";id=%01"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
@@ -491,7 +486,6 @@ TEST_F(TokenTest, ATokenWithOneSession) {
         EXPECT_EQ(cSigned, 8);
         EXPECT_EQ(Shim().cSessions, 1);
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 // What a token refuses may leave its session in the middle of the operation.
@@ -549,17 +543,16 @@ TEST_F(TokenTest, ACertificateOfAnotherTypeOfKeyIsNone) {
 }
 
 TEST_F(TokenTest, TheHostMayHaveInitialisedTheModule) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         ASSERT_EQ(TestTokens::InitialiseModule(), 0U);
         const ToolkitClient client(Card(";id=%01"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         EXPECT_TRUE(client.SignP1("text")) << client.Message();
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, AModuleThatCannotLockIsCalledByOneThreadAtATime) {
-    const ChildEnd end = RunChild([] {
+    ExpectChildPasses([] {
         Shim().fCannotLock = true;
         const ToolkitClient client(Card(";id=%01"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
@@ -581,7 +574,6 @@ TEST_F(TokenTest, AModuleThatCannotLockIsCalledByOneThreadAtATime) {
         EXPECT_EQ(cWrong, 0);
         EXPECT_EQ(Shim().cMostAtOnce, 1);
     });
-    EXPECT_TRUE(end.Passed());
 }
 
 TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
@@ -589,7 +581,7 @@ TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
     ASSERT_TRUE(inherited.IsOpen()) << ErrorMessage(nullptr);
     const auto expected = inherited.SignP1("text");
     ASSERT_TRUE(expected);
-    const ChildEnd end = RunChild([&] {
+    ExpectChildPasses([&] {
         const int cInitialize = Shim().cInitialize;
         const int cSignatures = Shim().cSignatures;
         EXPECT_FALSE(inherited.SignP1("text"));
@@ -602,13 +594,12 @@ TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
         EXPECT_EQ(own.SignP1("text"), expected) << own.Message();
         EXPECT_EQ(Shim().cInitialize, cInitialize + 1);
     });
-    EXPECT_TRUE(end.Passed());
     EXPECT_EQ(inherited.SignP1("text"), expected) << inherited.Message();
 }
 
 // Exit handlers that are older than the module's run when its own have taken away what it needs.
 TEST_F(TokenTest, TheModuleIsNotCalledAfterItsEnd) {
-    const ChildEnd end = RunChild(
+    ExpectChildPasses(
         [] {
             static ToolkitClient* s_pClient = nullptr;
             std::atexit([] {
@@ -623,7 +614,6 @@ TEST_F(TokenTest, TheModuleIsNotCalledAfterItsEnd) {
             ASSERT_TRUE(s_pClient->SignP1("text")) << ErrorMessage(nullptr);
         },
         Exit::kByReturn);
-    EXPECT_TRUE(end.Passed()) << end.nStatus;
 }
 
 // Threads sign on while the exit handlers of everybody run: of this program, of OpenSSL, of the module.

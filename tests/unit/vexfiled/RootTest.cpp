@@ -14,6 +14,7 @@
 #include "ChildProcess.h"
 #include "Row.h"
 #include "TempDirectory.h"
+#include "Users.h"
 
 namespace {
 
@@ -85,11 +86,10 @@ std::string NameOfLength(std::size_t cb) {
 // ---- The directory itself ----
 
 TEST(RootItself, IsRefusedWhenItCannotBeWrittenTo) {
-    constexpr uid_t kNobody = 65534;
     const TempDirectory directory;
     fs::permissions(directory.Path(), fs::perms(0555));
-    const ChildEnd end = RunChild([&] {
-        ASSERT_TRUE(geteuid() != 0 || (setgid(kNobody) == 0 && setuid(kNobody) == 0));
+    ExpectChildPasses([&] {
+        ASSERT_TRUE(BecomeUser(kSomebody));
         try {
             const Root root(directory.Path());
             ADD_FAILURE() << "no exception";
@@ -98,7 +98,6 @@ TEST(RootItself, IsRefusedWhenItCannotBeWrittenTo) {
             EXPECT_NE(std::string(error.what()).find(directory.Path()), std::string::npos);
         }
     });
-    EXPECT_TRUE(end.Passed());
     fs::permissions(directory.Path(), fs::perms(0700));
     EXPECT_EQ(Root(directory.Path()).Owner(), geteuid());
 }
