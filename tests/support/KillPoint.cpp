@@ -1,16 +1,18 @@
 #include "KillPoint.h"
 
-#include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
 #include <new>
+#include <string_view>
+
+#include "SystemCalls.h"
 
 namespace {
 
@@ -32,38 +34,34 @@ Shared* s_pShared = nullptr;
     }
 }
 
-enum class Step { kPass, kDieBefore, kDieInside };
-
-Step StepOf(const char* pszName) {
-    if (s_pShared == nullptr || s_pShared->nKillAt < 0) {
-        return Step::kPass;
+Outcome Decide(const system_calls::Call& call) {
+    constexpr std::string_view kCounted[] = {"fstat", "flock", "lseek", "pread", "pwrite", "ftruncate", "close"};
+    const std::string_view name = call.pszName;
+    if (s_pShared->nKillAt < 0 || std::find(std::begin(kCounted), std::end(kCounted), name) == std::end(kCounted)) {
+        return kReal;
     }
     const bool bHere = ++s_pShared->nCalls == s_pShared->nKillAt;
-    s_pShared->pszLast = pszName;
-    if (std::strcmp(pszName, "pread") == 0) {
+    s_pShared->pszLast = call.pszName;
+    if (name == "pread") {
         s_pShared->bInCut = true;
     }
-    if (!bHere) {
-        return Step::kPass;
+    if (bHere && s_pShared->where == kill_point::Where::kBefore) {
+        return After(Die);
     }
-    return s_pShared->where == kill_point::Where::kBefore ? Step::kDieBefore : Step::kDieInside;
-}
-
-// real(): the system call.
-template <typename Real>
-auto Perform(const char* pszName, Real real) -> decltype(real()) {
-    const Step step = StepOf(pszName);
-    if (step == Step::kDieBefore) {
-        Die();
-    }
-    const auto result = real();
-    if (s_pShared != nullptr && std::strcmp(pszName, "ftruncate") == 0) {
-        s_pShared->bInCut = false;
-    }
-    if (step == Step::kDieInside) {
-        Die();
-    }
-    return result;
+    // Two bytes of one page are written, or not; what is longer may be cut short anywhere.
+    Outcome outcome = bHere && name == "pwrite" && call.cb > 2 ? Short(static_cast<int>(call.cb / 2)) : kReal;
+    outcome.fnAfter = [bHere, call](ssize_t nResult) {
+        const std::string_view done = call.pszName;
+        if (done == "ftruncate") {
+            s_pShared->bInCut = false;
+        } else if (done == "pwrite" && call.cb == 2 && nResult == 2) {
+            s_pShared->bMarkWritten = true;
+        }
+        if (bHere) {
+            Die();
+        }
+    };
+    return outcome;
 }
 
 }  // namespace
@@ -79,6 +77,7 @@ void Share() {
         s_pShared = static_cast<Shared*>(pMemory);
     }
     ::new (static_cast<void*>(s_pShared)) Shared;
+    system_calls::g_pDecide = Decide;
 }
 
 Account Read() {
@@ -91,48 +90,3 @@ void Arm(int nCall, Where where) {
 }
 
 }  // namespace kill_point
-
-extern "C" {
-
-int fstat(int nDescriptor, struct stat* pStatus) noexcept {
-    return Perform("fstat", [=] { return static_cast<int>(syscall(SYS_fstat, nDescriptor, pStatus)); });
-}
-
-int flock(int nDescriptor, int nOperation) noexcept {
-    return Perform("flock", [=] { return static_cast<int>(syscall(SYS_flock, nDescriptor, nOperation)); });
-}
-
-off_t lseek(int nDescriptor, off_t nOffset, int nFrom) noexcept {
-    return Perform("lseek", [=] { return static_cast<off_t>(syscall(SYS_lseek, nDescriptor, nOffset, nFrom)); });
-}
-
-ssize_t pread(int nDescriptor, void* pBuffer, size_t cb, off_t nOffset) {
-    return Perform("pread", [=] { return syscall(SYS_pread64, nDescriptor, pBuffer, cb, nOffset); });
-}
-
-ssize_t pwrite(int nDescriptor, const void* pData, size_t cb, off_t nOffset) {
-    const Step step = StepOf("pwrite");
-    if (step == Step::kDieBefore) {
-        Die();
-    }
-    // Two bytes of one page are written, or not; what is longer may be cut short anywhere.
-    const size_t cbNow = step == Step::kDieInside && cb > 2 ? cb / 2 : cb;
-    const ssize_t nResult = syscall(SYS_pwrite64, nDescriptor, pData, cbNow, nOffset);
-    if (s_pShared != nullptr && cb == 2 && nResult == 2) {
-        s_pShared->bMarkWritten = true;
-    }
-    if (step == Step::kDieInside) {
-        Die();
-    }
-    return nResult;
-}
-
-int ftruncate(int nDescriptor, off_t nLength) noexcept {
-    return Perform("ftruncate", [=] { return static_cast<int>(syscall(SYS_ftruncate, nDescriptor, nLength)); });
-}
-
-int close(int nDescriptor) {
-    return Perform("close", [=] { return static_cast<int>(syscall(SYS_close, nDescriptor)); });
-}
-
-}  // extern "C"

@@ -1,5 +1,5 @@
-// Ends the process with SIGKILL at a chosen one of the file calls that it makes (fstat, flock, lseek, pread, pwrite,
-// ftruncate, close): a program with KillPoint.cpp has its own of these in front of libc's. Any thread.
+// Ends the process with SIGKILL at the nth of its calls of fstat, flock, lseek, pread, pwrite, ftruncate and close,
+// which FileSystemCalls.cpp intercepts. Any thread.
 #pragma once
 
 #include <string>
@@ -8,22 +8,22 @@ namespace kill_point {
 
 enum class Where {
     kBefore,  // before the call
-    kInside,  // in the middle of what pwrite writes if that is more than two bytes; else after the call
+    kInside,  // after half of what pwrite writes, if that is more than two bytes; else after the call
 };
 
-// What became of the process, for the one that made it. In memory that both share, so that it outlives a kill.
+// What the child process has done, for its parent. In shared memory, so that it outlives the child.
 struct Account {
-    int nCalls = 0;       // counted calls that were begun
+    int nCalls = 0;       // calls that have begun
     bool bInCut = false;  // between reading a file and cutting it
     bool bMarkWritten = false;
     std::string strLast;  // the last of the calls
 };
 
-// To be called before the fork. Counting begins with Arm, in the child.
+// Before the fork. The child starts counting with Arm.
 void Share();
 Account Read();
 
-// nCall: 1 is the first call from now on; 0: count only.
+// nCall: 1 is the next call; 0 only counts.
 void Arm(int nCall, Where where);
 
 }  // namespace kill_point

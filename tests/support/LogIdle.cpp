@@ -1,6 +1,5 @@
 #include "LogIdle.h"
 
-#include <dlfcn.h>
 #include <semaphore.h>
 
 #include <atomic>
@@ -9,20 +8,17 @@
 #include <cstdlib>
 #include <thread>
 
+#include "SystemCalls.h"
+
 namespace {
 
 std::atomic<long> g_nPosts{0};
 std::atomic<long> g_nTaken{0};
 std::atomic<bool> g_bWaiting{false};
 
-template <typename Function>
-Function* Next(Function*, const char* pszName) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
-}
-
 // Looked up while nothing fails yet.
-auto* const s_pSemPost = Next(sem_post, "sem_post");
-auto* const s_pSemWait = Next(sem_wait, "sem_wait");
+auto* const s_pSemPost = system_calls::Next(sem_post, "sem_post");
+auto* const s_pSemWait = system_calls::Next(sem_wait, "sem_wait");
 
 }  // namespace
 

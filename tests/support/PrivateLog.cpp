@@ -1,9 +1,8 @@
-// The fixed paths of the log and its switches lead into the directory named by the environment variable
-// VEX_TEST_LOG_DIR: tests must not write into the log of whoever runs them, and nothing in the product can set these
-// paths. As a library for LD_PRELOAD it serves programs that are not built here, the JVMs above all; test programs have
-// it compiled in, together with PrivateLogDirectory.cpp.
+// Moves the fixed paths of the log and its switches into the directory that the environment variable VEX_TEST_LOG_DIR
+// names. Tests must not write into the real log, and no setting of the product changes these paths. Also a library for
+// LD_PRELOAD, for JVMs and other programs that are not built here; test programs are linked with this file and
+// PrivateLogDirectory.cpp. The calls take part in SystemCalls.h.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,11 +16,16 @@
 #include <iterator>
 #include <string_view>
 
+#include "SystemCalls.h"
+
+using system_calls::Next;
+using system_calls::Perform;
+
 namespace {
 
 constexpr std::string_view kPaths[] = {"/tmp/PILog.txt", "/tmp/pipe.log", "/tmp/testPipe", "/var/log.ini"};
 
-// Where a path leads. Without memory of its own: tests take that away.
+// Where a path leads. Allocates nothing: in some tests memory runs out.
 class Destination {
 public:
     explicit Destination(const char* pszPath) : m_pszPath(pszPath) {
@@ -46,15 +50,16 @@ private:
     const char* m_pszPath;
 };
 
-// The function that would have been called without this library.
-template <typename Function>
-Function* Next(const char* pszName) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
+mode_t ModeArgument(int nFlags, va_list arguments) {
+    const bool bHasMode = (nFlags & O_CREAT) != 0 || (nFlags & O_TMPFILE) == O_TMPFILE;
+    return bHasMode ? va_arg(arguments, mode_t) : 0;
 }
 
-mode_t ModeArgument(int nFlags, va_list arguments) {
-    const bool fHasMode = (nFlags & O_CREAT) != 0 || (nFlags & O_TMPFILE) == O_TMPFILE;
-    return fHasMode ? va_arg(arguments, mode_t) : 0;
+// Faults tell apart what open is to do.
+const char* NameOfOpen(int nFlags) {
+    return (nFlags & O_TMPFILE) == O_TMPFILE ? "open without a name"
+           : (nFlags & O_CREAT) != 0         ? "open to create"
+                                             : "open";
 }
 
 }  // namespace
@@ -62,16 +67,17 @@ mode_t ModeArgument(int nFlags, va_list arguments) {
 extern "C" {
 
 int open(const char* pszPath, int nFlags, ...) {
-    static auto* const s_pNext = Next<int(const char*, int, ...)>("open");
+    static auto* const s_pNext = Next(open, "open");
     va_list arguments;
     va_start(arguments, nFlags);
     const mode_t nMode = ModeArgument(nFlags, arguments);
     va_end(arguments);
-    return s_pNext(Destination(pszPath).Path(), nFlags, nMode);
+    const Destination path(pszPath);
+    return Perform({NameOfOpen(nFlags)}, [&](std::size_t) { return s_pNext(path.Path(), nFlags, nMode); });
 }
 
 int open64(const char* pszPath, int nFlags, ...) {
-    static auto* const s_pNext = Next<int(const char*, int, ...)>("open64");
+    static auto* const s_pNext = Next(open64, "open64");
     va_list arguments;
     va_start(arguments, nFlags);
     const mode_t nMode = ModeArgument(nFlags, arguments);
@@ -81,44 +87,48 @@ int open64(const char* pszPath, int nFlags, ...) {
 
 // What open becomes in a fortified build when it has no mode.
 int __open_2(const char* pszPath, int nFlags) {
-    static auto* const s_pNext = Next<int(const char*, int)>("__open_2");
+    static auto* const s_pNext = Next(__open_2, "__open_2");
     return s_pNext(Destination(pszPath).Path(), nFlags);
 }
 
 int __open64_2(const char* pszPath, int nFlags) {
-    static auto* const s_pNext = Next<int(const char*, int)>("__open64_2");
+    static auto* const s_pNext = Next(__open64_2, "__open64_2");
     return s_pNext(Destination(pszPath).Path(), nFlags);
 }
 
 // Gives a name to a file that was made without one.
 int linkat(int nOldDirectory, const char* pszOld, int nNewDirectory, const char* pszNew, int nFlags) noexcept {
-    static auto* const s_pNext = Next<int(int, const char*, int, const char*, int)>("linkat");
-    return s_pNext(nOldDirectory, pszOld, nNewDirectory, Destination(pszNew).Path(), nFlags);
+    static auto* const s_pNext = Next(linkat, "linkat");
+    const Destination path(pszNew);
+    return Perform({"linkat"},
+                   [&](std::size_t) { return s_pNext(nOldDirectory, pszOld, nNewDirectory, path.Path(), nFlags); });
 }
 
 FILE* fopen(const char* pszPath, const char* pszMode) {
-    static auto* const s_pNext = Next<FILE*(const char*, const char*)>("fopen");
+    static auto* const s_pNext = Next(fopen, "fopen");
     return s_pNext(Destination(pszPath).Path(), pszMode);
 }
 
 FILE* fopen64(const char* pszPath, const char* pszMode) {
-    static auto* const s_pNext = Next<FILE*(const char*, const char*)>("fopen64");
+    static auto* const s_pNext = Next(fopen64, "fopen64");
     return s_pNext(Destination(pszPath).Path(), pszMode);
 }
 
 int stat(const char* pszPath, struct stat* pStat) noexcept {
-    static auto* const s_pNext = Next<int(const char*, struct stat*)>("stat");
-    return s_pNext(Destination(pszPath).Path(), pStat);
+    static auto* const s_pNext = Next(stat, "stat");
+    const Destination path(pszPath);
+    return Perform({"stat"}, [&](std::size_t) { return s_pNext(path.Path(), pStat); });
 }
 
 int stat64(const char* pszPath, struct stat64* pStat) noexcept {
-    static auto* const s_pNext = Next<int(const char*, struct stat64*)>("stat64");
+    static auto* const s_pNext = Next(stat64, "stat64");
     return s_pNext(Destination(pszPath).Path(), pStat);
 }
 
 int access(const char* pszPath, int nMode) noexcept {
-    static auto* const s_pNext = Next<int(const char*, int)>("access");
-    return s_pNext(Destination(pszPath).Path(), nMode);
+    static auto* const s_pNext = Next(access, "access");
+    const Destination path(pszPath);
+    return Perform({"access"}, [&](std::size_t) { return s_pNext(path.Path(), nMode); });
 }
 
 }  // extern "C"

@@ -1,7 +1,6 @@
 #include "SocketCalls.h"
 
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <netinet/in.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -15,7 +14,11 @@
 #include <string>
 #include <utility>
 
+#include "SystemCalls.h"
 #include "VEXCompat.h"
+
+using system_calls::Next;
+using system_calls::Perform;
 
 namespace {
 
@@ -41,23 +44,9 @@ struct Observer {
 };
 std::atomic<Observer*> s_pAtEndOfConnection = nullptr;
 
-template <typename Function>
-Function* Next(Function*, const char* pszName) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
-}
-
-bool IsToFail(std::string_view function) {
-    return t_failure.function == function && t_failure.nCallsLeft > 0 && --t_failure.nCallsLeft == 0;
-}
-
-// real(): libc's function, whose failure is -1 and errno.
-template <typename Real>
-auto Perform(std::string_view function, Real real) -> decltype(real()) {
-    if (IsToFail(function)) {
-        errno = t_failure.nErrno;
-        return -1;
-    }
-    return real();
+Outcome Decide(const system_calls::Call& call) {
+    const bool bFails = t_failure.function == call.pszName && t_failure.nCallsLeft > 0 && --t_failure.nCallsLeft == 0;
+    return bFails ? Fail(t_failure.nErrno) : kReal;
 }
 
 }  // namespace
@@ -80,6 +69,7 @@ FixedTime::~FixedTime() {
 
 Failure::Failure(std::string_view function, int nErrno, int nCall) {
     t_failure = {function, nErrno, nCall};
+    system_calls::g_pDecide = Decide;
 }
 Failure::~Failure() {
     t_failure = {};
@@ -124,7 +114,7 @@ int rand() noexcept {
 
 int gettimeofday(timeval* pTime, void* pZone) noexcept {
     static auto* const s_pNext = Next(gettimeofday, "gettimeofday");
-    return Perform("gettimeofday", [&] {
+    return Perform({"gettimeofday"}, [&](std::size_t) {
         if (t_time) {
             *pTime = *t_time;
             return 0;
@@ -148,13 +138,13 @@ FILE* popen(const char* pszCommand, const char* pszMode) {
 
 int socket(int nDomain, int nType, int nProtocol) noexcept {
     static auto* const s_pNext = Next(socket, "socket");
-    t_nLastSocket = Perform("socket", [&] { return s_pNext(nDomain, nType, nProtocol); });
+    t_nLastSocket = Perform({"socket"}, [&](std::size_t) { return s_pNext(nDomain, nType, nProtocol); });
     return t_nLastSocket;
 }
 
 int connect(int nSocket, const sockaddr* pAddress, socklen_t cbAddress) {
     static auto* const s_pNext = Next(connect, "connect");
-    return Perform("connect", [&] {
+    return Perform({"connect"}, [&](std::size_t) {
         if (pAddress->sa_family == AF_INET) {
             sockaddr_in address = *reinterpret_cast<const sockaddr_in*>(pAddress);
             if (address.sin_port == htons(kFileServerPort)) {
@@ -168,12 +158,12 @@ int connect(int nSocket, const sockaddr* pAddress, socklen_t cbAddress) {
 
 ssize_t send(int nSocket, const void* pData, size_t cbData, int nFlags) {
     static auto* const s_pNext = Next(send, "send");
-    return Perform("send", [&] { return s_pNext(nSocket, pData, cbData, nFlags); });
+    return Perform({"send"}, [&](std::size_t) { return s_pNext(nSocket, pData, cbData, nFlags); });
 }
 
 ssize_t recv(int nSocket, void* pData, size_t cbData, int nFlags) {
     static auto* const s_pNext = Next(recv, "recv");
-    const ssize_t nReceived = Perform("recv", [&] { return s_pNext(nSocket, pData, cbData, nFlags); });
+    const ssize_t nReceived = Perform({"recv"}, [&](std::size_t) { return s_pNext(nSocket, pData, cbData, nFlags); });
     const Observer* const pObserver = s_pAtEndOfConnection;
     if (nReceived == 0 && pObserver != nullptr && pthread_equal(pObserver->creator, pthread_self()) == 0) {
         pObserver->function();
@@ -184,13 +174,16 @@ ssize_t recv(int nSocket, void* pData, size_t cbData, int nFlags) {
 
 LPVOID HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes) {
     static auto* const s_pNext = Next(HeapAlloc, "HeapAlloc");
-    return IsToFail("HeapAlloc") ? nullptr : s_pNext(hHeap, dwFlags, dwBytes);
+    return Perform(
+        {"HeapAlloc"}, [&](std::size_t) { return s_pNext(hHeap, dwFlags, dwBytes); }, nullptr);
 }
 
 int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pFunction)(void*),
                    void* pArgument) noexcept {
     static auto* const s_pNext = Next(pthread_create, "pthread_create");
-    return IsToFail("pthread_create") ? t_failure.nErrno : s_pNext(pThread, pAttributes, pFunction, pArgument);
+    return Perform(
+        {"pthread_create"}, [&](std::size_t) { return s_pNext(pThread, pAttributes, pFunction, pArgument); },
+        t_failure.nErrno);
 }
 
 }  // extern "C"

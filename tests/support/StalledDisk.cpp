@@ -1,5 +1,5 @@
-// A disk that takes nothing more: who writes to the log's file waits for ever, and leaves a file named "stalled" in the
-// log's directory. For LD_PRELOAD, together with the private_log library.
+// A disk that stalls: a thread that writes to the log's file waits for ever. First it leaves a file named "stalled" in
+// the log's directory. For LD_PRELOAD, together with the private_log library.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>

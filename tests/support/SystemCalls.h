@@ -1,26 +1,36 @@
-// libc's file calls as this program's tests want them: counted, and failing or falling short on demand.
+// The layer between the programs under test and libc: the program (or a library for LD_PRELOAD) defines libc's
+// functions itself. PrivateLog.cpp has those that take one of the log's paths, FileSystemCalls.cpp the other file
+// functions, SocketCalls.cpp those of the IPC client. Each asks here what is to happen to the call.
 //
-// The program defines open, fstat, pwrite and so on itself; the toolkit library then calls these. A thread that has a
-// SystemCalls object has its calls counted and scripted; all others, and unscripted calls, go to the kernel as they
-// are.
+// A fault is the name of a call with its outcomes. SystemCalls scripts those of one thread; a function given to Decide
+// sees the calls of all threads. Without either, all calls go to the kernel.
 #pragma once
 
+#include <dlfcn.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 struct Outcome {
     enum class Kind {
         Real,   // what the kernel does
-        Fail,   // -1 and errno nValue
+        Fail,   // the call's failing result; errno is nValue
         Short,  // the real call with at most nValue bytes
         Zero,   // 0 without a real call
     };
     Kind kind = Kind::Real;
     int nValue = 0;
-    std::function<void()> fnFirst = nullptr;  // runs before the call
+    std::function<void()> fnBefore = nullptr;
+    std::function<void(ssize_t nResult)> fnAfter = nullptr;
 };
 
 inline Outcome Fail(int nErrno) {
@@ -31,36 +41,103 @@ inline Outcome Short(int cb) {
     return {Outcome::Kind::Short, cb};
 }
 
-inline Outcome After(std::function<void()> fnFirst) {
-    return {Outcome::Kind::Real, 0, std::move(fnFirst)};
+inline Outcome After(std::function<void()> fnBefore) {
+    return {Outcome::Kind::Real, 0, std::move(fnBefore)};
 }
 
 inline const Outcome kReal{};
 inline const Outcome kZero{Outcome::Kind::Zero, 0};
 
+namespace system_calls {
+
+struct Call {
+    const char* pszName;
+    std::size_t cb = 0;    // that it is to transfer
+    int nDescriptor = -1;  // that it transfers to or from
+};
+
+// Decides about the calls of all threads; null: none.
+inline constinit std::atomic<Outcome (*)(const Call&)> g_pDecide{nullptr};
+
+// The function behind the program's own of that name.
+template <typename Function>
+Function* Next(Function*, const char* pszName) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
+}
+
+// Carries out the call as decided. real(cb): the real call with that many bytes. failed: what to return for a failure.
+template <typename Real, typename Result = std::invoke_result_t<Real, std::size_t>>
+Result Perform(const Call& call, Real real, std::type_identity_t<Result> failed = Result(-1)) {
+    auto* const pDecide = g_pDecide.load();
+    if (pDecide == nullptr) {
+        return real(call.cb);
+    }
+    const Outcome outcome = pDecide(call);
+    if (outcome.fnBefore) {
+        outcome.fnBefore();
+    }
+    if (outcome.kind == Outcome::Kind::Fail) {
+        errno = outcome.nValue;
+        return failed;
+    }
+    if (outcome.kind == Outcome::Kind::Zero) {
+        return Result(0);
+    }
+    const Result result = real(
+        outcome.kind == Outcome::Kind::Short ? std::min(call.cb, static_cast<std::size_t>(outcome.nValue)) : call.cb);
+    if constexpr (std::is_integral_v<Result>) {
+        if (outcome.fnAfter) {
+            outcome.fnAfter(result);
+        }
+    }
+    return result;
+}
+
+}  // namespace system_calls
+
+// While it exists, counts the calls of its thread and gives them the outcomes of scripts. One for each thread.
 class SystemCalls {
 public:
-    SystemCalls();
-    ~SystemCalls();
+    SystemCalls() {
+        t_pCalls = this;
+        system_calls::g_pDecide = Decide;
+    }
+    ~SystemCalls() { t_pCalls = nullptr; }
     SystemCalls(const SystemCalls&) = delete;
     SystemCalls& operator=(const SystemCalls&) = delete;
 
-    // The outcomes of the thread's next calls of that name; with bRepeat they start over when they are used up.
-    void Script(const std::string& strName, std::vector<Outcome> outcomes, bool bRepeat = false);
+    // The outcomes of the next calls of that name; with bRepeat they start over when they are used up.
+    void Script(const std::string& strName, std::vector<Outcome> outcomes, bool bRepeat = false) {
+        m_plans[strName] = {std::move(outcomes), 0, bRepeat};
+    }
 
-    // How often the thread has called what since this object was made or Reset.
+    // How many calls of each name there were since the object was made, or since Reset.
     const std::map<std::string, int>& Counts() const { return m_counts; }
-    void Reset();
-
-    // For the replaced calls: counts, and says what is to happen. Real without an object.
-    static Outcome Next(const char* pszName);
+    void Reset() {
+        m_counts.clear();
+        m_plans.clear();
+    }
 
 private:
     struct Plan {
         std::vector<Outcome> outcomes;
-        size_t nNext = 0;
+        std::size_t nNext = 0;
         bool bRepeat = false;
     };
+
+    static Outcome Decide(const system_calls::Call& call) {
+        if (t_pCalls == nullptr) {
+            return kReal;
+        }
+        ++t_pCalls->m_counts[call.pszName];
+        Plan& plan = t_pCalls->m_plans[call.pszName];
+        if (plan.nNext == plan.outcomes.size() && plan.bRepeat) {
+            plan.nNext = 0;
+        }
+        return plan.nNext < plan.outcomes.size() ? plan.outcomes[plan.nNext++] : kReal;
+    }
+
+    static inline thread_local SystemCalls* t_pCalls = nullptr;
     std::map<std::string, int> m_counts;
     std::map<std::string, Plan> m_plans;
 };

@@ -1,11 +1,12 @@
 #include "signing/SecretText.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 #include <string_view>
+
+#include "SystemCalls.h"
 
 namespace vextk {
 namespace {
@@ -74,8 +75,7 @@ TEST(SecretText, IsWipedWhereItHasMovedTo) {
 
 // In place of OpenSSL's, which it calls.
 void OPENSSL_cleanse(void* pData, size_t cbData) {
-    using Function = void(void*, size_t);
-    static auto* const s_pNext = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "OPENSSL_cleanse"));
+    static auto* const s_pNext = system_calls::Next(OPENSSL_cleanse, "OPENSSL_cleanse");
     if (vextk::t_pWiped != nullptr && cbData > 0) {
         vextk::t_pWiped->append(static_cast<const char*>(pData), cbData);
     }
