@@ -1,49 +1,39 @@
 // Files behind handles that are numbers.
 
 #include <fcntl.h>
-#include <pthread.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <new>
-#include <string>
-#include <string_view>
+#include <optional>
 
 #include "HandleTable.h"
 #include "compat/FileLock.h"
 #include "compat/LastError.h"
 #include "compat/RegularFile.h"
+#include "posix/ForkPhases.h"
+#include "posix/OpenFile.h"
+#include "posix/PlatformError.h"
 
 namespace vextk {
 namespace {
+
+using vexposix::ErrorFromErrno;
+using vexposix::ErrorFromOpening;
+using vexposix::FileDescriptor;
+using vexposix::ForkPhase;
+using vexposix::OpenedFile;
 
 using Files = HandleTable<RegularFile>;
 
 Files& OpenFiles() noexcept;
 
-void BeforeFork() {
-    OpenFiles().LockForFork();
-    FileLock::BeforeFork();
-}
-
-void AfterForkHere() {
-    FileLock::AfterForkHere();
-    OpenFiles().UnlockAfterFork();
-}
-
-void AfterForkThere() {
-    FileLock::AfterForkThere();
-    OpenFiles().UnlockAfterFork();
-}
-
 Files& MakeOpenFiles() {
     constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
     Files& files = *new Files(kFirstHandle);
-    pthread_atfork(BeforeFork, AfterForkHere, AfterForkThere);
+    constexpr auto unlock = [] { OpenFiles().UnlockAfterFork(); };
+    vexposix::AddToFork(ForkPhase::kOpenFiles, {[] { OpenFiles().LockForFork(); }, unlock, unlock});
+    vexposix::AddToFork(ForkPhase::kFileClosing,
+                        {FileLock::BeforeFork, FileLock::AfterForkHere, FileLock::AfterForkThere});
     return files;
 }
 
@@ -54,7 +44,7 @@ Files& OpenFiles() noexcept {
     return s_files;
 }
 
-// Made before a second thread can be in the making of it when the process forks.
+// Created at load time, so that no fork can interrupt its creation.
 [[maybe_unused]] const Files& s_filesAtLoadTime = OpenFiles();
 
 BOOL Fail(DWORD dwError) {
@@ -84,7 +74,7 @@ BOOL TransferBytes(HANDLE hFile, LPCVOID lpBuffer, DWORD cbBuffer, DWORD* pcbDon
         if (pcbDone == nullptr || (lpBuffer == nullptr && cbBuffer != 0)) {
             return ERROR_INVALID_PARAMETER;
         }
-        const RegularFile::Transfer transfer = operation(file);
+        const vexposix::Transfer transfer = operation(file);
         *pcbDone = transfer.cb;
         return ErrorFromErrno(transfer.nErrno);
     });
@@ -96,89 +86,19 @@ struct Opened {
     DWORD dwError;
 };
 
-Opened NotOpened(DWORD dwError) {
-    return {FileDescriptor(), FileLock(), dwError};
-}
-
-constexpr mode_t kOwnerOnly = 0600;  // log lines are nobody else's business
-
-Opened LockOpened(FileDescriptor descriptor, unsigned uForksBeforeOpen) {
-    struct stat status {};
-    if (fstat(descriptor.Get(), &status) != 0) {
-        return NotOpened(ErrorFromErrno(errno));
-    }
-    // A second name may be that of a file that its owner keeps elsewhere.
-    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
-        return NotOpened(ERROR_ACCESS_DENIED);
-    }
-    // Another user could grow or lock a file of his own at any time. One of root's is shared on purpose.
-    if (status.st_uid != 0 && status.st_uid != geteuid()) {
-        return NotOpened(ERROR_ACCESS_DENIED);
-    }
-    FileLock lock(descriptor.Get(), uForksBeforeOpen);
-    return {std::move(descriptor), std::move(lock), ERROR_ALREADY_EXISTS};
-}
-
-// A file in the directory of that name, which nobody else can open yet. Not open where the file system has no such
-// files.
-FileDescriptor MakeNameless(std::string_view name) {
-    const std::string strDirectory(name.substr(0, name.rfind('/') + 1));
-    return FileDescriptor(
-        open(strDirectory.empty() ? "." : strDirectory.c_str(), O_RDWR | O_CLOEXEC | O_TMPFILE, kOwnerOnly));
-}
-
-bool GiveName(const FileDescriptor& descriptor, const char* pszName) {
-    std::array<char, 32> szNameless{};
-    std::snprintf(szNameless.data(), szNameless.size(), "/proc/self/fd/%d", descriptor.Get());
-    return linkat(AT_FDCWD, szNameless.data(), AT_FDCWD, pszName, AT_SYMLINK_FOLLOW) == 0;
-}
-
 // A new file is locked before it has its name: others that open it wait until its creator has written its beginning.
-// Not open, with errno, on failure.
-Opened Create(const char* pszName, int nFlags, unsigned uForksBeforeOpen) {
-    if (FileDescriptor nameless = MakeNameless(pszName); nameless.IsOpen()) {
-        FileLock lock(nameless.Get(), uForksBeforeOpen);
-        if (GiveName(nameless, pszName)) {
-            return {std::move(nameless), std::move(lock), ERROR_SUCCESS};
-        }
+Opened OpenLocked(const char* pszName) {
+    const unsigned uForks = FileLock::Forks();
+    std::optional<FileLock> lock;
+    OpenedFile opened = OpenOrCreateFile(AT_FDCWD, pszName, vexposix::kKnownName,
+                                         [&](int nDescriptor) { lock.emplace(nDescriptor, uForks); });
+    if (!opened.descriptor.IsOpen()) {
+        return {FileDescriptor(), FileLock(), ErrorFromOpening(opened.nErrno)};
     }
-    FileDescriptor created(open(pszName, nFlags | O_CREAT | O_EXCL, kOwnerOnly));
-    if (!created.IsOpen()) {
-        return NotOpened(ERROR_SUCCESS);
+    if (!opened.bCreated) {
+        lock.emplace(opened.descriptor.Get(), uForks);
     }
-    // Here another process may have had the lock first, and written first.
-    FileLock lock(created.Get(), uForksBeforeOpen);
-    const bool bEmpty = lseek(created.Get(), 0, SEEK_END) == 0;
-    return {std::move(created), std::move(lock), bEmpty ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
-}
-
-// An existing file is opened without O_CREAT, as a file of somebody else in a directory like /tmp may not be.
-Opened OpenOrCreate(const char* pszName) {
-    // O_NONBLOCK: a pipe or device of that name must not hold the caller up; it means nothing for regular files.
-    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    // Somebody else may create and remove the file between the two attempts, but hardly time and again.
-    constexpr int kMaxRounds = 100;
-    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
-        const unsigned uForks = FileLock::Forks();
-        FileDescriptor existing(open(pszName, kFlags));
-        if (existing.IsOpen()) {
-            return LockOpened(std::move(existing), uForks);
-        }
-        if (errno == EINTR) {
-            continue;
-        }
-        if (errno != ENOENT) {
-            return NotOpened(ErrorFromErrno(errno));
-        }
-        Opened created = Create(pszName, kFlags, uForks);
-        if (created.descriptor.IsOpen()) {
-            return created;
-        }
-        if (errno != EEXIST && errno != EINTR) {
-            return NotOpened(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
-        }
-    }
-    return NotOpened(ERROR_SHARING_VIOLATION);
+    return {std::move(opened.descriptor), std::move(*lock), opened.bCreated ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS};
 }
 
 HANDLE FailToOpen(DWORD dwError) {
@@ -196,7 +116,7 @@ HANDLE VexCreateFile(LPCSTR lpFileName) {
         return FailToOpen(ERROR_INVALID_PARAMETER);
     }
     try {
-        Opened opened = OpenOrCreate(lpFileName);
+        Opened opened = OpenLocked(lpFileName);
         if (!opened.descriptor.IsOpen()) {
             return FailToOpen(opened.dwError);
         }

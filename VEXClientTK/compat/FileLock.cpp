@@ -3,14 +3,14 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <new>
-#include <thread>
+
+#include "posix/LockFile.h"
 
 namespace vextk {
 namespace {
@@ -24,29 +24,12 @@ std::atomic<unsigned> s_uFirst{0};
 std::mutex s_closing;
 bool s_bClosingHeldForFork = false;  // of the thread that forks
 
-// Calls fnTry until it returns true, for maxWait at most, with longer and longer pauses.
-template <typename Try>
-bool TryFor(std::chrono::microseconds maxWait, Try fnTry) {
-    constexpr std::chrono::microseconds kFirstPause(20);
-    constexpr std::chrono::microseconds kLongestPause(1000);
-    if (fnTry()) {
-        return true;  // without a look at the clock
-    }
-    const auto end = std::chrono::steady_clock::now() + maxWait;
-    for (auto pause = kFirstPause; std::chrono::steady_clock::now() < end; pause = std::min(pause * 2, kLongestPause)) {
-        std::this_thread::sleep_for(pause);
-        if (fnTry()) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // A log record takes far less than a millisecond.
+constexpr std::chrono::microseconds kNoWait(0);
 constexpr std::chrono::milliseconds kFirstWait(2000);
-constexpr std::chrono::microseconds kWaitAfterOneInVain(500);
+constexpr std::chrono::microseconds kWaitForBusyFile(500);
 
-// The file whose lock was last waited for in vain; 0: none.
+// The file whose lock this process did not get at its last try; 0: none.
 std::atomic<std::uint64_t> s_uBusyFile{0};
 
 // The same number for all descriptors of a file, and never 0. That of another file is very likely another.
@@ -71,22 +54,20 @@ void FileLock::Take(int nDescriptor) noexcept {
     if (m_state != State::kFree || !IsOwn()) {
         return;
     }
-    bool bHeld = false;
-    const auto isDecided = [&] {
-        bHeld = flock(nDescriptor, LOCK_EX | LOCK_NB) == 0;
-        return bHeld || (errno != EWOULDBLOCK && errno != EINTR);
-    };
     std::uint64_t uBusyFile = s_uBusyFile.load(std::memory_order_relaxed);
-    if (!isDecided()) {
+    int nErrno = vexposix::LockFile(nDescriptor, LOCK_EX, kNoWait);
+    if (nErrno == EWOULDBLOCK) {
         const std::uint64_t uFile = NumberOf(nDescriptor);
-        if (!TryFor(uFile == uBusyFile ? kWaitAfterOneInVain : kFirstWait, isDecided)) {
+        nErrno = vexposix::LockFile(nDescriptor, LOCK_EX, uFile == uBusyFile ? kWaitForBusyFile : kFirstWait);
+        if (nErrno == EWOULDBLOCK) {
             s_uBusyFile.store(uFile, std::memory_order_relaxed);
         }
     }
+    const bool bHeld = nErrno == 0;
     if (bHeld && uBusyFile != 0 && uBusyFile == NumberOf(nDescriptor)) {
         s_uBusyFile.compare_exchange_strong(uBusyFile, 0, std::memory_order_relaxed);
     }
-    m_state = bHeld ? State::kHeld : State::kInVain;
+    m_state = bHeld ? State::kHeld : State::kWithout;
 }
 
 void FileLock::Release(int nDescriptor) noexcept {
@@ -99,9 +80,9 @@ void FileLock::Release(int nDescriptor) noexcept {
     m_state = State::kFree;
 }
 
-void FileLock::EndByClosing(FileDescriptor& descriptor) noexcept {
+void FileLock::EndByClosing(vexposix::FileDescriptor& descriptor) noexcept {
     const std::lock_guard lock(s_closing);
-    const FileDescriptor closing(std::move(descriptor));
+    const vexposix::FileDescriptor closing(std::move(descriptor));
     if (m_state == State::kHeld && IsOwn() && m_uForks != Forks()) {
         flock(closing.Get(), LOCK_UN);
     }
@@ -112,10 +93,10 @@ unsigned FileLock::Forks() noexcept {
     return s_uForks.load(std::memory_order_relaxed);
 }
 
-// A disk that does not answer holds up no fork: the new process may keep a lock then, for which others wait in vain.
+// A disk that does not answer must not delay a fork for long. After the bound, the new process may keep a file locked.
 void FileLock::BeforeFork() noexcept {
     constexpr std::chrono::milliseconds kMaxWait(100);
-    s_bClosingHeldForFork = TryFor(kMaxWait, [] { return s_closing.try_lock(); });
+    s_bClosingHeldForFork = vexposix::TryFor(kMaxWait, [] { return s_closing.try_lock(); });
     s_uForks.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -131,7 +112,7 @@ void FileLock::AfterForkThere() noexcept {
     if (s_bClosingHeldForFork) {
         s_closing.unlock();
     } else {
-        ::new (static_cast<void*>(&s_closing)) std::mutex;  // locked by a thread that this process has not
+        ::new (static_cast<void*>(&s_closing)) std::mutex;  // its owner is a thread of the parent
     }
 }
 

@@ -8,10 +8,13 @@
 #include <cstring>
 #include <cwchar>
 
-#include "compat/Utf8.h"
+#include "posix/Utf8.h"
 
 namespace vextk {
 namespace {
+
+using vexposix::DecodedLength;
+using vexposix::EncodedLength;
 
 constexpr auto kMalformed = static_cast<std::size_t>(-1);
 constexpr auto kCutOff = static_cast<std::size_t>(-2);

@@ -9,6 +9,8 @@
 #include <cwchar>
 
 #include "compat/LastError.h"
+#include "posix/Directories.h"
+#include "posix/PlatformError.h"
 
 namespace vextk {
 namespace {
@@ -39,35 +41,6 @@ int StatErrno(const char* pszPath, struct stat& status) {
     return stat(pszPath, &status) == 0 ? 0 : errno;
 }
 
-int MakeErrno(const char* pszPath) {
-    constexpr mode_t kOwnerOnly = 0700;  // like the log files inside
-    return mkdir(pszPath, kOwnerOnly) == 0 ? 0 : errno;
-}
-
-// A directory that mkdir refuses to make for another reason than that it exists (a read-only file system, say) may
-// exist nevertheless.
-int MakeParent(const char* pszPath) {
-    const int nErrno = MakeErrno(pszPath);
-    struct stat status {};
-    return nErrno == EEXIST || (nErrno != 0 && StatErrno(pszPath, status) == 0) ? 0 : nErrno;
-}
-
-// Makes what comes before each separator. The path is whole again on return.
-int MakeParents(char* pszPath) {
-    for (char* pch = pszPath + 1; *pch != '\0'; ++pch) {
-        if (*pch != '/' || pch[-1] == '/') {
-            continue;
-        }
-        *pch = '\0';
-        const int nErrno = MakeParent(pszPath);
-        *pch = '/';
-        if (nErrno != 0) {
-            return nErrno;
-        }
-    }
-    return 0;
-}
-
 void CutTrailingSeparators(char* pszPath) {
     size_t cb = std::strlen(pszPath);
     while (cb > 1 && pszPath[cb - 1] == '/') {
@@ -91,13 +64,10 @@ DWORD MakeDirectory(LPCWSTR pszPath) {
     }
     if (nErrno == ENOENT) {
         CutTrailingSeparators(path.Text());
-        nErrno = MakeErrno(path.Text());
-        if (nErrno == ENOENT) {
-            nErrno = MakeParents(path.Text());
-            nErrno = nErrno == 0 ? MakeErrno(path.Text()) : nErrno;
-        }
+        constexpr mode_t kOwnerOnly = 0700;  // like the log files inside
+        nErrno = vexposix::MakeDirectories(path.Text(), kOwnerOnly);
     }
-    return nErrno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(nErrno);
+    return nErrno == ENOENT ? ERROR_PATH_NOT_FOUND : vexposix::ErrorFromErrno(nErrno);
 }
 
 DWORD CheckDirectory(LPCWSTR pszPath) {
@@ -109,7 +79,7 @@ DWORD CheckDirectory(LPCWSTR pszPath) {
     struct stat status {};
     const int nErrno = StatErrno(path.Text(), status);
     if (nErrno != 0) {
-        return ErrorFromErrno(nErrno);
+        return vexposix::ErrorFromErrno(nErrno);
     }
     return S_ISDIR(status.st_mode) ? ERROR_SUCCESS : ERROR_DIRECTORY;
 }

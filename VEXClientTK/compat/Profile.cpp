@@ -1,43 +1,35 @@
 // Integers out of profile files.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <new>
 #include <string>
 
 #include "compat/LastError.h"
 #include "compat/ProfileText.h"
-#include "compat/RegularFile.h"
+#include "posix/FileIo.h"
+#include "posix/OpenFile.h"
+#include "posix/PlatformError.h"
 
 namespace vextk {
 namespace {
 
 // Far above any file that people keep; bounds what a wrong file can cost.
-constexpr off_t kMaxFile = off_t{1024} * 1024;
+constexpr std::size_t kMaxFile = std::size_t{1024} * 1024;
 
-// Returns errno; EACCES for anything but a regular file, EFBIG when the file is larger than kMaxFile.
-int ReadProfile(const char* pszName, std::string& strText) {
-    FileDescriptor descriptor(open(pszName, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!descriptor.IsOpen()) {
-        return errno;
+// Returns the platform's number.
+DWORD ReadProfile(const char* pszName, std::string& strText) {
+    const vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, pszName, vexposix::kInput);
+    if (!file.descriptor.IsOpen()) {
+        return file.nErrno == EINVAL ? ERROR_ACCESS_DENIED : vexposix::ErrorFromErrno(file.nErrno);
     }
-    struct stat status {};
-    if (fstat(descriptor.Get(), &status) != 0) {
-        return errno;
+    std::size_t cbFile = 0;
+    if (const int nErrno = vexposix::GetSizeToRead(file.descriptor.Get(), kMaxFile, cbFile); nErrno != 0) {
+        return vexposix::ErrorFromErrno(nErrno);
     }
-    if (!S_ISREG(status.st_mode)) {
-        return EACCES;
-    }
-    if (status.st_size > kMaxFile) {
-        return EFBIG;
-    }
-    strText.resize(static_cast<std::size_t>(status.st_size));
-    RegularFile file(std::move(descriptor));
-    const RegularFile::Transfer transfer = file.Read(strText.data(), strText.size());
+    strText.resize(cbFile);
+    const vexposix::Transfer transfer = vexposix::ReadAt(file.descriptor.Get(), strText.data(), strText.size(), 0);
     strText.resize(transfer.cb);
-    return transfer.nErrno;
+    return vexposix::ErrorFromErrno(transfer.nErrno);
 }
 
 }  // namespace
@@ -53,9 +45,9 @@ UINT GetPrivateProfileIntA(LPCSTR lpAppName, LPCSTR lpKeyName, INT nDefault, LPC
     }
     try {
         std::string strText;
-        const int nErrno = ReadProfile(lpFileName, strText);
-        if (nErrno != 0) {
-            SetLastErrorNumber(ErrorFromErrno(nErrno));
+        const DWORD dwError = ReadProfile(lpFileName, strText);
+        if (dwError != ERROR_SUCCESS) {
+            SetLastErrorNumber(dwError);
             return uDefault;
         }
         const std::optional<UINT> uValue = FindProfileInteger(strText, lpAppName, lpKeyName);

@@ -6,30 +6,25 @@
 #include <cstddef>
 #include <mutex>
 
-#include "FileDescriptor.h"
 #include "compat/FileLock.h"
+#include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
 
 namespace vextk {
 
 // Any thread may call any member; calls that use the position run one after the other.
 class RegularFile {
 public:
-    // The lock is the descriptor's, or one that is never taken.
-    explicit RegularFile(FileDescriptor descriptor, FileLock lock = {})
+    // The lock is the descriptor's.
+    RegularFile(vexposix::FileDescriptor descriptor, FileLock lock)
         : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
     ~RegularFile() { m_lock.EndByClosing(m_descriptor); }
 
-    // The bytes that were transferred before the end of the file or an error.
-    struct Transfer {
-        std::size_t cb = 0;
-        int nErrno = 0;
-    };
-
-    // At the position, which moves on. They go on after a signal and after a short count.
-    Transfer Read(void* pBuffer, std::size_t cbBuffer);
-    Transfer Write(const void* pData, std::size_t cbData);
+    // At the position, which moves on.
+    vexposix::Transfer Read(void* pBuffer, std::size_t cbBuffer);
+    vexposix::Transfer Write(const void* pData, std::size_t cbData);
 
     void SeekTo(off_t nPosition);
 
@@ -44,7 +39,7 @@ public:
     void Flush();
 
 private:
-    FileDescriptor m_descriptor;
+    vexposix::FileDescriptor m_descriptor;
     std::mutex m_mutex;
     FileLock m_lock;  // guarded by m_mutex, as is the next
     off_t m_nPosition = 0;

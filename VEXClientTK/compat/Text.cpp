@@ -7,10 +7,15 @@
 
 #include "compat/LastError.h"
 #include "compat/LocaleText.h"
-#include "compat/Utf8.h"
+#include "posix/Utf8.h"
 
 namespace vextk {
 namespace {
+
+using vexposix::DecodedLength;
+using vexposix::DecodeUtf8;
+using vexposix::EncodedLength;
+using vexposix::EncodeUtf8;
 
 int Fail(DWORD dwError) {
     SetLastErrorNumber(dwError);

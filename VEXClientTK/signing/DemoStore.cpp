@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -14,7 +15,12 @@
 #include <system_error>
 #include <vector>
 
-#include "FileDescriptor.h"
+#include "posix/Directories.h"
+#include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
+#include "posix/LockFile.h"
+#include "posix/OpenFile.h"
+#include "posix/ReplacementFile.h"
 #include "signing/DemoCertificates.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
@@ -23,13 +29,20 @@
 namespace vextk {
 namespace {
 
+using vexposix::FileDescriptor;
+using vexposix::OpenedFile;
+
 constexpr const char* kStoreName = "demo.pem";
 constexpr const char* kNewStoreName = "demo.pem.new";
 constexpr const char* kLockName = "demo.lock";
 constexpr size_t kLargestStore = 1 << 20;
+constexpr mode_t kPrivateDirectory = 0700;
+constexpr mode_t kAllRights = 0777;
+constexpr std::chrono::seconds kLongestWait(60);  // making the store takes about a second
 
-[[noreturn]] void Fail(const std::string& strWhat, int nErrno) {
-    throw Failure(VCTK_E_DEMO_STORE, strWhat + ": " + std::generic_category().message(nErrno));
+[[noreturn]] void Fail(const std::string& strPath, int nErrno) {
+    const char* pszOwner = nErrno == EPERM ? " belongs to another user" : "";
+    throw Failure(VCTK_E_DEMO_STORE, strPath + pszOwner + ": " + std::generic_category().message(nErrno));
 }
 
 std::string HomeDirectory() {
@@ -53,56 +66,35 @@ std::string StoreDirectory() {
     return strData + "/vex-client-toolkit";
 }
 
-void MakeDirectories(const std::string& strPath) {
-    for (size_t nEnd = strPath.find('/', 1);; nEnd = strPath.find('/', nEnd + 1)) {
-        const std::string strPart = strPath.substr(0, nEnd);
-        if (mkdir(strPart.c_str(), 0700) != 0 && errno != EEXIST) {
-            Fail(strPart, errno);
-        }
-        if (nEnd == std::string::npos) {
-            return;
-        }
-    }
-}
-
-// Checks that a file or directory is the user's own and takes everybody else's access away.
-void MakePrivate(int nDescriptor, mode_t mode, const std::string& strName) {
-    struct stat status {};
-    if (fstat(nDescriptor, &status) != 0) {
-        Fail(strName, errno);
-    }
-    if (status.st_uid != geteuid()) {
-        Fail(strName + " belongs to another user", EPERM);
-    }
-    if ((status.st_mode & 0777) != mode && fchmod(nDescriptor, mode) != 0) {
-        Fail(strName, errno);
-    }
-}
-
 class DemoDirectory {
 public:
     DemoDirectory() : m_strPath(StoreDirectory()) {
-        MakeDirectories(m_strPath);
+        const int nErrno = vexposix::MakeDirectories(m_strPath.data(), kPrivateDirectory);
+        if (nErrno != 0 && nErrno != EEXIST) {
+            Fail(m_strPath.c_str(), nErrno);
+        }
         m_directory = FileDescriptor(open(m_strPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!m_directory.IsOpen()) {
+        struct stat status {};
+        if (!m_directory.IsOpen() || fstat(m_directory.Get(), &status) != 0) {
             Fail(m_strPath, errno);
         }
-        MakePrivate(m_directory.Get(), 0700, m_strPath);
+        if (status.st_uid != geteuid()) {
+            Fail(m_strPath, EPERM);
+        }
+        if ((status.st_mode & kAllRights) != kPrivateDirectory && fchmod(m_directory.Get(), kPrivateDirectory) != 0) {
+            Fail(m_strPath, errno);
+        }
     }
 
     // The store's identities; nothing when there is no store, or one that has to be made anew.
     std::optional<Identities> Read() const {
-        const FileDescriptor file(
-            openat(m_directory.Get(), kStoreName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (!file.IsOpen()) {
-            if (errno == ENOENT) {
-                return std::nullopt;
-            }
-            Fail(Path(kStoreName), errno);
+        const OpenedFile file = OpenFile(m_directory.Get(), kStoreName, vexposix::kPrivateInput);
+        if (file.nErrno == ENOENT) {
+            return std::nullopt;
         }
-        MakePrivate(file.Get(), 0600, Path(kStoreName));
+        RequireSuccess(kStoreName, file.nErrno);
         try {
-            Identities identities = ReadIdentities(ReadFileBytes(file.Get(), kLargestStore).View(), nullptr);
+            Identities identities = ReadIdentities(ReadFileBytes(file.descriptor.Get(), kLargestStore).View(), nullptr);
             const std::time_t now = std::time(nullptr);
             const bool bUsable = identities.size() == 2 &&
                                  std::all_of(identities.begin(), identities.end(), [now](const IdentityPtr& identity) {
@@ -118,43 +110,30 @@ public:
 
     // Held for as long as the result lives, against other processes and threads that make the store.
     FileDescriptor Lock() const {
-        FileDescriptor lock = Create(kLockName, 0);
-        while (flock(lock.Get(), LOCK_EX) != 0) {
-            if (errno != EINTR) {
-                Fail(Path(kLockName), errno);
-            }
-        }
-        return lock;
+        OpenedFile lock = OpenOrCreateFile(m_directory.Get(), kLockName, vexposix::kPrivate);
+        RequireSuccess(kLockName, lock.nErrno);
+        const int nErrno = vexposix::LockFile(lock.descriptor.Get(), LOCK_EX, kLongestWait);
+        RequireSuccess(kLockName, nErrno == EWOULDBLOCK ? EBUSY : nErrno);
+        return std::move(lock.descriptor);
     }
 
     // The lock must be held. Readers see the old store or the whole new one.
     void Write(std::string_view bytes) const {
         unlinkat(m_directory.Get(), kNewStoreName, 0);
-        const FileDescriptor file = Create(kNewStoreName, O_EXCL);
-        while (!bytes.empty()) {
-            const ssize_t cb = write(file.Get(), bytes.data(), bytes.size());
-            if (cb < 0 && errno != EINTR) {
-                Fail(Path(kNewStoreName), errno);
-            }
-            bytes.remove_prefix(cb > 0 ? static_cast<size_t>(cb) : 0);
-        }
-        if (fsync(file.Get()) != 0 || renameat(m_directory.Get(), kNewStoreName, m_directory.Get(), kStoreName) != 0) {
-            Fail(Path(kStoreName), errno);
-        }
+        vexposix::ReplacementFile file(m_directory.Get(), kNewStoreName, S_IRUSR | S_IWUSR);
+        RequireSuccess(kNewStoreName, file.IsOpen() ? 0 : errno);
+        RequireSuccess(kNewStoreName, vexposix::WriteAll(file.Descriptor(), bytes));
+        RequireSuccess(kStoreName, file.MoveTo(kStoreName));
     }
 
 private:
-    FileDescriptor Create(const char* pszName, int nFlags) const {
-        FileDescriptor file(
-            openat(m_directory.Get(), pszName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | nFlags, 0600));
-        if (!file.IsOpen()) {
-            Fail(Path(pszName), errno);
-        }
-        MakePrivate(file.Get(), 0600, Path(pszName));
-        return file;
-    }
-
     std::string Path(const char* pszName) const { return m_strPath + "/" + pszName; }
+
+    void RequireSuccess(const char* pszName, int nErrno) const {
+        if (nErrno != 0) {
+            Fail(Path(pszName), nErrno);
+        }
+    }
 
     std::string m_strPath;
     FileDescriptor m_directory;

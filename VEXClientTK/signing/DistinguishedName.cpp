@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "posix/Hexadecimal.h"
+#include "posix/Utf8.h"
 #include "signing/AsciiCase.h"
 #include "signing/WideText.h"
 
@@ -58,23 +60,6 @@ std::string FindType(const std::string& strName) {
         }
     }
     return {};
-}
-
-int HexDigit(char ch) {
-    return OPENSSL_hexchar2int(static_cast<unsigned char>(ch));
-}
-
-bool IsUtf8(const std::string& text) {
-    const auto* pbText = reinterpret_cast<const unsigned char*>(text.data());
-    for (size_t i = 0; i < text.size();) {
-        unsigned long ulCharacter = 0;
-        const int cb = UTF8_getc(pbText + i, static_cast<int>(text.size() - i), &ulCharacter);
-        if (cb <= 0) {
-            return false;
-        }
-        i += static_cast<size_t>(cb);
-    }
-    return true;
 }
 
 }  // namespace
@@ -182,7 +167,7 @@ private:
             }
             bytes += *ch;
         }
-        if (!IsUtf8(bytes)) {
+        if (!vexposix::IsPlainUtf8(bytes)) {
             return std::nullopt;
         }
         return DistinguishedName::ValueOf(WideFromUtf8(bytes));
@@ -204,7 +189,7 @@ private:
     // "#" and the DER of the value in hexadecimal.
     std::optional<Value> ParseHexValue() {
         std::string der;
-        for (++m_n; m_n < m_text.size() && HexDigit(m_text[m_n]) >= 0; m_n += 2) {
+        for (++m_n; m_n < m_text.size() && vexposix::HexValue(m_text[m_n]) >= 0; m_n += 2) {
             const std::optional<char> ch = HexPair(m_n);
             if (!ch) {
                 return std::nullopt;
@@ -228,9 +213,8 @@ private:
     }
 
     std::optional<char> HexPair(size_t n) const {
-        const int nHigh = n + 1 < m_text.size() ? HexDigit(m_text[n]) : -1;
-        const int nLow = n + 1 < m_text.size() ? HexDigit(m_text[n + 1]) : -1;
-        return nHigh < 0 || nLow < 0 ? std::nullopt : std::optional(static_cast<char>(nHigh * 16 + nLow));
+        const int nByte = vexposix::HexByteAt(m_text, n);
+        return nByte < 0 ? std::nullopt : std::optional(static_cast<char>(nByte));
     }
 
     void SkipBlanks() { m_n = std::min(m_text.find_first_not_of(' ', m_n), m_text.size()); }

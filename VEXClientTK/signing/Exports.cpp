@@ -1,7 +1,5 @@
 // The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
 
-#include <pthread.h>
-
 #include <array>
 #include <climits>
 #include <cstring>
@@ -9,6 +7,7 @@
 
 #include "HandleTable.h"
 #include "VCTK.h"
+#include "posix/ForkPhases.h"
 #include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
 #include "signing/SigningObject.h"
@@ -52,7 +51,7 @@ void ForgetThread(ThreadId nThread) noexcept {
 Objects& MakeOpenObjects() {
     constexpr std::uintptr_t kFirstHandle = 0x56430004;
     Objects& objects = *new Objects(kFirstHandle);
-    pthread_atfork(BeforeFork, Unlock, AfterForkThere);
+    vexposix::AddToFork(vexposix::ForkPhase::kHandles, {BeforeFork, Unlock, AfterForkThere});
     OnThreadEnd(ForgetThread);
     return objects;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VCTKFilter.h"
+#include "posix/Hexadecimal.h"
 #include "signing/AsciiCase.h"
 #include "signing/DistinguishedName.h"
 #include "signing/Failure.h"
@@ -66,7 +67,7 @@ std::string HexDigits(std::string_view strValue) {
             strValue[i - 1] != ':') {
             continue;
         }
-        if (std::string_view("0123456789abcdefABCDEF").find(ch) == std::string_view::npos) {
+        if (vexposix::HexValue(ch) < 0) {
             Malformed("it is not a hexadecimal number");
         }
         digits += ch >= 'a' ? static_cast<char>(ch - 'a' + 'A') : ch;

@@ -8,6 +8,7 @@
 #include <limits>
 #include <new>
 
+#include "posix/Hexadecimal.h"
 #include "signing/Base64.h"
 #include "signing/Failure.h"
 
@@ -41,12 +42,10 @@ std::string IsoText(std::time_t time) {
 }
 
 std::string HexText(const unsigned char* pbData, size_t cbData) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text;
     text.reserve(cbData * 2);
     for (size_t i = 0; i < cbData; ++i) {
-        text += kDigits[pbData[i] >> 4];
-        text += kDigits[pbData[i] & 15];
+        vexposix::AppendHexByte(text, pbData[i]);
     }
     return text;
 }

@@ -1,6 +1,5 @@
 #include "signing/Pkcs11Module.h"
 
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "posix/ForkPhases.h"
+#include "posix/Hexadecimal.h"
 #include "signing/ModuleTrust.h"
 #include "signing/Token.h"
 
@@ -140,10 +141,9 @@ std::string Pkcs11ResultText(CK_RV rv) {
             return result.pszName;
         }
     }
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string strDigits;
     for (CK_RV n = rv; n != 0 || strDigits.empty(); n /= 16) {
-        strDigits.insert(strDigits.begin(), kDigits[n % 16]);
+        strDigits.insert(strDigits.begin(), vexposix::kUpperHexDigits[n % 16]);
     }
     return "PKCS #11 result 0x" + strDigits;
 }
@@ -173,7 +173,8 @@ Pkcs11Module::Process& Pkcs11Module::CurrentProcess() {
     std::call_once(s_once, [] {
         Process::Current() = new Process(nullptr);
         // The child has none of the parent's threads that may hold these locks just now.
-        pthread_atfork(nullptr, nullptr, [] { Process::Current() = new Process(Process::Current()); });
+        vexposix::AddToFork(vexposix::ForkPhase::kModules,
+                            {nullptr, nullptr, [] { Process::Current() = new Process(Process::Current()); }});
     });
     return *Process::Current();
 }

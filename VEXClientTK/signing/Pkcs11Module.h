@@ -73,6 +73,9 @@ public:
     // Whether Call does not throw.
     bool IsUsable() const;
 
+    // Throws what Call would throw. To be called before a lock that a thread of the parent may hold in a forked child.
+    void RequireUsable() const { const CallPermit permit(*this, false); }
+
     // The one object for this token.
     std::shared_ptr<Token> FindToken(const TokenName& name);
 

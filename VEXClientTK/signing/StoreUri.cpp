@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "posix/Hexadecimal.h"
 #include "signing/AsciiCase.h"
 #include "signing/Failure.h"
 
@@ -17,27 +18,16 @@ bool IsLetter(char ch) {
     return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
 }
 
-int HexDigit(char ch) {
-    if (ch >= '0' && ch <= '9') {
-        return ch - '0';
-    }
-    if (ch >= 'a' && ch <= 'f') {
-        return ch - 'a' + 10;
-    }
-    return ch >= 'A' && ch <= 'F' ? ch - 'A' + 10 : -1;
-}
-
 SecretText PercentDecode(std::string_view text, bool bBinary = false) {
     SecretText decoded(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         char ch = text[i];
         if (ch == '%') {
-            const int nHigh = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
-            const int nLow = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
-            if (nHigh < 0 || nLow < 0) {
+            const int nByte = vexposix::HexByteAt(text, i + 1);
+            if (nByte < 0) {
                 Malformed("\"%\" is not followed by two hexadecimal digits");
             }
-            ch = static_cast<char>(nHigh * 16 + nLow);
+            ch = static_cast<char>(nByte);
             i += 2;
         }
         if (ch == '\0' && !bBinary) {

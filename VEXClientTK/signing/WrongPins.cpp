@@ -2,13 +2,13 @@
 
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
-#include <pthread.h>
 
 #include <array>
 #include <memory>
 #include <mutex>
 #include <set>
 
+#include "posix/ForkPhases.h"
 #include "signing/OpenSsl.h"
 
 namespace vextk {
@@ -29,9 +29,8 @@ Refused& Known() {
         auto pRefused = std::make_unique<Refused>();
         RequireOpenSsl(RAND_bytes(pRefused->key.data(), static_cast<int>(pRefused->key.size())) == 1);
         s_pKnown = pRefused.release();
-        // A child finds the lock free and the set whole.
-        pthread_atfork([] { s_pKnown->mutex.lock(); }, [] { s_pKnown->mutex.unlock(); },
-                       [] { s_pKnown->mutex.unlock(); });
+        constexpr auto unlock = [] { s_pKnown->mutex.unlock(); };
+        vexposix::AddToFork(vexposix::ForkPhase::kWrongPins, {[] { s_pKnown->mutex.lock(); }, unlock, unlock});
     });
     return *s_pKnown;
 }

@@ -14,7 +14,7 @@
 #include "RecordParser.h"
 #include "Report.h"
 #include "TextPrinter.h"
-#include "common/Utf8.h"
+#include "posix/Utf8Character.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ void CheckLine(std::string_view line) {
     line.remove_suffix(1);
     Require(std::none_of(line.begin(), line.end(), IsControl));
     while (!line.empty()) {
-        const tools::Utf8Character character = tools::FirstCharacter(line);
+        const vexposix::Utf8Character character = vexposix::FirstCharacter(line);
         Require(character.IsUnicode());
         line.remove_prefix(character.cb);
     }
@@ -80,7 +80,7 @@ public:
 
 private:
     const std::size_t m_cbLongest;
-    tools::OutputBuffer m_output{kNowhere};
+    vexposix::OutputBuffer m_output{kNowhere};
     std::uint64_t m_nEnd = 0;
     std::vector<std::string> m_lines;
 };
@@ -111,7 +111,7 @@ std::size_t MarkupOf(std::string_view log) {
     parser.Feed(log);
     parser.Finish();
     report.Finish();
-    tools::OutputBuffer output(kNowhere);
+    vexposix::OutputBuffer output(kNowhere);
     report.Print("log", output);
     return CountOf(output.Pending(), "script") + CountOf(output.Pending(), "<!--") + CountOf(output.Pending(), "<img");
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "compat/Utf8.h"
+#include "posix/Utf8.h"
 
 namespace {
 
@@ -18,18 +18,18 @@ void Require(bool bHolds) {
 
 // The bytes, on the heap for their exact length, so that AddressSanitizer sees a read behind them.
 std::vector<char> Encode(const std::wstring& strText) {
-    const std::optional<std::size_t> cb = vextk::EncodedLength(strText);
+    const std::optional<std::size_t> cb = vexposix::EncodedLength(strText);
     Require(cb.has_value());
     std::vector<char> bytes(*cb);
-    vextk::EncodeUtf8(strText, bytes.data(), bytes.size());
+    vexposix::EncodeUtf8(strText, bytes.data(), bytes.size());
     return bytes;
 }
 
 std::wstring Decode(std::string_view text) {
-    const std::optional<std::size_t> cch = vextk::DecodedLength(text);
+    const std::optional<std::size_t> cch = vexposix::DecodedLength(text);
     Require(cch.has_value());
     std::wstring strText(*cch, L'\0');
-    vextk::DecodeUtf8(text, strText.data(), strText.size());
+    vexposix::DecodeUtf8(text, strText.data(), strText.size());
     return strText;
 }
 
@@ -38,7 +38,7 @@ std::string_view View(const std::vector<char>& bytes) {
 }
 
 void CheckNarrow(std::string_view text) {
-    if (!vextk::DecodedLength(text)) {
+    if (!vexposix::DecodedLength(text)) {
         return;
     }
     const std::wstring strText = Decode(text);
@@ -58,7 +58,7 @@ void CheckWide(const std::uint8_t* pbData, std::size_t cbData) {
     if (!strText.empty()) {
         std::memcpy(strText.data(), pbData, strText.size() * sizeof(wchar_t));
     }
-    if (vextk::EncodedLength(strText)) {
+    if (vexposix::EncodedLength(strText)) {
         Require(Decode(View(Encode(strText))) == strText);
     }
 }

@@ -73,7 +73,7 @@ std::string FileServerClient::Receive(std::size_t cb) {
 void FileServerClient::Reset() {
     const linger atOnce{1, 0};
     setsockopt(m_socket.Get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-    m_socket = vextk::FileDescriptor();
+    m_socket = vexposix::FileDescriptor();
 }
 
 std::string FileServerClient::Message(const std::string& strPayload) const {

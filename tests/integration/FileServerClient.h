@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 class FileServerClient {
 public:
@@ -32,7 +32,7 @@ public:
 
 private:
     std::uint16_t m_uPort;
-    vextk::FileDescriptor m_socket;
+    vexposix::FileDescriptor m_socket;
 };
 
 // One request on a connection of its own.

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include "FileServerFixture.h"
 
@@ -133,7 +133,7 @@ TEST_F(FileServerLife, EndsOnASignalThatComesWithItsHousekeeping) {
 TEST_F(FileServerLife, ServesWhileNobodyReadsItsLog) {
     const std::string strPipe = m_directory.Path("pipe");
     ASSERT_EQ(mkfifo(strPipe.c_str(), 0600), 0);
-    const vextk::FileDescriptor pipe(open(strPipe.c_str(), O_RDWR | O_CLOEXEC));
+    const vexposix::FileDescriptor pipe(open(strPipe.c_str(), O_RDWR | O_CLOEXEC));
     FileServerProcess server({"--root", Root(), "--port", "0", "--verbose"}, "-n 256 && exec 2>'" + strPipe + "'");
     std::string strLog;
     const auto readUntil = [&](const std::string& strText) {

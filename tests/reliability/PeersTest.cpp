@@ -24,15 +24,15 @@
 #include <vector>
 
 #include "Amount.h"
-#include "FileDescriptor.h"
 #include "FileServerFixture.h"
 #include "PipeIPC.h"
 #include "SocketCalls.h"
+#include "posix/FileDescriptor.h"
 
 namespace {
 
 using Random = std::mt19937_64;
-using vextk::FileDescriptor;
+using vexposix::FileDescriptor;
 
 constexpr int kParallel = 16;
 constexpr long kMaxMoreKilobytes = 64L * 1024;

@@ -96,6 +96,22 @@ int __open64_2(const char* pszPath, int nFlags) {
     return s_pNext(Destination(pszPath).Path(), nFlags);
 }
 
+int openat(int nDirectory, const char* pszPath, int nFlags, ...) {
+    static auto* const s_pNext = Next(openat, "openat");
+    va_list arguments;
+    va_start(arguments, nFlags);
+    const mode_t nMode = ModeArgument(nFlags, arguments);
+    va_end(arguments);
+    const Destination path(pszPath);
+    return Perform({NameOfOpen(nFlags)}, [&](std::size_t) { return s_pNext(nDirectory, path.Path(), nFlags, nMode); });
+}
+
+int __openat_2(int nDirectory, const char* pszPath, int nFlags) {
+    static auto* const s_pNext = Next(__openat_2, "__openat_2");
+    const Destination path(pszPath);
+    return Perform({NameOfOpen(nFlags)}, [&](std::size_t) { return s_pNext(nDirectory, path.Path(), nFlags); });
+}
+
 // Gives a name to a file that was made without one.
 int linkat(int nOldDirectory, const char* pszOld, int nNewDirectory, const char* pszNew, int nFlags) noexcept {
     static auto* const s_pNext = Next(linkat, "linkat");

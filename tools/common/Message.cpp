@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace tools {
 
@@ -15,14 +15,14 @@ bool LocaleIsUtf8() {
 }
 
 void Complain(const char* pszProgram, std::string_view text) {
-    static_cast<void>(std::fprintf(stderr, "%s: %s\n", pszProgram, Visible(text, LocaleIsUtf8()).c_str()));
+    static_cast<void>(std::fprintf(stderr, "%s: %s\n", pszProgram, vexposix::Visible(text, LocaleIsUtf8()).c_str()));
 }
 
 std::string VisibleLines(std::string_view text) {
     std::string strLines;
     while (!text.empty()) {
         const std::size_t nEnd = std::min(text.find('\n'), text.size());
-        strLines += Visible(text.substr(0, nEnd), LocaleIsUtf8());
+        strLines += vexposix::Visible(text.substr(0, nEnd), LocaleIsUtf8());
         strLines += nEnd < text.size() ? "\n" : "";
         text.remove_prefix(std::min(nEnd + 1, text.size()));
     }

@@ -40,9 +40,9 @@ OutputFile::OutputFile(const std::string& strPath) : m_strName(strPath) {
     struct stat status = {};
     const bool bThere = !name.descriptor && stat(m_strPath.c_str(), &status) == 0;
     if (name.descriptor) {
-        m_direct = FileHandle(fcntl(*name.descriptor, F_DUPFD_CLOEXEC, 0));
+        m_direct = vexposix::FileDescriptor(fcntl(*name.descriptor, F_DUPFD_CLOEXEC, 0));
     } else if (bThere && (!S_ISREG(status.st_mode) || name.bInProc)) {
-        m_direct = FileHandle(open(m_strPath.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+        m_direct = vexposix::FileDescriptor(open(m_strPath.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
     } else if (bThere) {
         if (faccessat(AT_FDCWD, m_strPath.c_str(), W_OK, AT_EACCESS) != 0) {
             ThrowError(errno, m_strName);
@@ -64,8 +64,8 @@ OutputFile::OutputFile(const std::string& strPath) : m_strName(strPath) {
 void OutputFile::Commit() {
     if (m_temporary) {
         m_temporary->MoveTo(m_strPath);
-    } else if (close(m_direct.Release()) != 0) {
-        ThrowError(errno, m_strName);
+    } else if (const int nError = m_direct.Close(); nError != 0) {
+        ThrowError(nError, m_strName);
     }
 }
 

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "FileHandle.h"
 #include "TemporaryFile.h"
+#include "posix/FileDescriptor.h"
 
 namespace tools {
 
@@ -27,7 +27,7 @@ private:
     const std::string m_strName;  // as it was given
     std::string m_strPath;        // behind the symbolic links
     std::optional<TemporaryFile> m_temporary;
-    FileHandle m_direct;
+    vexposix::FileDescriptor m_direct;
 };
 
 }  // namespace tools

@@ -70,40 +70,29 @@ std::string RandomName() {
 
 }  // namespace
 
-TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode)
-    : m_strName(strPath.substr(0, strPath.rfind('/') + 1) + RandomName()) {
+TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode) {
+    const std::string strDirectory = strPath.substr(0, strPath.rfind('/') + 1);
     // While the file and its entry in the table differ.
     const SignalsBlocked wait(kEnds);
-    m_file = FileHandle(open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, nMode));
-    if (!m_file.IsOpen()) {
+    m_file.emplace(AT_FDCWD, strDirectory + RandomName(), nMode);
+    if (!m_file->IsOpen()) {
         ThrowError(errno, "cannot make a new file beside " + strPath);
     }
-    Replace(nullptr, m_strName.c_str());
+    Replace(nullptr, m_file->Name().c_str());
     HandleSignals();
 }
 
 TemporaryFile::~TemporaryFile() {
     const SignalsBlocked wait(kEnds);
-    if (!m_bMoved) {
-        unlink(m_strName.c_str());
-    }
-    Replace(m_strName.c_str(), nullptr);
+    Replace(m_file->Name().c_str(), nullptr);
+    m_file.reset();
 }
 
 void TemporaryFile::MoveTo(const std::string& strPath) {
-    // Some file systems have nothing to synchronise.
-    if (fsync(m_file.Get()) != 0 && errno != EINVAL) {
-        ThrowError(errno, strPath);
-    }
-    // A file system may find out about its quota as late as this.
-    if (close(m_file.Release()) != 0) {
-        ThrowError(errno, strPath);
-    }
     const SignalsBlocked wait(kEnds);
-    if (rename(m_strName.c_str(), strPath.c_str()) != 0) {
-        ThrowError(errno, strPath);
+    if (const int nError = m_file->MoveTo(strPath.c_str()); nError != 0) {
+        ThrowError(nError, strPath);
     }
-    m_bMoved = true;
 }
 
 }  // namespace tools

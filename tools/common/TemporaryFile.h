@@ -1,11 +1,10 @@
-// A new file beside another one, to take its place when it is complete.
+// A new file beside another one, to take its place when it is complete. A signal that ends the process removes it.
 #pragma once
 
-#include <sys/types.h>
-
+#include <optional>
 #include <string>
 
-#include "FileHandle.h"
+#include "posix/ReplacementFile.h"
 
 namespace tools {
 
@@ -19,15 +18,13 @@ public:
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    int Descriptor() const { return m_file.Get(); }
+    int Descriptor() const { return m_file->Descriptor(); }
 
     // On the disk, and in the place of strPath, which is in the same directory. Throws std::system_error with strPath.
     void MoveTo(const std::string& strPath);
 
 private:
-    FileHandle m_file;
-    std::string m_strName;
-    bool m_bMoved = false;
+    std::optional<vexposix::ReplacementFile> m_file;
 };
 
 }  // namespace tools

@@ -1,25 +1,8 @@
 #include "FileName.h"
 
-#include <optional>
-
-#include "compat/Utf8.h"
+#include "posix/Utf8.h"
 
 namespace vexfiled {
-namespace {
-
-// The toolkit's decoder lets Java's surrogate pairs pass, which no other program would read as the same name.
-bool IsStrictUtf8(std::string_view text) {
-    const std::optional<std::size_t> cch = vextk::DecodedLength(text);
-    if (!cch) {
-        return false;
-    }
-    std::wstring strDecoded(*cch, L'\0');
-    vextk::DecodeUtf8(text, strDecoded.data(), strDecoded.size());
-    return vextk::EncodedLength(strDecoded) == text.size();
-}
-
-}  // namespace
-
 std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strName) {
     if (strName.empty()) {
         return Refusal{ERROR_INVALID_NAME, "an empty name"};
@@ -30,7 +13,8 @@ std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strNa
     if (strName.find('\0') != strName.npos) {
         return Refusal{ERROR_INVALID_NAME, "a name with a zero byte"};
     }
-    if (!IsStrictUtf8(strName)) {
+    // A pair of Java's surrogates would be another name to other programs.
+    if (!vexposix::IsPlainUtf8(strName)) {
         return Refusal{ERROR_NO_UNICODE_TRANSLATION, "a name that is not UTF-8"};
     }
 

@@ -18,7 +18,7 @@ bool FileTable::HasRoom() {
     return m_files.size() < m_limits.cMaxFiles;
 }
 
-DWORD FileTable::Add(vextk::FileDescriptor descriptor, const std::string& strName) {
+DWORD FileTable::Add(vexposix::FileDescriptor descriptor, const std::string& strName) {
     std::uint64_t uId = 0;
     while (uId == 0 || m_files.contains(uId)) {
         uId = m_fnIds();

@@ -9,9 +9,9 @@
 #include <unordered_map>
 #include <utility>
 
-#include "FileDescriptor.h"
 #include "OpenFile.h"
 #include "VEXType.h"
+#include "posix/FileDescriptor.h"
 
 namespace vexfiled {
 
@@ -31,7 +31,7 @@ public:
     bool HasRoom();
 
     // To be called when there is room. The ID is not 0.
-    DWORD Add(vextk::FileDescriptor descriptor, const std::string& strName);
+    DWORD Add(vexposix::FileDescriptor descriptor, const std::string& strName);
 
     // Null: never given out, closed or expired. The file stays at its place until the next call of another member.
     OpenFile* Use(DWORD dwFileID);
@@ -50,7 +50,7 @@ private:
     using Time = std::chrono::steady_clock::time_point;
 
     struct Entry {
-        Entry(vextk::FileDescriptor descriptor, std::string strName, Time now)
+        Entry(vexposix::FileDescriptor descriptor, std::string strName, Time now)
             : file(std::move(descriptor), std::move(strName)), lastUse(now) {}
         OpenFile file;
         Time lastUse;

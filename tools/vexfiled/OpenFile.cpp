@@ -2,44 +2,44 @@
 
 namespace vexfiled {
 
+using vexposix::Transfer;
+
 void OpenFile::SeekTo(off_t nPosition) {
-    m_file.SeekTo(nPosition);
+    m_nPosition = nPosition;
     m_bAtEnd = false;
 }
 
-OpenFile::Transfer OpenFile::Read(void* pBuffer, std::size_t cbBuffer) {
-    off_t nEnd = 0;
-    const int nErrno = m_bAtEnd ? FindEnd(nEnd) : 0;
-    m_bAtEnd = false;
-    return nErrno == 0 ? m_file.Read(pBuffer, cbBuffer) : Transfer{0, nErrno};
+// The end is asked for anew each time: other clients may have moved it. Between this and a write nothing of theirs can
+// come, because the server does one thing at a time.
+Transfer OpenFile::Read(void* pBuffer, std::size_t cbBuffer) {
+    if (m_bAtEnd) {
+        m_bAtEnd = false;
+        if (const int nErrno = GetSize(m_nPosition); nErrno != 0) {
+            return {0, nErrno};
+        }
+    }
+    const Transfer transfer = vexposix::ReadAt(m_descriptor.Get(), pBuffer, cbBuffer, m_nPosition);
+    m_nPosition += static_cast<off_t>(transfer.cb);
+    return transfer;
 }
 
-OpenFile::Transfer OpenFile::Write(const void* pData, std::size_t cbData) {
-    off_t nBefore = 0;
-    const int nErrno = m_bAtEnd ? FindEnd(nBefore) : 0;
-    if (nErrno != 0) {
-        return {0, nErrno};
+Transfer OpenFile::Write(const void* pData, std::size_t cbData) {
+    if (m_bAtEnd) {
+        if (const int nErrno = GetSize(m_nPosition); nErrno != 0) {
+            return {0, nErrno};
+        }
     }
-    Transfer transfer = m_file.Write(pData, cbData);
-    if (m_bAtEnd && transfer.nErrno != 0 && transfer.cb > 0) {
-        m_file.SeekTo(nBefore);
-        transfer.cb = m_file.EndAtPosition() == 0 ? 0 : transfer.cb;
+    Transfer transfer = vexposix::WriteAt(m_descriptor.Get(), pData, cbData, m_nPosition);
+    const bool bTornAtEnd = m_bAtEnd && transfer.nErrno != 0 && transfer.cb > 0;
+    if (bTornAtEnd && vexposix::SetSize(m_descriptor.Get(), m_nPosition) == 0) {
+        transfer.cb = 0;
     }
+    m_nPosition += static_cast<off_t>(transfer.cb);
     return transfer;
 }
 
 int OpenFile::EndAtPosition() {
-    return m_bAtEnd ? 0 : m_file.EndAtPosition();
-}
-
-// The end is asked for anew each time: other clients may have moved it. Between this and the write nothing of theirs
-// can come, as the server does one thing at a time.
-int OpenFile::FindEnd(off_t& nEnd) {
-    const int nErrno = m_file.GetSize(nEnd);
-    if (nErrno == 0) {
-        m_file.SeekTo(nEnd);
-    }
-    return nErrno;
+    return m_bAtEnd ? 0 : vexposix::SetSize(m_descriptor.Get(), m_nPosition);
 }
 
 }  // namespace vexfiled

@@ -4,17 +4,18 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
-#include "FileDescriptor.h"
-#include "compat/RegularFile.h"
+#include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
 
 namespace vexfiled {
 
 class OpenFile {
 public:
     // strName: for the log.
-    OpenFile(vextk::FileDescriptor descriptor, std::string strName)
-        : m_file(std::move(descriptor)), m_strName(std::move(strName)) {}
+    OpenFile(vexposix::FileDescriptor descriptor, std::string strName)
+        : m_descriptor(std::move(descriptor)), m_strName(std::move(strName)) {}
 
     const std::string& Name() const { return m_strName; }
 
@@ -24,22 +25,20 @@ public:
     void SeekToEnd() { m_bAtEnd = true; }
 
     // Returns errno.
-    int GetSize(off_t& cbSize) { return m_file.GetSize(cbSize); }
+    int GetSize(off_t& cbSize) const { return vexposix::GetSize(m_descriptor.Get(), cbSize); }
 
     // At the position, which moves on. A write at the end that does not fit leaves nothing in the file, so that no
     // record is there in part.
-    using Transfer = vextk::RegularFile::Transfer;
-    Transfer Read(void* pBuffer, std::size_t cbBuffer);
-    Transfer Write(const void* pData, std::size_t cbData);
+    vexposix::Transfer Read(void* pBuffer, std::size_t cbBuffer);
+    vexposix::Transfer Write(const void* pData, std::size_t cbData);
 
     // Cuts the file, or extends it with zeroes, to the position. Returns errno.
     int EndAtPosition();
 
 private:
-    int FindEnd(off_t& nEnd);
-
-    vextk::RegularFile m_file;
+    vexposix::FileDescriptor m_descriptor;
     std::string m_strName;
+    off_t m_nPosition = 0;
     bool m_bAtEnd = false;
 };
 

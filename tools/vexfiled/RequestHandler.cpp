@@ -46,19 +46,6 @@ private:
 
 namespace {
 
-enum Command : DWORD {
-    kOpen = 1,
-    kSeekTo = 4,
-    kSeekToBegin = 5,
-    kSeekToEnd = 6,
-    kGetSize = 7,
-    kClose = 8,
-    kRead = 9,
-    kWrite = 10,
-    kFlush = 11,
-    kEndOfFile = 12,
-};
-
 template <typename... Values>
 std::vector<BYTE> Pack(const Values&... values) {
     std::vector<BYTE> bytes((sizeof values + ...));
@@ -122,25 +109,25 @@ Reply RequestHandler::Handle(std::span<const BYTE> request) {
         return NotUnderstood(Text("the size in the header of command ", dwCommand));
     }
     switch (dwCommand) {
-        case kOpen:
+        case VEX_FILE_OPEN:
             return Open(fields);
-        case kSeekTo:
+        case VEX_FILE_SEEK_TO:
             return SeekTo(fields);
-        case kSeekToBegin:
+        case VEX_FILE_SEEK_TO_BEGIN:
             return SeekToBegin(fields);
-        case kSeekToEnd:
+        case VEX_FILE_SEEK_TO_END:
             return SeekToEnd(fields);
-        case kGetSize:
+        case VEX_FILE_GET_SIZE:
             return GetSize(fields);
-        case kClose:
+        case VEX_FILE_CLOSE:
             return Close(fields);
-        case kRead:
+        case VEX_FILE_READ:
             return Read(fields);
-        case kWrite:
+        case VEX_FILE_WRITE:
             return Write(fields);
-        case kFlush:
+        case VEX_FILE_FLUSH:
             return Flush(fields);
-        case kEndOfFile:
+        case VEX_FILE_END_OF_FILE:
             return EndOfFile(fields);
         default:
             return NotUnderstood(Text("command ", dwCommand));
@@ -168,7 +155,7 @@ Reply RequestHandler::Open(Fields fields) {
     if (const auto* pRefusal = std::get_if<Refusal>(&result)) {
         return refuse(*pRefusal);
     }
-    auto& opened = std::get<Root::Opened>(result);
+    auto& opened = std::get<vexposix::OpenedFile>(result);
     const DWORD dwCreated = opened.bCreated ? 1 : 0;
     const DWORD dwFileID = m_files.Add(std::move(opened.descriptor), Quoted(strName));
     return {Pack(dwFileID, dwCreated, ERROR_SUCCESS), true, strAccount};
@@ -248,7 +235,7 @@ Reply RequestHandler::Read(Fields fields) {
     constexpr std::size_t cbHead = sizeof(TransferResult);
     const std::size_t cbWanted = std::min<DWORD>(dwCount, m_cbMaxReply - cbHead);
     std::vector<BYTE> bytes(cbHead);
-    OpenFile::Transfer transfer;
+    vexposix::Transfer transfer;
     std::size_t cbStep = 0;
     do {
         const std::size_t cbBefore = bytes.size();
@@ -275,7 +262,7 @@ Reply RequestHandler::Write(Fields fields) {
     if (pFile == nullptr) {
         return {Pack(TransferResult{FALSE, 0}), false, NoSuchFile("write")};
     }
-    const OpenFile::Transfer transfer = pFile->Write(fields.Rest().data(), dwCount);
+    const vexposix::Transfer transfer = pFile->Write(fields.Rest().data(), dwCount);
     const bool bDone = transfer.nErrno == 0;
     return {Pack(TransferResult{bDone ? TRUE : FALSE, transfer.cb}), bDone,
             Account(Text("write ", transfer.cb, " bytes of ", dwCount, " to"), *pFile, transfer.nErrno)};

@@ -9,18 +9,19 @@
 #include <utility>
 #include <vector>
 
-#include "compat/LastError.h"
+#include "posix/PlatformError.h"
 
 namespace vexfiled {
 namespace {
 
-using vextk::FileDescriptor;
+using vexposix::FileDescriptor;
+using vexposix::OpenedFile;
 
 // Somebody else may make and remove what is looked for between two steps, but hardly time and again.
 constexpr int kMaxRounds = 100;
 
 Refusal RefusalOf(int nErrno) {
-    return {vextk::ErrorFromErrno(nErrno), std::generic_category().message(nErrno)};
+    return {vexposix::ErrorFromErrno(nErrno), std::generic_category().message(nErrno)};
 }
 
 Refusal Busy() {
@@ -57,44 +58,22 @@ std::variant<FileDescriptor, Refusal> EnterDirectory(int nParent, const char* ps
     return Busy();
 }
 
-std::variant<Root::Opened, Refusal> CheckOpened(FileDescriptor descriptor, bool bCreated) {
-    struct stat status {};
-    if (fstat(descriptor.Get(), &status) != 0) {
-        return RefusalOf(errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return Refusal{ERROR_ACCESS_DENIED, "no regular file"};
-    }
-    if (status.st_nlink > 1) {
-        return Refusal{ERROR_ACCESS_DENIED, "a file with a second name"};
-    }
-    return Root::Opened{std::move(descriptor), bCreated};
-}
-
-std::variant<Root::Opened, Refusal> OpenOrCreate(int nParent, const char* pszName) {
-    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
-        FileDescriptor existing(openat(nParent, pszName, kFlags));
-        if (existing.IsOpen()) {
-            return CheckOpened(std::move(existing), false);
-        }
-        if (errno == ELOOP) {
+// Why a file was not opened or created.
+Refusal RefusalOfFile(int nErrno) {
+    switch (nErrno) {
+        case ELOOP:
             return SymbolicLink();
-        }
-        if (errno == ENOENT) {
-            FileDescriptor created(openat(nParent, pszName, kFlags | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR));
-            if (created.IsOpen()) {
-                return CheckOpened(std::move(created), true);
-            }
-            if (errno == ENOENT) {
-                return Refusal{ERROR_PATH_NOT_FOUND, "a parent directory that somebody removed"};
-            }
-        }
-        if (errno != EEXIST && errno != EINTR) {
-            return RefusalOf(errno);
-        }
+        case EINVAL:
+            return {ERROR_ACCESS_DENIED, "no regular file"};
+        case EMLINK:
+            return {ERROR_ACCESS_DENIED, "a file with a second name"};
+        case ENOENT:
+            return {ERROR_PATH_NOT_FOUND, "a parent directory that somebody removed"};
+        case EBUSY:
+            return Busy();
+        default:
+            return RefusalOf(nErrno);
     }
-    return Busy();
 }
 
 }  // namespace
@@ -109,7 +88,7 @@ Root::Root(const std::string& strPath) : m_descriptor(open(strPath.c_str(), O_PA
     m_bWritableByOthers = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-std::variant<Root::Opened, Refusal> Root::Open(std::string_view strName) const {
+std::variant<OpenedFile, Refusal> Root::Open(std::string_view strName) const {
     auto split = SplitName(strName);
     if (auto* pRefusal = std::get_if<Refusal>(&split)) {
         return std::move(*pRefusal);
@@ -125,7 +104,11 @@ std::variant<Root::Opened, Refusal> Root::Open(std::string_view strName) const {
         directory = std::move(std::get<FileDescriptor>(entered));
         nParent = directory.Get();
     }
-    return OpenOrCreate(nParent, components.back().c_str());
+    OpenedFile file = OpenOrCreateFile(nParent, components.back().c_str(), vexposix::kConfined);
+    if (!file.descriptor.IsOpen()) {
+        return RefusalOfFile(file.nErrno);
+    }
+    return file;
 }
 
 }  // namespace vexfiled

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <variant>
 
-#include "FileDescriptor.h"
 #include "FileName.h"
+#include "posix/OpenFile.h"
 
 namespace vexfiled {
 
@@ -25,18 +25,13 @@ public:
     // The user to whom it belongs.
     uid_t Owner() const { return m_owner; }
 
-    struct Opened {
-        vextk::FileDescriptor descriptor;  // for reading and writing
-        bool bCreated = false;
-    };
-
     // Opens a regular file, making it (mode 0600) and its parent directories (0700) when they are missing. Never waits
     // on a pipe or device. Links are refused: symbolic ones anywhere in the name, and a file that has a second name,
     // which may be a file of somebody else outside.
-    std::variant<Opened, Refusal> Open(std::string_view strName) const;
+    std::variant<vexposix::OpenedFile, Refusal> Open(std::string_view strName) const;
 
 private:
-    vextk::FileDescriptor m_descriptor;
+    vexposix::FileDescriptor m_descriptor;
     bool m_bWritableByOthers = false;
     uid_t m_owner = 0;
 };

@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
+#include <chrono>
 
 #include "Input.h"
+#include "posix/FileIo.h"
+#include "posix/LockFile.h"
 
 namespace vexlog {
 namespace {
@@ -27,14 +29,8 @@ class SharedLock {
 public:
     explicit SharedLock(int nDescriptor) : m_nDescriptor(nDescriptor) {
         // A busy writer holds its own most of the time, but not for long.
-        constexpr int kTries = 100;
-        constexpr timespec kPause = {0, 1'000'000};
-        for (int nTry = 0; nTry < kTries && !m_bHeld; ++nTry) {
-            m_bHeld = flock(nDescriptor, LOCK_SH | LOCK_NB) == 0;
-            if (!m_bHeld) {
-                nanosleep(&kPause, nullptr);
-            }
-        }
+        constexpr std::chrono::milliseconds kLongestWait(100);
+        m_bHeld = vexposix::LockFile(nDescriptor, LOCK_SH, kLongestWait) == 0;
     }
     SharedLock(const SharedLock&) = delete;
     SharedLock& operator=(const SharedLock&) = delete;
@@ -94,7 +90,7 @@ bool Follower::Reopen() {
     if (!S_ISREG(byName.st_mode)) {
         throw ReadError(m_strPath + ": only a regular file can be followed");
     }
-    tools::FileHandle file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    vexposix::FileDescriptor file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!file.IsOpen()) {
         return IsAbsent();
     }
@@ -186,22 +182,12 @@ std::string Follower::ReadFrom(std::uint64_t nPosition, std::size_t cbMost) cons
     const std::uint64_t cbFile = SizeOf(m_file.Get());
     std::string strBytes(
         static_cast<std::size_t>(std::min<std::uint64_t>(cbFile - std::min(cbFile, nPosition), cbMost)), '\0');
-    std::size_t cbRead = 0;
-    while (cbRead < strBytes.size()) {
-        const ssize_t cb = pread(m_file.Get(), strBytes.data() + cbRead, strBytes.size() - cbRead,
-                                 static_cast<off_t>(nPosition + cbRead));
-        if (cb < 0 && errno == EINTR) {
-            continue;
-        }
-        if (cb < 0) {
-            ThrowReadError(m_strPath, errno);
-        }
-        if (cb == 0) {
-            break;
-        }
-        cbRead += static_cast<std::size_t>(cb);
+    const vexposix::Transfer transfer =
+        vexposix::ReadAt(m_file.Get(), strBytes.data(), strBytes.size(), static_cast<off_t>(nPosition));
+    if (transfer.nErrno != 0) {
+        ThrowReadError(m_strPath, transfer.nErrno);
     }
-    strBytes.resize(cbRead);
+    strBytes.resize(transfer.cb);
     return strBytes;
 }
 

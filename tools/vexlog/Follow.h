@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "RecordParser.h"
-#include "common/FileHandle.h"
+#include "posix/FileDescriptor.h"
 
 namespace vexlog {
 
@@ -45,7 +45,7 @@ private:
 
     std::string m_strPath;
     RecordParser m_parser;
-    tools::FileHandle m_file;
+    vexposix::FileDescriptor m_file;
     std::uint64_t m_nPosition = 0;  // how much of the file was read
     std::string m_strLast;          // the last bytes before that
     int m_cQuiet = 0;               // looks since something was new

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/Utf8.h"
+#include "posix/Utf8Character.h"
 
 namespace vexlog {
 namespace {
@@ -27,7 +27,7 @@ Letters LettersOf(std::uint32_t ch) {
 
 // The letters of a garbled part's character at the beginning of the text. bFirst: of its first character.
 Letters TakeLetters(std::string_view& text, bool bFirst) {
-    const tools::Utf8Character character = tools::FirstCharacter(text);
+    const vexposix::Utf8Character character = vexposix::FirstCharacter(text);
     if (character.ch < 0x80 || (bFirst && character.ch <= 0x10FFFF)) {
         return {};
     }

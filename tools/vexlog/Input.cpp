@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "RecordParser.h"
+#include "posix/FileIo.h"
 
 namespace vexlog {
 
@@ -15,8 +16,8 @@ void ThrowReadError(const std::string& strPath, int nError) {
     throw ReadError(strPath + ": " + std::generic_category().message(nError));
 }
 
-tools::FileHandle OpenLog(const std::string& strPath) {
-    tools::FileHandle file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+vexposix::FileDescriptor OpenLog(const std::string& strPath) {
+    vexposix::FileDescriptor file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     struct stat status = {};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
         ThrowReadError(strPath, errno);
@@ -30,7 +31,7 @@ tools::FileHandle OpenLog(const std::string& strPath) {
 void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observer) {
     constexpr std::size_t kPiece = std::size_t{256} * 1024;
     const bool bStandardInput = strPath == kStandardInput;
-    const tools::FileHandle file = bStandardInput ? tools::FileHandle() : OpenLog(strPath);
+    const vexposix::FileDescriptor file = bStandardInput ? vexposix::FileDescriptor() : OpenLog(strPath);
     const int nDescriptor = bStandardInput ? STDIN_FILENO : file.Get();
     struct stat status = {};
     const bool bFile = fstat(nDescriptor, &status) == 0 && S_ISREG(status.st_mode);
@@ -40,11 +41,8 @@ void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observe
     std::vector<char> piece(kPiece);
     std::uint64_t cbRead = 0;
     for (;;) {
-        const ssize_t cb = read(nDescriptor, piece.data(), piece.size());
+        const ssize_t cb = vexposix::ReadSome(nDescriptor, piece.data(), piece.size());
         if (cb < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
             const int nError = errno;
             parser.Finish();
             ThrowReadError(bStandardInput ? "standard input" : strPath, nError);

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Record.h"
-#include "common/FileHandle.h"
+#include "posix/FileDescriptor.h"
 
 namespace vexlog {
 
@@ -18,7 +18,7 @@ public:
 inline constexpr const char* kStandardInput = "-";
 
 // A file for reading; throws ReadError, for a directory too.
-tools::FileHandle OpenLog(const std::string& strPath);
+vexposix::FileDescriptor OpenLog(const std::string& strPath);
 
 // What an operation on the file failed with, from errno.
 [[noreturn]] void ThrowReadError(const std::string& strPath, int nError);

@@ -1,7 +1,7 @@
 #include "JsonPrinter.h"
 
 #include "Native.h"
-#include "common/VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace vexlog {
 namespace {
@@ -20,7 +20,7 @@ constexpr std::string_view KindName(Kind kind) {
     return "empty";
 }
 
-void AppendHexBytes(tools::OutputBuffer& output, std::string_view bytes) {
+void AppendHexBytes(vexposix::OutputBuffer& output, std::string_view bytes) {
     constexpr char kDigits[] = "0123456789abcdef";
     for (const char ch : bytes) {
         const auto nByte = static_cast<unsigned char>(ch);
@@ -90,7 +90,7 @@ void JsonPrinter::PrintFields(const Record& record) {
 
 void JsonPrinter::PrintMessage(const Record& record) {
     m_output.Append(",\"message\":");
-    if (!tools::AppendJsonString(m_output, record.message)) {
+    if (!vexposix::AppendJsonString(m_output, record.message)) {
         m_output.Append(",\"message_hex\":\"");
         AppendHexBytes(m_output, record.rawMessage);
         m_output.Append('"');
@@ -101,7 +101,7 @@ void JsonPrinter::Member(std::string_view name, std::string_view text) {
     m_output.Append(",\"");
     m_output.Append(name);
     m_output.Append("\":");
-    tools::AppendJsonString(m_output, text);
+    vexposix::AppendJsonString(m_output, text);
 }
 
 template <typename Integer>

@@ -2,14 +2,14 @@
 #pragma once
 
 #include "Record.h"
-#include "common/OutputBuffer.h"
+#include "posix/OutputBuffer.h"
 
 namespace vexlog {
 
 class JsonPrinter : public RecordSink {
 public:
     // The buffer has to live as long as the printer is used. It is flushed by its owner.
-    explicit JsonPrinter(tools::OutputBuffer& output) : m_output(output) {}
+    explicit JsonPrinter(vexposix::OutputBuffer& output) : m_output(output) {}
 
     void OnRecord(const Record& record) override;
 
@@ -20,7 +20,7 @@ private:
     template <typename Integer>
     void Number(std::string_view name, Integer nValue);
 
-    tools::OutputBuffer& m_output;
+    vexposix::OutputBuffer& m_output;
 };
 
 }  // namespace vexlog

@@ -10,8 +10,8 @@
 
 #include "Input.h"
 #include "RecordParser.h"
-#include "common/FileHandle.h"
 #include "common/FileIdentity.h"
+#include "posix/FileDescriptor.h"
 
 namespace vexlog {
 namespace {
@@ -78,7 +78,7 @@ void RefuseLogAsOutput(const std::string& strOutput) {
     if (stat(strPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
-    const tools::FileHandle file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    const vexposix::FileDescriptor file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!file.IsOpen()) {
         ThrowReadError(Shown(strOutput), errno);
     }

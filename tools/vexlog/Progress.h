@@ -4,14 +4,14 @@
 #include <chrono>
 
 #include "Input.h"
-#include "common/OutputBuffer.h"
+#include "posix/OutputBuffer.h"
 
 namespace vexlog {
 
 class Progress : public ReadObserver {
 public:
     // bShow: there is somebody to see it. Output that has come together is written before the source makes wait.
-    Progress(tools::OutputBuffer& output, bool bShow) : m_output(output), m_bShow(bShow) {}
+    Progress(vexposix::OutputBuffer& output, bool bShow) : m_output(output), m_bShow(bShow) {}
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     ~Progress() override;
@@ -21,7 +21,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    tools::OutputBuffer& m_output;
+    vexposix::OutputBuffer& m_output;
     const bool m_bShow;
     bool m_bShown = false;
     Clock::time_point m_next = Clock::now() + std::chrono::seconds(1);

@@ -4,7 +4,7 @@
 #include <charconv>
 
 #include "GarbledName.h"
-#include "common/Utf8.h"
+#include "posix/Utf8Character.h"
 
 namespace vexlog {
 namespace {
@@ -51,7 +51,7 @@ bool IsTypeWord(std::string_view word) {
 std::size_t LengthOfCharacters(std::string_view text, std::size_t cCharacters) {
     std::size_t cb = 0;
     while (cCharacters-- > 0 && cb < text.size()) {
-        cb += std::max<std::size_t>(tools::FirstCharacter(text.substr(cb)).cb, 1);
+        cb += std::max<std::size_t>(vexposix::FirstCharacter(text.substr(cb)).cb, 1);
     }
     return cb;
 }

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "ReportParts.h"
-#include "common/VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace vexlog {
 namespace {
@@ -77,13 +77,13 @@ std::map<std::uint64_t, std::uint64_t> Bars(const Histogram& durations) {
     return bars;
 }
 
-void AppendCell(tools::OutputBuffer& output, std::string_view text) {
+void AppendCell(vexposix::OutputBuffer& output, std::string_view text) {
     output.Append("<td>");
-    tools::AppendHtml(output, text);
+    vexposix::AppendHtml(output, text);
     output.Append("</td>");
 }
 
-void AppendTile(tools::OutputBuffer& output, std::string_view name, std::uint64_t nValue) {
+void AppendTile(vexposix::OutputBuffer& output, std::string_view name, std::uint64_t nValue) {
     output.Append("<div class=\"tile\"><dt>");
     output.Append(name);
     output.Append("</dt><dd>");
@@ -101,7 +101,7 @@ void Report::OnCall(const Call& call) {
     m_calls.push_back(call);
 }
 
-void Report::Print(const std::string& strSource, tools::OutputBuffer& output) const {
+void Report::Print(const std::string& strSource, vexposix::OutputBuffer& output) const {
     // The page's text with a name in double braces for each part.
     std::string_view page = kReportPage;
     for (std::size_t nOpen = 0; (nOpen = page.find("{{")) != std::string_view::npos;) {
@@ -129,10 +129,10 @@ void Report::Print(const std::string& strSource, tools::OutputBuffer& output) co
     output.Append(page);
 }
 
-void Report::PrintSummary(const std::string& strSource, tools::OutputBuffer& output) const {
+void Report::PrintSummary(const std::string& strSource, vexposix::OutputBuffer& output) const {
     const LogStats& log = m_stats.Log();
     output.Append("<p class=\"source\"><code>");
-    tools::AppendHtml(output, strSource);
+    vexposix::AppendHtml(output, strSource);
     output.Append("</code>");
     if (log.first) {
         output.Append(" <span>" + FormatCivil(*log.first, ' ') + "</span> to <span>" + FormatCivil(*log.last, ' ') +
@@ -164,12 +164,12 @@ void Report::PrintSummary(const std::string& strSource, tools::OutputBuffer& out
     }
 }
 
-void Report::PrintTable(tools::OutputBuffer& output) const {
+void Report::PrintTable(vexposix::OutputBuffer& output) const {
     for (const std::size_t nFunction : m_stats.SortedFunctions()) {
         const FunctionStats& stats = m_stats.Of(nFunction);
         const Histogram& durations = stats.durations;
         output.Append("<tr><th scope=\"row\">");
-        tools::AppendHtml(output, m_stats.FunctionNames()[nFunction]);
+        vexposix::AppendHtml(output, m_stats.FunctionNames()[nFunction]);
         output.Append("</th>");
         AppendCell(output, std::to_string(stats.cCalls));
         output.Append(stats.cFailed > 0 ? "<td class=\"bad\">" : "<td>");
@@ -187,7 +187,7 @@ void Report::PrintTable(tools::OutputBuffer& output) const {
 }
 
 // {"start":N,"startText":"...","threads":[[pid,tid],...],"functions":[{...}],"calls":[thread,function,begin,duration,...]}
-void Report::PrintData(tools::OutputBuffer& output) const {
+void Report::PrintData(vexposix::OutputBuffer& output) const {
     const Threads threads = ThreadsOf(m_calls);
     CivilMicroseconds nStart = m_calls.empty() ? 0 : m_calls.front().nBegin;
     for (const Call& call : m_calls) {
@@ -225,12 +225,12 @@ void Report::PrintData(tools::OutputBuffer& output) const {
     output.Append("]}");
 }
 
-void Report::PrintFunctions(tools::OutputBuffer& output) const {
+void Report::PrintFunctions(vexposix::OutputBuffer& output) const {
     output.Append("\"functions\":[");
     for (std::size_t nFunction = 0; nFunction < m_stats.FunctionNames().size(); ++nFunction) {
         const Histogram& durations = m_stats.Of(nFunction).durations;
         output.Append(nFunction == 0 ? "{\"name\":" : ",{\"name\":");
-        tools::AppendJsonString(output, m_stats.FunctionNames()[nFunction]);
+        vexposix::AppendJsonString(output, m_stats.FunctionNames()[nFunction]);
         output.Append(",\"median\":");
         output.AppendNumber(durations.Percentile(0.5));
         output.Append(",\"p99\":");

@@ -22,14 +22,14 @@ public:
     void Finish() { m_stats.Finish(); }
 
     // strSource: what the page calls the log.
-    void Print(const std::string& strSource, tools::OutputBuffer& output) const;
+    void Print(const std::string& strSource, vexposix::OutputBuffer& output) const;
 
 private:
     void OnCall(const Call& call) override;
-    void PrintSummary(const std::string& strSource, tools::OutputBuffer& output) const;
-    void PrintTable(tools::OutputBuffer& output) const;
-    void PrintData(tools::OutputBuffer& output) const;
-    void PrintFunctions(tools::OutputBuffer& output) const;
+    void PrintSummary(const std::string& strSource, vexposix::OutputBuffer& output) const;
+    void PrintTable(vexposix::OutputBuffer& output) const;
+    void PrintData(vexposix::OutputBuffer& output) const;
+    void PrintFunctions(vexposix::OutputBuffer& output) const;
 
     Stats m_stats;
     std::deque<Call> m_calls;

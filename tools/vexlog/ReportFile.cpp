@@ -4,9 +4,9 @@
 
 namespace vexlog {
 
-void WriteReportFile(const std::string& strPath, const std::function<void(tools::OutputBuffer&)>& fnWrite) {
+void WriteReportFile(const std::string& strPath, const std::function<void(vexposix::OutputBuffer&)>& fnWrite) {
     tools::OutputFile file(strPath);
-    tools::OutputBuffer output(file.Descriptor(), strPath == "-" ? "standard output" : strPath);
+    vexposix::OutputBuffer output(file.Descriptor(), strPath == "-" ? "standard output" : strPath);
     fnWrite(output);
     output.Flush();
     file.Commit();

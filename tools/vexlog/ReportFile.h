@@ -4,12 +4,12 @@
 #include <functional>
 #include <string>
 
-#include "common/OutputBuffer.h"
+#include "posix/OutputBuffer.h"
 
 namespace vexlog {
 
 // Has fnWrite write the file; a file of that name is replaced when that is done. "-": standard output. What is no
 // regular file is written to as it is (common/OutputFile.h). Throws std::system_error, and what fnWrite throws.
-void WriteReportFile(const std::string& strPath, const std::function<void(tools::OutputBuffer&)>& fnWrite);
+void WriteReportFile(const std::string& strPath, const std::function<void(vexposix::OutputBuffer&)>& fnWrite);
 
 }  // namespace vexlog

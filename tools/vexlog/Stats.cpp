@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <numeric>
 
-#include "common/VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace vexlog {
 namespace {
@@ -12,14 +12,14 @@ namespace {
 constexpr std::size_t kNameWidth = 22;
 constexpr std::size_t kNumberWidth = 11;
 
-void AppendRight(tools::OutputBuffer& output, std::string_view text) {
+void AppendRight(vexposix::OutputBuffer& output, std::string_view text) {
     output.PadTo(output.Length() + (text.size() < kNumberWidth ? kNumberWidth - text.size() : 1));
     output.Append(text);
 }
 
-void AppendRow(tools::OutputBuffer& output, const std::string& strName, const FunctionStats& stats, bool bUtf8) {
+void AppendRow(vexposix::OutputBuffer& output, const std::string& strName, const FunctionStats& stats, bool bUtf8) {
     const std::size_t nBegin = output.Length();
-    tools::AppendVisible(output, strName, bUtf8);
+    vexposix::AppendVisible(output, strName, bUtf8);
     output.PadTo(nBegin + kNameWidth);
     for (const std::uint64_t nCount : {stats.cCalls, stats.cFailed, stats.cOpen, stats.cWithoutBegin}) {
         AppendRight(output, std::to_string(nCount));
@@ -33,16 +33,16 @@ void AppendRow(tools::OutputBuffer& output, const std::string& strName, const Fu
     output.WriteWhenFull();
 }
 
-void AppendMember(tools::OutputBuffer& output, std::string_view name, std::uint64_t nValue) {
+void AppendMember(vexposix::OutputBuffer& output, std::string_view name, std::uint64_t nValue) {
     output.Append('"');
     output.Append(name);
     output.Append("\":");
     output.AppendNumber(nValue);
 }
 
-void AppendJsonFunction(tools::OutputBuffer& output, const std::string& strName, const FunctionStats& stats) {
+void AppendJsonFunction(vexposix::OutputBuffer& output, const std::string& strName, const FunctionStats& stats) {
     output.Append("{\"function\":");
-    tools::AppendJsonString(output, strName);
+    vexposix::AppendJsonString(output, strName);
     const std::pair<std::string_view, std::uint64_t> counts[] = {{"calls", stats.cCalls},
                                                                  {"failed", stats.cFailed},
                                                                  {"open", stats.cOpen},
@@ -141,7 +141,7 @@ std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicrosecond
     return szText;
 }
 
-void PrintStatsText(const Stats& stats, bool bUtf8, tools::OutputBuffer& output) {
+void PrintStatsText(const Stats& stats, bool bUtf8, vexposix::OutputBuffer& output) {
     const LogStats& log = stats.Log();
     if (log.first) {
         output.Append("From " + FormatCivil(*log.first, ' ') + " to " + FormatCivil(*log.last, ' ') + "\n");
@@ -168,7 +168,7 @@ void PrintStatsText(const Stats& stats, bool bUtf8, tools::OutputBuffer& output)
     }
 }
 
-void PrintStatsJson(const Stats& stats, tools::OutputBuffer& output) {
+void PrintStatsJson(const Stats& stats, vexposix::OutputBuffer& output) {
     const LogStats& log = stats.Log();
     output.Append('{');
     if (log.first) {

@@ -6,7 +6,7 @@
 
 #include "Calls.h"
 #include "Histogram.h"
-#include "common/OutputBuffer.h"
+#include "posix/OutputBuffer.h"
 
 namespace vexlog {
 
@@ -54,9 +54,9 @@ private:
     std::vector<FunctionStats> m_functions;
 };
 
-void PrintStatsText(const Stats& stats, bool bUtf8, tools::OutputBuffer& output);
+void PrintStatsText(const Stats& stats, bool bUtf8, vexposix::OutputBuffer& output);
 // One JSON object in one line.
-void PrintStatsJson(const Stats& stats, tools::OutputBuffer& output);
+void PrintStatsJson(const Stats& stats, vexposix::OutputBuffer& output);
 
 // "48 us", "1.25 ms", "3.1 s"
 std::string DurationText(std::uint64_t nMicroseconds, const char* pszMicroseconds = "us");

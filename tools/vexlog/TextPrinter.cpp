@@ -1,7 +1,7 @@
 #include "TextPrinter.h"
 
 #include "Native.h"
-#include "common/VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace vexlog {
 namespace {
@@ -17,7 +17,7 @@ constexpr std::size_t kThreadWidth = 13;
 constexpr std::size_t kPlaceWidth = 25;
 
 // "2024-03-05 09:07:02.048213" from "2024-03-05 09:07:02:48213".
-void AppendTime(tools::OutputBuffer& output, std::string_view timeText, CivilMicroseconds time) {
+void AppendTime(vexposix::OutputBuffer& output, std::string_view timeText, CivilMicroseconds time) {
     constexpr std::size_t kSeconds = 19;
     output.Append(timeText.substr(0, kSeconds));
     output.Append('.');
@@ -108,7 +108,7 @@ void TextPrinter::Colour(std::string_view sequence) {
 }
 
 void TextPrinter::Text(std::string_view text) {
-    tools::AppendVisible(m_output, text, m_style.bUtf8);
+    vexposix::AppendVisible(m_output, text, m_style.bUtf8);
 }
 
 }  // namespace vexlog

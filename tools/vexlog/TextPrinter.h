@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Record.h"
-#include "common/OutputBuffer.h"
+#include "posix/OutputBuffer.h"
 
 namespace vexlog {
 
@@ -14,7 +14,7 @@ public:
     };
 
     // The buffer has to live as long as the printer is used. It is flushed by its owner.
-    TextPrinter(tools::OutputBuffer& output, Style style) : m_output(output), m_style(style) {}
+    TextPrinter(vexposix::OutputBuffer& output, Style style) : m_output(output), m_style(style) {}
 
     void OnRecord(const Record& record) override;
 
@@ -24,7 +24,7 @@ private:
     void Colour(std::string_view sequence);
     void Text(std::string_view text);
 
-    tools::OutputBuffer& m_output;
+    vexposix::OutputBuffer& m_output;
     Style m_style;
 };
 

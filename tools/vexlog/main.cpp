@@ -55,7 +55,7 @@ bool WantsColour(Colour colour) {
     return colour == Colour::kAlways || (colour == Colour::kAuto && !bRefused && isatty(STDOUT_FILENO) != 0);
 }
 
-std::unique_ptr<RecordSink> MakePrinter(const Options& options, tools::OutputBuffer& output) {
+std::unique_ptr<RecordSink> MakePrinter(const Options& options, vexposix::OutputBuffer& output) {
     if (options.bJson) {
         return std::make_unique<JsonPrinter>(output);
     }
@@ -78,7 +78,7 @@ bool PollOrFinish(Follower& follower) {
     }
 }
 
-void FollowLog(const std::string& strPath, RecordSink& sink, tools::OutputBuffer& output) {
+void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuffer& output) {
     // The second signal ends a program that does not come to its end by itself.
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
@@ -101,7 +101,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, tools::OutputBuffer
         if (!bNew) {
             output.Flush();
             if (!Wait()) {
-                throw tools::OutputClosed();
+                throw vexposix::OutputClosed();
             }
         }
     }
@@ -109,7 +109,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, tools::OutputBuffer
 }
 
 // What was read before a failure is printed before it is told.
-void ReadAndPrint(const Options& options, RecordSink& sink, tools::OutputBuffer& output) {
+void ReadAndPrint(const Options& options, RecordSink& sink, vexposix::OutputBuffer& output) {
     try {
         if (options.bFollow) {
             FollowLog(options.strInput, sink, output);
@@ -125,14 +125,14 @@ void ReadAndPrint(const Options& options, RecordSink& sink, tools::OutputBuffer&
 }
 
 void Print(const Options& options) {
-    tools::OutputBuffer output(STDOUT_FILENO);
+    vexposix::OutputBuffer output(STDOUT_FILENO);
     const std::unique_ptr<RecordSink> printer = MakePrinter(options, output);
     FilterSink filter(options.filter, *printer);
     ReadAndPrint(options, filter, output);
 }
 
 void ReadQuietly(const std::string& strPath, RecordSink& sink) {
-    tools::OutputBuffer nothing(STDOUT_FILENO);
+    vexposix::OutputBuffer nothing(STDOUT_FILENO);
     Progress progress(nothing, isatty(STDERR_FILENO) != 0);
     ReadLog(strPath, sink, progress);
 }
@@ -149,7 +149,7 @@ void PrintStats(const Options& options) {
     if (failure && stats.Log().cRecords + stats.Log().cMinimal + stats.Log().cFragments == 0) {
         std::rethrow_exception(failure);
     }
-    tools::OutputBuffer output(STDOUT_FILENO);
+    vexposix::OutputBuffer output(STDOUT_FILENO);
     if (options.bJson) {
         PrintStatsJson(stats, output);
     } else {
@@ -168,7 +168,7 @@ void WriteReport(const Options& options) {
     ReadQuietly(options.strInput, report);
     report.Finish();
     const std::string strSource = options.strInput == kStandardInput ? "standard input" : options.strInput;
-    WriteReportFile(options.strOutput, [&](tools::OutputBuffer& output) { report.Print(strSource, output); });
+    WriteReportFile(options.strOutput, [&](vexposix::OutputBuffer& output) { report.Print(strSource, output); });
 }
 
 int Run(int argc, char** argv) {
@@ -194,7 +194,7 @@ int Run(int argc, char** argv) {
                 WriteReport(*options);
                 break;
         }
-    } catch (const tools::OutputClosed&) {
+    } catch (const vexposix::OutputClosed&) {
         // As with any program whose reader has seen enough.
     } catch (const std::exception& error) {
         tools::Complain("vexlog", error.what());

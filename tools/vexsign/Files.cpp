@@ -1,43 +1,48 @@
 #include "Files.h"
 
+#include <fcntl.h>
+
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
 
-#include "common/OutputBuffer.h"
+#include "common/FileIdentity.h"
 #include "common/OutputFile.h"
+#include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
+#include "posix/OutputBuffer.h"
 
 namespace vexsign {
 namespace {
 
-struct Close {
-    void operator()(std::FILE* pFile) const { static_cast<void>(std::fclose(pFile)); }
-};
-using FilePtr = std::unique_ptr<std::FILE, Close>;
+std::string ShownName(const std::string& strName, const char* pszStandardStream) {
+    return strName == tools::kStandardStream ? pszStandardStream : strName;
+}
 
-[[noreturn]] void Fail(const std::string& strName) {
-    throw std::runtime_error((strName == "-" ? "standard input" : strName) + ": " + std::strerror(errno));
+[[noreturn]] void FailToRead(const std::string& strName) {
+    throw std::runtime_error(ShownName(strName, "standard input") + ": " + std::strerror(errno));
 }
 
 }  // namespace
 
 std::string ReadWhole(const std::string& strName) {
-    const FilePtr owner(strName == "-" ? nullptr : std::fopen(strName.c_str(), "rbe"));
-    std::FILE* const pFile = strName == "-" ? stdin : owner.get();
-    if (pFile == nullptr) {
-        Fail(strName);
+    const bool bStandardInput = strName == tools::kStandardStream;
+    const vexposix::FileDescriptor file(bStandardInput ? -1 : open(strName.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (!bStandardInput && !file.IsOpen()) {
+        FailToRead(strName);
     }
+    const int nDescriptor = bStandardInput ? STDIN_FILENO : file.Get();
     constexpr std::size_t kBlock = 65536;
     std::array<char, kBlock> block{};
     std::string bytes;
-    while (const std::size_t cb = std::fread(block.data(), 1, block.size(), pFile)) {
-        bytes.append(block.data(), cb);
+    ssize_t cb = 0;
+    while ((cb = vexposix::ReadSome(nDescriptor, block.data(), block.size())) > 0) {
+        bytes.append(block.data(), static_cast<std::size_t>(cb));
     }
-    if (std::ferror(pFile) != 0) {
-        Fail(strName);
+    if (cb < 0) {
+        FailToRead(strName);
     }
     return bytes;
 }
@@ -49,7 +54,7 @@ void WriteOutputs(const std::vector<Output>& outputs) {
     }
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         const std::string& strName = outputs[i].strName;
-        tools::OutputBuffer buffer(files[i]->Descriptor(), strName == "-" ? "standard output" : strName);
+        vexposix::OutputBuffer buffer(files[i]->Descriptor(), ShownName(strName, "standard output"));
         buffer.Append(outputs[i].bytes);
         buffer.Flush();
     }

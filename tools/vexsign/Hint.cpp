@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "common/Message.h"
-#include "common/VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace vexsign {
 namespace {
@@ -33,7 +33,7 @@ std::string Word(const std::string& strName) {
     if (strPath.find_first_not_of(kPlain) == std::string::npos && !strPath.starts_with('~')) {
         return strPath;
     }
-    if (tools::Visible(strPath, tools::LocaleIsUtf8()) != strPath) {
+    if (vexposix::Visible(strPath, tools::LocaleIsUtf8()) != strPath) {
         return OctalWord(strPath, kPlain);
     }
     std::string strWord = "'";

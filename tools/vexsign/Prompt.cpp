@@ -8,13 +8,16 @@
 #include <array>
 #include <csignal>
 #include <cstddef>
-#include <cstring>
 #include <stdexcept>
 
 #include "common/SignalsBlocked.h"
+#include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
 
 namespace vexsign {
 namespace {
+
+using vexposix::FileDescriptor;
 
 constexpr std::size_t kLongestPin = 4096;
 constexpr std::array kEnds = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
@@ -25,25 +28,13 @@ void OnSignal(int nSignal) {
     g_nSignal = nSignal;
 }
 
-class Terminal {
-public:
-    Terminal() : m_nDescriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
-        if (m_nDescriptor < 0) {
-            throw std::runtime_error("there is no terminal to ask for the PIN on; use --pin-source");
-        }
+FileDescriptor OpenTerminal() {
+    FileDescriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+    if (!terminal.IsOpen()) {
+        throw std::runtime_error("there is no terminal to ask for the PIN on; use --pin-source");
     }
-    ~Terminal() { close(m_nDescriptor); }
-    Terminal(const Terminal&) = delete;
-    Terminal& operator=(const Terminal&) = delete;
-
-    int Descriptor() const { return m_nDescriptor; }
-    void Write(const char* pszText) const {
-        [[maybe_unused]] const ssize_t cb = write(m_nDescriptor, pszText, std::strlen(pszText));
-    }
-
-private:
-    int m_nDescriptor;
-};
+    return terminal;
+}
 
 // Signals that would end or stop the process arrive in Await alone, and end it.
 class SignalsHeld {
@@ -81,31 +72,30 @@ private:
 
 class EchoOff {
 public:
-    explicit EchoOff(const Terminal& terminal) : m_terminal(terminal) {
-        if (tcgetattr(terminal.Descriptor(), &m_before) != 0) {
+    explicit EchoOff(const FileDescriptor& terminal) : m_terminal(terminal) {
+        if (tcgetattr(terminal.Get(), &m_before) != 0) {
             throw std::runtime_error("the terminal cannot be set up to ask for the PIN");
         }
         termios quiet = m_before;
         quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        if (tcsetattr(terminal.Descriptor(), TCSAFLUSH, &quiet) != 0) {
+        if (tcsetattr(terminal.Get(), TCSAFLUSH, &quiet) != 0) {
             throw std::runtime_error("the terminal cannot be set up to ask for the PIN");
         }
     }
-    ~EchoOff() { tcsetattr(m_terminal.Descriptor(), TCSAFLUSH, &m_before); }
+    ~EchoOff() { tcsetattr(m_terminal.Get(), TCSAFLUSH, &m_before); }
     EchoOff(const EchoOff&) = delete;
     EchoOff& operator=(const EchoOff&) = delete;
 
 private:
-    const Terminal& m_terminal;
+    const FileDescriptor& m_terminal;
     termios m_before{};
 };
 
 // False: interrupted, too long, or at the end without a line end.
-bool ReadLine(const Terminal& terminal, const SignalsHeld& signals, std::string& strLine) {
+bool ReadLine(const FileDescriptor& terminal, const SignalsHeld& signals, std::string& strLine) {
     strLine.reserve(kLongestPin);
     char ch = 0;
-    while (strLine.size() < kLongestPin && signals.Await(terminal.Descriptor()) &&
-           read(terminal.Descriptor(), &ch, 1) == 1) {
+    while (strLine.size() < kLongestPin && signals.Await(terminal.Get()) && read(terminal.Get(), &ch, 1) == 1) {
         if (ch == '\n') {
             return true;
         }
@@ -117,16 +107,16 @@ bool ReadLine(const Terminal& terminal, const SignalsHeld& signals, std::string&
 }  // namespace
 
 void AskPin(const char* pszPrompt, Secret& pin) {
-    const Terminal terminal;
+    const FileDescriptor terminal = OpenTerminal();
     bool bRead = false;
     {
         const SignalsHeld signals;
         {
             const EchoOff echo(terminal);
-            terminal.Write(pszPrompt);
+            vexposix::WriteAll(terminal.Get(), pszPrompt);
             bRead = ReadLine(terminal, signals, pin.Text());
         }
-        terminal.Write("\n");
+        vexposix::WriteAll(terminal.Get(), "\n");
     }
     if (g_nSignal != 0) {
         static_cast<void>(std::raise(g_nSignal));

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "posix/Hexadecimal.h"
+
 namespace vexsign {
 namespace {
 
@@ -15,16 +17,13 @@ constexpr std::string_view kUnreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijkl
 
 // What the percent sign does not stand for. The room is the caller's.
 void AppendEncoded(std::string& strText, std::string_view bytes, std::string_view alsoKept) {
-    constexpr std::string_view kHex = "0123456789ABCDEF";
     for (const char ch : bytes) {
         if (kUnreserved.find(ch) != std::string_view::npos || alsoKept.find(ch) != std::string_view::npos) {
             strText += ch;
             continue;
         }
-        const auto uByte = static_cast<unsigned char>(ch);
         strText += '%';
-        strText += kHex[uByte / kHex.size()];
-        strText += kHex[uByte % kHex.size()];
+        vexposix::AppendHexByte(strText, static_cast<unsigned char>(ch));
     }
 }
 
@@ -34,19 +33,12 @@ std::string FileUri(const std::string& strPath) {
     return strUri;
 }
 
-int HexDigit(char ch) {
-    constexpr std::string_view kHex = "0123456789abcdef";
-    const std::size_t n = kHex.find(ch >= 'A' && ch <= 'F' ? static_cast<char>(ch - 'A' + 'a') : ch);
-    return n == std::string_view::npos ? -1 : static_cast<int>(n);
-}
-
 std::string Decoded(std::string_view text) {
     std::string strText;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const int nHigh = text[i] == '%' && i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
-        const int nLow = nHigh >= 0 ? HexDigit(text[i + 2]) : -1;
-        strText += nLow >= 0 ? static_cast<char>(nHigh * 16 + nLow) : text[i];
-        i += nLow >= 0 ? 2 : 0;
+        const int nByte = text[i] == '%' ? vexposix::HexByteAt(text, i + 1) : -1;
+        strText += nByte >= 0 ? static_cast<char>(nByte) : text[i];
+        i += nByte >= 0 ? 2 : 0;
     }
     return strText;
 }

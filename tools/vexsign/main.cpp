@@ -22,8 +22,8 @@
 #include "Toolkit.h"
 #include "common/Exit.h"
 #include "common/Message.h"
-#include "common/OutputBuffer.h"
-#include "common/VisibleText.h"
+#include "posix/OutputBuffer.h"
+#include "posix/VisibleText.h"
 
 namespace vexsign {
 namespace {
@@ -56,7 +56,7 @@ std::string VisibleList(std::string_view list, bool bUtf8) {
     std::string strShown;
     while (!list.empty()) {
         const std::size_t nSeparator = std::min(list.find_first_of("\t\n"), list.size());
-        strShown += tools::Visible(list.substr(0, nSeparator), bUtf8);
+        strShown += vexposix::Visible(list.substr(0, nSeparator), bUtf8);
         strShown += list.substr(nSeparator, 1);
         list.remove_prefix(std::min(nSeparator + 1, list.size()));
     }
@@ -73,7 +73,7 @@ void List(SigningObject& object, bool bAll) {
     const std::string strShown = VisibleList(strList, isatty(STDOUT_FILENO) == 0 || tools::LocaleIsUtf8()) + "\n";
     try {
         WriteOutputs({{"-", strShown}});
-    } catch (const tools::OutputClosed&) {
+    } catch (const vexposix::OutputClosed&) {
         // As with any program whose reader has seen enough.
     }
 }
@@ -165,7 +165,7 @@ int Run(int argc, char** argv) {
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         Execute(*options);
-    } catch (const tools::OutputClosed&) {
+    } catch (const vexposix::OutputClosed&) {
         Say("nobody reads the output any more");
         return tools::kExitError;
     } catch (const std::bad_alloc&) {

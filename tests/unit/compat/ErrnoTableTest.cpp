@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "compat/LastError.h"
+#include "posix/PlatformError.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ TEST(ErrorFromErrno, GivesThePlatformsNumbers) {
         {EILSEQ, 1113}, {EIO, 1117},   {ECHILD, 31},        {-1, 31},
     };
     for (const Row& row : rows) {
-        EXPECT_EQ(vextk::ErrorFromErrno(row.nErrno), row.dwError) << row.nErrno;
+        EXPECT_EQ(vexposix::ErrorFromErrno(row.nErrno), row.dwError) << row.nErrno;
     }
 }
 

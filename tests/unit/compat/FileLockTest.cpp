@@ -11,16 +11,16 @@
 #include <utility>
 
 #include "ChildProcess.h"
-#include "FileDescriptor.h"
 #include "TempDirectory.h"
 #include "VEXCompat.h"
+#include "posix/FileDescriptor.h"
 
 namespace {
 
 class FileLockTest : public testing::Test {
 protected:
     bool IsLocked() const {
-        const vextk::FileDescriptor file(open(m_strName.c_str(), O_RDWR | O_CLOEXEC));
+        const vexposix::FileDescriptor file(open(m_strName.c_str(), O_RDWR | O_CLOEXEC));
         EXPECT_TRUE(file.IsOpen());
         return flock(file.Get(), LOCK_EX | LOCK_NB) != 0;
     }
@@ -74,8 +74,8 @@ TEST_F(FileLockTest, StaysWhenAChildFlushesTheFile) {
 TEST_F(FileLockTest, EndsWhenAChildStillHasTheFile) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const vextk::FileDescriptor fromParent(ends[0]);
-    std::optional<vextk::FileDescriptor> toChild(std::in_place, ends[1]);
+    const vexposix::FileDescriptor fromParent(ends[0]);
+    std::optional<vexposix::FileDescriptor> toChild(std::in_place, ends[1]);
     const pid_t nChild = fork();
     if (nChild == 0) {
         toChild.reset();

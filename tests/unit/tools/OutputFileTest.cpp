@@ -103,7 +103,7 @@ TEST_F(OutputFileTest, ADeviceIsWrittenTo) {
 // As a shell's redirection has opened it, behind what is there.
 TEST_F(OutputFileTest, AnOwnDescriptorIsWrittenToWhereItIs) {
     m_directory.Write("out", "old ");
-    const tools::FileHandle append(open(m_strPath.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    const vexposix::FileDescriptor append(open(m_strPath.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
     OutputFile file("/dev/fd/" + std::to_string(append.Get()));
     Write(file, "new");
     file.Commit();

@@ -29,7 +29,7 @@ protected:
 
     DWORD Add(FileTable& table) {
         const std::string strPath = m_directory.Write("file", "content");
-        return table.Add(vextk::FileDescriptor(open(strPath.c_str(), O_RDWR | O_CLOEXEC)), "file");
+        return table.Add(vexposix::FileDescriptor(open(strPath.c_str(), O_RDWR | O_CLOEXEC)), "file");
     }
 
     const TempDirectory m_directory;
@@ -117,7 +117,7 @@ TEST_F(FileTableTest, ZeroAndIdsInUseArePassedOver) {
 
 TEST_F(FileTableTest, AClosedFilesDescriptorIsClosed) {
     FileTable table = MakeTable();
-    vextk::FileDescriptor descriptor(open(m_directory.Path().c_str(), O_RDONLY | O_CLOEXEC));
+    vexposix::FileDescriptor descriptor(open(m_directory.Path().c_str(), O_RDONLY | O_CLOEXEC));
     const int nDescriptor = descriptor.Get();
     table.Add(std::move(descriptor), "directory");
     EXPECT_NE(fcntl(nDescriptor, F_GETFD), -1);

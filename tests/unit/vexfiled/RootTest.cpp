@@ -56,7 +56,7 @@ public:
 
 private:
     static void MakeSocket(const std::string& strPath) {
-        const vextk::FileDescriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const vexposix::FileDescriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         strPath.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -186,8 +186,8 @@ TEST_P(RootOpens, ForReadingAndWriting) {
     const RootDirectory directory;
     const Root root(directory.Root());
     auto result = root.Open(GetParam().strFileName);
-    ASSERT_TRUE(std::holds_alternative<Root::Opened>(result)) << std::get<Refusal>(result).strReason;
-    const auto& opened = std::get<Root::Opened>(result);
+    ASSERT_TRUE(std::holds_alternative<vexposix::OpenedFile>(result)) << std::get<Refusal>(result).strReason;
+    const auto& opened = std::get<vexposix::OpenedFile>(result);
     EXPECT_EQ(opened.bCreated, GetParam().bCreated);
 
     const std::string strPath = directory.Root() + '/' + GetParam().strPlace;
@@ -196,8 +196,8 @@ TEST_P(RootOpens, ForReadingAndWriting) {
     EXPECT_EQ(ReadWholeFile(strPath), "written");
 
     const auto again = root.Open(GetParam().strFileName);
-    ASSERT_TRUE(std::holds_alternative<Root::Opened>(again));
-    EXPECT_FALSE(std::get<Root::Opened>(again).bCreated);
+    ASSERT_TRUE(std::holds_alternative<vexposix::OpenedFile>(again));
+    EXPECT_FALSE(std::get<vexposix::OpenedFile>(again).bCreated);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -220,8 +220,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(RootNames, TheLongest) {
     const RootDirectory directory;
     const Root root(directory.Root());
-    EXPECT_TRUE(std::holds_alternative<Root::Opened>(root.Open(NameOfLength(4094))));
-    EXPECT_TRUE(std::holds_alternative<Root::Opened>(root.Open(NameOfLength(4095))));
+    EXPECT_TRUE(std::holds_alternative<vexposix::OpenedFile>(root.Open(NameOfLength(4094))));
+    EXPECT_TRUE(std::holds_alternative<vexposix::OpenedFile>(root.Open(NameOfLength(4095))));
 }
 
 TEST(RootModes, WhatIsMadeIsTheServersAlone) {
@@ -229,7 +229,7 @@ TEST(RootModes, WhatIsMadeIsTheServersAlone) {
     const mode_t oldMask = umask(0);
     const auto result = Root(directory.Root()).Open("a/b/file");
     umask(oldMask);
-    ASSERT_TRUE(std::holds_alternative<Root::Opened>(result));
+    ASSERT_TRUE(std::holds_alternative<vexposix::OpenedFile>(result));
     const auto modeOf = [&directory](const char* pszName) {
         return fs::status(directory.Root() + '/' + pszName).permissions();
     };
@@ -259,7 +259,7 @@ TEST(RootItself, IsTheDirectoryThatWasNamed) {
     const Root root(directory.Root());
     fs::rename(directory.Root(), directory.Path("moved"));
     fs::create_symlink("outside", directory.Root());
-    ASSERT_TRUE(std::holds_alternative<Root::Opened>(root.Open("new")));
+    ASSERT_TRUE(std::holds_alternative<vexposix::OpenedFile>(root.Open("new")));
     EXPECT_TRUE(fs::exists(directory.Path("moved/new")));
     EXPECT_FALSE(fs::exists(directory.Path("outside/new")));
 }

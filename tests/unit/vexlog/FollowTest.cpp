@@ -12,7 +12,7 @@
 #include "Collected.h"
 #include "Input.h"
 #include "TempDirectory.h"
-#include "common/FileHandle.h"
+#include "posix/FileDescriptor.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ protected:
         const auto cbText = strOld.size() - kHead.size();
         const auto cbKept = static_cast<std::size_t>(static_cast<double>(cbText) * (1 - dShare)) / 2 * 2;
         const int nFile = open(m_strPath.c_str(), O_WRONLY | O_CLOEXEC);
-        const tools::FileHandle file(nFile);
+        const vexposix::FileDescriptor file(nFile);
         const std::string strNew = std::string(kHead) + strOld.substr(cbText - cbKept, cbKept);
         ASSERT_EQ(write(nFile, strNew.data(), strNew.size()), static_cast<ssize_t>(strNew.size()));
         ASSERT_EQ(ftruncate(nFile, static_cast<off_t>(strNew.size())), 0);
@@ -203,7 +203,7 @@ TEST_F(FollowTest, ACutInProgress) {
     Cut(0.6);
     const std::string strCut = ReadWholeFile(m_strPath);
     {
-        const tools::FileHandle writer(open(m_strPath.c_str(), O_RDWR | O_CLOEXEC));
+        const vexposix::FileDescriptor writer(open(m_strPath.c_str(), O_RDWR | O_CLOEXEC));
         ASSERT_EQ(flock(writer.Get(), LOCK_EX), 0);
         const std::string strHalf = strCut + strMore.substr(strCut.size());
         ASSERT_EQ(pwrite(writer.Get(), strHalf.data(), strHalf.size(), 0), static_cast<ssize_t>(strHalf.size()));
@@ -223,7 +223,7 @@ TEST_F(FollowTest, ALockThatIsNeverLetGo) {
     EXPECT_EQ(Poll(), Range(0, 50));
     Cut(0.2);
     Append(10);
-    const tools::FileHandle writer(open(m_strPath.c_str(), O_RDWR | O_CLOEXEC));
+    const vexposix::FileDescriptor writer(open(m_strPath.c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(flock(writer.Get(), LOCK_EX), 0);
     for (int nLook = 0; nLook < 10; ++nLook) {
         m_follower.Poll();

@@ -8,12 +8,12 @@
 #include "Row.h"
 #include "TempDirectory.h"
 #include "TextPrinter.h"
-#include "common/VisibleText.h"
+#include "posix/VisibleText.h"
 
 namespace {
 
 using namespace std::string_literals;
-using tools::OutputBuffer;
+using vexposix::OutputBuffer;
 
 // What fnWrite writes.
 template <typename Function>
@@ -21,7 +21,7 @@ std::string Written(Function fnWrite) {
     int nEnds[2] = {};
     EXPECT_EQ(pipe(nEnds), 0);
     {
-        tools::OutputBuffer output(nEnds[1]);
+        vexposix::OutputBuffer output(nEnds[1]);
         fnWrite(output);
         output.Flush();
     }
@@ -45,12 +45,13 @@ class HostileTextTest : public testing::TestWithParam<TextRow> {};
 
 TEST_P(HostileTextTest, IsShownHarmlessly) {
     const TextRow& row = GetParam();
-    EXPECT_EQ(Written([&](tools::OutputBuffer& output) { tools::AppendVisible(output, row.strText, true); }),
+    EXPECT_EQ(Written([&](vexposix::OutputBuffer& output) { vexposix::AppendVisible(output, row.strText, true); }),
               row.strUtf8);
-    EXPECT_EQ(Written([&](tools::OutputBuffer& output) { tools::AppendVisible(output, row.strText, false); }),
+    EXPECT_EQ(Written([&](vexposix::OutputBuffer& output) { vexposix::AppendVisible(output, row.strText, false); }),
               row.strAscii);
-    EXPECT_EQ(Written([&](tools::OutputBuffer& output) { tools::AppendJsonText(output, row.strText); }), row.strJson);
-    EXPECT_EQ(Written([&](tools::OutputBuffer& output) { tools::AppendHtml(output, row.strText); }), row.strHtml);
+    EXPECT_EQ(Written([&](vexposix::OutputBuffer& output) { vexposix::AppendJsonText(output, row.strText); }),
+              row.strJson);
+    EXPECT_EQ(Written([&](vexposix::OutputBuffer& output) { vexposix::AppendHtml(output, row.strText); }), row.strHtml);
 }
 
 constexpr char kBad[] = "\xEF\xBF\xBD";
@@ -103,7 +104,7 @@ std::string Printed(std::string_view bytes, bool bJson, const vexlog::Filter& fi
         const vexlog::Filter& conditions;
         vexlog::RecordSink& next;
     };
-    return Written([&](tools::OutputBuffer& output) {
+    return Written([&](vexposix::OutputBuffer& output) {
         vexlog::TextPrinter text(output, {false, true});
         vexlog::JsonPrinter json(output);
         Filtered filtered(filter, bJson ? static_cast<vexlog::RecordSink&>(json) : text);
@@ -203,16 +204,16 @@ TEST(OutputBufferTest, AClosedReaderIsNoFailureOfItsOwn) {
     ASSERT_EQ(pipe(nEnds), 0);
     close(nEnds[0]);
     signal(SIGPIPE, SIG_IGN);
-    tools::OutputBuffer output(nEnds[1]);
+    vexposix::OutputBuffer output(nEnds[1]);
     output.Append("x");
-    EXPECT_THROW(output.Flush(), tools::OutputClosed);
+    EXPECT_THROW(output.Flush(), vexposix::OutputClosed);
     close(nEnds[1]);
 }
 
 TEST(OutputBufferTest, AFullDiskIsAFailure) {
     std::FILE* const full = std::fopen("/dev/full", "w");
     ASSERT_NE(full, nullptr);
-    tools::OutputBuffer output(fileno(full));
+    vexposix::OutputBuffer output(fileno(full));
     output.Append("x");
     EXPECT_THROW(output.Flush(), std::system_error);
     std::fclose(full);

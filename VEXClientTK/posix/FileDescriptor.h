@@ -1,16 +1,17 @@
-// An owned POSIX file descriptor.
+// Owns a file descriptor.
 #pragma once
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
-namespace vextk {
+namespace vexposix {
 
 class FileDescriptor {
 public:
     explicit FileDescriptor(int nDescriptor = -1) noexcept : m_nDescriptor(nDescriptor) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : m_nDescriptor(std::exchange(other.m_nDescriptor, -1)) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : m_nDescriptor(other.Release()) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         std::swap(m_nDescriptor, other.m_nDescriptor);
         return *this;
@@ -18,7 +19,7 @@ public:
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     ~FileDescriptor() {
-        if (m_nDescriptor >= 0) {
+        if (IsOpen()) {
             close(m_nDescriptor);
         }
     }
@@ -26,8 +27,14 @@ public:
     bool IsOpen() const noexcept { return m_nDescriptor >= 0; }
     int Get() const noexcept { return m_nDescriptor; }
 
+    // The caller closes it.
+    int Release() noexcept { return std::exchange(m_nDescriptor, -1); }
+
+    // Returns errno: some file systems report a failed write as late as this.
+    int Close() noexcept { return close(Release()) == 0 ? 0 : errno; }
+
 private:
     int m_nDescriptor;
 };
 
-}  // namespace vextk
+}  // namespace vexposix

@@ -1,16 +1,16 @@
-#include "VisibleText.h"
+#include "posix/VisibleText.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 
-#include "Utf8.h"
+#include "posix/Hexadecimal.h"
+#include "posix/Utf8Character.h"
 
-namespace tools {
+namespace vexposix {
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-constexpr char kHexDigits[] = "0123456789abcdef";
 
 struct Range {
     std::uint32_t chFirst;
@@ -58,7 +58,7 @@ void AppendHex(OutputBuffer& output, std::uint32_t nValue, int cLeast) {
         ++cDigits;
     }
     for (int n = std::max(cDigits, cLeast) - 1; n >= 0; --n) {
-        output.Append(n < 8 ? kHexDigits[(nValue >> (4 * n)) & 0xF] : '0');
+        output.Append(n < 8 ? kLowerHexDigits[(nValue >> (4 * n)) & 0xF] : '0');
     }
 }
 
@@ -172,4 +172,4 @@ void AppendHtml(OutputBuffer& output, std::string_view text) {
     }
 }
 
-}  // namespace tools
+}  // namespace vexposix

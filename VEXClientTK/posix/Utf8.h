@@ -9,10 +9,13 @@
 #include <optional>
 #include <string_view>
 
-namespace vextk {
+namespace vexposix {
 
 // The characters that the text decodes to. Nothing: it is malformed somewhere.
 std::optional<std::size_t> DecodedLength(std::string_view text) noexcept;
+
+// Whether it is plain UTF-8, without Java's surrogate pairs.
+bool IsPlainUtf8(std::string_view text) noexcept;
 
 // Writes the characters of a well-formed text: cch, its DecodedLength.
 void DecodeUtf8(std::string_view text, wchar_t* pchOut, std::size_t cch) noexcept;
@@ -23,4 +26,4 @@ std::optional<std::size_t> EncodedLength(std::wstring_view text) noexcept;
 // Writes the bytes of such a text: cb, its EncodedLength.
 void EncodeUtf8(std::wstring_view text, char* pchOut, std::size_t cb) noexcept;
 
-}  // namespace vextk
+}  // namespace vexposix

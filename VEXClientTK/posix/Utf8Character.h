@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tools {
+namespace vexposix {
 
 struct Utf8Character {
     std::uint32_t ch = 0;
@@ -55,4 +55,4 @@ inline Utf8Character FirstCharacter(std::string_view text) {
     return {};
 }
 
-}  // namespace tools
+}  // namespace vexposix

@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-namespace tools {
+namespace vexposix {
 
 // Nobody reads the output any more: no error, the program ends quietly.
 struct OutputClosed {};
@@ -69,4 +69,4 @@ private:
     std::string m_strBytes;
 };
 
-}  // namespace tools
+}  // namespace vexposix

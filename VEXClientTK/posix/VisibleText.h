@@ -4,9 +4,9 @@
 #include <string>
 #include <string_view>
 
-#include "OutputBuffer.h"
+#include "posix/OutputBuffer.h"
 
-namespace tools {
+namespace vexposix {
 
 // For a terminal: what would move its cursor, change its state or reorder its text is written as \n, \r, \t, \0, \xNN
 // (a byte) or \u{N} (a character); long runs of NUL as \0{N}. A line stays a line. bUtf8: the reader's locale shows all
@@ -24,4 +24,4 @@ bool AppendJsonString(OutputBuffer& output, std::string_view text);
 // For HTML text and attribute values. Bytes that are no UTF-8, and control characters, become U+FFFD.
 void AppendHtml(OutputBuffer& output, std::string_view text);
 
-}  // namespace tools
+}  // namespace vexposix

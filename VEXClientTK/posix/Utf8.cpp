@@ -1,10 +1,10 @@
-#include "compat/Utf8.h"
+#include "posix/Utf8.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-namespace vextk {
+namespace vexposix {
 namespace {
 
 constexpr char32_t kFirstLowSurrogate = 0xDC00;
@@ -152,6 +152,14 @@ std::optional<std::size_t> DecodedLength(std::string_view text) noexcept {
     return bWellFormed ? std::optional(cch) : std::nullopt;
 }
 
+bool IsPlainUtf8(std::string_view text) noexcept {
+    std::size_t cbPlain = 0;
+    const bool bWellFormed = WalkUtf8(
+        text, [&cbPlain](std::string_view run) { cbPlain += run.size(); },
+        [&cbPlain](char32_t ch) { cbPlain += EncodedSize(ch); });
+    return bWellFormed && cbPlain == text.size();
+}
+
 void DecodeUtf8(std::string_view text, wchar_t* pchOut, std::size_t cch) noexcept {
     if (cch == text.size()) {
         std::copy(text.begin(), text.end(), pchOut);
@@ -195,4 +203,4 @@ void EncodeUtf8(std::wstring_view text, char* pchOut, std::size_t cb) noexcept {
     WalkWide(text, encodeAscii, encodeCharacter);
 }
 
-}  // namespace vextk
+}  // namespace vexposix

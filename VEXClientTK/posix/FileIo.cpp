@@ -1,0 +1,102 @@
+#include "posix/FileIo.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace vexposix {
+namespace {
+
+// step(cbDone) transfers what comes after cbDone bytes and returns like read and write.
+template <typename Step>
+Transfer TransferAll(std::size_t cb, Step step) {
+    Transfer transfer;
+    while (transfer.cb < cb) {
+        const ssize_t nResult = step(transfer.cb);
+        if (nResult > 0) {
+            transfer.cb += static_cast<std::size_t>(nResult);
+        } else if (nResult == 0) {
+            break;
+        } else if (errno != EINTR) {
+            transfer.nErrno = errno;
+            break;
+        }
+    }
+    return transfer;
+}
+
+Transfer CompleteOrFailed(Transfer transfer, std::size_t cbWanted) {
+    if (transfer.cb < cbWanted && transfer.nErrno == 0) {
+        transfer.nErrno = EIO;
+    }
+    return transfer;
+}
+
+}  // namespace
+
+Transfer ReadAt(int nDescriptor, void* pBuffer, std::size_t cbBuffer, off_t nPosition) noexcept {
+    return TransferAll(cbBuffer, [=](std::size_t cbDone) {
+        return pread(nDescriptor, static_cast<char*>(pBuffer) + cbDone, cbBuffer - cbDone,
+                     nPosition + static_cast<off_t>(cbDone));
+    });
+}
+
+Transfer WriteAt(int nDescriptor, const void* pData, std::size_t cbData, off_t nPosition) noexcept {
+    const Transfer transfer = TransferAll(cbData, [=](std::size_t cbDone) {
+        return pwrite(nDescriptor, static_cast<const char*>(pData) + cbDone, cbData - cbDone,
+                      nPosition + static_cast<off_t>(cbDone));
+    });
+    return CompleteOrFailed(transfer, cbData);
+}
+
+ssize_t ReadSome(int nDescriptor, void* pBuffer, std::size_t cbBuffer) noexcept {
+    ssize_t cb = 0;
+    do {
+        cb = read(nDescriptor, pBuffer, cbBuffer);
+    } while (cb < 0 && errno == EINTR);
+    return cb;
+}
+
+int WriteAll(int nDescriptor, std::string_view bytes) noexcept {
+    const Transfer transfer = TransferAll(bytes.size(), [=](std::size_t cbDone) {
+        return write(nDescriptor, bytes.data() + cbDone, bytes.size() - cbDone);
+    });
+    return CompleteOrFailed(transfer, bytes.size()).nErrno;
+}
+
+int SetSize(int nDescriptor, off_t cbSize) noexcept {
+    while (ftruncate(nDescriptor, cbSize) != 0) {
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+int GetSize(int nDescriptor, off_t& cbSize) noexcept {
+    const off_t cbFile = lseek(nDescriptor, 0, SEEK_END);
+    if (cbFile < 0) {
+        return errno;
+    }
+    cbSize = cbFile;
+    return 0;
+}
+
+int GetSizeToRead(int nDescriptor, std::size_t cbLimit, std::size_t& cbSize) noexcept {
+    struct stat status {};
+    if (fstat(nDescriptor, &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    if (static_cast<std::uint64_t>(status.st_size) > cbLimit) {
+        return EFBIG;
+    }
+    cbSize = static_cast<std::size_t>(status.st_size);
+    return 0;
+}
+
+}  // namespace vexposix

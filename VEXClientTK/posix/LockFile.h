@@ -1,0 +1,32 @@
+// Waiting for a lock with a bound.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace vexposix {
+
+// Calls fnTry until it returns true, for maxWait at most, with longer and longer pauses.
+template <typename Try>
+bool TryFor(std::chrono::microseconds maxWait, Try fnTry) {
+    constexpr std::chrono::microseconds kFirstPause(20);
+    constexpr std::chrono::microseconds kLongestPause(1000);
+    if (fnTry()) {
+        return true;  // without a look at the clock
+    }
+    const auto end = std::chrono::steady_clock::now() + maxWait;
+    for (auto pause = kFirstPause; std::chrono::steady_clock::now() < end; pause = std::min(pause * 2, kLongestPause)) {
+        std::this_thread::sleep_for(pause);
+        if (fnTry()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// An advisory lock (flock) of an open file, for any thread. nKind: LOCK_EX or LOCK_SH. Returns errno: EWOULDBLOCK when
+// somebody else holds it for all of maxWait, another number where the file system has no locks.
+int LockFile(int nDescriptor, int nKind, std::chrono::microseconds maxWait) noexcept;
+
+}  // namespace vexposix
