@@ -7,39 +7,13 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <tuple>
 #include <vector>
 
-#include "signing/OpenSsl.h"
-#include "signing/Pkcs11Module.h"
 #include "signing/SecretText.h"
+#include "signing/TokenConnection.h"
+#include "signing/TokenContent.h"
 
 namespace vextk {
-
-// A private key on a token.
-struct TokenKey {
-    std::string strId;  // CKA_ID
-    CK_KEY_TYPE type = CKK_RSA;
-    std::string strLabel;
-
-    bool operator<(const TokenKey& other) const {
-        return std::tie(strId, type, strLabel) < std::tie(other.strId, other.type, other.strLabel);
-    }
-};
-
-struct TokenCertificate {
-    std::string strId;
-    std::string strLabel;
-    X509Ptr certificate;
-};
-
-struct TokenContent {
-    std::vector<TokenCertificate> certificates;
-    std::vector<TokenKey> keys;           // that may sign
-    std::vector<TokenKey> notForSigning;  // that may be used for other things only (CKA_SIGN)
-};
 
 // Any thread may call any member. Each throws VCTK_E_TOKEN_REMOVED while the token is away, VCTK_E_TOKEN_FAILED when it
 // fails in another way, and VCTK_E_PIN_WRONG, VCTK_E_PIN_LOCKED or VCTK_E_PIN_REQUIRED when it has to be logged in to
@@ -64,9 +38,7 @@ public:
                                     size_t cbData);
 
 private:
-    class Connection;
-    class Session;
-    using ConnectionPtr = std::shared_ptr<Connection>;
+    using ConnectionPtr = std::shared_ptr<TokenConnection>;
 
     template <typename Operation>
     auto Run(Operation operation);
@@ -84,17 +56,5 @@ private:
     ConnectionPtr m_connection;       // guarded by m_mutex, as all below; null when it has to be made (again)
     std::optional<SecretText> m_pin;  // that logs in
 };
-
-// A slot with an initialised token in it.
-struct TokenSlot {
-    CK_SLOT_ID nId;
-    TokenName name;
-    std::string strSlotDescription;
-    std::string strSlotManufacturer;
-    CK_FLAGS tokenFlags;
-};
-
-// Of the module, as far as they can be read. Throws VCTK_E_TOKEN_FAILED.
-std::vector<TokenSlot> ListTokens(const Pkcs11Module& module);
 
 }  // namespace vextk

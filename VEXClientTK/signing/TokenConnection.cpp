@@ -1,0 +1,124 @@
+#include "signing/TokenConnection.h"
+
+namespace vextk {
+namespace {
+
+// Sessions that are kept open for the next signatures.
+constexpr size_t kIdleSessions = 16;
+
+}  // namespace
+
+bool IsTokenLost(CK_RV rv) {
+    switch (rv) {
+        case CKR_DEVICE_REMOVED:
+        case CKR_DEVICE_ERROR:
+        case CKR_TOKEN_NOT_PRESENT:
+        case CKR_TOKEN_NOT_RECOGNIZED:
+        case CKR_SLOT_ID_INVALID:
+        case CKR_SESSION_HANDLE_INVALID:
+        case CKR_SESSION_CLOSED:
+        case CKR_USER_NOT_LOGGED_IN:
+        case CKR_KEY_HANDLE_INVALID:
+        case CKR_OBJECT_HANDLE_INVALID:
+            return true;
+        default:
+            return false;
+    }
+}
+
+void RequireFromToken(CK_RV rv, const char* pszFunction) {
+    if (IsTokenLost(rv)) {
+        throw TokenLost{rv};
+    }
+    if (rv != CKR_OK) {
+        throw Failure(VCTK_E_TOKEN_FAILED, std::string(pszFunction) + ": " + Pkcs11ResultText(rv));
+    }
+}
+
+TokenConnection::TokenConnection(const Pkcs11Module& module, const TokenSlot& slot) : m_module(module), m_slot(slot) {
+    m_idle.reserve(kIdleSessions + 1);  // with the anchor; putting a session back must not fail
+    m_hAnchor = OpenSession();
+}
+
+TokenConnection::~TokenConnection() {
+    for (const CK_SESSION_HANDLE hSession : m_idle) {
+        CloseSession(hSession);
+    }
+    if (m_bAnchor) {
+        CloseSession(m_hAnchor);
+    }
+}
+
+CK_SESSION_HANDLE TokenConnection::Take() {
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        if (!m_idle.empty()) {
+            const CK_SESSION_HANDLE hSession = m_idle.back();
+            m_idle.pop_back();
+            ++m_cTaken;
+            return hSession;
+        }
+        if (!m_bFull) {
+            ++m_cTaken;
+            lock.unlock();
+            CK_SESSION_HANDLE hSession = 0;
+            const CK_RV rv = TryOpenSession(hSession);
+            if (rv == CKR_OK) {
+                return hSession;
+            }
+            lock.lock();
+            --m_cTaken;
+            m_returned.notify_all();
+            if (rv != CKR_SESSION_COUNT) {
+                RequireFromToken(rv, "C_OpenSession");
+            }
+            m_bFull = true;
+        } else if (m_cTaken > 0) {
+            m_returned.wait(lock, [this] { return !m_idle.empty() || m_cTaken == 0; });
+        } else if (m_bAnchor) {
+            // A token with a single session: it has to do for everything.
+            m_bAnchor = false;
+            m_idle.push_back(m_hAnchor);
+        } else {
+            m_bFull = false;  // those that there were have been closed
+        }
+    }
+}
+
+void TokenConnection::Return(CK_SESSION_HANDLE hSession, bool bUsable) {
+    {
+        const std::lock_guard lock(m_mutex);
+        --m_cTaken;
+        if (bUsable && m_idle.size() < kIdleSessions) {
+            m_idle.push_back(hSession);
+            m_returned.notify_one();
+            return;
+        }
+        m_returned.notify_all();
+    }
+    CloseSession(hSession);
+}
+
+CK_RV TokenConnection::TryOpenSession(CK_SESSION_HANDLE& hSession) const {
+    return m_module.Call([&](auto& functions) {
+        return functions.C_OpenSession(m_slot.nId, CKF_SERIAL_SESSION, nullptr, nullptr, &hSession);
+    });
+}
+
+CK_SESSION_HANDLE TokenConnection::OpenSession() const {
+    CK_SESSION_HANDLE hSession = 0;
+    RequireFromToken(TryOpenSession(hSession), "C_OpenSession");
+    return hSession;
+}
+
+void TokenConnection::CloseSession(CK_SESSION_HANDLE hSession) const {
+    if (m_module.IsUsable()) {
+        try {
+            m_module.Call([&](auto& functions) { return functions.C_CloseSession(hSession); });
+        } catch (const Failure&) {
+            // The process has begun to end meanwhile, and the sessions end with it.
+        }
+    }
+}
+
+}  // namespace vextk

@@ -1,0 +1,82 @@
+// A connection to a token, and its sessions. It ends when the token is removed.
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "signing/TokenContent.h"
+
+namespace vextk {
+
+// Thrown when the token is away, or has forgotten this process. A new connection may help.
+struct TokenLost {
+    CK_RV rv;
+};
+
+bool IsTokenLost(CK_RV rv);
+
+// Throws TokenLost or VCTK_E_TOKEN_FAILED unless the function succeeded.
+void RequireFromToken(CK_RV rv, const char* pszFunction);
+
+// What ends when the token is removed: sessions, and the handles of keys. Any thread may call any member.
+class TokenConnection {
+public:
+    TokenConnection(const Pkcs11Module& module, const TokenSlot& slot);
+    ~TokenConnection();
+    TokenConnection(const TokenConnection&) = delete;
+    TokenConnection& operator=(const TokenConnection&) = delete;
+
+    const Pkcs11Module& Module() const { return m_module; }
+    CK_FLAGS TokenFlags() const { return m_slot.tokenFlags; }
+
+    // The session that keeps the login, which ends with the last session.
+    CK_SESSION_HANDLE Anchor() const { return m_hAnchor; }
+
+    // A session for the caller alone. Waits for one when the token has no more.
+    CK_SESSION_HANDLE Take();
+
+    // bUsable: no operation is left unfinished in it.
+    void Return(CK_SESSION_HANDLE hSession, bool bUsable);
+
+    // A key's handle, and whether it wants the PIN for each signature.
+    struct KeyObject {
+        CK_OBJECT_HANDLE hKey;
+        bool bAlwaysAuthenticate;
+    };
+
+    // Looked up once.
+    template <typename LookUp>
+    KeyObject FindKey(const TokenKey& key, LookUp lookUp) {
+        {
+            const std::lock_guard lock(m_mutex);
+            if (const auto found = m_keys.find(key); found != m_keys.end()) {
+                return found->second;
+            }
+        }
+        const KeyObject object = lookUp();
+        const std::lock_guard lock(m_mutex);
+        m_keys.emplace(key, object);
+        return object;
+    }
+
+private:
+    CK_RV TryOpenSession(CK_SESSION_HANDLE& hSession) const;
+    CK_SESSION_HANDLE OpenSession() const;
+    void CloseSession(CK_SESSION_HANDLE hSession) const;
+
+    const Pkcs11Module& m_module;
+    const TokenSlot m_slot;
+    CK_SESSION_HANDLE m_hAnchor;
+
+    std::mutex m_mutex;
+    std::condition_variable m_returned;
+    std::vector<CK_SESSION_HANDLE> m_idle;  // guarded by m_mutex, as all below
+    size_t m_cTaken = 0;
+    bool m_bFull = false;   // the token opens no more sessions
+    bool m_bAnchor = true;  // the anchor is not among the others
+    std::map<TokenKey, KeyObject> m_keys;
+};
+
+}  // namespace vextk

@@ -1,0 +1,46 @@
+#include "signing/TokenContent.h"
+
+#include <algorithm>
+
+namespace vextk {
+
+std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
+    std::vector<CK_SLOT_ID> slots;
+    for (;;) {
+        // Asked without room for the answer, a module looks for readers and tokens anew.
+        CK_ULONG cSlots = 0;
+        CK_RV rv = module.Call([&](auto& functions) { return functions.C_GetSlotList(CK_TRUE, nullptr, &cSlots); });
+        if (rv == CKR_OK) {
+            slots.resize(cSlots);
+            rv = module.Call([&](auto& functions) {
+                return cSlots == 0 ? CKR_OK : functions.C_GetSlotList(CK_TRUE, slots.data(), &cSlots);
+            });
+            slots.resize(std::min<size_t>(cSlots, slots.size()));
+        }
+        if (rv == CKR_BUFFER_TOO_SMALL) {
+            continue;  // one more has come meanwhile
+        }
+        if (rv != CKR_OK) {
+            throw Failure(VCTK_E_TOKEN_FAILED, "C_GetSlotList: " + Pkcs11ResultText(rv));
+        }
+        break;
+    }
+    std::vector<TokenSlot> tokens;
+    for (const CK_SLOT_ID nSlot : slots) {
+        CK_TOKEN_INFO token{};
+        CK_SLOT_INFO slot{};
+        if (module.Call([&](auto& functions) { return functions.C_GetTokenInfo(nSlot, &token); }) == CKR_OK &&
+            module.Call([&](auto& functions) { return functions.C_GetSlotInfo(nSlot, &slot); }) == CKR_OK &&
+            (token.flags & CKF_TOKEN_INITIALIZED) != 0) {
+            tokens.push_back({nSlot,
+                              {Pkcs11Text(token.label), Pkcs11Text(token.manufacturerID), Pkcs11Text(token.model),
+                               Pkcs11Text(token.serialNumber)},
+                              Pkcs11Text(slot.slotDescription),
+                              Pkcs11Text(slot.manufacturerID),
+                              token.flags});
+        }
+    }
+    return tokens;
+}
+
+}  // namespace vextk

@@ -1,0 +1,61 @@
+// A session taken from a connection, for one thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "signing/TokenConnection.h"
+
+namespace vextk {
+
+// Gives the session back when it ends.
+class TokenSession {
+public:
+    explicit TokenSession(TokenConnection& connection) : m_connection(connection), m_hSession(connection.Take()) {}
+    ~TokenSession() { m_connection.Return(m_hSession, m_bUsable); }
+    TokenSession(const TokenSession&) = delete;
+    TokenSession& operator=(const TokenSession&) = delete;
+
+    TokenConnection& Owner() const { return m_connection; }
+    CK_SESSION_HANDLE Handle() const { return m_hSession; }
+
+    template <typename Function>
+    CK_RV Call(Function function) const {
+        return m_connection.Module().Call([&](auto& functions) { return function(functions, m_hSession); });
+    }
+
+    template <typename Function>
+    CK_RV CallParallel(Function function) const {
+        return m_connection.Module().CallParallel([&](auto& functions) { return function(functions, m_hSession); });
+    }
+
+    void NoteUsable() { m_bUsable = true; }
+
+    // The objects that have all of the attributes.
+    std::vector<CK_OBJECT_HANDLE> Find(std::vector<CK_ATTRIBUTE> attributes) const;
+
+    // The bytes of an attribute; nothing when the object does not have or show it.
+    std::optional<std::string> Attribute(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType) const;
+
+    template <typename T>
+    std::optional<T> Number(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType) const {
+        const std::optional<std::string> bytes = Attribute(hObject, nType);
+        T number{};
+        if (!bytes || bytes->size() != sizeof number) {
+            return std::nullopt;
+        }
+        bytes->copy(reinterpret_cast<char*>(&number), sizeof number);
+        return number;
+    }
+
+    // A token that says nothing of it finds out when it is asked to sign.
+    bool MaySign(CK_OBJECT_HANDLE hKey) const { return Number<CK_BBOOL>(hKey, CKA_SIGN).value_or(CK_TRUE) != CK_FALSE; }
+
+private:
+    TokenConnection& m_connection;
+    const CK_SESSION_HANDLE m_hSession;
+    bool m_bUsable = false;
+};
+
+}  // namespace vextk
