@@ -15,10 +15,6 @@ namespace {
 
 constexpr std::string_view kDefaultDigest = "SHA-256";
 
-std::shared_ptr<const EVP_MD> SharedDigest(std::string_view strName) {
-    return FindDigest(strName);
-}
-
 Bytes DecodeInput(std::string_view text, int nInputForm) {
     if (nInputForm != 0 && nInputForm != 1) {
         throw Failure(VCTK_E_INVALID_ARGUMENT, "the input form is 0 for text or 1 for Base64");
@@ -111,7 +107,7 @@ SigningObject::SigningObject(Identities identities, bool bListAll)
     : m_identities(std::move(identities)),
       m_bListAll(bListAll),
       m_nObject(NextObjectNumber()),
-      m_settings(std::make_shared<const Settings>(Settings{SharedDigest(kDefaultDigest), false, {}})) {}
+      m_settings(std::make_shared<const Settings>(Settings{FindDigest(kDefaultDigest), false, {}})) {}
 
 SigningObject::PerThreadPtr SigningObject::Mine() {
     const ThreadId nThread = CurrentThreadId();
@@ -184,7 +180,7 @@ void SigningObject::ChangeSettings(Change change) {
 }
 
 void SigningObject::SetDigest(std::string_view strName) {
-    ChangeSettings([digest = SharedDigest(strName)](Settings& settings) { settings.digest = digest; });
+    ChangeSettings([digest = std::shared_ptr<const EVP_MD>(FindDigest(strName))](Settings& settings) { settings.digest = digest; });
 }
 
 void SigningObject::SetChooseSingle(bool bChooseSingle) {

@@ -60,9 +60,4 @@ Event EventOf(const Record& record) {
     return record.message.ends_with(" Leave.") ? Event::kLeave : Event::kNone;
 }
 
-bool HasNoEnter(std::string_view function) {
-    const Lines* const pLines = LinesOf(function);
-    return pLines != nullptr && pLines->nEnter == 0;
-}
-
 }  // namespace vexlog

@@ -16,7 +16,4 @@ enum class Event { kNone, kEnter, kLeave };
 // functions of other programs, a message that ends in " Enter." or " Leave.".
 Event EventOf(const Record& record);
 
-// Whether calls of this function have no record of their beginning.
-bool HasNoEnter(std::string_view function);
-
 }  // namespace vexlog
