@@ -13,8 +13,8 @@
 #include <new>
 #include <string_view>
 
+#include "FileFunctions.h"
 #include "VCTK.h"
-#include "VEXCompat.h"
 
 namespace {
 
@@ -275,229 +275,76 @@ void operator delete[](void* p, std::size_t) noexcept {
 
 namespace {
 
-template <typename Function>
-Function* Next(Function*, const char* pszName) {
-    const Pause pause;
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
-}
-
-// What the operations answer with when they fail; the number is of no account to the bridge.
+// How the operations fail. The number means nothing to the bridge.
 constexpr INT kFailure = -5;
 
 }  // namespace
 
-// Before main, so that looking them up is no point of its own.
-#define VEX_NEXT(Name) auto* const s_p##Name = Next(Name, #Name);
-VEX_NEXT(VCTK_Initialize)
-VEX_NEXT(VCTK_SetDigestAlg)
-VEX_NEXT(VCTK_SetChooseSingleCert)
-VEX_NEXT(VCTK_AddFilter)
-VEX_NEXT(VCTK_ClearFilter)
-VEX_NEXT(VCTK_P1Sign)
-VEX_NEXT(VCTK_GetP1SignResult)
-VEX_NEXT(VCTK_P7Sign)
-VEX_NEXT(VCTK_GetP7SignResult)
-VEX_NEXT(VCTK_Finalize)
-VEX_NEXT(VCTK_GetSignCert)
-VEX_NEXT(VCTK_GetLastError)
-VEX_NEXT(VCTK_GetLastErrorMessage)
-VEX_NEXT(VCTK_CallQueueEnable)
-VEX_NEXT(VCTK_GetCertList)
-VEX_NEXT(GetProcessHeap)
-VEX_NEXT(HeapAlloc)
-VEX_NEXT(HeapReAlloc)
-VEX_NEXT(HeapSize)
-VEX_NEXT(HeapFree)
-VEX_NEXT(MultiByteToWideChar)
-VEX_NEXT(WideCharToMultiByte)
-VEX_NEXT(lstrlenW)
-VEX_NEXT(wcscpy_s)
-VEX_NEXT(memcpy_x)
-VEX_NEXT(VexCreateFile)
-VEX_NEXT(CloseHandle)
-VEX_NEXT(ReadFile)
-VEX_NEXT(WriteFile)
-VEX_NEXT(SetFilePointerEx)
-VEX_NEXT(GetFileSizeEx)
-VEX_NEXT(FlushFileBuffers)
-VEX_NEXT(SetEndOfFile)
-VEX_NEXT(GetPrivateProfileIntA)
-VEX_NEXT(PathIsDirectoryW)
-VEX_NEXT(PathRemoveFileSpecW)
-VEX_NEXT(SHCreateDirectoryExW)
-#undef VEX_NEXT
+// Those of VEX_FILE_FUNCTIONS are made to fail in the same way. GetLastError and GetTickCount cannot fail. HeapFree
+// frees all the same: a leak would be the test's own. memcpy_x behaves as when the bytes do not fit.
+#define VEX_OTHER_FUNCTIONS(X)                                                                                         \
+    X(INT, VCTK_SetDigestAlg, kFailure, (HANDLE hObject, const char* pszDigestAlg), (hObject, pszDigestAlg))           \
+    X(INT, VCTK_SetChooseSingleCert, kFailure, (HANDLE hObject, int nChoose), (hObject, nChoose))                      \
+    X(INT, VCTK_AddFilter, kFailure, (HANDLE hObject, ULONG ulType, const char* pszValue),                             \
+      (hObject, ulType, pszValue))                                                                                     \
+    X(INT, VCTK_ClearFilter, kFailure, (HANDLE hObject), (hObject))                                                    \
+    X(INT, VCTK_P1Sign, kFailure, (HANDLE hObject, const char* pszData, int nInputForm),                               \
+      (hObject, pszData, nInputForm))                                                                                  \
+    X(INT, VCTK_GetP1SignResult, kFailure, (HANDLE hObject, char* pszBuffer, int* pnLength),                           \
+      (hObject, pszBuffer, pnLength))                                                                                  \
+    X(INT, VCTK_P7Sign, kFailure,                                                                                      \
+      (HANDLE hObject, const char* pszData, int nInputForm, int nDetached, int nIncludeCert),                          \
+      (hObject, pszData, nInputForm, nDetached, nIncludeCert))                                                         \
+    X(INT, VCTK_GetP7SignResult, kFailure, (HANDLE hObject, char* pszBuffer, int* pnLength),                           \
+      (hObject, pszBuffer, pnLength))                                                                                  \
+    X(INT, VCTK_Finalize, kFailure, (HANDLE hObject), (hObject))                                                       \
+    X(INT, VCTK_GetSignCert, kFailure, (HANDLE hObject, char* pszBuffer, int* pnLength),                               \
+      (hObject, pszBuffer, pnLength))                                                                                  \
+    X(INT, VCTK_GetLastError, kFailure, (HANDLE hObject), (hObject))                                                   \
+    X(INT, VCTK_GetLastErrorMessage, kFailure, (HANDLE hObject, char* pszBuffer, int* pnLength),                       \
+      (hObject, pszBuffer, pnLength))                                                                                  \
+    X(INT, VCTK_CallQueueEnable, kFailure, (HANDLE hObject, int nQueue, int nEnable), (hObject, nQueue, nEnable))      \
+    X(INT, VCTK_GetCertList, kFailure,                                                                                 \
+      (HANDLE hObject, const char* pszRecordSeparator, const char* pszFieldSeparator, char* pszBuffer, int* pnLength), \
+      (hObject, pszRecordSeparator, pszFieldSeparator, pszBuffer, pnLength))                                           \
+    X(HANDLE, GetProcessHeap, nullptr, (), ())                                                                         \
+    X(LPVOID, HeapAlloc, nullptr, (HANDLE hHeap, DWORD dwFlags, DWORD dwBytes), (hHeap, dwFlags, dwBytes))             \
+    X(LPVOID, HeapReAlloc, nullptr, (HANDLE hHeap, DWORD dwFlags, LPVOID lpMem, DWORD dwBytes),                        \
+      (hHeap, dwFlags, lpMem, dwBytes))                                                                                \
+    X(DWORD, HeapSize, ~DWORD{0}, (HANDLE hHeap, DWORD dwFlags, LPCVOID lpMem), (hHeap, dwFlags, lpMem))               \
+    X(BOOL, HeapFree, (s_pHeapFree(hHeap, dwFlags, lpMem), FALSE), (HANDLE hHeap, DWORD dwFlags, LPVOID lpMem),        \
+      (hHeap, dwFlags, lpMem))                                                                                         \
+    X(int, MultiByteToWideChar, 0,                                                                                     \
+      (UINT uCodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte, LPWSTR lpWideCharStr, int cchWideChar),  \
+      (uCodePage, dwFlags, lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar))                                   \
+    X(int, WideCharToMultiByte, 0,                                                                                     \
+      (UINT uCodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar, LPSTR lpMultiByteStr, int cbMultiByte,   \
+       LPCSTR lpDefaultChar, BOOL* lpUsedDefaultChar),                                                                 \
+      (uCodePage, dwFlags, lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte, lpDefaultChar, lpUsedDefaultChar)) \
+    X(int, lstrlenW, 0, (LPCWSTR lpString), (lpString))                                                                \
+    X(int, wcscpy_s, ERANGE, (LPWSTR pszDest, size_t cchDest, LPCWSTR pszSrc), (pszDest, cchDest, pszSrc))             \
+    X(int, memcpy_x, (std::memset(pDest, 0, cbDest), ERANGE),                                                          \
+      (void* pDest, size_t cbDest, const void* pSrc, size_t cbCount), (pDest, cbDest, pSrc, cbCount))                  \
+    X(BOOL, WriteFile, FALSE, (HANDLE hFile, LPCVOID lpBuffer, DWORD cb, DWORD * pcbWritten, LPVOID lpOverlapped),     \
+      (hFile, lpBuffer, cb, pcbWritten, lpOverlapped))                                                                 \
+    X(UINT, GetPrivateProfileIntA, static_cast<UINT>(nDefault),                                                        \
+      (LPCSTR lpAppName, LPCSTR lpKeyName, INT nDefault, LPCSTR lpFileName),                                           \
+      (lpAppName, lpKeyName, nDefault, lpFileName))                                                                    \
+    X(BOOL, PathRemoveFileSpecW, FALSE, (LPWSTR pszPath), (pszPath))
+
+#define VEX_CAN_FAIL(Result, Name, Failure, Parameters, Arguments) \
+    VEX_NEXT(Name);                                                \
+    Result Name Parameters {                                       \
+        return IsToFail(#Name) ? Failure : s_p##Name Arguments;    \
+    }
+VEX_FILE_FUNCTIONS(VEX_CAN_FAIL)
+VEX_OTHER_FUNCTIONS(VEX_CAN_FAIL)
+#undef VEX_CAN_FAIL
+
+VEX_NEXT(VCTK_Initialize);
 
 HANDLE VCTK_Initialize(const char* pszAuxParam) {
     const HANDLE hObject = IsToFail("VCTK_Initialize") ? nullptr : s_pVCTK_Initialize(pszAuxParam);
     g_hLast = hObject;
     return hObject;
-}
-
-INT VCTK_SetDigestAlg(HANDLE hObject, const char* pszDigestAlg) {
-    return IsToFail("VCTK_SetDigestAlg") ? kFailure : s_pVCTK_SetDigestAlg(hObject, pszDigestAlg);
-}
-
-INT VCTK_SetChooseSingleCert(HANDLE hObject, int nChoose) {
-    return IsToFail("VCTK_SetChooseSingleCert") ? kFailure : s_pVCTK_SetChooseSingleCert(hObject, nChoose);
-}
-
-INT VCTK_AddFilter(HANDLE hObject, ULONG ulType, const char* pszValue) {
-    return IsToFail("VCTK_AddFilter") ? kFailure : s_pVCTK_AddFilter(hObject, ulType, pszValue);
-}
-
-INT VCTK_ClearFilter(HANDLE hObject) {
-    return IsToFail("VCTK_ClearFilter") ? kFailure : s_pVCTK_ClearFilter(hObject);
-}
-
-INT VCTK_P1Sign(HANDLE hObject, const char* pszData, int nInputForm) {
-    return IsToFail("VCTK_P1Sign") ? kFailure : s_pVCTK_P1Sign(hObject, pszData, nInputForm);
-}
-
-INT VCTK_GetP1SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
-    return IsToFail("VCTK_GetP1SignResult") ? kFailure : s_pVCTK_GetP1SignResult(hObject, pszBuffer, pnLength);
-}
-
-INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int nInputForm, int nDetached, int nIncludeCert) {
-    return IsToFail("VCTK_P7Sign") ? kFailure : s_pVCTK_P7Sign(hObject, pszData, nInputForm, nDetached, nIncludeCert);
-}
-
-INT VCTK_GetP7SignResult(HANDLE hObject, char* pszBuffer, int* pnLength) {
-    return IsToFail("VCTK_GetP7SignResult") ? kFailure : s_pVCTK_GetP7SignResult(hObject, pszBuffer, pnLength);
-}
-
-INT VCTK_Finalize(HANDLE hObject) {
-    return IsToFail("VCTK_Finalize") ? kFailure : s_pVCTK_Finalize(hObject);
-}
-
-INT VCTK_GetSignCert(HANDLE hObject, char* pszBuffer, int* pnLength) {
-    return IsToFail("VCTK_GetSignCert") ? kFailure : s_pVCTK_GetSignCert(hObject, pszBuffer, pnLength);
-}
-
-INT VCTK_GetLastError(HANDLE hObject) {
-    return IsToFail("VCTK_GetLastError") ? kFailure : s_pVCTK_GetLastError(hObject);
-}
-
-INT VCTK_GetLastErrorMessage(HANDLE hObject, char* pszBuffer, int* pnLength) {
-    return IsToFail("VCTK_GetLastErrorMessage") ? kFailure : s_pVCTK_GetLastErrorMessage(hObject, pszBuffer, pnLength);
-}
-
-INT VCTK_CallQueueEnable(HANDLE hObject, int nQueue, int nEnable) {
-    return IsToFail("VCTK_CallQueueEnable") ? kFailure : s_pVCTK_CallQueueEnable(hObject, nQueue, nEnable);
-}
-
-INT VCTK_GetCertList(HANDLE hObject, const char* pszRecordSeparator, const char* pszFieldSeparator, char* pszBuffer,
-                     int* pnLength) {
-    return IsToFail("VCTK_GetCertList")
-               ? kFailure
-               : s_pVCTK_GetCertList(hObject, pszRecordSeparator, pszFieldSeparator, pszBuffer, pnLength);
-}
-
-// ---- The compatibility functions ----
-//
-// All but GetLastError and GetTickCount, which have no failure. What gives something back does so even when it says
-// that it has failed: a leak would be the test's own.
-
-HANDLE GetProcessHeap() {
-    return IsToFail("GetProcessHeap") ? nullptr : s_pGetProcessHeap();
-}
-
-LPVOID HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes) {
-    return IsToFail("HeapAlloc") ? nullptr : s_pHeapAlloc(hHeap, dwFlags, dwBytes);
-}
-
-LPVOID HeapReAlloc(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem, DWORD dwBytes) {
-    return IsToFail("HeapReAlloc") ? nullptr : s_pHeapReAlloc(hHeap, dwFlags, lpMem, dwBytes);
-}
-
-DWORD HeapSize(HANDLE hHeap, DWORD dwFlags, LPCVOID lpMem) {
-    return IsToFail("HeapSize") ? ~DWORD{0} : s_pHeapSize(hHeap, dwFlags, lpMem);
-}
-
-BOOL HeapFree(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem) {
-    const bool bFails = IsToFail("HeapFree");
-    const BOOL bFreed = s_pHeapFree(hHeap, dwFlags, lpMem);
-    return bFails ? FALSE : bFreed;
-}
-
-int MultiByteToWideChar(UINT uCodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte, LPWSTR lpWideCharStr,
-                        int cchWideChar) {
-    return IsToFail("MultiByteToWideChar")
-               ? 0
-               : s_pMultiByteToWideChar(uCodePage, dwFlags, lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar);
-}
-
-int WideCharToMultiByte(UINT uCodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar, LPSTR lpMultiByteStr,
-                        int cbMultiByte, LPCSTR lpDefaultChar, BOOL* lpUsedDefaultChar) {
-    return IsToFail("WideCharToMultiByte")
-               ? 0
-               : s_pWideCharToMultiByte(uCodePage, dwFlags, lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte,
-                                        lpDefaultChar, lpUsedDefaultChar);
-}
-
-int lstrlenW(LPCWSTR lpString) {
-    return IsToFail("lstrlenW") ? 0 : s_plstrlenW(lpString);
-}
-
-int wcscpy_s(LPWSTR pszDest, size_t cchDest, LPCWSTR pszSrc) {
-    return IsToFail("wcscpy_s") ? ERANGE : s_pwcscpy_s(pszDest, cchDest, pszSrc);
-}
-
-int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount) {
-    if (IsToFail("memcpy_x")) {
-        std::memset(pDest, 0, cbDest);  // as when the bytes do not fit
-        return ERANGE;
-    }
-    return s_pmemcpy_x(pDest, cbDest, pSrc, cbCount);
-}
-
-HANDLE VexCreateFile(LPCSTR lpFileName) {
-    return s_pVexCreateFile(IsToFail("VexCreateFile") ? nullptr : lpFileName);
-}
-
-BOOL CloseHandle(HANDLE hObject) {
-    const bool bFails = IsToFail("CloseHandle");
-    const BOOL bClosed = s_pCloseHandle(hObject);
-    return bFails ? FALSE : bClosed;
-}
-
-BOOL ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD cb, DWORD* pcbRead, LPVOID lpOverlapped) {
-    return IsToFail("ReadFile") ? FALSE : s_pReadFile(hFile, lpBuffer, cb, pcbRead, lpOverlapped);
-}
-
-BOOL WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD cb, DWORD* pcbWritten, LPVOID lpOverlapped) {
-    return IsToFail("WriteFile") ? FALSE : s_pWriteFile(hFile, lpBuffer, cb, pcbWritten, lpOverlapped);
-}
-
-BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistance, LONGLONG* pPosition, DWORD dwMoveMethod) {
-    return IsToFail("SetFilePointerEx") ? FALSE : s_pSetFilePointerEx(hFile, liDistance, pPosition, dwMoveMethod);
-}
-
-BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize) {
-    return IsToFail("GetFileSizeEx") ? FALSE : s_pGetFileSizeEx(hFile, lpFileSize);
-}
-
-BOOL FlushFileBuffers(HANDLE hFile) {
-    return IsToFail("FlushFileBuffers") ? FALSE : s_pFlushFileBuffers(hFile);
-}
-
-BOOL SetEndOfFile(HANDLE hFile) {
-    return IsToFail("SetEndOfFile") ? FALSE : s_pSetEndOfFile(hFile);
-}
-
-UINT GetPrivateProfileIntA(LPCSTR lpAppName, LPCSTR lpKeyName, INT nDefault, LPCSTR lpFileName) {
-    return IsToFail("GetPrivateProfileIntA") ? static_cast<UINT>(nDefault)
-                                             : s_pGetPrivateProfileIntA(lpAppName, lpKeyName, nDefault, lpFileName);
-}
-
-BOOL PathIsDirectoryW(LPCWSTR pszPath) {
-    return IsToFail("PathIsDirectoryW") ? FALSE : s_pPathIsDirectoryW(pszPath);
-}
-
-BOOL PathRemoveFileSpecW(LPWSTR pszPath) {
-    return IsToFail("PathRemoveFileSpecW") ? FALSE : s_pPathRemoveFileSpecW(pszPath);
-}
-
-int SHCreateDirectoryExW(HANDLE hwnd, LPCWSTR pszPath, LPCVOID psa) {
-    return IsToFail("SHCreateDirectoryExW") ? static_cast<int>(ERROR_ACCESS_DENIED)
-                                            : s_pSHCreateDirectoryExW(hwnd, pszPath, psa);
 }

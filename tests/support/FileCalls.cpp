@@ -1,34 +1,25 @@
 #include "FileCalls.h"
 
-#include <dlfcn.h>
-
-#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <utility>
 
-#include "VEXCompat.h"
+#include "FileFunctions.h"
 
 namespace {
 
 struct State {
     std::mutex mutex;
     std::condition_variable changed;
-    std::array<std::pair<std::string_view, int>, 10> counts = {{{"VexCreateFile", 0},
-                                                                {"CloseHandle", 0},
-                                                                {"ReadFile", 0},
-                                                                {"WriteFile", 0},
-                                                                {"SetFilePointerEx", 0},
-                                                                {"GetFileSizeEx", 0},
-                                                                {"FlushFileBuffers", 0},
-                                                                {"SetEndOfFile", 0},
-                                                                {"PathIsDirectoryW", 0},
-                                                                {"SHCreateDirectoryExW", 0}}};
+#define VEX_COUNT(Result, Name, Failure, Parameters, Arguments) {#Name, 0},
+    std::map<std::string_view, int> counts{VEX_FILE_FUNCTIONS(VEX_COUNT){"WriteFile", 0}};
+#undef VEX_COUNT
     std::shared_ptr<const std::function<void(const file_calls::Call&)>> pBefore;
 
     auto Before() {
@@ -37,12 +28,11 @@ struct State {
     }
 
     int& CountOf(std::string_view function) {
-        for (auto& [name, nCount] : counts) {
-            if (name == function) {
-                return nCount;
-            }
+        const auto found = counts.find(function);
+        if (found == counts.end()) {
+            std::abort();
         }
-        std::abort();
+        return found->second;
     }
 };
 
@@ -52,24 +42,19 @@ State& TheState() {
     return s_state;
 }
 
-template <typename Function, typename... Arguments>
-auto Pass(Function* pNext, const file_calls::Call& call, Arguments... arguments) {
+template <typename Real>
+auto Pass(const file_calls::Call& call, Real real) {
     State& state = TheState();
     if (const auto pBefore = state.Before()) {
         (*pBefore)(call);
     }
-    const auto result = pNext(arguments...);
+    const auto result = real();
     {
         const std::lock_guard lock(state.mutex);
         ++state.CountOf(call.function);
     }
     state.changed.notify_all();
     return result;
-}
-
-template <typename Function>
-Function* Next(Function*, const char* pszName) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
 }
 
 }  // namespace
@@ -91,7 +76,7 @@ int Count(std::string_view function) {
 void WaitFor(std::string_view function, int nCount) {
     State& state = TheState();
     std::unique_lock lock(state.mutex);
-    // In vain is when nothing is called any more. How long it all takes is the machine's affair.
+    // Gives up after twenty seconds without a call. A slow machine may take longer for all of them.
     while (state.CountOf(function) < nCount) {
         if (state.changed.wait_for(lock, std::chrono::seconds(20)) == std::cv_status::timeout &&
             state.CountOf(function) < nCount) {
@@ -104,53 +89,16 @@ void WaitFor(std::string_view function, int nCount) {
 
 }  // namespace file_calls
 
-HANDLE VexCreateFile(LPCSTR lpFileName) {
-    static auto* const s_pNext = Next(VexCreateFile, "VexCreateFile");
-    return Pass(s_pNext, {"VexCreateFile"}, lpFileName);
-}
-
-BOOL CloseHandle(HANDLE hObject) {
-    static auto* const s_pNext = Next(CloseHandle, "CloseHandle");
-    return Pass(s_pNext, {"CloseHandle"}, hObject);
-}
-
-BOOL ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD cb, DWORD* pcbRead, LPVOID lpOverlapped) {
-    static auto* const s_pNext = Next(ReadFile, "ReadFile");
-    return Pass(s_pNext, {"ReadFile"}, hFile, lpBuffer, cb, pcbRead, lpOverlapped);
-}
+#define VEX_PASS(Result, Name, Failure, Parameters, Arguments)     \
+    Result Name Parameters {                                       \
+        static VEX_NEXT(Name);                                     \
+        return Pass({#Name}, [&] { return s_p##Name Arguments; }); \
+    }
+VEX_FILE_FUNCTIONS(VEX_PASS)
+#undef VEX_PASS
 
 BOOL WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD cb, DWORD* pcbWritten, LPVOID lpOverlapped) {
-    static auto* const s_pNext = Next(WriteFile, "WriteFile");
-    return Pass(s_pNext, {"WriteFile", {static_cast<const char*>(lpBuffer), cb}}, hFile, lpBuffer, cb, pcbWritten,
-                lpOverlapped);
-}
-
-BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistance, LONGLONG* pPosition, DWORD dwMoveMethod) {
-    static auto* const s_pNext = Next(SetFilePointerEx, "SetFilePointerEx");
-    return Pass(s_pNext, {"SetFilePointerEx"}, hFile, liDistance, pPosition, dwMoveMethod);
-}
-
-BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize) {
-    static auto* const s_pNext = Next(GetFileSizeEx, "GetFileSizeEx");
-    return Pass(s_pNext, {"GetFileSizeEx"}, hFile, lpFileSize);
-}
-
-BOOL FlushFileBuffers(HANDLE hFile) {
-    static auto* const s_pNext = Next(FlushFileBuffers, "FlushFileBuffers");
-    return Pass(s_pNext, {"FlushFileBuffers"}, hFile);
-}
-
-BOOL SetEndOfFile(HANDLE hFile) {
-    static auto* const s_pNext = Next(SetEndOfFile, "SetEndOfFile");
-    return Pass(s_pNext, {"SetEndOfFile"}, hFile);
-}
-
-BOOL PathIsDirectoryW(LPCWSTR pszPath) {
-    static auto* const s_pNext = Next(PathIsDirectoryW, "PathIsDirectoryW");
-    return Pass(s_pNext, {"PathIsDirectoryW"}, pszPath);
-}
-
-int SHCreateDirectoryExW(HANDLE hwnd, LPCWSTR pszPath, LPCVOID psa) {
-    static auto* const s_pNext = Next(SHCreateDirectoryExW, "SHCreateDirectoryExW");
-    return Pass(s_pNext, {"SHCreateDirectoryExW"}, hwnd, pszPath, psa);
+    static VEX_NEXT(WriteFile);
+    return Pass({"WriteFile", {static_cast<const char*>(lpBuffer), cb}},
+                [&] { return s_pWriteFile(hFile, lpBuffer, cb, pcbWritten, lpOverlapped); });
 }
