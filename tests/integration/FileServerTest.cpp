@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <thread>
 
 #include "FileServerFixture.h"
 #include "Row.h"
+#include "Threads.h"
 #include "VEXCompat.h"
 
 namespace {
@@ -118,18 +118,12 @@ TEST_F(FileServer, AppendersNeverOverwriteEachOther) {
         uId = Open("log");
         ASSERT_EQ(Ask(SeekToEndRequest(uId)), kDoneReply);
     }
-    std::vector<std::thread> threads;
-    for (std::size_t nWriter = 0; nWriter < kWriters.size(); ++nWriter) {
-        threads.emplace_back([&, nWriter] {
-            for (int i = 0; i < kRecords; ++i) {
-                const std::string strRecord = kWriters[nWriter] + std::to_string(i) + '\n';
-                EXPECT_EQ(Ask(WriteRequest(ids[nWriter], strRecord)), WriteReply(true, strRecord.size()));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(kWriters.size(), [&](int nWriter) {
+        for (int i = 0; i < kRecords; ++i) {
+            const std::string strRecord = kWriters[nWriter] + std::to_string(i) + '\n';
+            EXPECT_EQ(Ask(WriteRequest(ids[nWriter], strRecord)), WriteReply(true, strRecord.size()));
+        }
+    });
     // Each writer's records are all there and in order.
     std::istringstream file(Content("log"));
     std::array<int, kWriters.size()> next{};

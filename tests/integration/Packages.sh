@@ -1,24 +1,15 @@
 #!/bin/bash
 # The Debian packages: Packages.sh <build directory> <source directory> <private_log library>
 # Makes them, asks lintian, and signs from a root that they alone are unpacked into; the same for an install by cmake.
-set -euo pipefail
 
 build=$1
 source=$2
 private_log=$3
-here=$(dirname "$(readlink -f "$0")")
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-export LC_ALL=C.UTF-8 XDG_DATA_HOME=$work/data HOME=$work
+# shellcheck source=tests/integration/Common.sh
+. "$(dirname "$0")/Common.sh"
+export XDG_DATA_HOME=$work/data HOME=$work
 unset JAVA_TOOL_OPTIONS JDK_JAVA_OPTIONS LD_LIBRARY_PATH
 mkdir data log
-
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
 
 # signs PREFIX: vexsign and a Java program do, with what is below the prefix.
 signs() {

@@ -22,6 +22,7 @@
 #include "Scale.h"
 #include "ScriptedPeer.h"
 #include "SocketCalls.h"
+#include "Threads.h"
 
 namespace {
 
@@ -442,18 +443,12 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
         ASSERT_GE(nChild, 0);
         if (nChild == 0) {
             UseServer(TRUE).SetTruncate(0x200000, 0);
-            std::vector<std::thread> threads;
-            for (int nThread = 0; nThread < kThreads; ++nThread) {
-                threads.emplace_back([=] {
-                    for (int i = 0; i < nRecords; ++i) {
-                        Trace(L"<" + std::to_wstring(nProcess) + L" " + std::to_wstring(nThread) + L" " +
-                              std::to_wstring(i) + L">");
-                    }
-                });
-            }
-            for (std::thread& thread : threads) {
-                thread.join();
-            }
+            OnThreads(kThreads, [=](int nThread) {
+                for (int i = 0; i < nRecords; ++i) {
+                    Trace(L"<" + std::to_wstring(nProcess) + L" " + std::to_wstring(nThread) + L" " +
+                          std::to_wstring(i) + L">");
+                }
+            });
             // The last record's text is there before the one that ends the wait.
             Trace(L"<" + std::to_wstring(nProcess) + L" " + std::to_wstring(kThreads) + L" 0>");
             const std::string strLast = "<" + std::to_string(nProcess) + " " + std::to_string(kThreads) + " 0>";

@@ -1,23 +1,21 @@
 #!/bin/bash
-# TokensPage.sh VEXSIGN PRIVATE_LOG PAGE: the commands of the page about tokens, run one after the other as they are
-# printed, get a newcomer to signatures that openssl verifies.
-set -euo pipefail
+# TokensPage.sh VEXSIGN PRIVATE_LOG PAGE: runs the commands of the page about tokens one after the other, as printed. They
+# have to make signatures that openssl verifies.
 
 vexsign=$1 private_log=$2 page=$3
 
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
+# shellcheck source=tests/integration/Common.sh
+. "$(dirname "$0")/Common.sh"
 
 awk '/^```$/ { code = 0 } code; /^```sh$/ { code = 1 }' "$page" >commands
-grep -q softhsm2-util commands || { echo "FAILED: no commands on the page"; exit 1; }
+grep -q softhsm2-util commands || fail "no commands on the page"
 
 # What the page's second example begins with.
 openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 30 -subj "/CN=imported" 2>/dev/null
 
 mkdir log home
 PATH=$(dirname "$vexsign"):$PATH
-export PATH HOME=$work/home LC_ALL=C.UTF-8
+export PATH HOME=$work/home
 export LD_PRELOAD=$private_log VEX_TEST_LOG_DIR=$work/log
 bash -euo pipefail commands
 

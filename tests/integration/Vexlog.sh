@@ -1,14 +1,13 @@
 #!/bin/bash
 # vexlog as a command: Vexlog.sh <vexlog> <vexlog_sample_log> bounded|unbounded
 # bounded: its address space can be limited, which a sanitizer does not allow.
-set -euo pipefail
 
 vexlog=$1
 sample_log=$2
 bounded=$3
-here=$(dirname "$(readlink -f "$0")")
+# shellcheck source=tests/integration/Common.sh
+. "$(dirname "$0")/Common.sh"
 
-work=$(mktemp -d)
 followers=()
 cleanup() {
     for pid in "${followers[@]}"; do
@@ -17,24 +16,9 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
-cd "$work"
-export LC_ALL=C.UTF-8
 unset NO_COLOR
 
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
-
-# expect STATUS COMMAND...: output and messages are in the files out and err.
-expect() {
-    local wanted=$1 status=0
-    shift
-    "$@" >out 2>err </dev/null || status=$?
-    [ "$status" -eq "$wanted" ] || fail "exit status $status instead of $wanted: $* ($(cat err))"
-}
-
-# await COMMAND...: until it succeeds, at most 20 seconds.
+# await COMMAND...: repeats it until it succeeds, for 20 seconds at most.
 await() {
     local try
     for try in $(seq 400); do
@@ -43,7 +27,7 @@ await() {
         fi
         sleep 0.05
     done
-    fail "waited in vain: $* (try $try)"
+    fail "no success within 20 s: $* (try $try)"
 }
 
 entry() {

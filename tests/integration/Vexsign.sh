@@ -1,30 +1,13 @@
 #!/bin/bash
 # vexsign as a command: Vexsign.sh <vexsign> <directory of the recording toolkit>
 # Every signature is verified by openssl, with the command that vexsign itself prints.
-set -euo pipefail
 
 vexsign=$1
 recording=$2
-here=$(dirname "$(readlink -f "$0")")
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-export LC_ALL=C.UTF-8 XDG_DATA_HOME=$work/data
+# shellcheck source=tests/integration/Common.sh
+. "$(dirname "$0")/Common.sh"
+export XDG_DATA_HOME=$work/data
 mkdir data
-
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
-
-# expect STATUS COMMAND...: output and messages are in the files out and err.
-expect() {
-    local wanted=$1 status=0
-    shift
-    "$@" >out 2>err </dev/null || status=$?
-    [ "$status" -eq "$wanted" ] || fail "exit status $status instead of $wanted: $* ($(cat err))"
-}
 
 # says TEXT: the last command said it on standard error.
 says() {

@@ -4,12 +4,12 @@
 
 #include <atomic>
 #include <latch>
-#include <thread>
 #include <vector>
 
 #include "Amount.h"
 #include "ChildProcess.h"
 #include "TestStore.h"
+#include "Threads.h"
 #include "ToolkitClient.h"
 
 namespace {
@@ -26,17 +26,11 @@ TEST(FirstUse, ByManyThreadsAtOnceGivesEachAStoreThatSigns) {
         const ChildEnd end = RunChild([&] {
             std::latch together(kThreads);
             std::atomic<int> nSigned = 0;
-            std::vector<std::thread> threads;
-            for (int n = 0; n < kThreads; ++n) {
-                threads.emplace_back([&] {
-                    together.arrive_and_wait();
-                    const ToolkitClient client(strUri);
-                    nSigned += client.SignP7("text", 0, 1, 1) ? 1 : 0;
-                });
-            }
-            for (std::thread& thread : threads) {
-                thread.join();
-            }
+            OnThreads(kThreads, [&](int) {
+                together.arrive_and_wait();
+                const ToolkitClient client(strUri);
+                nSigned += client.SignP7("text", 0, 1, 1) ? 1 : 0;
+            });
             EXPECT_EQ(nSigned, kThreads);
         });
         ASSERT_TRUE(end.Passed()) << "round " << nRound;

@@ -8,7 +8,6 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +29,7 @@
 #include "OwnMounts.h"
 #include "PipeLog.h"
 #include "Row.h"
+#include "SocketFile.h"
 #include "TempDirectory.h"
 #include "Users.h"
 #include "WriteLog.h"
@@ -175,16 +175,6 @@ int MakeFile(const std::string& strPath, mode_t mode) {
     EXPECT_EQ(fchmod(nFile, mode), 0);
     close(nFile);
     return -1;
-}
-
-int MakeSocket(const std::string& strPath) {
-    const int nSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strPath.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << strPath;
-    EXPECT_EQ(listen(nSocket, 1), 0);
-    return nSocket;
 }
 
 std::vector<Obstacle> Obstacles() {

@@ -21,6 +21,7 @@
 #include "FakeJniEnv.h"
 #include "Scale.h"
 #include "TestStore.h"
+#include "Threads.h"
 #include "VCTKError.h"
 #include "vex_jni_TAVClientJNI.h"
 
@@ -190,13 +191,7 @@ TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
         finalise(own, nLive);
         EXPECT_FALSE(Signs(own, nLive));
     };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back(run, i);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(kThreads, run);
     FakeJniEnv env;
     for (const std::atomic<jlong>& slot : shared) {
         if (slot != 0) {

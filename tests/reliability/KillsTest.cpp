@@ -23,6 +23,7 @@
 #include "LogFile.h"
 #include "LogTest.h"
 #include "TempDirectory.h"
+#include "Threads.h"
 
 namespace {
 
@@ -291,18 +292,12 @@ TEST_F(KillsTest, AtAnyTime) {
             [] {
                 kill_point::Arm(0, kill_point::Where::kBefore);
                 CDebugLogMgr::GetInstance()->SetTruncate(3000, 20);
-                std::vector<std::thread> threads;
-                for (int nThread = 0; nThread < 4; ++nThread) {
-                    threads.emplace_back([nThread] {
-                        for (int nRecord = nThread;; nRecord += 4) {
-                            Trace(MessageOf(L"first", nRecord, nRecord % 200));
-                            std::this_thread::yield();
-                        }
-                    });
-                }
-                for (std::thread& thread : threads) {
-                    thread.join();
-                }
+                OnThreads(4, [](int nThread) {
+                    for (int nRecord = nThread;; nRecord += 4) {
+                        Trace(MessageOf(L"first", nRecord, nRecord % 200));
+                        std::this_thread::yield();
+                    }
+                });
             },
             nCalls);
         ASSERT_TRUE(bKilled);

@@ -27,6 +27,7 @@
 #include "FileServerFixture.h"
 #include "PipeIPC.h"
 #include "SocketCalls.h"
+#include "Threads.h"
 #include "posix/FileDescriptor.h"
 
 namespace {
@@ -137,17 +138,11 @@ void EndSomehow(Random& random, FileDescriptor& socket) {
 // fnWork(n) for n below nAll, in several threads.
 void InParallel(long nAll, const std::function<void(long)>& fnWork) {
     std::atomic<long> nNext{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kParallel; ++i) {
-        threads.emplace_back([&] {
-            for (long n = 0; (n = nNext++) < nAll;) {
-                fnWork(n);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(kParallel, [&](int) {
+        for (long n = 0; (n = nNext++) < nAll;) {
+            fnWork(n);
+        }
+    });
 }
 
 // "VmRSS", "VmHWM" of a process, in kilobytes.

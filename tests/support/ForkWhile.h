@@ -17,7 +17,7 @@ inline void ForkWhile(int nThreads, int nForks, const std::function<void()>& fnC
     GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
 #endif
     std::atomic<bool> bEnd = false;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < nThreads; ++i) {
         threads.emplace_back([&] {
             while (!bEnd) {
@@ -39,7 +39,4 @@ inline void ForkWhile(int nThreads, int nForks, const std::function<void()>& fnC
         EXPECT_EQ(nStatus, 0) << "of the child of fork " << nFork;
     }
     bEnd = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CVEXCritical.h"
+#include "Threads.h"
 
 namespace {
 
@@ -32,19 +33,13 @@ TEST(Critical, LetsOneThreadInAtATime) {
     constexpr int nRounds = 2000;
     CVEXCritical critical;
     int nCount = 0;
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < nThreads; ++nThread) {
-        threads.emplace_back([&] {
-            for (int nRound = 0; nRound < nRounds; ++nRound) {
-                critical.EnterVEXCritical();
-                ++nCount;
-                critical.LeaveVEXCritical();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(nThreads, [&](int) {
+        for (int nRound = 0; nRound < nRounds; ++nRound) {
+            critical.EnterVEXCritical();
+            ++nCount;
+            critical.LeaveVEXCritical();
+        }
+    });
     EXPECT_EQ(nCount, nThreads * nRounds);
 }
 

@@ -111,7 +111,7 @@ TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
     std::atomic<bool> bEnded = false;
     std::latch inScope(2);
     std::latch goOn(1);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 2; ++i) {
         threads.emplace_back([&, i] {
             const CVEXForkPause pause;
@@ -135,9 +135,6 @@ TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
         EXPECT_EQ(nStatus, 0);
     });
     forking.join();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 }  // namespace

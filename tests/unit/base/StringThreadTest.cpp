@@ -1,9 +1,9 @@
 // Many threads, each with strings of its own: all they share is the empty blocks. For ThreadSanitizer above all.
 #include <clocale>
-#include <thread>
 #include <vector>
 
 #include "StringKinds.h"
+#include "Threads.h"
 
 namespace {
 
@@ -37,13 +37,7 @@ int UseOwnStrings(int nThread) {
 TEST(StringThreads, OwnStringsAreIndependent) {
     ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
     std::vector<int> wrong(THREADS, -1);
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < THREADS; ++nThread) {
-        threads.emplace_back([&wrong, nThread] { wrong[static_cast<std::size_t>(nThread)] = UseOwnStrings(nThread); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(THREADS, [&wrong](int nThread) { wrong[static_cast<std::size_t>(nThread)] = UseOwnStrings(nThread); });
     EXPECT_EQ(wrong, std::vector<int>(THREADS, 0));
 }
 
@@ -53,16 +47,10 @@ TEST(StringThreads, StampingADirtiedEmptyBlock) {
     for (int nDirtying = 0; nDirtying < nDirtyings; ++nDirtying) {
         VEXStoreField(_atltmpDataNil->nRefs, 5L);
         VEXStoreField(*_atltmpPchNilA, 'x');
-        std::vector<std::thread> threads;
-        for (int nThread = 0; nThread < 4; ++nThread) {
-            threads.emplace_back([] {
-                const CString strEmpty;
-                const CStringA strEmptyA;
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        OnThreads(4, [](int) {
+            const CString strEmpty;
+            const CStringA strEmptyA;
+        });
         ASSERT_EQ(_atltmpDataNil->nRefs, -1);
         ASSERT_EQ(*_atltmpPchNilA, '\0');
     }
@@ -70,19 +58,13 @@ TEST(StringThreads, StampingADirtiedEmptyBlock) {
 
 TEST(StringThreads, InterlockedHelpersCountEveryStep) {
     LONG lCount = 0;
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < THREADS; ++nThread) {
-        threads.emplace_back([&lCount] {
-            for (int nRound = 0; nRound < ROUNDS; ++nRound) {
-                CString::InterlockedIncrement(&lCount);
-                CStringA::InterlockedIncrement(&lCount);
-                CString::InterlockedDecrement(&lCount);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(THREADS, [&lCount](int) {
+        for (int nRound = 0; nRound < ROUNDS; ++nRound) {
+            CString::InterlockedIncrement(&lCount);
+            CStringA::InterlockedIncrement(&lCount);
+            CString::InterlockedDecrement(&lCount);
+        }
+    });
     EXPECT_EQ(lCount, THREADS * ROUNDS);
     EXPECT_EQ(CStringA::InterlockedDecrement(&lCount), THREADS * ROUNDS - 1);
 }

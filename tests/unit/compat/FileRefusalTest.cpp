@@ -1,14 +1,13 @@
 // Names that are not opened and handles that are not files.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <climits>
 #include <vector>
 
 #include "ChildProcess.h"
+#include "SocketFile.h"
 #include "TempDirectory.h"
 #include "Users.h"
 #include "VEXCompat.h"
@@ -36,11 +35,7 @@ TEST_F(FileRefusal, NamesThatAreNoRegularFiles) {
     ExpectRefused("/dev/tty", ERROR_ACCESS_DENIED);
 
     const std::string strSocket = m_directory.Path("socket");
-    const int nSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strSocket.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const int nSocket = MakeSocket(strSocket);
     ExpectRefused(strSocket, ERROR_ACCESS_DENIED);
     close(nSocket);
 }

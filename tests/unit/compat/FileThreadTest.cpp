@@ -9,6 +9,7 @@
 
 #include "ChildProcess.h"
 #include "TempDirectory.h"
+#include "Threads.h"
 #include "VEXCompat.h"
 
 namespace {
@@ -23,21 +24,15 @@ TEST(FileThreads, WritesOnOneHandleDoNotMix) {
     constexpr int kThreads = 4;
     constexpr int kWrites = 4000;
     std::latch start(kThreads);
-    std::vector<std::thread> threads;
     std::atomic<int> nFailed = 0;
-    for (int nThread = 0; nThread < kThreads; ++nThread) {
-        threads.emplace_back([=, &start, &nFailed] {
-            const std::string strBlock(kBlock, static_cast<char>('a' + nThread));
-            start.arrive_and_wait();
-            for (int i = 0; i < kWrites; ++i) {
-                DWORD cb = 0;
-                nFailed += WriteFile(hFile, strBlock.data(), kBlock, &cb, nullptr) == FALSE || cb != kBlock;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(kThreads, [=, &start, &nFailed](int nThread) {
+        const std::string strBlock(kBlock, static_cast<char>('a' + nThread));
+        start.arrive_and_wait();
+        for (int i = 0; i < kWrites; ++i) {
+            DWORD cb = 0;
+            nFailed += WriteFile(hFile, strBlock.data(), kBlock, &cb, nullptr) == FALSE || cb != kBlock;
+        }
+    });
     EXPECT_TRUE(CloseHandle(hFile));
     EXPECT_EQ(nFailed, 0);
     const std::string strAll = ReadWholeFile(strName);
@@ -57,7 +52,7 @@ TEST(FileThreads, ClosingWhileOthersWrite) {
         ASSERT_NE(hFile, INVALID_HANDLE_VALUE);
         std::atomic<int> nWrong = 0;
         std::atomic<int> nAtWork = 0;
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (int nThread = 0; nThread < 3; ++nThread) {
             threads.emplace_back([&] {
                 ++nAtWork;
@@ -80,9 +75,7 @@ TEST(FileThreads, ClosingWhileOthersWrite) {
         }
         EXPECT_TRUE(CloseHandle(hFile));
         const HANDLE hOther = VexCreateFile(strOther.c_str());  // may be given the same descriptor
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        threads.clear();
         EXPECT_TRUE(CloseHandle(hOther));
         EXPECT_EQ(nWrong, 0);
     }
@@ -94,13 +87,7 @@ TEST(FileThreads, OneOfManyClosesTheHandle) {
     for (int nRound = 0; nRound < 100; ++nRound) {
         const HANDLE hFile = VexCreateFile(directory.Path("log").c_str());
         std::atomic<int> nClosed = 0;
-        std::vector<std::thread> threads;
-        for (int nThread = 0; nThread < 4; ++nThread) {
-            threads.emplace_back([&] { nClosed += CloseHandle(hFile); });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        OnThreads(4, [&](int) { nClosed += CloseHandle(hFile); });
         EXPECT_EQ(nClosed, 1);
     }
 }
@@ -112,25 +99,19 @@ TEST(FileThreads, ManyCreateTheSameFile) {
         const std::string strName = directory.Path("f" + std::to_string(nRound));
         std::atomic<int> nCreated = 0;
         std::atomic<int> nOpened = 0;
-        std::vector<std::thread> threads;
-        for (int nThread = 0; nThread < 4; ++nThread) {
-            threads.emplace_back([&] {
-                const HANDLE hFile = VexCreateFile(strName.c_str());
-                const bool bCreated = GetLastError() == ERROR_SUCCESS;
-                nCreated += bCreated;
-                LONGLONG cbSize = 0;
-                EXPECT_TRUE(GetFileSizeEx(hFile, &cbSize));
-                LARGE_INTEGER liEnd{};
-                liEnd.LowPart = bCreated ? 0 : static_cast<DWORD>(cbSize);
-                EXPECT_TRUE(SetFilePointerEx(hFile, liEnd, nullptr, FILE_BEGIN));
-                DWORD cb = 0;
-                EXPECT_TRUE(WriteFile(hFile, bCreated ? "begin " : "more ", bCreated ? 6 : 5, &cb, nullptr));
-                nOpened += CloseHandle(hFile);
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        OnThreads(4, [&](int) {
+            const HANDLE hFile = VexCreateFile(strName.c_str());
+            const bool bCreated = GetLastError() == ERROR_SUCCESS;
+            nCreated += bCreated;
+            LONGLONG cbSize = 0;
+            EXPECT_TRUE(GetFileSizeEx(hFile, &cbSize));
+            LARGE_INTEGER liEnd{};
+            liEnd.LowPart = bCreated ? 0 : static_cast<DWORD>(cbSize);
+            EXPECT_TRUE(SetFilePointerEx(hFile, liEnd, nullptr, FILE_BEGIN));
+            DWORD cb = 0;
+            EXPECT_TRUE(WriteFile(hFile, bCreated ? "begin " : "more ", bCreated ? 6 : 5, &cb, nullptr));
+            nOpened += CloseHandle(hFile);
+        });
         EXPECT_EQ(nCreated, 1);
         EXPECT_EQ(nOpened, 4);
         EXPECT_EQ(ReadWholeFile(strName), "begin more more more ");

@@ -1,12 +1,14 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstring>
 #include <random>
-#include <thread>
 #include <vector>
 
+#include "Threads.h"
 #include "VEXCompat.h"
 
 namespace {
@@ -147,54 +149,49 @@ TEST_F(HeapTest, NullBlock) {
 
 // Each thread keeps blocks of its own, tagged with its number, and finds them as it left them.
 TEST_F(HeapTest, EightThreads) {
-    std::vector<std::thread> threads;
-    std::vector<int> wrong(8, 0);
-    for (unsigned nThread = 0; nThread < 8; ++nThread) {
-        threads.emplace_back([this, nThread, &wrong] {
-            std::mt19937 random(nThread);
-            struct Kept {
-                BYTE* pBlock;
-                DWORD cb;
-            };
-            std::vector<Kept> blocks;
-            const auto nTag = static_cast<BYTE>(nThread + 1);
-            const auto check = [&](const Kept& kept) {
-                wrong[nThread] += HeapSize(m_hHeap, 0, kept.pBlock) != kept.cb || !AreAll(kept.pBlock, kept.cb, nTag);
-            };
-            for (int i = 0; i < 4000; ++i) {
-                const DWORD cb = random() % 600;
-                if (blocks.size() < 20) {
-                    BYTE* pBlock = Alloc(HEAP_ZERO_MEMORY, cb);
-                    wrong[nThread] += !AreAll(pBlock, cb, 0);
-                    std::fill_n(pBlock, cb, nTag);
-                    blocks.push_back({pBlock, cb});
-                    continue;
-                }
-                Kept& kept = blocks[random() % blocks.size()];
-                check(kept);
-                const DWORD cbOld = kept.cb;
-                kept.pBlock = ReAlloc(HEAP_ZERO_MEMORY, kept.pBlock, cb);
-                kept.cb = cb;
-                if (cb > cbOld) {
-                    wrong[nThread] += !AreAll(kept.pBlock + cbOld, cb - cbOld, 0);
-                    std::fill_n(kept.pBlock + cbOld, cb - cbOld, nTag);
-                }
-                if (i % 3 == 0) {
-                    check(blocks.front());
-                    HeapFree(m_hHeap, 0, blocks.front().pBlock);
-                    blocks.erase(blocks.begin());
-                }
+    std::array<int, 8> wrong{};
+    OnThreads(8, [this, &wrong](int nThread) {
+        int& nWrong = wrong.at(static_cast<std::size_t>(nThread));
+        std::mt19937 random(static_cast<unsigned>(nThread));
+        struct Kept {
+            BYTE* pBlock;
+            DWORD cb;
+        };
+        std::vector<Kept> blocks;
+        const auto nTag = static_cast<BYTE>(nThread + 1);
+        const auto check = [&](const Kept& kept) {
+            nWrong += HeapSize(m_hHeap, 0, kept.pBlock) != kept.cb || !AreAll(kept.pBlock, kept.cb, nTag);
+        };
+        for (int i = 0; i < 4000; ++i) {
+            const DWORD cb = random() % 600;
+            if (blocks.size() < 20) {
+                BYTE* pBlock = Alloc(HEAP_ZERO_MEMORY, cb);
+                nWrong += !AreAll(pBlock, cb, 0);
+                std::fill_n(pBlock, cb, nTag);
+                blocks.push_back({pBlock, cb});
+                continue;
             }
-            for (const Kept& kept : blocks) {
-                check(kept);
-                HeapFree(m_hHeap, 0, kept.pBlock);
+            Kept& kept = blocks[random() % blocks.size()];
+            check(kept);
+            const DWORD cbOld = kept.cb;
+            kept.pBlock = ReAlloc(HEAP_ZERO_MEMORY, kept.pBlock, cb);
+            kept.cb = cb;
+            if (cb > cbOld) {
+                nWrong += !AreAll(kept.pBlock + cbOld, cb - cbOld, 0);
+                std::fill_n(kept.pBlock + cbOld, cb - cbOld, nTag);
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong, std::vector<int>(8, 0));
+            if (i % 3 == 0) {
+                check(blocks.front());
+                HeapFree(m_hHeap, 0, blocks.front().pBlock);
+                blocks.erase(blocks.begin());
+            }
+        }
+        for (const Kept& kept : blocks) {
+            check(kept);
+            HeapFree(m_hHeap, 0, kept.pBlock);
+        }
+    });
+    EXPECT_THAT(wrong, testing::Each(0));
 }
 
 }  // namespace

@@ -3,12 +3,12 @@
 #include <unistd.h>
 
 #include <climits>
-#include <thread>
 #include <vector>
 
 #include "ChildProcess.h"
 #include "ScopedLocale.h"
 #include "TempDirectory.h"
+#include "Threads.h"
 #include "Users.h"
 #include "VEXCompat.h"
 
@@ -214,21 +214,15 @@ TEST_F(DirectoryTest, NamesInTheLocalesEncoding) {
 }
 
 TEST_F(DirectoryTest, EightThreadsMakeTheSameTree) {
-    std::vector<std::thread> threads;
     std::vector<int> wrong(8, 0);
-    for (size_t nThread = 0; nThread < 8; ++nThread) {
-        threads.emplace_back([this, nThread, &wrong] {
-            for (int i = 0; i < 100; ++i) {
-                const std::wstring strPath = Inside(L"t" + std::to_wstring(i) + L"/a/b/c/d");
-                const int nResult = SHCreateDirectoryExW(nullptr, strPath.c_str(), nullptr);
-                const bool bRight = nResult == 0 || nResult == static_cast<int>(ERROR_ALREADY_EXISTS);
-                wrong[nThread] += !bRight || PathIsDirectoryW(strPath.c_str()) == FALSE;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(8, [this, &wrong](int nThread) {
+        for (int i = 0; i < 100; ++i) {
+            const std::wstring strPath = Inside(L"t" + std::to_wstring(i) + L"/a/b/c/d");
+            const int nResult = SHCreateDirectoryExW(nullptr, strPath.c_str(), nullptr);
+            const bool bRight = nResult == 0 || nResult == static_cast<int>(ERROR_ALREADY_EXISTS);
+            wrong[nThread] += !bRight || PathIsDirectoryW(strPath.c_str()) == FALSE;
+        }
+    });
     EXPECT_EQ(wrong, std::vector<int>(8, 0));
 }
 

@@ -1,10 +1,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include "ChildProcess.h"
+#include "SocketFile.h"
 #include "TempDirectory.h"
 #include "Users.h"
 #include "VEXCompat.h"
@@ -67,11 +66,7 @@ TEST_F(ProfileTest, OnlyRegularFilesAreRead) {
     ExpectDefault("/dev/zero", ERROR_ACCESS_DENIED);
 
     const std::string strSocket = m_directory.Path("socket");
-    const int nSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strSocket.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const int nSocket = MakeSocket(strSocket);
     ExpectDefault(strSocket, ERROR_ACCESS_DENIED);
     close(nSocket);
 }

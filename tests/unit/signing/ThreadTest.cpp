@@ -73,7 +73,11 @@ TEST_F(ThreadTest, EachHasItsOwnInitialisationError) {
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_URI_SCHEME);
 }
 
-// Fewer threads than anything that is cleared away by number would notice.
+size_t UsedBytes() {
+    return mallinfo2().uordblks + mallinfo2().hblkhd;
+}
+
+// So few threads that a cleanup that counts them would not start.
 TEST_F(ThreadTest, WhatAThreadLeavesGoesWhenItEnds) {
     const ToolkitClient client(m_strUri);
     const std::string strText(size_t{8} << 20, 'x');
@@ -85,12 +89,11 @@ TEST_F(ThreadTest, WhatAThreadLeavesGoesWhenItEnds) {
             EXPECT_GT(static_cast<size_t>(nLength), strText.size()) << "the text and a third of it more, in Base64";
         }).join();
     };
-    const auto usedBytes = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     signOnAThread();
-    const size_t cbBefore = usedBytes();
+    const size_t cbBefore = UsedBytes();
     for (int i = 0; i < 10; ++i) {
         signOnAThread();
-        EXPECT_LT(usedBytes(), cbBefore + (size_t{4} << 20)) << i;
+        EXPECT_LT(UsedBytes(), cbBefore + (size_t{4} << 20)) << i;
     }
 }
 
@@ -104,14 +107,13 @@ TEST_F(ThreadTest, WhatEndedThreadsLeftInManyObjectsDoesNotGrow) {
             EXPECT_TRUE(two.SignP7(strText, 0, 0, 0));
         }).join();
     };
-    const auto usedBytes = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     signOnAThread();
-    const size_t cbBefore = usedBytes();
+    const size_t cbBefore = UsedBytes();
     for (int i = 0; i < 50; ++i) {
         signOnAThread();
     }
     // 100 more signatures of over 256 KiB would be more than 25 MiB.
-    EXPECT_LT(usedBytes(), cbBefore + (size_t{4} << 20));
+    EXPECT_LT(UsedBytes(), cbBefore + (size_t{4} << 20));
 }
 
 }  // namespace

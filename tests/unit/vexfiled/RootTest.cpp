@@ -2,9 +2,7 @@
 #include "Root.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -13,6 +11,7 @@
 
 #include "ChildProcess.h"
 #include "Row.h"
+#include "SocketFile.h"
 #include "TempDirectory.h"
 #include "Users.h"
 
@@ -39,7 +38,7 @@ public:
         fs::create_symlink("loop", Root() + "/loop");
         fs::create_hard_link(m_directory.Path("outside/secret"), Root() + "/secondname");
         EXPECT_EQ(mkfifo((Root() + "/pipe").c_str(), 0600), 0);
-        MakeSocket(Root() + "/socket");
+        close(MakeSocket(Root() + "/socket"));
     }
 
     std::string Root() const { return m_directory.Path("root"); }
@@ -55,14 +54,6 @@ public:
     }
 
 private:
-    static void MakeSocket(const std::string& strPath) {
-        const vexposix::FileDescriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strPath.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(descriptor.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    }
-
     TempDirectory m_directory;
 };
 

@@ -22,6 +22,7 @@
 
 #include "DebugLogMgr.h"
 #include "FileCalls.h"
+#include "Threads.h"
 
 namespace {
 
@@ -83,14 +84,9 @@ int Calls(unsigned uSeed, int nCalls, int nPause) {
     alarm(120);
     CDebugLogMgr::GetInstance()->SetTruncate(dwLimit, dwLimit == 0 ? 0 : 20);
     std::atomic<int> nRecords = 0;
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < nThreads; ++nThread) {
-        threads.emplace_back(
-            [=, &nRecords] { nRecords += Calls(uSeed * 100 + static_cast<unsigned>(nThread), nCalls, nPause); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(nThreads, [=, &nRecords](int nThread) {
+        nRecords += Calls(uSeed * 100 + static_cast<unsigned>(nThread), nCalls, nPause);
+    });
     file_calls::WaitFor("CloseHandle", nRecords);
     std::printf("%d\n", nRecords.load());
     std::fflush(stdout);

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "Collected.h"
+#include "NativeLines.h"
 #include "Row.h"
 
 namespace {
@@ -79,31 +80,15 @@ INSTANTIATE_TEST_SUITE_P(
                 {"4711/-12 0 done 2"}}),
     RowName);
 
-// The line numbers of all natives, as they are part of the log's format.
 TEST(EventTest, EveryNativesLinesAreKnown) {
-    struct Lines {
-        const char* pszName;
-        int nEnter;
-        int nLeave;
-    };
-    constexpr Lines kLines[] = {
-        {"Initialize", 101, 112},          {"SetDigestAlg", 0, 141},
-        {"SetChooseSingleCert", 149, 164}, {"AddFilter", 171, 195},
-        {"ClearFilter", 202, 216},         {"P1Sign", 223, 267},
-        {"P1SignString", 274, 318},        {"P7Sign", 325, 368},
-        {"P7SignString", 377, 420},        {"Finalize", 428, 442},
-        {"GetSignVersion", 449, 454},      {"GetSignCert", 462, 494},
-        {"GetLastError", 501, 505},        {"GetLastErrorMessage", 512, 545},
-        {"GetCertList", 552, 585},
-    };
     for (const Lines& lines : kLines) {
-        const std::string strFunction = std::string("Java_vex_jni_TAVClientJNI_") + lines.pszName;
+        const std::string strFunction = std::string("Java_vex_jni_TAVClientJNI_") + lines.pszNative;
         vexlog::Record record;
         record.kind = vexlog::Kind::kRecord;
         record.function = strFunction;
-        EXPECT_EQ(vexlog::ShortFunction(strFunction), lines.pszName);
+        EXPECT_EQ(vexlog::ShortFunction(strFunction), lines.pszNative);
         record.nLine = lines.nLeave;
-        EXPECT_EQ(vexlog::EventOf(record), vexlog::Event::kLeave) << lines.pszName;
+        EXPECT_EQ(vexlog::EventOf(record), vexlog::Event::kLeave) << lines.pszNative;
         record.nLine = lines.nEnter;
         EXPECT_EQ(vexlog::EventOf(record), lines.nEnter == 0 ? vexlog::Event::kNone : vexlog::Event::kEnter);
     }

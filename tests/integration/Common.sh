@@ -1,0 +1,24 @@
+# For tests that are shell scripts: source it after reading the arguments. It changes to a new directory, which is
+# removed in the end. "here" is the directory of the script.
+# shellcheck shell=bash
+set -euo pipefail
+
+# shellcheck disable=SC2034
+here=$(dirname "$(readlink -f "$0")")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+export LC_ALL=C.UTF-8
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# expect STATUS COMMAND...: output and messages are in the files out and err.
+expect() {
+    local wanted=$1 status=0
+    shift
+    "$@" >out 2>err </dev/null || status=$?
+    [ "$status" -eq "$wanted" ] || fail "exit status $status instead of $wanted: $* ($(cat err))"
+}
