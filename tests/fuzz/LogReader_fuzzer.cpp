@@ -24,7 +24,7 @@ void Require(bool bHolds) {
     }
 }
 
-constexpr int kNowhere = -1;  // whoever writes there fails
+constexpr int kNowhere = -1;  // writing there fails
 
 bool IsControl(char ch) {
     return static_cast<unsigned char>(ch) < ' ' || ch == '\x7F';

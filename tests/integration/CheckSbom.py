@@ -83,7 +83,7 @@ def field(name, kind):
     return [alternatives.split(" ")[0] for alternatives in filter(None, shown.strip().split(", "))]
 
 
-# What a package depends on is in the document as well, and so is what it can do with.
+# The document also lists what a package depends on, recommends and suggests.
 for name, package in ours.items():
     for needed in field(name, "Depends"):
         assert by_name[needed]["SPDXID"] in uses[package["SPDXID"]], (name, needed)

@@ -43,7 +43,7 @@ void FileServerClient::Send(const std::string& strBytes) {
     for (std::size_t cbSent = 0; cbSent < strBytes.size();) {
         const ssize_t cb = send(m_socket.Get(), strBytes.data() + cbSent, strBytes.size() - cbSent, MSG_NOSIGNAL);
         if (cb < 0) {
-            // Whoever is dropped sees it at the next receive.
+            // A dropped client notices at its next receive.
             if (errno == EPIPE || errno == ECONNRESET) {
                 return;
             }

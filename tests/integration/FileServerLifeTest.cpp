@@ -1,4 +1,4 @@
-// The file server's beginning and end.
+// How the file server starts and ends.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -26,7 +26,7 @@ protected:
         return m_server->Wait();
     }
 
-    // Asks for more than sockets hold, and receives the reply's header.
+    // Asks for more than the sockets' buffers hold, and receives the reply's header.
     void BeginLargeReply(FileServerClient& client) {
         const std::uint64_t uId = Open("log");
         EXPECT_EQ(Ask(SeekToRequest(uId, kLarge)), kDoneReply);
@@ -37,7 +37,7 @@ protected:
         ASSERT_EQ(client.Receive(34).size(), 34U);
     }
 
-    // Has the server write large requests, one after the other, until it ends.
+    // Sends large write requests, one after the other, until the server ends.
     void KeepBusy() const {
         try {
             FileServerClient client(m_uPort);
@@ -109,9 +109,9 @@ TEST_F(FileServerLife, GoesOnAfterSighup) {
     EXPECT_EQ(m_server->Wait().nStatus, 0);
 }
 
-// It looks after its files once a second. The signal comes about when it is to do so the first time, and while requests
-// take long enough for both to be due at once, which every second run or so of this test meets.
-TEST_F(FileServerLife, EndsOnASignalThatComesWithItsHousekeeping) {
+// The server checks its files once a second. The signal comes at about the time of the first check, while requests take
+// long enough for both to be due at once. About every second run of this test meets that case.
+TEST_F(FileServerLife, EndsOnASignalDuringItsHousekeeping) {
     constexpr int kServers = 6;
     for (int i = 0; i < kServers; ++i) {
         Start();
@@ -129,7 +129,7 @@ TEST_F(FileServerLife, EndsOnASignalThatComesWithItsHousekeeping) {
     }
 }
 
-// A full pipe holds up nobody, and what was lost is counted when there is room again.
+// A full pipe does not delay the server. It reports the number of lost lines when there is room again.
 TEST_F(FileServerLife, ServesWhileNobodyReadsItsLog) {
     const std::string strPipe = m_directory.Path("pipe");
     ASSERT_EQ(mkfifo(strPipe.c_str(), 0600), 0);
@@ -150,7 +150,7 @@ TEST_F(FileServerLife, ServesWhileNobodyReadsItsLog) {
     FileServerClient client(m_uPort);
     ASSERT_EQ(client.Register(), 0);
     const std::string strRequest = client.Message(SizeRequest(Open("log")));
-    constexpr int kRequests = 3000;  // a line of some 50 bytes for each, of which a pipe takes 65,536
+    constexpr int kRequests = 3000;  // each logs about 50 bytes; a pipe holds 65,536
     for (int i = 0; i < kRequests; ++i) {
         client.Send(strRequest);
         ASSERT_EQ(client.Receive(34 + 16).size(), 50U);
@@ -160,7 +160,7 @@ TEST_F(FileServerLife, ServesWhileNobodyReadsItsLog) {
     EXPECT_EQ(server.Wait().nStatus, 0);
 }
 
-TEST_F(FileServerLife, AReplyAtHandIsFinishedFirst) {
+TEST_F(FileServerLife, FinishesAReplyBeforeItEnds) {
     Start({"--max-message", "67108864"});
     FileServerClient client(m_uPort);
     BeginLargeReply(client);
@@ -182,7 +182,7 @@ TEST_F(FileServerLife, ASecondSignalEndsItAtOnce) {
     EXPECT_LT(client.Receive(12 + kLarge).size(), 12 + kLarge);
 }
 
-TEST_F(FileServerLife, AClientThatTakesNothingDoesNotKeepItFromEnding) {
+TEST_F(FileServerLife, EndsAlthoughAClientDoesNotTakeItsReply) {
     Start({"--max-message", "67108864"});
     FileServerClient client(m_uPort);
     BeginLargeReply(client);
@@ -190,7 +190,7 @@ TEST_F(FileServerLife, AClientThatTakesNothingDoesNotKeepItFromEnding) {
     EXPECT_EQ(m_server->Wait().nStatus, 0);
 }
 
-TEST_F(FileServerLife, TheNextServerKnowsNoIdsOfTheOne) {
+TEST_F(FileServerLife, ANewServerKnowsNoIdsOfTheOldOne) {
     Start();
     const std::uint64_t uId = Open("log");
     EXPECT_EQ(Ask(WriteRequest(uId, "before")), WriteReply(true, 6));
@@ -250,14 +250,14 @@ TEST_F(FileServerLife, WarnsOfADirectoryThatOthersMayWriteTo) {
     EXPECT_TRUE(m_server->WaitForLog("users other than this one may write in the directory"));
 }
 
-TEST_F(FileServerLife, SaysWhatItDoesWhenAsked) {
+TEST_F(FileServerLife, LogsItsOperationsWhenVerbose) {
     Start({"--verbose"});
     const std::uint64_t uId = Open("log");
     EXPECT_EQ(Ask(WriteRequest(uId, "hello")), WriteReply(true, 5));
     EXPECT_TRUE(m_server->WaitForLog("client 1: connected"));
     EXPECT_TRUE(m_server->WaitForLog("client 1: open \"log\""));
     EXPECT_TRUE(m_server->WaitForLog("client 2: write 5 bytes of 5 to \"log\""));
-    // An ID is as good as a password to whoever reads the log.
+    // An ID in the log would work like a password for its readers.
     EXPECT_EQ(m_server->Log().find(std::to_string(uId)), std::string::npos);
 }
 

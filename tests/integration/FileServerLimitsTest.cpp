@@ -1,4 +1,4 @@
-// Clients that are too many, too slow or gone in the middle of something: nothing of it touches the others.
+// Too many clients, slow clients, and clients that disappear: none of them affects the others.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -51,7 +51,7 @@ TEST_F(FileServerLimits, ClientsThatDoNotWaitForTheirReply) {
     EXPECT_EQ(Ask(SizeRequest(uId)), SizeReply(true, 8 * 1024 * 1024));
 }
 
-TEST_F(FileServerLimits, WhoSaysNothingIsDroppedInTime) {
+TEST_F(FileServerLimits, DropsASilentClient) {
     Start({"--client-timeout-seconds", "2"});
     FileServerClient silent(m_uPort);
     FileServerClient idle(m_uPort);
@@ -71,7 +71,7 @@ TEST_F(FileServerLimits, WhoSaysNothingIsDroppedInTime) {
     EXPECT_TRUE(m_server->WaitForLog("dropped: half a message, and the rest not in time", 2));
 }
 
-TEST_F(FileServerLimits, WhoDoesNotTakeItsReplyIsDroppedInTime) {
+TEST_F(FileServerLimits, DropsAClientThatDoesNotTakeItsReply) {
     Start({"--client-timeout-seconds", "2", "--max-message", "67108864"});
     const std::uint64_t uId = Open("log");
     constexpr std::uint64_t kMoreThanSocketsHold = 60 * 1024 * 1024;
@@ -96,7 +96,7 @@ TEST_F(FileServerLimits, AFloodOfConnections) {
     for (FileServerClient& client : clients) {
         statuses.push_back(client.Register());
     }
-    // The first ones are served, and go on to be.
+    // The first clients are still served.
     EXPECT_TRUE(std::all_of(statuses.begin(), statuses.begin() + kServed, [](int n) { return n == 0; }));
     EXPECT_TRUE(std::none_of(statuses.begin() + kServed, statuses.end(), [](int n) { return n == 0; }));
     EXPECT_GE(std::count(statuses.begin(), statuses.end(), 1), 64);
@@ -106,7 +106,7 @@ TEST_F(FileServerLimits, AFloodOfConnections) {
     EXPECT_TRUE(m_server->WaitForLog("too many connections"));
     EXPECT_TRUE(m_server->WaitForLog("more lines about clients left out"));
 
-    // When one of them goes there is room for another, as soon as the server has noticed.
+    // When one of them leaves and the server has noticed, another client is accepted.
     clients[0].Reset();
     int nStatus = 1;
     for (int i = 0; i < 10000 && nStatus != 0; ++i) {
@@ -133,7 +133,7 @@ TEST_F(FileServerLimits, NoMemoryForBytesThatAreOnlyAnnounced) {
         }
     }
     EXPECT_GT(nPeakKiB, 0);
-    EXPECT_LT(nPeakKiB, 500000);  // a sanitizer's own needs included
+    EXPECT_LT(nPeakKiB, 500000);  // includes a sanitizer's memory
 }
 
 TEST_F(FileServerLimits, AFileTooMany) {
@@ -155,7 +155,7 @@ TEST_F(FileServerLimits, AFileThatIsNotUsedIsClosed) {
     EXPECT_NE(Open("log"), 0U);
 }
 
-// Descriptors run out in accept: the server waits and does not turn round and round.
+// Descriptors run out in accept: the server waits and does not spin.
 TEST_F(FileServerLimits, WithoutDescriptorsItWaits) {
     Start({"--max-connections", "100"}, "-n 30");
     EXPECT_TRUE(m_server->WaitForLog("only 30 descriptors"));
@@ -169,7 +169,7 @@ TEST_F(FileServerLimits, WithoutDescriptorsItWaits) {
     ASSERT_TRUE(m_server->WaitForLog(strTry, m_server->LinesWith(strTry) + 5));  // 200 ms each
     EXPECT_GT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(700));
 
-    // Who was let in is served, without descriptors for files; and the others once there are some again.
+    // The connected clients are served, but no files can be opened. The others are served when descriptors are free.
     ASSERT_EQ(clients[0].Receive(1), std::string(1, '\0'));
     EXPECT_EQ(clients[0].Exchange(OpenRequest("log")), NotOpenedReply(ERROR_TOO_MANY_OPEN_FILES));
     FileServerClient last = std::move(clients.back());

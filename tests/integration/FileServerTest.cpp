@@ -1,4 +1,4 @@
-// What a client of the file server gets that keeps to the protocol, and one that does not.
+// Replies to clients that keep to the protocol, and to clients that do not.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -57,7 +57,7 @@ TEST_F(FileServer, TheReplyHeaderMirrorsTheRequests) {
     EXPECT_EQ(client.Receive(strExpected.size()), strExpected);
 }
 
-// Whatever session and object lead to the port.
+// Any session and object that give the port.
 TEST_F(FileServer, AnyDestinationOfThePort) {
     Start();
     FileServerClient client(m_uPort);
@@ -157,7 +157,7 @@ TEST_F(FileServer, NoWayOutOfTheRoot) {
     EXPECT_FALSE(fs::exists(m_directory.Path("outside/new")));
 }
 
-// Standing in for a disk that is full.
+// Instead of a full disk.
 TEST_F(FileServer, AFileThatCannotGrow) {
     Start({}, "-f 128");  // blocks of 512 bytes
     const std::uint64_t uId = Open("log");

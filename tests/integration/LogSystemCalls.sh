@@ -3,8 +3,8 @@
 #
 #   LogSystemCalls.sh <program that writes as many records as its argument says, between two marks>
 #
-# Only the calls between the marks count: what a process does at its start and its end depends on how busy the machine
-# is. Calls by which threads wait for one another (futex) are left out: how many there are depends on who is faster.
+# Only the calls between the marks count, because a process's calls at its start and end vary with the machine's load.
+# futex is left out: how often threads wait for each other depends on their speed.
 # Needs strace; exit status 77, after saying why, where it may not trace.
 set -euo pipefail
 export LC_ALL=C

@@ -87,7 +87,7 @@ notice() {
 }
 noticed=0
 for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
-    # Names of types, which a stripped program has as well.
+    # Names of types, which a stripped program also has.
     if grep -q N3CLI "$file"; then
         notice "$file" 'University of Cincinnati' 'Redistributions in binary form must reproduce' 'PROVIDED BY THE COPYRIGHT'
         noticed=$((noticed + 1))

@@ -169,7 +169,7 @@ TEST_F(ServerLogTest, SwitchedOnAndOffItGoesOnInTheOtherFile) {
 
 // ---- A server that is not there ----
 
-TEST_F(ServerLogTest, WithoutAServerTheRecordsOfThatTimeAreLostAndNothingElse) {
+TEST_F(ServerLogTest, OnlyRecordsOfTheTimeWithoutAServerAreLost) {
     StartServer();
     KillServer();
     std::thread operatorOfServer([&] {
@@ -324,7 +324,7 @@ TEST_F(ServerLogTest, ALargeLogIsCutInPieces) {
 }
 
 // A file that cannot be, as its parent is a file.
-TEST_F(ServerLogTest, ANameThatTheServerRefusesLosesRecordsUntilThereIsAnother) {
+TEST_F(ServerLogTest, RecordsAreLostUntilTheLogHasAnotherName) {
     StartServer();
     m_directory.Write("root/file", "");
     InChild([&] {

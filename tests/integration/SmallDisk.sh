@@ -1,7 +1,6 @@
 #!/bin/bash
-# Runs a command with a full file system of one file, which no other process sees: SmallDisk.sh <directory> COMMAND...
-# The command runs in that directory, where "old" holds "old" and there is no room for more. Status 77 without the right
-# to mount one.
+# SmallDisk.sh <directory> COMMAND...: mounts a full file system on the directory, which no other process sees, and runs
+# the command in it. The file "old" in it holds "old". Exit status 77 if it may not mount.
 set -euo pipefail
 
 directory=$1

@@ -157,7 +157,7 @@ expect 0 "$vexsign" list ./rsa.pem --all
 [ "$(cut -f 8 out)" = no-private-key ] || fail "--all without a key: $(cat out)"
 
 echo "== every signature, by the command that is printed"
-# The command in the last message; its standard output is nobody's business.
+# Runs the command of the last message, without its standard output.
 verify() {
     sed -n 's/^To verify: //p' err >hint
     [ "$(wc -l <hint)" -eq 1 ] || fail "no command: $(cat err)"

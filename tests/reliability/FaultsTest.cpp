@@ -204,7 +204,7 @@ void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce
     }
     const Pause pause;
     if (handle != 0) {
-        VCTK_Finalize(reinterpret_cast<HANDLE>(handle));  // in vain, unless Finalize failed
+        VCTK_Finalize(reinterpret_cast<HANDLE>(handle));  // fails, unless the native Finalize failed
     }
     if (!pEnv->CalledWithException().empty()) {
         findings.withException.insert(pEnv->CalledWithException());

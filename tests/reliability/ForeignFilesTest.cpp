@@ -1,7 +1,7 @@
-// What others can put at the names that everybody on the machine knows: signing goes on, nothing waits, nothing is
-// written through a link or into what is not a file of one's own, and what is made is private.
+// Other users put obstacles at the fixed names that the libraries use. Signing still works, nothing waits, nothing is
+// written through a link or into another user's file, and new files are private.
 //
-// The table is every name with every obstacle. Each cell is a process that signs, logs in both ways and traces.
+// The table has every name with every obstacle. Each cell is a process that signs, logs in both ways and traces.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jni.h>
@@ -39,7 +39,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kRefused = 77;  // exit status of a child that the system does not let be what it should
+constexpr int kRefused = 77;  // exit status of a child that lacks the rights for its preparations
 constexpr const char* kVictim = "another's text";
 
 // Signs in all four ways with the user's demo store. False when it cannot be opened.
@@ -67,7 +67,7 @@ void LogAndTrace() {
 
 // ---- Places ----
 
-// A directory with everything that is known by name, and room for the obstacles' other halves.
+// A directory for all the fixed names, and for the other ends of the obstacles.
 class ForeignFilesTest : public testing::Test {
 protected:
     ForeignFilesTest() {
@@ -85,7 +85,7 @@ protected:
 
     static void SetUpTestSuite() { EXPECT_FALSE(MadeStore().empty()); }
 
-    // A demo store that was made as they all are, once for all tests: keys take their time.
+    // A demo store, made once for all tests because generating keys takes long.
     static const std::string& MadeStore() {
         static const TempDirectory s_directory;
         static const std::string s_strStore = [] {
@@ -107,7 +107,7 @@ protected:
         }
     }
 
-    // Signs and logs as an ordinary user, in a process of its own that nothing may hold up.
+    // Signs and logs as an ordinary user in a child process, which must not hang.
     ChildEnd SignInChild(
         const std::function<bool()>& fnPrepare = [] { return true; }, bool bMustSign = true) const {
         return RunChild([&] {
@@ -131,7 +131,7 @@ protected:
         bool operator==(const Entry&) const = default;
     };
 
-    // All there is, by its name.
+    // All files, by name.
     std::map<std::string, Entry> Everything() const {
         std::map<std::string, Entry> all;
         for (const auto& found : fs::recursive_directory_iterator(m_directory.Path())) {
@@ -146,7 +146,7 @@ protected:
         return all;
     }
 
-    // Files that there were not before are their owner's only.
+    // New files are accessible to their owner only.
     static void ExpectNewFilesPrivate(const std::map<std::string, Entry>& before,
                                       const std::map<std::string, Entry>& after) {
         for (const auto& [strPath, entry] : after) {
@@ -161,8 +161,8 @@ protected:
 
 // ---- Obstacles ----
 
-// Puts something where the first name leads; strOther is a name for its other half. Returns a descriptor that is to
-// stay open meanwhile, or -1.
+// Puts something at strPath; strOther is the name of its other end. Returns a descriptor that has to stay open
+// meanwhile, or -1.
 struct Obstacle : Row {
     std::function<int(const std::string& strPath, const std::string& strOther)> fnMake;
     bool bNeedsRoot = false;
@@ -233,7 +233,7 @@ std::vector<Obstacle> Obstacles() {
     };
 }
 
-// What an obstacle's descriptor has received: nothing.
+// Checks that nothing was sent to the obstacle's descriptor.
 void ExpectNothingReceived(int nDescriptor) {
     if (nDescriptor < 0) {
         return;
@@ -298,7 +298,7 @@ TEST_P(CellTest, IsLeftAloneAndHoldsNothingUp) {
         fs::remove(m_directory.Path("data/vex-client-toolkit/demo.pem"));  // a store has to be made
     }
     const int nDescriptor = obstacle.fnMake(strPath, strOther);
-    // All that is not said to be somebody else's is the user's own, so that no missing right protects it.
+    // Everything else belongs to the user, so that no missing right protects it.
     if (!obstacle.bNeedsRoot) {
         GiveTo(kSomebody, {place.strPath});
         if (fs::exists(fs::symlink_status(strOther))) {
@@ -333,7 +333,7 @@ INSTANTIATE_TEST_SUITE_P(, CellTest, testing::ValuesIn(Cells()), RowName);
 struct Disk : Row {
     bool bFull;
     unsigned long nFlags;
-    std::vector<std::string> names;  // of directories that lie on it
+    std::vector<std::string> names;  // of the directories that it is mounted on
 };
 
 class DiskTest : public ForeignFilesTest, public testing::WithParamInterface<Disk> {};
@@ -393,7 +393,7 @@ TEST_F(ForeignFilesTest, NewFilesArePrivate) {
     EXPECT_EQ(static_cast<unsigned>(fs::status(m_directory.Path("data/vex-client-toolkit")).permissions()), 0700U);
 }
 
-// The first user's files are in the second one's way.
+// The second user finds the first user's files at the fixed names.
 TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "skipped: only root can be two users";
@@ -422,8 +422,8 @@ TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
 
 // ---- At any moment ----
 
-// Another user exchanges what is there for something else, again and again, while the user signs. As in /tmp he may not
-// remove what is not his own; a second name of the user's file is therefore the last thing that he can put there.
+// Another user replaces the files again and again while the user signs. As in /tmp, the other user cannot remove the
+// user's files. A hard link to such a file is therefore the last thing to put there.
 TEST_F(ForeignFilesTest, ExchangedAtAnyMoment) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "skipped: only root can be two users";
@@ -444,7 +444,7 @@ TEST_F(ForeignFilesTest, ExchangedAtAnyMoment) {
         }
         fs::remove(m_directory.Path("tmp/.new"));
         const auto uSeed = static_cast<std::uint32_t>(random());
-        // By a process and no thread, since this one makes others of itself.
+        // A process and not a thread, because this process forks.
         int over[2];
         ASSERT_EQ(pipe2(over, O_CLOEXEC | O_NONBLOCK), 0);
         const pid_t nOther = fork();

@@ -1,6 +1,5 @@
-// A host that forks while its threads are in the libraries: the new process finds no lock of theirs held, nor turn
-// taken, by a thread that it has not, also before it runs another program. It can go on with the objects that were
-// open.
+// A host forks while its threads use the libraries. In the child no lock is held and no turn is taken by a thread that
+// exists only in the parent, also before the child runs another program. The child can use the open objects.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,9 +26,9 @@ constexpr int kThreads = 6;
 constexpr int kObjects = 2;
 constexpr unsigned kMaxSeconds = 30;
 
-// Everything that takes a lock and does not sign: locks of OpenSSL are not forked as ours are.
+// Every call that takes a lock, except signing: OpenSSL's locks are not prepared for a fork.
 void CallAll(HANDLE hObject, const std::string& strFile) {
-    VCTK_SetDigestAlg(hObject, "MD5");  // refused, which is noted for the thread
+    VCTK_SetDigestAlg(hObject, "MD5");  // refused, which sets the thread's last error
     VCTK_SetChooseSingleCert(hObject, 0);
     VCTK_AddFilter(hObject, 2, "CN");
     VCTK_ClearFilter(hObject);
@@ -47,8 +46,8 @@ protected:
 
     std::string Store() const { return "file:" + MakePemStore(m_store, "store.pem", {"key"}); }
 
-    // Forks as often as wanted while the threads call, in a child process of this test. A child of that one that does
-    // not end is ended by SIGALRM, and the test fails.
+    // Forks again and again while the threads call, in a child process of this test. SIGALRM ends a grandchild that
+    // hangs, and the test fails.
     void ForkWhileThreadsCall(const std::function<void(const std::vector<HANDLE>&)>& fnChild) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
         GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
@@ -139,7 +138,7 @@ TEST_F(ForksTest, TheChildCallsWhatItsParentHasOpen) {
     });
 }
 
-// With one thread in the parent, as servers do that open first and fork then, all of it goes on, signing too.
+// When the parent has one thread, as in servers that first open and then fork, everything works, also signing.
 TEST_F(ForksTest, AChildOfAProcessWithOneThreadSigns) {
     const ToolkitClient client(Store());
     ASSERT_TRUE(client.IsOpen());

@@ -1,5 +1,5 @@
-// Handles that name nothing: invented, stale, finalised twice, from eight threads at once, against every native. Each
-// call is refused with the native's own value and an error number, and the objects that there are go on working.
+// Invalid handles: invented, stale, finalised twice, from eight threads at once, with every native. Each call is
+// refused with the native's failing value and an error number, and the existing objects still work.
 #include <gtest/gtest.h>
 #include <jni.h>
 #include <sys/wait.h>
@@ -33,7 +33,7 @@ class HandlesTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         setenv("LC_ALL", "C.UTF-8", 1);
-        // The log is not what is asked here, and would have millions of records to write.
+        // This test is not about the log, which would have to write millions of records.
         std::ofstream(std::string(std::getenv("VEX_TEST_LOG_DIR")) + "/log.ini") << "[loginfo]\nlogLevel=2\n";
         MakeIdentity(Directory(), {"ec", "ec -pkeyopt ec_paramgen_curve:P-256"});
         s_strStore = "file:" + MakePemStore(Directory(), "s.pem", {"ec"});
@@ -55,7 +55,7 @@ protected:
     inline static std::string s_strStore;
 };
 
-// What the natives made of a handle.
+// The results of all natives for a handle.
 struct Answers {
     std::array<jlong, 4> statuses;     // 0 or 1
     std::array<const void*, 7> texts;  // of which the last is the message
@@ -91,7 +91,7 @@ bool AreRefusals(const Answers& answers) {
     return bRefused;
 }
 
-// Handles that have been finalised, for all threads to draw from, and those that all may finalise.
+// Finalised handles that all threads use, and handles that all threads may finalise.
 class Handles {
 public:
     void Retire(jlong handle) {
@@ -114,7 +114,7 @@ private:
     std::size_t m_nNext = 0;
 };
 
-// The toolkit gives out multiples of 4 from here on; what a test invents keeps away from those that may be alive.
+// The toolkit gives out multiples of 4 from here on. Invented handles avoid those that may be in use.
 jlong Invented(std::mt19937_64& random, jlong nLive) {
     static int s_nStatic = 0;
     int nOnStack = 0;
@@ -161,7 +161,7 @@ TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
         ASSERT_NE(nLive, 0);
         ++nOpened;
         for (long nDone = 0; nDone < nHandles / kThreads;) {
-            FakeJniEnv env;  // gives back what it has made
+            FakeJniEnv env;  // releases its objects
             jstring const text = env.MakeString("dGV4dA==");
             for (int i = 0; i < 100; ++i, ++nDone) {
                 const jlong handle = random() % 2 == 0 ? handles.Stale(random()) : Invented(random, nLive);
@@ -170,7 +170,7 @@ TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
                 }
                 ++nAsked;
             }
-            // One that all threads may finalise while others use it: once it succeeds.
+            // All threads may finalise this one while others use it. Only one of them succeeds.
             std::atomic<jlong>& slot = shared[random() % shared.size()];
             const jlong nNew = Open(env);
             ASSERT_NE(nNew, 0);
@@ -199,14 +199,14 @@ TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
         }
     }
     EXPECT_EQ(nWrong, 0);
-    EXPECT_EQ(nFinalized, nOpened);  // no handle twice, none not at all
+    EXPECT_EQ(nFinalized, nOpened);  // each handle once
     EXPECT_GE(nAsked, nHandles);
     std::printf("%ld handles that name nothing, each against 13 natives; %ld objects opened, %ld finalised\n",
                 nAsked.load(), nOpened.load(), nFinalized.load());
 }
 
-// While threads use the table and their objects, the process forks: what the child then asks is answered. It asks
-// nothing of OpenSSL, whose own locks are not ours to take around a fork.
+// The process forks while its threads use the table and their objects. The child's calls are answered. It makes no call
+// that needs OpenSSL: a fork does not take OpenSSL's locks.
 TEST_F(HandlesTest, AForkedChildFindsNoLockHeld) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "skipped: a forked child may find the sanitizer's own allocator locked";

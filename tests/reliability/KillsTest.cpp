@@ -1,7 +1,7 @@
-// SIGKILL at every file call that the log makes, in the middle of what it writes, and at moments nobody chose. Whatever
-// the killed process leaves, the next one goes on: its records are there and whole, and one entry at most is torn. A
-// process that is killed while it cuts the file can leave one more where the part that is kept meets what was there.
-// The file begins with its mark, unless the process that created it was killed before it had written that.
+// SIGKILL at every file call of the log, in the middle of a write, and at random moments. The next process continues
+// the log: all its records are whole, and at most one entry is torn. A process that is killed while it cuts the file
+// can leave a second torn entry, where the kept part meets the old text. The file begins with its mark, unless the
+// process that created it was killed before it wrote the mark.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -77,11 +77,11 @@ std::optional<Message> WholeMessage(const std::string& strEntry) {
     return message;
 }
 
-// What a log looks like from the outside.
+// What is in a log.
 struct Picture {
     bool bThere = false;
     bool bMark = false;
-    int nTorn = 0;  // entries that are no whole records, but for the first one, of which a cut may have taken a part
+    int nTorn = 0;  // incomplete entries, except the first, which a cut may have shortened
     std::vector<Message> messages;
 };
 
@@ -112,8 +112,8 @@ struct Load {
 
 class KillsTest : public LogTest {
 protected:
-    // Runs the body in a process that may be killed, from here some time after so many of its calls. Returns whether it
-    // was; it has to succeed if it was not.
+    // Runs the body in a child process and kills that after nCallsToKill calls, if given. Returns whether it was
+    // killed. Otherwise it has to succeed.
     static bool RunVictim(const std::function<void()>& fnBody, std::optional<int> nCallsToKill = {}) {
         std::fflush(nullptr);
         kill_point::Share();
@@ -148,7 +148,7 @@ protected:
         }
     }
 
-    // The process that follows a killed one, and what is to be found after it.
+    // Runs the process that follows a killed one, and checks the log.
     void GoOn(const Picture& before, const std::string& strWhere) {
         const kill_point::Account account = kill_point::Read();
         InChild([&] {
@@ -169,20 +169,20 @@ protected:
         m_nInCuts += account.bInCut ? 1 : 0;
     }
 
-    // The first of its records can stand in one entry with what the killed process has left of its last.
+    // Its first record can share an entry with the rest of the killed process's last one.
     void ExpectNextIsThere(const std::string& strWhere) {
         const std::string strLog = ReadWholeFile(LogPath());
         std::size_t nFrom = 0;
         for (int i = 0; i < kOfNext; ++i) {
             const std::string strEnd = "]: next " + std::to_string(i) + " 10 ##########\r\n\r\n";
-            // The last ones: a log that is not made anew has those of earlier processes.
+            // From the end: the log can hold such records of earlier processes.
             const std::size_t nFound = i == 0 ? strLog.rfind(strEnd) : strLog.find(strEnd, nFrom);
             ASSERT_NE(nFound, std::string::npos) << strWhere << ", record " << i;
             nFrom = nFound + strEnd.size();
         }
     }
 
-    // The victim at each of its calls, until it comes to its end. A fresh log each time.
+    // Kills the victim at its first call, then at its second, and so on, until it ends by itself. Each has a new log.
     void SweepAllCalls(const Load& load, const std::string& strName) {
         for (const auto where : {kill_point::Where::kBefore, kill_point::Where::kInside}) {
             for (int nCall = 1;; ++nCall) {
@@ -208,7 +208,7 @@ protected:
         }
     }
 
-    // Without cuts the records of the killed process are there from the first one on, up to where it was killed.
+    // Without cuts, the log has the killed process's records from the first one on, without a gap.
     void ExpectNoneIsMissing(int nCall) {
         int nExpected = 0;
         for (const Message& message : PictureOf(LogPath()).messages) {
@@ -245,7 +245,7 @@ TEST_F(KillsTest, AtEachFileCallOfALogThatStaysOpen) {
     EXPECT_GE(m_nInCuts, 10);
 }
 
-// Loads of all kinds, one killed process after the other over the same log.
+// Random loads: one process after the other is killed, all with the same log.
 TEST_F(KillsTest, AtCallsOfAnyLoadOverOneLog) {
     const long nKills = AmountOf("VEX_TEST_KILLS_CALLS", 40);
     std::mt19937 random(SeedOfRun());
@@ -265,7 +265,7 @@ TEST_F(KillsTest, AtCallsOfAnyLoadOverOneLog) {
         const Picture before = PictureOf(LogPath());
         const int nCall = 1 + upTo(80);
         const auto where = upTo(1) == 0 ? kill_point::Where::kBefore : kill_point::Where::kInside;
-        // It writes until it comes to that call: what it has written may be cut away at once.
+        // It writes until it reaches that call.
         ASSERT_TRUE(RunVictim([&] {
             kill_point::Arm(nCall, where);
             for (;;) {
@@ -278,7 +278,7 @@ TEST_F(KillsTest, AtCallsOfAnyLoadOverOneLog) {
     std::printf("%d kills, %d of them in a cut, %d torn entries\n", m_nKills, m_nInCuts, m_nTorn);
 }
 
-// From outside, at moments that nobody chose, while four threads log as fast as they can.
+// From outside, at random moments, while four threads log as fast as they can.
 TEST_F(KillsTest, AtAnyTime) {
     const long nKills = AmountOf("VEX_TEST_KILLS_TIMES", 25);
     std::mt19937 random(SeedOfRun() + 1);

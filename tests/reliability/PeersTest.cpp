@@ -1,6 +1,6 @@
-// Random scripts for whoever is at the other end: servers that stall, drip, lie about lengths and reset, for the IPC
-// client; clients that do the same, for the file server. Sixteen at a time. Whatever they do, nobody crashes, nothing
-// stays behind, memory does not grow with what a length says, and who behaves is served.
+// Random scripts for the other end: servers that stall, drip, lie about lengths and reset, for the IPC client; clients
+// that do the same, for the file server. Sixteen at a time. Nothing crashes or leaks, memory does not grow with a
+// claimed length, and well-behaved peers are served.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -40,7 +40,7 @@ constexpr long kMaxMoreKilobytes = 64L * 1024;
 constexpr long kSendFailed = 0xE0010004;
 constexpr long kReceiveFailed = 0xE0010005;
 
-// Those that matter to 32- and 64-bit arithmetic, to the headers and to nothing.
+// Lengths at the limits of 32- and 64-bit arithmetic and of the headers, and random ones.
 std::uint64_t RandomLength(Random& random) {
     constexpr std::array<std::uint64_t, 16> kLengths = {
         0,           1,           5,           33,          34,         100'000,    0x7FFFFFFF - 34, 0x7FFFFFFF,
@@ -68,7 +68,7 @@ bool Wait(int nSocket, short nEvents, int nMilliseconds) {
     return poll(&entry, 1, nMilliseconds) > 0;
 }
 
-// False: the other end does not take them.
+// False: the other end does not accept them.
 bool SendAll(int nSocket, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t cb = send(nSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -80,7 +80,7 @@ bool SendAll(int nSocket, std::string_view bytes) {
     return true;
 }
 
-// At most that many; fewer when they do not come in that time.
+// Receives at most that many bytes in that time.
 std::string ReceiveSome(int nSocket, std::size_t cb, int nMilliseconds) {
     std::string strBytes;
     while (strBytes.size() < cb && Wait(nSocket, POLLIN, nMilliseconds)) {
@@ -94,7 +94,7 @@ std::string ReceiveSome(int nSocket, std::size_t cb, int nMilliseconds) {
     return strBytes;
 }
 
-// What a script does with the bytes that it has made: whole, byte by byte, cut, after a while, never.
+// Sends the bytes of a script: whole, byte by byte, cut, after a while, or never.
 void SendSomehow(Random& random, int nSocket, std::string_view bytes) {
     switch (random() % 6) {
         case 0:
@@ -156,7 +156,7 @@ long MemoryOf(pid_t nProcess, const std::string& strField) {
     return -1;
 }
 
-// From here on "VmHWM" is the most that there is from now on.
+// Resets "VmHWM": it is then the peak from now on.
 void ForgetMostMemory(pid_t nProcess) {
     std::ofstream("/proc/" + std::to_string(nProcess) + "/clear_refs") << "5";
 }
@@ -166,7 +166,7 @@ std::size_t DescriptorsOf(pid_t nProcess) {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// As many descriptors as before, after at most twenty seconds.
+// Waits at most twenty seconds until there are as many descriptors as before.
 void ExpectDescriptors(pid_t nProcess, std::size_t cExpected) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (DescriptorsOf(nProcess) > cExpected && std::chrono::steady_clock::now() < end) {
@@ -251,7 +251,7 @@ TEST(PeersTest, ServersForTheClient) {
     std::atomic<long> nRight{0};
     const auto exchange = [&](long n) {
         Random random(uSeed * 1'000'003 + static_cast<std::uint64_t>(n));
-        const socket_calls::UserCommand user{nullptr};  // in place of a process for each exchange
+        const socket_calls::UserCommand user{nullptr};  // instead of starting a process for each exchange
         RandomServer server;
         const bool bRight = random() % 8 == 0;
         std::string strSent;
@@ -278,7 +278,7 @@ TEST(PeersTest, ServersForTheClient) {
             EXPECT_EQ(lResult, 0) << "server " << n << ", seed " << uSeed;
         }
     };
-    InParallel(kParallel * 2, exchange);  // what libc allocates once
+    InParallel(kParallel * 2, exchange);  // for libc's first allocations
     const std::size_t cDescriptors = DescriptorsOf(getpid());
     const long nBefore = MemoryOf(getpid(), "VmRSS");
     ForgetMostMemory(getpid());
@@ -363,7 +363,7 @@ TEST_F(PeersFileServer, ClientsForTheServer) {
     ForgetMostMemory(nServer);
     std::atomic<bool> bOver{false};
     std::string strWritten;
-    // Who behaves is served all the while.
+    // A well-behaved client is served all the time.
     std::thread good([&] {
         do {
             const std::string strLine = "line " + std::to_string(strWritten.size()) + "\n";
@@ -380,7 +380,7 @@ TEST_F(PeersFileServer, ClientsForTheServer) {
     good.join();
     EXPECT_EQ(Ask(FlushRequest(uId)), kDoneReply);
     EXPECT_EQ(Content("good"), strWritten);
-    // Files that random requests have opened are closed when nobody has used them for a while.
+    // Files of random requests are closed when they have been idle for a while.
     ExpectDescriptors(nServer, cDescriptors);
     ExpectLittleMemory(nServer, nBefore, "The file server");
     m_server->Signal(SIGTERM);

@@ -365,7 +365,7 @@ def a_round(directory):
                     "--out", f"{directory}/out", "text"]
 
         check_at_exit(directory, "JVM, pin-source", demo_command(by_source), both)
-        # The text of a Java string is the JVM's, and this one is on the command line as well.
+        # The JVM keeps the text of a Java string, and this one is also on the command line.
         java_keeps = check_at_exit(directory, "JVM, pin-value", demo_command(by_value), both,
                                    ("PIN, ascii", "PIN, utf-16-le"))
     return token, java_keeps

@@ -1,7 +1,6 @@
-// Signs through the natives and waits at each stage, so that the test which started it can search its memory. The
-// secrets come on standard input, a store's initialisation text a line, for whoever reads the memory must not find what
-// the program was given: the first one signs, the others are refused. This program overwrites its own copies of them,
-// as a host cannot whose language has no way to.
+// Signs through the natives and waits at each stage, so that the test that started it can search its memory. The
+// secrets come on standard input and not as arguments, which stay in memory: one initialisation text of a store on each
+// line. The first store signs, the others are refused. The program overwrites its own copies of the secrets.
 #include <jni.h>
 #include <string.h>
 #include <unistd.h>
@@ -18,7 +17,7 @@
 
 namespace {
 
-// A line of standard input. It is read byte by byte, so that nothing behind it is taken.
+// A line of standard input. Reads byte by byte, so that no later line is in memory.
 class Line {
 public:
     Line() {
@@ -33,7 +32,7 @@ public:
     bool IsEmpty() const { return m_nLength == 0; }
     std::string Text() const { return {m_text.data(), m_nLength}; }
 
-    // Stands for code that forgets to overwrite: the text in every form in which it could be left behind.
+    // Like code that forgets to overwrite: leaves the text in every form that could remain.
     void LeaveCopies(std::array<std::array<wchar_t, 4096>, 2>& copies) const {
         auto* const pUtf16 = reinterpret_cast<char16_t*>(copies[1].data());
         for (size_t i = 0; i < m_nLength; ++i) {
@@ -58,7 +57,7 @@ void Wait(const char* pszStage) {
     std::exit(1);
 }
 
-// An initialisation text as a Java string of which nothing stays when it goes out of scope.
+// An initialisation text as a Java string, overwritten when it goes out of scope.
 class JavaText {
 public:
     JavaText(FakeJniEnv& env, const Line& line) : m_env(env), m_text(env.MakeString(line.Text())) {}
@@ -93,7 +92,7 @@ jlong SignWithStore(FakeJniEnv& env) {
     return handle;
 }
 
-// What is told about a store that cannot be opened; false when there is none left.
+// Reports the error of a store that cannot be opened; false when there is no further line.
 bool RefuseStore(FakeJniEnv& env) {
     const Line line;
     if (line.IsEmpty()) {

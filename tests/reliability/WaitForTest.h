@@ -1,4 +1,4 @@
-// A program lets the test that started it look at it.
+// A program waits while the test that started it examines it.
 #pragma once
 
 #include <unistd.h>
@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-// Says that it is here, and returns when the test says so too. The environment variable VEX_TEST_WAIT names the
-// descriptors, "HERE,GO".
+// Tells the test that the program waits, and returns when the test lets it go on. The environment variable
+// VEX_TEST_WAIT names the two descriptors, "HERE,GO".
 inline void WaitForTest() {
     const char* const pszDescriptors = std::getenv("VEX_TEST_WAIT");
     int nHere = -1;

@@ -1,4 +1,4 @@
-// Runs a shell command, for checks by programs that are not ours.
+// Runs a shell command, for checks by other programs.
 #pragma once
 
 #include <sys/wait.h>

@@ -88,7 +88,7 @@ Result JNICALL ForbiddenVariadic(Arguments..., ...) {
     EndUnexpected(Name.sz);
 }
 
-// Sets the table entry of a function that the bridge has no business calling.
+// Sets the table entry of a function that the bridge must not call.
 template <FunctionName Name, typename Result, typename... Arguments>
 void Forbid(Result(JNICALL*& entry)(Arguments...)) {
     entry = Forbidden<Name, Result, Arguments...>;

@@ -57,8 +57,8 @@ bool IsInLibrary(const void* pCode, const char* pszName) {
            std::strstr(info.dli_fname, pszName) != nullptr;
 }
 
-// Whether OpenSSL asks for the memory: itself, or through the toolkit's functions for it, which leave no frame of their
-// own where they are optimised. Of the call at hand.
+// Whether OpenSSL makes this allocation, itself or through the toolkit's functions for it. Optimised, those leave no
+// frame of their own.
 bool IsForOpenSsl(const void* pCaller) {
     const fault_points::Pause pause;
     if (!IsInLibrary(pCaller, "libVEXClientTK")) {
@@ -69,7 +69,7 @@ bool IsForOpenSsl(const void* pCaller) {
     return pFound != callers.end() && pFound + 1 != callers.end() && IsInLibrary(pFound[1], "libcrypto");
 }
 
-// Whether the allocation at hand is made by a function of OpenSSL 3 that forgets what it has when this one fails.
+// Whether a function of OpenSSL 3 makes this allocation that leaks when it fails.
 bool IsForgetful() {
     const fault_points::Pause pause;
     const Callers callers;
@@ -171,7 +171,7 @@ using fault_points::Pause;
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-// What libc calls its own.
+// libc's own names for its functions.
 extern "C" void* __libc_malloc(std::size_t cb);
 extern "C" void* __libc_calloc(std::size_t c, std::size_t cb);
 extern "C" void* __libc_realloc(void* p, std::size_t cb);
@@ -252,7 +252,7 @@ void* operator new(std::size_t cb) {
 void* operator new[](std::size_t cb) {
     return New(cb);
 }
-// A sanitizer's own would not go with the delete below.
+// The sanitizer's own would not match the delete below.
 void* operator new(std::size_t cb, const std::nothrow_t&) noexcept {
     return IsToFail("operator new") ? nullptr : std::malloc(cb > 0 ? cb : 1);
 }

@@ -1,6 +1,6 @@
-// Every call that can fail, made to fail at its nth time. A program with FaultPoints.cpp defines malloc, calloc,
-// realloc (under a sanitizer operator new instead), the toolkit's operations and its compatibility functions; unless
-// told otherwise they do what they always do. JNI functions take part through FaultyJniEnv.h.
+// Makes the nth of all calls that can fail, fail. FaultPoints.cpp intercepts malloc, calloc, realloc (under a sanitizer
+// operator new instead), the toolkit's operations and its compatibility functions. JNI functions take part through
+// FaultyJniEnv.h.
 //
 // Calls are counted per thread: those of the thread that arms, or those of all other threads together.
 #pragma once
@@ -29,16 +29,16 @@ const char* Failed();
 // Whether that was an allocation that OpenSSL asked for.
 bool FailedInOpenSsl();
 
-// Whether it was one after which OpenSSL is known to leave a block of its own behind.
+// Whether OpenSSL is known to leak a block when that allocation fails.
 bool OpenSslLeaks();
 
-// While calls are only counted, the nth element becomes whether the nth call is such an allocation.
+// While calls are only counted, the nth element becomes true when the nth call is an allocation for OpenSSL.
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom);
 
-// One more call of a function of that name: whether it is to fail. For functions that this file does not know.
+// Counts a call of a function that FaultPoints.cpp does not intercept, and tells whether it is to fail.
 bool IsToFail(const char* pszFunction);
 
-// The test's own work on this thread: nothing fails and nothing counts.
+// While it exists, calls of this thread do not fail and do not count.
 class Pause {
 public:
     Pause();
@@ -47,8 +47,7 @@ public:
     Pause& operator=(const Pause&) = delete;
 };
 
-// Blocks of memory that have been allocated and not freed, in the whole process; 0 under a sanitizer, which looks for
-// leaks itself.
+// The number of allocated blocks in the whole process; 0 under a sanitizer, which looks for leaks itself.
 long LiveBlocks();
 
 // The handle that VCTK_Initialize gave last.

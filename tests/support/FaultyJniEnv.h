@@ -18,7 +18,7 @@ public:
     jstring MakeString(const char* psz);
     std::string Bytes(jstring text);
 
-    // As when a native has returned to Java: whether an exception was pending, which there is none then.
+    // Like the return of a native to Java: clears the pending exception, and tells whether there was one.
     bool TakeException();
 
     // "A then B" for a function B that was called while the exception of a failed A was pending, which a JVM does not

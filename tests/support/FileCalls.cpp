@@ -80,7 +80,7 @@ void WaitFor(std::string_view function, int nCount) {
     while (state.CountOf(function) < nCount) {
         if (state.changed.wait_for(lock, std::chrono::seconds(20)) == std::cv_status::timeout &&
             state.CountOf(function) < nCount) {
-            std::fprintf(stderr, "Waited in vain for %d calls of %.*s; there were %d\n", nCount,
+            std::fprintf(stderr, "20 s without a call: waited for %d calls of %.*s, there were %d\n", nCount,
                          static_cast<int>(function.size()), function.data(), state.CountOf(function));
             std::abort();
         }

@@ -1,5 +1,4 @@
-// The toolkit's file functions as the log calls them: a program with FileCalls.cpp sees every call before it reaches
-// the toolkit. Any thread.
+// Watches the log's calls of the toolkit's file functions: FileCalls.cpp intercepts them. Any thread.
 #pragma once
 
 #include <functional>
@@ -12,14 +11,14 @@ struct Call {
     std::string_view data = {};  // what WriteFile was given
 };
 
-// Runs before each call, on the thread that makes it; to be set while nothing is logged. Also in a process forked
-// later.
+// The function runs before each call, on the caller's thread; also in processes forked later. Set it while nothing is
+// logged.
 void Watch(std::function<void(const Call&)> fnBefore);
 
-// The calls of a function so far that have returned.
+// How many calls of a function have returned.
 int Count(std::string_view function);
 
-// Returns when there have been so many in all; ends the program after twenty seconds without them.
+// Returns when nCount calls of the function have returned. Ends the program after twenty seconds without one.
 void WaitFor(std::string_view function, int nCount);
 
 }  // namespace file_calls

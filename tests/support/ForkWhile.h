@@ -1,5 +1,5 @@
-// Forks while threads call something, and has each child call it as well: what finds a lock held by a thread that it
-// does not have never comes back.
+// Forks while threads call something, and lets each child call it too. A child that inherits a held lock hangs, because
+// the thread that holds it does not exist in the child.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-// Fails with the first child that does not end within twenty seconds, or not with status 0.
+// Fails when a child does not end with status 0 within twenty seconds.
 inline void ForkWhile(int nThreads, int nForks, const std::function<void()>& fnCall) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";

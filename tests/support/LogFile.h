@@ -8,7 +8,7 @@
 
 // The fields of "[INFO] [P4711] [T-12] [2024-03-05 09:07:02:48213] [path-Function(101)]: message".
 struct LogRecord {
-    std::string strType;  // what stands before "[P", the blank included
+    std::string strType;  // the text before "[P", with the blank
     long nProcess = 0;
     int nThread = 0;
     std::string strDate;    // 2024-03-05

@@ -1,4 +1,5 @@
-// A log directory for a test program that was not given one, from before main until the log's own exit handler is done.
+// A log directory for a test program that was not given one. It exists from before main until after the log's exit
+// handler.
 
 #include <stdlib.h>
 

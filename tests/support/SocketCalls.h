@@ -1,8 +1,8 @@
-// What the IPC client asks of its platform, as this program's tests want it: the identity that is drawn by lot, the
-// time, the port of the file server, and calls that fail.
+// Lets tests choose what the IPC client gets from its platform: its random identity, the time, the port of the file
+// server, and calls that fail.
 //
-// The program defines rand, gettimeofday, popen, socket, connect, send, recv, pthread_create and HeapAlloc itself;
-// unless told otherwise they do what those of libc and of the toolkit do.
+// SocketCalls.cpp defines rand, gettimeofday, popen, socket, connect, send, recv, pthread_create and HeapAlloc. By
+// default they do what those of libc and of the toolkit do.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace socket_calls {
 
-// For the calling thread, until its object's end.
+// Each works for the calling thread, as long as the object exists.
 
 // Exchanges identify themselves as that object: rand gives the number and the time has no microseconds.
 class Identity {
@@ -54,8 +54,8 @@ public:
     ~UserCommand();
 };
 
-// The end of connections as other threads receive it: before recv tells one of them of it, function runs there. errno
-// is then a number that means nothing, as a success may leave it.
+// When recv of another thread meets the end of a connection, runs the function on that thread before recv returns.
+// errno is then a meaningless number, as after any successful call.
 class AtEndOfConnection {
 public:
     explicit AtEndOfConnection(std::function<void()> function);
@@ -67,7 +67,7 @@ public:
 // The descriptor of the thread's last call of socket.
 int LastSocket();
 
-// For the whole program, until its object's end: connections to the file server's port go to this one.
+// For the whole program, as long as the object exists: connections to the file server's port go to this port.
 class FileServerPort {
 public:
     explicit FileServerPort(std::uint16_t uPort);

@@ -55,7 +55,7 @@ public:
                        strId + " --label " + strLabel);
     }
 
-    // As somebody else in the process does who uses the module as well. 0: it is initialised.
+    // Initialises the module, like other code of the process that uses it. 0: success.
     static unsigned long InitialiseModule() {
         void* const pLibrary = dlopen(s_strModule.c_str(), RTLD_NOW | RTLD_LOCAL);
         const auto initialise = reinterpret_cast<unsigned long (*)()>(dlsym(pLibrary, "VexTestInitialiseModule"));

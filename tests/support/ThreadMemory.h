@@ -1,6 +1,6 @@
-// The want of memory for what belongs to a thread, in programs that are linked with --wrap=pthread_setspecific and
-// ThreadMemory.cpp: what they are linked from then calls the tests' function, and no library does.
+// Lets the memory for thread-specific values run out, in programs linked with --wrap=pthread_setspecific and
+// ThreadMemory.cpp. Only the program's own objects are affected, no shared library.
 #pragma once
 
-// Of the calling thread: pthread_setspecific fails.
+// True: pthread_setspecific fails on this thread.
 extern thread_local bool t_fNoThreadMemory;

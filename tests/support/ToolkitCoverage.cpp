@@ -1,5 +1,5 @@
-// Part of the toolkit's library when it is instrumented: each library notes what it has executed itself, and a process
-// that ends at once has to ask for it.
+// Part of the toolkit's library when it is instrumented. Each library writes its own coverage, and a process that ends
+// without exit handlers has to ask for it.
 extern "C" void __gcov_dump();
 extern "C" __attribute__((visibility("default"))) void VexTestDumpToolkitCoverage();
 

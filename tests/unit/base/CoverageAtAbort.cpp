@@ -1,4 +1,4 @@
-// Writes out the coverage counts of a process that an assertion ends, which would be lost with it.
+// Writes the coverage of a process that an assertion ends. It would be lost otherwise.
 #include <csignal>
 
 extern "C" void __gcov_dump();

@@ -1,4 +1,4 @@
-// Local times, which are those of the time zone that counts at the moment; and that libc's locks do not hang a child.
+// Local times follow the current time zone, and libc's locks do not hang a forked child.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -61,7 +61,7 @@ TEST_F(ForkPauseTest, FollowsTZWhileTheProcessRuns) {
     }
 }
 
-// As when the machine's zone is set anew. In mounts of the child's own.
+// Like a change of the machine's time zone. In the child's own mounts.
 TEST_F(ForkPauseTest, FollowsTheSystemsZoneWhileTheProcessRuns) {
     const TempDirectory directory;
     const std::string strFirst = directory.Write("first", ZoneFile(2 * 3600, "ONE"));
@@ -106,7 +106,7 @@ TEST_F(ForkPauseTest, AForkedChildFormatsWideText) {
     });
 }
 
-// Whoever forks waits until the scope ends, and begins no sooner.
+// A fork waits until all scopes have ended.
 TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
     std::atomic<bool> bEnded = false;
     std::latch inScope(2);
@@ -118,7 +118,7 @@ TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
             inScope.arrive_and_wait();
             if (i == 0) {
                 goOn.wait();
-                usleep(1000);  // time in which a fork that does not wait would come back
+                usleep(1000);  // long enough for a fork that does not wait
                 bEnded = true;
             }
         });

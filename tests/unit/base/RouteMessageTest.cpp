@@ -113,7 +113,7 @@ TEST(RouteRules, Registration) {
         EXPECT_EQ(USHORT{registration.ObjID}, USHORT{c.owner.ObjID});
         EXPECT_EQ(registration.WithCallBack, c.owner.WithCallBack);
     }
-    // What stands in the status byte when the server closes without sending one.
+    // The status byte when the server closes without sending one.
     EXPECT_EQ(BYTE{CRouteRules::REGISTER_ACCEPTED}, 0);
 }
 

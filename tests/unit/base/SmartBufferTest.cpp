@@ -144,13 +144,13 @@ TEST(SmartBuffer, SourcesInsideTheBufferItself) {
     }
 }
 
-// Reallocating gives it another block each time, and the old one bytes that mean nothing.
+// Each reallocation moves the block and overwrites the old one.
 class CMovingBuffer : public CSmartBuffer {
 public:
     void* ReAlloc(DWORD dwSize) override {
         const CSmartBuffer before(*this);
         std::memset(GetBytes(), 0xEE, GetSize());
-        // In the place of the old block, so that the new one lies elsewhere.
+        // Takes the place of the old block, so that the new one lies elsewhere.
         Free();
         m_inItsPlace.push_back(Buffer(std::string(before.GetSize(), '\xEE')));
         Alloc(dwSize);
@@ -282,7 +282,7 @@ TEST(SmartBuffer, SlotsOfTheVirtualTable) {
     pTable[9](pBuffer);
 }
 
-// Writes down which operations the others call.
+// Records which operations the others call.
 class CRecordingBuffer : public CSmartBuffer {
 public:
     void* Alloc(DWORD dwSize) override {
@@ -342,7 +342,7 @@ TEST(SmartBuffer, OperationsCallOneAnotherThroughTheTable) {
     }
 }
 
-// The block is larger than the buffer says, so that there is something behind the buffer that may be written to.
+// The block is larger than the buffer says, so that the test may write behind the buffer.
 class CShortBuffer : public CSmartBuffer {
 public:
     DWORD GetSize() const override { return CSmartBuffer::GetSize() / 2; }

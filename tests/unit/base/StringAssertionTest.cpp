@@ -30,8 +30,8 @@ using OpenString = typename CStringKindTest<TKind>::COpenString;
 // Long enough that zeroing it takes time.
 constexpr int LONG_TEXT = 100000;
 
-// Where the blocks of the next strings lie, with a thread that breaks the rule of one thread at a time: it makes that
-// block look shared, again and again.
+// The place of the next strings' blocks. A thread breaks the rule of one thread at a time: it makes the block look
+// shared again and again.
 template <typename TKind>
 class CMeddledBlock {
 public:
@@ -55,7 +55,7 @@ private:
     std::thread m_thread;
 };
 
-// Tried until the thread gets in between.
+// Tries until the thread interferes.
 template <typename TKind>
 [[noreturn]] void CopyAgainstMeddling() {
     typename TKind::String str;

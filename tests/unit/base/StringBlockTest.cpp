@@ -260,7 +260,7 @@ TYPED_TEST(StringBlock, AShorterTextReusesAPrivateBlock) {
     EXPECT_EQ(str.GetString()[3], 0);
     EXPECT_EQ(watch.Sizes(), Sizes{});
 
-    // The recorded capacity counts, not the room that there once was.
+    // The recorded capacity counts, not the room of the block.
     str = F::T("abcd").c_str();
     EXPECT_EQ(watch.Sizes(), Sizes{F::BlockSize(4)});
     EXPECT_EQ(F::Plain(str), "abcd");
@@ -370,7 +370,7 @@ TYPED_TEST(StringBlock, AppendingWithinTheBlockEndsTheTextAnew) {
     using F = TestFixture;
     typename F::StringT str = F::S("ab");
     auto* const pch = str.GetBuffer(6);
-    std::fill(pch + 2, pch + 6, 'z');  // behind the text, which stays as it is
+    std::fill(pch + 2, pch + 6, 'z');  // behind the text
     str += F::S("X");
     ASSERT_EQ(str.GetString(), pch);
     ASSERT_EQ(str.GetLength(), 3);
@@ -445,7 +445,7 @@ TYPED_TEST(StringBlock, AppendingTakesExactBlocksAndRecordedRoom) {
     const CArrayNewWatch watch;
     str += text.c_str();
     EXPECT_EQ(watch.Sizes(), Sizes{F::BlockSize(5)});
-    EXPECT_EQ(watch.FreedCount(), 0U);  // the block of "abc" is older than the watch
+    EXPECT_EQ(watch.FreedCount(), 0U);  // the watch began after the block of "abc"
     EXPECT_EQ(str.GetAllocLength(), 5);
 
     const auto* const pchBlock = str.GetBuffer(9);

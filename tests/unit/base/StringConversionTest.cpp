@@ -114,7 +114,7 @@ TEST(StringConversion, CountedTextsOfTheOtherKindEndAtAZero) {
     }
     EXPECT_TRUE(CString(static_cast<LPCSTR>(nullptr), 3).IsEmpty());
     EXPECT_TRUE(CStringA(static_cast<LPCWSTR>(nullptr), 3).IsEmpty());
-    // A character cut in two is not one.
+    // Half a character is no character.
     EXPECT_TRUE(CString("\xc3\xa4", 1).IsEmpty());
 }
 
@@ -157,7 +157,7 @@ TEST(StringConversion, TheConverters) {
 TEST(StringConversion, CaseFollowsTheLocale) {
     const CLocaleGuard locale("C.UTF-8");
     EXPECT_EQ(CString(L"\u00c4\u0416").CompareNoCase(L"\u00e4\u0436"), 0);
-    // Narrow text has a case byte by byte only.
+    // In narrow text only single bytes have a case.
     EXPECT_NE(CStringA("\xc3\x84").CompareNoCase("\xc3\xa4"), 0);
 }
 

@@ -1,4 +1,4 @@
-// The two kinds of string for typed tests: what holds for one with its characters holds for the other with its own.
+// The two kinds of string for typed tests. Both behave alike, each with its own characters.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// Random sequences of operations on the counted strings, with std::basic_string doing the same beside them. Several
-// strings of a sequence share blocks at any time, so that a write which reaches a sharer shows.
+// Random sequences of operations on the counted strings and the same on std::basic_string. Several strings of a
+// sequence share blocks at any time, so that a write that reaches another string is found.
 #include <array>
 #include <random>
 

@@ -173,7 +173,7 @@ TYPED_TEST(StringText, Comparisons) {
         const typename TestFixture::Argument right(c.pszRight);
         EXPECT_EQ(str.Compare(right.Get()), c.nOrder);
         EXPECT_EQ(str.CompareNoCase(right.Get()), c.nOrderNoCase);
-        // The locales at hand collate by code.
+        // The locales of the tests collate by code.
         EXPECT_EQ(str.CollateNoCase(right.Get()), c.nOrderNoCase);
         EXPECT_EQ(Algorithms::Collate(str.GetString(), right.Get()), c.nOrder);
         EXPECT_EQ(Algorithms::Compare(right.Get(), str.GetString()), -c.nOrder);

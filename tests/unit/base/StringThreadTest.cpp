@@ -1,4 +1,4 @@
-// Many threads, each with strings of its own: all they share is the empty blocks. For ThreadSanitizer above all.
+// Many threads, each with its own strings. They share only the empty blocks. Mostly for ThreadSanitizer.
 #include <clocale>
 #include <vector>
 
@@ -10,7 +10,7 @@ namespace {
 constexpr int THREADS = 16;
 constexpr int ROUNDS = 2000;
 
-// As a native does: texts from literals, conversions there and back, empty strings handed out as plain texts.
+// Like a native: texts from literals, conversions in both directions, empty strings given out as plain texts.
 int UseOwnStrings(int nThread) {
     int nWrong = 0;
     for (int nRound = 0; nRound < ROUNDS; ++nRound) {
@@ -41,7 +41,7 @@ TEST(StringThreads, OwnStringsAreIndependent) {
     EXPECT_EQ(wrong, std::vector<int>(THREADS, 0));
 }
 
-// Even when something has been written to the empty block, so that all of them stamp it.
+// Also after something has been written to the empty block, so that all of them stamp it.
 TEST(StringThreads, StampingADirtiedEmptyBlock) {
     constexpr int nDirtyings = 200;
     for (int nDirtying = 0; nDirtying < nDirtyings; ++nDirtying) {

@@ -1,4 +1,4 @@
-// The strings and the buffer against toolkits that behave in different ways, a failing one among them.
+// The strings and the buffer with toolkits that behave in different ways, also with one that fails.
 #include <climits>
 #include <clocale>
 #include <csignal>
@@ -54,7 +54,7 @@ TEST_F(ToolkitBehaviour, NoOverlappingCopyReachesTheToolkit) {
     EXPECT_EQ(strNarrow.Compare("efbcdef"), 0);
 }
 
-// Without a sanitizer too: what stands behind the room must not change.
+// The bytes behind the room must not change. Also checked without a sanitizer.
 TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteBehindTheirRoom) {
     for (const bool bCountsTerminator : {true, false}) {
         Double().bCountsTerminator = bCountsTerminator;
@@ -63,7 +63,7 @@ TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteBehindTheirRoom) {
         EXPECT_EQ(CString::tchar_mbstowcsz(szWide, "four", 5), bCountsTerminator ? 5 : 4);
         EXPECT_STREQ(szWide, L"four");
         EXPECT_EQ(szWide[5], L'#');
-        // A text that fills the room to the last character loses it to the terminator.
+        // When a text fills the room, the terminator replaces its last character.
         std::wmemset(szWide, L'#', 6);
         Double().nForcedResult = 5;
         EXPECT_EQ(CString::tchar_mbstowcsz(szWide, "fours", 5), 5);
@@ -192,7 +192,7 @@ TEST_F(ToolkitBehaviour, EveryHeapCallIsOnTheProcessHeapWithItsFlags) {
     EXPECT_EQ(Double().LiveBlocks(), 0U);
 }
 
-// The double moves every reallocated block: a source read after that would be a read of freed memory.
+// The double moves every reallocated block. Reading the source after that would read freed memory.
 TEST_F(ToolkitBehaviour, OwnBytesSurviveAMovingReallocation) {
     CSmartBuffer buffer("abcde", 5);
     buffer.AppendBuffer(buffer.GetBytes() + 1, 3);
@@ -200,13 +200,13 @@ TEST_F(ToolkitBehaviour, OwnBytesSurviveAMovingReallocation) {
     EXPECT_EQ(std::memcmp(buffer, "abcdebcdabcdebcd", 16), 0);
     buffer.SetBuffer(buffer.GetBytes() + 2, 4);
     EXPECT_EQ(std::memcmp(buffer, "cdeb", 4), 0);
-    // Bytes behind the end of the block, as far as they are appended, are those at its new end.
+    // Appended bytes that lie behind the end of the block are those at its new end.
     buffer.SetBuffer("ab", 2);
     buffer.AppendBuffer(buffer.GetBytes() + 1, 1);
     EXPECT_EQ(std::memcmp(buffer, "abb", 3), 0);
 }
 
-TEST_F(ToolkitBehaviour, CopyingOutNeedsADestinationAsFarAwayAsTheBufferIsLong) {
+TEST_F(ToolkitBehaviour, CopyingOutNeedsADestinationAtLeastTheBuffersLengthAway) {
     Double().dwMargin = 16;
     const CSmartBuffer buffer("abcde", 5);
     for (const int nDistance : {-16, -6, -5, -4, 0, 4, 5, 6, 16}) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The right-hand numbers are the platform's, written out: callers compare with numbers.
+// The numbers on the right are the platform's. They are written out because callers compare with numbers.
 TEST(ErrorFromErrno, GivesThePlatformsNumbers) {
     struct Row {
         int nErrno;

@@ -1,4 +1,4 @@
-// An open file is locked against other openings, and a fork neither keeps the lock nor ends it.
+// An open file is locked against other openings. A fork does not keep the lock and does not end it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -36,7 +36,7 @@ TEST_F(FileLockTest, LastsAsLongAsTheFileIsOpen) {
     EXPECT_FALSE(IsLocked());
 }
 
-// A writer that flushes in the middle of a record keeps it.
+// A writer that flushes in the middle of a record keeps its lock.
 TEST_F(FileLockTest, IsKeptByAFlushOfWhatWasWritten) {
     DWORD cb = 0;
     EXPECT_TRUE(WriteFile(m_hFile, "x", 1, &cb, nullptr));
@@ -47,7 +47,7 @@ TEST_F(FileLockTest, IsKeptByAFlushOfWhatWasWritten) {
     EXPECT_TRUE(CloseHandle(m_hFile));
 }
 
-TEST_F(FileLockTest, IsLetGoByAFlushOfNothingAndTakenAgainByTheNextUse) {
+TEST_F(FileLockTest, ASecondFlushReleasesItAndTheNextUseTakesItAgain) {
     LONGLONG cbSize = 0;
     DWORD cb = 0;
     char ch = 0;
@@ -99,7 +99,7 @@ TEST_F(FileLockTest, StaysWhenAChildClosesTheFile) {
     EXPECT_FALSE(IsLocked());
 }
 
-// What the child opens itself is its own to lock and to give up.
+// A file that the child opens itself is locked until the child closes it.
 TEST_F(FileLockTest, OfAChildEndsWithItsFile) {
     EXPECT_TRUE(CloseHandle(m_hFile));
     ExpectChildPasses([&] {

@@ -1,4 +1,4 @@
-// Names that are not opened and handles that are not files.
+// Names that are refused and handles that are no files.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -40,7 +40,7 @@ TEST_F(FileRefusal, NamesThatAreNoRegularFiles) {
     close(nSocket);
 }
 
-// In a directory like /tmp a link may have been put there by somebody else.
+// In a directory like /tmp the link may be another user's.
 TEST_F(FileRefusal, ALinkIsNotFollowed) {
     m_directory.Write("target", "untouched");
     ASSERT_EQ(symlink("target", m_directory.Path("link").c_str()), 0);
@@ -51,7 +51,7 @@ TEST_F(FileRefusal, ALinkIsNotFollowed) {
     ASSERT_EQ(link(m_directory.Path("target").c_str(), m_directory.Path("hard").c_str()), 0);
     ExpectRefused(m_directory.Path("hard"), ERROR_ACCESS_DENIED);
     ASSERT_EQ(unlink(m_directory.Path("target").c_str()), 0);
-    EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("hard").c_str())));  // its only name now
+    EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("hard").c_str())));  // now its only name
 }
 
 TEST_F(FileRefusal, NamesThatLeadNowhere) {
@@ -80,7 +80,7 @@ TEST_F(FileRefusal, WhereThereIsNoPermission) {
 
 // In a directory that all may write to, like /tmp. A file of root's is opened without O_CREAT, which systems refuse for
 // such a file.
-TEST_F(FileRefusal, AFileThatAllMayWriteIsOpenedIfItIsTheUsersOwnOrRoots) {
+TEST_F(FileRefusal, OpensAWorldWritableFileOnlyOfTheUserOrOfRoot) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "skipped: only root can give a file to another user";
     }
@@ -132,7 +132,7 @@ TEST_F(FileRefusal, TooManyOpenFiles) {
 
 // ---- Handles ----
 
-// What each function says of a handle that is none; all have a failure to say.
+// The results of all functions for a wrong handle. All of them can fail.
 struct Answer {
     const char* pszFunction;
     BOOL bResult;

@@ -1,4 +1,4 @@
-// Files that are there to be used. What is refused is in FileRefusalTest.cpp.
+// Files that can be opened. FileRefusalTest.cpp has those that are refused.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -293,7 +293,7 @@ TEST_F(FileTest, AWriteThatCrossesTheSizeLimit) {
     EXPECT_EQ(ReadWholeFile(m_strName), std::string(90, 'a') + "0123456789");
 }
 
-// What has been written survives the sudden end of the process: nothing is held back on this side of the kernel.
+// Written bytes survive the sudden end of the process: the toolkit buffers nothing.
 TEST_F(FileTest, WrittenIsWritten) {
     EXPECT_EQ(RunChild([&] {
                   EXPECT_TRUE(Write("before the end"));

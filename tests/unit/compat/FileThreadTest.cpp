@@ -42,8 +42,8 @@ TEST(FileThreads, WritesOnOneHandleDoNotMix) {
     }
 }
 
-// One thread closes while others are at every function. Each call is either done on the file or fails with
-// ERROR_INVALID_HANDLE, never on another file that has come to the descriptor meanwhile.
+// One thread closes the file while others call every function. Each call either works on this file or fails with
+// ERROR_INVALID_HANDLE. None works on another file that has got the same descriptor.
 TEST(FileThreads, ClosingWhileOthersWrite) {
     const TempDirectory directory;
     const std::string strOther = directory.Write("other", "");
@@ -92,7 +92,7 @@ TEST(FileThreads, OneOfManyClosesTheHandle) {
     }
 }
 
-// Whoever created the file writes its beginning before the others write anything.
+// The creator of the file writes its beginning before the others write anything.
 TEST(FileThreads, ManyCreateTheSameFile) {
     const TempDirectory directory;
     for (int nRound = 0; nRound < 100; ++nRound) {
@@ -118,7 +118,7 @@ TEST(FileThreads, ManyCreateTheSameFile) {
     }
 }
 
-// The host exits while its log writer still opens, writes and closes: the open files must not be destroyed under it.
+// The host exits while its log writer still opens, writes and closes files: they must not be destroyed meanwhile.
 TEST(FileThreads, ExitWithAThreadAtWork) {
     const TempDirectory directory;
     const std::string strName = directory.Path("log");
@@ -126,7 +126,7 @@ TEST(FileThreads, ExitWithAThreadAtWork) {
         ExpectChildPasses(
             [&strName] {
                 static std::atomic<int> s_nLines = 0;
-                // Runs after the destructors of what is made from here on, and gives the thread time then.
+                // Runs after the destructors of objects that are made later, and gives the thread time then.
                 std::atexit([] {
                     for (const int nLines = s_nLines; s_nLines < nLines + 50;) {
                         std::this_thread::yield();

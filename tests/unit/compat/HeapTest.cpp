@@ -84,7 +84,7 @@ TEST_F(HeapTest, ReallocationKeepsTheContentsAndZeroesWhatItAdds) {
     }
 }
 
-// What was cut off by a reallocation may not come back with the next one.
+// Bytes that a reallocation cut off must not return with the next one.
 TEST_F(HeapTest, ShrunkAndGrownAgainReadsZero) {
     BYTE* pBlock = Alloc(HEAP_ZERO_MEMORY, 24);
     ASSERT_NE(pBlock, nullptr);
@@ -147,7 +147,7 @@ TEST_F(HeapTest, NullBlock) {
     EXPECT_EQ(HeapFree(m_hHeap, 0, nullptr), TRUE);
 }
 
-// Each thread keeps blocks of its own, tagged with its number, and finds them as it left them.
+// Each thread tags its blocks with its number. They must not change.
 TEST_F(HeapTest, EightThreads) {
     std::array<int, 8> wrong{};
     OnThreads(8, [this, &wrong](int nThread) {

@@ -1,4 +1,4 @@
-// Texts whose counts no int can hold: the calls fail, they do not wrap. The texts are a few pages mapped many times.
+// Texts that are too long for an int: the calls fail and do not wrap. The texts are a few pages, mapped many times.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -60,7 +60,7 @@ protected:
     const ScopedLocale m_locale{"C.UTF-8"};
 };
 
-// The rules of lengths are the same for both code pages, and reading so much takes its time: one of each.
+// One direction for each code page: both have the same rules for lengths, and reading so much takes long.
 TEST_F(HugeText, NarrowToWide) {
     const RepeatedText<char> text('a', kTooMany);
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text.Text(), -1, nullptr, 0), 0);

@@ -18,7 +18,7 @@ TEST(LastError, BelongsToTheThread) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
-// Nothing but VexCreateFile has a last error for its success.
+// Only VexCreateFile sets the last error when it succeeds.
 TEST(LastError, ASuccessLeavesItAlone) {
     const TempDirectory directory;
     const std::string strIni = directory.Write("x.ini", "[s]\nk=5\n");

@@ -1,5 +1,5 @@
-// Code page 0 against libc's own mbstowcs and wcstombs, in every locale that this machine has and in a few that the
-// test makes itself: single-byte, multibyte, some with characters that are kept back, and one with shift states.
+// Compares code page 0 with libc's mbstowcs and wcstombs, in every locale of the machine and in a few that the test
+// creates: single-byte, multibyte, some with characters that are kept back, and one with shift states.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr auto kFailed = static_cast<size_t>(-1);
 
-// What libc makes of a terminated text, terminator not counted.
+// libc's conversion of a terminated text, without the terminator.
 std::optional<std::wstring> LibcDecode(const std::string& strText) {
     const size_t cch = std::mbstowcs(nullptr, strText.c_str(), 0);
     if (cch == kFailed) {
@@ -42,7 +42,7 @@ std::optional<std::string> LibcEncode(const std::wstring& strText) {
     return strNarrow;
 }
 
-// The same character by character, without libc's functions for whole texts.
+// The same, character by character.
 std::optional<std::string> LibcEncodeSingly(const std::wstring& strText) {
     std::mbstate_t state{};
     std::string strNarrow;
@@ -64,7 +64,7 @@ std::optional<Text> NoneIfEmpty(const std::optional<Text>& text) {
     return text && !text->empty() ? text : std::nullopt;
 }
 
-// Converts a terminated text (without zeroes in it) in every way there is and compares with libc's result.
+// Converts a terminated text without zeros in all ways and compares with libc's result.
 template <typename Direction, typename Expected>
 void CheckTerminated(const std::basic_string<typename Direction::From>& strText, const Expected& expected) {
     using To = typename Direction::To;
@@ -133,7 +133,7 @@ std::wstring KnownCharacters() {
     return strKnown;
 }
 
-// bMalformed: try malformed narrow texts as well.
+// bMalformed: also try malformed narrow texts.
 void CheckAgreement(bool bMalformed) {
     std::mt19937 random(4711);
     const std::wstring strKnown = KnownCharacters();

@@ -118,7 +118,7 @@ TEST_F(DirectoryTest, MakesAllParents) {
     EXPECT_EQ(Make(Inside(L"two/eight/nine")), 0) << "some of the parents are there";
 }
 
-TEST_F(DirectoryTest, WhatIsThereIsThere) {
+TEST_F(DirectoryTest, AnyExistingNameIsReportedAsExisting) {
     m_directory.Write("file", "x");
     ASSERT_EQ(symlink("nowhere", m_directory.Path("dangling").c_str()), 0);
     for (const std::wstring& strPath : {std::wstring(L"/"), std::wstring(L"/tmp/"), std::wstring(L"."), Inside(L""),

@@ -54,7 +54,7 @@ void WaitUntilAsleep(pid_t nThread) {
 TEST(CallQueue, LetsCallsThroughInTheOrderOfTheirArrival) {
     CallQueue queue;
     queue.Enable(true);
-    std::vector<int> order;  // whose turn it is may write
+    std::vector<int> order;  // written by the thread whose turn it is
     {
         std::vector<std::jthread> threads;
         std::optional<CallQueue::Turn> first(std::in_place, queue);

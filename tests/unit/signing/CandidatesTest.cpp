@@ -1,4 +1,4 @@
-// Which certificates of a store can sign, and what is told of the others.
+// Which certificates of a store can sign, and what the toolkit reports about the others.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -63,7 +63,7 @@ protected:
         return "file:" + s_pDirectory->Write("store.pem", strPem);
     }
 
-    // What the list of all says behind each certificate, such as "signs expired".
+    // The last field of each record in the list of all certificates, such as "signs expired".
     static std::string States(const std::string& strUri) {
         std::string strStates;
         for (const auto& record : ToolkitClient(strUri + "?list=all").Records()) {
@@ -84,7 +84,7 @@ struct Signing : Row {
 class CandidateSigns : public CandidatesTest, public testing::WithParamInterface<Signing> {};
 
 TEST_P(CandidateSigns, AndOpensslVerifiesItForThePurposeOfSigning) {
-    // Others that stay valid longer do not sign.
+    // Certificates that stay valid longer do not sign.
     const std::string strUri = Uri({"encryption", GetParam().pszIdentity, "authority"});
     EXPECT_EQ(States(strUri), "not-for-signing signs not-for-signing");
     const ToolkitClient client(strUri);
@@ -172,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(
         PassedOver{"MalformedExtensions", {"malformed"}, "1 passed over: 1 damaged", "damaged"}),
     RowName);
 
-TEST_F(CandidatesTest, OthersSignBesidesWhatIsPassedOver) {
+TEST_F(CandidatesTest, TheOtherCertificatesStillSign) {
     const std::string strUri = Uri({"explicit", "medieval", "timeless", "malformed", "ed25519", "commitment"});
     EXPECT_EQ(States(strUri), "unsupported-key expired damaged damaged unsupported-key signs");
     const ToolkitClient client(strUri);
@@ -180,7 +180,7 @@ TEST_F(CandidatesTest, OthersSignBesidesWhatIsPassedOver) {
     EXPECT_TRUE(client.SignP1("text")) << client.Message();
 }
 
-TEST_F(CandidatesTest, WhatTheFiltersLeaveOutIsCountedByItself) {
+TEST_F(CandidatesTest, CountsCertificatesThatFiltersExcludeSeparately) {
     const std::string strUri = Uri({"old", "plain", "p224"});
     const ToolkitClient client(strUri);
     ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, "2026-02-01T00:00:00Z"), 0);

@@ -69,7 +69,7 @@ TEST_F(CertificateListTest, AnEmptyListIsAnEmptyText) {
     EXPECT_EQ(client.CertificateList(), "");
 }
 
-TEST_F(CertificateListTest, ANegativeSerialNumberCanBeFilteredAsItIsListed) {
+TEST_F(CertificateListTest, AFilterTakesANegativeSerialNumberAsListed) {
     MakeIdentity(m_directory, {"a", "rsa:2048", "/CN=Negative", 30, "-set_serial -0x1A5"});
     const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
     ASSERT_EQ(client.Records().size(), 1U);

@@ -18,7 +18,7 @@
 
 namespace {
 
-// The home directory that the user database has; null: it has no such user.
+// The home directory in the user database; null: the user is not in it.
 const char* s_pszHome = nullptr;
 
 }  // namespace
@@ -50,10 +50,10 @@ protected:
     struct Case {
         const char* pszCall;
         std::vector<Outcome> outcomes;
-        int nErrno;  // 0: it is opened all the same
+        int nErrno;  // 0: the store is opened nevertheless
     };
 
-    // fnBefore: what there is before each.
+    // fnBefore prepares each case.
     template <typename Before>
     void Expect(const std::vector<Case>& cases, Before fnBefore) const {
         for (const Case& c : cases) {
@@ -75,7 +75,7 @@ TEST_F(DemoStoreFailureTest, InTheMaking) {
         {
             {"mkdir", {Fail(EROFS)}, EROFS},
             {"fstat", {Fail(EIO)}, EIO},       // of the directory
-            {"fchmod", {Fail(EPERM)}, EPERM},  // which anybody may enter
+            {"fchmod", {Fail(EPERM)}, EPERM},  // a directory that others may enter
             {"flock", {Fail(ENOLCK)}, ENOLCK},
             {"flock", {Fail(EINTR), Fail(EINTR)}, 0},
             {"write", {Fail(ENOSPC)}, ENOSPC},
@@ -93,16 +93,16 @@ TEST_F(DemoStoreFailureTest, InTheMaking) {
 TEST_F(DemoStoreFailureTest, InReading) {
     Expect(
         {
-            {"fstat", {kReal, Fail(EIO)}, EIO},               // of the store, whose mode is looked at
-            {"fstat", {kReal, kReal, Fail(ESTALE)}, ESTALE},  // and its size
+            {"fstat", {kReal, Fail(EIO)}, EIO},               // of the store, for its mode
+            {"fstat", {kReal, kReal, Fail(ESTALE)}, ESTALE},  // for its size
             {"pread", {Fail(EIO)}, EIO},
             {"pread", {Short(100), Fail(EINTR), Short(1)}, 0},
-            {"pread", {Short(100), kZero}, 0},  // somebody has cut it: it is made anew
+            {"pread", {Short(100), kZero}, 0},  // another process has cut it: it is created again
         },
         [] { ASSERT_TRUE(ToolkitClient("demo:").IsOpen()) << ErrorMessage(nullptr); });
 }
 
-TEST_F(DemoStoreFailureTest, TheUserDatabaseNamesTheHomeDirectoryWhenTheEnvironmentDoesNot) {
+TEST_F(DemoStoreFailureTest, TakesTheHomeDirectoryFromTheUserDatabaseLast) {
     ASSERT_EQ(unsetenv("XDG_DATA_HOME"), 0);
     const std::string strHome = m_home.Path("home");
     for (const char* pszVariable : {"", "relative"}) {

@@ -1,4 +1,4 @@
-// The demo store: its place, its modes, its making.
+// The demo store: its path, its modes, its creation.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -35,7 +35,7 @@ TEST(ErrorTable, NumbersAndMessagesAreUnique) {
     EXPECT_STREQ(VCTKErrorMessage(-1), VCTKErrorMessage(VCTK_E_INTERNAL));
 }
 
-// A host that uses OpenSSL as well finds nothing of the toolkit's in its thread's queue of errors.
+// A host that also uses OpenSSL finds no errors of the toolkit in its thread's queue.
 TEST_F(ErrorTest, OpenSslsQueueIsTheHosts) {
     const auto peekError = reinterpret_cast<unsigned long (*)()>(dlsym(RTLD_DEFAULT, "ERR_peek_error"));
     ASSERT_NE(peekError, nullptr);

@@ -1,4 +1,4 @@
-// Threads sign on after the exit handlers of everybody have run, OpenSSL's among them if it had any.
+// Threads still sign after all exit handlers have run, also those of OpenSSL, if it has any.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -26,7 +26,7 @@ void WaitForMoreSignatures() {
     }
 }
 
-// Registered before main, and before anything else registers: it runs last.
+// Registered before all others, so it runs last.
 const int g_nRegistered = std::atexit(WaitForMoreSignatures);
 
 TEST(Exit, SigningGoesOnWhenExitHandlersHaveRun) {
@@ -37,7 +37,7 @@ TEST(Exit, SigningGoesOnWhenExitHandlersHaveRun) {
     ExpectChildPasses(
         [&] {
             constexpr int kThreads = 4;
-            // None of them ends before the process does.
+            // They run until the process ends.
             auto& client = *new ToolkitClient(strUri);
             auto& started = *new std::latch(kThreads);
             auto& cSignatures = *new std::atomic<int>{0};

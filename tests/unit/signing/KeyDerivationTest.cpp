@@ -1,4 +1,4 @@
-// A file's PIN is not tried at any price: iterations are bounded, and a MAC is computed once.
+// The work to try a file's PIN is bounded: iterations have a limit, and a MAC is computed once.
 #include "signing/KeyDerivation.h"
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>
 using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
 using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 
-// How a file says that its key is encrypted; nothing is computed for it.
+// The parameters of an encrypted key in a file. Nothing is computed with them.
 AlgorithmPtr Pbes2(int cIterations) {
     return AlgorithmPtr(PKCS5_pbe2_set_iv(EVP_aes_256_cbc(), cIterations, nullptr, 0, nullptr, NID_hmacWithSHA256));
 }
@@ -52,7 +52,7 @@ AlgorithmPtr Scrypt(int cBlocks) {
     return AlgorithmPtr(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr, kScryptN, 1, nParallel));
 }
 
-// Whether an encryption, and what comes before it in the file, is refused as too much work.
+// Whether an encryption, together with those before it in the file, is refused as too much work.
 bool IsTooMuch(DerivationWork& work, const X509_ALGOR* pAlgorithm) {
     try {
         work.Add(pAlgorithm);
@@ -98,7 +98,7 @@ TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {
 
 // ---- Files ----
 
-// An encrypted key that says that it takes so many iterations; it took one.
+// An encrypted key whose parameters claim so many iterations. It was encrypted with one.
 EncryptedPtr EncryptedKey(const EVP_PKEY* pKey, const X509_ALGOR* pSays) {
     const std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>> info(EVP_PKEY2PKCS8(pKey));
     EncryptedPtr encrypted(PKCS8_encrypt(-1, EVP_aes_256_cbc(), kPin, -1, nullptr, 0, 1, info.get()));
@@ -122,7 +122,7 @@ std::string Pem(const SelfSigned& parts, const X509_SIG* pKey) {
     return MemoryBioText(bio.get());
 }
 
-// fEncryptedBag: the certificate says it, else the key does.
+// fEncryptedBag: the certificate has the parameters, otherwise the key.
 std::string Pkcs12WithoutMac(const SelfSigned& parts, const X509_ALGOR* pSays, bool fCertificate) {
     STACK_OF(PKCS12_SAFEBAG)* pBags = nullptr;
     PKCS12_add_cert(&pBags, parts.certificate.get());
@@ -143,7 +143,7 @@ std::string Pkcs12WithoutMac(const SelfSigned& parts, const X509_ALGOR* pSays, b
     return Der(i2d_PKCS12_bio, file.get());
 }
 
-// cMacIterations: 0 leaves it as it was made.
+// cMacIterations: 0 keeps the number that the file was made with.
 std::string Pkcs12WithMac(const SelfSigned& parts, const char* pszPin, int cMacIterations = 0) {
     const Pkcs12Ptr file(
         PKCS12_create(pszPin, nullptr, parts.key.get(), parts.certificate.get(), nullptr, 0, 0, 1, 2, 0));
@@ -286,7 +286,7 @@ TEST_P(MacsComputed, AreNoMoreThanThereArePinsToTry) {
     EXPECT_EQ(g_cMacs, macs.cComputed);
 }
 
-// Without a PIN there are two, the empty one and none, which encrypt in different ways.
+// Without a PIN, the empty PIN and no PIN are both tried: they encrypt in different ways.
 INSTANTIATE_TEST_SUITE_P(, MacsComputed,
                          testing::Values(Macs{"RightPin", kPin, kPin, 1, VCTK_OK},
                                          Macs{"WrongPin", kPin, "123", 1, VCTK_E_PIN_WRONG},

@@ -1,4 +1,4 @@
-// Keys and certificates find one another in whatever form they are, without each being compared with all.
+// Keys and certificates are matched in all their forms, without comparing each with all.
 #include "signing/KeyIndex.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// When memory runs out in the middle of an operation, what it returns is what VCTK_GetLastError then says.
+// When memory runs out in the middle of an operation, VCTK_GetLastError tells the number that the operation returned.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -20,7 +20,7 @@ struct Operation : Row {
     INT (*pfnCall)(HANDLE);
 };
 
-// What came of an operation on a thread of its own, whose nth call that can fail failed.
+// The result of an operation on a new thread, with a fault at its nth call that can fail.
 struct Outcome {
     INT nResult = 0;
     INT nLastError = 0;

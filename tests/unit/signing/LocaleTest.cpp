@@ -1,4 +1,4 @@
-// Names in any case where the process locale has other ideas of case: in Turkish, "I" is not the capital of "i".
+// Names in any case, in a locale with other rules for case: in Turkish, "I" is not the capital of "i".
 #include <gtest/gtest.h>
 
 #include <clocale>

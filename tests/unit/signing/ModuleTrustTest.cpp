@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(, ModuleTrustModes,
                                          Modes{"DirectoryAboveThatIsSticky", 01777, 0755, 0644, nullptr}),
                          RowName);
 
-// A link is not what counts, but what it leads to.
+// The target of a link counts, not the link.
 TEST_F(ModuleTrustTest, ALinkIsLoadedByTheNameOfItsTarget) {
     const std::string strOpen = m_directory.Path("open");
     std::filesystem::create_directory(strOpen);
@@ -93,12 +93,12 @@ TEST_F(ModuleTrustTest, ALinkIsLoadedByTheNameOfItsTarget) {
     EXPECT_NE(Refusal(Middle() + "/../../open/module.so"), "");
 }
 
-TEST_F(ModuleTrustTest, WhatDoesNotExistIsRefused) {
+TEST_F(ModuleTrustTest, RefusesAMissingModule) {
     EXPECT_EQ(Refusal(m_directory.Path("none.so")), m_directory.Path("none.so") + ": No such file or directory");
 }
 
-// Only root can make files that are somebody else's.
-TEST_F(ModuleTrustTest, WhatIsAnotherUsersIsRefused) {
+// Only root can make another user's files.
+TEST_F(ModuleTrustTest, RefusesWhatAnotherUserOwns) {
     constexpr uid_t kSomebody = 12345;
     if (geteuid() != 0) {
         GTEST_SKIP() << "skipped: only root can make a file somebody else's";
@@ -109,7 +109,7 @@ TEST_F(ModuleTrustTest, WhatIsAnotherUsersIsRefused) {
         ASSERT_EQ(chown(strPath.c_str(), 0, static_cast<gid_t>(-1)), 0);
         EXPECT_EQ(Refusal(Module()), "");
     }
-    // To another user, root's is as good as one's own.
+    // Another user trusts root's files like its own.
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);
     ASSERT_EQ(chown(Module().c_str(), kSomebody, static_cast<gid_t>(-1)), 0);
     ASSERT_EQ(seteuid(kSomebody), 0);

@@ -27,7 +27,7 @@ std::string MakePkcs12(const char* pszPin, int nEncryption) {
     return MemoryBioText(bytes.get());
 }
 
-// One with a PIN and a check sum, of parts that the tests choose.
+// A file with a PIN and a check sum, made of the parts that a test chooses.
 class Pkcs12File {
 public:
     Pkcs12File() {
@@ -39,7 +39,7 @@ public:
     Pkcs12File(const Pkcs12File&) = delete;
     Pkcs12File& operator=(const Pkcs12File&) = delete;
 
-    // A key whose bytes are no key.
+    // A key with malformed bytes.
     void AddKey(const char* pszOid) {
         KeyInfoPtr info(PKCS8_PRIV_KEY_INFO_new());
         auto* const pbBytes = static_cast<unsigned char*>(OPENSSL_zalloc(4));
@@ -89,7 +89,7 @@ VCTKError ErrorOf(Pkcs12File& file, const char* pszPin) {
     }
 }
 
-// A key of an algorithm that OpenSSL does not know, and a certificate that is none: the PIN is right all the same.
+// A key of an algorithm that OpenSSL does not know, and a malformed certificate. The PIN is right nevertheless.
 TEST(Pkcs12, PartsThatCannotBeUsedArePassedOver) {
     Pkcs12File file;
     file.AddKey("1.2.3.4");
@@ -115,7 +115,7 @@ struct NoPin : Row {
 
 class Pkcs12WithoutPin : public testing::TestWithParam<NoPin> {};
 
-// The empty PIN and none at all encrypt in different ways; a key need not be encrypted at all.
+// The empty PIN and no PIN encrypt in different ways. A key can also be unencrypted.
 TEST_P(Pkcs12WithoutPin, OpensWithoutOne) {
     EXPECT_EQ(ReadIdentities(MakePkcs12(GetParam().pszPin, GetParam().nEncryption), nullptr).size(), 1U);
 }

@@ -11,10 +11,10 @@
 namespace vextk {
 namespace {
 
-// Takes what the thread wipes, if there is one.
+// Receives what the thread wipes; null: nothing does.
 thread_local std::string* t_pWiped = nullptr;
 
-// What the thread wipes while this object lives, in the order of wiping.
+// While it exists, collects what the thread wipes, in order.
 class Wiped {
 public:
     Wiped() { t_pWiped = &m_strWiped; }
@@ -34,7 +34,7 @@ SecretText Secret(std::string_view text) {
     return secret;
 }
 
-// A text that moves leaves a copy behind, which nobody wipes.
+// A text that moves would leave a copy that nobody wipes.
 TEST(SecretText, DoesNotMoveWhileItGrowsToItsCapacity) {
     constexpr size_t kCapacity = 100;
     SecretText text(kCapacity);
@@ -73,7 +73,7 @@ TEST(SecretText, IsWipedWhereItHasMovedTo) {
 }  // namespace
 }  // namespace vextk
 
-// In place of OpenSSL's, which it calls.
+// Intercepts OpenSSL's function, and calls it.
 void OPENSSL_cleanse(void* pData, size_t cbData) {
     static auto* const s_pNext = system_calls::Next(OPENSSL_cleanse, "OPENSSL_cleanse");
     if (vextk::t_pWiped != nullptr && cbData > 0) {

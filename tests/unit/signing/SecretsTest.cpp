@@ -12,8 +12,8 @@
 
 namespace {
 
-// The number of places in the process's writable memory that hold the bytes, which are given inverted so that looking
-// for them does not put them there.
+// The number of places in the process's writable memory that hold the bytes. They are given inverted, so that the
+// search itself does not put them there.
 size_t CountInMemory(const std::string& strInverted) {
     static std::vector<char> s_chunk(1 << 20);
     const int nMemory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
@@ -67,8 +67,8 @@ std::string InvertedBytes(const std::string& strHexCommand) {
     return strBytes;
 }
 
-// What the PIN ends in, "Zu0Kmb4Xc9Lh2Vf6Ns1Jd8", without standing in the program as such. Its beginning is not looked
-// for: memory that is freed loses its first 16 bytes in any case, to the allocator.
+// The end of the PIN, "Zu0Kmb4Xc9Lh2Vf6Ns1Jd8", in a form that the program itself does not contain. The search leaves
+// out the PIN's beginning: the allocator overwrites the first 16 bytes of freed memory.
 const char kInvertedPin[] = {~'Z', ~'u', ~'0', ~'K', ~'m', ~'b', ~'4', ~'X', ~'c', ~'9', ~'L', ~'h',
                              ~'2', ~'V', ~'f', ~'6', ~'N', ~'s', ~'1', ~'J', ~'d', ~'8', 0};
 

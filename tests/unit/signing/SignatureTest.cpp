@@ -159,7 +159,7 @@ TEST_F(SignatureTest, P7IsDerWithItsSignedAttributes) {
     }
 }
 
-// OpenSSL's CMS learnt ECDSA with SHA-3 only lately.
+// Only newer versions of OpenSSL know ECDSA with SHA-3 in CMS.
 TEST_F(SignatureTest, Sha3WithEcdsaIsVerifiedOrAClearError) {
     const ToolkitClient client("file:" + s_pDirectory->Path("p256.pem"));
     ASSERT_EQ(VCTK_SetDigestAlg(client.Handle(), "SHA3-256"), 0);

@@ -21,7 +21,7 @@ protected:
         s_fSigned = false;
         m_pStack = mmap(nullptr, kSmallStack + Guard(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         ASSERT_NE(m_pStack, MAP_FAILED);
-        // Whoever goes beyond the lower end is ended by a signal.
+        // Going beyond the lower end raises a signal.
         ASSERT_EQ(mprotect(m_pStack, Guard(), PROT_NONE), 0);
     }
     void TearDown() override {

@@ -38,7 +38,7 @@ protected:
                        " && (head -c 500 rsa.key; cat rsa.crt) > damaged.pem && cp both.pem 'a b.pem'"
                        " && cat rsa.key ec.crt > mismatch.pem && ln -s both.pem link.pem && mkdir directory"
                        " && mkfifo fifo && truncate -s 17M large.pem");
-        // Nothing to sign with, but whole.
+        // Undamaged files without a signing key.
         RequireCommand(strIn +
                        "openssl req -new -key rsa.key -subj /CN=x -out csr.pem"
                        " && openssl crl2pkcs7 -nocrl -certfile rsa.crt -out pkcs7.pem && : > index"
@@ -74,7 +74,7 @@ protected:
     }
     static void TearDownTestSuite() { delete s_pDirectory; }
 
-    // "@" stands for the directory of the files above.
+    // Replaces "@" by the directory of the files above.
     static std::string Expand(std::string strUri) {
         for (size_t n = strUri.find('@'); n != std::string::npos; n = strUri.find('@')) {
             strUri.replace(n, 1, s_pDirectory->Path());
@@ -172,7 +172,7 @@ struct Fault {
 
 class StoreContentUnusable : public StoreTest, public testing::WithParamInterface<Fault> {};
 
-// Only damaged files are called damaged, and no PIN is called wrong.
+// Only damaged files are reported as damaged, and no PIN as wrong.
 TEST_P(StoreContentUnusable, IsToldByItsCause) {
     EXPECT_FALSE(ToolkitClient(Expand(GetParam().pszUri)).IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_FORMAT);

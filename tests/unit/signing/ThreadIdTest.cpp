@@ -13,7 +13,7 @@
 namespace vextk {
 namespace {
 
-// Notes the threads that end. The tests wait for their threads before they look.
+// Records the threads that end. The tests join their threads before they look.
 class ThreadIdTest : public testing::Test {
 protected:
     ThreadIdTest() : m_pfnBefore(OnThreadEnd([](ThreadId nThread) noexcept { s_ended.push_back(nThread); })) {
@@ -65,10 +65,10 @@ TEST_F(ThreadIdTest, AThreadWithoutOneEndsUnnoticed) {
     EXPECT_TRUE(s_ended.empty());
 }
 
-// Destructors of a thread run in no order that counts: one that comes later may use the toolkit again.
+// The destructors of a thread run in no fixed order. One that runs later may use the toolkit again.
 TEST_F(ThreadIdTest, IsAnotherInADestructorThatRunsLaterAndEndsAsWell) {
     static ThreadId s_nLate = kNoThread;
-    pthread_key_t key = 0;  // younger than the toolkit's, and so run after it
+    pthread_key_t key = 0;  // created after the toolkit's, so its destructor runs later
     ASSERT_EQ(pthread_key_create(&key, [](void*) { s_nLate = CurrentThreadId(); }), 0);
     ThreadId nThread = kNoThread;
     std::thread([&] {

@@ -25,7 +25,7 @@ protected:
 
 TEST_F(ThreadTest, EachGetsItsOwnSignature) {
     const ToolkitClient client(m_strUri);
-    // PKCS #1 v1.5 is deterministic: what one thread gets by itself is what it has to get among others.
+    // PKCS #1 v1.5 is deterministic: a thread gets the same signature alone and among others.
     constexpr size_t kThreads = 8;
     std::array<std::string, kThreads> expected;
     for (size_t i = 0; i < kThreads; ++i) {

@@ -21,9 +21,9 @@ constexpr const char* kOtherPin = "0815";
 
 class TokenTest : public testing::Test {
 protected:
-    // "Card": an RSA and an EC key with their certificates, one that asks for the PIN each time, and two whose
-    // certificates are another's, of the same type and of another. "Other card" and "Changing": an EC key each.
-    // "Ordinary": a key that signs, and one that only decrypts, whose certificate stays valid longer.
+    // "Card": an RSA and an EC key with their certificates, a key that needs the PIN for each signature, and two keys
+    // with certificates of other keys, one of the same type and one of another type. "Other card" and "Changing": an
+    // EC key each. "Ordinary": a key that signs, and one that only decrypts; its certificate stays valid longer.
     static void SetUpTestSuite() {
         if (s_pTokens != nullptr) {
             return;
@@ -162,7 +162,7 @@ INSTANTIATE_TEST_SUITE_P(
                               "other "}));
 
 struct NotDescribed {
-    const char* pszUri;  // "&" at its end: the tests' module comes behind it
+    const char* pszUri;  // "&" at its end: the test appends its module
     VCTKError nError;
 };
 
@@ -226,7 +226,7 @@ TEST_F(TokenTest, ADamagedCertificateIsCounted) {
     EXPECT_NE(ErrorMessage(nullptr).find("2 passed over: 2 damaged"), std::string::npos) << ErrorMessage(nullptr);
 }
 
-// A module is code: it is not even loaded, since loading runs some of it.
+// The module is not even loaded: loading runs some of its code.
 TEST_F(TokenTest, AModuleThatOthersMayHaveChangedIsNotLoaded) {
     const TempDirectory& directory = s_pTokens->Directory();
     const std::string strModule = directory.Path("open/module.so");
@@ -251,8 +251,8 @@ TEST_F(TokenTest, PinFromAFile) {
     EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
 }
 
-// In a process of its own, which has not logged in yet.
-TEST_F(TokenTest, OneLoginHoweverManyObjects) {
+// In a child process, which has not logged in yet.
+TEST_F(TokenTest, ManyObjectsShareOneLogin) {
     ExpectChildPasses([] {
         const int cLogins = Shim().cLogins;
         for (int i = 0; i < 5; ++i) {
@@ -300,7 +300,7 @@ TEST_F(TokenTest, AWrongPinIsTriedOnce) {
         EXPECT_EQ(ErrorMessage(nullptr).find("1111"), std::string::npos);
         EXPECT_EQ(open("2222"), VCTK_E_PIN_WRONG);
         EXPECT_EQ(Shim().cLogins, cLogins + 2);
-        // Another token's, refused here only.
+        // The PIN of another token: only this one refuses it.
         EXPECT_EQ(open(kPin), VCTK_E_PIN_WRONG);
         EXPECT_EQ(open(kOtherPin), VCTK_OK);
         EXPECT_EQ(Shim().cLogins, cLogins + 4);
@@ -310,8 +310,8 @@ TEST_F(TokenTest, AWrongPinIsTriedOnce) {
     });
 }
 
-// Only its owner's PUK helps, so that it must not be taken for a wrong PIN.
-TEST_F(TokenTest, ALockedPinIsSaidToBeLocked) {
+// Only the owner's PUK unlocks it, so the error must differ from that of a wrong PIN.
+TEST_F(TokenTest, ReportsALockedPin) {
     ExpectChildPasses([] {
         Shim().fPinLocked = true;
         EXPECT_FALSE(ToolkitClient(Card()).IsOpen());
@@ -329,7 +329,7 @@ TEST_F(TokenTest, APinPadIsAskedInPlaceOfTheCaller) {
         const ToolkitClient client(Uri("token=Card;id=%01"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         EXPECT_TRUE(client.SignP1("text")) << client.Message();
-        // Whoever comes later finds the token logged in.
+        // Later objects find the token logged in.
         EXPECT_TRUE(ToolkitClient(Uri("token=Card;id=%01")).IsOpen()) << ErrorMessage(nullptr);
         EXPECT_EQ(Shim().cPads, cPads + 1);
         const ToolkitClient eachTime(Uri("token=Card;id=%03"));
@@ -340,7 +340,7 @@ TEST_F(TokenTest, APinPadIsAskedInPlaceOfTheCaller) {
     });
 }
 
-TEST_F(TokenTest, AnotherPinDoesNotDisturbThoseWhoUseTheToken) {
+TEST_F(TokenTest, AWrongPinDoesNotDisturbOpenObjects) {
     const ToolkitClient client(Card(";id=%01"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     const int cLogins = Shim().cLogins;
@@ -488,7 +488,7 @@ TEST_F(TokenTest, ATokenWithOneSession) {
     });
 }
 
-// What a token refuses may leave its session in the middle of the operation.
+// A refused signature can leave the session in the middle of an operation.
 TEST_F(TokenTest, ASessionInWhichSigningFailedIsNotUsedAgain) {
     for (const int nMostSessions : {1, 2, 1000}) {
         const ChildEnd end = RunChild([&] {
@@ -508,7 +508,7 @@ TEST_F(TokenTest, ASessionInWhichSigningFailedIsNotUsedAgain) {
     }
 }
 
-TEST_F(TokenTest, ATokenIsGivenNoMoreOfADigestThanTheCurveTakes) {
+TEST_F(TokenTest, CutsADigestToTheCurvesSize) {
     const ToolkitClient client(Card(";id=%00%02"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     const std::pair<const char*, unsigned long> aDigests[] = {{"SHA256", 32}, {"SHA384", 32}, {"SHA512", 32}};
@@ -597,7 +597,7 @@ TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
     EXPECT_EQ(inherited.SignP1("text"), expected) << inherited.Message();
 }
 
-// Exit handlers that are older than the module's run when its own have taken away what it needs.
+// Exit handlers that were registered before the module's run after the module has ended.
 TEST_F(TokenTest, TheModuleIsNotCalledAfterItsEnd) {
     ExpectChildPasses(
         [] {
@@ -616,13 +616,13 @@ TEST_F(TokenTest, TheModuleIsNotCalledAfterItsEnd) {
         Exit::kByReturn);
 }
 
-// Threads sign on while the exit handlers of everybody run: of this program, of OpenSSL, of the module.
+// Threads still sign while all exit handlers run: of this program, of OpenSSL, of the module.
 TEST_F(TokenTest, TheProcessEndsWhileThreadsSign) {
     for (int i = 0; i < 3; ++i) {
         const ChildEnd end = RunChild(
             [] {
                 constexpr int kThreads = 4;
-                // Neither of them ends before the process does.
+                // They run until the process ends.
                 auto& client = *new ToolkitClient(Card(";id=%01"));
                 auto& started = *new std::latch(kThreads);
                 ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);

@@ -1,5 +1,4 @@
-// Which certificates count as the clock goes on, and when it is set back: this program's time() stands in front of
-// libc's.
+// Which certificates are valid while time passes, and when the clock is set back. The program replaces libc's time().
 #include <gtest/gtest.h>
 
 #include <openssl/pem.h>
@@ -15,7 +14,7 @@
 
 namespace {
 
-std::time_t s_now = 0;  // 0: what it is
+std::time_t s_now = 0;  // 0: the real time
 
 }  // namespace
 
@@ -62,7 +61,7 @@ protected:
         return ReadIdentities(MemoryBioText(pem.get()), nullptr);
     }
 
-    // The serial numbers of those that can sign so many seconds after kStart, such as "01,02,".
+    // The serial numbers of the certificates that can sign nSeconds after kStart, such as "01,02,".
     static std::string SerialsAt(const SigningObject& object, long nSeconds) {
         s_now = kStart + nSeconds;
         const std::string strList = object.CertificateList(",", " ");
@@ -76,7 +75,7 @@ protected:
     }
 };
 
-TEST_F(ValidityTest, CountsFromTheFirstToTheLastSecondAndAgainWhenTheClockIsSetBack) {
+TEST_F(ValidityTest, CountsInItsPeriodAndAgainWhenTheClockIsSetBack) {
     const SigningObject object(StoreOf({{0, 1000}, {500, 2000}}));
     std::vector<std::pair<long, std::string>> moments = {{-1, ""},        {0, "01,"},       {499, "01,"},
                                                          {500, "01,02,"}, {1000, "01,02,"}, {1001, "02,"},

@@ -1,4 +1,4 @@
-// Which names mean one file.
+// Which names denote the same file.
 #include "common/FileIdentity.h"
 
 #include <gtest/gtest.h>

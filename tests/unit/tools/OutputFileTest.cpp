@@ -1,4 +1,4 @@
-// What stands at an output's name while it is written, behind that, and when it fails.
+// What is at an output's name while it is written, after that, and when writing fails.
 #include "common/OutputFile.h"
 
 #include <fcntl.h>
@@ -100,8 +100,8 @@ TEST_F(OutputFileTest, ADeviceIsWrittenTo) {
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
 }
 
-// As a shell's redirection has opened it, behind what is there.
-TEST_F(OutputFileTest, AnOwnDescriptorIsWrittenToWhereItIs) {
+// Like a shell's redirection that appends.
+TEST_F(OutputFileTest, WritesToAnOwnDescriptorAtItsPosition) {
     m_directory.Write("out", "old ");
     const vexposix::FileDescriptor append(open(m_strPath.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
     OutputFile file("/dev/fd/" + std::to_string(append.Get()));
@@ -140,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadRow{{"BelowAFile"}, "file/new", ENOTDIR}, BadRow{{"ClosedDescriptor"}, "/dev/fd/987", EBADF}),
     RowName);
 
-// In a child: another user, whose file it is, may write to the folder but has taken the right to write off the file.
+// In a child process: the file's owner may write to the folder, but the file is read-only.
 TEST_F(OutputFileTest, AFileThatMustNotBeWrittenIsNotReplaced) {
     constexpr uid_t kNobody = 65534;
     m_directory.Write("out", "old");

@@ -48,7 +48,7 @@ TEST_F(FileTableTest, AFileIsFoundUntilItIsClosed) {
     EXPECT_EQ(table.Use(0), nullptr);
     EXPECT_EQ(table.Use(13), nullptr);
     table.Close(dwFirst);
-    table.Close(13);  // nobody's
+    table.Close(13);  // no such file
     EXPECT_EQ(table.Use(dwFirst), nullptr);
     EXPECT_NE(table.Use(dwSecond), nullptr);
     EXPECT_EQ(table.Count(), 1U);
@@ -126,7 +126,7 @@ TEST_F(FileTableTest, AClosedFilesDescriptorIsClosed) {
     EXPECT_EQ(fcntl(nDescriptor, F_GETFD), -1);
 }
 
-// A generator that keeps to some bits, or repeats itself, gives others a chance to guess.
+// IDs must be hard to guess: a generator with fixed bits or repetitions would not do.
 TEST(RandomId, UsesAllBits) {
     std::set<std::uint64_t> ids;
     std::uint64_t uOnes = 0;

@@ -1,4 +1,4 @@
-// How many lines clients can bring about.
+// How many log lines clients can cause.
 #include "Log.h"
 
 #include <gmock/gmock.h>
@@ -71,7 +71,7 @@ TEST_F(LogLimit, LinesComeBackOneASecond) {
     m_now += 2500ms;
     Flood(log, 4);
     EXPECT_THAT(m_lines, ElementsAre("no", "no"));
-    m_now += 1500ms;  // the half second before counts
+    m_now += 1500ms;  // also counts the half second before
     m_lines.clear();
     Flood(log, 4);
     EXPECT_THAT(m_lines, ElementsAre("2 more lines about clients left out", "no"));
@@ -113,7 +113,7 @@ TEST_F(LogLimit, LinesThatCouldNotBeWrittenAreCounted) {
     EXPECT_THAT(m_lines, ElementsAre("3 lines lost: the log could not be written", "four", "five"));
 }
 
-// A log that waited for its reader would hold up all clients.
+// A log that waited for its reader would delay all clients.
 TEST(LogToStandardError, LosesLinesThatNobodyReads) {
     ExpectChildPasses([] {
         int ends[2];

@@ -33,7 +33,7 @@ protected:
         return {m_last.bytes.begin(), m_last.bytes.end()};
     }
 
-    // For what has to be done.
+    // For requests that have to succeed.
     void Do(const std::string& strRequest) {
         Handle(strRequest);
         EXPECT_TRUE(m_last.bDone) << m_last.strAccount;
@@ -74,7 +74,7 @@ TEST_F(RequestHandlerTest, EachOperation) {
     EXPECT_EQ(m_files.Count(), 1U);
 }
 
-// The bytes of one exchange, written out.
+// The bytes of one exchange.
 TEST_F(RequestHandlerTest, BytesOfAWrite) {
     Do(OpenRequest("log"));
     const std::string strRequest(
@@ -337,7 +337,7 @@ TEST_F(RequestHandlerTest, AReadEndsAtTheLargestReply) {
     EXPECT_EQ(Handle(ReadRequest(1, ~std::uint64_t{0})), ReadReply(true, std::string(12, 'd')));
 }
 
-// Around the steps in which a read is done.
+// Sizes around the steps in which a read is done.
 TEST_F(RequestHandlerTest, ReadsAreWhole) {
     std::string strData;
     while (strData.size() < 2 * 1024 * 1024 + 1) {
@@ -352,7 +352,7 @@ TEST_F(RequestHandlerTest, ReadsAreWhole) {
     }
 }
 
-// The size that a file may have stands for the room on a disk: it runs out in the middle of a write as well.
+// A limit of the file's size replaces a full disk: it also ends a write in the middle.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(rlim_t cbMost) : m_fnOldHandler(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -387,7 +387,7 @@ TEST_F(RequestHandlerTest, AWriteThatDoesNotFitSaysHowMuchDid) {
     EXPECT_EQ(Content(), std::string(1000, 'a') + 'c');
 }
 
-// So that no record is there in part.
+// So that the log has no partial record.
 TEST_F(RequestHandlerTest, AWriteAtTheEndThatDoesNotFitLeavesNothing) {
     Do(OpenRequest("log"));
     Do(SeekToEndRequest(1));

@@ -1,4 +1,4 @@
-// No name leads out of the root, and nothing but regular files is opened.
+// No name leads out of the root, and only regular files are opened.
 #include "Root.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 using vexfiled::Refusal;
 using vexfiled::Root;
 
-// root/ and beside it what must not be touched.
+// root/, and beside it files that must not be touched.
 class RootDirectory {
 public:
     RootDirectory() {
@@ -65,7 +65,7 @@ std::string Repeated(const std::string& strPart, std::size_t cTimes) {
     return strText;
 }
 
-// A name of so many bytes whose components are all short enough.
+// A name of so many bytes with components that are short enough.
 std::string NameOfLength(std::size_t cb) {
     std::string strName;
     while (strName.size() < cb) {
@@ -244,7 +244,7 @@ TEST(RootItself, KnowsWhetherOthersMayWrite) {
     }
 }
 
-// The server keeps the directory, whatever happens to its name.
+// The server keeps its directory, also when that is renamed.
 TEST(RootItself, IsTheDirectoryThatWasNamed) {
     const RootDirectory directory;
     const Root root(directory.Root());

@@ -1,4 +1,4 @@
-// What clients send, as log lines show it.
+// How log lines show what clients send.
 #include "Text.h"
 
 #include <gtest/gtest.h>

@@ -157,7 +157,7 @@ TEST_F(FollowTest, ACutInAFileWithoutItsMark) {
     EXPECT_THAT(m_others, testing::IsEmpty());
 }
 
-TEST_F(FollowTest, ACutThatTookWhatWasNotReadYet) {
+TEST_F(FollowTest, ACutThatRemovedUnreadRecords) {
     Append(10);
     EXPECT_EQ(Poll(), Range(0, 10));
     Append(90);
@@ -218,7 +218,7 @@ TEST_F(FollowTest, ACutInProgress) {
 }
 
 // A writer may keep its lock as long as it lives.
-TEST_F(FollowTest, ALockThatIsNeverLetGo) {
+TEST_F(FollowTest, ALockThatIsNeverReleased) {
     Append(50);
     EXPECT_EQ(Poll(), Range(0, 50));
     Cut(0.2);

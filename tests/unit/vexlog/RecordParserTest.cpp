@@ -192,7 +192,7 @@ TEST(RecordParserBoundTest, TheLongestMinimalRecordIsWhole) {
     EXPECT_THAT(lines[0], testing::EndsWith("JavaJava"));
 }
 
-TEST(RecordParserBoundTest, WhatIsTooLongComesInPiecesAndTheRecordBehindItWhole) {
+TEST(RecordParserBoundTest, AnOverlongRecordComesInPiecesAndTheNextOneWhole) {
     for (const std::string& strFiller :
          {std::string("x"), std::string("\0", 1), std::string("x\n"), std::string("[")}) {
         std::string strLong;
