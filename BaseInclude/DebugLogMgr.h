@@ -41,10 +41,10 @@
 #include "CVEXCritical.h"
 #include "DebugLogShared.h"
 #include "SmartBuffer.h"
+#include "VEXAtomicField.h"
 #include "VEXCompat.h"
 #include "VEXCstring.h"
 #include "VEXForkPause.h"
-#include "VEXStringBlock.h"
 #include "VEXType.h"
 #include "VexFile.h"
 

@@ -25,8 +25,8 @@
 #include "PipeSocket.h"
 #include "RouteMessage.h"
 #include "SmartBuffer.h"
+#include "VEXAtomicField.h"
 #include "VEXCompat.h"
-#include "VEXStringBlock.h"
 #include "VEXType.h"
 
 class CPipeIPC;

@@ -8,8 +8,7 @@
 //   0       8             12             16                       56
 //
 // A block belongs to one thread at a time, with one exception: each kind of string has one empty block in the process,
-// which the strings of all threads point at and stamp. Its fields are therefore read and written with relaxed atomic
-// accesses, which cost nothing over plain ones on the target.
+// which the strings of all threads point at and stamp. Its fields are therefore read and written atomically.
 #pragma once
 
 #include <pthread.h>
@@ -18,6 +17,7 @@
 #include <cstring>
 #include <new>
 
+#include "VEXAtomicField.h"
 #include "VEXType.h"
 
 struct lockid_t {
@@ -26,16 +26,6 @@ struct lockid_t {
 
 // The number of ints in an empty block.
 inline constexpr std::size_t VEX_EMPTY_BLOCK_INTS = 8197;
-
-template <typename TField>
-TField VEXLoadField(const TField& field) {
-    return __atomic_load_n(&field, __ATOMIC_RELAXED);
-}
-
-template <typename TField>
-void VEXStoreField(TField& field, TField value) {
-    __atomic_store_n(&field, value, __ATOMIC_RELAXED);
-}
 
 // For the empty block, which nearly always holds the value already. Leaving it alone then keeps the block's cache line
 // shared between threads, and spares callers that read an empty text with plain accesses a race with other threads.

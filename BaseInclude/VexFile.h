@@ -25,10 +25,10 @@
 
 #include "ParsePacket.h"
 #include "PipeIPC.h"
+#include "VEXAtomicField.h"
 #include "VEXCltpmCommProtocolDef.h"
 #include "VEXCompat.h"
 #include "VEXCstring.h"
-#include "VEXStringBlock.h"
 #include "VEXType.h"
 
 class CVexFile {
