@@ -1,55 +1,64 @@
-// Calls of libc that take locks of its own, and forks: a forked child never gets such a lock back that another thread
-// of its parent held. libc has one for the time zone, and one that wide printf takes and the first use of a locale's
-// conversions.
+// Keeps forks away from libc calls that take locks inside libc. A forked child cannot release such a lock when another
+// thread of its parent held it. libc has one lock for the time zone, and one that wide printf and the first use of a
+// locale's conversions take.
 #pragma once
 
 #include <pthread.h>
+#include <sys/time.h>
 #include <time.h>
 
 #include <atomic>
 #include <ctime>
 
+#include "VEXMutex.h"
+#include "VEXThreadSafety.h"
 #include "VEXType.h"
 
-// While there is one, no other thread forks: those that want to wait. Any number of threads have theirs at once. For
-// calls that take microseconds; no other lock is taken in its scope, nor a second CVEXForkPause made. Any thread.
+// While one exists, other threads that fork wait. Any number of threads may have one at the same time. For calls that
+// take microseconds; its scope takes no other lock and makes no second CVEXForkPause. Any thread.
 class CVEXForkPause {
 public:
     CVEXForkPause() {
-        Close();
+        const CVEXLock lock(s_gate);
         s_nScopes.fetch_add(1, std::memory_order_relaxed);
-        Open();
     }
     CVEXForkPause(const CVEXForkPause&) = delete;
     CVEXForkPause& operator=(const CVEXForkPause&) = delete;
     ~CVEXForkPause() { s_nScopes.fetch_sub(1, std::memory_order_release); }
 
-    // The local time as localtime gives it, without its shared buffer: it follows TZ and the system's time zone as they
-    // are at the moment. FALSE: the year does not fit.
+    // The local time as localtime gives it, without its shared buffer. It follows TZ and the system's time zone when
+    // they change. FALSE: the year does not fit.
     BOOL LocalTime(std::time_t time, std::tm& local) const {
-        // libc serves one thread at a time anyhow, with a lock that ThreadSanitizer does not see.
-        pthread_mutex_lock(&s_time);
+        // libc serves one thread at a time in any case, but with a lock that ThreadSanitizer does not see.
+        const CVEXLock lock(s_time);
         tzset();  // localtime_r alone would read the time zone once
-        const BOOL bFits = localtime_r(&time, &local) != nullptr;
-        pthread_mutex_unlock(&s_time);
-        return bFits;
+        return localtime_r(&time, &local) != nullptr;
+    }
+
+    // The local time of now. FALSE: the clock cannot be read, or the year does not fit.
+    BOOL LocalNow(std::tm& local, int& nMicroseconds) const {
+        timeval now = {};
+        if (gettimeofday(&now, nullptr) != 0) {
+            return FALSE;
+        }
+        nMicroseconds = static_cast<int>(now.tv_usec);
+        return LocalTime(now.tv_sec, local);
     }
 
 private:
-    static void Close() { pthread_mutex_lock(&s_gate); }
-    static void Open() { pthread_mutex_unlock(&s_gate); }
-    // Asleep in between, so that threads of a lower priority come to their ends.
-    static void BeforeFork() {
+    // Sleeps between the checks, so that threads of a lower priority can finish.
+    static void BeforeFork() VEX_ACQUIRE(s_gate) {
         constexpr timespec wait = {0, 50'000};
-        Close();
+        s_gate.Enter();
         while (s_nScopes.load(std::memory_order_acquire) != 0) {
             nanosleep(&wait, nullptr);
         }
     }
+    static void AfterFork() VEX_RELEASE(s_gate) { s_gate.Leave(); }
 
-    inline static pthread_mutex_t s_gate = PTHREAD_MUTEX_INITIALIZER;  // held to enter, and by a fork
+    inline static CVEXMutex s_gate;  // held to enter, and by a fork
     inline static std::atomic<int> s_nScopes{0};
-    inline static pthread_mutex_t s_time = PTHREAD_MUTEX_INITIALIZER;  // only within a scope
-    // At load time, before there can be a scope.
-    [[maybe_unused]] inline static const int s_nForkHandlers = pthread_atfork(BeforeFork, Open, Open);
+    inline static CVEXMutex s_time;  // taken only within a scope
+    // Registered at load time, before any scope can exist.
+    [[maybe_unused]] inline static const int s_nForkHandlers = pthread_atfork(BeforeFork, AfterFork, AfterFork);
 };
