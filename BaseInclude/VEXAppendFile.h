@@ -1,4 +1,4 @@
-// Opening a file whose name everybody on the machine knows.
+// Safe opening of a file with a well-known name in a directory that all users may write to.
 #pragma once
 
 #include <fcntl.h>
@@ -7,9 +7,9 @@
 
 #include <cstdio>
 
-// As fopen with "a+", but for what others may have put in the file's place: nothing is written through a symbolic or
-// hard link, into a pipe or device, or into a file that belongs neither to the effective user nor to root. Nothing
-// waits on a pipe, and a new file is its owner's only. Null on failure; the caller gives the stream to fclose.
+// As fopen with "a+", but refuses what other users may have put in the file's place: symbolic and hard links, pipes,
+// devices, and files that belong neither to the effective user nor to root. Never waits on a pipe. A new file is
+// accessible to its owner only. Null on failure; the caller closes the stream with fclose.
 inline std::FILE* VEXOpenToAppend(const char* pszPath) {
     constexpr mode_t nOwnerOnly = 0600;
     const int nDescriptor =

@@ -21,7 +21,7 @@ struct Free {
 template <typename Char>
 using Text = std::unique_ptr<Char, Free>;
 
-// Zeroed; null without memory.
+// Zeroed. Null when memory runs out.
 template <typename Char>
 Text<Char> Allocate(std::size_t nChars) {
     return Text<Char>(static_cast<Char*>(std::calloc(nChars, sizeof(Char))));
@@ -53,7 +53,7 @@ void WriteTime(FILE* stream) {
     static_cast<void>(std::fprintf(stream, "[%s] ", szTime));
 }
 
-// The d behind the thread's number is part of the format.
+// The letter d behind %u is part of the record's format.
 void WriteProcess(FILE* stream) {
     static_cast<void>(std::fprintf(stream, "[%d %ud]", getpid(), static_cast<unsigned int>(pthread_self())));
 }
@@ -104,7 +104,7 @@ void pv_log(int level, const wchar_t* format, ...) {
         va_start(args, format);
         {
             const CVEXForkPause pause;
-            static_cast<void>(std::btowc(0x80));  // loads the locale's conversions, which WriteMessage needs
+            static_cast<void>(std::btowc(0x80));  // loads the locale's conversions for WriteMessage
             static_cast<void>(std::vswprintf(pszMessage.get(), nMessage - 1, format, args));
         }
         va_end(args);
