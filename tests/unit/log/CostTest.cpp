@@ -1,4 +1,4 @@
-// What a trace costs the calling thread in memory: the blocks allocated, by kind.
+// How many blocks of memory a trace call allocates on the calling thread, by kind.
 #include <cstdlib>
 #include <map>
 #include <new>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// Of one thread, the counted one.
+// The allocations of one thread.
 struct Counts {
     size_t nArrays = 0;
     size_t nObjects = 0;
@@ -65,15 +65,15 @@ TEST_F(CostTest, TenMillionFilteredCallsAllocateNothing) {
     EXPECT_EQ(ReadWholeFile(LogPath()), "");
 }
 
-// The very first helper is there before the level is known.
+// The first helper is made before the log knows its level.
 TEST_F(CostTest, TheFirstRecordCanBeFilteredAsWell) {
     m_directory.Write("log.ini", "[loginfo]\nlogLevel=2\n");
     InChild([&] {
-        CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7);
+        CDebugLogMgr::MacroHelper helper = Place();
         helper(L"%s", L"dropped");
         const Counts counts = CountsOf([&] { helper(L"%s", L"dropped"); });
         EXPECT_EQ(counts, Counts{}) << counts;
-        CDebugLogMgr::MacroHelper(L"[INFO] ", 2, L"test.cpp", L"Function", 7)(L"written");
+        Place(2)(L"written");
         WaitUntilWritten(LogPath());
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
@@ -81,9 +81,7 @@ TEST_F(CostTest, TheFirstRecordCanBeFilteredAsWell) {
 
 TEST_F(CostTest, ARecordAllocatesTheSameEachTime) {
     InChild([&] {
-        const auto trace = [] {
-            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"%s", L"text");
-        };
+        const auto trace = [] { Place()(L"%s", L"text"); };
         trace();
         const Counts counts = CountsOf(trace);
         std::cout << "A record: " << counts << '\n';
@@ -101,7 +99,7 @@ TEST_F(CostTest, ARecordAllocatesTheSameEachTime) {
 
 }  // namespace
 
-// Not inline: where the compiler sees malloc and free it takes them for a mismatch with new and delete.
+// Not inline: a compiler that sees malloc and free there reports a mismatch with new and delete.
 [[gnu::noinline]] void* operator new(std::size_t cb) {
     return Allocate(cb, &Counts::nObjects);
 }

@@ -1,5 +1,5 @@
-// A log file that is not what the log expects: the program goes on, nobody else's file is touched, and where there is a
-// way to write lines it is used.
+// Log files that the log cannot use or does not expect. The program goes on, other files stay as they are, and the log
+// writes its records elsewhere if it can.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
@@ -17,6 +17,7 @@
 
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -25,14 +26,14 @@ constexpr uid_t kSomebodyElse = 65534;
 class HostileFileTest : public LogTest {
 protected:
     HostileFileTest() {
-        // Where the default name leads, PILog.txt is made what each test wants it to be. The processes may run as
-        // somebody else and put their other file here.
+        // Each test makes PILog.txt, the file of the default name, what it needs. Children may run as another user and
+        // write their fallback files here.
         std::filesystem::permissions(m_directory.Path(), std::filesystem::perms(0777));
         std::filesystem::permissions(WorkingDirectory(), std::filesystem::perms(0777));
     }
 
-    // Lines go into a file of the fallback name, but for the first one, for which the name is made; the second makes
-    // its directory. nOpens: how often the first line opens a file before the log gives it up.
+    // Records go into a file of the fallback name, except the first one, which makes the name; the second one makes the
+    // directory. nOpens: how often the log opens a file for the first record before it gives the record up.
     void ExpectLinesInFallback(
         int nOpens, const std::function<void()>& fnPrepare = [] {}) {
         InChild([&] {
@@ -47,11 +48,10 @@ protected:
         const std::vector<std::string> files = FilesInWorkingDirectory();
         ASSERT_THAT(files, SizeIs(1));
         EXPECT_TRUE(files[0].starts_with(" /tmp/PILog.txt.")) << files[0];
-        const auto records = RecordsOf(WorkingDirectory() + "/" + files[0]);
-        ASSERT_THAT(records, SizeIs(3));
-        EXPECT_EQ(records.front().strMessage, "line 1");
-        EXPECT_EQ(records.back().strMessage, "line 3");
+        EXPECT_THAT(MessagesOf(WorkingDirectory() + "/" + files[0]), ElementsAre("line 1", "line 2", "line 3"));
     }
+
+    const std::string m_strTarget = m_directory.Write("target", "another's text");
 };
 
 TEST_F(HostileFileTest, ADirectory) {
@@ -67,31 +67,28 @@ TEST_F(HostileFileTest, APipe) {
 }
 
 TEST_F(HostileFileTest, ALinkToAnotherFile) {
-    const std::string strTarget = m_directory.Write("target", "another's text");
-    std::filesystem::create_symlink(strTarget, LogPath());
+    std::filesystem::create_symlink(m_strTarget, LogPath());
     ExpectLinesInFallback(2);
-    EXPECT_EQ(ReadWholeFile(strTarget), "another's text");
+    EXPECT_EQ(ReadWholeFile(m_strTarget), "another's text");
 }
 
 TEST_F(HostileFileTest, ALinkToNothing) {
-    std::filesystem::create_symlink(m_directory.Path("target"), LogPath());
+    std::filesystem::create_symlink(m_directory.Path("nothing"), LogPath());
     ExpectLinesInFallback(2);
-    EXPECT_FALSE(std::filesystem::exists(m_directory.Path("target")));
+    EXPECT_FALSE(std::filesystem::exists(m_directory.Path("nothing")));
 }
 
-TEST_F(HostileFileTest, ASecondNameOfAnotherFile) {
-    const std::string strTarget = m_directory.Write("target", "another's text");
-    std::filesystem::create_hard_link(strTarget, LogPath());
+TEST_F(HostileFileTest, AHardLinkToAnotherFile) {
+    std::filesystem::create_hard_link(m_strTarget, LogPath());
     ExpectLinesInFallback(2);
-    EXPECT_EQ(ReadWholeFile(strTarget), "another's text");
+    EXPECT_EQ(ReadWholeFile(m_strTarget), "another's text");
 }
 
 TEST_F(HostileFileTest, ALinkToALink) {
-    const std::string strTarget = m_directory.Write("target", "another's text");
-    std::filesystem::create_symlink(strTarget, m_directory.Path("link"));
+    std::filesystem::create_symlink(m_strTarget, m_directory.Path("link"));
     std::filesystem::create_symlink(m_directory.Path("link"), LogPath());
     ExpectLinesInFallback(2);
-    EXPECT_EQ(ReadWholeFile(strTarget), "another's text");
+    EXPECT_EQ(ReadWholeFile(m_strTarget), "another's text");
 }
 
 void BecomeSomebodyElse() {
@@ -112,7 +109,7 @@ TEST_F(HostileFileTest, SomebodyElsesFile) {
     EXPECT_EQ(ReadWholeFile(LogPath()), "private");
 }
 
-TEST_F(HostileFileTest, SomebodyElsesFileForEverybodyToWrite) {
+TEST_F(HostileFileTest, SomebodyElsesFileThatAllMayWrite) {
     SKIP_UNLESS_ROOT()
     constexpr uid_t kOwner = 65533;
     m_directory.Write("PILog.txt", "theirs");
@@ -122,7 +119,7 @@ TEST_F(HostileFileTest, SomebodyElsesFileForEverybodyToWrite) {
     EXPECT_EQ(ReadWholeFile(LogPath()), "theirs");
 }
 
-TEST_F(HostileFileTest, SomebodyElsesFileIsNotRootsToUseEither) {
+TEST_F(HostileFileTest, RootDoesNotUseSomebodyElsesFileEither) {
     SKIP_UNLESS_ROOT()
     m_directory.Write("PILog.txt", "theirs");
     ASSERT_EQ(chown(LogPath().c_str(), kSomebodyElse, static_cast<gid_t>(-1)), 0);
@@ -130,8 +127,8 @@ TEST_F(HostileFileTest, SomebodyElsesFileIsNotRootsToUseEither) {
     EXPECT_EQ(ReadWholeFile(LogPath()), "theirs");
 }
 
-// Each wait for the lock takes two seconds at most: more than one of them would be seen.
-TEST_F(HostileFileTest, ALockThatIsKeptIsWaitedForOnce) {
+// Each wait takes up to two seconds; the bound on the time leaves no room for a wait per record.
+TEST_F(HostileFileTest, WaitsOnceForALockThatIsNotReleased) {
     m_directory.Write("PILog.txt", "\xFF\xFE");
     const int nFile = open(LogPath().c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(nFile, LOCK_EX), 0);
@@ -148,7 +145,7 @@ TEST_F(HostileFileTest, ALockThatIsKeptIsWaitedForOnce) {
     EXPECT_THAT(RecordsOf(LogPath()), SizeIs(kLines));
 }
 
-TEST_F(HostileFileTest, RootsFileForEverybodyToWrite) {
+TEST_F(HostileFileTest, UsesRootsFileThatAllMayWrite) {
     SKIP_UNLESS_ROOT()
     m_directory.Write("PILog.txt", "");
     std::filesystem::permissions(LogPath(), std::filesystem::perms(0666));
@@ -162,22 +159,22 @@ TEST_F(HostileFileTest, RootsFileForEverybodyToWrite) {
 
 TEST_F(HostileFileTest, ALinkToSomebodyElsesFile) {
     SKIP_UNLESS_ROOT()
-    const std::string strTarget = m_directory.Write("target", "private");
-    std::filesystem::permissions(strTarget, std::filesystem::perms(0666));
-    std::filesystem::create_symlink(strTarget, LogPath());
+    std::filesystem::permissions(m_strTarget, std::filesystem::perms(0666));
+    std::filesystem::create_symlink(m_strTarget, LogPath());
     ExpectLinesInFallback(2, BecomeSomebodyElse);
-    EXPECT_EQ(ReadWholeFile(strTarget), "private");
+    EXPECT_EQ(ReadWholeFile(m_strTarget), "another's text");
 }
 
 // ---- File systems that refuse ----
 
+// The log's file is on a small file system that the child mounts.
 class MountTest : public HostileFileTest {
 protected:
     void SetUp() override {
-        const std::string strProbe = m_directory.Path("probe");
-        std::filesystem::create_directory(strProbe);
+        std::filesystem::create_directory(m_strMount);
+        setenv("VEX_TEST_LOG_DIR", m_strMount.c_str(), 1);
         const ChildEnd probe = RunChild([&] {
-            if (!HaveOwnMounts() || !MountSmall(strProbe)) {
+            if (!HaveOwnMounts() || !MountSmall(m_strMount)) {
                 _exit(77);
             }
         });
@@ -185,26 +182,23 @@ protected:
             GTEST_SKIP() << "skipped: this process may not mount file systems of its own";
         }
     }
+
+    void Mount(unsigned long nFlags = 0) {
+        ASSERT_TRUE(HaveOwnMounts());
+        ASSERT_TRUE(MountSmall(m_strMount, nFlags));
+    }
+
+    const std::string m_strMount = m_directory.Path("mount");
 };
 
 TEST_F(MountTest, AReadOnlyFileSystem) {
-    const std::string strMount = m_directory.Path("mount");
-    std::filesystem::create_directory(strMount);
-    setenv("VEX_TEST_LOG_DIR", strMount.c_str(), 1);
-    ExpectLinesInFallback(2, [&] {
-        ASSERT_TRUE(HaveOwnMounts());
-        ASSERT_TRUE(MountSmall(strMount, MS_RDONLY));
-    });
+    ExpectLinesInFallback(2, [&] { Mount(MS_RDONLY); });
 }
 
 TEST_F(MountTest, NowhereToWrite) {
-    const std::string strMount = m_directory.Path("mount");
-    std::filesystem::create_directory(strMount);
-    setenv("VEX_TEST_LOG_DIR", strMount.c_str(), 1);
     InChild([&] {
-        ASSERT_TRUE(HaveOwnMounts());
-        ASSERT_TRUE(MountSmall(strMount, MS_RDONLY));
-        ASSERT_EQ(chdir(strMount.c_str()), 0);
+        Mount(MS_RDONLY);
+        ASSERT_EQ(chdir(m_strMount.c_str()), 0);
         constexpr int kLines = 100;
         for (int i = 0; i < kLines; ++i) {
             Trace(L"lost");
@@ -215,14 +209,10 @@ TEST_F(MountTest, NowhereToWrite) {
 }
 
 TEST_F(MountTest, AFullFileSystemAndThenRoomAgain) {
-    const std::string strMount = m_directory.Path("mount");
-    std::filesystem::create_directory(strMount);
-    setenv("VEX_TEST_LOG_DIR", strMount.c_str(), 1);
     InChild([&] {
-        ASSERT_TRUE(HaveOwnMounts());
-        ASSERT_TRUE(MountSmall(strMount));
-        const std::string strLog = strMount + "/PILog.txt";
-        std::ofstream(strMount + "/filler") << std::string(40'000, 'f');
+        Mount();
+        const std::string strLog = m_strMount + "/PILog.txt";
+        std::ofstream(m_strMount + "/filler") << std::string(40'000, 'f');
         int nLines = 0;
         const auto trace = [&nLines](int n) {
             for (int i = 0; i < n; ++i) {
@@ -232,7 +222,7 @@ TEST_F(MountTest, AFullFileSystemAndThenRoomAgain) {
         };
         trace(100);
         EXPECT_LT(std::filesystem::file_size(strLog), 64U * 1024);
-        std::filesystem::remove(strMount + "/filler");
+        std::filesystem::remove(m_strMount + "/filler");
         trace(10);
         const LogFile file = ReadLogFile(strLog);
         EXPECT_TRUE(file.bHeader);
@@ -245,7 +235,7 @@ TEST_F(MountTest, AFullFileSystemAndThenRoomAgain) {
     });
 }
 
-// What a quota or a full disk looks like without one. The signal that comes with it would end the process.
+// As with a quota or a full disk. The limit's signal (SIGXFSZ) would end the process.
 TEST_F(HostileFileTest, WritesThatFail) {
     InChild([&] {
         const rlimit limit = {5'000, RLIM_INFINITY};
@@ -265,7 +255,7 @@ TEST_F(HostileFileTest, WritesThatFail) {
 
 // ---- A file that changes under the log ----
 
-TEST_F(HostileFileTest, DeletedItIsMadeAnew) {
+TEST_F(HostileFileTest, ADeletedFileIsCreatedAgain) {
     InChild([&] {
         for (const wchar_t* pszText : {L"one", L"two", L"three"}) {
             std::filesystem::remove(LogPath());
@@ -274,12 +264,10 @@ TEST_F(HostileFileTest, DeletedItIsMadeAnew) {
         }
     });
     EXPECT_TRUE(ReadLogFile(LogPath()).bHeader);
-    const auto records = RecordsOf(LogPath());
-    ASSERT_THAT(records, SizeIs(1));
-    EXPECT_EQ(records[0].strMessage, "three");
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("three"));
 }
 
-TEST_F(HostileFileTest, ReplacedItGoesOnInTheNewOne) {
+TEST_F(HostileFileTest, TheLogGoesOnInAFileThatReplacedTheOld) {
     InChild([&] {
         Trace(L"one");
         WaitUntilWritten(LogPath());
@@ -288,13 +276,11 @@ TEST_F(HostileFileTest, ReplacedItGoesOnInTheNewOne) {
         Trace(L"two");
         WaitUntilWritten(LogPath());
     });
-    ASSERT_THAT(RecordsOf(m_directory.Path("rotated")), SizeIs(1));
-    EXPECT_EQ(RecordsOf(m_directory.Path("rotated"))[0].strMessage, "one");
-    ASSERT_THAT(RecordsOf(LogPath()), SizeIs(1));
-    EXPECT_EQ(RecordsOf(LogPath())[0].strMessage, "two");
+    EXPECT_THAT(MessagesOf(m_directory.Path("rotated")), ElementsAre("one"));
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("two"));
 }
 
-TEST_F(HostileFileTest, EmptiedItGoesOnAtItsBeginning) {
+TEST_F(HostileFileTest, TheLogGoesOnAtTheBeginningOfAnEmptiedFile) {
     InChild([&] {
         Trace(L"one");
         WaitUntilWritten(LogPath());
@@ -302,12 +288,12 @@ TEST_F(HostileFileTest, EmptiedItGoesOnAtItsBeginning) {
         Trace(L"two");
         WaitUntilWritten(LogPath());
     });
-    ASSERT_THAT(RecordsOf(LogPath()), SizeIs(1));
-    EXPECT_EQ(RecordsOf(LogPath())[0].strMessage, "two");
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("two"));
 }
 
-// Deleted, replaced and emptied at any moment: whatever is lost, the log goes on and ends in a whole record.
-TEST_F(HostileFileTest, ChangedAtEveryCallOfALine) {
+// Deletes, replaces and empties the file before every call of the writer. Records may be lost, but the last one is
+// whole.
+TEST_F(HostileFileTest, TheLogGoesOnWhenTheFileChangesAtAnyCall) {
     const std::function<void()> changes[] = {
         [&] { std::filesystem::remove(LogPath()); },
         [&] {
@@ -325,7 +311,7 @@ TEST_F(HostileFileTest, ChangedAtEveryCallOfALine) {
             int nCalls = 0;
             int nAt = 0;
             file_calls::Watch([&](const file_calls::Call& call) {
-                // One line later at each line, and never in the last.
+                // One call later with each record, and never in the last.
                 if (call.function == "PathIsDirectoryW") {
                     nCalls = 0;
                 } else if (call.function != "SHCreateDirectoryExW" && ++nCalls == nAt) {

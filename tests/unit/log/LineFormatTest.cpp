@@ -1,4 +1,5 @@
-// From a trace call to the line in the file: which calls make a line, and what stands in it.
+// From a trace call to the record in the file: which calls make a record, and what is in it.
+#include <gmock/gmock.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -12,26 +13,33 @@
 
 namespace {
 
-// The only record that body's calls make.
+using testing::ElementsAre;
+
 class LineFormatTest : public LogTest {
 protected:
-    std::vector<LogRecord> RecordsAfter(const std::function<void()>& fnBody) {
+    void RunAndWait(const std::function<void()>& fnBody) {
         InChild([&] {
             fnBody();
             WaitUntilWritten(LogPath());
         });
+    }
+    std::vector<LogRecord> RecordsAfter(const std::function<void()>& fnBody) {
+        RunAndWait(fnBody);
         return RecordsOf(LogPath());
     }
-    std::string EntryAfter(const std::function<void()>& fnBody) {
-        InChild([&] {
-            fnBody();
-            WaitUntilWritten(LogPath());
-        });
-        // A record with a cut header counts as cut for the reader.
-        const LogFile file = ReadLogFile(LogPath());
-        return !file.strCut.empty() ? file.strCut : file.entries.empty() ? "(none)" : file.entries.front();
+    std::vector<std::string> MessagesAfter(const std::function<void()>& fnBody) {
+        RunAndWait(fnBody);
+        return MessagesOf(LogPath());
     }
 };
+
+// The time of a record as if it were a UTC time.
+std::time_t TimeOf(const LogRecord& record) {
+    std::tm local{};
+    const std::string strTime = record.strDate + " " + record.strTime;
+    EXPECT_NE(strptime(strTime.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
+    return timegm(&local);
+}
 
 // ---- The message ----
 
@@ -52,60 +60,56 @@ constexpr Message kMessages[] = {
     {L"no placeholder", "no placeholder"},
     {L"\x00e4\x20ac %s", "\xC3\xA4\xE2\x82\xAC wide"},
     {L"\U0001F600", "\xF0\x9F\x98\x80"},
-    {L"%.2s|%5d", "w|   42"},  // no "%s" in it: narrow text, which ends after a wide character's first byte
+    {L"%.2s|%5d", "w|   42"},  // without "%s": narrow text, which ends after the first byte of 'w'
 };
 
 TEST_F(LineFormatTest, EveryPercentSStandsForWideText) {
-    const auto records = RecordsAfter([] {
+    const auto messages = MessagesAfter([] {
         for (const Message& message : kMessages) {
-            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(message.pszFormat, L"wide", 42);
+            Place()(message.pszFormat, L"wide", 42);
         }
-        CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"%s, %ls, %s", L"one", L"two", L"three");
+        Place()(L"%s, %ls, %s", L"one", L"two", L"three");
     });
-    ASSERT_EQ(records.size(), std::size(kMessages) + 1);
-    EXPECT_EQ(records.back().strMessage, "one, two, three");
+    ASSERT_EQ(messages.size(), std::size(kMessages) + 1);
+    EXPECT_EQ(messages.back(), "one, two, three");
     for (size_t i = 0; i < std::size(kMessages); ++i) {
-        EXPECT_EQ(records[i].strMessage, kMessages[i].pszExpected) << "format " << i;
+        EXPECT_EQ(messages[i], kMessages[i].pszExpected) << "format " << i;
     }
 }
 
 TEST_F(LineFormatTest, AMessageEndsAt8191Characters) {
     constexpr size_t kLengths[] = {8190, 8191, 8192, 8193, 20000};
-    const auto records = RecordsAfter([&] {
+    const auto messages = MessagesAfter([&] {
         for (const size_t nLength : kLengths) {
             Trace(std::wstring(nLength, L'x'));
         }
         Trace(std::wstring(8192, L'\x00e4'));
     });
-    ASSERT_EQ(records.size(), std::size(kLengths) + 1);
+    ASSERT_EQ(messages.size(), std::size(kLengths) + 1);
     for (size_t i = 0; i < std::size(kLengths); ++i) {
-        EXPECT_EQ(records[i].strMessage, std::string(std::min<size_t>(kLengths[i], 8191), 'x')) << kLengths[i];
+        EXPECT_EQ(messages[i], std::string(std::min<size_t>(kLengths[i], 8191), 'x')) << kLengths[i];
     }
-    EXPECT_EQ(records.back().strMessage.size(), 2U * 8191);
+    EXPECT_EQ(messages.back().size(), 2U * 8191);
 }
 
 TEST_F(LineFormatTest, ANullFormatIsALogicError) {
-    InChild([] {
-        CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7);
-        EXPECT_THROW(helper(nullptr), std::logic_error);
-    });
+    InChild([] { EXPECT_THROW(Place()(nullptr), std::logic_error); });
     EXPECT_EQ(ReadWholeFile(LogPath()), "");
 }
 
 TEST_F(LineFormatTest, AHelperServesAnyNumberOfCalls) {
-    const auto records = RecordsAfter([] {
-        CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7);
+    const auto messages = MessagesAfter([] {
+        CDebugLogMgr::MacroHelper helper = Place();
         for (int i = 0; i < 3; ++i) {
             helper(L"call %d", i);
         }
     });
-    ASSERT_EQ(records.size(), 3U);
-    EXPECT_EQ(records[2].strMessage, "call 2");
+    EXPECT_THAT(messages, ElementsAre("call 0", "call 1", "call 2"));
 }
 
 // ---- The header ----
 
-TEST_F(LineFormatTest, TheHeaderTellsProcessThreadTimeAndPlace) {
+TEST_F(LineFormatTest, TheHeaderShowsProcessThreadTimeAndPlace) {
     struct Seen {
         pid_t nProcess;
         int nThread;
@@ -130,11 +134,8 @@ TEST_F(LineFormatTest, TheHeaderTellsProcessThreadTimeAndPlace) {
     EXPECT_EQ(records[0].strFunction, "Function");
     EXPECT_EQ(records[0].nLine, 7);
 
-    // The time is a local one: five and a half hours ahead here.
-    std::tm local{};
-    const std::string strTime = records[0].strDate + " " + records[0].strTime;
-    ASSERT_NE(strptime(strTime.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
-    const std::time_t written = timegm(&local) - (5 * 60 + 30) * 60;
+    // Local time, here five and a half hours ahead.
+    const std::time_t written = TimeOf(records[0]) - (5 * 60 + 30) * 60;
     EXPECT_GE(written, before);
     EXPECT_LE(written, after);
 }
@@ -150,22 +151,19 @@ TEST_F(LineFormatTest, TheTimeZoneMayChangeWhileTheProcessRuns) {
         for (const Zone& zone : kZones) {
             setenv("TZ", zone.pszTZ, 1);
             Trace(L"text");
-            WaitUntilWritten(LogPath());  // nobody else reads the environment while it changes
+            WaitUntilWritten(LogPath());  // so that no thread reads the environment while it changes
         }
     });
     const std::time_t after = std::time(nullptr);
     ASSERT_EQ(records.size(), std::size(kZones));
     for (std::size_t i = 0; i < records.size(); ++i) {
-        std::tm local{};
-        const std::string strTime = records[i].strDate + " " + records[i].strTime;
-        ASSERT_NE(strptime(strTime.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
-        const std::time_t written = timegm(&local) - kZones[i].nSecondsEast;
+        const std::time_t written = TimeOf(records[i]) - kZones[i].nSecondsEast;
         EXPECT_GE(written, before) << kZones[i].pszTZ;
         EXPECT_LE(written, after) << kZones[i].pszTZ;
     }
 }
 
-TEST_F(LineFormatTest, WithoutFunctionNameThisLineAloneHasNone) {
+TEST_F(LineFormatTest, AMissingFunctionNameConcernsItsOwnRecordOnly) {
     const auto records = RecordsAfter([] {
         for (const wchar_t* pszFunction : {L"Function", L"", static_cast<const wchar_t*>(nullptr), L"Other"}) {
             CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", pszFunction, 7)(L"text");
@@ -181,18 +179,16 @@ TEST_F(LineFormatTest, WithoutFunctionNameThisLineAloneHasNone) {
     EXPECT_EQ(records[1].strFile, "test.cpp");
 }
 
-// The header of an entry whose message is "!" ends where that begins, cut or not.
+// The message is "!", so that everything before it is the header, cut or not.
 TEST_F(LineFormatTest, AHeaderEndsAt259Characters) {
     const auto header = [](size_t nPath) {
         CDebugLogMgr::MacroHelper(L"", 1, std::wstring(nPath, L'p').c_str(), L"F", 7)(L"!");
     };
-    // Process, thread and microseconds vary in length; a short path shows what they take. Microseconds may differ from
-    // line to line, so that the lengths wanted are met by trying neighbours.
-    InChild([&] {
+    // Process, thread and microseconds vary in length. Many path lengths make sure that the limit is met.
+    RunAndWait([&] {
         for (size_t nPath = 150; nPath < 300; ++nPath) {
             header(nPath);
         }
-        WaitUntilWritten(LogPath());
     });
     size_t nWhole = 0;
     size_t nCut = 0;
@@ -217,19 +213,21 @@ TEST_F(LineFormatTest, AHeaderEndsAt259Characters) {
     EXPECT_GT(nCut, 10U);
 }
 
-TEST_F(LineFormatTest, ASourcePathOfAnyLengthLeavesTheMessage) {
-    const std::string strEntry = EntryAfter([] {
+// The reader of the tests takes a record with a cut header for the rest of a cut file.
+TEST_F(LineFormatTest, AVeryLongSourcePathLeavesTheMessage) {
+    RunAndWait([] {
         CDebugLogMgr::MacroHelper(L"[INFO] ", 1, std::wstring(100'000, L'p').c_str(), L"Function", 7)(L"message");
     });
+    const std::string strEntry = ReadLogFile(LogPath()).strCut;
     EXPECT_EQ(strEntry.size(), 7 + 259 + 7U);
     EXPECT_TRUE(strEntry.ends_with("ppmessage"));
 }
 
-// Part of the time in three digits only when it is that small; never divided.
+// Padded to three digits, and never divided.
 TEST_F(LineFormatTest, MicrosecondsAreWrittenAsTheyAre) {
     constexpr int kRecords = 2000;
     const auto records = RecordsAfter([] {
-        // Spread over the second: a delay of the records, not a wait for anything.
+        // Spreads the records over a second.
         for (int i = 0; i < kRecords; ++i) {
             Trace(L"text");
             usleep(700);
@@ -246,9 +244,9 @@ TEST_F(LineFormatTest, MicrosecondsAreWrittenAsTheyAre) {
     EXPECT_GT(nSixDigits, kRecords / 3);
 }
 
-// ---- What makes no line ----
+// ---- Records that are dropped ----
 
-TEST_F(LineFormatTest, FileAndFormatHaveToBeThere) {
+TEST_F(LineFormatTest, ARecordWithoutFileOrFormatIsDropped) {
     const auto records = RecordsAfter([] {
         TraceArguments(L"[INFO] ", 1, nullptr, L"Function", 7, L"no file");
         TraceArguments(L"[INFO] ", 1, L"test.cpp", L"Function", 7, nullptr);
@@ -267,12 +265,10 @@ TEST_F(LineFormatTest, FileAndFormatHaveToBeThere) {
     EXPECT_EQ(records[2].strMessage, "nothing but a message");
 }
 
-// OutputArgs takes its format as it is: nothing is rewritten there.
 TEST_F(LineFormatTest, OutputArgsDoesNotRewriteItsFormat) {
-    const auto records = RecordsAfter(
+    const auto messages = MessagesAfter(
         [] { TraceArguments(L"[INFO] ", 1, L"test.cpp", L"Function", 7, L"%s|%ls|%%s", "narrow", L"wide"); });
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].strMessage, "narrow|wide|%s");
+    EXPECT_THAT(messages, ElementsAre("narrow|wide|%s"));
 }
 
 struct Level : Row {
@@ -280,30 +276,25 @@ struct Level : Row {
     int nLevel;          // that it sets
 };
 
-class LevelTest : public LogTest, public testing::WithParamInterface<Level> {};
+class LevelTest : public LineFormatTest, public testing::WithParamInterface<Level> {};
 
-TEST_P(LevelTest, LinesOfAtLeastTheConfiguredLevelAreWritten) {
+TEST_P(LevelTest, RecordsOfAtLeastTheConfiguredLevelAreWritten) {
     const Level& level = GetParam();
     if (level.pszIni != nullptr) {
         m_directory.Write("log.ini", level.pszIni);
     }
     constexpr int kLevels[] = {-1, 0, 1, 2, 3, 100};
-    InChild([&] {
+    const auto found = MessagesAfter([&] {
         EXPECT_EQ(CDebugLogMgr::GetInstance()->GetLogLevel(), level.nLevel);
         for (const int nLevel : kLevels) {
-            CDebugLogMgr::MacroHelper(L"[INFO] ", nLevel, L"test.cpp", L"Function", 7)(L"level %d", nLevel);
+            Place(nLevel)(L"level %d", nLevel);
         }
-        WaitUntilWritten(LogPath());
     });
     std::vector<std::string> expected;
     for (const int nLevel : kLevels) {
         if (nLevel >= level.nLevel) {
             expected.push_back("level " + std::to_string(nLevel));
         }
-    }
-    std::vector<std::string> found;
-    for (const LogRecord& record : RecordsOf(LogPath())) {
-        found.push_back(record.strMessage);
     }
     EXPECT_EQ(found, expected);
 }

@@ -1,4 +1,4 @@
-// Many records from many threads and processes: each is there whole, once, and in its thread's order.
+// Many records from many threads and processes: each is written whole, once, and in its thread's order.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,21 +20,17 @@ class LoadTest : public LogTest {
 protected:
     // Traces nRecords lines from each of nThreads threads: "thread 3 record 17".
     static void TraceFromThreads(int nThreads, int nRecords) {
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (int nThread = 0; nThread < nThreads; ++nThread) {
             threads.emplace_back([=] {
                 for (int nRecord = 0; nRecord < nRecords; ++nRecord) {
-                    CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"thread %d record %d",
-                                                                                          nThread, nRecord);
+                    Place()(L"thread %d record %d", nThread, nRecord);
                 }
             });
         }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
     }
 
-    // The same from processes with one thread each, which are returned.
+    // The same from processes with one thread each. Returns their numbers.
     static std::vector<pid_t> TraceFromProcesses(int nProcesses, int nRecords, DWORD dwLimit, DWORD dwPercent) {
         std::vector<pid_t> children;
         std::fflush(nullptr);
@@ -54,7 +50,7 @@ protected:
         return children;
     }
 
-    // What the records tell of each process's threads: the numbers of their records, as they follow in the file.
+    // For each process and thread, the numbers of its records in the order of the file.
     static std::map<std::pair<long, int>, std::vector<int>> NumbersByThread(const std::vector<LogRecord>& records) {
         std::map<std::pair<long, int>, std::vector<int>> numbers;
         for (const LogRecord& record : records) {
@@ -69,7 +65,7 @@ protected:
         return numbers;
     }
 
-    // Consecutive to nRecords - 1, from 0 or, after cuts, from anywhere.
+    // The numbers are consecutive and end with nRecords - 1. They begin with 0, or anywhere after cuts.
     static void ExpectConsecutive(const std::vector<int>& numbers, int nRecords, bool bFromZero) {
         ASSERT_FALSE(numbers.empty());
         EXPECT_EQ(numbers.back(), nRecords - 1);
@@ -100,13 +96,13 @@ TEST_F(LoadTest, EightThreadsLoseNothing) {
     }
 }
 
-TEST_F(LoadTest, CutsTakeTheOldestRecordsAndNoOthers) {
+TEST_F(LoadTest, CutsRemoveOnlyTheOldestRecords) {
     constexpr int kThreads = 8;
     const int nRecords = Scaled(20'000);
     const auto dwLimit = static_cast<DWORD>(nRecords) * 50;
     InChild([&] {
         CDebugLogMgr::GetInstance()->SetTruncate(dwLimit, 20);
-        // As the writer hands them over, cuts or not. What it rewrites in a cut starts with no record's type.
+        // Counts the records that the writer writes. The rest that a cut writes again does not begin with a type.
         std::map<std::string, int> handedOver;
         file_calls::Watch([&](const file_calls::Call& call) {
             if (call.function == "WriteFile" && call.data.starts_with("[INFO] ") && call.data.size() < 200) {
@@ -121,7 +117,7 @@ TEST_F(LoadTest, CutsTakeTheOldestRecordsAndNoOthers) {
             EXPECT_EQ(nTimes, 1) << strMessage;
         }
     });
-    // The youngest that fit are there: all in a row that ends with the last record handed over.
+    // The file has the newest records that fit, without gaps, to the last one written.
     const LogFile file = ReadLogFile(LogPath());
     EXPECT_TRUE(file.bHeader);
     EXPECT_EQ(file.strUnfinished, "");
@@ -134,7 +130,7 @@ TEST_F(LoadTest, CutsTakeTheOldestRecordsAndNoOthers) {
     }
 }
 
-TEST_F(LoadTest, TheFileStaysWithinLimitAndOneRecord) {
+TEST_F(LoadTest, TheFileExceedsTheLimitByAtMostOneRecord) {
     const int nRecords = Scaled(200'000);
     constexpr DWORD kLimit = 20'000;
     InChild([&] {
@@ -142,7 +138,7 @@ TEST_F(LoadTest, TheFileStaysWithinLimitAndOneRecord) {
         uintmax_t cbMost = 0;
         size_t cbRecord = 0;
         file_calls::Watch([&](const file_calls::Call& call) {
-            // The file grows before the second of these in a line, and is closed when all is done.
+            // The file has grown before the second size query of a record. It is closed when the record is complete.
             struct stat status {};
             if ((call.function == "GetFileSizeEx" || call.function == "CloseHandle") &&
                 stat(LogPath().c_str(), &status) == 0) {
@@ -166,7 +162,7 @@ TEST_F(LoadTest, TheFileStaysWithinLimitAndOneRecord) {
     });
 }
 
-TEST_F(LoadTest, FourProcessesAtOnceKeepEachRecordWhole) {
+TEST_F(LoadTest, FourProcessesKeepEachOthersRecordsWhole) {
     constexpr int kProcesses = 4;
     const int nRecords = Scaled(20'000);
     const std::vector<pid_t> children = TraceFromProcesses(kProcesses, nRecords, 0x200000, 0);
@@ -182,8 +178,7 @@ TEST_F(LoadTest, FourProcessesAtOnceKeepEachRecordWhole) {
     }
 }
 
-// Each process cuts the file while the others write.
-TEST_F(LoadTest, ProcessesThatCutTheFileOfOneAnotherLeaveWholeRecords) {
+TEST_F(LoadTest, ProcessesThatCutASharedFileLeaveWholeRecords) {
     constexpr int kProcesses = 4;
     const int nRecords = Scaled(5'000);
     TraceFromProcesses(kProcesses, nRecords, 20'000, 20);

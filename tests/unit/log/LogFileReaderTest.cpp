@@ -1,4 +1,4 @@
-// The tests' own reader of log files: what it takes for a record, and how it finds the entries.
+// The tests' own reader of log files: what it accepts as a record, and how it finds the entries.
 #include <gtest/gtest.h>
 
 #include "LogFile.h"
@@ -36,7 +36,7 @@ TEST(LogFileReader, ReadsARecordWithoutTypeFunctionAndMessage) {
     EXPECT_EQ(record->strMessage, "");
 }
 
-TEST(LogFileReader, TakesNothingElseForARecord) {
+TEST(LogFileReader, AcceptsNothingElseAsARecord) {
     for (const char* pszEntry :
          {"", "text", "[INFO] ", "[P1] [T0002] [2024-03-05 09:07:02:007] [file(3)]: ",
           "[P0001] [T2] [2024-03-05 09:07:02:007] [file(3)]: ", "[P0001] [T0002] [2024-03-05 09:07:02:07] [file(3)]: ",
@@ -64,7 +64,7 @@ TEST(LogFileReader, FindsTheEntriesAroundCuts) {
     EXPECT_EQ(file.strUnfinished, "");
 }
 
-TEST(LogFileReader, TellsWhatWasNotFinished) {
+TEST(LogFileReader, ReportsAnUnfinishedEntry) {
     const LogFile file = ParseLogFile(kRecord + "\r\n\r\n[INFO");
     EXPECT_FALSE(file.bHeader);
     EXPECT_EQ(file.entries, Entries{kRecord});

@@ -15,9 +15,9 @@ namespace {
 
 constexpr std::string_view kMarkType = "[MARK] ";
 
-// Whether the text stands in the last few thousand bytes of the file.
+// Whether the text is near the end of the file; other processes may have written behind it.
 bool EndContains(const std::string& strPath, const std::string& strText) {
-    constexpr std::streamoff kEnd = 0x10000;  // other processes may write as well
+    constexpr std::streamoff kEnd = 0x10000;
     std::ifstream file(strPath, std::ios::binary | std::ios::ate);
     if (!file) {
         return false;
@@ -57,12 +57,12 @@ ChildEnd LogTest::RunLogChild(const std::function<void()>& fnBody, Exit exit) {
         exit);
 }
 
-void LogTest::InChild(const std::function<void()>& fnBody) {
-    EXPECT_TRUE(RunLogChild(fnBody, Exit::kAtOnce).Passed());
+void LogTest::InChild(const std::function<void()>& fnBody, Exit exit) {
+    EXPECT_TRUE(RunLogChild(fnBody, exit).Passed());
 }
 
 void Trace(const std::wstring& strMessage) {
-    CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", 7)(L"%s", strMessage.c_str());
+    Place()(L"%s", strMessage.c_str());
 }
 
 void TraceArguments(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszFile, LPCTSTR lpszFunction, DWORD dwLine,
@@ -73,11 +73,15 @@ void TraceArguments(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszFile, LPCTST
     va_end(args);
 }
 
+void SetLogFileName(const std::string& strPath) {
+    CDebugLogMgr::GetInstance()->SetLogFileName(std::wstring(strPath.begin(), strPath.end()).c_str());
+}
+
 void WaitUntilWritten(const std::string& strPath) {
     static std::atomic<int> s_nMarks = 0;
     const std::string strMark = "mark " + std::to_string(getpid()) + "." + std::to_string(++s_nMarks) + ".";
     TraceArguments(L"[MARK] ", 1000, L"test.cpp", nullptr, 0, L"%hs", strMark.c_str());
-    // In vain is when nothing happens any more. How long it all takes is the machine's affair.
+    // Gives up after 20 s without progress; a slow machine may need longer in total.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     std::uintmax_t cbFile = 0;
     while (!EndContains(strPath, strMark + "\r\n")) {
@@ -87,7 +91,7 @@ void WaitUntilWritten(const std::string& strPath) {
             deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         }
         if (std::chrono::steady_clock::now() > deadline) {
-            ADD_FAILURE() << "waited in vain for a record in " << strPath;
+            ADD_FAILURE() << "a record did not appear in " << strPath;
             EndChildAtOnce();
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -98,4 +102,12 @@ std::vector<LogRecord> RecordsOf(const std::string& strPath) {
     std::vector<LogRecord> records = ReadLogRecords(strPath);
     std::erase_if(records, [](const LogRecord& record) { return record.strType == kMarkType; });
     return records;
+}
+
+std::vector<std::string> MessagesOf(const std::string& strPath) {
+    std::vector<std::string> messages;
+    for (const LogRecord& record : RecordsOf(strPath)) {
+        messages.push_back(record.strMessage);
+    }
+    return messages;
 }

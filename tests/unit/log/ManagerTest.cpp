@@ -1,8 +1,8 @@
-// The log manager: one for the process, its defaults as they show, and each of its settings.
+// The log manager: one per process, its defaults, its settings, its writer thread and forks.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,45 +12,24 @@
 #include <cstring>
 #include <filesystem>
 #include <latch>
-#include <set>
 #include <thread>
 
 #include "FileCalls.h"
+#include "HeldUpCall.h"
 #include "LogTest.h"
 
 namespace {
 
+using testing::ElementsAre;
+
 using ManagerTest = LogTest;
-
-// Of the process's first opening of the log file: whoever does it waits until it is told to go on.
-class HeldUpOpening {
-public:
-    HeldUpOpening() {
-        file_calls::Watch([this](const file_calls::Call& call) {
-            if (call.function == "VexCreateFile" && m_bFirst.exchange(false)) {
-                m_opening.count_down();
-                m_goOn.wait();
-            }
-        });
-    }
-    HeldUpOpening(const HeldUpOpening&) = delete;
-    HeldUpOpening& operator=(const HeldUpOpening&) = delete;
-
-    void WaitForIt() { m_opening.wait(); }
-    void GoOn() { m_goOn.count_down(); }
-
-private:
-    std::latch m_opening{1};
-    std::latch m_goOn{1};
-    std::atomic<bool> m_bFirst = true;
-};
 
 size_t ThreadsOfThisProcess() {
     const std::filesystem::directory_iterator tasks("/proc/self/task");
     return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
-// How the scheduler treats the thread in which the log file was opened first.
+// The scheduling policy of the thread that opens the log file.
 int PolicyOfTheWriter() {
     std::atomic<int> nPolicy = -1;
     file_calls::Watch([&](const file_calls::Call& call) {
@@ -70,8 +49,8 @@ TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
         std::latch asked(kThreads);
         std::latch end(1);
         CDebugLogMgr* managers[kThreads] = {};
-        std::vector<std::thread> threads;
-        std::thread([] {}).join();  // a sanitizer starts a thread of its own beside the first
+        std::vector<std::jthread> threads;
+        std::thread([] {}).join();  // together with the first thread, a sanitizer starts one of its own
         const size_t nBefore = ThreadsOfThisProcess();
         for (CDebugLogMgr*& pManager : managers) {
             threads.emplace_back([&] {
@@ -85,27 +64,25 @@ TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
         EXPECT_NE(managers[0], nullptr);
         EXPECT_EQ(managers[0], managers[1]);
         EXPECT_EQ(ThreadsOfThisProcess(), nBefore + kThreads + 1);
-        // Another request for the writer starts no second one.
+        // A second request starts no second writer.
         managers[0]->CreateWriteLogThread();
         EXPECT_EQ(ThreadsOfThisProcess(), nBefore + kThreads + 1);
         end.count_down();
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        threads.clear();
         Trace(L"once");
         WaitUntilWritten(LogPath());
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
 }
 
-TEST_F(ManagerTest, TheWriterLetsThreadsThatComputeFinishFirst) {
+TEST_F(ManagerTest, TheWriterRunsInTheBatchPolicy) {
     InChild([] {
         EXPECT_EQ(PolicyOfTheWriter(), SCHED_BATCH);
         EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
     });
 }
 
-TEST_F(ManagerTest, ThePolicyOfAHostThatHasChosenOneStays) {
+TEST_F(ManagerTest, TheWriterKeepsAPolicyThatTheHostHasChosen) {
     InChild([] {
         const sched_param none = {};
         ASSERT_EQ(sched_setscheduler(0, SCHED_IDLE, &none), 0);
@@ -113,7 +90,7 @@ TEST_F(ManagerTest, ThePolicyOfAHostThatHasChosenOneStays) {
     });
 }
 
-// Those of a handler's choice that the mask lacks; the first 31, and the ones that a program may use beyond.
+// The signals that a program can block and the mask does not: the standard ones and the real-time ones.
 std::vector<int> SignalsNotIn(const sigset_t& mask) {
     std::vector<int> missing;
     for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
@@ -125,7 +102,7 @@ std::vector<int> SignalsNotIn(const sigset_t& mask) {
     return missing;
 }
 
-// What the writer blocks while it opens the log file for the next record.
+// The signals that the writer blocks while it opens the log file for the next record.
 sigset_t SignalsOfTheWriter() {
     sigset_t mask = {};
     file_calls::Watch([&](const file_calls::Call& call) {
@@ -150,26 +127,17 @@ TEST_F(ManagerTest, TheWriterBlocksAllSignalsAndNobodyElseDoes) {
         ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &after), 0);
         EXPECT_EQ(std::memcmp(&after, &own, sizeof own), 0);
 
-        const pid_t nChild = fork();
-        ASSERT_GE(nChild, 0);
-        if (nChild == 0) {
-            alarm(60);
-            EXPECT_EQ(SignalsNotIn(SignalsOfTheWriter()), std::vector<int>{});
-            EndChildAtOnce();
-        }
-        int nStatus = -1;
-        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-        EXPECT_EQ(nStatus, 0);
+        InChild([] { EXPECT_EQ(SignalsNotIn(SignalsOfTheWriter()), std::vector<int>{}); });
     });
 }
 
-// The signals of a process whose threads have blocked them wait for one that has not.
+// A signal to a process is handled on any thread that does not block it, or waits for one.
 TEST_F(ManagerTest, AHostsSignalIsHandledOnTheHostsThread) {
     InChild([&] {
         static std::atomic<pid_t> s_nHandled;
         s_nHandled = 0;
         std::signal(SIGUSR1, [](int) { s_nHandled = gettid(); });
-        Trace(L"before");  // the writer is there, and has not got its creator's mask
+        Trace(L"before");  // makes the writer, whose mask does not follow its creator's
         WaitUntilWritten(LogPath());
         sigset_t signal = {};
         sigaddset(&signal, SIGUSR1);
@@ -188,7 +156,7 @@ TEST_F(ManagerTest, AHostsSignalIsHandledOnTheHostsThread) {
 TEST_F(ManagerTest, NoManagerNoThreadAndNoFileBeforeTheFirstTrace) {
     InChild([&] {
         const size_t nBefore = ThreadsOfThisProcess();
-        { CDebugLogMgr::MacroHelper helper(L"[INFO] ", 1, L"test.cpp", L"Function", 7); }
+        static_cast<void>(Place());
         EXPECT_EQ(ThreadsOfThisProcess(), nBefore);
     });
     EXPECT_FALSE(std::filesystem::exists(LogPath()));
@@ -205,7 +173,7 @@ TEST_F(ManagerTest, TakesTheLocaleFromTheEnvironmentAndIgnoresSigpipe) {
     });
 }
 
-TEST_F(ManagerTest, CutsByAFifthAtTwoMebibytesUnlessToldOtherwise) {
+TEST_F(ManagerTest, ByDefaultCutsAFifthAboveTwoMebibytes) {
     constexpr size_t kLimit = 0x200000;
     InChild([&] {
         std::vector<uintmax_t> sizes;
@@ -233,7 +201,7 @@ TEST_F(ManagerTest, CutsByAFifthAtTwoMebibytesUnlessToldOtherwise) {
     });
 }
 
-TEST_F(ManagerTest, TheHeaderTextStandsBetweenHeaderAndMessage) {
+TEST_F(ManagerTest, TheLogsHeaderTextIsPutBeforeTheMessage) {
     InChild([&] {
         CDebugLogMgr::GetInstance()->SetLogHeader(L"<header> ");
         Trace(L"with");
@@ -244,55 +212,41 @@ TEST_F(ManagerTest, TheHeaderTextStandsBetweenHeaderAndMessage) {
             WaitUntilWritten(LogPath());
         }
     });
-    const auto records = RecordsOf(LogPath());
-    ASSERT_EQ(records.size(), 3U);
-    EXPECT_EQ(records[0].strMessage, "<header> with");
-    EXPECT_EQ(records[1].strMessage, "without");
-    EXPECT_EQ(records[2].strMessage, "without");
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("<header> with", "without", "without"));
 }
 
-TEST_F(ManagerTest, TheLogCanGoElsewhereAndMakesItsDirectories) {
+TEST_F(ManagerTest, TheLogMovesToANewNameAndMakesItsDirectories) {
     const std::string strElsewhere = m_directory.Path("new/directories/own.log");
     InChild([&] {
         Trace(L"default");
         WaitUntilWritten(LogPath());
-        const std::wstring strName(strElsewhere.begin(), strElsewhere.end());
-        CDebugLogMgr::GetInstance()->SetLogFileName(strName.c_str());
+        SetLogFileName(strElsewhere);
         Trace(L"elsewhere");
         WaitUntilWritten(strElsewhere);
-        CDebugLogMgr::GetInstance()->SetLogFileName(L"");
+        SetLogFileName("");
         Trace(L"default again");
         WaitUntilWritten(LogPath());
     });
-    const auto inDefault = RecordsOf(LogPath());
-    ASSERT_EQ(inDefault.size(), 2U);
-    EXPECT_EQ(inDefault[0].strMessage, "default");
-    EXPECT_EQ(inDefault[1].strMessage, "default again");
-    const auto elsewhere = RecordsOf(strElsewhere);
-    ASSERT_EQ(elsewhere.size(), 1U);
-    EXPECT_EQ(elsewhere[0].strMessage, "elsewhere");
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("default", "default again"));
+    EXPECT_THAT(MessagesOf(strElsewhere), ElementsAre("elsewhere"));
     EXPECT_TRUE(ReadWholeFile(strElsewhere).starts_with("\xFF\xFE"));
 }
 
-TEST_F(ManagerTest, WithoutOutputTheWriterDropsWhatItTakes) {
-    const ChildEnd end = RunLogChild(
+TEST_F(ManagerTest, TheWriterDropsRecordsWhileOutputIsOff) {
+    InChild(
         [&] {
             Trace(L"written");
             WaitUntilWritten(LogPath());
             CDebugLogMgr::GetInstance()->EnableOutput(FALSE);
             Trace(L"dropped");
         },
-        Exit::kByReturn);  // which gives the writer a second
-    EXPECT_EQ(end.nStatus, 0);
-    const auto records = RecordsOf(LogPath());
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].strMessage, "written");
+        Exit::kByReturn);  // gives the writer a second
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("written"));
 }
 
-// The writer is held up with the first record.
-TEST_F(ManagerTest, ClearingDropsWhatIsQueued) {
+TEST_F(ManagerTest, ClearDropsTheQueuedRecords) {
     InChild([&] {
-        HeldUpOpening held;
+        HeldUpCall held("VexCreateFile");
         Trace(L"taken");
         held.WaitForIt();
         Trace(L"queued");
@@ -302,10 +256,7 @@ TEST_F(ManagerTest, ClearingDropsWhatIsQueued) {
         Trace(L"later");
         WaitUntilWritten(LogPath());
     });
-    const auto records = RecordsOf(LogPath());
-    ASSERT_EQ(records.size(), 2U);
-    EXPECT_EQ(records[0].strMessage, "taken");
-    EXPECT_EQ(records[1].strMessage, "later");
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("taken", "later"));
 }
 
 // A path buffer has 260 characters, the last of which is the terminator.
@@ -317,11 +268,10 @@ TEST_F(ManagerTest, DirectoriesAreMadeForNamesOfUpTo259Characters) {
     const std::string strFits = nameOf("fits", 259);
     InChild([&] {
         const std::string strDoesNot = nameOf("does not", 260);
-        CDebugLogMgr* const pManager = CDebugLogMgr::GetInstance();
-        pManager->SetLogFileName(std::wstring(strDoesNot.begin(), strDoesNot.end()).c_str());
-        Trace(L"text");                           // returns when the directory would have been made
-        file_calls::WaitFor("VexCreateFile", 2);  // that name and the one in its place, in vain
-        pManager->SetLogFileName(std::wstring(strFits.begin(), strFits.end()).c_str());
+        SetLogFileName(strDoesNot);
+        Trace(L"text");                           // would have made the directory
+        file_calls::WaitFor("VexCreateFile", 2);  // that name and its fallback; both fail
+        SetLogFileName(strFits);
         Trace(L"text");
         WaitUntilWritten(strFits);
     });
@@ -329,50 +279,30 @@ TEST_F(ManagerTest, DirectoriesAreMadeForNamesOfUpTo259Characters) {
     EXPECT_EQ(RecordsOf(strFits).size(), 1U);
 }
 
-// The parent's writer is held up in the opening of the file.
 TEST_F(ManagerTest, AForkedChildLeavesItsParentsRecordsToTheParent) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
-#endif
-    const auto messages = [&] {
-        std::vector<std::string> texts;
-        for (const LogRecord& record : RecordsOf(LogPath())) {
-            texts.push_back(record.strMessage);
-        }
-        return texts;
-    };
+    SKIP_FORKS_WITH_ASAN();
     InChild([&] {
-        HeldUpOpening held;
+        HeldUpCall held("VexCreateFile");
         Trace(L"first of the parent");
         held.WaitForIt();
         Trace(L"second of the parent");
-        const pid_t nChild = fork();
-        ASSERT_GE(nChild, 0);
-        if (nChild == 0) {
-            alarm(60);
+        InChild([&] {
             Trace(L"child");
             WaitUntilWritten(LogPath());
-            _exit(0);
-        }
-        int nStatus = -1;
-        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-        EXPECT_EQ(nStatus, 0);
-        EXPECT_EQ(messages(), std::vector<std::string>{"child"});
+        });
+        EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("child"));
         held.GoOn();
         WaitUntilWritten(LogPath());
-        EXPECT_EQ(messages(), (std::vector<std::string>{"child", "first of the parent", "second of the parent"}));
+        EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("child", "first of the parent", "second of the parent"));
     });
 }
 
-// What the log does to the process when it is made, it does once.
+// Making the log ignores SIGPIPE and seeds rand. Its start in a forked child does neither.
 TEST_F(ManagerTest, AForkedChildKeepsItsSignalsAndItsRandomNumbers) {
     InChild([&] {
         Trace(L"parent");
         WaitUntilWritten(LogPath());
-        const pid_t nChild = fork();
-        ASSERT_GE(nChild, 0);
-        if (nChild == 0) {
-            alarm(60);
+        InChild([&] {
             std::signal(SIGPIPE, SIG_DFL);
             std::srand(7);
             const int nFirst = std::rand();
@@ -381,16 +311,12 @@ TEST_F(ManagerTest, AForkedChildKeepsItsSignalsAndItsRandomNumbers) {
             WaitUntilWritten(LogPath());
             EXPECT_EQ(std::rand(), nFirst);
             EXPECT_EQ(std::signal(SIGPIPE, SIG_IGN), SIG_DFL);
-            EndChildAtOnce();
-        }
-        int nStatus = -1;
-        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-        EXPECT_EQ(nStatus, 0);
+        });
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 2U);
 }
 
-TEST_F(ManagerTest, ALineSetsItsOwnChoiceOfTheFunctionName) {
+TEST_F(ManagerTest, EachRecordDecidesWhetherItHasAFunctionName) {
     InChild([&] {
         CDebugLogMgr::GetInstance()->WithFunctionName(FALSE);
         Trace(L"text");
@@ -414,7 +340,7 @@ TEST_F(ManagerTest, InGlobalModeTheFileStaysOpen) {
     EXPECT_EQ(RecordsOf(LogPath()).size(), 3U);
 }
 
-// Other processes write between two records, and not in the middle of one.
+// Other processes can write between two records, but not inside one.
 TEST_F(ManagerTest, InGlobalModeTheFileIsLockedForEachRecord) {
     InChild([&] {
         m_directory.Write("PILog.txt", "\xFF\xFE");
@@ -432,7 +358,7 @@ TEST_F(ManagerTest, InGlobalModeTheFileIsLockedForEachRecord) {
         constexpr int kRecords = 3;
         for (int i = 1; i <= kRecords; ++i) {
             Trace(L"text");
-            file_calls::WaitFor("FlushFileBuffers", 3 * i);  // in the record, and twice behind it
+            file_calls::WaitFor("FlushFileBuffers", 3 * i);  // once in the record, twice after it
             EXPECT_FALSE(isLocked());
         }
         EXPECT_EQ(nUnlockedWrites, 0);
@@ -442,7 +368,7 @@ TEST_F(ManagerTest, InGlobalModeTheFileIsLockedForEachRecord) {
     EXPECT_EQ(RecordsOf(LogPath()).size(), 3U);
 }
 
-TEST_F(ManagerTest, OutputTakesItsTextAsItIs) {
+TEST_F(ManagerTest, OutputDoesNotFormatItsText) {
     InChild([&] {
         CDebugLogMgr::GetInstance()->Output(L"[OWN] ", L"other.cpp", L"Caller", 99, L"100%s %d %");
         WaitUntilWritten(LogPath());

@@ -1,5 +1,5 @@
-// Everything at once, for ThreadSanitizer above all: no lock or counter of the tests stands between the log's threads.
-#include <sys/wait.h>
+// Many things at the same time, above all for ThreadSanitizer: the tests put no lock of their own between the log's
+// threads.
 #include <unistd.h>
 
 #include <atomic>
@@ -15,63 +15,54 @@ namespace {
 
 using RaceTest = LogTest;
 
-std::vector<std::thread> StartTracing(int nThreads, const std::function<void(int nThread)>& fnBody) {
-    std::vector<std::thread> threads;
+std::vector<std::jthread> StartTracing(int nThreads, const std::function<void(int nThread)>& fnBody) {
+    std::vector<std::jthread> threads;
     for (int nThread = 0; nThread < nThreads; ++nThread) {
         threads.emplace_back(fnBody, nThread);
     }
     return threads;
 }
 
-// With and without function name, below the level and above it, to a changing file and to a directory, which makes the
-// writer change the name as well; and the end comes while all this goes on.
-TEST_F(RaceTest, SixteenThreadsAChangingNameAndTheEnd) {
+// Records with and without a function name, below and above the level. The name changes; for a directory the writer
+// changes it as well.
+TEST_F(RaceTest, TheProcessEndsWhileThreadsTraceAndTheNameChanges) {
     std::filesystem::create_directory(WorkingDirectory() + "/directory");
-    const ChildEnd end = RunLogChild(
+    InChild(
         [] {
             constexpr int kThreads = 16;
             const int nRecords = Scaled(20'000);
-            static auto& threads = *new std::vector<std::thread>(StartTracing(kThreads, [nRecords](int nThread) {
+            static auto& threads = *new std::vector<std::jthread>(StartTracing(kThreads, [nRecords](int nThread) {
                 for (int i = 0; i < nRecords; ++i) {
                     CDebugLogMgr::MacroHelper(L"[INFO] ", i % 3, L"test.cpp", (i + nThread) % 2 == 0 ? L"" : L"F", 7)(
                         L"%s %d", L"wide", i);
                 }
             }));
-            std::thread changing([] {
+            std::thread([] {
                 for (int i = 0; i < 200; ++i) {
-                    constexpr const wchar_t* kNames[] = {L"first.log", L"a longer name/of a file.log", L"directory",
-                                                         L""};
-                    CDebugLogMgr::GetInstance()->SetLogFileName(kNames[i % 4]);
+                    constexpr const char* kNames[] = {"first.log", "a longer name/of a file.log", "directory", ""};
+                    SetLogFileName(kNames[i % 4]);
                     CDebugLogMgr::GetInstance()->WithFunctionName(i % 2);
                     std::this_thread::yield();
                 }
-            });
-            changing.join();
-            for (std::thread& thread : threads) {
+            }).join();
+            for (std::jthread& thread : threads) {
                 thread.detach();
             }
         },
         Exit::kByReturn);
-    EXPECT_EQ(end.nStatus, 0);
 }
 
 TEST_F(RaceTest, AllThreadsAtTheFirstTrace) {
     InChild([&] {
-        std::vector<std::thread> threads =
-            StartTracing(16, [](int nThread) { Trace(L"thread " + std::to_wstring(nThread)); });
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        StartTracing(16, [](int nThread) { Trace(L"thread " + std::to_wstring(nThread)); }).clear();
         WaitUntilWritten(LogPath());
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 16U);
 }
 
-// A host that forks while its threads trace: the child can trace and end, and no record is there twice.
+// A host forks while its threads trace.
 TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
-#endif
+    SKIP_FORKS_WITH_ASAN();
     constexpr int kThreads = 4;
     constexpr int kOfChild = 3;
     const int nForks = Scaled(200);
@@ -79,32 +70,23 @@ TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
         CDebugLogMgr::GetInstance()->SetTruncate(0x200000, 0);
         std::atomic<bool> bEnd = false;
         std::atomic<int> nRecords = 0;
-        std::vector<std::thread> threads = StartTracing(kThreads, [&](int) {
+        std::vector<std::jthread> threads = StartTracing(kThreads, [&](int) {
             while (!bEnd) {
                 Trace(L"parent " + std::to_wstring(nRecords++));
                 usleep(500);
             }
         });
         for (int nFork = 0; nFork < nForks; ++nFork) {
-            const pid_t nChild = fork();
-            ASSERT_GE(nChild, 0);
-            if (nChild == 0) {
-                alarm(60);
+            InChild([&] {
                 for (int i = 0; i < kOfChild; ++i) {
                     Trace(L"child " + std::to_wstring(nFork * kOfChild + i));
                 }
-                // Ended in the middle of a record it would leave half of one, to which the next would be added.
+                // A child that ends inside a record would leave half of it, and the next record would follow that.
                 WaitUntilWritten(LogPath());
-                _exit(0);
-            }
-            int nStatus = -1;
-            ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-            ASSERT_EQ(nStatus, 0);
+            });
         }
         bEnd = true;
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        threads.clear();
         WaitUntilWritten(LogPath());
         const auto records = RecordsOf(LogPath());
         std::set<std::string> messages;
@@ -119,39 +101,24 @@ TEST_F(RaceTest, AForkNeitherHangsTheChildNorDuplicatesRecords) {
     });
 }
 
-// The process that forks while another thread of it makes the log.
 TEST_F(RaceTest, AForkDuringTheFirstTraceLeavesTheChildALog) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
-#endif
+    SKIP_FORKS_WITH_ASAN();
     const int nTimes = Scaled(200);
     for (int i = 0; i < nTimes; ++i) {
         InChild([i] {
-            std::thread first([] { Trace(L"first"); });
-            // The fork comes at another moment of the making each time.
+            const std::jthread first([] { Trace(L"first"); });
+            // The fork comes at a different moment of the log's creation each time.
             const auto moment = std::chrono::steady_clock::now() + std::chrono::microseconds(i);
             while (std::chrono::steady_clock::now() < moment) {
             }
-            const pid_t nChild = fork();
-            ASSERT_GE(nChild, 0);
-            if (nChild == 0) {
-                alarm(10);
-                Trace(L"child");
-                _exit(0);
-            }
-            int nStatus = -1;
-            ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-            EXPECT_EQ(nStatus, 0);
-            first.join();
+            EXPECT_TRUE(RunChild([] { Trace(L"child"); }).Passed());
         });
     }
 }
 
-// libc has locks that formatting a record takes and a fork does not.
+// Formatting a record takes locks inside libc, which a fork does not take.
 TEST_F(RaceTest, AForkWhileRecordsAreFormattedLeavesTheChildALog) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
-#endif
+    SKIP_FORKS_WITH_ASAN();
     InChild([] {
         CDebugLogMgr::GetInstance()->EnableOutput(FALSE);
         ForkWhile(4, Scaled(300), [] {
@@ -161,22 +128,11 @@ TEST_F(RaceTest, AForkWhileRecordsAreFormattedLeavesTheChildALog) {
     });
 }
 
-// popen and the JVM's ProcessBuilder start another program in the child.
 TEST_F(RaceTest, AForkedChildRunsItsExitHandlers) {
     InChild([&] {
         Trace(L"parent");
         WaitUntilWritten(LogPath());
-        std::fflush(nullptr);
-        const pid_t nChild = fork();
-        ASSERT_GE(nChild, 0);
-        if (nChild == 0) {
-            alarm(60);
-            Trace(L"child");
-            std::exit(testing::Test::HasFailure() ? 1 : 0);
-        }
-        int nStatus = -1;
-        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
-        EXPECT_EQ(nStatus, 0);
+        InChild([] { Trace(L"child"); }, Exit::kByReturn);
         Trace(L"parent again");
         WaitUntilWritten(LogPath());
     });

@@ -1,5 +1,5 @@
-// ThreadSanitizer ends a child process that starts threads when its parent had some, which the log does on purpose. It
-// also waits a second at each process's end, for reports that the log's own second leaves room for.
+// By default ThreadSanitizer ends a forked child that starts threads if its parent had threads; the log does so on
+// purpose. It also waits a second at each exit for late reports; the log's own second is enough.
 
 extern "C" const char* __tsan_default_options();
 

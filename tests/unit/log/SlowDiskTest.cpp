@@ -1,14 +1,13 @@
-// A disk that stalls holds up the writer and nobody else, also at the end of the process.
+// A disk that stalls delays the writer and no other thread, and the end of the process by one second only.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <latch>
 #include <thread>
 
 #include "FileCalls.h"
+#include "HeldUpCall.h"
 #include "LogTest.h"
-#include "Row.h"
 #include "Scale.h"
 
 namespace {
@@ -18,55 +17,33 @@ using SlowDiskTest = LogTest;
 TEST_F(SlowDiskTest, TracingGoesOnWhileTheWriterIsInsideOneWrite) {
     InChild([&] {
         const int nRecords = Scaled(20'000);
-        std::latch inWrite(1);
-        std::latch goOn(1);
-        std::atomic<bool> bFirst = true;
-        file_calls::Watch([&](const file_calls::Call& call) {
-            if (call.function == "WriteFile" && bFirst.exchange(false)) {
-                inWrite.count_down();
-                goOn.wait();
-            }
-        });
+        HeldUpCall write("WriteFile");
         Trace(L"first");
-        inWrite.wait();
-        // If one of these waited for the disk, it would do so for ever.
+        write.WaitForIt();
+        // One of these that waited for the disk would wait for ever.
         for (int i = 0; i < nRecords; ++i) {
             Trace(L"more");
         }
         EXPECT_EQ(file_calls::Count("WriteFile"), 0);
-        goOn.count_down();
+        write.GoOn();
         file_calls::WaitFor("CloseHandle", nRecords + 1);
     });
 }
 
-// The bounds on times: far from the five seconds of the stall, and the one second may not be less.
+// Bounds of the one second that the exit waits.
 constexpr double kAtLeast = 0.9;
 constexpr double kBelow = 3.5;
 
-// Its name is that of the function that stalls.
-struct Stall : Row {
-    int nSeconds;
-};
+class ExitTest : public LogTest, public testing::WithParamInterface<std::string> {};
 
-class ExitTest : public LogTest, public testing::WithParamInterface<Stall> {};
-
-TEST_P(ExitTest, AStalledWriterHoldsTheEndUpForOneSecond) {
-    std::latch* pStalled = nullptr;
+TEST_P(ExitTest, AStalledWriterDelaysTheExitByOneSecond) {
     const ChildEnd end = RunLogChild(
-        [&] {
-            pStalled = new std::latch(1);  // outlives main, as the writer and what it looks at do
-            const Stall& stall = *new Stall(GetParam());
-            file_calls::Watch([pStalled, &stall](const file_calls::Call& call) {
-                static std::atomic<bool> s_bFirst = true;
-                if (call.function == stall.strName && s_bFirst.exchange(false)) {
-                    pStalled->count_down();
-                    sleep(static_cast<unsigned>(stall.nSeconds));
-                }
-            });
+        [] {
+            auto& stalled = *new HeldUpCall(GetParam());  // for ever; the writer uses it after main
             CDebugLogMgr::GetInstance()->SetTruncate(10, 20);
             Trace(L"first");
             Trace(L"second");
-            pStalled->wait();
+            stalled.WaitForIt();
         },
         Exit::kByReturn);
     EXPECT_EQ(end.nStatus, 0);
@@ -74,66 +51,45 @@ TEST_P(ExitTest, AStalledWriterHoldsTheEndUpForOneSecond) {
     EXPECT_LT(end.dSeconds, kBelow);
 }
 
-INSTANTIATE_TEST_SUITE_P(, ExitTest,
-                         testing::Values(Stall{"VexCreateFile", 5}, Stall{"WriteFile", 5}, Stall{"SetEndOfFile", 5},
-                                         Stall{"CloseHandle", 5}),
-                         RowName);
+INSTANTIATE_TEST_SUITE_P(, ExitTest, testing::Values("VexCreateFile", "WriteFile", "SetEndOfFile", "CloseHandle"),
+                         [](const auto& function) { return function.param; });
 
-// The writer comes back when the manager has been destroyed and the process is still there: another exit handler, older
-// than the log's and run after it, takes its time.
-TEST_F(SlowDiskTest, AWriterThatReturnsAfterTheManagersEndDoesNoHarm) {
+// The writer returns from its call after the log's exit handler ran. An older exit handler, which runs later, keeps the
+// process alive until then.
+TEST_F(SlowDiskTest, AWriterThatReturnsAfterTheExitHandlerDoesNoHarm) {
     for (const char* pszFunction : {"VexCreateFile", "WriteFile", "FlushFileBuffers", "SetEndOfFile", "CloseHandle"}) {
-        const ChildEnd end = RunLogChild(
+        SCOPED_TRACE(pszFunction);
+        InChild(
             [&] {
-                static const char* s_pszFunction = pszFunction;
-                static auto& s_stalled = *new std::latch(1);
-                static auto& s_returned = *new std::latch(1);
+                static auto& s_stalled = *new HeldUpCall(pszFunction);
                 std::atexit([] {
-                    s_returned.wait();
-                    usleep(200'000);  // the time in which it could do harm
-                });
-                file_calls::Watch([](const file_calls::Call& call) {
-                    static std::atomic<bool> s_bFirst = true;
-                    if (call.function == s_pszFunction && s_bFirst.exchange(false)) {
-                        s_stalled.count_down();
-                        usleep(1'500'000);
-                        s_returned.count_down();
-                    }
+                    s_stalled.GoOn();
+                    usleep(200'000);  // the time in which the writer could do harm
                 });
                 CDebugLogMgr::GetInstance()->SetTruncate(10, 20);
                 CDebugLogMgr::GetInstance()->SetLogHeader(L"<a header text of some length>");
                 Trace(L"first");
                 Trace(L"second");
-                s_stalled.wait();
+                s_stalled.WaitForIt();
             },
             Exit::kByReturn);
-        EXPECT_EQ(end.nStatus, 0) << pszFunction;
     }
 }
 
-// The writer goes on when the exit handler has waited for it in vain: then it is the one who closes the file.
+// The same: the writer is then the one that closes the file.
 TEST_F(SlowDiskTest, TheLastToLeaveClosesTheFileOfTheGlobalMode) {
-    const ChildEnd end = RunLogChild(
+    InChild(
         [] {
-            static auto& s_stalled = *new std::latch(1);
-            static auto& s_goOn = *new std::latch(1);
-            std::atexit([] {  // older than the log's, and so run after it
-                s_goOn.count_down();
+            static auto& s_stalled = *new HeldUpCall("WriteFile");
+            std::atexit([] {
+                s_stalled.GoOn();
                 file_calls::WaitFor("CloseHandle", 1);
-            });
-            file_calls::Watch([](const file_calls::Call& call) {
-                static std::atomic<bool> s_bFirst = true;
-                if (call.function == "WriteFile" && s_bFirst.exchange(false)) {
-                    s_stalled.count_down();
-                    s_goOn.wait();
-                }
             });
             CDebugLogMgr::GetInstance()->EnableGlobalMode(TRUE);
             Trace(L"text");
-            s_stalled.wait();
+            s_stalled.WaitForIt();
         },
         Exit::kByReturn);
-    EXPECT_EQ(end.nStatus, 0);
 }
 
 TEST_F(SlowDiskTest, TheProcessEndsWhileThreadsTrace) {
@@ -158,7 +114,7 @@ TEST_F(SlowDiskTest, TheProcessEndsWhileThreadsTrace) {
     EXPECT_LT(end.dSeconds, kBelow);
 }
 
-TEST_F(SlowDiskTest, AnIdleWriterHoldsTheEndUpForOneSecondAsWell) {
+TEST_F(SlowDiskTest, AnIdleWriterDelaysTheExitByOneSecondToo) {
     const ChildEnd end = RunLogChild(
         [&] {
             Trace(L"text");
@@ -171,15 +127,13 @@ TEST_F(SlowDiskTest, AnIdleWriterHoldsTheEndUpForOneSecondAsWell) {
     EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
 }
 
-// Calls after the log's end are calls into a program that is about to go: they return.
 TEST_F(SlowDiskTest, TracingInALaterExitHandlerReturns) {
-    const ChildEnd end = RunLogChild(
+    InChild(
         [] {
             std::atexit([] { Trace(L"too late"); });
             Trace(L"in time");
         },
         Exit::kByReturn);
-    EXPECT_EQ(end.nStatus, 0);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// How lines reach the file: its layout, the calls made for a line, and the name it falls back to.
+// How the writer writes records: the file's layout, the calls for one record, fallback names, cuts.
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -15,14 +15,14 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::SizeIs;
 
-// A line that no locale can encode.
+// A record that no locale can encode.
 void TraceUnconvertible() {
     Trace(std::wstring(1, static_cast<wchar_t>(0xD800)));
 }
 
 class WriterTest : public LogTest {
 protected:
-    // Traces each text, one line after the other, the file being as it is.
+    // Traces each text and waits until the file is closed after the last.
     void Write(const std::vector<std::wstring>& texts) {
         InChild([&] {
             for (const std::wstring& strText : texts) {
@@ -32,15 +32,6 @@ protected:
         });
     }
 };
-
-// The texts of the records.
-std::vector<std::string> MessagesOf(const std::string& strPath) {
-    std::vector<std::string> messages;
-    for (const LogRecord& record : RecordsOf(strPath)) {
-        messages.push_back(record.strMessage);
-    }
-    return messages;
-}
 
 // ---- Layout ----
 
@@ -81,10 +72,10 @@ TEST_F(WriterTest, AMessageMayHoldLineEnds) {
 
 struct Locale {
     const char* pszName;
-    const char* pszExpected;  // entry's message; null: the entry is empty
+    const char* pszExpected;  // null: the entry is empty
 };
 
-TEST_F(WriterTest, ALineThatTheLocaleCannotEncodeIsAnEmptyEntry) {
+TEST_F(WriterTest, ARecordThatTheLocaleCannotEncodeIsAnEmptyEntry) {
     for (const Locale& locale : {Locale{"C.UTF-8", "\xC3\xA4"}, Locale{"C", nullptr}}) {
         std::filesystem::remove(LogPath());
         setenv("LC_ALL", locale.pszName, 1);
@@ -102,8 +93,8 @@ TEST_F(WriterTest, ALineThatTheLocaleCannotEncodeIsAnEmptyEntry) {
 
 // ---- Calls ----
 
-// The calls that one line costs the writer, in their order, once the file is there.
-TEST_F(WriterTest, ALineCostsTheWriterTheseCalls) {
+// The writer's calls for one record, in their order, when the file exists.
+TEST_F(WriterTest, ARecordCostsTheWriterTheseCalls) {
     InChild([] {
         std::vector<std::string> calls;
         const std::thread::id tracer = std::this_thread::get_id();
@@ -122,11 +113,11 @@ TEST_F(WriterTest, ALineCostsTheWriterTheseCalls) {
     });
 }
 
-// ---- The name it falls back to ----
+// ---- Fallback names ----
 
 class FallbackTest : public WriterTest {
 protected:
-    // The name that goes with a configured one: a blank, the name, the time.
+    // Matches a blank, the name, the time.
     static testing::Matcher<std::string> FallbackOf(const std::string& strName) {
         std::string strPattern = " ";
         for (const char ch : strName) {
@@ -143,8 +134,8 @@ protected:
 TEST_F(FallbackTest, ARelativeDirectoryLeadsToAFileBesideIt) {
     std::filesystem::create_directory(WorkingDirectory() + "/logs");
     InChild([&] {
-        CDebugLogMgr::GetInstance()->SetLogFileName(L"logs");
-        // The line for which the name is made is lost; the file is there with its header.
+        SetLogFileName("logs");
+        // This record is lost, but its file is created with the header.
         Trace(L"one");
         file_calls::WaitFor("CloseHandle", 1);
         Trace(L"two");
@@ -157,12 +148,12 @@ TEST_F(FallbackTest, ARelativeDirectoryLeadsToAFileBesideIt) {
     EXPECT_THAT(MessagesOf(strFile), ElementsAre("two", "three"));
 }
 
-TEST_F(FallbackTest, AnAbsoluteDirectoryLeadsBelowADirectoryNamedBlank) {
+TEST_F(FallbackTest, AnAbsoluteDirectoryLeadsBelowADirectoryWithABlankName) {
     const std::string strLogs = m_directory.Path("logs");
     std::filesystem::create_directory(strLogs);
     InChild([&] {
-        CDebugLogMgr::GetInstance()->SetLogFileName(std::wstring(strLogs.begin(), strLogs.end()).c_str());
-        // With the first line there is no such directory yet; the next line makes it.
+        SetLogFileName(strLogs);
+        // The directory does not exist yet; the next record makes it.
         Trace(L"one");
         file_calls::WaitFor("VexCreateFile", 1);
         Trace(L"two");
@@ -173,13 +164,13 @@ TEST_F(FallbackTest, AnAbsoluteDirectoryLeadsBelowADirectoryNamedBlank) {
     EXPECT_TRUE(std::filesystem::is_empty(strLogs));
 }
 
-TEST_F(FallbackTest, AFallbackThatFailsLosesLinesAndNothingElse) {
+TEST_F(FallbackTest, AFallbackThatFailsLosesRecordsAndNothingElse) {
     InChild([&] {
-        CDebugLogMgr::GetInstance()->SetLogFileName(L"/proc/nothing/here/log.txt");
+        SetLogFileName("/proc/nothing/here/log.txt");
         for (int i = 0; i < 3; ++i) {
             Trace(L"lost");
         }
-        CDebugLogMgr::GetInstance()->SetLogFileName(L"/tmp/PILog.txt");
+        SetLogFileName("/tmp/PILog.txt");
         WaitUntilWritten(LogPath());
     });
 }
@@ -187,7 +178,7 @@ TEST_F(FallbackTest, AFallbackThatFailsLosesLinesAndNothingElse) {
 // ---- Cutting ----
 
 struct Cut : Row {
-    size_t cbFile;  // after the line that makes it that long
+    size_t cbFile;  // with the record that makes it that long
     DWORD dwLimit;
     DWORD dwPercent;
     bool bCut;
@@ -195,7 +186,7 @@ struct Cut : Row {
     size_t nKept;
 };
 
-// Bytes that tell where they stood.
+// Bytes whose values show their positions.
 std::string NumberedBytes(size_t cb) {
     std::string bytes(cb, '\0');
     for (size_t i = 0; i < cb; ++i) {
@@ -204,18 +195,20 @@ std::string NumberedBytes(size_t cb) {
     return bytes;
 }
 
+// Adds four bytes to the file, those of a record that cannot be encoded, and lets the log cut it.
+void AppendAndCut(DWORD dwLimit, DWORD dwPercent) {
+    CDebugLogMgr::GetInstance()->SetTruncate(dwLimit, dwPercent);
+    TraceUnconvertible();
+    file_calls::WaitFor("CloseHandle", 1);
+}
+
 class CutTest : public LogTest, public testing::WithParamInterface<Cut> {};
 
 TEST_P(CutTest, KeepsTheseBytes) {
     const Cut& cut = GetParam();
-    // A line that cannot be encoded adds its four bytes and no others.
     const std::string strBefore = NumberedBytes(cut.cbFile - 4);
     m_directory.Write("PILog.txt", strBefore);
-    InChild([&] {
-        CDebugLogMgr::GetInstance()->SetTruncate(cut.dwLimit, cut.dwPercent);
-        TraceUnconvertible();
-        file_calls::WaitFor("CloseHandle", 1);
-    });
+    InChild([&] { AppendAndCut(cut.dwLimit, cut.dwPercent); });
     const std::string strAppended = strBefore + "\r\n\r\n";
     const std::string strExpected = cut.bCut ? "\xFF\xFE" + strAppended.substr(cut.nFrom, cut.nKept) : strAppended;
     const std::string strAfter = ReadWholeFile(LogPath());
@@ -234,8 +227,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Cut{"Large", 20'000'003, 2'000'000, 20, true, 3'999'999, 16'000'002}),
     RowName);
 
-// Percentages and sizes for which there is no such stretch of the old file: whatever is kept is a part of it.
-TEST_F(LogTest, OddLimitsKeepSomethingOfTheFileOrNothing) {
+// Percentages above 100 and files of a few bytes.
+TEST_F(LogTest, OddCutsKeepAPartOfTheFileOrNothing) {
     struct Odd {
         size_t cbFile;
         DWORD dwPercent;
@@ -244,11 +237,7 @@ TEST_F(LogTest, OddLimitsKeepSomethingOfTheFileOrNothing) {
                            Odd{150, 101}, Odd{150, 200}, Odd{151, 1'000'000}, Odd{150, ~DWORD{0}}}) {
         const std::string strBefore = NumberedBytes(odd.cbFile - 4);
         m_directory.Write("PILog.txt", strBefore);
-        InChild([&] {
-            CDebugLogMgr::GetInstance()->SetTruncate(1, odd.dwPercent);
-            TraceUnconvertible();
-            file_calls::WaitFor("CloseHandle", 1);
-        });
+        InChild([&] { AppendAndCut(1, odd.dwPercent); });
         std::string strAfter = ReadWholeFile(LogPath());
         EXPECT_LE(strAfter.size(), odd.cbFile + 2) << odd.cbFile << ", " << odd.dwPercent;
         if (strAfter.starts_with("\xFF\xFE")) {
@@ -269,16 +258,14 @@ struct LargeFile : Row {
 
 class LargeFileTest : public LogTest, public testing::WithParamInterface<LargeFile> {};
 
-// Whoever may write to a file can make it larger than this process has memory.
-TEST_P(LargeFileTest, IsReadForACutOrNot) {
+// Other users who may write to a file can make it larger than this process's memory.
+TEST_P(LargeFileTest, IsReadForACutOnlyIfItIsSafe) {
     const LargeFile& row = GetParam();
     m_directory.Write("PILog.txt", "\xFF\xFE");
     std::filesystem::resize_file(LogPath(), row.cbFile - 4);
     std::filesystem::permissions(LogPath(), std::filesystem::perms(row.nMode));
     InChild([&] {
-        CDebugLogMgr::GetInstance()->SetTruncate(row.dwLimit, 99);
-        TraceUnconvertible();
-        file_calls::WaitFor("CloseHandle", 1);
+        AppendAndCut(row.dwLimit, 99);
         EXPECT_EQ(file_calls::Count("ReadFile"), row.bCut ? 1 : 0);
     });
     EXPECT_EQ(std::filesystem::file_size(LogPath()) < row.cbFile, row.bCut);
@@ -312,7 +299,7 @@ TEST_F(WriterTest, WithoutAPercentageTheFileGrows) {
 TEST_F(WriterTest, AReadThatFailsLeavesTheFileAsItIs) {
     InChild([&] {
         CDebugLogMgr::GetInstance()->SetTruncate(1000, 20);
-        // What the cut is to read is shorter by then.
+        // Shortens the file before the cut reads it.
         file_calls::Watch([&](const file_calls::Call& call) {
             if (call.function == "ReadFile") {
                 std::filesystem::resize_file(LogPath(), 500);
@@ -326,9 +313,9 @@ TEST_F(WriterTest, AReadThatFailsLeavesTheFileAsItIs) {
     EXPECT_EQ(ReadWholeFile(LogPath()).size(), 500U);
 }
 
-// ---- A process that is killed in a cut ----
+// ---- Kills ----
 
-TEST_F(WriterTest, AProcessKilledInACutLeavesAFileToGoOnWith) {
+TEST_F(WriterTest, AProcessKilledInACutLeavesAUsableFile) {
     constexpr int kRecords = 20;
     const auto traceWithCuts = [&] {
         CDebugLogMgr::GetInstance()->SetTruncate(1000, 20);
@@ -337,7 +324,7 @@ TEST_F(WriterTest, AProcessKilledInACutLeavesAFileToGoOnWith) {
         }
         file_calls::WaitFor("CloseHandle", kRecords);
     };
-    // Before each call from the first ReadFile, which only a cut makes, to the end of that line.
+    // Kills before each call of a cut, which begins with the first ReadFile, to the end of that record.
     int nPoints = 0;
     for (bool bKilled = true; bKilled; ++nPoints) {
         std::filesystem::remove(LogPath());
@@ -346,7 +333,7 @@ TEST_F(WriterTest, AProcessKilledInACutLeavesAFileToGoOnWith) {
                 int nCallsOfCut = 0;
                 file_calls::Watch([&, nPoint = nPoints](const file_calls::Call& call) {
                     if (call.function == "SHCreateDirectoryExW") {
-                        return;  // the tracing thread's, the others are the writer's
+                        return;  // the tracing thread's; all others are the writer's
                     }
                     if (nCallsOfCut > 0 || call.function == "ReadFile") {
                         if (nCallsOfCut++ == nPoint && nPoint < 20) {
