@@ -1,7 +1,7 @@
-// The IPC client and its records. RouteMessage.h has the records that cross the socket, docs/wire-protocol.md draws
-// them.
+// The IPC client. docs/wire-protocol.md draws the bytes that cross the socket.
 #pragma once
 
+#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,13 +15,13 @@
 #include <ctime>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 #include "PipeConnection.h"
+#include "PipeExchange.h"
 #include "PipeLog.h"
+#include "PipeRecords.h"
 #include "PipeSocket.h"
 #include "RouteMessage.h"
 #include "SmartBuffer.h"
@@ -29,65 +29,23 @@
 #include "VEXCompat.h"
 #include "VEXType.h"
 
-class CPipeIPC;
-
-#pragma pack(push, 1)
-
-// One client of the server role.
-struct ClientInfo {
-    RegClient RegInfo;
-    SOCKET ClientSocket;
-    int ClientTimeOut;
-};
-
-// Start argument of the receive thread, which frees it.
-struct ClientRecvParamter {
-    SOCKET RemoteSocket;
-    CPipeIPC* pThis;
-};
-
-#pragma pack(pop)
-
-// Start argument of a request thread, which frees it.
-struct RequestParamter {
-    CPipeIPC* pThis;
-    CSmartBuffer Buffer;  // the whole message: header, then payload
-};
-
-static_assert(std::is_trivially_copyable_v<ClientInfo> && sizeof(ClientInfo) == 13);
-static_assert(offsetof(ClientInfo, RegInfo) == 0 && offsetof(ClientInfo, ClientSocket) == 5);
-static_assert(offsetof(ClientInfo, ClientTimeOut) == 9);
-static_assert(std::is_trivially_copyable_v<ClientRecvParamter> && sizeof(ClientRecvParamter) == 12);
-static_assert(offsetof(ClientRecvParamter, RemoteSocket) == 0 && offsetof(ClientRecvParamter, pThis) == 4);
-
-// Handles an incoming request: payload, its length, the reply to fill, the owner's context. The result is ignored.
-// Runs on a thread of its own, several of them at once.
-using PPROCESSMESSAGE = long (*)(PBYTE pbPayload, DWORD dwLength, CSmartBuffer& objReply, void* pContext);
-
-// Is told, on the receive thread, that this thread has ended: state (0), the errno of the receive that failed or 0 when
-// the connection was ended, the owner's context.
-using PPROCESSSTATE = void (*)(int nState, int nError, void* pContext);
-
-// Results of an exchange other than 0.
-inline constexpr long PIPE_ERROR_SEND = 0xE0010004;     // connecting, registering or sending failed
-inline constexpr long PIPE_ERROR_RECEIVE = 0xE0010005;  // there was no reply in time, or not to this request
-
-// The client end of the route-message protocol. Each exchange has a connection of its own, which ends with it.
+// The client end of the route-message protocol. Each exchange opens a connection of its own and closes it at its end.
 //
-// Constructing one seeds rand() with the time and makes the process ignore SIGPIPE, unless it takes the place of one
-// that was constructed before the process was forked: the child's program decides about both by then.
+// The default constructor seeds rand() with the time and makes the process ignore SIGPIPE. The ForForkedChild
+// constructor does neither; it is for replacing, in a forked child, an object that the parent constructed. By then the
+// child's program has decided about both.
 //
-// Requests from the server: the identity of an exchange is drawn by lot. Where it comes out as a service object, and
-// there is a request handler, a receive thread reads the connection as long as the exchange lasts, and each request
-// that arrives meanwhile is handled on a thread of its own. Without a handler there is no receive thread.
+// Requests from the server: each exchange has a random identity. When that is a service object and a request handler
+// is set, a receive thread reads the connection until the exchange ends. Each request that arrives meanwhile is handled
+// on a thread of its own. Without a handler there is no receive thread.
 //
-// Nobody waits for those threads, but the destructor waits for callbacks, up to a second from the beginning of the last
-// one. After it has returned no callback begins, unless the callback's thread did not run at all for that second. One
-// that takes longer may still run, and so may, for a moment, the receive thread. Whatever a callback uses has to
-// outlive that. The reply of a handler that is late is dropped. A callback may use the context and its arguments, and
-// any CPipeIPC but the one that it serves.
+// Nobody joins these threads. The destructor waits for running callbacks, but at most one second from the time when the
+// last one was started. After the destructor no callback begins, unless a callback's thread could not run for that
+// whole second. A longer callback may still run, and so may the receive thread for a moment: what the callbacks use
+// must outlive them. The reply of a late handler is dropped. A callback may use its context, its arguments, and any
+// CPipeIPC except the one that it serves.
 //
-// Memory: running out of it is a failed exchange, or std::bad_alloc where a receive thread is to be started.
+// Out of memory: the exchange fails, or throws std::bad_alloc when it cannot start a receive thread.
 class CPipeIPC {
 public:
     struct ForForkedChild {};
@@ -117,17 +75,17 @@ public:
         m_listClientInfo.clear();
     }
 
-    // Sends a request to the object of the session, both on this machine, and waits for the reply. One exchange at a
-    // time. Trace: PipeLog.h.
+    // Sends a request to an object of a session on this machine and waits for the reply. One exchange at a time.
+    // Trace: PipeLog.h.
     //
-    // pbPayload: null or a length of 0 for an empty request. dwTimeout: milliseconds for each receive of the reply; the
-    // whole reply has ten times as long. 0: for ever. Connecting, registering and sending have ten seconds each.
-    // 0: objReply holds the reply's payload and nothing else. PIPE_ERROR_SEND or PIPE_ERROR_RECEIVE: it is as it was,
-    // unless there was no memory for the payload.
+    // pbPayload, dwLength: null or 0 bytes for an empty request. dwTimeout: milliseconds for each receive of the reply,
+    // 0 for ever; the whole reply has ten times as long. Connecting, registering and sending have ten seconds each.
+    // 0: objReply holds the reply's payload and nothing else. PIPE_ERROR_SEND or PIPE_ERROR_RECEIVE: objReply is
+    // unchanged, or empty when memory for the payload ran out.
     long SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjID, PBYTE pbPayload, DWORD dwLength,
                             CSmartBuffer& objReply, DWORD dwTimeout);
 
-    // Null: none. They hold for exchanges and callbacks that begin afterwards. Not during an exchange.
+    // Null: no callback. Do not call these during an exchange. Later exchanges and callbacks use the new values.
     void SetProcessMessageCallBack(PPROCESSMESSAGE pCallback, void* pContext) {
         Guarded([&] {
             m_pProcessMessageCallback = pCallback;
@@ -143,58 +101,8 @@ public:
 
 private:
     static constexpr SOCKET NO_SOCKET = CPipeSocket::NO_SOCKET;
-    static constexpr DWORD SEND_TIMEOUT = 10000;  // milliseconds, as is the next
-    static constexpr DWORD REGISTER_TIMEOUT = 10000;
 
-    // The connection of one exchange: a socket, which passes to a CPipeConnection when a receive thread is started.
-    // Either way it has ended, for the peer, when this has.
-    class Exchange {
-    public:
-        Exchange() = default;
-        Exchange(const Exchange&) = delete;
-        Exchange& operator=(const Exchange&) = delete;
-        ~Exchange() { End(); }
-
-        CPipeSocket& Socket() { return m_socket; }  // until a receive thread has it
-        void HandOver(std::shared_ptr<CPipeConnection> pConnection) { m_pConnection = std::move(pConnection); }
-
-        // The whole request.
-        BOOL Send(const RouteMessageHeader& request, const CSmartBuffer& objMessage) {
-            if (m_pConnection == nullptr) {
-                const auto nSize = static_cast<ssize_t>(objMessage.GetSize());
-                return m_socket.Send(objMessage.GetAddress(), objMessage.GetSize(), CPipeDeadline(SEND_TIMEOUT)) ==
-                       nSize;
-            }
-            m_pConnection->ExpectReply(request);
-            return m_pConnection->Send(objMessage, SEND_TIMEOUT);
-        }
-
-        // As RecvDataFunc, the trace included.
-        int Receive(const CPipeReplyTime& time, CSmartBuffer& objMessage) {
-            if (m_pConnection == nullptr) {
-                return RecvDataFunc(
-                    m_socket, [&time] { return time.NextReceive(); }, objMessage);
-            }
-            const int nResult = m_pConnection->WaitForReply(time, objMessage);
-            if (nResult <= 0) {
-                pv_logEx("RecvDataFunc::recv header error ret =%d result=%s", nResult, std::strerror(nResult));
-            }
-            return nResult;
-        }
-
-        void End() {
-            m_socket.Close();
-            if (m_pConnection != nullptr) {
-                m_pConnection->Stop();
-            }
-        }
-
-    private:
-        CPipeSocket m_socket;
-        std::shared_ptr<CPipeConnection> m_pConnection;
-    };
-
-    // Start arguments as the threads get them. The CPipeIPC of the records is not to be used: it may be gone.
+    // What the threads receive. They must not use the CPipeIPC of the records: it may be gone.
     struct RecvStart {
         ClientRecvParamter paramter;
         std::shared_ptr<CPipeConnection> pConnection;
@@ -206,11 +114,10 @@ private:
 
     void SetOwnerID();
     static USHORT GetAccountId();
-    int SendMsg(Exchange& exchange, RouteMessageHeader& request, const BYTE* pbPayload);
-    SOCKET ConnectServer(Exchange& exchange, int nPort);
-    BOOL Register(const CPipeSocket& socket);
-    BOOL StartReceiving(Exchange& exchange);
-    static int RecvMsg(Exchange& exchange, const RouteMessageHeader& request, DWORD dwTimeout,
+    int SendMsg(CPipeExchange& exchange, RouteMessageHeader& request, const BYTE* pbPayload);
+    SOCKET ConnectServer(CPipeExchange& exchange, int nPort);
+    BOOL StartReceiving(CPipeExchange& exchange);
+    static int RecvMsg(CPipeExchange& exchange, const RouteMessageHeader& request, DWORD dwTimeout,
                        CSmartBuffer& objMessage);
 
     static void* ProxyRecvBufferThread(void* pParamter);
@@ -239,7 +146,7 @@ private:
         m_socketServer = NO_SOCKET;  // the receive thread closes it
     }
 
-    // Runs function while no thread of this object looks at the fields that they share.
+    // Runs function while no thread of this object reads the fields that they share.
     template <typename TFunction>
     void Guarded(TFunction function) {
         if (m_pOwner != nullptr) {
@@ -249,19 +156,19 @@ private:
         }
     }
 
-    SOCKET m_socket = NO_SOCKET;  // the server role's own
+    SOCKET m_socket = NO_SOCKET;  // of the server role
     BOOL m_StopServer = FALSE;
     std::list<ClientInfo> m_listClientInfo;               // guarded by m_ClientInfoLock
-    PPROCESSMESSAGE m_pProcessMessageCallback = nullptr;  // guarded by m_pOwner, as the next three
+    PPROCESSMESSAGE m_pProcessMessageCallback = nullptr;  // guarded by m_pOwner, like the next three
     PPROCESSSTATE m_pProcessStateCallback = nullptr;
     void* m_pProcessMessageCallbackParamter = nullptr;
-    SOCKET m_socketServer = NO_SOCKET;   // the connection that requests arrive on, which its receive thread closes
-    pthread_mutex_t m_socketServerLock;  // unused: replies, which may outlive this object, wait in CPipeConnection
-    RegClient m_OwnerInfo = {};          // who this client is
+    SOCKET m_socketServer = NO_SOCKET;   // the connection of the receive thread, which closes it
+    pthread_mutex_t m_socketServerLock;  // unused: replies may outlive this object; CPipeConnection has their lock
+    RegClient m_OwnerInfo = {};          // this client's identity
     BOOL m_bClientInit = FALSE;
     std::list<RouteMessage> m_listRecvReponseMsg;  // guarded by m_listRecLock
-    BOOL m_bStopRecv = FALSE;                      // receive threads run while it is 0; atomic access
-    BOOL m_bConnectState = FALSE;                  // 1 once a server has accepted the client
+    BOOL m_bStopRecv = FALSE;                      // atomic access; a receive thread runs while it is FALSE
+    BOOL m_bConnectState = FALSE;                  // TRUE after a server has accepted the client
     [[maybe_unused]] BOOL m_AutoReConnect = TRUE;
     ULONG m_ServerIP = 0;  // in network byte order
     [[maybe_unused]] USHORT m_ServerPort = 0;
@@ -271,7 +178,7 @@ private:
     pthread_mutex_t m_ClientInfoLock;
     pthread_mutex_t ClientLock;
     void* m_stateContext = nullptr;        // the state callback's, guarded by m_pOwner
-    std::shared_ptr<CPipeOwner> m_pOwner;  // made for the first receive thread
+    std::shared_ptr<CPipeOwner> m_pOwner;  // created with the first receive thread
 };
 
 // ---- The exchange ----
@@ -282,9 +189,9 @@ inline long CPipeIPC::SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjI
     RouteMessageHeader request = CRouteRules::BuildRequestHeader(m_OwnerInfo, NO_SOCKET, usDstSessionID, usDstObjID,
                                                                  GetTickCount(), pbPayload != nullptr ? dwLength : 0);
     pv_logEx("******************SendMessageAndWait send start****************client******");
-    Exchange exchange;
+    CPipeExchange exchange;
     const int nSent = SendMsg(exchange, request, pbPayload);
-    if (nSent <= 0) {  // a descriptor of 0 as well
+    if (nSent <= 0) {  // descriptor 0 counts as a failure, too
         pv_logEx("SendMessageAndWait ::SendMsg  failed ret=%d,result=%s", nSent, std::strerror(nSent));
         return PIPE_ERROR_SEND;
     }
@@ -292,7 +199,8 @@ inline long CPipeIPC::SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjI
     pv_logEx("SendMessageAndWait recv start");
     CSmartBuffer objMessage;
     if (RecvMsg(exchange, request, dwTimeout, objMessage) <= 0) {
-        pv_logEx("SendMessageAndWait ::RecvMsg  failed result=%s", std::strerror(nSent));  // of the descriptor
+        pv_logEx("SendMessageAndWait ::RecvMsg  failed result=%s",
+                 std::strerror(nSent));  // of the descriptor, as the format has it
         return PIPE_ERROR_RECEIVE;
     }
     pv_logEx("*************SendMessageAndWait recv end********* client******");
@@ -300,7 +208,7 @@ inline long CPipeIPC::SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjI
     return objReply.SetBuffer(objMessage.GetBytes() + sizeof request, dwReply) != nullptr ? 0 : PIPE_ERROR_RECEIVE;
 }
 
-// A new one for every exchange.
+// A new identity for every exchange.
 inline void CPipeIPC::SetOwnerID() {
     timeval time = {};
     gettimeofday(&time, nullptr);
@@ -309,7 +217,7 @@ inline void CPipeIPC::SetOwnerID() {
     m_OwnerInfo.SessionID = GetAccountId();
 }
 
-// The number of the user, as the command has it; 0 when it cannot be run.
+// The user's number from the command "id -u"; 0 when the command cannot run.
 inline USHORT CPipeIPC::GetAccountId() {
     constexpr std::size_t nMost = 32;
     char szOutput[nMost + 1] = {};
@@ -330,8 +238,9 @@ inline USHORT CPipeIPC::GetAccountId() {
     return static_cast<USHORT>(std::strtol(szOutput, nullptr, 10));
 }
 
-// Connects and sends. The descriptor, else -1. request: its source's session becomes the descriptor.
-inline int CPipeIPC::SendMsg(Exchange& exchange, RouteMessageHeader& request, const BYTE* pbPayload) {
+// Connects and sends. Returns the descriptor, or -1 on failure. Stores the descriptor as the session of the request's
+// source.
+inline int CPipeIPC::SendMsg(CPipeExchange& exchange, RouteMessageHeader& request, const BYTE* pbPayload) {
     const int nPort = CRouteRules::ServerPort(request.Destination.SessionID, request.Destination.ObjID);
     pv_logEx("SendMsg::ConnectServer");
     const SOCKET nSocket = ConnectServer(exchange, nPort);
@@ -351,26 +260,18 @@ inline int CPipeIPC::SendMsg(Exchange& exchange, RouteMessageHeader& request, co
     return nSocket;
 }
 
-// Connects and registers. The descriptor, else NO_SOCKET.
-inline SOCKET CPipeIPC::ConnectServer(Exchange& exchange, int nPort) {
+// Connects and registers. Returns the descriptor, or NO_SOCKET on failure.
+inline SOCKET CPipeIPC::ConnectServer(CPipeExchange& exchange, int nPort) {
     m_ServerIP = htonl(INADDR_LOOPBACK);
-    VEXStoreField(m_bStopRecv, FALSE);  // the receive thread of an earlier exchange may look at it
-    CPipeSocket& socket = exchange.Socket();
-    if (!socket.Create()) {
-        const int nError = errno;
-        pv_logEx("ConnectServer::socket failed errno=%d,result=%s", nError, std::strerror(nError));
+    VEXStoreField(m_bStopRecv, FALSE);  // the receive thread of an earlier exchange may still read it
+    if (!exchange.Connect(m_ServerIP, nPort)) {
         return NO_SOCKET;
     }
-    if (!socket.Connect(m_ServerIP, CRouteRules::SocketPort(nPort), CPipeDeadline(SEND_TIMEOUT))) {
-        const int nError = errno;
-        pv_logEx("ConnectServer::connect  failed errno=%d,result=%s", nError, std::strerror(nError));
+    const SOCKET nSocket = exchange.Socket().Get();
+    if (!exchange.Register(m_OwnerInfo)) {
         return NO_SOCKET;
     }
-    const SOCKET nSocket = socket.Get();
-    if (!Register(socket)) {
-        return NO_SOCKET;
-    }
-    // The handler is this thread's to set: nobody changes it now.
+    // Reads the handler without a lock: only this thread sets it.
     if (CRouteRules::IsServiceObject(m_OwnerInfo.ObjID) && m_pProcessMessageCallback != nullptr &&
         !StartReceiving(exchange)) {
         return NO_SOCKET;
@@ -379,29 +280,9 @@ inline SOCKET CPipeIPC::ConnectServer(Exchange& exchange, int nPort) {
     return nSocket;
 }
 
-// A server that ends the connection in place of an answer has accepted.
-inline BOOL CPipeIPC::Register(const CPipeSocket& socket) {
-    const RegClient regClient = CRouteRules::BuildRegistration(m_OwnerInfo, socket.Get());
-    pv_logEx("ConnectServer::send regClient start");
-    const auto nSent = static_cast<int>(socket.Send(&regClient, sizeof regClient, CPipeDeadline(SEND_TIMEOUT)));
-    if (nSent != static_cast<int>(sizeof regClient)) {
-        pv_logEx("ConnectNamedPipe::send failed error=%d,result=%s", nSent, std::strerror(errno));
-        return FALSE;
-    }
-    pv_logEx("ConnectServer::send regClient end");
-    pv_logEx("ConnectServer::recv regClient start");
-    BYTE bStatus = CRouteRules::REGISTER_ACCEPTED;
-    const auto nReceived = static_cast<int>(socket.Receive(&bStatus, sizeof bStatus, CPipeDeadline(REGISTER_TIMEOUT)));
-    if (nReceived == -1) {
-        pv_logEx("ConnectNamedPipe::recv  failed error=%d,result=%s", nReceived, std::strerror(errno));
-        return FALSE;
-    }
-    pv_logEx("ConnectServer::recv regClient end");
-    return bStatus == CRouteRules::REGISTER_ACCEPTED;
-}
-
-// The whole reply, with its header, once it has been found to answer the request. Results as those of RecvDataFunc.
-inline int CPipeIPC::RecvMsg(Exchange& exchange, const RouteMessageHeader& request, DWORD dwTimeout,
+// Receives the reply, header included, and ends the exchange. Results as those of RecvDataFunc; -1 also when the reply
+// does not answer the request.
+inline int CPipeIPC::RecvMsg(CPipeExchange& exchange, const RouteMessageHeader& request, DWORD dwTimeout,
                              CSmartBuffer& objMessage) {
     int nResult = exchange.Receive(CPipeReplyTime(dwTimeout), objMessage);
     if (nResult > 0 && !CRouteRules::checkPipeRspHeader(PipeMessageHeader(objMessage), request)) {
@@ -423,7 +304,7 @@ inline BOOL CPipeIPC::StartDetached(void* (*pThread)(void*), void* pParamter) {
     return nError == 0;
 }
 
-inline BOOL CPipeIPC::StartReceiving(Exchange& exchange) {
+inline BOOL CPipeIPC::StartReceiving(CPipeExchange& exchange) {
     if (m_pOwner == nullptr) {
         m_pOwner = std::make_shared<CPipeOwner>(this);
     }
@@ -441,7 +322,7 @@ inline BOOL CPipeIPC::StartReceiving(Exchange& exchange) {
 }
 
 inline BOOL CPipeIPC::IsToReceive(CPipeConnection& connection) {
-    BOOL bStopRecv = TRUE;  // without an owner
+    BOOL bStopRecv = TRUE;  // if the owner is gone
     connection.Owner().Visit([&](CPipeIPC& owner) { bStopRecv = VEXLoadField(owner.m_bStopRecv); });
     return !bStopRecv && !connection.IsStopped();
 }
@@ -471,7 +352,7 @@ inline void* CPipeIPC::ProxyRecvBufferThread(void* pParamter) {
     }
     const SOCKET nSocket = pStart->paramter.RemoteSocket;
     pStart.reset();
-    // Before the descriptor is closed, and its number perhaps that of the next exchange's connection.
+    // Before Close: once the descriptor is closed, the next exchange may get its number.
     pConnection->Owner().Visit([nSocket](CPipeIPC& owner) {
         if (owner.m_socketServer == nSocket) {
             owner.m_socketServer = NO_SOCKET;
@@ -497,7 +378,7 @@ inline void CPipeIPC::PipeStateNotify(CPipeConnection& connection, int nError) {
         });
 }
 
-// Without memory or a thread the message is lost.
+// The message is lost when memory runs out or no thread can be started.
 inline void CPipeIPC::StartRequestThread(CPipeIPC* pThis, const CSmartBuffer& objMessage,
                                          const std::shared_ptr<CPipeConnection>& pConnection) {
     std::unique_ptr<RequestStart> pStart(new (std::nothrow) RequestStart{{pThis, objMessage}, pConnection});
@@ -536,6 +417,6 @@ inline void* CPipeIPC::ProcessRequsetThread(void* pParamter) {
     }
     CSmartBuffer objSend;
     PipeBuildMessage(CRouteRules::BuildReplyHeader(request, objReply.GetSize()), objReply.GetAddress(), objSend);
-    connection.SendAnswer(objSend, SEND_TIMEOUT);
+    connection.SendAnswer(objSend, CPipeExchange::STEP_TIMEOUT);
     return nullptr;
 }
