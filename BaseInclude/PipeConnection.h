@@ -1,41 +1,42 @@
-// What a CPipeIPC shares with its threads, and what they therefore find in its place when it has gone: the connection
-// that requests arrive on, and the way back to the CPipeIPC.
+// What a CPipeIPC shares with its threads: the connection that requests arrive on, and the way back to the CPipeIPC.
+// The threads may outlive the CPipeIPC, so they hold these objects instead of it.
 #pragma once
 
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "PipeLog.h"
 #include "PipeSocket.h"
 #include "RouteMessage.h"
 #include "SmartBuffer.h"
+#include "VEXMutex.h"
+#include "VEXThreadSafety.h"
 #include "VEXType.h"
 
 class CPipeIPC;
 
-// The way back, which ends with the CPipeIPC. Any thread.
+// The way back to a CPipeIPC, as long as that exists. Any thread.
 class CPipeOwner {
 public:
     explicit CPipeOwner(CPipeIPC* pOwner) : m_pOwner(pOwner) {}
 
-    // Calls back with the CPipeIPC, which is not destroyed meanwhile; not at all when it has been.
+    // Calls function with the CPipeIPC, which cannot be destroyed during the call. Does nothing when it is gone.
     template <typename TFunction>
     void Visit(TFunction function) {
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const CVEXLock lock(m_lock);
         if (m_pOwner != nullptr) {
             function(*m_pOwner);
         }
     }
 
-    // As Visit with fnChoose, and then runs fnCall, without the lock: a callback of the CPipeIPC, for which Cut waits.
+    // Visits with fnChoose, then runs fnCall without the lock. fnCall is a callback of the CPipeIPC; Cut waits for it.
     template <typename TChoose, typename TCall>
     void Call(TChoose fnChoose, TCall fnCall) {
         {
-            const std::lock_guard<std::mutex> lock(m_lock);
+            const CVEXLock lock(m_lock);
             if (m_pOwner == nullptr) {
                 return;
             }
@@ -44,34 +45,33 @@ public:
             m_lastCall = Clock::now();
         }
         fnCall();
-        const std::lock_guard<std::mutex> lock(m_lock);
+        const CVEXLock lock(m_lock);
         --m_cCalls;
         m_called.notify_all();
     }
 
-    // The end of the CPipeIPC. Waits until the calls have returned, or a second after the last of them was let through.
-    // Nobody sees when a callback begins; a second is enough unless its thread does not run at all in that time.
+    // Ends the way back. Waits until all calls have returned, but at most a second from the start of the last one.
+    // Within that second a callback begins, unless its thread does not run at all.
     void Cut() {
-        std::unique_lock<std::mutex> lock(m_lock);
+        CVEXLock lock(m_lock);
         m_pOwner = nullptr;
-        m_called.wait_until(lock, m_lastCall + std::chrono::seconds(1), [this] { return m_cCalls == 0; });
+        const auto fnReturned = [this]() VEX_REQUIRES(m_lock) { return m_cCalls == 0; };
+        m_called.wait_until(lock.ForWait(), m_lastCall + std::chrono::seconds(1), fnReturned);
     }
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    std::mutex m_lock;
+    CVEXMutex m_lock;
     std::condition_variable m_called;
-
-    // Guarded by m_lock.
-    CPipeIPC* m_pOwner;
-    int m_cCalls = 0;
-    Clock::time_point m_lastCall = {};
+    CPipeIPC* m_pOwner VEX_GUARDED_BY(m_lock);
+    int m_cCalls VEX_GUARDED_BY(m_lock) = 0;
+    Clock::time_point m_lastCall VEX_GUARDED_BY(m_lock) = {};
 };
 
-// A connection with a receive thread. That thread is the only one that receives and the only one that closes the
-// socket, so that nobody ever uses a descriptor that is closed or somebody else's. It hands the reply that an exchange
-// waits for to the exchange. Any thread, unless a comment says otherwise.
+// A connection with a receive thread. Only that thread receives and closes the socket, so that no thread uses a
+// descriptor that is closed or already reused. It passes the reply to the exchange that waits for it. Any thread,
+// unless a comment says otherwise.
 class CPipeConnection {
 public:
     CPipeConnection(CPipeSocket&& socket, std::shared_ptr<CPipeOwner> pOwner)
@@ -79,15 +79,16 @@ public:
 
     CPipeOwner& Owner() const { return *m_pOwner; }
 
-    // One message at a time, whole: FALSE if it is not; what was sent in part ends the connection.
+    // Sends one message at a time. dwTimeout: milliseconds, 0 for ever. TRUE: all of it was sent. A message that was
+    // sent in part ends the connection.
     BOOL Send(const CSmartBuffer& objMessage, DWORD dwTimeout) {
-        const std::lock_guard<std::mutex> lock(m_sendLock);
+        const CVEXLock lock(m_sendLock);
         return SendOne(objMessage, dwTimeout) == static_cast<ssize_t>(objMessage.GetSize());
     }
 
-    // The same for the answer to a request of the server. Its line comes before the next message is sent.
+    // The same for the answer to a request from the server. Writes its trace line before the next message is sent.
     void SendAnswer(const CSmartBuffer& objMessage, DWORD dwTimeout) {
-        const std::lock_guard<std::mutex> lock(m_sendLock);
+        const CVEXLock lock(m_sendLock);
         const SOCKET nSocket = m_socket.Get();  // -1 after the receive thread has closed it
         const auto nSent = static_cast<int>(SendOne(objMessage, dwTimeout));
         pv_logEx("ProcessRequsetThread::send socket(%d) ret=%d ", nSocket, nSent);
@@ -95,26 +96,26 @@ public:
 
     // ---- The exchange ----
 
-    // Before the request is sent: the message that answers it is for WaitForReply.
+    // To be called before the request is sent. From then on the reply goes to WaitForReply.
     void ExpectReply(const RouteMessageHeader& request) {
-        const std::lock_guard<std::mutex> lock(m_replyLock);
+        const CVEXLock lock(m_replyLock);
         m_request = request;
         m_bExpected = TRUE;
     }
 
-    // Results and message as those of RecvDataFunc. The reply may be a wrong one.
+    // Result and message as those of RecvDataFunc. The caller checks whether the reply is right.
     int WaitForReply(const CPipeReplyTime& time, CSmartBuffer& objMessage) {
-        std::unique_lock<std::mutex> lock(m_replyLock);
+        CVEXLock lock(m_replyLock);
         m_pTime = &time;
         m_deadline = time.NextReceive();
-        const auto fnIsDecided = [this] { return !m_bExpected || m_bEnded; };
+        const auto fnIsDecided = [this]() VEX_REQUIRES(m_replyLock) { return !m_bExpected || m_bEnded; };
         timeval left = {};
         while (!fnIsDecided() && m_deadline.TimeLeft(left)) {
             const auto wait = std::chrono::seconds(left.tv_sec) + std::chrono::microseconds(left.tv_usec);
             if (wait.count() == 0) {
-                m_decided.wait(lock, fnIsDecided);
+                m_decided.wait(lock.ForWait(), fnIsDecided);
             } else {
-                m_decided.wait_for(lock, wait, fnIsDecided);
+                m_decided.wait_for(lock.ForWait(), wait, fnIsDecided);
             }
         }
         m_pTime = nullptr;
@@ -126,9 +127,9 @@ public:
         return m_bEnded ? m_nResult : -1;
     }
 
-    // Makes the receive thread end. Waits for nobody.
+    // Makes the receive thread end. Does not wait for it.
     void Stop() {
-        const std::lock_guard<std::mutex> lock(m_stopLock);
+        const CVEXLock lock(m_stopLock);
         m_bStopped = TRUE;
         if (!m_bClosed) {
             m_socket.Shutdown();
@@ -138,14 +139,14 @@ public:
     // ---- The receive thread ----
 
     BOOL IsStopped() {
-        const std::lock_guard<std::mutex> lock(m_stopLock);
+        const CVEXLock lock(m_stopLock);
         return m_bStopped;
     }
 
-    // Waits for ever; it is the exchange that does not.
+    // Has no time-out: the exchange has one, and stops this connection.
     int Receive(CSmartBuffer& objMessage) {
         const auto fnNextReceive = [this] {
-            const std::lock_guard<std::mutex> lock(m_replyLock);
+            const CVEXLock lock(m_replyLock);
             if (m_pTime != nullptr) {
                 m_deadline = m_pTime->NextReceive();
             }
@@ -154,9 +155,9 @@ public:
         return RecvDataFunc(m_socket, fnNextReceive, objMessage);
     }
 
-    // TRUE: the message is the reply that is waited for, right or wrong, and has been handed over.
+    // TRUE: the message is the expected reply, right or wrong, and went to the exchange.
     BOOL TakeReply(const CSmartBuffer& objMessage) {
-        const std::lock_guard<std::mutex> lock(m_replyLock);
+        const CVEXLock lock(m_replyLock);
         if (!m_bExpected || !CRouteRules::IsReply(PipeMessageHeader(objMessage), m_request)) {
             return FALSE;
         }
@@ -166,24 +167,24 @@ public:
         return TRUE;
     }
 
-    // The end of receiving, with what the failing Receive has returned, else 0.
+    // Ends receiving. nResult: what the failed Receive returned, otherwise 0.
     void Close(int nResult) {
-        m_socket.Shutdown();  // a reply that is being sent does not hold this up
+        m_socket.Shutdown();  // first, so that an answer in progress fails and releases its lock
         {
-            const std::lock_guard<std::mutex> send(m_sendLock);
-            const std::lock_guard<std::mutex> stop(m_stopLock);
+            const CVEXLock send(m_sendLock);
+            const CVEXLock stop(m_stopLock);
             m_bClosed = TRUE;
             m_socket.Close();
         }
-        const std::lock_guard<std::mutex> lock(m_replyLock);
+        const CVEXLock lock(m_replyLock);
         m_bEnded = TRUE;
         m_nResult = nResult;
         m_decided.notify_all();
     }
 
 private:
-    // As m_socket.Send. With m_sendLock.
-    ssize_t SendOne(const CSmartBuffer& objMessage, DWORD dwTimeout) {
+    // As m_socket.Send.
+    ssize_t SendOne(const CSmartBuffer& objMessage, DWORD dwTimeout) VEX_REQUIRES(m_sendLock) {
         if (m_socket.Get() == CPipeSocket::NO_SOCKET) {
             errno = EBADF;
             return -1;
@@ -198,21 +199,20 @@ private:
         return nSent;
     }
 
-    std::mutex m_sendLock;  // before m_stopLock
-    std::mutex m_stopLock;
-    std::mutex m_replyLock;
+    CVEXMutex m_sendLock;  // taken before m_stopLock
+    CVEXMutex m_stopLock;
+    CVEXMutex m_replyLock;
     CPipeSocket m_socket;  // closed under m_sendLock and m_stopLock
     std::shared_ptr<CPipeOwner> m_pOwner;
-    BOOL m_bStopped = FALSE;  // guarded by m_stopLock
-    BOOL m_bClosed = FALSE;   // guarded by m_stopLock
+    BOOL m_bStopped VEX_GUARDED_BY(m_stopLock) = FALSE;
+    BOOL m_bClosed VEX_GUARDED_BY(m_stopLock) = FALSE;
 
-    // Guarded by m_replyLock.
     std::condition_variable m_decided;
-    const CPipeReplyTime* m_pTime = nullptr;  // of the exchange, while it waits
-    CPipeDeadline m_deadline{0};              // of the receive that is going on, for the exchange
-    RouteMessageHeader m_request = {};
-    BOOL m_bExpected = FALSE;
-    CSmartBuffer m_objReply;
-    BOOL m_bEnded = FALSE;
-    int m_nResult = 0;
+    const CPipeReplyTime* m_pTime VEX_GUARDED_BY(m_replyLock) = nullptr;  // of the exchange, while it waits
+    CPipeDeadline m_deadline VEX_GUARDED_BY(m_replyLock){0};              // of the current receive, for the exchange
+    RouteMessageHeader m_request VEX_GUARDED_BY(m_replyLock) = {};
+    BOOL m_bExpected VEX_GUARDED_BY(m_replyLock) = FALSE;
+    CSmartBuffer m_objReply VEX_GUARDED_BY(m_replyLock);
+    BOOL m_bEnded VEX_GUARDED_BY(m_replyLock) = FALSE;
+    int m_nResult VEX_GUARDED_BY(m_replyLock) = 0;
 };
