@@ -1,7 +1,7 @@
-// Packets: values one after another, as the payloads of messages have them. Integers are in host byte order.
+// Packets: the payloads of messages, values one after another. Integers are in host byte order.
 //
-// CCommUnPacket reads them and CCommPacket writes them. Neither knows texts or TLV records, whose form in a packet is
-// not settled.
+// CCommUnPacket reads them and CCommPacket writes them. Neither reads or writes texts or TLV records: their form in a
+// packet is not defined.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@
 typedef struct tag_VEX_Packet_TLV {
     USHORT usType;
     USHORT usChildCount;  // child records
-    DWORD dwDataLen;      // bytes of data; 4 bytes of padding stand before
+    DWORD dwDataLen;      // bytes of data; 4 bytes of padding come before it
 } VEX_Packet_TLV, *PVEX_Packet_TLV;
 
 static_assert(std::is_trivially_copyable_v<VEX_Packet_TLV> && sizeof(VEX_Packet_TLV) == 16);
@@ -25,13 +25,13 @@ static_assert(offsetof(VEX_Packet_TLV, dwDataLen) == 8);
 // Reads a packet from its beginning to its end.
 class CCommUnPacket {
 public:
-    // What a read that finds too few bytes returns; it then changes nothing.
+    // Result of a read when too few bytes are left. Such a read changes nothing.
     static constexpr DWORD TOO_SHORT = 0xFFFFFFFF;
 
-    // Copies the bytes. Where memory runs out, the packet is an empty one.
+    // Copies the bytes. The packet is empty when memory runs out.
     explicit CCommUnPacket(const CSmartBuffer& objBuffer) : m_smBuffer(objBuffer) {}
 
-    // Starts over with a copy of other bytes.
+    // Starts again with a copy of other bytes.
     void SetBuffer(const void* pBuffer, DWORD dwSize) {
         m_smBuffer.SetBuffer(pBuffer, dwSize);
         m_dwCurrentPos = 0;
@@ -39,7 +39,7 @@ public:
     void SetBuffer(const CSmartBuffer& objBuffer) { SetBuffer(objBuffer.GetAddress(), objBuffer.GetSize()); }
     void ReleaseBuffer() { SetBuffer(nullptr, 0); }
 
-    // The next dwSize bytes: dwSize, or TOO_SHORT. 0 bytes can always be read.
+    // Reads the next dwSize bytes. Returns dwSize or TOO_SHORT. Reading 0 bytes always succeeds.
     DWORD ReadBuffer(void* pBuffer, DWORD dwSize) {
         if (m_smBuffer.GetSize() - m_dwCurrentPos < dwSize) {
             return TOO_SHORT;
@@ -51,7 +51,7 @@ public:
         return dwSize;
     }
 
-    // The next bytes as a number of that width; results as those of ReadBuffer.
+    // Read a number of the width of its type; results as those of ReadBuffer.
     DWORD ReadBOOL(BOOL& bValue) { return ReadBuffer(&bValue, sizeof bValue); }
     DWORD ReadDWORD(DWORD& dwValue) { return ReadBuffer(&dwValue, sizeof dwValue); }
     DWORD ReadULONG(ULONG& ulValue) { return ReadBuffer(&ulValue, sizeof ulValue); }
@@ -63,13 +63,13 @@ public:
 
 protected:
     CSmartBuffer m_smBuffer;
-    DWORD m_dwCurrentPos = 0;   // not behind the end
-    DWORD m_dwTlvStartPos = 0;  // for TLV records, as the next
+    DWORD m_dwCurrentPos = 0;   // at most the size
+    DWORD m_dwTlvStartPos = 0;  // for TLV records, like the next
     VEX_Packet_TLV m_stCurrentTLV = {};
 };
 
-// Writes a packet. Each write appends, and tells whether memory sufficed: the new size in bytes, else 0, and the packet
-// is then empty.
+// Writes a packet. Each write appends and returns the new size in bytes; 0 when memory ran out, the packet is then
+// empty.
 class CCommPacket {
 public:
     // Null or 0 bytes append nothing.
@@ -87,14 +87,14 @@ public:
     DWORD WriteUShort(USHORT usValue) { return WriteBuffer(&usValue, sizeof usValue); }
     DWORD WriteBOOL(BOOL bValue) { return WriteBuffer(&bValue, sizeof bValue); }
 
-    // The packet as it stands. It belongs to this object and is valid until the next write.
+    // The packet so far. It belongs to this object and is valid until the next write.
     const CSmartBuffer& GetBuffer() const { return m_smBuffer; }
     void* GetAddress() const { return m_smBuffer.GetAddress(); }
     BYTE* GetBytes() const { return m_smBuffer.GetBytes(); }
     DWORD GetSize() const { return m_smBuffer.GetSize(); }
     void ReleaseBuffer() { m_smBuffer.Free(); }
 
-    // The open TLV record: none.
+    // There is never an open TLV record.
     LONG GetCurrentFillTLVLen() const { return m_lCurrentTLVlen; }
     PVEX_Packet_TLV GetCurrentPackTLV() const { return m_CurrentPackTLV; }
 

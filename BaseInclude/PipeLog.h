@@ -1,6 +1,6 @@
-// The trace of the IPC client, for a look at the exchanges of a deployed machine: it is on while the file /tmp/testPipe
-// exists, and goes to /tmp/pipe.log, which grows without limit. The file is opened and closed for every line; one that
-// VEXAppendFile.h does not open gets none.
+// The trace of the IPC client, to look at exchanges on a deployed machine. It is on while the file /tmp/testPipe exists
+// and goes to /tmp/pipe.log, which grows without limit. Every line opens and closes the file. A file that
+// VEXOpenToAppend refuses gets no lines.
 #pragma once
 
 #include <pthread.h>
@@ -17,8 +17,8 @@
 
 // One line of printf text, cut to 1023 bytes:
 //   [P<process>] [T<thread, low 32 bits>] [<local date and time>:<microseconds>]: <text>
-// The microseconds are padded to three digits. Any thread; a line is written whole, so that lines of several threads
-// stay apart. Nothing is reported, and errno is what it was.
+// The microseconds are padded to three digits. Any thread: each line is written whole, so lines of several threads do
+// not mix. Failures are not reported; errno does not change.
 __attribute__((__format__(__printf__, 1, 2))) inline void pv_logEx(const char* pszFormat, ...) {
     const int nError = errno;
     std::FILE* const pFile = access("/tmp/testPipe", F_OK) == 0 ? VEXOpenToAppend("/tmp/pipe.log") : nullptr;

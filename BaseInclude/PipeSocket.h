@@ -1,6 +1,6 @@
-// The sockets of the IPC client: bytes in time, and whole messages. RouteMessage.h has the records that cross them.
+// The sockets of the IPC client: deadlines, transfers of bytes, and whole messages. RouteMessage.h has the records.
 //
-// For one thread at a time, but for what two threads may do to any socket: one sends while another one receives.
+// A socket is for one thread at a time, except that one thread may send while another one receives.
 #pragma once
 
 #include <arpa/inet.h>
@@ -24,7 +24,7 @@
 // Deadline for an operation of several system calls. Slow peers and signals cannot extend it. Any thread.
 class CPipeDeadline {
 public:
-    // In milliseconds from now; 0: never, as the sockets have it.
+    // In milliseconds from now. 0: never.
     explicit CPipeDeadline(DWORD dwTimeout)
         : m_end(dwTimeout == 0 || dwTimeout > MAX_TIMEOUT
                     ? Clock::time_point::max()
@@ -32,7 +32,7 @@ public:
 
     static CPipeDeadline Earlier(const CPipeDeadline& a, const CPipeDeadline& b) { return a.m_end < b.m_end ? a : b; }
 
-    // The time left, for a socket option in which 0 means for ever. FALSE: none is left.
+    // The time left, in the form of the socket options, where 0 means for ever. FALSE: no time is left.
     BOOL TimeLeft(timeval& left) const {
         left = {};
         if (m_end == Clock::time_point::max()) {
@@ -52,11 +52,11 @@ private:
     Clock::time_point m_end;
 };
 
-// The time-out of a reply, which each receive has anew. All of them together have ten times as long, so that a peer
-// that drips its reply cannot hold an exchange for ever. Any thread.
+// The time for a reply: the time-out starts again with each receive, and all receives together have ten times as long.
+// So a peer that sends its reply byte by byte cannot hold an exchange for ever. Any thread.
 class CPipeReplyTime {
 public:
-    // In milliseconds from now; 0: never.
+    // In milliseconds from now. 0: for ever.
     explicit CPipeReplyTime(DWORD dwTimeout)
         : m_dwTimeout(dwTimeout), m_end(dwTimeout > ~DWORD{0} / TIMES ? 0 : dwTimeout * TIMES) {}
 
@@ -70,8 +70,8 @@ private:
     CPipeDeadline m_end;
 };
 
-// An owned TCP socket. Results and errno are those of the functions of the same name, but that signals interrupt
-// nothing, and that whatever is not done at the deadline has failed.
+// Owns a TCP socket. Results and errno are those of the system calls of the same name, with two differences: signals do
+// not interrupt an operation, and an operation that is not done at its deadline fails.
 class CPipeSocket {
 public:
     static constexpr SOCKET NO_SOCKET = -1;
@@ -85,7 +85,7 @@ public:
 
     SOCKET Get() const { return m_socket; }
 
-    // Programs that the process starts do not inherit it.
+    // Programs that the process starts do not inherit the socket.
     BOOL Create() {
         Close();
         m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -98,7 +98,7 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = static_cast<in_addr_t>(ulIP);
         address.sin_port = htons(usPort);
-        // After a signal a further call waits for the connection that is on its way.
+        // After a signal, the next call waits for the connection attempt that is in progress.
         while (SetTimeout(SO_SNDTIMEO, deadline)) {
             if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
                 return TRUE;
@@ -114,8 +114,8 @@ public:
         return FALSE;
     }
 
-    // All the bytes in one call, which is how long a blocking socket takes; where a signal cuts it short, the rest in
-    // another. The bytes sent, fewer than all on failure; -1: a failure before the first of them was sent.
+    // Sends all bytes, in one system call unless a signal cuts it short. Returns the number of bytes sent: fewer than
+    // cbData after a failure, -1 when it failed before the first byte.
     ssize_t Send(const void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
         const BYTE* const pbData = static_cast<const BYTE*>(pData);
         std::size_t cbSent = 0;
@@ -131,7 +131,7 @@ public:
         return static_cast<ssize_t>(cbSent);
     }
 
-    // At least one byte. 0: the peer has ended the connection.
+    // Receives at least one byte. 0: the peer has ended the connection.
     ssize_t Receive(void* pData, std::size_t cbData, const CPipeDeadline& deadline) const {
         while (SetTimeout(SO_RCVTIMEO, deadline)) {
             const ssize_t nReceived = ::recv(m_socket, pData, cbData, 0);
@@ -142,8 +142,8 @@ public:
         return -1;
     }
 
-    // Exactly that many bytes: cbData, else what the failing Receive has returned. fnNextReceive is called before each
-    // Receive, and gives its deadline.
+    // Receives exactly cbData bytes. Returns cbData, or what the failed Receive returned. fnNextReceive returns the
+    // deadline of the next Receive and is called before each.
     template <typename TNextReceive>
     ssize_t ReceiveAll(void* pData, std::size_t cbData, TNextReceive fnNextReceive) const {
         BYTE* const pbData = static_cast<BYTE*>(pData);
@@ -157,8 +157,8 @@ public:
         return static_cast<ssize_t>(cbData);
     }
 
-    // Ends the connection for the peer and for a thread that receives on it here; the descriptor stays. Closing would
-    // do neither where another thread, or a child that was forked meanwhile, still has the descriptor.
+    // Ends the connection for the peer and for a thread that receives on it here; the descriptor stays open. Closing
+    // alone would do neither while another thread or a forked child still uses the descriptor.
     void Shutdown() const {
         if (m_socket != NO_SOCKET) {
             ::shutdown(m_socket, SHUT_RDWR);
@@ -173,7 +173,7 @@ public:
     }
 
 private:
-    // FALSE, with errno as a time-out has it: the deadline is over. Whether the option could be set does not matter.
+    // FALSE: the deadline has passed, and errno is that of a time-out. A failure to set the option is ignored.
     BOOL SetTimeout(int nOption, const CPipeDeadline& deadline) const {
         timeval left = {};
         if (!deadline.TimeLeft(left)) {
@@ -187,13 +187,12 @@ private:
     SOCKET m_socket;
 };
 
-// The longest payload that is received. Lengths and results are ints here; a longer message is refused before anything
-// is allocated for it, as one that there is no memory for.
+// The longest payload accepted, in bytes: lengths and results are ints here. A longer message is refused before memory
+// is allocated, with the same result as when memory runs out.
 inline constexpr DWORD PIPE_MAX_PAYLOAD = INT_MAX - sizeof(RouteMessageHeader);
 
-// Receives one message, header and payload. Its size, else 0 when the peer has ended the connection and -1 on failure;
-// objMessage is then empty. The header is as it was received: whether it makes sense is for the caller to check.
-// fnNextReceive: as ReceiveAll has it.
+// Receives one message, header and payload. Returns its size in bytes; 0 when the peer has ended the connection and -1
+// on failure, both with an empty objMessage. The caller checks the header. fnNextReceive: see ReceiveAll.
 template <typename TNextReceive>
 int RecvDataFunc(const CPipeSocket& socket, TNextReceive fnNextReceive, CSmartBuffer& objMessage) {
     objMessage.Free();
@@ -207,7 +206,7 @@ int RecvDataFunc(const CPipeSocket& socket, TNextReceive fnNextReceive, CSmartBu
     if (dwMessageLen == 0) {
         pv_logEx("RecvDataFunc::msgHeader.MessageLen <= 0");
     }
-    // A fresh block, of which the system gives the memory page by page as bytes arrive: a length alone costs nothing.
+    // The system assigns the pages of a new block as bytes arrive, so a large length alone costs no memory.
     if (dwMessageLen > PIPE_MAX_PAYLOAD || objMessage.Alloc(sizeof msgHeader + dwMessageLen) == nullptr) {
         pv_logEx("RecvDataFunc::malloc error");
         return -1;
@@ -225,15 +224,16 @@ int RecvDataFunc(const CPipeSocket& socket, TNextReceive fnNextReceive, CSmartBu
     return static_cast<int>(sizeof msgHeader + dwMessageLen);
 }
 
-// The header of a message that RecvDataFunc has received, which is not empty.
+// The header of a message from RecvDataFunc, which must not be empty.
 inline RouteMessageHeader PipeMessageHeader(const CSmartBuffer& objMessage) {
     RouteMessageHeader header = {};
-    // CSmartBuffer::GetBuffer takes everything near a very large block for a part of it.
+    // Not CSmartBuffer::GetBuffer: for a very large block it treats nearby addresses as part of the block.
     std::memcpy(&header, objMessage.GetAddress(), sizeof header);
     return header;
 }
 
-// Header and payload as they cross the socket; empty when memory runs out. Without a payload the header's length is 0.
+// Builds a message, header and payload. header.MessageLen is the payload's length in bytes; pPayload may be null when
+// it is 0. objMessage is empty when memory runs out.
 inline void PipeBuildMessage(const RouteMessageHeader& header, const void* pPayload, CSmartBuffer& objMessage) {
     const DWORD dwMessageLen = header.MessageLen;
     objMessage.Free();

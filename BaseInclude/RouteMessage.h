@@ -1,10 +1,9 @@
 // Route messages: the records that cross the IPC client's socket, and the rules for building and checking them.
 //
 // A connection starts with a 5-byte RegClient, answered by one status byte. Then come messages: a 34-byte
-// RouteMessageHeader and its MessageLen payload bytes, nothing between and nothing behind. Integers are in host byte
-// order.
+// RouteMessageHeader followed by MessageLen bytes of payload. Integers are in host byte order.
 //
-// The records are packed: copy a field into a variable, never take its address.
+// The records are packed: copy a field into a variable, never take its address or a reference.
 #pragma once
 
 #include <cstddef>
@@ -48,20 +47,20 @@ static_assert(offsetof(RouteMessageHeader, Source) == 0 && offsetof(RouteMessage
 static_assert(offsetof(RouteMessageHeader, SequenceNum) == 10 && offsetof(RouteMessageHeader, Paramter) == 18);
 static_assert(offsetof(RouteMessageHeader, MessageLen) == 26);
 
-// Flag of Paramter: the message is a request, to be answered with a reply message. The other bits travel unchanged.
+// Flag of Paramter: the message is a request, and its receiver sends a reply. A reply keeps the other bits.
 inline constexpr DWORD MSG_ISREQUESTPACK = 0x4;
 
-// The rules, free of sockets. Any thread.
+// The rules. They use no socket. Any thread.
 class CRouteRules {
 public:
-    // The status byte that lets a client in, and the value it has when the server closes without sending one.
+    // The status byte that accepts a client. A server that closes without a status byte also accepts it.
     static constexpr BYTE REGISTER_ACCEPTED = 0;
 
-    // The TCP port of a destination, uncut: a log shows it so. SocketPort is what goes into a socket address.
+    // The TCP port of a destination, not yet cut to 16 bits, as the trace shows it. SocketPort is for socket addresses.
     static constexpr int ServerPort(USHORT usSessionID, USHORT usObjID) { return 8665 + usSessionID + usObjID; }
     static constexpr USHORT SocketPort(int nPort) { return static_cast<USHORT>(nPort); }
 
-    // Service objects take requests from the server on the connection of their exchange.
+    // Service objects receive requests from the server on the connection of their exchange.
     static constexpr BOOL IsServiceObject(USHORT usObjID) {
         switch (usObjID) {
             case 2003:
@@ -80,7 +79,8 @@ public:
         }
     }
 
-    // What a client sends right after connecting: a service object's own session, else its descriptor as the session.
+    // What a client sends right after connecting. The session is a service object's own; other clients send their
+    // descriptor as the session.
     static RegClient BuildRegistration(const RegClient& owner, SOCKET socket) {
         RegClient registration = owner;
         if (!IsServiceObject(owner.ObjID)) {
@@ -89,8 +89,8 @@ public:
         return registration;
     }
 
-    // dwSequenceNum: the tick count. dwMessageLen: bytes of payload. The source's session is the descriptor, whatever
-    // the object.
+    // dwSequenceNum: the tick count. dwMessageLen: bytes of payload. The source's session is the descriptor for every
+    // object.
     static RouteMessageHeader BuildRequestHeader(const RegClient& owner, SOCKET socket, USHORT usDstSessionID,
                                                  USHORT usDstObjID, DWORD dwSequenceNum, DWORD dwMessageLen) {
         RouteMessageHeader header = {};
@@ -114,24 +114,25 @@ public:
         return header;
     }
 
-    // Whether a reply answers the request. Its destination and the callback bytes do not matter.
+    // Whether a reply answers the request. Its destination and the callback bytes are not checked.
     static BOOL checkPipeRspHeader(const RouteMessageHeader& reply, const RouteMessageHeader& request) {
         const DWORD dwExpectedNum = request.SequenceNum + 1;
         return IsUsable(reply) && reply.Source.ObjID == request.Destination.ObjID &&
                reply.Source.SessionID == request.Destination.SessionID && reply.SequenceNum == dwExpectedNum;
     }
 
-    // Whether an incoming message is for the client to handle: addressed to a service object, or sent by object 2001.
+    // Whether the client handles an incoming message: it is addressed to a service object, or object 2001 sent it.
     static BOOL checkPipeRequestHeader(const RouteMessageHeader& header) {
         constexpr USHORT usPrivilegedSource = 2001;
         return (IsServiceObject(header.Destination.ObjID) || header.Source.ObjID == usPrivilegedSource) &&
                IsUsable(header);
     }
 
-    // Whether a message that arrives where requests do as well is the reply to the request, right or wrong. A reply
-    // goes to the request's source, which no other message names: its session is the descriptor, not the registered
-    // one. What comes from the object asked, is no request and is not for the client to handle can only be the reply,
-    // too. What carries the flag of a request and goes to that source is a reply only if it is not usable as a request.
+    // Whether a message is the reply to the request, right or wrong, on a connection where requests arrive as well:
+    //  - It answers the request.
+    //  - It is addressed to the request's source. No request has that address: its session is the descriptor, not the
+    //    registered session. With the flag of a request the message must also be unusable.
+    //  - It comes from the object that was asked, has no flag of a request, and is not for the client to handle.
     static BOOL IsReply(const RouteMessageHeader& message, const RouteMessageHeader& request) {
         const BOOL bToSource = IsSame(message.Destination, request.Source);
         if ((message.Paramter & MSG_ISREQUESTPACK) != 0) {

@@ -1,10 +1,10 @@
 // A growable block of bytes on the heap of the process. For one thread at a time.
 //
-// The buffer keeps no length of its own: its size is what the heap reports for the block. There is no capacity beyond
-// the size; every append reallocates. New bytes are 0. Sizes are in bytes.
+// The buffer stores no length: its size is the size that the heap reports for the block. There is no spare capacity;
+// every append reallocates. New bytes are 0. Sizes are in bytes.
 //
-// Nothing throws. A null result says that the buffer is empty, be it that 0 bytes were asked for or that memory ran
-// out. When reallocation fails the buffer is empty and the old block is lost, not freed.
+// Nothing throws. A null result means that the buffer is empty: 0 bytes were requested, or memory ran out. When a
+// reallocation fails, the buffer is empty and the old block is leaked.
 #pragma once
 
 #include <cstdint>
@@ -14,26 +14,25 @@
 #include "VEXCompat.h"
 #include "VEXType.h"
 
-// The order of the operations is that of their slots in the virtual table. Objects are not deleted through IBuffer.
+// The order of the operations is the order of their slots in the virtual table. Never delete an object through IBuffer.
 class IBuffer {
 public:
-    // Discards the contents. The new block, or null.
+    // Discards the contents. Returns the new block, or null.
     virtual void* Alloc(DWORD dwSize) = 0;
-    // Keeps the contents up to the smaller size. The block, or null.
+    // Keeps the contents up to the smaller size. Returns the block, or null.
     virtual void* ReAlloc(DWORD dwSize) = 0;
     virtual void Free() = 0;
-    // Adds a copy of dwSize bytes at the end; nothing for null or 0 bytes. The block, or null.
-    // The bytes may lie in the buffer.
+    // Adds a copy of dwSize bytes at the end; nothing for null or 0 bytes. Returns the block, or null.
+    // The bytes may be part of the buffer.
     virtual void* AppendBuffer(const void* pBuffer, DWORD dwSize) = 0;
-    // Replaces the contents by a copy of dwSize bytes. The block, or null.
-    // The bytes may lie in the buffer; those that would lie behind its end are 0. Null copies nothing: the bytes are as
-    // ReAlloc leaves them.
+    // Replaces the contents by a copy of dwSize bytes. Returns the block, or null.
+    // The bytes may be part of the buffer; those beyond its end count as 0. For null it only resizes, as ReAlloc.
     virtual void* SetBuffer(const void* pBuffer, DWORD dwSize) = 0;
-    // Copies out the smaller of dwSize and the buffer's size, and returns it. 0, with nothing copied, for null, from an
-    // empty buffer, and to an address less than the buffer's size away from its start, on either side.
+    // Copies out the smaller of dwSize and the buffer's size, and returns that number. Copies nothing and returns 0 for
+    // null, for an empty buffer, and for an address nearer to the buffer's start than its size, on either side.
     virtual DWORD GetBuffer(void* pBuffer, DWORD dwSize) const = 0;
     virtual DWORD GetSize() const = 0;
-    // The block, which belongs to the buffer; null when empty. Valid until the buffer is changed.
+    // The block; null when empty. It belongs to the buffer and is valid until the buffer changes.
     virtual void* GetAddress() const = 0;
     virtual BYTE* GetBytes() const = 0;
 
@@ -41,8 +40,8 @@ protected:
     ~IBuffer() = default;
 };
 
-// The operations call one another through the virtual table: overriding Alloc, ReAlloc, Free or GetSize changes the
-// others.
+// The operations call each other through the virtual table: overriding Alloc, ReAlloc, Free or GetSize changes the
+// others, too.
 class CSmartBuffer : public IBuffer {
 public:
     CSmartBuffer() : m_pBuffer(nullptr) {}
@@ -89,12 +88,12 @@ public:
         const DWORD dwOldSize = GetSize();
         const bool bOwnBytes = Holds(pBuffer, dwOldSize);
         const DWORD dwOffset = Distance(pBuffer);
-        // A size that does not fit is asked of the heap as the largest one, and refused there.
+        // A sum that overflows becomes the largest size, which the heap refuses.
         const DWORD dwMost = std::numeric_limits<DWORD>::max();
         ReAlloc(dwSize > dwMost - dwOldSize ? dwMost : dwOldSize + dwSize);
         const DWORD dwNewSize = GetSize();
         if (m_pBuffer != nullptr && dwNewSize >= dwSize) {
-            // The block may have moved, and bytes of its own with it.
+            // The block may have moved, and the bytes to append with it.
             const void* const pSource = bOwnBytes ? GetBytes() + dwOffset : pBuffer;
             std::memmove(GetBytes() + (dwNewSize - dwSize), pSource, dwSize);
         }
@@ -108,7 +107,7 @@ public:
         }
         const bool bOwnBytes = Holds(pBuffer, dwOldSize);
         if (bOwnBytes) {
-            // To the front, before the reallocation moves or cuts the block.
+            // Move the bytes to the front before the reallocation moves or cuts the block.
             const DWORD dwOffset = Distance(pBuffer);
             const DWORD dwPresent = dwSize < dwOldSize - dwOffset ? dwSize : dwOldSize - dwOffset;
             std::memmove(m_pBuffer, pBuffer, dwPresent);
@@ -144,7 +143,7 @@ public:
         }
     }
 
-    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): SetBuffer copes with its own bytes
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): SetBuffer accepts its own bytes
     CSmartBuffer& operator=(const CSmartBuffer& objSmartBuffer) {
         SetBuffer(objSmartBuffer.GetAddress(), objSmartBuffer.GetSize());
         return *this;
@@ -167,13 +166,13 @@ public:
     }
     bool operator!=(const CSmartBuffer& objSmartBuffer) const { return !(*this == objSmartBuffer); }
 
-    // The block, as GetAddress.
+    // As GetAddress.
     operator void*() const { return m_pBuffer; }
     operator BYTE*() const { return static_cast<BYTE*>(m_pBuffer); }
     operator char*() const { return static_cast<char*>(m_pBuffer); }
 
 private:
-    // Absolute, between an address and the block's start.
+    // The distance, always positive, between an address and the block's start.
     DWORD Distance(const void* pAddress) const {
         const auto nAddress = reinterpret_cast<std::uintptr_t>(pAddress);
         const auto nBlock = reinterpret_cast<std::uintptr_t>(m_pBuffer);
