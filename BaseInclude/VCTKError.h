@@ -1,7 +1,7 @@
 // Error numbers of the substitute client toolkit and their English messages (UTF-8).
 //
 // VCTK_GetLastError returns the number. VCTK_GetLastErrorMessage returns the message of this table, followed by
-// ": " and a detail where there is one. Neither ever contains a PIN or key material.
+// ": " and a detail if there is one. Message and detail never contain a PIN or key material.
 #pragma once
 
 #include "VEXType.h"
@@ -56,7 +56,7 @@ inline constexpr VCTKErrorEntry g_aVCTKErrors[] = {
     {VCTK_E_INVALID_ARGUMENT, "An argument is missing or out of range"},
     {VCTK_E_BUFFER_TOO_SMALL, "The buffer is too small for the text"},
     {VCTK_E_OUT_OF_MEMORY, "Out of memory"},
-    {VCTK_E_TOO_LARGE, "The data or its result is larger than a 32-bit length can say"},
+    {VCTK_E_TOO_LARGE, "The data or its result is larger than 2 GiB"},
     {VCTK_E_INTERNAL, "The cryptographic library failed"},
 
     {VCTK_E_URI_MALFORMED, "The initialisation text is not a well-formed store URI"},
@@ -70,7 +70,7 @@ inline constexpr VCTKErrorEntry g_aVCTKErrors[] = {
     {VCTK_E_PIN_SOURCE, "The file that holds the PIN cannot be used"},
     {VCTK_E_DEMO_STORE, "The demo store cannot be made or read"},
     {VCTK_E_TOKEN_MODULE, "The PKCS #11 module cannot be used"},
-    {VCTK_E_TOKEN_NOT_FOUND, "The store URI does not describe exactly one token that is present"},
+    {VCTK_E_TOKEN_NOT_FOUND, "The store URI matches no present token, or more than one"},
     {VCTK_E_TOKEN_REMOVED, "The token is not present or has been removed"},
     {VCTK_E_TOKEN_FAILED, "The token failed"},
     {VCTK_E_PIN_LOCKED, "The token's PIN is locked"},
@@ -88,7 +88,7 @@ inline constexpr VCTKErrorEntry g_aVCTKErrors[] = {
     {VCTK_E_NO_SIGNATURE, "This thread has made no such signature with this object"},
 };
 
-// The message of an error number; that of VCTK_E_INTERNAL for a number that is not in the table.
+// The message of an error number. A number that is not in the table has the message of VCTK_E_INTERNAL.
 constexpr const char* VCTKErrorMessage(INT nNumber) {
     const char* pszInternal = "";
     for (const VCTKErrorEntry& entry : g_aVCTKErrors) {

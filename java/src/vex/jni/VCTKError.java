@@ -13,7 +13,7 @@ public final class VCTKError {
     public static final int BUFFER_TOO_SMALL = 1003;
     /** Out of memory. */
     public static final int OUT_OF_MEMORY = 1004;
-    /** The data or its result is larger than a 32-bit length can say. */
+    /** The data or its result is larger than 2 GiB. */
     public static final int TOO_LARGE = 1005;
     /** The cryptographic library failed. */
     public static final int INTERNAL = 1006;
@@ -40,7 +40,7 @@ public final class VCTKError {
     public static final int DEMO_STORE = 1110;
     /** The PKCS #11 module cannot be used. */
     public static final int TOKEN_MODULE = 1111;
-    /** The store URI does not describe exactly one token that is present. */
+    /** The store URI matches no present token, or more than one. */
     public static final int TOKEN_NOT_FOUND = 1112;
     /** The token is not present or has been removed. */
     public static final int TOKEN_REMOVED = 1113;
@@ -90,7 +90,7 @@ public final class VCTKError {
             case INVALID_ARGUMENT: return "An argument is missing or out of range";
             case BUFFER_TOO_SMALL: return "The buffer is too small for the text";
             case OUT_OF_MEMORY: return "Out of memory";
-            case TOO_LARGE: return "The data or its result is larger than a 32-bit length can say";
+            case TOO_LARGE: return "The data or its result is larger than 2 GiB";
             case INTERNAL: return "The cryptographic library failed";
             case URI_MALFORMED: return "The initialisation text is not a well-formed store URI";
             case URI_SCHEME: return "The initialisation text names an unknown kind of store";
@@ -103,7 +103,7 @@ public final class VCTKError {
             case PIN_SOURCE: return "The file that holds the PIN cannot be used";
             case DEMO_STORE: return "The demo store cannot be made or read";
             case TOKEN_MODULE: return "The PKCS #11 module cannot be used";
-            case TOKEN_NOT_FOUND: return "The store URI does not describe exactly one token that is present";
+            case TOKEN_NOT_FOUND: return "The store URI matches no present token, or more than one";
             case TOKEN_REMOVED: return "The token is not present or has been removed";
             case TOKEN_FAILED: return "The token failed";
             case PIN_LOCKED: return "The token's PIN is locked";
