@@ -1,47 +1,47 @@
-// Certificate filters of the substitute client toolkit, for VCTK_AddFilter. A certificate has to pass every filter.
-// "In any case" does not depend on the process locale.
+// Certificate filters of the substitute client toolkit, for VCTK_AddFilter. A certificate must pass every filter.
+// "Case-insensitive" does not depend on the process locale.
 #pragma once
 
 #include "VEXType.h"
 
-// The issuer's or the subject's name as RFC 4514 text contains the value, in any case.
+// The issuer's or subject's name, written as RFC 4514 text, contains the value. Case-insensitive.
 inline constexpr ULONG VCTK_FILTER_ISSUER = 1;
 inline constexpr ULONG VCTK_FILTER_SUBJECT = 2;
 
-// Serial number in hexadecimal, in any case; colons between digit pairs and leading zeros do not matter. A negative
+// Serial number in hexadecimal, case-insensitive. Colons between digit pairs and leading zeros are ignored. A negative
 // number begins with "-".
 inline constexpr ULONG VCTK_FILTER_SERIAL = 3;
 
-// SHA-256 digest of the DER certificate: 64 hexadecimal digits, in any case; colons between pairs do not matter.
+// SHA-256 digest of the DER certificate: 64 hexadecimal digits, case-insensitive. Colons between pairs are ignored.
 inline constexpr ULONG VCTK_FILTER_FINGERPRINT = 4;
 
-// One of the key usages of RFC 5280 section 4.2.1.3 by OpenSSL's name, in any case: "digitalSignature",
-// "nonRepudiation", "keyEncipherment", "dataEncipherment", "keyAgreement", "keyCertSign", "cRLSign", "encipherOnly",
-// "decipherOnly". A certificate that restricts no usage passes.
+// One key usage of RFC 5280 section 4.2.1.3, by OpenSSL's name, case-insensitive: "digitalSignature", "nonRepudiation",
+// "keyEncipherment", "dataEncipherment", "keyAgreement", "keyCertSign", "cRLSign", "encipherOnly", "decipherOnly". A
+// certificate without a key usage extension passes.
 inline constexpr ULONG VCTK_FILTER_KEY_USAGE = 5;
 
-// "RSA" or "EC", in any case.
+// "RSA" or "EC", case-insensitive.
 inline constexpr ULONG VCTK_FILTER_KEY_ALGORITHM = 6;
 
-// All of these key usages: the names of VCTK_FILTER_KEY_USAGE ("contentCommitment" is "nonRepudiation"), separated by
-// commas. A certificate that restricts no usage does not pass.
+// All of these key usages: the names of VCTK_FILTER_KEY_USAGE, separated by commas; "contentCommitment" also means
+// "nonRepudiation". A certificate without a key usage extension does not pass.
 inline constexpr ULONG VCTK_FILTER_KEY_USAGE_ALL = 7;
 
-// All of these extended key usages (RFC 5280 section 4.2.1.12) are listed: dotted OIDs, or "serverAuth", "clientAuth",
-// "codeSigning", "emailProtection", "timeStamping", "OCSPSigning" in any case, separated by commas.
-// "anyExtendedKeyUsage" in the certificate does not stand for others.
+// The certificate lists all of these extended key usages (RFC 5280 section 4.2.1.12), separated by commas: dotted OIDs,
+// or "serverAuth", "clientAuth", "codeSigning", "emailProtection", "timeStamping", "OCSPSigning", case-insensitive.
+// "anyExtendedKeyUsage" in the certificate does not include others.
 inline constexpr ULONG VCTK_FILTER_EXTENDED_KEY_USAGE = 8;
 
-// The certificate is valid at this time as well: UTC, "2026-11-21T05:00:00Z".
+// The certificate is also valid at this time, in UTC: "2026-11-21T05:00:00Z".
 inline constexpr ULONG VCTK_FILTER_VALID_AT = 9;
 
-// This dotted OID is among the certificate policies.
+// The certificate policies include this dotted OID.
 inline constexpr ULONG VCTK_FILTER_POLICY = 10;
 
-// The RSA modulus, or the field of the EC key's curve, has at least so many bits: decimal.
+// The RSA modulus, or the field of the EC key's curve, has at least this number of bits (decimal).
 inline constexpr ULONG VCTK_FILTER_KEY_SIZE = 11;
 
-// The subject's or the issuer's name equals this RFC 4514 name as RFC 5280 section 7.1 compares names: any case, and
-// any number of blanks where there is one.
+// The subject's or issuer's name equals this RFC 4514 name, compared as in RFC 5280 section 7.1: case-insensitive, and
+// any number of blanks equals one blank.
 inline constexpr ULONG VCTK_FILTER_SUBJECT_NAME = 12;
 inline constexpr ULONG VCTK_FILTER_ISSUER_NAME = 13;

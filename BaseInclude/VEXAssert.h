@@ -1,11 +1,11 @@
 // Assertions that stay on in every build type.
 //
 // A broken invariant prints the C library's standard assertion message (program, source file, line, function signature,
-// expression) on the standard error stream and aborts the process. Line and signature are handed in, not taken from
-// where the check stands: they are what people search for in reports, so they must not change with the file's layout.
+// expression) on standard error and aborts the process. The caller passes line and signature as constants: people
+// search reports for them, so they must not change when lines move.
 #pragma once
 
-// <cassert> declares it only where NDEBUG is not defined.
+// <cassert> declares it only when NDEBUG is not defined.
 extern "C" void __assert_fail(const char* pszExpression, const char* pszFile, unsigned int nLine,
                               const char* pszFunction) noexcept __attribute__((__noreturn__));
 

@@ -1,5 +1,5 @@
-// The file server's requests: the command header in front of each, the codes, and where the server is. Integers are in
-// host byte order. docs/wire-protocol.md has the fields behind the header, and the replies, which have no such header.
+// The requests to the file server: their command header and codes, and the server's address. Integers are in host byte
+// order. docs/wire-protocol.md has the fields after the header, and the replies, which have no command header.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 struct _tagVEX_COMM_PROTOCOL {
     DWORD dwCmd;         // operation code
     DWORD dwResult;      // 0 in a request
-    DWORD dwExtendSize;  // bytes of the request behind this header
+    DWORD dwExtendSize;  // bytes of the request after this header
 };
 
 #pragma pack(pop)
@@ -36,6 +36,6 @@ inline constexpr DWORD VEX_FILE_WRITE = 10;
 inline constexpr DWORD VEX_FILE_FLUSH = 11;
 inline constexpr DWORD VEX_FILE_END_OF_FILE = 12;
 
-// Milliseconds that the server has for its reply.
+// Milliseconds for the server's reply.
 inline constexpr DWORD VEX_FILE_OPEN_TIMEOUT = 20000;
 inline constexpr DWORD VEX_FILE_TIMEOUT = 10000;

@@ -1,21 +1,21 @@
 // The counted, copy-on-write strings: CString (wide) and CStringA (narrow).
 //
-// A string is one pointer to the characters of a data block (VEXStringBlock.h draws it). Copies share the block and
-// count themselves in it; whoever writes makes its own copy first. A string without text stands on the empty block of
-// its kind, of which a process has one.
+// A string is one pointer to the characters of a data block (VEXStringBlock.h draws it). Copies share the block, which
+// counts them; a string makes its own copy before it writes. A string without text uses the empty block of its kind,
+// which exists once in a process.
 //
-// Threads: strings that share a block are for one thread at a time, since the count is plain. Strings that share
-// nothing may be used by different threads at once; the empty block counts as shared by none.
+// Threads: strings that share a block are for one thread at a time, because the count is not atomic. Strings that share
+// no block may be used by different threads at once; sharing the empty block does not matter.
 //
 // Ownership: the text of GetString, GetBuffer and the conversions belongs to the string and is valid until the string
 // is next written or destroyed.
 //
-// Errors: a broken invariant prints the standard assertion message and aborts. Running out of memory throws
-// std::bad_alloc out of the C++ array allocation. A text that cannot be converted becomes an empty string.
+// Errors: a broken invariant prints the standard assertion message and aborts. When memory runs out, the array
+// allocation throws std::bad_alloc. A text that cannot be converted becomes an empty string.
 //
-// Arguments, unless a comment says otherwise: a null text is an empty one; positions count from 0, negative ones mean 0
-// and those behind the end mean the end; counts below 0 mean 0; a counted text is taken whole, zero characters
-// included, while a terminated one ends at its terminator. Comparisons give -1, 0 or 1. A text argument may lie inside
+// Arguments, unless a comment says otherwise: a null text is an empty text; positions count from 0, negative positions
+// mean 0 and positions after the end mean the end; counts below 0 mean 0; a counted text is taken whole, with its zero
+// characters; a terminated text ends at its terminator. Comparisons return -1, 0 or 1. A text argument may be part of
 // the string itself. == between strings compares addresses: use Compare.
 #pragma once
 
@@ -35,7 +35,7 @@
 #include "VEXText.h"
 #include "VEXType.h"
 
-// A terminated text from the heap of the process; whoever receives it frees it with HeapFree.
+// A terminated text on the heap of the process. The receiver frees it with HeapFree.
 using BSTR = LPWSTR;
 
 // may_alias: the empty block is declared as an array of int.
@@ -69,8 +69,8 @@ static_assert(offsetof(CstringDataA, nDataLength) == 8 && sizeof(CstringDataA::n
 static_assert(offsetof(CstringDataA, nAllocLength) == 12 && sizeof(CstringDataA::nAllocLength) == 4);
 static_assert(offsetof(CstringDataA, cslock) == 16);
 
-// The empty blocks, told from others by their address alone. Casts of the arrays themselves, so that the pointers are
-// constants which also strings of static duration find ready.
+// The empty blocks. Only their addresses distinguish them from other blocks. The pointers are casts of the arrays, so
+// they are constants and ready before any static string is constructed.
 alignas(CStringData) inline int rgInitData[VEX_EMPTY_BLOCK_INTS] = {-1};
 inline CStringData* const _atltmpDataNil = reinterpret_cast<CStringData*>(rgInitData);
 inline TCHAR* const _atltmpPchNil = reinterpret_cast<TCHAR*>(reinterpret_cast<CStringData*>(rgInitData) + 1);
@@ -103,37 +103,38 @@ public:
     int Compare(LPCTSTR lpsz) const { return tchar_cstrcmp(m_pchData, lpsz); }
     int CompareNoCase(LPCTSTR lpsz) const { return tchar_cstrcmpi(m_pchData, lpsz); }
 
-    // The private text, GetLength() characters of which may be written. ReleaseBuffer when the length changes.
+    // The private text. The caller may write GetLength() characters, and calls ReleaseBuffer if the length changes.
     LPTSTR GetBuffer();
-    // Sets the length after direct writes; below 0: up to the terminator. The recorded capacity shrinks to it.
+    // Sets the length after direct writes; below 0: up to the terminator. The recorded capacity becomes the length.
     void ReleaseBuffer(int nNewLength = -1);
 
     void Append(LPCTSTR lpch, DWORD dwLength);      // counted
     void Append(const char* lpch, DWORD dwLength);  // at most dwLength bytes of narrow text, up to a zero byte
     void Append(int nValue);                        // in decimal
 
-    // The private text with room for nMinBufLength characters and a terminator; the text is kept.
+    // The private text with room for nMinBufLength characters and a terminator. The text stays.
     LPTSTR GetBuffer(int nMinBufLength);
 
     static BOOL _IsValidString(LPCTSTR lpsz) { return lpsz != nullptr; }
-    // The next character; at the terminator, and for null, lpsz itself.
+    // The next character; lpsz itself at the terminator and for null.
     static LPCTSTR CharNext(LPCTSTR lpsz) { return lpsz == nullptr || *lpsz == 0 ? lpsz : lpsz + 1; }
 
-    // As wprintf: %ls is wide text, %s narrow. Arguments may be this string's text. Empty when formatting fails.
+    // As wprintf: %ls is wide text, %s narrow. Arguments may be this string's text. The string is empty after a
+    // failure.
     void Format(LPCTSTR lpszFormat, ...);
     void FormatV(LPCTSTR lpszFormat, va_list args);
 
     // 0 outside the text.
     TCHAR GetAt(int nIndex) const { return CVEXText<TCHAR>::At(Ops::Of(*this), nIndex); }
-    // Nothing happens outside the text. A zero character does not shorten the string.
+    // Does nothing outside the text. A zero character does not shorten the string.
     void SetAt(int nIndex, TCHAR ch) { Ops::SetAt(*this, nIndex, ch); }
     int GetAllocLength() const { return VEXLoadField(GetData()->nAllocLength); }
 
     CString Mid(int nFirst) const { return Mid(nFirst, INT_MAX); }
     CString Mid(int nFirst, int nCount) const;
 
-    // The first position at or after nStart, else -1; a start behind the end finds nothing. An empty text is found at
-    // the start.
+    // The first position at or after nStart; -1 if there is none, also when nStart is after the end. An empty text is
+    // found at nStart.
     int Find(TCHAR ch) const { return Find(ch, 0); }
     int Find(LPCTSTR lpszSub) const { return Find(lpszSub, 0); }
     int Find(TCHAR ch, int nStart) const { return CVEXText<TCHAR>::Find(Ops::Of(*this), ch, nStart); }
@@ -145,13 +146,13 @@ public:
     int CollateNoCase(LPCTSTR lpsz) const { return tchar_cstrcolli(m_pchData, lpsz); }
     CString Right(int nCount) const;
 
-    // How often; 0 for an empty lpszOld.
+    // Returns the number of replacements; 0 for an empty lpszOld.
     int Replace(LPCTSTR lpszOld, LPCTSTR lpszNew) { return Ops::Replace(*this, lpszOld, lpszNew); }
-    // The new length.
+    // Return the new length.
     int Insert(int nIndex, TCHAR ch) { return Ops::Insert(*this, nIndex, {&ch, 1}); }
     int Insert(int nIndex, LPCTSTR lpsz) { return Ops::Insert(*this, nIndex, CVEXText<TCHAR>::Of(lpsz)); }
 
-    // Narrow characters and texts as the constructors convert them.
+    // Narrow characters and texts are converted as in the constructors.
     CString& operator=(char ch);
     CString& operator=(LPCSTR lpsz) { return *this = CString(lpsz); }
     CString& operator=(const CString& strSrc);
@@ -165,53 +166,53 @@ public:
     CString& operator+=(LPCTSTR lpsz);
 
     operator LPTSTR() { return GetBuffer(); }
-    // Twice, so that reading a string which is not const does not take the writable conversion and unshare it.
+    // Twice: otherwise reading a non-const string would use the writable conversion, which unshares it.
     operator LPCTSTR() { return m_pchData; }
     operator LPCTSTR() const { return m_pchData; }
 
     TCHAR operator[](int nIndex) const { return GetAt(nIndex); }
 
-    // ---- Block management. For code that works on blocks; texts need none of it. ----
+    // ---- Block management, for code that works on blocks. Work with texts does not need it. ----
 
     CStringData* GetData() const;
-    // Points at the empty block and stamps it. Does not release.
+    // Points at the empty block and stamps it. Does not release the old block.
     void Init();
     // dest becomes nCopyLen characters from nCopyIndex followed by nExtraLen zero characters. dest may be this string.
     void AllocCopy(CString& dest, int nCopyLen, int nCopyIndex, int nExtraLen) const;
-    // A fresh block of nLen zero characters, which are its length and capacity. Does not release the old block, unless
-    // nLen is 0: the string is then empty. TRUE.
+    // A new block of nLen zero characters; nLen is its length and capacity. Does not release the old block, unless nLen
+    // is 0: the string is then empty. Returns TRUE.
     BOOL AllocBuffer(int nLen);
-    // The string becomes nSrcLen characters; its block is kept when private and large enough.
+    // The string becomes nSrcLen characters. It keeps its block if that is private and large enough.
     void AssignCopy(int nSrcLen, LPCTSTR lpszSrcData) { Ops::AssignCopy(*this, nSrcLen, lpszSrcData); }
-    // The string becomes both counted texts, in a fresh block.
+    // The string becomes both counted texts, in a new block.
     void ConcatCopy(int nSrc1Len, LPCTSTR lpszSrc1Data, int nSrc2Len, LPCTSTR lpszSrc2Data);
-    // Appends; the block is kept when private and large enough, and its recorded capacity with it.
+    // Appends. The string keeps its block and recorded capacity if the block is private and large enough.
     void ConcatInPlace(int nSrcLen, LPCTSTR lpszSrcData) { Ops::ConcatInPlace(*this, nSrcLen, lpszSrcData); }
-    // A private block with the same text.
+    // Makes the block private, with the same text.
     void CopyBeforeWrite();
-    // A private block of capacity nLen at least; the text is lost when that takes a new one. TRUE.
+    // Makes the block private, with a capacity of at least nLen. A new block loses the text. Returns TRUE.
     BOOL AllocBeforeWrite(int nLen);
-    // Gives up the share of the block; the string is then empty.
+    // Releases the share of the block. The string is then empty.
     void Release();
-    // Takes one share off a block; the empty block and null are left alone.
+    // Releases one share of a block. Does nothing for the empty block and null.
     static void Release(CStringData* pData);
 
-    // Atomic; the new value.
+    // Atomic. Return the new value.
     static LONG InterlockedDecrement(LONG* Addend) { return __atomic_sub_fetch(Addend, 1, __ATOMIC_SEQ_CST); }
     static LONG InterlockedIncrement(LONG* Addend) { return __atomic_add_fetch(Addend, 1, __ATOMIC_SEQ_CST); }
     static void InterLockInit(lockid_t* pLock) { pthread_mutex_init(&pLock->lock, nullptr); }
     static void InterLockRealese(lockid_t* pLock) { pthread_mutex_destroy(&pLock->lock); }
 
     static int SafeStrlen(LPCTSTR lpsz) { return lpsz == nullptr ? 0 : lstrlenW(lpsz); }
-    // There are no string resources on this platform: FALSE, and the string is empty.
+    // Returns FALSE and empties the string: there are no string resources on this platform.
     BOOL _LoadString(UINT nID);
     static const CString& _GetEmptyString();
 
-    // ---- Characters. Texts are terminated; VEXText.h says more. ----
+    // ---- Characters. Texts are terminated. See VEXText.h. ----
 
     // Wide to narrow, as CStringA::char_wcstombsz.
     static int tchar_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count);
-    // Narrow to wide. count: room in characters, terminator included. The characters that the toolkit reports.
+    // Narrow to wide. count: room in characters, terminator included. Returns the number that the toolkit reports.
     static int tchar_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count);
     static LPCTSTR tchar_cstrchr_db(LPCTSTR p, TCHAR ch1, TCHAR ch2) { return CVEXText<TCHAR>::FindPair(p, ch1, ch2); }
     static LPCTSTR tchar_cstrchr(LPCTSTR p, TCHAR ch) { return CVEXText<TCHAR>::FindChar(p, ch); }
@@ -262,7 +263,7 @@ public:
     int Compare(LPCSTR lpsz) const { return char_cstrcmp(m_pchData, lpsz); }
     int CompareNoCase(LPCSTR lpsz) const { return char_cstrcmpi(m_pchData, lpsz); }
 
-    // As the members of CString, with bytes for characters.
+    // As the members of CString, with bytes instead of characters.
     LPSTR GetBuffer();
     void ReleaseBuffer(int nNewLength = -1);
     void Append(const char* lpch, DWORD dwLength);  // counted
@@ -270,10 +271,10 @@ public:
     LPSTR GetBuffer(int nMinBufLength);
 
     static BOOL _IsValidString(LPCSTR lpsz) { return lpsz != nullptr; }
-    // Behind the multibyte character at lpsz, or behind the byte where there is none that is valid.
+    // The position after the multibyte character at lpsz, or after one byte if that is not a valid character.
     static LPCSTR CharNext(LPCSTR lpsz);
 
-    // As printf. Arguments may be this string's text. Empty when formatting fails.
+    // As printf. Arguments may be this string's text. The string is empty after a failure.
     void Format(LPCSTR lpszFormat, ...) __attribute__((__format__(__printf__, 2, 3)));
     void FormatV(LPCSTR lpszFormat, va_list args) __attribute__((__format__(__printf__, 2, 0)));
 
@@ -298,7 +299,7 @@ public:
     int Insert(int nIndex, LPCSTR lpsz) { return Ops::Insert(*this, nIndex, CVEXText<char>::Of(lpsz)); }
     int ReverseFind(char ch) const { return CVEXText<char>::FindLast(Ops::Of(*this), ch); }
 
-    // Wide texts as the constructors convert them.
+    // Wide texts are converted as in the constructors.
     CStringA& operator=(LPCWSTR lpsz) { return *this = CStringA(lpsz); }
     CStringA& operator=(const CString& strSrc) { return *this = strSrc.GetString(); }
     CStringA& operator=(const CStringA& strSrc);
@@ -316,7 +317,7 @@ public:
 
     char operator[](int nIndex) const { return GetAt(nIndex); }
 
-    // ---- Block management, as CString ----
+    // ---- Block management, as in CString ----
 
     CstringDataA* GetData() const;
     void Init();
@@ -339,10 +340,10 @@ public:
     BOOL _LoadString(UINT nID);
     static const CStringA& _GetEmptyString();
 
-    // ---- Characters, as CString ----
+    // ---- Characters, as in CString ----
 
-    // Wide to narrow. count: room in bytes, without the terminator, for which there must be one byte more.
-    // The bytes that the toolkit reports.
+    // Wide to narrow. count: room in bytes without the terminator; the buffer needs one byte more.
+    // Returns the number of bytes that the toolkit reports.
     static int char_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count);
     // Narrow to wide, as CString::tchar_mbstowcsz.
     static int char_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count);
@@ -418,7 +419,7 @@ inline void CString::Release(CStringData* pData) {
     }
 }
 
-// Unlike Release it asserts no count, and unlike CStringA's destructor it leaves m_pchData alone.
+// Unlike Release it does not assert the count, and unlike CStringA's destructor it does not change m_pchData.
 inline CString::~CString() {
     CStringData* const pData = GetData();
     if (pData != _atltmpDataNil && VEXReleaseBlock(pData)) {
@@ -468,12 +469,12 @@ inline LPTSTR CString::GetBuffer(int nMinBufLength) {
 // ---- CString: conversion ----
 
 inline int CString::tchar_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t count) {
-    // One more than the room is announced, as opposed to CStringA::char_wcstombsz.
+    // Unlike CStringA::char_wcstombsz it passes one more than the room.
     const int nResult = MultiByteToWideChar(CP_ACP, 0, mbstr, -1, wcstr, static_cast<int>(count + 1));
     VEXStringAssert(wcstr == nullptr || nResult <= static_cast<int>(count), "wcstr == NULL || result <= (int)count",
                     1664, "static int CString::tchar_mbstowcsz(wchar_t*, const char*, size_t)");
     if (wcstr != nullptr && nResult > 0) {
-        // A toolkit that counts the terminator reports count for a full buffer; there is no character behind it.
+        // A toolkit that counts the terminator reports count for a full buffer; the buffer ends there.
         const size_t nEnd = static_cast<size_t>(nResult);
         wcstr[nEnd < count ? nEnd : count - 1] = 0;
     }
@@ -628,7 +629,7 @@ inline CstringDataA* CStringA::GetData() const {
     return reinterpret_cast<CstringDataA*>(m_pchData) - 1;
 }
 
-// Stamps in another order than CString, and reaches the header through GetData.
+// Unlike CString it stamps in another order and gets the header from GetData.
 inline void CStringA::Init() {
     m_pchData = _atltmpPchNilA;
     VEXStampField(*_atltmpPchNilA, '\0');
@@ -665,8 +666,8 @@ inline void CStringA::Release(CstringDataA* pData) {
     }
 }
 
-// Unlike Release it asserts no count; unlike CString's destructor it points a string that freed its block at the empty
-// one.
+// Unlike Release it does not assert the count; unlike CString's destructor it points a string that freed its block at
+// the empty one.
 inline CStringA::~CStringA() {
     CstringDataA* const pData = GetData();
     if (pData != _atltmpDataNilA && VEXReleaseBlock(pData)) {
@@ -679,7 +680,7 @@ inline void CStringA::CopyBeforeWrite() {
     VEXStringAssert(!Ops::IsShared(*this), "GetData()->nRefs <= 1", 3141, "void CStringA::CopyBeforeWrite()");
 }
 
-// Unlike CString's it returns at once when the block can be kept; the result is the same.
+// Unlike CString it returns at once when the block can be kept; the result is the same.
 inline BOOL CStringA::AllocBeforeWrite(int nLen) {
     if (!Ops::IsShared(*this) && GetAllocLength() >= nLen) {
         return TRUE;
@@ -718,7 +719,7 @@ inline LPSTR CStringA::GetBuffer(int nMinBufLength) {
 // ---- CStringA: conversion ----
 
 inline int CStringA::char_wcstombsz(char* mbstr, const wchar_t* wcstr, size_t count) {
-    // Exactly the room is announced, as opposed to CString::tchar_mbstowcsz.
+    // Unlike CString::tchar_mbstowcsz it passes exactly the room.
     const int nResult = WideCharToMultiByte(CP_ACP, 0, wcstr, -1, mbstr, static_cast<int>(count), nullptr, nullptr);
     VEXStringAssert(mbstr == nullptr || nResult <= static_cast<int>(count), "mbstr == NULL || result <= (int)count",
                     3281, "static int CStringA::char_wcstombsz(char*, const wchar_t*, size_t)");

@@ -8,7 +8,7 @@
 //   0       8             12             16                       56
 //
 // A block belongs to one thread at a time, with one exception: each kind of string has one empty block in the process,
-// which the strings of all threads point at and stamp. Its fields are therefore read and written atomically.
+// which the strings of all threads point at and stamp. So its fields are read and written atomically.
 #pragma once
 
 #include <pthread.h>
@@ -27,8 +27,8 @@ struct lockid_t {
 // The number of ints in an empty block.
 inline constexpr std::size_t VEX_EMPTY_BLOCK_INTS = 8197;
 
-// For the empty block, which nearly always holds the value already. Leaving it alone then keeps the block's cache line
-// shared between threads, and spares callers that read an empty text with plain accesses a race with other threads.
+// For the empty block, which nearly always has the value already. Not writing it then keeps the block's cache line
+// shared between threads, and avoids a race with callers that read an empty text with plain accesses.
 template <typename TField>
 void VEXStampField(TField& field, TField value) {
     if (VEXLoadField(field) != value) {
@@ -36,8 +36,8 @@ void VEXStampField(TField& field, TField value) {
     }
 }
 
-// A block with room for nLen characters and the terminator, all of them 0. One owner; cslock stays uninitialised.
-// Throws std::bad_alloc.
+// A new block with room for nLen characters and the terminator, all set to 0. It has one owner; cslock stays
+// uninitialised. Throws std::bad_alloc.
 template <typename TData, typename TChar>
 TData* VEXNewBlock(int nLen) {
     const std::size_t nChars = static_cast<std::size_t>(nLen) + 1;
@@ -54,8 +54,8 @@ void VEXDeleteBlock(TData* pData) {
     delete[] reinterpret_cast<BYTE*>(pData);
 }
 
-// Takes one share off a block that is not the empty one and frees it when that was the last. A negative count stays.
-// TRUE: freed.
+// Releases one share of a block, which must not be the empty one, and frees the block after the last share. A negative
+// count does not change. TRUE: freed.
 template <typename TData>
 BOOL VEXReleaseBlock(TData* pData) {
     const long nRefs = VEXLoadField(pData->nRefs);

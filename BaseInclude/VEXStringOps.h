@@ -1,7 +1,7 @@
-// What CString and CStringA do alike with their blocks, written once on the public members that both classes have.
+// The work with blocks that CString and CStringA have in common, built on the public members of both classes.
 //
-// A source text may lie inside the string itself in every function. When memory runs out (std::bad_alloc) the string
-// keeps its text or is empty.
+// In every function a source text may be part of the string itself. When memory runs out (std::bad_alloc), the string
+// keeps its text or becomes empty.
 #pragma once
 
 #include <cstddef>
@@ -26,23 +26,23 @@ public:
 
     static bool IsShared(const TString& str) { return VEXLoadField(str.GetData()->nRefs) > 1; }
 
-    // CopyBeforeWrite, all but its assertion.
+    // CopyBeforeWrite without its assertion.
     static void MakePrivate(TString& str) {
         if (!IsShared(str)) {
             return;
         }
         TData* const pOld = str.GetData();
         str.Release();
-        // The others that share the old block keep it alive.
+        // The other strings on the old block keep it alive.
         str.AllocBuffer(pOld->nDataLength);  // NOLINT(clang-analyzer-cplusplus.NewDelete): it does not see the count
-        // Without characters the string now stands on the empty block, whose terminator needs no copy.
+        // A string without characters now uses the empty block, whose terminator needs no copy.
         if (pOld->nDataLength > 0) {
             memcpy_x(str.GetData()->data(), Bytes(str.GetData()->nAllocLength, 1), pOld->data(),
                      Bytes(pOld->nDataLength, 1));
         }
     }
 
-    // ReleaseBuffer, all but its assertion.
+    // ReleaseBuffer without its assertion.
     static void SetLength(TString& str, int nLength) {
         TData* const pData = str.GetData();
         VEXStampField(pData->nDataLength, nLength);
@@ -50,7 +50,7 @@ public:
         VEXStampField(pData->data()[nLength], TChar(0));
     }
 
-    // The string becomes the nLen characters at pch, in its own block where that is private and large enough.
+    // The string becomes the nLen characters at pch. It keeps its block if that is private and large enough.
     static void AssignCopy(TString& str, int nLen, const TChar* pch) {
         if (nLen <= 0 || pch == nullptr) {
             str.Release();
@@ -62,7 +62,7 @@ public:
         SetLength(str, nLen);
     }
 
-    // The string becomes the nLen1 characters at pch1 followed by the nLen2 at pch2, in a fresh block.
+    // The string becomes the nLen1 characters at pch1 followed by the nLen2 at pch2, in a new block.
     static void ConcatCopy(TString& str, int nLen1, const TChar* pch1, int nLen2, const TChar* pch2) {
         const int nCount1 = Count(nLen1, pch1);
         const int nCount2 = Count(nLen2, pch2);
@@ -74,7 +74,7 @@ public:
         str = strNew;
     }
 
-    // Appends. The block is kept when it is private and its recorded capacity has room.
+    // Appends. The string keeps its block if that is private and its recorded capacity has room.
     static void ConcatInPlace(TString& str, int nLen, const TChar* pch) {
         const int nCount = Count(nLen, pch);
         if (nCount == 0) {
@@ -114,7 +114,7 @@ public:
         return str.GetData()->data();
     }
 
-    // Shares strSrc's block. A block that is not counted cannot be shared; its text is copied.
+    // Shares strSrc's block. The text of a block with no positive count is copied instead.
     static void Share(TString& str, const TString& strSrc, TChar*& pchData) {
         TData* const pSrc = strSrc.GetData();
         if (pSrc == str.GetData()) {
@@ -130,7 +130,7 @@ public:
         pchData = pSrc->data();
     }
 
-    // A part of the string's own text. The whole of it shares the block.
+    // A part of the string's own text. If it is the whole text, the result shares the block.
     static TString Part(const TString& str, View part) {
         if (part.size() == static_cast<std::size_t>(str.GetLength())) {
             return str;
@@ -181,13 +181,13 @@ private:
 
     static int Count(int nLen, const TChar* pch) { return pch == nullptr || nLen < 0 ? 0 : nLen; }
 
-    // What is too long becomes INT_MAX, which no block accepts.
+    // A sum that is too long becomes INT_MAX, which no block accepts.
     static int Sum(int nLen1, int nLen2) {
         return CVEXText<TChar>::Length(static_cast<std::size_t>(nLen1) + static_cast<std::size_t>(nLen2));
     }
 
-    // pchDest has room for nRoom characters and a terminator. Source and destination may overlap; not every toolkit's
-    // memcpy_x allows for that.
+    // pchDest has room for nRoom characters and a terminator. Source and destination may overlap, which not every
+    // toolkit's memcpy_x allows.
     static void CopyText(TChar* pchDest, int nRoom, const TChar* pch, int nCount) {
         const auto nDest = reinterpret_cast<std::uintptr_t>(pchDest);
         const auto nSource = reinterpret_cast<std::uintptr_t>(pch);

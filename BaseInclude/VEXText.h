@@ -1,8 +1,8 @@
-// Character algorithms shared by CString and CStringA: texts in, positions and texts out, no string class involved.
+// Character algorithms of CString and CStringA. They work on plain texts and use no string class.
 //
-// Any thread. A null pointer stands for an empty text. Positions count characters from 0; "not found" is -1, or null
-// where a place in the text is returned. Case, classes and collation are those of the process locale; narrow text is
-// taken byte by byte, so only characters of one byte have a case.
+// Any thread. A null pointer is an empty text. Positions count characters from 0; "not found" is -1, or null for
+// functions that return a pointer into the text. Case, classes and collation are those of the process locale. Narrow
+// text is processed byte by byte, so only one-byte characters have a case.
 #pragma once
 
 #include <algorithm>
@@ -26,7 +26,7 @@ public:
 
     static View Of(const TChar* psz) { return psz == nullptr ? View() : View(psz); }
 
-    // At most nMost characters, fewer where the text ends before. nMost of 0 or less: none.
+    // At most nMost characters, up to the terminator; none when nMost is 0 or less.
     static View Of(const TChar* psz, int nMost) {
         if (psz == nullptr || nMost <= 0) {
             return View();
@@ -39,12 +39,12 @@ public:
         }
     }
 
-    // A length as the strings count it. What is too long becomes INT_MAX, which no block accepts.
+    // A length as the strings count it. A length that is too large becomes INT_MAX, which no block accepts.
     static int Length(std::size_t nLength) { return static_cast<int>(std::min<std::size_t>(nLength, INT_MAX)); }
 
     static int Position(std::size_t nPosition) { return nPosition == View::npos ? -1 : static_cast<int>(nPosition); }
 
-    // ---- Parts of a counted text. Out of range positions and counts are cut to the text. ----
+    // ---- Parts of a counted text. Positions and counts out of range are limited to the text. ----
 
     static View Mid(View text, int nFirst, int nCount) {
         const std::size_t nFrom = std::min(Clamp(nFirst), text.size());
@@ -57,14 +57,14 @@ public:
     static TChar At(View text, int nIndex) { return InRange(text, nIndex) ? text[Clamp(nIndex)] : TChar(0); }
     static bool InRange(View text, int nIndex) { return nIndex >= 0 && Clamp(nIndex) < text.size(); }
 
-    // TWhat: a character or a View. An empty View is found wherever the search starts.
+    // TWhat: a character or a View. An empty View is found where the search starts.
     template <typename TWhat>
     static int Find(View text, TWhat what, int nStart) {
         return Position(text.find(what, Clamp(nStart)));
     }
     static int FindLast(View text, TChar ch) { return Position(text.rfind(ch)); }
 
-    // Replaces from left to right; what was put in is not searched again. nReplaced: how often.
+    // Replaces from left to right and does not search the replacements again. nReplaced: the number of replacements.
     static Text Replace(View text, View from, View to, int& nReplaced) {
         nReplaced = 0;
         Text result;
@@ -84,7 +84,7 @@ public:
     // ---- Terminated texts ----
 
     static const TChar* FindChar(const TChar* psz, TChar ch) {
-        // The terminator can be looked for.
+        // A search for the terminator finds it.
         return ch == 0 ? End(psz) : Place(psz, Of(psz).find(ch));
     }
     static const TChar* FindLastChar(const TChar* psz, TChar ch) {
@@ -136,7 +136,7 @@ public:
         }
     }
 
-    // The decimal number at the start of the text, after white space; 0 without one. Cut to the range of int.
+    // The decimal number at the start of the text, after white space; 0 if there is none. Limited to the range of int.
     static int ToInt(const TChar* psz) {
         if (psz == nullptr) {
             return 0;
@@ -184,8 +184,8 @@ private:
     }
 };
 
-// printf and wprintf into a text as long as it takes, which the caller frees with free, also on failure.
-// The characters printed; below 0 on failure.
+// printf and wprintf into a new text of sufficient length, which the caller frees with free, also after a failure.
+// Returns the number of characters printed; below 0 on failure.
 __attribute__((__format__(__printf__, 2, 0))) inline int VEXAllocPrint(char** ppszText, const char* pszFormat,
                                                                        va_list args) {
     *ppszText = nullptr;

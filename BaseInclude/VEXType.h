@@ -2,11 +2,11 @@
 //
 // Conventions of all headers in this folder:
 //  1. Widths are those of 64-bit Linux: DWORD, ULONG, LONG and HRESULT are 8 bytes, WCHAR is 4 bytes (UTF-32).
-//     They are part of the library's file, wire and call formats.
-//  2. BOOL results are non-zero for success. Handles are 0 or -1 on failure. A number that explains the failure is
-//     kept for the calling thread (GetLastError) or in the object (VCTK_GetLastError).
-//  3. Whoever holds a CString, CStringA or CSmartBuffer owns its storage. A function never keeps a pointer that it was
-//     given beyond the call, and never returns memory that its caller has to free, unless its comment says so.
+//     The library's files, wire formats and calls depend on these widths.
+//  2. BOOL results are non-zero for success. Handles are 0 or -1 on failure. The number of the failure is kept for the
+//     calling thread (GetLastError) or in the object (VCTK_GetLastError).
+//  3. The holder of a CString, CStringA or CSmartBuffer owns its storage. Unless its comment says so, a function keeps
+//     no pointer argument after it returns, and returns no memory that its caller must free.
 //  4. "Narrow" text is in the multibyte encoding of the process locale unless a comment says UTF-8; "wide" text is
 //     UTF-32. Both end in a zero character unless a length is given.
 //  5. A length in characters is called cch or nLen, one in bytes cb or dwSize.
@@ -50,7 +50,7 @@ using LPCWSTR = const wchar_t*;
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
 
-// A 64-bit byte position: the whole of it in LowPart, 0 in HighPart.
+// A 64-bit byte position: LowPart has all of it, HighPart is 0.
 union LARGE_INTEGER {
     __extension__ struct {
         DWORD LowPart;

@@ -1,18 +1,20 @@
-// The file that the log is written through: a file of this machine behind a handle of the toolkit, or one that a file
-// server holds, known by the ID that the server gave it. An ID other than 0 decides for the server.
+// The log's file: a local file behind a handle of the toolkit, or a file of a file server, identified by the ID that
+// the server assigned. With an ID other than 0 it is a file of the server.
 //
-// For one thread at a time, but for EnableServerSupport and IsServerSupportEnabled.
+// For one thread at a time, except EnableServerSupport and IsServerSupportEnabled.
 //
-// Local: operations without a file fail as the toolkit's functions do on a handle that is not open; after any failure
-// GetLastError has the reason.
+// Local: without an open file, operations fail as the toolkit's functions do on a handle that is not open. After any
+// failure GetLastError has the reason.
 //
-// Server: each operation is one exchange with the server (docs/wire-protocol.md), with a time-out of ten seconds for
-// each receive, OpenFile twenty. An operation fails when the server says so, for instance because it was restarted and
-// does not know the ID any more, or when there was no exchange at all: IsServerLost tells which. Nothing is repeated.
-// To append when another server may be there than the one that opened the file:
+// Server: each operation is one exchange with the server (docs/wire-protocol.md). Each receive of a reply has a
+// time-out of ten seconds, OpenFile twenty. An operation fails when the server reports a failure, for instance because
+// it was restarted and does not know the ID, or when the exchange itself failed: IsServerLost tells which. Nothing is
+// retried.
+//
+// To append when the server may have been restarted since the file was opened:
 //
 //     if (!file.SeekToEnd() && !file.IsServerLost()) {
-//         file.ForgetServerFile();  // closing an ID that is not known would be of no use
+//         file.ForgetServerFile();  // the server does not know the ID, so it cannot close the file
 //         file.OpenFile(strName, dwError);
 //         file.SeekToEnd();
 //     }
@@ -39,25 +41,25 @@ public:
     CVexFile& operator=(const CVexFile&) = delete;
     ~CVexFile() { CloseFile(); }
 
-    // Whether files are opened through the file server from now on. Any thread.
+    // Whether OpenFile uses the file server from now on. Any thread.
     void EnableServerSupport(BOOL bEnable) { VEXStoreField(m_bEnable, bEnable); }
     BOOL IsServerSupportEnabled() const { return VEXLoadField(m_bEnable); }
 
-    // 0: not a file of the server's.
+    // 0: not a file of the server.
     DWORD GetFileID() const { return m_dwFileID; }
 
-    // Whether the last operation through the server failed for want of an answer.
+    // Whether the last operation through the server failed because there was no answer.
     BOOL IsServerLost() const { return m_bServerLost; }
 
-    // Gives up the server's file without telling the server.
+    // Forgets the server's file without telling the server.
     void ForgetServerFile() {
         m_dwFileID = 0;
         m_bServerLost = FALSE;
     }
 
-    // Opens the file or creates it, after closing the one before. dwError: after success ERROR_SUCCESS for a created
-    // file and another number for an opened one. After a failure the reason: what GetLastError said right then; the
-    // server's number; ERROR_GEN_FAILURE without an answer.
+    // Closes the current file, then opens or creates the named one. dwError after success: ERROR_SUCCESS for a created
+    // file, another number for an opened one. After a failure: the reason from GetLastError or from the server;
+    // ERROR_GEN_FAILURE when the server did not answer.
     BOOL OpenFile(LPCTSTR lpszFileName, DWORD& dwError) {
         CloseFile();
         ForgetServerFile();
@@ -65,7 +67,7 @@ public:
             return ServerOpenFile(lpszFileName, dwError);
         }
         const CStringA strName(lpszFileName);
-        const CString strFileName(lpszFileName);  // now: a file that is made is not to go unnoticed for want of memory
+        const CString strFileName(lpszFileName);  // first: it may throw, and must not after a file was created
         const HANDLE hFile = VexCreateFile(strName);
         dwError = ::GetLastError();
         VEXStoreField(m_hFile, hFile);
@@ -78,8 +80,7 @@ public:
 
     BOOL IsOpen() const { return m_dwFileID != 0 || IsFile(VEXLoadField(m_hFile)); }
 
-    // Whether the open file may be written by other users than this process's. So may all files of the server's. In
-    // doubt it may.
+    // Whether users other than this process's user may write the open file. TRUE for files of the server and in doubt.
     BOOL MayOthersWrite() const {
         struct stat status = {};
         if (m_dwFileID != 0 || stat(CStringA(m_strFileName).GetString(), &status) != 0) {
@@ -88,8 +89,8 @@ public:
         return status.st_uid != geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     }
 
-    // Nothing happens without a file. Local: the members let go of it before it is closed, which can take long.
-    // Server: one request; without an answer the ID stays.
+    // Does nothing without a file. Local: the members are cleared before the file is closed, which can take long.
+    // Server: sends one request; without an answer the ID stays.
     void CloseFile() {
         if (m_dwFileID != 0) {
             ServerCloseFile();
@@ -113,7 +114,7 @@ public:
         return SetFilePointerEx(m_hFile, liPosition, nullptr, FILE_BEGIN);
     }
     BOOL SeekToBegin() { return m_dwFileID != 0 ? ServerSeekToBegin() == SERVER_DONE : SeekTo(0); }
-    // The server keeps the position at the end, wherever that comes to be, until the next seek or read.
+    // Server: the position follows the end of the growing file until the next seek or read.
     BOOL SeekToEnd() {
         if (m_dwFileID != 0) {
             return ServerSeekToEnd() == SERVER_DONE;
@@ -123,7 +124,7 @@ public:
         return SeekTo(ullSize) && bSize;
     }
 
-    // 0 on failure.
+    // ullSize: in bytes, 0 on failure.
     BOOL GetFileSize(ULONGLONG& ullSize) {
         if (m_dwFileID != 0) {
             return ServerGetFileSize(ullSize) == SERVER_DONE;
@@ -134,7 +135,7 @@ public:
         return bResult;
     }
 
-    // dwCount: the bytes to transfer, and those that were, also after a failure.
+    // dwCount: in, the bytes to transfer; out, the bytes transferred, also after a failure.
     BOOL Read(BYTE* pbData, DWORD& dwCount) {
         if (m_dwFileID != 0) {
             return ServerRead(pbData, dwCount);
@@ -143,8 +144,8 @@ public:
         dwCount = 0;
         return ReadFile(m_hFile, pbData, dwWanted, &dwCount, nullptr);
     }
-    // Server: the server's result, non-zero for success; without an answer the low half of the exchange's result, which
-    // is not zero either. dwCount then stays as it is, as it does when the answer has no count.
+    // Server: returns the server's result, non-zero for success. Without an answer it returns the low half of the
+    // exchange's result, which is also non-zero. dwCount is unchanged then, and when the answer has no count.
     BOOL Write(const BYTE* pbData, DWORD& dwCount) {
         if (m_dwFileID != 0) {
             return ServerWrite(pbData, dwCount);
@@ -155,7 +156,7 @@ public:
     }
 
     BOOL Flush() { return m_dwFileID != 0 ? ServerFlush() == SERVER_DONE : FlushFileBuffers(m_hFile); }
-    // Local: other processes may have the file's lock until the next operation. A flush of nothing ends the lock.
+    // Local: releases the file's lock until the next operation. A flush with nothing to write releases it.
     void LetOthersWrite() {
         if (m_dwFileID == 0 && IsOpen()) {
             FlushFileBuffers(m_hFile);
@@ -165,8 +166,8 @@ public:
     // Ends the file at the current position.
     BOOL SetEndOfFile() { return m_dwFileID != 0 ? ServerEndOfFile() == SERVER_DONE : ::SetEndOfFile(m_hFile); }
 
-    // ---- The requests themselves, of whatever ID there is. The server's answer, 0 where that is too short, or the
-    // result of the exchange that failed. ----
+    // ---- The plain requests, which do not check the ID. They return the server's answer, 0 when it is too short, or
+    // the result of the failed exchange. ----
 
     static constexpr DWORD SERVER_DONE = 1;
 
@@ -178,17 +179,16 @@ public:
     DWORD ServerFlush() { return Ask(Request(VEX_FILE_FLUSH).Add(m_dwFileID)); }
     DWORD ServerEndOfFile() { return Ask(Request(VEX_FILE_END_OF_FILE).Add(m_dwFileID)); }
 
-    // For the process that a fork made, in which the thread that used the object is missing: gives up the handle,
-    // however far that thread had come, and returns it for the caller to close; null when there is none. A file of the
-    // server's stays open there, for the process that was forked. The object is not to be used again, not even to be
-    // destroyed.
+    // For a forked child, where the thread that used the object does not exist. Returns the handle, at whatever point
+    // that thread was, for the caller to close; null when there is none. A file of the server stays open, for the
+    // parent. Do not use the object afterwards, and do not destroy it.
     HANDLE AbandonAfterFork() const {
         const HANDLE hFile = VEXLoadField(m_hFile);
         return IsFile(hFile) ? hFile : nullptr;
     }
 
 private:
-    // A request as it grows. Memory that is short at any point shows in the size.
+    // A request under construction. After an allocation has failed, the packet's size no longer matches.
     class Request {
     public:
         explicit Request(DWORD dwCmd) {
@@ -206,7 +206,7 @@ private:
             return *this;
         }
 
-        // The whole request, with its length in the header; null when memory ran out. The last step.
+        // The last step: the whole request, with its length in the header; null when memory ran out.
         PBYTE Complete() {
             if (m_packet.GetSize() != m_cbRequest) {
                 return nullptr;
@@ -225,7 +225,7 @@ private:
 
     static BOOL IsFile(HANDLE hFile) { return hFile != nullptr && hFile != INVALID_HANDLE_VALUE; }
 
-    // 0, or the result of the exchange that failed.
+    // Returns 0, or the result of the failed exchange.
     long SendRequest(Request& request, CSmartBuffer& objReply, DWORD dwTimeout) {
         const PBYTE pbRequest = request.Complete();
         const long lResult = pbRequest == nullptr
@@ -236,12 +236,12 @@ private:
         return lResult;
     }
 
-    // For requests that are answered by a number.
+    // For requests whose answer is one number.
     DWORD Ask(Request& request) {
         DWORD dwUnused = 0;
         return Ask(request, dwUnused);
     }
-    // By two.
+    // For requests whose answer is two numbers.
     DWORD Ask(Request& request, DWORD& dwSecond) {
         CSmartBuffer objReply;
         const long lResult = SendRequest(request, objReply, VEX_FILE_TIMEOUT);
@@ -293,7 +293,7 @@ private:
         return TRUE;
     }
 
-    // The answer itself does not matter.
+    // Ignores the content of the answer.
     void ServerCloseFile() {
         CSmartBuffer objReply;
         if (SendRequest(Request(VEX_FILE_CLOSE).Add(m_dwFileID), objReply, VEX_FILE_TIMEOUT) == 0) {
@@ -308,7 +308,7 @@ private:
         return dwResult;
     }
 
-    // An answer with more bytes than were asked for, or with fewer than it says, is a failure.
+    // Fails on an answer with more bytes than requested, or fewer than it says.
     BOOL ServerRead(BYTE* pbData, DWORD& dwCount) {
         const DWORD dwWanted = dwCount;
         dwCount = 0;

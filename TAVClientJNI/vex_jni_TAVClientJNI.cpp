@@ -1,11 +1,12 @@
-// The natives of the Java class vex.jni.TAVClientJNI and the three functions that carry values across the Java border.
+// The natives of the Java class vex.jni.TAVClientJNI and the three functions that convert between Java and native
+// values.
 //
-// A native converts its arguments, calls the toolkit and converts the result back. It keeps nothing between calls,
-// takes no lock and throws no Java exception of its own; running out of memory leaves it as std::bad_alloc. The texts,
-// codes and call orders at the Java edge are kept exactly as callers know them, including where they look odd.
+// A native converts its arguments, calls the toolkit and converts the result back. It keeps no state between calls,
+// takes no lock and throws no Java exception of its own. When memory runs out, it may throw std::bad_alloc. Callers
+// depend on the texts, codes and call orders at the Java edge; do not change them, even where they look odd.
 //
-// It logs when it begins and when it has come to its end. A call that is refused, and a signature or a text that the
-// toolkit does not give, has no record of the end.
+// A native logs a record when it begins and one when it ends. The second record is missing when the call is refused,
+// and when the toolkit returns no signature or text.
 #include "vex_jni_TAVClientJNI.h"
 
 #include <string.h>
@@ -26,8 +27,8 @@
 
 namespace {
 
-// Overwrites an object's memory when it goes out of scope, in a way that the compiler keeps. For copies of a text that
-// may hold a PIN: freed memory keeps its bytes.
+// Overwrites memory at the end of its scope; the compiler does not remove that write. For copies of a text that may
+// hold a PIN, because freed memory keeps its bytes.
 class CWiper {
 public:
     CWiper(void* pMemory, std::size_t cb) : m_pMemory(pMemory), m_cb(cb) {}
@@ -49,10 +50,10 @@ private:
 
 }  // namespace
 
-// A Java string from UTF-8; pat must not be null. Every step runs whether or not the one before succeeded; a failure
-// shows as a pending Java exception.
+// A Java string from UTF-8; pat must not be null. Every step runs even if the step before failed. After a failure a
+// Java exception is pending.
 jstring stoJstring(JNIEnv* env, const char* pat) {
-    // As a signature would name it; JVMs take that for "java/lang/String".
+    // The form of a signature; JVMs accept it for "java/lang/String".
     jclass strClass = env->FindClass("Ljava/lang/String;");
     jmethodID ctorID = env->GetMethodID(strClass, "<init>", "([BLjava/lang/String;)V");
     const auto nLength = static_cast<jsize>(std::strlen(pat));
@@ -62,25 +63,25 @@ jstring stoJstring(JNIEnv* env, const char* pat) {
     return static_cast<jstring>(env->NewObject(strClass, ctorID, bytes, encoding));
 }
 
-// The text of a Java string, decoded from its modified UTF-8 form as if that were UTF-8, up to the first zero
-// character. Empty for null and for whatever cannot be converted, for want of memory as well.
+// The text of a Java string, up to the first zero character. Its modified UTF-8 form is decoded as UTF-8. Empty for
+// null, for a text that cannot be converted, and when memory runs out.
 std::wstring JstringToWindows(JNIEnv* jenv, jstring jstr) {
     std::wstring strResult;
     if (jstr == nullptr) {
         return strResult;
     }
     const jsize lengthUTF8 = jenv->GetStringUTFLength(jstr);
-    jenv->GetStringLength(jstr);  // its result serves nothing; the calls made to the JVM are kept as they are known
+    jenv->GetStringLength(jstr);  // the result is unused; the sequence of JVM calls must not change
     jboolean jbIsCopy = JNI_FALSE;
     const char* const pszUTF8 = jenv->GetStringUTFChars(jstr, &jbIsCopy);
 
-    // From here on the characters are released on success alone.
+    // From here on the characters are released on success only.
     const int size = MultiByteToWideChar(CP_UTF8, 0, pszUTF8, lengthUTF8, nullptr, 0);
-    constexpr int nMaxSize = (INT_MAX - 4) / 4;  // beyond it iLen is no int, and no memory either
+    constexpr int nMaxSize = (INT_MAX - 4) / 4;  // above it iLen does not fit an int
     if (size < 1 || size > nMaxSize) {
         return strResult;
     }
-    // Room for four times the text, of which the text and the character behind it are cleared: iLen bytes.
+    // Room for iLen characters, of which only the first iLen bytes are cleared: the text and its terminator.
     const int iLen = size * 4 + 4;
     try {
         const auto pwszRetStr = std::make_unique_for_overwrite<wchar_t[]>(static_cast<size_t>(iLen));
@@ -96,9 +97,8 @@ std::wstring JstringToWindows(JNIEnv* jenv, jstring jstr) {
     return strResult;
 }
 
-// A Java string of as many UTF-16 units as str has characters, read from the bytes of these 4-byte characters: "ab"
-// becomes 'a' and U+0000. Null for an empty str. The JVM reads the wide text's own storage; nothing here reads it as
-// units.
+// A Java string with one UTF-16 unit for each character of str. The units come from the bytes of the 4-byte characters:
+// "ab" becomes 'a' and U+0000. Null for an empty str. Only the JVM reads the storage of str as UTF-16 units.
 jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
     if (str.empty()) {
         return nullptr;
@@ -108,9 +108,8 @@ jstring WindowsToJstring(JNIEnv* jenv, const std::wstring& str) {
 
 namespace {
 
-// A function's name for a record, as wide text and as the message's argument. That one is narrow, but the log's %s
-// takes it for wide text and reads whole characters from it: it is therefore kept in wide characters, four bytes in
-// each, with a zero one behind.
+// A function's name for a record: as wide text, and as the message's argument. The argument is narrow, but the log's %s
+// reads it as wide text. So its bytes are stored in wide characters, four in each, with a zero character after them.
 class CRecordName {
 public:
     template <std::size_t N>
@@ -132,8 +131,8 @@ private:
     std::array<wchar_t, kUnits> m_units{};
 };
 
-// What a native's records say. The line numbers are part of the log's format: people find a call by them, so that they
-// stay what they are wherever the calls stand.
+// What a native's records say. The line numbers are constants: people find a call by them, so they must not change when
+// code moves.
 struct Native {
     CRecordName name;
     DWORD dwEnterLine;
@@ -158,12 +157,12 @@ constexpr Native kGetLastError{CRecordName("Java_vex_jni_TAVClientJNI_GetLastErr
 constexpr Native kGetLastErrorMessage{CRecordName("Java_vex_jni_TAVClientJNI_GetLastErrorMessage"), 512, 545};
 constexpr Native kGetCertList{CRecordName("Java_vex_jni_TAVClientJNI_GetCertList"), 552, 585};
 
-// From the root of the project, so that records do not depend on where it was built.
+// Relative to the project's root, so that records do not depend on the build directory.
 constexpr wchar_t kSourceFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
 
 constexpr int kLogLevel = 1;
 
-// Not inline: a native whose record is not written shall not make room on the stack for one.
+// Not inline: a native that writes no record must not reserve stack for one.
 [[gnu::noinline]] void Record(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
     if (!CDebugLogMgr::IsWritten(kLogLevel)) {
         return;
@@ -190,7 +189,7 @@ HANDLE ToHandle(jlong handle) {
     return reinterpret_cast<HANDLE>(handle);  // NOLINT(performance-no-int-to-ptr): Java has no pointers
 }
 
-// The status that Java sees; the toolkit's own code is not passed on.
+// The status for Java. The toolkit's own code is not passed on.
 constexpr jlong kSuccess = 0;
 constexpr jlong kFailure = 1;
 
@@ -198,7 +197,7 @@ jlong ToStatus(INT nResult) {
     return nResult != 0 ? kFailure : kSuccess;
 }
 
-// A text of the toolkit: asked for its size, then fetched into a zeroed buffer of that size. Null on failure.
+// Fetches a text from the toolkit: asks for its size, then gets it into a zeroed buffer of that size. Null on failure.
 // query: INT(char* pszBuffer, int* pnLength)
 template <typename Query>
 std::unique_ptr<char[]> FetchText(Query query) {
@@ -213,7 +212,7 @@ std::unique_ptr<char[]> FetchText(Query query) {
     return pResult;
 }
 
-// A signature of the Java text. Null on failure.
+// Signs the Java text. Null on failure.
 // sign: INT(LPCSTR pszData); result: INT(HANDLE hObject, char* pszBuffer, int* pnLength)
 template <typename Sign, typename Result>
 std::unique_ptr<char[]> SignText(JNIEnv* jenv, jlong handle, jstring bstrValue, Sign sign, Result result) {
@@ -227,7 +226,7 @@ std::unique_ptr<char[]> SignText(JNIEnv* jenv, jlong handle, jstring bstrValue, 
     return FetchText([=](char* pszBuffer, int* pnLength) { return result(ToHandle(handle), pszBuffer, pnLength); });
 }
 
-// What a P1 or P7 signature's input is, as the toolkit wants to be told.
+// The form of a P1 or P7 signature's input, as the toolkit expects it.
 constexpr int kBase64 = 1;
 constexpr int kPlainText = 0;
 
@@ -237,7 +236,7 @@ std::unique_ptr<char[]> SignP1(JNIEnv* jenv, jlong handle, jstring bstrValue, in
         VCTK_GetP1SignResult);
 }
 
-// Of the two flags the toolkit gets the low 32 bits as they are.
+// The toolkit gets the low 32 bits of both flags.
 std::unique_ptr<char[]> SignP7(JNIEnv* jenv, jlong handle, jstring bstrValue, int nInputForm, jlong bDetach,
                                jlong bIncludeCert) {
     return SignText(
@@ -249,7 +248,7 @@ std::unique_ptr<char[]> SignP7(JNIEnv* jenv, jlong handle, jstring bstrValue, in
         VCTK_GetP7SignResult);
 }
 
-// The result of a native that answers with a text of the toolkit's: null, and no record of the end, without one.
+// The end of a native that returns a text of the toolkit. Without a text: null, and no second record.
 jstring LeaveWith(JNIEnv* jenv, const Native& native, const std::unique_ptr<char[]>& pResult) {
     if (!pResult) {
         return nullptr;
@@ -259,7 +258,7 @@ jstring LeaveWith(JNIEnv* jenv, const Native& native, const std::unique_ptr<char
     return jstrResult;
 }
 
-// Narrow text to Java the wide way; see WindowsToJstring for what arrives.
+// Narrow text to Java through wide text. WindowsToJstring says what Java gets.
 jstring NarrowToJstring(JNIEnv* jenv, LPCSTR psz) {
     const CString strText(psz);
     return WindowsToJstring(jenv, std::wstring(static_cast<LPCTSTR>(strText)));
@@ -267,10 +266,10 @@ jstring NarrowToJstring(JNIEnv* jenv, LPCSTR psz) {
 
 }  // namespace
 
-// Said here too, so that a signature that differs from the generated header's is an error and no overload.
+// Repeated here, so that a signature that differs from the generated header is an error, not an overload.
 extern "C" {
 
-// bstrAlgType is not looked at.
+// Ignores the algorithm type, the first text.
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Initialize(JNIEnv* jenv, jobject, jstring, jstring bstrAuxParam) {
     std::wstring wstrKeyInfo = JstringToWindows(jenv, bstrAuxParam);
     const CWiper wiper(wstrKeyInfo);
@@ -374,7 +373,7 @@ JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_Finalize(JNIEnv*, jobject, jlo
     return ToStatus(ret);
 }
 
-// The bridge's own version; neither the handle nor the toolkit is asked.
+// The bridge's own version. Uses neither the handle nor the toolkit.
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignVersion(JNIEnv* jenv, jobject, jlong) {
     TraceEnter(kGetSignVersion);
     jstring jstrVersion = NarrowToJstring(jenv, "1.0.0.1");
@@ -382,7 +381,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignVersion(JNIEnv* jenv,
     return jstrVersion;
 }
 
-// Null even on success: the certificate is fetched, made a Java string and dropped.
+// Returns null even on success: it fetches the certificate, makes a Java string of it and drops that.
 JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignCert(JNIEnv* jenv, jobject, jlong handle) {
     TraceEnter(kGetSignCert);
     if (handle == 0) {
@@ -398,7 +397,7 @@ JNIEXPORT jstring JNICALL Java_vex_jni_TAVClientJNI_GetSignCert(JNIEnv* jenv, jo
     return nullptr;
 }
 
-// Handle 0 is passed on like any other.
+// Passes handle 0 on like any other.
 JNIEXPORT jlong JNICALL Java_vex_jni_TAVClientJNI_GetLastError(JNIEnv*, jobject, jlong handle) {
     TraceEnter(kGetLastError);
     const jlong jRetError = VCTK_GetLastError(ToHandle(handle));
