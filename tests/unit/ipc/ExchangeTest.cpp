@@ -1,4 +1,4 @@
-// Exchanges that come to a good end, byte by byte and line by line, and the identity that the client gives itself.
+// Successful exchanges, with every byte sent and every line traced, and the identity of the client.
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -18,8 +18,7 @@ TEST_F(Exchange, BytesOnTheWire) {
     PeerMessage request;
     std::string strRest;
     ScriptedPeer peer([&](PeerConnection& connection) {
-        strRegistration = connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        strRegistration = AcceptRegistration(connection);
         request = connection.ReceiveMessage();
         connection.Reply(request, "the reply");
         strRest = connection.ReceiveToEnd();
@@ -54,8 +53,7 @@ TEST_F(Exchange, ServiceObjectsRegisterTheUser) {
     std::string strRegistration;
     PeerMessage request;
     ScriptedPeer peer([&](PeerConnection& connection) {
-        strRegistration = connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        strRegistration = AcceptRegistration(connection);
         request = connection.ReceiveMessage();
         connection.Reply(request, "r");
     });
@@ -66,20 +64,20 @@ TEST_F(Exchange, ServiceObjectsRegisterTheUser) {
         const socket_calls::UserCommand user("echo 1234");
         EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0);
         EXPECT_EQ(strRegistration, Bytes16(1234) + Bytes16(uObject) + std::string(1, '\0'));
-        EXPECT_NE(request.uSourceSession, 1234);  // the descriptor, whatever the object
+        EXPECT_NE(request.uSourceSession, 1234);  // the descriptor, for every object
         EXPECT_EQ(request.uSourceObject, uObject);
     }
 }
 
-TEST_F(Exchange, TheUsersNumberAsTheCommandHasIt) {
+TEST_F(Exchange, TheUsersNumberComesFromTheCommand) {
     const struct {
         const char* pszCommand;
         std::uint16_t uSession;
     } aCases[] = {
         {"id -u", static_cast<std::uint16_t>(getuid())},
         {"printf 77", 77},         // no line feed
-        {"printf '  8x\\n'", 8},   // up to what is no digit
-        {"printf '%0100d' 5", 0},  // 32 bytes of it
+        {"printf '  8x\\n'", 8},   // up to the first character that is not a digit
+        {"printf '%0100d' 5", 0},  // only the first 32 bytes
         {"printf '%032d9' 5", 5},
         {"printf 99999999999999999999", 0xFFFF},
         {"printf '%s' -- -1", 0},
@@ -90,8 +88,7 @@ TEST_F(Exchange, TheUsersNumberAsTheCommandHasIt) {
     };
     std::string strRegistration;
     ScriptedPeer peer([&](PeerConnection& connection) {
-        strRegistration = connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        strRegistration = AcceptRegistration(connection);
         connection.Reply(connection.ReceiveMessage(), "r");
     });
     CPipeIPC client;
@@ -103,7 +100,7 @@ TEST_F(Exchange, TheUsersNumberAsTheCommandHasIt) {
     }
 }
 
-TEST_F(Exchange, EachHasAnIdentityOfItsOwn) {
+TEST_F(Exchange, EachExchangeHasItsOwnIdentity) {
     std::vector<std::uint16_t> objects;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
@@ -139,8 +136,8 @@ TEST_F(Exchange, NoPayload) {
     }
 }
 
-// Session and object both count for the port, modulo 65536.
-TEST_F(Exchange, SessionsHavePortsToo) {
+// The port depends on session and object, modulo 65536.
+TEST_F(Exchange, TheSessionCountsForThePort) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         connection.Reply(request, std::to_string(request.uDestinationSession));
@@ -157,7 +154,7 @@ TEST_F(Exchange, SessionsHavePortsToo) {
     }
 }
 
-TEST_F(Exchange, TheReplyReplacesWhatWasThere) {
+TEST_F(Exchange, TheReplyReplacesTheBuffersContent) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         connection.Reply(request, request.strPayload);
@@ -174,16 +171,16 @@ TEST_F(Exchange, TheReplyReplacesWhatWasThere) {
     }
 }
 
-TEST_F(Exchange, OneByteAtATime) {
+TEST_F(Exchange, AReplyMayArriveByteByByte) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
-        connection.SendByteByByte(PeerConnection::ReplyTo(request, "slowly but surely").Bytes());
+        connection.SendByteByByte(PeerConnection::ReplyTo(request, "one byte at a time").Bytes());
     });
     CPipeIPC client;
-    EXPECT_EQ(DoExchange(client, peer.Object()).strReply, "slowly but surely");
+    EXPECT_EQ(DoExchange(client, peer.Object()).strReply, "one byte at a time");
 }
 
-TEST_F(Exchange, WhatFollowsTheReplyIsNotRead) {
+TEST_F(Exchange, BytesAfterTheReplyAreNotRead) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         connection.Send(PeerConnection::ReplyTo(request, "reply").Bytes() + "and more");
@@ -196,8 +193,8 @@ TEST_F(Exchange, WhatFollowsTheReplyIsNotRead) {
     }
 }
 
-// A server that ends its side without a status byte has let the client in.
-TEST_F(Exchange, NoStatusByteIsAYes) {
+// A server that ends its side without a status byte accepts the client.
+TEST_F(Exchange, AMissingStatusByteAcceptsTheClient) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         connection.Receive(5);
         connection.ShutdownSending();
@@ -205,23 +202,23 @@ TEST_F(Exchange, NoStatusByteIsAYes) {
         EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
     CPipeIPC client;
-    EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0xE0010005);
+    EXPECT_EQ(DoExchange(client, peer.Object()).lResult, kReceiveFailed);
 }
 
-TEST_F(Exchange, RepliesByTheLetter) {
+TEST_F(Exchange, ChecksTheReplysHeader) {
     struct Case {
         const char* pszName;
         void (*pfnChange)(PeerMessage& reply);
         bool bAccepted;
     };
     const Case aCases[] = {
-        {"as it should be", [](PeerMessage&) {}, true},
+        {"right", [](PeerMessage&) {}, true},
         {"paramter 15", [](PeerMessage& m) { m.uParamter = 15; }, true},
         {"paramter 16", [](PeerMessage& m) { m.uParamter = 16; }, false},
         {"paramter all ones", [](PeerMessage& m) { m.uParamter = ~std::uint64_t{0}; }, false},
         {"no payload", [](PeerMessage& m) { m.strPayload.clear(); }, false},
-        {"the request's number", [](PeerMessage& m) { --m.uSequence; }, false},
-        {"the number after it", [](PeerMessage& m) { ++m.uSequence; }, false},
+        {"number of the request", [](PeerMessage& m) { --m.uSequence; }, false},
+        {"next number", [](PeerMessage& m) { ++m.uSequence; }, false},
         {"another session", [](PeerMessage& m) { m.uSourceSession = 0xFFFF; }, false},
         {"another object", [](PeerMessage& m) { ++m.uSourceObject; }, false},
         {"another destination",
@@ -248,13 +245,13 @@ TEST_F(Exchange, RepliesByTheLetter) {
     for (const Case& c : aCases) {
         pCase = &c;
         const ExchangeResult result = DoExchange(client, peer.Object());
-        EXPECT_EQ(result.lResult, c.bAccepted ? 0 : 0xE0010005) << c.pszName;
+        EXPECT_EQ(result.lResult, c.bAccepted ? 0 : kReceiveFailed) << c.pszName;
         EXPECT_EQ(result.strReply, c.bAccepted ? "r" : "before") << c.pszName;
     }
 }
 
 TEST_F(Exchange, TraceOfASuccess) {
-    ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "r"); });
+    ScriptedPeer peer(Replies("r"));
     CPipeIPC client;
     SwitchTraceOn();
     EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0);
@@ -277,17 +274,16 @@ TEST_F(Exchange, TheProcessIgnoresSigpipe) {
     std::signal(SIGPIPE, SIG_DFL);
     CPipeIPC client;
     EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN);
-    // And does without that when somebody undoes it. An orderly end first: only then is the reset a broken pipe.
+    // The client also works when the program undoes that. The peer ends orderly, so that sending is a broken pipe.
     ScriptedPeer peer([](PeerConnection& connection) {
-        connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        AcceptRegistration(connection);
         connection.Close();
     });
-    EXPECT_EQ(DoExchange(client, peer.Object(), std::string(50'000'000, 'x')).lResult, 0xE0010004);
+    EXPECT_EQ(DoExchange(client, peer.Object(), std::string(50'000'000, 'x')).lResult, kSendFailed);
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-// Programs started meanwhile would keep the connection open.
+// A program started during an exchange would keep the connection open.
 TEST_F(Exchange, ProgramsDoNotInheritTheConnection) {
     ScriptedPeer peer([](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();

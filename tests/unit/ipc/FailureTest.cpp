@@ -1,4 +1,4 @@
-// Every way in which an exchange fails: its result, and the lines of the trace in their order.
+// Every failure of an exchange: its result, and the lines of the trace in order.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,212 +12,138 @@
 
 namespace {
 
-constexpr long kSendFailed = 0xE0010004;
-constexpr long kReceiveFailed = 0xE0010005;
+using Lines = std::vector<std::string>;
 
-// How far the exchange came, in lines of the trace.
-const std::vector<std::string> kToConnect = {
-    "******************SendMessageAndWait send start****************client******",
-    "SendMsg::ConnectServer",
-};
-const std::vector<std::string> kToRegistrationSend = {"ConnectServer::send regClient start"};
-const std::vector<std::string> kToRegistrationReceive = {"ConnectServer::send regClient end",
-                                                         "ConnectServer::recv regClient start"};
-const std::vector<std::string> kRegistered = {"ConnectServer::recv regClient end"};
-const std::vector<std::string> kToSend = {"************SendMsg::send start"};
-const std::vector<std::string> kToReceive = {"****************SendMsg::send end**************",
-                                             "SendMessageAndWait send end", "SendMessageAndWait recv start"};
-const std::string kSendLine = "SendMessageAndWait ::SendMsg  failed ret=-1,result=Unknown error -1";
-
-std::vector<std::string> operator+(std::vector<std::string> lines, const std::vector<std::string>& more) {
+Lines operator+(Lines lines, const Lines& more) {
     lines.insert(lines.end(), more.begin(), more.end());
     return lines;
 }
 
+// The trace up to each step.
+const Lines kToConnect = {
+    "******************SendMessageAndWait send start****************client******",
+    "SendMsg::ConnectServer",
+};
+const Lines kToRegister = kToConnect + Lines{"ConnectServer::send regClient start"};
+const Lines kToStatus = kToRegister + Lines{"ConnectServer::send regClient end", "ConnectServer::recv regClient start"};
+const Lines kToAcceptance = kToStatus + Lines{"ConnectServer::recv regClient end"};
+const Lines kToSend = kToAcceptance + Lines{"************SendMsg::send start"};
+const Lines kToReceive = kToSend + Lines{"****************SendMsg::send end**************",
+                                         "SendMessageAndWait send end", "SendMessageAndWait recv start"};
+const std::string kSendLine = "SendMessageAndWait ::SendMsg  failed ret=-1,result=Unknown error -1";
+
+// A system call that fails.
+struct Fault {
+    const char* pszCall = "";  // "": none
+    int nErrno = 0;
+    int nCall = 1;  // the first one, the second one...
+};
+
 struct FailureRow : Row {
     ScriptedPeer::Script script;
-    const char* pszFailingCall = nullptr;
-    int nCall = 1;
-    int nErrno = 0;
+    Fault fault;
     long lResult = 0;
-    std::vector<std::string> lines;  // "PORT" stands for the line that names the port, "DESCRIPTOR" for the last one
-    std::string strPayload = "request";
+    Lines
+        lines;  // "PORT" stands for the line with the port, "DESCRIPTOR" for the line with the descriptor's error text
+    std::string strPayload;
 };
+
+FailureRow Sending(const char* pszName, ScriptedPeer::Script script, const Lines& lines, Fault fault = {},
+                   std::string strPayload = "request") {
+    return {{pszName}, std::move(script), fault, kSendFailed, lines + Lines{kSendLine}, std::move(strPayload)};
+}
+
+// What the peer does after the request.
+using AfterRequest = std::function<void(PeerConnection&, const PeerMessage&)>;
+
+FailureRow Receiving(const std::string& strName, const AfterRequest& fnReply, const Lines& lines, Fault fault = {}) {
+    const auto script = [fnReply](PeerConnection& connection) {
+        fnReply(connection, connection.AcceptRequest());
+        if (connection.Socket() >= 0) {  // not after a reset
+            connection.ReceiveToEnd();
+        }
+    };
+    return {{strName}, script, fault, kReceiveFailed, kToReceive + lines + Lines{"DESCRIPTOR"}, "request"};
+}
 
 std::string Failed(const char* pszWhat, int nErrno) {
     return pszWhat + std::to_string(nErrno) + ",result=" + std::strerror(nErrno);
 }
 
-// What the peer does once it has the request.
-ScriptedPeer::Script AfterRequest(std::function<void(PeerConnection&, const PeerMessage&)> fn) {
-    return [fn](PeerConnection& connection) {
-        fn(connection, connection.AcceptRequest());
-        connection.ReceiveToEnd();
-    };
-}
-
 std::vector<FailureRow> Rows() {
     const auto fnNothing = [](PeerConnection& connection) { connection.ReceiveToEnd(); };
-    const auto reached = kToConnect + kToRegistrationSend + kToRegistrationReceive + kRegistered + kToSend;
-    const auto waiting = reached + kToReceive;
-    std::vector<FailureRow> rows;
-    rows.push_back({{"Socket"},
-                    fnNothing,
-                    "socket",
-                    1,
-                    EMFILE,
-                    kSendFailed,
-                    kToConnect + std::vector{Failed("ConnectServer::socket failed errno=", EMFILE), std::string("PORT"),
-                                             kSendLine}});
-    rows.push_back({{"Connect"},
-                    fnNothing,
-                    "connect",
-                    1,
-                    ENETUNREACH,
-                    kSendFailed,
-                    kToConnect + std::vector{Failed("ConnectServer::connect  failed errno=", ENETUNREACH),
-                                             std::string("PORT"), kSendLine}});
-    rows.push_back(
-        {{"RegistrationSend"},
-         fnNothing,
-         "send",
-         1,
-         ECONNRESET,
-         kSendFailed,
-         kToConnect + kToRegistrationSend +
-             std::vector<std::string>{"ConnectNamedPipe::send failed error=-1,result=Connection reset by peer", "PORT",
-                                      kSendLine}});
-    rows.push_back(
-        {{"RegistrationReceive"},
-         [](PeerConnection& connection) {
-             connection.Receive(5);
-             connection.Reset();
-         },
-         nullptr,
-         0,
-         0,
-         kSendFailed,
-         kToConnect + kToRegistrationSend + kToRegistrationReceive +
-             std::vector<std::string>{"ConnectNamedPipe::recv  failed error=-1,result=Connection reset by peer", "PORT",
-                                      kSendLine}});
-    rows.push_back(
-        {{"RegistrationReceiveTimeOut"},
-         fnNothing,
-         "recv",
-         1,
-         EAGAIN,
-         kSendFailed,
-         kToConnect + kToRegistrationSend + kToRegistrationReceive +
-             std::vector<std::string>{"ConnectNamedPipe::recv  failed error=-1,result=Resource temporarily unavailable",
-                                      "PORT", kSendLine}});
-    for (const int nStatus : {1, 255}) {
-        rows.push_back({{"RegistrationRefused" + std::to_string(nStatus)},
-                        [nStatus](PeerConnection& connection) {
-                            connection.Receive(5);
-                            connection.Send(std::string(1, static_cast<char>(nStatus)));
-                            EXPECT_EQ(connection.ReceiveToEnd(), "");
-                        },
-                        nullptr,
-                        0,
-                        0,
-                        kSendFailed,
-                        kToConnect + kToRegistrationSend + kToRegistrationReceive + kRegistered +
-                            std::vector<std::string>{"PORT", kSendLine}});
-    }
-    rows.push_back({{"RequestSend"},
-                    [](PeerConnection& connection) {
-                        connection.Receive(5);
-                        connection.Send(std::string(1, '\0'));
-                        EXPECT_EQ(connection.ReceiveToEnd(), "");
-                    },
-                    "send",
-                    2,
-                    EPIPE,
-                    kSendFailed,
-                    reached + std::vector<std::string>{"************SendMsg::send data error", kSendLine}});
-    rows.push_back({{"ClosedWhileSending"},
-                    [](PeerConnection& connection) {
-                        connection.Receive(5);
-                        connection.Send(std::string(1, '\0'));
-                        connection.Receive(100000);
-                        connection.Reset();
-                    },
-                    nullptr,
-                    0,
-                    0,
-                    kSendFailed,
-                    reached + std::vector<std::string>{"************SendMsg::send data error", kSendLine},
-                    std::string(50000000, 'x')});
-    rows.push_back(
-        {{"NoReplyButTheEnd"},
-         AfterRequest([](PeerConnection& c, const PeerMessage&) { c.ShutdownSending(); }),
-         nullptr,
-         0,
-         0,
-         kReceiveFailed,
-         waiting + std::vector<std::string>{"RecvDataFunc::recv header error ret =0 result=Success", "DESCRIPTOR"}});
-    rows.push_back({{"NoReplyButAReset"},
-                    [](PeerConnection& connection) {
-                        connection.AcceptRequest();
-                        connection.Reset();
-                    },
-                    nullptr,
-                    0,
-                    0,
-                    kReceiveFailed,
-                    waiting + std::vector<std::string>{
-                                  "RecvDataFunc::recv header error ret =-1 result=Unknown error -1", "DESCRIPTOR"}});
-    for (const int nHeader : {1, 33}) {
-        rows.push_back(
-            {{"PartOfAHeader" + std::to_string(nHeader)},
-             AfterRequest([nHeader](PeerConnection& c, const PeerMessage& request) {
-                 c.Send(PeerConnection::ReplyTo(request, "r").Bytes().substr(0, static_cast<std::size_t>(nHeader)));
-                 c.ShutdownSending();
-             }),
-             nullptr,
-             0,
-             0,
-             kReceiveFailed,
-             waiting +
-                 std::vector<std::string>{"RecvDataFunc::recv header error ret =0 result=Success", "DESCRIPTOR"}});
-    }
-    rows.push_back({{"PartOfAPayload"},
-                    AfterRequest([](PeerConnection& c, const PeerMessage& request) {
-                        PeerMessage reply = PeerConnection::ReplyTo(request, "four");
-                        reply.uLength = 5;
-                        c.Send(reply.Bytes());
-                        c.ShutdownSending();
-                    }),
-                    nullptr,
-                    0,
-                    0,
-                    kReceiveFailed,
-                    waiting + std::vector<std::string>{"RecvDataFunc::recv data error ret =0", "DESCRIPTOR"}});
-    rows.push_back({{"PayloadReset"},
-                    AfterRequest([](PeerConnection& c, const PeerMessage& request) { c.Reply(request, "r"); }),
-                    "recv",
-                    3,
-                    ECONNRESET,
-                    kReceiveFailed,
-                    waiting + std::vector<std::string>{"RecvDataFunc::recv data error ret =-1", "DESCRIPTOR"}});
-    rows.push_back({{"NoPayload"},
-                    AfterRequest([](PeerConnection& c, const PeerMessage& request) { c.Reply(request, ""); }),
-                    nullptr,
-                    0,
-                    0,
-                    kReceiveFailed,
-                    waiting + std::vector<std::string>{"RecvDataFunc::msgHeader.MessageLen <= 0", "DESCRIPTOR"}});
-    rows.push_back({{"NotTheReply"},
-                    AfterRequest([](PeerConnection& c, const PeerMessage& request) {
-                        PeerMessage reply = PeerConnection::ReplyTo(request, "r");
-                        ++reply.uSequence;
-                        c.Send(reply.Bytes());
-                    }),
-                    nullptr,
-                    0,
-                    0,
-                    kReceiveFailed,
-                    waiting + std::vector<std::string>{"DESCRIPTOR"}});
+    const auto fnRefuse = [](int nStatus) {
+        return [nStatus](PeerConnection& connection) {
+            connection.Receive(5);
+            connection.Send(std::string(1, static_cast<char>(nStatus)));
+            EXPECT_EQ(connection.ReceiveToEnd(), "");
+        };
+    };
+    const auto fnCutHeader = [](std::size_t cb) {
+        return [cb](PeerConnection& c, const PeerMessage& request) {
+            c.Send(PeerConnection::ReplyTo(request, "r").Bytes().substr(0, cb));
+            c.ShutdownSending();
+        };
+    };
+    const std::string strNotSent = "************SendMsg::send data error";
+    const std::string strNoHeader = "RecvDataFunc::recv header error ret =0 result=Success";
+    std::vector<FailureRow> rows = {
+        Sending("Socket", fnNothing, kToConnect + Lines{Failed("ConnectServer::socket failed errno=", EMFILE), "PORT"},
+                {"socket", EMFILE}),
+        Sending("Connect", fnNothing,
+                kToConnect + Lines{Failed("ConnectServer::connect  failed errno=", ENETUNREACH), "PORT"},
+                {"connect", ENETUNREACH}),
+        Sending("RegistrationSend", fnNothing,
+                kToRegister + Lines{"ConnectNamedPipe::send failed error=-1,result=Connection reset by peer", "PORT"},
+                {"send", ECONNRESET}),
+        Sending(
+            "RegistrationReceive",
+            [](PeerConnection& connection) {
+                connection.Receive(5);
+                connection.Reset();
+            },
+            kToStatus + Lines{"ConnectNamedPipe::recv  failed error=-1,result=Connection reset by peer", "PORT"}),
+        Sending("RegistrationReceiveTimeOut", fnNothing,
+                kToStatus +
+                    Lines{"ConnectNamedPipe::recv  failed error=-1,result=Resource temporarily unavailable", "PORT"},
+                {"recv", EAGAIN}),
+        Sending("RegistrationRefused1", fnRefuse(1), kToAcceptance + Lines{"PORT"}),
+        Sending("RegistrationRefused255", fnRefuse(255), kToAcceptance + Lines{"PORT"}),
+        Sending("RequestSend", fnRefuse(0), kToSend + Lines{strNotSent}, {"send", EPIPE, 2}),
+        Sending(
+            "ClosedWhileSending",
+            [](PeerConnection& connection) {
+                AcceptRegistration(connection);
+                connection.Receive(100000);
+                connection.Reset();
+            },
+            kToSend + Lines{strNotSent}, {}, std::string(50000000, 'x')),
+        Receiving("NoReplyButTheEnd", [](PeerConnection& c, const PeerMessage&) { c.ShutdownSending(); },
+                  {strNoHeader}),
+        Receiving("NoReplyButAReset", [](PeerConnection& c, const PeerMessage&) { c.Reset(); },
+                  {"RecvDataFunc::recv header error ret =-1 result=Unknown error -1"}),
+        Receiving("PartOfAHeader1", fnCutHeader(1), {strNoHeader}),
+        Receiving("PartOfAHeader33", fnCutHeader(33), {strNoHeader}),
+        Receiving("PartOfAPayload",
+                  [](PeerConnection& c, const PeerMessage& request) {
+                      PeerMessage reply = PeerConnection::ReplyTo(request, "four");
+                      reply.uLength = 5;
+                      c.Send(reply.Bytes());
+                      c.ShutdownSending();
+                  },
+                  {"RecvDataFunc::recv data error ret =0"}),
+        Receiving("PayloadReset", [](PeerConnection& c, const PeerMessage& request) { c.Reply(request, "r"); },
+                  {"RecvDataFunc::recv data error ret =-1"}, {"recv", ECONNRESET, 3}),
+        Receiving("NoPayload", [](PeerConnection& c, const PeerMessage& request) { c.Reply(request, ""); },
+                  {"RecvDataFunc::msgHeader.MessageLen <= 0"}),
+        Receiving("NotTheReply",
+                  [](PeerConnection& c, const PeerMessage& request) {
+                      PeerMessage reply = PeerConnection::ReplyTo(request, "r");
+                      ++reply.uSequence;
+                      c.Send(reply.Bytes());
+                  },
+                  {}),
+    };
     const std::pair<const char*, std::uint64_t> aLengths[] = {
         {"JustTooLong", 0x7FFFFFFF - 33},
         {"IntMax", 0x7FFFFFFF},
@@ -232,17 +158,12 @@ std::vector<FailureRow> Rows() {
         {"MinusOne", ~std::uint64_t{0}},
     };
     for (const auto& [pszName, uLength] : aLengths) {
-        rows.push_back({{std::string("Length") + pszName},
-                        AfterRequest([uLength = uLength](PeerConnection& c, const PeerMessage& request) {
-                            PeerMessage reply = PeerConnection::ReplyTo(request, "bytes");
-                            reply.uLength = uLength;
-                            c.Send(reply.Bytes());
-                        }),
-                        nullptr,
-                        0,
-                        0,
-                        kReceiveFailed,
-                        waiting + std::vector<std::string>{"RecvDataFunc::malloc error", "DESCRIPTOR"}});
+        const auto fnClaim = [uLength = uLength](PeerConnection& c, const PeerMessage& request) {
+            PeerMessage reply = PeerConnection::ReplyTo(request, "bytes");
+            reply.uLength = uLength;
+            c.Send(reply.Bytes());
+        };
+        rows.push_back(Receiving(std::string("Length") + pszName, fnClaim, {"RecvDataFunc::malloc error"}));
     }
     return rows;
 }
@@ -256,13 +177,12 @@ TEST_P(ExchangeFailure, ResultAndTrace) {
     SwitchTraceOn();
     ExchangeResult result;
     {
-        const socket_calls::Failure failure(row.pszFailingCall != nullptr ? row.pszFailingCall : "", row.nErrno,
-                                            row.nCall);
+        const socket_calls::Failure failure(row.fault.pszCall, row.fault.nErrno, row.fault.nCall);
         result = DoExchange(client, peer.Object(), row.strPayload);
     }
     EXPECT_EQ(result.lResult, row.lResult);
     EXPECT_EQ(result.strReply, "before");
-    std::vector<std::string> expected = row.lines;
+    Lines expected = row.lines;
     for (std::string& strLine : expected) {
         if (strLine == "PORT") {
             strLine = "ConnectServer failed port =" + std::to_string(peer.Port());
@@ -281,10 +201,10 @@ TEST_F(IpcTest, NobodyListens) {
     CPipeIPC client;
     SwitchTraceOn();
     EXPECT_EQ(DoExchange(client, port.Object()).lResult, kSendFailed);
-    const std::vector<std::string> refused = {"ConnectServer::connect  failed errno=111,result=Connection refused",
-                                              "ConnectServer failed port =" + std::to_string(port.Port()), kSendLine};
+    const Lines refused = {"ConnectServer::connect  failed errno=111,result=Connection refused",
+                           "ConnectServer failed port =" + std::to_string(port.Port()), kSendLine};
     EXPECT_EQ(Trace(), kToConnect + refused);
-    // The port as it is computed, not as it goes into the address.
+    // The trace has the port before it is cut to 16 bits.
     std::filesystem::remove(TracePath());
     CSmartBuffer reply;
     const auto uSession = static_cast<USHORT>(65535);
@@ -293,7 +213,7 @@ TEST_F(IpcTest, NobodyListens) {
     EXPECT_EQ(Trace()[3], "ConnectServer failed port =" + std::to_string(8665 + 65535 + uObject));
 }
 
-// Whichever allocation fails, so does the exchange, and nothing else happens.
+// The exchange fails, whichever allocation fails.
 TEST_F(IpcTest, MemoryRunsOut) {
     ScriptedPeer peer([](PeerConnection& connection) {
         if (const std::optional<PeerMessage> request = connection.AcceptRequestIfAny()) {
@@ -316,11 +236,10 @@ TEST_F(IpcTest, MemoryRunsOut) {
     EXPECT_EQ(nCall, 4);  // the request, the reply, the reply's payload
 }
 
-// No memory can hold it, so that it is not looked at.
-TEST_F(IpcTest, ARequestThatIsTooLong) {
+// No memory can hold the payload, so the client does not read it.
+TEST_F(IpcTest, ARequestThatIsTooLongFails) {
     ScriptedPeer peer([](PeerConnection& connection) {
-        connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        AcceptRegistration(connection);
         EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
     CPipeIPC client;
@@ -335,8 +254,8 @@ TEST_F(IpcTest, ARequestThatIsTooLong) {
     }
 }
 
-// Descriptor 0 counts as a failure, and is given back.
-TEST_F(IpcTest, DescriptorZero) {
+// Descriptor 0 counts as a failure and is closed.
+TEST_F(IpcTest, DescriptorZeroIsAFailure) {
     ScriptedPeer peer([](PeerConnection& connection) {
         connection.AcceptRequest();
         EXPECT_EQ(connection.ReceiveToEnd(), "");
@@ -345,7 +264,7 @@ TEST_F(IpcTest, DescriptorZero) {
     const int nInput = dup(0);
     close(0);
     SwitchTraceOn();
-    // popen takes descriptors of its own, but gives them back before the socket is made.
+    // popen uses descriptors, too, but closes them before the socket is created.
     EXPECT_EQ(DoExchange(client, peer.Object()).lResult, kSendFailed);
     EXPECT_EQ(fcntl(0, F_GETFD), -1);
     dup2(nInput, 0);

@@ -1,4 +1,5 @@
-// Peers that mean no good: they cut, drip, claim, wait. Whatever they do, the exchange ends in time and costs nothing.
+// Hostile peers: they cut messages, send byte by byte, claim false lengths, or wait. The exchange always ends in time
+// and leaks nothing.
 #include <malloc.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -16,13 +17,9 @@
 
 namespace {
 
-constexpr long kSendFailed = 0xE0010004;
-constexpr long kReceiveFailed = 0xE0010005;
-constexpr double kSlack = 5.0;  // seconds that a busy machine may add
-
 class HostilePeer : public IpcTest {};
 
-// The pages that the process has in memory, in bytes.
+// The size of the process's pages in memory, in bytes.
 std::size_t ResidentBytes() {
     std::ifstream file("/proc/self/statm");
     std::size_t cAll = 0;
@@ -49,14 +46,14 @@ TEST_F(HostilePeer, CutsTheReplyAtEachByte) {
     }
 }
 
-TEST_F(HostilePeer, EveryByteOfTheHeaderTurnedOver) {
+TEST_F(HostilePeer, FlipsEachBitOfTheHeader) {
     std::atomic<int> nBit = 0;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         std::string strReply = PeerConnection::ReplyTo(request, "payload").Bytes();
-        const int nTurned = nBit;
-        char& chByte = strReply[static_cast<std::size_t>(nTurned / 8)];
-        chByte = static_cast<char>(chByte ^ 1 << nTurned % 8);
+        const int nFlipped = nBit;
+        char& chByte = strReply[static_cast<std::size_t>(nFlipped / 8)];
+        chByte = static_cast<char>(chByte ^ 1 << nFlipped % 8);
         connection.Send(strReply);
         connection.ShutdownSending();
         connection.ReceiveToEnd();
@@ -66,7 +63,7 @@ TEST_F(HostilePeer, EveryByteOfTheHeaderTurnedOver) {
     for (nBit = 0; nBit < 34 * 8; ++nBit) {
         const ExchangeResult result = DoExchange(client, peer.Object());
         const int nByte = nBit / 8;
-        // The callback bytes, the destination, the four flags, and a shorter payload.
+        // Accepted: changes of the callback bytes, the destination and the four flags, and a shorter payload.
         const bool bAccepted =
             (nByte >= 4 && nByte < 10) || (nByte == 18 && nBit % 8 < 4) || (nByte == 26 && nBit % 8 < 3);
         EXPECT_EQ(result.lResult, bAccepted ? 0 : kReceiveFailed) << "bit " << nBit;
@@ -106,8 +103,7 @@ TEST_F(HostilePeer, RepliesTooLate) {
     EXPECT_EQ(result.strReply, "before");
 }
 
-// 0 is no time-out, as it is for sockets.
-TEST_F(HostilePeer, ATimeOutOfZeroWaits) {
+TEST_F(HostilePeer, ATimeOutOfZeroWaitsForEver) {
     ScriptedPeer peer([](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -118,11 +114,11 @@ TEST_F(HostilePeer, ATimeOutOfZeroWaits) {
     EXPECT_EQ(result.lResult, 0);
     EXPECT_EQ(result.strReply, "at last");
     EXPECT_GE(result.dSeconds, 0.3);
-    // So are those that no clock can hold.
+    // A time-out too large for the clock means for ever, too.
     EXPECT_EQ(DoExchange(client, peer.Object(), "request", ~DWORD{0}).lResult, 0);
 }
 
-// The longest length that is believed: memory for it is not there before its bytes are.
+// The longest length that is accepted. The process takes no memory for bytes that do not arrive.
 TEST_F(HostilePeer, ClaimsTwoGigabytes) {
     ScriptedPeer peer([](PeerConnection& connection) {
         PeerMessage reply = PeerConnection::ReplyTo(connection.AcceptRequest(), "only these bytes");
@@ -145,10 +141,10 @@ TEST_F(HostilePeer, ClaimsTwoGigabytes) {
     bOver = true;
     watcher.join();
     EXPECT_EQ(result.lResult, kReceiveFailed);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // their shadows grow with the block
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // their own memory grows with the block
     EXPECT_LT(cbMost, cbBefore + 50'000'000);
 #endif
-    // A system that does not lend that much says no; either is an end without memory.
+    // A system that refuses the allocation is right, too.
     const std::string strLine = Trace().end()[-2];
     EXPECT_TRUE(strLine == "RecvDataFunc::recv data error ret =-1" || strLine == "RecvDataFunc::malloc error")
         << strLine;
@@ -166,7 +162,7 @@ protected:
     }
     ~Interrupted() override { sigaction(SIGUSR1, &m_before, nullptr); }
 
-    // Sends signals to this thread, one a millisecond, for as long as it lives.
+    // Sends a signal to this thread every millisecond, until it is destroyed.
     class Storm {
     public:
         Storm()
@@ -230,14 +226,13 @@ TEST_F(Interrupted, SignalsDoNotLengthenATimeOut) {
     EXPECT_LT(result.dSeconds, 0.5 + kSlack);
 }
 
-// Connecting, registering and sending have ten seconds each. In one test, so that it takes ten seconds once.
+// Connecting, registering and sending have ten seconds each. One test runs them in parallel, to take ten seconds once.
 TEST_F(Interrupted, TenSecondsForEachStepBeforeTheReply) {
     const SilentPort notAccepting(SilentPort::Kind::kFull);
     ScriptedPeer notAnswering([](PeerConnection& connection) { connection.ReceiveToEnd(); });
     Event over;
     ScriptedPeer notTaking([&](PeerConnection& connection) {
-        connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        AcceptRegistration(connection);
         over.Wait();
     });
     SwitchTraceOn();
@@ -273,7 +268,7 @@ TEST_F(Interrupted, TenSecondsForEachStepBeforeTheReply) {
     over.Set();
 }
 
-// ---- What stays behind: nothing ----
+// ---- Leaks ----
 
 class Leak : public HostilePeer {
 protected:
@@ -285,23 +280,24 @@ protected:
         return c;
     }
 
-    // Runs the exchange many times and looks at descriptors and heap.
+    // Runs the exchange many times and compares descriptors and heap.
     template <typename Run>
     static void ExpectNothingStays(int nTimes, Run run) {
         for (int i = 0; i < 20; ++i) {
-            run();  // what libc allocates once
+            run();  // libc allocates some memory once
         }
         const std::size_t cDescriptors = OpenDescriptors();
         const struct mallinfo2 before = mallinfo2();
         for (int i = 0; i < nTimes; ++i) {
             run();
         }
-        EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors() <= cDescriptors; }));  // the peer's last one is among them
+        EXPECT_TRUE(
+            WaitUntil([&] { return OpenDescriptors() <= cDescriptors; }));  // the peer's last descriptor counts, too
         const struct mallinfo2 after = mallinfo2();
         EXPECT_LT(after.uordblks + after.hblkhd, before.uordblks + before.hblkhd + 4096);
     }
 
-    // A command that costs less than "id".
+    // Faster than running "id".
     const socket_calls::UserCommand m_user{nullptr};
 };
 
@@ -311,7 +307,7 @@ TEST_F(Leak, ServerIsNotThere) {
     ExpectNothingStays(Scaled(10000), [&] { EXPECT_EQ(DoExchange(client, port.Object()).lResult, kSendFailed); });
 }
 
-TEST_F(Leak, ServerIsNotThereAndTheUserIsAskedFor) {
+TEST_F(Leak, ServerIsNotThereAndTheCommandRuns) {
     const SilentPort port(SilentPort::Kind::kRefusing);
     const socket_calls::UserCommand user("id -u");
     CPipeIPC client;
@@ -327,7 +323,7 @@ TEST_F(Leak, ServerRefuses) {
     ExpectNothingStays(Scaled(3000), [&] { EXPECT_EQ(DoExchange(client, peer.Object()).lResult, kSendFailed); });
 }
 
-TEST_F(Leak, ServerBreaksOff) {
+TEST_F(Leak, ServerCutsTheReply) {
     ScriptedPeer peer([](PeerConnection& connection) {
         const std::string strReply = PeerConnection::ReplyTo(connection.AcceptRequest(), "payload").Bytes();
         connection.Send(strReply.substr(0, strReply.size() - 1));
@@ -337,14 +333,14 @@ TEST_F(Leak, ServerBreaksOff) {
 }
 
 TEST_F(Leak, ServerAnswers) {
-    ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+    ScriptedPeer peer(Replies("reply"));
     CPipeIPC client;
     ExpectNothingStays(Scaled(3000), [&] { EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0); });
 }
 
 // ---- Several clients at once ----
 
-TEST_F(IpcTest, EightThreadsWithClientsOfTheirOwn) {
+TEST_F(IpcTest, EightThreadsUseClientsOfTheirOwn) {
     constexpr int kThreads = 8;
     const int nExchanges = Scaled(200);
     ScriptedPeer peer([](PeerConnection& connection) {

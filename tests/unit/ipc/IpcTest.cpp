@@ -32,14 +32,14 @@ std::vector<TraceLine> TraceLines(const std::string& strPath) {
         if (std::regex_match(strLine, match, s_prefix)) {
             lines.push_back({std::stoi(match[2]), match[3]});
         } else {
-            EXPECT_EQ(strLine, "") << "no line of the trace";
+            EXPECT_EQ(strLine, "") << "not a line of the trace";
         }
     }
     return lines;
 }
 
 std::size_t ThreadsOfTheProcess() {
-    // ThreadSanitizer has a thread of its own from the first one on.
+    // With the first thread, ThreadSanitizer starts one of its own.
     static const bool s_bOneWasStarted = (std::thread([] {}).join(), true);
     static_cast<void>(s_bOneWasStarted);
     const auto entries = std::filesystem::directory_iterator("/proc/self/task");
@@ -59,7 +59,7 @@ IpcTest::~IpcTest() {
 }
 
 void IpcTest::WaitForThreads() const {
-    EXPECT_TRUE(WaitUntil([this] { return ThreadsOfTheProcess() <= m_cThreads; })) << "threads that do not end";
+    EXPECT_TRUE(WaitUntil([this] { return ThreadsOfTheProcess() <= m_cThreads; })) << "threads are still running";
 }
 
 std::string IpcTest::TracePath() {
@@ -96,7 +96,7 @@ void IpcTest::WaitForTrace(const std::string& strLine) {
     EXPECT_TRUE(WaitUntil([&] {
         const std::vector<std::string> lines = Trace();
         return std::find(lines.begin(), lines.end(), strLine) != lines.end();
-    })) << "waited in vain for the line "
+    })) << "the trace has no line "
         << strLine;
 }
 

@@ -1,4 +1,4 @@
-// What the tests of the IPC client share: its trace, and exchanges in one line.
+// Shared by the tests of the IPC client: its trace, simple peers, and exchanges in one line.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,12 +17,17 @@
 #include "SocketCalls.h"
 
 inline constexpr std::chrono::seconds kPatience{20};
+inline constexpr double kSlack = 5.0;  // seconds that a busy machine may add
+
+// Results of SendMessageAndWait.
+inline constexpr long kSendFailed = 0xE0010004;
+inline constexpr long kReceiveFailed = 0xE0010005;
 
 class IpcTest : public testing::Test {
 protected:
-    // The trace is empty and switched off.
+    // Empties the trace and switches it off.
     IpcTest();
-    // Waits for the detached threads that the test has left behind.
+    // Waits for the detached threads of the test.
     ~IpcTest() override;
 
     static std::string TracePath();
@@ -31,10 +36,10 @@ protected:
 
     // The texts of the trace's lines so far, without their prefixes.
     static std::vector<std::string> Trace();
-    // The same without the lines of other threads.
+    // The same for the lines of this thread only.
     static std::vector<std::string> TraceOfThisThread();
 
-    // Waits until the test's threads have ended, detached ones as well.
+    // Waits until the test's threads have ended, detached threads included.
     void WaitForThreads() const;
 
     // Waits until the trace has a line of that text.
@@ -44,7 +49,7 @@ private:
     const std::size_t m_cThreads;
 };
 
-// Set by one thread, waited for by another, with a failure after twenty seconds.
+// One thread sets it, another waits for it. The wait fails after twenty seconds.
 class Event {
 public:
     void Set() {
@@ -55,7 +60,7 @@ public:
     bool Wait() {
         std::unique_lock lock(m_mutex);
         const bool bSet = m_changed.wait_for(lock, kPatience, [this] { return m_bSet; });
-        EXPECT_TRUE(bSet) << "waited in vain";
+        EXPECT_TRUE(bSet) << "nobody set the event";
         return bSet;
     }
 
@@ -65,7 +70,7 @@ private:
     bool m_bSet = false;
 };
 
-// Looks every millisecond. FALSE: it did not come true in time.
+// Checks every millisecond. FALSE: the condition did not become true in time.
 template <typename Condition>
 bool WaitUntil(Condition condition) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -78,13 +83,25 @@ bool WaitUntil(Condition condition) {
     return true;
 }
 
+// Receives the registration, accepts the client and returns the registration.
+inline std::string AcceptRegistration(PeerConnection& connection) {
+    std::string strRegistration = connection.Receive(5);
+    connection.Send(std::string(1, '\0'));
+    return strRegistration;
+}
+
+// Script of a peer that accepts a request and replies to it.
+inline ScriptedPeer::Script Replies(const std::string& strPayload) {
+    return [strPayload](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), strPayload); };
+}
+
 struct ExchangeResult {
     long lResult = 0;
-    std::string strReply;  // what is in the buffer that held "before"
+    std::string strReply;  // the reply's buffer, which contains "before" before the exchange
     double dSeconds = 0;
 };
 
-// An exchange with an object of session 0.
+// Does an exchange with an object of session 0.
 ExchangeResult DoExchange(CPipeIPC& client, std::uint16_t uObject, std::string strPayload = "request",
                           DWORD dwTimeout = 10000);
 

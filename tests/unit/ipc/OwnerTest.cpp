@@ -1,4 +1,4 @@
-// What remains of a client's threads when their owner has gone: no callback that begins.
+// A client's threads after their owner is destroyed: no callback begins.
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -13,7 +13,7 @@ namespace {
 
 using Owner = Service;
 
-// The exchange is over, its owner gone, and a handler still at work.
+// A handler still runs after the exchange has ended and its owner is destroyed.
 TEST_F(Owner, AHandlerOutlivesItsOwner) {
     Event handling;
     Event goOn;
@@ -33,11 +33,7 @@ TEST_F(Owner, AHandlerOutlivesItsOwner) {
     };
     SwitchTraceOn();
     auto pClient = std::make_unique<CPipeIPC>();
-    {
-        const socket_calls::Identity identity(kServiceObject);
-        m_callbacks.Install(*pClient);
-        EXPECT_EQ(DoExchange(*pClient, peer.Object()).lResult, 0);
-    }
+    EXPECT_EQ(ExchangeAsService(*pClient, peer).lResult, 0);
     m_ended.Wait();
     pClient.reset();
     goOn.Set();
@@ -45,8 +41,8 @@ TEST_F(Owner, AHandlerOutlivesItsOwner) {
     WaitForTrace("ProcessRequsetThread::send socket(-1) ret=-1 ");
 }
 
-// The receive thread learns of the connection's end when the owner has gone. It does not when it has seen before it
-// receives again that the exchange is over; then there is another attempt.
+// The receive thread sees the end of the connection after the owner is destroyed. If it sees the end of the exchange
+// first, before it receives again, the test makes another attempt.
 TEST_F(Owner, NoCallbackBeginsAfterTheOwnersEnd) {
     SwitchTraceOn();
     const auto endsInReceiving = [this] {
@@ -59,22 +55,18 @@ TEST_F(Owner, NoCallbackBeginsAfterTheOwnersEnd) {
             gone.Wait();
             --cWaiting;
         });
-        ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+        ScriptedPeer peer(Replies("reply"));
         std::atomic<int> cCalls = 0;
         m_callbacks.fnState = [&](int, int) { ++cCalls; };
         auto pClient = std::make_unique<CPipeIPC>();
-        {
-            const socket_calls::Identity identity(kServiceObject);
-            m_callbacks.Install(*pClient);
-            EXPECT_EQ(DoExchange(*pClient, peer.Object()).lResult, 0);
-        }
+        EXPECT_EQ(ExchangeAsService(*pClient, peer).lResult, 0);
         EXPECT_TRUE(WaitUntil([&] { return bEnding || cCalls > 0; }));
         const int cBefore = cCalls;
         pClient.reset();
         gone.Set();
         peer.Finish();
         WaitForThreads();
-        EXPECT_TRUE(WaitUntil([&] { return cWaiting == 0; }));  // what they wait for goes out of scope
+        EXPECT_TRUE(WaitUntil([&] { return cWaiting == 0; }));  // they wait for a local variable
         EXPECT_EQ(cCalls, cBefore);
         return cBefore == 0;
     };
@@ -102,19 +94,15 @@ TEST_F(Owner, TheDestructorWaitsForAShortCallback) {
         return strPayload;
     };
     auto pClient = std::make_unique<CPipeIPC>();
-    {
-        const socket_calls::Identity identity(kServiceObject);
-        m_callbacks.Install(*pClient);
-        EXPECT_EQ(DoExchange(*pClient, peer.Object()).lResult, 0);
-    }
+    EXPECT_EQ(ExchangeAsService(*pClient, peer).lResult, 0);
     pClient.reset();
     EXPECT_TRUE(bHandled);
     peer.Finish();
     WaitForThreads();
 }
 
-// Requests arrive all the time while the owner is destroyed: each callback finds that it has not gone.
-TEST_F(Owner, NoCallbackBeginsHoweverManyRequestsThereAre) {
+// Requests keep arriving while the owner is destroyed. No callback begins after that.
+TEST_F(Owner, NoCallbackBeginsWhileRequestsKeepArriving) {
     struct Context {
         std::atomic<bool> bGone = false;
     };
@@ -135,7 +123,7 @@ TEST_F(Owner, NoCallbackBeginsHoweverManyRequestsThereAre) {
         }
     });
     const socket_calls::Identity identity(kServiceObject);
-    const socket_calls::UserCommand user(nullptr);  // in place of a process for each exchange
+    const socket_calls::UserCommand user(nullptr);  // saves a process for each exchange
     const int nClients = Scaled(1000);
     const auto contexts = std::make_unique<Context[]>(static_cast<std::size_t>(nClients));
     for (int i = 0; i < nClients; ++i) {
@@ -157,8 +145,8 @@ TEST_F(Owner, NoCallbackBeginsHoweverManyRequestsThereAre) {
     EXPECT_GT(s_cCalls, nClients / 4);
 }
 
-// Owners that are destroyed while their receive threads come to an end, with requests under way.
-TEST_F(Owner, OwnersComeAndGo) {
+// Owners are destroyed while their receive threads end and requests arrive.
+TEST_F(Owner, OwnersAreDestroyedWhileTheirThreadsEnd) {
     static std::atomic<int> s_cCalls;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();

@@ -1,4 +1,4 @@
-// Packets, value by value.
+// Reading and writing the values of packets.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -32,7 +32,7 @@ TEST(UnPacket, ReadsToTheLastByte) {
     EXPECT_EQ(packet.ReadBuffer(text, 0), 0U);
 }
 
-TEST(UnPacket, AnEmptyPacketHasNothing) {
+TEST(UnPacket, RefusesEveryByteOfAnEmptyPacket) {
     CCommUnPacket packet{CSmartBuffer()};
     char ch = 'x';
     EXPECT_EQ(packet.ReadBuffer(&ch, 1), kTooShort);
@@ -40,7 +40,7 @@ TEST(UnPacket, AnEmptyPacketHasNothing) {
     EXPECT_EQ(ch, 'x');
 }
 
-TEST(UnPacket, CountsThatWouldOverflow) {
+TEST(UnPacket, RefusesCountsThatOverflow) {
     CCommUnPacket packet(BufferOf("abcd"));
     char text[4] = {};
     EXPECT_EQ(packet.ReadBuffer(text, 2), 2U);
@@ -61,7 +61,7 @@ TEST(UnPacket, KeepsItsOwnCopy) {
     EXPECT_EQ(source.GetSize(), 4U);
 }
 
-TEST(UnPacket, StartsOverWithOtherBytes) {
+TEST(UnPacket, StartsAgainWithOtherBytes) {
     CCommUnPacket packet(BufferOf("abcd"));
     char text[4] = {};
     packet.ReadBuffer(text, 3);
@@ -75,8 +75,8 @@ TEST(UnPacket, StartsOverWithOtherBytes) {
     EXPECT_EQ(packet.ReadBuffer(text, 1), kTooShort);
 }
 
-// What is written is read back, in the widths of the types.
-TEST(Packet, WidthsOfAllNumbers) {
+// Values are read back as written, with the widths of their types.
+TEST(Packet, WritesAndReadsAllTypes) {
     CCommPacket packet;
     EXPECT_EQ(packet.GetSize(), 0U);
     EXPECT_EQ(packet.GetAddress(), nullptr);

@@ -1,5 +1,5 @@
-// How long an exchange waits for its reply: the time-out holds for each receive, and ten times as long for all of them.
-// With and without a receive thread, at the same time.
+// How long an exchange waits for its reply: the time-out for each receive, and ten times as long for the whole reply.
+// Exchanges with and without a receive thread run at the same time.
 #include <atomic>
 #include <chrono>
 #include <string>
@@ -17,11 +17,11 @@ using Milliseconds = std::chrono::milliseconds;
 constexpr DWORD kTimeout = 2000;
 constexpr Milliseconds kPause(1400);
 constexpr Milliseconds kLongestPause(1800);
-constexpr double kSlack = 5.0;  // seconds that a busy machine may add
 
 class ReplyTime : public IpcTest {
 protected:
-    // Sends a reply of that many bytes in pieces, each after a pause. FALSE: the client has ended the connection.
+    // Sends a reply in pieces, each after a pause. cbPayload: bytes of its payload. longest: the pause that must not be
+    // exceeded; bInTime becomes false if it is.
     class SlowReply {
     public:
         SlowReply(PeerConnection& connection, std::size_t cbPayload, Milliseconds longest, std::atomic<bool>& bInTime)
@@ -30,6 +30,7 @@ protected:
               m_longest(longest),
               m_bInTime(bInTime) {}
 
+        // FALSE: the client has ended the connection.
         bool Send(Milliseconds pause, std::size_t cb) {
             std::this_thread::sleep_for(pause);
             const bool bSent = m_connection.Send(m_strBytes.substr(m_cbSent, cb));
@@ -50,7 +51,7 @@ protected:
         Clock::time_point m_last = Clock::now();
     };
 
-    // Runs the exchange, again where a busy machine has held the peer up for so long that it says nothing.
+    // Runs the exchange, and repeats it when a busy machine delayed the peer too long for a result.
     template <typename Script>
     static ExchangeResult Run(bool bService, DWORD dwTimeout, std::size_t cbPayload, Milliseconds longest,
                               Script script) {
@@ -108,7 +109,7 @@ TEST_F(ReplyTime, SilenceAfterTheHeaderFails) {
         threads.emplace_back([bService] {
             const ExchangeResult result =
                 Run(bService, 1000, 5, Milliseconds(900), [&](auto& reply) { reply.Send(Milliseconds(500), 36); });
-            EXPECT_EQ(result.lResult, 0xE0010005) << bService;
+            EXPECT_EQ(result.lResult, kReceiveFailed) << bService;
             EXPECT_EQ(result.strReply, "before");
             EXPECT_GE(result.dSeconds, 1.5);
             EXPECT_LT(result.dSeconds, 1.5 + kSlack);
@@ -116,8 +117,8 @@ TEST_F(ReplyTime, SilenceAfterTheHeaderFails) {
     }
 }
 
-// Each byte comes well within the time-out; ten times the time-out is the end nevertheless.
-TEST_F(ReplyTime, DrippingFails) {
+// Each byte arrives within the time-out, but the exchange ends after ten times the time-out.
+TEST_F(ReplyTime, AReplyByteByByteFails) {
     std::vector<std::jthread> threads;
     for (const bool bService : {false, true}) {
         for (const std::size_t cbAtOnce : {1U, 34U}) {
@@ -128,7 +129,7 @@ TEST_F(ReplyTime, DrippingFails) {
                     while (!reply.IsWhole() && reply.Send(pause, 1)) {
                     }
                 });
-                EXPECT_EQ(result.lResult, 0xE0010005) << bService;
+                EXPECT_EQ(result.lResult, kReceiveFailed) << bService;
                 EXPECT_EQ(result.strReply, "before");
                 EXPECT_GE(result.dSeconds, 6);
                 EXPECT_LT(result.dSeconds, 6 + kSlack);

@@ -1,38 +1,39 @@
-// CVexFile through the file server: each operation's request byte by byte, and what it makes of every kind of answer.
+// CVexFile with the file server: the bytes of each operation's request, and its result for every kind of answer.
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 
 #include "IpcTest.h"
 #include "Row.h"
 #include "TempDirectory.h"
+#include "VEXMutex.h"
+#include "VEXThreadSafety.h"
 #include "VexFile.h"
 
 namespace {
 
-constexpr DWORD kSendFailed = 0xE0010004;
-constexpr DWORD kReceiveFailed = 0xE0010005;
+constexpr auto kNotSent = static_cast<DWORD>(kSendFailed);
+constexpr auto kNotReceived = static_cast<DWORD>(kReceiveFailed);
 constexpr std::uint64_t kFileID = 0x1122334455667788;
 
-// A file server with its answers prepared, which notes what it is asked.
+// A file server that sends prepared answers and records its requests.
 class AnsweringServer {
 public:
     AnsweringServer() : m_peer([this](PeerConnection& connection) { Serve(connection); }), m_port(m_peer.Port()) {}
 
-    // The payload of the next reply; nothing: the connection ends without one.
+    // The payload of all further replies. Without a value the connection ends without a reply.
     void Answer(std::optional<std::string> answer) {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         m_answer = std::move(answer);
     }
-    // Since the last call of this.
+    // The requests since the last call.
     std::vector<PeerMessage> Requests() {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         return std::exchange(m_requests, {});
     }
     std::string OnlyRequest() {
@@ -49,7 +50,7 @@ private:
         }
         std::optional<std::string> answer;
         {
-            const std::lock_guard lock(m_mutex);
+            const CVEXLock lock(m_mutex);
             m_requests.push_back(*request);
             answer = m_answer;
         }
@@ -58,9 +59,9 @@ private:
         }
     }
 
-    std::mutex m_mutex;
-    std::optional<std::string> m_answer;  // guarded by m_mutex
-    std::vector<PeerMessage> m_requests;  // guarded by m_mutex
+    CVEXMutex m_mutex;
+    std::optional<std::string> m_answer VEX_GUARDED_BY(m_mutex);
+    std::vector<PeerMessage> m_requests VEX_GUARDED_BY(m_mutex);
     ScriptedPeer m_peer;
     socket_calls::FileServerPort m_port;
 };
@@ -71,7 +72,7 @@ std::string Command(std::uint64_t uCommand, const std::string& strFields) {
 
 class ServerFile : public IpcTest {
 protected:
-    // A file with the ID that the server gives it.
+    // Opens a file, to which the server gives kFileID.
     static void Open(AnsweringServer& server, CVexFile& file) {
         file.EnableServerSupport(TRUE);
         server.Answer(Bytes64(kFileID) + Bytes64(1) + Bytes64(0));
@@ -82,6 +83,15 @@ protected:
     }
 
     const socket_calls::UserCommand m_user{nullptr};  // saves the time of the command
+};
+
+class OpenServerFile : public ServerFile {
+protected:
+    OpenServerFile() { Open(m_server, m_file); }
+    void TearDown() override { m_server.Answer(Bytes64(1)); }  // for closing
+
+    AnsweringServer m_server;
+    CVexFile m_file;
 };
 
 TEST_F(ServerFile, Open) {
@@ -126,7 +136,7 @@ TEST_F(ServerFile, Open) {
     }
 }
 
-TEST_F(ServerFile, ANameThatIsNoTextIsNotAskedFor) {
+TEST_F(ServerFile, AnInvalidNameSendsNothing) {
     AnsweringServer server;
     CVexFile file;
     file.EnableServerSupport(TRUE);
@@ -138,7 +148,7 @@ TEST_F(ServerFile, ANameThatIsNoTextIsNotAskedFor) {
     EXPECT_TRUE(server.Requests().empty());
 }
 
-// ---- Operations that are answered by a number ----
+// ---- Operations whose answer is a number ----
 
 struct NumberRow : Row {
     std::string strRequest;
@@ -146,36 +156,31 @@ struct NumberRow : Row {
     std::function<DWORD(CVexFile&)> fnRaw;  // none: the operation has no raw form
 };
 
-class ServerFileNumber : public ServerFile, public testing::WithParamInterface<NumberRow> {};
+class ServerFileNumber : public OpenServerFile, public testing::WithParamInterface<NumberRow> {};
 
 TEST_P(ServerFileNumber, RequestAndAnswers) {
     const NumberRow& row = GetParam();
-    AnsweringServer server;
-    CVexFile file;
-    Open(server, file);
     const struct {
         std::optional<std::string> answer;
         BOOL bResult;
         DWORD dwRaw;
         BOOL bLost;
     } aCases[] = {
-        {Bytes64(1), TRUE, 1, FALSE},  {Bytes64(0), FALSE, 0, FALSE},
-        {Bytes64(2), FALSE, 2, FALSE}, {Bytes64(1) + "more", TRUE, 1, FALSE},
-        {"7 bytes", FALSE, 0, FALSE},  {std::nullopt, FALSE, kReceiveFailed, TRUE},
+        {Bytes64(1), TRUE, 1, FALSE},          {Bytes64(0), FALSE, 0, FALSE}, {Bytes64(2), FALSE, 2, FALSE},
+        {Bytes64(1) + "more", TRUE, 1, FALSE}, {"7 bytes", FALSE, 0, FALSE},  {std::nullopt, FALSE, kNotReceived, TRUE},
         {Bytes64(1), TRUE, 1, FALSE},
     };
     for (const auto& c : aCases) {
-        server.Answer(c.answer);
-        EXPECT_EQ(row.fnOperation(file), c.bResult);
-        EXPECT_EQ(file.IsServerLost(), c.bLost);
-        EXPECT_EQ(server.OnlyRequest(), row.strRequest);
+        m_server.Answer(c.answer);
+        EXPECT_EQ(row.fnOperation(m_file), c.bResult);
+        EXPECT_EQ(m_file.IsServerLost(), c.bLost);
+        EXPECT_EQ(m_server.OnlyRequest(), row.strRequest);
         if (row.fnRaw) {
-            EXPECT_EQ(row.fnRaw(file), c.dwRaw);
-            EXPECT_EQ(server.OnlyRequest(), row.strRequest);
+            EXPECT_EQ(row.fnRaw(m_file), c.dwRaw);
+            EXPECT_EQ(m_server.OnlyRequest(), row.strRequest);
         }
-        EXPECT_EQ(file.GetFileID(), kFileID);
+        EXPECT_EQ(m_file.GetFileID(), kFileID);
     }
-    server.Answer(Bytes64(1));
 }
 
 const NumberRow kNumberRows[] = {
@@ -210,10 +215,7 @@ const NumberRow kNumberRows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Table, ServerFileNumber, testing::ValuesIn(kNumberRows), RowName);
 
-TEST_F(ServerFile, Size) {
-    AnsweringServer server;
-    CVexFile file;
-    Open(server, file);
+TEST_F(OpenServerFile, Size) {
     const struct {
         std::optional<std::string> answer;
         BOOL bResult;
@@ -226,18 +228,14 @@ TEST_F(ServerFile, Size) {
         {std::nullopt, FALSE, 0},
     };
     for (const auto& c : aCases) {
-        server.Answer(c.answer);
+        m_server.Answer(c.answer);
         ULONGLONG ullSize = 4711;
-        EXPECT_EQ(file.GetFileSize(ullSize), c.bResult);
+        EXPECT_EQ(m_file.GetFileSize(ullSize), c.bResult);
         EXPECT_EQ(ullSize, c.ullSize);
     }
-    server.Answer(Bytes64(1));
 }
 
-TEST_F(ServerFile, Write) {
-    AnsweringServer server;
-    CVexFile file;
-    Open(server, file);
+TEST_F(OpenServerFile, Write) {
     const struct {
         DWORD dwCount;
         std::optional<std::string> answer;
@@ -251,7 +249,7 @@ TEST_F(ServerFile, Write) {
         {100, Bytes32(1), 1, 100},
         {100, Bytes32(1) + "7 bytes", 1, 100},
         {100, "one", 0, 100},
-        {100, std::nullopt, static_cast<BOOL>(kReceiveFailed), 100},
+        {100, std::nullopt, static_cast<BOOL>(kNotReceived), 100},
         {0, Bytes32(1) + Bytes64(0), 1, 0},
     };
     std::string strData(100, '\0');
@@ -259,27 +257,23 @@ TEST_F(ServerFile, Write) {
         strData[i] = static_cast<char>(i * 5);
     }
     for (const auto& c : aCases) {
-        server.Answer(c.answer);
+        m_server.Answer(c.answer);
         DWORD dwCount = c.dwCount;
-        EXPECT_EQ(file.Write(reinterpret_cast<const BYTE*>(strData.data()), dwCount), c.bResult);
+        EXPECT_EQ(m_file.Write(reinterpret_cast<const BYTE*>(strData.data()), dwCount), c.bResult);
         EXPECT_EQ(dwCount, c.dwWritten);
-        EXPECT_EQ(file.IsServerLost(), !c.answer);
-        const std::string strRequest = server.OnlyRequest();
+        EXPECT_EQ(m_file.IsServerLost(), !c.answer);
+        const std::string strRequest = m_server.OnlyRequest();
         EXPECT_EQ(strRequest, Command(10, Bytes64(kFileID) + Bytes64(c.dwCount) + strData.substr(0, c.dwCount)));
         EXPECT_EQ(strRequest.size(), c.dwCount == 0 ? 40U : 140U);
         EXPECT_EQ(NumberAt(strRequest, 16, 8), c.dwCount == 0 ? 16U : 116U);
     }
-    server.Answer(Bytes32(0) + Bytes64(0));
+    m_server.Answer(Bytes32(0) + Bytes64(0));
     DWORD dwCount = 5;
-    EXPECT_FALSE(file.Write(nullptr, dwCount));
-    EXPECT_EQ(server.OnlyRequest(), Command(10, Bytes64(kFileID) + Bytes64(5)));
-    server.Answer(Bytes64(1));
+    EXPECT_FALSE(m_file.Write(nullptr, dwCount));
+    EXPECT_EQ(m_server.OnlyRequest(), Command(10, Bytes64(kFileID) + Bytes64(5)));
 }
 
-TEST_F(ServerFile, Read) {
-    AnsweringServer server;
-    CVexFile file;
-    Open(server, file);
+TEST_F(OpenServerFile, Read) {
     const struct {
         std::optional<std::string> answer;
         BOOL bResult;
@@ -291,25 +285,24 @@ TEST_F(ServerFile, Read) {
         {Bytes32(1) + Bytes64(0), TRUE, 0},
         {Bytes32(0) + Bytes64(0), FALSE, 0},
         {Bytes32(0) + Bytes64(2) + "by", FALSE, 2},
-        {Bytes32(1) + Bytes64(5) + "byte", FALSE, 0},    // fewer than it says
-        {Bytes32(1) + Bytes64(6) + "bytes!", FALSE, 0},  // more than were asked for
+        {Bytes32(1) + Bytes64(5) + "byte", FALSE, 0},    // fewer bytes than it says
+        {Bytes32(1) + Bytes64(6) + "bytes!", FALSE, 0},  // more bytes than requested
         {Bytes32(1) + Bytes64(~std::uint64_t{0}) + "b", FALSE, 0},
         {Bytes32(1), TRUE, 0},
         {"one", FALSE, 0},
         {std::nullopt, FALSE, 0},
     };
     for (const auto& c : aCases) {
-        server.Answer(c.answer);
+        m_server.Answer(c.answer);
         char buffer[] = "......";
         DWORD dwCount = 5;
-        EXPECT_EQ(file.Read(reinterpret_cast<BYTE*>(buffer), dwCount), c.bResult);
+        EXPECT_EQ(m_file.Read(reinterpret_cast<BYTE*>(buffer), dwCount), c.bResult);
         EXPECT_EQ(dwCount, c.dwRead);
-        EXPECT_EQ(file.IsServerLost(), !c.answer);
+        EXPECT_EQ(m_file.IsServerLost(), !c.answer);
         const std::string strExpected = "bytes";
         EXPECT_EQ(std::string(buffer), strExpected.substr(0, c.dwRead) + std::string(6 - c.dwRead, '.'));
-        EXPECT_EQ(server.OnlyRequest(), Command(9, Bytes64(kFileID) + Bytes64(5)));
+        EXPECT_EQ(m_server.OnlyRequest(), Command(9, Bytes64(kFileID) + Bytes64(5)));
     }
-    server.Answer(Bytes64(1));
 }
 
 TEST_F(ServerFile, Close) {
@@ -358,7 +351,7 @@ TEST_F(ServerFile, OpeningAnotherFileClosesTheFirst) {
     AnsweringServer server;
     CVexFile file;
     Open(server, file);
-    // A server that has forgotten the first: the second one counts.
+    // dwError belongs to the second file, although closing the first failed, too.
     server.Answer(std::nullopt);
     DWORD dwError = 0;
     EXPECT_FALSE(file.OpenFile(L"/second", dwError));
@@ -371,8 +364,8 @@ TEST_F(ServerFile, OpeningAnotherFileClosesTheFirst) {
     EXPECT_EQ(requests[1].strPayload, Command(1, Bytes64(7) + "/second"));
 }
 
-// What the log does after a restart of the server.
-TEST_F(ServerFile, ForgettingTheFileAsksNobody) {
+// The log does this after a restart of the server.
+TEST_F(ServerFile, ForgettingTheFileSendsNothing) {
     AnsweringServer server;
     {
         CVexFile file;
@@ -398,12 +391,12 @@ TEST_F(ServerFile, NobodyListens) {
     const SilentPort port(SilentPort::Kind::kRefusing);
     const socket_calls::FileServerPort redirection(port.Port());
     CVexFile file;
-    EXPECT_EQ(file.ServerSeekTo(0), kSendFailed);
+    EXPECT_EQ(file.ServerSeekTo(0), kNotSent);
     EXPECT_TRUE(file.IsServerLost());
-    EXPECT_EQ(file.ServerSeekToBegin(), kSendFailed);
-    EXPECT_EQ(file.ServerSeekToEnd(), kSendFailed);
-    EXPECT_EQ(file.ServerFlush(), kSendFailed);
-    EXPECT_EQ(file.ServerEndOfFile(), kSendFailed);
+    EXPECT_EQ(file.ServerSeekToBegin(), kNotSent);
+    EXPECT_EQ(file.ServerSeekToEnd(), kNotSent);
+    EXPECT_EQ(file.ServerFlush(), kNotSent);
+    EXPECT_EQ(file.ServerEndOfFile(), kNotSent);
     file.EnableServerSupport(TRUE);
     DWORD dwError = 0;
     EXPECT_FALSE(file.OpenFile(L"/log", dwError));
@@ -412,13 +405,13 @@ TEST_F(ServerFile, NobodyListens) {
     EXPECT_FALSE(file.IsOpen());
 }
 
-// Without memory an operation fails, at whichever point that shows.
+// An operation fails, whichever of its allocations fails.
 TEST_F(ServerFile, MemoryRunsOut) {
     AnsweringServer server;
     const std::pair<std::string, std::function<bool(CVexFile&)>> aOperations[] = {
         {Bytes64(1),
          [](CVexFile& file) {
-             file.ForgetServerFile();  // of which closing would have the first calls
+             file.ForgetServerFile();  // closing it would make the first allocations
              DWORD dwError = ERROR_SUCCESS;
              const bool bOpened = file.OpenFile(L"/tmp/PILog.txt", dwError);
              EXPECT_TRUE(bOpened || dwError == ERROR_NOT_ENOUGH_MEMORY || dwError == ERROR_GEN_FAILURE) << dwError;
@@ -461,8 +454,8 @@ TEST_F(ServerFile, MemoryRunsOut) {
     }
 }
 
-// A process that was forked does not close what is its parent's.
-TEST_F(ServerFile, AbandonedAfterAForkItAsksNobody) {
+// A forked child does not close its parent's file.
+TEST_F(ServerFile, AForkedChildSendsNothing) {
     AnsweringServer server;
     {
         alignas(CVexFile) static unsigned char s_storage[sizeof(CVexFile)];
@@ -486,7 +479,7 @@ TEST_F(ServerFile, AbandonedAfterAForkItAsksNobody) {
     EXPECT_EQ(server.Requests().size(), 1U);
 }
 
-TEST_F(ServerFile, LocalFilesAskNobody) {
+TEST_F(ServerFile, LocalFilesSendNothing) {
     AnsweringServer server;
     const TempDirectory directory;
     const std::string strPath = directory.Path("file");
@@ -496,7 +489,7 @@ TEST_F(ServerFile, LocalFilesAskNobody) {
         EXPECT_TRUE(file.OpenFile(CString(strPath.c_str()), dwError));
         EXPECT_EQ(dwError, ERROR_SUCCESS);
         EXPECT_EQ(file.GetFileID(), 0U);
-        file.EnableServerSupport(TRUE);  // counts for the next file
+        file.EnableServerSupport(TRUE);  // takes effect with the next file
         DWORD dwCount = 3;
         EXPECT_TRUE(file.Write(reinterpret_cast<const BYTE*>("abc"), dwCount));
         EXPECT_EQ(dwCount, 3U);
@@ -519,8 +512,8 @@ TEST_F(ServerFile, LocalFilesAskNobody) {
     EXPECT_TRUE(server.Requests().empty());
 }
 
-// The switch may be turned by any thread while another one works with files.
-TEST_F(ServerFile, TheSwitchIsForAnyThread) {
+// Any thread may switch server support while another thread works with files.
+TEST_F(ServerFile, AnyThreadMaySwitchServerSupport) {
     AnsweringServer server;
     server.Answer(Bytes64(0) + Bytes64(0) + Bytes64(ERROR_ACCESS_DENIED));
     const TempDirectory directory;

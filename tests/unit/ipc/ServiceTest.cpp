@@ -14,7 +14,7 @@
 
 namespace {
 
-// The flag of a client that ends its receive threads: an explicit instantiation may name a private member.
+// Access to m_bStopRecv, which ends the receive threads: an explicit instantiation may name a private member.
 BOOL& StopRecv(CPipeIPC& client);
 template <BOOL CPipeIPC::*pMember>
 struct StopRecvAccess {
@@ -67,7 +67,7 @@ TEST_F(Service, TraceOfARequestThread) {
     EXPECT_EQ(DoServiceExchange(peer).lResult, 0);
 }
 
-TEST_F(Service, AnEmptyAnswerIsAHeader) {
+TEST_F(Service, AnEmptyAnswerIsAHeaderAlone) {
     PeerMessage answer;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
@@ -93,7 +93,7 @@ TEST_F(Service, NotificationsGetNoAnswer) {
     m_callbacks.fnHandle = [&](const std::string& strPayload) {
         strHandled = strPayload;
         handled.Set();
-        return "nobody wants to know";
+        return "not sent";
     };
     SwitchTraceOn();
     EXPECT_EQ(DoServiceExchange(peer).lResult, 0);
@@ -101,7 +101,7 @@ TEST_F(Service, NotificationsGetNoAnswer) {
     EXPECT_EQ(strHandled, "notification");
 }
 
-TEST_F(Service, OtherMessagesAreDroppedWithoutALine) {
+TEST_F(Service, MessagesForOthersAreDroppedWithoutALine) {
     std::vector<PeerMessage> dropped(4, ServerRequest("dropped"));
     dropped[0].uDestinationObject = 7000;
     dropped[1].uParamter = 16;
@@ -134,8 +134,8 @@ TEST_F(Service, OtherMessagesAreDroppedWithoutALine) {
     EXPECT_EQ(Count(Line(privileged)), 1);
 }
 
-// A notification of the very object that the exchange waits for goes to the handler, and the exchange goes on.
-TEST_F(Service, ANotificationIsNoReply) {
+// A notification from the object that was asked goes to the handler, and the exchange keeps waiting.
+TEST_F(Service, ANotificationIsNotTheReply) {
     Event handled;
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
@@ -161,7 +161,7 @@ struct WrongReply : Row {
 
 class ServiceReply : public Service, public testing::WithParamInterface<WrongReply> {};
 
-TEST_P(ServiceReply, AWrongOneFailsTheExchangeAtOnce) {
+TEST_P(ServiceReply, AWrongReplyFailsTheExchangeAtOnce) {
     ScriptedPeer peer([](PeerConnection& connection) {
         PeerMessage reply = PeerConnection::ReplyTo(connection.AcceptRequest(), "wrong");
         GetParam().fnSpoil(reply);
@@ -174,7 +174,7 @@ TEST_P(ServiceReply, AWrongOneFailsTheExchangeAtOnce) {
     };
     SwitchTraceOn();
     const ExchangeResult result = DoServiceExchange(peer, 60000);
-    EXPECT_EQ(result.lResult, 0xE0010005);
+    EXPECT_EQ(result.lResult, kReceiveFailed);
     EXPECT_EQ(result.strReply, "before");
     EXPECT_LT(result.dSeconds, 15);
     const std::vector<std::string> lines = TraceOfThisThread();
@@ -202,16 +202,16 @@ INSTANTIATE_TEST_SUITE_P(, ServiceReply,
                                                     }}),
                          RowName);
 
-TEST_F(Service, ThePeersEndEndsTheThread) {
+TEST_F(Service, TheEndOfTheConnectionEndsTheThread) {
     ScriptedPeer peer([](PeerConnection& connection) { connection.AcceptRequest(); });
     SwitchTraceOn();
     const ExchangeResult result = DoServiceExchange(peer);
-    EXPECT_EQ(result.lResult, 0xE0010005);
+    EXPECT_EQ(result.lResult, kReceiveFailed);
     EXPECT_EQ(result.strReply, "before");
     EXPECT_EQ(m_nState, 0);
     EXPECT_EQ(m_nError, 0);
     EXPECT_EQ(Count("ProxyRecvBufferThread:: RecvDataFunc data error =0"), 1);
-    // Both of them note it, the exchange and the receive thread.
+    // The exchange and the receive thread both write this line.
     EXPECT_EQ(Count("RecvDataFunc::recv header error ret =0 result=Success"), 2);
     const std::vector<std::string> lines = TraceOfThisThread();
     ASSERT_GE(lines.size(), 2U);
@@ -219,10 +219,10 @@ TEST_F(Service, ThePeersEndEndsTheThread) {
     EXPECT_EQ(lines.end()[-1].find("SendMessageAndWait ::RecvMsg  failed result="), 0U);
 }
 
-TEST_F(Service, AnEndHasNoErrorNumberWhateverThereWasBefore) {
+TEST_F(Service, AnOrderlyEndHasNoErrorNumber) {
     ScriptedPeer peer([](PeerConnection& connection) { connection.AcceptRequest(); });
     const socket_calls::AtEndOfConnection end([] {});
-    EXPECT_EQ(DoServiceExchange(peer).lResult, 0xE0010005);
+    EXPECT_EQ(DoServiceExchange(peer).lResult, kReceiveFailed);
     EXPECT_EQ(m_nState, 0);
     EXPECT_EQ(m_nError, 0);
 }
@@ -232,7 +232,7 @@ TEST_F(Service, AResetHasItsErrorNumber) {
         connection.AcceptRequest();
         connection.Reset();
     });
-    EXPECT_EQ(DoServiceExchange(peer).lResult, 0xE0010005);
+    EXPECT_EQ(DoServiceExchange(peer).lResult, kReceiveFailed);
     EXPECT_EQ(m_nState, 0);
     EXPECT_EQ(m_nError, ECONNRESET);
 }
@@ -246,7 +246,7 @@ TEST_F(Service, AHostileLengthEndsTheThread) {
         connection.ReceiveToEnd();
     });
     SwitchTraceOn();
-    EXPECT_EQ(DoServiceExchange(peer).lResult, 0xE0010005);
+    EXPECT_EQ(DoServiceExchange(peer).lResult, kReceiveFailed);
     EXPECT_EQ(Count("RecvDataFunc::malloc error"), 1);
     EXPECT_EQ(Count("ProxyRecvBufferThread:: RecvDataFunc data error =-1"), 1);
 }
@@ -258,7 +258,7 @@ TEST_F(Service, TheExchangesTimeOutEndsTheThread) {
     });
     SwitchTraceOn();
     const ExchangeResult result = DoServiceExchange(peer, 200);
-    EXPECT_EQ(result.lResult, 0xE0010005);
+    EXPECT_EQ(result.lResult, kReceiveFailed);
     EXPECT_GE(result.dSeconds, 0.2);
     EXPECT_LT(result.dSeconds, 5);
     const std::vector<std::string> lines = TraceOfThisThread();
@@ -270,15 +270,15 @@ TEST_F(Service, WithoutATimeOutTheExchangeWaits) {
         const PeerMessage request = connection.AcceptRequest();
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         connection.Reply(request, "at last");
-        EXPECT_EQ(connection.ReceiveToEnd(), "");  // it is the reply that ends the wait, and not the connection's end
+        EXPECT_EQ(connection.ReceiveToEnd(), "");  // the reply ends the wait, not the end of the connection
     });
     EXPECT_EQ(DoServiceExchange(peer, 0).strReply, "at last");
 }
 
 TEST_F(Service, NoReceiveThreadWithoutAHandler) {
-    ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+    ScriptedPeer peer(Replies("reply"));
     const socket_calls::Identity identity(kServiceObject);
-    // Would fail if it were called.
+    // A call would fail.
     const socket_calls::Failure failure("pthread_create", EAGAIN);
     CPipeIPC client;
     EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0);
@@ -288,24 +288,23 @@ TEST_F(Service, NoReceiveThreadWithoutAHandler) {
 }
 
 TEST_F(Service, NoReceiveThreadForOtherIdentities) {
-    ScriptedPeer peer([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+    ScriptedPeer peer(Replies("reply"));
     const socket_calls::Identity identity(7000);
     const socket_calls::Failure failure("pthread_create", EAGAIN);
     m_callbacks.Install(m_client);
     EXPECT_EQ(DoExchange(m_client, peer.Object()).lResult, 0);
 }
 
-TEST_F(Service, TheReceiveThreadCannotBeStarted) {
+TEST_F(Service, FailsWhenTheReceiveThreadCannotStart) {
     ScriptedPeer peer([](PeerConnection& connection) {
-        connection.Receive(5);
-        connection.Send(std::string(1, '\0'));
+        AcceptRegistration(connection);
         EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
     const socket_calls::Identity identity(kServiceObject);
     const socket_calls::Failure failure("pthread_create", EAGAIN);
     m_callbacks.Install(m_client);
     SwitchTraceOn();
-    EXPECT_EQ(DoExchange(m_client, peer.Object()).lResult, 0xE0010004);
+    EXPECT_EQ(DoExchange(m_client, peer.Object()).lResult, kSendFailed);
     const std::vector<std::string> lines = Trace();
     ASSERT_GE(lines.size(), 3U);
     EXPECT_EQ(lines.end()[-3], "ConnectServer::recv regClient end");
@@ -313,7 +312,7 @@ TEST_F(Service, TheReceiveThreadCannotBeStarted) {
     EXPECT_EQ(lines.end()[-1], "SendMessageAndWait ::SendMsg  failed ret=-1,result=Unknown error -1");
 }
 
-// Answers of any length from several request threads at once, and each of them whole.
+// Several request threads answer at once; each answer arrives whole.
 TEST_F(Service, AnswersDoNotMix) {
     const int nRequests = Scaled(200);
     constexpr std::size_t cbAnswer = 200000;
@@ -346,7 +345,7 @@ TEST_F(Service, AnswersDoNotMix) {
     EXPECT_EQ(cAnswers, nRequests);
 }
 
-// The line of an answer is written before the next answer goes out.
+// The line of an answer is written before the next answer is sent.
 TEST_F(Service, LinesComeInTheOrderOfTheAnswers) {
     const int nRequests = Scaled(400);
     std::vector<std::string> expected;
@@ -372,7 +371,7 @@ TEST_F(Service, LinesComeInTheOrderOfTheAnswers) {
     EXPECT_EQ(lines, expected);
 }
 
-TEST_F(Service, AnAnswerOfWhichNothingWentOutIsOnlyLogged) {
+TEST_F(Service, AnAnswerThatCannotBeSentIsOnlyLogged) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         connection.Send(ServerRequest("cannot be answered").Bytes());
@@ -385,7 +384,7 @@ TEST_F(Service, AnAnswerOfWhichNothingWentOutIsOnlyLogged) {
     std::optional<socket_calls::Failure> failure;
     m_callbacks.fnHandle = [&](const std::string& strPayload) {
         if (strPayload == "cannot be answered") {
-            failure.emplace("send", ENOBUFS);  // of the thread that calls, which sends the answer
+            failure.emplace("send", ENOBUFS);  // for the calling thread, which also sends the answer
         }
         return "answer";
     };
@@ -401,7 +400,7 @@ TEST_F(Service, StopRecvEndsTheThread) {
         connection.AcceptRequest();
         connection.Send(ServerRequest("stop", 0).Bytes());
         stopped.Wait();
-        connection.Send(ServerRequest("for a thread that waits already", 0).Bytes());
+        connection.Send(ServerRequest("for a thread that waits", 0).Bytes());
         EXPECT_EQ(connection.ReceiveToEnd(), "");
     });
     m_callbacks.fnHandle = [&](const std::string&) {
@@ -411,20 +410,20 @@ TEST_F(Service, StopRecvEndsTheThread) {
     };
     SwitchTraceOn();
     const ExchangeResult result = DoServiceExchange(peer, 60000);
-    EXPECT_EQ(result.lResult, 0xE0010005);
+    EXPECT_EQ(result.lResult, kReceiveFailed);
     EXPECT_LT(result.dSeconds, 15);
     EXPECT_EQ(m_nState, 0);
     EXPECT_EQ(m_nError, 0);
     EXPECT_EQ(TraceOfThisThread().end()[-2], "RecvDataFunc::recv header error ret =0 result=Success");
-    // The flag is for the exchange in which it was set.
+    // The flag ends with the exchange in which it was set.
     peer.Finish();
     WaitForThreads();
-    ScriptedPeer next([](PeerConnection& connection) { connection.Reply(connection.AcceptRequest(), "reply"); });
+    ScriptedPeer next(Replies("reply"));
     EXPECT_EQ(DoServiceExchange(next).strReply, "reply");
 }
 
-// One owner, one exchange after the other; each has a receive thread of its own.
-TEST_F(Service, OneOwnerManyExchanges) {
+// Each exchange has a receive thread of its own.
+TEST_F(Service, OneOwnerDoesManyExchanges) {
     ScriptedPeer peer([&](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         connection.Send(ServerRequest("question").Bytes());

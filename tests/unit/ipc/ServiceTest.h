@@ -1,4 +1,4 @@
-// What the tests of requests from the server share: a client that is a service object, with callbacks of the test.
+// Shared by the tests of requests from the server: a client that is a service object, with the test's callbacks.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 
 inline constexpr std::uint16_t kServiceObject = 6116;
 
-// Has the client's callbacks call functions of the test, each its own by its own context.
+// The client's callbacks call these functions of the test. Each callback has a context of its own.
 struct Callbacks {
     using Handler = std::function<std::string(const std::string&)>;
     using StateHandler = std::function<void(int nState, int nError)>;
@@ -26,7 +26,7 @@ struct Callbacks {
                 const std::string strReply =
                     (*static_cast<Handler*>(pContext))({reinterpret_cast<char*>(pbPayload), dwLength});
                 objReply.SetBuffer(strReply.data(), strReply.size());
-                return -1;  // of no account
+                return -1;  // ignored
             },
             &fnHandle);
         client.SetPipeStateCallback(
@@ -40,7 +40,7 @@ inline PeerMessage ServerRequest(std::string strPayload, std::uint64_t uParamter
     message.uSourceSession = 3;
     message.uSourceObject = 5;
     message.uSourceCallBack = 1;
-    message.uDestinationSession = 900;  // no descriptor: that would be a reply's
+    message.uDestinationSession = 900;  // not a descriptor: that is the address of a reply
     message.uDestinationObject = kServiceObject;
     message.uDestinationCallBack = 0;
     message.uSequence = 1000;
@@ -59,11 +59,16 @@ protected:
         };
     }
 
-    // An exchange as service object, and the end of its receive thread.
-    ExchangeResult DoServiceExchange(const ScriptedPeer& peer, DWORD dwTimeout = 10000) {
+    // Does an exchange as a service object.
+    ExchangeResult ExchangeAsService(CPipeIPC& client, const ScriptedPeer& peer, DWORD dwTimeout = 10000) {
         const socket_calls::Identity identity(kServiceObject);
-        m_callbacks.Install(m_client);
-        const ExchangeResult result = DoExchange(m_client, peer.Object(), "request", dwTimeout);
+        m_callbacks.Install(client);
+        return DoExchange(client, peer.Object(), "request", dwTimeout);
+    }
+
+    // The same with m_client, and waits until its receive thread has ended.
+    ExchangeResult DoServiceExchange(const ScriptedPeer& peer, DWORD dwTimeout = 10000) {
+        const ExchangeResult result = ExchangeAsService(m_client, peer, dwTimeout);
         m_ended.Wait();
         return result;
     }
@@ -74,7 +79,7 @@ protected:
                " ,obj=" + std::to_string(m.uDestinationObject) + "**************";
     }
 
-    // How often the trace has the line.
+    // The number of times that the trace has the line.
     static auto Count(const std::string& strLine) {
         const std::vector<std::string> lines = Trace();
         return std::count(lines.begin(), lines.end(), strLine);

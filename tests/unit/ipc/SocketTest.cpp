@@ -1,4 +1,4 @@
-// What the client's socket promises by itself, at one end of a pair of sockets.
+// The client's sockets and connections, at one end of a socket pair.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,7 +36,7 @@ protected:
     }
     ~SocketTest() override { close(m_nPeer); }
 
-    // Receives what has come so far. Whether the connection's end is behind it.
+    // Receives what has arrived. TRUE: the end of the connection follows.
     bool HasEnded() const {
         std::string strBytes(1 << 20, '\0');
         ssize_t nReceived = 0;
@@ -46,21 +46,21 @@ protected:
         return nReceived == 0;
     }
 
-    SOCKET m_nSocket = CPipeSocket::NO_SOCKET;  // for an object of the test
+    SOCKET m_nSocket = CPipeSocket::NO_SOCKET;  // for an object under test
     SOCKET m_nPeer = CPipeSocket::NO_SOCKET;
 };
 
 TEST_F(SocketTest, ClosingEndsTheConnectionThoughAForkedChildStillHasIt) {
-    const int nOfTheChild = dup(m_nSocket);
+    const int nChildsSocket = dup(m_nSocket);
     CPipeSocket socket(m_nSocket);
     EXPECT_FALSE(HasEnded());
     socket.Close();
     EXPECT_EQ(socket.Get(), CPipeSocket::NO_SOCKET);
     EXPECT_TRUE(HasEnded());
-    close(nOfTheChild);
+    close(nChildsSocket);
 }
 
-TEST_F(SocketTest, AMessageThatIsCutLeavesNothing) {
+TEST_F(SocketTest, AnIncompleteMessageLeavesAnEmptyBuffer) {
     const CPipeSocket socket(m_nSocket);
     PeerMessage message;
     message.strPayload = "payload";
@@ -74,33 +74,33 @@ TEST_F(SocketTest, AMessageThatIsCutLeavesNothing) {
     EXPECT_EQ(TextOf(received), "");
 }
 
-TEST_F(SocketTest, AMessageThatIsSentInPartEndsTheConnection) {
+TEST_F(SocketTest, AMessageSentInPartEndsTheConnection) {
     CPipeConnection connection(CPipeSocket(m_nSocket), std::make_shared<CPipeOwner>(nullptr));
     EXPECT_TRUE(connection.Send(CSmartBuffer("whole", 5), 1000));
     EXPECT_FALSE(HasEnded());
 
     CSmartBuffer large;
-    ASSERT_NE(large.Alloc(50'000'000), nullptr);  // more than the system takes from the one and gives to the other
+    ASSERT_NE(large.Alloc(50'000'000), nullptr);  // more than the system buffers
     EXPECT_FALSE(connection.Send(large, 1));
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_TRUE(HasEnded());
 }
 
-TEST_F(SocketTest, AMessageOfWhichNothingWasSentDoesNot) {
+TEST_F(SocketTest, AMessageNotSentAtAllKeepsTheConnection) {
     CPipeConnection connection(CPipeSocket(m_nSocket), std::make_shared<CPipeOwner>(nullptr));
     const std::string strBlock(4096, 'x');
     while (send(m_nSocket, strBlock.data(), strBlock.size(), MSG_DONTWAIT) > 0) {
     }
-    EXPECT_FALSE(connection.Send(CSmartBuffer("none of it", 10), 1));
+    EXPECT_FALSE(connection.Send(CSmartBuffer("not sent", 8), 1));
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_FALSE(HasEnded());
-    EXPECT_TRUE(connection.Send(CSmartBuffer("all of it", 9), 1000));
+    EXPECT_TRUE(connection.Send(CSmartBuffer("sent", 4), 1000));
     char szReceived[10] = {};
-    EXPECT_EQ(recv(m_nPeer, szReceived, sizeof szReceived, 0), 9);
-    EXPECT_STREQ(szReceived, "all of it");
+    EXPECT_EQ(recv(m_nPeer, szReceived, sizeof szReceived, 0), 4);
+    EXPECT_STREQ(szReceived, "sent");
 }
 
-TEST_F(SocketTest, SendTellsHowMuchWentOut) {
+TEST_F(SocketTest, SendReturnsTheNumberOfBytesSent) {
     const CPipeSocket socket(m_nSocket);
     const std::string strLarge(50'000'000, 'x');
     const ssize_t nSent = socket.Send(strLarge.data(), strLarge.size(), CPipeDeadline(1));

@@ -22,7 +22,7 @@ class IpcTrace : public IpcTest {
 protected:
     static std::string Content() { return ReadWholeFile(TracePath()); }
 
-    // 2024-03-01 12:05:09 here, whatever the time zone.
+    // 2024-03-01 12:05:09 in the local time zone.
     static std::time_t FirstOfMarch() {
         std::tm local = {};
         local.tm_year = 2024 - 1900;
@@ -35,7 +35,7 @@ protected:
         return std::mktime(&local);
     }
 
-    // As printf pads a number to four characters.
+    // The number with at least four digits.
     static std::string Padded(int n) {
         char szNumber[16];
         std::snprintf(szNumber, sizeof szNumber, "%04d", n);
@@ -86,7 +86,7 @@ TEST_F(IpcTrace, NoPrefixWithoutATime) {
     EXPECT_EQ(Content(), "abc\ndef\n");
 }
 
-TEST_F(IpcTrace, TheTimeZoneMayChangeWhileTheProcessRuns) {
+TEST_F(IpcTrace, FollowsAChangeOfTheTimeZone) {
     SwitchTraceOn();
     const socket_calls::FixedTime time(951'825'600, 7);  // 2000-02-29 12:00 UTC
     for (const char* pszZone : {"AAA-5:30", "BBB+8"}) {
@@ -117,7 +117,7 @@ TEST_F(IpcTrace, LongTextsAreCut) {
     }
 }
 
-TEST_F(IpcTrace, LeavesErrnoAlone) {
+TEST_F(IpcTrace, DoesNotChangeErrno) {
     errno = EDOM;
     pv_logEx("off");
     EXPECT_EQ(errno, EDOM);
@@ -131,8 +131,8 @@ TEST_F(IpcTrace, LeavesErrnoAlone) {
     std::filesystem::remove(TracePath());
 }
 
-// A file that may not grow, like a full disk, fails where the line is written: when the file is closed.
-TEST_F(IpcTrace, LeavesErrnoAloneWhenTheLineCannotBeWritten) {
+// A file that must not grow fails like a full disk: when the file is closed, because the line is written then.
+TEST_F(IpcTrace, DoesNotChangeErrnoWhenWritingFails) {
     SwitchTraceOn();
     pv_logEx("written");
     const std::string strBefore = Content();
@@ -150,7 +150,7 @@ TEST_F(IpcTrace, LeavesErrnoAloneWhenTheLineCannotBeWritten) {
     EXPECT_EQ(Content(), strBefore);
 }
 
-TEST_F(IpcTrace, ThreadsKeepTheirLinesApart) {
+TEST_F(IpcTrace, LinesOfSeveralThreadsDoNotMix) {
     SwitchTraceOn();
     constexpr int kThreads = 4;
     constexpr int kLines = 200;
