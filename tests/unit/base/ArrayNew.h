@@ -1,4 +1,5 @@
-// Watches the program's array new and array delete, from which string blocks come. One at a time, for one thread.
+// Watches the program's array new and array delete, which allocate the string blocks. For one thread, one watch at a
+// time.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +25,7 @@ public:
     // The next allocation throws std::bad_alloc.
     static void FailNext();
 
-    // Every allocation from now on is this place, which is never freed.
+    // From now on every allocation returns this address, which is never freed.
     static void AllocateFrom(void* pPlace);
 
 private:

@@ -1,4 +1,4 @@
-// Writes the coverage of a process that an assertion ends. It would be lost otherwise.
+// Writes the coverage counts of a process that an assertion ends. Otherwise they would be lost.
 #include <csignal>
 
 extern "C" void __gcov_dump();

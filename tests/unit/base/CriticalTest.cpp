@@ -1,4 +1,4 @@
-// The mutex class, and what else its header declares. No other header of ours may be included here.
+// The mutex class, and the other declarations of its header. This file must include no other header of the project.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -12,7 +12,7 @@
 
 namespace {
 
-TEST(Critical, IsAPolymorphicMutexAndNoMore) {
+TEST(Critical, IsAPolymorphicMutexAndNothingElse) {
     EXPECT_EQ(sizeof(CVEXCritical), sizeof(void*) + sizeof(pthread_mutex_t));
     EXPECT_TRUE(std::has_virtual_destructor_v<CVEXCritical>);
 }

@@ -1,4 +1,4 @@
-// Local times follow the current time zone, and libc's locks do not hang a forked child.
+// Local times in the current time zone, and forks that do not leave libc's locks taken in the child.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -32,7 +32,7 @@ std::string Noon() {
     return szText;
 }
 
-// The contents of a time zone file with one offset and a name of three letters.
+// The content of a time zone file with one offset and a name of three letters.
 std::string ZoneFile(int nSecondsEast, const std::string& strName) {
     const auto number = [](int n) {
         const auto u = static_cast<unsigned>(n);
@@ -61,7 +61,7 @@ TEST_F(ForkPauseTest, FollowsTZWhileTheProcessRuns) {
     }
 }
 
-// Like a change of the machine's time zone. In the child's own mounts.
+// As after a change of the machine's time zone. The child has its own mounts.
 TEST_F(ForkPauseTest, FollowsTheSystemsZoneWhileTheProcessRuns) {
     const TempDirectory directory;
     const std::string strFirst = directory.Write("first", ZoneFile(2 * 3600, "ONE"));
@@ -106,7 +106,7 @@ TEST_F(ForkPauseTest, AForkedChildFormatsWideText) {
     });
 }
 
-// A fork waits until all scopes have ended.
+// A fork does not begin before the scope ends.
 TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
     std::atomic<bool> bEnded = false;
     std::latch inScope(2);
@@ -118,7 +118,7 @@ TEST_F(ForkPauseTest, AForkWaitsForTheEndOfAllScopes) {
             inScope.arrive_and_wait();
             if (i == 0) {
                 goOn.wait();
-                usleep(1000);  // long enough for a fork that does not wait
+                usleep(1000);  // in this time a fork that does not wait would return
                 bEnded = true;
             }
         });

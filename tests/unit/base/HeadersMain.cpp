@@ -1,5 +1,5 @@
-// Two translation units that include every header of BaseInclude link into one program, and see one empty block of each
-// kind of string. This one looks at the blocks before the first string is made.
+// Two translation units that include every header of BaseInclude link into one program and share one empty block of
+// each kind of string. This file checks the blocks before the first string exists.
 #include <algorithm>
 #include <cstdio>
 #include <iterator>

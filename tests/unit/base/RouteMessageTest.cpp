@@ -1,4 +1,4 @@
-// The records of the wire and of the packets, byte by byte, and the rules for route messages.
+// The bytes of the records in messages and packets, and the rules for route messages.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -113,7 +113,7 @@ TEST(RouteRules, Registration) {
         EXPECT_EQ(USHORT{registration.ObjID}, USHORT{c.owner.ObjID});
         EXPECT_EQ(registration.WithCallBack, c.owner.WithCallBack);
     }
-    // The status byte when the server closes without sending one.
+    // The status when the server closes without sending it.
     EXPECT_EQ(BYTE{CRouteRules::REGISTER_ACCEPTED}, 0);
 }
 
@@ -179,7 +179,7 @@ TEST(RouteRules, ReplyCheck) {
     EXPECT_TRUE(CRouteRules::checkPipeRspHeader(CRouteRules::BuildReplyHeader(last, 1), last));
 }
 
-TEST(RouteRules, WhatIsMeantAsTheReply) {
+TEST(RouteRules, RecognisesTheReplyRightOrWrong) {
     const RouteMessageHeader request = {{9, 6116, 1}, {3, 101, 0}, 77, 4, 12};
     const struct {
         const char* pszName;
@@ -188,21 +188,21 @@ TEST(RouteRules, WhatIsMeantAsTheReply) {
     } aCases[] = {
         {"the right one", {{3, 101, 0}, {9, 6116, 1}, 78, 0, 5}, TRUE},
         {"with the flag of a request", {{3, 101, 0}, {9, 6116, 1}, 78, 4, 5}, TRUE},
-        {"to elsewhere", {{3, 101, 0}, {1, 2, 0}, 78, 0, 5}, TRUE},
+        {"to another address", {{3, 101, 0}, {1, 2, 0}, 78, 0, 5}, TRUE},
         {"with another number", {{3, 101, 0}, {9, 6116, 1}, 79, 0, 5}, TRUE},
         {"from another session", {{4, 101, 0}, {9, 6116, 1}, 78, 0, 5}, TRUE},
         {"from another object", {{3, 102, 0}, {9, 6116, 1}, 78, 0, 5}, TRUE},
         {"without payload", {{3, 101, 0}, {9, 6116, 1}, 78, 0, 0}, TRUE},
         {"with an unknown flag", {{3, 101, 0}, {9, 6116, 1}, 78, 16, 5}, TRUE},
-        {"with another number, to elsewhere", {{3, 101, 0}, {1, 2, 0}, 79, 0, 5}, TRUE},
-        {"without payload, to elsewhere", {{3, 101, 0}, {1, 2, 0}, 79, 0, 0}, TRUE},
+        {"with another number, to another address", {{3, 101, 0}, {1, 2, 0}, 79, 0, 5}, TRUE},
+        {"without payload, to another address", {{3, 101, 0}, {1, 2, 0}, 79, 0, 0}, TRUE},
         {"a request", {{3, 101, 0}, {9, 6116, 1}, 79, 4, 5}, FALSE},
         {"without payload, with the flag of a request", {{3, 101, 0}, {9, 6116, 1}, 78, 4, 0}, TRUE},
-        {"with an unknown flag and that of a request", {{3, 101, 0}, {9, 6116, 1}, 78, 20, 5}, TRUE},
+        {"with an unknown flag and the flag of a request", {{3, 101, 0}, {9, 6116, 1}, 78, 20, 5}, TRUE},
         {"a request without payload", {{3, 101, 0}, {1000, 6116, 1}, 78, 4, 0}, FALSE},
         {"a notification from the object asked", {{3, 101, 0}, {1000, 6116, 1}, 79, 0, 5}, FALSE},
         {"a notification from another object", {{3, 5, 0}, {1000, 6116, 1}, 79, 0, 5}, FALSE},
-        {"from another object, to elsewhere", {{3, 5, 0}, {1, 2, 0}, 78, 0, 5}, FALSE},
+        {"from another object, to another address", {{3, 5, 0}, {1, 2, 0}, 78, 0, 5}, FALSE},
     };
     for (const auto& c : aCases) {
         EXPECT_EQ(CRouteRules::IsReply(c.message, request), c.bReply) << c.pszName;

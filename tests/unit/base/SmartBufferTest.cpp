@@ -109,7 +109,7 @@ TEST(SmartBuffer, Set) {
     EXPECT_EQ(buffer.SetBuffer(nullptr, 0), nullptr);
 }
 
-TEST(SmartBuffer, SourcesInsideTheBufferItself) {
+TEST(SmartBuffer, SourcesMayBePartOfTheBuffer) {
     // Long enough that a reallocation has to move the block.
     constexpr std::size_t LONG_PART = 100000;
     const std::string strLong = std::string(LONG_PART, 'a') + std::string(LONG_PART, 'b') + "c";
@@ -144,13 +144,13 @@ TEST(SmartBuffer, SourcesInsideTheBufferItself) {
     }
 }
 
-// Each reallocation moves the block and overwrites the old one.
+// Each reallocation gives the buffer another block and overwrites the old one.
 class CMovingBuffer : public CSmartBuffer {
 public:
     void* ReAlloc(DWORD dwSize) override {
         const CSmartBuffer before(*this);
         std::memset(GetBytes(), 0xEE, GetSize());
-        // Takes the place of the old block, so that the new one lies elsewhere.
+        // These bytes take the place of the old block, so that the new block has another address.
         Free();
         m_inItsPlace.push_back(Buffer(std::string(before.GetSize(), '\xEE')));
         Alloc(dwSize);
@@ -172,7 +172,7 @@ TEST(SmartBuffer, AppendingItsOwnBytesWhenTheBlockMoves) {
     }
 }
 
-TEST(SmartBuffer, CopyingOutTakesTheSmallerSize) {
+TEST(SmartBuffer, CopyingOutCopiesTheSmallerSize) {
     const CSmartBuffer buffer = Buffer("abcde");
     const std::pair<DWORD, const char*> aCases[] = {{0, ""}, {2, "ab"}, {4, "abcd"}, {5, "abcde"}, {100, "abcde"}};
     for (const auto& [dwSize, pszCopied] : aCases) {
@@ -193,7 +193,7 @@ TEST(SmartBuffer, CopyingOutRefusesANearDestination) {
     EXPECT_EQ(Bytes(buffer), "abcde");
 }
 
-TEST(SmartBuffer, CopiesAreTheirOwn) {
+TEST(SmartBuffer, CopiesAreIndependent) {
     CSmartBuffer buffer = Buffer("abc");
     const CSmartBuffer copy(buffer);
     CSmartBuffer assigned = Buffer("old");
@@ -273,7 +273,7 @@ TEST(SmartBuffer, SlotsOfTheVirtualTable) {
     EXPECT_TRUE(std::has_virtual_destructor_v<CSmartBuffer>);
     EXPECT_TRUE(std::is_copy_assignable_v<CSmartBuffer>);
 
-    // The destructor pair follows: slot 9 destroys the object and leaves its storage.
+    // The two destructors follow: slot 9 destroys the object and keeps its storage.
     alignas(CSmartBuffer) BYTE storage[sizeof(CSmartBuffer)];
     auto* const pBuffer = ::new (static_cast<void*>(storage)) CSmartBuffer(DWORD{4});
     using Destroy = void (*)(CSmartBuffer*);
@@ -310,7 +310,7 @@ public:
     bool m_bLying = false;
 };
 
-TEST(SmartBuffer, OperationsCallOneAnotherThroughTheTable) {
+TEST(SmartBuffer, OperationsCallEachOtherThroughTheTable) {
     struct Case {
         const char* pszName;
         void (*pfnCall)(CRecordingBuffer&);
@@ -342,13 +342,13 @@ TEST(SmartBuffer, OperationsCallOneAnotherThroughTheTable) {
     }
 }
 
-// The block is larger than the buffer says, so that the test may write behind the buffer.
+// The block is larger than the buffer's size, so a test may write after the buffer's end.
 class CShortBuffer : public CSmartBuffer {
 public:
     DWORD GetSize() const override { return CSmartBuffer::GetSize() / 2; }
 };
 
-TEST(SmartBuffer, CopyingOutTakesADestinationRightBehindTheBytes) {
+TEST(SmartBuffer, CopyingOutAcceptsADestinationRightAfterTheBytes) {
     CShortBuffer buffer;
     buffer.Alloc(8);
     std::memcpy(buffer.GetBytes(), "abcd1234", 8);

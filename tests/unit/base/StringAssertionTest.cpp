@@ -1,4 +1,4 @@
-// The assertions of the counted strings: each ends the process with the standard message, in every build type.
+// The assertions of the counted strings. Each ends the process with the standard message, in every build type.
 #include <atomic>
 #include <climits>
 #include <csignal>
@@ -27,11 +27,11 @@ std::string Message(int nLine, const std::string& strFunction, const std::string
 template <typename TKind>
 using OpenString = typename CStringKindTest<TKind>::COpenString;
 
-// Long enough that zeroing it takes time.
+// So long that setting it to zero takes time.
 constexpr int LONG_TEXT = 100000;
 
-// The place of the next strings' blocks. A thread breaks the rule of one thread at a time: it makes the block look
-// shared again and again.
+// The block of the next strings, and a thread that breaks the rule of one thread at a time: it repeatedly makes that
+// block look shared.
 template <typename TKind>
 class CMeddledBlock {
 public:
@@ -55,7 +55,7 @@ private:
     std::thread m_thread;
 };
 
-// Tries until the thread interferes.
+// Repeats the call until the thread interferes.
 template <typename TKind>
 [[noreturn]] void CopyAgainstMeddling() {
     typename TKind::String str;

@@ -1,4 +1,4 @@
-// Blocks of the counted strings: where they come from, how they are shared, when they are copied, reused and freed.
+// Blocks of the counted strings: how they are allocated, shared, copied, reused and freed.
 #include <algorithm>
 #include <climits>
 #include <memory>
@@ -16,7 +16,7 @@ template <typename TKind>
 class StringBlock : public CStringKindTest<TKind> {};
 TYPED_TEST_SUITE(StringBlock, StringKinds, StringKindNames);
 
-TYPED_TEST(StringBlock, EmptyTextsStandOnTheEmptyBlockWithoutAllocation) {
+TYPED_TEST(StringBlock, EmptyTextsUseTheEmptyBlockWithoutAllocation) {
     using F = TestFixture;
     using String = typename F::StringT;
     const typename F::CharT* const pszNull = nullptr;
@@ -62,7 +62,7 @@ TYPED_TEST(StringBlock, TheEmptyBlocksAreDistinctArraysOfInt) {
     EXPECT_TRUE(F::IsEmptyBlock(F::StringT::_GetEmptyString()));
 }
 
-TYPED_TEST(StringBlock, ATextTakesExactlyItsBlockAndGivesItBack) {
+TYPED_TEST(StringBlock, ATextAllocatesExactlyItsBlockAndFreesIt) {
     using F = TestFixture;
     const CArrayNewWatch watch;
     {
@@ -93,7 +93,7 @@ TYPED_TEST(StringBlock, AllocBufferGivesZeroCharactersAndDoesNotRelease) {
     F::StringT::Release(pOld);
 }
 
-TYPED_TEST(StringBlock, AllocBufferOfNothingEmptiesTheString) {
+TYPED_TEST(StringBlock, AllocBufferOfZeroEmptiesTheString) {
     using F = TestFixture;
     typename F::StringT str = F::S("abc");
     const typename F::StringT strOther(str);
@@ -104,7 +104,7 @@ TYPED_TEST(StringBlock, AllocBufferOfNothingEmptiesTheString) {
     EXPECT_TRUE(F::IsEmptyBlock(str));
 }
 
-TYPED_TEST(StringBlock, CopiesShareTheBlockUntilTheLastIsGone) {
+TYPED_TEST(StringBlock, CopiesShareTheBlockUntilTheLastIsDestroyed) {
     using F = TestFixture;
     const CArrayNewWatch watch;
     {
@@ -172,7 +172,7 @@ TYPED_TEST(StringBlock, ReleaseNeverChangesANegativeCount) {
     F::StringT::Release(pData);
 }
 
-TYPED_TEST(StringBlock, ReleasingABlockLeavesNullAndTheEmptyBlockAlone) {
+TYPED_TEST(StringBlock, ReleasingABlockIgnoresNullAndTheEmptyBlock) {
     using F = TestFixture;
     const typename F::StringT strEmpty;
     F::StringT::Release(static_cast<typename F::Data*>(nullptr));
@@ -185,7 +185,7 @@ TYPED_TEST(StringBlock, ReleasingABlockLeavesNullAndTheEmptyBlockAlone) {
     str.GetData()->nRefs = 2;
 }
 
-// A destructor accepts a count of 0, which Release asserts against.
+// A destructor accepts a count of 0; Release has an assertion against it.
 TYPED_TEST(StringBlock, TheDestructorFreesABlockWithoutOwners) {
     using F = TestFixture;
     auto pStr = std::make_unique<typename F::StringT>();
@@ -230,7 +230,7 @@ TYPED_TEST(StringBlock, EmptyingAStringStampsTheEmptyBlock) {
     }
 }
 
-TYPED_TEST(StringBlock, AssigningNothingToASharerEmptiesThatOneAlone) {
+TYPED_TEST(StringBlock, AssigningNullToASharerEmptiesOnlyThatString) {
     using F = TestFixture;
     using String = typename F::StringT;
     const typename F::CharT* const pszNull = nullptr;
@@ -260,13 +260,13 @@ TYPED_TEST(StringBlock, AShorterTextReusesAPrivateBlock) {
     EXPECT_EQ(str.GetString()[3], 0);
     EXPECT_EQ(watch.Sizes(), Sizes{});
 
-    // The recorded capacity counts, not the room of the block.
+    // The recorded capacity decides, not the block's original room.
     str = F::T("abcd").c_str();
     EXPECT_EQ(watch.Sizes(), Sizes{F::BlockSize(4)});
     EXPECT_EQ(F::Plain(str), "abcd");
 }
 
-TYPED_TEST(StringBlock, AssignmentLeavesASharedBlockToItsOtherOwners) {
+TYPED_TEST(StringBlock, AssignmentDoesNotChangeTheOtherSharers) {
     using F = TestFixture;
     typename F::StringT str = F::S("abcdef");
     const typename F::StringT strOther(str);
@@ -292,7 +292,7 @@ TYPED_TEST(StringBlock, AllocBeforeWriteReusesAPrivateBlockThatIsLargeEnough) {
     EXPECT_EQ(str.GetAllocLength(), 6);
 }
 
-TYPED_TEST(StringBlock, AllocBeforeWriteLeavesASharedBlock) {
+TYPED_TEST(StringBlock, AllocBeforeWriteDoesNotReuseASharedBlock) {
     using F = TestFixture;
     typename F::StringT str = F::S("abcde");
     const typename F::StringT strOther(str);
@@ -308,7 +308,7 @@ TYPED_TEST(StringBlock, AllocBeforeWriteLeavesASharedBlock) {
     EXPECT_TRUE(F::IsEmptyBlock(strThird));
 }
 
-TYPED_TEST(StringBlock, CopyBeforeWriteCopiesASharedBlockOnly) {
+TYPED_TEST(StringBlock, CopyBeforeWriteCopiesOnlyASharedBlock) {
     using F = TestFixture;
     typename F::StringT str = F::S("abc");
     const auto* const pchBlock = F::Address(str);
@@ -346,7 +346,7 @@ TYPED_TEST(StringBlock, ReleaseBufferSetsLengthAndRecordedCapacity) {
         int nNewLength;
         int nLength;
     };
-    // -2: everything below 0 asks for the terminator.
+    // -2: every value below 0 means up to the terminator.
     for (const Case& c : {Case{-1, 2}, Case{-2, 2}, Case{0, 0}, Case{1, 1}, Case{4, 4}, Case{5, 5}}) {
         typename F::StringT str;
         str.AllocBuffer(5);
@@ -366,11 +366,11 @@ TYPED_TEST(StringBlock, ReleaseBufferSetsLengthAndRecordedCapacity) {
     EXPECT_TRUE(F::IsEmptyBlock(strEmpty));
 }
 
-TYPED_TEST(StringBlock, AppendingWithinTheBlockEndsTheTextAnew) {
+TYPED_TEST(StringBlock, AppendingWithinTheBlockTerminatesTheText) {
     using F = TestFixture;
     typename F::StringT str = F::S("ab");
     auto* const pch = str.GetBuffer(6);
-    std::fill(pch + 2, pch + 6, 'z');  // behind the text
+    std::fill(pch + 2, pch + 6, 'z');  // after the text, which does not change
     str += F::S("X");
     ASSERT_EQ(str.GetString(), pch);
     ASSERT_EQ(str.GetLength(), 3);
@@ -423,7 +423,7 @@ TYPED_TEST(StringBlock, GetBufferKeepsTheTextAndGivesRoom) {
     EXPECT_EQ(F::Plain(strEmpty), "x");
 }
 
-TYPED_TEST(StringBlock, TheWritableConversionUnsharesAndTheReadingOneDoesNot) {
+TYPED_TEST(StringBlock, OnlyTheWritableConversionUnshares) {
     using F = TestFixture;
     typename F::StringT str = F::S("abc");
     const typename F::StringT strOther(str);
@@ -438,7 +438,7 @@ TYPED_TEST(StringBlock, TheWritableConversionUnsharesAndTheReadingOneDoesNot) {
     EXPECT_NE(strThird.GetBuffer(), F::Address(strOther));
 }
 
-TYPED_TEST(StringBlock, AppendingTakesExactBlocksAndRecordedRoom) {
+TYPED_TEST(StringBlock, AppendingUsesExactBlocksAndRecordedRoom) {
     using F = TestFixture;
     typename F::StringT str = F::S("abc");
     const auto text = F::T("de");
@@ -460,7 +460,7 @@ TYPED_TEST(StringBlock, AppendingTakesExactBlocksAndRecordedRoom) {
     EXPECT_EQ(F::Plain(str), "abcdededede");
 }
 
-TYPED_TEST(StringBlock, AppendingToASharerLeavesTheOthers) {
+TYPED_TEST(StringBlock, AppendingToASharerDoesNotChangeTheOthers) {
     using F = TestFixture;
     typename F::StringT str = F::S("abc");
     str.GetBuffer(10);
@@ -524,7 +524,7 @@ TYPED_TEST(StringBlock, AllocCopyCopiesAPartAndAddsZeroCharacters) {
     EXPECT_EQ(F::Plain(strSelf), std::string("bcd\0", 4));
 }
 
-TYPED_TEST(StringBlock, SourcesInsideTheStringItself) {
+TYPED_TEST(StringBlock, SourcesMayBePartOfTheString) {
     using F = TestFixture;
     using String = typename F::StringT;
     struct Case {
@@ -588,7 +588,7 @@ TYPED_TEST(StringBlock, RunningOutOfMemoryThrowsAndKeepsTheStringUsable) {
     EXPECT_THROW(String{text.c_str()}, std::bad_alloc);
 }
 
-TYPED_TEST(StringBlock, TheLockHelpersWorkOnALockOfTheirOwn) {
+TYPED_TEST(StringBlock, TheLockHelpersWorkOnASeparateLock) {
     using F = TestFixture;
     lockid_t lock;
     F::StringT::InterLockInit(&lock);

@@ -1,4 +1,4 @@
-// Narrow to wide and back, with the locale's encoding on both sides.
+// Conversions between narrow and wide strings in the locale's encoding.
 #include <clocale>
 
 #include "ArrayNew.h"
@@ -33,7 +33,7 @@ const Pair g_aPairs[] = {
     {"\xe7\xad\xbe\xe5\x90\x8d", L"\u7b7e\u540d"},
 };
 
-TEST(StringConversion, EachKindFromTheOther) {
+TEST(StringConversion, EachKindConvertsFromTheOther) {
     const CLocaleGuard locale("C.UTF-8");
     for (const Pair& pair : g_aPairs) {
         SCOPED_TRACE(pair.pszNarrow);
@@ -74,7 +74,7 @@ TEST(StringConversion, EachKindFromTheOther) {
     }
 }
 
-TEST(StringConversion, WhatCannotBeConvertedIsEmpty) {
+TEST(StringConversion, ATextThatCannotBeConvertedBecomesEmpty) {
     const wchar_t szSurrogate[] = {L'a', static_cast<wchar_t>(0xD800), 0};
     const struct {
         const char* pszLocale;
@@ -114,11 +114,11 @@ TEST(StringConversion, CountedTextsOfTheOtherKindEndAtAZero) {
     }
     EXPECT_TRUE(CString(static_cast<LPCSTR>(nullptr), 3).IsEmpty());
     EXPECT_TRUE(CStringA(static_cast<LPCWSTR>(nullptr), 3).IsEmpty());
-    // Half a character is no character.
+    // Half a character is not valid.
     EXPECT_TRUE(CString("\xc3\xa4", 1).IsEmpty());
 }
 
-TEST(StringConversion, NarrowCharactersAndPiecesInAWideString) {
+TEST(StringConversion, AWideStringTakesNarrowCharactersAndTexts) {
     const CLocaleGuard locale("C.UTF-8");
     CString str(L"x");
     str = 'a';
@@ -157,7 +157,7 @@ TEST(StringConversion, TheConverters) {
 TEST(StringConversion, CaseFollowsTheLocale) {
     const CLocaleGuard locale("C.UTF-8");
     EXPECT_EQ(CString(L"\u00c4\u0416").CompareNoCase(L"\u00e4\u0436"), 0);
-    // In narrow text only single bytes have a case.
+    // In narrow text only one-byte characters have a case.
     EXPECT_NE(CStringA("\xc3\x84").CompareNoCase("\xc3\xa4"), 0);
 }
 

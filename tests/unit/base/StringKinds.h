@@ -1,4 +1,4 @@
-// The two kinds of string for typed tests. Both behave alike, each with its own characters.
+// The two kinds of string, for typed tests of what both have in common.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ public:
     }
 };
 
-// Base of the typed tests. Test texts are written narrow, in ASCII, and widened here.
+// Base of the typed tests. The tests have narrow ASCII texts, which are widened here.
 template <typename TKind>
 class CStringKindTest : public ::testing::Test {
 public:
@@ -45,7 +45,7 @@ public:
     using CharT = typename TKind::Char;
     using Text = std::basic_string<CharT>;
 
-    // m_pchData, for tests of what happens to it.
+    // Gives tests access to m_pchData.
     struct COpenString : StringT {
         using StringT::m_pchData;
     };
@@ -55,7 +55,7 @@ public:
 
     static const CharT* Address(const StringT& str) { return str.GetString(); }
     static Text Counted(const StringT& str) { return Text(str.GetString(), static_cast<std::size_t>(str.GetLength())); }
-    // For messages and comparisons with plain literals.
+    // For messages and for comparisons with narrow literals.
     static std::string Plain(const StringT& str) {
         const Text text = Counted(str);
         std::string plain;

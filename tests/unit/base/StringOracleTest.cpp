@@ -1,5 +1,5 @@
-// Random sequences of operations on the counted strings and the same on std::basic_string. Several strings of a
-// sequence share blocks at any time, so that a write that reaches another string is found.
+// Random sequences of operations on the counted strings, compared with the same operations on std::basic_string.
+// Several strings of a sequence share blocks, so a write that wrongly changes a sharer is found.
 #include <array>
 #include <random>
 
@@ -25,7 +25,7 @@ public:
     };
 
     int Number(int nLeast, int nMost) { return std::uniform_int_distribution<int>(nLeast, nMost)(m_random); }
-    // Few different characters, so that searches find something.
+    // Few different characters, so that searches succeed.
     Char Letter() { return static_cast<Char>('a' + Number(0, 2)); }
     Text Word() {
         Text text(static_cast<std::size_t>(Number(0, 6)), Char(0));
@@ -110,7 +110,7 @@ public:
                 ASSERT_EQ(Sign(pair.str.Compare(other.str.GetString())), Sign(pair.text.compare(other.text)));
                 break;
             case 15: {
-                // A direct write into room that was asked for.
+                // A direct write into requested room.
                 Char* const pch = pair.str.GetBuffer(nLength + 4);
                 std::copy(word.begin(),
                           word.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(word.size(), 4)),
@@ -121,7 +121,7 @@ public:
                 break;
             }
             case 16:
-                // Room that is kept, and used by the next append.
+                // Room that the next append uses.
                 pair.str.GetBuffer(nLength + Number(0, 8));
                 break;
             case 17:

@@ -173,7 +173,7 @@ TYPED_TEST(StringText, Comparisons) {
         const typename TestFixture::Argument right(c.pszRight);
         EXPECT_EQ(str.Compare(right.Get()), c.nOrder);
         EXPECT_EQ(str.CompareNoCase(right.Get()), c.nOrderNoCase);
-        // The locales of the tests collate by code.
+        // The locales of the tests collate by character code.
         EXPECT_EQ(str.CollateNoCase(right.Get()), c.nOrderNoCase);
         EXPECT_EQ(Algorithms::Collate(str.GetString(), right.Get()), c.nOrder);
         EXPECT_EQ(Algorithms::Compare(right.Get(), str.GetString()), -c.nOrder);
@@ -315,7 +315,7 @@ TYPED_TEST(StringText, SystemStringsAreCopiesOnTheProcessHeap) {
     }
 }
 
-// The same helpers under the names of the two classes.
+// The two classes have different names for the same helpers.
 template <typename TKind>
 struct Helpers;
 

@@ -1,4 +1,4 @@
-// Many threads, each with its own strings. They share only the empty blocks. Mostly for ThreadSanitizer.
+// Many threads, each with its own strings. They share only the empty blocks. Mainly for ThreadSanitizer.
 #include <clocale>
 #include <vector>
 
@@ -10,7 +10,7 @@ namespace {
 constexpr int THREADS = 16;
 constexpr int ROUNDS = 2000;
 
-// Like a native: texts from literals, conversions in both directions, empty strings given out as plain texts.
+// Works as a native does: texts from literals, conversions both ways, empty strings passed as plain texts.
 int UseOwnStrings(int nThread) {
     int nWrong = 0;
     for (int nRound = 0; nRound < ROUNDS; ++nRound) {
@@ -41,8 +41,8 @@ TEST(StringThreads, OwnStringsAreIndependent) {
     EXPECT_EQ(wrong, std::vector<int>(THREADS, 0));
 }
 
-// Also after something has been written to the empty block, so that all of them stamp it.
-TEST(StringThreads, StampingADirtiedEmptyBlock) {
+// All threads stamp the empty block after something was written to it.
+TEST(StringThreads, StampAChangedEmptyBlock) {
     constexpr int nDirtyings = 200;
     for (int nDirtying = 0; nDirtying < nDirtyings; ++nDirtying) {
         VEXStoreField(_atltmpDataNil->nRefs, 5L);

@@ -1,4 +1,4 @@
-// The strings and the buffer with toolkits that behave in different ways, also with one that fails.
+// The strings and the buffer with toolkits that behave differently or fail.
 #include <climits>
 #include <clocale>
 #include <csignal>
@@ -54,8 +54,8 @@ TEST_F(ToolkitBehaviour, NoOverlappingCopyReachesTheToolkit) {
     EXPECT_EQ(strNarrow.Compare("efbcdef"), 0);
 }
 
-// The bytes behind the room must not change. Also checked without a sanitizer.
-TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteBehindTheirRoom) {
+// Works without a sanitizer, too: the bytes after the room must not change.
+TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteAfterTheirRoom) {
     for (const bool bCountsTerminator : {true, false}) {
         Double().bCountsTerminator = bCountsTerminator;
         wchar_t szWide[6];
@@ -63,7 +63,7 @@ TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteBehindTheirRoom) {
         EXPECT_EQ(CString::tchar_mbstowcsz(szWide, "four", 5), bCountsTerminator ? 5 : 4);
         EXPECT_STREQ(szWide, L"four");
         EXPECT_EQ(szWide[5], L'#');
-        // When a text fills the room, the terminator replaces its last character.
+        // In a text that fills the room, the terminator replaces the last character.
         std::wmemset(szWide, L'#', 6);
         Double().nForcedResult = 5;
         EXPECT_EQ(CString::tchar_mbstowcsz(szWide, "fours", 5), 5);
@@ -79,7 +79,7 @@ TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteBehindTheirRoom) {
     }
 }
 
-TEST_F(ToolkitBehaviour, WhatTheConvertersPass) {
+TEST_F(ToolkitBehaviour, TheConvertersPassTheseArguments) {
     wchar_t szWide[8];
     CString::tchar_mbstowcsz(szWide, "four", 5);
     EXPECT_EQ(Double().uCodePage, 0U);
@@ -192,7 +192,7 @@ TEST_F(ToolkitBehaviour, EveryHeapCallIsOnTheProcessHeapWithItsFlags) {
     EXPECT_EQ(Double().LiveBlocks(), 0U);
 }
 
-// The double moves every reallocated block. Reading the source after that would read freed memory.
+// The double moves every reallocated block: reading the source after that would read freed memory.
 TEST_F(ToolkitBehaviour, OwnBytesSurviveAMovingReallocation) {
     CSmartBuffer buffer("abcde", 5);
     buffer.AppendBuffer(buffer.GetBytes() + 1, 3);
@@ -200,7 +200,7 @@ TEST_F(ToolkitBehaviour, OwnBytesSurviveAMovingReallocation) {
     EXPECT_EQ(std::memcmp(buffer, "abcdebcdabcdebcd", 16), 0);
     buffer.SetBuffer(buffer.GetBytes() + 2, 4);
     EXPECT_EQ(std::memcmp(buffer, "cdeb", 4), 0);
-    // Appended bytes that lie behind the end of the block are those at its new end.
+    // Another source at the end of the block.
     buffer.SetBuffer("ab", 2);
     buffer.AppendBuffer(buffer.GetBytes() + 1, 1);
     EXPECT_EQ(std::memcmp(buffer, "abb", 3), 0);
@@ -261,16 +261,16 @@ TEST_F(ToolkitBehaviour, AFailedReallocationLosesTheBlock) {
         EXPECT_EQ(Double().LiveBlocks(), 1U);
         ResetDouble();
     }
-    // Too much for any heap, failing or not.
+    // Too much for every heap.
     for (const DWORD dwTooMuch :
-         {~DWORD{0} - 2, ~DWORD{0} - 1, ~DWORD{0}}) {  // three more: 0, 1 and 2, if they wrapped
+         {~DWORD{0} - 2, ~DWORD{0} - 1, ~DWORD{0}}) {  // plus three, these would wrap to 0, 1 and 2
         CSmartBuffer buffer("abc", 3);
         EXPECT_EQ(buffer.AppendBuffer("x", dwTooMuch), nullptr) << dwTooMuch;
         EXPECT_EQ(buffer.GetAddress(), nullptr) << dwTooMuch;
     }
 }
 
-TEST_F(ToolkitBehaviour, ACopyOfWhichTheAllocationFailsIsEmpty) {
+TEST_F(ToolkitBehaviour, ACopyIsEmptyWhenItsAllocationFails) {
     const CSmartBuffer buffer("abc", 3);
     Double().nAllocationsLeft = 0;
     const CSmartBuffer copy(buffer);

@@ -47,7 +47,7 @@ LPVOID NewBlock(DWORD dwBytes) {
     return pAddress;
 }
 
-// Gives out a converted text like a toolkit that was called with a terminated source.
+// Returns a converted text as a toolkit does for a terminated source.
 template <typename TChar>
 int HandOut(std::basic_string<TChar> text, TChar* pOut, int nRoom) {
     const ToolkitDouble& toolkit = Double();
@@ -104,7 +104,7 @@ LPVOID HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes) {
     return MayAllocate(dwBytes) ? NewBlock(dwBytes) : nullptr;
 }
 
-// Always moves the block, so that pointers into the old one point to freed memory.
+// Always moves, so that a pointer into the old block points to freed memory.
 LPVOID HeapReAlloc(HANDLE hHeap, DWORD dwFlags, LPVOID lpMem, DWORD dwBytes) {
     Record('R', hHeap, dwFlags);
     if (!MayAllocate(dwBytes)) {
@@ -150,7 +150,7 @@ int lstrlenW(LPCWSTR lpString) {
     return lpString == nullptr ? 0 : static_cast<int>(std::wcslen(lpString));
 }
 
-// As strict as allowed: copies nothing when the bytes do not fit or overlap.
+// As strict as a toolkit may be: aborts when the bytes do not fit or overlap.
 int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount) {
     const auto nDest = reinterpret_cast<std::uintptr_t>(pDest);
     const auto nSource = reinterpret_cast<std::uintptr_t>(pSrc);

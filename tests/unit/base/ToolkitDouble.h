@@ -1,4 +1,4 @@
-// A stand-in for the compatibility functions that the base headers call, with switches for what a toolkit may do.
+// A substitute for the compatibility functions that the base headers call, with switches for what toolkits may do.
 #pragma once
 
 #include <cstddef>
@@ -8,12 +8,12 @@
 
 struct ToolkitDouble {
     // Text conversion
-    bool bCountsTerminator = true;  // in its results, where there is room for it
-    int nForcedResult = 0;          // returned in place of the true result, unless 0; the output is then left alone
+    bool bCountsTerminator = true;  // in its results, if there is room for it
+    int nForcedResult = 0;          // unless 0: returned instead of the true result; the output is then not written
     bool bWritesHalf = false;       // converts the first half of the text only
-    int nForcedLength = 0;          // lstrlenW's result, unless 0
+    int nForcedLength = 0;          // unless 0: lstrlenW's result
 
-    // What the last conversion was called with.
+    // The arguments of the last conversion.
     UINT uCodePage = ~0U;
     DWORD dwFlags = ~DWORD{0};
     int nSourceLength = 0;
@@ -22,7 +22,7 @@ struct ToolkitDouble {
 
     // Heap
     int nAllocationsLeft = -1;  // HeapAlloc and HeapReAlloc fail when it is 0; below 0: never
-    DWORD dwMargin = 0;         // bytes before and behind each block, for the test to use
+    DWORD dwMargin = 0;         // bytes before and after each block, for the test to use
     struct HeapCall {
         char chCall;  // Alloc, Reallocate, Free, Size
         DWORD dwFlags;
@@ -31,7 +31,7 @@ struct ToolkitDouble {
     std::vector<HeapCall> heapCalls;
 
     std::size_t LiveBlocks() const;
-    // Frees what was lost.
+    // Frees leaked blocks, too.
     void FreeAll();
 };
 
