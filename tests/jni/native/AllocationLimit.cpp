@@ -46,7 +46,7 @@ void* operator new(std::size_t cb) {
 void* operator new[](std::size_t cb) {
     return std::memset(Allocate(cb, g_cbMaxArray), 0xAA, cb);
 }
-// A sanitizer's own would not go with the delete below.
+// A sanitizer's own operator would not match the delete below.
 void* operator new(std::size_t cb, const std::nothrow_t&) noexcept {
     return std::malloc(cb > 0 ? cb : 1);
 }

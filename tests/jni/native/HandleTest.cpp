@@ -1,4 +1,4 @@
-// What the natives do with a handle: they hand it on as it is, and refuse 0 alone.
+// What the natives do with a handle: they pass it on unchanged and refuse only 0.
 #include <limits>
 
 #include "CallText.h"
@@ -31,8 +31,8 @@ TEST_P(HandOverTest, EveryToolkitCallGetsAll64Bits) {
     }
 }
 
-// The bridge does not know which handles are open: that is the toolkit's to say.
-TEST_P(HandOverTest, FinalizedHandleIsHandedOverAllTheSame) {
+// The bridge does not know which handles are open. The toolkit decides.
+TEST_P(HandOverTest, AFinalizedHandleIsAlsoPassedOn) {
     const Native finalize = NativesThat([](const Native& native) { return native.strName == "Finalize"; }).at(0);
     FakeJniEnv env;
     const auto call = [&] {
@@ -57,8 +57,8 @@ TEST_P(HandleZeroTest, IsRefusedWithoutAToolkitCall) {
     EXPECT_EQ(recording_toolkit::Calls(), Calls{});
 }
 
-// The text comes first: a JVM sees its calls whatever the handle.
-TEST_P(HandleZeroTest, IsLookedAtAfterTheTextIsConverted) {
+// The text comes first: the JVM calls are the same for every handle.
+TEST_P(HandleZeroTest, IsCheckedAfterTheTextIsConverted) {
     FakeJniEnv env(recording_toolkit::Record);
     GetParam().fnCall(&env, 0, env.MakeString("text"));
     const Calls conversion = {"GetStringUTFLength(input) = 4", "GetStringLength(input) = 4",
@@ -66,7 +66,7 @@ TEST_P(HandleZeroTest, IsLookedAtAfterTheTextIsConverted) {
     EXPECT_EQ(recording_toolkit::Calls(), GetParam().TakesText() ? conversion : Calls{});
 }
 
-// All that take a handle but GetLastError.
+// All natives that take a handle, except GetLastError.
 const std::vector<Native> kRefusingZero =
     NativesThat([](const Native& native) { return native.TakesHandle() && native.strName != "GetLastError"; });
 

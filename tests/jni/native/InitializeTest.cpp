@@ -1,4 +1,4 @@
-// Initialize: the second text alone makes an object, whose call queue is switched on at once.
+// Initialize creates an object from the second text only, and enables its call queue at once.
 #include "Natives.h"
 #include "RecordingToolkit.h"
 #include "vex_jni_TAVClientJNI.h"
@@ -27,18 +27,18 @@ TEST_F(InitializeTest, ReturnsTheHandleAndEnablesItsCallQueue) {
     EXPECT_EQ(recording_toolkit::Calls()[1], "VCTK_CallQueueEnable(0x8123456789abcdef, 0, 1)");
 }
 
-TEST_F(InitializeTest, WithoutAnObjectThereIsNoQueueToEnable) {
+TEST_F(InitializeTest, EnablesNoQueueWithoutAnObject) {
     recording_toolkit::SetHandle(0);
     EXPECT_EQ(Initialize(nullptr, m_env.MakeString("store")), 0);
     EXPECT_EQ(recording_toolkit::Calls(), Calls{"VCTK_Initialize(\"store\")"});
 }
 
-TEST_F(InitializeTest, DoesNotCareWhetherTheQueueCouldBeEnabled) {
+TEST_F(InitializeTest, IgnoresAFailureToEnableTheQueue) {
     recording_toolkit::SetResult("VCTK_CallQueueEnable", -5);
     EXPECT_EQ(Initialize(nullptr, m_env.MakeString("store")), static_cast<jlong>(recording_toolkit::kHandle));
 }
 
-TEST_F(InitializeTest, DoesNotLookAtTheAlgorithm) {
+TEST_F(InitializeTest, IgnoresTheAlgorithm) {
     const jstring store = m_env.MakeString("store", "store");
     EXPECT_NE(Initialize(m_env.MakeString("SHA256", "algorithm"), store), 0);
     for (const std::string& strCall : m_jniCalls) {
@@ -47,7 +47,7 @@ TEST_F(InitializeTest, DoesNotLookAtTheAlgorithm) {
     EXPECT_EQ(m_jniCalls.size(), 4U);
 }
 
-TEST_F(InitializeTest, AnAlgorithmMakesUpForNoStore) {
+TEST_F(InitializeTest, AnAlgorithmDoesNotReplaceAStore) {
     EXPECT_EQ(Initialize(m_env.MakeString("SHA256"), nullptr), 0);
     EXPECT_EQ(Initialize(m_env.MakeString("SHA256"), m_env.MakeString("")), 0);
     EXPECT_EQ(recording_toolkit::Calls(), Calls{});

@@ -25,8 +25,8 @@ TEST_P(InputTextTest, IsEncodedInTheLocale) {
     EXPECT_EQ(m_env.UnreleasedChars(), 0);
 }
 
-// The native does not notice, and its result is the toolkit's.
-TEST_P(InputTextTest, ThatTheLocaleCannotEncodeIsPassedAsEmpty) {
+// The native does not notice; its result is that of the toolkit.
+TEST_P(InputTextTest, IsPassedAsEmptyWhenTheLocaleCannotEncodeIt) {
     ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
     EXPECT_EQ(FirstCall(m_env.MakeString("a\xC3\xA4")), GetParam().Call(recording_toolkit::kHandle, ""));
 }
@@ -46,7 +46,7 @@ TEST_P(InputTextTest, EmptyIsRefusedWithoutAToolkitCall) {
     EXPECT_EQ(recording_toolkit::Calls(), Calls{});
 }
 
-TEST_P(InputTextTest, ThatTheJvmCannotGiveIsRefusedWithoutAToolkitCall) {
+TEST_P(InputTextTest, IsRefusedWithoutAToolkitCallWhenTheJvmCannotReturnIt) {
     m_env.Fail("GetStringUTFChars");
     EXPECT_EQ(GetParam().fnCall(&m_env, kHandle, m_env.MakeString("text")), GetParam().nRefused);
     EXPECT_EQ(recording_toolkit::Calls(), Calls{});

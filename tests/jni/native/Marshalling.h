@@ -1,4 +1,4 @@
-// The bridge's functions for values that cross the Java border; no header of the bridge declares them.
+// The bridge's functions that convert between Java and native values. No header of the bridge declares them.
 #pragma once
 
 #include <jni.h>

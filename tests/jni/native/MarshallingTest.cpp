@@ -1,4 +1,4 @@
-// The three functions that carry values across the Java border, call by call. MultiByteToWideChar and new are this
+// The three functions that convert between Java and native values, call by call. MultiByteToWideChar and new are this
 // program's own (RecordedConversion.h, AllocationLimit.h).
 #include "Marshalling.h"
 
@@ -28,7 +28,7 @@ protected:
 
 using JstringToWindowsTest = Marshalling;
 
-// The calls for a text that is not null: they begin alike.
+// The first calls for every text that is not null.
 Calls AfterTheChars(int nBytes, int nUnits, const Calls& rest) {
     Calls calls = {"GetStringUTFLength(input) = " + std::to_string(nBytes),
                    "GetStringLength(input) = " + std::to_string(nUnits), "GetStringUTFChars(input, &false) = chars"};
@@ -65,7 +65,7 @@ TEST_F(JstringToWindowsTest, EmptyTextIsEmptyAndItsCharactersStayUnreleased) {
     EXPECT_EQ(m_env.UnreleasedChars(), 1);
 }
 
-TEST_F(JstringToWindowsTest, CharactersThatTheJvmCannotGiveAreAnEmptyText) {
+TEST_F(JstringToWindowsTest, AFailureOfTheJvmIsAnEmptyText) {
     m_env.Fail("GetStringUTFChars");
     EXPECT_EQ(JstringToWindows(&m_env, m_env.MakeString("abc")), L"");
     EXPECT_EQ(recording_toolkit::Calls(), (Calls{"GetStringUTFLength(input) = 3", "GetStringLength(input) = 3",
@@ -74,15 +74,15 @@ TEST_F(JstringToWindowsTest, CharactersThatTheJvmCannotGiveAreAnEmptyText) {
 }
 
 TEST_F(JstringToWindowsTest, ReadsTheConvertedTextUpToItsFirstZero) {
-    // A decoder may make a zero character of something; the text ends there.
+    // A decoder may produce a zero character. The text ends there.
     const recorded_conversion::Script script({.nConverted = 3});
     EXPECT_EQ(JstringToWindows(&m_env, m_env.MakeString("abc")), L"");
     EXPECT_EQ(m_env.UnreleasedChars(), 0);
 }
 
-// A text outside the basic plane comes as two surrogates of three bytes each and goes to the decoder like that, and
-// U+0000 as two bytes.
-TEST_F(JstringToWindowsTest, HandsModifiedUtf8ToTheDecoderAsItIs) {
+// A character outside the basic plane arrives as two surrogates of three bytes each, U+0000 as two bytes. The decoder
+// gets these bytes.
+TEST_F(JstringToWindowsTest, PassesModifiedUtf8ToTheDecoderUnchanged) {
     JstringToWindows(&m_env, m_env.MakeString("\xED\xA0\xBD\xED\xB8\x80\xC0\x80"));
     const Calls calls = recording_toolkit::Calls();
     ASSERT_GE(calls.size(), 4U);
@@ -97,15 +97,15 @@ struct NothingMeasured : Row {
 
 class JstringToWindowsMeasuring : public Marshalling, public testing::WithParamInterface<NothingMeasured> {};
 
-// Either the decoder finds nothing, or the room for what it finds is more than an int can say.
+// The decoder finds nothing, or the room for the text does not fit an int.
 TEST_P(JstringToWindowsMeasuring, ConvertsNothing) {
     const recorded_conversion::Script script({.nMeasured = GetParam().nMeasured});
-    const AllocationLimit limit(4);  // what the fake needs for its characters
+    const AllocationLimit limit(4);  // the fake's characters need this much
     EXPECT_EQ(JstringToWindows(&m_env, m_env.MakeString("abc")), L"");
     EXPECT_EQ(recording_toolkit::Calls(), AfterTheChars(3, 3,
                                                         {"MultiByteToWideChar(65001, 0, \"abc\", 3, null, 0) = " +
                                                          std::to_string(GetParam().nMeasured)}));
-    EXPECT_EQ(limit.Refused(), 0U) << "memory was asked for";
+    EXPECT_EQ(limit.Refused(), 0U) << "it allocated memory";
     EXPECT_EQ(m_env.UnreleasedChars(), 1);
 }
 
@@ -157,14 +157,14 @@ INSTANTIATE_TEST_SUITE_P(, JstringToWindowsAllocating,
                                          NoMemory{"Most", (INT_MAX - 4) / 4, 8589934576}),
                          RowName);
 
-TEST_F(JstringToWindowsTest, AllocatesNoMoreThanItAsksTheConverterToFill) {
+TEST_F(JstringToWindowsTest, AllocatesOnlyTheRoomThatItPassesToTheConverter) {
     const AllocationLimit limit(64);
     EXPECT_EQ(JstringToWindows(&m_env, m_env.MakeString("abc")), L"abc");
     EXPECT_EQ(limit.Refused(), 0U);
 }
 
-// The converted text fits, its copy does not: the characters are released by then.
-TEST_F(JstringToWindowsTest, WantOfMemoryForTheResultIsAnEmptyText) {
+// There is memory for the converted text but not for its copy. The characters are already released.
+TEST_F(JstringToWindowsTest, NoMemoryForTheResultIsAnEmptyText) {
     const jstring text = m_env.MakeString(std::string(100'000, 'x'));
     const AllocationLimit limit(AllocationLimit::kNone, 400'000);
     EXPECT_EQ(JstringToWindows(&m_env, text), L"");
@@ -209,7 +209,7 @@ TEST_F(WindowsToJstringTest, CallsNewStringWithTheCharacterCount) {
     EXPECT_EQ(recording_toolkit::Calls(), Calls{"NewString([0x61 0x0], 2) = text"});
 }
 
-TEST_F(WindowsToJstringTest, HandsNewStringTheWholeWideStorage) {
+TEST_F(WindowsToJstringTest, PassesTheWholeWideStorageToNewString) {
     for (const std::size_t cCharacters : {1U, 2U, 7U, 1000U}) {
         std::wstring text;
         for (std::size_t i = 0; i < cCharacters; ++i) {
@@ -266,8 +266,8 @@ struct FailingStep : Row {
 
 class StoJstringFailing : public Marshalling, public testing::WithParamInterface<FailingStep> {};
 
-// No step looks at the one before, so all six are made whichever of them fails.
-TEST_P(StoJstringFailing, TheLaterStepsRunAllTheSame) {
+// No step checks the step before, so all six run, whichever of them fails.
+TEST_P(StoJstringFailing, TheLaterStepsStillRun) {
     m_env.Fail(GetParam().strName);
     EXPECT_EQ(stoJstring(&m_env, "abc"), nullptr);
     EXPECT_EQ(recording_toolkit::Calls(), GetParam().calls);
@@ -305,8 +305,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 using StoJstringTest = Marshalling;
 
-// The exception of a failed SetByteArrayRegion is the JVM's to throw; the bridge goes on.
-TEST_F(StoJstringTest, GoesOnAfterAFailedSetByteArrayRegion) {
+// The JVM throws the exception of a failed SetByteArrayRegion. The bridge continues.
+TEST_F(StoJstringTest, ContinuesAfterAFailedSetByteArrayRegion) {
     m_env.Fail("SetByteArrayRegion");
     const jstring text = stoJstring(&m_env, "abc");
     ASSERT_NE(text, nullptr);

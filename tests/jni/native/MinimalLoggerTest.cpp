@@ -28,7 +28,7 @@ protected:
 
     std::string Bytes() const { return ReadWholeFile(m_directory.Path("PILog.txt")); }
 
-    // The time and process parts, as they are for a record of this moment and thread.
+    // The time and process parts of a record that this thread writes now.
     static std::string Front() {
         const auto nThread = static_cast<std::uint32_t>(pthread_self());
         return "\\[\\d\\d/[A-Z][a-z][a-z]/\\d{4}:\\d\\d:\\d\\d:\\d\\d [A-Z]+\\] \\[" + std::to_string(getpid()) + " " +
@@ -56,7 +56,7 @@ TEST_F(MinimalLoggerTest, ARecordIsALineWithItsLevelsWord) {
     }
 }
 
-TEST_F(MinimalLoggerTest, ANewFileIsItsOwnersOnly) {
+TEST_F(MinimalLoggerTest, OnlyTheOwnerMayUseANewFile) {
     const mode_t before = umask(0);
     pv_log(1, L"one");
     umask(before);
@@ -84,7 +84,7 @@ TEST_F(MinimalLoggerTest, AMessageEndsAt32767Characters) {
     }
 }
 
-// What the locale cannot encode leaves a line without its end, on which the next record goes on.
+// A message that the locale cannot encode leaves a line without an end. The next record continues that line.
 TEST_F(MinimalLoggerTest, AMessageThatTheLocaleCannotEncodeLeavesTimeAndProcess) {
     std::setlocale(LC_ALL, "C");
     pv_log(1, L"%ls", L"\x00e4");
@@ -96,7 +96,7 @@ TEST_F(MinimalLoggerTest, AMessageThatTheLocaleCannotEncodeLeavesTimeAndProcess)
     EXPECT_THAT(Bytes(), Matches(Front() + Front() + "\\[DEBU\\]next\n" + Front()));
 }
 
-TEST_F(MinimalLoggerTest, TheTimeZoneMayChangeWhileTheProcessRuns) {
+TEST_F(MinimalLoggerTest, FollowsAChangeOfTheTimeZone) {
     for (const char* pszZone : {"AAA-5", "BBB+3", "AAA-5"}) {
         setenv("TZ", pszZone, 1);
         pv_log(0, L"text");
@@ -105,19 +105,19 @@ TEST_F(MinimalLoggerTest, TheTimeZoneMayChangeWhileTheProcessRuns) {
     EXPECT_THAT(Bytes(), Matches("[^\n]* AAA\\] [^\n]*\n[^\n]* BBB\\] [^\n]*\n[^\n]* AAA\\] [^\n]*\n"));
 }
 
-// Also in a locale whose conversions nobody has used before.
+// Also in a locale whose conversions were never used before.
 TEST_F(MinimalLoggerTest, AForkedChildLogs) {
     ForkWhile(4, Scaled(300), [] { pv_log(0, L"%ls", L"text \x00e4"); });
 }
 
-// What stands where the file should be.
+// Something else in the place of the file.
 struct Obstacle : Row {
     void (*fnMake)(const std::string& strPath, const std::string& strOther);
 };
 
 class ObstacleTest : public MinimalLoggerTest, public testing::WithParamInterface<Obstacle> {};
 
-TEST_P(ObstacleTest, IsToldOnStandardOutputAndLeftAlone) {
+TEST_P(ObstacleTest, IsReportedOnStandardOutputAndNotChanged) {
     constexpr const char* kText = "system error: error to open log file[/tmp/PILog.txt].\n";
     const std::string strOther = m_directory.Write("other", "another's text");
     GetParam().fnMake(m_directory.Path("PILog.txt"), strOther);
@@ -160,7 +160,7 @@ TEST_F(MinimalLoggerTest, AFileOfAnotherUserIsNotWrittenTo) {
     EXPECT_EQ(Bytes(), "theirs");
 }
 
-TEST_F(MinimalLoggerTest, TheStreamAppendsAndIsTheCallers) {
+TEST_F(MinimalLoggerTest, TheStreamAppendsAndBelongsToTheCaller) {
     m_directory.Write("PILog.txt", "before ");
     std::FILE* const pStream = pv_init_log();
     ASSERT_NE(pStream, nullptr);

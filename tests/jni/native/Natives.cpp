@@ -139,7 +139,7 @@ std::vector<Native> NativesThat(const std::function<bool(const Native&)>& filter
 }
 
 NativesTest::NativesTest() {
-    // The first trace of a process takes the locale from the environment; that is to be over when a test sets its own.
+    // The first trace of a process sets the locale from the environment. It must come before a test sets its own.
     static const bool s_bTraced = [] {
         setenv("LC_ALL", "C.UTF-8", 1);
         FakeJniEnv env;

@@ -13,18 +13,18 @@
 #include "FakeJniEnv.h"
 #include "Row.h"
 
-// Its name is that of the Java method.
+// Named after the Java method.
 struct Native : Row {
-    // Calls it: handle and text as given where it takes them, else 1; the second of two integers is 0.
-    // Returns what it returns, a Java string as its address.
+    // Calls the native with this handle and text if it takes them. Its other arguments are 1, a second integer is 0.
+    // Returns its result; for a Java string the address.
     std::function<jlong(JNIEnv*, jlong handle, jstring text)> fnCall;
 
-    // Its toolkit calls as RecordingToolkit.h writes them, %H for the handle and %T for the text: a call of its own,
-    // and the start of both calls of a size query. Empty: it makes none.
+    // Its toolkit calls as RecordingToolkit.h writes them, with %H for the handle and %T for the text: its own call,
+    // and the start of both calls of a size query. Empty: no such call.
     std::string strCall;
     std::string strQuery;
 
-    jlong nRefused;  // what it returns when it does not ask the toolkit
+    jlong nRefused;  // its result when it does not call the toolkit
 
     bool TakesHandle() const;  // and refuses 0
     bool TakesText() const;    // and refuses null and ""
@@ -37,12 +37,12 @@ struct Native : Row {
     std::string Fetch(std::uint64_t nHandle, int nSize) const;
 };
 
-// Those for which filter is true.
+// The natives for which filter is true.
 std::vector<Native> NativesThat(const std::function<bool(const Native&)>& filter);
 
 using Calls = std::vector<std::string>;
 
-// The recording toolkit obliging again, and texts encoded as UTF-8.
+// Resets the recording toolkit to success, and encodes texts as UTF-8.
 class NativesTest : public testing::Test {
 protected:
     NativesTest();

@@ -1,4 +1,4 @@
-// What is each query native's own. How they fetch a text is in SizeQueryTest.cpp.
+// The properties of each single query native. SizeQueryTest.cpp tests how they fetch a text.
 #include <climits>
 #include <clocale>
 
@@ -15,7 +15,7 @@ protected:
     FakeJniEnv m_env{recording_toolkit::Record};
 };
 
-TEST_F(QueryNativesTest, VersionIsSevenUnitsOfItsFirstHalfWhateverTheHandle) {
+TEST_F(QueryNativesTest, VersionIsSevenUnitsOfItsFirstHalfForEveryHandle) {
     for (const jlong handle : {jlong{0}, kHandle, jlong{-1}}) {
         recording_toolkit::Reset();
         const jstring version = Java_vex_jni_TAVClientJNI_GetSignVersion(&m_env, nullptr, handle);
@@ -33,13 +33,13 @@ TEST_F(QueryNativesTest, VersionIsNullWhenTheJvmCannotMakeAString) {
 struct Certificate : Row {
     const char* pszLocale;
     std::string bytes;
-    std::string strNewString;  // the call that makes a Java string of it; empty for none
+    std::string strNewString;  // the call that creates a Java string of it; empty: no call
 };
 
 class SignCertTest : public NativesTest, public testing::WithParamInterface<Certificate> {};
 
-// It is fetched, decoded in the locale's encoding and made a Java string, which is then dropped.
-TEST_P(SignCertTest, IsNullInSpiteOfSuccess) {
+// The native fetches it, decodes it in the locale's encoding, creates a Java string and drops that.
+TEST_P(SignCertTest, IsNullEvenOnSuccess) {
     ASSERT_NE(std::setlocale(LC_ALL, GetParam().pszLocale), nullptr);
     recording_toolkit::SetText("VCTK_GetSignCert", {.bytes = GetParam().bytes});
     FakeJniEnv env(recording_toolkit::Record);
@@ -73,7 +73,7 @@ TEST_F(QueryNativesTest, LastErrorKeepsItsSign) {
     }
 }
 
-TEST_F(QueryNativesTest, LastErrorIsAskedForWithHandleZeroToo) {
+TEST_F(QueryNativesTest, LastErrorAcceptsHandleZero) {
     recording_toolkit::SetResult("VCTK_GetLastError", 1101);
     EXPECT_EQ(Java_vex_jni_TAVClientJNI_GetLastError(&m_env, nullptr, 0), 1101);
     EXPECT_EQ(recording_toolkit::Calls(), Calls{"VCTK_GetLastError(0x0)"});

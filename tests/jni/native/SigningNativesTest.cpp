@@ -1,4 +1,4 @@
-// The four natives that sign. How they fetch the signature is in SizeQueryTest.cpp.
+// The four natives that sign. SizeQueryTest.cpp tests how they fetch the signature.
 #include <climits>
 #include <limits>
 
@@ -12,7 +12,7 @@ constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
 
 class SigningTest : public NativesTestP {};
 
-TEST_P(SigningTest, HasNoResultToAskForWhenTheToolkitDoesNotSign) {
+TEST_P(SigningTest, FetchesNoResultWhenTheToolkitDoesNotSign) {
     const std::string strCall = GetParam().Call(recording_toolkit::kHandle, "text");
     for (const int nResult : {1, -5, INT_MIN, INT_MAX}) {
         recording_toolkit::Reset();
@@ -23,8 +23,8 @@ TEST_P(SigningTest, HasNoResultToAskForWhenTheToolkitDoesNotSign) {
     }
 }
 
-// From the Java text to the Java signature: every call, to the JVM and to the toolkit, in its order.
-TEST_P(SigningTest, MakesTheseCallsAndNoOther) {
+// Every call to the JVM and to the toolkit, in order, from the Java text to the Java signature.
+TEST_P(SigningTest, MakesExactlyTheseCalls) {
     FakeJniEnv env(recording_toolkit::Record);
     EXPECT_NE(GetParam().fnCall(&env, kHandle, env.MakeString("data")), 0);
     EXPECT_EQ(

@@ -1,5 +1,5 @@
-// How the natives fetch a text of the toolkit: ask for its size, fetch it into a zeroed buffer of that size, read it up
-// to its first NUL.
+// How the natives fetch a text from the toolkit: ask for its size, get it into a zeroed buffer of that size, read it up
+// to the first NUL.
 #include <climits>
 #include <new>
 
@@ -21,7 +21,7 @@ protected:
         return GetParam().fnCall(&m_env, kHandle, m_input);
     }
 
-    // The native's own call, where it makes one, and then those of the size query.
+    // The native's own call, if it makes one, and then the calls of the size query.
     static Calls WithOwnCall(const Calls& query) {
         Calls calls;
         if (!GetParam().strCall.empty()) {
@@ -31,7 +31,7 @@ protected:
         return calls;
     }
 
-    // JNI calls that make something of a result.
+    // JNI calls that use a result.
     size_t CallsForResult() const { return m_jniCalls.size() - (GetParam().TakesText() ? 4 : 0); }
 
     std::vector<std::string> m_jniCalls;
@@ -39,7 +39,7 @@ protected:
     jstring m_input = m_env.MakeString("text");
 };
 
-TEST_P(SizeQueryTest, FetchesIntoAZeroedBufferOfTheSizeAskedFor) {
+TEST_P(SizeQueryTest, FetchesIntoAZeroedBufferOfTheReportedSize) {
     for (const int nSize : {1, 5, 6, 4096, 1 << 16}) {
         Run({.bytes = std::string(static_cast<size_t>(nSize) - 1, 'x')});
         EXPECT_EQ(recording_toolkit::Calls(), WithOwnCall({GetParam().AskSize(recording_toolkit::kHandle),
@@ -47,7 +47,7 @@ TEST_P(SizeQueryTest, FetchesIntoAZeroedBufferOfTheSizeAskedFor) {
     }
 }
 
-TEST_P(SizeQueryTest, EndsWhenTheSizeCannotBeTold) {
+TEST_P(SizeQueryTest, EndsWhenTheSizeQueryFails) {
     for (const int nResult : {1, -5, INT_MIN}) {
         EXPECT_EQ(Run({.nSizeResult = nResult}), 0);
         EXPECT_EQ(recording_toolkit::Calls(), WithOwnCall({GetParam().AskSize(recording_toolkit::kHandle)}));
@@ -72,8 +72,8 @@ TEST_P(SizeQueryTest, EndsWhenTheTextCannotBeFetched) {
     }
 }
 
-// The only exception there is; a JVM would not survive it either way.
-TEST_P(SizeQueryTest, WantOfMemoryForTheBufferLeavesTheNative) {
+// The natives' only exception. A JVM would not survive it.
+TEST_P(SizeQueryTest, NoMemoryForTheBufferIsBadAlloc) {
     constexpr int kSize = 1 << 20;
     const AllocationLimit limit(kSize - 1);
     EXPECT_THROW(Run({.nSize = kSize}), std::bad_alloc);
@@ -89,7 +89,7 @@ TEST(SizeQueryTable, LeavesNoNativeOut) {
     EXPECT_EQ(kFetching.size(), 7U);
 }
 
-// ---- What Java gets: of all but GetSignCert the text ----
+// ---- What Java gets: the text, except from GetSignCert ----
 
 class FetchedTextTest : public SizeQueryTest {
 protected:
@@ -112,7 +112,7 @@ TEST_P(FetchedTextTest, EndsAtItsFirstNul) {
     EXPECT_EQ(Fetched({.bytes = "ab", .nSize = 100}), "ab");
 }
 
-TEST_P(FetchedTextTest, IsEmptyAndNotNullWhenThereIsTheNulAlone) {
+TEST_P(FetchedTextTest, IsEmptyAndNotNullWhenThereIsOnlyTheNul) {
     EXPECT_EQ(Fetched({.bytes = ""}), "");
     EXPECT_EQ(recording_toolkit::Calls().back(), GetParam().Fetch(recording_toolkit::kHandle, 1));
 }

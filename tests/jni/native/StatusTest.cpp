@@ -1,4 +1,4 @@
-// What the natives that return a status make of the toolkit's result, and how their integers reach it.
+// The natives that return a status: the status for each result of the toolkit, and the integers that the toolkit gets.
 #include <climits>
 #include <limits>
 

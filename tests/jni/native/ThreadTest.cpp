@@ -1,5 +1,4 @@
-// The natives keep nothing between calls and share nothing: threads that use one handle at once do not disturb one
-// another.
+// The natives keep no state between calls and share nothing, so threads may use one handle at the same time.
 #include <atomic>
 #include <thread>
 

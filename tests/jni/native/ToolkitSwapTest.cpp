@@ -1,5 +1,5 @@
-// The bridge works with whichever toolkit the process has loaded under the soname. This program is built once for each
-// toolkit; the bridge, which is built once and for all, has to be the same file in both.
+// The bridge works with every toolkit that the process has loaded under the soname. This program is built once for each
+// toolkit. Both use the same file of the bridge.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <link.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// The file of the library that has the first symbol of this name.
+// The file of the library with the first symbol of this name.
 std::filesystem::path LibraryThatHas(const char* pszSymbol) {
     Dl_info info{};
     if (dladdr(dlsym(RTLD_DEFAULT, pszSymbol), &info) == 0) {
@@ -48,7 +48,7 @@ TEST(ToolkitSwapTest, OneToolkitIsLoadedAndTheBridgeIsTheBuiltOne) {
 }
 
 TEST(ToolkitSwapTest, SignsFromTheFirstCallToTheLast) {
-    const TempDirectory data;  // where the substitute makes its demo store
+    const TempDirectory data;  // for the demo store of the substitute
     ASSERT_EQ(setenv("XDG_DATA_HOME", data.Path().c_str(), 1), 0);
 
     FakeJniEnv env;
@@ -67,7 +67,7 @@ TEST(ToolkitSwapTest, SignsFromTheFirstCallToTheLast) {
         ASSERT_NE(signature, nullptr);
         EXPECT_NE(env.Bytes(signature), "");
     }
-    // "data", in Base64 and as it is; P1 signatures with an RSA key do not vary.
+    // "data", in Base64 and plain. P1 signatures with an RSA key are always the same.
     EXPECT_EQ(env.Bytes(signatures[0]), env.Bytes(signatures[1]));
 
     const jstring list = Java_vex_jni_TAVClientJNI_GetCertList(&env, nullptr, handle);

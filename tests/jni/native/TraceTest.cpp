@@ -1,4 +1,4 @@
-// The records that the natives leave in the log: every native on each of its ways out, read back from the file.
+// The records that the natives write to the log: each native with each kind of end, read from the file.
 #include <pthread.h>
 #include <stdlib.h>
 
@@ -23,13 +23,31 @@ namespace {
 
 constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
 
+// The line numbers in the records. 0: no such record.
+struct Lines {
+    const char* pszNative;
+    int nEnter;
+    int nLeave;
+};
+
+constexpr Lines kLines[] = {
+    {"Initialize", 101, 112},          {"SetDigestAlg", 0, 141},
+    {"SetChooseSingleCert", 149, 164}, {"AddFilter", 171, 195},
+    {"ClearFilter", 202, 216},         {"P1Sign", 223, 267},
+    {"P1SignString", 274, 318},        {"P7Sign", 325, 368},
+    {"P7SignString", 377, 420},        {"Finalize", 428, 442},
+    {"GetSignVersion", 449, 454},      {"GetSignCert", 462, 494},
+    {"GetLastError", 501, 505},        {"GetLastErrorMessage", 512, 545},
+    {"GetCertList", 552, 585},
+};
+
 const Lines& LinesOf(const Native& native) {
     return *std::find_if(std::begin(kLines), std::end(kLines),
                          [&](const Lines& lines) { return native.strName == lines.pszNative; });
 }
 
-// The message of a record: the name's bytes taken four at a time for one character, as a UTF-8 locale writes characters
-// beyond Unicode, and then the rest in letters.
+// The message of a record: the name, whose bytes form characters of four bytes each, written as a UTF-8 locale writes
+// characters beyond Unicode; then the rest as plain text.
 std::string Message(const std::string& strFunction, const char* pszEnd) {
     std::string bytes = strFunction;
     bytes.resize((bytes.size() + 3) / 4 * 4);
@@ -37,7 +55,7 @@ std::string Message(const std::string& strFunction, const char* pszEnd) {
     for (size_t i = 0; i < bytes.size(); i += 4) {
         std::uint32_t ch = 0;
         std::memcpy(&ch, bytes.data() + i, sizeof ch);
-        // So large a number takes the longest form; the last one, of fewer bytes, may be shorter.
+        // Such large numbers take the longest form. The last one has fewer bytes and may take a shorter form.
         int nContinuations = ch < 0x80        ? 0
                              : ch < 0x800     ? 1
                              : ch < 0x10000   ? 2
@@ -53,7 +71,7 @@ std::string Message(const std::string& strFunction, const char* pszEnd) {
     return strMessage + pszEnd;
 }
 
-// A record reduced to what a native decides.
+// The parts of a record that the native decides.
 std::string Described(const LogRecord& record) {
     return record.strType + record.strFile + "-" + record.strFunction.value_or("(none)") + "(" +
            std::to_string(record.nLine) + "): " + record.strMessage;
@@ -78,10 +96,9 @@ std::vector<std::string> Expected(const Native& native, bool bEnter, bool bLeave
 
 class TraceTest : public NativesTest {
 protected:
-    // The records that the calls of body leave. They are known to be all when those of another thread, which are made
-    // after them, are there.
+    // The records that fnBody's calls write. They are complete when later records of another thread are in the file.
     static std::vector<std::string> RecordsOf(const std::function<void()>& fnBody) {
-        static size_t s_cbKnown = 0;  // of the file, which is not cut here
+        static size_t s_cbKnown = 0;  // bytes of the file, which is not cut in this test
         fnBody();
         std::thread([] {
             FakeJniEnv env;
@@ -114,18 +131,18 @@ protected:
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        throw std::runtime_error("waited in vain for records in " + strPath);
+        throw std::runtime_error("records are missing in " + strPath);
     }
 };
 
-// ---- Every way out ----
+// ---- Every kind of end ----
 
-// How a call is made and answered.
+// The arguments of a call and the results of the calls that it makes.
 struct WayOut {
     const char* pszName;
     bool bHandle;
     const char* pszText;  // null: no Java string
-    int nResult;          // of the native's own toolkit call
+    int nResult;          // result of the native's own toolkit call
     recording_toolkit::Text text;
     const char* pszFailing;  // a JNI function, or null
 };
@@ -148,8 +165,8 @@ const WayOut kWaysOut[] = {
     {"no units from the JVM", true, "text", 0, {}, "NewString"},
 };
 
-// Which records there are. Initialize and SetDigestAlg refuse before they trace; a native that returns a status goes on
-// after the toolkit's failure, one that returns a text does not.
+// The expected records. Initialize and SetDigestAlg refuse before they trace. After a failure of the toolkit, a native
+// that returns a status writes its second record; a native that returns a text does not.
 std::vector<std::string> ExpectedRecords(const Native& native, const WayOut& way) {
     const bool bText = way.pszText != nullptr && std::string_view("text") == way.pszText &&
                        std::string_view("GetStringUTFChars") != (way.pszFailing == nullptr ? "" : way.pszFailing);
@@ -162,7 +179,7 @@ std::vector<std::string> ExpectedRecords(const Native& native, const WayOut& way
     return Expected(native, !(bRefused && bTracesLate), !bRefused && !bToolkitFailed);
 }
 
-TEST_F(TraceTest, EveryNativeOnEveryWayOut) {
+TEST_F(TraceTest, EveryNativeWithEveryKindOfEnd) {
     const std::vector<Native> natives = NativesThat([](const Native&) { return true; });
     ASSERT_EQ(natives.size(), std::size(kLines));
     RecordsOf([] {});
@@ -192,9 +209,9 @@ TEST_F(TraceTest, EveryNativeOnEveryWayOut) {
 
 // ---- A disk that stalls ----
 
-TEST_F(TraceTest, NativesGoOnWhileTheWriterIsInsideOneWrite) {
+TEST_F(TraceTest, NativesContinueWhileTheWriterIsBlockedInAWrite) {
     RecordsOf([] {});
-    const int nCalls = Scaled(2'000);  // whose records stay within the limit of the file
+    const int nCalls = Scaled(2'000);  // their records stay within the file's size limit
     std::latch inWrite(1);
     std::latch goOn(1);
     std::atomic<bool> bFirst = true;
