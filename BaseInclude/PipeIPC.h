@@ -163,7 +163,7 @@ private:
     PPROCESSSTATE m_pProcessStateCallback = nullptr;
     void* m_pProcessMessageCallbackParamter = nullptr;
     SOCKET m_socketServer = NO_SOCKET;   // the connection of the receive thread, which closes it
-    pthread_mutex_t m_socketServerLock;  // unused: replies may outlive this object; CPipeConnection has their lock
+    pthread_mutex_t m_socketServerLock;  // unused: answers may outlive this object, CPipeConnection locks them
     RegClient m_OwnerInfo = {};          // this client's identity
     BOOL m_bClientInit = FALSE;
     std::list<RouteMessage> m_listRecvReponseMsg;  // guarded by m_listRecLock

@@ -43,8 +43,8 @@ struct FailureRow : Row {
     ScriptedPeer::Script script;
     Fault fault;
     long lResult = 0;
-    Lines
-        lines;  // "PORT" stands for the line with the port, "DESCRIPTOR" for the line with the descriptor's error text
+    // "PORT" stands for the line with the port, "DESCRIPTOR" for the line with the descriptor's error text.
+    Lines lines;
     std::string strPayload;
 };
 

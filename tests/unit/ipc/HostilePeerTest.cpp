@@ -291,8 +291,8 @@ protected:
         for (int i = 0; i < nTimes; ++i) {
             run();
         }
-        EXPECT_TRUE(
-            WaitUntil([&] { return OpenDescriptors() <= cDescriptors; }));  // the peer's last descriptor counts, too
+        // Waits, because the descriptor of the peer's last connection counts, too.
+        EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors() <= cDescriptors; }));
         const struct mallinfo2 after = mallinfo2();
         EXPECT_LT(after.uordblks + after.hblkhd, before.uordblks + before.hblkhd + 4096);
     }

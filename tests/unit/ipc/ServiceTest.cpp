@@ -278,7 +278,7 @@ TEST_F(Service, WithoutATimeOutTheExchangeWaits) {
 TEST_F(Service, NoReceiveThreadWithoutAHandler) {
     ScriptedPeer peer(Replies("reply"));
     const socket_calls::Identity identity(kServiceObject);
-    // A call would fail.
+    // Starting a thread would fail.
     const socket_calls::Failure failure("pthread_create", EAGAIN);
     CPipeIPC client;
     EXPECT_EQ(DoExchange(client, peer.Object()).lResult, 0);
