@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
-"""Counts what a program costs where a count is steadier than a time.
+"""Counts instructions or system calls of a program, because counts are steadier than times.
 
   counts.py calls ROW WHO SMALL LARGE -- PROGRAM ARGUMENT...         system calls of the first thread (strace)
-  counts.py writer-calls ROW WHO SMALL LARGE -- PROGRAM ARGUMENT...  of its only other one
-  counts.py instructions ROW WHO SMALL LARGE -- PROGRAM ARGUMENT...  of the first thread, in user space (callgrind)
+  counts.py writer-calls ROW WHO SMALL LARGE -- PROGRAM ARGUMENT...  system calls of the only other thread
+  counts.py instructions ROW WHO SMALL LARGE -- PROGRAM ARGUMENT...  instructions of the first thread in user space
+                                                                     (callgrind)
 
-The program is run twice, the word AMOUNT in its arguments replaced by SMALL and by LARGE; what one more costs is the
-difference, divided. Prints sample lines (see support/Bench.h). Calls by which threads wait for one another (futex) are
-left out: how many there are depends on who is faster.
+Runs the program twice: SMALL and LARGE replace the word AMOUNT in its arguments. The cost of one operation is the
+difference of the counts, divided by the difference of the amounts. Prints sample lines (see support/Bench.h). Calls
+with which threads wait for one another (futex) do not count, because their number depends on timing.
 """
 import os
 import re
@@ -19,7 +20,7 @@ from collections import Counter
 WAITING = {"futex", "restart_syscall"}
 
 
-# A cleared block counts as its stores: valgrind counts each byte that rep stosb stores.
+# Makes libc clear memory without rep stosb, because valgrind counts an instruction for each byte that rep stosb stores.
 ENVIRONMENT = dict(os.environ, GLIBC_TUNABLES="glibc.cpu.x86_rep_stosb_threshold=1000000000")
 
 
@@ -35,7 +36,7 @@ def calls(command, directory, first=True):
         if lines and lines[0].startswith("execve") == first:
             return Counter(found for found in (line.split("(")[0] for line in lines)
                            if re.fullmatch(r"[a-z_0-9]+", found) and found not in WAITING)
-    raise RuntimeError("no such thread in the trace")
+    raise RuntimeError("the trace does not have this thread")
 
 
 def writer_calls(command, directory):

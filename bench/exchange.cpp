@@ -1,8 +1,7 @@
-// What one exchange with a server on this machine costs: the whole of it, and without the command that is run for the
-// user's number, in whose place an open file is read.
+// What one exchange with a server on this machine costs: all of it, and without the command that prints the user's
+// number. In the second case it reads an open file instead.
 //
-// With mode=product or mode=floor it makes exchanges=N exchanges without that command and nothing else, to be counted
-// from outside.
+// With mode=product or mode=floor it only makes exchanges=N exchanges without that command, for counting from outside.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -13,7 +12,7 @@ namespace {
 
 bool g_bCommand = true;
 
-// An endless supply of what the command would say.
+// Endless output as the command would print it.
 class Answer {
 public:
     Answer() : m_pFile(fdopen(memfd_create("id", MFD_CLOEXEC), "w+")) {
@@ -34,7 +33,7 @@ Answer& TheAnswer() {
 
 }  // namespace
 
-// In place of libc's, which they call.
+// These replace libc's functions and call them.
 extern "C" {
 
 std::FILE* popen(const char* pszCommand, const char* pszMode) {

@@ -1,5 +1,5 @@
-// Whether a record costs more the more of them are queued, and how much memory a queued one takes: the writer is held
-// before its first file while records=N of them come.
+// Does a record cost more when more records are queued, and how much memory does a queued record take? The writer is
+// held before its first file while records=N records are queued.
 #include <dlfcn.h>
 #include <malloc.h>
 #include <semaphore.h>
@@ -21,8 +21,8 @@ void QueueRecords(long nRecords) {
     }
 }
 
-// Has the heap keep so much memory that has been touched: memory that the machine has not given to anybody before can
-// cost several times as much as other, above all a virtual machine's, and has nothing to do with the log.
+// Makes the heap keep this much memory that was touched before. New memory can cost several times as much, above all in
+// a virtual machine, and that is not the log's cost.
 void TouchMemory(std::size_t cb) {
     bench::Require(mallopt(M_MMAP_MAX, 0) == 1 && mallopt(M_TRIM_THRESHOLD, -1) == 1, "a heap that keeps its memory");
     const std::unique_ptr<volatile char[]> pMemory(new volatile char[cb]);
@@ -39,7 +39,7 @@ double AllocatedBytes() {
 
 }  // namespace
 
-// In place of the toolkit's, which the writer calls first: it does not come further.
+// Replaces the toolkit's function, which the writer calls first. The writer stops here.
 BOOL PathIsDirectoryW(LPCWSTR) {
     sem_t never;
     sem_init(&never, 0, 0);
@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
     for (long nMark = 1; nMark <= nMost; nMark *= 10) {
         QueueRecords(nMark - nQueued);
         nQueued = nMark;
-        // As many again at most, so that the number is still of that order.
+        // At most as many again, so that the number keeps its order of magnitude.
         const long nBatch = std::clamp(nMark / nBatches, 1L, 100L);
         for (int nRound = 0; nRound < nBatches && nQueued + nBatch <= 2 * nMark; ++nRound) {
             const double dBegin = bench::CpuSeconds();

@@ -1,7 +1,7 @@
-// Whether a signature takes longer the more objects are open, or the more certificates the store has. P-256, the key
-// whose signatures take the least time, so that everything else shows.
+// Does a signature take longer when more objects are open, or when the store has more certificates? It signs with
+// P-256, because these signatures take the least time, so any other cost is visible.
 //
-// With signatures=N and mode=p1, p7 it makes N signatures with an RSA key and nothing else, to be counted from outside.
+// With signatures=N and mode=p1 or mode=p7 it only makes N signatures with an RSA key, for counting from outside.
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// Keys and self-signed certificates, of which the first stays valid longest.
+// Keys and self-signed certificates. The first certificate stays valid longest.
 std::string MakeStore(const std::string& strFile, int nCertificates, bool bRsa) {
     std::FILE* const pFile = std::fopen(strFile.c_str(), "we");
     bench::Require(pFile != nullptr, "a store's file");
@@ -70,7 +70,7 @@ const std::string& Text() {
 }
 
 double SignaturesPerSecond(HANDLE hObject, int nSignatures) {
-    SignP1(hObject, Text());  // the choice of a certificate
+    SignP1(hObject, Text());  // chooses the certificate
     const double dBegin = bench::CpuSeconds();
     for (int i = 0; i < nSignatures; ++i) {
         SignP1(hObject, Text());

@@ -1,10 +1,10 @@
 // What one trace record costs the thread that makes it.
 //
-// Product and floor queue the same record, and a writer thread of each takes it off the queue and drops it, so that no
-// disk is measured. The peers are asynchronous and synchronous loggers as they are installed, with a record of the same
-// length into nowhere; they do fewer steps.
+// Product and floor queue the same record. The writer thread of each takes it off the queue and drops it, so that the
+// disk is not measured. The peers are installed loggers, asynchronous and synchronous. They write a record of the same
+// length to nowhere and need fewer steps.
 //
-// With mode=product or mode=floor it makes records=N records of one kind and nothing else, to be counted from outside.
+// With mode=product or mode=floor it only makes records=N records of one kind, for counting from outside.
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -29,12 +29,12 @@ constexpr int kLine = 274;
 
 bench::FloorLog* g_pFloor = nullptr;
 
-// Not inline: what is counted begins and ends with a call of it.
+// Not inline, so that counting can begin and end with a call of it.
 [[gnu::noinline]] void ProductRecord() {
     CDebugLogMgr::MacroHelper(kType, 1, kFile, kFunction, kLine)(kFormat, kFunction);
 }
 
-// Of a level that is not written.
+// A record below the log's level, which is not written.
 [[gnu::noinline]] void DroppedRecord() {
     CDebugLogMgr::MacroHelper(kType, 0, kFile, kFunction, kLine)(kFormat, kFunction);
 }
@@ -65,7 +65,7 @@ double CpuNanoseconds(Record record, int nRecords) {
     return (bench::CpuSeconds() - dBegin) * 1e9 / nRecords;
 }
 
-// From when the first of nThreads threads begins until the last one ends, for a record of each of them.
+// Time from the start of the first of nThreads threads to the end of the last one, per record of each thread.
 double WallNanoseconds(Record record, int nRecords, int nThreads) {
     struct Stretch {
         double dBegin = 0;

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Makes tables and plots of sample lines (see support/Bench.h).
 
-  report.py DIRECTORY < LINES   writes results.md and a plot for each question (SVG) there
+  report.py DIRECTORY < LINES   writes results.md and an SVG plot for each question into the directory
   report.py - < LINES           prints the tables
 
-A value is the median of its rounds, with the quartiles in brackets. A ratio is the median of the ratios of each round.
+A value is the median of its rounds, with the quartiles in brackets. A ratio is the median of the ratios of all rounds.
 """
 import html
 import os
@@ -25,7 +25,7 @@ class Question:
 
 
 def read(lines):
-    """The questions in their order; what several runs have measured for one question is put together."""
+    """The questions in their order. Several runs with the same question are merged."""
     questions = {}
     current = None
     for line in lines:
@@ -68,7 +68,7 @@ def read_targets():
 
 
 def compare(question, row, targets):
-    """For each target of the row: who, with whom, value, bound, whether it is reached."""
+    """For each target of the row: (who, other) -> (quartiles of the value, relation, bound, whether it is reached)."""
     found = {}
     for pattern, who, other, relation, bound in targets:
         samples = question.samples[row]
@@ -117,7 +117,7 @@ COLOURS = {"product": "#1b5e9c"}
 
 
 def plot(question):
-    """A panel for each row: the median of each as a point, its quartiles as a bar."""
+    """A panel for each row: a bar up to each median, and a line between its quartiles."""
     label, width, line, right = 260, 460, 20, 130
     parts, y = [], 30
     for row, samples in question.samples.items():

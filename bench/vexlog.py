@@ -3,8 +3,8 @@
 
   vexlog.py VEXLOG [rounds=N] [mebibytes=N]
 
-A full log of 2 MiB against cat, in turns, and the peak memory for it and for a file of mebibytes=N. Prints sample lines
-(see support/Bench.h).
+Compares vexlog with cat on a full log of 2 MiB, in turns. Measures the peak memory for this log and for a file of
+mebibytes=N. Prints sample lines (see support/Bench.h).
 """
 import os
 import subprocess
@@ -16,7 +16,7 @@ MIB = 1 << 20
 
 
 def records(size):
-    """A log of that many bytes, as the natives' records come in it."""
+    """A log of that many bytes with records of natives."""
     natives = [("P1SignString", 274, 318), ("P7Sign", 325, 368), ("GetLastErrorMessage", 512, 545)]
     out, total, number = [b"\xff\xfe"], 2, 0
     while total < size:
@@ -39,8 +39,8 @@ def seconds(command):
 
 
 def peak(command):
-    """The program's peak memory in MiB, by GNU time. What wait4() says here is never below the memory of this Python,
-    as a process is charged with what it was before it executed its program."""
+    """The program's peak memory in MiB, by GNU time. wait4() called from here would never report less than the memory
+    of this Python, because a process keeps the peak that it had before exec."""
     with tempfile.NamedTemporaryFile("r", prefix="vexbench.") as result:
         subprocess.run(["/usr/bin/time", "--format=%M", "--output", result.name, *command], check=True,
                        stdout=subprocess.DEVNULL)

@@ -1,10 +1,10 @@
 // How fast the log's writer is.
 //
-// Product and floor have the same lines queued, which the writer of each takes off and appends to its file; time runs
-// on the writer's thread from its first look at the file's name until the last line's file is closed. The peer keeps
-// its file open and flushes after every line.
+// Product and floor queue the same lines. The writer of each takes them off the queue and appends them to its file. The
+// time on the writer's thread counts from its first look at the file's name until it closes the file after the last
+// line. The peer keeps its file open and flushes after every line.
 //
-// With mode=product or mode=floor one writer writes lines=N lines and nothing else, to be counted from outside.
+// With mode=product or mode=floor one writer only writes lines=N lines, for counting from outside.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -26,7 +26,7 @@ constexpr wchar_t kType[] = L"[INFO] ";
 constexpr wchar_t kFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
 constexpr wchar_t kFunction[] = L"Java_vex_jni_TAVClientJNI_P1SignString";
 
-// A number of lines: begins when the writer comes to the first one, which it does not until the lines are all queued.
+// Measures a number of lines. The writer may not begin with the first line until all lines are queued.
 class Stretch {
 public:
     Stretch() {
@@ -34,7 +34,7 @@ public:
         sem_init(&m_done, 0, 0);
     }
 
-    // Before the first line is queued.
+    // Call it before the first line is queued.
     void Prepare(int nLines) {
         m_nLeft = nLines;
         m_bBegun = false;
@@ -42,7 +42,7 @@ public:
     void Go() { sem_post(&m_go); }
     void Wait() { sem_wait(&m_done); }
 
-    // On the writer's thread, at the begin and the end of each line.
+    // The writer's thread calls these at the beginning and the end of each line.
     void LineBegins() {
         if (!m_bBegun) {
             sem_wait(&m_go);
@@ -59,14 +59,14 @@ public:
         }
     }
 
-    // After Wait.
+    // Call it after Wait.
     double Wall() const { return m_dWall; }
     double Cpu() const { return m_dCpu; }
 
 private:
     sem_t m_go;
     sem_t m_done;
-    // Of the writer, but between Prepare and Go.
+    // Only the writer uses these, except between Prepare and Go.
     int m_nLeft = 0;
     bool m_bBegun = false;
     double m_dWall = 0;
@@ -134,7 +134,7 @@ void WriteLines(Log& log, int nLines) {
     g_stretch.Wait();
 }
 
-// A log that one more line makes too long.
+// A log that one more line makes longer than its limit.
 void FillToTheLimit(const std::string& strFile) {
     std::ofstream stream(strFile, std::ios::binary | std::ios::trunc);
     stream << "\xFF\xFE" << std::string(kLimit - 2, 'x');
@@ -156,7 +156,7 @@ double CpuOfALine(Log& log, int nLines) {
     return g_stretch.Cpu() / nLines * 1e9;
 }
 
-// The best of a few, as a page cache that is written back in between has nothing to do with it.
+// The best of several runs, because the kernel may write back its page cache during one of them.
 template <typename Log>
 double CutMicroseconds(Log& log) {
     double dBest = 0;
@@ -171,7 +171,7 @@ double CutMicroseconds(Log& log) {
 
 }  // namespace
 
-// In place of the toolkit's, which they call.
+// These replace the toolkit's functions and call them.
 BOOL PathIsDirectoryW(LPCWSTR pszPath) {
     static auto* const s_pNext = ToolkitFunction<BOOL(LPCWSTR)>("PathIsDirectoryW");
     g_stretch.LineBegins();

@@ -1,16 +1,16 @@
 if(VEX_SANITIZE)
   add_compile_options(-fsanitize=${VEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${VEX_SANITIZE})
-  # This check opens a pipe to look at memory, and takes every object for a wrong one when descriptors have run out.
+  # This check opens a pipe to inspect memory. When descriptors run out, it reports every object as invalid.
   add_compile_options(-fno-sanitize=vptr)
 endif()
 if(VEX_COVERAGE)
-  # Threads count in the same counters.
+  # Threads share the counters.
   add_compile_options(--coverage -O0 -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
 if(VEX_FUZZ)
-  # Every target is instrumented for coverage feedback; only the fuzz programs get libFuzzer's main.
+  # All targets give coverage feedback. Only the fuzz programs get libFuzzer's main.
   add_compile_options(-fsanitize=fuzzer-no-link)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()

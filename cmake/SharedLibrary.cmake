@@ -1,8 +1,8 @@
-# What both shipped libraries have in common: hardening, an export list, staying loaded.
+# Settings of both shipped libraries: hardening, an export list, never unloaded.
 #
 # vex_shared_library(<target> EXPORTS <version script> [EXACT_LIBRARIES <item>...])
-#   EXACT_LIBRARIES  the NEEDED entries, in this order, in place of what the compiler driver would add.
-#                    Left alone under a sanitizer, whose run-time library the driver has to add.
+#   EXACT_LIBRARIES  the NEEDED entries, in this order, instead of those that the compiler driver adds. Ignored for
+#                    sanitizers and coverage, because the driver has to add their run-time libraries.
 function(vex_shared_library target)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "EXPORTS" "EXACT_LIBRARIES")
   if(VEX_COVERAGE)

@@ -1,6 +1,6 @@
-// The least that an exchange with a server on this machine can be: each step by hand, and nothing else. No deadlines
-// beyond one option for each direction, no signals, no requests from the server, and a trace that only asks whether it
-// is on.
+// The least that an exchange with a server on this machine can cost: each step by hand, and nothing else. It has one
+// socket option as time-out for each direction. It does not handle signals or requests from the server. Its trace only
+// checks whether it is on.
 //
 // One thread.
 #pragma once
@@ -24,7 +24,7 @@ namespace bench {
 
 class FloorExchange {
 public:
-    // The reply's payload; empty when there is none.
+    // The reply's payload; empty if there is no reply.
     static std::string Run(USHORT usSession, USHORT usObject, const std::string& strPayload, int nSeconds) {
         RegClient owner = {};
         timeval now = {};
@@ -93,11 +93,11 @@ private:
         return static_cast<USHORT>(std::strtol(szOutput, nullptr, 10));
     }
 
-    // So many lines of the trace, for each of which it is looked whether there is one.
+    // Checks for each of these trace lines whether the trace is on.
     static void Trace(int nLines) {
         for (int i = 0; i < nLines; ++i) {
             if (access("/tmp/testPipe", F_OK) == 0) {
-                std::abort();  // nobody measures the trace
+                std::abort();  // the trace must be off for a measurement
             }
         }
     }

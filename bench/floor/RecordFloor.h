@@ -1,5 +1,5 @@
-// The least that a trace record can be: every step that a record has to have, by hand, and nothing else. No level of a
-// configuration file, no end of the process, no fork.
+// The least that a trace record can cost: every required step by hand, and nothing else. It reads no level from a
+// configuration file and does not handle forks or the end of the process.
 //
 // Any thread.
 #pragma once
@@ -48,7 +48,7 @@ public:
 
     void Wait() { sem_wait(&m_posts); }
 
-    // Null: empty.
+    // Null if the queue is empty.
     std::unique_ptr<FloorLine> Take() {
         pthread_mutex_lock(&m_lock);
         std::unique_ptr<FloorLine> pLine(m_pHead);
@@ -63,7 +63,7 @@ public:
 private:
     pthread_mutex_t m_lock = PTHREAD_MUTEX_INITIALIZER;
     sem_t m_posts;
-    FloorLine* m_pHead = nullptr;  // guarded by m_lock, as the next
+    FloorLine* m_pHead = nullptr;  // m_lock guards this and the next
     FloorLine* m_pTail = nullptr;
 };
 
@@ -74,7 +74,7 @@ public:
     FloorQueue& Queue() { return m_queue; }
     const std::wstring& FileName() const { return m_strFileName; }
 
-    // %s of the format is wide text.
+    // %s in the format means wide text.
     void Record(const wchar_t* pszType, const wchar_t* pszFile, const wchar_t* pszFunction, int nLine,
                 const wchar_t* pszFormat, ...) {
         const std::wstring strFile(pszFile);
@@ -88,7 +88,7 @@ public:
         timeval now = {};
         gettimeofday(&now, nullptr);
         std::tm local = {};
-        tzset();  // each record asks for the time zone
+        tzset();  // every record checks the time zone
         localtime_r(&now.tv_sec, &local);
         wchar_t szHeader[261] = {};
         std::swprintf(szHeader, 260, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls-%ls(%d)]: ", getpid(),
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    // One question for a directory that is there.
+    // One system call if the directory exists.
     void MakeDirectory() const {
         wchar_t szDirectory[260] = {};
         m_strFileName.copy(szDirectory, 259);

@@ -1,5 +1,5 @@
-// The least that writing a queued line to the log file can be: opened, locked, written and closed for every line, by
-// hand, with nine system calls, and cut when it has grown too long.
+// The least that writing a queued line to the log file can cost. For every line it opens, locks, writes and closes the
+// file by hand, with nine system calls. It cuts a file that has grown too long.
 //
 // One thread.
 #pragma once
@@ -24,12 +24,12 @@ class FloorWriter {
 public:
     FloorWriter(std::wstring strFileName, off_t cbMost) : m_strFileName(std::move(strFileName)), m_cbMost(cbMost) {}
 
-    // FALSE: the file cannot be opened.
+    // FALSE if the file cannot be opened.
     BOOL Write(const std::wstring& strLine) {
         if (IsDirectory()) {
             return FALSE;
         }
-        // The name is wide text to whoever asks and narrow text to whoever opens, as long as it is in the locale.
+        // Callers have the name as wide text, and open() needs narrow text in the locale's encoding.
         const auto szName = Narrow(m_strFileName);
         m_nFile = open(szName.get(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (m_nFile < 0) {
@@ -61,7 +61,7 @@ private:
         return stat(szName, &status) == 0 && S_ISDIR(status.st_mode);
     }
 
-    // Counted first, as libc counts.
+    // Asks libc for the length first.
     static std::unique_ptr<char[]> Narrow(const std::wstring& strWide, std::size_t* pcb = nullptr) {
         const std::size_t cb = std::wcstombs(nullptr, strWide.c_str(), 0);
         auto szNarrow = std::make_unique_for_overwrite<char[]>(cb + 1);
@@ -82,7 +82,7 @@ private:
         }
     }
 
-    // A plain read and rewrite: all of it into fresh zeroes, the newest four fifths back behind a header.
+    // Reads the whole file into zeroed memory and writes a header and the newest four fifths back.
     void Cut(off_t cbFile) const {
         const auto cbAll = static_cast<std::size_t>(cbFile);
         const std::unique_ptr<char, Free> contents(static_cast<char*>(std::calloc(cbAll, 1)));

@@ -1,4 +1,4 @@
-// The class vex.bench.ExchangeInJvm: the exchanges that exchange_bench compares, in the process of a JVM.
+// The class vex.bench.ExchangeInJvm: the exchanges of exchange_bench in the process of a JVM.
 #include <jni.h>
 
 #include "Exchanges.h"
@@ -6,7 +6,7 @@
 
 namespace {
 
-// The server is there from the first use on; it is a fork of the JVM that does no more than copy bytes.
+// The first use starts the server. It is a fork of the JVM that only copies bytes.
 bench::Exchanges& TheExchanges() {
     static bench::Exchanges s_exchanges;
     return s_exchanges;

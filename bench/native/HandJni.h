@@ -1,4 +1,4 @@
-// What a native has to do with Java's values and the log, by hand: the steps that the contract asks for and no others.
+// What a native has to do with Java's values and the log, by hand: only the steps that the contract requires.
 #pragma once
 
 #include <jni.h>
@@ -15,7 +15,7 @@
 
 namespace bench {
 
-// One character of UTF-8 that is well-formed.
+// Decodes one character of well-formed UTF-8.
 inline wchar_t DecodeOne(const unsigned char*& pb) {
     const unsigned nLead = *pb++;
     if (nLead < 0x80) {
@@ -29,7 +29,7 @@ inline wchar_t DecodeOne(const unsigned char*& pb) {
     return static_cast<wchar_t>(uChar);
 }
 
-// The text of a Java string in wide characters, by way of a buffer of four times the room.
+// The text of a Java string in wide characters. It uses a buffer of four times the size.
 inline std::wstring HandWideText(JNIEnv* pEnv, jstring jText) {
     if (jText == nullptr) {
         return {};
@@ -56,7 +56,7 @@ inline std::wstring HandWideText(JNIEnv* pEnv, jstring jText) {
     return szWide.get();
 }
 
-// In the encoding of the locale: its length first, then the text.
+// Encodes in the locale's encoding: first the length, then the text.
 inline std::string HandNarrowText(const std::wstring& strWide) {
     const std::size_t cb = std::wcstombs(nullptr, strWide.c_str(), 0);
     std::string strNarrow(cb == static_cast<std::size_t>(-1) ? 0 : cb, 0);
@@ -73,10 +73,10 @@ inline jstring HandJavaText(JNIEnv* pEnv, const char* pszText) {
     return static_cast<jstring>(pEnv->NewObject(jString, constructor, jBytes, pEnv->NewStringUTF("utf-8")));
 }
 
-// The log of the natives by hand, with a writer thread of its own. Once for a process.
+// The natives' log by hand, with its own writer thread. One per process.
 class HandLog {
 public:
-    // Null until Start.
+    // Null before Start.
     static HandLog*& Instance() {
         static HandLog* s_pLog = nullptr;
         return s_pLog;
@@ -89,10 +89,10 @@ public:
         pthread_create(&writer, nullptr, Write, Instance());
     }
 
-    // Nothing unless the log was started.
+    // Does nothing before Start.
     static void Trace(const wchar_t* pszFunction, const char* pszNarrowFunction, int nLine, const wchar_t* pszFormat) {
         if (HandLog* const pLog = Instance()) {
-            // Narrow text where wide text is expected: four characters of it in one.
+            // The format expects wide text but gets narrow text, so one character holds four.
             alignas(wchar_t) char szName[64] = {};
             std::strncpy(szName, pszNarrowFunction, sizeof szName - sizeof(wchar_t));
             pLog->m_log.Record(L"[INFO] ", L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", pszFunction, nLine, pszFormat,

@@ -1,4 +1,4 @@
-// The class vex.bench.HandWrittenBridge: natives over the toolkit, written by hand.
+// The class vex.bench.HandWrittenBridge: natives that call the toolkit, written by hand.
 #include "HandJni.h"
 #include "VCTK.h"
 #include "vex_bench_HandWrittenBridge.h"

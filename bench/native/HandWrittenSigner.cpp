@@ -1,6 +1,6 @@
-// The class vex.bench.HandWrittenSigner: signatures from Java by a native that calls OpenSSL itself, with the calls
-// that the toolkit makes. "contract": with what the bridge's contract asks for around them (conversion by way of wide
-// text, records in the log, a result fetched in two steps); "straight": with nothing that could be left out.
+// The class vex.bench.HandWrittenSigner: natives that sign with the same OpenSSL calls as the toolkit. "contract" also
+// does what the bridge's contract requires: conversion by way of wide text, log records, fetching the result in two
+// steps. "straight" leaves out everything that it can.
 #include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>

@@ -1,4 +1,4 @@
-// A toolkit that does nothing: every operation succeeds, and every text is as long as an RSA-2048 signature.
+// A toolkit that does nothing. Every operation succeeds, and every text is as long as an RSA-2048 signature.
 #include <cstring>
 
 #include "VCTK.h"

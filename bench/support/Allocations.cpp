@@ -21,7 +21,7 @@ void* Allocate(std::size_t cb) {
 }  // namespace
 }  // namespace bench
 
-// Not inline: where the compiler sees malloc and free it takes them for a mismatch with new and delete.
+// Not inline: if the compiler sees malloc and free, it warns about a mismatch with new and delete.
 [[gnu::noinline]] void* operator new(std::size_t cb) {
     return bench::Allocate(cb);
 }

@@ -1,4 +1,4 @@
-// How often the calling thread asks for memory: a program with Allocations.cpp counts operator new.
+// Counts the allocations of the calling thread. Allocations.cpp replaces operator new in the program.
 #pragma once
 
 namespace bench {

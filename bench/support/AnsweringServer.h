@@ -1,4 +1,4 @@
-// A server in a process of its own that answers every request with the bytes of its payload, one client at a time.
+// A server in its own process. It answers every request with that request's payload, one client at a time.
 #pragma once
 
 #include <arpa/inet.h>
@@ -46,7 +46,7 @@ public:
     AnsweringServer& operator=(const AnsweringServer&) = delete;
     ~AnsweringServer() { kill(m_nServer, SIGKILL); }
 
-    // The object of session 0 that it listens for.
+    // It listens for this object of session 0.
     USHORT Object() const { return static_cast<USHORT>(m_uPort - 8665); }
 
 private:

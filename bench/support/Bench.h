@@ -1,12 +1,11 @@
-// What the measuring programs have in common: settings and samples as lines that bench/report.py reads, clocks, and the
-// interleaving of what is compared.
+// What all benchmarks share: settings and samples as lines for bench/report.py, clocks, and taking turns.
 //
 //   question  <text>
 //   setting   <name>  <value>
 //   sample    <row>  <who>  <round>  <value>  <unit>       fields are separated by tabs
 //
-// A ratio is that of two samples of one round, which were taken a moment apart; what disturbs the machine disturbs
-// both.
+// A ratio compares two samples of one round. They are taken at almost the same time, so a disturbance of the machine
+// affects both.
 #pragma once
 
 #include <time.h>
@@ -29,7 +28,7 @@ inline double Seconds(clockid_t clock) {
 inline double WallSeconds() {
     return Seconds(CLOCK_MONOTONIC);
 }
-// Of the calling thread.
+// Processor time of the calling thread.
 inline double CpuSeconds() {
     return Seconds(CLOCK_THREAD_CPUTIME_ID);
 }
@@ -57,7 +56,7 @@ inline void Require(bool bHolds, const std::string& strWhat) {
     }
 }
 
-// The amounts of a run: NAME=NUMBER arguments. Printed when they are asked for.
+// The amounts of a run, from NAME=NUMBER arguments. Each is printed when the program asks for it.
 class Amounts {
 public:
     Amounts(int nArguments, char** ppszArguments) : m_arguments(ppszArguments + 1, ppszArguments + nArguments) {}
@@ -80,13 +79,13 @@ private:
     std::vector<std::string> m_arguments;
 };
 
-// One of those that are compared. fnMeasure does its work once and returns what that has cost.
+// A contestant of the comparison. fnMeasure does its work once and returns the cost.
 struct Candidate {
     std::string strWho;
     std::function<double()> fnMeasure;
 };
 
-// Takes turns, each time in another order, after one round that does not count.
+// Takes turns, each round in another order. The first round is a warm-up and does not count.
 inline void Interleave(const std::string& strRow, const char* pszUnit, int nRounds,
                        const std::vector<Candidate>& candidates) {
     for (int nRound = -1; nRound < nRounds; ++nRound) {

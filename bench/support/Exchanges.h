@@ -1,4 +1,4 @@
-// The exchanges that are compared, for a program of their own and for one inside a JVM.
+// The exchanges that are compared, both in their own program and inside a JVM.
 #pragma once
 
 #include <string>

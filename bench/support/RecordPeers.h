@@ -1,11 +1,11 @@
-// Loggers that others use, with a record of the length of ours, written nowhere.
+// Installed loggers that write a record of the same length as ours to nowhere.
 #pragma once
 
 #include <string>
 
 class RecordPeers {
 public:
-    // strDirectory: for what they insist on writing.
+    // strDirectory: a logger may write files there.
     explicit RecordPeers(const std::string& strDirectory);
 
     static void Spdlog();

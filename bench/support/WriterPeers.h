@@ -1,4 +1,4 @@
-// A logger that others use, writing lines of the length of ours into a file.
+// An installed logger that writes lines of the same length as ours to a file.
 #pragma once
 
 #include <string>
@@ -6,5 +6,5 @@
 class WriterPeer {
 public:
     explicit WriterPeer(const std::string& strFile);
-    void Write();  // with the kernel when it returns
+    void Write();  // when it returns, the kernel has the line
 };

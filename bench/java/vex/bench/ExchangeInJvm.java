@@ -2,7 +2,7 @@ package vex.bench;
 
 import java.util.Map;
 
-/** What one exchange costs inside a JVM, whose memory a process that it starts must not have to copy. */
+/** What one exchange costs inside a JVM: starting a process must not copy the JVM's memory. */
 final class ExchangeInJvm {
     private ExchangeInJvm() {}
 

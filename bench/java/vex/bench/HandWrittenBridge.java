@@ -1,6 +1,6 @@
 package vex.bench;
 
-/** Natives as the bridge has them, written by hand. */
+/** The bridge's natives, written by hand. */
 final class HandWrittenBridge {
     static native void startLog(String file);
 

@@ -4,7 +4,7 @@ import java.nio.file.Path;
 import java.util.Map;
 import vex.jni.TAVClientJNI;
 
-/** What one native costs over a toolkit that does nothing. */
+/** What one native costs with a toolkit that does nothing. */
 final class IdleNatives {
     private IdleNatives() {}
 

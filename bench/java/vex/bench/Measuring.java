@@ -8,11 +8,11 @@ import java.util.LinkedHashMap;
 import java.util.Locale;
 import java.util.Map;
 
-/** Settings, samples and turns, in the lines that bench/report.py reads. */
+/** Prints settings and samples as bench/report.py reads them, and takes turns between contestants. */
 final class Measuring {
-    /** One of those that are compared. */
+    /** A contestant of the comparison. */
     interface Candidate {
-        /** Does its work once and returns what that has cost. */
+        /** Does its work once and returns the cost. */
         double measure() throws Exception;
     }
 
@@ -44,12 +44,12 @@ final class Measuring {
         return arguments.get(name);
     }
 
-    /** Of the calling thread. */
+    /** Processor time of the calling thread. */
     static double cpuSeconds() {
         return THREADS.getCurrentThreadCpuTime() * 1e-9;
     }
 
-    /** Takes turns, each time in another order, after rounds that do not count. */
+    /** Takes turns, each round in another order. The warm-up rounds before them do not count. */
     static void interleave(String row, String unit, int warmUp, int rounds, Map<String, Candidate> candidates)
             throws Exception {
         Object[] names = candidates.keySet().toArray();
@@ -66,7 +66,7 @@ final class Measuring {
         System.out.flush();
     }
 
-    /** Returns when a log has not grown for a while: what one leaves to its writer must not disturb the next. */
+    /** Waits until a log stops growing, so that one contestant's log writer does not disturb the next contestant. */
     static void waitForWriter(Path log) throws Exception {
         long before = -1;
         for (long now; (now = Files.exists(log) ? Files.getLastModifiedTime(log).toMillis() : 0) != before;) {

@@ -25,7 +25,7 @@ import org.bouncycastle.operator.jcajce.JcaDigestCalculatorProviderBuilder;
 import vex.jni.TAVClientJNI;
 import vex.jni.TestStore;
 
-/** How many signatures a second Java gets: Base64 text for text, as the natives give it. */
+/** How many signatures per second Java gets: text in, Base64 text out, as with the natives. */
 final class Signatures {
     private interface Signer {
         String sign(String text) throws Exception;
@@ -137,7 +137,7 @@ final class Signatures {
             generator.generate(new CMSProcessableByteArray(text.getBytes(StandardCharsets.UTF_8)), false).getEncoded());
     }
 
-    /** Null without the module: SOFTHSM2_MODULE and SOFTHSM2_CONF name it, with a token in slot 0, PIN 1234. */
+    /** Uses SOFTHSM2_MODULE and SOFTHSM2_CONF, with a token in slot 0 and PIN 1234. Null if there is no module. */
     private Signer softHsm(TestStore.Identity identity) throws Exception {
         String module = System.getenv("SOFTHSM2_MODULE");
         if (module == null) {
@@ -154,7 +154,7 @@ final class Signatures {
         return jdk("SHA256withRSA", provider.getName(), (PrivateKey) store.getKey("bench", null));
     }
 
-    /** A number of texts for a while. */
+    /** Signs a number of texts over and over for some time. */
     private double perCpuSecond(Signer signer, String text) throws Exception {
         int signatures = 0;
         double begin = Measuring.cpuSeconds();
@@ -178,8 +178,8 @@ final class Signatures {
     }
 
     /**
-     * A number of texts, one thread for each object: a thread takes the next text when it is done with one, so that
-     * all of them are busy to the end wherever the log's writer takes its time from. Signatures of all in a second.
+     * Signs a number of texts with one thread per object. Each thread takes the next text when it is done, so all
+     * threads stay busy to the end, whichever the log's writer slows down. Returns the signatures of all per second.
      */
     private double threads(String text, long... handles) throws Exception {
         CyclicBarrier together = new CyclicBarrier(handles.length + 1);
