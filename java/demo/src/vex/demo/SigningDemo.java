@@ -2,37 +2,49 @@ package vex.demo;
 
 import java.io.ByteArrayInputStream;
 import java.io.IOException;
+import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.security.GeneralSecurityException;
-import java.security.MessageDigest;
 import java.security.Signature;
-import java.security.cert.Certificate;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
-import java.util.Arrays;
 import java.util.Base64;
-import java.util.Collection;
-import java.util.HexFormat;
+import java.util.HashMap;
 import java.util.List;
-import java.util.Locale;
-import java.util.Optional;
+import java.util.Map;
+import vex.client.CertificateInfo;
+import vex.client.CmsOption;
+import vex.client.SigningClient;
+import vex.client.SigningException;
 
-/** Signs a text in every way there is, writes the signatures to files and verifies them. */
+/** Signs a text in every form, writes the signatures to files, and verifies the P1 signature with the JDK. */
 public final class SigningDemo {
     private static final int EXIT_FAILED = 1;
     private static final int EXIT_USAGE = 2;
-    private static final String EMAIL_PROTECTION = "1.3.6.1.5.5.7.3.4";
 
-    private final Arguments arguments;
-    private final Content content;
-    private final OutputDirectory out;
+    private static final String USAGE = String.join(System.lineSeparator(),
+        "Usage: java -jar tavclientjni-demo.jar [option...] text",
+        "",
+        "Signs the text in every form, writes the signatures to files, and verifies the P1 signature with the JDK.",
+        "",
+        "  --store URI           the certificate store (default: demo:), for example",
+        "                        file:/home/me/keys.p12?pin-source=file:/home/me/pin",
+        "  --key-algorithm NAME  sign with a key of this algorithm, RSA or EC (default: any)",
+        "  --out DIR             write the files to this directory (default: signing-demo); files there are replaced",
+        "  --help                print this text",
+        "  --                    end of the options, for a text that begins with --",
+        "",
+        "Exit status: 0 when the text was signed and verified, 1 on failure, 2 when the command line is wrong.");
 
-    private SigningDemo(Arguments arguments) throws DemoException {
-        this.arguments = arguments;
-        content = readContent(arguments);
-        out = new OutputDirectory(arguments.out);
+    private final SigningClient client;
+    private final Path out;
+
+    private SigningDemo(SigningClient client, Path out) {
+        this.client = client;
+        this.out = out;
     }
 
     /**
@@ -45,183 +57,108 @@ public final class SigningDemo {
     }
 
     private static int run(String[] args) {
-        try {
-            Arguments arguments = Arguments.parse(args);
-            if (arguments.help) {
-                System.out.println(Arguments.USAGE);
-            } else {
-                new SigningDemo(arguments).run();
+        Map<String, String> options =
+            new HashMap<>(Map.of("--store", "demo:", "--key-algorithm", "", "--out", "signing-demo"));
+        int next = 0;
+        while (next < args.length && args[next].startsWith("--")) {
+            String option = args[next++];
+            if (option.equals("--")) {
+                break;
             }
+            if (option.equals("--help")) {
+                System.out.println(USAGE);
+                return 0;
+            }
+            if (!options.containsKey(option)) {
+                return fail(EXIT_USAGE, "Unknown option " + option + ".");
+            }
+            if (next == args.length) {
+                return fail(EXIT_USAGE, "A value is missing after " + option + ".");
+            }
+            options.put(option, args[next++]);
+        }
+        if (args.length - next != 1) {
+            return fail(EXIT_USAGE, "Give one text to sign; put quotation marks around it.");
+        }
+        return run(options, args[next]);
+    }
+
+    private static int run(Map<String, String> options, String text) {
+        SigningClient.Builder builder = SigningClient.store(options.get("--store"));
+        if (!options.get("--key-algorithm").isEmpty()) {
+            builder.keyAlgorithm(options.get("--key-algorithm"));
+        }
+        try (SigningClient client = builder.open()) {
+            Path out = Files.createDirectories(Path.of(options.get("--out")));
+            new SigningDemo(client, out).run(text);
             return 0;
-        } catch (DemoException.Usage e) {
-            System.err.println(e.getMessage() + ".");
-            System.err.println(Arguments.USAGE);
-            return EXIT_USAGE;
-        } catch (DemoException | UnsatisfiedLinkError e) {
-            System.err.println(e.getMessage());
-            return EXIT_FAILED;
+        } catch (SigningException e) {
+            return fail(EXIT_FAILED, e.getMessage() + " (toolkit error " + e.number() + ").");
+        } catch (IOException | InvalidPathException e) {
+            return fail(EXIT_FAILED, "Cannot write the signatures to " + options.get("--out") + ": " + e);
         } catch (GeneralSecurityException e) {
-            System.err.println("The JDK's cryptography failed: " + e);
-            return EXIT_FAILED;
+            return fail(EXIT_FAILED, "The JDK cannot verify the P1 signature: " + e);
+        } catch (UnsatisfiedLinkError e) {
+            return fail(EXIT_FAILED, e.getMessage());
         }
     }
 
-    private void run() throws DemoException, GeneralSecurityException {
-        try (Signer signer = new Signer(arguments.store)) {
-            signer.setDigest(arguments.digest);
-            for (Arguments.Filter filter : arguments.filters) {
-                signer.addFilter(filter.type(), filter.value());
-            }
-            List<CertificateRecord> records = listCertificates(signer);
-
-            System.out.println();
-            System.out.println("Signing " + content.bytes().length + " bytes ("
-                + (content.isText() ? "a text" : "given as Base64") + ") with digest " + arguments.digest + ":");
-            Path contentFile = out.write("content.bin", content.bytes(), "what is signed, byte for byte");
-            byte[] p1 = signP1(signer);
-            byte[][] p7 = new byte[P7Form.values().length][];
-            for (P7Form form : P7Form.values()) {
-                p7[form.ordinal()] = signP7(signer, form);
-            }
-
-            System.out.println();
-            System.out.println("Verifying:");
-            X509Certificate certificate = signerCertificate(p7[P7Form.DETACHED_WITH_CERTIFICATE.ordinal()], records);
-            Path certificateFile =
-                out.writePem("cert.pem", "CERTIFICATE", certificate.getEncoded(), "the certificate, as PEM");
-            verifyP1(p1, certificate);
-            verifyP7(contentFile, certificateFile, certificate);
+    private static int fail(int status, String message) {
+        System.err.println(message);
+        if (status == EXIT_USAGE) {
+            System.err.println(USAGE);
         }
+        return status;
     }
 
-    private static Content readContent(Arguments arguments) throws DemoException {
-        if (arguments.text != null) {
-            return arguments.form == Arguments.Form.BASE64
-                ? Content.ofBase64(arguments.text)
-                : Content.ofText(arguments.text);
-        }
-        String source = arguments.file == null ? "Standard input" : "The file " + arguments.file;
-        byte[] bytes;
-        try {
-            bytes = arguments.file == null ? System.in.readAllBytes() : Files.readAllBytes(arguments.file);
-        } catch (IOException e) {
-            throw new DemoException(source + " cannot be read: " + e);
-        }
-        return switch (arguments.form) {
-            case TEXT -> Content.ofText(Content.decodeUtf8(source, bytes));
-            case BASE64 -> Content.ofBase64(new String(bytes, StandardCharsets.ISO_8859_1));
-            case BINARY -> Content.ofBytes(bytes);
-        };
+    private void run(String text) throws GeneralSecurityException, IOException {
+        List<CertificateInfo> certificates = client.certificates();
+        System.out.println("Certificates that can sign: " + certificates.size());
+        certificates.forEach(certificate -> System.out.println("  " + certificate));
+
+        // The toolkit signs a text in the encoding of the process locale. Java 17 and newer keep its name here.
+        byte[] content = text.getBytes(Charset.forName(System.getProperty("native.encoding")));
+        byte[] p1 = client.signPkcs1(text);
+        System.out.println("Signed " + content.length + " bytes:");
+        write("content.bin", content, "the signed bytes");
+        write("p1.sig", p1, "P1");
+        byte[] p7 = signCms(text, "p7-detached-cert.der", CmsOption.DETACHED, CmsOption.INCLUDE_CERTIFICATE);
+        signCms(text, "p7-detached.der", CmsOption.DETACHED);
+        signCms(text, "p7-attached-cert.der", CmsOption.INCLUDE_CERTIFICATE);
+        signCms(text, "p7-attached.der");
+
+        X509Certificate certificate = (X509Certificate) CertificateFactory.getInstance("X.509")
+            .generateCertificates(new ByteArrayInputStream(p7)).iterator().next();
+        String pem = "-----BEGIN CERTIFICATE-----\n"
+            + Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(certificate.getEncoded())
+            + "\n-----END CERTIFICATE-----\n";
+        write("cert.pem", pem.getBytes(StandardCharsets.US_ASCII), "the certificate of the signer");
+        verify(p1, content, certificate);
     }
 
-    private static List<CertificateRecord> listCertificates(Signer signer) throws DemoException {
-        List<CertificateRecord> records = signer.certificates();
-        if (records.isEmpty()) {
-            throw new DemoException("No certificate of the store can sign: each is expired, lacks its private key,"
-                + " is not for signing or does not pass the filters.");
-        }
-        System.out.println(records.size() + (records.size() == 1 ? " certificate" : " certificates") + " can sign:");
-        for (CertificateRecord record : records) {
-            System.out.println("  " + record.describe());
-        }
-        return records;
-    }
-
-    private byte[] signP1(Signer signer) throws DemoException {
-        String base64 = signer.signP1(content);
-        byte[] signature = Base64.getDecoder().decode(base64);
-        out.write("p1.b64", (base64 + "\n").getBytes(StandardCharsets.US_ASCII), "the P1 signature in Base64");
-        out.write("p1.sig", signature, "the same in binary");
+    private byte[] signCms(String text, String name, CmsOption... options)
+            throws GeneralSecurityException, IOException {
+        byte[] signature = client.signCms(text, options);
+        List<CmsOption> chosen = List.of(options);
+        write(name, signature, "P7, " + (chosen.contains(CmsOption.DETACHED) ? "detached " : "attached ")
+            + (chosen.contains(CmsOption.INCLUDE_CERTIFICATE) ? "with" : "without") + " certificate");
         return signature;
     }
 
-    private byte[] signP7(Signer signer, P7Form form) throws DemoException {
-        byte[] signature = Base64.getDecoder().decode(signer.signP7(content, form.detached, form.withCertificate));
-        out.write(form.fileName + ".der", signature, form.description);
-        out.writePem(form.fileName + ".pem", "CMS", signature, "the same as PEM");
-        return signature;
+    private void write(String name, byte[] content, String what) throws IOException {
+        System.out.println("  " + Files.write(out.resolve(name), content) + " (" + what + ")");
     }
 
-    /** The certificate inside a P7 signature that includes it. */
-    private static X509Certificate signerCertificate(byte[] p7, List<CertificateRecord> records)
-            throws DemoException, GeneralSecurityException {
-        Collection<? extends Certificate> inside =
-            CertificateFactory.getInstance("X.509").generateCertificates(new ByteArrayInputStream(p7));
-        if (inside.size() != 1) {
-            throw new DemoException("The P7 signature contains " + inside.size() + " certificates, not one.");
-        }
-        X509Certificate certificate = (X509Certificate) inside.iterator().next();
-        byte[] digest = MessageDigest.getInstance("SHA-256").digest(certificate.getEncoded());
-        String fingerprint = HexFormat.of().withUpperCase().formatHex(digest);
-        for (CertificateRecord record : records) {
-            if (record.fingerprint().equalsIgnoreCase(fingerprint)) {
-                System.out.println("  signed by the " + record.keyAlgorithm() + " certificate of " + record.subject());
-                return certificate;
-            }
-        }
-        throw new DemoException("The certificate that signed is not in the list: SHA-256 " + fingerprint + ".");
-    }
-
-    private void verifyP1(byte[] p1, X509Certificate certificate) throws DemoException, GeneralSecurityException {
-        String algorithm = jdkAlgorithm(arguments.digest, certificate.getPublicKey().getAlgorithm());
+    private static void verify(byte[] p1, byte[] content, X509Certificate certificate)
+            throws GeneralSecurityException {
+        String key = certificate.getPublicKey().getAlgorithm();
+        String algorithm = "SHA256with" + (key.equals("EC") ? "ECDSA" : key);
         Signature verifier = Signature.getInstance(algorithm);
-        verifier.initVerify(certificate.getPublicKey());
-        verifier.update(content.bytes());
+        verifier.initVerify(certificate);
+        verifier.update(content);
         if (!verifier.verify(p1)) {
-            throw new DemoException("The JDK (" + algorithm + ") refuses the P1 signature.");
+            throw new GeneralSecurityException("the signature does not match the text and the certificate");
         }
-        System.out.println("  P1: good (the JDK's " + algorithm + ")");
-    }
-
-    private void verifyP7(Path contentFile, Path certificateFile, X509Certificate certificate)
-            throws DemoException, GeneralSecurityException {
-        Optional<OpenSsl> openSsl = OpenSsl.find();
-        if (openSsl.isEmpty()) {
-            System.out.println("  P7: not verified here, the openssl command is not on the PATH");
-            return;
-        }
-        List<String> purposes = certificate.getExtendedKeyUsage();
-        boolean forMail = purposes == null || purposes.contains(EMAIL_PROTECTION);
-        Path recovered = out.path("recovered.bin");
-        for (P7Form form : P7Form.values()) {
-            List<String> command = OpenSsl.verifyCommand(out.path(form.fileName + ".der"),
-                form.detached ? contentFile : null, certificateFile, form.withCertificate, forMail, recovered);
-            System.out.println("  " + OpenSsl.quote(command));
-            try {
-                openSsl.get().run(command);
-                if (!Arrays.equals(Files.readAllBytes(recovered), content.bytes())) {
-                    throw new DemoException("openssl verified other content than was signed: see " + recovered);
-                }
-                Files.delete(recovered);
-            } catch (IOException e) {
-                throw new DemoException("What openssl verified cannot be read: " + e);
-            }
-            System.out.println("  P7, " + form.description + ": good (openssl)");
-        }
-    }
-
-    /** The JDK's name for a signature algorithm, for example SHA256withECDSA. */
-    private static String jdkAlgorithm(String digest, String keyAlgorithm) {
-        String name = digest.toUpperCase(Locale.ROOT).replaceFirst("^SHA(2-|-)", "SHA");
-        return name + "with" + (keyAlgorithm.equals("EC") ? "ECDSA" : keyAlgorithm);
-    }
-
-    private enum P7Form {
-        DETACHED_WITH_CERTIFICATE(true, true, "p7-detached-cert"),
-        DETACHED(true, false, "p7-detached"),
-        ATTACHED_WITH_CERTIFICATE(false, true, "p7-attached-cert"),
-        ATTACHED(false, false, "p7-attached");
-
-        final boolean detached;
-        final boolean withCertificate;
-        final String fileName;
-        final String description;
-
-        P7Form(boolean detached, boolean withCertificate, String fileName) {
-            this.detached = detached;
-            this.withCertificate = withCertificate;
-            this.fileName = fileName;
-            description = (detached ? "detached " : "attached ") + (withCertificate ? "with" : "without") + " certificate";
-        }
+        System.out.println("P1: good (the JDK's " + algorithm + ")");
     }
 }

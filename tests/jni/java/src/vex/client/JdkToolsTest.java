@@ -10,7 +10,6 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.io.Reader;
 import java.math.BigInteger;
-import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -36,6 +35,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
+import vex.jni.Run;
 import vex.jni.TestStore;
 
 /** The JDK's own tools, with the provider on their command line, sign with keys of both kinds. */
@@ -60,26 +60,12 @@ class JdkToolsTest {
         return TestStore.identity(algorithm.equals("EC") ? "secp256r1" : algorithm, "CN=Signer", 1, 30, 0);
     }
 
-    private record Run(int status, String output) {
-        Run succeeded() {
-            assertEquals(0, status, output);
-            return this;
-        }
-    }
-
     private Run run(List<String> command) throws Exception {
         ProcessBuilder builder = new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true);
         builder.environment().put("SOFTHSM2_CONF", directory.resolve("softhsm2.conf").toString());
         // Each tool is a JVM that ends before the compiler's best work pays.
         builder.environment().put("JAVA_TOOL_OPTIONS", "-XX:TieredStopAtLevel=1 -XX:+UseSerialGC");
-        Process process = builder.start();
-        process.getOutputStream().close();
-        String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
-        return new Run(process.waitFor(), output);
-    }
-
-    private static String program(String name) {
-        return Path.of(System.getProperty("java.home"), "bin", name).toString();
+        return Run.of(builder);
     }
 
     private Run tool(String name, String... arguments) throws Exception {
@@ -87,7 +73,7 @@ class JdkToolsTest {
     }
 
     private Run toolWithStore(String store, String name, String... arguments) throws Exception {
-        List<String> command = new ArrayList<>(List.of(program(name),
+        List<String> command = new ArrayList<>(List.of(Run.jdkProgram(name),
             "-J--enable-native-access=ALL-UNNAMED", "-J--class-path=tavclientjni-bundled.jar", "-keystore", "NONE",
             "-storetype", "VexClient", "-storepass", TestStore.PIN, "-providerClass", SigningProvider.class.getName(),
             "-providerArg", store));
@@ -171,7 +157,7 @@ class JdkToolsTest {
         Path configuration = Files.writeString(directory.resolve(subject + ".cfg"), "name = Test\nlibrary = "
             + System.getProperty("vex.test.softhsm") + "\nslotListIndex = 0\n"
             + "attributes(import,CKO_PRIVATE_KEY,*) = {\n" + attribute + "\n}\n");
-        run(List.of(program("keytool"), "-importkeystore", "-noprompt", "-srckeystore", file.toString(),
+        run(List.of(Run.jdkProgram("keytool"), "-importkeystore", "-noprompt", "-srckeystore", file.toString(),
             "-srcstoretype", "PKCS12", "-srcstorepass", TestStore.PIN, "-srcalias", "key0", "-destalias", subject,
             "-destkeystore", "NONE", "-deststoretype", "PKCS11", "-deststorepass", TestStore.PIN, "-addprovider",
             "SunPKCS11", "-providerArg", configuration.toString())).succeeded();

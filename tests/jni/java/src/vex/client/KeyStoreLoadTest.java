@@ -42,6 +42,7 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.EnumSource;
 import org.junit.jupiter.params.provider.ValueSource;
+import vex.jni.Run;
 import vex.jni.TestStore;
 
 /** What makes loading a KeyStore fail, what does not, and how the reason is told. */
@@ -190,12 +191,11 @@ class KeyStoreLoadTest {
             StandardOpenOption.APPEND);
         String jars = System.getProperty("vex.test.jar") + ":"
             + Path.of(KeyStoreLoadTest.class.getProtectionDomain().getCodeSource().getLocation().toURI());
-        Process process = new ProcessBuilder(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
+        Run run = Run.of(new ProcessBuilder(Run.jdkProgram("java"),
             "--enable-native-access=ALL-UNNAMED", "--limit-modules", "java.base",
-            "-Dvex.jni.library=" + System.getProperty("vex.jni.library"), "-cp", jars, CountKeys.class.getName(), uri)
-            .redirectError(ProcessBuilder.Redirect.INHERIT).start();
-        assertEquals("false 1\n", new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8));
-        assertEquals(0, process.waitFor());
+            "-Dvex.jni.library=" + System.getProperty("vex.jni.library"), "-cp", jars, CountKeys.class.getName(), uri));
+        assertEquals("false 1\n", run.output(), run.errors());
+        assertEquals(0, run.status(), run.errors());
     }
 
     /** Prints whether there is a module for logging, and the number of keys in a store. */

@@ -31,7 +31,7 @@ final class ForkingJvm {
         }
         NATIVES.GetLastError(0);
         for (String way : List.of("FORK", "VFORK", "POSIX_SPAWN")) {
-            List<String> command = List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
+            List<String> command = List.of(Run.jdkProgram("java"),
                 "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx64m", "--enable-native-access=ALL-UNNAMED",
                 "-Djdk.lang.Process.launchMechanism=" + way,
                 "-Dvex.jni.library=" + System.getProperty("vex.jni.library"),

@@ -166,7 +166,7 @@ final class JvmEnds {
             this.with = with;
             own = Files.createTempDirectory(directory, way.toString());
             List<String> command = new ArrayList<>(List.of(
-                Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xshare:auto",
+                Run.jdkProgram("java"), "-Xshare:auto",
                 "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-Xmx64m", "--enable-native-access=ALL-UNNAMED",
                 "-XX:ErrorFile=" + own.resolve("crash"), "-Dvex.jni.library=" + System.getProperty("vex.jni.library"),
                 "-cp", System.getProperty("java.class.path"), "vex.jni.EndingJvm", way.toString(),

@@ -3,7 +3,6 @@ package vex.jni;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import java.nio.charset.Charset;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -72,14 +71,9 @@ class LibraryLoadingTest {
     }
 
     private static String runJava(String... options) throws Exception {
-        String java = Path.of(System.getProperty("java.home"), "bin", "java").toString();
-        List<String> command = new ArrayList<>(List.of(java, "--enable-native-access=ALL-UNNAMED"));
+        List<String> command = new ArrayList<>(List.of(Run.jdkProgram("java"), "--enable-native-access=ALL-UNNAMED"));
         command.addAll(List.of(options));
         command.addAll(List.of("-cp", System.getProperty("java.class.path"), PrintVersion.class.getName()));
-        Process process = new ProcessBuilder(command).redirectErrorStream(true).start();
-        process.getOutputStream().close();
-        String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
-        process.waitFor();
-        return output.strip();
+        return Run.of(new ProcessBuilder(command).redirectErrorStream(true)).output().strip();
     }
 }

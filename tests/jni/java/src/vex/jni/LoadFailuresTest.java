@@ -9,7 +9,6 @@ import java.lang.ref.WeakReference;
 import java.lang.reflect.Method;
 import java.net.URL;
 import java.net.URLClassLoader;
-import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -219,17 +218,13 @@ class LoadFailuresTest {
 
     private static String java(List<String> before, String... arguments) throws Exception {
         List<String> command = new ArrayList<>(before);
-        command.add(Path.of(System.getProperty("java.home"), "bin", "java").toString());
+        command.add(Run.jdkProgram("java"));
         command.addAll(List.of(arguments));
         return run(command);
     }
 
     private static String run(List<String> command) throws Exception {
-        Process process = new ProcessBuilder(command).redirectErrorStream(true).start();
-        process.getOutputStream().close();
-        String output = new String(process.getInputStream().readAllBytes(), Charset.defaultCharset());
-        process.waitFor();
-        return output;
+        return Run.of(new ProcessBuilder(command).redirectErrorStream(true)).output();
     }
 
     @Test

@@ -1,7 +1,5 @@
 package vex.jni;
 
-import static org.junit.jupiter.api.Assertions.assertEquals;
-
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -31,23 +29,17 @@ final class OpenSslCommand {
 
     /** Fails the test with what openssl printed unless its exit status is 0. */
     void run(String... arguments) throws Exception {
-        Result result = result(arguments);
-        assertEquals(0, result.status(), () -> String.join(" ", arguments) + ": " + result.output());
+        start(arguments).succeeded();
     }
 
     /** Whether its exit status is 0. */
     boolean accepts(String... arguments) throws Exception {
-        return result(arguments).status() == 0;
+        return start(arguments).status() == 0;
     }
 
-    private record Result(int status, String output) {}
-
-    private Result result(String... arguments) throws Exception {
+    private Run start(String... arguments) throws Exception {
         List<String> command = new ArrayList<>(List.of("openssl"));
         command.addAll(List.of(arguments));
-        Process process = new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true).start();
-        process.getOutputStream().close();
-        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        return new Result(process.waitFor(), output);
+        return Run.of(new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true));
     }
 }
