@@ -16,11 +16,11 @@ import java.util.Map;
 import javax.security.auth.x500.X500Principal;
 import vex.jni.VCTKError;
 
-/** What the toolkit tells of a certificate that could sign. Immutable; any thread may use it. */
+/** Describes a certificate that could sign. Immutable; any thread may use it. */
 public final class CertificateInfo {
     private static final int FIELDS = 7;
     private static final Map<String, String> KEYWORDS = keywords();
-    /** ISO 8601, and years before 1000 without leading zeros, which Instant.parse does not read. */
+    /** ISO 8601. Unlike Instant.parse, it reads years before 1000 without leading zeros. */
     private static final DateTimeFormatter TIME = new DateTimeFormatterBuilder()
         .appendValue(ChronoField.YEAR, 1, 4, SignStyle.NEVER)
         .appendPattern("-MM-dd'T'HH:mm:ssX")
@@ -60,7 +60,7 @@ public final class CertificateInfo {
             try {
                 return new CertificateInfo(fields);
             } catch (NumberFormatException | DateTimeParseException e) {
-                // As below: the toolkit's list is not what this class knows.
+                // The record is unknown; see below.
             }
         }
         throw SigningException.of(VCTKError.INTERNAL,
@@ -68,16 +68,16 @@ public final class CertificateInfo {
     }
 
     /**
-     * The serial number.
+     * Returns the serial number.
      *
-     * @return the number
+     * @return the number; a few certificates have a negative one
      */
     public BigInteger serial() {
         return serial;
     }
 
     /**
-     * The SHA-256 digest of the DER certificate, which names it uniquely.
+     * Returns the SHA-256 digest of the certificate's DER form.
      *
      * @return 64 upper-case hexadecimal digits
      */
@@ -86,7 +86,7 @@ public final class CertificateInfo {
     }
 
     /**
-     * When the certificate's validity begins.
+     * Returns the first second in which the certificate is valid.
      *
      * @return in whole seconds
      */
@@ -95,7 +95,7 @@ public final class CertificateInfo {
     }
 
     /**
-     * When the certificate's validity ends; it is valid in that second still.
+     * Returns the last second in which the certificate is valid.
      *
      * @return in whole seconds
      */
@@ -104,7 +104,7 @@ public final class CertificateInfo {
     }
 
     /**
-     * The key's algorithm.
+     * Returns the key's algorithm.
      *
      * @return {@code RSA} or {@code EC}
      */
@@ -113,18 +113,18 @@ public final class CertificateInfo {
     }
 
     /**
-     * The subject's name.
+     * Returns the subject's name.
      *
-     * @return equal to {@link java.security.cert.X509Certificate#getSubjectX500Principal} of the certificate, if all
-     *     its attributes are of types that Java knows by name; the string type of other values is not known here
-     * @throws IllegalStateException if Java cannot read the name; {@link #subjectText} has it all the same
+     * @return equal to {@link java.security.cert.X509Certificate#getSubjectX500Principal} of the certificate if
+     *     Java has names for all its attribute types. The string types of other values are not known here
+     * @throws IllegalStateException if Java cannot read the name; {@link #subjectText} returns it nevertheless
      */
     public X500Principal subject() {
         return toPrincipal(subject);
     }
 
     /**
-     * The subject's name as text.
+     * Returns the subject's name as text.
      *
      * @return RFC 4514 text
      */
@@ -133,18 +133,18 @@ public final class CertificateInfo {
     }
 
     /**
-     * The issuer's name.
+     * Returns the issuer's name.
      *
-     * @return equal to {@link java.security.cert.X509Certificate#getIssuerX500Principal} of the certificate, if all
-     *     its attributes are of types that Java knows by name; the string type of other values is not known here
-     * @throws IllegalStateException if Java cannot read the name; {@link #issuerText} has it all the same
+     * @return equal to {@link java.security.cert.X509Certificate#getIssuerX500Principal} of the certificate if
+     *     Java has names for all its attribute types. The string types of other values are not known here
+     * @throws IllegalStateException if Java cannot read the name; {@link #issuerText} returns it nevertheless
      */
     public X500Principal issuer() {
         return toPrincipal(issuer);
     }
 
     /**
-     * The issuer's name as text.
+     * Returns the issuer's name as text.
      *
      * @return RFC 4514 text
      */
@@ -152,7 +152,7 @@ public final class CertificateInfo {
         return toText(issuer);
     }
 
-    /** Fingerprints are equal. */
+    /** Two are equal if their fingerprints are. */
     @Override
     public boolean equals(Object other) {
         return other instanceof CertificateInfo && fingerprint.equals(((CertificateInfo) other).fingerprint);
@@ -163,7 +163,7 @@ public final class CertificateInfo {
         return fingerprint.hashCode();
     }
 
-    /** For people; its form may change. */
+    /** For people; the form may change. */
     @Override
     public String toString() {
         return keyAlgorithm + " certificate of " + subjectText() + ", serial number " + serial.toString(16)
@@ -174,12 +174,13 @@ public final class CertificateInfo {
         try {
             return new X500Principal(name, KEYWORDS);
         } catch (IllegalArgumentException e) {
-            throw new IllegalStateException("Java cannot read this name: " + name, e);
+            throw new IllegalStateException("Java cannot read the name " + name + "; use its text instead", e);
         }
     }
 
     /**
-     * The list's names have "\20" for each blank. Inside a value a blank needs no escape; at its ends it keeps one.
+     * Removes escapes that are not needed. The list writes each blank as "\20". Only blanks at the ends of a value need
+     * an escape.
      */
     static String toText(String name) {
         StringBuilder text = new StringBuilder();
@@ -192,7 +193,7 @@ public final class CertificateInfo {
                 text.append(begin || end ? "\\ " : " ");
                 begin = false;
             } else if (c == '\\' && i + 1 < name.length()) {
-                // A pair, so that the second backslash of "\\20" does not begin another escape.
+                // Copy both characters: the second backslash of "\\20" does not start another escape.
                 text.append(name, i, i + 2);
                 ++i;
                 begin = false;
@@ -204,7 +205,7 @@ public final class CertificateInfo {
         return text.toString();
     }
 
-    /** Attribute types by the names that the toolkit gives them, as far as Java does not know these itself. */
+    /** The toolkit's names of attribute types that Java has no names for, and their OIDs. */
     private static Map<String, String> keywords() {
         String[][] types = {
             {"SN", "2.5.4.4"},

@@ -10,11 +10,11 @@ import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
 import java.util.Collection;
 
-/** X.509 certificates. */
+/** Fingerprints of X.509 certificates, and the search for one. */
 final class Certificates {
     private Certificates() {}
 
-    /** As {@link CertificateInfo#fingerprint} writes it. */
+    /** In the form of {@link CertificateInfo#fingerprint}. */
     static String fingerprint(X509Certificate certificate) throws CertificateEncodingException {
         try {
             StringBuilder digits = new StringBuilder();
@@ -27,7 +27,7 @@ final class Certificates {
         }
     }
 
-    /** The certificate with this fingerprint in a CMS signature. */
+    /** Returns the certificate with this fingerprint from a CMS signature. */
     static X509Certificate find(byte[] cms, String fingerprint) throws CertificateException {
         CertificateFactory factory = CertificateFactory.getInstance("X.509");
         Collection<? extends Certificate> certificates;

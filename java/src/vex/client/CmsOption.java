@@ -1,10 +1,10 @@
 package vex.client;
 
-/** What a CMS signature is to be like; without any option it contains the content and no certificate. */
+/** An option of a CMS signature. Without options, a signature contains the content and no certificate. */
 public enum CmsOption {
-    /** The signature does not contain the content; whoever verifies needs the content as well. */
+    /** The signature does not contain the content. Verifying needs both. */
     DETACHED,
 
-    /** The signature contains the signer's certificate; without it, whoever verifies has to have it already. */
+    /** The signature contains the signer's certificate. Without this option, verifying needs the certificate too. */
     INCLUDE_CERTIFICATE
 }

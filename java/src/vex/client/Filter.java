@@ -8,7 +8,7 @@ import java.util.Objects;
 import javax.security.auth.x500.X500Principal;
 import vex.jni.TAVClientJNI;
 
-/** A condition that a certificate has to meet: the toolkit's number of its kind, and the value as it reads it. */
+/** A condition on certificates, in the form that the toolkit reads: the number of its type, and a value. */
 final class Filter {
     private final long type;
     private final String name;
@@ -62,7 +62,7 @@ final class Filter {
 
     static Filter keySizeAtLeast(int bits) {
         if (bits <= 0) {
-            throw new IllegalArgumentException("A key has at least one bit, not " + bits);
+            throw new IllegalArgumentException("The key size in bits must be positive, not " + bits);
         }
         return new Filter(TAVClientJNI.FILTER_KEY_SIZE, "key size at least", Integer.toString(bits));
     }
@@ -75,7 +75,7 @@ final class Filter {
         return new Filter(TAVClientJNI.FILTER_ISSUER_NAME, "issuer", toAsciiName(issuer));
     }
 
-    /** The toolkit's number for this kind of filter. */
+    /** One of the FILTER_ constants of {@link TAVClientJNI}. */
     long type() {
         return type;
     }
@@ -91,7 +91,7 @@ final class Filter {
 
     private static String join(Object... names) {
         if (names.length == 0) {
-            throw new IllegalArgumentException("At least one usage has to be named");
+            throw new IllegalArgumentException("No usage is given; give at least one");
         }
         StringBuilder list = new StringBuilder();
         for (Object name : names) {
@@ -100,7 +100,7 @@ final class Filter {
         return list.toString();
     }
 
-    /** RFC 4514 text with everything else than ASCII as hexadecimal pairs, so that every locale can encode it. */
+    /** RFC 4514 text in ASCII, which every locale can encode: other characters are written as hexadecimal pairs. */
     private static String toAsciiName(X500Principal name) {
         StringBuilder ascii = new StringBuilder();
         for (byte b : name.getName(X500Principal.RFC2253).getBytes(StandardCharsets.UTF_8)) {

@@ -27,7 +27,7 @@ public enum KeyUsage {
         this.text = text;
     }
 
-    /** Its name in RFC 5280. */
+    /** Returns the name in RFC 5280, for example {@code digitalSignature}. */
     @Override
     public String toString() {
         return text;

@@ -8,18 +8,18 @@ import java.util.HashSet;
 import java.util.Set;
 
 /**
- * Closes the sessions whose owners became unreachable without closing them. Its daemon thread lives only while there
- * are open sessions, and holds on to nothing of the code that started it, so that a class loader that is done with this
- * package can be collected. Any thread may call any method.
+ * Closes the sessions of owners that became unreachable without being closed. Its daemon thread exists only while
+ * sessions are open, and it keeps no reference to the code that started it. So the class loader of this package can be
+ * collected. Any thread may call any method.
  */
 final class Reaper {
     private static final ReferenceQueue<Object> QUEUE = new ReferenceQueue<>();
-    private static final Set<Ticket> OPEN = new HashSet<>();  // guarded by itself, as the next
-    private static boolean running;
+    private static final Set<Ticket> OPEN = new HashSet<>();  // guarded by itself
+    private static boolean running;                           // guarded by OPEN
 
     private Reaper() {}
 
-    /** Stands for an owner; knows its session. */
+    /** Stands for an owner, without keeping it reachable, and knows its session. */
     static final class Ticket extends PhantomReference<Object> {
         private final Session session;
 
@@ -28,18 +28,18 @@ final class Reaper {
             this.session = session;
         }
 
-        /** Closes the session, for the owner or instead of it. */
+        /** Closes the session. Called by the owner, or by the thread after the owner became unreachable. */
         void close() {
             session.close();
             synchronized (OPEN) {
                 if (OPEN.remove(this) && OPEN.isEmpty()) {
-                    enqueue();  // wakes the thread, which has nothing left to do
+                    enqueue();  // wakes the thread, which then ends
                 }
             }
         }
     }
 
-    /** The session is closed with the ticket, at the latest some time after the owner became unreachable. */
+    /** Closes the session when the ticket is closed, or some time after the owner became unreachable. */
     static Ticket register(Object owner, Session session) {
         Ticket ticket = new Ticket(owner, session);
         synchronized (OPEN) {
@@ -52,7 +52,7 @@ final class Reaper {
         return ticket;
     }
 
-    /** True while the thread is there, for tests. */
+    /** True while the thread exists; for tests. */
     static boolean isRunning() {
         synchronized (OPEN) {
             return running;
@@ -64,7 +64,7 @@ final class Reaper {
             try {
                 ((Ticket) QUEUE.remove()).close();
             } catch (InterruptedException e) {
-                // Nobody has a reason to interrupt it; sessions would stay open if it ended.
+                // Go on: if the thread ended, sessions would stay open.
             }
             synchronized (OPEN) {
                 if (OPEN.isEmpty()) {
@@ -75,7 +75,7 @@ final class Reaper {
         }
     }
 
-    /** Privileged, so that the thread inherits none of the callers' protection domains, and with them their loaders. */
+    /** Privileged: otherwise the thread would keep the callers' protection domains, and with them their loaders. */
     private static void startThread() {
         AccessController.doPrivileged((PrivilegedAction<Void>) () -> {
             Thread thread = newThread(Reaper::run, "vex.client reaper");
@@ -86,7 +86,7 @@ final class Reaper {
         });
     }
 
-    /** From Java 9 on without the inheritable thread locals of the calling thread, which may hold on to anything. */
+    /** From Java 9 on, the thread does not inherit the thread locals of its caller, which may refer to anything. */
     private static Thread newThread(Runnable body, String name) {
         try {
             return Thread.class

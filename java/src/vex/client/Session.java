@@ -7,25 +7,25 @@ import vex.jni.TAVClientJNI;
 import vex.jni.VCTKError;
 
 /**
- * An open handle: turns failures into exceptions, and sees to it that the handle is finalized once and never while a
- * native is at work on it. Any thread may call any method.
+ * An open handle. Turns failures into exceptions, and finalizes the handle exactly once, never while a native uses it.
+ * Any thread may call any method.
  *
- * <p>A failure's number and text are asked for on the failed call's thread before anything else happens there, so that
- * they are that call's whatever other threads do with the handle.
+ * <p>After a failure, the same thread asks for its number and text at once. So they always belong to the failed call,
+ * whatever other threads do with the handle.
  */
 final class Session {
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
 
-    /** The natives convert up to this many characters; beyond it they refuse without a reason. */
+    /** The natives refuse longer texts without giving a reason. */
     static final int MAX_CHARACTERS = (Integer.MAX_VALUE - 4) / 4;
-    /** So many bytes are that many characters of Base64. */
+    /** The number of bytes whose Base64 form has MAX_CHARACTERS. */
     static final int MAX_BYTES = MAX_CHARACTERS / 4 * 3;
 
     private static final int CLOSED = Integer.MIN_VALUE;
 
     final long handle;
     private final int chooseSingle;
-    /** The number of calls under way; with the sign bit once closed. */
+    /** The number of calls in progress. The sign bit is set when the session is closed. */
     private final AtomicInteger state = new AtomicInteger();
 
     private Session(long handle, boolean chooseSingle) {
@@ -33,13 +33,13 @@ final class Session {
         this.chooseSingle = chooseSingle ? 1 : 0;
     }
 
-    /** @param store the initialisation text; never repeated in an exception */
+    /** @param store the URI; no exception contains it */
     static Session open(String store, boolean chooseSingle) throws SigningException {
-        long handle = NATIVES.Initialize(null, requireText("The store's name", store));
+        long handle = NATIVES.Initialize(null, requireText("The store URI", store));
         if (handle == 0) {
             int number = (int) NATIVES.GetLastError(0);
             throw number == VCTKError.OK
-                ? SigningException.of(VCTKError.INTERNAL, "the store was not opened, and no reason is given")
+                ? SigningException.of(VCTKError.INTERNAL, "the toolkit did not open the store and gave no reason")
                 : new SigningException(number, VCTKError.message(number));
         }
         Session session = new Session(handle, chooseSingle);
@@ -91,7 +91,7 @@ final class Session {
         return text(natives -> natives.GetCertList(handle));
     }
 
-    /** The handle is finalized at once, or by the last of the calls that are under way. */
+    /** Finalizes the handle now, or lets the last of the calls in progress do it. */
     void close() {
         int before = state.getAndUpdate(calls -> calls | CLOSED);
         if (before == 0) {
@@ -150,21 +150,21 @@ final class Session {
         return Base64.getDecoder().decode(text(call));
     }
 
-    /** Why the calling thread's last call failed. */
+    /** The exception for the failed call that the calling thread has just made. */
     private SigningException failure(String what) {
         int number = (int) NATIVES.GetLastError(handle);
         String message = NATIVES.GetLastErrorMessage(handle);
-        // A later failure for want of memory may leave the last error as it is: no older one may be there to be taken
-        // for its reason. Success removes it, and this setting stays what it is.
+        // A call that fails when memory runs out may leave the last error unchanged. So the old error is removed here:
+        // a successful call removes it, and this one changes no setting.
         NATIVES.SetChooseSingleCert(handle, chooseSingle);
         if (number == VCTKError.OK) {
             return SigningException.of(VCTKError.INTERNAL,
-                what + "the toolkit gives no reason; the process may be out of memory");
+                what + "the toolkit gave no reason; the process may be out of memory");
         }
         return new SigningException(number, what + (message == null ? VCTKError.message(number) : message));
     }
 
-    /** The text, if the natives carry all of it. */
+    /** Returns the text if the natives can pass all of it to the toolkit. */
     static String requireText(String what, String text) throws SigningException {
         if (text.isEmpty()) {
             throw SigningException.of(VCTKError.DATA_EMPTY, what + " is empty");
@@ -178,20 +178,20 @@ final class Session {
             ascii &= unit < 0x80;
             if (unit == 0) {
                 throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has U+0000 at index " + i
-                    + ", which no text may contain here; data with zero bytes is signed as byte[]");
+                    + "; remove it, or sign the bytes instead of the text");
             }
             if (Character.isSurrogate(unit)) {
                 if (!Character.isSurrogatePair(unit, i + 1 < text.length() ? text.charAt(i + 1) : 0)) {
-                    throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has at index " + i
-                        + " half of a surrogate pair, which is no character and has no encoding");
+                    throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has an unpaired surrogate at index "
+                        + i + ", which has no encoding; remove it");
                 }
                 ++i;
             }
         }
         if (!ascii && !isEncodable(text)) {
             throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has a character that the process locale ("
-                + localeEncoding() + ") cannot encode: start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
-                + " text.getBytes(StandardCharsets.UTF_8), which depends on no locale");
+                + localeEncoding() + ") cannot encode; start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
+                + " text.getBytes(StandardCharsets.UTF_8), which does not depend on the locale");
         }
         return text;
     }
@@ -200,7 +200,7 @@ final class Session {
         return System.getProperty("sun.jnu.encoding", "UTF-8");
     }
 
-    /** As far as Java knows the locale; what it lets pass, the toolkit refuses. */
+    /** True also when Java does not know the encoding: the toolkit then refuses what it cannot encode. */
     private static boolean isEncodable(String text) {
         Charset charset;
         try {
@@ -213,10 +213,10 @@ final class Session {
 
     private static String toBase64(byte[] data) throws SigningException {
         if (data.length == 0) {
-            throw SigningException.of(VCTKError.DATA_EMPTY, "the data has no bytes");
+            throw SigningException.of(VCTKError.DATA_EMPTY, "the data to sign has no bytes");
         }
         if (data.length > MAX_BYTES) {
-            throw SigningException.of(VCTKError.TOO_LARGE, "more than " + MAX_BYTES + " bytes");
+            throw SigningException.of(VCTKError.TOO_LARGE, "the data to sign has more than " + MAX_BYTES + " bytes");
         }
         return Base64.getEncoder().encodeToString(data);
     }

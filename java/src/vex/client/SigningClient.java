@@ -14,7 +14,7 @@ import java.util.Set;
 import javax.security.auth.x500.X500Principal;
 
 /**
- * Signs texts and data with the private key of a certificate out of a store.
+ * Signs texts and data with the private key of a certificate from a store.
  *
  * <pre>{@code
  * try (SigningClient client = SigningClient.file(Paths.get("/etc/app/keys.p12"))
@@ -26,25 +26,27 @@ import javax.security.auth.x500.X500Principal;
  * }</pre>
  *
  * <h2>Signatures</h2>
- * {@code signPkcs1} makes the bare signature: RSASSA-PKCS1-v1_5, or with an EC key ECDSA in DER, which
- * {@link java.security.Signature} verifies. {@code signCms} makes CMS SignedData in DER. All come as bytes;
- * {@link java.util.Base64} makes text of them.
+ * {@code signPkcs1} makes a bare signature: RSASSA-PKCS1-v1_5 with an RSA key, ECDSA in DER with an EC key.
+ * {@link java.security.Signature} verifies both. {@code signCms} makes CMS SignedData in DER. The results are bytes;
+ * {@link java.util.Base64} converts them to text.
  *
  * <h2>Text and bytes</h2>
- * A text is signed as its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL}, {@code LC_CTYPE} or
- * {@code LANG} when Java started): UTF-8 under a UTF-8 locale. A text that cannot be carried whole (a character that
- * the locale does not have, U+0000, half of a surrogate pair) is refused with a {@link SigningException}; nothing else
- * is ever signed in its place. Bytes are signed as they are under every locale. Empty texts and empty data are refused.
+ * What is signed of a text are its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL},
+ * {@code LC_CTYPE} or {@code LANG} when Java started): UTF-8 under a UTF-8 locale. A text with U+0000, with an unpaired
+ * surrogate or with a character that the locale cannot encode is refused with a {@link SigningException}; no other text
+ * is signed instead. Bytes are signed unchanged under every locale. Empty texts and empty data are refused.
  *
  * <h2>Threads</h2>
- * Any thread may call any method at any time. The client is immutable; its calls run one after the other inside the
- * toolkit, so threads that sign a lot are faster with a client each. An exception tells the error of the call that
- * threw it, whatever other threads do.
+ * Any thread may call any method at any time. The client is immutable. Calls on one client run one after the other, so
+ * threads that sign a lot are faster with a client each. An exception always tells the error of the call that threw it,
+ * whatever other threads do.
  *
  * <h2>Closing</h2>
- * {@link #close} may be called at any time and more than once. Calls that other threads have under way finish normally,
- * and the last of them releases the store; later calls throw {@link IllegalStateException} and reach no native code. A
- * client that became unreachable without having been closed is released by a daemon thread some time afterwards.
+ * {@link #close} may be called at any time and more than once. Calls of other threads that are in progress finish
+ * normally, and the last of them releases the store. Later calls throw {@link IllegalStateException} and call no native
+ * code. A daemon thread releases clients that became unreachable without being closed, some time later.
+ *
+ * <p>Unless a method says otherwise, no argument may be {@code null}.
  */
 public final class SigningClient implements AutoCloseable {
     final Session session;
@@ -56,32 +58,32 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * Begins with a store by its URI.
+     * Starts to build a client for the store with this URI.
      *
-     * @param uri {@code demo:} for the user's demo store, {@code file:/path/keys.p12} or {@code pkcs11:token=Card}, as
-     *     the toolkit reads it. Prefer {@link Builder#pinFile} or {@link Builder#pin} to a PIN in it. It is as trusted
-     *     as a program: it can name a PKCS #11 module, whose code then runs in this process
-     * @return a builder for it
+     * @param uri {@code demo:} for the user's demo store, {@code file:/path/keys.p12} or {@code pkcs11:token=Card}.
+     *     Prefer {@link Builder#pinFile} or {@link Builder#pin} to a PIN in the URI. Trust a URI only as you would
+     *     trust a program: it can name a PKCS #11 module, whose code then runs in this process
+     * @return a new builder
      */
     public static Builder store(String uri) {
         return new Builder(Objects.requireNonNull(uri, "uri"));
     }
 
     /**
-     * Begins with a store in a PKCS #12 or PEM file.
+     * Starts to build a client for the store in a PKCS #12 or PEM file.
      *
-     * @param file of any name; a relative one counts from the current directory
-     * @return a builder for it
-     * @throws IllegalArgumentException if it is a path of another file system than the host's
+     * @param file any path of the default file system; a relative one starts from the current directory
+     * @return a new builder
+     * @throws IllegalArgumentException if the path belongs to another file system
      */
     public static Builder file(Path file) {
         return new Builder(StoreText.ofFile(file));
     }
 
     /**
-     * Signs a text, without CMS around the signature.
+     * Makes a bare signature of a text.
      *
-     * @param text see above
+     * @param text the text; see above which texts are refused
      * @return RSASSA-PKCS1-v1_5, or ECDSA in DER
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
@@ -91,9 +93,9 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * Signs data, without CMS around the signature.
+     * Makes a bare signature of data.
      *
-     * @param data at most 402,653,181 bytes
+     * @param data at least one byte, at most 402,653,181
      * @return RSASSA-PKCS1-v1_5, or ECDSA in DER
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
@@ -105,8 +107,8 @@ public final class SigningClient implements AutoCloseable {
     /**
      * Makes a CMS signature of a text.
      *
-     * @param text see above
-     * @param options without any, the signature contains the text and no certificate
+     * @param text the text; see above which texts are refused
+     * @param options without options, the signature contains the text and no certificate
      * @return CMS SignedData in DER
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
@@ -119,8 +121,8 @@ public final class SigningClient implements AutoCloseable {
     /**
      * Makes a CMS signature of data.
      *
-     * @param data at most 402,653,181 bytes
-     * @param options without any, the signature contains the data and no certificate
+     * @param data at least one byte, at most 402,653,181
+     * @param options without options, the signature contains the data and no certificate
      * @return CMS SignedData in DER
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
@@ -131,17 +133,17 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * The certificates that could sign now: valid today, with their private key, and past all filters.
+     * Lists the certificates that could sign now: they are valid, have their private key, and pass all filters.
      *
      * @return an immutable list, which may be empty
-     * @throws SigningException if the toolkit cannot tell
+     * @throws SigningException if the toolkit cannot list them
      * @throws IllegalStateException if the client is closed
      */
     public List<CertificateInfo> certificates() throws SigningException {
         return CertificateInfo.parseList(session.certificateList());
     }
 
-    /** Releases the store and its keys; see above. */
+    /** Closes the client; see above. */
     @Override
     public void close() {
         ticket.close();
@@ -154,8 +156,8 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * What a client is to be like. Every filter narrows the choice: a certificate has to pass all of them. Of those
-     * that do, the one that stays valid longest signs. Not for several threads at once.
+     * Collects the settings of a client. A certificate has to pass all filters. If several certificates pass, the one
+     * that stays valid longest signs. For one thread at a time.
      */
     public static final class Builder {
         private final String store;
@@ -170,9 +172,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * The PIN is in a file. This is the best way to give one: the PIN never becomes a Java object.
+         * Names the file that holds the PIN. This is the safest way: the PIN never becomes a Java object.
          *
-         * @param file of at most 4 KiB; one line end behind the PIN is not part of it
+         * @param file at most 4 KiB; one line end after the PIN is not part of it
          * @return this
          */
         public Builder pinFile(Path file) {
@@ -182,10 +184,10 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * The PIN itself. It is copied, joined to the store's URI only inside {@link #open}, and never told by an
-         * exception or {@link #toString}; {@code open} wipes the copy. The caller wipes its own.
+         * Sets the PIN itself. The builder copies it, and {@link #open} joins the copy to the store's URI and wipes it.
+         * No exception and no {@link #toString} contains it. The caller wipes its own array.
          *
-         * @param characters the PIN as it is, nothing in it escaped
+         * @param characters the PIN, without any escapes
          * @return this
          */
         public Builder pin(char[] characters) {
@@ -195,9 +197,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * The digest algorithm, SHA-256 unless this is called.
+         * Sets the digest algorithm. The default is SHA-256.
          *
-         * @param name of the SHA-2 or SHA-3 family, for example {@code SHA-384}
+         * @param name an algorithm of the SHA-2 or SHA-3 family, for example {@code SHA-384}
          * @return this
          */
         public Builder digest(String name) {
@@ -206,7 +208,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Signing fails unless exactly one certificate passes the filters.
+         * Makes signing fail unless exactly one certificate passes the filters.
          *
          * @return this
          */
@@ -216,9 +218,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: the issuer's name as RFC 4514 text contains this.
+         * Filter: the RFC 4514 text of the issuer's name contains this part.
          *
-         * @param part in any case
+         * @param part in upper or lower case
          * @return this
          */
         public Builder issuerContains(String part) {
@@ -226,9 +228,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: the subject's name as RFC 4514 text contains this.
+         * Filter: the RFC 4514 text of the subject's name contains this part.
          *
-         * @param part in any case
+         * @param part in upper or lower case
          * @return this
          */
         public Builder subjectContains(String part) {
@@ -236,7 +238,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: this is the issuer, compared as a name.
+         * Filter: the issuer has this name.
          *
          * @param name the whole name
          * @return this
@@ -246,7 +248,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: this is the subject, compared as a name.
+         * Filter: the subject has this name.
          *
          * @param name the whole name
          * @return this
@@ -256,10 +258,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: this is the serial number.
+         * Filter: the certificate has this serial number.
          *
-         * @param number as {@link CertificateInfo#serial} tells it; negative for the few certificates that have such a
-         *     number
+         * @param number the number as {@link CertificateInfo#serial} returns it; a few certificates have a negative one
          * @return this
          */
         public Builder serial(BigInteger number) {
@@ -267,9 +268,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: this is the SHA-256 digest of the certificate's DER.
+         * Filter: the SHA-256 digest of the certificate's DER form is this.
          *
-         * @param sha256 64 hexadecimal digits of any case; colons may stand between pairs
+         * @param sha256 64 hexadecimal digits in upper or lower case, with or without colons between pairs
          * @return this
          */
         public Builder fingerprint(String sha256) {
@@ -277,7 +278,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: this is the certificate.
+         * Filter: this certificate alone.
          *
          * @param certificate compared by its SHA-256 fingerprint
          * @return this
@@ -288,7 +289,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: the key's algorithm.
+         * Filter: the key has this algorithm.
          *
          * @param name {@code RSA} or {@code EC}
          * @return this
@@ -300,7 +301,7 @@ public final class SigningClient implements AutoCloseable {
         /**
          * Filter: the key has this size or a larger one.
          *
-         * @param bits of the RSA modulus or of the curve's field
+         * @param bits the size of the RSA modulus or of the curve's field; positive
          * @return this
          */
         public Builder keySizeAtLeast(int bits) {
@@ -308,7 +309,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: the certificate allows this key usage. One that restricts none passes.
+         * Filter: the certificate allows this key usage. A certificate without key usages allows all.
          *
          * @param usage the usage
          * @return this
@@ -318,7 +319,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: the certificate names all of these key usages. One that restricts none does not pass.
+         * Filter: the certificate names all of these key usages. A certificate without key usages does not pass.
          *
          * @param usages at least one
          * @return this
@@ -339,9 +340,9 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: the certificate is valid at this time too, besides now.
+         * Filter: the certificate is valid at this time as well as now.
          *
-         * @param time fractions of a second do not count
+         * @param time the time; fractions of a second are ignored
          * @return this
          */
         public Builder validAt(Instant time) {
@@ -349,7 +350,7 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Filter: this is among the certificate's policies.
+         * Filter: the certificate has this policy.
          *
          * @param oid a dotted OID
          * @return this
@@ -359,13 +360,12 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
-         * Opens the store. The first time in a process, this loads the native library; see
-         * {@link vex.jni.TAVClientJNI}.
+         * Opens the store. The first call in a process loads the native library; see {@link vex.jni.TAVClientJNI}.
          *
-         * @return a client to be closed by the caller
-         * @throws SigningException if the store cannot be opened or a setting is refused. That no certificate passes
-         *     the filters shows when signing
-         * @throws IllegalStateException if {@link #pin} was given and an earlier call has used it up
+         * @return a new client, which the caller closes
+         * @throws SigningException if the store cannot be opened or a setting is refused. If no certificate passes the
+         *     filters, opening succeeds and signing fails
+         * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN
          */
         public SigningClient open() throws SigningException {
             Session session = Session.open(storeWithPin(), single);
@@ -383,7 +383,7 @@ public final class SigningClient implements AutoCloseable {
             }
         }
 
-        /** For people; holds no PIN and no URI. */
+        /** For people. Contains no PIN and no URI. */
         @Override
         public String toString() {
             return "SigningClient.Builder with " + filters.size() + " filters";
@@ -402,7 +402,7 @@ public final class SigningClient implements AutoCloseable {
                 return store;
             }
             if (pin.length > 0 && pin[0] == WIPED) {
-                throw new IllegalStateException("The PIN was used by an earlier call of open and has been wiped");
+                throw new IllegalStateException("An earlier call of open used the PIN and wiped it; call pin again");
             }
             try {
                 return StoreText.withPin(store, pin);
@@ -411,7 +411,7 @@ public final class SigningClient implements AutoCloseable {
             }
         }
 
-        /** No PIN begins with it, for none can contain it. */
+        /** A PIN cannot contain this character. */
         private static final char WIPED = '\0';
     }
 }

@@ -11,7 +11,7 @@ import java.security.SignatureException;
 import java.security.SignatureSpi;
 import java.security.spec.AlgorithmParameterSpec;
 
-/** Collects the data and has the toolkit sign it in one call. Like every Signature, for one thread at a time. */
+/** Collects the data, which the toolkit signs in one call. Like every Signature, for one thread at a time. */
 final class SigningEngine extends SignatureSpi {
     private final String keyAlgorithm;
     private final String digest;
@@ -28,18 +28,19 @@ final class SigningEngine extends SignatureSpi {
         key = null;
         data.reset();
         if (!(privateKey instanceof SigningKey)) {
-            throw new InvalidKeyException("Not a key out of a KeyStore of the type " + SigningProvider.KEY_STORE_TYPE);
+            throw new InvalidKeyException("The key is not from a KeyStore of the type " + SigningProvider.KEY_STORE_TYPE
+                + "; leave the provider out of Signature.getInstance for other keys");
         }
         if (!privateKey.getAlgorithm().equals(keyAlgorithm)) {
-            throw new InvalidKeyException("Not an " + keyAlgorithm + " key: " + privateKey);
+            throw new InvalidKeyException("This algorithm needs an " + keyAlgorithm + " key, not the " + privateKey);
         }
         key = (SigningKey) privateKey;
     }
 
     @Override
     protected void engineInitVerify(PublicKey publicKey) throws InvalidKeyException {
-        throw new InvalidKeyException(SigningProvider.NAME + " makes signatures and does not verify any; leave the"
-            + " provider out of Signature.getInstance for verifying");
+        throw new InvalidKeyException(SigningProvider.NAME + " does not verify signatures; leave the provider out of"
+            + " Signature.getInstance for verifying");
     }
 
     @Override
@@ -75,7 +76,7 @@ final class SigningEngine extends SignatureSpi {
         }
     }
 
-    /** None, rather than the exception of the class that it overrides. */
+    /** Null: there are no parameters. The method of the base class would throw an exception. */
     @Override
     protected AlgorithmParameters engineGetParameters() {
         return null;

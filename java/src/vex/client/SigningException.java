@@ -4,11 +4,11 @@ import java.security.GeneralSecurityException;
 import vex.jni.VCTKError;
 
 /**
- * Says why a store could not be opened or a signature could not be made. It is checked, because the reasons lie outside
- * the program: a file, a PIN, a certificate that has expired. Errors of the program itself are unchecked exceptions:
+ * Says why a store cannot be opened or a signature cannot be made. It is checked, because the reasons lie outside the
+ * program: a missing file, a wrong PIN, an expired certificate. Errors of the program itself are unchecked exceptions:
  * {@link NullPointerException}, {@link IllegalArgumentException}, and {@link IllegalStateException} after a close.
  *
- * <p>Neither the number nor the text tells a PIN or a store's URI.
+ * <p>The message contains no PIN and no store URI.
  */
 public final class SigningException extends GeneralSecurityException {
     private static final long serialVersionUID = 1L;
@@ -21,15 +21,15 @@ public final class SigningException extends GeneralSecurityException {
         this.number = number;
     }
 
-    /** One whose text is the number's own, with a detail. */
+    /** An exception with the text of the number, followed by a detail. */
     static SigningException of(int number, String detail) {
         return new SigningException(number, VCTKError.message(number) + ": " + detail);
     }
 
     /**
-     * The toolkit's number of the error.
+     * Returns the toolkit's number of the error.
      *
-     * @return a constant of {@link VCTKError} when the toolkit is the one that comes with this class, never 0
+     * @return never 0; with the toolkit that comes with this class, a constant of {@link VCTKError}
      */
     public int number() {
         return number;

@@ -14,18 +14,20 @@ import java.security.spec.AlgorithmParameterSpec;
 import java.security.spec.ECParameterSpec;
 
 /**
- * A private key that stays in the toolkit: it has no encoded form and works with this provider alone. It keeps its
- * store open. Any thread may use it.
+ * A private key that stays in the toolkit. It has no encoded form, works with {@link SigningProvider} only, and keeps
+ * its store open. Any thread may use it.
  */
 abstract class SigningKey implements PrivateKey {
     private static final long serialVersionUID = 1L;
 
     private final transient StoreSession store;
     private final transient String fingerprint;
+    private final transient String algorithm;
 
-    private SigningKey(StoreSession store, String fingerprint) {
+    private SigningKey(StoreSession store, String fingerprint, String algorithm) {
         this.store = store;
         this.fingerprint = fingerprint;
+        this.algorithm = algorithm;
     }
 
     static SigningKey of(StoreSession store, String fingerprint, PublicKey publicKey) throws InvalidKeyException {
@@ -44,10 +46,16 @@ abstract class SigningKey implements PrivateKey {
     }
 
     /**
-     * What the algorithm's key interface says. Declared here because from Java 22 on PrivateKey has a default of its
-     * own: it conflicts with RSAKey's, and would be called instead of an ECKey's method of a narrower type.
+     * The parameters, as RSAKey and ECKey define them. Declared here because PrivateKey of Java 22 and newer has a
+     * default method of this name. It conflicts with RSAKey's, and it would be called instead of ECKey's, which returns
+     * a narrower type.
      */
     public abstract AlgorithmParameterSpec getParams();
+
+    @Override
+    public final String getAlgorithm() {
+        return algorithm;
+    }
 
     @Override
     public final String getFormat() {
@@ -68,23 +76,18 @@ abstract class SigningKey implements PrivateKey {
         throw new NotSerializableException("The key stays in the signing toolkit");
     }
 
-    /** Tells its size, as code that judges keys by it wants to know. */
+    /** Shows its modulus: some programs check the size of a key. */
     private static final class Rsa extends SigningKey implements RSAKey {
         private static final long serialVersionUID = 1L;
 
         private final transient BigInteger modulus;
 
         Rsa(StoreSession store, String fingerprint, BigInteger modulus) {
-            super(store, fingerprint);
+            super(store, fingerprint, "RSA");
             this.modulus = modulus;
         }
 
-        @Override
-        public String getAlgorithm() {
-            return "RSA";
-        }
-
-        /** None: the key is not restricted to RSASSA-PSS. */
+        /** Null: the key is not restricted to RSASSA-PSS. */
         @Override
         public AlgorithmParameterSpec getParams() {
             return null;
@@ -96,20 +99,15 @@ abstract class SigningKey implements PrivateKey {
         }
     }
 
-    /** Tells its curve. */
+    /** Shows its curve. */
     private static final class Ec extends SigningKey implements ECKey {
         private static final long serialVersionUID = 1L;
 
         private final transient ECParameterSpec parameters;
 
         Ec(StoreSession store, String fingerprint, ECParameterSpec parameters) {
-            super(store, fingerprint);
+            super(store, fingerprint, "EC");
             this.parameters = parameters;
-        }
-
-        @Override
-        public String getAlgorithm() {
-            return "EC";
         }
 
         @Override

@@ -29,17 +29,18 @@ import javax.security.auth.callback.UnsupportedCallbackException;
 import vex.jni.VCTKError;
 
 /**
- * The certificates that the toolkit can sign with, read once when loaded, by their fingerprints in lower case. A key
- * that fails then is passed over.
+ * The certificates that the toolkit can sign with, as they were when the KeyStore was loaded. An alias is a fingerprint
+ * in lower case. Keys that cannot be used are passed over.
  */
 final class SigningKeyStore extends KeyStoreSpi {
     private static final int MAX_URI_BYTES = 1 << 16;
-    /** The toolkit reads the name as it is: nothing in it is percent-encoded. */
+    private static final String READ_ONLY = "The toolkit's stores are read only";
+    /** The toolkit does not decode attribute names, so no percent-encoding can hide this one. */
     private static final Pattern MODULE_PATH = Pattern.compile("[?&;]module-path\\b", Pattern.CASE_INSENSITIVE);
 
     private final String defaultStore;
     private Map<String, Entry> entries = Collections.emptyMap();
-    /** Why a key was passed over, by its alias. */
+    /** The reasons why keys were passed over, by alias. */
     private Map<String, GeneralSecurityException> passedOver = Collections.emptyMap();
     private Date loaded = new Date(0);
 
@@ -53,7 +54,7 @@ final class SigningKeyStore extends KeyStoreSpi {
         }
     }
 
-    /** @param defaultStore what is opened when load names no store; null if there is none */
+    /** @param defaultStore the URI of the store to open when load names none; null if there is no such store */
     SigningKeyStore(String defaultStore) {
         this.defaultStore = defaultStore;
     }
@@ -62,7 +63,7 @@ final class SigningKeyStore extends KeyStoreSpi {
     public void engineLoad(InputStream stream, char[] password) throws IOException {
         String uri = stream == null ? null : readUri(stream);
         if (uri != null && MODULE_PATH.matcher(uri).find()) {
-            throw new IOException("A store's URI out of a stream may not have the attribute module-path, since it names"
+            throw new IOException("A store's URI in a stream must not have the attribute module-path, because it names"
                 + " code to run; load a " + StoreParameter.class.getName() + " or give the URI to the provider");
         }
         load(uri, password);
@@ -87,8 +88,8 @@ final class SigningKeyStore extends KeyStoreSpi {
     private void load(String uri, char[] password) throws IOException {
         String store = uri == null ? defaultStore : uri;
         if (store == null) {
-            throw new IOException("No store is named: load a " + StoreParameter.class.getName() + " or a stream with"
-                + " the store's URI in it, or give the URI to the provider");
+            throw new IOException("No store is named; load a " + StoreParameter.class.getName() + " or a stream with"
+                + " the store's URI, or give the URI to the provider");
         }
         try {
             StoreSession session =
@@ -127,7 +128,7 @@ final class SigningKeyStore extends KeyStoreSpi {
         return e;
     }
 
-    /** With the cause that KeyStore.load promises for a wrong PIN, to callers that ask again. */
+    /** The cause for a wrong PIN is the one that KeyStore.load promises; callers then ask for the PIN again. */
     private static IOException failure(String what, GeneralSecurityException reason) {
         return new IOException(what + reason.getMessage(), isPinWrong(reason) ? unrecoverable(reason) : reason);
     }
@@ -138,19 +139,19 @@ final class SigningKeyStore extends KeyStoreSpi {
         return e;
     }
 
-    /** In a class of its own: a Java runtime need not have the module java.logging. */
+    /** A separate class: a Java runtime may have no module java.logging. */
     private static final class PassedOverKeys {
         static void log(String alias, GeneralSecurityException reason) {
             try {
                 Logger.getLogger(SigningKeyStore.class.getName()).warning(
                     "The key of the certificate " + alias + " is passed over: " + reason.getMessage());
             } catch (LinkageError e) {
-                // getKey still tells the reason.
+                // getKey still throws the reason.
             }
         }
     }
 
-    /** Tools that ask for a password and get none pass an empty one. */
+    /** Tools pass an empty password when their user gives none. */
     private static boolean isNone(char[] password) {
         return password == null || password.length == 0;
     }
@@ -176,8 +177,8 @@ final class SigningKeyStore extends KeyStoreSpi {
     }
 
     private static IOException notUri() {
-        return new IOException("The stream does not hold a store's URI, such as file:/path/keys.p12. The store itself"
-            + " is not read from a stream: the toolkit reads it from its file");
+        return new IOException("The stream does not hold a store's URI, such as file:/path/keys.p12; the toolkit reads"
+            + " the store itself from its file, not from a stream");
     }
 
     private static char[] password(KeyStore.ProtectionParameter protection) throws IOException {
@@ -195,13 +196,13 @@ final class SigningKeyStore extends KeyStoreSpi {
                     .handle(new Callback[] {callback});
                 return callback.getPassword();
             } catch (UnsupportedCallbackException e) {
-                throw new IOException("The callback handler gives no PIN", e);
+                throw new IOException("The callback handler gives no PIN: it does not know PasswordCallback", e);
             } finally {
                 callback.clearPassword();
             }
         }
-        throw new IOException("A PIN comes from PasswordProtection or CallbackHandlerProtection, not from "
-            + protection.getClass().getName());
+        throw new IOException("Cannot get a PIN from " + protection.getClass().getName()
+            + "; use PasswordProtection or CallbackHandlerProtection");
     }
 
     private static String toAlias(String name) {
@@ -291,30 +292,26 @@ final class SigningKeyStore extends KeyStoreSpi {
     @Override
     public void engineSetKeyEntry(String alias, Key key, char[] password, Certificate[] chain)
             throws KeyStoreException {
-        throw readOnly();
+        throw new KeyStoreException(READ_ONLY);
     }
 
     @Override
     public void engineSetKeyEntry(String alias, byte[] key, Certificate[] chain) throws KeyStoreException {
-        throw readOnly();
+        throw new KeyStoreException(READ_ONLY);
     }
 
     @Override
     public void engineSetCertificateEntry(String alias, Certificate certificate) throws KeyStoreException {
-        throw readOnly();
+        throw new KeyStoreException(READ_ONLY);
     }
 
     @Override
     public void engineDeleteEntry(String alias) throws KeyStoreException {
-        throw readOnly();
+        throw new KeyStoreException(READ_ONLY);
     }
 
     @Override
     public void engineStore(OutputStream stream, char[] password) {
-        throw new UnsupportedOperationException("The toolkit's stores are read only");
-    }
-
-    private static KeyStoreException readOnly() {
-        return new KeyStoreException("The toolkit's stores are read only");
+        throw new UnsupportedOperationException(READ_ONLY);
     }
 }

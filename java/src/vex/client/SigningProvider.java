@@ -8,8 +8,9 @@ import java.util.Arrays;
 import java.util.List;
 
 /**
- * The toolkit's certificates and keys for programs that use {@code java.security}: a {@link java.security.KeyStore} of
- * the type {@value #KEY_STORE_TYPE}, and {@link java.security.Signature}s that sign with its keys.
+ * Offers the toolkit's certificates and keys to programs that use {@code java.security}: a
+ * {@link java.security.KeyStore} of the type {@value #KEY_STORE_TYPE}, and {@link java.security.Signature}s that sign
+ * with its keys.
  *
  * <pre>{@code
  * Security.addProvider(new SigningProvider());
@@ -18,35 +19,34 @@ import java.util.List;
  * }</pre>
  *
  * <h2>KeyStore</h2>
- * It holds the certificates that could sign when it was loaded, and their keys; an alias is a certificate's SHA-256
- * fingerprint in lower-case hexadecimal. Each certificate's chain is itself alone. Keys have no encoded form and need
- * no password. The store stays open while the KeyStore or one of its keys is reachable. It is opened by {@code load}
- * with
+ * It holds the certificates that could sign when it was loaded, and their keys. An alias is a certificate's SHA-256
+ * fingerprint in lower-case hexadecimal. A chain has one certificate. Keys have no encoded form and need no password.
+ * The store stays open while the KeyStore or one of its keys is reachable. {@code load} opens it with
  * <ul>
  * <li>a {@link StoreParameter};
- * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. A PIN that is {@code null} or empty is
- *     none. A URI with the attribute {@code module-path} is refused here: it names code to run, and a stream may come
- *     from anywhere;
- * <li>{@code (null, pin)}, or another LoadStoreParameter: the store that the provider was given.
+ * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. A {@code null} or empty PIN means no PIN.
+ *     A URI with the attribute {@code module-path} is refused here: it names code to run, and a stream may come from
+ *     anywhere;
+ * <li>{@code (null, pin)}, or another LoadStoreParameter: opens the store that was given to the provider.
  * </ul>
- * Loading makes one signature over a fixed text with every key and throws it away: it brings the certificate. A key for
- * which that fails, or whose certificate Java cannot read, is passed over: it has no alias, and {@code getKey} and
- * {@code getEntry} with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the
- * reason as its cause. The reason is also logged as a warning ({@code java.util.logging}, logger
- * {@code vex.client.SigningKeyStore}). When no key is left, {@code load} throws an {@link java.io.IOException} with the
- * first key's reason as its cause. For a PIN that is wrong or missing, the cause is an
- * {@code UnrecoverableKeyException}, and its cause the {@link SigningException}.
+ * To get each certificate, loading signs a fixed text with its key and throws the signature away. A key is passed
+ * over if this fails or if Java cannot read the certificate. It then has no alias; {@code getKey} and {@code getEntry}
+ * with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the reason as its
+ * cause. The reason is also logged as a warning ({@code java.util.logging}, logger
+ * {@code vex.client.SigningKeyStore}). If all keys are passed over, {@code load} throws an {@link java.io.IOException} with
+ * the first key's reason as its cause. If the PIN is wrong or missing, the cause is an
+ * {@code UnrecoverableKeyException}, whose cause is the {@link SigningException}.
  *
- * <p><strong>A store's URI is as trusted as a program.</strong> A {@code pkcs11:} URI can name a module, whose code
- * then runs in this process. Take a URI only from where you would take code, never from input.
+ * <p><strong>Trust a store's URI only as you would trust a program.</strong> A {@code pkcs11:} URI can name a module,
+ * whose code then runs in this process. Never take a URI from input.
  *
  * <h2>Signature</h2>
- * SHA-2 and SHA-3 {@code withRSA} (RSASSA-PKCS1-v1_5) and {@code withECDSA} (DER), for this provider's keys only, and
- * only for signing. They collect the data in memory; empty data is refused. {@code Signature.getInstance} without a
- * provider keeps working for all other keys and for verifying, and finds this provider for its keys.
+ * SHA-2 and SHA-3 {@code withRSA} (RSASSA-PKCS1-v1_5) and {@code withECDSA} (DER), only for signing and only with this
+ * provider's keys. They collect the data in memory and refuse empty data. {@code Signature.getInstance} without a
+ * provider selects this provider for its keys, and another one for other keys and for verifying.
  *
  * <p>Any thread may use a provider, a loaded KeyStore and a key. Signatures with keys of one loaded KeyStore are made
- * one after the other; threads that sign a lot are faster with a KeyStore each.
+ * one after the other, so threads that sign a lot are faster with a KeyStore each.
  */
 public final class SigningProvider extends Provider {
     /** The provider's name, for {@code getInstance(..., "VexClient")}. */
@@ -58,7 +58,7 @@ public final class SigningProvider extends Provider {
     private static final long serialVersionUID = 1L;
     private static final double VERSION = 1.0;
 
-    /** Digests, and the OIDs of their signature algorithms with RSA and with ECDSA. */
+    /** A digest, and the OIDs of its signature algorithms with RSA and with ECDSA. */
     private static final String[][] DIGESTS = {
         {"SHA224", "1.2.840.113549.1.1.14", "1.2.840.10045.4.3.1"},
         {"SHA256", "1.2.840.113549.1.1.11", "1.2.840.10045.4.3.2"},
@@ -72,16 +72,16 @@ public final class SigningProvider extends Provider {
 
     private final transient String defaultStore;
 
-    /** A provider whose KeyStore is told which store to open. */
+    /** Creates a provider whose KeyStores open the store that {@code load} names. */
     public SigningProvider() {
         this(null);
     }
 
     /**
-     * A provider with a store of its own, for programs that call {@code load(null, pin)}.
+     * Creates a provider with a store for programs that call {@code load(null, pin)}.
      *
-     * @param store the store's URI, as for {@link SigningClient#store} and as trusted as a program; {@code null} for
-     *     none
+     * @param store the store's URI as for {@link SigningClient#store}, to be trusted like a program; {@code null} for
+     *     no store
      */
     public SigningProvider(String store) {
         super(NAME, VERSION, "Signs with the certificates of the signing toolkit");
@@ -94,10 +94,11 @@ public final class SigningProvider extends Provider {
     }
 
     /**
-     * What {@code keytool}, {@code jarsigner} and {@code java.security} call with their argument, from Java 9 on.
+     * Creates a provider with a store. From Java 9 on, {@code keytool}, {@code jarsigner} and {@code java.security}
+     * call this with the provider's argument.
      *
-     * @param store the store's URI
-     * @return a provider with this store
+     * @param store as for {@link #SigningProvider(String)}
+     * @return the new provider
      */
     public Provider configure(String store) {
         return new SigningProvider(store);
@@ -139,7 +140,7 @@ public final class SigningProvider extends Provider {
             return new SigningEngine(keyAlgorithm, digest);
         }
 
-        /** By this, a Signature that was not told its provider takes this one for its own keys and for nothing else. */
+        /** Makes a Signature without a named provider select this one for its own keys and for no others. */
         @Override
         public boolean supportsParameter(Object parameter) {
             return parameter instanceof SigningKey && ((Key) parameter).getAlgorithm().equals(keyAlgorithm);

@@ -4,7 +4,7 @@ import java.nio.file.Path;
 import java.security.KeyStore;
 import java.util.Objects;
 
-/** Which store a {@link KeyStore} of {@link SigningProvider} is to open. Immutable. */
+/** Names the store that a {@link KeyStore} of {@link SigningProvider} opens. Immutable; any thread may use it. */
 public final class StoreParameter implements KeyStore.LoadStoreParameter {
     private final String store;
     private final KeyStore.ProtectionParameter protection;
@@ -17,10 +17,10 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
     /**
      * A store by its URI.
      *
-     * @param uri as for {@link SigningClient#store}, and as trusted as a program: it can name a PKCS #11 module, whose
-     *     code then runs in this process
-     * @param protection {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection} with the PIN;
-     *     {@code null} if there is none, or the URI says where it is
+     * @param uri as for {@link SigningClient#store}. Trust it only as you would trust a program: it can name a PKCS #11
+     *     module, whose code then runs in this process
+     * @param protection the PIN, as {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection};
+     *     {@code null} if there is no PIN or the URI says where it is
      * @return the parameter
      */
     public static StoreParameter store(String uri, KeyStore.ProtectionParameter protection) {
@@ -41,7 +41,8 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * A store in a PKCS #12 or PEM file, with its PIN.
      *
      * @param file as for {@link SigningClient#file}
-     * @param protection {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection} with the PIN
+     * @param protection the PIN, as {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection};
+     *     {@code null} for none
      * @return the parameter
      */
     public static StoreParameter file(Path file, KeyStore.ProtectionParameter protection) {

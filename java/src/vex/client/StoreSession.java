@@ -5,17 +5,17 @@ import java.security.cert.X509Certificate;
 import java.util.List;
 
 /**
- * One open store that signs with any of its certificates, for a key store and its keys. It is released when none of
- * them is reachable any more. Any thread may call any method; calls wait for each other.
+ * One open store that signs with any of its certificates, for a KeyStore and its keys. It is closed some time after the
+ * KeyStore and the keys became unreachable. Any thread may call any method; calls run one after the other.
  */
 final class StoreSession {
-    /** Signed to get at a certificate. Nobody sees the signature. */
+    /** Signed only to get a certificate; the signature is thrown away. */
     private static final String CERTIFICATE_REQUEST = "This signature only carries its certificate.";
     private static final String CERTIFICATE_DIGEST = "SHA-256";
 
     private final Session session;
-    private String fingerprint;  // that the handle's filter names; null after a failure
-    private String digest;       // as the last
+    private String fingerprint;  // of the certificate in the handle's filter; null when unknown
+    private String digest;       // the handle's digest algorithm; null when unknown
 
     private StoreSession(Session session) {
         this.session = session;

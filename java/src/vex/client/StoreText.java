@@ -8,16 +8,16 @@ import java.nio.file.FileSystems;
 import java.nio.file.Path;
 import java.util.Arrays;
 
-/** Initialisation texts: which store, and its PIN or where that is. All of it is ASCII, whatever the file is called. */
+/** Builds store URIs, with the PIN or the name of its file. They are ASCII, whatever characters a file name has. */
 final class StoreText {
     private StoreText() {}
 
-    /** @throws IllegalArgumentException if the path is not one of the host's files */
+    /** @throws IllegalArgumentException if the path is not in the default file system */
     static String ofFile(Path file) {
         if (!file.getFileSystem().equals(FileSystems.getDefault())) {
-            throw new IllegalArgumentException("Not a file of this host: " + file);
+            throw new IllegalArgumentException("The path is not in the default file system: " + file);
         }
-        // The bytes of the name as they are on the disk, percent-encoded. An ampersand would end an attribute.
+        // The raw path holds the bytes of the name on the disk, percent-encoded. An ampersand would end an attribute.
         return "file:" + file.toAbsolutePath().toUri().getRawPath().replace("&", "%26");
     }
 
@@ -25,13 +25,13 @@ final class StoreText {
         return withAttribute(store, "pin-source=" + ofFile(pinFile));
     }
 
-    /** @throws IllegalArgumentException if the PIN holds half of a surrogate pair */
+    /** @throws IllegalArgumentException if the PIN has an unpaired surrogate */
     static String withPin(String store, char[] pin) {
         ByteBuffer bytes;
         try {
             bytes = StandardCharsets.UTF_8.newEncoder().encode(CharBuffer.wrap(pin));
         } catch (CharacterCodingException e) {
-            throw new IllegalArgumentException("The PIN is not Unicode text");
+            throw new IllegalArgumentException("The PIN is not valid Unicode: it has an unpaired surrogate");
         }
         StringBuilder attribute = new StringBuilder("pin-value=");
         while (bytes.hasRemaining()) {

@@ -14,9 +14,9 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * Loads the native library: from the system property {@code vex.jni.library}, else from {@code java.library.path}, else
- * out of the jar. Whatever goes wrong ends in one {@link UnsatisfiedLinkError} that says what was tried, why it failed
- * and what to do.
+ * Loads the native library: from the path in the system property {@code vex.jni.library}, else from
+ * {@code java.library.path}, else from the jar. Every failure is an {@link UnsatisfiedLinkError} that says what was
+ * tried, why it failed and what to do.
  */
 final class LibraryLoader {
     static final String PROPERTY = "vex.jni.library";
@@ -24,19 +24,19 @@ final class LibraryLoader {
     private static final String NAME = "TAVClientJNI";
     private static final String BRIDGE = "libTAVClientJNI.so";
     private static final String TOOLKIT = "libVEXClientTKDll64.so";
-    /** In a jar that carries the libraries, beside the package {@code vex}. */
+    /** The place of the libraries in a jar that contains them. */
     private static final String RESOURCES = "/natives/linux-x86_64/";
 
     private static final int ELF_X86_64 = 62;
 
-    /** For musl's linker, which the released libraries are not built for. */
+    /** Explains errors of musl's linker: the released libraries need glibc. */
     private static final String FOR_GLIBC = "this JVM's C library is musl, as on Alpine Linux, and the library was"
         + " built for glibc. Run it on a system with glibc, such as Debian, or build the library and what it needs on"
         + " this one.";
 
     private LibraryLoader() {}
 
-    /** For the class initialiser: natives belong to the class loader of this class, which is also theirs. */
+    /** Called when TAVClientJNI is initialised. Both classes have the class loader that gets the natives. */
     static void load() {
         String path = System.getProperty(PROPERTY, "");
         if (!path.isEmpty()) {
@@ -56,7 +56,7 @@ final class LibraryLoader {
         }
     }
 
-    /** False: no library is there, and the jar has its own. A library that is there and does not load is an error. */
+    /** Returns false if the path has no library and the jar has one. A library that fails to load is an error. */
     private static boolean loadFromLibraryPath() {
         String directories = System.getProperty("java.library.path", "");
         String tried = BRIDGE + " in java.library.path (" + directories + "), since the system property " + PROPERTY
@@ -79,7 +79,7 @@ final class LibraryLoader {
         }
     }
 
-    /** Where the library is, null if it is not there. */
+    /** The path of the library in one of the directories; null if none has it. */
     private static String find(String directories) {
         for (String directory : directories.split(Pattern.quote(File.pathSeparator))) {
             File file = new File(directory.isEmpty() ? "." : directory, BRIDGE);
@@ -111,7 +111,7 @@ final class LibraryLoader {
         }
     }
 
-    /** Both libraries, in a fresh directory that nobody else can enter. */
+    /** Copies both libraries to a new directory that nobody else can enter. */
     private static Path extractAll() throws IOException {
         Path directory = Files.createTempDirectory("vex-natives-", attribute("rwx------"));
         try {
@@ -137,13 +137,13 @@ final class LibraryLoader {
         }
     }
 
-    /** The process keeps what it has loaded; the names are not needed any more. */
+    /** The process keeps the loaded libraries; it no longer needs the files. */
     private static void delete(Path directory) {
         for (Path path : new Path[] {directory.resolve(BRIDGE), directory.resolve(TOOLKIT), directory}) {
             try {
                 Files.deleteIfExists(path);
             } catch (IOException e) {
-                // It is in a directory of temporary files; whether that is cleaned up decides nothing here.
+                // Ignored: the files are in a directory for temporary files.
             }
         }
     }
@@ -163,7 +163,7 @@ final class LibraryLoader {
         return sentence.substring(0, 1).toUpperCase(Locale.ROOT) + sentence.substring(1);
     }
 
-    /** From Java 24 on, code has to be allowed to load libraries. */
+    /** Java 24 and newer can forbid code to load libraries. */
     private static UnsatisfiedLinkError notAllowed(String tried, RuntimeException e) {
         if (!e.getClass().getName().equals("java.lang.IllegalCallerException")) {
             throw e;
@@ -174,8 +174,10 @@ final class LibraryLoader {
     }
 
     /**
-     * The cause and the cure, as far as the message and the file tell; null for a file that is not known. The message
-     * quotes the dynamic linker, glibc's or musl's.
+     * Says why loading failed and what to do, as far as the message and the file show it; otherwise "". The message
+     * quotes the dynamic linker of glibc or musl.
+     *
+     * @param file the library's path; null if it is not known
      */
     static String explain(UnsatisfiedLinkError e, String file) {
         String message = String.valueOf(e.getMessage());
@@ -221,7 +223,7 @@ final class LibraryLoader {
         return "";
     }
 
-    /** Why the file cannot be a library for this JVM; null if it can. The linker's own word for some of it misleads. */
+    /** Says why this JVM cannot load the file; null if it can. The linker's own messages for this can mislead. */
     private static String elfProblem(Path file) {
         if (!file.isAbsolute()) {
             return null;

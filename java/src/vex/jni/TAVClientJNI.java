@@ -2,103 +2,103 @@ package vex.jni;
 
 /**
  * Signs text and data with a certificate's private key: P1 signatures (RSASSA-PKCS1-v1_5 or ECDSA) and P7 signatures
- * (CMS SignedData). The methods are the native library {@code libTAVClientJNI.so}'s; this class adds nothing to them
- * but the loading.
+ * (CMS SignedData). The methods are those of the native library {@code libTAVClientJNI.so}, which this class loads.
  *
  * <h2>A signing object and its handle</h2>
- * {@link #Initialize} opens a certificate store and returns a handle, a number other than 0. It is given to every other
- * method and is valid until {@link #Finalize}. An instance of this class keeps nothing: any instance may be used with
- * any handle, and a handle that is not finalized stays open until the process ends. A handle that was finalized or
- * never existed is refused like any other failure; its number does not come back for another object.
+ * {@link #Initialize} opens a certificate store and returns a handle, a number other than 0. The other methods take it;
+ * it is valid until {@link #Finalize}. A handle that is not finalized stays open until the process ends. A handle that
+ * was finalized or never existed is refused like any other failure; its number is never used again. Instances of this
+ * class have no state: any instance works with any handle.
  *
  * <h2>Results</h2>
- * No method throws because signing or a setting failed. A status is 0 for success and 1 for failure, a text is
- * {@code null} on failure. {@link #GetLastError} and {@link #GetLastErrorMessage} then tell why; the numbers are those
- * of {@link VCTKError}.
+ * No method throws an exception when it fails. A status is 0 on success and 1 on failure; a text is {@code null} on
+ * failure. {@link #GetLastError} and {@link #GetLastErrorMessage} then tell the reason; the numbers are those of
+ * {@link VCTKError}.
  *
  * <h2>Texts</h2>
- * Every text that goes in is encoded in the <em>process locale</em> (the environment's {@code LC_ALL}, {@code LC_CTYPE}
- * or {@code LANG}; the system property {@code file.encoding} does not matter). Under a UTF-8 locale that covers all of
- * Unicode; under any other, a text with a character that the locale cannot encode is refused. Data that is not text
- * goes in as Base64, which every locale can encode.
+ * Every text argument is encoded in the <em>process locale</em> (the environment's {@code LC_ALL}, {@code LC_CTYPE} or
+ * {@code LANG}; the system property {@code file.encoding} does not matter). A UTF-8 locale can encode all of Unicode.
+ * Under another locale, a text with a character that it cannot encode is refused. Other data is passed as Base64, which
+ * every locale can encode.
  *
- * <p>Where a text is needed, {@code null}, the empty text, and under any locale a text that contains U+0000 or an
- * unpaired surrogate are all refused before the toolkit is asked; so is handle 0. The last error stays as it was then.
+ * <p>Where a text is needed, {@code null}, the empty text, and a text with U+0000 or an unpaired surrogate are refused
+ * under every locale. So is handle 0. These calls do not reach the toolkit, and the last error stays unchanged.
  *
  * <h2>Threads</h2>
- * Any thread may call any method on any handle, without locking. Calls on one handle run one after the other, calls on
- * different handles side by side. Digest algorithm, filters and single choice belong to the handle and therefore to all
- * its threads; the last error belongs to the handle <em>and</em> the calling platform thread, so no platform thread
- * sees another's.
+ * Any thread may call any method on any handle, without locking. Calls on one handle run one after the other; calls on
+ * different handles run in parallel. The digest algorithm, the filters and the single choice belong to the handle, so
+ * all its threads share them. The last error belongs to the handle <em>and</em> the calling platform thread, so no
+ * platform thread sees the error of another.
  *
- * <p>Virtual threads share a last error with all others that their carrier, a platform thread, runs. A virtual thread
- * may change its carrier when it waits: ask {@link #GetLastError} directly after the failed call, with nothing between
- * them that may wait (no lock, no input or output, no logging). {@code vex.client} does so.
+ * <p>Virtual threads with the same carrier, a platform thread, share a last error. A virtual thread may change its
+ * carrier when it waits. So call {@link #GetLastError} directly after the failed call, and do nothing between them that
+ * may wait (no lock, no input or output, no logging). {@code vex.client} does so.
  *
  * <h2>Loading</h2>
- * The native library is loaded with this class: from the full path in the system property {@code vex.jni.library} if
- * that is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches {@code java.library.path}, else out
- * of the jar if that carries it. When it cannot be loaded, the class's first use throws an {@link UnsatisfiedLinkError}
- * that says what was tried, why it failed and what to do (every later use a {@link NoClassDefFoundError}). From Java 24
- * on, start the JVM with {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
+ * The first use of this class loads the native library: from the full path in the system property
+ * {@code vex.jni.library} if it is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches
+ * {@code java.library.path}, else from the jar if it contains the library. If loading fails, the first use throws an
+ * {@link UnsatisfiedLinkError} that says what was tried, why it failed and what to do; every later use throws a
+ * {@link NoClassDefFoundError}. With Java 24 and newer, start the JVM with
+ * {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
  */
 public class TAVClientJNI {
-    /** Filter: the issuer's name as RFC 4514 text contains the value, in any case. */
+    /** Filter: the RFC 4514 text of the issuer's name contains the value, in upper or lower case. */
     public static final long FILTER_ISSUER = 1;
 
-    /** Filter: the subject's name as RFC 4514 text contains the value, in any case. */
+    /** Filter: the RFC 4514 text of the subject's name contains the value, in upper or lower case. */
     public static final long FILTER_SUBJECT = 2;
 
     /**
-     * Filter: the serial number is the value, in hexadecimal of any case; colons between the digit pairs and leading
-     * zeros do not matter. A negative number begins with a minus sign.
+     * Filter: the serial number is the value, in hexadecimal. Upper or lower case, leading zeros and colons between the
+     * digit pairs do not matter. A negative number begins with a minus sign.
      */
     public static final long FILTER_SERIAL = 3;
 
     /**
-     * Filter: the SHA-256 digest of the DER certificate is the value, 64 hexadecimal digits of any case; colons between
-     * the digit pairs do not matter.
+     * Filter: the SHA-256 digest of the certificate's DER form is the value, 64 hexadecimal digits. Upper or lower case
+     * and colons between the digit pairs do not matter.
      */
     public static final long FILTER_FINGERPRINT = 4;
 
     /**
      * Filter: the certificate's key usage includes the value, one of the names {@code digitalSignature},
      * {@code nonRepudiation}, {@code keyEncipherment}, {@code dataEncipherment}, {@code keyAgreement},
-     * {@code keyCertSign}, {@code cRLSign}, {@code encipherOnly} and {@code decipherOnly} in any case. A certificate
-     * that does not restrict its key's usage passes.
+     * {@code keyCertSign}, {@code cRLSign}, {@code encipherOnly} and {@code decipherOnly} in upper or lower case. A
+     * certificate without key usages passes.
      */
     public static final long FILTER_KEY_USAGE = 5;
 
-    /** Filter: the key is of this algorithm, {@code RSA} or {@code EC} in any case. */
+    /** Filter: the key has this algorithm, {@code RSA} or {@code EC} in upper or lower case. */
     public static final long FILTER_KEY_ALGORITHM = 6;
 
     /**
-     * Filter: the certificate's key usage includes all of the values, names as for {@link #FILTER_KEY_USAGE}
-     * ({@code contentCommitment} is {@code nonRepudiation}) separated by commas. A certificate that does not restrict
-     * its key's usage does not pass.
+     * Filter: the certificate's key usage includes all of the values, which are names as for {@link #FILTER_KEY_USAGE},
+     * separated by commas ({@code contentCommitment} is {@code nonRepudiation}). A certificate without key usages does
+     * not pass.
      */
     public static final long FILTER_KEY_USAGE_ALL = 7;
 
     /**
      * Filter: the certificate's extended key usage lists all of the values, dotted OIDs or the names
      * {@code serverAuth}, {@code clientAuth}, {@code codeSigning}, {@code emailProtection}, {@code timeStamping} and
-     * {@code OCSPSigning} in any case, separated by commas. A listed {@code anyExtendedKeyUsage} does not stand for
-     * others.
+     * {@code OCSPSigning} in upper or lower case, separated by commas. {@code anyExtendedKeyUsage} in a certificate
+     * does not stand for others.
      */
     public static final long FILTER_EXTENDED_KEY_USAGE = 8;
 
-    /** Filter: the certificate is valid at this time as well, UTC in the form {@code 2026-11-21T05:00:00Z}. */
+    /** Filter: the certificate is valid at this time as well as now; UTC, such as {@code 2026-11-21T05:00:00Z}. */
     public static final long FILTER_VALID_AT = 9;
 
-    /** Filter: the value, a dotted OID, is among the certificate policies. */
+    /** Filter: the certificate has this policy, a dotted OID. */
     public static final long FILTER_POLICY = 10;
 
-    /** Filter: the RSA modulus or the field of the EC key's curve has at least so many bits, in decimal. */
+    /** Filter: the RSA modulus or the field of the curve has at least this number of bits, in decimal. */
     public static final long FILTER_KEY_SIZE = 11;
 
     /**
-     * Filter: the subject's name equals the value, an RFC 4514 name, as RFC 5280 section 7.1 compares names: in any
-     * case, and with any number of blanks where there is one.
+     * Filter: the subject's name equals the value, an RFC 4514 name. Names are compared as in RFC 5280 section 7.1:
+     * upper or lower case and the number of blanks in a row do not matter.
      */
     public static final long FILTER_SUBJECT_NAME = 12;
 
@@ -109,44 +109,44 @@ public class TAVClientJNI {
         LibraryLoader.load();
     }
 
-    /** Makes an instance; it holds no state of its own. */
+    /** Creates an instance; instances have no state. */
     public TAVClientJNI() {}
 
     /**
      * Opens a certificate store.
      *
      * @param bstrAlgType not used; may be {@code null}
-     * @param bstrAuxParam which store, a URI: {@code demo:} for the user's demo store with one RSA and one EC
-     *     certificate, made on first use; {@code file:/path/keys.p12?pin-value=1234} or
+     * @param bstrAuxParam the URI of the store: {@code demo:} for the user's demo store with one RSA and one EC
+     *     certificate, created on first use; {@code file:/path/keys.p12?pin-value=1234} or
      *     {@code file:/path/keys.pem?pin-source=file:/path/pin} for a PKCS #12 or PEM file, with its PIN or the file
-     *     that holds the PIN where it is protected; {@code pkcs11:token=Card;id=%01?pin-source=file:/path/pin} for a
-     *     smart card or another PKCS #11 token (RFC 7512), where {@code module-path} and {@code module-name} behind the
-     *     {@code ?} say which module gives access to it. {@code %}, {@code ?} and {@code #} in paths and values,
-     *     {@code &} in values, and {@code ;} in a token's, are percent-encoded. The URI is as trusted as a program: a
-     *     module's code runs in this process
-     * @return the handle of a new signing object, or 0 on failure. There is no object then to ask for the reason:
-     *     {@link #GetLastError GetLastError(0)} on the same thread gives the number and
-     *     {@link VCTKError#message} its text. {@code null} and the empty text give 0 and leave that number as it was
+     *     that holds the PIN if it needs one; {@code pkcs11:token=Card;id=%01?pin-source=file:/path/pin} for a smart
+     *     card or another PKCS #11 token (RFC 7512), where {@code module-path} and {@code module-name} after the
+     *     {@code ?} name the module that gives access to it. Percent-encode {@code %}, {@code ?} and {@code #} in paths
+     *     and values, {@code &} in values, and {@code ;} in values of a token. Trust a URI only as you would trust a
+     *     program: a module's code runs in this process
+     * @return the handle of a new signing object, or 0 on failure. After a failure,
+     *     {@link #GetLastError GetLastError(0)} on the same thread returns the number of the reason, and
+     *     {@link VCTKError#message} its text. For {@code null} and the empty text that number stays unchanged
      */
     public native long Initialize(String bstrAlgType, String bstrAuxParam);
 
     /**
-     * Sets the digest algorithm of the signatures made from now on. Until it is called that is SHA-256.
+     * Sets the digest algorithm of later signatures. The default is SHA-256.
      *
      * @param handle from {@link #Initialize}
-     * @param bstrDigestAlg a name of the SHA-2 or SHA-3 family in any usual spelling and any case, for example
-     *     {@code SHA256}, {@code SHA-384}, {@code sha512} or {@code SHA3-256}. Names of broken algorithms such as
-     *     {@code SHA-1} and {@code MD5} are refused
-     * @return 0, or 1 on failure; the algorithm then stays as it was
+     * @param bstrDigestAlg an algorithm of the SHA-2 or SHA-3 family in any usual spelling, for example {@code SHA256},
+     *     {@code SHA-384}, {@code sha512} or {@code SHA3-256}. Broken algorithms such as {@code SHA-1} and {@code MD5}
+     *     are refused
+     * @return 0, or 1 on failure; the algorithm then stays unchanged
      */
     public native long SetDigestAlg(long handle, String bstrDigestAlg);
 
     /**
-     * Says what happens when several certificates pass the filters.
+     * Sets what happens when several certificates pass the filters.
      *
      * @param handle from {@link #Initialize}
-     * @param isChoose 0 (the initial setting): signing takes the certificate that stays valid longest, the first in the
-     *     store among equals. Any other value: signing fails unless exactly one certificate passes
+     * @param isChoose 0 (the default): the certificate that stays valid longest signs; among equals, the first in the
+     *     store. Any other value: signing fails unless exactly one certificate passes
      * @return 0, or 1 on failure
      */
     public native long SetChooseSingleCert(long handle, int isChoose);
@@ -157,9 +157,9 @@ public class TAVClientJNI {
      *
      * @param handle from {@link #Initialize}
      * @param ulType one of the {@code FILTER_} constants
-     * @param bstrValue what the type says
-     * @return 0, or 1 on failure; the filters then stay as they were. A filter that no certificate passes is no failure
-     *     here but when signing
+     * @param bstrValue a value as the type describes it
+     * @return 0, or 1 on failure; the filters then stay unchanged. If no certificate passes a filter, adding it
+     *     succeeds and signing fails
      */
     public native long AddFilter(long handle, long ulType, String bstrValue);
 
@@ -175,8 +175,8 @@ public class TAVClientJNI {
      * Makes a P1 signature of data given as Base64.
      *
      * @param handle from {@link #Initialize}
-     * @param bstrValueBase64 the data's bytes in Base64: the ordinary alphabet with padding, in one line, as
-     *     {@link java.util.Base64#getEncoder()} writes it
+     * @param bstrValueBase64 the data's bytes in Base64, in the form of {@link java.util.Base64#getEncoder()}: the
+     *     basic alphabet, padding, one line
      * @return the signature as Base64 in one line, {@code null} on failure. With an RSA key it is RSASSA-PKCS1-v1_5
      *     (the JDK's {@code SHA256withRSA}), with an EC key ECDSA in its DER form ({@code SHA256withECDSA})
      */
@@ -186,8 +186,8 @@ public class TAVClientJNI {
      * Makes a P1 signature of a text.
      *
      * @param handle from {@link #Initialize}
-     * @param bstrValue the text itself. Signed are its bytes in the process locale's encoding, unchanged: no line end
-     *     is converted, nothing is added
+     * @param bstrValue the text itself. Its bytes in the encoding of the process locale are signed unchanged: line ends
+     *     are not converted, and nothing is added
      * @return as for {@link #P1Sign}
      */
     public native String P1SignString(long handle, String bstrValue);
@@ -197,12 +197,11 @@ public class TAVClientJNI {
      *
      * @param handle from {@link #Initialize}
      * @param bstrValue the data's bytes in Base64, as for {@link #P1Sign}
-     * @param bDetach 0: the signature contains the data. 1: it does not, and whoever verifies needs the data as well.
-     *     As for {@code bIncludeCert}, any value whose low 32 bits are not 0 counts as 1
-     * @param bIncludeCert 1: the signature contains the signer's certificate. 0: it does not, and whoever verifies
-     *     needs the certificate as well
-     * @return the signature, CMS SignedData in DER as Base64 in one line, {@code null} on failure. Among the signed
-     *     attributes are the time of signing and the certificate's digest
+     * @param bDetach 0: the signature contains the data. 1: it does not, and verifying needs both. Here and for
+     *     {@code bIncludeCert}, any value whose low 32 bits are not 0 counts as 1
+     * @param bIncludeCert 1: the signature contains the signer's certificate. 0: it does not, and verifying needs both
+     * @return the signature, CMS SignedData in DER as Base64 in one line, {@code null} on failure. The signed
+     *     attributes include the time of signing and the certificate's digest
      */
     public native String P7Sign(long handle, String bstrValue, long bDetach, long bIncludeCert);
 
@@ -218,26 +217,26 @@ public class TAVClientJNI {
     public native String P7SignString(long handle, String bstrValue, long bDetach, long bIncludeCert);
 
     /**
-     * Closes a signing object. Calls on it that other threads are in the middle of still finish.
+     * Closes a signing object. Calls of other threads on it that are in progress finish normally.
      *
-     * @param handle from {@link #Initialize}; not to be used afterwards
+     * @param handle from {@link #Initialize}; do not use it afterwards
      * @return 0, or 1 on failure
      */
     public native long Finalize(long handle);
 
     /**
-     * The version of the native library, 1.0.0.1, in a peculiar form that is part of its interface: the seven
-     * characters {@code '1', U+0000, '.', U+0000, '0', U+0000, '.'}, the first half of the text with a U+0000 after
-     * each character.
+     * Returns the version of the native library, 1.0.0.1, in a strange form that is part of its interface: the seven
+     * characters {@code '1', U+0000, '.', U+0000, '0', U+0000, '.'}. This is the first half of the text with a U+0000
+     * after each character.
      *
-     * @param handle not used; 0 will do
+     * @param handle not used; 0 is accepted
      * @return these seven characters, always
      */
     public native String GetSignVersion(long handle);
 
     /**
-     * Returns {@code null}, always. For the certificate, make a P7 signature that includes it: the JDK's
-     * {@link java.security.cert.CertificateFactory#generateCertificates} reads it from there.
+     * Always returns {@code null}. To get the certificate, make a P7 signature that includes it and read it from there
+     * with {@link java.security.cert.CertificateFactory#generateCertificates}.
      *
      * @param handle from {@link #Initialize}
      * @return {@code null}
@@ -245,16 +244,16 @@ public class TAVClientJNI {
     public native String GetSignCert(long handle);
 
     /**
-     * The number of the calling platform thread's last error on this handle.
+     * Returns the number of the calling platform thread's last error on this handle.
      *
-     * @param handle from {@link #Initialize}; or 0, which asks for the calling thread's last error that belongs to no
-     *     handle, such as that of a failed {@link #Initialize}
+     * @param handle from {@link #Initialize}; or 0 for the calling thread's last error without a handle, such as that
+     *     of a failed {@link #Initialize}
      * @return a number of {@link VCTKError}; 0 when the thread's last call on this handle succeeded
      */
     public native long GetLastError(long handle);
 
     /**
-     * The English text of the calling thread's last error on this handle, with details where there are any.
+     * Returns the English text of the calling thread's last error on this handle, with details if there are any.
      *
      * @param handle from {@link #Initialize}
      * @return the text, {@code null} for handle 0
@@ -262,14 +261,14 @@ public class TAVClientJNI {
     public native String GetLastErrorMessage(long handle);
 
     /**
-     * The certificates that could sign: those in the store that are valid today, have their private key there and pass
-     * all filters.
+     * Lists the certificates that could sign: they are valid now, have their private key in the store, and pass all
+     * filters.
      *
      * @param handle from {@link #Initialize}
      * @return one record for each certificate, separated by CR LF; empty when there is none, {@code null} on failure. A
      *     record has seven fields separated by one blank: serial number and SHA-256 fingerprint in upper-case
-     *     hexadecimal, the begin and the end of validity in UTC as in {@code 2026-11-21T05:00:00Z}, the key's algorithm
-     *     ({@code RSA} or {@code EC}), subject and issuer. The names are RFC 4514 text in which blanks are written
+     *     hexadecimal, start and end of the validity in UTC such as {@code 2026-11-21T05:00:00Z}, the key's algorithm
+     *     ({@code RSA} or {@code EC}), subject and issuer. The names are RFC 4514 text, with each blank written as
      *     {@code \20}
      */
     public native String GetCertList(long handle);

@@ -26,7 +26,7 @@ public final class VCTKError {
     public static final int STORE_NOT_FOUND = 1103;
     /** The store file cannot be read. */
     public static final int STORE_UNREADABLE = 1104;
-    /** The content of the store file cannot be used: it is of another kind, damaged, or its encryption is too old. */
+    /** The store file cannot be used: it has another format, is damaged, or its encryption is too old. */
     public static final int STORE_FORMAT = 1105;
     /** The store has no certificate with an RSA or EC private key. */
     public static final int STORE_NO_PRIVATE_KEY = 1106;
@@ -74,11 +74,11 @@ public final class VCTKError {
     private VCTKError() {}
 
     /**
-     * The text of an error number, for where there is no handle to ask for it: after a failed
+     * Returns the text of an error number. It is needed when there is no handle to ask: after a failed
      * {@link TAVClientJNI#Initialize}. Any thread may call it.
      *
      * @param number from {@link TAVClientJNI#GetLastError}
-     * @return the text without a full stop; one that names the number when it is none of this class's
+     * @return the text without a full stop; for an unknown number, a text with the number
      */
     public static String message(long number) {
         if (number != (int) number) {
