@@ -16,7 +16,7 @@ import vex.jni.VCTKError;
 @Tag("ascii-locale")
 class AsciiLocaleClientTest {
     @Test
-    void whatTheLocaleCannotEncodeIsRefusedWithTheCure() throws Exception {
+    void refusesWhatTheLocaleCannotEncodeAndSaysWhatToDo() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").keyAlgorithm("EC").open()) {
             SigningException e = assertThrows(SigningException.class, () -> client.signPkcs1("Grüße"));
             assertEquals(VCTKError.INVALID_ARGUMENT, e.number());
@@ -29,7 +29,7 @@ class AsciiLocaleClientTest {
     }
 
     @Test
-    void bytesAndAsciiTextAreSigned() throws Exception {
+    void signsBytesAndAsciiText() throws Exception {
         byte[] bytes = "Grüße 漢字".getBytes(StandardCharsets.UTF_8);
         try (SigningClient client = SigningClient.store("demo:").keyAlgorithm("EC").open()) {
             X509Certificate certificate =

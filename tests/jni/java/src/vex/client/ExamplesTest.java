@@ -24,10 +24,10 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** The programs on the pages do what the pages say. */
+/** The programs on the pages do what the pages promise. */
 @Tag("client")
 class ExamplesTest {
-    /** What the program prints. Programs are in no package, from where only reflection gets at them. */
+    /** Returns what the program prints. Programs without a package can be called by reflection only. */
     private static String run(String program) throws Exception {
         PrintStream before = System.out;
         ByteArrayOutputStream output = new ByteArrayOutputStream();
@@ -50,12 +50,12 @@ class ExamplesTest {
         assertTrue(lines[2].equals("256 bytes of RSASSA-PKCS1-v1_5"), lines[2]);
     }
 
-    // ---- The first lines of the README, which are no whole program ----
+    // ---- The first Java lines of the README, which are not a whole program ----
 
     @TempDir
     private Path directory;
 
-    /** A method of these lines, with another store's URI in them; it returns the signature. */
+    /** Compiles these lines, with another store URI, to a method that returns the signature. */
     private Method readme(String store) throws Exception {
         Path page = Path.of(System.getProperty("vex.test.docs")).resolveSibling("README.md");
         Matcher block = Pattern.compile("^```java\n(.*?)^```", Pattern.DOTALL | Pattern.MULTILINE)
@@ -76,13 +76,13 @@ class ExamplesTest {
     }
 
     @Test
-    void theReadmesLinesSign() throws Exception {
+    void theLinesOfTheReadmeSign() throws Exception {
         byte[] cms = Base64.getDecoder().decode((String) readme("demo:").invoke(null));
         assertFalse(new CMSSignedData(cms).getSignerInfos().getSigners().isEmpty());
     }
 
     @Test
-    void theReadmesLinesSayWhatIsWrongWithTheStore() throws Exception {
+    void theLinesOfTheReadmeExplainAWrongStore() throws Exception {
         Files.writeString(directory.resolve("pin"), "1234");
         Method sign = readme("file:" + directory + "/keys.p12?pin-source=file:" + directory + "/pin");
         Throwable e = assertThrows(InvocationTargetException.class, () -> sign.invoke(null)).getCause();

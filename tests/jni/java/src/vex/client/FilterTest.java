@@ -25,7 +25,7 @@ import org.junit.jupiter.api.io.TempDir;
 import vex.jni.TestStore;
 import vex.jni.VCTKError;
 
-/** The typed filters: what they tell the toolkit, and which certificates they leave. */
+/** The typed filters: their values, and which certificates pass. */
 @Tag("client")
 class FilterTest {
     private static final Path HEADER = Path.of(System.getProperty("vex.test.headers"), "VCTKFilter.h");
@@ -40,7 +40,7 @@ class FilterTest {
     }
 
     @Test
-    void valuesAreWrittenAsTheToolkitReadsThem() {
+    void writesValuesInTheFormOfTheToolkit() {
         assertFilter(1, "O=x", Filter.issuerContains("O=x"));
         assertFilter(2, "CN=x", Filter.subjectContains("CN=x"));
         assertFilter(3, "ff", Filter.serial(BigInteger.valueOf(255)));
@@ -59,18 +59,18 @@ class FilterTest {
     }
 
     @Test
-    void valuesThatNoFilterCanHaveAreRefused() {
+    void refusesImpossibleValues() {
         assertThrows(IllegalArgumentException.class, () -> Filter.keySizeAtLeast(0));
         assertThrows(IllegalArgumentException.class, Filter::keyUsages);
         assertThrows(IllegalArgumentException.class, Filter::extendedKeyUsages);
         assertThrows(NullPointerException.class, () -> Filter.policy(null));
     }
 
-    /** A filter, its number, and the subjects that it leaves. */
+    /** A filter, its number, and the subjects of the certificates that pass it. */
     private record Expected(int type, UnaryOperator<SigningClient.Builder> filter, String... subjects) {}
 
     @Test
-    void filtersLeaveWhatTheySay() throws Exception {
+    void theRightCertificatesPass() throws Exception {
         X509Certificate one;
         List<TestStore.Identity> identities = new ArrayList<>();
         identities.add(TestStore.identity("RSA", "CN=One,O=Left", 0x1001, 30, 0));
@@ -105,12 +105,12 @@ class FilterTest {
                     assertEquals(List.of(expected.subjects()), subjects(client), "filter " + expected.type());
                 }
             } else {
-                // A toolkit without the filter says so, rather than letting every certificate pass.
+                // A toolkit that does not know the filter refuses it: otherwise every certificate would pass.
                 SigningException e = assertThrows(SigningException.class, builder::open);
                 assertEquals(VCTKError.FILTER_TYPE, e.number(), "filter " + expected.type());
             }
         }
-        assertTrue(tried.containsAll(known), () -> "filters of the toolkit without a typed method: " + known);
+        assertTrue(tried.containsAll(known), () -> "some filters of the toolkit have no typed method: " + known);
     }
 
     private static SigningClient.Builder certificate(SigningClient.Builder builder, X509Certificate certificate) {

@@ -1,6 +1,5 @@
 package vex.client;
 
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
@@ -10,7 +9,6 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.io.Reader;
 import java.math.BigInteger;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.PublicKey;
@@ -19,13 +17,9 @@ import java.security.cert.X509CRL;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.jar.JarEntry;
-import java.util.jar.JarFile;
-import java.util.jar.JarOutputStream;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
-import java.util.zip.ZipEntry;
 import org.bouncycastle.openssl.PEMParser;
 import org.bouncycastle.operator.jcajce.JcaContentVerifierProviderBuilder;
 import org.bouncycastle.pkcs.PKCS10CertificationRequest;
@@ -36,24 +30,21 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Run;
+import vex.jni.TestJar;
 import vex.jni.TestStore;
 
-/** The JDK's own tools, with the provider on their command line, sign with keys of both kinds. */
+/** The JDK's tools sign with RSA and EC keys when their command line names the provider. */
 @Tag("tools")
 class JdkToolsTest {
-    private static final byte[] DATA = "some data\0\r\n漢".getBytes(StandardCharsets.UTF_8);
     private static final Path BUNDLED_JAR = Path.of(System.getProperty("vex.test.bundled"));
 
     @TempDir
     private Path directory;
 
     @BeforeEach
-    void putTheJarsThere() throws Exception {
+    void createJars() throws Exception {
         Files.createSymbolicLink(directory.resolve("tavclientjni-bundled.jar"), BUNDLED_JAR);
-        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(directory.resolve("app.jar")))) {
-            jar.putNextEntry(new ZipEntry("entry"));
-            jar.write(DATA);
-        }
+        TestJar.write(directory.resolve("app.jar"));
     }
 
     private static TestStore.Identity identity(String algorithm) throws Exception {
@@ -63,7 +54,7 @@ class JdkToolsTest {
     private Run run(List<String> command) throws Exception {
         ProcessBuilder builder = new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true);
         builder.environment().put("SOFTHSM2_CONF", directory.resolve("softhsm2.conf").toString());
-        // Each tool is a JVM that ends before the compiler's best work pays.
+        // Each tool is a JVM that ends before optimised code pays off.
         builder.environment().put("JAVA_TOOL_OPTIONS", "-XX:TieredStopAtLevel=1 -XX:+UseSerialGC");
         return Run.of(builder);
     }
@@ -93,7 +84,7 @@ class JdkToolsTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void keytoolMakesRequestsCertificatesAndRevocationLists(String algorithm) throws Exception {
+    void keytoolCreatesRequestsCertificatesAndRevocationLists(String algorithm) throws Exception {
         TestStore.Identity signer = identity(algorithm);
         PublicKey publicKey = signer.certificate().getPublicKey();
         String alias = writeStore(signer);
@@ -121,7 +112,7 @@ class JdkToolsTest {
         }
     }
 
-    /** It signs the new certificate and then wants to keep it in the store. */
+    /** keytool signs the new certificate and then tries to put it into the store. */
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
     void keytoolSelfcertSaysThatTheStoreIsReadOnly(String algorithm) throws Exception {
@@ -135,21 +126,12 @@ class JdkToolsTest {
     void jarsignerSignsJars(String algorithm) throws Exception {
         TestStore.Identity signer = identity(algorithm);
         tool("jarsigner", "app.jar", writeStore(signer)).succeeded();
-        assertSignedBy(signer.certificate());
-    }
-
-    private void assertSignedBy(X509Certificate certificate) throws Exception {
-        try (JarFile jar = new JarFile(directory.resolve("app.jar").toFile(), true)) {
-            JarEntry entry = jar.getJarEntry("entry");
-            assertArrayEquals(DATA, jar.getInputStream(entry).readAllBytes());
-            assertNotNull(entry.getCodeSigners(), "not signed");
-            assertEquals(certificate, entry.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
-        }
+        TestJar.assertSignedBy(directory.resolve("app.jar"), signer.certificate());
     }
 
     // ---- A token with a key that may not sign ----
 
-    /** Puts a key and its certificate onto the token, the key with the additional attribute. */
+    /** Imports a key with the additional attribute, and its certificate, into the token. */
     private String importKey(String subject, String attribute) throws Exception {
         Path file = directory.resolve(subject + ".p12");
         TestStore.Identity identity = TestStore.identity("RSA", "CN=" + subject, 1, 30, 0);
@@ -165,7 +147,7 @@ class JdkToolsTest {
     }
 
     @Test
-    void aTokensKeyThatMayNotSignIsPassedOver() throws Exception {
+    void passesOverATokenKeyThatMayNotSign() throws Exception {
         Files.createDirectory(directory.resolve("tokens"));
         Files.writeString(directory.resolve("softhsm2.conf"),
             "directories.tokendir = " + directory.resolve("tokens") + "\n");
@@ -197,7 +179,7 @@ class JdkToolsTest {
     }
 
     @Test
-    void thePagesCommandsSignWithTheDemoStore() throws Exception {
+    void commandsOfThePageSignWithTheDemoStore() throws Exception {
         Run run = runPage(pageCommands()).succeeded();
         assertTrue(run.output().contains("Your keystore contains 2 entries"), run.output());
         assertTrue(run.output().contains("jar signed."), run.output());
@@ -206,7 +188,7 @@ class JdkToolsTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void thePagesCommandsSignWithAnotherStore(String algorithm) throws Exception {
+    void commandsOfThePageSignWithAnotherStore(String algorithm) throws Exception {
         TestStore.Identity signer = identity(algorithm);
         writeStore(signer);
         Files.writeString(directory.resolve("pin"), TestStore.PIN);
@@ -215,6 +197,6 @@ class JdkToolsTest {
         assertTrue(commands.contains("keys.p12"), commands);
         Run run = runPage(commands).succeeded();
         assertTrue(run.output().contains("Your keystore contains 1 entry"), run.output());
-        assertSignedBy(signer.certificate());
+        TestJar.assertSignedBy(directory.resolve("app.jar"), signer.certificate());
     }
 }

@@ -45,7 +45,7 @@ import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Run;
 import vex.jni.TestStore;
 
-/** What makes loading a KeyStore fail, what does not, and how the reason is told. */
+/** Loading a KeyStore: what makes it fail, what does not, and how the reason is reported. */
 @Tag("client")
 class KeyStoreLoadTest {
     private static final String LATER = "20991231235959Z";
@@ -63,7 +63,7 @@ class KeyStoreLoadTest {
         return keyStore;
     }
 
-    // ---- Certificates that are out of the ordinary ----
+    // ---- Unusual certificates ----
 
     /** Certificates that the toolkit signs with, and whether Java can read them. */
     private enum Odd {
@@ -130,7 +130,7 @@ class KeyStoreLoadTest {
     }
 
     @Test
-    void whatJavaCannotReadIsPassedOverAndTheReasonIsTold() throws Exception {
+    void passesOverWhatJavaCannotReadAndTellsTheReason() throws Exception {
         List<OddIdentity> identities = new ArrayList<>();
         for (Odd kind : Odd.values()) {
             identities.add(odd(kind));
@@ -170,7 +170,7 @@ class KeyStoreLoadTest {
 
     @ParameterizedTest
     @EnumSource
-    void aStoreOfOneOddCertificate(Odd kind) throws Exception {
+    void loadsAStoreWithOneOddCertificateOrTellsTheReason(Odd kind) throws Exception {
         String uri = write(List.of(odd(kind)));
         if (kind.readable) {
             assertEquals(1, load(uri).size());
@@ -182,10 +182,10 @@ class KeyStoreLoadTest {
         assertInstanceOf(CertificateException.class, e.getCause());
     }
 
-    /** A Java runtime need not have java.util.logging. */
+    /** A Java runtime may have no java.util.logging. */
     @Test
-    void withoutTheModuleForLoggingTheKeyIsPassedOverAsWell() throws Exception {
-        // RSA, since in older runtimes EC keys are in another module.
+    void passesOverAKeyWithoutTheLoggingModule() throws Exception {
+        // An RSA key, because older runtimes have EC keys in another module.
         TestStore.writePem(directory.resolve("keys.pem"), List.of(TestStore.identity("RSA", "CN=RSA", 1, 30, 0)));
         String uri = "file:" + Files.writeString(directory.resolve("keys.pem"), odd(Odd.WITHOUT_ISSUER).pem(),
             StandardOpenOption.APPEND);
@@ -198,7 +198,7 @@ class KeyStoreLoadTest {
         assertEquals(0, run.status(), run.errors());
     }
 
-    /** Prints whether there is a module for logging, and the number of keys in a store. */
+    /** Prints whether the module for logging exists, and the number of keys in a store. */
     static final class CountKeys {
         public static void main(String[] args) throws Exception {
             KeyStore store = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, new SigningProvider());
@@ -211,7 +211,7 @@ class KeyStoreLoadTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"", "?pin-value=wrong-4711"})
-    void aWrongOrMissingPinHasTheCausesThatCallersLookFor(String query) throws Exception {
+    void throwsThePromisedCausesForAWrongOrMissingPin(String query) throws Exception {
         Path file = directory.resolve("keys.p12");
         TestStore.writePkcs12(file, List.of(TestStore.identity("secp256r1", "CN=EC", 2, 30, 0)));
         IOException e = assertThrows(IOException.class, () -> load("file:" + file + query));
@@ -224,19 +224,19 @@ class KeyStoreLoadTest {
     }
 
     @Test
-    void aFileWithoutPin() throws Exception {
+    void opensAFileWithoutPin() throws Exception {
         write(List.of(odd(Odd.NEGATIVE_SERIAL)));
         KeyStore store = newStore();
         store.load(StoreParameter.file(directory.resolve("keys.pem")));
         assertEquals(1, store.size());
     }
 
-    // ---- A URI out of a stream ----
+    // ---- A URI in a stream ----
 
     @ParameterizedTest
     @ValueSource(strings = {"pkcs11:?module-path=/tmp/evil.so", "pkcs11:token=T?pin-value=1&module-path=/tmp/evil.so",
         "PKCS11:token=T?Module-Path=%2ftmp%2fevil.so", "pkcs11:token=T;module-path=/tmp/evil.so"})
-    void aStreamsUriNamesNoCode(String uri) {
+    void refusesAUriFromAStreamThatNamesCode(String uri) {
         IOException e = assertThrows(IOException.class, () -> newStore().load(
             new ByteArrayInputStream(uri.getBytes(StandardCharsets.UTF_8)), null));
         assertTrue(e.getMessage().contains("module-path"), e.getMessage());
@@ -244,7 +244,7 @@ class KeyStoreLoadTest {
     }
 
     @Test
-    void elsewhereAModuleMayBeNamed() {
+    void acceptsAModuleInAUriFromElsewhere() {
         String uri = "pkcs11:?module-path=" + directory.resolve("no-module.so");
         IOException e = assertThrows(IOException.class, () -> load(uri));
         assertEquals(1111, assertInstanceOf(SigningException.class, e.getCause()).number());

@@ -7,27 +7,25 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.util.ArrayList;
 import java.util.List;
-import java.util.concurrent.Callable;
 import java.util.concurrent.CountDownLatch;
-import java.util.concurrent.CyclicBarrier;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.Future;
 import java.util.concurrent.atomic.AtomicInteger;
-import java.util.function.BooleanSupplier;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
+import vex.jni.Garbage;
 import vex.jni.TAVClientJNI;
+import vex.jni.Together;
 import vex.jni.VCTKError;
 
-/** Closing, forgetting to close, and many threads at once. */
+/** Closing a client, forgetting to close it, and many threads at once. */
 @Tag("client")
 class LifetimeTest {
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
     private static final int THREADS = 16;
     private static final int ROUNDS = 200;
-    private static final long DEADLINE_SECONDS = 30;
 
     private static boolean isFinalized(long handle) {
         return NATIVES.GetLastError(handle) == VCTKError.INVALID_HANDLE;
@@ -37,18 +35,8 @@ class LifetimeTest {
         return SigningClient.store("demo:").keyAlgorithm("EC").open();
     }
 
-    /** Collecting garbage has no other sign than its effect. */
-    private static void awaitCollection(BooleanSupplier effect) throws InterruptedException {
-        long deadline = System.nanoTime() + DEADLINE_SECONDS * 1_000_000_000L;
-        while (!effect.getAsBoolean()) {
-            assertTrue(System.nanoTime() < deadline, "not collected");
-            System.gc();
-            Thread.sleep(5);
-        }
-    }
-
     @Test
-    void closeReleasesTheHandleAndIsHarmlessWhenRepeated() throws Exception {
+    void closeReleasesTheHandleAndMayBeRepeated() throws Exception {
         SigningClient client = openEc();
         long handle = client.session.handle;
         assertFalse(isFinalized(handle));
@@ -58,7 +46,7 @@ class LifetimeTest {
     }
 
     @Test
-    void useAfterCloseIsRefusedWithoutANativeCall() throws Exception {
+    void refusesUseAfterCloseWithoutANativeCall() throws Exception {
         SigningClient client = openEc();
         long handle = client.session.handle;
         client.close();
@@ -70,9 +58,9 @@ class LifetimeTest {
     }
 
     @Test
-    void aClientThatWasNeverClosedIsReleased() throws Exception {
+    void releasesAClientThatWasNeverClosed() throws Exception {
         long handle = handleOfAForgottenClient();
-        awaitCollection(() -> isFinalized(handle));
+        Garbage.awaitCollection(() -> isFinalized(handle));
     }
 
     private static long handleOfAForgottenClient() throws SigningException {
@@ -80,28 +68,28 @@ class LifetimeTest {
     }
 
     @Test
-    void aBuilderThatFailsLeavesNoHandleOpen() throws Exception {
+    void leavesNoHandleOpenWhenOpeningFails() throws Exception {
         for (int i = 0; i < 10; ++i) {
             assertThrows(SigningException.class, () -> SigningClient.store("demo:").keyAlgorithm("x").open());
         }
-        awaitCollection(() -> !Reaper.isRunning());
+        Garbage.awaitCollection(() -> !Reaper.isRunning());
     }
 
     @Test
-    void theReaperEndsWithTheLastClientAndComesBackWithTheNext() throws Exception {
+    void theReaperEndsWithTheLastClientAndRestartsWithTheNext() throws Exception {
         for (int i = 0; i < 3; ++i) {
             SigningClient first = openEc();
             SigningClient second = openEc();
             first.close();
             assertTrue(Reaper.isRunning());
             second.close();
-            awaitCollection(() -> !Reaper.isRunning());
+            Garbage.awaitCollection(() -> !Reaper.isRunning());
         }
     }
 
     @Test
-    void theReaperHoldsOnToNothingOfItsStarter() throws Exception {
-        awaitCollection(() -> !Reaper.isRunning());
+    void theReaperKeepsNoReferenceToItsStarter() throws Exception {
+        Garbage.awaitCollection(() -> !Reaper.isRunning());
         try (SigningClient client = openEc()) {
             Thread reaper = Thread.getAllStackTraces().keySet().stream()
                 .filter(thread -> thread.getName().equals("vex.client reaper")).findFirst().orElseThrow();
@@ -112,7 +100,7 @@ class LifetimeTest {
     }
 
     @Test
-    void closeWhileOthersSignLetsTheirCallsFinish() throws Exception {
+    void closeLetsCallsOfOtherThreadsFinish() throws Exception {
         for (int round = 0; round < 20; ++round) {
             SigningClient client = openEc();
             long handle = client.session.handle;
@@ -128,7 +116,7 @@ class LifetimeTest {
                             client.signPkcs1("text");
                             signatures.incrementAndGet();
                         } catch (IllegalStateException e) {
-                            return null;  // any SigningException would be a call on a handle that is gone
+                            return null;  // a SigningException would mean a call on a finalized handle
                         }
                     }
                 }));
@@ -149,7 +137,7 @@ class LifetimeTest {
     }
 
     @Test
-    void soDoVirtualThreads() throws Exception {
+    void eachVirtualThreadGetsTheErrorOfItsOwnCall() throws Exception {
         if (Runtime.version().feature() >= 21) {
             run((ExecutorService) Executors.class.getMethod("newVirtualThreadPerTaskExecutor").invoke(null));
         } else {
@@ -158,26 +146,14 @@ class LifetimeTest {
         }
     }
 
-    private static void run(ExecutorService threads) throws Exception {
-        CyclicBarrier start = new CyclicBarrier(THREADS);
+    private static void run(ExecutorService executor) throws Exception {
         try (SigningClient client = openEc()) {
-            List<Callable<Void>> calls = new ArrayList<>();
-            for (int i = 0; i < THREADS; ++i) {
-                int thread = i;
-                calls.add(() -> {
-                    start.await();
-                    for (int round = 0; round < ROUNDS; ++round) {
-                        failOrSign(client, thread);
-                        Thread.yield();
-                    }
-                    return null;
-                });
-            }
-            for (Future<Void> result : threads.invokeAll(calls)) {
-                result.get();
-            }
-        } finally {
-            threads.shutdown();
+            Together.run(executor, THREADS, thread -> {
+                for (int round = 0; round < ROUNDS; ++round) {
+                    failOrSign(client, thread);
+                    Thread.yield();
+                }
+            });
         }
     }
 

@@ -27,13 +27,12 @@ import vex.jni.Signatures;
 import vex.jni.TestStore;
 import vex.jni.VCTKError;
 
-/** What a client signs, with what, and what it refuses. */
+/** What a client signs, with which certificate, and what it refuses. */
 @Tag("client")
 class SigningClientTest {
     private static final String TEXT = "I owe you 100 €.\r\n漢字😀";
     private static final byte[] TEXT_BYTES = TEXT.getBytes(StandardCharsets.UTF_8);
     private static final byte[] DATA = {0, 1, (byte) 0xff, 0, '\n', (byte) 0x80};
-    private static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
 
     @TempDir
     private Path directory;
@@ -52,7 +51,7 @@ class SigningClientTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void pkcs1SignaturesOfTextAndOfBytesVerify(String key) throws Exception {
+    void pkcs1SignaturesOfTextsAndBytesVerify(String key) throws Exception {
         try (SigningClient client = openDemo(key)) {
             X509Certificate certificate = signerOf(client);
             assertTrue(Signatures.isP1Good(base64(client.signPkcs1(TEXT)), TEXT_BYTES, certificate, "SHA256"));
@@ -62,21 +61,21 @@ class SigningClientTest {
 
     @ParameterizedTest
     @CsvSource({"false,false", "false,true", "true,false", "true,true"})
-    void cmsSignaturesOfTextAndOfBytesVerify(boolean detached, boolean withCertificate) throws Exception {
+    void cmsSignaturesOfTextsAndBytesVerify(boolean detached, boolean withCertificate) throws Exception {
         CmsOption[] options = Stream.of(CmsOption.values())
             .filter(option -> option == CmsOption.DETACHED ? detached : withCertificate)
             .toArray(CmsOption[]::new);
         try (SigningClient client = openDemo("RSA")) {
             X509Certificate certificate = signerOf(client);
             Signatures.assertP7(base64(client.signCms(TEXT, options)), TEXT_BYTES, detached, withCertificate,
-                certificate, SHA256_OID);
+                certificate, Signatures.SHA256_OID);
             Signatures.assertP7(base64(client.signCms(DATA, options)), DATA, detached, withCertificate, certificate,
-                SHA256_OID);
+                Signatures.SHA256_OID);
         }
     }
 
     @Test
-    void digestIsTheOneAskedFor() throws Exception {
+    void usesTheChosenDigest() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").keyAlgorithm("EC").digest("SHA-384").open()) {
             byte[] signature = client.signPkcs1(DATA);
             assertTrue(Signatures.isP1Good(base64(signature), DATA, signerOf(client), "SHA384"));
@@ -84,7 +83,7 @@ class SigningClientTest {
     }
 
     @Test
-    void aLargeTextIsSigned() throws Exception {
+    void signsALargeText() throws Exception {
         String text = "漢字 text 😀\n".repeat(1 << 16);
         try (SigningClient client = openDemo("EC")) {
             assertTrue(Signatures.isP1Good(base64(client.signPkcs1(text)), text.getBytes(StandardCharsets.UTF_8),
@@ -94,7 +93,7 @@ class SigningClientTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"", "a\0b", "\0", "a\ud83d", "\ude00b", "\ude00\ud83d"})
-    void textsThatCannotBeCarriedAreRefusedWithAReason(String text) throws Exception {
+    void refusesTextsThatHaveNoEncoding(String text) throws Exception {
         int number = text.isEmpty() ? VCTKError.DATA_EMPTY : VCTKError.INVALID_ARGUMENT;
         try (SigningClient client = openDemo("EC")) {
             assertEquals(number, assertThrows(SigningException.class, () -> client.signPkcs1(text)).number());
@@ -105,7 +104,7 @@ class SigningClientTest {
     }
 
     @Test
-    void emptyDataIsRefused() throws Exception {
+    void refusesEmptyData() throws Exception {
         try (SigningClient client = openDemo("EC")) {
             SigningException e = assertThrows(SigningException.class, () -> client.signPkcs1(new byte[0]));
             assertEquals(VCTKError.DATA_EMPTY, e.number());
@@ -113,7 +112,7 @@ class SigningClientTest {
     }
 
     @Test
-    void pinsAndPathsOfAnyCharactersReachTheToolkit() throws Exception {
+    void acceptsAnyCharactersInPinsAndPaths() throws Exception {
         Path store = directory.resolve("a b&c=d#e%20?ä漢;+.p12");
         TestStore.writePkcs12(store, List.of(TestStore.identity("secp256r1", "CN=any", 1, 30, 0)));
         Path pinFile = Files.writeString(directory.resolve("pin & #1"), TestStore.PIN + "\n");
@@ -128,13 +127,13 @@ class SigningClientTest {
     }
 
     @Test
-    void attributesOfAUriAndThoseOfTheBuilderMeet() {
+    void addsTheAttributesOfTheBuilderToTheUri() {
         assertEquals("file:/a?pin-value=%70%25%c3%a4", StoreText.withPin("file:/a", "p%ä".toCharArray()));
         assertEquals("file:/a?x=y&pin-source=file:/p%26", StoreText.withPinFile("file:/a?x=y", Path.of("/p&")));
     }
 
     @Test
-    void anInitialisationThatFailedHasItsNumberAndTellsNoPin() throws Exception {
+    void reportsTheNumberButNoPinWhenOpeningFails() throws Exception {
         Path store = directory.resolve("store.p12");
         TestStore.writePkcs12(store, List.of(TestStore.identity("secp256r1", "CN=any", 1, 30, 0)));
         SigningClient.Builder builder = SigningClient.file(store).pin("wrong-4711".toCharArray());
@@ -149,7 +148,7 @@ class SigningClientTest {
     }
 
     @Test
-    void aSettingThatIsRefusedIsNamed() {
+    void namesTheRefusedSetting() {
         SigningException e = assertThrows(SigningException.class,
             () -> SigningClient.store("demo:").digest("MD5").open());
         assertEquals(VCTKError.DIGEST_WEAK, e.number());
@@ -161,7 +160,7 @@ class SigningClientTest {
     }
 
     @Test
-    void severalCertificatesAreAnErrorWhenOneIsWanted() throws Exception {
+    void refusesSeveralCertificatesWhenOneIsWanted() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").singleCertificate().open()) {
             SigningException e = assertThrows(SigningException.class, () -> client.signPkcs1(DATA));
             assertEquals(VCTKError.SEVERAL_CERTIFICATES, e.number());
@@ -173,17 +172,17 @@ class SigningClientTest {
     }
 
     @Test
-    void aFailureLeavesNoErrorBehindForTheNext() throws Exception {
+    void removesTheLastErrorAfterAFailure() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").singleCertificate().open()) {
             assertThrows(SigningException.class, () -> client.signPkcs1(DATA));
             assertEquals(VCTKError.OK, new vex.jni.TAVClientJNI().GetLastError(client.session.handle));
             SigningException again = assertThrows(SigningException.class, () -> client.signPkcs1(DATA));
-            assertEquals(VCTKError.SEVERAL_CERTIFICATES, again.number(), "single choice is as it was");
+            assertEquals(VCTKError.SEVERAL_CERTIFICATES, again.number(), "the single choice is unchanged");
         }
     }
 
     @Test
-    void certificatesAreWhatTheCertificatesSay() throws Exception {
+    void listsTheFieldsOfTheCertificates() throws Exception {
         String subject = "C=DE,O=A\\, B \\+ C\\\\D,OU=\\ edges\\ ,CN=Grüße 漢字";
         List<TestStore.Identity> identities = List.of(
             TestStore.identity("RSA", subject, 0x1234567890L, 30, 0),
@@ -211,13 +210,13 @@ class SigningClientTest {
     }
 
     @Test
-    void attributesWithoutANameInJavaAreRead() throws Exception {
+    void readsAttributeTypesThatJavaHasNoNamesFor() throws Exception {
         String subject = "CN=x,SERIALNUMBER=7,T=Dr.,SURNAME=S,GIVENNAME=G,E=a@b.example,DC=x,UID=u,2.5.4.97=VAT-1,"
             + "2.5.4.17=12345,2.5.4.65=P,2.5.4.15=B,1.3.6.1.4.1.311.60.2.1.3=DE,1.2.3.4=#0c0178";
         TestStore.Identity identity = TestStore.identity("secp256r1", subject, 1, 30, 0);
         String store = TestStore.writePem(directory.resolve("store.pem"), List.of(identity));
         try (SigningClient client = SigningClient.store(store).open()) {
-            // Such a value's string type is not in the text, so that the names are not equal as principals.
+            // The text does not tell the string types of these values, so the principals are not equal.
             assertEquals(identity.certificate().getSubjectX500Principal().toString(),
                 client.certificates().get(0).subject().toString());
         }
@@ -234,13 +233,13 @@ class SigningClientTest {
 
     @ParameterizedTest
     @MethodSource("listedNames")
-    void namesKeepTheEscapesThatTheyNeed(String listed, String text) {
+    void keepsTheEscapesThatANameNeeds(String listed, String text) {
         assertEquals(text, CertificateInfo.toText(listed));
         assertEquals(new X500Principal(listed), new X500Principal(text));
     }
 
     @Test
-    void anUnknownListIsAnErrorAndNoGuess() throws Exception {
+    void refusesAnUnknownList() throws Exception {
         assertEquals(List.of(), CertificateInfo.parseList(""));
         for (String list : List.of("x", "1 2 3 4 5 6 7", "01 AB 2026-01-01T00:00:00Z", "\r\n")) {
             assertEquals(VCTKError.INTERNAL,
@@ -249,7 +248,7 @@ class SigningClientTest {
     }
 
     @Test
-    void noCertificateIsAnEmptyListAndAnErrorWhenSigning() throws Exception {
+    void listsNothingAndRefusesToSignWithoutACertificate() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").subjectContains("nobody").open()) {
             assertEquals(List.of(), client.certificates());
             assertEquals(VCTKError.NO_CERTIFICATE,
@@ -258,7 +257,7 @@ class SigningClientTest {
     }
 
     @Test
-    void pinOfTheCallerIsLeftAlone() {
+    void doesNotChangeThePinOfTheCaller() {
         char[] pin = {'1', '2'};
         assertThrows(SigningException.class, () -> SigningClient.store("file:/missing").pin(pin).open());
         assertArrayEquals(new char[] {'1', '2'}, pin);

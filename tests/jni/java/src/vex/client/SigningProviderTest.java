@@ -39,15 +39,6 @@ import java.security.spec.AlgorithmParameterSpec;
 import java.security.spec.ECParameterSpec;
 import java.util.Collections;
 import java.util.List;
-import java.util.concurrent.Callable;
-import java.util.concurrent.ExecutorService;
-import java.util.concurrent.Executors;
-import java.util.concurrent.Future;
-import java.util.jar.JarEntry;
-import java.util.jar.JarFile;
-import java.util.jar.JarOutputStream;
-import java.util.stream.IntStream;
-import java.util.zip.ZipEntry;
 import java.util.zip.ZipFile;
 import javax.security.auth.callback.Callback;
 import javax.security.auth.callback.PasswordCallback;
@@ -71,9 +62,12 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
+import vex.jni.Signatures;
+import vex.jni.TestJar;
 import vex.jni.TestStore;
+import vex.jni.Together;
 
-/** The toolkit behind java.security: key stores, signatures, and the choice of the provider. */
+/** The toolkit behind java.security: KeyStores, Signatures, and the choice of the provider. */
 @Tag("client")
 class SigningProviderTest {
     private static final byte[] DATA = "some data\0\r\n漢".getBytes(StandardCharsets.UTF_8);
@@ -99,7 +93,7 @@ class SigningProviderTest {
 
     @AfterAll
     static void removeProvider() {
-        store = null;  // else it would stay open
+        store = null;  // so that it can be closed
         Security.removeProvider(SigningProvider.NAME);
     }
 
@@ -119,10 +113,22 @@ class SigningProviderTest {
         return (PrivateKey) store.getKey(store.getCertificateAlias(identity(algorithm).certificate()), null);
     }
 
+    private static byte[] sign(Signature signature, PrivateKey key, byte[] data) throws Exception {
+        signature.initSign(key);
+        signature.update(data);
+        return signature.sign();
+    }
+
+    private static boolean isGood(Signature verifier, String algorithm, byte[] data, byte[] signed) throws Exception {
+        verifier.initVerify(identity(algorithm).certificate());
+        verifier.update(data);
+        return verifier.verify(signed);
+    }
+
     // ---- KeyStore ----
 
     @Test
-    void theStoreListsCertificatesAndOpaqueKeys() throws Exception {
+    void listsCertificatesAndOpaqueKeys() throws Exception {
         assertEquals(2, store.size());
         for (String algorithm : List.of("RSA", "EC")) {
             X509Certificate certificate = identity(algorithm).certificate();
@@ -154,7 +160,7 @@ class SigningProviderTest {
     }
 
     @Test
-    void keysTellTheirParametersByEveryInterface() throws Exception {
+    void keysReturnTheirParametersThroughEveryInterface() throws Exception {
         AlgorithmParameterSpec curve = ((ECPublicKey) ec.certificate().getPublicKey()).getParams();
         assertNull(((RSAKey) key("RSA")).getParams());
         assertSame(((ECKey) key("EC")).getParams(), asPrivateKey(key("EC")));
@@ -162,14 +168,14 @@ class SigningProviderTest {
         assertNull(asPrivateKey(key("RSA")));
     }
 
-    /** PrivateKey has the method from Java 22 on; before that, the key's class alone. */
+    /** PrivateKey has this method from Java 22 on; in older releases only the class of the key has it. */
     private static AlgorithmParameterSpec asPrivateKey(PrivateKey key) throws Exception {
         Class<?> type = Runtime.version().feature() >= 22 ? PrivateKey.class : SigningKey.class;
         return (AlgorithmParameterSpec) type.getMethod("getParams").invoke(key);
     }
 
     @Test
-    void theStoreIsReadOnly() {
+    void refusesToChangeTheStore() {
         assertThrows(KeyStoreException.class, () -> store.deleteEntry("x"));
         assertThrows(KeyStoreException.class, () -> store.setCertificateEntry("x", rsa.certificate()));
         assertThrows(KeyStoreException.class,
@@ -179,7 +185,7 @@ class SigningProviderTest {
     }
 
     @Test
-    void everyWayOfLoadingOpensTheStore() throws Exception {
+    void opensTheStoreInEveryWay() throws Exception {
         Path pinFile = Files.writeString(directory.resolve("pin"), TestStore.PIN);
         Files.setPosixFilePermissions(pinFile, PosixFilePermissions.fromString("rw-------"));
         char[] pin = TestStore.PIN.toCharArray();
@@ -202,15 +208,15 @@ class SigningProviderTest {
         stores.get(5).load(other);
         KeyStore demo = newStore();
         demo.load(StoreParameter.store("demo:", new KeyStore.PasswordProtection(new char[0])));
-        assertEquals(2, demo.size(), "an empty PIN is none");
+        assertEquals(2, demo.size(), "an empty PIN means no PIN");
         for (KeyStore loaded : stores) {
             assertEquals(2, loaded.size());
         }
-        assertArrayEquals(TestStore.PIN.toCharArray(), pin, "the caller's PIN is the caller's");
+        assertArrayEquals(TestStore.PIN.toCharArray(), pin, "the PIN of the caller is unchanged");
     }
 
     @Test
-    void whatCannotBeLoadedIsToldApart() throws Exception {
+    void tellsWhyAStoreCannotBeLoaded() throws Exception {
         IOException e = assertThrows(IOException.class, () -> newStore().load(null, null));
         assertTrue(e.getMessage().contains("No store is named"), e.getMessage());
         e = assertThrows(IOException.class,
@@ -227,7 +233,7 @@ class SigningProviderTest {
         "SHA3-512,RSA", "SHA224,EC", "SHA256,EC", "SHA384,EC", "SHA512,EC", "SHA3-224,EC", "SHA3-256,EC",
         "SHA3-384,EC", "SHA3-512,EC"})
     void signaturesVerifyWithAnotherProvider(String digest, String algorithm) throws Exception {
-        String name = digest + "with" + (algorithm.equals("EC") ? "ECDSA" : algorithm);
+        String name = Signatures.jdkName(digest, algorithm);
         Signature signature = Signature.getInstance(name, SigningProvider.NAME);
         signature.initSign(key(algorithm));
         for (int round = 0; round < 2; ++round) {
@@ -236,31 +242,26 @@ class SigningProviderTest {
             byte[] signed = signature.sign();
 
             Signature verifier = Signature.getInstance(name, new BouncyCastleProvider());
-            verifier.initVerify(identity(algorithm).certificate());
-            verifier.update(DATA);
-            assertTrue(verifier.verify(signed), name);
+            assertTrue(isGood(verifier, algorithm, DATA, signed), name);
         }
     }
 
     @ParameterizedTest
     @CsvSource({"1.2.840.113549.1.1.11,RSA", "OID.1.2.840.113549.1.1.13,RSA", "1.2.840.10045.4.3.2,EC",
         "sha256withrsa,RSA"})
-    void algorithmsGoByTheirOtherNamesToo(String name, String algorithm) throws Exception {
-        Signature signature = Signature.getInstance(name, SigningProvider.NAME);
-        signature.initSign(key(algorithm));
-        signature.update(DATA);
-        assertTrue(signature.sign().length > 0);
+    void knowsTheOtherNamesOfAlgorithms(String name, String algorithm) throws Exception {
+        assertTrue(sign(Signature.getInstance(name, SigningProvider.NAME), key(algorithm), DATA).length > 0);
     }
 
     @ParameterizedTest
     @ValueSource(strings = {"SHA1withRSA", "MD5withRSA", "NONEwithRSA", "RSASSA-PSS", "SHA1withECDSA"})
-    void whatTheToolkitDoesNotMakeIsNotOffered(String name) {
+    void offersNoAlgorithmThatTheToolkitLacks(String name) {
         assertThrows(NoSuchAlgorithmException.class, () -> Signature.getInstance(name, SigningProvider.NAME));
     }
 
     @ParameterizedTest
     @ValueSource(booleans = {false, true})
-    void withoutANamedProviderEveryKeyFindsItsOwn(boolean first) throws Exception {
+    void everyKeySelectsItsProviderIfNoneIsNamed(boolean first) throws Exception {
         Security.removeProvider(SigningProvider.NAME);
         if (first) {
             Security.insertProviderAt(new SigningProvider(), 1);
@@ -268,33 +269,27 @@ class SigningProviderTest {
             Security.addProvider(new SigningProvider());
         }
         for (String algorithm : List.of("RSA", "EC")) {
-            String name = "SHA256with" + (algorithm.equals("EC") ? "ECDSA" : algorithm);
+            String name = Signatures.jdkName("SHA256", algorithm);
             Signature signature = Signature.getInstance(name);
-            signature.initSign(key(algorithm));
+            byte[] signed = sign(signature, key(algorithm), DATA);
             assertEquals(SigningProvider.NAME, signature.getProvider().getName());
-            signature.update(DATA);
-            byte[] signed = signature.sign();
-
             Signature verifier = Signature.getInstance(name);
-            verifier.initVerify(identity(algorithm).certificate());
+            assertTrue(isGood(verifier, algorithm, DATA, signed));
             assertFalse(verifier.getProvider().getName().equals(SigningProvider.NAME));
-            verifier.update(DATA);
-            assertTrue(verifier.verify(signed));
 
             KeyPair pair = KeyPairGenerator.getInstance(algorithm).generateKeyPair();
             Signature ordinary = Signature.getInstance(name);
-            ordinary.initSign(pair.getPrivate());
+            signed = sign(ordinary, pair.getPrivate(), DATA);
             assertFalse(ordinary.getProvider().getName().equals(SigningProvider.NAME));
-            ordinary.update(DATA);
             Signature ordinaryVerifier = Signature.getInstance(name);
             ordinaryVerifier.initVerify(pair.getPublic());
             ordinaryVerifier.update(DATA);
-            assertTrue(ordinaryVerifier.verify(ordinary.sign()));
+            assertTrue(ordinaryVerifier.verify(signed));
         }
     }
 
     @Test
-    void servicesSupportTheirOwnKeysAlone() throws Exception {
+    void servicesSupportOnlyTheirOwnKeys() throws Exception {
         Provider provider = Security.getProvider(SigningProvider.NAME);
         Provider.Service service = provider.getService("Signature", "SHA256withRSA");
         assertTrue(service.supportsParameter(key("RSA")));
@@ -306,7 +301,7 @@ class SigningProviderTest {
 
     @ParameterizedTest
     @CsvSource({"RSA,SHA256withRSA,EC,SunRsaSign", "EC,SHA256withECDSA,RSA,SunEC"})
-    void misuseIsRefused(String algorithm, String name, String otherAlgorithm, String jdkProvider) throws Exception {
+    void refusesMisuse(String algorithm, String name, String otherAlgorithm, String jdkProvider) throws Exception {
         TestStore.Identity identity = identity(algorithm);
         Signature signature = Signature.getInstance(name, SigningProvider.NAME);
         assertThrows(InvalidKeyException.class, () -> signature.initVerify(identity.certificate()));
@@ -322,9 +317,9 @@ class SigningProviderTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void bouncyCastleMakesCmsWithOneLineChanged(String algorithm) throws Exception {
+    void bouncyCastleMakesCmsThroughTheProvider(String algorithm) throws Exception {
         X509Certificate certificate = identity(algorithm).certificate();
-        ContentSigner signer = new JcaContentSignerBuilder("SHA384with" + (algorithm.equals("EC") ? "ECDSA" : "RSA"))
+        ContentSigner signer = new JcaContentSignerBuilder(Signatures.jdkName("SHA384", algorithm))
             .setProvider(SigningProvider.NAME)
             .build(key(algorithm));
         CMSSignedDataGenerator generator = new CMSSignedDataGenerator();
@@ -343,65 +338,40 @@ class SigningProviderTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void jarsAreSignedAndVerify(String algorithm) throws Exception {
+    void signsJars(String algorithm) throws Exception {
         X509Certificate certificate = identity(algorithm).certificate();
         Path plain = directory.resolve("plain.jar");
-        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(plain))) {
-            jar.putNextEntry(new ZipEntry("entry"));
-            jar.write(DATA);
-        }
+        TestJar.write(plain);
         Path signed = directory.resolve("signed.jar");
         KeyStore.PrivateKeyEntry entry = (KeyStore.PrivateKeyEntry) store.getEntry(
             store.getCertificateAlias(certificate), null);
         try (ZipFile zip = new ZipFile(plain.toFile()); OutputStream output = Files.newOutputStream(signed)) {
             new JarSigner.Builder(entry).build().sign(zip, output);
         }
-        try (JarFile jar = new JarFile(signed.toFile(), true)) {
-            JarEntry read = jar.getJarEntry("entry");
-            assertArrayEquals(DATA, jar.getInputStream(read).readAllBytes());
-            assertEquals(certificate, read.getCodeSigners()[0].getSignerCertPath().getCertificates().get(0));
-        }
+        TestJar.assertSignedBy(signed, certificate);
     }
 
     @Test
     void manyThreadsShareAKeyStore() throws Exception {
-        ExecutorService threads = Executors.newFixedThreadPool(16);
-        try {
-            List<Callable<Boolean>> calls = IntStream.range(0, 16).<Callable<Boolean>>mapToObj(thread -> () -> {
-                String algorithm = thread % 2 == 0 ? "RSA" : "EC";
-                String name = (thread % 4 < 2 ? "SHA256with" : "SHA512with") + (thread % 2 == 0 ? "RSA" : "ECDSA");
-                for (int i = 0; i < 30; ++i) {
-                    byte[] data = (thread + " " + i).getBytes(StandardCharsets.UTF_8);
-                    Signature signature = Signature.getInstance(name, SigningProvider.NAME);
-                    signature.initSign(key(algorithm));
-                    signature.update(data);
-                    Signature verifier = Signature.getInstance(name);
-                    verifier.initVerify(identity(algorithm).certificate());
-                    verifier.update(data);
-                    if (!verifier.verify(signature.sign())) {
-                        return false;
-                    }
-                }
-                return true;
-            }).toList();
-            for (Future<Boolean> good : threads.invokeAll(calls)) {
-                assertTrue(good.get());
+        Together.run(16, thread -> {
+            String algorithm = thread % 2 == 0 ? "RSA" : "EC";
+            String name = Signatures.jdkName(thread % 4 < 2 ? "SHA256" : "SHA512", algorithm);
+            for (int i = 0; i < 30; ++i) {
+                byte[] data = (thread + " " + i).getBytes(StandardCharsets.UTF_8);
+                byte[] signed = sign(Signature.getInstance(name, SigningProvider.NAME), key(algorithm), data);
+                assertTrue(isGood(Signature.getInstance(name), algorithm, data, signed));
             }
-        } finally {
-            threads.shutdown();
-        }
+        });
     }
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void aKeyKeepsItsStoreOpen(String algorithm) throws Exception {
+    void keepsTheStoreOpenForAKey(String algorithm) throws Exception {
         PrivateKey key = keyOfAForgottenStore(algorithm);
         for (int i = 0; i < 3; ++i) {
             System.gc();
-            Signature signature = Signature.getInstance(algorithm.equals("EC") ? "SHA256withECDSA" : "SHA256withRSA");
-            signature.initSign(key);
-            signature.update(DATA);
-            assertTrue(signature.sign().length > 0);
+            Signature signature = Signature.getInstance(Signatures.jdkName("SHA256", algorithm));
+            assertTrue(sign(signature, key, DATA).length > 0);
         }
     }
 

@@ -2,19 +2,19 @@ package vex.jni;
 
 import java.util.concurrent.ThreadLocalRandom;
 
-/** How much a test of large numbers does, and the seed of its random choices; see Amount.h, which reads the same. */
+/** How often a test repeats its work, and the seed of its random choices. Amount.h reads the same variables. */
 final class Amount {
     private static final long SEED = seed();
 
     private Amount() {}
 
-    /** The number in the environment variable, which a long run sets, or else the one given. */
+    /** The number in the environment variable, which a long run sets; otherwise the given one. */
     static int of(String variable, int otherwise) {
         String amount = System.getenv(variable);
         return amount == null ? otherwise : Integer.parseInt(amount);
     }
 
-    /** One seed for the whole JVM: that of the environment variable VEX_TEST_SEED or else a new one. It is reported. */
+    /** The seed of this JVM: that of the environment variable VEX_TEST_SEED, otherwise a new one. It is printed. */
     static long seedOfRun() {
         return SEED;
     }

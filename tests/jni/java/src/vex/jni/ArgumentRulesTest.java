@@ -13,12 +13,12 @@ import org.junit.jupiter.params.provider.MethodSource;
 import org.junit.jupiter.params.provider.NullAndEmptySource;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** What each native refuses before the toolkit is asked, and what it then returns. */
+/** What each native refuses without asking the toolkit, and what it then returns. */
 @Tag("natives")
 class ArgumentRulesTest {
     private static final TAVClientJNI NATIVES = Client.NATIVES;
 
-    /** A native with its text arguments given; refusal is what it returns when it refuses. */
+    /** A native with fixed text arguments, and the value that it returns when it refuses. */
     private record Call(String name, Object refusal, Function<Long, Object> ofHandle) {
         @Override
         public String toString() {
@@ -26,7 +26,7 @@ class ArgumentRulesTest {
         }
     }
 
-    /** Every native that takes a handle and refuses handle 0, with arguments that are otherwise good. */
+    /** Every native that takes a handle and refuses handle 0, with good other arguments. */
     static Stream<Call> callsWithHandle() {
         return Stream.of(
             new Call("SetDigestAlg", 1L, handle -> NATIVES.SetDigestAlg(handle, "SHA256")),
@@ -41,7 +41,7 @@ class ArgumentRulesTest {
             new Call("Finalize", 1L, handle -> NATIVES.Finalize(handle)));
     }
 
-    /** Every native that takes a text, without one that it could use. */
+    /** Every native that takes a text, with a null and with an empty one. */
     static Stream<Call> callsWithoutText() {
         return Stream.of(null, "").flatMap(text -> Stream.of(
             new Call("SetDigestAlg " + text, 1L, handle -> NATIVES.SetDigestAlg(handle, text)),
@@ -54,14 +54,14 @@ class ArgumentRulesTest {
 
     @ParameterizedTest
     @MethodSource("callsWithHandle")
-    void handleZeroIsRefused(Call call) {
+    void refusesHandleZero(Call call) {
         assertEquals(call.refusal(), call.ofHandle().apply(0L));
     }
 
     @ParameterizedTest
     @MethodSource("callsWithHandle")
-    void openHandleIsNotRefused(Call call) {
-        // The arguments above are good: it is the handle that makes the difference.
+    void acceptsAnOpenHandle(Call call) {
+        // Shows that the other arguments are good, so that the handle is the reason for the refusals.
         long handle = NATIVES.Initialize(null, "demo:");
         Object result = call.ofHandle().apply(handle);
         if (!call.name().equals("Finalize")) {
@@ -72,7 +72,7 @@ class ArgumentRulesTest {
 
     @ParameterizedTest
     @MethodSource("callsWithHandle")
-    void inventedHandlesAreRefusedWithAnErrorNumber(Call call) {
+    void refusesUnknownHandlesWithAnErrorNumber(Call call) {
         for (long handle : new long[] {1, -1, 4711, Long.MIN_VALUE, Long.MAX_VALUE}) {
             assertEquals(call.refusal(), call.ofHandle().apply(handle));
             assertEquals(VCTKError.INVALID_HANDLE, NATIVES.GetLastError(handle));
@@ -81,7 +81,7 @@ class ArgumentRulesTest {
 
     @ParameterizedTest
     @MethodSource("callsWithHandle")
-    void staleHandleIsRefusedWithAnErrorNumberAndText(Call call) {
+    void refusesAFinalizedHandleWithAnErrorNumberAndText(Call call) {
         long handle = NATIVES.Initialize(null, "demo:");
         assertEquals(0, NATIVES.Finalize(handle));
 
@@ -92,7 +92,7 @@ class ArgumentRulesTest {
 
     @ParameterizedTest
     @MethodSource("callsWithoutText")
-    void missingTextIsRefusedWithoutAskingTheToolkit(Call call) {
+    void refusesAMissingTextWithoutAskingTheToolkit(Call call) {
         try (Client client = Client.openDemo()) {
             assertEquals(1, NATIVES.SetDigestAlg(client.handle(), "MD5"));
             assertEquals(call.refusal(), call.ofHandle().apply(client.handle()));
@@ -103,7 +103,7 @@ class ArgumentRulesTest {
     @ParameterizedTest
     @NullAndEmptySource
     @ValueSource(strings = "anything")
-    void initializeNeedsItsSecondTextOnly(String unused) {
+    void initializeNeedsOnlyItsSecondText(String unused) {
         assertEquals(0, NATIVES.Initialize(unused, null));
         assertEquals(0, NATIVES.Initialize(unused, ""));
         long handle = NATIVES.Initialize(unused, "demo:");
@@ -120,7 +120,7 @@ class ArgumentRulesTest {
     }
 
     @Test
-    void objectsAreIndependent() {
+    void keepsObjectsIndependent() {
         try (Client rsa = Client.openDemo(Client.RSA); Client ec = Client.openDemo(Client.EC)) {
             assertNotEquals(rsa.handle(), ec.handle());
             assertEquals(1, NATIVES.SetDigestAlg(rsa.handle(), "MD5"));

@@ -13,7 +13,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** A process locale that encodes nothing but ASCII: LC_ALL=C. */
+/** A process locale that encodes only ASCII: LC_ALL=C. */
 @Tag("ascii-locale")
 class AsciiLocaleTest {
     @BeforeAll
@@ -23,7 +23,7 @@ class AsciiLocaleTest {
     }
 
     @Test
-    void asciiTextIsSigned() throws Exception {
+    void signsAsciiText() throws Exception {
         try (Client client = Client.openDemo(Client.EC)) {
             X509Certificate certificate = Signatures.signerOf(client);
             String p1 = client.require(client.p1SignString("plain text\r\n"));
@@ -34,7 +34,7 @@ class AsciiLocaleTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"é", "Grüße", "漢字", "text 😀"})
-    void otherTextIsRefusedWithAnErrorThatNamesTheLocale(String text) {
+    void refusesOtherTextWithAnErrorThatNamesTheLocale(String text) {
         try (Client client = Client.openDemo(Client.EC)) {
             for (int kind = 0; kind < 2; ++kind) {
                 assertNull(kind == 0 ? client.p1SignString(text) : client.p7SignString(text, false, true));
@@ -45,7 +45,7 @@ class AsciiLocaleTest {
     }
 
     @Test
-    void filterValueIsRefusedRatherThanLost() {
+    void refusesAFilterValueThatItCannotEncode() {
         try (Client client = Client.openDemo()) {
             String before = client.certificateList();
             assertEquals(1, Client.NATIVES.AddFilter(client.handle(), TAVClientJNI.FILTER_SUBJECT, "漢"));
@@ -55,7 +55,7 @@ class AsciiLocaleTest {
     }
 
     @Test
-    void anyBytesAreSignedThroughBase64() throws Exception {
+    void signsAnyBytesThroughBase64() throws Exception {
         try (Client client = Client.openDemo(Client.EC)) {
             X509Certificate certificate = Signatures.signerOf(client);
             byte[] bytes = "漢字 😀".getBytes(StandardCharsets.UTF_8);

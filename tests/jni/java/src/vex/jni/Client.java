@@ -4,7 +4,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 
-/** A handle of the tests, and the natives applied to it. Closing it finalizes the handle and asserts success. */
+/** A handle, and the natives that take it. Closing finalizes the handle and asserts success. */
 final class Client implements AutoCloseable {
     static final TAVClientJNI NATIVES = new TAVClientJNI();
 
@@ -22,12 +22,12 @@ final class Client implements AutoCloseable {
         return new Client(store);
     }
 
-    /** The demo store with both its certificates. */
+    /** Opens the demo store, with both certificates. */
     static Client openDemo() {
         return new Client("demo:");
     }
 
-    /** The demo store with one certificate. */
+    /** Opens the demo store, with the certificate of this key algorithm. */
     static Client openDemo(String keyAlgorithm) {
         Client client = openDemo();
         client.addFilter(TAVClientJNI.FILTER_KEY_ALGORITHM, keyAlgorithm);
@@ -81,7 +81,7 @@ final class Client implements AutoCloseable {
         return list;
     }
 
-    /** A signature that is wanted; fails the test with the toolkit's reason when there is none. */
+    /** Returns the signature; fails the test with the toolkit's reason if it is null. */
     String require(String signature) {
         assertNotNull(signature, () -> "no signature: " + lastError() + " " + lastMessage());
         return signature;

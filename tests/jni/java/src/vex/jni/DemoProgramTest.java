@@ -29,7 +29,6 @@ import org.junit.jupiter.params.provider.ValueSource;
 @Tag("demo")
 class DemoProgramTest {
     private static final String TEXT = "Grüße, 漢字 😀\r\nsecond line";
-    private static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
     private static final String LIBRARY = "-Dvex.jni.library=" + System.getProperty("vex.jni.library");
     private static final Set<String> FILES = Set.of("content.bin", "cert.pem", "p1.sig", "p7-detached.der",
         "p7-detached-cert.der", "p7-attached.der", "p7-attached-cert.der");
@@ -77,7 +76,7 @@ class DemoProgramTest {
             for (boolean withCertificate : new boolean[] {true, false}) {
                 String name = "p7-" + (detached ? "detached" : "attached") + (withCertificate ? "-cert" : "") + ".der";
                 Signatures.assertP7(base64(made.resolve(name)), content, detached, withCertificate, certificate,
-                    SHA256_OID);
+                    Signatures.SHA256_OID);
             }
         }
         assertTrue(run.output().contains("P1: good (the JDK's SHA256with"), run::output);

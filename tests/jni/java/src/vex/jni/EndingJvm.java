@@ -5,7 +5,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.concurrent.CountDownLatch;
 
-/** A program for {@link JvmEnds}: gets into a state, says so, and ends in its way when it is told to. */
+/** A program for {@link JvmEnds}: gets ready, says so, and ends in a given way when it is told to. */
 final class EndingJvm {
     private static final int THREADS = 4;
     private static final int CALLS = 200;
@@ -13,10 +13,9 @@ final class EndingJvm {
     private EndingJvm() {}
 
     /**
-     * Prints a line when it is ready and ends when its standard input does.
+     * Prints a line when it is ready, and ends when its standard input ends.
      *
-     * @param args the way to end, one of {@link JvmEnds.Way}; with what, one of {@link JvmEnds.With}; the store to sign
-     *     with
+     * @param args a {@link JvmEnds.Way}, a {@link JvmEnds.With}, and the URI of the store to sign with
      * @throws Exception when something is wrong
      */
     public static void main(String[] args) throws Exception {
@@ -35,7 +34,7 @@ final class EndingJvm {
         }
         System.out.println("ready");
         while (System.in.read() >= 0) {
-            // until the end
+            // Wait for the end of the input.
         }
         switch (way) {
             case RETURN -> { }
@@ -67,7 +66,7 @@ final class EndingJvm {
         }
     }
 
-    /** Half of them sign, half of them do what leaves the most records. Returns when all are at it. */
+    /** Half of the threads sign, half of them write records as fast as they can. Returns when all have started. */
     private static void startThreads(boolean natives, String store) throws InterruptedException {
         CountDownLatch atWork = new CountDownLatch(THREADS);
         for (int i = 0; i < THREADS; ++i) {
@@ -93,7 +92,7 @@ final class EndingJvm {
         return () -> natives.P7SignString(handle, "a text to sign", 1, 1);
     }
 
-    /** What keeps a processor as busy as a native does. */
+    /** Keeps a processor as busy as a native does. */
     private static void compute() {
         double sum = 0;
         for (int i = 1; i < 10_000; ++i) {

@@ -1,5 +1,7 @@
 package vex.jni;
 
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -13,26 +15,26 @@ import java.util.concurrent.Future;
 import java.util.concurrent.atomic.AtomicLongArray;
 
 /**
- * A program that calls natives from sixteen threads on 64 objects, millions of times, and fails when the process grows.
+ * A program that calls natives from sixteen threads on 64 objects, millions of times, and fails if the process grows.
  *
- * <p>It does so in slices, after each of which the log is written: how much is queued when the threads are quicker than
- * the disk is another matter. Then come calls that keep a string's characters, as they do by their rule: the process
- * grows by that much. They are not among the others, as each block that stays holds its page of 4096 bytes.
+ * <p>It runs in slices and waits after each one until the log is written, so that queued records do not count. At last
+ * come the calls that never free a string's characters, which is their rule: the process grows by exactly these. They
+ * do not run among the others, because each block that stays keeps its page of 4096 bytes in use.
  */
 final class Endurance {
     private static final int THREADS = 16;
     private static final int OBJECTS = 64;
-    /** The first objects keep their settings, so that each signature on them has to succeed. */
+    /** The number of objects whose settings never change, so that each signature with them has to succeed. */
     private static final int SIGNING_OBJECTS = 16;
     private static final int CALLS_OF_SLICE = 1000;
     private static final int SAMPLES = 100;
     private static final int ROWS = 20;
-    /** One call that keeps characters for so many others. */
+    /** The number of other calls for each call that keeps characters. */
     private static final int CALLS_PER_KEPT = 200;
 
-    /** The smallest block that malloc gives; an empty text's copy takes no more. */
+    /** The smallest block of malloc; the copy of an empty text fits into it. */
     private static final int SMALLEST_BLOCK = 32;
-    /** Three bytes each in the copy that the JVM makes, of which the natives make no text. */
+    /** The JVM copies each of these units as three bytes, which the natives cannot decode. */
     private static final String UNDECODABLE = "\uD800".repeat(1000);
     private static final int UNDECODABLE_BLOCK = 3 * 1000 + 16;
 
@@ -57,7 +59,7 @@ final class Endurance {
         P7(20),
         NEW_OBJECT(10);
 
-        /** Of ten thousand calls. */
+        /** The number of these calls among ten thousand. */
         private final int share;
 
         Call(int share) {
@@ -78,12 +80,12 @@ final class Endurance {
         }
         for (int i = 0; i < SIGNING_OBJECTS; ++i) {
             String key = i % 8 == 0 ? "RSA" : "EC";
-            require(NATIVES.AddFilter(objects.get(i), TAVClientJNI.FILTER_KEY_ALGORITHM, key) == 0, "AddFilter");
+            assertTrue(NATIVES.AddFilter(objects.get(i), TAVClientJNI.FILTER_KEY_ALGORITHM, key) == 0, "AddFilter");
         }
     }
 
     /**
-     * Ends the JVM with status 0 when all calls did what they are to do and the process has not grown.
+     * Ends the JVM with status 0 if all calls worked and the process has not grown.
      *
      * @throws Exception when something is wrong
      */
@@ -116,19 +118,19 @@ final class Endurance {
         Files.delete(file);
     }
 
-    /** One text in ten is long. */
+    /** Makes calls that keep characters; one text in ten is long. */
     private void keepTexts(LogEnd log, long calls) throws Exception {
         long before = ProcessSize.now().residentBytes();
         long kept = 0;
         for (long i = 0; i < calls; ++i) {
             boolean isLong = i % 10 == 0;
-            require(NATIVES.SetDigestAlg(objects.get(0), isLong ? UNDECODABLE : "") == 1, "a text that is none");
+            assertTrue(NATIVES.SetDigestAlg(objects.get(0), isLong ? UNDECODABLE : "") == 1, "a refused text");
             kept += isLong ? UNDECODABLE_BLOCK : SMALLEST_BLOCK;
         }
         log.await();
         long grown = ProcessSize.now().residentBytes() - before;
         System.out.printf("%,d calls that keep %,d KiB: %,d KiB more%n", calls, kept / 1024, grown / 1024);
-        require(grown <= kept + kept / 4 + Growth.ALLOWED, "more is kept than the characters");
+        assertTrue(grown <= kept + kept / 4 + Growth.ALLOWED, "these calls keep more memory than the characters");
     }
 
     private void runSlice(ExecutorService threads, SplittableRandom random) throws Exception {
@@ -155,18 +157,18 @@ final class Endurance {
         switch (call) {
             case LAST_ERROR -> NATIVES.GetLastError(handle);
             case LAST_ERROR_MESSAGE -> NATIVES.GetLastErrorMessage(handle);
-            case VERSION -> require(NATIVES.GetSignVersion(0).length() == 7, "GetSignVersion");
+            case VERSION -> assertTrue(NATIVES.GetSignVersion(0).length() == 7, "GetSignVersion");
             case DIGEST -> NATIVES.SetDigestAlg(handle, random.nextBoolean() ? "SHA256" : "SHA512");
             case SINGLE -> NATIVES.SetChooseSingleCert(handle, random.nextInt(2));
             case ADD_FILTER -> NATIVES.AddFilter(handle, TAVClientJNI.FILTER_SUBJECT, "CN");
             case CLEAR_FILTER -> NATIVES.ClearFilter(handle);
-            case CERTIFICATE_LIST -> require(NATIVES.GetCertList(signing) != null, "GetCertList");
+            case CERTIFICATE_LIST -> assertTrue(NATIVES.GetCertList(signing) != null, "GetCertList");
             case CERTIFICATE -> NATIVES.GetSignCert(signing);
             case REFUSED -> refuse(random.nextInt(4), handle);
-            case P1_STRING -> require(NATIVES.P1SignString(signing, TEXT) != null, "P1SignString");
-            case P1 -> require(NATIVES.P1Sign(signing, BASE64) != null, "P1Sign");
-            case P7_STRING -> require(NATIVES.P7SignString(signing, TEXT, 0, 1) != null, "P7SignString");
-            case P7 -> require(NATIVES.P7Sign(signing, BASE64, 1, 0) != null, "P7Sign");
+            case P1_STRING -> assertTrue(NATIVES.P1SignString(signing, TEXT) != null, "P1SignString");
+            case P1 -> assertTrue(NATIVES.P1Sign(signing, BASE64) != null, "P1Sign");
+            case P7_STRING -> assertTrue(NATIVES.P7SignString(signing, TEXT, 0, 1) != null, "P7SignString");
+            case P7 -> assertTrue(NATIVES.P7Sign(signing, BASE64, 1, 0) != null, "P7Sign");
             case NEW_OBJECT -> renew(random.nextInt(SIGNING_OBJECTS, OBJECTS));
         }
     }
@@ -182,27 +184,27 @@ final class Endurance {
 
     private static void refuse(int how, long handle) {
         switch (how) {
-            case 0 -> require(NATIVES.SetDigestAlg(handle, "MD5") == 1, "MD5");
-            case 1 -> require(NATIVES.AddFilter(handle, 99, "value") == 1, "filter 99");
-            case 2 -> require(NATIVES.P1Sign(handle, "not Base64") == null, "not Base64");
-            default -> require(NATIVES.ClearFilter(4711) == 1, "no handle");
+            case 0 -> assertTrue(NATIVES.SetDigestAlg(handle, "MD5") == 1, "MD5");
+            case 1 -> assertTrue(NATIVES.AddFilter(handle, 99, "value") == 1, "filter 99");
+            case 2 -> assertTrue(NATIVES.P1Sign(handle, "not Base64") == null, "not Base64");
+            default -> assertTrue(NATIVES.ClearFilter(4711) == 1, "no handle");
         }
     }
 
-    /** Others may be in calls on the one that goes. */
+    /** Replaces an object, while other threads may be in calls on it. */
     private void renew(int index) {
-        require(NATIVES.Finalize(objects.getAndSet(index, initialize())) == 0, "Finalize");
+        assertTrue(NATIVES.Finalize(objects.getAndSet(index, initialize())) == 0, "Finalize");
     }
 
     private long initialize() {
         long handle = NATIVES.Initialize(null, store);
-        require(handle != 0, "Initialize");
+        assertTrue(handle != 0, "Initialize");
         return handle;
     }
 
     private void finish() {
         for (int i = 0; i < OBJECTS; ++i) {
-            require(NATIVES.Finalize(objects.get(i)) == 0, "Finalize");
+            assertTrue(NATIVES.Finalize(objects.get(i)) == 0, "Finalize");
         }
     }
 
@@ -212,16 +214,10 @@ final class Endurance {
         }
     }
 
-    private static void require(boolean holds, String what) {
-        if (!holds) {
-            throw new AssertionError(what);
-        }
-    }
-
-    /** How the process's size went. The first third of the run is not judged: there the JVM is still making itself. */
+    /** The growth of the process. The first third of the run does not count, because the JVM is still warming up. */
     private static final class Growth {
         private static final long MEGABYTE = 1 << 20;
-        /** What a byte for each call would be in ten million, and room for what malloc leaves between the blocks. */
+        /** Less than one byte for each of ten million calls, with room for gaps that malloc leaves between blocks. */
         static final long ALLOWED = 4 * MEGABYTE;
 
         private record Sample(long calls, ProcessSize size) {}
@@ -247,17 +243,17 @@ final class Endurance {
             int third = Math.max(1, judged.size() / 3);
             double before = average(judged.subList(0, third));
             double after = average(judged.subList(judged.size() - third, judged.size()));
-            // A short run ends while the JVM is still making itself.
+            // A short run ends while the JVM is still warming up.
             long allowed = (samples.size() < SAMPLES ? 3 : 1) * ALLOWED;
             System.out.printf("Resident: %.1f MiB in the second third, %.1f MiB in the last%n", before / MEGABYTE,
                 after / MEGABYTE);
-            require(after - before <= allowed, "the resident memory grows");
-            require(judged.stream().mapToInt(sample -> sample.size().descriptors()).distinct().count() == 1,
-                "the number of descriptors is not level");
-            // The JVM ends threads of its own that it needs no more.
+            assertTrue(after - before <= allowed, "the resident memory grows");
+            assertTrue(judged.stream().mapToInt(sample -> sample.size().descriptors()).distinct().count() == 1,
+                "the number of descriptors changes");
+            // The JVM may end some of its own threads, so the number may fall.
             int threads = judged.get(0).size().threads();
-            require(judged.stream().allMatch(sample -> sample.size().threads() <= threads),
-                "the number of threads is not level");
+            assertTrue(judged.stream().allMatch(sample -> sample.size().threads() <= threads),
+                "the number of threads grows");
         }
 
         private static double average(List<Sample> part) {

@@ -1,5 +1,7 @@
 package vex.jni;
 
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -8,8 +10,8 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicLong;
 
 /**
- * A program that starts other programs while its threads are in natives, in each way that a JVM has for it, of which
- * the plain fork runs what libraries do at one. Each has to run, and end.
+ * A program that starts other programs while its threads are in natives, in each way that a JVM has for it. A plain
+ * fork also runs the fork handlers of libraries. Each started program has to run and end.
  */
 final class ForkingJvm {
     private static final int THREADS = 8;
@@ -19,9 +21,10 @@ final class ForkingJvm {
     private ForkingJvm() {}
 
     /**
-     * Ends the JVM with status 0 when all started programs did.
+     * Ends the JVM with status 0 if all started programs ended with status 0.
      *
-     * @param args a way of the property jdk.lang.Process.launchMechanism, for itself; else each way in a JVM of its own
+     * @param args a value of the property jdk.lang.Process.launchMechanism, for this JVM; without it, each value is
+     *     tried in a separate JVM
      * @throws Exception when something is wrong
      */
     public static void main(String[] args) throws Exception {
@@ -37,7 +40,7 @@ final class ForkingJvm {
                 "-Dvex.jni.library=" + System.getProperty("vex.jni.library"),
                 "-cp", System.getProperty("java.class.path"), "vex.jni.ForkingJvm", way);
             int status = new ProcessBuilder(command).inheritIO().start().waitFor();
-            require(status == 0, way + ": status " + status);
+            assertTrue(status == 0, way + ": status " + status);
         }
     }
 
@@ -56,16 +59,16 @@ final class ForkingJvm {
         int programs = Amount.of("VEX_TEST_FORKS_PROGRAMS", 30);
         for (int i = 0; i < programs; ++i) {
             Process process = new ProcessBuilder("true").start();
-            require(process.waitFor(LONGEST_SECONDS, TimeUnit.SECONDS), "a started program does not end");
-            require(process.exitValue() == 0, "a started program failed");
+            assertTrue(process.waitFor(LONGEST_SECONDS, TimeUnit.SECONDS), "a started program does not end");
+            assertTrue(process.exitValue() == 0, "a started program failed");
         }
-        require(threads.stream().allMatch(Thread::isAlive), "a thread ended");
+        assertTrue(threads.stream().allMatch(Thread::isAlive), "a thread ended");
         System.out.printf("%d programs started with %s during %,d natives%n", programs,
             System.getProperty("jdk.lang.Process.launchMechanism"), calls.get());
         Files.delete(file);
     }
 
-    /** A quarter of the threads make and release objects, a quarter sign, the others leave records. */
+    /** A quarter of the threads create and finalize objects, a quarter sign, and half of them write records. */
     private static void callNatives(int number, String store, AtomicLong calls) {
         long handle = NATIVES.Initialize(null, store);
         while (true) {
@@ -74,17 +77,11 @@ final class ForkingJvm {
                     NATIVES.Finalize(handle);
                     handle = NATIVES.Initialize(null, store);
                 }
-                case 1 -> require(NATIVES.P7SignString(handle, "text", 1, 1) != null, "P7SignString");
+                case 1 -> assertTrue(NATIVES.P7SignString(handle, "text", 1, 1) != null, "P7SignString");
                 default -> NATIVES.GetLastError(handle);
             }
             calls.incrementAndGet();
             Thread.yield();
-        }
-    }
-
-    private static void require(boolean holds, String what) {
-        if (!holds) {
-            throw new AssertionError(what);
         }
     }
 }

@@ -16,7 +16,7 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 
-/** Opening stores of every kind, and failing to. */
+/** Opening stores of every kind, and what happens when that fails. */
 @Tag("natives")
 class InitializeTest {
     @TempDir
@@ -57,7 +57,7 @@ class InitializeTest {
         "file://DIR/keys.p12?pin-source=DIR/pin",
         "file:DIR/keys.pem",
         "file:DIR/locked.pem?pin-value=correct%20horse"})
-    void storeIsOpened(String pattern) throws Exception {
+    void opensAStore(String pattern) throws Exception {
         try (Client client = Client.open(uri(pattern))) {
             assertEquals(identity.certificate(), Signatures.signerOf(client));
             assertEquals(VCTKError.OK, Client.NATIVES.GetLastError(0));
@@ -65,7 +65,7 @@ class InitializeTest {
     }
 
     @Test
-    void everyKeyOfAPkcs12FileCanSign() throws Exception {
+    void signsWithEveryKeyOfAPkcs12File() throws Exception {
         List<TestStore.Identity> identities = List.of(
             TestStore.identity("secp256r1", "CN=First", 1, 30, 0),
             TestStore.identity("RSA", "CN=Second", 2, 30, 0),
@@ -100,13 +100,13 @@ class InitializeTest {
         "URI_MALFORMED, demo:more",
         "URI_MALFORMED, file:DIR/keys.p12?pin=1234",
         "URI_MALFORMED, 漢字"})
-    void failureHasANumber(String error, String pattern) throws Exception {
+    void reportsTheNumberOfAFailure(String error, String pattern) throws Exception {
         assertEquals(0, Client.NATIVES.Initialize(null, uri(pattern)));
         assertEquals(VCTKError.class.getField(error).getInt(null), Client.NATIVES.GetLastError(0));
     }
 
     @Test
-    void numberIsTheCallingThreadsOwn() {
+    void keepsTheNumberForTheCallingThread() {
         assertEquals(0, Client.NATIVES.Initialize(null, "gopher:"));
         assertEquals(0, CompletableFuture.supplyAsync(() -> {
             assertEquals(0, Client.NATIVES.Initialize(null, uri("file:DIR/missing")));
@@ -118,12 +118,12 @@ class InitializeTest {
     }
 
     @Test
-    void demoStoreIsTheSameEveryTime() {
+    void reusesTheDemoStore() {
         try (Client first = Client.openDemo(); Client second = Client.openDemo()) {
             assertNotEquals("", first.certificateList());
             assertEquals(first.certificateList(), second.certificateList());
         }
         Path made = Path.of(System.getenv("XDG_DATA_HOME"), "vex-client-toolkit");
-        assertTrue(Files.isDirectory(made), () -> made + " is where the demo store belongs");
+        assertTrue(Files.isDirectory(made), () -> made + " is the place of the demo store");
     }
 }

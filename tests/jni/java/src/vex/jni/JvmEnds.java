@@ -1,5 +1,7 @@
 package vex.jni;
 
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
 import java.io.BufferedReader;
 import java.io.File;
 import java.io.IOException;
@@ -16,17 +18,17 @@ import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
 
 /**
- * A program that lets JVMs end in every way and fails when one of them crashes, ends with another status, leaves a log
- * without its beginning, or takes more than {@link #ALLOWED} longer than JVMs that never loaded the library: the second
- * for which the log waits at the end of a process, and a tenth.
+ * A program that ends JVMs in every way. It fails if one of them crashes, ends with another status, leaves a log
+ * without its first bytes, or is late: takes more than {@link #ALLOWED} seconds longer than JVMs that never loaded the
+ * library. The log may delay the end of a process by one second.
  *
- * <p>In each batch there is one JVM for each way, two without the library, and one without it that pauses a second at
- * its end, and all are told to end at once. On a busy machine it takes that one, too, more than a second to pause for
- * one: who is no more than the tenth behind it is not late. Who is late is asked again, beside others; only who is late
- * each time has failed.
+ * <p>A batch has one JVM for each way, two JVMs without the library, and one without it that pauses for a second at its
+ * end. All are told to end at once. On a busy machine even the pausing JVM needs more than a second, so a JVM is not
+ * late if it ends at most {@link #ALLOWED_BEHIND_PAUSE} seconds after it. A late JVM is tried again in a new batch; the
+ * program fails if it is late each time.
  */
 final class JvmEnds {
-    /** Seconds. */
+    /** In seconds, as the next. */
     private static final double ALLOWED = 1.1;
     private static final double ALLOWED_BEHIND_PAUSE = 0.1;
     private static final int ATTEMPTS = 4;
@@ -72,7 +74,7 @@ final class JvmEnds {
     }
 
     /**
-     * Ends the JVM with status 0 when all JVMs ended as they are to do.
+     * Ends the JVM with status 0 if all JVMs ended as expected.
      *
      * @throws Exception when something is wrong
      */
@@ -92,7 +94,7 @@ final class JvmEnds {
         runBeside(List.of(Way.values()), 1);
     }
 
-    /** Lets JVMs with the natives end beside the others; asks again for those that were late. */
+    /** Ends a batch of JVMs, and tries those again that were late. */
     private void runBeside(List<Way> ways, int attempt) throws Exception {
         List<Jvm> batch = new ArrayList<>();
         for (Way way : ways) {
@@ -112,7 +114,7 @@ final class JvmEnds {
             overAllowed += excess > ALLOWED ? 1 : 0;
             if (excess > ALLOWED && behindPause > ALLOWED_BEHIND_PAUSE) {
                 System.out.printf("%s took %.3f s longer, %.3f s more than the pause%n", jvm.way, excess, behindPause);
-                require(attempt < ATTEMPTS, jvm.way + " is late each time");
+                assertTrue(attempt < ATTEMPTS, jvm.way + " is late each time");
                 ++askedAgain;
                 runBeside(List.of(jvm.way), attempt + 1);
             }
@@ -136,8 +138,8 @@ final class JvmEnds {
         System.out.printf("%d of these with a pause of a second took %s%n", pauses.size(), spread(pauses));
         System.out.println("Longer than those, in seconds:");
         excesses.forEach((way, values) -> System.out.printf("%-10s %5d  %s%n", way, values.size(), spread(values)));
-        System.out.printf("%d took more than %.1f s longer; %d of them were more than %.1f s behind the pause, too, "
-            + "and asked again%n", overAllowed, ALLOWED, askedAgain, ALLOWED_BEHIND_PAUSE);
+        System.out.printf("%d took more than %.1f s longer; %d of them, more than %.1f s behind the pause, were "
+            + "tried again%n", overAllowed, ALLOWED, askedAgain, ALLOWED_BEHIND_PAUSE);
     }
 
     private static String spread(List<Double> values) {
@@ -146,13 +148,7 @@ final class JvmEnds {
             sorted[(int) Math.ceil(sorted.length * 0.99) - 1], sorted[sorted.length - 1]);
     }
 
-    private static void require(boolean holds, String what) {
-        if (!holds) {
-            throw new AssertionError(what);
-        }
-    }
-
-    /** One of them, started by its making. */
+    /** A JVM of a batch; the constructor starts it. */
     private final class Jvm {
         private final Way way;
         private final With with;
@@ -183,7 +179,7 @@ final class JvmEnds {
 
         void awaitReady() throws IOException {
             BufferedReader output = process.inputReader();
-            require("ready".equals(output.readLine()), this + " did not get ready: " + errors());
+            assertTrue("ready".equals(output.readLine()), this + " did not get ready: " + errors());
         }
 
         void end() throws IOException {
@@ -200,13 +196,14 @@ final class JvmEnds {
         }
 
         void check() throws Exception {
-            require(process.waitFor(LONGEST_SECONDS, TimeUnit.SECONDS), this + " does not end");
-            require(process.exitValue() == way.status(), this + " ended with " + process.exitValue() + ": " + errors());
-            require(errors().isEmpty(), this + ": " + errors());
-            require(!Files.exists(own.resolve("crash")), this + " crashed");
+            assertTrue(process.waitFor(LONGEST_SECONDS, TimeUnit.SECONDS), this + " does not end");
+            assertTrue(process.exitValue() == way.status(),
+                this + " ended with " + process.exitValue() + ": " + errors());
+            assertTrue(errors().isEmpty(), this + ": " + errors());
+            assertTrue(!Files.exists(own.resolve("crash")), this + " crashed");
             if (with == With.NATIVES && way != Way.STALLED) {
                 byte[] log = Files.readAllBytes(own.resolve("PILog.txt"));
-                require(log.length > 2 && Arrays.equals(log, 0, 2, new byte[] {-1, -2}, 0, 2), this + ": the log");
+                assertTrue(log.length > 2 && Arrays.equals(log, 0, 2, new byte[] {-1, -2}, 0, 2), this + ": the log");
             }
             try (Stream<Path> files = Files.walk(own)) {
                 files.sorted(Comparator.reverseOrder()).map(Path::toFile).forEach(File::delete);

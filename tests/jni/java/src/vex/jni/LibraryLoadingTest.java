@@ -11,7 +11,7 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** How the class finds its library, each way in a JVM of its own. */
+/** How the class finds its library, each way in a separate JVM. */
 @Tag("natives")
 class LibraryLoadingTest {
     private static final Path LIBRARY = Path.of(System.getProperty("vex.jni.library"));
@@ -19,7 +19,7 @@ class LibraryLoadingTest {
     @TempDir
     private Path directory;
 
-    /** What the other JVMs run. */
+    /** The program of the other JVMs. */
     static final class PrintVersion {
         public static void main(String[] args) {
             System.out.println(new TAVClientJNI().GetSignVersion(0).replace("\0", ""));
@@ -27,22 +27,22 @@ class LibraryLoadingTest {
     }
 
     @Test
-    void fromTheFullPathInTheProperty() throws Exception {
+    void loadsFromTheFullPathInTheProperty() throws Exception {
         assertEquals("1.0.", runJava("-Dvex.jni.library=" + LIBRARY));
     }
 
     @Test
-    void fromTheLibraryPath() throws Exception {
+    void loadsFromTheLibraryPath() throws Exception {
         assertEquals("1.0.", runJava("-Djava.library.path=" + LIBRARY.getParent()));
     }
 
     @Test
-    void emptyPropertyIsNone() throws Exception {
+    void ignoresAnEmptyProperty() throws Exception {
         assertEquals("1.0.", runJava("-Dvex.jni.library=", "-Djava.library.path=" + LIBRARY.getParent()));
     }
 
     @Test
-    void failureNamesThePathOfTheProperty() throws Exception {
+    void namesThePathOfThePropertyInAFailure() throws Exception {
         String message = runJava("-Dvex.jni.library=/nowhere/libmissing.so");
         assertTrue(message.contains("java.lang.UnsatisfiedLinkError: The signing library cannot be loaded."), message);
         assertTrue(message.contains("Tried: /nowhere/libmissing.so"), message);
@@ -50,21 +50,21 @@ class LibraryLoadingTest {
     }
 
     @Test
-    void failureNamesTheLibraryPath() throws Exception {
+    void namesTheLibraryPathInAFailure() throws Exception {
         String message = runJava("-Djava.library.path=/nowhere");
         assertTrue(message.contains("Tried: libTAVClientJNI.so in java.library.path (/nowhere)"), message);
         assertTrue(message.contains("-Dvex.jni.library=<full path of libTAVClientJNI.so>"), message);
     }
 
     @Test
-    void relativePathIsRefusedWithTheReason() throws Exception {
+    void refusesARelativePathWithTheReason() throws Exception {
         String message = runJava("-Dvex.jni.library=libTAVClientJNI.so");
         assertTrue(message.contains("Expecting an absolute path"), message);
     }
 
     @Test
-    void failureKeepsTheDynamicLinkersReason() throws Exception {
-        // The bridge alone: the toolkit that it needs is not beside it.
+    void quotesTheDynamicLinkerInAFailure() throws Exception {
+        // The bridge alone, without the toolkit that it needs.
         Path lonely = Files.copy(LIBRARY, directory.resolve("libTAVClientJNI.so"));
         String message = runJava("-Dvex.jni.library=" + lonely);
         assertTrue(message.contains("libVEXClientTKDll64.so: cannot open shared object file"), message);

@@ -23,8 +23,8 @@ import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 
 /**
- * Every way in which the library can fail to load is provoked, and its message names the cause and the cure. The tests'
- * JVM loads nothing itself, for a JVM that has the toolkit does not miss it any more.
+ * Every way in which loading the library can fail: the message names the cause and what to do. The JVM of the tests
+ * loads no library itself, because a JVM that has loaded the toolkit once can no longer miss it.
  */
 @Tag("loading")
 class LoadFailuresTest {
@@ -41,7 +41,7 @@ class LoadFailuresTest {
 
     // ---- In class loaders of this JVM, where loading fails ----
 
-    /** The message with which the class's first use fails, in a class loader of its own. */
+    /** Returns the message of the failure when a new class loader first uses the class. */
     private static String failure(String jar, String library) throws Exception {
         String before = System.getProperty(PROPERTY);
         System.setProperty(PROPERTY, library);
@@ -68,7 +68,7 @@ class LoadFailuresTest {
     }
 
     @Test
-    void wrongArchitecture() throws Exception {
+    void explainsAWrongArchitecture() throws Exception {
         Path library = copyOfBoth();
         byte[] content = Files.readAllBytes(library);
         content[18] = (byte) 183;
@@ -78,7 +78,7 @@ class LoadFailuresTest {
     }
 
     @Test
-    void noLibraryAtAll() throws Exception {
+    void explainsAFileThatIsNoLibrary() throws Exception {
         Path library = Files.writeString(directory.resolve(BRIDGE), "just some text of more than twenty characters");
         assertContains(failure(PRODUCT_JAR, library.toString()), "The file is no ELF library");
         assertContains(failure(PRODUCT_JAR, directory.resolve("missing.so").toString()), "There is no such file.");
@@ -86,14 +86,14 @@ class LoadFailuresTest {
     }
 
     @Test
-    void missingToolkit() throws Exception {
+    void explainsAMissingToolkit() throws Exception {
         Path lonely = Files.copy(LIBRARY, directory.resolve(BRIDGE));
         assertContains(failure(PRODUCT_JAR, lonely.toString()), "The toolkit " + TOOLKIT + " is missing.",
             "Put it beside " + BRIDGE);
     }
 
     @Test
-    void toolkitThatLacksAnOperation() throws Exception {
+    void explainsAToolkitThatLacksAnOperation() throws Exception {
         Path library = copyOfBoth();
         Path toolkit = directory.resolve(TOOLKIT);
         String content = Files.readString(toolkit, StandardCharsets.ISO_8859_1);
@@ -106,9 +106,9 @@ class LoadFailuresTest {
     }
 
     @Test
-    void olderCLibraryThanNeeded() throws Exception {
+    void explainsATooOldCLibrary() throws Exception {
         Path library = copyOfBoth();
-        // The name of a version that the bridge needs, in its table of names.
+        // Changes the name of a version in the bridge's table of the versions that it needs.
         String content = Files.readString(library, StandardCharsets.ISO_8859_1);
         String changed = content.replaceFirst("\0GLIBC_2\\.\\d\\d\0", "\0GLIBC_9.99\0");
         assertFalse(changed.equals(content));
@@ -117,7 +117,7 @@ class LoadFailuresTest {
             "It was built for glibc, the C library 9.99 or newer, and this host's is older.", "newer release");
     }
 
-    /** What musl 1.2's linker says of this library, under a C library that no JVM of these tests has. */
+    /** Messages of musl 1.2's linker for this library; no JVM of these tests has that C library. */
     @ParameterizedTest
     @CsvSource(delimiter = '|', value = {
         "loading shared library libVEXClientTKDll64.so: No such file or directory (needed by /l/libTAVClientJNI.so)"
@@ -130,27 +130,27 @@ class LoadFailuresTest {
             + " | the libVEXClientTKDll64.so that was found does not offer VCTK_GetCertList",
         "loading shared library /l/libTAVClientJNI.so: Operation not permitted"
             + " | code may not be executed from there"})
-    void muslsMessages(String error, String explanation) {
+    void explainsMessagesOfMusl(String error, String explanation) {
         String message = LibraryLoader.explain(
             new UnsatisfiedLinkError("/l/libTAVClientJNI.so: Error " + error), null);
         assertTrue(message.startsWith(explanation), message);
     }
 
     @Test
-    void aJarWithoutLibrariesSaysWhichHasThem() throws Exception {
+    void namesTheJarThatHasTheLibraries() throws Exception {
         assertContains(failure(PRODUCT_JAR, ""), "No such file there", "tavclientjni-bundled.jar");
     }
 
     @Test
-    void unwritableTemporaryDirectory() throws Exception {
+    void explainsAnUnwritableTemporaryDirectory() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.io.tmpdir=/nowhere", "-cp", bundledClassPath(),
             Load.class.getName());
         assertContains(output, "It cannot be copied below java.io.tmpdir (/nowhere)", "-Djava.io.tmpdir");
     }
 
-    // ---- In JVMs of their own ----
+    // ---- In separate JVMs ----
 
-    /** Uses the class, in class loaders of its own when told how many; "ok" for each. */
+    /** Uses the class in the given number of new class loaders (default: one), and prints "ok" for each. */
     static final class Load {
         public static void main(String[] args) throws Exception {
             int loaders = args.length == 0 ? 1 : Integer.parseInt(args[0]);
@@ -173,21 +173,13 @@ class LoadFailuresTest {
     }
 
     /**
-     * In each of two class loaders, one after the other, opens a client and forgets it: client and class loader are to
-     * go.
+     * Opens a client in a new class loader, and waits until the garbage collector has removed both. Does so twice.
      */
     static final class Forget {
         public static void main(String[] args) throws Exception {
             for (int i = 0; i < 2; ++i) {
                 WeakReference<ClassLoader> loader = openAndForget();
-                long deadline = System.nanoTime() + 30_000_000_000L;
-                while (loader.get() != null) {
-                    if (System.nanoTime() > deadline) {
-                        throw new AssertionError("the class loader was not collected");
-                    }
-                    System.gc();
-                    Thread.sleep(5);
-                }
+                Garbage.awaitCollection(() -> loader.get() == null);
                 System.out.println("collected");
             }
         }
@@ -228,10 +220,10 @@ class LoadFailuresTest {
     }
 
     @Test
-    void theBundledJarLoadsWhatItCarriesAndLeavesNothingBehind() throws Exception {
+    void loadsTheLibrariesOfTheBundledJarAndLeavesNoFiles() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(),
             Load.class.getName(), "2");
-        // Each class loader has a copy of its own.
+        // Each class loader has its own copy.
         assertContains(output, "ok 1.0.\nok 1.0.\n2 class loaders");
         try (Stream<Path> left = Files.list(directory)) {
             assertEquals(List.of(), left.filter(path -> path.getFileName().toString().startsWith("vex-")).toList());
@@ -239,13 +231,13 @@ class LoadFailuresTest {
     }
 
     @Test
-    void aForgottenClientKeepsNoClassLoader() throws Exception {
+    void aForgottenClientKeepsNoClassLoaderAlive() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-cp", bundledClassPath(), Forget.class.getName());
         assertEquals("signed true\ncollected\n".repeat(2), output);
     }
 
     @Test
-    void whatIsCopiedOutOfTheJarIsItsUsersAlone() throws Exception {
+    void onlyTheUserMayAccessTheCopiesFromTheJar() throws Exception {
         Path copies;
         try (URLClassLoader loader = new URLClassLoader(new URL[] {Path.of(BUNDLED_JAR).toUri().toURL()}, null)) {
             Method extract = Class.forName("vex.jni.LibraryLoader", true, loader).getDeclaredMethod("extractAll");
@@ -261,7 +253,7 @@ class LoadFailuresTest {
     }
 
     @Test
-    void secondClassLoader() throws Exception {
+    void explainsThatAnotherClassLoaderHasTheLibrary() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + LIBRARY.getParent(), "-cp",
             productClassPath(), Load.class.getName(), "2");
         assertContains(output, "ok 1.0.\n", "Another class loader of this JVM has loaded it already",
@@ -269,13 +261,13 @@ class LoadFailuresTest {
     }
 
     @Test
-    void directoryThatForbidsExecution() throws Exception {
+    void explainsADirectoryThatForbidsExecution() throws Exception {
         List<String> unshare = List.of("env", "unshare", "--mount", "--map-root-user");
         String mount = "mount -t tmpfs -o noexec tmpfs \"$0\"";
         List<String> probe = new ArrayList<>(unshare);
         probe.addAll(List.of("sh", "-c", mount + " && echo mounted", directory.toString()));
         String mounted = run(probe);
-        assumeTrue(mounted.equals("mounted\n"), "no mount namespace of one's own here: " + mounted);
+        assumeTrue(mounted.equals("mounted\n"), "this host allows no private mount namespace: " + mounted);
 
         List<String> prefix = new ArrayList<>(unshare);
         prefix.addAll(List.of("sh", "-c", mount + " && exec \"$@\"", directory.toString()));
@@ -286,16 +278,16 @@ class LoadFailuresTest {
     }
 
     @Test
-    void nativeAccessDenied() throws Exception {
+    void explainsDeniedNativeAccess() throws Exception {
         int version = Runtime.version().feature();
-        assumeTrue(version >= 24, "Java " + version + " allows native access to everybody");
+        assumeTrue(version >= 24, "Java " + version + " always allows native access");
         String output = java(List.of(), "--illegal-native-access=deny", "-Dvex.jni.library=" + LIBRARY, "-cp",
             productClassPath(), Load.class.getName());
         assertContains(output, "This JVM denies native access", NATIVE_ACCESS, "Enable-Native-Access: ALL-UNNAMED");
     }
 
     @Test
-    void aLibraryThatIsThereAndDoesNotLoadIsNotPassedOver() throws Exception {
+    void doesNotPassOverALibraryThatFailsToLoad() throws Exception {
         Files.copy(LIBRARY, directory.resolve(BRIDGE));
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + directory, "-cp", bundledClassPath(),
             Load.class.getName());

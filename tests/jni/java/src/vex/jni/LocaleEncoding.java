@@ -12,9 +12,9 @@ import java.util.Map;
 import java.util.Optional;
 
 /**
- * What texts are in the encoding of the process locale: the JDK's charset of that name, put right where the C library
- * of this machine sees a character otherwise, which says what the locale is. That is asked with the iconv command.
- * (GB 18030 has several editions, which differ in some thirty characters.)
+ * Encodes texts as the process locale does. It uses the JDK's charset of that name, corrected for the characters that
+ * the C library of this machine encodes differently; the iconv command shows which ones. (GB 18030 has several
+ * editions, which differ in some thirty characters.)
  */
 final class LocaleEncoding {
     private static final byte[] NONE = {};
@@ -39,7 +39,7 @@ final class LocaleEncoding {
         return encoder.charset().name();
     }
 
-    /** How many characters the JDK and the C library encode differently. */
+    /** The number of characters that the JDK and the C library encode differently. */
     int differences() {
         return otherwise.size();
     }
@@ -49,7 +49,7 @@ final class LocaleEncoding {
         return bytes != null ? bytes != NONE : encoder.canEncode(Character.toString(codePoint));
     }
 
-    /** Nothing for a text with a character that the locale does not have, an unpaired surrogate among others. */
+    /** Empty if the locale cannot encode a character of the text, such as an unpaired surrogate. */
     Optional<byte[]> encode(String text) {
         if (!text.codePoints().allMatch(this::has)) {
             return Optional.empty();
@@ -66,7 +66,7 @@ final class LocaleEncoding {
     }
 
     private void learnFromIconv(String name) throws Exception {
-        // Each character on a line of its own, whose end is 0A in every encoding that a locale may have.
+        // One character a line; the line end is 0A in the encodings of all locales.
         StringBuilder lines = new StringBuilder();
         int[] codePoints = characters();
         for (int codePoint : codePoints) {
@@ -84,7 +84,7 @@ final class LocaleEncoding {
         writer.start();
         byte[] encoded = iconv.getInputStream().readAllBytes();
         writer.join();
-        iconv.waitFor();  // its status says only that some characters were left out
+        iconv.waitFor();  // its status only tells that it left some characters out
 
         int line = 0;
         int begin = 0;
@@ -105,7 +105,7 @@ final class LocaleEncoding {
         }
     }
 
-    /** All that there are but the line end. */
+    /** All characters except the line end. */
     private static int[] characters() {
         return java.util.stream.IntStream.rangeClosed(1, Character.MAX_CODE_POINT)
             .filter(c -> c != '\n' && (c < Character.MIN_SURROGATE || c > Character.MAX_SURROGATE))

@@ -5,7 +5,7 @@ import java.net.URL;
 import java.net.URLClassLoader;
 import java.util.concurrent.CountDownLatch;
 
-/** Programs that trace and end, each in its own way. */
+/** A program that writes to the log and ends, in one of several ways. */
 final class LogAtEnd {
     private static final int CALLS = 500;
     private static final int THREADS = 8;
@@ -13,11 +13,10 @@ final class LogAtEnd {
     private LogAtEnd() {}
 
     /**
-     * Traces and ends.
+     * Writes to the log and ends.
      *
-     * @param args how: return, exit, signal (SIGTERM), threads (System.exit while
-     *     threads trace), processes (with child processes meanwhile), loaders (the class loaded a second time after its
-     *     first class loader was collected)
+     * @param args the way: return, exit, signal (SIGTERM), threads (System.exit while threads write), processes (as
+     *     threads, after child processes), loaders (each class loader loads the class after the last one was collected)
      * @throws Exception when something is wrong
      */
     public static void main(String[] args) throws Exception {
@@ -48,7 +47,8 @@ final class LogAtEnd {
             case "loaders" -> {
                 int cycles = Amount.of("VEX_TEST_EXITS_LOADERS", 3);
                 for (int i = 0; i < cycles; ++i) {
-                    traceInAnotherClassLoader();
+                    // No two class loaders may have the library, so this waits until the last one is collected.
+                    Garbage.awaitCollection(LogAtEnd::traceInClassLoaderOfItsOwn);
                 }
                 System.err.println("Loaded, used and unloaded " + cycles + " times");
             }
@@ -63,7 +63,7 @@ final class LogAtEnd {
         }
     }
 
-    /** Returns when all threads have traced; they go on. */
+    /** Returns when all threads have written; they go on. */
     private static void startTracing() throws InterruptedException {
         CountDownLatch traced = new CountDownLatch(THREADS);
         for (int i = 0; i < THREADS; ++i) {
@@ -81,19 +81,7 @@ final class LogAtEnd {
         traced.await();
     }
 
-    /** Waits for the class loader that has the library to be collected: no two may have it at once. */
-    private static void traceInAnotherClassLoader() throws Exception {
-        long deadline = System.nanoTime() + 30_000_000_000L;
-        while (!traceInClassLoaderOfItsOwn()) {
-            if (System.nanoTime() > deadline) {
-                throw new AssertionError("the class loader was not collected");
-            }
-            System.gc();
-            Thread.sleep(10);
-        }
-    }
-
-    /** False: another class loader has the library. */
+    /** Returns false if another class loader has the library. */
     private static boolean traceInClassLoaderOfItsOwn() throws Exception {
         URL classes = TAVClientJNI.class.getProtectionDomain().getCodeSource().getLocation();
         try (URLClassLoader loader = new URLClassLoader(new URL[] {classes}, ClassLoader.getPlatformClassLoader())) {

@@ -10,8 +10,8 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * Waits until the log's writer has written all that was queued. To be used by a thread that calls no other native,
- * while no other thread calls any.
+ * Waits until the writer of the log has written all queued records. The thread that uses it calls no other natives, and
+ * no other thread calls natives meanwhile.
  */
 final class LogEnd {
     private static final Path LOG = Path.of(System.getenv("VEX_TEST_LOG_DIR"), "PILog.txt");
@@ -19,7 +19,7 @@ final class LogEnd {
     private static final Duration LONGEST = Duration.ofMinutes(5);
     private static final Pattern LAST = Pattern.compile("\\[T(-?\\d+)\\] [^\\n]*\\((\\d+)\\)\\]: [^\\n]*\\R\\R$");
 
-    /** The records of calls that are refused for their handle, and so leave one alone. */
+    /** The source lines in the records of two calls that refuse their handle, and so write only one record. */
     private static final String[] LINES = {"428", "202"};
 
     private final TAVClientJNI natives;
@@ -46,7 +46,7 @@ final class LogEnd {
         }
     }
 
-    /** The first mark tells which thread this is. */
+    /** The first record tells the number of this thread. */
     private boolean isLast(String line) throws IOException {
         if (!LOG.toFile().exists()) {
             return false;

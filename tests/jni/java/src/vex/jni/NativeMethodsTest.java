@@ -11,7 +11,7 @@ import java.util.stream.Collectors;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** A renamed or changed native would compile and be missed only by the applications that call it. */
+/** The natives and their signatures. A changed one would compile here, and only applications would fail. */
 @Tag("natives")
 class NativeMethodsTest {
     private static final Set<String> SIGNATURES = Set.of(
@@ -32,7 +32,7 @@ class NativeMethodsTest {
         "public native String GetCertList(long)");
 
     @Test
-    void thereAreExactlyTheFifteenNatives() {
+    void declaresExactlyFifteenNatives() {
         Set<String> found = new TreeSet<>();
         for (Method method : TAVClientJNI.class.getDeclaredMethods()) {
             if (Modifier.isNative(method.getModifiers())) {

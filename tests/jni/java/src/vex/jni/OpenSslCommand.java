@@ -7,7 +7,7 @@ import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.List;
 
-/** The openssl command, working in a directory. */
+/** The openssl command, run in a directory. */
 final class OpenSslCommand {
     private final Path directory;
 
@@ -32,7 +32,7 @@ final class OpenSslCommand {
         start(arguments).succeeded();
     }
 
-    /** Whether its exit status is 0. */
+    /** Returns whether the exit status is 0. */
     boolean accepts(String... arguments) throws Exception {
         return start(arguments).status() == 0;
     }

@@ -7,11 +7,11 @@ import java.nio.file.Path;
 import javax.management.JMException;
 import javax.management.ObjectName;
 
-/** What this process has at one moment. */
+/** The resources that this process uses at one moment. */
 record ProcessSize(long residentBytes, int descriptors, int threads) {
     private static final long PAGE = 4096;
 
-    /** After the memory that malloc keeps for later has been given back, if this JVM can do that. */
+    /** First gives back the memory that malloc keeps for later, if this JVM can do that. */
     static ProcessSize now() throws IOException {
         trim();
         String[] pages = Files.readString(Path.of("/proc/self/statm")).split(" ");
@@ -26,7 +26,7 @@ record ProcessSize(long residentBytes, int descriptors, int threads) {
                 new ObjectName("com.sun.management:type=DiagnosticCommand"), "systemTrimNativeHeap",
                 new Object[] {new String[0]}, new String[] {String[].class.getName()});
         } catch (JMException e) {
-            System.out.println("This JVM does not give memory back: " + e);
+            System.out.println("This JVM cannot give memory back: " + e);
         }
     }
 }

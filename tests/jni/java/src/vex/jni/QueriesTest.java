@@ -12,7 +12,7 @@ class QueriesTest {
     private static final char[] VERSION = {'1', 0, '.', 0, '0', 0, '.'};
 
     @Test
-    void versionIsTheSameSevenUnitsForAnyHandle() {
+    void returnsTheSameSevenUnitsAsVersionForAnyHandle() {
         try (Client client = Client.openDemo()) {
             for (long handle : new long[] {0, client.handle(), -1, 123456789}) {
                 assertArrayEquals(VERSION, Client.NATIVES.GetSignVersion(handle).toCharArray());
@@ -21,7 +21,7 @@ class QueriesTest {
     }
 
     @Test
-    void certificateIsNeverReturnedThoughItCouldBe() {
+    void neverReturnsTheCertificate() {
         try (Client client = Client.openDemo(Client.RSA)) {
             assertNull(Client.NATIVES.GetSignCert(client.handle()));
             client.require(client.p1SignString("text"));
@@ -31,7 +31,7 @@ class QueriesTest {
     }
 
     @Test
-    void lastErrorIsThatOfTheLastCall() {
+    void returnsTheErrorOfTheLastCall() {
         try (Client client = Client.openDemo()) {
             assertEquals(VCTKError.OK, client.lastError());
             assertEquals("No error", client.lastMessage());

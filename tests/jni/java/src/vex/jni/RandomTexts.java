@@ -3,14 +3,14 @@ package vex.jni;
 import java.util.Random;
 import java.util.function.IntPredicate;
 
-/** Random Java strings of every kind: most of them short, a few up to 1 MiB characters long. */
+/** Random Java strings of every kind: most are short, a few have up to 1 Mi characters. */
 final class RandomTexts {
     static final int LONGEST = 1 << 20;
 
     private final Random random;
     private final IntPredicate isInLocale;
 
-    /** @param isInLocale which characters the locale has */
+    /** @param isInLocale whether the locale can encode a character */
     RandomTexts(Random random, IntPredicate isInLocale) {
         this.random = random;
         this.isInLocale = isInLocale;
@@ -28,7 +28,7 @@ final class RandomTexts {
         };
     }
 
-    /** A text that the locale can encode, of about so many UTF-16 units. */
+    /** A text that the locale can encode, of about this number of UTF-16 units. */
     String signable(int units) {
         return text(units, this::inLocale);
     }
@@ -37,7 +37,7 @@ final class RandomTexts {
         int next();
     }
 
-    /** In UTF-16 units, about. Half of the texts have less than 16, one of some thousand has the most there may be. */
+    /** About the number of UTF-16 units. Half of the texts have fewer than 16; one in 8000 has the largest number. */
     private int length() {
         int of = random.nextInt(4000);
         if (of == 0) {
@@ -55,7 +55,7 @@ final class RandomTexts {
         return text.toString();
     }
 
-    /** The text with a unit put into it, which may complete a surrogate pair. */
+    /** Inserts a unit into the text, where it may complete a surrogate pair. */
     private String with(String text, char unit) {
         return new StringBuilder(text).insert(random.nextInt(text.length() + 1), unit).toString();
     }

@@ -13,17 +13,16 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
 /**
- * No signature over other bytes than the caller's: under whatever locale the process has, a random text is signed as
- * its bytes in that locale's encoding, or not at all and with a reason. VEX_TEST_RANDOM_TEXTS says how many.
+ * Only the caller's text is signed: under any locale, a random text is signed as its bytes in the encoding of the
+ * locale, or refused with a reason. VEX_TEST_RANDOM_TEXTS is the number of texts.
  */
 @Tag("natives")
 @Tag("ascii-locale")
 @Tag("random-texts")
 class RandomTextsTest {
-    private static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
     private static final int TEXTS = Amount.of("VEX_TEST_RANDOM_TEXTS", 100);
 
-    /** A client with one key, and what is known about its certificate. */
+    /** A client with one key, and its certificate. */
     private record Signer(Client client, X509Certificate certificate) {}
 
     private int signed;
@@ -33,7 +32,7 @@ class RandomTextsTest {
     private long bytesSigned;
 
     @Test
-    void textsAreSignedAsTheyAreOrNotAtAll() throws Exception {
+    void signsTextsUnchangedOrRefusesThem() throws Exception {
         LocaleEncoding locale = LocaleEncoding.ofProcess();
         Random random = new Random(Amount.seedOfRun());
         RandomTexts texts = new RandomTexts(random, locale::has);
@@ -63,7 +62,7 @@ class RandomTextsTest {
         boolean detached = random.nextBoolean();
         boolean withCertificate = random.nextBoolean();
         Client client = signer.client();
-        // An error of known number, to be seen where the toolkit is not asked.
+        // This error stays the last one if the toolkit is not asked.
         assertEquals(1, Client.NATIVES.SetDigestAlg(client.handle(), "MD5"));
 
         String signature = p1 ? client.p1SignString(text) : client.p7SignString(text, detached, withCertificate);
@@ -85,7 +84,7 @@ class RandomTextsTest {
                 assertTrue(Signatures.isP1Good(signature, bytes.get(), signer.certificate(), "SHA256"));
             } else {
                 Signatures.assertP7(signature, bytes.get(), detached, withCertificate, signer.certificate(),
-                    SHA256_OID);
+                    Signatures.SHA256_OID);
             }
         }
     }
@@ -94,7 +93,7 @@ class RandomTextsTest {
         return text.codePoints().anyMatch(c -> c >= Character.MIN_SURROGATE && c <= Character.MAX_SURROGATE);
     }
 
-    /** The first units, such that they can be printed and made a string of again. */
+    /** The first units, as escapes of a Java string. */
     private static String start(String text) {
         StringBuilder units = new StringBuilder();
         text.chars().limit(40).forEach(unit -> units.append(String.format("\\u%04x", unit)));

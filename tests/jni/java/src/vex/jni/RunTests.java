@@ -22,9 +22,9 @@ import org.junit.platform.launcher.listeners.SummaryGeneratingListener;
 import org.junit.platform.launcher.listeners.TestExecutionSummary;
 
 /**
- * Runs the tests of a tag in this JVM. Everything is reported on standard error, so that standard output holds nothing
- * but the JVM's own remarks. A test that was skipped or not found fails the run; only those of the tag loading may find
- * that their surroundings do not allow them, and say why.
+ * Runs the tests of a tag in this JVM. All reports go to standard error, so that standard output has only the JVM's own
+ * remarks. The run fails if a test is skipped or if no test is found. Only tests with the tag loading may find that the
+ * host does not support them; they are reported with the reason.
  */
 public final class RunTests {
     private static final long SLOW_MILLISECONDS = 1000;
@@ -33,7 +33,7 @@ public final class RunTests {
     private RunTests() {}
 
     /**
-     * Ends the JVM with status 0 when every test of the tag passed.
+     * Ends the JVM with status 0 if every test of the tag passed.
      *
      * @param args the tag
      * @throws URISyntaxException never, for a class that comes from a jar
@@ -74,7 +74,7 @@ public final class RunTests {
         return Path.of(RunTests.class.getProtectionDomain().getCodeSource().getLocation().toURI());
     }
 
-    /** Names the tests that take long, so that a slow run can be explained, and those that were not run. */
+    /** Prints the tests that took long, which explain a slow run, and those that were not run. */
     private static final class Reporter implements TestExecutionListener {
         private final PrintWriter report;
         private final Map<String, Long> started = new ConcurrentHashMap<>();

@@ -21,7 +21,7 @@ import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** Digest algorithm, filters, single choice, and the certificate list, on a store with five certificates. */
+/** Digest algorithm, filters, single choice and certificate list, with a store of five certificates. */
 @Tag("natives")
 class SettingsTest {
     private static final int RSA = 0;
@@ -53,7 +53,7 @@ class SettingsTest {
         return identities.get(identity).certificate();
     }
 
-    /** Fields of the records of the certificate list. */
+    /** The fields of each record of the certificate list. */
     private static List<List<String>> records(Client client) {
         String list = client.certificateList();
         return list.isEmpty() ? List.of() : list.lines().map(line -> List.of(line.split(" ", -1))).toList();
@@ -70,7 +70,7 @@ class SettingsTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"SHA1", "SHA-1", "sha1", "MD5", "md5"})
-    void weakDigestIsRefusedWithTheReason(String name) throws Exception {
+    void refusesAWeakDigestWithTheReason(String name) throws Exception {
         try (Client client = Client.open(store)) {
             client.setDigest("SHA384");
             assertEquals(1, Client.NATIVES.SetDigestAlg(client.handle(), name));
@@ -79,13 +79,13 @@ class SettingsTest {
 
             String p1 = client.require(client.p1SignString("text"));
             assertTrue(Signatures.isP1Good(p1, "text".getBytes(StandardCharsets.UTF_8), certificate(RSA), "SHA384"),
-                "the algorithm stays as it was");
+                "the algorithm stays unchanged");
         }
     }
 
     @ParameterizedTest
     @ValueSource(strings = {"SHA", "SHA25", "RSA", "SHA256withRSA", "CRC32", "漢"})
-    void otherDigestNamesAreRefused(String name) {
+    void refusesOtherDigestNames(String name) {
         try (Client client = Client.open(store)) {
             assertEquals(1, Client.NATIVES.SetDigestAlg(client.handle(), name));
             long expected = name.equals("SHA") ? VCTKError.DIGEST_WEAK : VCTKError.DIGEST_UNKNOWN;
@@ -94,7 +94,7 @@ class SettingsTest {
     }
 
     @Test
-    void listHoldsTheValidCertificatesWithTheirFields() throws Exception {
+    void listsTheValidCertificatesWithTheirFields() throws Exception {
         try (Client client = Client.open(store)) {
             assertListed(client, RSA, P256, P384);
             for (List<String> record : records(client)) {
@@ -136,7 +136,7 @@ class SettingsTest {
         "5, keyAgreement, P256+P384",
         "6, RSA, RSA",
         "6, ec, P256+P384"})
-    void filterLetsThrough(long type, String value, String expected) throws Exception {
+    void listsTheCertificatesThatPassAFilter(long type, String value, String expected) throws Exception {
         try (Client client = Client.open(store)) {
             client.addFilter(type, value);
             assertListed(client, identitiesNamed(expected));
@@ -149,7 +149,7 @@ class SettingsTest {
     }
 
     @Test
-    void fingerprintFilterLetsOneThrough() throws Exception {
+    void listsTheCertificateThatPassesTheFingerprintFilter() throws Exception {
         for (int identity : new int[] {RSA, P256, P384}) {
             try (Client client = Client.open(store)) {
                 client.addFilter(TAVClientJNI.FILTER_FINGERPRINT, fingerprint(identity).toLowerCase(Locale.ROOT));
@@ -160,7 +160,7 @@ class SettingsTest {
     }
 
     @Test
-    void filtersAddUpUntilTheyAreCleared() throws Exception {
+    void appliesAllFiltersUntilTheyAreCleared() throws Exception {
         try (Client client = Client.open(store)) {
             client.addFilter(TAVClientJNI.FILTER_KEY_ALGORITHM, "EC");
             client.addFilter(TAVClientJNI.FILTER_SUBJECT, "Hopper");
@@ -179,7 +179,7 @@ class SettingsTest {
 
     @ParameterizedTest
     @ValueSource(longs = {0, 14, -1, 1L << 32 | 6, Long.MIN_VALUE})
-    void unknownFilterTypeIsRefused(long type) throws Exception {
+    void refusesAnUnknownFilterType(long type) throws Exception {
         try (Client client = Client.open(store)) {
             assertEquals(1, Client.NATIVES.AddFilter(client.handle(), type, "RSA"));
             assertEquals(VCTKError.FILTER_TYPE, client.lastError());
@@ -190,7 +190,7 @@ class SettingsTest {
 
     @ParameterizedTest
     @CsvSource({"3, xyz", "4, 00", "5, signing", "6, DSA"})
-    void malformedFilterValueIsRefused(long type, String value) throws Exception {
+    void refusesAMalformedFilterValue(long type, String value) throws Exception {
         try (Client client = Client.open(store)) {
             assertEquals(1, Client.NATIVES.AddFilter(client.handle(), type, value));
             assertEquals(VCTKError.FILTER_VALUE, client.lastError());
@@ -199,7 +199,7 @@ class SettingsTest {
     }
 
     @Test
-    void withoutSingleChoiceTheLongestValidSigns() throws Exception {
+    void signsWithTheLongestValidCertificateByDefault() throws Exception {
         try (Client client = Client.open(store)) {
             assertEquals(certificate(RSA), Signatures.signerOf(client));
             client.addFilter(TAVClientJNI.FILTER_KEY_ALGORITHM, "EC");
@@ -209,7 +209,7 @@ class SettingsTest {
 
     @ParameterizedTest
     @ValueSource(ints = {1, -1, 2, Integer.MIN_VALUE})
-    void singleChoiceNeedsExactlyOne(int choose) throws Exception {
+    void needsExactlyOneCertificateForSingleChoice(int choose) throws Exception {
         try (Client client = Client.open(store)) {
             assertEquals(0, Client.NATIVES.SetChooseSingleCert(client.handle(), choose));
             for (String signature : new String[] {

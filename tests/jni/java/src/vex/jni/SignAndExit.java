@@ -1,13 +1,13 @@
 package vex.jni;
 
-/** A program that signs, asks for what there is to ask, and ends; without arguments it only ends. */
+/** A program that signs with stores, calls the natives that query, and ends. Without arguments it only ends. */
 final class SignAndExit {
     private SignAndExit() {}
 
     /**
-     * Ends with an exception when something is refused.
+     * Ends with an exception if a call fails.
      *
-     * @param args the initialisation texts of stores, to be used one after the other
+     * @param args the URIs of stores, which it uses one after the other
      */
     public static void main(String[] args) {
         for (String store : args) {

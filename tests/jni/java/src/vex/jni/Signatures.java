@@ -29,13 +29,15 @@ import org.bouncycastle.cms.CMSTypedData;
 import org.bouncycastle.cms.SignerInformation;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 
-/** Verifies signatures with software other than their maker's: the JDK and Bouncy Castle. */
+/** Verifies signatures with other software than that which made them: the JDK and Bouncy Castle. */
 public final class Signatures {
+    public static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
+
     private static final Duration CLOCK_TOLERANCE = Duration.ofMinutes(5);
 
     private Signatures() {}
 
-    /** The certificate with which the client signs, out of a signature that includes it. */
+    /** The certificate with which the client signs, from a signature that includes it. */
     static X509Certificate signerOf(Client client) throws Exception {
         String signature = client.require(client.p7SignString("who?", true, true));
         return certificateIn(Base64.getDecoder().decode(signature));
@@ -47,18 +49,22 @@ public final class Signatures {
         return new JcaX509CertificateConverter().getCertificate(certificates.iterator().next());
     }
 
+    /** The JDK's name of a signature algorithm, for example SHA256withECDSA for SHA256 and EC. */
+    public static String jdkName(String digest, String keyAlgorithm) {
+        return digest + "with" + (keyAlgorithm.equals("EC") ? "ECDSA" : keyAlgorithm);
+    }
+
     /** @param digest as the JDK spells it in the names of signature algorithms, for example SHA256 */
     public static boolean isP1Good(String base64, byte[] content, X509Certificate certificate, String digest)
             throws Exception {
-        String key = certificate.getPublicKey().getAlgorithm();
-        Signature verifier = Signature.getInstance(digest + "with" + (key.equals("EC") ? "ECDSA" : key));
+        Signature verifier = Signature.getInstance(jdkName(digest, certificate.getPublicKey().getAlgorithm()));
         verifier.initVerify(certificate.getPublicKey());
         verifier.update(content);
         return verifier.verify(Base64.getDecoder().decode(base64));
     }
 
     /**
-     * Asserts everything that a P7 signature promises.
+     * Asserts that a P7 signature is good, and that it has the wanted form and attributes.
      *
      * @param digestOid of the digest algorithm
      */
@@ -68,7 +74,7 @@ public final class Signatures {
         assertTrue(signer.verify(new JcaSimpleSignerInfoVerifierBuilder().build(certificate)));
     }
 
-    /** The same but for the signature value, which is left to others; returns who signed. */
+    /** The same without verifying the signature value; returns the signer for that. */
     static SignerInformation assertP7Form(String base64, byte[] content, boolean detached, boolean withCertificate,
                                           X509Certificate certificate, String digestOid) throws Exception {
         byte[] der = Base64.getDecoder().decode(base64);

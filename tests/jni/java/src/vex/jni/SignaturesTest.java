@@ -28,7 +28,7 @@ class SignaturesTest {
     private static final String TEXT = "first line\r\nsecond line\nthird line\rlast line, 漢字 and 😀\n";
     private static final byte[] TEXT_BYTES = TEXT.getBytes(StandardCharsets.UTF_8);
 
-    /** A digest algorithm as the toolkit is given it, as the JDK spells it in signature algorithms, and its OID. */
+    /** A digest algorithm: the argument for the toolkit, the JDK's spelling in signature algorithms, and the OID. */
     private record Digest(String name, String jdkName, String oid) {}
 
     private static final List<Digest> DIGESTS = List.of(
@@ -54,7 +54,7 @@ class SignaturesTest {
 
     @ParameterizedTest
     @MethodSource("p1Cases")
-    void p1IsVerifiedByTheJdk(P1Case c) throws Exception {
+    void theJdkVerifiesP1(P1Case c) throws Exception {
         try (Client client = Client.openDemo(c.key())) {
             client.setDigest(c.digest().name());
             X509Certificate certificate = Signatures.signerOf(client);
@@ -72,7 +72,7 @@ class SignaturesTest {
 
     @ParameterizedTest
     @MethodSource("p1Cases")
-    void p1IsVerifiedByOpenSsl(P1Case c, @TempDir Path directory) throws Exception {
+    void openSslVerifiesP1(P1Case c, @TempDir Path directory) throws Exception {
         OpenSslCommand openSsl = new OpenSslCommand(directory);
         try (Client client = Client.openDemo(c.key())) {
             client.setDigest(c.digest().name());
@@ -86,7 +86,7 @@ class SignaturesTest {
 
     @ParameterizedTest
     @MethodSource("p7Cases")
-    void p7IsVerifiedByBouncyCastle(P7Case c) throws Exception {
+    void bouncyCastleVerifiesP7(P7Case c) throws Exception {
         try (Client client = Client.openDemo(c.key())) {
             client.setDigest(c.digest().name());
             X509Certificate certificate = Signatures.signerOf(client);
@@ -102,7 +102,7 @@ class SignaturesTest {
 
     @ParameterizedTest
     @MethodSource("p7Cases")
-    void p7IsVerifiedByOpenSsl(P7Case c, @TempDir Path directory) throws Exception {
+    void openSslVerifiesP7(P7Case c, @TempDir Path directory) throws Exception {
         OpenSslCommand openSsl = new OpenSslCommand(directory);
         try (Client client = Client.openDemo(c.key())) {
             client.setDigest(c.digest().name());
@@ -124,7 +124,7 @@ class SignaturesTest {
     }
 
     @Test
-    void p7FlagsAreTheirLow32Bits() throws Exception {
+    void p7UsesTheLow32BitsOfItsFlags() throws Exception {
         try (Client client = Client.openDemo(Client.EC)) {
             X509Certificate certificate = Signatures.signerOf(client);
             String oid = DIGESTS.get(0).oid();
@@ -137,7 +137,7 @@ class SignaturesTest {
 
     @ParameterizedTest
     @ValueSource(ints = {1, 2, 3, 255, 65536, 1 << 20})
-    void anyBytesAreSignedThroughBase64(int length) throws Exception {
+    void signsAnyBytesThroughBase64(int length) throws Exception {
         byte[] bytes = new byte[length];
         new Random(length).nextBytes(bytes);
         String base64 = Base64.getEncoder().encodeToString(bytes);
@@ -155,7 +155,7 @@ class SignaturesTest {
     @ParameterizedTest
     @ValueSource(strings = {"dGV4dA", "dGV4dA=", "dGV4dA===", "dGV4dA==\n", " dGV4dA==", "dGV4\r\ndA==", "dGV4d!==",
         "dGV4dB==", "d", "=", "====", "dGV-", "dGV_", "漢字"})
-    void malformedBase64IsRefused(String malformed) {
+    void refusesMalformedBase64(String malformed) {
         try (Client client = Client.openDemo()) {
             for (String signature : new String[] {client.p1Sign(malformed), client.p7Sign(malformed, true, true)}) {
                 assertNull(signature);
@@ -166,7 +166,7 @@ class SignaturesTest {
     }
 
     @Test
-    void signaturesAreOneLineOfBase64() {
+    void returnsSignaturesAsOneLineOfBase64() {
         try (Client client = Client.openDemo(Client.RSA)) {
             for (String signature : List.of(client.require(client.p1SignString(TEXT)),
                     client.require(client.p7SignString(TEXT, false, true)))) {

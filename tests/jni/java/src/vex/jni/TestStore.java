@@ -23,7 +23,7 @@ import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
 import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 
-/** Makes store files with keys and self-signed certificates, by means of the JDK and Bouncy Castle. */
+/** Creates store files with keys and self-signed certificates, with the JDK and Bouncy Castle. */
 public final class TestStore {
     public static final String PIN = "correct horse";
 
@@ -33,10 +33,10 @@ public final class TestStore {
     private TestStore() {}
 
     /**
-     * A certificate that is valid now.
+     * Creates a key and its certificate.
      *
-     * @param key RSA, RSA-3072 or of another length, or the name of a curve
-     * @param days for how many days from now it is valid; negative for one that has expired that long ago
+     * @param key RSA, RSA with a length (RSA-3072), or the name of a curve
+     * @param days the number of days until the certificate expires; negative if it has expired
      * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
      */
     public static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
@@ -62,7 +62,7 @@ public final class TestStore {
         return new Identity(pair.getPrivate(), certificate);
     }
 
-    /** Writes a PKCS #12 file with {@link #PIN} as its PIN, in the JDK's own manner. */
+    /** Writes a PKCS #12 file with the PIN {@link #PIN}, as the JDK writes it by default. */
     public static void writePkcs12(Path file, List<Identity> identities) throws Exception {
         KeyStore store = KeyStore.getInstance("PKCS12");
         store.load(null, null);
@@ -75,7 +75,7 @@ public final class TestStore {
         }
     }
 
-    /** Writes a PEM file without a PIN; returns the initialisation text for it. */
+    /** Writes a PEM file without a PIN, and returns its URI. */
     public static String writePem(Path file, List<Identity> identities) throws Exception {
         StringBuilder pem = new StringBuilder();
         for (Identity identity : identities) {
@@ -86,7 +86,7 @@ public final class TestStore {
         return "file:" + file;
     }
 
-    /** RFC 7468. */
+    /** The PEM form, RFC 7468. */
     public static String pem(String label, byte[] der) {
         String body = Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(der);
         return "-----BEGIN " + label + "-----\n" + body + "\n-----END " + label + "-----\n";

@@ -14,11 +14,10 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.MethodSource;
 
-/** Which texts are signed, as which bytes, under a UTF-8 locale. */
+/** Which texts are signed under a UTF-8 locale, and as which bytes. */
 @Tag("natives")
 class TextsTest {
     private static final int MEBI = 1 << 20;
-    private static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
 
     private static Client client;
     private static X509Certificate certificate;
@@ -35,7 +34,7 @@ class TextsTest {
         client.close();
     }
 
-    /** A text that a report of a failure can name. */
+    /** A text with a name for reports. */
     private record Text(String name, String value) {
         @Override
         public String toString() {
@@ -48,7 +47,7 @@ class TextsTest {
             new Text("one character", "a"),
             new Text("a blank", " "),
             new Text("ASCII", "The quick brown fox jumps over the lazy dog."),
-            new Text("every ASCII character but U+0000", ascii()),
+            new Text("every ASCII character except U+0000", ascii()),
             new Text("line ends of every kind", "\r\n\n\r\r\n\n\r"),
             new Text("like a format", "%s %n %d %%"),
             new Text("two-byte characters", "Grüße, Ελληνικά, Кириллица"),
@@ -79,17 +78,17 @@ class TextsTest {
 
     @ParameterizedTest
     @MethodSource("signedTexts")
-    void textIsSignedAsItsUtf8Bytes(Text text) throws Exception {
+    void signsATextAsItsUtf8Bytes(Text text) throws Exception {
         byte[] bytes = text.value().getBytes(StandardCharsets.UTF_8);
         String p1 = client.require(client.p1SignString(text.value()));
         assertTrue(Signatures.isP1Good(p1, bytes, certificate, "SHA256"));
         String p7 = client.require(client.p7SignString(text.value(), false, true));
-        Signatures.assertP7(p7, bytes, false, true, certificate, SHA256_OID);
+        Signatures.assertP7(p7, bytes, false, true, certificate, Signatures.SHA256_OID);
     }
 
     @ParameterizedTest
     @MethodSource("refusedTexts")
-    void textThatHasNoEncodingIsRefusedWithoutAskingTheToolkit(Text text) {
+    void refusesATextWithoutEncodingWithoutAskingTheToolkit(Text text) {
         assertEquals(1, Client.NATIVES.SetDigestAlg(client.handle(), "MD5"));
         assertEquals(0, Client.NATIVES.Initialize(null, "gopher:"));
 
@@ -107,7 +106,7 @@ class TextsTest {
     }
 
     @Test
-    void refusedTextsLeaveTheObjectAsItWas() throws Exception {
+    void keepsTheObjectUnchangedByRefusedTexts() throws Exception {
         String before = client.certificateList();
         for (Text text : refusedTexts().toList()) {
             client.p1SignString(text.value());

@@ -33,9 +33,9 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
 /**
- * Signatures of every kind in the eyes of third parties (openssl, the JDK, Bouncy Castle): all accept them as they are,
- * and none accepts them for other content after one bit has changed. VEX_TEST_COMBINATIONS says how many signatures,
- * VEX_TEST_FLIPS how many changes to each.
+ * Verifies signatures of every kind with openssl, the JDK and Bouncy Castle: all three accept them, and after a change
+ * of one bit none accepts them for other content. VEX_TEST_COMBINATIONS is the number of signatures, VEX_TEST_FLIPS the
+ * number of changes to each.
  */
 @Tag("third-parties")
 class ThirdPartiesTest {
@@ -69,15 +69,15 @@ class ThirdPartiesTest {
         }
     }
 
-    /** Given as text, or else as Base64. */
+    /** Given to the toolkit as text or as Base64. */
     private record Content(boolean asText, byte[] bytes) {}
 
     private record Combination(String key, Verifiers.Digest digest, Form form) {}
 
-    /** A key's client, its certificate and those who judge its signatures. */
+    /** A client with one key, its certificate, and the verifiers of its signatures. */
     private record Signer(Client client, X509Certificate certificate, Verifiers verifiers) {}
 
-    /** Where a changed bit lay, and what became of it. */
+    /** The place of each changed bit and the result, and how often they occurred. */
     private final Map<String, Integer> flips = new TreeMap<>();
     private final Random random = new Random(Amount.seedOfRun());
     private int signatures;
@@ -89,7 +89,7 @@ class ThirdPartiesTest {
     private Path directory;
 
     @Test
-    void allAcceptASignatureAndNoneAChangedOne() throws Exception {
+    void acceptsEachSignatureAndNoChangedOne() throws Exception {
         List<Combination> all = new ArrayList<>();
         for (String key : KEYS) {
             for (Verifiers.Digest digest : DIGESTS) {
@@ -171,7 +171,7 @@ class ThirdPartiesTest {
             return;
         }
         if (base64 == null) {
-            // ECDSA with a digest for which CMS, or at least OpenSSL 3.0, has no name.
+            // CMS, or at least OpenSSL 3.0, has no name for ECDSA with this digest.
             assertTrue(form != Form.P1 && combination.digest().name().matches("SHA3-.*|SHA-512/.*")
                 && !combination.key().startsWith("RSA"), signer.client()::lastMessage);
             assertEquals(VCTKError.SIGN_FAILED, signer.client().lastError());
@@ -213,7 +213,7 @@ class ThirdPartiesTest {
         }
     }
 
-    /** @param changed what to report: where which bit was changed */
+    /** @param changed the changed bit, for the report */
     private static void assertRejected(List<Verifiers.Opinion> opinions, String changed) {
         for (Verifiers.Opinion opinion : opinions) {
             assertFalse(opinion.content().isPresent(), () -> opinion.verifier() + " accepts " + changed);
@@ -248,9 +248,9 @@ class ThirdPartiesTest {
     }
 
     /**
-     * Half of the changes are made where the signature protects the bits. The other half is made anywhere: in bits that
-     * say how to read the rest too, or that nothing protects, so that a verifier may pass them over. Then it still has
-     * to find the signer's content, unchanged.
+     * Half of the changes are in bits that the signature protects. The others are anywhere: also in bits that describe
+     * the structure, or that nothing protects. There a verifier may ignore the change, but it still has to find the
+     * unchanged content.
      */
     private void flipInP7(Signer signer, Combination combination, byte[] der, byte[] content) throws Exception {
         if (combination.form().isDetached() && random.nextInt(4) == 0) {
@@ -277,10 +277,10 @@ class ThirdPartiesTest {
             + accepting.stream().map(Verifiers.Opinion::verifier).toList()));
     }
 
-    /** Bytes of a P7 signature. */
+    /** A range of bytes in a P7 signature. */
     private record Part(String name, int begin, int length) {}
 
-    /** A bit of one of the parts, of each of their names as likely. */
+    /** A random bit of one of the parts; each name is equally likely. */
     private int bitOf(List<Part> parts) {
         List<String> names = parts.stream().map(Part::name).distinct().toList();
         String name = names.get(random.nextInt(names.size()));
@@ -290,9 +290,9 @@ class ThirdPartiesTest {
     }
 
     /**
-     * What the signature protects: content, the values of the signed attributes, and itself. The tags and lengths
-     * around the values are not among it: openssl takes a SET that says it is primitive for the SET that it was, and
-     * verifies the attributes as they are to be encoded.
+     * The parts that the signature protects: the content, the values of the signed attributes, and the signature value.
+     * The tags and lengths around the values are not protected: openssl accepts a SET that is marked as primitive, and
+     * verifies the correct encoding of the attributes.
      */
     private static List<Part> protectedParts(byte[] der) throws Exception {
         CMSSignedData signed = new CMSSignedData(der);
@@ -304,7 +304,7 @@ class ThirdPartiesTest {
             int end = contentField.begin() + contentField.length();
             parts.add(new Part("the attached content", end - content.length, content.length));
         }
-        // In the encoding they have another tag than in what is signed.
+        // The attributes have another tag in the encoding than in the signed form.
         byte[] attributes = signer.getEncodedSignedAttributes();
         Part field = part("", der, Arrays.copyOfRange(attributes, 1, attributes.length));
         addValues(der, field.begin() - 1, parts);
@@ -312,7 +312,7 @@ class ThirdPartiesTest {
         return parts;
     }
 
-    /** Adds what the item at begin holds, or the items in it; returns where it ends. */
+    /** Adds the value of the item at begin, or the values of the items in it. Returns the end of the item. */
     private static int addValues(byte[] der, int begin, List<Part> parts) {
         int length = der[begin + 1] & 0xff;
         int value = begin + 2;
@@ -332,7 +332,7 @@ class ThirdPartiesTest {
         return end;
     }
 
-    /** Content with its type before it, by which a content of a few bytes is told from such bytes elsewhere. */
+    /** The content with its type before it, which distinguishes short content from equal bytes elsewhere. */
     private static byte[] encodedContent(byte[] content) throws Exception {
         ByteArrayOutputStream encoded = new ByteArrayOutputStream();
         encoded.writeBytes(CMSObjectIdentifiers.data.getEncoded());
@@ -340,7 +340,7 @@ class ThirdPartiesTest {
         return encoded.toByteArray();
     }
 
-    /** The last place of the bytes: the signer comes behind all else. */
+    /** The last occurrence of the bytes: the signer comes last in the encoding. */
     private static Part part(String name, byte[] der, byte[] bytes) {
         for (int begin = der.length - bytes.length; begin >= 0; --begin) {
             if (Arrays.equals(der, begin, begin + bytes.length, bytes, 0, bytes.length)) {

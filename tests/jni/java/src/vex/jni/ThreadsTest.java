@@ -5,49 +5,39 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.charset.StandardCharsets;
 import java.security.cert.X509Certificate;
-import java.util.ArrayList;
-import java.util.List;
-import java.util.concurrent.Callable;
-import java.util.concurrent.CyclicBarrier;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
-import java.util.concurrent.Future;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** Sixteen threads at once: no signature and no error gets to the wrong thread. */
+/** Sixteen threads at once: each gets its own signatures and errors. */
 @Tag("natives")
 class ThreadsTest {
     private static final int THREADS = 16;
-    /** Fewer where a checking JVM makes every call slow. */
+    /** Fewer in a checking JVM, where every call is slow. */
     private static final int TEXTS = Integer.getInteger("vex.test.texts", 2000);
     private static final int P7_EVERY = 50;
     private static final int ERROR_EVERY = 20;
-    private static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
 
     @Test
-    void allSignOverOneHandle() throws Exception {
+    void signsWithOneHandleInAllThreads() throws Exception {
         try (Client client = Client.openDemo(Client.EC)) {
             X509Certificate certificate = Signatures.signerOf(client);
-            runThreads(thread -> {
-                signTexts(client, certificate, thread);
-                return null;
-            });
+            Together.run(THREADS, thread -> signTexts(client, certificate, thread));
         }
     }
 
     @Test
-    void eachSignsOverItsOwnHandle() throws Exception {
-        runThreads(thread -> {
+    void signsWithOneHandleInEachThread() throws Exception {
+        Together.run(THREADS, thread -> {
             try (Client client = Client.openDemo(thread % 8 == 0 ? Client.RSA : Client.EC)) {
                 signTexts(client, Signatures.signerOf(client), thread);
             }
-            return null;
         });
     }
 
     @Test
-    void settingsOfOneThreadConcernAllThreadsOfTheHandle() throws Exception {
+    void sharesSettingsAmongTheThreadsOfAHandle() throws Exception {
         try (Client client = Client.openDemo(Client.EC)) {
             X509Certificate certificate = Signatures.signerOf(client);
             ExecutorService other = Executors.newSingleThreadExecutor();
@@ -62,31 +52,6 @@ class ThreadsTest {
         }
     }
 
-    private interface Work {
-        Void run(int thread) throws Exception;
-    }
-
-    /** Starts the threads together and passes on the first failure of any. */
-    private static void runThreads(Work work) throws Exception {
-        CyclicBarrier start = new CyclicBarrier(THREADS);
-        ExecutorService threads = Executors.newFixedThreadPool(THREADS);
-        try {
-            List<Callable<Void>> calls = new ArrayList<>();
-            for (int i = 0; i < THREADS; ++i) {
-                int thread = i;
-                calls.add(() -> {
-                    start.await();
-                    return work.run(thread);
-                });
-            }
-            for (Future<Void> result : threads.invokeAll(calls)) {
-                result.get();
-            }
-        } finally {
-            threads.shutdown();
-        }
-    }
-
     private static void signTexts(Client client, X509Certificate certificate, int thread) throws Exception {
         for (int i = 0; i < TEXTS; ++i) {
             String text = "thread " + thread + ", text " + i + " 漢字😀";
@@ -96,7 +61,7 @@ class ThreadsTest {
             assertTrue(Signatures.isP1Good(p1, bytes, certificate, "SHA256"), text);
             if (i % P7_EVERY == thread) {
                 String p7 = client.require(client.p7SignString(text, true, false));
-                Signatures.assertP7(p7, bytes, true, false, certificate, SHA256_OID);
+                Signatures.assertP7(p7, bytes, true, false, certificate, Signatures.SHA256_OID);
             }
             if (i % ERROR_EVERY == thread) {
                 failInOwnWay(client, thread);
@@ -104,7 +69,7 @@ class ThreadsTest {
         }
     }
 
-    /** A third of the threads each, so that an error of another thread shows. */
+    /** Each third of the threads has its own error, so that an error of another thread would be noticed. */
     private static void failInOwnWay(Client client, int thread) {
         switch (thread % 3) {
             case 0 -> {

@@ -25,28 +25,28 @@ import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 import org.bouncycastle.jce.provider.BouncyCastleProvider;
 
 /**
- * What three makers' software says about one signer's signatures: the openssl command, the JDK and Bouncy Castle. Each
- * is told whom to believe, the signer's certificate, and which bytes are said to be signed.
+ * Verifies the signatures of one signer with the openssl command, the JDK and Bouncy Castle. Each trusts the signer's
+ * certificate and gets the bytes that should be signed.
  */
 final class Verifiers {
     private static final Provider BOUNCY_CASTLE = new BouncyCastleProvider();
 
-    /** A digest algorithm as the toolkit, the JDK (digest and signature) and openssl call it, and its OID. */
+    /** The names of a digest algorithm in the toolkit, the JDK (digest and signature) and openssl, and its OID. */
     record Digest(String name, String jdkDigest, String jdkSignature, String openSsl, String oid) {}
 
-    /** The bytes that a verifier found signed; nothing when it rejects. */
+    /** Gets the bytes that a verifier found signed; empty if it rejects the signature. */
     private interface Answer {
         Optional<byte[]> get() throws Exception;
     }
 
-    /** An answer's maker, and what it was. */
+    /** The answer of a verifier. */
     record Opinion(String verifier, Optional<byte[]> content) {}
 
     private final X509Certificate certificate;
     private final Path directory;
     private final OpenSslCommand openSsl;
 
-    /** @param directory for openssl's files; another for each signer */
+    /** @param directory for openssl's files; each signer needs its own */
     Verifiers(X509Certificate certificate, Path directory) throws Exception {
         this.certificate = certificate;
         this.directory = directory;
@@ -66,7 +66,7 @@ final class Verifiers {
             opinion("Bouncy Castle", () -> contentIf(isP1Good(signature, content, digest, BOUNCY_CASTLE), content)));
     }
 
-    /** @param content what a detached signature belongs to; null for an attached one */
+    /** @param content the content of a detached signature; null for an attached one */
     List<Opinion> onP7(byte[] der, byte[] content, Digest digest) throws Exception {
         openSsl.write("p7", der);
         Path recovered = directory.resolve("recovered");
@@ -88,7 +88,7 @@ final class Verifiers {
         return good ? Optional.of(content) : Optional.empty();
     }
 
-    /** A verifier that throws rejects; what is malformed reaches the parsers, which have exceptions of their own. */
+    /** An exception of any kind is a rejection: parsers throw their own when a signature is malformed. */
     private static Opinion opinion(String verifier, Answer answer) {
         try {
             return new Opinion(verifier, answer.get());
@@ -97,14 +97,14 @@ final class Verifiers {
         }
     }
 
-    /** @param provider null for the JDK's own */
+    /** @param provider null for the JDK's providers */
     private boolean isP1Good(byte[] signature, byte[] content, Digest digest, Provider provider)
             throws GeneralSecurityException {
         boolean rsa = certificate.getPublicKey().getAlgorithm().equals("RSA");
         Signature verifier = signature(digest.jdkSignature() + (rsa ? "withRSA" : "withECDSA"), provider);
         byte[] input = content;
         if (verifier == null && !rsa) {
-            // Not every digest has a name together with ECDSA.
+            // Some digests have no name of a signature algorithm with ECDSA.
             verifier = signature("NONEwithECDSA", provider);
             input = MessageDigest.getInstance(digest.jdkDigest()).digest(content);
         }
@@ -153,9 +153,8 @@ final class Verifiers {
     }
 
     /**
-     * RFC 5652 section 5.4 by hand, with the JDK's digests and signatures: the signed attributes name the content's
-     * digest and are what the signature is over. Bouncy Castle takes the structure apart, since the JDK publishes no
-     * parser.
+     * Follows RFC 5652 section 5.4 with the JDK's digests and signatures: the signed attributes contain the content's
+     * digest, and the signature is over them. Bouncy Castle parses the structure, because the JDK has no public parser.
      */
     private Optional<byte[]> verifiedByTheJdk(byte[] der, byte[] content, Digest digest) throws Exception {
         CMSSignedData signed = parse(der, content);
@@ -169,9 +168,9 @@ final class Verifiers {
     }
 
     /**
-     * The JDK's own reader of signed jars, which it does not publish; it wants the certificate inside.
+     * Verifies with the JDK's reader of signed jars, which is not public. The signature has to contain the certificate.
      *
-     * @param content what a detached signature belongs to; null for an attached one
+     * @param content the content of a detached signature; null for an attached one
      */
     static boolean isGoodForJars(byte[] der, byte[] content) throws ReflectiveOperationException {
         Class<?> type = Class.forName("sun.security.pkcs.PKCS7");
