@@ -11,8 +11,22 @@
 
 namespace {
 
-jlong Address(jstring text) {
+jlong Result(jlong n) {
+    return n;
+}
+
+jlong Result(jstring text) {
     return reinterpret_cast<jlong>(text);
+}
+
+template <auto kNative>
+jlong OfHandle(JNIEnv* env, jlong handle, jstring) {
+    return Result(kNative(env, nullptr, handle));
+}
+
+template <auto kNative, jlong... kNumbers>
+jlong OfText(JNIEnv* env, jlong handle, jstring text) {
+    return Result(kNative(env, nullptr, handle, text, kNumbers...));
 }
 
 const std::vector<Native>& AllNatives() {
@@ -22,11 +36,7 @@ const std::vector<Native>& AllNatives() {
              return Java_vex_jni_TAVClientJNI_Initialize(env, nullptr, nullptr, text);
          },
          "VCTK_Initialize(%T)", "", 0},
-        {"SetDigestAlg",
-         [](JNIEnv* env, jlong handle, jstring text) {
-             return Java_vex_jni_TAVClientJNI_SetDigestAlg(env, nullptr, handle, text);
-         },
-         "VCTK_SetDigestAlg(%H, %T)", "", 1},
+        {"SetDigestAlg", OfText<Java_vex_jni_TAVClientJNI_SetDigestAlg>, "VCTK_SetDigestAlg(%H, %T)", "", 1},
         {"SetChooseSingleCert",
          [](JNIEnv* env, jlong handle, jstring) {
              return Java_vex_jni_TAVClientJNI_SetChooseSingleCert(env, nullptr, handle, 1);
@@ -37,57 +47,22 @@ const std::vector<Native>& AllNatives() {
              return Java_vex_jni_TAVClientJNI_AddFilter(env, nullptr, handle, 1, text);
          },
          "VCTK_AddFilter(%H, 0x1, %T)", "", 1},
-        {"ClearFilter",
-         [](JNIEnv* env, jlong handle, jstring) { return Java_vex_jni_TAVClientJNI_ClearFilter(env, nullptr, handle); },
-         "VCTK_ClearFilter(%H)", "", 1},
-        {"P1Sign",
-         [](JNIEnv* env, jlong handle, jstring text) {
-             return Address(Java_vex_jni_TAVClientJNI_P1Sign(env, nullptr, handle, text));
-         },
-         "VCTK_P1Sign(%H, %T, 1)", "VCTK_GetP1SignResult(%H", 0},
-        {"P1SignString",
-         [](JNIEnv* env, jlong handle, jstring text) {
-             return Address(Java_vex_jni_TAVClientJNI_P1SignString(env, nullptr, handle, text));
-         },
-         "VCTK_P1Sign(%H, %T, 0)", "VCTK_GetP1SignResult(%H", 0},
-        {"P7Sign",
-         [](JNIEnv* env, jlong handle, jstring text) {
-             return Address(Java_vex_jni_TAVClientJNI_P7Sign(env, nullptr, handle, text, 1, 0));
-         },
-         "VCTK_P7Sign(%H, %T, 1, 1, 0)", "VCTK_GetP7SignResult(%H", 0},
-        {"P7SignString",
-         [](JNIEnv* env, jlong handle, jstring text) {
-             return Address(Java_vex_jni_TAVClientJNI_P7SignString(env, nullptr, handle, text, 1, 0));
-         },
-         "VCTK_P7Sign(%H, %T, 0, 1, 0)", "VCTK_GetP7SignResult(%H", 0},
-        {"Finalize",
-         [](JNIEnv* env, jlong handle, jstring) { return Java_vex_jni_TAVClientJNI_Finalize(env, nullptr, handle); },
-         "VCTK_Finalize(%H)", "", 1},
-        {"GetSignVersion",
-         [](JNIEnv* env, jlong handle, jstring) {
-             return Address(Java_vex_jni_TAVClientJNI_GetSignVersion(env, nullptr, handle));
-         },
-         "", "", 0},
-        {"GetSignCert",
-         [](JNIEnv* env, jlong handle, jstring) {
-             return Address(Java_vex_jni_TAVClientJNI_GetSignCert(env, nullptr, handle));
-         },
-         "", "VCTK_GetSignCert(%H", 0},
-        {"GetLastError",
-         [](JNIEnv* env, jlong handle, jstring) {
-             return Java_vex_jni_TAVClientJNI_GetLastError(env, nullptr, handle);
-         },
-         "VCTK_GetLastError(%H)", "", 0},
-        {"GetLastErrorMessage",
-         [](JNIEnv* env, jlong handle, jstring) {
-             return Address(Java_vex_jni_TAVClientJNI_GetLastErrorMessage(env, nullptr, handle));
-         },
-         "", "VCTK_GetLastErrorMessage(%H", 0},
-        {"GetCertList",
-         [](JNIEnv* env, jlong handle, jstring) {
-             return Address(Java_vex_jni_TAVClientJNI_GetCertList(env, nullptr, handle));
-         },
-         "", "VCTK_GetCertList(%H, \"\\r\\n\", \" \"", 0},
+        {"ClearFilter", OfHandle<Java_vex_jni_TAVClientJNI_ClearFilter>, "VCTK_ClearFilter(%H)", "", 1},
+        {"P1Sign", OfText<Java_vex_jni_TAVClientJNI_P1Sign>, "VCTK_P1Sign(%H, %T, 1)", "VCTK_GetP1SignResult(%H", 0},
+        {"P1SignString", OfText<Java_vex_jni_TAVClientJNI_P1SignString>, "VCTK_P1Sign(%H, %T, 0)",
+         "VCTK_GetP1SignResult(%H", 0},
+        {"P7Sign", OfText<Java_vex_jni_TAVClientJNI_P7Sign, 1, 0>, "VCTK_P7Sign(%H, %T, 1, 1, 0)",
+         "VCTK_GetP7SignResult(%H", 0},
+        {"P7SignString", OfText<Java_vex_jni_TAVClientJNI_P7SignString, 1, 0>, "VCTK_P7Sign(%H, %T, 0, 1, 0)",
+         "VCTK_GetP7SignResult(%H", 0},
+        {"Finalize", OfHandle<Java_vex_jni_TAVClientJNI_Finalize>, "VCTK_Finalize(%H)", "", 1},
+        {"GetSignVersion", OfHandle<Java_vex_jni_TAVClientJNI_GetSignVersion>, "", "", 0},
+        {"GetSignCert", OfHandle<Java_vex_jni_TAVClientJNI_GetSignCert>, "", "VCTK_GetSignCert(%H", 0},
+        {"GetLastError", OfHandle<Java_vex_jni_TAVClientJNI_GetLastError>, "VCTK_GetLastError(%H)", "", 0},
+        {"GetLastErrorMessage", OfHandle<Java_vex_jni_TAVClientJNI_GetLastErrorMessage>, "",
+         "VCTK_GetLastErrorMessage(%H", 0},
+        {"GetCertList", OfHandle<Java_vex_jni_TAVClientJNI_GetCertList>, "", "VCTK_GetCertList(%H, \"\\r\\n\", \" \"",
+         0},
     };
     return s_natives;
 }
