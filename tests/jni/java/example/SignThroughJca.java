@@ -23,12 +23,12 @@ public class SignThroughJca {
             String algorithm = key instanceof RSAKey ? "SHA256withRSA" : "SHA256withECDSA";
 
             Signature signer = Signature.getInstance(algorithm);
-            signer.initSign(key);  // the key finds its provider
+            signer.initSign(key);  // the key selects this provider
             signer.update(data);
             byte[] signature = signer.sign();
 
             Signature verifier = Signature.getInstance(algorithm);
-            verifier.initVerify(certificate);  // and the certificate another
+            verifier.initVerify(certificate);  // the certificate selects another one
             verifier.update(data);
             if (!verifier.verify(signature)) {
                 throw new GeneralSecurityException("The signature does not verify.");
