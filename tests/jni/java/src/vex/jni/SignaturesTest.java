@@ -52,11 +52,16 @@ class SignaturesTest {
             new P7Case(c.key(), c.digest(), false, false)));
     }
 
+    private static Client open(String key, Digest digest) {
+        Client client = Client.openDemo(key);
+        client.setDigest(digest.name());
+        return client;
+    }
+
     @ParameterizedTest
     @MethodSource("p1Cases")
     void theJdkVerifiesP1(P1Case c) throws Exception {
-        try (Client client = Client.openDemo(c.key())) {
-            client.setDigest(c.digest().name());
+        try (Client client = open(c.key(), c.digest())) {
             X509Certificate certificate = Signatures.signerOf(client);
             assertEquals(c.key(), certificate.getPublicKey().getAlgorithm());
 
@@ -74,8 +79,7 @@ class SignaturesTest {
     @MethodSource("p1Cases")
     void openSslVerifiesP1(P1Case c, @TempDir Path directory) throws Exception {
         OpenSslCommand openSsl = new OpenSslCommand(directory);
-        try (Client client = Client.openDemo(c.key())) {
-            client.setDigest(c.digest().name());
+        try (Client client = open(c.key(), c.digest())) {
             openSsl.writePem("public.pem", "PUBLIC KEY", Signatures.signerOf(client).getPublicKey().getEncoded());
             openSsl.write("content", TEXT_BYTES);
             openSsl.write("p1", Base64.getDecoder().decode(client.require(client.p1SignString(TEXT))));
@@ -87,8 +91,7 @@ class SignaturesTest {
     @ParameterizedTest
     @MethodSource("p7Cases")
     void bouncyCastleVerifiesP7(P7Case c) throws Exception {
-        try (Client client = Client.openDemo(c.key())) {
-            client.setDigest(c.digest().name());
+        try (Client client = open(c.key(), c.digest())) {
             X509Certificate certificate = Signatures.signerOf(client);
             String ofText = client.require(client.p7SignString(TEXT, c.detached(), c.withCertificate()));
             String ofBase64 = client.require(
@@ -104,8 +107,7 @@ class SignaturesTest {
     @MethodSource("p7Cases")
     void openSslVerifiesP7(P7Case c, @TempDir Path directory) throws Exception {
         OpenSslCommand openSsl = new OpenSslCommand(directory);
-        try (Client client = Client.openDemo(c.key())) {
-            client.setDigest(c.digest().name());
+        try (Client client = open(c.key(), c.digest())) {
             openSsl.writeCertificate(Signatures.signerOf(client));
             openSsl.write("content", TEXT_BYTES);
             openSsl.write("p7", Base64.getDecoder().decode(
