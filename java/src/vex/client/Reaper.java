@@ -52,13 +52,6 @@ final class Reaper {
         return ticket;
     }
 
-    /** True while the thread exists; for tests. */
-    static boolean isRunning() {
-        synchronized (OPEN) {
-            return running;
-        }
-    }
-
     private static void run() {
         while (true) {
             try {

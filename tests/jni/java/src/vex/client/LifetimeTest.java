@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Optional;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
@@ -33,6 +34,11 @@ class LifetimeTest {
 
     private static SigningClient openEc() throws SigningException {
         return SigningClient.store("demo:").keyAlgorithm("EC").open();
+    }
+
+    private static Optional<Thread> reaper() {
+        return Thread.getAllStackTraces().keySet().stream()
+            .filter(thread -> thread.getName().equals("vex.client reaper")).findFirst();
     }
 
     @Test
@@ -72,7 +78,7 @@ class LifetimeTest {
         for (int i = 0; i < 10; ++i) {
             assertThrows(SigningException.class, () -> SigningClient.store("demo:").keyAlgorithm("x").open());
         }
-        Garbage.awaitCollection(() -> !Reaper.isRunning());
+        Garbage.awaitCollection(() -> reaper().isEmpty());
     }
 
     @Test
@@ -81,18 +87,17 @@ class LifetimeTest {
             SigningClient first = openEc();
             SigningClient second = openEc();
             first.close();
-            assertTrue(Reaper.isRunning());
+            assertTrue(reaper().isPresent());
             second.close();
-            Garbage.awaitCollection(() -> !Reaper.isRunning());
+            Garbage.awaitCollection(() -> reaper().isEmpty());
         }
     }
 
     @Test
     void theReaperKeepsNoReferenceToItsStarter() throws Exception {
-        Garbage.awaitCollection(() -> !Reaper.isRunning());
+        Garbage.awaitCollection(() -> reaper().isEmpty());
         try (SigningClient client = openEc()) {
-            Thread reaper = Thread.getAllStackTraces().keySet().stream()
-                .filter(thread -> thread.getName().equals("vex.client reaper")).findFirst().orElseThrow();
+            Thread reaper = reaper().orElseThrow();
             assertTrue(reaper.isDaemon());
             assertEquals(null, reaper.getContextClassLoader());
             assertTrue(client.certificates().size() > 0);
