@@ -49,10 +49,11 @@ assert os.WIFSIGNALED(status) and os.WTERMSIG(status) == signal.SIGINT, (status,
 # Interrupted, it leaves the terminal as it was: seen from a session that outlives it.
 pid, terminal = pty.fork()
 if pid == 0:
+    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT])
     child = os.fork()
     if child == 0:
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, [signal.SIGINT])
         os.execv(vexsign, [vexsign, "list", store, "--ask-pin"])
-    signal.signal(signal.SIGINT, signal.SIG_IGN)
     os.waitpid(child, 0)
     os._exit(0 if echoes(0) else 1)
 shown = b""
