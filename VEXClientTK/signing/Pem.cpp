@@ -57,7 +57,7 @@ public:
         KeyPtr key(d2i_PrivateKey(nType, nullptr, &pbData, m_cbData));
         if (!key && bEncrypted) {
             // The wrong PIN now and then leaves what looks like the end of a text.
-            ThrowDecryptionFailure(Pin::Given);
+            ThrowDecryptionFailure(Pin::kGiven);
         }
         return key;
     }
@@ -66,7 +66,7 @@ private:
     bool Decrypt(const SecretText* pPin) {
         EVP_CIPHER_INFO cipher{};
         if (PEM_get_EVP_CIPHER_INFO(m_pszHeader, &cipher) != 1) {
-            ThrowDecryptionFailure(Pin::Right);
+            ThrowDecryptionFailure(Pin::kRight);
         }
         if (cipher.cipher == nullptr) {
             return false;
@@ -75,7 +75,7 @@ private:
             throw Failure(VCTK_E_PIN_REQUIRED);
         }
         if (PEM_do_header(&cipher, m_pbData, &m_cbData, AnswerPin, const_cast<SecretText*>(pPin)) != 1) {
-            ThrowDecryptionFailure(Pin::Given);
+            ThrowDecryptionFailure(Pin::kGiven);
         }
         return true;
     }
@@ -108,7 +108,7 @@ KeyInfoPtr Decrypted(const X509_SIG* pEncrypted, const SecretText* pPin, Derivat
     const std::string_view pin = pPin->View();
     KeyInfoPtr key(PKCS8_decrypt(pEncrypted, pin.empty() ? "" : pin.data(), static_cast<int>(pin.size())));
     if (!key) {
-        ThrowDecryptionFailure(Pin::Given);
+        ThrowDecryptionFailure(Pin::kGiven);
     }
     return key;
 }

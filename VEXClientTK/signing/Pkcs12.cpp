@@ -146,17 +146,17 @@ std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, Derivatio
         if (bHasMac && !IsPin(pFile, pin, work)) {
             throw Failure(VCTK_E_PIN_WRONG);
         }
-        return {pin, bHasMac ? Pin::Right : Pin::Given};
+        return {pin, bHasMac ? Pin::kRight : Pin::kGiven};
     }
     for (const PinText pin : {kEmpty, kNone}) {
         if (bHasMac && IsPin(pFile, pin, work)) {
-            return {pin, Pin::Right};
+            return {pin, Pin::kRight};
         }
     }
     if (bHasMac) {
         throw Failure(pPin == nullptr ? VCTK_E_PIN_REQUIRED : VCTK_E_PIN_WRONG);
     }
-    return {kEmpty, pPin == nullptr ? Pin::None : Pin::Given};
+    return {kEmpty, pPin == nullptr ? Pin::kNone : Pin::kGiven};
 }
 
 }  // namespace

@@ -68,9 +68,9 @@ Identities OpenFileStore(const StoreUri& uri) {
 
 Identities Open(const StoreUri& uri) {
     switch (uri.kind) {
-        case StoreUri::Kind::Demo:
+        case StoreUri::Kind::kDemo:
             return OpenDemoStore();
-        case StoreUri::Kind::Token:
+        case StoreUri::Kind::kToken:
             return OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
         default:
             return OpenFileStore(uri);

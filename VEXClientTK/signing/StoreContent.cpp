@@ -71,10 +71,10 @@ void ThrowDecryptionFailure(Pin pin) {
             throw Failure(VCTK_E_STORE_FORMAT, "it is encrypted in a way that OpenSSL does not offer");
         }
     }
-    if (pin == Pin::Right) {
+    if (pin == Pin::kRight) {
         throw DamagedStore("an encrypted part of it");
     }
-    throw Failure(pin == Pin::Given ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
+    throw Failure(pin == Pin::kGiven ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
 }
 
 }  // namespace vextk

@@ -35,7 +35,7 @@ private:
 Failure DamagedStore(const std::string& strWhere);
 
 // What is known of the PIN with which a part of a store could not be decrypted.
-enum class Pin { None, Given, Right };
+enum class Pin { kNone, kGiven, kRight };
 
 // Throws what OpenSSL's errors of just now mean: VCTK_E_PIN_WRONG or VCTK_E_PIN_REQUIRED only if nothing else is known
 // to be the cause. OpenSSL's queue of errors is empty then.

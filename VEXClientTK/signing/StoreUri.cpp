@@ -156,7 +156,7 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     }
     const std::string_view name = attribute.substr(0, nEquals);
     const std::string_view value = attribute.substr(nEquals + 1);
-    const bool bToken = uri.kind == StoreUri::Kind::Token;
+    const bool bToken = uri.kind == StoreUri::Kind::kToken;
     if (bToken && (name == "module-path" || name == "module-name")) {
         ParseModule(name == "module-path", value, uri.token);
         return;
@@ -168,7 +168,7 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
         uri.bListAll = true;
         return;
     }
-    if (uri.kind == StoreUri::Kind::Demo) {
+    if (uri.kind == StoreUri::Kind::kDemo) {
         Malformed("nothing may follow \"demo:\" but \"?list=all\"");
     }
     if (name != "pin-value" && name != "pin-source") {
@@ -189,7 +189,7 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
 }
 
 void ParseAttributes(std::string_view query, StoreUri& uri) {
-    if (query.empty() && uri.kind == StoreUri::Kind::Token) {
+    if (query.empty() && uri.kind == StoreUri::Kind::kToken) {
         return;
     }
     for (;;) {
@@ -217,9 +217,9 @@ StoreUri ParseStoreUri(std::string_view text) {
 
     StoreUri uri;
     if (EqualIgnoringCase(scheme, "file")) {
-        uri.kind = StoreUri::Kind::File;
+        uri.kind = StoreUri::Kind::kFile;
     } else if (EqualIgnoringCase(scheme, "pkcs11")) {
-        uri.kind = StoreUri::Kind::Token;
+        uri.kind = StoreUri::Kind::kToken;
     } else if (!EqualIgnoringCase(scheme, "demo")) {
         throw Failure(VCTK_E_URI_SCHEME,
                       "\"" + std::string(scheme) + ":\" is neither \"demo:\" nor \"file:\" nor \"pkcs11:\"");
@@ -228,9 +228,9 @@ StoreUri ParseStoreUri(std::string_view text) {
         Malformed("a \"#\" has to be written as %23");
     }
     const size_t nQuery = rest.find('?');
-    if (uri.kind == StoreUri::Kind::File) {
+    if (uri.kind == StoreUri::Kind::kFile) {
         uri.strPath = FilePath(rest.substr(0, nQuery));
-    } else if (uri.kind == StoreUri::Kind::Token) {
+    } else if (uri.kind == StoreUri::Kind::kToken) {
         ParseTokenPath(rest.substr(0, nQuery), uri.token);
     } else if (!rest.substr(0, nQuery).empty()) {
         Malformed("nothing may follow \"demo:\" but \"?list=all\"");

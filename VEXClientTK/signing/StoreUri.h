@@ -31,11 +31,11 @@ struct TokenUri {
 };
 
 struct StoreUri {
-    enum class Kind { Demo, File, Token };
+    enum class Kind { kDemo, kFile, kToken };
 
-    Kind kind = Kind::Demo;
-    std::string strPath;                      // of Kind::File
-    TokenUri token;                           // of Kind::Token
+    Kind kind = Kind::kDemo;
+    std::string strPath;                      // of Kind::kFile
+    TokenUri token;                           // of Kind::kToken
     std::optional<SecretText> pin;            // pin-value
     std::optional<std::string> strPinSource;  // path of the file that holds the PIN
     bool bListAll = false;                    // list=all

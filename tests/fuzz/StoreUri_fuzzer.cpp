@@ -14,12 +14,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
         const auto bUsable = [](const std::string& strPath) {
             return strPath.size() > 1 && strPath.front() == '/' && strPath.find('\0') == std::string::npos;
         };
-        const bool fFile = uri.kind == vextk::StoreUri::Kind::File;
+        const bool fFile = uri.kind == vextk::StoreUri::Kind::kFile;
         if (fFile != bUsable(uri.strPath) || (uri.pin && uri.strPinSource) ||
             (uri.strPinSource && !bUsable(*uri.strPinSource))) {
             std::abort();
         }
-        const bool bToken = uri.kind == vextk::StoreUri::Kind::Token;
+        const bool bToken = uri.kind == vextk::StoreUri::Kind::kToken;
         if (!bToken && !(uri.token.attributes.empty() && uri.token.strModulePath.empty())) {
             std::abort();
         }

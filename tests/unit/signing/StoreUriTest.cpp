@@ -23,7 +23,7 @@ class StoreUriAccepted : public testing::TestWithParam<Accepted> {};
 
 TEST_P(StoreUriAccepted, Parts) {
     const StoreUri uri = ParseStoreUri(GetParam().pszText);
-    EXPECT_EQ(uri.kind, StoreUri::Kind::File);
+    EXPECT_EQ(uri.kind, StoreUri::Kind::kFile);
     EXPECT_EQ(uri.strPath, GetParam().pszPath);
     ASSERT_EQ(uri.pin.has_value(), GetParam().pszPin != kNone);
     if (uri.pin) {
@@ -51,8 +51,8 @@ INSTANTIATE_TEST_SUITE_P(File, StoreUriAccepted,
                                          Accepted{"file:/k?pin-source=/p", "/k", kNone, "/p"}));
 
 TEST(StoreUri, Demo) {
-    EXPECT_EQ(ParseStoreUri("demo:").kind, StoreUri::Kind::Demo);
-    EXPECT_EQ(ParseStoreUri("Demo:").kind, StoreUri::Kind::Demo);
+    EXPECT_EQ(ParseStoreUri("demo:").kind, StoreUri::Kind::kDemo);
+    EXPECT_EQ(ParseStoreUri("Demo:").kind, StoreUri::Kind::kDemo);
 }
 
 TEST(StoreUri, ListAll) {
@@ -79,7 +79,7 @@ class TokenUriAccepted : public testing::TestWithParam<AcceptedToken> {};
 
 TEST_P(TokenUriAccepted, Parts) {
     const StoreUri uri = ParseStoreUri(GetParam().pszText);
-    EXPECT_EQ(uri.kind, StoreUri::Kind::Token);
+    EXPECT_EQ(uri.kind, StoreUri::Kind::kToken);
     EXPECT_EQ(uri.strPath, "");
     EXPECT_EQ(uri.token.attributes, GetParam().attributes);
     EXPECT_EQ(uri.token.strModulePath, GetParam().pszModulePath);
