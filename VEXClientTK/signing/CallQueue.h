@@ -3,7 +3,6 @@
 
 #include <condition_variable>
 #include <deque>
-#include <mutex>
 
 #include "signing/MutexPool.h"
 
@@ -30,12 +29,13 @@ public:
 
     // Concerns calls that arrive from now on.
     void Enable(bool bEnable) {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         m_bEnabled = bEnable;
     }
 
-    // In a process that was just forked, whose other threads, which may have had or awaited a turn, do not exist.
-    void ForgetOtherThreads() {
+    // For the child of a fork, which has none of the threads that had or awaited a turn. The analysis cannot see that
+    // the child holds all locks of the pool.
+    void ForgetOtherThreads() VEX_NO_THREAD_SAFETY_ANALYSIS {
         m_bBusy = false;
         m_waiters.clear();
     }
@@ -48,21 +48,21 @@ private:
 
     // False when the queue is off and nobody has to leave.
     bool Enter() {
-        std::unique_lock lock(m_mutex);
+        CVEXLock lock(m_mutex);
         if (!m_bEnabled) {
             return false;
         }
         if (m_bBusy) {
             Waiter waiter;
             m_waiters.push_back(&waiter);
-            waiter.condition.wait(lock, [&waiter] { return waiter.bTurn; });
+            waiter.condition.wait(lock.ForWait(), [&waiter] { return waiter.bTurn; });
         }
         m_bBusy = true;
         return true;
     }
 
     void Leave() {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         if (m_waiters.empty()) {
             m_bBusy = false;
             return;
@@ -75,10 +75,10 @@ private:
         next.condition.notify_one();
     }
 
-    std::mutex& m_mutex = MutexPool::Next();
-    bool m_bEnabled = false;  // guarded by m_mutex, as all below
-    bool m_bBusy = false;
-    std::deque<Waiter*> m_waiters;
+    CVEXMutex& m_mutex = MutexPool::Next();
+    bool m_bEnabled VEX_GUARDED_BY(m_mutex) = false;
+    bool m_bBusy VEX_GUARDED_BY(m_mutex) = false;
+    std::deque<Waiter*> m_waiters VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

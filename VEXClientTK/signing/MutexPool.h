@@ -4,7 +4,8 @@
 
 #include <array>
 #include <atomic>
-#include <mutex>
+
+#include "VEXMutex.h"
 
 namespace vextk {
 
@@ -12,22 +13,22 @@ namespace vextk {
 class MutexPool {
 public:
     // For an object to keep.
-    static std::mutex& Next() { return s_mutexes[s_nNext.fetch_add(1, std::memory_order_relaxed) % s_mutexes.size()]; }
+    static CVEXMutex& Next() { return s_mutexes[s_nNext.fetch_add(1, std::memory_order_relaxed) % s_mutexes.size()]; }
 
-    // Before a fork, and after it in the thread that forked and in the one that it became.
-    static void LockAll() {
-        for (std::mutex& mutex : s_mutexes) {
-            mutex.lock();
+    // Before a fork, and after it in the parent and in the child. The analysis cannot follow locks that a loop takes.
+    static void LockAll() VEX_NO_THREAD_SAFETY_ANALYSIS {
+        for (CVEXMutex& mutex : s_mutexes) {
+            mutex.Enter();
         }
     }
-    static void UnlockAll() {
-        for (std::mutex& mutex : s_mutexes) {
-            mutex.unlock();
+    static void UnlockAll() VEX_NO_THREAD_SAFETY_ANALYSIS {
+        for (CVEXMutex& mutex : s_mutexes) {
+            mutex.Leave();
         }
     }
 
 private:
-    inline static std::array<std::mutex, 32> s_mutexes;
+    inline static std::array<CVEXMutex, 32> s_mutexes;
     inline static std::atomic<std::size_t> s_nNext{0};
 };
 

@@ -155,8 +155,8 @@ struct Pkcs11Module::Process {
     const pid_t nId = getpid();
     Process* const pParent;  // what a child inherited and does not touch
 
-    std::mutex mutex;
-    std::map<void*, Pkcs11Module*> modules;  // guarded by mutex; by library
+    CVEXMutex mutex;
+    std::map<void*, Pkcs11Module*> modules VEX_GUARDED_BY(mutex);  // by library
 
     // Held shared by each call of a module's function.
     std::shared_timed_mutex calls;
@@ -231,7 +231,7 @@ Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)
 Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& strName) {
     const std::vector<std::string> names = FileNames(strPath, strName);
     Process& process = CurrentProcess();
-    const std::lock_guard lock(process.mutex);
+    const CVEXLock lock(process.mutex);
     void* const pLibrary = Load(names, MissingText(strPath, strName));
     Pkcs11Module*& pModule = process.modules[pLibrary];
     if (pModule == nullptr) {
@@ -246,7 +246,7 @@ Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& 
 }
 
 std::shared_ptr<Token> Pkcs11Module::FindToken(const TokenName& name) {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     std::shared_ptr<Token>& token = m_tokens[name];
     if (!token) {
         token = std::make_shared<Token>(*this, name);

@@ -16,6 +16,7 @@
 #include <string>
 #include <tuple>
 
+#include "VEXMutex.h"
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -101,8 +102,8 @@ private:
     bool m_bOneCallAtATime = false;
     mutable std::mutex m_oneCall;
 
-    std::mutex m_mutex;
-    std::map<TokenName, std::shared_ptr<Token>> m_tokens;  // guarded by m_mutex
+    CVEXMutex m_mutex;
+    std::map<TokenName, std::shared_ptr<Token>> m_tokens VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

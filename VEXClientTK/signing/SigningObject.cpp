@@ -111,7 +111,7 @@ SigningObject::SigningObject(Identities identities, bool bListAll)
 
 SigningObject::PerThreadPtr SigningObject::Mine() {
     const ThreadId nThread = CurrentThreadId();
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     if (const auto found = m_perThread.find(nThread); found != m_perThread.end()) {
         return found->second;
     }
@@ -129,7 +129,7 @@ SigningObject::PerThreadPtr SigningObject::MineOrNone() noexcept {
 
 SigningObject::PerThreadPtr SigningObject::MineIfAny() const noexcept {
     const ThreadId nThread = CurrentThreadIdIfAny();
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     const auto found = m_perThread.find(nThread);
     return found == m_perThread.end() ? nullptr : found->second;
 }
@@ -147,7 +147,7 @@ void SigningObject::ForgetOtherThreads(ThreadId nThread) {
 
 void SigningObject::ForgetThread(ThreadId nThread) noexcept {
     PerThreadPtr gone;  // freed when the lock has been released
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     if (const auto found = m_perThread.find(nThread); found != m_perThread.end()) {
         gone = std::move(found->second);
         m_perThread.erase(found);
@@ -167,20 +167,22 @@ std::string SigningObject::LastErrorMessage() const {
 }
 
 SigningObject::SettingsPtr SigningObject::CurrentSettings() const {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     return m_settings;
 }
 
 template <typename Change>
 void SigningObject::ChangeSettings(Change change) {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     auto changed = std::make_shared<Settings>(*m_settings);
     change(*changed);
     m_settings = std::move(changed);
 }
 
 void SigningObject::SetDigest(std::string_view strName) {
-    ChangeSettings([digest = std::shared_ptr<const EVP_MD>(FindDigest(strName))](Settings& settings) { settings.digest = digest; });
+    ChangeSettings([digest = std::shared_ptr<const EVP_MD>(FindDigest(strName))](Settings& settings) {
+        settings.digest = digest;
+    });
 }
 
 void SigningObject::SetChooseSingle(bool bChooseSingle) {
@@ -234,14 +236,14 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
 SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& settings) const {
     const std::time_t now = std::time(nullptr);
     {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         if (m_lastChoice && m_lastChoice->settings == settings && m_lastChoice->notBefore <= now &&
             now <= m_lastChoice->notAfter) {
             return m_lastChoice;
         }
     }
     auto choice = std::make_shared<const Choice>(MakeChoice(settings, now));
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     return m_lastChoice = std::move(choice);
 }
 

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -59,9 +58,9 @@ public:
 
     CallQueue& Queue() { return m_queue; }
 
-    // In a process that was just forked, by its one thread. What belongs to threads that exist in the parent only may
-    // be half changed, and stays as it is for ever.
-    void ForgetOtherThreads(ThreadId nThread);
+    // For the child of a fork; nThread is its only thread. What belongs to the parent's other threads may be half
+    // changed, so it is neither used nor freed. The analysis cannot see that the child holds all locks of the pool.
+    void ForgetOtherThreads(ThreadId nThread) VEX_NO_THREAD_SAFETY_ANALYSIS;
 
     // Frees what belongs to a thread that has ended.
     void ForgetThread(ThreadId nThread) noexcept;
@@ -145,11 +144,11 @@ private:
     const std::uint64_t m_nObject;  // never used again
     CallQueue m_queue;
 
-    std::mutex& m_mutex = MutexPool::Next();
-    SettingsPtr m_settings;  // guarded by m_mutex, as all below; never changed, only replaced
-    mutable ChoicePtr m_lastChoice;
-    // Each entry is used by its own thread alone; it is the map that the mutex guards.
-    std::unordered_map<ThreadId, PerThreadPtr> m_perThread;
+    CVEXMutex& m_mutex = MutexPool::Next();
+    SettingsPtr m_settings VEX_GUARDED_BY(m_mutex);  // replaced, never changed
+    mutable ChoicePtr m_lastChoice VEX_GUARDED_BY(m_mutex);
+    // The mutex guards the map. Only its own thread uses an entry.
+    std::unordered_map<ThreadId, PerThreadPtr> m_perThread VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

@@ -72,7 +72,7 @@ auto Token::Run(Operation operation) {
 
 void Token::Drop(const ConnectionPtr& connection) {
     ConnectionPtr dropped;  // closes its sessions when the lock has been released
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     if (m_connection == connection) {
         dropped = std::move(m_connection);
         m_connection = nullptr;
@@ -82,7 +82,7 @@ void Token::Drop(const ConnectionPtr& connection) {
 Token::ConnectionPtr Token::Connected() {
     // A child must not wait for a lock that a thread of its parent may hold.
     m_module.RequireUsable();
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     if (!m_connection) {
         m_connection = Connect(m_pin);
     }
@@ -140,7 +140,7 @@ void Token::LogIn(const SecretText* pPin, bool bOthersUseIt) {
         pin = CopyOf(*pPin);
     }
     ConnectionPtr dropped;
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     const bool bSamePin = pin.has_value() == m_pin.has_value() && (!pin || EqualPins(*pin, *m_pin));
     if (m_connection && bSamePin) {
         return;
@@ -226,7 +226,7 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
         if (object.bAlwaysAuthenticate) {
             std::optional<SecretText> pin;
             {
-                const std::lock_guard lock(m_mutex);
+                const CVEXLock lock(m_mutex);
                 pin = m_pin ? std::optional(CopyOf(*m_pin)) : std::nullopt;
             }
             Authenticate(session.Handle(), CKU_CONTEXT_SPECIFIC, session.Owner().TokenFlags(), pin);

@@ -5,10 +5,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
+#include "VEXMutex.h"
 #include "signing/SecretText.h"
 #include "signing/TokenConnection.h"
 #include "signing/TokenContent.h"
@@ -52,9 +52,9 @@ private:
     Pkcs11Module& m_module;
     const TokenName m_name;
 
-    std::mutex m_mutex;
-    ConnectionPtr m_connection;       // guarded by m_mutex, as all below; null when it has to be made (again)
-    std::optional<SecretText> m_pin;  // that logs in
+    CVEXMutex m_mutex;
+    ConnectionPtr m_connection VEX_GUARDED_BY(m_mutex);       // null until the next use makes one
+    std::optional<SecretText> m_pin VEX_GUARDED_BY(m_mutex);  // the PIN that logged in
 };
 
 }  // namespace vextk

@@ -49,45 +49,52 @@ TokenConnection::~TokenConnection() {
     }
 }
 
-CK_SESSION_HANDLE TokenConnection::Take() {
-    std::unique_lock lock(m_mutex);
-    for (;;) {
-        if (!m_idle.empty()) {
-            const CK_SESSION_HANDLE hSession = m_idle.back();
-            m_idle.pop_back();
-            ++m_cTaken;
-            return hSession;
-        }
-        if (!m_bFull) {
-            ++m_cTaken;
-            lock.unlock();
-            CK_SESSION_HANDLE hSession = 0;
-            const CK_RV rv = TryOpenSession(hSession);
-            if (rv == CKR_OK) {
-                return hSession;
-            }
-            lock.lock();
-            --m_cTaken;
-            m_returned.notify_all();
-            if (rv != CKR_SESSION_COUNT) {
-                RequireFromToken(rv, "C_OpenSession");
-            }
-            m_bFull = true;
-        } else if (m_cTaken > 0) {
-            m_returned.wait(lock, [this] { return !m_idle.empty() || m_cTaken == 0; });
+std::optional<CK_SESSION_HANDLE> TokenConnection::TakeIdle() {
+    CVEXLock lock(m_mutex);
+    while (m_idle.empty() && m_bFull) {
+        if (m_cTaken > 0) {
+            m_returned.wait(lock.ForWait(),
+                            [this]() VEX_REQUIRES(m_mutex) { return !m_idle.empty() || m_cTaken == 0; });
         } else if (m_bAnchor) {
-            // A token with a single session: it has to do for everything.
+            // The token has a single session, so the anchor does everything.
             m_bAnchor = false;
             m_idle.push_back(m_hAnchor);
         } else {
-            m_bFull = false;  // those that there were have been closed
+            m_bFull = false;  // all sessions have been closed
         }
+    }
+    ++m_cTaken;
+    if (m_idle.empty()) {
+        return std::nullopt;
+    }
+    const CK_SESSION_HANDLE hSession = m_idle.back();
+    m_idle.pop_back();
+    return hSession;
+}
+
+CK_SESSION_HANDLE TokenConnection::Take() {
+    for (;;) {
+        if (const std::optional<CK_SESSION_HANDLE> hIdle = TakeIdle()) {
+            return *hIdle;
+        }
+        CK_SESSION_HANDLE hSession = 0;
+        const CK_RV rv = TryOpenSession(hSession);
+        if (rv == CKR_OK) {
+            return hSession;
+        }
+        const CVEXLock lock(m_mutex);
+        --m_cTaken;
+        m_returned.notify_all();
+        if (rv != CKR_SESSION_COUNT) {
+            RequireFromToken(rv, "C_OpenSession");
+        }
+        m_bFull = true;
     }
 }
 
 void TokenConnection::Return(CK_SESSION_HANDLE hSession, bool bUsable) {
     {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         --m_cTaken;
         if (bUsable && m_idle.size() < kIdleSessions) {
             m_idle.push_back(hSession);

@@ -3,9 +3,10 @@
 
 #include <condition_variable>
 #include <map>
-#include <mutex>
+#include <optional>
 #include <vector>
 
+#include "VEXMutex.h"
 #include "signing/TokenContent.h"
 
 namespace vextk {
@@ -50,18 +51,20 @@ public:
     template <typename LookUp>
     KeyObject FindKey(const TokenKey& key, LookUp lookUp) {
         {
-            const std::lock_guard lock(m_mutex);
+            const CVEXLock lock(m_mutex);
             if (const auto found = m_keys.find(key); found != m_keys.end()) {
                 return found->second;
             }
         }
         const KeyObject object = lookUp();
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         m_keys.emplace(key, object);
         return object;
     }
 
 private:
+    // An idle session, or nothing: then the caller opens one. Either counts as taken. May wait.
+    std::optional<CK_SESSION_HANDLE> TakeIdle();
     CK_RV TryOpenSession(CK_SESSION_HANDLE& hSession) const;
     CK_SESSION_HANDLE OpenSession() const;
     void CloseSession(CK_SESSION_HANDLE hSession) const;
@@ -70,13 +73,13 @@ private:
     const TokenSlot m_slot;
     CK_SESSION_HANDLE m_hAnchor;
 
-    std::mutex m_mutex;
+    CVEXMutex m_mutex;
     std::condition_variable m_returned;
-    std::vector<CK_SESSION_HANDLE> m_idle;  // guarded by m_mutex, as all below
-    size_t m_cTaken = 0;
-    bool m_bFull = false;   // the token opens no more sessions
-    bool m_bAnchor = true;  // the anchor is not among the others
-    std::map<TokenKey, KeyObject> m_keys;
+    std::vector<CK_SESSION_HANDLE> m_idle VEX_GUARDED_BY(m_mutex);
+    size_t m_cTaken VEX_GUARDED_BY(m_mutex) = 0;
+    bool m_bFull VEX_GUARDED_BY(m_mutex) = false;   // the token opens no more sessions
+    bool m_bAnchor VEX_GUARDED_BY(m_mutex) = true;  // the anchor only keeps the login; false: it also signs
+    std::map<TokenKey, KeyObject> m_keys VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <set>
 
+#include "VEXMutex.h"
 #include "posix/ForkPhases.h"
 #include "signing/OpenSsl.h"
 
@@ -15,9 +16,9 @@ namespace vextk {
 namespace {
 
 struct Refused {
-    std::mutex mutex;
+    CVEXMutex mutex;
     std::array<unsigned char, 32> key{};
-    std::set<std::string> digests;  // guarded by mutex
+    std::set<std::string> digests VEX_GUARDED_BY(mutex);
 };
 
 // Never destroyed: threads may still sign while the process's exit handlers run.
@@ -29,8 +30,9 @@ Refused& Known() {
         auto pRefused = std::make_unique<Refused>();
         RequireOpenSsl(RAND_bytes(pRefused->key.data(), static_cast<int>(pRefused->key.size())) == 1);
         s_pKnown = pRefused.release();
-        constexpr auto unlock = [] { s_pKnown->mutex.unlock(); };
-        vexposix::AddToFork(vexposix::ForkPhase::kWrongPins, {[] { s_pKnown->mutex.lock(); }, unlock, unlock});
+        constexpr auto lock = []() VEX_ACQUIRE(s_pKnown->mutex) { s_pKnown->mutex.Enter(); };
+        constexpr auto unlock = []() VEX_RELEASE(s_pKnown->mutex) { s_pKnown->mutex.Leave(); };
+        vexposix::AddToFork(vexposix::ForkPhase::kWrongPins, {lock, unlock, unlock});
     });
     return *s_pKnown;
 }
@@ -49,14 +51,14 @@ std::string Digest(const Refused& refused, const std::string& strToken, std::str
 void RememberWrongPin(const std::string& strToken, std::string_view pin) {
     Refused& refused = Known();
     std::string strDigest = Digest(refused, strToken, pin);
-    const std::lock_guard lock(refused.mutex);
+    const CVEXLock lock(refused.mutex);
     refused.digests.insert(std::move(strDigest));
 }
 
 bool IsKnownWrongPin(const std::string& strToken, std::string_view pin) {
     Refused& refused = Known();
     const std::string strDigest = Digest(refused, strToken, pin);
-    const std::lock_guard lock(refused.mutex);
+    const CVEXLock lock(refused.mutex);
     return refused.digests.contains(strDigest);
 }
 
