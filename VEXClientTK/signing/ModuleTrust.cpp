@@ -37,13 +37,13 @@ void RequireOwnOnly(const std::string& strPath, bool bMayBeSticky) {
     }
     if (status.st_uid != 0 && status.st_uid != geteuid()) {
         Refuse(strPath, "not loaded, because it belongs to user " + std::to_string(status.st_uid) +
-                            "; a module and its directories have to belong to root or to user " +
+                            "; a module and its directories must belong to root or to user " +
                             std::to_string(geteuid()));
     }
     const bool bSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !(bSticky && bMayBeSticky)) {
         Refuse(strPath, "not loaded, because others may write to it (mode " + OctalText(status.st_mode) +
-                            "); remove the right with: chmod go-w");
+                            "); to correct this, use: chmod go-w");
     }
 }
 

@@ -1,4 +1,4 @@
-// Which files may be loaded as PKCS #11 modules: a store URI names one, and may come from less trusted hands than the
+// Which files may be loaded as PKCS #11 modules. A store URI names the module, and the URI may be less trusted than the
 // program that opens it.
 #pragma once
 
@@ -6,11 +6,11 @@
 
 namespace vextk {
 
-// The real path of the module, to be loaded by that name. Any thread may call it.
+// Returns the module's real path; load it by that path. Any thread may call this.
 //
-// The file and all its directories have to belong to root or the effective user, and nobody else may write to them.
-// Above the module's own directory one may be sticky, as /tmp is: there, nobody can replace what is another's. Throws
-// VCTK_E_TOKEN_MODULE, which says what is wrong with which path.
+// The file and all directories above it must belong to root or the effective user, and nobody else may write to them.
+// Except for the module's own directory, a sticky directory such as /tmp is accepted: there, nobody can replace the
+// files of others. Throws VCTK_E_TOKEN_MODULE, which says what is wrong with which path.
 std::string RequireTrustedModule(const std::string& strPath);
 
 }  // namespace vextk

@@ -1,5 +1,5 @@
-// Mutexes that many objects share. They are few, so that all can be locked around a fork: the new process then finds
-// none of them locked by a thread that it has not, and what they guard whole.
+// A few mutexes that many objects share. Because they are few, a thread that forks can lock them all first. The child
+// then finds none of them locked by another thread, and the data that they guard is consistent.
 #pragma once
 
 #include <array>
@@ -9,10 +9,10 @@
 
 namespace vextk {
 
-// Any thread may call any member. Who holds one of the pool's mutexes takes no second one.
+// Any thread may call any member. A thread that holds a mutex of the pool must not lock a second one.
 class MutexPool {
 public:
-    // For an object to keep.
+    // An object calls this once and keeps the mutex.
     static CVEXMutex& Next() { return s_mutexes[s_nNext.fetch_add(1, std::memory_order_relaxed) % s_mutexes.size()]; }
 
     // Before a fork, and after it in the parent and in the child. The analysis cannot follow locks that a loop takes.

@@ -11,10 +11,9 @@
 namespace vextk {
 namespace {
 
-// OpenSSL 3.0 lets threads that need a key type for the first time at the same moment have one implementation each, and
-// takes a key of the one for another key than the same of the other: a certificate's and its private key then never
-// match. What has been fetched once is what everybody gets, as long as it is kept: for good, as threads may be signing
-// when the process ends.
+// If two threads use a key type for the first time at the same moment, OpenSSL 3.0 may give each thread an implementation
+// of its own. It never finds keys of different implementations equal, so a certificate would not match its private key.
+// While one implementation is kept, every thread gets it. It is never freed: threads may sign when the process ends.
 constexpr std::array kKeyTypes = {"RSA", "EC"};
 [[gnu::used]] std::array<EVP_KEYMGMT*, kKeyTypes.size()> s_kept = {};
 
@@ -60,7 +59,7 @@ std::string DottedText(const ASN1_OBJECT* pObject) {
 ObjectPtr FindDottedOid(const std::string& strText) {
     const OpenSslErrorMark mark;
     ObjectPtr object(OBJ_txt2obj(strText.c_str(), 1));
-    // OpenSSL takes blanks for dots, and a dot at the end for nothing.
+    // OpenSSL reads blanks as dots, and ignores a dot at the end.
     return object && DottedText(object.get()) == strText ? std::move(object) : nullptr;
 }
 

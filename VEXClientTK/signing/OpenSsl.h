@@ -40,11 +40,11 @@ struct OpenSslMemoryDeleter {
 template <typename T>
 using MemoryPtr = std::unique_ptr<T, OpenSslMemoryDeleter>;
 
-// Initialises OpenSSL once, without its exit handlers: a host's threads may still sign while its exit handlers run; and
-// such that it wipes what it frees. A host that has used OpenSSL before has decided about both itself.
+// Initialises OpenSSL once. It gets no exit handlers, because the host's threads may still sign while the process ends.
+// It wipes memory before it frees it. Neither is possible if the host has used OpenSSL before.
 void InitialiseOpenSsl();
 
-// Takes the errors that have been added meanwhile off the thread's OpenSSL error queue, which is the host's as well.
+// Removes from the thread's OpenSSL error queue what was added since the mark was set. The host uses the same queue.
 class OpenSslErrorMark {
 public:
     OpenSslErrorMark() { ERR_set_mark(); }
@@ -53,16 +53,16 @@ public:
     OpenSslErrorMark& operator=(const OpenSslErrorMark&) = delete;
 };
 
-// The reason text of the newest entry of the thread's error queue; empty when there is none.
+// The reason text of the newest entry of the thread's error queue; empty if there is none.
 std::string LastOpenSslReason();
 
 // Throws VCTK_E_INTERNAL with OpenSSL's reason unless bSucceeded.
 void RequireOpenSsl(bool bSucceeded);
 
-// Throws std::bad_alloc when OpenSSL's newest failure was that memory ran out: it then says nothing about the data.
+// Throws std::bad_alloc if OpenSSL's newest error is that memory ran out. Such an error says nothing about the data.
 void RequireMemory();
 
-// The object again, or VCTK_E_INTERNAL with OpenSSL's reason when it is null.
+// Returns the object. Throws VCTK_E_INTERNAL with OpenSSL's reason if it is null.
 template <typename T>
 T* RequireOpenSsl(T* pObject) {
     RequireOpenSsl(pObject != nullptr);
@@ -72,10 +72,10 @@ T* RequireOpenSsl(T* pObject) {
 // An object identifier in dotted form.
 std::string DottedText(const ASN1_OBJECT* pObject);
 
-// Null when the text is not an object identifier in dotted form.
+// Null if the text is not an object identifier in dotted form.
 ObjectPtr FindDottedOid(const std::string& strText);
 
-// What has been written to a memory BIO.
+// The bytes that were written to a memory BIO.
 std::string MemoryBioText(BIO* pBio);
 
 }  // namespace vextk

@@ -10,7 +10,7 @@ namespace {
 
 using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
 
-// One block: its label, its header lines and its bytes, which may be a key's.
+// One block: its label, its header lines and its bytes, which may be a private key.
 class Block {
 public:
     // False at the end of the text.
@@ -50,13 +50,13 @@ public:
         return EncryptedPtr(d2i_X509_SIG(nullptr, &pbData, m_cbData));
     }
 
-    // Of the form that OpenSSL calls traditional, decrypted if it is encrypted.
+    // A key in the form that OpenSSL calls traditional. Decrypts it if it is encrypted.
     KeyPtr TraditionalKey(int nType, const SecretText* pPin) {
         const bool bEncrypted = Decrypt(pPin);
         const unsigned char* pbData = m_pbData;
         KeyPtr key(d2i_PrivateKey(nType, nullptr, &pbData, m_cbData));
         if (!key && bEncrypted) {
-            // The wrong PIN now and then leaves what looks like the end of a text.
+            // Sometimes the padding looks right after decryption with a wrong PIN.
             ThrowDecryptionFailure(Pin::kGiven);
         }
         return key;

@@ -1,5 +1,5 @@
-// PEM files (RFC 7468, and RFC 1421's encryption of keys), read block by block. OpenSSL's own reader of stores takes
-// what is no certificate or key for a fault, and does not say whether a PIN or something else was wrong.
+// Reads PEM files (RFC 7468, and the encryption of keys of RFC 1421) block by block. OpenSSL's own store reader treats
+// any other block as an error. When it fails, it does not say whether the PIN or something else was wrong.
 #pragma once
 
 #include <optional>
@@ -10,9 +10,8 @@
 
 namespace vextk {
 
-// Every certificate and private key in the text, in any order; other blocks are passed over. Nothing when there is no
-// block in it. pPin may be null, which does for keys that are not encrypted. Throws one of the store and PIN numbers of
-// VCTKError.h.
+// Every certificate and private key in the text, in any order; other blocks are skipped. Nothing if the text has no
+// block. pPin may be null if no key is encrypted. Throws one of the store and PIN numbers of VCTKError.h.
 std::optional<StoreContent> ReadPem(std::string_view text, const SecretText* pPin);
 
 }  // namespace vextk

@@ -20,16 +20,16 @@ using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 using SafesPtr = std::unique_ptr<STACK_OF(PKCS7), OpenSslDeleter<FreeSafes>>;
 using BagsPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), OpenSslDeleter<FreeBags>>;
 
-// A PIN as OpenSSL's PKCS #12 functions take it. None and the empty one are different to them.
+// A PIN as OpenSSL's PKCS #12 functions take it. For them, no PIN and an empty PIN are different.
 struct PinText {
     const char* pchText;
     int cchText;
 };
 
-// Takes the content out of a file. Members throw.
+// Adds the content of a file to a StoreContent. Throws when the file is damaged or the PIN is wrong.
 class Reader {
 public:
-    // known: what is known of the PIN when it does not decrypt.
+    // known: what is known about the PIN, for the error when decryption fails.
     Reader(PinText pin, Pin known, StoreContent& content) : m_pin(pin), m_known(known), m_content(content) {}
 
     void ReadFile(const PKCS12* pFile) {
@@ -76,7 +76,7 @@ private:
         }
     }
 
-    // Bags of other kinds (revocation lists, secrets) are nothing to sign with.
+    // Other bags (revocation lists, secrets) are skipped: they are not needed to sign.
     void ReadBag(const PKCS12_SAFEBAG* pBag) {
         switch (PKCS12_SAFEBAG_get_nid(pBag)) {
             case NID_keyBag:
@@ -115,7 +115,7 @@ private:
     StoreContent& m_content;
 };
 
-// Null when the bytes are something else.
+// Null if the bytes are not a PKCS #12 file.
 Pkcs12Ptr Parse(std::string_view bytes) {
     const OpenSslErrorMark mark;
     const auto* pbFile = reinterpret_cast<const unsigned char*>(bytes.data());
@@ -127,7 +127,7 @@ bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
     if (PKCS12_verify_mac(pFile, pin.pchText, pin.cchText) == 1) {
         return true;
     }
-    // A wrong PIN leaves no error behind.
+    // A wrong PIN adds no error to the queue.
     RequireMemory();
     if (ERR_peek_last_error() != 0) {
         throw Failure(VCTK_E_STORE_FORMAT, "its check sum (MAC) cannot be computed: " + LastOpenSslReason());
@@ -135,8 +135,8 @@ bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
     return false;
 }
 
-// The PIN under which the file is to be read, and what is known of it. A PIN is tried alone, since each try may cost as
-// much as the file asks for.
+// The PIN to read the file with, and what is known about it. A PIN that the caller gave is the only one tried: each try
+// may take as much work as the file demands.
 std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, DerivationWork& work) {
     constexpr PinText kEmpty{"", 0};
     constexpr PinText kNone{nullptr, 0};

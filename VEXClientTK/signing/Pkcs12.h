@@ -1,4 +1,4 @@
-// PKCS #12 files (RFC 7292), read bag by bag. OpenSSL's functions that read one whole stop at its first private key.
+// Reads PKCS #12 files (RFC 7292) bag by bag. OpenSSL's functions for a whole file return only its first private key.
 #pragma once
 
 #include <optional>
@@ -9,8 +9,8 @@
 
 namespace vextk {
 
-// Every certificate and private key in the file; nothing when the bytes are no PKCS #12 file. pPin may be null, which
-// does for a file without a PIN or with an empty one. Throws one of the store and PIN numbers of VCTKError.h.
+// Every certificate and private key in the file; nothing if the bytes are not a PKCS #12 file. pPin may be null if the
+// file has no PIN or an empty one. Throws one of the store and PIN numbers of VCTKError.h.
 std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText* pPin);
 
 }  // namespace vextk

@@ -1,4 +1,4 @@
-// Bytes that are wiped from memory when they are no longer needed: PINs, private key files.
+// Secret bytes, such as PINs and private key files. The destructor wipes them from memory.
 #pragma once
 
 #include <openssl/crypto.h>
@@ -11,7 +11,7 @@ namespace vextk {
 
 class SecretText {
 public:
-    // cbCapacity: the most that will ever be appended, so that growing never leaves an unwiped copy behind.
+    // cbCapacity: the most that will ever be appended. Growing beyond it would leave an unwiped copy in memory.
     explicit SecretText(size_t cbCapacity = 0) { m_data.reserve(cbCapacity); }
     SecretText(SecretText&& other) noexcept : m_data(std::exchange(other.m_data, {})) {}
     SecretText& operator=(SecretText&& other) noexcept {
@@ -22,13 +22,13 @@ public:
     SecretText& operator=(const SecretText&) = delete;
     ~SecretText() { OPENSSL_cleanse(m_data.data(), m_data.size()); }
 
-    // The capacity given at construction must suffice.
+    // Must not exceed the capacity given at construction.
     void Append(char ch) { m_data.push_back(ch); }
 
-    // Room for cbSize bytes, all 0, to be filled through Data(); for a text that is still empty.
+    // Makes an empty text cbSize zero bytes long, to be filled through Data().
     void Resize(size_t cbSize) { m_data.resize(cbSize); }
 
-    // Drops bytes from the end, wiping them.
+    // Wipes the bytes after the first cbSize ones and drops them.
     void Truncate(size_t cbSize) {
         OPENSSL_cleanse(m_data.data() + cbSize, m_data.size() - cbSize);
         m_data.resize(cbSize);
