@@ -11,9 +11,10 @@
 namespace vextk {
 namespace {
 
-// If two threads use a key type for the first time at the same moment, OpenSSL 3.0 may give each thread an implementation
-// of its own. It never finds keys of different implementations equal, so a certificate would not match its private key.
-// While one implementation is kept, every thread gets it. It is never freed: threads may sign when the process ends.
+// If two threads use a key type for the first time at the same moment, OpenSSL 3.0 may give each thread its own
+// implementation. It never finds keys of different implementations equal, so a certificate would not match its private
+// key. While one implementation is kept, every thread gets it. It is never freed: threads may sign when the process
+// ends.
 constexpr std::array kKeyTypes = {"RSA", "EC"};
 [[gnu::used]] std::array<EVP_KEYMGMT*, kKeyTypes.size()> s_kept = {};
 

@@ -32,8 +32,8 @@ Bytes DecodeInput(std::string_view text, int nInputForm) {
     return std::move(*data);
 }
 
-// Blanks as "\20", so that they cannot be taken for the field separator; a blank that stands escaped as "\ " already
-// keeps only one backslash.
+// Writes blanks as "\20", so that none looks like the field separator. A blank that is already escaped, "\ ", becomes
+// "\20" as well.
 std::string EscapeBlanks(const std::string& strName) {
     std::string escaped;
     for (size_t i = 0; i < strName.size(); ++i) {
@@ -53,7 +53,7 @@ std::string EscapeBlanks(const std::string& strName) {
     return escaped;
 }
 
-// A damaged certificate has nothing to be asked for.
+// A damaged certificate passes only if there is no filter.
 bool PassesFilters(const Identity& identity, const std::vector<Filter>& filters) {
     return std::all_of(filters.begin(), filters.end(), [&](const Filter& filter) {
         return identity.Certificate() != nullptr && filter.Passes(identity);
@@ -77,8 +77,8 @@ std::string Join(const std::vector<std::string>& parts, std::string_view strSepa
     return joined;
 }
 
-// Objects that refused the thread an operation because there was no memory to keep its number in. Fixed in size, so
-// that noting one needs none; of more than so many at once the oldest is forgotten.
+// The objects that could not keep the thread's last error, because memory had run out. Of fixed size, so that adding
+// one needs no memory. When it is full, the oldest entry is overwritten.
 class RefusingObjects {
 public:
     void Add(std::uint64_t nObject) noexcept {
@@ -91,7 +91,7 @@ public:
     }
 
 private:
-    std::array<std::uint64_t, 16> m_objects{};  // 0 is no object's number
+    std::array<std::uint64_t, 16> m_objects{};  // 0: a free entry
     size_t m_cAdded = 0;
 };
 constinit thread_local RefusingObjects t_refusing;
@@ -146,7 +146,7 @@ void SigningObject::ForgetOtherThreads(ThreadId nThread) {
 }
 
 void SigningObject::ForgetThread(ThreadId nThread) noexcept {
-    PerThreadPtr gone;  // freed when the lock has been released
+    PerThreadPtr gone;  // freed after the lock is released
     const CVEXLock lock(m_mutex);
     if (const auto found = m_perThread.find(nThread); found != m_perThread.end()) {
         gone = std::move(found->second);
@@ -209,7 +209,8 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
             continue;
         }
         const Flaw flaw = identity->FlawAt(now);
-        // Holds until somebody's validity begins or ends, and no longer when the clock is set back over such a moment.
+        // The choice holds until some certificate's validity begins or ends, or the clock is set back to before the
+        // last such moment.
         if (flaw == Flaw::NotYetValid) {
             choice.notAfter = std::min(choice.notAfter, identity->NotBefore() - 1);
         } else if (flaw == Flaw::Expired) {
@@ -260,7 +261,7 @@ IdentityPtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
 
 void SigningObject::SignP1(std::string_view text, int nInputForm) {
     const PerThreadPtr mine = Mine();
-    mine->strP1.reset();  // a call that fails leaves no older signature to be taken for its own
+    mine->strP1.reset();  // if this call fails, nobody can mistake an older signature for its result
     const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
     const IdentityPtr identity = ChooseIdentity(settings);

@@ -1,4 +1,4 @@
-// What lives behind a toolkit handle: certificates, settings, and for each thread its last signature and last error.
+// The object behind a toolkit handle: certificates, settings, and for each thread its last signatures and last error.
 #pragma once
 
 #include <cstdint>
@@ -24,15 +24,15 @@
 
 namespace vextk {
 
-// Any thread may call any member. Operations fail by throwing a Failure; Call turns that into a number and keeps it as
+// Any thread may call any member. An operation that fails throws a Failure. Call turns it into a number, which becomes
 // the calling thread's last error.
 class SigningObject {
 public:
     explicit SigningObject(Identities identities, bool bListAll = false);
     explicit SigningObject(OpenedStore store) : SigningObject(std::move(store.identities), store.bListAll) {}
 
-    // Runs an operation in the object's call queue. The calling thread's last error is then that of the operation, or
-    // VCTK_OK; returns its number.
+    // Runs an operation when the call queue lets it. Returns its error number, or VCTK_OK, and keeps that as the
+    // calling thread's last error.
     template <typename Operation>
     VCTKError Call(Operation operation) {
         const PerThreadPtr mine = MineOrNone();
@@ -52,7 +52,7 @@ public:
         return mine->nLastError;
     }
 
-    // Of the calling thread; neither changes it.
+    // The calling thread's last error. Reading it does not change it.
     VCTKError LastError() const noexcept;
     std::string LastErrorMessage() const;
 
@@ -62,7 +62,7 @@ public:
     // changed, so it is neither used nor freed. The analysis cannot see that the child holds all locks of the pool.
     void ForgetOtherThreads(ThreadId nThread) VEX_NO_THREAD_SAFETY_ANALYSIS;
 
-    // Frees what belongs to a thread that has ended.
+    // Frees the signatures and the error of a thread that has ended.
     void ForgetThread(ThreadId nThread) noexcept;
 
     // ---- Operations, for Call ----
@@ -72,20 +72,21 @@ public:
     void AddFilter(ULONG ulType, std::string_view strValue);
     void ClearFilters();
 
-    // nInputForm: 1, the text is strict Base64 of the data; 0, its bytes are the data.
+    // nInputForm: 0, the bytes of the text are the data; 1, the text is strict Base64 of the data.
     void SignP1(std::string_view text, int nInputForm);
     void SignP7(std::string_view text, int nInputForm, bool bDetached, bool bIncludeCertificate);
 
-    // Made by the calling thread, and good until it signs again.
+    // The calling thread's last signature. The reference is valid until this thread signs again.
     const std::string& P1Signature() const;
     const std::string& P7Signature() const;
 
-    // Base64 of the DER certificate that the calling thread last signed with, else of the one it would sign with.
+    // The certificate that the calling thread signed with last, or if it has not signed, the one that it would sign
+    // with now. Base64 of its DER.
     std::string SignCertificate() const;
 
     // One record for each candidate: serial, SHA-256 fingerprint, not before, not after, key algorithm, subject,
-    // issuer. Blanks inside names are escaped. When all are listed: one for each certificate that passes the filters,
-    // with StateText behind it, and "-" for what cannot be read.
+    // issuer. Blanks inside names are escaped. With bListAll: one record for each certificate that passes the filters,
+    // and StateText as the last field. If a certificate cannot be read, its other fields are "-".
     std::string CertificateList(std::string_view strRecordSeparator, std::string_view strFieldSeparator) const;
 
 private:
@@ -103,7 +104,7 @@ private:
         std::optional<std::string> strP7;
         IdentityPtr lastSigner;
 
-        // Without memory for the detail there is none: the number is what matters.
+        // If memory runs out, the detail is dropped: the number matters more.
         void Note(VCTKError nNumber, const std::string& strDetail) noexcept {
             nLastError = nNumber;
             strLastDetail.clear();
@@ -119,29 +120,29 @@ private:
     template <typename Change>
     void ChangeSettings(Change change);
 
-    // Which identities pass, and for how long that holds. Unchanging once made.
+    // The identities that pass, and the period for which this holds. Never changed once made.
     struct Choice {
         SettingsPtr settings;
         std::time_t notBefore;
         std::time_t notAfter;
         Identities candidates;      // in the store's order
-        IdentityPtr longest;        // the first of those that stay valid longest; null when there is none
+        IdentityPtr longest;        // valid longest, the first of equals; null if there is none
         std::string strPassedOver;  // why there is none
     };
     using ChoicePtr = std::shared_ptr<const Choice>;
 
-    // The last one as long as it holds.
+    // Reuses the last choice while it holds.
     ChoicePtr CurrentChoice(const SettingsPtr& settings) const;
     Choice MakeChoice(const SettingsPtr& settings, std::time_t now) const;
     IdentityPtr ChooseIdentity(const SettingsPtr& settings) const;
 
     PerThreadPtr Mine();
-    PerThreadPtr MineOrNone() noexcept;  // null, and noted as the thread's error, when memory runs out
+    PerThreadPtr MineOrNone() noexcept;  // null if memory runs out, which becomes the thread's error
     PerThreadPtr MineIfAny() const noexcept;
 
     const Identities m_identities;
     const bool m_bListAll;
-    const std::uint64_t m_nObject;  // never used again
+    const std::uint64_t m_nObject;  // no other object ever gets it
     CallQueue m_queue;
 
     CVEXMutex& m_mutex = MutexPool::Next();

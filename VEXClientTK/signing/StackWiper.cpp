@@ -10,17 +10,17 @@
 namespace vextk {
 namespace {
 
-// At the end of a thread's stack a JVM has guard pages of its own.
+// A JVM has guard pages of its own at the low end of a thread's stack.
 constexpr std::uintptr_t kKeepFree = std::uintptr_t{192} * 1024;
 
-// The thread's stack; empty when it cannot be found out.
+// The thread's stack; empty if the system does not tell.
 struct Stack {
     std::uintptr_t nLowest = 0;
     std::uintptr_t nEnd = 0;
     bool bAsked = false;
 };
 
-// Asked once: for the first thread of a process it means reading a file.
+// Asks the system once for each thread: for the first thread of a process, libc reads a file.
 const Stack& StackOfThread() {
     static thread_local Stack t_stack;
     if (!t_stack.bAsked) {
@@ -40,7 +40,7 @@ const Stack& StackOfThread() {
 }
 
 [[gnu::noinline]] void WipeBelow(size_t cb) {
-    explicit_bzero(alloca(cb), cb);  // which is done with vectors, as OPENSSL_cleanse is not
+    explicit_bzero(alloca(cb), cb);  // uses vector instructions, unlike OPENSSL_cleanse
 }
 
 }  // namespace
@@ -48,7 +48,7 @@ const Stack& StackOfThread() {
 StackWiper::~StackWiper() {
     const auto nHere = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     const Stack& stack = StackOfThread();
-    // A host may run on a stack of its own making, of which nothing is known.
+    // The host may have switched to a stack that it made itself, whose limits are unknown.
     const bool bOnIt = nHere > stack.nLowest && nHere < stack.nEnd;
     if (bOnIt && nHere - stack.nLowest > kKeepFree) {
         WipeBelow(std::min<std::uintptr_t>(m_cbDepth, nHere - stack.nLowest - kKeepFree));

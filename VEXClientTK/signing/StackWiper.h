@@ -1,19 +1,19 @@
-// What a call leaves on the stack and in the processor's registers.
+// Removes the secrets that a call leaves on the stack and in the processor's registers.
 #pragma once
 
 #include <cstddef>
 
 namespace vextk {
 
-// Overwrites, at its end, the stack that the calls made meanwhile have used: OpenSSL leaves pieces of keys there. To
-// stand first in the function whose callees are meant. As deep as they are known to go and a margin, and less on a
-// thread whose stack is small: the host's guard pages are not touched.
+// The destructor overwrites the stack that calls have used during the object's life: OpenSSL leaves pieces of keys
+// there. Make it the first object of the function that makes the calls. The depth is that of the calls, plus a margin;
+// on a thread with a small stack it is less, so that the host's guard pages are not touched.
 class StackWiper {
 public:
-    // A store is read by whatever decoders, modules and dialogues it takes.
+    // For opening a store: decoders, modules and dialogues go to an unknown depth.
     static constexpr std::size_t kAnyDepth = std::size_t{128} * 1024;
-    // A signature with any kind of key goes 14 KiB deep, through SoftHSM half a KiB more. It is made often enough for
-    // the wiping to be felt.
+    // A signature goes 14 KiB deep with any kind of key, and half a KiB deeper through SoftHSM. Signatures are made
+    // often, so the time for wiping matters.
     static constexpr std::size_t kSigningDepth = std::size_t{32} * 1024;
 
     explicit StackWiper(std::size_t cbDepth) : m_cbDepth(cbDepth) {}
@@ -25,8 +25,8 @@ private:
     const std::size_t m_cbDepth;
 };
 
-// For functions that return to the host: vector registers hold what was copied last, and the dynamic linker of a host
-// that binds lazily would save them on the stack.
+// For functions that return to the host. Vector registers hold what was copied last. In a host with lazy binding, the
+// dynamic linker would save them on the stack.
 #if __has_cpp_attribute(gnu::zero_call_used_regs)
 #define VEXTK_CLEAR_REGISTERS [[gnu::zero_call_used_regs("all")]]
 #else

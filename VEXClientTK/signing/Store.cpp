@@ -83,7 +83,7 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
     if (bytes.empty()) {
         throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
     }
-    ERR_clear_error();  // what fails below is told apart by the errors that it leaves
+    ERR_clear_error();  // the code below finds the cause of a failure in the queue
     StoreContent content = ReadContent(bytes, pPin);
     const std::vector<EVP_PKEY*> keys = KeysOf(content);
     Identities identities;

@@ -9,7 +9,7 @@
 namespace vextk {
 namespace {
 
-// Whether OpenSSL knows keys of this kind.
+// Whether OpenSSL knows keys of this type.
 bool IsKnownKind(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
     const X509_ALGOR* pAlgorithm = nullptr;
     PKCS8_pkey_get0(nullptr, nullptr, nullptr, &pAlgorithm, pKeyInfo);

@@ -1,4 +1,4 @@
-// What a store file holds, and how reading it fails.
+// The content of a store file, and the errors of reading one.
 #pragma once
 
 #include <memory>
@@ -18,13 +18,13 @@ struct StoreContent {
     std::vector<X509Ptr> certificates;
     std::vector<KeyPtr> keys;
     size_t cDamagedCertificates = 0;
-    DerivationWork work;  // what deriving keys from the PIN has taken
+    DerivationWork work;  // the work of deriving keys from the PIN so far
 
     // Null counts as a damaged certificate.
     void AddCertificate(X509Ptr certificate);
 
-    // A key of a kind that OpenSSL does not know is passed over. Throws VCTK_E_STORE_FORMAT for a damaged one: it may
-    // be the one that was meant to sign.
+    // Skips a key of a type that OpenSSL does not know. Throws VCTK_E_STORE_FORMAT for a damaged key, because the user
+    // may want to sign with this one.
     void AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo);
 
 private:
@@ -34,11 +34,11 @@ private:
 // strWhere: such as "a private key in it".
 Failure DamagedStore(const std::string& strWhere);
 
-// What is known of the PIN with which a part of a store could not be decrypted.
+// What is known about the PIN when a part of a store cannot be decrypted.
 enum class Pin { kNone, kGiven, kRight };
 
-// Throws what OpenSSL's errors of just now mean: VCTK_E_PIN_WRONG or VCTK_E_PIN_REQUIRED only if nothing else is known
-// to be the cause. OpenSSL's queue of errors is empty then.
+// Takes errors off OpenSSL's queue until one tells the cause, and throws that. If none does, the PIN is at fault, or
+// with Pin::kRight the data.
 [[noreturn]] void ThrowDecryptionFailure(Pin pin);
 
 }  // namespace vextk

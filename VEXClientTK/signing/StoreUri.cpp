@@ -31,7 +31,7 @@ SecretText PercentDecode(std::string_view text, bool bBinary = false) {
             i += 2;
         }
         if (ch == '\0' && !bBinary) {
-            Malformed("it holds a zero byte");
+            Malformed("it contains a zero byte");
         }
         decoded.Append(ch);
     }
@@ -43,18 +43,18 @@ std::string DecodePath(std::string_view text) {
     return std::string(decoded.View());
 }
 
-// The path of "file:/path", "file:///path" or "file://localhost/path", with the scheme already taken off.
+// The path of "file:/path", "file:///path" or "file://localhost/path". text begins after the scheme.
 std::string FilePath(std::string_view text) {
     if (text.starts_with("//")) {
         text.remove_prefix(2);
         const std::string_view host = text.substr(0, text.find('/'));
         if (!host.empty() && !EqualIgnoringCase(host, "localhost")) {
-            Malformed("a store file has to be on this host: file:/path");
+            Malformed("a store file must be on this host: file:/path");
         }
         text.remove_prefix(host.size());
     }
     if (!text.starts_with('/') || text.size() < 2) {
-        Malformed("the path has to be absolute: file:/path");
+        Malformed("the path must be absolute: file:/path");
     }
     return DecodePath(text);
 }
@@ -74,12 +74,12 @@ void ParseModule(bool bPath, std::string_view value, TokenUri& token) {
     }
     strPart = DecodePath(value);
     if (strPart.empty() || (bPath && strPart.front() != '/')) {
-        Malformed("module-path has to be absolute, and module-name not empty");
+        Malformed("module-path must be absolute, and module-name must not be empty");
     }
 }
 
-// RFC 7512 section 2.3. One that is not understood, a vendor's too, lets nothing fit (section 2.4): it says more of the
-// token or key that is meant.
+// RFC 7512 section 2.3. With any other attribute, a vendor's too, nothing matches (section 2.4): if it were ignored,
+// the URI could mean another token or key.
 constexpr std::string_view kTokenAttributes[] = {"token",
                                                  "manufacturer",
                                                  "serial",
@@ -110,18 +110,18 @@ void ParseTokenAttribute(std::string_view attribute, TokenUri& token) {
     const SecretText decoded = PercentDecode(attribute.substr(nEquals + 1), name == "id");
     const std::string strValue(decoded.View());
     if (name == "type" && strValue != "cert" && strValue != "private") {
-        Malformed("type is cert or private");
+        Malformed("type must be cert or private");
     }
     if (name == "slot-id" && (strValue.empty() || (strValue.size() > 1 && strValue.front() == '0') ||
                               strValue.find_first_not_of("0123456789") != std::string::npos)) {
-        Malformed("slot-id is a decimal number");
+        Malformed("slot-id must be a decimal number without leading zeros");
     }
     if (!token.attributes.emplace(name, strValue).second) {
         Malformed("an attribute is given twice");
     }
 }
 
-// "token=Card;id=%01", or nothing for the only token that there is.
+// "token=Card;id=%01", or an empty path if there is only one token.
 void ParseTokenPath(std::string_view path, TokenUri& token) {
     while (!path.empty()) {
         const size_t nEnd = path.find(';');
@@ -131,20 +131,20 @@ void ParseTokenPath(std::string_view path, TokenUri& token) {
         }
         path.remove_prefix(nEnd + 1);
         if (path.empty()) {
-            Malformed("an attribute is missing behind the last \";\"");
+            Malformed("an attribute is missing after the last \";\"");
         }
     }
 }
 
-// What a vendor adds behind the "?" is ignored (RFC 7512 section 2.4), as often as it comes, if it is well-formed.
+// A well-formed vendor attribute after the "?" is ignored, even if it is repeated (RFC 7512 section 2.4).
 void CheckVendorAttribute(std::string_view name, std::string_view value) {
     if (IsTokenAttribute(name)) {
-        Malformed("an attribute of the token or object stands behind the \"?\"");
+        Malformed("an attribute of the token or object must stand before the \"?\"");
     }
     if (name.empty() || !std::all_of(name.begin(), name.end(), [](char ch) {
             return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '-' || ch == '_';
         })) {
-        Malformed("an attribute's name is not of letters, digits, \"-\" and \"_\"");
+        Malformed("an attribute's name must consist of letters, digits, \"-\" and \"_\"");
     }
     PercentDecode(value, true);
 }
@@ -163,17 +163,17 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     }
     if (name == "list") {
         if (value != "all" || uri.bListAll) {
-            Malformed("list is all, and given once");
+            Malformed("list must be all, and may be given only once");
         }
         uri.bListAll = true;
         return;
     }
     if (uri.kind == StoreUri::Kind::kDemo) {
-        Malformed("nothing may follow \"demo:\" but \"?list=all\"");
+        Malformed("only \"?list=all\" may follow \"demo:\"");
     }
     if (name != "pin-value" && name != "pin-source") {
         if (!bToken) {
-            Malformed("the attributes are pin-value, pin-source and list");
+            Malformed("unknown attribute; use pin-value, pin-source or list");
         }
         CheckVendorAttribute(name, value);
         return;
@@ -211,7 +211,7 @@ StoreUri ParseStoreUri(std::string_view text) {
         !std::all_of(scheme.begin(), scheme.end(), [](char ch) {
             return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '+' || ch == '-' || ch == '.';
         })) {
-        Malformed("it has to begin with \"demo:\", \"file:\" or \"pkcs11:\"");
+        Malformed("it must begin with \"demo:\", \"file:\" or \"pkcs11:\"");
     }
     std::string_view rest = text.substr(nColon + 1);
 
@@ -222,10 +222,10 @@ StoreUri ParseStoreUri(std::string_view text) {
         uri.kind = StoreUri::Kind::kToken;
     } else if (!EqualIgnoringCase(scheme, "demo")) {
         throw Failure(VCTK_E_URI_SCHEME,
-                      "\"" + std::string(scheme) + ":\" is neither \"demo:\" nor \"file:\" nor \"pkcs11:\"");
+                      "unknown scheme \"" + std::string(scheme) + ":\"; use \"demo:\", \"file:\" or \"pkcs11:\"");
     }
     if (rest.find('#') != std::string_view::npos) {
-        Malformed("a \"#\" has to be written as %23");
+        Malformed("write \"#\" as %23");
     }
     const size_t nQuery = rest.find('?');
     if (uri.kind == StoreUri::Kind::kFile) {
@@ -233,7 +233,7 @@ StoreUri ParseStoreUri(std::string_view text) {
     } else if (uri.kind == StoreUri::Kind::kToken) {
         ParseTokenPath(rest.substr(0, nQuery), uri.token);
     } else if (!rest.substr(0, nQuery).empty()) {
-        Malformed("nothing may follow \"demo:\" but \"?list=all\"");
+        Malformed("only \"?list=all\" may follow \"demo:\"");
     }
     if (nQuery != std::string_view::npos) {
         ParseAttributes(rest.substr(nQuery + 1), uri);
