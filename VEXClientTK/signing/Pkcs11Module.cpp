@@ -20,8 +20,8 @@ namespace {
 
 constexpr auto kLongestWaitAtExit = std::chrono::seconds(5);
 
-// Where distributions put the modules that p11-kit knows, and other libraries. The dynamic linker's search path is not
-// used: what it finds cannot be looked at before it is loaded.
+// Where distributions put p11-kit's modules and other libraries. The dynamic linker's search path is not used, because
+// a file that the linker finds cannot be checked before it is loaded.
 constexpr const char* kModuleDirectories[] = {"/usr/lib/x86_64-linux-gnu/pkcs11/",
                                               "/usr/lib64/pkcs11/",
                                               "/usr/lib/pkcs11/",
@@ -29,7 +29,7 @@ constexpr const char* kModuleDirectories[] = {"/usr/lib/x86_64-linux-gnu/pkcs11/
                                               "/usr/lib64/",
                                               "/usr/lib/",
                                               "/usr/local/lib/"};
-// The proxy is p11-kit's library itself, under another name that not every package has.
+// The proxy is p11-kit's library itself. Not every package has it under the first name.
 constexpr const char* kProxies[] = {"p11-kit-proxy.so", "libp11-kit.so.0"};
 
 struct ResultName {
@@ -73,14 +73,15 @@ std::vector<std::string> InDirectory(const std::string& strDirectory, const std:
 // The files to try, in order.
 std::vector<std::string> FileNames(const std::string& strPath, const std::string& strName) {
     if (strName.find('/') != std::string::npos) {
-        throw Failure(VCTK_E_TOKEN_MODULE, "module-name holds a \"/\"; module-path is for paths");
+        throw Failure(VCTK_E_TOKEN_MODULE, "module-name contains \"/\"; use module-path for a path");
     }
     if (!strPath.empty()) {
         struct stat status {};
         const bool bDirectory = stat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
         if (bDirectory == strName.empty()) {
-            throw Failure(VCTK_E_TOKEN_MODULE, strPath + (bDirectory ? ": a directory needs module-name as well"
-                                                                     : ": module-name goes with a directory"));
+            throw Failure(VCTK_E_TOKEN_MODULE,
+                          strPath + (bDirectory ? ": this is a directory; add module-name"
+                                                : ": not a directory, so module-name cannot be used"));
         }
         return bDirectory ? InDirectory(strPath + "/", strName) : std::vector{strPath};
     }
@@ -98,9 +99,9 @@ std::vector<std::string> FileNames(const std::string& strPath, const std::string
     return names;
 }
 
-// The library stays loaded, whatever is closed.
+// The library stays loaded for the life of the process.
 void* LoadFile(const std::string& strFile) {
-    // By its real path: a link may lead somewhere else by now.
+    // Loads the real path, because a link may point to another file by now.
     const std::string strTrusted = RequireTrustedModule(strFile);
     void* const pLibrary = dlopen(strTrusted.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (pLibrary == nullptr) {
@@ -110,7 +111,7 @@ void* LoadFile(const std::string& strFile) {
     return pLibrary;
 }
 
-// The first of the files that can be loaded. strMissing: what is said when none of them exists.
+// The first of the files that can be loaded. strMissing: the error text if none of them exists.
 void* Load(const std::vector<std::string>& names, const std::string& strMissing) {
     std::string strWhy = strMissing;
     for (const std::string& strFile : names) {
@@ -127,10 +128,10 @@ void* Load(const std::vector<std::string>& names, const std::string& strMissing)
 
 std::string MissingText(const std::string& strPath, const std::string& strName) {
     if (!strPath.empty()) {
-        return strPath + ": there is no " + (strName.empty() ? "such file" : "module " + strName + " in it");
+        return strPath + ": there is no " + (strName.empty() ? "such file" : "module " + strName + " here");
     }
-    return strName.empty() ? "p11-kit is not installed; name a module with module-path"
-                           : "no module " + strName + " is installed; module-path takes any other place";
+    return strName.empty() ? "p11-kit is not installed; install it, or name a module with module-path"
+                           : "no module " + strName + " is installed; if it is in another directory, add module-path";
 }
 
 }  // namespace
@@ -148,12 +149,12 @@ std::string Pkcs11ResultText(CK_RV rv) {
     return "PKCS #11 result 0x" + strDigits;
 }
 
-// What a process has of modules. Never destroyed; a forked child gets another.
+// The modules of a process. Never destroyed. A forked child gets a new object.
 struct Pkcs11Module::Process {
     explicit Process(Process* pWas) : pParent(pWas) {}
 
     const pid_t nId = getpid();
-    Process* const pParent;  // what a child inherited and does not touch
+    Process* const pParent;  // that of the parent process; a child never touches it
 
     CVEXMutex mutex;
     std::map<void*, Pkcs11Module*> modules VEX_GUARDED_BY(mutex);  // by library
@@ -172,19 +173,19 @@ Pkcs11Module::Process& Pkcs11Module::CurrentProcess() {
     static std::once_flag s_once;
     std::call_once(s_once, [] {
         Process::Current() = new Process(nullptr);
-        // The child has none of the parent's threads that may hold these locks just now.
+        // The child starts with new locks: threads of the parent, which it does not have, may hold the old ones.
         vexposix::AddToFork(vexposix::ForkPhase::kModules,
                             {nullptr, nullptr, [] { Process::Current() = new Process(Process::Current()); }});
     });
     return *Process::Current();
 }
 
-// Exit handlers run in the reverse order of their registration. This one is registered when the module has been loaded,
-// so that it runs before the module's own, which take away what the module's functions need.
+// Exit handlers run in the reverse order of their registration. This one is registered after the module is loaded, so
+// it runs before the module's own handlers, which destroy what the module's functions need.
 void Pkcs11Module::CloseAtExit() {
     Process& process = CurrentProcess();
     process.bEnding = true;
-    // By the system's clock, because ThreadSanitizer does not see a lock that is waited for by the monotonic one.
+    // Uses the system clock, because ThreadSanitizer does not see locks that wait by the monotonic clock.
     if (process.calls.try_lock_until(std::chrono::system_clock::now() + kLongestWaitAtExit)) {
         process.calls.unlock();
     }
@@ -192,7 +193,7 @@ void Pkcs11Module::CloseAtExit() {
 
 Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool bAlone) {
     if (module.m_process.nId != getpid()) {
-        throw Failure(VCTK_E_TOKEN_FAILED, "the store was opened before this process was forked; open it again");
+        throw Failure(VCTK_E_TOKEN_FAILED, "the store was opened before a fork; open it again in this process");
     }
     m_notEnding = std::shared_lock(module.m_process.calls, std::defer_lock);
     if (!module.m_process.bEnding) {
@@ -219,7 +220,7 @@ Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)
         m_bOneCallAtATime = true;
         rv = m_pFunctions->C_Initialize(nullptr);
     }
-    // Somebody else in the process may use the same module.
+    // Other code in the process may use the same module.
     if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
         throw Failure(VCTK_E_TOKEN_MODULE, "C_Initialize: " + Pkcs11ResultText(rv));
     }
@@ -238,7 +239,7 @@ Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& 
         const auto getFunctions = reinterpret_cast<CK_C_GetFunctionList>(dlsym(pLibrary, "C_GetFunctionList"));
         CK_FUNCTION_LIST* pFunctions = nullptr;
         if (getFunctions == nullptr || getFunctions(&pFunctions) != CKR_OK || pFunctions == nullptr) {
-            throw Failure(VCTK_E_TOKEN_MODULE, "the library is no PKCS #11 module: it has no C_GetFunctionList");
+            throw Failure(VCTK_E_TOKEN_MODULE, "it is not a PKCS #11 module: C_GetFunctionList is missing or fails");
         }
         pModule = new Pkcs11Module(process, pFunctions);
     }

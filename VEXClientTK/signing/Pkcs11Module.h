@@ -1,8 +1,8 @@
-// A PKCS #11 module: the library that knows how to talk to tokens of some make. Loaded and initialised once in a
-// process, and never finalised or unloaded: the host's threads may sign while the process ends.
+// A PKCS #11 module: the library that talks to the tokens of one make. It is loaded and initialised once in a process.
+// It is never finalised or unloaded, because the host's threads may sign while the process ends.
 //
-// Modules are called directly and not through libp11, whose 0.4.12 waits for ever for a session of a removed token:
-// pkcs11_get_session goes back to its condition when C_OpenSession fails.
+// Modules are called directly, not through libp11. When a token is removed, libp11 0.4.12 waits for a session for ever:
+// pkcs11_get_session waits again when C_OpenSession fails.
 #pragma once
 
 #include <dlfcn.h>
@@ -23,7 +23,7 @@ namespace vextk {
 
 class Token;
 
-// Which token: what stays the same wherever it is plugged in.
+// Identifies a token. It stays the same in whatever slot the token is.
 struct TokenName {
     std::string strLabel;
     std::string strManufacturer;
@@ -40,7 +40,7 @@ struct TokenName {
 // The name of a result of PKCS #11.
 std::string Pkcs11ResultText(CK_RV rv);
 
-// A text of PKCS #11, without the blanks that fill it up.
+// A text of PKCS #11, without the padding at its end.
 template <size_t N>
 std::string Pkcs11Text(const unsigned char (&text)[N]) {
     const std::string strText(reinterpret_cast<const char*>(text), N);
@@ -50,34 +50,36 @@ std::string Pkcs11Text(const unsigned char (&text)[N]) {
 // Any thread may call any member. Lives as long as the process.
 class Pkcs11Module {
 public:
-    // strPath: a file, or a directory in which strName is looked for; strName: the file's name with or without "lib"
-    // and ".so", also where p11-kit's modules are; neither: p11-kit's proxy, which stands for all that are configured.
-    // Throws VCTK_E_TOKEN_MODULE, also for a module that others could have changed (ModuleTrust.h).
+    // strPath: a module file, or a directory that holds strName. strName: a file name, with or without "lib" and ".so";
+    // without strPath, it is looked for where p11-kit's modules and other libraries are. Both empty: p11-kit's proxy,
+    // which gives access to all configured modules.
+    // Throws VCTK_E_TOKEN_MODULE, also for a module that others may change (ModuleTrust.h).
     static Pkcs11Module& Open(const std::string& strPath, const std::string& strName);
 
-    // Calls functions of the module, one thread at a time: not every module bears sessions that come and go while other
-    // threads look for keys. Throws VCTK_E_TOKEN_FAILED when the process is ending, or is not the one that
-    // opened the module but a child that it forked: sessions are not inherited.
+    // Calls functions of the module, one thread at a time: some modules fail when sessions open and close while other
+    // threads look for keys. Throws VCTK_E_TOKEN_FAILED when the process is ending, and in a child of the process that
+    // opened the module: a child does not inherit sessions.
     template <typename Function>
     CK_RV Call(Function function) const {
         const CallPermit permit(*this, true);
         return function(*m_pFunctions);
     }
 
-    // The same for what takes long, side by side with any other call as far as the module allows it.
+    // The same for functions that take long. Runs at the same time as other calls if the module allows it.
     template <typename Function>
     CK_RV CallParallel(Function function) const {
         const CallPermit permit(*this, m_bOneCallAtATime);
         return function(*m_pFunctions);
     }
 
-    // Whether Call does not throw.
+    // False if Call would throw.
     bool IsUsable() const;
 
-    // Throws what Call would throw. To be called before a lock that a thread of the parent may hold in a forked child.
+    // Throws what Call would throw. Call this before you take a lock: in a forked child, a thread of the parent may
+    // still hold it.
     void RequireUsable() const { const CallPermit permit(*this, false); }
 
-    // The one object for this token.
+    // Returns the process's one object for this token.
     std::shared_ptr<Token> FindToken(const TokenName& name);
 
 private:

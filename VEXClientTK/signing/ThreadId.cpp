@@ -14,20 +14,20 @@ thread_local ThreadId t_nThread = kNoThread;
 std::atomic<ForgetThreadFunction> s_pfnForget{nullptr};
 
 void End(void* pThread) {
-    // Destructors that run later on this thread may use the toolkit again. They get a new number, and this function is
-    // called again.
+    // Destructors that run later on this thread may use the toolkit again. The thread then gets a new number, and this
+    // function is called again.
     t_nThread = kNoThread;
     if (const auto pfnForget = s_pfnForget.load()) {
         pfnForget(reinterpret_cast<ThreadId>(pThread));
     }
 }
 
-// What tells that a thread ends. No thread_local object: libc ends the process when it has no memory to note that one
-// has to be destroyed.
+// Notices when a thread ends. This is not a thread_local object with a destructor: libc needs memory to register one,
+// and ends the process when there is none.
 class EndOfThreads {
 public:
     EndOfThreads() noexcept : m_bMade(pthread_key_create(&m_key, End) == 0) {}
-    // The library is unloaded, or the process ends. What threads leave that end later stays.
+    // The library is unloaded, or the process ends. What later threads leave is not freed.
     ~EndOfThreads() {
         if (m_bMade) {
             pthread_key_delete(m_key);
@@ -36,7 +36,7 @@ public:
     EndOfThreads(const EndOfThreads&) = delete;
     EndOfThreads& operator=(const EndOfThreads&) = delete;
 
-    // Without a key, and once they are gone, the end of a thread is not noticed, which costs memory.
+    // Without the key, the end of a thread is not noticed, and what it leaves is not freed.
     void Watch(ThreadId nThread) const {
         // The number itself is the key's value.
         const void* const pThread = reinterpret_cast<const void*>(nThread);  // NOLINT(performance-no-int-to-ptr)

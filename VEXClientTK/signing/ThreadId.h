@@ -1,4 +1,4 @@
-// Numbers for threads that, unlike the system's, are never used again, and what is to be done when a thread ends.
+// Numbers for threads, and a function that is called when a thread ends. Unlike the system's, no number is used twice.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@ namespace vextk {
 
 using ThreadId = std::uint64_t;
 
-// 0 names no thread.
+// No thread has this number.
 constexpr ThreadId kNoThread = 0;
 
 // The calling thread's number. May throw std::bad_alloc on a thread's first call.
@@ -16,8 +16,8 @@ ThreadId CurrentThreadId();
 // The calling thread's number if it has one, else kNoThread. Needs no memory.
 ThreadId CurrentThreadIdIfAny() noexcept;
 
-// pfnForget is called by each numbered thread when it ends, with its number, which it then no longer has; until the
-// library is unloaded or the process's exit handlers run. Returns the function that was set before, null if none.
+// Each thread that has a number loses it when it ends, and then calls pfnForget with it. This stops when the library is
+// unloaded or the process's exit handlers run. Returns the function that was set before, null if none.
 using ForgetThreadFunction = void (*)(ThreadId) noexcept;
 ForgetThreadFunction OnThreadEnd(ForgetThreadFunction pfnForget) noexcept;
 

@@ -48,7 +48,7 @@ Token::Token(Pkcs11Module& module, TokenName name) : m_module(module), m_name(st
 
 Token::~Token() = default;
 
-// Runs an operation in a session; once more, with a new connection, when the connection turns out to be lost.
+// Runs an operation in a session. If the connection is lost, runs it once more with a new connection.
 template <typename Operation>
 auto Token::Run(Operation operation) {
     for (int nAttempt = 1;; ++nAttempt) {
@@ -71,7 +71,7 @@ auto Token::Run(Operation operation) {
 }
 
 void Token::Drop(const ConnectionPtr& connection) {
-    ConnectionPtr dropped;  // closes its sessions when the lock has been released
+    ConnectionPtr dropped;  // closes its sessions after the lock is released
     const CVEXLock lock(m_mutex);
     if (m_connection == connection) {
         dropped = std::move(m_connection);
@@ -80,7 +80,7 @@ void Token::Drop(const ConnectionPtr& connection) {
 }
 
 Token::ConnectionPtr Token::Connected() {
-    // A child must not wait for a lock that a thread of its parent may hold.
+    // First: a forked child must not wait for the lock, which a thread of its parent may hold.
     m_module.RequireUsable();
     const CVEXLock lock(m_mutex);
     if (!m_connection) {
@@ -110,7 +110,7 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
     }
     const std::string strToken = WholeName(m_name);
     if (pin && IsKnownWrongPin(strToken, pin->View())) {
-        throw Failure(VCTK_E_PIN_WRONG, "the token has refused it before, and is not asked again");
+        throw Failure(VCTK_E_PIN_WRONG, "the token has refused this PIN before, so it is not tried again");
     }
     const CK_RV rv = m_module.Call([&](auto& functions) {
         return pin ? functions.C_Login(hSession, nUser, PinBytes(*pin), pin->View().size())
@@ -145,7 +145,7 @@ void Token::LogIn(const SecretText* pPin, bool bOthersUseIt) {
     if (m_connection && bSamePin) {
         return;
     }
-    // After a change of the PIN outside, the old one has been refused; then a new one may come.
+    // If the PIN was changed by other means, the token has refused the old one. Then a new PIN is accepted.
     const bool bPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name), m_pin->View());
     if (m_connection || (bOthersUseIt && bPinInUse && !bSamePin)) {
         const bool bNeedsNone =
@@ -157,7 +157,7 @@ void Token::LogIn(const SecretText* pPin, bool bOthersUseIt) {
         if (bOthersUseIt && !bNeedsNone) {
             throw Failure(VCTK_E_PIN_WRONG, "the token is in use with another PIN");
         }
-        // Its last session ends the login.
+        // When its last session is closed, the login ends.
         dropped = std::move(m_connection);
         m_connection = nullptr;
         dropped.reset();

@@ -1,7 +1,7 @@
-// A token: what is on it, and signatures made by it. One object stands for it in the whole process, with one login.
+// A token: reads its content and signs with its keys. The process has one object and one login for each token.
 //
-// A token that is removed and put back, or whose sessions are lost in another way, is found again by its name; it is
-// logged in to again with the PIN that was right, and the keys are looked up again.
+// If the token is removed and put back, or its sessions are lost in another way, the object finds it again by its name,
+// logs in with the same PIN, and looks up the keys again.
 #pragma once
 
 #include <memory>
@@ -15,9 +15,8 @@
 
 namespace vextk {
 
-// Any thread may call any member. Each throws VCTK_E_TOKEN_REMOVED while the token is away, VCTK_E_TOKEN_FAILED when it
-// fails in another way, and VCTK_E_PIN_WRONG, VCTK_E_PIN_LOCKED or VCTK_E_PIN_REQUIRED when it has to be logged in to
-// and refuses.
+// Any thread may call any member. Each one throws VCTK_E_TOKEN_REMOVED while the token is absent, and VCTK_E_PIN_WRONG,
+// VCTK_E_PIN_LOCKED or VCTK_E_PIN_REQUIRED when a login is needed and fails. Other failures are VCTK_E_TOKEN_FAILED.
 class Token {
 public:
     Token(Pkcs11Module& module, TokenName name);
@@ -27,8 +26,8 @@ public:
 
     const TokenName& Name() const { return m_name; }
 
-    // Logs in, unless that has been done. A PIN that the token has refused is not shown to it again by this process.
-    // bOthersUseIt: a PIN other than the one in use is wrong, too.
+    // Logs in, unless the token is already logged in with this PIN. A PIN that the token has refused is not sent to it
+    // again. bOthersUseIt: other objects use the token, so a PIN other than theirs is wrong.
     void LogIn(const SecretText* pPin, bool bOthersUseIt);
 
     TokenContent Read();

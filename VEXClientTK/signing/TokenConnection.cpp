@@ -3,7 +3,7 @@
 namespace vextk {
 namespace {
 
-// Sessions that are kept open for the next signatures.
+// The most sessions that stay open for the next signatures.
 constexpr size_t kIdleSessions = 16;
 
 }  // namespace
@@ -36,7 +36,7 @@ void RequireFromToken(CK_RV rv, const char* pszFunction) {
 }
 
 TokenConnection::TokenConnection(const Pkcs11Module& module, const TokenSlot& slot) : m_module(module), m_slot(slot) {
-    m_idle.reserve(kIdleSessions + 1);  // with the anchor; putting a session back must not fail
+    m_idle.reserve(kIdleSessions + 1);  // one more for the anchor; so returning a session needs no memory
     m_hAnchor = OpenSession();
 }
 
@@ -123,7 +123,7 @@ void TokenConnection::CloseSession(CK_SESSION_HANDLE hSession) const {
         try {
             m_module.Call([&](auto& functions) { return functions.C_CloseSession(hSession); });
         } catch (const Failure&) {
-            // The process has begun to end meanwhile, and the sessions end with it.
+            // The process has begun to end, and the sessions end with it.
         }
     }
 }

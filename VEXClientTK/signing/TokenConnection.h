@@ -1,4 +1,4 @@
-// A connection to a token, and its sessions. It ends when the token is removed.
+// A connection to a token: its sessions and key handles. It is lost when the token is removed.
 #pragma once
 
 #include <condition_variable>
@@ -11,7 +11,8 @@
 
 namespace vextk {
 
-// Thrown when the token is away, or has forgotten this process. A new connection may help.
+// Thrown when the token is absent, or has lost this process's sessions, login or key handles. A new connection may
+// help.
 struct TokenLost {
     CK_RV rv;
 };
@@ -21,7 +22,7 @@ bool IsTokenLost(CK_RV rv);
 // Throws TokenLost or VCTK_E_TOKEN_FAILED unless the function succeeded.
 void RequireFromToken(CK_RV rv, const char* pszFunction);
 
-// What ends when the token is removed: sessions, and the handles of keys. Any thread may call any member.
+// Any thread may call any member.
 class TokenConnection {
 public:
     TokenConnection(const Pkcs11Module& module, const TokenSlot& slot);
@@ -32,22 +33,22 @@ public:
     const Pkcs11Module& Module() const { return m_module; }
     CK_FLAGS TokenFlags() const { return m_slot.tokenFlags; }
 
-    // The session that keeps the login, which ends with the last session.
+    // The session that is kept open, because the login ends with the last session.
     CK_SESSION_HANDLE Anchor() const { return m_hAnchor; }
 
-    // A session for the caller alone. Waits for one when the token has no more.
+    // A session for the caller alone. Waits for one if the token opens no more.
     CK_SESSION_HANDLE Take();
 
-    // bUsable: no operation is left unfinished in it.
+    // bUsable: no operation is unfinished in the session. Otherwise it is closed.
     void Return(CK_SESSION_HANDLE hSession, bool bUsable);
 
-    // A key's handle, and whether it wants the PIN for each signature.
+    // A key's handle, and whether the token requires the PIN for each signature.
     struct KeyObject {
         CK_OBJECT_HANDLE hKey;
         bool bAlwaysAuthenticate;
     };
 
-    // Looked up once.
+    // Calls lookUp only for a key that was not found before.
     template <typename LookUp>
     KeyObject FindKey(const TokenKey& key, LookUp lookUp) {
         {

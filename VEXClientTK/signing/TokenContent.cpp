@@ -7,7 +7,7 @@ namespace vextk {
 std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
     std::vector<CK_SLOT_ID> slots;
     for (;;) {
-        // Asked without room for the answer, a module looks for readers and tokens anew.
+        // When it is asked for the number alone, a module looks for new readers and tokens.
         CK_ULONG cSlots = 0;
         CK_RV rv = module.Call([&](auto& functions) { return functions.C_GetSlotList(CK_TRUE, nullptr, &cSlots); });
         if (rv == CKR_OK) {
@@ -18,7 +18,7 @@ std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
             slots.resize(std::min<size_t>(cSlots, slots.size()));
         }
         if (rv == CKR_BUFFER_TOO_SMALL) {
-            continue;  // one more has come meanwhile
+            continue;  // a token was inserted in between
         }
         if (rv != CKR_OK) {
             throw Failure(VCTK_E_TOKEN_FAILED, "C_GetSlotList: " + Pkcs11ResultText(rv));

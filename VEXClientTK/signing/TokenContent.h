@@ -1,4 +1,4 @@
-// Tokens, and what is on them.
+// Tokens and their content.
 #pragma once
 
 #include <string>
@@ -30,7 +30,7 @@ struct TokenCertificate {
 struct TokenContent {
     std::vector<TokenCertificate> certificates;
     std::vector<TokenKey> keys;           // that may sign
-    std::vector<TokenKey> notForSigning;  // that may be used for other things only (CKA_SIGN)
+    std::vector<TokenKey> notForSigning;  // CKA_SIGN is false
 };
 
 // A slot with an initialised token in it.
@@ -42,7 +42,7 @@ struct TokenSlot {
     CK_FLAGS tokenFlags;
 };
 
-// Of the module, as far as they can be read. Throws VCTK_E_TOKEN_FAILED.
+// The module's tokens. One that cannot be read is left out. Throws VCTK_E_TOKEN_FAILED.
 std::vector<TokenSlot> ListTokens(const Pkcs11Module& module);
 
 }  // namespace vextk

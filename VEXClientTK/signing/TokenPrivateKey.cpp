@@ -1,4 +1,4 @@
-// OpenSSL 3.0 has no other way to lend it a private operation than these, short of a provider.
+// Without a provider, these functions are OpenSSL 3.0's only way to replace a private operation.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "signing/TokenPrivateKey.h"
@@ -19,8 +19,8 @@ using RsaPtr = std::unique_ptr<RSA, OpenSslDeleter<RSA_free>>;
 using EcKeyPtr = std::unique_ptr<EC_KEY, OpenSslDeleter<EC_KEY_free>>;
 using EcSignaturePtr = std::unique_ptr<ECDSA_SIG, OpenSslDeleter<ECDSA_SIG_free>>;
 
-// Looked at only when there is one: libc ends the process when it has no memory to note that something of a thread's
-// has to be destroyed, and most threads never use a token.
+// t_failure is used only if t_bFailed is set. A thread's first use of it registers a destructor. If libc has no memory
+// for that, it ends the process, and most threads never use a token.
 thread_local std::exception_ptr t_failure;
 thread_local bool t_bFailed = false;
 
@@ -29,7 +29,7 @@ void KeepFailure() {
     t_bFailed = true;
 }
 
-// What an OpenSSL key has of its token; owned by the OpenSSL key.
+// Ties an OpenSSL key to its token. The OpenSSL key owns it.
 struct Binding {
     std::shared_ptr<Token> token;
     TokenKey key;
@@ -58,7 +58,7 @@ int EcIndex() {
     return s_nIndex;
 }
 
-// Exceptions do not pass through OpenSSL's C.
+// Keeps exceptions out of OpenSSL's C code.
 template <typename Function>
 auto Guarded(Function function) -> decltype(function()) {
     try {
@@ -71,7 +71,7 @@ auto Guarded(Function function) -> decltype(function()) {
     return {};
 }
 
-constexpr const char* kWrongSignature = "its signature does not fit the certificate, whose key it seems not to have";
+constexpr const char* kWrongSignature = "the token's signature does not match the certificate's public key";
 
 // Returns the length of the signature or -1.
 int SignRsa(int cbData, const unsigned char* pbData, unsigned char* pbSignature, RSA* pRsa, int nPadding) {
@@ -93,7 +93,7 @@ int SignRsa(int cbData, const unsigned char* pbData, unsigned char* pbSignature,
 }
 
 EcSignaturePtr SignEcdsa(const Binding& binding, const unsigned char* pbDigest, int cbDigest, const EC_KEY* pKey) {
-    // A token takes a digest no longer than the curve's order.
+    // A token accepts no digest that is longer than the curve's order.
     const auto cbOrder = static_cast<size_t>((EC_GROUP_order_bits(EC_KEY_get0_group(pKey)) + 7) / 8);
     const size_t cbUsed = std::min(static_cast<size_t>(cbDigest), cbOrder);
     const std::vector<unsigned char> pair = binding.token->Sign(binding.key, CKM_ECDSA, pbDigest, cbUsed);
@@ -131,7 +131,7 @@ int SignEcToDer(int /*nType*/, const unsigned char* pbDigest, int cbDigest, unsi
     return cbDer > 0 ? 1 : 0;
 }
 
-// Never freed: keys may be used as long as the process lives.
+// Never freed: keys may be used until the process ends.
 const RSA_METHOD* TokenRsaMethod() {
     static const RSA_METHOD* const s_pMethod = [] {
         RSA_METHOD* const pMethod = RequireOpenSsl(RSA_meth_dup(RSA_PKCS1_OpenSSL()));

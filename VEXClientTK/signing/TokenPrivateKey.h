@@ -1,4 +1,4 @@
-// A private key on a token as OpenSSL's key type.
+// Makes a private key on a token usable through OpenSSL.
 #pragma once
 
 #include <memory>
@@ -8,14 +8,14 @@
 
 namespace vextk {
 
-// A key whose private operations run on the token, for RSA with PKCS #1 v1.5 padding and for ECDSA. Each result is
-// verified with the certificate's public key. Null when the certificate's key is of another kind than the token's.
+// A key whose private operations run on the token: RSA with PKCS #1 v1.5 padding, and ECDSA. Each signature is verified
+// with the certificate's public key. Null if the certificate's key type differs from that of the token's key.
 KeyPtr MakeTokenPrivateKey(std::shared_ptr<Token> token, TokenKey key, const X509* pCertificate);
 
-// OpenSSL reports that a private operation failed, and not why. Throws the calling thread's reason if there is one.
+// OpenSSL reports that a private operation failed, but not why. Throws the reason, if this thread has one.
 void ThrowTokenFailure();
 
-// To be called before an operation whose failure is to be told by ThrowTokenFailure.
+// Call this before an operation, so that ThrowTokenFailure does not report an older failure.
 void ForgetTokenFailure();
 
 }  // namespace vextk

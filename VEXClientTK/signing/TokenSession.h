@@ -1,4 +1,4 @@
-// A session taken from a connection, for one thread.
+// A session of a token, borrowed from a connection. For one thread.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 
 namespace vextk {
 
-// Gives the session back when it ends.
+// The destructor returns the session to the connection.
 class TokenSession {
 public:
     explicit TokenSession(TokenConnection& connection) : m_connection(connection), m_hSession(connection.Take()) {}
@@ -32,10 +32,10 @@ public:
 
     void NoteUsable() { m_bUsable = true; }
 
-    // The objects that have all of the attributes.
+    // The objects that have all these attributes.
     std::vector<CK_OBJECT_HANDLE> Find(std::vector<CK_ATTRIBUTE> attributes) const;
 
-    // The bytes of an attribute; nothing when the object does not have or show it.
+    // The bytes of an attribute; nothing if the object does not have it or does not show it.
     std::optional<std::string> Attribute(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType) const;
 
     template <typename T>
@@ -49,7 +49,7 @@ public:
         return number;
     }
 
-    // A token that says nothing of it finds out when it is asked to sign.
+    // Also true if the token does not say: then signing will tell.
     bool MaySign(CK_OBJECT_HANDLE hKey) const { return Number<CK_BBOOL>(hKey, CKA_SIGN).value_or(CK_TRUE) != CK_FALSE; }
 
 private:

@@ -42,7 +42,7 @@ bool Describes(const TokenUri& uri, const Pkcs11Module& module) {
            Matches(uri, "library-version", strVersion);
 }
 
-// The one token that the URI describes. A PIN is not to be tried on several.
+// The token that the URI describes. It must be the only one, so that a PIN is not tried on another token.
 TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
     std::vector<TokenSlot> tokens;
     if (Describes(uri, module)) {
@@ -50,15 +50,14 @@ TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
         std::erase_if(tokens, [&](const TokenSlot& slot) { return !Describes(uri, slot); });
     }
     if (tokens.size() != 1) {
-        throw Failure(VCTK_E_TOKEN_NOT_FOUND, tokens.empty() ? "there is none"
-                                                             : std::to_string(tokens.size()) +
-                                                                   " tokens fit; serial= tells them "
-                                                                   "apart");
+        throw Failure(VCTK_E_TOKEN_NOT_FOUND,
+                      tokens.empty() ? "no token matches"
+                                     : std::to_string(tokens.size()) + " tokens match; choose one with serial=");
     }
     return tokens.front().name;
 }
 
-// object is the label of the certificate or of the key, whichever type asks for.
+// The URI's type says whether its object is the label of the certificate or of the key; without type, either.
 bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, const TokenKey& key) {
     const auto type = uri.attributes.find("type");
     const bool bCertificate = type == uri.attributes.end() || type->second == "cert";
@@ -69,7 +68,7 @@ bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, c
 
 using KeysById = std::unordered_map<std::string_view, const TokenKey*>;
 
-// The first of each. A key without an identifier belongs to no certificate.
+// The first key of each identifier. A key without an identifier belongs to no certificate.
 KeysById ById(const std::vector<TokenKey>& keys) {
     KeysById byId;
     for (const TokenKey& key : keys) {
@@ -90,7 +89,7 @@ const TokenKey* Find(const KeysById& keys, const std::string& strId) {
 Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     Pkcs11Module& module = Pkcs11Module::Open(uri.strModulePath, uri.strModuleName);
     const std::shared_ptr<Token> token = module.FindToken(FindToken(uri, module));
-    // The module's own, and this one.
+    // The module and this function hold one reference each.
     const bool bOthersUseIt = token.use_count() > 2;
     token->LogIn(pPin, bOthersUseIt);
 

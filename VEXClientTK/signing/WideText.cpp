@@ -8,7 +8,7 @@
 namespace vextk {
 namespace {
 
-// Letters first, first + step ... last, each with its small form so much further on.
+// The letters first, first + step ... last. Adding nToSmall to a letter makes it small.
 struct Capitals {
     wchar_t chFirst;
     wchar_t chLast;
@@ -16,7 +16,7 @@ struct Capitals {
     wchar_t nToSmall;
 };
 constexpr Capitals kCapitals[] = {
-    {0x03C2, 0x03C2, 1, 1},  // the small sigma that ends a word
+    {0x03C2, 0x03C2, 1, 1},  // the small sigma at the end of a word
     {0x0041, 0x005A, 1, 32},  {0x00C0, 0x00D6, 1, 32}, {0x00D8, 0x00DE, 1, 32}, {0x0100, 0x012E, 2, 1},
     {0x0132, 0x0136, 2, 1},   {0x0139, 0x0147, 2, 1},  {0x014A, 0x0176, 2, 1},  {0x0178, 0x0178, 1, -121},
     {0x018F, 0x018F, 1, 202}, {0x0179, 0x017D, 2, 1},  {0x01A0, 0x01A0, 1, 1},  {0x01AF, 0x01AF, 1, 1},
@@ -45,7 +45,7 @@ std::optional<std::wstring> WideFromLocale(const std::string& text) {
         return std::nullopt;
     }
     std::wstring wide(cch, L'\0');
-    // Less only when the locale has changed meanwhile.
+    // The length differs only if another thread has changed the locale in between.
     return std::mbstowcs(wide.data(), text.c_str(), cch) == cch ? std::optional(std::move(wide)) : std::nullopt;
 }
 

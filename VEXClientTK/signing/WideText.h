@@ -1,4 +1,4 @@
-// Texts as wide characters, to be compared without regard to case.
+// Texts as wide characters, for comparisons that ignore case.
 #pragma once
 
 #include <optional>
@@ -6,20 +6,20 @@
 
 namespace vextk {
 
-// Of narrow text in the encoding of the process locale; nothing when it is not.
+// Converts text from the encoding of the process locale; nothing if the text is invalid in it.
 std::optional<std::wstring> WideFromLocale(const std::string& text);
 
-// Of UTF-8; a byte that is not stands for itself.
+// Converts text from UTF-8. A byte that is not valid UTF-8 becomes the character of the same number.
 std::wstring WideFromUtf8(const std::string& text);
 
 std::string Utf8FromWide(const std::wstring& text);
 
-// As texts are compared without regard to case: the Latin, Greek, Cyrillic and Armenian letters of today's
-// European languages as small ones, letter by letter, whatever the process locale. The Turkish dotted capital I has no
-// small form of one letter and stays.
+// Replaces capitals by small letters, one by one, whatever the process locale: the Latin, Greek, Cyrillic and Armenian
+// letters of today's European languages. The Turkish dotted capital I stays, because it has no small form of one
+// letter.
 std::wstring FoldCase(std::wstring text);
 
-// Unicode's white space.
+// Whether Unicode counts the character as white space.
 bool IsBlank(wchar_t ch);
 
 }  // namespace vextk

@@ -9,7 +9,7 @@
 namespace vextk {
 namespace {
 
-// libc's blocks, so that memory which came from OpenSSL's own functions before, or goes to libc's free, does no harm.
+// These use libc's blocks. So a block may come from OpenSSL's own functions, or be freed by libc's free.
 
 void* Allocate(size_t cb, const char* /*pszFile*/, int /*nLine*/) {
     return cb != 0 ? std::malloc(cb) : nullptr;
@@ -22,7 +22,7 @@ void WipeAndFree(void* pMemory, const char* /*pszFile*/, int /*nLine*/) {
     }
 }
 
-// libc's realloc would free what it moves from.
+// libc's realloc would free the old block without wiping it.
 void* Reallocate(void* pMemory, size_t cb, const char* pszFile, int nLine) {
     if (pMemory == nullptr) {
         return Allocate(cb, pszFile, nLine);

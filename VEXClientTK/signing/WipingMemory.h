@@ -1,12 +1,11 @@
-// OpenSSL's memory without a memory: what it frees is wiped.
+// Wipes the memory that OpenSSL frees.
 #pragma once
 
 namespace vextk {
 
-// From now on all that OpenSSL frees in this process is overwritten first. OpenSSL itself does so with most secrets but
-// not with all: what its decoders read a private key from, and the PIN in the key derivation of PKCS #12, stay in freed
-// memory. To be called before OpenSSL has allocated anything; later it has no effect, for OpenSSL allows no change
-// then.
+// From now on, all memory that OpenSSL frees in this process is wiped first. OpenSSL itself wipes most secrets, but not
+// all: the input of its decoders for private keys, and the PIN in the key derivation of PKCS #12, stay in freed
+// memory. Has no effect once OpenSSL has allocated memory, because OpenSSL then allows no change.
 void WipeWhatOpenSslFrees();
 
 }  // namespace vextk

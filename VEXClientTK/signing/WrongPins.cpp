@@ -24,7 +24,8 @@ struct Refused {
 // Never destroyed: threads may still sign while the process's exit handlers run.
 Refused& Known() {
     static Refused* s_pKnown = nullptr;
-    // Unlike the making of a static object, one that a fork came into is done anew by the child.
+    // If another thread forks during the initialisation, the child starts it anew. With a static object, the child
+    // would wait for ever.
     static std::once_flag s_once;
     std::call_once(s_once, [] {
         auto pRefused = std::make_unique<Refused>();

@@ -1,4 +1,4 @@
-// PINs that tokens have refused, so that no loop of a host shows one to a token again until the token locks itself.
+// Remembers the PINs that tokens have refused. Otherwise a host that tries one in a loop would lock the token.
 #pragma once
 
 #include <string>
@@ -6,7 +6,8 @@
 
 namespace vextk {
 
-// Of the whole process, children that it forks included. Keeps a keyed digest, not the PIN. Any thread may call both.
+// They work for the whole process, and its forked children inherit the PINs. Only a keyed digest of a PIN is kept. Any
+// thread may call them.
 void RememberWrongPin(const std::string& strToken, std::string_view pin);
 bool IsKnownWrongPin(const std::string& strToken, std::string_view pin);
 
