@@ -39,15 +39,15 @@ private:
     std::size_t m_nLength = 0;
 };
 
-enum class Codeset { Utf8, Ascii, Other };
+enum class Codeset { kUtf8, kAscii, kOther };
 
 // Asked for each text, as the process may change its locale at any time.
 Codeset CurrentCodeset() {
     const char* const pszName = nl_langinfo(CODESET);
     if (std::strcmp(pszName, "UTF-8") == 0) {
-        return Codeset::Utf8;
+        return Codeset::kUtf8;
     }
-    return std::strcmp(pszName, "ANSI_X3.4-1968") == 0 ? Codeset::Ascii : Codeset::Other;  // of the C locale
+    return std::strcmp(pszName, "ANSI_X3.4-1968") == 0 ? Codeset::kAscii : Codeset::kOther;  // of the C locale
 }
 
 // Decodes what lies between terminators. False: malformed.
@@ -89,17 +89,17 @@ std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Subst
 }  // namespace
 
 std::optional<std::size_t> DecodedLengthAsUtf8(std::string_view text) {
-    const bool bAscii = CurrentCodeset() != Codeset::Other && DecodedLength(text) == text.size();
+    const bool bAscii = CurrentCodeset() != Codeset::kOther && DecodedLength(text) == text.size();
     return bAscii ? std::optional(text.size()) : std::nullopt;
 }
 
 std::optional<std::size_t> EncodedLengthAsUtf8(std::wstring_view text) {
     const Codeset codeset = CurrentCodeset();
-    if (codeset == Codeset::Other) {
+    if (codeset == Codeset::kOther) {
         return std::nullopt;
     }
     const std::optional<std::size_t> cb = EncodedLength(text);
-    return codeset == Codeset::Utf8 || cb == text.size() ? cb : std::nullopt;
+    return codeset == Codeset::kUtf8 || cb == text.size() ? cb : std::nullopt;
 }
 
 std::optional<std::size_t> DecodeLocale(std::string_view text, std::span<wchar_t> out) {

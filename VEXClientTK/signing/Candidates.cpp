@@ -25,18 +25,18 @@ std::string Day(const std::string& strTime) {
 
 // In the order in which they are told.
 constexpr FlawWords kFlaws[] = {
-    {Flaw::Expired, "expired", "expired on", "expired, the last on",
+    {Flaw::kExpired, "expired", "expired on", "expired, the last on",
      [](const Identity& i) { return Day(i.NotAfterText()); }},
-    {Flaw::NotYetValid, "not-valid-yet", "not valid before", "not valid yet, the first before",
+    {Flaw::kNotYetValid, "not-valid-yet", "not valid before", "not valid yet, the first before",
      [](const Identity& i) { return Day(i.NotBeforeText()); }},
-    {Flaw::NotForSigning, "not-for-signing", "not for signing", "not for signing", None},
-    {Flaw::NoPrivateKey, "no-private-key", "without a private key", "without a private key", None},
-    {Flaw::KeyCannotSign, "key-cannot-sign", "with a key that may not sign", "with a key that may not sign", None},
-    {Flaw::KeyTooShort, "key-too-short", "with a key too short:", "with a key too short, the first",
+    {Flaw::kNotForSigning, "not-for-signing", "not for signing", "not for signing", None},
+    {Flaw::kNoPrivateKey, "no-private-key", "without a private key", "without a private key", None},
+    {Flaw::kKeyCannotSign, "key-cannot-sign", "with a key that may not sign", "with a key that may not sign", None},
+    {Flaw::kKeyTooShort, "key-too-short", "with a key too short:", "with a key too short, the first",
      [](const Identity& i) { return " " + i.KeyAlgorithm() + " " + std::to_string(i.KeyBits()) + " bits"; }},
-    {Flaw::UnsupportedKey, "unsupported-key", "with an unsupported key:", "with an unsupported key, the first",
+    {Flaw::kUnsupportedKey, "unsupported-key", "with an unsupported key:", "with an unsupported key, the first",
      [](const Identity& i) { return i.KeyAlgorithm() == "EC" ? " EC on an unnamed curve" : " " + i.KeyAlgorithm(); }},
-    {Flaw::Damaged, "damaged", "damaged", "damaged", None},
+    {Flaw::kDamaged, "damaged", "damaged", "damaged", None},
 };
 
 bool EndsEarlier(const IdentityPtr& a, const IdentityPtr& b) {
@@ -50,9 +50,9 @@ bool BeginsEarlier(const IdentityPtr& a, const IdentityPtr& b) {
 // The one that the text names.
 const Identity& Example(Flaw flaw, const Identities& group) {
     switch (flaw) {
-        case Flaw::Expired:
+        case Flaw::kExpired:
             return **std::max_element(group.begin(), group.end(), EndsEarlier);
-        case Flaw::NotYetValid:
+        case Flaw::kNotYetValid:
             return **std::min_element(group.begin(), group.end(), BeginsEarlier);
         default:
             return *group.front();
@@ -106,7 +106,8 @@ std::string StateText(const Identity& identity, std::time_t now) {
     if (pWords == std::end(kFlaws)) {
         return "signs";
     }
-    return flaw == Flaw::KeyTooShort ? pWords->pszState + (":" + std::to_string(identity.KeyBits())) : pWords->pszState;
+    return flaw == Flaw::kKeyTooShort ? pWords->pszState + (":" + std::to_string(identity.KeyBits()))
+                                      : pWords->pszState;
 }
 
 }  // namespace vextk

@@ -98,7 +98,7 @@ public:
             const std::time_t now = std::time(nullptr);
             const bool bUsable = identities.size() == 2 &&
                                  std::all_of(identities.begin(), identities.end(), [now](const IdentityPtr& identity) {
-                                     return identity->FlawAt(now) == Flaw::None;
+                                     return identity->FlawAt(now) == Flaw::kNone;
                                  });
             return bUsable ? std::optional(std::move(identities)) : std::nullopt;
         } catch (const Failure&) {

@@ -154,35 +154,35 @@ Identity::Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey)
       m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))) {
     RequireRead(m_certificate.get());
     const bool bTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;
-    m_lastingFlaw = bTimesRead ? LastingFlaw(flawWithoutKey) : Flaw::Damaged;
+    m_lastingFlaw = bTimesRead ? LastingFlaw(flawWithoutKey) : Flaw::kDamaged;
 }
 
 Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
     const OpenSslErrorMark mark;
     // Fails for malformed extensions, with which nobody accepts a signature.
     if (X509_check_purpose(m_certificate.get(), -1, 0) != 1) {
-        return Flaw::Damaged;
+        return Flaw::kDamaged;
     }
     const EVP_PKEY* pPublic = X509_get0_pubkey(m_certificate.get());
     if (pPublic == nullptr || !IsSigningKey(pPublic) || HasExplicitCurve(m_certificate.get())) {
-        return pPublic == nullptr && m_strKeyAlgorithm == kKeyAlgorithms[0] ? Flaw::Damaged : Flaw::UnsupportedKey;
+        return pPublic == nullptr && m_strKeyAlgorithm == kKeyAlgorithms[0] ? Flaw::kDamaged : Flaw::kUnsupportedKey;
     }
     if (m_key == nullptr) {
         return flawWithoutKey;
     }
     // RFC 5280 section 4.2.1.3; all bits are set when the certificate restricts nothing.
     if ((X509_get_key_usage(m_certificate.get()) & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) == 0) {
-        return Flaw::NotForSigning;
+        return Flaw::kNotForSigning;
     }
-    return m_nKeyBits < (m_strKeyAlgorithm == kKeyAlgorithms[0] ? kLeastRsaBits : kLeastEcBits) ? Flaw::KeyTooShort
-                                                                                                : Flaw::None;
+    return m_nKeyBits < (m_strKeyAlgorithm == kKeyAlgorithms[0] ? kLeastRsaBits : kLeastEcBits) ? Flaw::kKeyTooShort
+                                                                                                : Flaw::kNone;
 }
 
 Flaw Identity::FlawAt(std::time_t time) const {
-    if (m_lastingFlaw != Flaw::None || IsValidAt(time)) {
+    if (m_lastingFlaw != Flaw::kNone || IsValidAt(time)) {
         return m_lastingFlaw;
     }
-    return time < m_notBefore ? Flaw::NotYetValid : Flaw::Expired;
+    return time < m_notBefore ? Flaw::kNotYetValid : Flaw::kExpired;
 }
 
 std::string Identity::NotBeforeText() const {

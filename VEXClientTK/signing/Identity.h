@@ -12,22 +12,22 @@ namespace vextk {
 
 // Why a certificate cannot sign.
 enum class Flaw {
-    None,
-    Expired,
-    NotYetValid,
-    NotForSigning,  // by its key usage
-    NoPrivateKey,
-    KeyCannotSign,  // a private key that may be used for other things only
-    KeyTooShort,
-    UnsupportedKey,  // neither RSA nor EC on a named curve
-    Damaged,
+    kNone,
+    kExpired,
+    kNotYetValid,
+    kNotForSigning,  // by its key usage
+    kNoPrivateKey,
+    kKeyCannotSign,  // a private key that may be used for other things only
+    kKeyTooShort,
+    kUnsupportedKey,  // neither RSA nor EC on a named curve
+    kDamaged,
 };
 
 // Unchanging once made; any thread may use it.
 class Identity {
 public:
     // The key has to be an RSA or EC key and that of the certificate; without one flawWithoutKey says why.
-    Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::NoPrivateKey);
+    Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
     // Of a certificate that cannot be read: its texts are empty, and it has neither certificate nor key.
     Identity() = default;
 
@@ -66,14 +66,14 @@ private:
     std::string m_strFingerprintHex;
     std::string m_strSubject;
     std::string m_strIssuer;
-    Flaw m_lastingFlaw = Flaw::Damaged;
+    Flaw m_lastingFlaw = Flaw::kDamaged;
 };
 
 using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
 
 // The identity of a certificate, a damaged one when it is null or parts of it cannot be read.
-IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::NoPrivateKey);
+IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
 
 // Whether this toolkit signs with keys of this kind.
 bool IsSigningKey(const EVP_PKEY* pKey);

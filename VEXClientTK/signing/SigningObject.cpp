@@ -209,13 +209,12 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
             continue;
         }
         const Flaw flaw = identity->FlawAt(now);
-        // The choice holds until some certificate's validity begins or ends, or the clock is set back to before the
-        // last such moment.
-        if (flaw == Flaw::NotYetValid) {
+        // Holds until somebody's validity begins or ends, and no longer when the clock is set back over such a moment.
+        if (flaw == Flaw::kNotYetValid) {
             choice.notAfter = std::min(choice.notAfter, identity->NotBefore() - 1);
-        } else if (flaw == Flaw::Expired) {
+        } else if (flaw == Flaw::kExpired) {
             choice.notBefore = std::max(choice.notBefore, identity->NotAfter() + 1);
-        } else if (flaw == Flaw::None) {
+        } else if (flaw == Flaw::kNone) {
             choice.notBefore = std::max(choice.notBefore, identity->NotBefore());
             choice.notAfter = std::min(choice.notAfter, identity->NotAfter());
             choice.candidates.push_back(identity);

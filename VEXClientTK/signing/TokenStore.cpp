@@ -105,13 +105,13 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
             continue;
         }
         KeyPtr privateKey;
-        Flaw flaw = pOther != nullptr ? Flaw::KeyCannotSign : Flaw::NoPrivateKey;
+        Flaw flaw = pOther != nullptr ? Flaw::kKeyCannotSign : Flaw::kNoPrivateKey;
         if (pKey != nullptr && certificate.certificate != nullptr) {
             try {
                 privateKey = MakeTokenPrivateKey(token, *pKey, certificate.certificate.get());
             } catch (const Failure&) {
                 RequireMemory();
-                flaw = Flaw::UnsupportedKey;
+                flaw = Flaw::kUnsupportedKey;
             }
         }
         identities.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey), flaw));

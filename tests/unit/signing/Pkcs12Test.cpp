@@ -96,8 +96,8 @@ TEST(Pkcs12, PartsThatCannotBeUsedArePassedOver) {
     file.AddWhatIsNoCertificate();
     const Identities identities = ReadWithPin(file, Pkcs12File::kPin);
     ASSERT_EQ(identities.size(), 2U);
-    EXPECT_EQ(identities[0]->FlawAt(std::time(nullptr)), Flaw::None);
-    EXPECT_EQ(identities[1]->FlawAt(std::time(nullptr)), Flaw::Damaged);
+    EXPECT_EQ(identities[0]->FlawAt(std::time(nullptr)), Flaw::kNone);
+    EXPECT_EQ(identities[1]->FlawAt(std::time(nullptr)), Flaw::kDamaged);
     EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
 
