@@ -1,12 +1,13 @@
-// Handles that are not pointers: numbers under which shared objects are kept. A number is never used twice, so a stale
-// or invented handle finds nothing, and an object that is removed lives on until the last call on it has returned.
+// Handles of shared objects. A handle is a number, not a pointer. No number is used twice, so a stale or invented
+// handle finds nothing. A removed object lives until the last call on it has returned.
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
+#include "VEXMutex.h"
+#include "VEXThreadSafety.h"
 #include "VEXType.h"
 
 namespace vextk {
@@ -15,11 +16,11 @@ namespace vextk {
 template <typename T>
 class HandleTable {
 public:
-    // nFirst: the first handle's number. Tables that start far apart do not take each other's handles for their own.
+    // nFirst: the number of the first handle. Tables start far apart, so that no table accepts another one's handles.
     explicit HandleTable(std::uintptr_t nFirst) : m_nNext(nFirst) {}
 
     HANDLE Add(std::shared_ptr<T> pObject) {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         if (m_spare.empty()) {
             m_objects.emplace(m_nNext, std::move(pObject));
         } else {
@@ -32,16 +33,16 @@ public:
         return reinterpret_cast<HANDLE>(nHandle);
     }
 
-    // Null when the handle names no object.
+    // Null: the handle names no object.
     std::shared_ptr<T> Find(HANDLE hObject) const {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         const auto found = m_objects.find(reinterpret_cast<std::uintptr_t>(hObject));
         return found == m_objects.end() ? nullptr : found->second;
     }
 
-    // Takes the object out and returns it; null when the handle names no object.
+    // Takes the object out of the table and returns it. Null: the handle names no object.
     std::shared_ptr<T> Remove(HANDLE hObject) {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         auto node = m_objects.extract(reinterpret_cast<std::uintptr_t>(hObject));
         if (node.empty()) {
             return nullptr;
@@ -51,23 +52,23 @@ public:
         return pObject;
     }
 
-    // Around a fork, in the thread that forks and in the one that it becomes: the new process does not find the table
-    // half changed, nor locked by a thread that it has not.
-    void LockForFork() { m_mutex.lock(); }
-    void UnlockAfterFork() { m_mutex.unlock(); }
+    // Called before a fork, and after it in the parent and in the child. The child finds the table complete and
+    // unlocked.
+    void LockForFork() VEX_ACQUIRE(m_mutex) { m_mutex.Enter(); }
+    void UnlockAfterFork() VEX_RELEASE(m_mutex) { m_mutex.Leave(); }
 
-    // Between the two.
+    // For fork handlers, between the two.
     template <typename Function>
-    void ForEach(Function function) {
+    void ForEach(Function function) VEX_REQUIRES(m_mutex) {
         for (const auto& [nHandle, pObject] : m_objects) {
             function(*pObject);
         }
     }
 
-    // With the table locked: function must not use it.
+    // Locks the table meanwhile: function must not use it.
     template <typename Function>
     void ForEachLocked(Function function) {
-        const std::lock_guard lock(m_mutex);
+        const CVEXLock lock(m_mutex);
         ForEach(function);
     }
 
@@ -75,12 +76,13 @@ private:
     // Multiples of 4, like the platform's handles: never 0 and never all ones.
     static constexpr std::uintptr_t kStep = 4;
 
-    mutable std::mutex m_mutex;
     using Map = std::unordered_map<std::uintptr_t, std::shared_ptr<T>>;
 
-    std::uintptr_t m_nNext;  // guarded by m_mutex, as the next two
-    Map m_objects;
-    typename Map::node_type m_spare;  // of the object removed last: the log opens and closes its file for every record
+    mutable CVEXMutex m_mutex;
+    std::uintptr_t m_nNext VEX_GUARDED_BY(m_mutex);
+    Map m_objects VEX_GUARDED_BY(m_mutex);
+    // Of the object removed last. Add uses it again, because the log opens and closes its file for every record.
+    typename Map::node_type m_spare VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

@@ -1,4 +1,4 @@
-// Files behind handles that are numbers.
+// The file functions of VEXCompat.h. Their handles are numbers.
 
 #include <fcntl.h>
 
@@ -30,15 +30,17 @@ Files& OpenFiles() noexcept;
 Files& MakeOpenFiles() {
     constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
     Files& files = *new Files(kFirstHandle);
-    constexpr auto unlock = [] { OpenFiles().UnlockAfterFork(); };
-    vexposix::AddToFork(ForkPhase::kOpenFiles, {[] { OpenFiles().LockForFork(); }, unlock, unlock});
+    // Not analysed: the lock is held from one handler to the next.
+    constexpr auto lock = []() VEX_NO_THREAD_SAFETY_ANALYSIS { OpenFiles().LockForFork(); };
+    constexpr auto unlock = []() VEX_NO_THREAD_SAFETY_ANALYSIS { OpenFiles().UnlockAfterFork(); };
+    vexposix::AddToFork(ForkPhase::kOpenFiles, {lock, unlock, unlock});
     vexposix::AddToFork(ForkPhase::kFileClosing,
                         {FileLock::BeforeFork, FileLock::AfterForkHere, FileLock::AfterForkThere});
     return files;
 }
 
-// Never destroyed: the log writer's thread may still be in it while the exit handlers run. Without the memory for it,
-// no library is loaded.
+// Never destroyed: the log writer's thread may still use it while the exit handlers run. If memory runs out here, at
+// load time, the process ends.
 Files& OpenFiles() noexcept {
     static Files& s_files = MakeOpenFiles();
     return s_files;
@@ -52,13 +54,13 @@ BOOL Fail(DWORD dwError) {
     return FALSE;
 }
 
-// A successful call leaves the last error alone.
+// A successful call does not change the last error.
 BOOL ResultOf(DWORD dwError) {
     return dwError == ERROR_SUCCESS ? TRUE : Fail(dwError);
 }
 
-// operation(file) returns the reason of its failure or ERROR_SUCCESS. The file lives until it has returned, also when
-// another thread closes the handle meanwhile.
+// operation(file) returns ERROR_SUCCESS or the reason for its failure. The file stays open until operation returns,
+// even if another thread closes the handle.
 template <typename Operation>
 BOOL CallFile(HANDLE hFile, Operation operation) {
     const std::shared_ptr<RegularFile> file = OpenFiles().Find(hFile);
@@ -81,12 +83,13 @@ BOOL TransferBytes(HANDLE hFile, LPCVOID lpBuffer, DWORD cbBuffer, DWORD* pcbDon
 }
 
 struct Opened {
-    FileDescriptor descriptor;  // not open: failure
+    FileDescriptor descriptor;  // not open when opening failed
     FileLock lock;
     DWORD dwError;
 };
 
-// A new file is locked before it has its name: others that open it wait until its creator has written its beginning.
+// A new file is locked before it gets its name. So others that open it wait until its creator has written the
+// beginning.
 Opened OpenLocked(const char* pszName) {
     const unsigned uForks = FileLock::Forks();
     std::optional<FileLock> lock;
@@ -169,7 +172,7 @@ BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize) {
 }
 
 BOOL FlushFileBuffers(HANDLE hFile) {
-    // Forcing the disk would cost every log line an fsync.
+    // There is no fsync, because it would slow down every log line.
     return CallFile(hFile, [](RegularFile& file) {
         file.Flush();
         return ERROR_SUCCESS;

@@ -15,24 +15,26 @@
 namespace vextk {
 namespace {
 
-// Counts the beginnings and the ends of forks. Locks from before s_uFirst are those of the process that this one was
-// forked from.
+// Counts the beginnings and the ends of forks. A file that was opened when the count was below s_uFirst was opened by a
+// parent process.
 std::atomic<unsigned> s_uForks{0};
 std::atomic<unsigned> s_uFirst{0};
 
-// Held while a locked file is closed and while a fork is made: a fork in between would keep the lock.
+// Held while a locked file is closed and during a fork. A fork in the middle of a close would keep the lock. It guards
+// no data. It is a std::mutex, because a fork gives up waiting for it after a while.
 std::mutex s_closing;
-bool s_bClosingHeldForFork = false;  // of the thread that forks
+bool s_bClosingHeldForFork = false;  // only the thread that forks uses it
 
 // A log record takes far less than a millisecond.
 constexpr std::chrono::microseconds kNoWait(0);
 constexpr std::chrono::milliseconds kFirstWait(2000);
 constexpr std::chrono::microseconds kWaitForBusyFile(500);
 
-// The file whose lock this process did not get at its last try; 0: none.
+// The number of the file whose lock this process did not get at its last try. 0: it got the lock.
 std::atomic<std::uint64_t> s_uBusyFile{0};
 
-// The same number for all descriptors of a file, and never 0. That of another file is very likely another.
+// Identifies a file: the same number for all of its descriptors, and never 0. Two files very likely have different
+// numbers.
 std::uint64_t NumberOf(int nDescriptor) noexcept {
     constexpr std::uint64_t kSpread = 0x9E37'79B9'7F4A'7C15;
     struct stat status {};
@@ -93,7 +95,7 @@ unsigned FileLock::Forks() noexcept {
     return s_uForks.load(std::memory_order_relaxed);
 }
 
-// A disk that does not answer must not delay a fork for long. After the bound, the new process may keep a file locked.
+// A disk that does not answer must not delay a fork for long. After the longest wait, the child may keep a file locked.
 void FileLock::BeforeFork() noexcept {
     constexpr std::chrono::milliseconds kMaxWait(100);
     s_bClosingHeldForFork = vexposix::TryFor(kMaxWait, [] { return s_closing.try_lock(); });
@@ -112,7 +114,7 @@ void FileLock::AfterForkThere() noexcept {
     if (s_bClosingHeldForFork) {
         s_closing.unlock();
     } else {
-        ::new (static_cast<void*>(&s_closing)) std::mutex;  // its owner is a thread of the parent
+        ::new (static_cast<void*>(&s_closing)) std::mutex;  // the thread that holds it exists only in the parent
     }
 }
 

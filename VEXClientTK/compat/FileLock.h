@@ -1,4 +1,4 @@
-// The advisory exclusive lock (flock) of an open file, which stands for the platform's exclusive sharing.
+// The advisory exclusive lock (flock) of an open file. It replaces the platform's exclusive sharing.
 //
 // A forked child has a descriptor of the same open file, and closing one of the two descriptors does not end the lock.
 // This class ends the lock when the process that took it closes the file.
@@ -10,15 +10,14 @@
 
 namespace vextk {
 
-// Every process that may open the file can keep it locked as long as it likes. So the first wait for a file's lock
-// takes two seconds at most. If that wait fails, this process waits only half a millisecond each time for that file,
-// until it gets the lock again. Without the lock, and on a file system that has no locks, the file is used all the
-// same.
+// Any process that can open the file can keep it locked. So the first wait for a file's lock takes two seconds at most.
+// If that wait fails, this process waits only half a millisecond each time for that file, until it gets the lock again.
+// When it cannot get the lock, or the file system has no locks, it uses the file without a lock.
 //
 // For one thread at a time, except the static members.
 class FileLock {
 public:
-    // Never taken.
+    // A lock that is never taken.
     FileLock() noexcept = default;
 
     // Waits for the lock. uForksBeforeOpen: what Forks returned before the file was opened.

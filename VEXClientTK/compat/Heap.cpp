@@ -1,4 +1,4 @@
-// The process heap: libc's, with each block's requested size in a header before it.
+// The process heap. It is libc's heap, with a header before each block that keeps the requested size.
 
 #include <cstdlib>
 #include <cstring>
@@ -8,13 +8,13 @@
 namespace vextk {
 namespace {
 
-// As large as libc's alignment, so that what follows it is aligned for every type.
+// As large as libc's alignment, so that the block after it is aligned for every type.
 struct alignas(std::max_align_t) BlockHeader {
     DWORD cbBlock;
 };
 static_assert(sizeof(BlockHeader) == 16);
 
-// No object can be larger; the sum with the header cannot overflow either.
+// No object can be larger, and adding the size of the header cannot overflow.
 constexpr DWORD kMaxBlock = PTRDIFF_MAX - sizeof(BlockHeader);
 
 constexpr DWORD kNoSize = ~DWORD{0};

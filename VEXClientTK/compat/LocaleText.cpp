@@ -41,7 +41,7 @@ private:
 
 enum class Codeset { kUtf8, kAscii, kOther };
 
-// Asked for each text, as the process may change its locale at any time.
+// Asked for each text, because the process may change its locale at any time.
 Codeset CurrentCodeset() {
     const char* const pszName = nl_langinfo(CODESET);
     if (std::strcmp(pszName, "UTF-8") == 0) {
@@ -50,13 +50,13 @@ Codeset CurrentCodeset() {
     return std::strcmp(pszName, "ANSI_X3.4-1968") == 0 ? Codeset::kAscii : Codeset::kOther;  // of the C locale
 }
 
-// Decodes what lies between terminators. False: malformed.
+// Decodes text without terminators. False: malformed.
 bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
-    // libc leaves this alone when it keeps a character back until it has seen what follows.
+    // Stays unchanged when libc holds a character back until it has seen the next one.
     constexpr auto kNoCharacter = static_cast<wchar_t>(-1);
     std::mbstate_t state{};
     for (;;) {
-        // The terminator at the end brings out what was kept back.
+        // The terminator at the end makes libc return a character that it has held back.
         const bool bAtEnd = run.empty();
         wchar_t ch = kNoCharacter;
         const std::size_t cb =
@@ -74,7 +74,7 @@ bool DecodeRun(std::string_view run, Output<wchar_t>& output) {
     }
 }
 
-// One character, or its substitute. kMalformed: neither can be encoded.
+// Encodes one character, or its substitute. kMalformed: neither can be encoded.
 std::size_t EncodeCharacter(char* pOut, wchar_t ch, std::mbstate_t& state, Substitute* pSubstitute) {
     const std::mbstate_t before = state;
     const std::size_t cb = std::wcrtomb(pOut, ch, &state);
@@ -128,7 +128,7 @@ std::optional<std::size_t> EncodeLocale(std::wstring_view text, std::span<char> 
         }
         output.Append(bytes.data(), cb);
     }
-    // A terminator comes with the way back to the initial state before it, which the end of the text needs as well.
+    // wcrtomb returns to the initial shift state before it writes the terminator. The result ends after that return.
     const std::size_t cb = std::wcrtomb(bytes.data(), L'\0', &state);
     if (cb == kMalformed) {
         return std::nullopt;

@@ -1,4 +1,4 @@
-// Copies that never write past the room they are given. Source and destination may overlap.
+// Copies that never write beyond the destination's size. Source and destination may overlap.
 
 #include <cerrno>
 #include <cstring>
@@ -34,7 +34,7 @@ int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount) {
         return EINVAL;
     }
     if (pSrc == nullptr || cbCount > cbDest) {
-        // A caller that does not look at the result is left with zeroes rather than with what was there before.
+        // A caller that ignores the result finds zeroes, not old data.
         std::memset(pDest, 0, cbDest);
         return pSrc == nullptr ? EINVAL : ERANGE;
     }

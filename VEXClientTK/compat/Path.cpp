@@ -1,4 +1,4 @@
-// Directories and paths. Wide paths reach the kernel in the encoding of the current locale; / alone separates.
+// Directories and paths. Wide paths are converted to the encoding of the current locale. The only separator is /.
 
 #include <sys/stat.h>
 
@@ -18,7 +18,7 @@ namespace {
 // A wide path in the locale's encoding.
 class LocalePath {
 public:
-    // ERROR_SUCCESS, or why there is no such path.
+    // Returns ERROR_SUCCESS, or why the path cannot be converted.
     DWORD Set(LPCWSTR pszPath) {
         if (pszPath == nullptr) {
             return ERROR_INVALID_PARAMETER;
@@ -27,13 +27,13 @@ public:
         if (cb == 0) {
             return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? ERROR_FILENAME_EXCED_RANGE : GetLastError();
         }
-        m_szPath[static_cast<std::size_t>(cb)] = '\0';  // a text that just fits is not terminated by the conversion
+        m_szPath[static_cast<std::size_t>(cb)] = '\0';  // the conversion does not terminate a text that just fits
         return ERROR_SUCCESS;
     }
     char* Text() { return m_szPath.data(); }
 
 private:
-    std::array<char, PATH_MAX + 1> m_szPath;  // not cleared, a log record is measured against it
+    std::array<char, PATH_MAX + 1> m_szPath;  // not cleared, because every log record would pay for it
 };
 
 // 0 for success.
@@ -110,7 +110,7 @@ BOOL PathRemoveFileSpecW(LPWSTR pszPath) {
         --pchEnd;
     }
     if (pchEnd == pszPath) {
-        ++pchEnd;  // the root stays
+        ++pchEnd;  // keeps the root
     }
     if (*pchEnd == L'\0') {
         return FALSE;

@@ -1,4 +1,4 @@
-// Integers out of profile files.
+// Reads integers from profile files.
 
 #include <cerrno>
 #include <new>
@@ -13,10 +13,10 @@
 namespace vextk {
 namespace {
 
-// Far above any file that people keep; bounds what a wrong file can cost.
+// Far larger than any real profile file. It limits the time and memory that a wrong file takes.
 constexpr std::size_t kMaxFile = std::size_t{1024} * 1024;
 
-// Returns the platform's number.
+// Returns the platform's error number.
 DWORD ReadProfile(const char* pszName, std::string& strText) {
     const vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, pszName, vexposix::kInput);
     if (!file.descriptor.IsOpen()) {

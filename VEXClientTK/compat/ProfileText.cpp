@@ -11,7 +11,7 @@ std::string_view Trim(std::string_view text) {
     return nFirst == text.npos ? std::string_view() : text.substr(nFirst, text.find_last_not_of(kBlanks) - nFirst + 1);
 }
 
-// ASCII alone has cases here: the file's encoding is not known.
+// Changes only ASCII letters, because the file's encoding is unknown.
 char ToLower(char ch) {
     return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
 }

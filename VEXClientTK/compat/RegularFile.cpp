@@ -5,7 +5,7 @@
 namespace vextk {
 
 vexposix::Transfer RegularFile::Read(void* pBuffer, std::size_t cbBuffer) {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     m_lock.Take(m_descriptor.Get());
     const vexposix::Transfer transfer = vexposix::ReadAt(m_descriptor.Get(), pBuffer, cbBuffer, m_nPosition);
     m_nPosition += static_cast<off_t>(transfer.cb);
@@ -13,7 +13,7 @@ vexposix::Transfer RegularFile::Read(void* pBuffer, std::size_t cbBuffer) {
 }
 
 vexposix::Transfer RegularFile::Write(const void* pData, std::size_t cbData) {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     m_lock.Take(m_descriptor.Get());
     const vexposix::Transfer transfer = vexposix::WriteAt(m_descriptor.Get(), pData, cbData, m_nPosition);
     m_nPosition += static_cast<off_t>(transfer.cb);
@@ -22,27 +22,27 @@ vexposix::Transfer RegularFile::Write(const void* pData, std::size_t cbData) {
 }
 
 void RegularFile::SeekTo(off_t nPosition) {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     m_nPosition = nPosition;
 }
 
 int RegularFile::EndAtPosition() {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     m_lock.Take(m_descriptor.Get());
     return vexposix::SetSize(m_descriptor.Get(), m_nPosition);
 }
 
-// Nothing is kept on this side of the kernel.
+// There is no buffer to write.
 void RegularFile::Flush() {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     if (!std::exchange(m_bWritten, false)) {
         m_lock.Release(m_descriptor.Get());
     }
 }
 
-// The descriptor's position, which this moves, is nobody's.
+// This moves the descriptor's position, which nothing else uses.
 int RegularFile::GetSize(off_t& cbSize) {
-    const std::lock_guard lock(m_mutex);
+    const CVEXLock lock(m_mutex);
     m_lock.Take(m_descriptor.Get());
     return vexposix::GetSize(m_descriptor.Get(), cbSize);
 }

@@ -4,25 +4,27 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <mutex>
+#include <utility>
 
+#include "VEXMutex.h"
+#include "VEXThreadSafety.h"
 #include "compat/FileLock.h"
 #include "posix/FileDescriptor.h"
 #include "posix/FileIo.h"
 
 namespace vextk {
 
-// Any thread may call any member; calls that use the position run one after the other.
+// Any thread may call any member. The calls run one after the other.
 class RegularFile {
 public:
-    // The lock is the descriptor's.
+    // lock: the one of the descriptor's file.
     RegularFile(vexposix::FileDescriptor descriptor, FileLock lock)
         : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
     ~RegularFile() { m_lock.EndByClosing(m_descriptor); }
 
-    // At the position, which moves on.
+    // Both start at the position and move it forward.
     vexposix::Transfer Read(void* pBuffer, std::size_t cbBuffer);
     vexposix::Transfer Write(const void* pData, std::size_t cbData);
 
@@ -34,16 +36,16 @@ public:
     // Returns errno.
     int GetSize(off_t& cbSize);
 
-    // When nothing was written since the last time: lets other openings have the lock. The next Read, Write, GetSize or
+    // Releases the lock for others, unless something was written since the last Flush. The next Read, Write, GetSize or
     // EndAtPosition takes it again.
     void Flush();
 
 private:
     vexposix::FileDescriptor m_descriptor;
-    std::mutex m_mutex;
-    FileLock m_lock;  // guarded by m_mutex, as is the next
-    off_t m_nPosition = 0;
-    bool m_bWritten = false;  // since Flush; guarded by m_mutex
+    CVEXMutex m_mutex;
+    FileLock m_lock VEX_GUARDED_BY(m_mutex);
+    off_t m_nPosition VEX_GUARDED_BY(m_mutex) = 0;
+    bool m_bWritten VEX_GUARDED_BY(m_mutex) = false;  // since the last Flush
 };
 
 }  // namespace vextk

@@ -1,4 +1,4 @@
-// Conversion between narrow and wide text: one set of rules for lengths and room, over two encodings.
+// Conversion between narrow and wide text. Both encodings have the same rules for lengths and buffer sizes.
 
 #include <climits>
 #include <cstring>
@@ -26,14 +26,14 @@ bool IsKnownCodePage(UINT uCodePage) {
     return uCodePage == CP_ACP || uCodePage == CP_UTF8;
 }
 
-// A source length of -1: the text up to and with its terminator.
+// A source length of -1 means the text up to its terminator, which is included.
 template <typename Char>
 std::basic_string_view<Char> SourceText(const Char* pSource, int nLength) {
     const bool bTerminated = nLength == -1;
     return {pSource, bTerminated ? std::char_traits<Char>::length(pSource) + 1 : static_cast<std::size_t>(nLength)};
 }
 
-// What is to be returned for a result of nNeeded units. 0, with the last error: a failure.
+// The value to return for a result of nNeeded units. 0: a failure, and the last error is set.
 int SettleLength(std::size_t nNeeded, bool bTerminated, int nRoom, bool bQuery) {
     if (bQuery) {
         return nNeeded <= INT_MAX ? static_cast<int>(nNeeded) : Fail(ERROR_ARITHMETIC_OVERFLOW);
@@ -42,14 +42,14 @@ int SettleLength(std::size_t nNeeded, bool bTerminated, int nRoom, bool bQuery) 
     if (nNeeded <= nAvailable) {
         return static_cast<int>(nNeeded);
     }
-    // Room for all but the terminator. Callers that size their buffer without one write it themselves.
+    // There is room for everything except the terminator. Callers with such a buffer write the terminator themselves.
     if (bTerminated && nNeeded - 1 == nAvailable) {
         return nRoom;
     }
     return Fail(ERROR_INSUFFICIENT_BUFFER);
 }
 
-// measure(text) gives the length of the result, write(text, length) stores so much of it.
+// measure(text) returns the length of the result. write(text, length) stores that many units of it.
 template <typename From, typename To, typename Measure, typename Write>
 int Convert(const From* pSource, int nSourceLength, To* pOut, int nRoom, Measure measure, Write write) {
     const bool bQuery = pOut == nullptr || nRoom == 0;
@@ -59,7 +59,7 @@ int Convert(const From* pSource, int nSourceLength, To* pOut, int nRoom, Measure
     }
     const std::basic_string_view<From> text = SourceText(pSource, nSourceLength);
     const std::optional<std::size_t> nNeeded = measure(text);
-    // A length of 0 comes from texts that the locale drops altogether; as a result it would be taken for a failure.
+    // The length is 0 when the locale drops the whole text. That counts as a failure, because a result of 0 means one.
     if (nNeeded.value_or(0) == 0) {
         return Fail(ERROR_NO_UNICODE_TRANSLATION);
     }
@@ -71,7 +71,7 @@ int Convert(const From* pSource, int nSourceLength, To* pOut, int nRoom, Measure
     return nResult;
 }
 
-// The one character of a default text. 0 when it has none in the current locale.
+// The first character of a default text. 0: in the current locale it does not begin with a character.
 wchar_t DefaultCharacter(LPCSTR pszDefault) {
     std::mbstate_t state{};
     wchar_t ch = 0;
