@@ -11,15 +11,14 @@ int Make(const char* pszPath, mode_t nMode) {
     return mkdir(pszPath, nMode) == 0 ? 0 : errno;
 }
 
-// A directory that mkdir refuses to make for another reason than that it exists (a read-only file system, say) may
-// exist nevertheless.
+// mkdir can fail for another reason than EEXIST, such as a read-only file system, although the directory exists.
 int MakeParent(const char* pszPath, mode_t nMode) {
     const int nErrno = Make(pszPath, nMode);
     struct stat status {};
     return nErrno == EEXIST || (nErrno != 0 && stat(pszPath, &status) == 0) ? 0 : nErrno;
 }
 
-// Makes what comes before each separator.
+// Makes each directory whose path ends before a separator.
 int MakeParents(char* pszPath, mode_t nMode) {
     for (char* pch = pszPath + 1; *pch != '\0'; ++pch) {
         if (*pch != '/' || pch[-1] == '/') {

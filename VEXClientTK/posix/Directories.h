@@ -5,9 +5,9 @@
 
 namespace vexposix {
 
-// Makes a directory, and its parents when they are missing, with nMode as the umask leaves it. Any thread. Returns
-// errno: EEXIST when there is something of that name already. The path is changed while it runs, and whole again when
-// it returns, but ends at the parent that cannot be made if there is one.
+// Makes a directory and its missing parents with nMode, less the bits of the umask. Any thread. Returns errno, 0 for
+// success; EEXIST: the name already exists. The function changes the path while it runs and restores it, but if a
+// parent cannot be made, the path ends there.
 int MakeDirectories(char* pszPath, mode_t nMode) noexcept;
 
 }  // namespace vexposix

@@ -27,10 +27,10 @@ public:
     bool IsOpen() const noexcept { return m_nDescriptor >= 0; }
     int Get() const noexcept { return m_nDescriptor; }
 
-    // The caller closes it.
+    // The caller must close it.
     int Release() noexcept { return std::exchange(m_nDescriptor, -1); }
 
-    // Returns errno: some file systems report a failed write as late as this.
+    // Returns errno. Some file systems report a failed write only here.
     int Close() noexcept { return close(Release()) == 0 ? 0 : errno; }
 
 private:

@@ -9,7 +9,7 @@
 namespace vexposix {
 namespace {
 
-// step(cbDone) transfers what comes after cbDone bytes and returns like read and write.
+// step(cbDone) transfers the bytes after the first cbDone ones. It returns what read or write returns.
 template <typename Step>
 Transfer TransferAll(std::size_t cb, Step step) {
     Transfer transfer;

@@ -1,4 +1,4 @@
-// Reads and writes that go on after signals and short counts. Any thread; nothing here throws or allocates.
+// Reads and writes that continue after signals and short counts. Any thread; nothing here throws or allocates.
 //
 // Results called errno are errno values, 0 for success.
 #pragma once
@@ -16,7 +16,7 @@ struct Transfer {
     int nErrno = 0;
 };
 
-// Neither moves the descriptor's position. A write that is cut short without an error fails with EIO.
+// Neither moves the descriptor's position. A short write without an error fails with EIO.
 Transfer ReadAt(int nDescriptor, void* pBuffer, std::size_t cbBuffer, off_t nPosition) noexcept;
 Transfer WriteAt(int nDescriptor, const void* pData, std::size_t cbData, off_t nPosition) noexcept;
 
@@ -29,11 +29,11 @@ int WriteAll(int nDescriptor, std::string_view bytes) noexcept;
 // Cuts a file, or extends it with zeroes. Returns errno.
 int SetSize(int nDescriptor, off_t cbSize) noexcept;
 
-// Moves the descriptor's position; takes half the time of fstat. Returns errno.
+// Moves the descriptor's position, but takes half the time of fstat. Returns errno.
 int GetSize(int nDescriptor, off_t& cbSize) noexcept;
 
-// The size of a file that is to be read as a whole. Returns errno: EFBIG above cbLimit, and for anything but a regular
-// file EISDIR or EINVAL.
+// The size of a file that is to be read as a whole. Returns errno; EFBIG: larger than cbLimit; EISDIR or EINVAL: not a
+// regular file.
 int GetSizeToRead(int nDescriptor, std::size_t cbLimit, std::size_t& cbSize) noexcept;
 
 }  // namespace vexposix

@@ -1,7 +1,7 @@
-// What a fork locks, in order. The phases run one after the other before a fork, and backwards after it.
+// What a fork locks, in order. The phases run in this order before a fork, and in the reverse order after it.
 //
-// A forked child has one thread. A lock that another thread of the parent held would stay locked in the child for ever,
-// and what it guards might be half changed. So the thread that forks takes these locks first.
+// A forked child has one thread. If another thread of the parent held a lock, it would stay locked in the child for
+// ever, and the data it guards might be half changed. So the thread that forks takes these locks first.
 #pragma once
 
 namespace vexposix {
@@ -20,7 +20,8 @@ struct ForkHandlers {
     void (*pfnInChild)() = nullptr;
 };
 
-// Any thread; once for each phase, by whoever owns its locks, when they exist. Stays for the life of the process.
+// Any thread. The owner of a phase's locks calls it once, when the locks exist. The handlers stay for the life of the
+// process.
 void AddToFork(ForkPhase phase, const ForkHandlers& handlers) noexcept;
 
 }  // namespace vexposix

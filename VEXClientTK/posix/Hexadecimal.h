@@ -20,7 +20,7 @@ constexpr int HexValue(char ch) {
     return ch >= 'A' && ch <= 'F' ? ch - 'A' + 10 : -1;
 }
 
-// The byte whose two digits begin at nAt; -1 when two digits do not stand there.
+// The byte whose two digits begin at nAt; -1 if there are no two digits.
 constexpr int HexByteAt(std::string_view text, std::size_t nAt) {
     if (nAt + 1 >= text.size()) {
         return -1;

@@ -15,10 +15,11 @@ namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kAllRights = 0777;
-// Signals may interrupt an attempt, and somebody else may create and remove the file between two, but hardly so often.
+// A signal may interrupt an attempt, and somebody else may create and remove the file between two attempts. Neither
+// happens this often unless somebody does it on purpose.
 constexpr int kMaxRounds = 100;
 
-// O_NONBLOCK: a pipe or device of that name must not keep the caller waiting; regular files ignore it.
+// O_NONBLOCK: a pipe or device of that name must not make the caller wait. Regular files ignore it.
 int OpenFlags(const FileRules& rules) {
     return rules.nAccess | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (rules.bFollowsLink ? 0 : O_NOFOLLOW);
 }
@@ -60,8 +61,8 @@ OpenedFile OpenOnce(int nDirectory, const char* pszName, const FileRules& rules)
     return descriptor.IsOpen() ? Checked(std::move(descriptor), rules) : NotOpened(errno);
 }
 
-// A file in the directory of that name, which nobody else can open yet. Not open where the file system has no such
-// files.
+// A file without a name, in the directory of that name. Nobody else can open it yet. Not open: the file system has no
+// such files.
 FileDescriptor MakeNameless(int nDirectory, std::string_view name) {
     const std::string strParent(name.substr(0, name.rfind('/') + 1));
     return FileDescriptor(
@@ -74,7 +75,7 @@ bool GiveName(const FileDescriptor& nameless, int nDirectory, const char* pszNam
     return linkat(AT_FDCWD, szNameless.data(), nDirectory, pszName, AT_SYMLINK_FOLLOW) == 0;
 }
 
-// Not open, with errno, on failure.
+// On failure the descriptor is not open, and nErrno says why.
 OpenedFile Create(int nDirectory, const char* pszName, const FileRules& rules,
                   const std::function<void(int)>& fnBeforeName) {
     if (fnBeforeName) {

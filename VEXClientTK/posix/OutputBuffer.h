@@ -9,12 +9,12 @@
 
 namespace vexposix {
 
-// Nobody reads the output any more: no error, the program ends quietly.
+// Nobody reads the output any more. This is no error: the program ends quietly.
 struct OutputClosed {};
 
 class OutputBuffer {
 public:
-    // The descriptor stays the caller's. strName: for messages.
+    // The caller still owns the descriptor. strName: for messages.
     explicit OutputBuffer(int nDescriptor, std::string strName = "standard output")
         : m_nDescriptor(nDescriptor), m_strName(std::move(strName)) {
         m_strBytes.reserve(kCapacity + kSlack);
@@ -46,11 +46,11 @@ public:
     std::string_view Pending() const { return m_strBytes; }
     void Discard() { m_strBytes.clear(); }
 
-    // Its length; to pad columns.
+    // The length of Pending(), to pad columns.
     std::size_t Length() const { return m_strBytes.size(); }
     void PadTo(std::size_t nLength) { m_strBytes.append(nLength > Length() ? nLength - Length() : 0, ' '); }
 
-    // To be called between records: writes when enough has come together. Throws as Flush.
+    // To be called between records: writes when the buffer is full. Throws like Flush.
     void WriteWhenFull() {
         if (m_strBytes.size() >= kCapacity) {
             Flush();

@@ -18,8 +18,8 @@ DWORD ErrorFromErrno(int nErrno) noexcept {
         case EACCES:
         case EPERM:
         case EISDIR:
-        case ELOOP:   // a symbolic link where none is followed
-        case ENXIO:   // a socket, or a device that is not there
+        case ELOOP:   // a symbolic link, which is not followed
+        case ENXIO:   // a socket, or a device that does not exist
         case ENODEV:  // likewise
             return ERROR_ACCESS_DENIED;
         case EBADF:
@@ -58,7 +58,7 @@ DWORD ErrorFromOpening(int nErrno) noexcept {
     switch (nErrno) {
         case ENOENT:
             return ERROR_PATH_NOT_FOUND;
-        case EINVAL:  // no regular file
+        case EINVAL:  // not a regular file
         case EMLINK:  // hard links
             return ERROR_ACCESS_DENIED;
         default:

@@ -5,10 +5,10 @@
 
 namespace vexposix {
 
-// ENOENT counts as a missing file. Without a number of its own a value is ERROR_GEN_FAILURE.
+// ENOENT means that a file is missing. Values without a number of their own become ERROR_GEN_FAILURE.
 DWORD ErrorFromErrno(int nErrno) noexcept;
 
-// For a file that was to be opened or created (OpenFile.h): ENOENT means that its directory is missing.
+// For OpenOrCreateFile (OpenFile.h): ENOENT means that the file's directory is missing.
 DWORD ErrorFromOpening(int nErrno) noexcept;
 
 }  // namespace vexposix

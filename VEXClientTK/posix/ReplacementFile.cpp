@@ -21,7 +21,7 @@ ReplacementFile::~ReplacementFile() {
 }
 
 int ReplacementFile::MoveTo(const char* pszTarget) noexcept {
-    // Some file systems have nothing to synchronise.
+    // EINVAL: the file system does not support fsync.
     if (fsync(m_file.Get()) != 0 && errno != EINVAL) {
         return errno;
     }

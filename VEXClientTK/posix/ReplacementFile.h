@@ -1,4 +1,4 @@
-// A new file beside another one. It takes the other one's place when it is complete. One thread at a time.
+// A new file that replaces another one in the same directory when it is complete. One thread at a time.
 #pragma once
 
 #include <sys/types.h>
@@ -11,8 +11,8 @@ namespace vexposix {
 
 class ReplacementFile {
 public:
-    // Creates strName, which must not exist, with nMode as the umask leaves it. nDirectory, which stays the caller's:
-    // as for openat. Not open, with errno, on failure.
+    // Creates strName, which must not exist, with nMode, less the bits of the umask. nDirectory: as for openat; the
+    // caller still owns it. On failure the file is not open, and errno says why.
     ReplacementFile(int nDirectory, std::string strName, mode_t nMode) noexcept;
     // Removes the file unless it has moved.
     ~ReplacementFile();
@@ -23,15 +23,15 @@ public:
     int Descriptor() const { return m_file.Get(); }
     const std::string& Name() const { return m_strName; }
 
-    // Waits until the file is on the disk, closes it and gives it the name pszTarget, in the same directory. Readers
-    // see the old file or the whole new one. Returns errno.
+    // Waits until the file is on the disk, closes it and renames it to pszTarget, in the same directory. Readers see
+    // the old file or the complete new one. Returns errno.
     int MoveTo(const char* pszTarget) noexcept;
 
 private:
     int m_nDirectory;
     std::string m_strName;
     FileDescriptor m_file;
-    bool m_bThere;  // the file has its first name
+    bool m_bThere;  // the file still has the name m_strName
 };
 
 }  // namespace vexposix

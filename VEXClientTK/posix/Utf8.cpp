@@ -19,7 +19,7 @@ struct Decoded {
     std::size_t cb = 0;  // bytes of the encoding; 0: malformed
 };
 
-// One shortest-form sequence of two to four bytes; surrogates pass.
+// Decodes one shortest-form sequence of two to four bytes. Accepts surrogates.
 Decoded DecodeSequence(std::string_view text) {
     const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned nLead = text.empty() ? 0 : byteAt(0);
@@ -44,7 +44,7 @@ Decoded DecodeSequence(std::string_view text) {
     return {ch, cb};
 }
 
-// One character that is not ASCII.
+// Decodes one character that is not ASCII.
 Decoded DecodeOne(std::string_view text) {
     const Decoded first = DecodeSequence(text);
     if (!IsSurrogate(first.ch)) {
@@ -57,7 +57,7 @@ Decoded DecodeOne(std::string_view text) {
     return {0x10000 + ((first.ch & 0x3FF) << 10 | (second.ch & 0x3FF)), first.cb + second.cb};
 }
 
-// Bytes at the beginning that are ASCII.
+// The number of ASCII bytes at the beginning.
 std::size_t AsciiRun(std::string_view text) {
     std::size_t n = 0;
     for (; text.size() - n >= 8; n += 8) {
@@ -73,7 +73,7 @@ std::size_t AsciiRun(std::string_view text) {
     return n;
 }
 
-// Characters at the beginning that are ASCII.
+// The number of ASCII characters at the beginning.
 std::size_t AsciiRun(std::wstring_view text) {
     constexpr std::size_t kBlock = 16;
     std::size_t n = 0;
@@ -96,7 +96,7 @@ void NarrowAscii(std::wstring_view text, char* pchOut) {
     std::transform(text.begin(), text.end(), pchOut, [](wchar_t ch) { return static_cast<char>(ch); });
 }
 
-// Bytes of a character's encoding, for what is not ASCII; 0 for what has none.
+// The size of the encoding of a character that is not ASCII. 0: it has no encoding.
 std::size_t EncodedSize(char32_t ch) {
     if (IsSurrogate(ch) || ch > kLastCharacter) {
         return 0;
@@ -104,7 +104,8 @@ std::size_t EncodedSize(char32_t ch) {
     return ch < 0x800 ? 2 : ch < 0x10000 ? 3 : 4;
 }
 
-// Hands a text on piece by piece: runs of ASCII, and single other characters. False: malformed, from there on.
+// Calls the functions for the pieces of a text: runs of ASCII and single other characters. False: the rest is
+// malformed.
 template <typename OnAscii, typename OnCharacter>
 bool WalkUtf8(std::string_view text, OnAscii onAscii, OnCharacter onCharacter) {
     for (;;) {
@@ -123,7 +124,7 @@ bool WalkUtf8(std::string_view text, OnAscii onAscii, OnCharacter onCharacter) {
     }
 }
 
-// The same of wide text; other characters come with the size of their encoding.
+// The same for wide text. onCharacter also gets the size of the character's encoding.
 template <typename OnAscii, typename OnCharacter>
 bool WalkWide(std::wstring_view text, OnAscii onAscii, OnCharacter onCharacter) {
     for (;;) {

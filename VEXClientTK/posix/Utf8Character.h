@@ -1,5 +1,5 @@
-// UTF-8 one character at a time, in the long forms of ISO/IEC 10646:1993 too, in which glibc writes characters up to
-// 0x7FFFFFFF in up to six bytes.
+// Reads UTF-8 one character at a time. It also reads the long forms of ISO/IEC 10646:1993: glibc writes characters up
+// to 0x7FFFFFFF in up to six bytes.
 #pragma once
 
 #include <cstdint>
@@ -11,11 +11,11 @@ struct Utf8Character {
     std::uint32_t ch = 0;
     std::size_t cb = 0;  // 0: no character begins here
 
-    // Whether Unicode has it.
+    // Whether it is a character of Unicode.
     bool IsUnicode() const { return cb != 0 && ch <= 0x10FFFF && (ch < 0xD800 || ch > 0xDFFF); }
 };
 
-// The character at the beginning of the text. Overlong forms and what the text cuts off are none.
+// The character at the beginning of the text. Overlong and incomplete forms are not characters.
 inline Utf8Character FirstCharacter(std::string_view text) {
     if (text.empty()) {
         return {};

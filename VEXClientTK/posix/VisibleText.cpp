@@ -17,7 +17,7 @@ struct Range {
     std::uint32_t chLast;
 };
 
-// Control characters, and those that cannot be seen but change how others look.
+// Control characters, and invisible characters that change how others look.
 constexpr Range kInvisible[] = {
     {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C}, {0x180E, 0x180E},   {0x200B, 0x200F},
     {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE0FFF},
@@ -28,7 +28,7 @@ bool IsVisible(std::uint32_t ch) {
                         [ch](const Range& range) { return ch >= range.chFirst && ch <= range.chLast; });
 }
 
-// The characters of ASCII that need no thought, by use.
+// The ASCII characters that are written as they are, for each kind of output.
 using PlainTable = std::array<bool, 256>;
 
 constexpr PlainTable MakePlain(std::string_view special) {
@@ -43,7 +43,7 @@ constexpr PlainTable kPlainVisible = MakePlain("");
 constexpr PlainTable kPlainJson = MakePlain("\"\\<>&");
 constexpr PlainTable kPlainHtml = MakePlain("\"'<>&");
 
-// Appends the plain characters at the text's beginning and takes them off it.
+// Appends the plain characters at the text's beginning and removes them from the text.
 void TakePlain(OutputBuffer& output, std::string_view& text, const PlainTable& plain) {
     const auto end =
         std::find_if_not(text.begin(), text.end(), [&](char ch) { return plain[static_cast<unsigned char>(ch)]; });
@@ -62,7 +62,7 @@ void AppendHex(OutputBuffer& output, std::uint32_t nValue, int cLeast) {
     }
 }
 
-// A byte of its own, or a run of NULs.
+// Escapes one byte, or a run of NULs.
 void AppendEscapedByte(OutputBuffer& output, std::string_view& text) {
     constexpr std::size_t kLongRun = 4;
     const char ch = text.front();
