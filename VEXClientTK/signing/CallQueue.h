@@ -1,4 +1,4 @@
-// Lets one call at a time through, in the order of arrival, while it is switched on.
+// While it is enabled, it lets one call at a time through, in the order of arrival.
 #pragma once
 
 #include <condition_variable>
@@ -11,7 +11,7 @@ namespace vextk {
 // Any thread may call any member.
 class CallQueue {
 public:
-    // A call's turn: waits for it when made, ends it when destroyed.
+    // A call's turn. The constructor waits for it, the destructor ends it.
     class Turn {
     public:
         explicit Turn(CallQueue& queue) : m_pQueue(queue.Enter() ? &queue : nullptr) {}
@@ -27,14 +27,14 @@ public:
         CallQueue* m_pQueue;
     };
 
-    // Concerns calls that arrive from now on.
+    // Affects only calls that arrive later.
     void Enable(bool bEnable) {
         const CVEXLock lock(m_mutex);
         m_bEnabled = bEnable;
     }
 
-    // For the child of a fork, which has none of the threads that had or awaited a turn. The analysis cannot see that
-    // the child holds all locks of the pool.
+    // For the child of a fork. The threads that had a turn or waited for one do not exist there. The analysis cannot
+    // see that the child holds all locks of the pool.
     void ForgetOtherThreads() VEX_NO_THREAD_SAFETY_ANALYSIS {
         m_bBusy = false;
         m_waiters.clear();
@@ -46,7 +46,7 @@ private:
         bool bTurn = false;
     };
 
-    // False when the queue is off and nobody has to leave.
+    // False: the queue is disabled, and Leave must not be called.
     bool Enter() {
         CVEXLock lock(m_mutex);
         if (!m_bEnabled) {
@@ -67,8 +67,8 @@ private:
             m_bBusy = false;
             return;
         }
-        // Still busy: the turn passes on directly, so that no newcomer gets in between. Notified under the lock,
-        // because the waiter is gone as soon as it sees its turn.
+        // The queue stays busy: the turn passes directly to the next call, so that no new call gets in between. The
+        // notification is under the lock, because the waiter is destroyed as soon as it sees its turn.
         Waiter& next = *m_waiters.front();
         m_waiters.pop_front();
         next.bTurn = true;
