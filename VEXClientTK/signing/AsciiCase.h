@@ -1,5 +1,5 @@
-// Comparison of names without regard to case: of ASCII letters alone. The C library's functions follow the process
-// locale, and "I" is not the capital of "i" everywhere.
+// Compares names without regard to the case of ASCII letters. The C library's functions follow the process locale, and
+// in some locales "I" is not the capital of "i".
 #pragma once
 
 #include <algorithm>

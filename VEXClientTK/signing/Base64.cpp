@@ -11,12 +11,12 @@ namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Bits of the last character before the padding that encode nothing and have to be 0.
+// Bits of the last character before the padding that encode nothing and must be 0.
 constexpr size_t UnusedBits(size_t cPadding) {
     return cPadding == 2 ? 0x0F : cPadding == 1 ? 0x03 : 0;
 }
 
-// OpenSSL's decoder forgives blanks at both ends and stray bits; ours may not.
+// OpenSSL's decoder accepts blanks at both ends and unused bits that are not 0. DecodeBase64 must not.
 bool IsStrictBase64(std::string_view text) {
     if (text.size() % 4 != 0) {
         return false;

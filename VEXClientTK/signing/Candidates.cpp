@@ -9,9 +9,9 @@ namespace {
 
 struct FlawWords {
     Flaw flaw;
-    const char* pszState;    // in the list
-    const char* pszOne;      // behind the number 1
-    const char* pszSeveral;  // behind other numbers
+    const char* pszState;    // in the certificate list
+    const char* pszOne;      // after the number 1
+    const char* pszSeveral;  // after other numbers
     std::string (*detail)(const Identity&);
 };
 
@@ -23,7 +23,7 @@ std::string Day(const std::string& strTime) {
     return " " + strTime.substr(0, strTime.find('T'));
 }
 
-// In the order in which they are told.
+// In the order of the message.
 constexpr FlawWords kFlaws[] = {
     {Flaw::kExpired, "expired", "expired on", "expired, the last on",
      [](const Identity& i) { return Day(i.NotAfterText()); }},
@@ -47,7 +47,7 @@ bool BeginsEarlier(const IdentityPtr& a, const IdentityPtr& b) {
     return a->NotBefore() < b->NotBefore();
 }
 
-// The one that the text names.
+// The certificate whose details the text gives.
 const Identity& Example(Flaw flaw, const Identities& group) {
     switch (flaw) {
         case Flaw::kExpired:

@@ -7,7 +7,7 @@
 namespace vextk {
 namespace {
 
-// A clock that is set back a little does not make the certificates unusable.
+// The certificates stay valid when the clock is set back a little.
 constexpr std::time_t kClockTolerance = std::time_t{5} * 60;
 constexpr std::time_t kLifetime = std::time_t{2} * 365 * 24 * 60 * 60;
 constexpr int kSerialBits = 127;  // positive, and at most the 20 octets of RFC 5280

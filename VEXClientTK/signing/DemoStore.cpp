@@ -54,12 +54,13 @@ std::string HomeDirectory() {
     passwd* pFound = nullptr;
     getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &pFound);
     if (pFound == nullptr || pFound->pw_dir == nullptr || *pFound->pw_dir != '/') {
-        throw Failure(VCTK_E_DEMO_STORE, "neither XDG_DATA_HOME nor HOME names a directory");
+        throw Failure(VCTK_E_DEMO_STORE,
+                      "neither XDG_DATA_HOME nor HOME names a directory; set one of them to an absolute path");
     }
     return pFound->pw_dir;
 }
 
-// A relative XDG_DATA_HOME counts as none, as the XDG Base Directory rules ask.
+// A relative XDG_DATA_HOME is ignored, as the XDG Base Directory rules require.
 std::string StoreDirectory() {
     const char* pszData = std::getenv("XDG_DATA_HOME");
     const std::string strData = pszData != nullptr && *pszData == '/' ? pszData : HomeDirectory() + "/.local/share";
@@ -86,7 +87,7 @@ public:
         }
     }
 
-    // The store's identities; nothing when there is no store, or one that has to be made anew.
+    // The store's identities. Nothing: there is no store, or it must be made again.
     std::optional<Identities> Read() const {
         const OpenedFile file = OpenFile(m_directory.Get(), kStoreName, vexposix::kPrivateInput);
         if (file.nErrno == ENOENT) {
@@ -108,7 +109,7 @@ public:
         }
     }
 
-    // Held for as long as the result lives, against other processes and threads that make the store.
+    // Keeps other processes and threads from making the store, as long as the result lives.
     FileDescriptor Lock() const {
         OpenedFile lock = OpenOrCreateFile(m_directory.Get(), kLockName, vexposix::kPrivate);
         RequireSuccess(kLockName, lock.nErrno);
@@ -117,7 +118,7 @@ public:
         return std::move(lock.descriptor);
     }
 
-    // The lock must be held. Readers see the old store or the whole new one.
+    // The lock must be held. Readers see the old store or the complete new one.
     void Write(std::string_view bytes) const {
         unlinkat(m_directory.Get(), kNewStoreName, 0);
         vexposix::ReplacementFile file(m_directory.Get(), kNewStoreName, S_IRUSR | S_IWUSR);
@@ -148,7 +149,7 @@ Identities OpenDemoStore() {
     }
     const FileDescriptor lock = directory.Lock();
     if (std::optional<Identities> identities = directory.Read()) {
-        return std::move(*identities);  // another process was quicker
+        return std::move(*identities);  // another process or thread has just made it
     }
     const BioPtr pem = MakeDemoCertificates(std::time(nullptr));
     char* pchPem = nullptr;

@@ -1,8 +1,8 @@
-// The demo store: one self-signed RSA-2048 and one EC P-256 certificate of the user's own, to try signing with.
+// The demo store, for trying out signing: a self-signed RSA-2048 and a self-signed EC P-256 certificate for each user.
 //
-// It lies in ${XDG_DATA_HOME:-$HOME/.local/share}/vex-client-toolkit/ (directory 0700, files 0600) as demo.pem, is made
-// on first use and made anew when it is damaged or a certificate in it has expired. Processes that make it at once
-// take turns on demo.lock and end up with the same one.
+// It is the file demo.pem in ${XDG_DATA_HOME:-$HOME/.local/share}/vex-client-toolkit/ (directory 0700, files 0600). It
+// is made on first use, and again when it is damaged or a certificate in it has expired. Processes that want to make it
+// at the same time lock demo.lock, so that one makes it and the others use it.
 #pragma once
 
 #include "signing/Identity.h"

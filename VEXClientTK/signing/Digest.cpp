@@ -17,7 +17,7 @@ struct WeakDigest {
     const char* pszName;
     const char* pszWhy;
 };
-// Each spelling by itself: not every provider has these digests, and the refusal must not depend on it.
+// Each spelling is listed: not every provider has these digests, and the refusal must not depend on the provider.
 constexpr WeakDigest kWeak[] = {
     {"MD2", "MD2 does not resist collisions; use SHA-256"},
     {"MD4", "MD4 does not resist collisions; use SHA-256"},
@@ -32,7 +32,7 @@ constexpr WeakDigest kWeak[] = {
     {"1.3.14.3.2.26", "SHA-1 does not resist collisions; use SHA-256"},
 };
 
-// The JCA's names that OpenSSL has no alias for.
+// Translates the JCA's names that OpenSSL does not know.
 std::string OpenSslName(std::string_view strName) {
     for (const std::string_view name : {"SHA512/224", "SHA512/256"}) {
         if (EqualIgnoringCase(strName, name)) {
@@ -53,7 +53,7 @@ DigestPtr FindDigest(std::string_view strName) {
     DigestPtr digest(EVP_MD_fetch(nullptr, OpenSslName(strName).c_str(), nullptr));
     if (!digest || std::none_of(std::begin(kAccepted), std::end(kAccepted),
                                 [&](const char* pszAccepted) { return EVP_MD_is_a(digest.get(), pszAccepted) == 1; })) {
-        throw Failure(VCTK_E_DIGEST_UNKNOWN, "the SHA-2 and SHA-3 families are known, SHA-256 for one");
+        throw Failure(VCTK_E_DIGEST_UNKNOWN, "use a SHA-2 or SHA-3 digest, such as SHA-256");
     }
     return digest;
 }

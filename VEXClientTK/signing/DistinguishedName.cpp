@@ -28,7 +28,7 @@ constexpr bool IsText(int nType) {
     }
 }
 
-// Lower case; no blanks at the ends, and one for several in between.
+// Lower case, without blanks at the ends. Several blanks in a row become one.
 std::wstring Fold(const std::wstring& strText) {
     std::wstring folded;
     for (const wchar_t ch : FoldCase(strText)) {
@@ -44,7 +44,7 @@ std::wstring Fold(const std::wstring& strText) {
     return folded;
 }
 
-// The dotted OID of an attribute type that is written as a name, in any case, or as an OID; empty when it is unknown.
+// The dotted OID of an attribute type. strName is a name, in any case, or an OID. Empty: the type is unknown.
 std::string FindType(const std::string& strName) {
     if (const ObjectPtr object = FindDottedOid(strName)) {
         return strName;
@@ -103,7 +103,7 @@ void DistinguishedName::SortAttributes() {
     }
 }
 
-// RFC 4514 section 3. Its members return false, or nothing, for what is malformed.
+// Parses RFC 4514 section 3. Its members return false, or nothing, when the text is malformed.
 class NameParser {
 public:
     explicit NameParser(const std::string& strText) : m_text(strText) {}
@@ -122,7 +122,7 @@ public:
                 name.m_relativeNames.emplace_back();
             }
         }
-        // The text begins with the least significant.
+        // The text begins with the least significant relative name.
         std::reverse(name.m_relativeNames.begin(), name.m_relativeNames.end());
         name.SortAttributes();
         return name;
@@ -173,7 +173,7 @@ private:
         return DistinguishedName::ValueOf(WideFromUtf8(bytes));
     }
 
-    // Stands on the backslash; stops at the escape's last character.
+    // Starts at the backslash and stops at the last character of the escape.
     std::optional<char> ParseEscape() {
         if (++m_n == m_text.size()) {
             return std::nullopt;
@@ -204,7 +204,7 @@ private:
         const auto* const pbEnd = pbDer + der.size();
         const OpenSslErrorMark mark;
         const TypePtr type(d2i_ASN1_TYPE(nullptr, &pbDer, static_cast<long>(der.size())));
-        // Types without a string in them do not occur in names.
+        // Types that hold no string do not occur in names.
         if (!type || pbDer != pbEnd || ASN1_TYPE_get(type.get()) == V_ASN1_BOOLEAN ||
             ASN1_TYPE_get(type.get()) == V_ASN1_NULL || ASN1_TYPE_get(type.get()) == V_ASN1_OBJECT) {
             return std::nullopt;

@@ -1,5 +1,6 @@
-// Names of subjects and issuers, to be compared as RFC 5280 section 7.1 has it: relative names in their order, each as
-// a set of attributes; text without regard to case and insignificant blanks, values of other types byte by byte.
+// Names of subjects and issuers, compared by the rules of RFC 5280 section 7.1. Relative names have an order; the
+// attributes of each one have none. Text is compared without regard to case and insignificant blanks, other values byte
+// by byte.
 #pragma once
 
 #include <optional>
@@ -16,16 +17,16 @@ class DistinguishedName {
 public:
     explicit DistinguishedName(const X509_NAME* pName);
 
-    // From RFC 4514 text in UTF-8; blanks around its separators do not matter. Nothing when it is malformed or names an
-    // attribute type that is unknown.
+    // From RFC 4514 text in UTF-8; blanks around its separators do not matter. Nothing: the text is malformed or has an
+    // unknown attribute type.
     static std::optional<DistinguishedName> Parse(const std::string& strText);
 
     bool operator==(const DistinguishedName&) const = default;
 
 private:
     struct Value {
-        std::string strBytes;  // DER, of what is not text
-        std::wstring strText;  // folded
+        std::string strBytes;  // type and content of a value that is not text
+        std::wstring strText;  // text in the form that is compared
 
         bool operator==(const Value&) const = default;
         bool operator<(const Value& other) const {

@@ -1,4 +1,4 @@
-// The toolkit's fifteen operations: handles and C types on the outside, SigningObject on the inside.
+// The toolkit's fifteen functions. They translate handles and C types into calls of SigningObject.
 
 #include <array>
 #include <climits>
@@ -7,6 +7,7 @@
 
 #include "HandleTable.h"
 #include "VCTK.h"
+#include "VEXThreadSafety.h"
 #include "posix/ForkPhases.h"
 #include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
@@ -21,29 +22,30 @@ using Objects = HandleTable<SigningObject>;
 
 Objects& OpenObjects() noexcept;
 
-ThreadId s_nForkingThread = 0;  // guarded by the objects' lock
+ThreadId s_nForkingThread = 0;  // used only by the fork handlers, which hold the objects' lock
 
-// A forked child can use the open objects. It finds the toolkit's own locks free, and no turn taken by a thread of its
-// parent. OpenSSL's locks are not taken here: if another thread of the parent was signing or opening a store, one of
-// them may be held for ever in the child, which then hangs when it signs. Waiting for those threads would make a fork
-// wait for a person at a PIN pad, and for itself where a token's module starts a program.
-void BeforeFork() {
+// A forked child can use the open objects. There, the toolkit's own locks are free, and no thread of the parent has a
+// turn. OpenSSL's locks are not taken here. If another thread of the parent was signing or opening a store, such a lock
+// may stay held in the child for ever, and the child hangs when it signs. A fork cannot wait for those threads: one may
+// wait for a person at a PIN pad, and a token's module that starts a program would wait for itself. Not analysed, like
+// the other two handlers: the locks are held from one handler to the next.
+void BeforeFork() VEX_NO_THREAD_SAFETY_ANALYSIS {
     OpenObjects().LockForFork();
     s_nForkingThread = CurrentThreadIdIfAny();
     MutexPool::LockAll();
 }
 
-void Unlock() {
+void Unlock() VEX_NO_THREAD_SAFETY_ANALYSIS {
     MutexPool::UnlockAll();
     OpenObjects().UnlockAfterFork();
 }
 
-void AfterForkThere() {
+void AfterForkThere() VEX_NO_THREAD_SAFETY_ANALYSIS {
     OpenObjects().ForEach([](SigningObject& object) { object.ForgetOtherThreads(s_nForkingThread); });
     Unlock();
 }
 
-// What a thread has left in the objects goes with it: it may be large signatures.
+// Frees what the thread has left in the objects. That may be large signatures.
 void ForgetThread(ThreadId nThread) noexcept {
     OpenObjects().ForEachLocked([=](SigningObject& object) { object.ForgetThread(nThread); });
 }
@@ -56,8 +58,8 @@ Objects& MakeOpenObjects() {
     return objects;
 }
 
-// Never destroyed: threads of the host may still sign while its exit handlers run. Made when the library is loaded;
-// without the memory for that there is no library.
+// Never destroyed: threads of the host may still sign while its exit handlers run. If memory runs out here, at load
+// time, the process ends.
 Objects& OpenObjects() noexcept {
     static Objects& s_objects = MakeOpenObjects();
     return s_objects;
@@ -66,8 +68,8 @@ Objects& OpenObjects() noexcept {
 // Created at load time, so that no fork can interrupt its creation.
 [[maybe_unused]] const Objects& s_objectsAtLoadTime = OpenObjects();
 
-// Why the thread's last initialisation failed. It has no destructor, so that it can be asked at any time; a detail
-// that is longer is cut.
+// Why the thread's last initialisation failed. It has no destructor, so that it can be read at any time. A longer
+// detail is cut.
 struct InitialisationError {
     VCTKError nNumber = VCTK_OK;
     std::array<char, 512> szDetail{};
@@ -93,7 +95,7 @@ std::string_view RequireText(const char* pszText) {
     return pszText;
 }
 
-// One call of the size query: the needed size for a null buffer, else the text.
+// Sets the needed size, and copies the text unless the buffer is null.
 void HandOut(const std::string& strText, char* pszBuffer, int* pnLength) {
     if (pnLength == nullptr) {
         throw Failure(VCTK_E_INVALID_ARGUMENT, "the length is null");
@@ -113,7 +115,7 @@ void HandOut(const std::string& strText, char* pszBuffer, int* pnLength) {
     std::memcpy(pszBuffer, strText.c_str(), strText.size() + 1);
 }
 
-// The message of the handle's last error; handles that name no object have one as well.
+// The message of the handle's last error. A handle that names no object has one, too.
 std::string LastErrorMessage(HANDLE hObject) {
     if (hObject == nullptr) {
         return ErrorText(t_initialisationError.nNumber, t_initialisationError.szDetail.data());

@@ -1,4 +1,4 @@
-// How an operation of the toolkit fails inside: a number of VCTKError.h, with a detail that the table's message lacks.
+// The exception of the toolkit's operations: a number of VCTKError.h, and a detail that its message does not contain.
 #pragma once
 
 #include <exception>
@@ -11,7 +11,7 @@ namespace vextk {
 
 class Failure : public std::exception {
 public:
-    // strDetail is shown to the user: never a PIN, never key material.
+    // strDetail is shown to the user. It must not contain a PIN or key material.
     explicit Failure(VCTKError nNumber, std::string strDetail = {})
         : m_nNumber(nNumber), m_strDetail(std::move(strDetail)) {}
 
@@ -24,7 +24,7 @@ private:
     std::string m_strDetail;
 };
 
-// The message of an error number with its detail, as the toolkit's user reads it.
+// The message of an error number with its detail, for the user of the toolkit.
 inline std::string ErrorText(VCTKError nNumber, const std::string& strDetail) {
     const std::string strMessage = VCTKErrorMessage(nNumber);
     return strDetail.empty() ? strMessage : strMessage + ": " + strDetail;

@@ -1,4 +1,4 @@
-// Whole small files, read safely.
+// Reads small files as a whole.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace vextk {
 
-// The bytes of a regular file. Throws std::system_error; EFBIG when the file is larger than cbLimit, and for anything
-// but a regular file EISDIR or EINVAL. Never waits on a pipe or device.
+// The bytes of a regular file. Throws std::system_error; EFBIG: larger than cbLimit; EISDIR or EINVAL: not a regular
+// file. Never waits for a pipe or device.
 SecretText ReadFileBytes(const std::string& strPath, size_t cbLimit);
 
 // The same of a file that is already open, from its beginning.

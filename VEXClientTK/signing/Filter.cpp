@@ -44,7 +44,7 @@ std::wstring WideValue(std::string_view strValue) {
     return std::move(*wide);
 }
 
-// A name copied from the certificate list has its blanks escaped.
+// In a name copied from the certificate list, a blank is escaped.
 std::wstring NamePart(std::string_view strValue) {
     std::wstring text = WideValue(strValue);
     constexpr std::wstring_view kEscapedBlank = L"\\20";
@@ -75,8 +75,8 @@ std::string HexDigits(std::string_view strValue) {
     return digits;
 }
 
-// As the certificate list has it, which is as BN_bn2hex writes it: whole bytes, "0" for nothing, "-" before the digits
-// of a negative number, which RFC 5280 forbids and old certificates have.
+// The form of the certificate list, which is that of BN_bn2hex: whole bytes; "0" for zero; "-" before the digits of a
+// negative number. RFC 5280 forbids negative numbers, but old certificates have them.
 std::string SerialText(std::string_view strValue) {
     const bool bNegative = strValue.size() > 1 && strValue.front() == '-';
     std::string digits = HexDigits(strValue.substr(bNegative ? 1 : 0));
@@ -114,14 +114,14 @@ std::string AlgorithmName(std::string_view strValue) {
     Malformed("a key algorithm is RSA or EC");
 }
 
-// The parts of a list; one at least, and none is empty.
+// The parts of a list: at least one, none of them empty.
 std::vector<std::string_view> CommaSeparated(std::string_view strValue) {
     std::vector<std::string_view> parts;
     for (;;) {
         const size_t nEnd = strValue.find(',');
         parts.push_back(strValue.substr(0, nEnd));
         if (parts.back().empty()) {
-            Malformed("a name is missing before or behind a comma");
+            Malformed("a name is missing before or after a comma");
         }
         if (nEnd == std::string_view::npos) {
             return parts;
@@ -229,7 +229,7 @@ std::time_t UtcTime(std::string_view strValue) {
     parts.tm_sec = part(17, 2);
     const std::tm asked = parts;
     const std::time_t time = timegm(&parts);
-    // A day or hour that the calendar lacks has become another one.
+    // timegm has changed a day or hour that does not exist into another one.
     if (parts.tm_mon != asked.tm_mon || parts.tm_mday != asked.tm_mday || parts.tm_hour != asked.tm_hour ||
         parts.tm_min != asked.tm_min || parts.tm_sec != asked.tm_sec) {
         Malformed(kDetail);
@@ -292,7 +292,7 @@ Predicate MakePredicate(ULONG ulType, std::string_view strValue) {
     }
 }
 
-// An empty value that has been lost on its way here must not pass every certificate.
+// A conversion may have lost the value. An empty one must not pass every certificate.
 std::string_view RequireValue(ULONG ulType, std::string_view strValue) {
     if (strValue.empty() && ulType >= VCTK_FILTER_ISSUER && ulType <= VCTK_FILTER_ISSUER_NAME) {
         Malformed("it is empty, or the process locale cannot encode it");

@@ -9,11 +9,11 @@
 
 namespace vextk {
 
-// Unchanging once made; any thread may use it.
+// Immutable; any thread may use it.
 class Filter {
 public:
-    // strValue is narrow text. Throws VCTK_E_FILTER_TYPE or VCTK_E_FILTER_VALUE; an empty value is always refused, so
-    // that a value lost on its way here never passes every certificate.
+    // strValue is narrow text. Throws VCTK_E_FILTER_TYPE or VCTK_E_FILTER_VALUE. An empty value is always refused: a
+    // conversion may have lost the value, and the filter would pass every certificate.
     Filter(ULONG ulType, std::string_view strValue);
 
     bool Passes(const Identity& identity) const { return m_passes(identity); }

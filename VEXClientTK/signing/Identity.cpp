@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kKeyAlgorithms[] = {"RSA", "EC"};
 
-// NIST SP 800-131A: shorter keys are not for signing any more.
+// NIST SP 800-131A: shorter keys must not sign any more.
 constexpr unsigned int kLeastRsaBits = 2048;
 constexpr unsigned int kLeastEcBits = 224;
 
@@ -64,7 +64,7 @@ std::string FingerprintText(const X509* pCertificate) {
 }
 
 std::string NameText(const X509_NAME* pName) {
-    // UTF-8 is left readable; everything else is escaped as RFC 4514 asks.
+    // UTF-8 stays readable; everything else is escaped as RFC 4514 requires.
     constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
     const BioPtr bio(RequireOpenSsl(BIO_new(BIO_s_mem())));
     RequireOpenSsl(X509_NAME_print_ex(bio.get(), pName, 0, kFlags) >= 0);
@@ -77,7 +77,7 @@ unsigned int KeyBitsOf(const X509* pCertificate) {
     if (pKey == nullptr) {
         return 0;
     }
-    // OpenSSL's own answer for an EC key is the size of the curve's order.
+    // For an EC key, EVP_PKEY_get_bits returns the size of the curve's order. The size of its field is wanted.
     std::array<char, 80> curve{};
     if (EVP_PKEY_get_group_name(pKey, curve.data(), curve.size(), nullptr) == 1) {
         using GroupPtr = std::unique_ptr<EC_GROUP, OpenSslDeleter<EC_GROUP_free>>;
@@ -94,7 +94,7 @@ const X509_ALGOR* KeyAlgorithmIdentifier(const X509* pCertificate) {
     return pAlgorithm;
 }
 
-// Also of a key that cannot be read: its dotted OID, then, unless it is an RSA key's.
+// For a key that cannot be read: RSA, or the dotted OID of another algorithm.
 std::string KeyAlgorithmOf(const X509* pCertificate) {
     const ASN1_OBJECT* pObject = nullptr;
     X509_ALGOR_get0(&pObject, nullptr, nullptr, KeyAlgorithmIdentifier(pCertificate));
@@ -111,7 +111,8 @@ std::string KeyAlgorithmOf(const X509* pCertificate) {
     return pszName != nullptr ? pszName : DottedText(pObject);
 }
 
-// An EC key with its curve's parameters instead of its name, which RFC 5480 forbids and Java refuses to read.
+// Whether the key is an EC key with its curve's parameters instead of the curve's name. RFC 5480 forbids this, and Java
+// refuses to read it.
 bool HasExplicitCurve(const X509* pCertificate) {
     const ASN1_OBJECT* pObject = nullptr;
     int nParameterType = V_ASN1_UNDEF;
@@ -119,7 +120,7 @@ bool HasExplicitCurve(const X509* pCertificate) {
     return OBJ_obj2nid(pObject) == NID_X9_62_id_ecPublicKey && nParameterType != V_ASN1_OBJECT;
 }
 
-// Whether OpenSSL can read the certificate's key when it tries anew.
+// Whether OpenSSL can read the certificate's key when it tries again.
 bool CanReadKey(X509* pCertificate) {
     unsigned char* pbDer = nullptr;
     const int cbDer = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(pCertificate), &pbDer);
@@ -128,8 +129,8 @@ bool CanReadKey(X509* pCertificate) {
     return cbDer > 0 && KeyPtr(d2i_PUBKEY(nullptr, &pbRead, cbDer)) != nullptr;
 }
 
-// OpenSSL reads a certificate's key and extensions once and keeps the result, a want of memory as well, which would
-// make the certificate useless from then on. It is found out here, where it can be told.
+// OpenSSL reads a certificate's key and extensions once and keeps the result. It also keeps a failure when memory runs
+// out, which would make the certificate useless from then on. This check finds such a failure and reports it.
 void RequireRead(X509* pCertificate) {
     const OpenSslErrorMark mark;
     const bool bKeyLost = X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate);
@@ -159,7 +160,7 @@ Identity::Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey)
 
 Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
     const OpenSslErrorMark mark;
-    // Fails for malformed extensions, with which nobody accepts a signature.
+    // Fails for malformed extensions. Nobody accepts a signature made with such a certificate.
     if (X509_check_purpose(m_certificate.get(), -1, 0) != 1) {
         return Flaw::kDamaged;
     }

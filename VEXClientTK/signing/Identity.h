@@ -1,4 +1,4 @@
-// A certificate with its private key, if it has one, and what is asked of it again and again as text.
+// A certificate, its private key if it has one, and its properties, which are read only once.
 #pragma once
 
 #include <ctime>
@@ -17,24 +17,24 @@ enum class Flaw {
     kNotYetValid,
     kNotForSigning,  // by its key usage
     kNoPrivateKey,
-    kKeyCannotSign,  // a private key that may be used for other things only
+    kKeyCannotSign,  // its private key may be used only for other things
     kKeyTooShort,
     kUnsupportedKey,  // neither RSA nor EC on a named curve
     kDamaged,
 };
 
-// Unchanging once made; any thread may use it.
+// Immutable; any thread may use it.
 class Identity {
 public:
-    // The key has to be an RSA or EC key and that of the certificate; without one flawWithoutKey says why.
+    // key: the certificate's RSA or EC key, or null. flawWithoutKey: why there is no key.
     Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
-    // Of a certificate that cannot be read: its texts are empty, and it has neither certificate nor key.
+    // For a certificate that cannot be read: the texts are empty, and there is no certificate and no key.
     Identity() = default;
 
     X509* Certificate() const { return m_certificate.get(); }
     EVP_PKEY* Key() const { return m_key.get(); }
 
-    // Whether it can sign then, and if it cannot, why: what lasts before what time changes.
+    // Why it cannot sign at that time; kNone: it can. A flaw that lasts comes before one that depends on the time.
     Flaw FlawAt(std::time_t time) const;
 
     bool IsValidAt(std::time_t time) const { return m_notBefore <= time && time <= m_notAfter; }
@@ -72,7 +72,7 @@ private:
 using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
 
-// The identity of a certificate, a damaged one when it is null or parts of it cannot be read.
+// The identity of a certificate. It is a damaged one when certificate is null or parts of it cannot be read.
 IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
 
 // Whether this toolkit signs with keys of this kind.

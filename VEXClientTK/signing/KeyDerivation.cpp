@@ -30,7 +30,7 @@ std::uint64_t Product(std::uint64_t a, std::uint64_t b) {
     return a != 0 && b > kTooMany / a ? kTooMany : a * b;
 }
 
-// Of the key derivation of PBES2 and PBMAC1.
+// The iterations of the key derivation function of PBES2 and PBMAC1.
 std::uint64_t IterationsOfFunction(const X509_ALGOR* pFunction) {
     if (OBJ_obj2nid(pFunction->algorithm) == NID_id_scrypt) {
         const auto scrypt = Parameters<ScryptParameters>(pFunction, ASN1_ITEM_rptr(SCRYPT_PARAMS));
@@ -42,8 +42,8 @@ std::uint64_t IterationsOfFunction(const X509_ALGOR* pFunction) {
     if (!pbkdf2) {
         return 0;
     }
-    // Each block of the key costs as much again; the shortest of a digest's is 16 bytes. No cipher's or MAC's key needs
-    // more than four of them.
+    // PBKDF2 repeats all iterations for each block of the key. The shortest block is that of a 16-byte digest. No
+    // cipher or MAC needs a key of more than four such blocks.
     const std::uint64_t cbKey = pbkdf2->keylength != nullptr ? Number(pbkdf2->keylength) : 0;
     return cbKey > 64 ? Product(Number(pbkdf2->iter), cbKey / 16) : Number(pbkdf2->iter);
 }

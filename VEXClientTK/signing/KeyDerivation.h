@@ -1,5 +1,5 @@
-// How much work a store file asks for before its PIN can be tried. Files come from others, and name the number of
-// iterations themselves.
+// Limits the work that a store file demands before its PIN can be tried. Files come from others, and the number of
+// iterations is written in the file.
 #pragma once
 
 #include <cstdint>
@@ -10,16 +10,16 @@
 
 namespace vextk {
 
-// Of one file. An iteration is that of PBKDF2, PBKDF1 or the PKCS #12 derivation, or a block of scrypt (N * r * p of
-// them). For one thread.
+// Counts the work for one file. An iteration is one of PBKDF2, PBKDF1 or the PKCS #12 derivation, or one block of
+// scrypt, which takes N * r * p of them. For one thread.
 class DerivationWork {
 public:
-    // For one encryption or MAC, and for all of a file: about three seconds, and fifteen.
+    // The limits for one encryption or MAC (about three seconds) and for a whole file (about fifteen seconds).
     static constexpr std::uint64_t kMost = 10'000'000;
     static constexpr std::uint64_t kMostOfFile = 50'000'000;
 
-    // Each counts what is about to be computed. Throws VCTK_E_STORE_UNREADABLE when it is too much. What cannot be read
-    // counts nothing: OpenSSL refuses it as well.
+    // Called before a derivation, to count its work. Throws VCTK_E_STORE_UNREADABLE when a limit is exceeded.
+    // Parameters that cannot be read count as 0, because OpenSSL refuses them as well.
     void Add(const X509_ALGOR* pAlgorithm);
     void Add(const X509_SIG* pEncryptedKey);
     void AddMac(const PKCS12* pFile);

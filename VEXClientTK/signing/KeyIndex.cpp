@@ -11,7 +11,7 @@
 namespace vextk {
 namespace {
 
-// False when the key has no such number.
+// False: the key has no such number.
 bool AppendNumber(const EVP_PKEY* pKey, const char* pszParameter, std::string& strText) {
     BIGNUM* pNumber = nullptr;
     if (EVP_PKEY_get_bn_param(pKey, pszParameter, &pNumber) != 1) {
@@ -32,8 +32,8 @@ std::string EncodedText(const EVP_PKEY* pKey) {
     return cbDer > 0 ? std::string(reinterpret_cast<const char*>(pbDer), static_cast<size_t>(cbDer)) : std::string();
 }
 
-// The same for two forms of one key. Its numbers and not its encoding: an EC point may be compressed, and the curve's
-// parameters may be written out.
+// The same text for each form of a key. It contains the key's numbers, not its encoding, because an EC point may be
+// compressed and a curve may be given by its parameters.
 std::string PublicText(const EVP_PKEY* pKey) {
     const OpenSslErrorMark mark;
     const bool bRsa = EVP_PKEY_is_a(pKey, "RSA") == 1;
@@ -59,7 +59,7 @@ std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
         const EVP_PKEY* const pPublic = X509_get0_pubkey(certificate.get());
         EVP_PKEY* pFound = nullptr;
         if (pPublic != nullptr && IsSigningKey(pPublic)) {
-            // The point may be on another curve.
+            // A point with the same numbers may be on another curve.
             const auto [begin, end] = byPublicText.equal_range(PublicText(pPublic));
             const auto found =
                 std::find_if(begin, end, [&](const auto& entry) { return EVP_PKEY_eq(pPublic, entry.second) == 1; });

@@ -22,7 +22,7 @@ KeyPtr KeyReader::Read(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
             return key;
         }
     }
-    return KeyPtr(EVP_PKCS82PKEY(pKeyInfo));  // says why
+    return KeyPtr(EVP_PKCS82PKEY(pKeyInfo));  // queues the reason
 }
 
 }  // namespace vextk
