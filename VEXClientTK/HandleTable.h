@@ -57,7 +57,7 @@ public:
     void LockForFork() VEX_ACQUIRE(m_mutex) { m_mutex.Enter(); }
     void UnlockAfterFork() VEX_RELEASE(m_mutex) { m_mutex.Leave(); }
 
-    // For fork handlers, between the two.
+    // For fork handlers, between these two calls.
     template <typename Function>
     void ForEach(Function function) VEX_REQUIRES(m_mutex) {
         for (const auto& [nHandle, pObject] : m_objects) {
@@ -65,7 +65,7 @@ public:
         }
     }
 
-    // Locks the table meanwhile: function must not use it.
+    // Calls function with the table locked, so function must not use the table.
     template <typename Function>
     void ForEachLocked(Function function) {
         const CVEXLock lock(m_mutex);

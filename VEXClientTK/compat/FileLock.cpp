@@ -30,7 +30,7 @@ constexpr std::chrono::microseconds kNoWait(0);
 constexpr std::chrono::milliseconds kFirstWait(2000);
 constexpr std::chrono::microseconds kWaitForBusyFile(500);
 
-// The number of the file whose lock this process did not get at its last try. 0: it got the lock.
+// The number of the last file whose lock this process failed to get and has not got since. 0: none.
 std::atomic<std::uint64_t> s_uBusyFile{0};
 
 // Identifies a file: the same number for all of its descriptors, and never 0. Two files very likely have different

@@ -128,7 +128,8 @@ std::optional<std::size_t> EncodeLocale(std::wstring_view text, std::span<char> 
         }
         output.Append(bytes.data(), cb);
     }
-    // wcrtomb returns to the initial shift state before it writes the terminator. The result ends after that return.
+    // wcrtomb writes the bytes that return to the initial shift state, and then the terminator. The result includes
+    // only the former.
     const std::size_t cb = std::wcrtomb(bytes.data(), L'\0', &state);
     if (cb == kMalformed) {
         return std::nullopt;

@@ -17,7 +17,7 @@ namespace vextk {
 // Any thread may call any member. The calls run one after the other.
 class RegularFile {
 public:
-    // lock: the one of the descriptor's file.
+    // lock: the lock of the descriptor's file.
     RegularFile(vexposix::FileDescriptor descriptor, FileLock lock)
         : m_descriptor(std::move(descriptor)), m_lock(std::move(lock)) {}
     RegularFile(const RegularFile&) = delete;
