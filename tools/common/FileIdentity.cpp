@@ -52,7 +52,7 @@ std::optional<int> OwnDescriptor(const std::string& strDirectory, std::string_vi
     return nDescriptor;
 }
 
-// Nothing: no symbolic link.
+// The target of a symbolic link; nothing for anything else.
 std::optional<std::string> LinkOf(const std::string& strPath) {
     std::array<char, PATH_MAX> target{};
     const ssize_t cb = readlink(strPath.c_str(), target.data(), target.size());
@@ -62,7 +62,7 @@ std::optional<std::string> LinkOf(const std::string& strPath) {
     return std::string(target.data(), static_cast<std::size_t>(cb));
 }
 
-// The nearest directory above the path that is there; returns the path from there on.
+// Fills status for the nearest existing directory above the path. Returns the rest of the path.
 std::string FindDirectory(const std::string& strPath, struct stat& status) {
     std::filesystem::path directory = strPath;
     std::filesystem::path rest;
@@ -74,6 +74,10 @@ std::string FindDirectory(const std::string& strPath, struct stat& status) {
 }
 
 }  // namespace
+
+std::string ShownName(const std::string& strName, const char* pszStandardStream) {
+    return strName == kStandardStream ? pszStandardStream : strName;
+}
 
 OutputName ResolveOutput(const std::string& strPath) {
     constexpr int kMostLinks = 40;

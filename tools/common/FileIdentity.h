@@ -1,4 +1,4 @@
-// Which file a name means, so that an output is never the file that is being read.
+// Tells whether two names mean the same file, so that no output overwrites an input.
 #pragma once
 
 #include <sys/stat.h>
@@ -10,28 +10,32 @@ namespace tools {
 
 inline constexpr const char* kStandardStream = "-";
 
-// An output's name, behind its symbolic links.
+// The name as messages show it; pszStandardStream stands for "-".
+std::string ShownName(const std::string& strName, const char* pszStandardStream);
+
+// The name of an output after its symbolic links are resolved.
 struct OutputName {
     std::string strPath;
-    // An open descriptor of this process: "-" (standard output), /dev/stdout, /dev/fd/3.
+    // Set if the name means an open descriptor of this process: "-" (standard output), /dev/stdout, /dev/fd/3.
     std::optional<int> descriptor;
-    // Another process's descriptor, which has a link in /proc that no file need stand behind.
+    // The name is in /proc: it means a descriptor, and its file may have no other name.
     bool bInProc = false;
 };
 
-// The last link of a chain may lead to a file that is not there. Throws std::system_error for a chain without an end.
+// The file itself need not exist. Throws std::system_error if there are too many symbolic links.
 OutputName ResolveOutput(const std::string& strPath);
 
-// A file by device and inode, or one that is not there by its place below a directory that is.
+// Identifies a file by device and inode; a file that does not exist, by its path below an existing directory.
 class FileIdentity {
 public:
     static FileIdentity OfOutput(const std::string& strPath);
     // "-" is standard input.
     static FileIdentity OfInput(const std::string& strPath);
 
-    // An output to the one destroys the other. Devices, pipes and sockets cannot be destroyed.
+    // Whether writing to one destroys the other. Terminals, pipes and sockets cannot be destroyed.
     bool IsSameFile(const FileIdentity& other) const;
-    // Two outputs would mix. To a terminal they may.
+    // Whether two outputs would mix: they use one descriptor, or one file that is no character device. A terminal that
+    // is opened twice may take both.
     bool IsSameOutput(const FileIdentity& other) const;
 
 private:
@@ -40,10 +44,10 @@ private:
 
     std::optional<int> m_descriptor;
     bool m_bKnown = false;  // the fields below say which file it is
-    mode_t m_nMode = 0;     // 0: it is not there
-    dev_t m_nDevice = 0;    // its own, or its directory's
+    mode_t m_nMode = 0;     // 0: it does not exist
+    dev_t m_nDevice = 0;    // of the file, or of the directory above it
     ino_t m_nInode = 0;
-    std::string m_strName;  // of a file that is not there
+    std::string m_strName;  // path below that directory, if the file does not exist
 };
 
 }  // namespace tools

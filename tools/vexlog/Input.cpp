@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "RecordParser.h"
+#include "common/FileIdentity.h"
 #include "posix/FileIo.h"
 
 namespace vexlog {
@@ -45,7 +46,7 @@ void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observe
         if (cb < 0) {
             const int nError = errno;
             parser.Finish();
-            ThrowReadError(bStandardInput ? "standard input" : strPath, nError);
+            ThrowReadError(tools::ShownName(strPath, "standard input"), nError);
         }
         if (cb == 0) {
             break;

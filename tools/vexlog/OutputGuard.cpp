@@ -17,7 +17,7 @@ namespace vexlog {
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xFF\xFE";
-// Of a page, which may quote a log in its names.
+// The beginning of a page. A page is no log, but may quote records in the names of functions.
 constexpr std::string_view kPageBegin = "<!DOCTYPE html>";
 
 class RecordSeen : public RecordSink {
@@ -30,10 +30,6 @@ public:
 private:
     bool m_bSeen = false;
 };
-
-std::string Shown(const std::string& strOutput) {
-    return strOutput == kStandardInput ? "standard output" : strOutput;
-}
 
 bool HoldsALog(int nDescriptor, const std::string& strName) {
     constexpr std::size_t kPiece = std::size_t{256} * 1024;
@@ -67,7 +63,8 @@ bool HoldsALog(int nDescriptor, const std::string& strName) {
 
 void RefuseInputAsOutput(const std::string& strOutput, const std::string& strInput) {
     if (tools::FileIdentity::OfOutput(strOutput).IsSameFile(tools::FileIdentity::OfInput(strInput))) {
-        throw OutputRefused(Shown(strOutput) + ": this is the log that is read; choose another output");
+        throw OutputRefused(tools::ShownName(strOutput, "standard output") +
+                            ": this is the log that is read; choose another output");
     }
 }
 
@@ -78,12 +75,13 @@ void RefuseLogAsOutput(const std::string& strOutput) {
     if (stat(strPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
+    const std::string strShown = tools::ShownName(strOutput, "standard output");
     const vexposix::FileDescriptor file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!file.IsOpen()) {
-        ThrowReadError(Shown(strOutput), errno);
+        ThrowReadError(strShown, errno);
     }
-    if (HoldsALog(file.Get(), Shown(strOutput))) {
-        throw OutputRefused(Shown(strOutput) + ": this file is a log; remove it first, or choose another output");
+    if (HoldsALog(file.Get(), strShown)) {
+        throw OutputRefused(strShown + ": this file is a log; remove it first, or choose another output");
     }
 }
 

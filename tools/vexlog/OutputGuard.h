@@ -1,4 +1,4 @@
-// Keeps the logs from being written over.
+// Keeps vexlog from overwriting logs.
 #pragma once
 
 #include <stdexcept>
@@ -13,10 +13,10 @@ public:
 
 // Both throw OutputRefused; "-" is standard input or output.
 
-// The output is the file that is read.
+// Refuses an output that is the file to read.
 void RefuseInputAsOutput(const std::string& strOutput, const std::string& strInput);
 
-// The output is a file with records of a log in it. Throws ReadError when that cannot be found out.
+// Refuses an output file that holds records of a log. Throws ReadError if it cannot be read.
 void RefuseLogAsOutput(const std::string& strOutput);
 
 }  // namespace vexlog

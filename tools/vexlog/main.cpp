@@ -21,6 +21,7 @@
 #include "Stats.h"
 #include "TextPrinter.h"
 #include "common/Exit.h"
+#include "common/FileIdentity.h"
 #include "common/Message.h"
 
 namespace vexlog {
@@ -167,7 +168,7 @@ void WriteReport(const Options& options) {
     Report report;
     ReadQuietly(options.strInput, report);
     report.Finish();
-    const std::string strSource = options.strInput == kStandardInput ? "standard input" : options.strInput;
+    const std::string strSource = tools::ShownName(options.strInput, "standard input");
     WriteReportFile(options.strOutput, [&](vexposix::OutputBuffer& output) { report.Print(strSource, output); });
 }
 

@@ -17,12 +17,8 @@
 namespace vexsign {
 namespace {
 
-std::string ShownName(const std::string& strName, const char* pszStandardStream) {
-    return strName == tools::kStandardStream ? pszStandardStream : strName;
-}
-
 [[noreturn]] void FailToRead(const std::string& strName) {
-    throw std::runtime_error(ShownName(strName, "standard input") + ": " + std::strerror(errno));
+    throw std::runtime_error(tools::ShownName(strName, "standard input") + ": " + std::strerror(errno));
 }
 
 }  // namespace
@@ -54,7 +50,7 @@ void WriteOutputs(const std::vector<Output>& outputs) {
     }
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         const std::string& strName = outputs[i].strName;
-        vexposix::OutputBuffer buffer(files[i]->Descriptor(), ShownName(strName, "standard output"));
+        vexposix::OutputBuffer buffer(files[i]->Descriptor(), tools::ShownName(strName, "standard output"));
         buffer.Append(outputs[i].bytes);
         buffer.Flush();
     }

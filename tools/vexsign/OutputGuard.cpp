@@ -24,7 +24,7 @@ std::vector<Named> Inputs(const Options& options) {
         files.push_back(options.strPinSource);
     }
     for (const std::string& strFile : files) {
-        // "-" is a file here.
+        // Here "-" is the name of a file.
         const std::string strPath = strFile.starts_with('/') ? strFile : "./" + strFile;
         inputs.push_back({strFile, "the store, its PIN or its module", tools::FileIdentity::OfInput(strPath)});
     }
@@ -46,13 +46,9 @@ std::vector<Named> Outputs(const Options& options) {
     return outputs;
 }
 
-std::string Shown(const std::string& strName) {
-    return strName == tools::kStandardStream ? "standard output" : strName;
-}
-
 [[noreturn]] void Refuse(const Named& output, const std::string& strOther) {
-    throw std::runtime_error(Shown(output.strName) + ": " + output.strRole + " would be " + strOther +
-                             "; choose another output");
+    throw std::runtime_error(tools::ShownName(output.strName, "standard output") + ": " + output.strRole +
+                             " would be " + strOther + "; choose another output");
 }
 
 }  // namespace
