@@ -1,4 +1,4 @@
-// What the command lines of vexlog and vexsign have in common. Needs CLI11.
+// Command lines of vexlog and vexsign: the parts that both share. Needs CLI11.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -12,20 +12,21 @@
 
 namespace tools {
 
-// The options that every tool has, and the help's form.
+// Adds --version and --help, and sets the layout of the help.
 inline void AddCommonOptions(CLI::App& app, const std::string& strVersion, const std::string& strExamples) {
     app.footer(strExamples);
-    app.set_version_flag("--version", app.get_name() + " " + strVersion, "Print the version and end");
-    app.set_help_flag("-h,--help", "Print this help and end");
+    app.set_version_flag("--version", app.get_name() + " " + strVersion, "Print the version and exit");
+    app.set_help_flag("-h,--help", "Print this help and exit");
     app.get_formatter()->column_width(34);
 }
 
-// For a name that must not be empty, as that of a variable without a value is.
+// Refuses an empty file name, such as that of an empty shell variable.
 inline CLI::Validator NotEmpty() {
-    return CLI::Validator([](std::string& strName) { return strName.empty() ? "the name is empty" : ""; }, "");
+    return CLI::Validator(
+        [](std::string& strName) { return strName.empty() ? "the name is empty; give a file name" : ""; }, "");
 }
 
-// An option that may be given several times, with one value each.
+// Adds an option that may be given several times, with one value each.
 inline void AddList(CLI::App& app, const std::string& strName, std::vector<std::string>& values,
                     const std::string& strValue, const std::string& strText) {
     app.add_option(strName, values, strText)
@@ -35,8 +36,8 @@ inline void AddList(CLI::App& app, const std::string& strName, std::vector<std::
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-// Parses, and calls check, which may throw CLI's errors as well. False when the program ends here, with the status
-// nExit: the help or the version is printed, or what is wrong.
+// Parses the command line, then calls check, which may throw CLI's errors too. False: the program has to exit with
+// nExit, and the help, the version or an error message has been printed.
 template <typename Check>
 bool Parse(CLI::App& app, int argc, char** argv, Check check, int& nExit) {
     try {
@@ -46,7 +47,7 @@ bool Parse(CLI::App& app, int argc, char** argv, Check check, int& nExit) {
     } catch (const CLI::Success& success) {
         nExit = app.exit(success, std::cout, std::cerr);
     } catch (const CLI::ParseError& error) {
-        // It quotes what it was given.
+        // The message quotes the user's arguments.
         std::ostringstream text;
         app.exit(error, text, text);
         std::cerr << VisibleLines(text.str());

@@ -1,4 +1,4 @@
-// What the tools tell their user, whatever is in it: names of files and texts of certificates may be anybody's.
+// Messages to the user. They quote file names and certificates, which anybody may have made, so they are escaped.
 #pragma once
 
 #include <string>
@@ -6,13 +6,13 @@
 
 namespace tools {
 
-// Whether the locale of the process shows all characters. After setlocale.
+// Whether the process's locale uses UTF-8. Call setlocale first.
 bool LocaleIsUtf8();
 
-// One line on standard error: "vexlog: ", and the text as AppendVisible writes it.
+// Writes a line to standard error: "vexlog: " and the text, escaped as by AppendVisible.
 void Complain(const char* pszProgram, std::string_view text);
 
-// The text as AppendVisible writes it, but with its line ends.
+// The text, escaped as by AppendVisible, except its line ends.
 std::string VisibleLines(std::string_view text);
 
 }  // namespace tools

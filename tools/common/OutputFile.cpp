@@ -20,7 +20,7 @@ constexpr mode_t kOwnerOnly = 0600;
     throw std::system_error(nError, std::generic_category(), strPath);
 }
 
-// Another group must not get the rights that this one had.
+// Gives the new file the owner, group and rights of the old one. A new group must not get the old group's rights.
 void TakeOver(const struct stat& old, int nDescriptor, const std::string& strPath) {
     mode_t nRights = old.st_mode & kRights;
     if (fchown(nDescriptor, old.st_uid, old.st_gid) != 0 &&

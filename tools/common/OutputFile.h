@@ -1,4 +1,4 @@
-// An output that is there whole or not at all: a file that it replaces stays as it was until all is written.
+// An output file that appears only when it is complete. A file that it replaces stays unchanged until then.
 #pragma once
 
 #include <optional>
@@ -9,23 +9,23 @@
 
 namespace tools {
 
-// A new file has the rights that the umask leaves. One that is replaced keeps its rights, its owner and group where
-// that is allowed, and the symbolic links that lead to it; other hard links keep the old content. What is no regular
-// file, standard output ("-") and the descriptors of this process (/dev/stdout) are written to as they are.
+// A new file has the rights that the umask allows. A replaced file keeps its rights, the symbolic links that lead to it
+// and, where allowed, its owner and group; other hard links keep the old content. Devices, pipes, standard output ("-")
+// and other descriptors of this process (/dev/stdout) are written to directly.
 class OutputFile {
 public:
-    // Throws std::system_error with the path: also for a file that must not be written.
+    // Throws std::system_error with the path, also if the user may not write to the existing file.
     explicit OutputFile(const std::string& strPath);
 
     int Descriptor() const { return m_temporary ? m_temporary->Descriptor() : m_direct.Get(); }
 
-    // All is written. Without this call nothing has changed, except what was written to no regular file. Throws
+    // Call this when all is written. Without it nothing changes, except an output that is written to directly. Throws
     // std::system_error with the path.
     void Commit();
 
 private:
-    const std::string m_strName;  // as it was given
-    std::string m_strPath;        // behind the symbolic links
+    const std::string m_strName;  // as the user gave it
+    std::string m_strPath;        // after the symbolic links are resolved
     std::optional<TemporaryFile> m_temporary;
     vexposix::FileDescriptor m_direct;
 };

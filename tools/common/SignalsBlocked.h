@@ -1,4 +1,4 @@
-// Signals that wait until the object is gone. For the thread that makes it.
+// Blocks signals in the current thread until the object's end.
 #pragma once
 
 #include <csignal>
@@ -7,7 +7,7 @@ namespace tools {
 
 class SignalsBlocked {
 public:
-    // signals: a range of their numbers.
+    // signals: a range of signal numbers.
     template <typename Signals>
     explicit SignalsBlocked(const Signals& signals) {
         sigset_t blocked;
@@ -21,7 +21,7 @@ public:
     SignalsBlocked(const SignalsBlocked&) = delete;
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
-    // The mask that the thread had, and gets back.
+    // The thread's mask before, which the destructor restores.
     const sigset_t& Before() const { return m_before; }
 
 private:

@@ -29,7 +29,7 @@ void RemoveAndEnd(int nSignal) {
             unlink(pszName);
         }
     }
-    // The handler is gone by now, so that the default action ends the process as soon as this returns.
+    // SA_RESETHAND has restored the default action, which ends the process when this handler returns.
     static_cast<void>(raise(nSignal));
 }
 
@@ -72,11 +72,11 @@ std::string RandomName() {
 
 TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode) {
     const std::string strDirectory = strPath.substr(0, strPath.rfind('/') + 1);
-    // While the file and its entry in the table differ.
+    // A signal between the next two steps would leave the file behind.
     const SignalsBlocked wait(kEnds);
     m_file.emplace(AT_FDCWD, strDirectory + RandomName(), nMode);
     if (!m_file->IsOpen()) {
-        ThrowError(errno, "cannot make a new file beside " + strPath);
+        ThrowError(errno, "cannot create a temporary file beside " + strPath);
     }
     Replace(nullptr, m_file->Name().c_str());
     HandleSignals();

@@ -1,4 +1,4 @@
-// A new file beside another one, to take its place when it is complete. A signal that ends the process removes it.
+// A temporary file that replaces another file when it is complete. A signal that ends the process removes it.
 #pragma once
 
 #include <optional>
@@ -8,11 +8,12 @@
 
 namespace tools {
 
-// The file is removed at the object's end, and when a signal ends the process (SIGHUP, SIGINT, SIGQUIT, SIGTERM, unless
-// the process ignores or handles it). SIGKILL leaves it behind. One thread at a time.
+// The destructor removes the file; so does a signal that ends the process (SIGHUP, SIGINT, SIGQUIT, SIGTERM, unless the
+// process ignores or handles it). SIGKILL leaves it behind. One thread at a time.
 class TemporaryFile {
 public:
-    // Made in the directory of strPath, with nMode as the umask leaves it. Throws std::system_error with strPath.
+    // Creates the file in the directory of strPath, with the bits of nMode that the umask allows. Throws
+    // std::system_error with strPath.
     TemporaryFile(const std::string& strPath, mode_t nMode);
     ~TemporaryFile();
     TemporaryFile(const TemporaryFile&) = delete;
@@ -20,7 +21,8 @@ public:
 
     int Descriptor() const { return m_file->Descriptor(); }
 
-    // On the disk, and in the place of strPath, which is in the same directory. Throws std::system_error with strPath.
+    // Writes the file to the disk and renames it to strPath, which must be in the same directory. Throws
+    // std::system_error with strPath.
     void MoveTo(const std::string& strPath);
 
 private:

@@ -7,10 +7,10 @@
 
 namespace vexsign {
 
-// In one line, padded.
+// One line, with padding.
 std::string EncodeBase64(std::string_view bytes);
 
-// Line breaks and blanks do not count. Nothing for a text that is no padded Base64.
+// Ignores line breaks and blanks. Returns nothing if the text is not padded Base64.
 std::optional<std::string> DecodeBase64(std::string_view text);
 
 }  // namespace vexsign

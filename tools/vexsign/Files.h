@@ -1,4 +1,4 @@
-// Whole files, and the standard streams as "-".
+// Reads and writes whole files; "-" is standard input or output.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ struct Output {
     std::string strName;
     std::string_view bytes;
 };
-// All of them or, when writing fails, none, but for what no file takes (common/OutputFile.h).
+// Writes all outputs. On failure it writes none, except to devices and pipes (common/OutputFile.h).
 void WriteOutputs(const std::vector<Output>& outputs);
 
 }  // namespace vexsign

@@ -11,7 +11,8 @@ namespace {
 constexpr const char* kKeySuffix = ".pub";
 constexpr const char* kContentSuffix = ".content";
 
-// For sh, as a text that shows itself to the terminal harmlessly. The name does not end in a line end.
+// The path as one word of sh; special bytes are octal, so that it cannot harm a terminal. The path must not end in a
+// line end, which $(...) would remove.
 std::string OctalWord(const std::string& strPath, std::string_view plain) {
     std::string strWord = "\"$(printf '";
     for (const char ch : strPath) {
@@ -26,7 +27,7 @@ std::string OctalWord(const std::string& strPath, std::string_view plain) {
     return strWord + "')\"";
 }
 
-// A file name as one word of sh that no program takes for an option.
+// A file name as one word of sh, which no program takes for an option.
 std::string Word(const std::string& strName) {
     constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/+,:@%";
     std::string strPath = strName.starts_with('-') ? "./" + strName : strName;
@@ -43,8 +44,8 @@ std::string Word(const std::string& strName) {
     return strWord + "'";
 }
 
-// The option of "openssl dgst" for a name as the toolkit takes it: "SHA-256" and "sha2-256" are -sha256, "SHA3-256" is
-// -sha3-256, "SHA-512/256" is -sha512-256.
+// The option of "openssl dgst" for a digest name that the toolkit accepts: "SHA-256" and "sha2-256" are -sha256,
+// "SHA3-256" is -sha3-256, "SHA-512/256" is -sha512-256.
 std::string DigestOption(const std::string& strName) {
     if (strName.empty()) {
         return "-sha256";
@@ -74,8 +75,8 @@ std::string P1Hint(const Options& options) {
            Word(options.strInput);
 }
 
-// Whether openssl refuses the certificate for its usual purpose, the signing of mail: it has extended key usages, and
-// emailProtection is not among them.
+// Whether openssl refuses the certificate for its default purpose, signing mail: the certificate has extended key
+// usages without emailProtection.
 bool IsForOtherPurposes(const std::string& strDer) {
     using namespace std::string_view_literals;
     constexpr std::string_view kExtendedKeyUsage = "\x06\x03\x55\x1D\x25"sv;

@@ -1,4 +1,4 @@
-// How others verify what was signed.
+// The openssl command that verifies a signature.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace vexsign {
 
-// A command for sh, to be run where this program ran; it ends with 0 when the signature is good and of the file.
-// strCertificate: the signer's, DER; empty when it is not written.
+// A command for sh. Run in this program's directory, it exits with 0 if the signature is valid for the file.
+// strCertificate: the signer's certificate as DER; empty if it is not written to a file.
 std::string VerifyHint(const Options& options, const std::string& strCertificate);
 
 // The files that the command writes.

@@ -14,17 +14,18 @@ constexpr const char* kDescription =
     "STORE is the toolkit's initialisation text (demo:, file:/path/keys.p12), or a path that begins with /, ./ or ../.";
 
 constexpr const char* kExamples = R"(Examples:
-  vexsign list demo:                                         who could sign
-  vexsign list ./keys.p12 --ask-pin --all                    who could not, too, and why
+  vexsign list demo:                                         which certificates can sign
+  vexsign list ./keys.p12 --ask-pin --all                    also those that cannot, and why
   vexsign p7 ./keys.p12 --pin-source pin letter.txt -o letter.p7s
                                                              detached CMS, with the certificate, Base64
   vexsign p7 demo: letter.txt --attached --out der -o letter.p7m --verify-hint
-                                                             DER, and how openssl verifies it
+                                                             DER, and the openssl command that verifies it
   vexsign p1 demo: --filter key-algorithm=EC --digest SHA384 letter.txt -o letter.sig --cert-out signer.pem
                                                              a bare ECDSA signature, and the certificate
   printf '%s' "I owe you 100 euros." | vexsign p7 ./keys.p12 --ask-pin
 
-Exit status: 0 done, 1 the toolkit failed or a file could not be read or written, 2 the command line is wrong.)";
+Exit status: 0 done; 1 the toolkit failed, a file could not be read or written, or an output was refused;
+2 the command line is wrong.)";
 
 struct FilterName {
     const char* pszName;
@@ -46,7 +47,7 @@ constexpr FilterName kFilterNames[] = {
     {"issuer-name", VCTK_FILTER_ISSUER_NAME},
 };
 
-// "issuer, subject, ...", in lines of the help's width.
+// "issuer, subject, ...", in lines that fit the help.
 std::string FilterNames() {
     constexpr std::size_t kLine = 72;
     std::string strNames;
@@ -69,8 +70,8 @@ ULONG FilterTypeOf(const std::string& strName) {
     ULONG ulType = 0;
     const auto [pchEnd, error] = std::from_chars(strName.data(), strName.data() + strName.size(), ulType);
     if (error != std::errc() || pchEnd != strName.data() + strName.size()) {
-        throw CLI::ValidationError("--filter", "no filter is called \"" + strName +
-                                                   "\"; there are a number of the toolkit's, and\n" + FilterNames());
+        throw CLI::ValidationError("--filter",
+                                   "unknown filter \"" + strName + "\"; use a number or one of:\n" + FilterNames());
     }
     return ulType;
 }
@@ -78,38 +79,40 @@ ULONG FilterTypeOf(const std::string& strName) {
 FilterOption FilterOf(const std::string& strText) {
     const std::size_t nEquals = strText.find('=');
     if (nEquals == std::string::npos) {
-        throw CLI::ValidationError("--filter", "NAME=VALUE is wanted: " + strText);
+        throw CLI::ValidationError("--filter",
+                                   "\"" + strText + "\" has no \"=\"; use NAME=VALUE, such as key-algorithm=EC");
     }
     return {FilterTypeOf(strText.substr(0, nEquals)), strText.substr(nEquals + 1)};
 }
 
-// What the parser fills in before it is checked.
+// Arguments that are not checked yet.
 struct Texts {
     std::vector<std::string> filters;
     std::string strForm = "base64";
 };
 
 void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
-    app.add_option("STORE", options.strStore, "Where the certificates and keys are")->required()->type_name("");
+    app.add_option("STORE", options.strStore, "The store of the certificates and keys")->required()->type_name("");
     CLI::Option* const pSource = app.add_option("--pin-source", options.strPinSource, "File that holds the store's PIN")
                                      ->check(tools::NotEmpty())
                                      ->type_name("FILE");
     app.add_flag("--ask-pin", options.bAskPin, "Ask for the PIN on the terminal, without echo")->excludes(pSource);
-    tools::AddList(
-        app, "--filter", texts.filters, "NAME=VALUE",
-        "Only certificates that pass; several times: all of them. A number of the toolkit's, or\n" + FilterNames());
+    tools::AddList(app, "--filter", texts.filters, "NAME=VALUE",
+                   "Only certificates that pass this filter; if there are several, all of them.\nNAME is a filter's "
+                   "number or one of:\n" +
+                       FilterNames());
 }
 
 void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
-    app.add_option("FILE", options.strInput, "What to sign; \"-\" is standard input")
+    app.add_option("FILE", options.strInput, "The file to sign; \"-\" is standard input")
         ->capture_default_str()
         ->check(tools::NotEmpty())
         ->type_name("");
     app.add_flag("--single", options.bSingle, "Refuse to sign when more than one certificate passes the filters");
-    app.add_flag("--text", options.bText, "Hand FILE to the toolkit as text; without it as Base64 of any bytes");
-    app.add_option("--digest", options.strDigest, "SHA256, SHA-384, SHA3-256 ...; else the toolkit's own choice")
+    app.add_flag("--text", options.bText, "Pass FILE to the toolkit as text; by default as Base64, for any bytes");
+    app.add_option("--digest", options.strDigest, "SHA256, SHA-384, SHA3-256 ...; by default the toolkit chooses")
         ->type_name("NAME");
-    app.add_option("-o,--output", options.strOutput, "Where the signature goes; \"-\" is standard output")
+    app.add_option("-o,--output", options.strOutput, "The file for the signature; \"-\" is standard output")
         ->capture_default_str()
         ->check(tools::NotEmpty())
         ->type_name("FILE");
@@ -117,7 +120,7 @@ void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
         ->check(CLI::IsMember({"base64", "der"}))
         ->capture_default_str()
         ->type_name("FORM");
-    app.add_option("--cert-out", options.strCertificate, "Write the signer's certificate there, PEM")
+    app.add_option("--cert-out", options.strCertificate, "Write the signer's certificate to this file, as PEM")
         ->check(tools::NotEmpty())
         ->type_name("FILE");
     app.add_flag("--verify-hint", options.bVerifyHint, "Print the openssl command that verifies the signature");
@@ -129,21 +132,22 @@ void Check(const Texts& texts, Options& options) {
     }
     options.bDer = texts.strForm == "der";
     if (options.bAskPin && HasPin(options.strStore)) {
-        throw CLI::ValidationError("--ask-pin", "STORE holds a PIN already");
+        throw CLI::ValidationError("--ask-pin", "STORE already holds a PIN; remove its pin-value or this option");
     }
     if (!options.bVerifyHint) {
         return;
     }
     if (options.strInput == "-" || options.strOutput == "-") {
-        throw CLI::ValidationError("--verify-hint", "a command needs names: give FILE and --output");
+        throw CLI::ValidationError("--verify-hint", "the command needs file names; give FILE and --output");
     }
     for (const std::string& strName : {options.strInput, options.strOutput, options.strCertificate}) {
         if (strName.ends_with('\n')) {
-            throw CLI::ValidationError("--verify-hint", "a command cannot name a file whose name ends in a line end");
+            throw CLI::ValidationError("--verify-hint",
+                                       "the name of FILE, --output or --cert-out ends in a line end; use another name");
         }
     }
     if ((options.command == Command::kP1 || !options.bCertificate) && options.strCertificate.empty()) {
-        throw CLI::ValidationError("--verify-hint", "this signature has no certificate in it: give --cert-out");
+        throw CLI::ValidationError("--verify-hint", "this signature does not contain the certificate; give --cert-out");
     }
 }
 
@@ -158,24 +162,24 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
 
     CLI::App* const pList =
         app.add_subcommand("list",
-                           "One line for each certificate that could sign, as the toolkit describes it, in fields\n"
+                           "Print the toolkit's description of each certificate that can sign, one a line, in fields\n"
                            "separated by tabulators");
     AddStoreOptions(*pList, options, texts);
     pList->add_flag("--all", options.bListAll,
-                    "Every certificate of the store, with a last field that says \"signs\" or why it cannot sign;\n"
-                    "the substitute toolkit does this");
+                    "List every certificate of the store; a last field says \"signs\" or why it cannot sign.\n"
+                    "Only the substitute toolkit supports this");
 
-    CLI::App* const pP1 = app.add_subcommand("p1", "The bare signature: RSASSA-PKCS1-v1_5 or ECDSA");
+    CLI::App* const pP1 = app.add_subcommand("p1", "Make a bare signature: RSASSA-PKCS1-v1_5 or ECDSA");
     AddStoreOptions(*pP1, options, texts);
     AddSignOptions(*pP1, options, texts);
 
-    CLI::App* const pP7 = app.add_subcommand("p7", "CMS SignedData");
+    CLI::App* const pP7 = app.add_subcommand("p7", "Make a CMS SignedData");
     AddStoreOptions(*pP7, options, texts);
     AddSignOptions(*pP7, options, texts);
     bool bAttached = false;
     bool bNoCertificate = false;
-    pP7->add_flag("--attached", bAttached, "The content is in the signature; without it the signature is detached");
-    pP7->add_flag("--no-cert", bNoCertificate, "The signer's certificate is not in the signature");
+    pP7->add_flag("--attached", bAttached, "Put the content into the signature; by default the signature is detached");
+    pP7->add_flag("--no-cert", bNoCertificate, "Leave the signer's certificate out of the signature");
     for (CLI::App* const pCommand : {pList, pP1, pP7}) {
         pCommand->footer(kExamples);
     }

@@ -31,7 +31,7 @@ struct Options {
     std::string strOutput = "-";  // "-": standard output
     bool bText = false;
     bool bDer = false;
-    std::string strDigest;       // empty: the toolkit's own choice
+    std::string strDigest;       // empty: the toolkit chooses
     std::string strCertificate;  // file for the signer's certificate; empty: none
     bool bVerifyHint = false;
 
@@ -40,7 +40,7 @@ struct Options {
     bool bCertificate = true;
 };
 
-// Nothing when the program is to end with nExit: help or version were printed, or the usage was wrong, which was told.
+// Nothing: the program has to exit with nExit; the help, the version or an error message has been printed.
 std::optional<Options> ParseOptions(int argc, char** argv, int& nExit);
 
 }  // namespace vexsign

@@ -31,12 +31,12 @@ void OnSignal(int nSignal) {
 FileDescriptor OpenTerminal() {
     FileDescriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
     if (!terminal.IsOpen()) {
-        throw std::runtime_error("there is no terminal to ask for the PIN on; use --pin-source");
+        throw std::runtime_error("cannot ask for the PIN: there is no terminal; use --pin-source");
     }
     return terminal;
 }
 
-// Signals that would end or stop the process arrive in Await alone, and end it.
+// Delivers the signals that would end or stop the process only while Await waits, which then returns.
 class SignalsHeld {
 public:
     SignalsHeld() {
@@ -54,7 +54,7 @@ public:
     SignalsHeld(const SignalsHeld&) = delete;
     SignalsHeld& operator=(const SignalsHeld&) = delete;
 
-    // True: the descriptor can be read. False: a signal came.
+    // True: the descriptor can be read. False: a signal has arrived.
     bool Await(int nDescriptor) const {
         pollfd input = {nDescriptor, POLLIN, 0};
         while (g_nSignal == 0) {
@@ -66,20 +66,19 @@ public:
     }
 
 private:
-    const tools::SignalsBlocked m_blocked{kEnds};  // until the actions are back
+    const tools::SignalsBlocked m_blocked{kEnds};  // until the old actions are restored
     std::array<struct sigaction, kEnds.size()> m_before{};
 };
 
 class EchoOff {
 public:
     explicit EchoOff(const FileDescriptor& terminal) : m_terminal(terminal) {
-        if (tcgetattr(terminal.Get(), &m_before) != 0) {
-            throw std::runtime_error("the terminal cannot be set up to ask for the PIN");
-        }
+        const bool bKnown = tcgetattr(terminal.Get(), &m_before) == 0;
         termios quiet = m_before;
         quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        if (tcsetattr(terminal.Get(), TCSAFLUSH, &quiet) != 0) {
-            throw std::runtime_error("the terminal cannot be set up to ask for the PIN");
+        if (!bKnown || tcsetattr(terminal.Get(), TCSAFLUSH, &quiet) != 0) {
+            throw std::runtime_error(
+                "cannot ask for the PIN: the terminal's echo cannot be turned off; use --pin-source");
         }
     }
     ~EchoOff() { tcsetattr(m_terminal.Get(), TCSAFLUSH, &m_before); }
@@ -91,7 +90,7 @@ private:
     termios m_before{};
 };
 
-// False: interrupted, too long, or at the end without a line end.
+// False: interrupted, the line is too long, or the input ends without a line end.
 bool ReadLine(const FileDescriptor& terminal, const SignalsHeld& signals, std::string& strLine) {
     strLine.reserve(kLongestPin);
     char ch = 0;
@@ -120,10 +119,10 @@ void AskPin(const char* pszPrompt, Secret& pin) {
     }
     if (g_nSignal != 0) {
         static_cast<void>(std::raise(g_nSignal));
-        throw std::runtime_error("interrupted");
+        throw std::runtime_error("interrupted while asking for the PIN");
     }
     if (!bRead) {
-        throw std::runtime_error("no PIN was given");
+        throw std::runtime_error("no PIN was given; type it and press Enter");
     }
 }
 

@@ -5,8 +5,8 @@
 
 namespace vexsign {
 
-// Without echo, on the terminal of the process wherever its standard streams lead; a signal that ends the process finds
-// the terminal as it was. Throws std::runtime_error without a terminal, or when the PIN does not end in a line end.
+// Asks on the process's terminal, wherever its standard streams lead, with the echo off. Before a signal ends the
+// process, the echo is on again. Throws std::runtime_error if there is no terminal, or no line end after the PIN.
 void AskPin(const char* pszPrompt, Secret& pin);
 
 }  // namespace vexsign

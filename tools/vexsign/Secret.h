@@ -8,7 +8,7 @@
 
 namespace vexsign {
 
-// Wiped at its end. Whoever appends reserves before, or growing leaves a copy behind.
+// The destructor wipes the text. Reserve room before you append: a string that grows leaves a copy behind.
 class Secret {
 public:
     Secret() = default;

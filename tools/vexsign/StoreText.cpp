@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view kUnreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
 
-// What the percent sign does not stand for. The room is the caller's.
+// Appends the bytes percent-encoded, except unreserved characters and those of alsoKept. The caller reserves the room.
 void AppendEncoded(std::string& strText, std::string_view bytes, std::string_view alsoKept) {
     for (const char ch : bytes) {
         if (kUnreserved.find(ch) != std::string_view::npos || alsoKept.find(ch) != std::string_view::npos) {
@@ -43,7 +43,7 @@ std::string Decoded(std::string_view text) {
     return strText;
 }
 
-// Takes a URI's scheme off, in any case.
+// Removes the scheme, in upper or lower case, from the front of the text. False: the text has another one.
 bool TakeScheme(std::string_view& text, std::string_view scheme) {
     const bool bTaken =
         text.size() >= scheme.size() &&
@@ -62,7 +62,7 @@ std::string PathOf(std::string_view uri) {
     return Decoded(uri);
 }
 
-// Empty when the environment names none.
+// Empty if neither the environment nor the user's account names a directory.
 std::string DemoStore() {
     const char* const pszData = std::getenv("XDG_DATA_HOME");
     std::string strData = pszData != nullptr && *pszData == '/' ? pszData : "";

@@ -1,4 +1,4 @@
-// The initialisation text: which store, and how its PIN gets there.
+// The toolkit's initialisation text: the store, and where its PIN comes from.
 #pragma once
 
 #include <string>
@@ -8,21 +8,20 @@
 
 namespace vexsign {
 
-// Whether the text holds a PIN, where every user of the machine could read it from the command line.
+// Whether the text holds a PIN. Every user of the machine can see the command line.
 bool HasPin(const std::string& strStore);
 
-// A path ("/...", "./...", "../...") as file: URI; everything else as it is.
+// A path ("/...", "./...", "../...") becomes a file: URI; any other text stays as it is.
 std::string StoreOf(const std::string& strArgument);
 
-// The files that the text names, as far as it is in the substitute toolkit's syntax: the store, the PIN's file, a
-// token's module.
+// The files that the text names in the substitute toolkit's syntax: the store, the PIN's file, a token's module.
 std::vector<std::string> FilesOf(const std::string& strStore);
 
-// The store with the PIN's attribute behind it.
+// Both add an attribute for the PIN to the store's text.
 std::string WithPinSource(const std::string& strStore, const std::string& strPath);
 void AppendPin(const std::string& strStore, const Secret& pin, Secret& store);
 
-// The substitute toolkit's store whose list shows what cannot sign, too.
+// Adds the attribute that makes the substitute toolkit list every certificate.
 std::string WithListAll(const std::string& strStore);
 
 }  // namespace vexsign

@@ -7,7 +7,7 @@
 namespace vexsign {
 namespace {
 
-// The two calls of a size query: first the size, then the text. query: INT(char* pszBuffer, int* pnLength)
+// Calls query twice: first for the size, then for the text. query: INT(char* pszBuffer, int* pnLength)
 template <typename Query>
 INT FetchText(Query query, std::string& strText) {
     strText.clear();
@@ -23,14 +23,14 @@ INT FetchText(Query query, std::string& strText) {
     return nResult;
 }
 
-// Why the last operation on the handle failed; 0: why there is no handle.
+// The error of the last operation on the handle; for a null handle, of the initialisation that failed.
 ToolkitError LastError(HANDLE hObject) {
     const INT nNumber = VCTK_GetLastError(hObject);
     std::string strText;
     const INT nResult = FetchText(
         [=](char* pszBuffer, int* pnLength) { return VCTK_GetLastErrorMessage(hObject, pszBuffer, pnLength); },
         strText);
-    return {nNumber, nResult == 0 && !strText.empty() ? strText : "the toolkit has no text for it"};
+    return {nNumber, nResult == 0 && !strText.empty() ? strText : "the toolkit returned no text for this error"};
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The client toolkit's operations, with its failures as exceptions and its texts as strings.
+// The client toolkit's operations, with exceptions for failures and strings for texts.
 #pragma once
 
 #include <stdexcept>
@@ -18,7 +18,7 @@ private:
     INT m_nNumber;
 };
 
-// A signing object, from its making to its end. Members throw ToolkitError, or std::bad_alloc.
+// Owns a signing object of the toolkit. Members throw ToolkitError, or std::bad_alloc.
 class SigningObject {
 public:
     // strStore: in the toolkit's own syntax.
@@ -31,13 +31,13 @@ public:
     void SetChooseSingle();
     void AddFilter(ULONG ulType, const std::string& strValue);
 
-    // nInputForm: 1, the text is Base64 of the data; 0, it is the data. The signature as the toolkit gives it, Base64.
+    // nInputForm: 1, the text is Base64 of the data; 0, it is the data. Returns the toolkit's signature, in Base64.
     std::string SignP1(const std::string& strText, int nInputForm);
     std::string SignP7(const std::string& strText, int nInputForm, bool bDetached, bool bIncludeCertificate);
 
-    // Base64 of the certificate of the last signature.
+    // The certificate of the last signature, in Base64.
     std::string Certificate();
-    // One line for each certificate that could sign, its fields separated by tabulators. Empty without any.
+    // One line for each certificate that can sign, with fields separated by tabulators. Empty if there is none.
     std::string CertificateList();
 
 private:

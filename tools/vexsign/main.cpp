@@ -1,4 +1,4 @@
-// vexsign: signs from the command line with whatever client toolkit is installed.
+// vexsign: signs from the command line with the client toolkit that is installed.
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +21,7 @@
 #include "StoreText.h"
 #include "Toolkit.h"
 #include "common/Exit.h"
+#include "common/FileIdentity.h"
 #include "common/Message.h"
 #include "posix/OutputBuffer.h"
 #include "posix/VisibleText.h"
@@ -28,7 +29,7 @@
 namespace vexsign {
 namespace {
 
-// As VCTK.h numbers them.
+// The input forms of VCTK.h.
 constexpr int kInputText = 0;
 constexpr int kInputBase64 = 1;
 
@@ -51,7 +52,7 @@ void SetStore(const Options& options, Secret& store) {
     }
 }
 
-// The separators stay, whatever is in the fields.
+// Escapes the fields, not their separators.
 std::string VisibleList(std::string_view list, bool bUtf8) {
     std::string strShown;
     while (!list.empty()) {
@@ -66,22 +67,23 @@ std::string VisibleList(std::string_view list, bool bUtf8) {
 void List(SigningObject& object, bool bAll) {
     const std::string strList = object.CertificateList();
     if (strList.empty()) {
-        Say(bAll ? "the store has no certificate that passes the filters" : "no certificate could sign");
+        Say(bAll ? "the store has no certificate that passes the filters" : "no certificate of the store can sign");
         return;
     }
-    // A program that reads the list knows UTF-8 whatever its locale is.
+    // A program that reads the list gets UTF-8 in any locale.
     const std::string strShown = VisibleList(strList, isatty(STDOUT_FILENO) == 0 || tools::LocaleIsUtf8()) + "\n";
     try {
         WriteOutputs({{"-", strShown}});
     } catch (const vexposix::OutputClosed&) {
-        // As with any program whose reader has seen enough.
+        // No error: the reader has seen enough.
     }
 }
 
 std::string SignInput(SigningObject& object, const Options& options) {
     const std::string bytes = ReadWhole(options.strInput);
     if (options.bText && bytes.find('\0') != std::string::npos) {
-        throw std::runtime_error("a text with zero bytes would be signed up to the first of them; leave --text out");
+        throw std::runtime_error(tools::ShownName(options.strInput, "standard input") +
+                                 ": only the text before its zero bytes would be signed; omit --text");
     }
     const std::string strText = options.bText ? bytes : EncodeBase64(bytes);
     const int nInputForm = options.bText ? kInputText : kInputBase64;
@@ -93,7 +95,7 @@ std::string SignInput(SigningObject& object, const Options& options) {
 std::string Decoded(const std::string& strBase64, const char* pszWhat) {
     std::optional<std::string> bytes = DecodeBase64(strBase64);
     if (!bytes) {
-        throw std::runtime_error(std::string("the toolkit's ") + pszWhat + " is not Base64");
+        throw std::runtime_error(std::string("the toolkit's ") + pszWhat + " is not Base64; try another toolkit");
     }
     return std::move(*bytes);
 }
@@ -160,13 +162,13 @@ int Run(int argc, char** argv) {
         return nExit;
     }
     static_cast<void>(std::setlocale(LC_CTYPE, ""));
-    // Errors of writing, to be told.
+    // Failed writes then return errors.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         Execute(*options);
     } catch (const vexposix::OutputClosed&) {
-        Say("nobody reads the output any more");
+        Say("the reader of the output ended before all was written");
         return tools::kExitError;
     } catch (const std::bad_alloc&) {
         Say("out of memory");
