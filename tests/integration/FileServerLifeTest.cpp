@@ -102,7 +102,7 @@ TEST_F(FileServerLife, GoesOnAfterSighup) {
     const std::uint64_t uId = Open("log");
     for (int i = 1; i <= 2; ++i) {
         m_server->Signal(SIGHUP);
-        EXPECT_TRUE(m_server->WaitForLog("SIGHUP: there is nothing to open again; goes on", i));
+        EXPECT_TRUE(m_server->WaitForLog("SIGHUP ignored: there is nothing to reopen", i));
         EXPECT_EQ(Ask(WriteRequest(uId, "text")), WriteReply(true, 4));
     }
     m_server->Signal(SIGTERM);
@@ -237,17 +237,17 @@ TEST_F(FileServerLife, WarnsOfRootAndOfAnotherOwnersDirectory) {
         GTEST_SKIP() << "skipped: only root can run as root and give a directory away";
     }
     Start();
-    EXPECT_TRUE(m_server->WaitForLog("runs as root, which it need not"));
+    EXPECT_TRUE(m_server->WaitForLog("runs as root, which is not needed"));
     EXPECT_EQ(m_server->LinesWith("belongs to user"), 0);
     ASSERT_EQ(chown(Root().c_str(), 4711, static_cast<gid_t>(-1)), 0);
     Start();
-    EXPECT_TRUE(m_server->WaitForLog("the directory belongs to user 4711"));
+    EXPECT_TRUE(m_server->WaitForLog(Root() + " belongs to user 4711"));
 }
 
 TEST_F(FileServerLife, WarnsOfADirectoryThatOthersMayWriteTo) {
     std::filesystem::permissions(Root(), std::filesystem::perms{0777});
     Start();
-    EXPECT_TRUE(m_server->WaitForLog("users other than this one may write in the directory"));
+    EXPECT_TRUE(m_server->WaitForLog("other users may write to " + Root()));
 }
 
 TEST_F(FileServerLife, LogsItsOperationsWhenVerbose) {

@@ -149,7 +149,7 @@ TEST_F(FileServerLimits, AFileTooMany) {
 TEST_F(FileServerLimits, AFileThatIsNotUsedIsClosed) {
     Start({"--idle-seconds", "1", "--max-files", "1", "--verbose"});
     const std::uint64_t uId = Open("log");
-    EXPECT_TRUE(m_server->WaitForLog("1 files closed that were not used any more"));
+    EXPECT_TRUE(m_server->WaitForLog("unused files closed: 1"));
     EXPECT_EQ(Ask(WriteRequest(uId, "late")), WriteReply(false, 0));
     EXPECT_EQ(Content("log"), "");
     EXPECT_NE(Open("log"), 0U);

@@ -192,17 +192,17 @@ TEST_P(FileServerHeader, EndsTheConnectionWithOneLineInTheLog) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, FileServerHeader,
-    testing::Values(BadHeader{{"UnknownFlag"}, [](MessageHeader& header) { header.uParameter = 20; }, "flags 20"},
-                    BadHeader{{"NoRequest"}, [](MessageHeader& header) { header.uParameter = 11; }, "a message that"},
-                    BadHeader{{"OtherDestination"},
-                              [](MessageHeader& header) { header.strDestination[0] = 1; },
-                              "a message for somebody else"},
-                    BadHeader{{"Empty"}, [](MessageHeader& header) { header.uLength = 0; }, "an empty message"},
-                    BadHeader{
-                        {"TooLong"}, [](MessageHeader& header) { header.uLength = 1001; }, "a message of 1001 bytes"},
-                    BadHeader{{"Endless"},
-                              [](MessageHeader& header) { header.uLength = ~std::uint64_t{0}; },
-                              "a message of 18446744073709551615 bytes"}),
+    testing::Values(
+        BadHeader{{"UnknownFlag"}, [](MessageHeader& header) { header.uParameter = 20; }, "unknown flags 20"},
+        BadHeader{{"NoRequest"}, [](MessageHeader& header) { header.uParameter = 11; }, "a message that"},
+        BadHeader{{"OtherDestination"},
+                  [](MessageHeader& header) { header.strDestination[0] = 1; },
+                  "a message for another server"},
+        BadHeader{{"Empty"}, [](MessageHeader& header) { header.uLength = 0; }, "an empty message"},
+        BadHeader{{"TooLong"}, [](MessageHeader& header) { header.uLength = 1001; }, "a message of 1001 bytes"},
+        BadHeader{{"Endless"},
+                  [](MessageHeader& header) { header.uLength = ~std::uint64_t{0}; },
+                  "a message of 18446744073709551615 bytes"}),
     RowName);
 
 TEST_F(FileServer, TheLargestMessages) {

@@ -1,5 +1,6 @@
 #include "FileName.h"
 
+#include "Text.h"
 #include "posix/Utf8.h"
 
 namespace vexfiled {
@@ -8,12 +9,12 @@ std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strNa
         return Refusal{ERROR_INVALID_NAME, "an empty name"};
     }
     if (strName.size() > kMaxNameLength) {
-        return Refusal{ERROR_FILENAME_EXCED_RANGE, "a name that is too long"};
+        return Refusal{ERROR_FILENAME_EXCED_RANGE, Text("a name of more than ", kMaxNameLength, " bytes")};
     }
     if (strName.find('\0') != strName.npos) {
         return Refusal{ERROR_INVALID_NAME, "a name with a zero byte"};
     }
-    // A pair of Java's surrogates would be another name to other programs.
+    // Java's encoding of a pair of surrogates would be another name to other programs.
     if (!vexposix::IsPlainUtf8(strName)) {
         return Refusal{ERROR_NO_UNICODE_TRANSLATION, "a name that is not UTF-8"};
     }
@@ -22,18 +23,20 @@ std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strNa
     std::string_view strLast;
     for (std::string_view strRest = strName; !strRest.empty();) {
         strLast = strRest.substr(0, strRest.find('/'));
-        // A name that ends in a slash has an empty component behind it.
+        // A name that ends in a slash ends in an empty component.
         const bool bMore = strLast.size() < strRest.size();
         strRest.remove_prefix(strLast.size() + (bMore ? 1 : 0));
         if (strLast == "..") {
             return Refusal{ERROR_ACCESS_DENIED, "\"..\" in a name"};
         }
         if (strLast.size() > kMaxComponentLength) {
-            return Refusal{ERROR_FILENAME_EXCED_RANGE, "a component of a name that is too long"};
+            return Refusal{ERROR_FILENAME_EXCED_RANGE,
+                           Text("a component of more than ", kMaxComponentLength, " bytes")};
         }
         if (!strLast.empty() && strLast != ".") {
             if (components.size() == kMaxComponents) {
-                return Refusal{ERROR_FILENAME_EXCED_RANGE, "a name with too many components"};
+                return Refusal{ERROR_FILENAME_EXCED_RANGE,
+                               Text("a name with more than ", kMaxComponents, " components")};
             }
             components.emplace_back(strLast);
         }
@@ -42,7 +45,7 @@ std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strNa
         }
     }
     if (strLast.empty() || strLast == ".") {
-        return Refusal{ERROR_ACCESS_DENIED, "a name of a directory"};
+        return Refusal{ERROR_ACCESS_DENIED, "the name of a directory"};
     }
     return components;
 }

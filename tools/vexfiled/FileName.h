@@ -1,4 +1,4 @@
-// The names that clients give to files. No file is looked at here.
+// Checks the file names that clients send, without access to the files.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace vexfiled {
 
-// Why something is not done: an ERROR_ number for the client, and a text for the log.
+// Why a file is not opened: an ERROR_ number for the client, and a text for the log.
 struct Refusal {
     DWORD dwError;
     std::string strReason;
@@ -20,8 +20,8 @@ inline constexpr std::size_t kMaxNameLength = 4095;      // bytes
 inline constexpr std::size_t kMaxComponentLength = 255;  // bytes
 inline constexpr std::size_t kMaxComponents = 64;
 
-// The parent directories and, last, the file that a name leads to from the root: it makes no difference whether the
-// name is absolute. Empty components and "." go away; the result has one component at least, and none is "..".
+// Splits a name into the parent directories below the root and, last, the file. All names start at the root, absolute
+// or not. Empty components and "." are removed; the result has at least one component, and none is "..".
 std::variant<std::vector<std::string>, Refusal> SplitName(std::string_view strName);
 
 }  // namespace vexfiled

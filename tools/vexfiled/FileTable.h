@@ -1,4 +1,4 @@
-// The open files and their IDs. An ID belongs to no connection; it ends when it is closed or was not used for a while.
+// The open files and their IDs. Every connection may use every ID, until the ID is closed or unused for a while.
 // For one thread.
 #pragma once
 
@@ -19,31 +19,31 @@ class FileTable {
 public:
     struct Limits {
         std::size_t cMaxFiles = 256;
-        std::chrono::seconds maxIdle{60};  // after so long without a use an ID is no more
+        std::chrono::seconds maxIdle{60};  // an ID that is unused for this time expires
     };
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
     using IdSource = std::function<std::uint64_t()>;
 
-    // IDs come from fnIds; 0 and numbers in use are passed over.
+    // IDs come from fnIds; 0 and numbers in use are skipped.
     explicit FileTable(Limits limits, IdSource fnIds = RandomId, Clock fnClock = std::chrono::steady_clock::now);
 
-    // Whether another file can be opened; closes expired ones.
+    // Whether another file can be opened. Closes expired files when the table is full.
     bool HasRoom();
 
-    // To be called when there is room. The ID is not 0.
+    // Call this only if HasRoom. Returns the ID, which is not 0.
     DWORD Add(vexposix::FileDescriptor descriptor, const std::string& strName);
 
-    // Null: never given out, closed or expired. The file stays at its place until the next call of another member.
+    // Null: the ID was never given out, is closed or has expired. The pointer is valid until another member is called.
     OpenFile* Use(DWORD dwFileID);
 
     void Close(DWORD dwFileID) { m_files.erase(dwFileID); }
 
-    // Returns how many were closed.
+    // Returns the number of files it closed.
     std::size_t CloseExpired();
 
     std::size_t Count() const { return m_files.size(); }
 
-    // A number that no other user can guess. Throws std::system_error when the kernel has none.
+    // A number that no other user can guess. Throws std::system_error if the kernel gives none.
     static std::uint64_t RandomId();
 
 private:

@@ -41,7 +41,7 @@ void Log::Write(std::string_view strText) {
     }
 }
 
-// Whether there is nothing to report any more.
+// True: no lost lines are left to report.
 bool Log::ReportLost() {
     if (m_uLost > 0 && m_fnSink(Text(m_uLost, " lines lost: the log could not be written"))) {
         m_uLost = 0;
@@ -74,8 +74,8 @@ bool Log::ToStandardError(std::string_view strText) {
         std::strftime(szTime.data(), szTime.size(), "%Y-%m-%d %H:%M:%S ", &local) == 0) {
         szTime[0] = '\0';
     }
-    // A pipe that is ready takes PIPE_BUF bytes without waiting. Making it non-blocking would change it for all who
-    // have it.
+    // A pipe that is ready takes PIPE_BUF bytes without waiting. O_NONBLOCK would change it for the other processes
+    // that use it.
     std::string strLine = Text(szTime.data(), "vexfiled: ", strText);
     strLine.resize(std::min<std::size_t>(strLine.size(), PIPE_BUF - 1));
     strLine += '\n';

@@ -14,18 +14,18 @@ public:
     // False: the line is lost.
     using Sink = std::function<bool(std::string_view strText)>;
 
-    // bVerbose: whether details are written as well.
+    // bVerbose: whether details are written too.
     explicit Log(bool bVerbose, Sink fnSink = ToStandardError, Clock fnClock = std::chrono::steady_clock::now);
 
-    // What happens a few times in the server's life.
+    // For what happens a few times in the server's life.
     void Event(std::string_view strText) { Write(strText); }
 
-    // What a client can bring about as often as it likes: kBurst lines at once and one a second in the long run, so
-    // that a flood cannot fill a disk. The others are counted.
+    // For what clients can cause as often as they like: writes kBurst lines at once and then one per second, so that a
+    // flood cannot fill a disk. Counts the others.
     void Refused(std::string_view strText);
 
-    // Says how many lines were left out or lost, if any were and a line may be written again. To be called now and
-    // then.
+    // Reports how many lines were left out or lost, as soon as a line may be written again. Call this from time to
+    // time.
     void ReportMissing();
 
     bool IsVerbose() const { return m_bVerbose; }
@@ -37,8 +37,8 @@ public:
 
     static constexpr int kBurst = 20;
 
-    // One line with the local time in front; what makes it too long for one write is cut. Never waits for a reader: the
-    // line is lost where a pipe is full.
+    // Writes one line, with the local time in front; cuts what is too long for one write. Never waits for a reader: if
+    // a pipe is full, the line is lost.
     static bool ToStandardError(std::string_view strText);
 
 private:
@@ -49,10 +49,10 @@ private:
     bool m_bVerbose;
     Sink m_fnSink;
     Clock m_fnClock;
-    int m_nLines = kBurst;  // that may be written at once
+    int m_nLines = kBurst;  // lines that may be written at once
     std::chrono::steady_clock::time_point m_lastGain;
     std::uint64_t m_uLeftOut = 0;
-    std::uint64_t m_uLost = 0;  // to the sink
+    std::uint64_t m_uLost = 0;  // lines that the sink could not write
 };
 
 }  // namespace vexfiled

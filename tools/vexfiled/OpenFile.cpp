@@ -9,8 +9,8 @@ void OpenFile::SeekTo(off_t nPosition) {
     m_bAtEnd = false;
 }
 
-// The end is asked for anew each time: other clients may have moved it. Between this and a write nothing of theirs can
-// come, because the server does one thing at a time.
+// Read and Write ask for the end each time, because other clients may have moved it. They cannot move it before the
+// transfer, because the server does one thing at a time.
 Transfer OpenFile::Read(void* pBuffer, std::size_t cbBuffer) {
     if (m_bAtEnd) {
         m_bAtEnd = false;

@@ -1,4 +1,4 @@
-// A file as one client has opened it: with a position, or at its end whatever that is. For one thread.
+// A file that one client has opened, with its position. For one thread.
 //
 // Results called errno are errno values, 0 for success.
 #pragma once
@@ -21,14 +21,14 @@ public:
 
     void SeekTo(off_t nPosition);
 
-    // Until the next SeekTo or Read the position is the end of the file, also when others move that.
+    // Until the next SeekTo or Read the position is the end of the file, even if others move the end.
     void SeekToEnd() { m_bAtEnd = true; }
 
     // Returns errno.
     int GetSize(off_t& cbSize) const { return vexposix::GetSize(m_descriptor.Get(), cbSize); }
 
-    // At the position, which moves on. A write at the end that does not fit leaves nothing in the file, so that no
-    // record is there in part.
+    // Both start at the position and advance it. If a write at the end fails halfway, its bytes are removed, so that no
+    // partial record stays in the file.
     vexposix::Transfer Read(void* pBuffer, std::size_t cbBuffer);
     vexposix::Transfer Write(const void* pData, std::size_t cbData);
 

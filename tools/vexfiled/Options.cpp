@@ -8,14 +8,13 @@
 namespace vexfiled {
 namespace {
 
-constexpr const char* kDescription =
-    "Serves files below one directory to programs of this machine that write their log through it.";
+constexpr const char* kDescription = "Keeps log files below one directory for programs of this machine.";
 
 constexpr const char* kFooter = R"(
-Listens on 127.0.0.1 only. Clients send to session 0, object 101, which is port 8766 (8665 + session + object). On
-another port the sessions and objects of that sum are served as well.
+Listens on 127.0.0.1 only. Clients compute the port: 8665 + session + object. The file server is session 0, object 101:
+port 8766. On another port the server also answers to every session and object that give this port.
 
-Ends on SIGTERM and SIGINT. Exit status: 0 ended by a signal, 1 could not serve, 2 wrong command line.
+Ends on SIGTERM and SIGINT. Exit status: 0 ended by a signal, 1 could not serve, 2 the command line is wrong.
 
 Examples:
   vexfiled --root /var/lib/vexfiled
@@ -34,10 +33,10 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
     app.footer(kFooter);
     app.get_formatter()->column_width(36);
     app.set_version_flag("--version", "vexfiled " VEX_VERSION);
-    app.add_option("--root", options.strRoot, "Directory below which all files are; it has to exist")
+    app.add_option("--root", options.strRoot, "The directory that holds all files; it has to exist")
         ->required()
         ->type_name("DIR");
-    app.add_option("--port", options.uPort, "TCP port; 0 takes any free one and logs which")
+    app.add_option("--port", options.uPort, "TCP port; 0 takes any free port and logs it")
         ->type_name("N")
         ->capture_default_str();
     app.add_option("--max-message", options.cbMaxMessage, "Largest payload of a request or a reply, in bytes")
@@ -52,12 +51,13 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
         ->type_name("N")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
-    app.add_option("--idle-seconds", nIdleSeconds, "A file that is not used for so long is closed")
+    app.add_option("--idle-seconds", nIdleSeconds, "Close a file that is unused for this time")
         ->type_name("N")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
-    app.add_option("--client-timeout-seconds", nTimeoutSeconds,
-                   "Longest wait for a client's next message, for the rest of one, and for its taking a reply")
+    app.add_option(
+           "--client-timeout-seconds", nTimeoutSeconds,
+           "Longest wait for a client's next message, for the rest of a message, and for a client to take a reply")
         ->type_name("N")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();

@@ -15,14 +15,14 @@
 
 namespace vexfiled {
 
-// What is left of a request.
+// The rest of a request.
 class RequestHandler::Fields {
 public:
     explicit Fields(std::span<const BYTE> bytes) : m_bytes(bytes) {}
 
     std::span<const BYTE> Rest() const { return m_bytes; }
 
-    // False, and nothing taken: the rest is shorter.
+    // False: the rest is shorter, and nothing is taken.
     template <typename Record>
     bool Take(Record& record) {
         static_assert(std::is_trivially_copyable_v<Record>);
@@ -34,7 +34,7 @@ public:
         return true;
     }
 
-    // Whether the rest is these numbers and nothing else.
+    // Takes the numbers. False: the rest is not exactly these numbers.
     template <typename... Numbers>
     bool AreExactly(Numbers&... numbers) {
         return (Take(numbers) && ...) && m_bytes.empty();
@@ -66,11 +66,11 @@ Reply NotUnderstood(std::string_view strWhy) {
 }
 
 Reply Misshapen(const char* pszOperation) {
-    return NotUnderstood(Text("the fields of ", pszOperation));
+    return NotUnderstood(Text("wrong fields of ", pszOperation));
 }
 
 std::string NoSuchFile(const char* pszOperation) {
-    return Text(pszOperation, ": no such file ID; never given out, closed or expired");
+    return Text(pszOperation, ": unknown file ID; it was never given out, is closed or has expired");
 }
 
 std::string Account(std::string_view strOperation, const OpenFile& file, int nErrno) {
@@ -78,7 +78,7 @@ std::string Account(std::string_view strOperation, const OpenFile& file, int nEr
     return nErrno == 0 ? strAccount : Text(strAccount, ": ", std::generic_category().message(nErrno));
 }
 
-// The reply to an operation that has no more to say than whether it was done. operation(file) returns errno.
+// The reply to an operation that only succeeds or fails. operation(file) returns errno.
 template <typename Operation>
 Reply OnFile(FileTable& files, DWORD dwFileID, const char* pszOperation, Operation operation) {
     OpenFile* pFile = files.Use(dwFileID);
@@ -106,7 +106,7 @@ Reply RequestHandler::Handle(std::span<const BYTE> request) {
     }
     const DWORD dwCommand = header.dwCmd;
     if (header.dwExtendSize != fields.Rest().size()) {
-        return NotUnderstood(Text("the size in the header of command ", dwCommand));
+        return NotUnderstood(Text("wrong size in the header of command ", dwCommand));
     }
     switch (dwCommand) {
         case VEX_FILE_OPEN:
@@ -130,7 +130,7 @@ Reply RequestHandler::Handle(std::span<const BYTE> request) {
         case VEX_FILE_END_OF_FILE:
             return EndOfFile(fields);
         default:
-            return NotUnderstood(Text("command ", dwCommand));
+            return NotUnderstood(Text("unknown command ", dwCommand));
     }
 }
 
@@ -147,7 +147,7 @@ Reply RequestHandler::Open(Fields fields) {
         return Reply{Pack(kNoFile, kNotDone, refusal.dwError), false, Text(strAccount, ": ", refusal.strReason)};
     };
 
-    // Asked first, so that a file for which there is no room is not made either.
+    // Checked first, so that no file is created that cannot be opened.
     if (!m_files.HasRoom()) {
         return refuse({ERROR_TOO_MANY_OPEN_FILES, "too many open files"});
     }
@@ -230,7 +230,7 @@ Reply RequestHandler::Read(Fields fields) {
         return {Pack(TransferResult{FALSE, 0}), false, NoSuchFile("read")};
     }
 
-    // The reply grows with what the file has, not by what is asked for.
+    // The reply grows with the bytes of the file, not with the number that the client asks for.
     constexpr std::size_t kStep = 0x100000;
     constexpr std::size_t cbHead = sizeof(TransferResult);
     const std::size_t cbWanted = std::min<DWORD>(dwCount, m_cbMaxReply - cbHead);
@@ -273,7 +273,7 @@ Reply RequestHandler::Flush(Fields fields) {
     if (!fields.AreExactly(dwFileID)) {
         return Misshapen("flush");
     }
-    // Nothing is kept on this side of the kernel. Waiting for the disk would hold up all clients.
+    // The kernel has all bytes already. Waiting for the disk would delay all clients.
     return OnFile(m_files, dwFileID, "flush", [](OpenFile&) { return 0; });
 }
 

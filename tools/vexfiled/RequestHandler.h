@@ -1,4 +1,4 @@
-// From the bytes of a request to the bytes of its reply. Free of sockets, for one thread.
+// Turns the bytes of a request into the bytes of its reply. Uses no sockets. For one thread.
 #pragma once
 
 #include <span>
@@ -13,18 +13,18 @@ namespace vexfiled {
 
 struct Reply {
     std::vector<BYTE> bytes;  // never empty
-    bool bDone = false;       // whether what the request asks for was done
+    bool bDone = false;       // whether the request succeeded
     std::string strAccount;   // for the log: what was done, or why not
 };
 
 class RequestHandler {
 public:
-    // Both live longer than the handler. cbMaxReply: no reply is longer, which is what limits a read; kMinMaxReply at
-    // least.
+    // root and files must outlive the handler. cbMaxReply: the longest reply, which limits a read; at least
+    // kMinMaxReply.
     RequestHandler(const Root& root, FileTable& files, std::size_t cbMaxReply)
         : m_root(root), m_files(files), m_cbMaxReply(cbMaxReply) {}
 
-    // Any bytes will do: a request that is not understood has a reply as well. May throw std::bad_alloc.
+    // Accepts any bytes: a request that is not understood has a reply too. May throw std::bad_alloc.
     Reply Handle(std::span<const BYTE> request);
 
     static constexpr std::size_t kMinMaxReply = 64;

@@ -1,4 +1,4 @@
-// The rules that a client's message header has to keep. Free of sockets; any thread.
+// Checks the header of a client's message. Uses no sockets; any thread.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace vexfiled {
 
-// What is wrong with the header of a message that came in at the port; empty when it may be served.
+// What is wrong with the header of a message that arrived at the port; empty if it is valid.
 std::string FaultOf(const RouteMessageHeader& header, USHORT usPort, DWORD dwMaxMessage);
 
 }  // namespace vexfiled

@@ -17,7 +17,7 @@ namespace {
 using vexposix::FileDescriptor;
 using vexposix::OpenedFile;
 
-// Somebody else may make and remove what is looked for between two steps, but hardly time and again.
+// Other processes may create or remove a directory between two steps. This limits the attempts.
 constexpr int kMaxRounds = 100;
 
 Refusal RefusalOf(int nErrno) {
@@ -25,7 +25,7 @@ Refusal RefusalOf(int nErrno) {
 }
 
 Refusal Busy() {
-    return {ERROR_SHARING_VIOLATION, "somebody else makes and removes it all the time"};
+    return {ERROR_SHARING_VIOLATION, "another process keeps creating and removing it"};
 }
 
 Refusal SymbolicLink() {
@@ -44,7 +44,7 @@ std::variant<FileDescriptor, Refusal> EnterDirectory(int nParent, const char* ps
                 return SymbolicLink();
             }
             if (!S_ISDIR(status.st_mode)) {
-                return Refusal{ERROR_PATH_NOT_FOUND, "a parent that is no directory"};
+                return Refusal{ERROR_PATH_NOT_FOUND, "a parent is not a directory"};
             }
             return descriptor;
         }
@@ -64,11 +64,11 @@ Refusal RefusalOfFile(int nErrno) {
         case ELOOP:
             return SymbolicLink();
         case EINVAL:
-            return {ERROR_ACCESS_DENIED, "no regular file"};
+            return {ERROR_ACCESS_DENIED, "not a regular file"};
         case EMLINK:
-            return {ERROR_ACCESS_DENIED, "a file with a second name"};
+            return {ERROR_ACCESS_DENIED, "a file with hard links"};
         case ENOENT:
-            return {ERROR_PATH_NOT_FOUND, "a parent directory that somebody removed"};
+            return {ERROR_PATH_NOT_FOUND, "its directory was removed"};
         case EBUSY:
             return Busy();
         default:

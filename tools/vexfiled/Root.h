@@ -1,5 +1,5 @@
-// The directory below which the server has its files. There is no way out of it: a name is walked down component by
-// component from the directory's descriptor, and no symbolic link is followed. Any thread.
+// The directory that holds the server's files. No name leads out of it: each component is opened from the descriptor of
+// its parent, and no symbolic link is followed. Any thread.
 #pragma once
 
 #include <sys/types.h>
@@ -15,19 +15,19 @@ namespace vexfiled {
 
 class Root {
 public:
-    // Throws std::system_error when there is no such directory, or files cannot be made in it. A path that leads
-    // through links is fine here.
+    // Throws std::system_error if the directory does not exist or is not writable. Here strPath may contain symbolic
+    // links.
     explicit Root(const std::string& strPath);
 
-    // Whether users other than the server's own may make files and links in it.
+    // Whether its mode lets other users create files and links in it.
     bool IsWritableByOthers() const { return m_bWritableByOthers; }
 
-    // The user to whom it belongs.
+    // The user who owns it.
     uid_t Owner() const { return m_owner; }
 
-    // Opens a regular file, making it (mode 0600) and its parent directories (0700) when they are missing. Never waits
-    // on a pipe or device. Links are refused: symbolic ones anywhere in the name, and a file that has a second name,
-    // which may be a file of somebody else outside.
+    // Opens a regular file. Creates it (mode 0600) and its parent directories (0700) if they are missing. Never waits
+    // on a pipe or device. Refuses symbolic links anywhere in the name, and files with hard links: such a file may be
+    // somebody else's, from outside the root.
     std::variant<vexposix::OpenedFile, Refusal> Open(std::string_view strName) const;
 
 private:

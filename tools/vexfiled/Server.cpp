@@ -18,13 +18,13 @@ using asio::ip::tcp;
 
 namespace {
 
-// A connection too many is told so, which takes waiting for its registration. So many are told at a time; those beyond
-// are closed without a word.
+// A client beyond --max-connections is refused in the reply to its registration. At most this many clients are being
+// refused at a time; the server closes further connections without a reply.
 constexpr std::size_t kMaxRefusals = 64;
 
 tcp::acceptor Listen(asio::io_context& context, std::uint16_t uPort) {
     try {
-        // The address of a server that has just ended may be taken; that of one that listens may not.
+        // Reuses the port of a server that has just ended. Fails if another server listens on it.
         return tcp::acceptor(context, tcp::endpoint(asio::ip::address_v4::loopback(), uPort));
     } catch (const std::system_error& error) {
         throw std::system_error(error.code(), Text("port ", uPort, " of 127.0.0.1"));
@@ -47,7 +47,8 @@ Server::Server(const Options& options, const Root& root, Log& log)
       m_setting{m_handler, log, m_acceptor.local_endpoint().port(), options.cbMaxMessage, options.clientTimeout} {}
 
 std::size_t Server::MaxDescriptors(const Options& options) {
-    constexpr std::size_t kOwn = 16;  // standard streams, listening, waiting, walking down to a file; and some to spare
+    constexpr std::size_t kOwn =
+        16;  // standard streams, listening and waiting, directories on the way to a file; and a reserve
     return options.files.cMaxFiles + options.cMaxConnections + kMaxRefusals + kOwn;
 }
 
@@ -66,7 +67,7 @@ void Server::WaitForSignal() {
             return;
         }
         if (nSignal == SIGHUP) {
-            m_log.Event("SIGHUP: there is nothing to open again; goes on");
+            m_log.Event("SIGHUP ignored: there is nothing to reopen");
             if (!m_bStopping || !m_sessions.empty()) {
                 WaitForSignal();
             }
@@ -90,15 +91,15 @@ void Server::Accept() {
             try {
                 OnAccepted(std::move(socket));
             } catch (const std::bad_alloc&) {
-                m_log.Refused("a client dropped: no memory");
+                m_log.Refused("a client dropped: out of memory");
             }
         }
         if (!error || error == asio::error::connection_aborted) {
             Accept();
             return;
         }
-        // Descriptors or memory have run out. The client is still in the queue, and trying at once would be all there
-        // is done.
+        // Descriptors or memory have run out. The client stays in the queue, so trying again at once would only use up
+        // the processor.
         m_log.Refused(Text("cannot accept a connection, trying again: ", error.message()));
         m_acceptTimer.expires_after(200ms);
         m_acceptTimer.async_wait([this](const asio::error_code& cancelled) {
@@ -137,13 +138,13 @@ void Server::OnSessionEnded(Session& session) {
 void Server::WaitForHousekeeping() {
     m_housekeepingTimer.expires_after(1s);
     m_housekeepingTimer.async_wait([this](const asio::error_code& error) {
-        // Cancelling does not reach a wait whose time was up just before. Waiting again would keep the server running.
+        // Cancelling has no effect on a timer that has just expired. Waiting again would keep the server running.
         if (error || m_bStopping) {
             return;
         }
         const std::size_t cClosed = m_files.CloseExpired();
         if (cClosed > 0) {
-            m_log.Detail(Text(cClosed, " files closed that were not used any more"));
+            m_log.Detail(Text("unused files closed: ", cClosed));
         }
         m_log.ReportMissing();
         WaitForHousekeeping();
@@ -164,7 +165,7 @@ void Server::Stop() {
             EndAllSessions();
         }
     });
-    const auto sessions = m_sessions;  // which change while they end
+    const auto sessions = m_sessions;  // a copy: sessions leave the table when they end
     for (const auto& [pSession, session] : sessions) {
         session->Finish();
     }

@@ -20,13 +20,13 @@ namespace vexfiled {
 
 class Server {
 public:
-    // Listens from here on. The root and the log live longer. Throws std::system_error when the port is not to be had.
+    // Starts to listen. The arguments must outlive the server. Throws std::system_error if the port is not available.
     Server(const Options& options, const Root& root, Log& log);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    // Serves until SIGTERM or SIGINT, on SIGHUP as well; then takes nothing new and returns when the replies at hand
-    // are sent, after five seconds, or on another such signal.
+    // Serves until SIGTERM or SIGINT; ignores SIGHUP. Then accepts nothing new, and returns when the pending replies
+    // are sent, after five seconds, or on a second such signal.
     void Run();
 
     // The most descriptors that are open at once.
@@ -48,12 +48,12 @@ private:
     asio::signal_set m_signals;
     asio::steady_timer m_acceptTimer;        // until accepting is tried again
     asio::steady_timer m_housekeepingTimer;  // until expired files are closed
-    asio::steady_timer m_stopTimer;          // until it stops without waiting for replies
+    asio::steady_timer m_stopTimer;          // until the server ends without waiting for replies
     FileTable m_files;
     RequestHandler m_handler;
     SessionSetting m_setting;
     std::unordered_map<Session*, std::shared_ptr<Session>> m_sessions;
-    std::size_t m_cServed = 0;  // sessions that are not there to be refused only
+    std::size_t m_cServed = 0;  // sessions that are served, not refused
     std::uint64_t m_uLastNumber = 0;
     bool m_bStopping = false;
 };

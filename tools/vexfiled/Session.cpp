@@ -15,7 +15,7 @@ namespace vexfiled {
 
 template <typename Step>
 auto Session::Then(Step step) {
-    // A wait completes without a count.
+    // async_wait has no count.
     return [self = shared_from_this(), step](const asio::error_code& error, std::size_t cbDone = 0) {
         if (self->m_bEnded) {
             return;
@@ -26,7 +26,7 @@ auto Session::Then(Step step) {
         }
         try {
             (self.get()->*step)();
-        } catch (const std::exception& exception) {  // no memory, no random numbers: this client's loss alone
+        } catch (const std::exception& exception) {  // out of memory or random numbers: only this client is dropped
             self->Drop(exception.what());
         }
     };
@@ -42,7 +42,7 @@ Session::Session(asio::ip::tcp::socket socket, std::uint64_t uNumber, Admission 
       m_fnEnded(std::move(fnEnded)) {}
 
 void Session::Start() {
-    // Replies are sent whole; the kernel need not wait for more.
+    // Replies are sent whole, so the kernel need not wait for more bytes.
     asio::error_code ignored;
     m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
     Enter(Stage::kRegistration);
@@ -85,7 +85,7 @@ void Session::CheckHeader() {
     ReadPayload();
 }
 
-// Step by step, so that memory is taken for bytes that are there and not for those that a header announces.
+// Reads step by step, so that memory grows with the bytes that arrive and not with the length that a header announces.
 void Session::ReadPayload() {
     constexpr std::size_t kStep = 0x10000;
     const std::size_t cbThere = m_payload.size();
@@ -135,7 +135,7 @@ void Session::Enter(Stage stage) {
     m_stage = stage;
     m_deadline.expires_after(m_setting.timeout);
     m_deadline.async_wait([self = shared_from_this()](const asio::error_code& error) {
-        // Another stage may have begun just when the time was up.
+        // Another stage may have begun, with a new deadline, just when the timer expired.
         if (!error && !self->m_bEnded && self->m_deadline.expiry() <= asio::steady_timer::clock_type::now()) {
             self->OnTimeout();
         }
@@ -158,7 +158,7 @@ void Session::OnTimeout() {
 
 void Session::OnError(const asio::error_code& error, std::size_t cbDone) {
     if (error == asio::error::eof && m_stage == Stage::kHeader && cbDone == 0) {
-        m_setting.log.Detail(Text("client ", m_uNumber, ": has gone"));
+        m_setting.log.Detail(Text("client ", m_uNumber, ": disconnected"));
         End();
     } else if (error == asio::error::eof) {
         Drop(m_stage == Stage::kRegistration ? "gone before its registration" : "gone in the middle of a message");

@@ -1,6 +1,6 @@
 // One client's connection: its registration, then requests and replies in turn until either side ends it.
 //
-// For the thread of the socket's executor. A session lives as long as something of its is under way.
+// For the thread of the socket's executor. A session lives as long as one of its operations is pending.
 #pragma once
 
 #include <array>
@@ -20,20 +20,20 @@
 
 namespace vexfiled {
 
-// What all sessions share; it outlives them.
+// What all sessions share. It must outlive them.
 struct SessionSetting {
     RequestHandler& handler;
     Log& log;
     USHORT usPort;                 // the server's
     std::size_t cbMaxMessage;      // payload
-    std::chrono::seconds timeout;  // for each thing that a client is waited for
+    std::chrono::seconds timeout;  // for each wait for a client
 };
 
 class Session : public std::enable_shared_from_this<Session> {
 public:
     enum class Admission { kServed, kRefused };
 
-    // fnEnded is called once, when the session takes part in nothing any more.
+    // Calls fnEnded once, when the session has ended.
     Session(asio::ip::tcp::socket socket, std::uint64_t uNumber, Admission admission, const SessionSetting& setting,
             std::function<void(Session&)> fnEnded);
 
@@ -41,10 +41,10 @@ public:
 
     void Start();
 
-    // Ends it: at once, or after the reply that is on its way.
+    // Ends the session: after the reply that is being sent, otherwise at once.
     void Finish();
 
-    // Ends it at once.
+    // Ends the session at once.
     void End();
 
 private:
@@ -62,7 +62,7 @@ private:
     void OnError(const asio::error_code& error, std::size_t cbDone);
     void Drop(std::string_view strReason);
 
-    // A completion handler: the next step, unless there was an error or the session has ended meanwhile.
+    // A completion handler that does the next step, unless there was an error or the session has ended.
     template <typename Step>
     auto Then(Step step);
 

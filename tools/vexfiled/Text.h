@@ -15,7 +15,7 @@ std::string Text(const Parts&... parts) {
     return stream.str();
 }
 
-// What a client sent, for a log line: in quotation marks, everything but printable ASCII as \xNN, and cut when long.
+// A client's bytes for a log line: in quotation marks, cut if they are long, all but printable ASCII as \xNN.
 std::string Quoted(std::string_view bytes);
 
 }  // namespace vexfiled

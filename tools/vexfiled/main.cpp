@@ -1,4 +1,4 @@
-// vexfiled: the file server that programs of this machine write their log through.
+// vexfiled: the file server for the logs of programs on this machine.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <string>
 #include <system_error>
 #include <variant>
 
@@ -22,10 +23,10 @@ namespace {
 using vexfiled::Text;
 
 void SetUpProcess() {
-    // A client that has gone and a file that has reached the limit of its size are errors of one call.
+    // A disconnected client and a file that reaches its size limit then are errors of one call.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-    // Modes are chosen by the server alone, for its own user.
+    // Only the server's own user gets rights to new files.
     umask(S_IRWXG | S_IRWXO);
 }
 
@@ -37,21 +38,21 @@ void RaiseDescriptorLimit(std::size_t cWanted, vexfiled::Log& log) {
     limit.rlim_cur = std::min<rlim_t>(cWanted, limit.rlim_max);
     setrlimit(RLIMIT_NOFILE, &limit);
     if (limit.rlim_cur < cWanted) {
-        log.Event(Text("only ", limit.rlim_cur, " descriptors, and ", cWanted,
-                       " would be needed for all files and connections; see ulimit -n"));
+        log.Event(Text("only ", limit.rlim_cur, " descriptors are allowed, but all files and connections need ",
+                       cWanted, "; raise the limit (ulimit -n)"));
     }
 }
 
-void WarnOfUsers(const vexfiled::Root& root, vexfiled::Log& log) {
+void WarnOfUsers(const std::string& strRoot, const vexfiled::Root& root, vexfiled::Log& log) {
     if (geteuid() == 0) {
-        log.Event("runs as root, which it need not; give it a user of its own");
+        log.Event("runs as root, which is not needed; start it as a user of its own");
     }
     if (root.Owner() != geteuid()) {
-        log.Event(Text("the directory belongs to user ", root.Owner(),
-                       ", who can move things about in it; it should be this user's"));
+        log.Event(
+            Text(strRoot, " belongs to user ", root.Owner(), ", who can move its files; give it to the server's user"));
     }
     if (root.IsWritableByOthers()) {
-        log.Event("users other than this one may write in the directory; it should be 0700");
+        log.Event(Text("other users may write to ", strRoot, "; change its mode to 0700"));
     }
 }
 
@@ -61,7 +62,7 @@ int Serve(const vexfiled::Options& options) {
     try {
         log.Event("version " VEX_VERSION);
         const vexfiled::Root root(options.strRoot);
-        WarnOfUsers(root, log);
+        WarnOfUsers(options.strRoot, root, log);
         RaiseDescriptorLimit(vexfiled::Server::MaxDescriptors(options), log);
         vexfiled::Server server(options, root, log);
         server.Run();
@@ -69,7 +70,7 @@ int Serve(const vexfiled::Options& options) {
     } catch (const std::system_error& error) {
         log.Event(Text("cannot serve: ", error.what()));
     } catch (const std::exception& error) {
-        log.Event(Text("gives up: ", error.what()));
+        log.Event(Text("ends after an error: ", error.what()));
     }
     return EXIT_FAILURE;
 }
