@@ -1,4 +1,4 @@
-// Makes calls of records: which record ends which call, and which calls never came to their end.
+// Combines records into calls: a record of a beginning and the record of its end.
 #pragma once
 
 #include <cstdint>
@@ -13,9 +13,9 @@ namespace vexlog {
 
 enum class Outcome {
     kDone,          // has both records
-    kFailed,        // has no end, and its thread went on: refused or failed
-    kOpen,          // has no end, and nothing of its thread follows
-    kWithoutBegin,  // has no beginning: its function writes none, or the record was cut off the file
+    kFailed,        // has no end, but its thread went on: refused or failed
+    kOpen,          // has no end, and its thread wrote nothing more
+    kWithoutBegin,  // has no beginning: its function writes none, or it was cut from the file
 };
 
 struct Call {
@@ -23,8 +23,8 @@ struct Call {
     std::int64_t nProcess = 0;
     std::int32_t nThread = 0;
     Outcome outcome = Outcome::kDone;
-    CivilMicroseconds nBegin = 0;     // of kWithoutBegin, its end
-    CivilMicroseconds nDuration = 0;  // of kDone; negative when the clock was set back meanwhile
+    CivilMicroseconds nBegin = 0;     // for kWithoutBegin: of its end
+    CivilMicroseconds nDuration = 0;  // of kDone; negative if the clock was set back during the call
 };
 
 class CallSink {
@@ -38,22 +38,22 @@ protected:
     CallSink& operator=(const CallSink&) = default;
 };
 
-// One call at a time is open in each thread of each process. Memory is bounded: beyond kMostOpen open calls one of them
-// is given up as open, and functions beyond kMostFunctions share a name.
+// Each thread of each process has at most one open call. Memory is bounded: beyond kMostOpen open calls, one of them is
+// reported as open; functions beyond kMostFunctions share a name.
 class CallMatcher : public RecordSink {
 public:
     static constexpr std::size_t kMostOpen = 65'536;
     static constexpr std::size_t kMostFunctions = 500;
 
-    // The sink has to live as long as the matcher is used.
+    // The sink must outlive the matcher.
     explicit CallMatcher(CallSink& sink) : m_sink(sink) {}
 
     void OnRecord(const Record& record) override;
 
-    // The end of the log: hands over the calls that are still open.
+    // Call this at the end of the log: reports the calls that are still open.
     void Finish();
 
-    // Names as a reader knows them, "ClearFilter". The last of kMostFunctions is "(others)".
+    // Short names, such as "ClearFilter". The last of kMostFunctions is "(others)".
     const std::vector<std::string>& Functions() const { return m_functions; }
 
 private:

@@ -42,7 +42,7 @@ CivilMicroseconds FromSystem(std::time_t time, std::int64_t nMicrosecond) {
            (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) * kMicrosecondsPerSecond + nMicrosecond;
 }
 
-// Takes a text apart from its front.
+// Reads a text from its front.
 class Scanner {
 public:
     explicit Scanner(std::string_view text) : m_rest(text) {}

@@ -1,5 +1,5 @@
-// Local time as the log has it: a date and a time of day without a zone. Differences are right except across a change
-// of the clock.
+// Local time as in the log: a date and a time of day without a zone. Differences are wrong if the clock was changed in
+// between.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ using CivilMicroseconds = std::int64_t;
 
 constexpr CivilMicroseconds kMicrosecondsPerSecond = 1'000'000;
 
-// The part of it below a second.
+// The microseconds of its second.
 constexpr int MicrosecondOf(CivilMicroseconds time) {
     const CivilMicroseconds nRest = time % kMicrosecondsPerSecond;
     return static_cast<int>(nRest < 0 ? nRest + kMicrosecondsPerSecond : nRest);
@@ -30,15 +30,15 @@ struct CivilFields {
     int nMicrosecond = 0;
 };
 
-// Nothing when a field is out of its range (a day up to 31 will do, as will a leap second).
+// Nothing if a field is out of its range. Every month may have 31 days, and a minute a leap second.
 std::optional<CivilMicroseconds> ToCivil(const CivilFields& fields);
 CivilFields FromCivil(CivilMicroseconds time);
 
-// "2024-03-05T09:07:02.048213", with the given character in place of the T.
+// "2024-03-05T09:07:02.048213", with chBetween in place of the T.
 std::string FormatCivil(CivilMicroseconds time, char chBetween = 'T');
 
 // A point in time as a user writes it: "2024-03-05", "2024-03-05T09:07", "2024-03-05 09:07:02.5", "09:07:02" (today),
-// or back from now: "30s", "10m", "2h", "3d", "1w". Nothing when it is none of them.
+// or a time before now: "30s", "10m", "2h", "3d", "1w". Nothing for any other text.
 std::optional<CivilMicroseconds> ParseUserTime(std::string_view text, CivilMicroseconds now);
 
 // The local time now.

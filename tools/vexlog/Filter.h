@@ -1,4 +1,4 @@
-// Which records are wanted.
+// Selects records.
 #pragma once
 
 #include <cstdint>
@@ -10,15 +10,15 @@
 
 namespace vexlog {
 
-// Every condition that is set has to hold; of a list, one entry. What has no such field does not pass.
+// A record must meet every condition that is set, and of a list one entry. A record without the field does not pass.
 struct Filter {
     std::vector<std::string> functions = {};  // "ClearFilter" or the whole name
     std::vector<std::int32_t> threads = {};
     std::vector<std::int64_t> processes = {};
-    std::optional<CivilMicroseconds> since = {};  // inclusive, both
+    std::optional<CivilMicroseconds> since = {};  // both are inclusive
     std::optional<CivilMicroseconds> until = {};
-    std::string strText = {};  // somewhere in the message, a plain text
-    bool bIgnoreCase = false;  // of strText; of the letters A to Z
+    std::string strText = {};  // the message contains this text; not a pattern
+    bool bIgnoreCase = false;  // strText matches A to Z in both cases
 
     bool Passes(const Record& record) const;
 };

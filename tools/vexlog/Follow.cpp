@@ -17,18 +17,18 @@ namespace {
 
 constexpr std::size_t kRemembered = 1024;
 constexpr std::size_t kPiece = std::size_t{256} * 1024;
-// A log that is cut is not larger; more than this is not searched.
+// Logs that are cut stay smaller than this. No more is searched.
 constexpr std::size_t kLargestSearch = std::size_t{64} * 1024 * 1024;
 constexpr std::string_view kLineEnds = "\r\n";
 constexpr std::string_view kByteOrderMark = "\xFF\xFE";
-// How often a cut is waited for until reading goes on all the same: some writers never let go of their lock.
+// After this many looks reading goes on even if a writer still holds its lock: some writers never release it.
 constexpr int kMostRefused = 5;
 
-// Shared with other readers: writers wait for its end.
+// A lock that readers share. Writers wait until it is released.
 class SharedLock {
 public:
     explicit SharedLock(int nDescriptor) : m_nDescriptor(nDescriptor) {
-        // A busy writer holds its own most of the time, but not for long.
+        // A busy writer holds its lock most of the time, but each time only for a short while.
         constexpr std::chrono::milliseconds kLongestWait(100);
         m_bHeld = vexposix::LockFile(nDescriptor, LOCK_SH, kLongestWait) == 0;
     }
@@ -56,7 +56,7 @@ std::uint64_t SizeOf(int nDescriptor) {
 bool Follower::Poll() {
     const bool bNew = (m_file.IsOpen() && ReadOn()) || Reopen();
     m_cQuiet = bNew ? 0 : m_cQuiet + 1;
-    // Not at the first look, which follows the last piece at once.
+    // Not after the first quiet look, which follows the last piece without a pause.
     if (m_cQuiet == 2) {
         m_parser.Flush();
     }
@@ -68,7 +68,7 @@ bool Follower::ReadOn() {
         return Resynchronize();
     }
     const std::string strBytes = ReadFrom(m_nPosition, kPiece);
-    // A cut while it was read changes what stands before it, first of all.
+    // A cut moves all bytes. If the bytes before these have changed, these cannot be trusted.
     if (strBytes.empty() || !IsInPlace()) {
         return false;
     }
@@ -76,7 +76,7 @@ bool Follower::ReadOn() {
     return true;
 }
 
-// Another file under the name: it is read from its beginning.
+// If the name leads to another file, reads that file from its beginning.
 bool Follower::Reopen() {
     struct stat byName = {};
     struct stat current = {};
@@ -88,14 +88,14 @@ bool Follower::Reopen() {
         return false;
     }
     if (!S_ISREG(byName.st_mode)) {
-        throw ReadError(m_strPath + ": only a regular file can be followed");
+        throw ReadError(m_strPath + ": only a regular file can be followed; read it without --follow");
     }
     vexposix::FileDescriptor file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!file.IsOpen()) {
         return IsAbsent();
     }
     if (m_file.IsOpen()) {
-        while (ReadOn()) {  // what came since the last look
+        while (ReadOn()) {  // what was added to the old file since the last look
         }
         m_parser.Finish();
     }
@@ -104,7 +104,7 @@ bool Follower::Reopen() {
     return ReadOn();
 }
 
-// False, for a file that may come (again); throws for any other error.
+// False: the file does not exist, but may be created. Throws for any other error.
 bool Follower::IsAbsent() const {
     if (errno != ENOENT && errno != ENOTDIR) {
         ThrowReadError(m_strPath, errno);
@@ -112,7 +112,7 @@ bool Follower::IsAbsent() const {
     return false;
 }
 
-// True: reading goes on, at a place that may have changed.
+// Finds the place to read on after a cut. False: the cut may not be finished.
 bool Follower::Resynchronize() {
     const SharedLock lock(m_file.Get());
     if (!lock.IsHeld() && ++m_cRefused < kMostRefused) {
@@ -135,11 +135,11 @@ bool Follower::Resynchronize() {
     return true;
 }
 
-// The place behind what was read last.
+// The place after the bytes that were read last.
 std::size_t Follower::FindLast(std::string_view file) const {
     std::string_view last = m_strLast;
     if (last.starts_with(kByteOrderMark)) {
-        last.remove_prefix(kByteOrderMark.size());  // it does not move with the records
+        last.remove_prefix(kByteOrderMark.size());  // a cut does not move it
     }
     // A cut drops the last line end of the file.
     const std::size_t cbText = last.find_last_not_of(kLineEnds) + 1;
@@ -153,14 +153,14 @@ std::size_t Follower::FindLast(std::string_view file) const {
     } else {
         nFound = EndOfCutText(file, text);
     }
-    // What was read of the line ends is not read again.
+    // Skips the line ends that were already read.
     for (std::size_t i = cbText; nFound < file.size() && i < last.size() && file[nFound] == last[i]; ++i) {
         ++nFound;
     }
     return nFound;
 }
 
-// Where the text ends in a file that a cut has begin in the middle of it.
+// The end of the text in a file that was cut in the middle of the text.
 std::size_t Follower::EndOfCutText(std::string_view file, std::string_view text) {
     constexpr std::size_t kLeast = 32;
     const std::size_t cbMark = file.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;

@@ -1,8 +1,8 @@
-// Reads a log and what is added to it, through cuts from its front, truncation, and its replacement by another file.
+// Reads a log and then the records that are added to it, also when it is cut from the front, emptied or replaced.
 //
-// The file is looked at five times a second, which works on every file system. What was read last is remembered: where
-// it no longer stands in its place, the file was cut, and reading goes on behind the place where it stands now. A cut
-// in progress is told from one that is done by the lock that its writer holds.
+// The caller polls, which works on every file system. The follower remembers the last bytes that it read. If they are
+// no longer in their place, the file was cut: it searches for them and reads on after them. While the writer holds its
+// lock, the cut is not finished.
 #pragma once
 
 #include <cstdint>
@@ -16,19 +16,19 @@ namespace vexlog {
 
 class Follower {
 public:
-    // A file that is not there yet is waited for. Sink as for RecordParser.
+    // The file need not exist yet. The sink must outlive the follower.
     Follower(std::string strPath, RecordSink& sink) : m_strPath(std::move(strPath)), m_parser(sink) {}
 
-    // Reads a piece of what is new. True: there was something, and there may be more. Throws ReadError.
+    // Reads a piece of the new bytes. True: there were some, and there may be more. Throws ReadError.
     bool Poll();
 
-    // Whether there has been a file at all.
+    // Whether the file has existed at any time so far.
     bool HasFile() const { return m_file.IsOpen(); }
 
-    // Hands over what is left.
+    // Call this at the end: hands over the rest.
     void Finish() { m_parser.Finish(); }
 
-    // What of the log was not to be found again after a cut; asked and forgotten.
+    // Whether records may be missing, because the last bytes were not found after a cut. Resets the answer.
     bool TakeLost() { return std::exchange(m_bLost, false); }
 
 private:
@@ -46,10 +46,10 @@ private:
     std::string m_strPath;
     RecordParser m_parser;
     vexposix::FileDescriptor m_file;
-    std::uint64_t m_nPosition = 0;  // how much of the file was read
-    std::string m_strLast;          // the last bytes before that
-    int m_cQuiet = 0;               // looks since something was new
-    int m_cRefused = 0;             // looks in vain for the end of a cut
+    std::uint64_t m_nPosition = 0;  // of the next byte to read
+    std::string m_strLast;          // the last bytes before m_nPosition
+    int m_cQuiet = 0;               // looks without new bytes
+    int m_cRefused = 0;             // looks that found the file locked by its writer
     bool m_bLost = false;
 };
 

@@ -7,7 +7,7 @@
 namespace vexlog {
 namespace {
 
-// The letters in a character's bytes, lowest first; what follows them is zero.
+// The letters in a character's bytes, the lowest byte first. The bytes after the last letter are zero.
 struct Letters {
     char szText[4] = {};
     std::size_t n = 0;  // 0: not letters
@@ -25,7 +25,7 @@ Letters LettersOf(std::uint32_t ch) {
     return letters;
 }
 
-// The letters of a garbled part's character at the beginning of the text. bFirst: of its first character.
+// Takes one character of a garbled part from the front of the text. bFirst: it is the part's first character.
 Letters TakeLetters(std::string_view& text, bool bFirst) {
     const vexposix::Utf8Character character = vexposix::FirstCharacter(text);
     if (character.ch < 0x80 || (bFirst && character.ch <= 0x10FFFF)) {
@@ -50,7 +50,7 @@ bool DecodeGarbled(std::string_view text, std::string& strDecoded) {
     strDecoded.clear();
     bool bFound = false;
     while (!text.empty()) {
-        // Only full characters are followed by more of the same part.
+        // A part goes on only after a character of four letters.
         std::size_t cLetters = 0;
         for (std::size_t n = 4; n == 4; cLetters += n) {
             const Letters letters = TakeLetters(text, cLetters == 0);
@@ -58,7 +58,7 @@ bool DecodeGarbled(std::string_view text, std::string& strDecoded) {
             strDecoded.append(letters.szText, n);
         }
         bFound = bFound || cLetters != 0;
-        // To the next character that may begin a part; one that could have begun one, and did not, is passed over.
+        // Skips to the next character that may begin a part, and past one that did not.
         const bool bPass = cLetters == 0 && !text.empty();
         const auto nextBegin = std::find_if(text.begin() + (bPass ? 1 : 0), text.end(), IsLongLead);
         const auto cbPlain = static_cast<std::size_t>(nextBegin - text.begin());

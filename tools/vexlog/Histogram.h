@@ -1,6 +1,5 @@
-// Counts of durations in bounded memory, from which percentiles are read with an error below half a percent: exact up
-// to 255 microseconds, above that 128 buckets for each doubling, of which the middle is given. Minimum and maximum are
-// exact.
+// Counts durations in bounded memory. Percentiles are exact up to 255 microseconds. Above, there are 128 buckets for
+// each doubling, and the middle of a bucket is given: the error is below half a percent. Minimum and maximum are exact.
 #pragma once
 
 #include <algorithm>
@@ -13,7 +12,7 @@ namespace vexlog {
 
 class Histogram {
 public:
-    // Microseconds; from 2^40 on (twelve days) all share the last bucket.
+    // Microseconds; values from 2^40 on (twelve days) share the last bucket.
     void Add(std::uint64_t nValue) {
         const std::size_t nBucket = BucketOf(std::min(nValue, kMost));
         if (nBucket >= m_counts.size()) {
@@ -26,11 +25,11 @@ public:
     }
 
     std::uint64_t Count() const { return m_cValues; }
-    // Of no values: 0.
+    // 0 if there are no values.
     std::uint64_t Minimum() const { return m_cValues == 0 ? 0 : m_nLeast; }
     std::uint64_t Maximum() const { return m_nGreatest; }
 
-    // The least value that is not smaller than dShare (0 to 1) of all.
+    // The smallest value that at least a share of dShare (0 to 1) of all values does not exceed.
     std::uint64_t Percentile(double dShare) const {
         const auto nRank = static_cast<std::uint64_t>(dShare * static_cast<double>(m_cValues) + 0.999'999);
         std::uint64_t cSeen = 0;
@@ -43,7 +42,7 @@ public:
         return Maximum();
     }
 
-    // Calls fn(lower bound, count) for every bucket with values, upwards.
+    // Calls fn(lower bound, count) for every bucket with values, in ascending order.
     template <typename Function>
     void ForEach(Function fn) const {
         for (std::size_t nBucket = 0; nBucket < m_counts.size(); ++nBucket) {
@@ -57,7 +56,7 @@ private:
     static constexpr std::uint64_t kMost = (1ULL << 40) - 1;
     static constexpr std::uint64_t kPerDoubling = 128;
 
-    // How often the value is halved to come below two times kPerDoubling.
+    // How often the value must be halved to be below 2 * kPerDoubling.
     static unsigned Halvings(std::uint64_t nValue) {
         const auto cBits = static_cast<int>(std::bit_width(nValue));
         return cBits > 8 ? static_cast<unsigned>(cBits) - 8 : 0;

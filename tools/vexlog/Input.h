@@ -1,4 +1,4 @@
-// A log to be read from its beginning to its end.
+// Reads a log from its beginning to its end.
 #pragma once
 
 #include <cstdint>
@@ -17,17 +17,17 @@ public:
 
 inline constexpr const char* kStandardInput = "-";
 
-// A file for reading; throws ReadError, for a directory too.
+// Opens a file for reading. Throws ReadError, also for a directory.
 vexposix::FileDescriptor OpenLog(const std::string& strPath);
 
-// What an operation on the file failed with, from errno.
+// nError: an errno value.
 [[noreturn]] void ThrowReadError(const std::string& strPath, int nError);
 
-// Takes part in the reading of a long or slow log.
+// Learns how far the reading of a log is.
 class ReadObserver {
 public:
     virtual ~ReadObserver() = default;
-    // After each piece. cbTotal: 0 when it is not known. bWaiting: the source may keep the reader waiting now.
+    // Called after each piece. cbTotal: 0 if it is not known. bWaiting: the next piece may take long to arrive.
     virtual void OnProgress(std::uint64_t cbRead, std::uint64_t cbTotal, bool bWaiting) = 0;
 
 protected:
@@ -36,8 +36,8 @@ protected:
     ReadObserver& operator=(const ReadObserver&) = default;
 };
 
-// Reads all of the file, or of standard input ("-"), and hands its records to the sink. Throws ReadError, when the
-// sink has what could be read.
+// Reads the whole file, or standard input ("-"), and hands its records to the sink. Throws ReadError after the sink has
+// the records that could be read.
 void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observer);
 
 }  // namespace vexlog

@@ -54,7 +54,7 @@ void JsonPrinter::OnRecord(const Record& record) {
 
 void JsonPrinter::PrintFields(const Record& record) {
     if (record.kind == Kind::kRecord) {
-        // The fields' layout was checked when they were read.
+        // The parser has checked the layout of the fields.
         m_output.Append(",\"time\":\"");
         m_output.Append(record.timeText.substr(0, 10));
         m_output.Append('T');

@@ -8,7 +8,7 @@ namespace vexlog {
 
 class JsonPrinter : public RecordSink {
 public:
-    // The buffer has to live as long as the printer is used. It is flushed by its owner.
+    // The buffer must outlive the printer. Its owner flushes it.
     explicit JsonPrinter(vexposix::OutputBuffer& output) : m_output(output) {}
 
     void OnRecord(const Record& record) override;

@@ -1,4 +1,4 @@
-// What the natives of the bridge write: their names and the line numbers of their records.
+// The natives of the bridge: their names and the line numbers of their records.
 #pragma once
 
 #include <string_view>
@@ -7,13 +7,13 @@
 
 namespace vexlog {
 
-// "ClearFilter" of "Java_vex_jni_TAVClientJNI_ClearFilter"; any other function's name as it is.
+// "ClearFilter" of "Java_vex_jni_TAVClientJNI_ClearFilter"; any other name stays as it is.
 std::string_view ShortFunction(std::string_view function);
 
 enum class Event { kNone, kEnter, kLeave };
 
-// Whether a record is the beginning or the end of a call. The natives' line numbers decide; with another line, and in
-// functions of other programs, a message that ends in " Enter." or " Leave.".
+// Whether a record is the beginning or the end of a call. A native's line number decides. For other line numbers and
+// other functions it is the end of the message: " Enter." or " Leave.".
 Event EventOf(const Record& record);
 
 }  // namespace vexlog

@@ -10,32 +10,33 @@ namespace {
 
 constexpr const char* kDescription =
     "Reads the diagnostic log that libTAVClientJNI.so and its minimal logger write.\n"
-    "Without a command the records are printed, one a line.";
+    "Without a command it prints the records, one a line.";
 
 constexpr const char* kExamples = R"(Examples:
   vexlog                                     print /tmp/PILog.txt
-  vexlog --follow --since 10m                the last ten minutes and what comes
+  vexlog --follow --since 10m                the last ten minutes, and new records
   vexlog --function P7Sign --pid 4711        one native in one process
   vexlog --grep 'Leave.' --json old.txt      JSON, one object a line
   zcat PILog.txt.gz | vexlog -               standard input
   vexlog stats                               calls, failures and durations
   vexlog report log.html                     a page with a timeline
 
-Exit status: 0 all was read, 1 reading or writing failed, 2 the command line is wrong.)";
+Exit status: 0 all was read; 1 reading or writing failed, or an output was refused; 2 the command line is wrong.)";
 
 constexpr const char* kStatsExamples = R"(Examples:
   vexlog stats                               of /tmp/PILog.txt
   vexlog stats --json old.txt                one JSON object
   vexlog stats - < old.txt                   of standard input
 
-A call is failed when its thread goes on without a record of its end. Median and p99 are within half a percent.)";
+A call was refused or failed if its thread goes on without a record of the call's end.
+Median and p99 are within half a percent.)";
 
 constexpr const char* kReportExamples = R"(Examples:
   vexlog report log.html                     of /tmp/PILog.txt
   vexlog report log.html --input old.txt     of another file
   vexlog report - --input old.txt            to standard output
 
-The page is one file without anything from outside.)";
+The page is one file that needs no other file and no network.)";
 
 // "-1234567", "T-1234567", or the same number without its sign as the minimal logger writes it.
 std::int32_t ThreadOf(const std::string& strText) {
@@ -43,7 +44,7 @@ std::int32_t ThreadOf(const std::string& strText) {
     std::int64_t nThread = 0;
     const auto [pchEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nThread);
     if (error != std::errc() || pchEnd != text.data() + text.size() || nThread < INT32_MIN || nThread > UINT32_MAX) {
-        throw CLI::ValidationError("--thread", "not a thread: " + strText);
+        throw CLI::ValidationError("--thread", "\"" + strText + "\" is not a thread; use a number, such as -1234567");
     }
     return static_cast<std::int32_t>(nThread);
 }
@@ -53,7 +54,7 @@ std::int64_t ProcessOf(const std::string& strText) {
     std::int64_t nProcess = 0;
     const auto [pchEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nProcess);
     if (error != std::errc() || pchEnd != text.data() + text.size() || nProcess < 0) {
-        throw CLI::ValidationError("--pid", "not a process: " + strText);
+        throw CLI::ValidationError("--pid", "\"" + strText + "\" is not a process; use a number, such as 4711");
     }
     return nProcess;
 }
@@ -62,14 +63,14 @@ CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strTex
     const auto time = ParseUserTime(strText, now);
     if (!time) {
         throw CLI::ValidationError(strOption,
-                                   "not a time: " + strText +
-                                       " (2024-03-05T09:07:02, 2024-03-05, 09:07, or back from now: 30s, 10m, "
-                                       "2h, 3d, 1w)");
+                                   "\"" + strText +
+                                       "\" is not a time; use 2024-03-05T09:07:02, 2024-03-05, 09:07, or a time "
+                                       "before now: 30s, 10m, 2h, 3d, 1w");
     }
     return *time;
 }
 
-// What the parser fills in before it is checked.
+// Arguments that are not checked yet.
 struct Texts {
     std::vector<std::string> threads;
     std::vector<std::string> processes;
@@ -84,16 +85,16 @@ void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
         ->check(tools::NotEmpty())
         ->type_name("");
     tools::AddList(app, "--function", options.filter.functions, "NAME",
-                   "Only this function, as ClearFilter or with its whole name; several times: any of them");
-    tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; several times: any of them");
-    tools::AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; several times: any of them");
+                   "Only this function, such as ClearFilter or its whole name; if there are several, any of them");
+    tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; if there are several, any of them");
+    tools::AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; if there are several, any of them");
     app.add_option("--since", texts.strSince, "Only from this local time on: 2024-03-05T09:07:02, 09:07, 10m (ago)")
         ->type_name("TIME");
     app.add_option("--until", texts.strUntil, "Only up to this local time")->type_name("TIME");
     app.add_option("--grep", options.filter.strText, "Only messages that contain this text (no pattern)")
         ->type_name("TEXT");
-    app.add_flag("-i,--ignore-case", options.filter.bIgnoreCase, "--grep takes a-z for A-Z");
-    app.add_flag("-f,--follow", options.bFollow, "Go on with what is added to the log, until interrupted");
+    app.add_flag("-i,--ignore-case", options.filter.bIgnoreCase, "Letters of --grep match in both cases");
+    app.add_flag("-f,--follow", options.bFollow, "Go on with new records until interrupted");
     app.add_flag("--json", options.bJson, "One JSON object a line");
     app.add_option("--color,--colour", texts.strColour, "auto: on a terminal, unless NO_COLOR is set")
         ->check(CLI::IsMember({"auto", "always", "never"}))
@@ -120,12 +121,12 @@ void CheckTexts(const Texts& texts, Options& options) {
     }
 }
 
-// A command takes all of the log.
+// A command always reads the whole log.
 void RefusePrintOptions(const CLI::App& app) {
     for (const char* const pszName :
          {"--function", "--thread", "--pid", "--since", "--until", "--grep", "--ignore-case", "--follow", "--color"}) {
         if (app.count(pszName) > 0) {
-            throw CLI::ValidationError(pszName, "only for printing, not for a command");
+            throw CLI::ValidationError(pszName, "this option is for printing records; leave it out before a command");
         }
     }
 }
@@ -166,7 +167,8 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
             RefusePrintOptions(app);
         }
         if (options.bFollow && options.strInput == "-") {
-            throw CLI::ValidationError("--follow", "standard input cannot be followed; it is read as it comes");
+            throw CLI::ValidationError(
+                "--follow", "standard input cannot be followed; leave this option out to print records as they arrive");
         }
     };
     if (!tools::Parse(app, argc, argv, check, nExit)) {

@@ -21,7 +21,7 @@ struct Options {
     Colour colour = Colour::kAuto;
 };
 
-// Nothing when the program is to end with nExit: help or version were printed, or the usage was wrong, which was told.
+// Nothing: the program has to exit with nExit; the help, the version or an error message has been printed.
 std::optional<Options> ParseOptions(int argc, char** argv, int& nExit);
 
 }  // namespace vexlog

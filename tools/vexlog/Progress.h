@@ -1,4 +1,4 @@
-// A bar on standard error while a log is read that takes longer than a second.
+// Shows a progress bar on standard error when reading a log takes longer than a second.
 #pragma once
 
 #include <chrono>
@@ -10,7 +10,7 @@ namespace vexlog {
 
 class Progress : public ReadObserver {
 public:
-    // bShow: there is somebody to see it. Output that has come together is written before the source makes wait.
+    // bShow: standard error is a terminal. Flushes the output before the next piece may take long to arrive.
     Progress(vexposix::OutputBuffer& output, bool bShow) : m_output(output), m_bShow(bShow) {}
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;

@@ -8,7 +8,7 @@ namespace vexlog {
 namespace {
 
 constexpr std::size_t kLongestNumber = 20;
-constexpr std::size_t kLongestTimeText = 31;  // the month's name, and the time zone's
+constexpr std::size_t kLongestTimeText = 31;  // the names of the month and of the time zone
 
 bool IsDigit(char ch) {
     return ch >= '0' && ch <= '9';
@@ -29,7 +29,7 @@ public:
         return true;
     }
 
-    // With leading zeros at most as long as the longest number without.
+    // Leading zeros count: at most kLongestNumber characters.
     template <typename Integer>
     bool TakeNumber(Integer& nResult) {
         const std::string_view digits = m_text.substr(m_nAt, kLongestNumber);
@@ -70,7 +70,7 @@ private:
     std::size_t m_nAt = 0;
 };
 
-// 0: not English.
+// 0: not an English name.
 int MonthNumber(std::string_view name) {
     constexpr std::array<std::string_view, 12> kNames = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -99,7 +99,7 @@ bool ParseRecordCore(std::string_view text, RecordCore& core) {
     core.time = ToCivil(fields);
     core.kind = Kind::kRecord;
     const bool bComplete = core.time && cursor.Take("] [");
-    core.cbCore = cursor.Position() - 1;  // the bracket is the next field's
+    core.cbCore = cursor.Position() - 1;  // the bracket belongs to the next field
     return bComplete;
 }
 

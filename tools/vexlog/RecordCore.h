@@ -10,10 +10,10 @@
 
 namespace vexlog {
 
-// All positions count from the bracket of its first field.
+// Positions count from the opening bracket of the first field.
 struct RecordCore {
     Kind kind = Kind::kFragment;
-    std::size_t cbCore = 0;  // up to where its kinds part
+    std::size_t cbCore = 0;  // the length of the fields that are parsed here
     std::int64_t nProcess = 0;
     std::int32_t nThread = 0;
     std::optional<CivilMicroseconds> time;
@@ -21,10 +21,10 @@ struct RecordCore {
     std::size_t nTimeEnd = 0;
 };
 
-// No core is longer. Of a text that is at least so long, what comes behind does not matter.
+// No core is longer. ParseCore looks at no more of a text.
 inline constexpr std::size_t kLongestCore = 160;
 
-// The core at the beginning of the text. False: there is none, and core is worth nothing.
+// Parses the core at the beginning of the text. False: there is none, and core is unspecified.
 bool ParseCore(std::string_view text, RecordCore& core);
 
 }  // namespace vexlog

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xFF\xFE";
 constexpr std::string_view kHeaderEnd = "]: ";
-constexpr std::size_t kHeaderCharacters = 259;  // a longer header is cut, and then has no end
+constexpr std::size_t kHeaderCharacters = 259;  // the logger cuts a longer header, which then has no end
 constexpr std::size_t kLongestTypeWord = 32;
 constexpr std::size_t kLongestType = 64;
 
@@ -23,7 +23,7 @@ bool IsLetter(char ch) {
     return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z');
 }
 
-// "INFO" of "[INFO] ", of others the text without the blanks around it.
+// "INFO" of "[INFO] "; other texts without the blanks at their end.
 std::string_view BareType(std::string_view type) {
     while (type.ends_with(' ')) {
         type.remove_suffix(1);
@@ -47,7 +47,7 @@ bool IsTypeWord(std::string_view word) {
                        [](char ch) { return IsLetter(ch) || IsDigit(ch) || ch == '_' || ch == '-' || ch == '.'; });
 }
 
-// The length of the text's first characters in bytes; what is no character counts byte by byte.
+// The length in bytes of the text's first characters. Each byte that is no character counts as one.
 std::size_t LengthOfCharacters(std::string_view text, std::size_t cCharacters) {
     std::size_t cb = 0;
     while (cCharacters-- > 0 && cb < text.size()) {
@@ -56,7 +56,7 @@ std::size_t LengthOfCharacters(std::string_view text, std::size_t cCharacters) {
     return cb;
 }
 
-// "path-Function(101)" or "path(101)". A text of another form is all path.
+// "path-Function(101)" or "path(101)". Any other text is a path.
 void ParseSource(std::string_view source, Record& record) {
     record.file = source;
     const std::size_t nOpen = source.rfind('(');
@@ -126,11 +126,11 @@ void RecordParser::Scan() {
     }
 }
 
-// Takes the line's first piece for a line of its own.
+// Handles the first piece of the line as a line.
 void RecordParser::ScanOverlongLine() {
     const std::size_t nPieceEnd = m_nLine + m_cbLongest - kLongestCore;
     OnLine({m_nLine, nPieceEnd, !m_bMidLine}, false);
-    // The core of a record that begins near the piece's end goes on behind it.
+    // The core of a record that begins near the end of the piece may reach into the next piece.
     m_nLine = m_nItem == kNone ? nPieceEnd : std::max(nPieceEnd, m_nItem + m_cbType + m_core.cbCore);
     m_bMidLine = true;
     EndIfTooLong();
@@ -176,7 +176,7 @@ void RecordParser::Finish() {
 
 void RecordParser::OnLine(Line line, bool bCrLf) {
     if (line.bFresh && View(line.nBegin, line.nEnd).starts_with(kByteOrderMark)) {
-        // A file begins here.
+        // Another file begins here.
         End(line.nBegin, false);
         HandOverEmpty();
         line.nBegin += kByteOrderMark.size();
@@ -201,7 +201,7 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
         if (m_nItem == kNone && nBeforeEnd > nFrom) {
             BeginFragment(nFrom);
         }
-        // Of a record that ends at its line's end nothing is missing.
+        // A record that ends at the end of a line is complete.
         End(nBeforeEnd, nBeforeEnd > line.nBegin || !line.bFresh);
         Begin(found);
     }
@@ -212,9 +212,9 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
 
 void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
     if (m_bEndExpected) {
-        m_bEndExpected = false;  // of the record that was handed over without it
+        m_bEndExpected = false;  // it belongs to the record that was handed over before
     } else if (m_nItem == kNone) {
-        // A line feed before CR LF is what a cut left of one.
+        // A single line feed before CR LF is the rest of a line end that was cut.
         const bool bFirst = m_cEmptyLines == 0 || (bCrLf && !m_bLastCrLf);
         m_cEmptyLines = bFirst ? 1 : m_cEmptyLines + 1;
         m_nEmptyEnd = m_nOffset + m_nLine;
@@ -222,7 +222,7 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
             m_nEmptyOffset = m_nOffset + nBegin;
         }
     } else if (m_core.kind == Kind::kMinimal && bCrLf && !m_bLastCrLf) {
-        // The minimal logger's line end is LF alone: this line belongs to an entry without text.
+        // The minimal logger ends its lines with LF alone, so this line belongs to an entry without text.
         End(nBegin, false);
         m_cEmptyLines = 1;
         m_nEmptyOffset = m_nOffset + nBegin;
@@ -230,11 +230,11 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
     } else if ((bCrLf && m_bLastCrLf) || (!bCrLf && !m_bSeenCrLf)) {
         End(m_nLine, false);
     }
-    // Any other empty line is one of the message's own.
+    // Any other empty line is part of the message.
 }
 
 bool RecordParser::Find(const Line& line, std::size_t nFrom, Found& found) const {
-    // Of an overlong line, the bytes behind its piece are there too.
+    // A core in an overlong line may reach into the next piece.
     const std::size_t nLimit = std::min(m_strBuffer.size(), line.nEnd + (line.nEnd < m_nLine ? 0 : kLongestCore));
     const std::string_view searched = View(0, line.nEnd);
     for (std::size_t nAt = searched.find('[', nFrom); nAt != std::string_view::npos;
@@ -250,8 +250,8 @@ bool RecordParser::Find(const Line& line, std::size_t nFrom, Found& found) const
     return false;
 }
 
-// Where the type text before a record's first bracket begins. Any text may be one; in the middle of other text, or
-// behind it, only a word in brackets is taken for one.
+// The beginning of the type, which stands before the record's first bracket. At the beginning of an entry any text may
+// be a type; elsewhere only words in brackets are.
 std::size_t RecordParser::FindType(std::size_t nFrom, std::size_t nCore, bool bEntryBegins) const {
     std::size_t nBegin = nCore;
     do {
@@ -315,14 +315,14 @@ void RecordParser::End(std::size_t nEnd, bool bTorn) {
     HandOver(record);
 }
 
-// rest begins with the bracket of the field that names the source. False: something is missing.
+// rest begins with the opening bracket of the source field. False: a part is missing.
 bool RecordParser::CompleteRecord(std::string_view rest, Record& record) const {
     if (rest.empty()) {
-        return false;  // the bracket was another record's first one
+        return false;  // the bracket was the first one of another record
     }
     const std::size_t cCharacters = kHeaderCharacters - m_core.cbCore;
     const std::size_t nHeaderEnd = rest.find(kHeaderEnd);
-    // Mostly the number of bytes tells already.
+    // The number of bytes is usually enough to decide.
     const bool bShort = nHeaderEnd != std::string_view::npos && nHeaderEnd + kHeaderEnd.size() <= cCharacters;
     const std::size_t cbLongest = bShort ? cCharacters : LengthOfCharacters(rest, cCharacters);
     if (nHeaderEnd != std::string_view::npos && nHeaderEnd + kHeaderEnd.size() <= cbLongest) {
@@ -335,7 +335,7 @@ bool RecordParser::CompleteRecord(std::string_view rest, Record& record) const {
     return !record.message.empty();
 }
 
-// rest is "[INFO]message", or nothing when the message could not be encoded.
+// rest is "[INFO]message", or empty if the message could not be encoded.
 void RecordParser::CompleteMinimal(std::string_view rest, Record& record) const {
     const std::size_t nClose = rest.find(']');
     if (rest.starts_with('[') && nClose == 5 && IsTypeWord(rest.substr(1, nClose - 1))) {
@@ -355,8 +355,8 @@ void RecordParser::HandOver(Record& record) {
     m_sink.OnRecord(record);
 }
 
-// An entry without text is two empty lines. A cut takes the last one of the file; one at the beginning of a file ends
-// what was cut off.
+// An entry without text is two empty lines. A cut removes the last line of the file. An empty line at the beginning of
+// a file belongs to what was cut off.
 void RecordParser::HandOverEmpty() {
     Record record;
     record.kind = Kind::kEmpty;

@@ -11,7 +11,7 @@
 namespace vexlog {
 namespace {
 
-// What a digest in hexadecimal is in Base64, as a content security policy has it.
+// A hexadecimal digest in Base64, for the content security policy.
 constexpr std::array<char, 44> Base64OfHex(std::string_view hex) {
     constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     const auto digit = [hex](std::size_t n) -> unsigned {
@@ -19,7 +19,7 @@ constexpr std::array<char, 44> Base64OfHex(std::string_view hex) {
         return static_cast<unsigned>(ch <= '9' ? ch - '0' : ch - 'a' + 10);
     };
     std::array<char, 44> text = {};
-    // Three digits are twelve bits, and those two characters.
+    // Three hexadecimal digits are two characters of Base64.
     for (std::size_t i = 0; i < text.size() / 2; ++i) {
         const unsigned nBits = digit(3 * i) << 8 | digit(3 * i + 1) << 4 | digit(3 * i + 2);
         text[2 * i] = kAlphabet[nBits >> 6];
@@ -32,7 +32,7 @@ constexpr std::array<char, 44> Base64OfHex(std::string_view hex) {
 constexpr std::array<char, 44> kScriptHash = Base64OfHex(kReportScriptSha256);
 constexpr std::array<char, 44> kStyleHash = Base64OfHex(kReportStyleSha256);
 
-// What a call's duration says in the page's data when it has none.
+// These numbers stand for a missing duration in the page's data.
 constexpr int kDataFailed = -1;
 constexpr int kDataOpen = -2;
 constexpr int kDataWithoutBegin = -3;
@@ -51,7 +51,7 @@ CivilMicroseconds DataDuration(const Call& call) {
     return kDataWithoutBegin;
 }
 
-// Numbers of the threads in the order of processes.
+// The threads' numbers, in the order of processes.
 using Threads = std::map<std::pair<std::int64_t, std::int32_t>, std::size_t>;
 
 Threads ThreadsOf(const std::deque<Call>& calls) {
@@ -66,7 +66,7 @@ Threads ThreadsOf(const std::deque<Call>& calls) {
     return threads;
 }
 
-// The page's bars: four for each doubling.
+// The bars of a histogram: four for each doubling.
 std::map<std::uint64_t, std::uint64_t> Bars(const Histogram& durations) {
     std::map<std::uint64_t, std::uint64_t> bars;
     durations.ForEach([&bars](std::uint64_t nLower, std::uint64_t nCount) {
@@ -102,7 +102,7 @@ void Report::OnCall(const Call& call) {
 }
 
 void Report::Print(const std::string& strSource, vexposix::OutputBuffer& output) const {
-    // The page's text with a name in double braces for each part.
+    // The page has a name in double braces for each part.
     std::string_view page = kReportPage;
     for (std::size_t nOpen = 0; (nOpen = page.find("{{")) != std::string_view::npos;) {
         output.Append(page.substr(0, nOpen));
@@ -160,7 +160,7 @@ void Report::PrintSummary(const std::string& strSource, vexposix::OutputBuffer& 
         output.AppendNumber(m_calls.size());
         output.Append(" calls; ");
         output.AppendNumber(m_cDropped);
-        output.Append(" earlier ones count in the numbers by function only.</p>\n");
+        output.Append(" earlier calls are only in the numbers by function.</p>\n");
     }
 }
 
@@ -186,7 +186,7 @@ void Report::PrintTable(vexposix::OutputBuffer& output) const {
     }
 }
 
-// {"start":N,"startText":"...","threads":[[pid,tid],...],"functions":[{...}],"calls":[thread,function,begin,duration,...]}
+// {"start":N,"end":N,"threads":[[pid,tid],...],"functions":[{...}],"calls":[thread,function,begin,duration,...]}
 void Report::PrintData(vexposix::OutputBuffer& output) const {
     const Threads threads = ThreadsOf(m_calls);
     CivilMicroseconds nStart = m_calls.empty() ? 0 : m_calls.front().nBegin;

@@ -1,5 +1,5 @@
 // The page of "vexlog report": one self-contained HTML file with a timeline of calls by thread, their durations by
-// function, and the list of failures. Nothing of the log can become markup or script in it.
+// function, and the list of failures. No text of the log can become markup or script.
 #pragma once
 
 #include <deque>
@@ -9,7 +9,7 @@
 
 namespace vexlog {
 
-// Keeps the calls for the timeline; the oldest go beyond kMostCalls.
+// Keeps the last kMostCalls calls for the timeline.
 class Report : public RecordSink, private CallSink {
 public:
     static constexpr std::size_t kMostCalls = 100'000;
@@ -21,7 +21,7 @@ public:
     void OnRecord(const Record& record) override { m_stats.OnRecord(record); }
     void Finish() { m_stats.Finish(); }
 
-    // strSource: what the page calls the log.
+    // strSource: the log's name on the page.
     void Print(const std::string& strSource, vexposix::OutputBuffer& output) const;
 
 private:

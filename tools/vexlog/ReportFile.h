@@ -1,4 +1,4 @@
-// Writes a file that is there whole or not at all.
+// Writes a file that appears only when it is complete.
 #pragma once
 
 #include <functional>
@@ -8,8 +8,8 @@
 
 namespace vexlog {
 
-// Has fnWrite write the file; a file of that name is replaced when that is done. "-": standard output. What is no
-// regular file is written to as it is (common/OutputFile.h). Throws std::system_error, and what fnWrite throws.
+// Calls fnWrite to write the file, then replaces an old file of that name. "-" is standard output. Devices and pipes
+// are written to directly (common/OutputFile.h). Throws std::system_error, and what fnWrite throws.
 void WriteReportFile(const std::string& strPath, const std::function<void(vexposix::OutputBuffer&)>& fnWrite);
 
 }  // namespace vexlog

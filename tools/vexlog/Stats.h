@@ -1,5 +1,5 @@
-// What "vexlog stats" and the report's table say: numbers by function, and what the log consists of. Memory does not
-// grow with the log.
+// The numbers of "vexlog stats" and of the report's table: by function, and of the whole log. Memory does not grow with
+// the log.
 #pragma once
 
 #include <vector>
@@ -13,9 +13,9 @@ namespace vexlog {
 struct FunctionStats {
     std::uint64_t cCalls = 0;         // all of the following
     std::uint64_t cFailed = 0;        // refused or failed
-    std::uint64_t cOpen = 0;          // no end at the end of the log
-    std::uint64_t cWithoutBegin = 0;  // only their end is there
-    Histogram durations;              // of the others, in microseconds, where the clock went forward
+    std::uint64_t cOpen = 0;          // still open at the end of the log
+    std::uint64_t cWithoutBegin = 0;  // the log has only their end
+    Histogram durations;              // of the others, in microseconds; negative ones are left out
 };
 
 struct LogStats {
@@ -28,10 +28,10 @@ struct LogStats {
     std::optional<CivilMicroseconds> last;
 };
 
-// Takes the records of a log; Finish before anything is read from it.
+// Counts the records of a log. Call Finish before the numbers are read.
 class Stats : public RecordSink, private CallSink {
 public:
-    // Calls are also handed to pNext, unless it is null.
+    // Hands the calls on to pNext, unless it is null.
     explicit Stats(CallSink* pNext = nullptr) : m_pNext(pNext), m_matcher(*this) {}
     Stats(const Stats&) = delete;
     Stats& operator=(const Stats&) = delete;

@@ -83,7 +83,7 @@ void TextPrinter::PrintFields(const Record& record) {
     PrintPlace(record);
 }
 
-// The function, or the file where there is none, and the line.
+// Prints the function, or the file if there is none, and the line number.
 void TextPrinter::PrintPlace(const Record& record) {
     const std::string_view place = record.function.empty() ? record.file : ShortFunction(record.function);
     if (record.kind == Kind::kMinimal) {

@@ -1,4 +1,4 @@
-// Prints records for people: one line each, whatever they contain.
+// Prints records for people, each on one line whatever it contains.
 #pragma once
 
 #include "Record.h"
@@ -10,10 +10,10 @@ class TextPrinter : public RecordSink {
 public:
     struct Style {
         bool bColour = false;
-        bool bUtf8 = false;  // the reader sees characters beyond ASCII
+        bool bUtf8 = false;  // print characters beyond ASCII as they are
     };
 
-    // The buffer has to live as long as the printer is used. It is flushed by its owner.
+    // The buffer must outlive the printer. Its owner flushes it.
     TextPrinter(vexposix::OutputBuffer& output, Style style) : m_output(output), m_style(style) {}
 
     void OnRecord(const Record& record) override;

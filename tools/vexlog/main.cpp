@@ -35,7 +35,7 @@ void OnInterrupt(int) {
     g_nInterrupted = 1;
 }
 
-// Lets the wanted records pass.
+// Hands on the records that pass the filter.
 class FilterSink : public RecordSink {
 public:
     FilterSink(const Filter& filter, RecordSink& next) : m_filter(filter), m_next(next) {}
@@ -64,7 +64,7 @@ std::unique_ptr<RecordSink> MakePrinter(const Options& options, vexposix::Output
                                          TextPrinter::Style{WantsColour(options.colour), tools::LocaleIsUtf8()});
 }
 
-// False: nobody reads the output any more.
+// False: the reader of the output has ended.
 bool Wait() {
     pollfd output = {STDOUT_FILENO, 0, 0};
     return poll(&output, 1, kPollMilliseconds) <= 0 || (output.revents & (POLLERR | POLLNVAL)) == 0;
@@ -80,7 +80,7 @@ bool PollOrFinish(Follower& follower) {
 }
 
 void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuffer& output) {
-    // The second signal ends a program that does not come to its end by itself.
+    // SA_RESETHAND: a second signal ends a program that hangs.
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
     action.sa_flags = static_cast<int>(SA_RESETHAND);
@@ -97,7 +97,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
         }
         if (!follower.HasFile() && !bTold) {
             bTold = true;
-            tools::Complain("vexlog", "waiting for " + strPath);
+            tools::Complain("vexlog", strPath + " does not exist yet; waiting for it");
         }
         if (!bNew) {
             output.Flush();
@@ -109,7 +109,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
     follower.Finish();
 }
 
-// What was read before a failure is printed before it is told.
+// If reading fails, prints what was read before the error is reported.
 void ReadAndPrint(const Options& options, RecordSink& sink, vexposix::OutputBuffer& output) {
     try {
         if (options.bFollow) {
@@ -162,7 +162,7 @@ void PrintStats(const Options& options) {
     }
 }
 
-// A page replaces another one only when all was read.
+// An old page is replaced only if the whole log was read.
 void WriteReport(const Options& options) {
     RefuseLogAsOutput(options.strOutput);
     Report report;
@@ -175,7 +175,7 @@ void WriteReport(const Options& options) {
 int Run(int argc, char** argv) {
     static_cast<void>(std::setlocale(LC_CTYPE, ""));
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    // Whoever writes too much for RLIMIT_FSIZE gets an error to tell.
+    // A write beyond RLIMIT_FSIZE then returns an error.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
@@ -196,7 +196,7 @@ int Run(int argc, char** argv) {
                 break;
         }
     } catch (const vexposix::OutputClosed&) {
-        // As with any program whose reader has seen enough.
+        // No error: the reader has seen enough.
     } catch (const std::exception& error) {
         tools::Complain("vexlog", error.what());
         return tools::kExitError;

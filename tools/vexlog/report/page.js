@@ -17,7 +17,7 @@
         return node;
     };
 
-    // Local time as the log has it, handled as if it were UTC.
+    // The log's local time, handled as if it were UTC.
     const two = (n, width = 2) => String(n).padStart(width, "0");
     const timeOfDay = (us, digits = 6) => {
         const total = data.start + us;
@@ -32,8 +32,8 @@
         : `${+(us / 36e8).toPrecision(3)} h`;
 
     const dark = matchMedia("(prefers-color-scheme: dark)");
-    // Neighbouring functions get hues far apart, none of them the red of failures; the lightness alternates for those who
-    // see few hues.
+    // Neighbouring functions get hues far apart, none of them the red of failures; the lightness alternates for
+    // readers who see few hues.
     const colour = (f) => {
         const hue = 35 + (175 + f * 114.59) % 290;
         const light = dark.matches ? [66, 54, 74][f % 3] : [44, 56, 34][f % 3];
@@ -41,7 +41,7 @@
     };
     const variable = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
-    // The calls of each thread by time, as places in data.calls.
+    // The calls of each thread in the order of time, as indexes into data.calls.
     const lanes = data.threads.map(([pid, thread]) => ({ pid, thread, calls: [], failed: 0, open: 0, busy: 0, longest: 0 }));
     const failures = [];
     const calls = data.calls;
@@ -94,7 +94,7 @@
         const step = niceStep((view.to - view.from) / Math.max((width - GUTTER) / 110, 1));
         const digits = step >= 1e6 ? 0 : step >= 1e3 ? 3 : 6;
         context.textAlign = "center";
-        // Ticks stand at round times of day.
+        // Ticks are at round times of day.
         const offset = data.start % step;
         for (let at = Math.ceil((view.from + offset) / step) * step - offset; at <= view.to; at += step) {
             const px = Math.round(x(at)) + 0.5;
@@ -104,7 +104,7 @@
             context.lineTo(px, height);
             context.stroke();
             context.fillStyle = variable("--dim");
-            // Room to the left is above the names; what would be cut off on the right is left out.
+            // A label may reach over the names on the left. A label that would be cut off on the right is left out.
             const label = timeOfDay(Math.round(at), digits);
             if (px >= GUTTER && px + context.measureText(label).width / 2 <= width) context.fillText(label, px, 14);
         }
@@ -157,7 +157,7 @@
             if (!row.lane) return;
             const list = row.lane.calls;
             const marks = [];
-            // One call of a thread ends before its next begins: whatever reaches into view is no longer than the longest.
+            // Calls of a thread do not overlap. One that reaches into view is not longer than the longest.
             for (let k = firstFrom(row.lane, view.from - row.lane.longest - 1); k < list.length && calls[list[k] + 2] <= view.to; ++k) {
                 if (calls[list[k] + 3] === FAILED) marks.push(list[k]);
                 else drawCall(list[k], HEADER + n * ROW, colours);
@@ -208,7 +208,7 @@
     canvas.addEventListener("pointerup", () => { drag = null; });
     canvas.addEventListener("dblclick", (event) => zoom(0.25, event.offsetX));
 
-    // The call under the pointer, or nearest to it within a few pixels.
+    // The call under the pointer, or the nearest one within a few pixels.
     const callAt = (px, py) => {
         const row = rows[Math.floor((py - HEADER) / ROW)];
         if (!row || !row.lane || px < GUTTER) return undefined;
@@ -226,7 +226,7 @@
     const describe = (i) => {
         const took = calls[i + 3];
         const outcome = took >= 0 ? duration(took) : took === FAILED ? "refused or failed"
-            : took === OPEN ? "open at the end of the log" : "its end; it has no record of its beginning";
+            : took === OPEN ? "open at the end of the log" : "only its end is in the log";
         const [pid, thread] = data.threads[calls[i]];
         return `${data.functions[calls[i + 1]].name}: ${outcome}\n${dateAndTime(calls[i + 2])}\nP${pid} T${thread}`;
     };
@@ -266,7 +266,7 @@
         parent.replaceChildren();
         const measured = data.functions.map((f, n) => ({ ...f, n })).filter((f) => f.bars.length)
             .sort((a, b) => a.name < b.name ? -1 : 1);
-        if (!measured.length) { element("p", "No call has both of its records.", parent).className = "hint"; return; }
+        if (!measured.length) { element("p", "No call has both records.", parent).className = "hint"; return; }
         const ends = measured.flatMap((f) => [f.bars[0], f.bars[f.bars.length - 2] * 1.25]);
         const decadeBelow = (v) => Math.floor(Math.log10(Math.max(v, 1)));
         const low = decadeBelow(Math.min(...ends));
@@ -303,7 +303,7 @@
             const row = body.insertRow();
             for (const text of [lane.pid, lane.thread, lane.calls.length, lane.failed, lane.open, duration(lane.busy)]) element("td", text, row);
         }
-        canvas.setAttribute("aria-label", `Timeline of ${calls.length / FIELDS} calls in ${lanes.length} threads, ${failures.length} of them refused or failed. The tables hold the same.`);
+        canvas.setAttribute("aria-label", `Timeline of ${calls.length / FIELDS} calls in ${lanes.length} threads, ${failures.length} of them refused or failed. The tables show the same.`);
     };
 
     const PAGE = 200;
