@@ -20,10 +20,16 @@ inline void AddCommonOptions(CLI::App& app, const std::string& strVersion, const
     app.get_formatter()->column_width(34);
 }
 
-// Refuses an empty file name, such as that of an empty shell variable.
-inline CLI::Validator NotEmpty() {
-    return CLI::Validator(
-        [](std::string& strName) { return strName.empty() ? "the name is empty; give a file name" : ""; }, "");
+// Adds an argument or option that is a file name. Refuses an empty one, such as that of an empty shell variable.
+inline CLI::Option* AddFile(CLI::App& app, const std::string& strName, std::string& strFile, const std::string& strText,
+                            const std::string& strValue = "") {
+    const auto check = [](std::string& strGiven) {
+        return strGiven.empty() ? "the name is empty; give a file name" : "";
+    };
+    return app.add_option(strName, strFile, strText)
+        ->capture_default_str()
+        ->check(CLI::Validator(check, ""))
+        ->type_name(strValue);
 }
 
 // Adds an option that may be given several times, with one value each.

@@ -80,10 +80,7 @@ struct Texts {
 };
 
 void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
-    app.add_option("FILE", options.strInput, "The log; \"-\" is standard input")
-        ->capture_default_str()
-        ->check(tools::NotEmpty())
-        ->type_name("");
+    tools::AddFile(app, "FILE", options.strInput, "The log; \"-\" is standard input");
     tools::AddList(app, "--function", options.filter.functions, "NAME",
                    "Only this function, such as ClearFilter or its whole name; if there are several, any of them");
     tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; if there are several, any of them");
@@ -142,22 +139,13 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
 
     CLI::App* const pStats = app.add_subcommand("stats", "Calls, failures and durations by function");
     pStats->footer(kStatsExamples);
-    pStats->add_option("FILE", options.strInput, "The log; \"-\" is standard input")
-        ->capture_default_str()
-        ->check(tools::NotEmpty())
-        ->type_name("");
+    tools::AddFile(*pStats, "FILE", options.strInput, "The log; \"-\" is standard input");
     pStats->add_flag("--json", options.bJson, "One JSON object");
 
     CLI::App* const pReport = app.add_subcommand("report", "Write a page with a timeline, durations and failures");
     pReport->footer(kReportExamples);
-    pReport->add_option("OUT.html", options.strOutput, "The page; \"-\" is standard output")
-        ->required()
-        ->check(tools::NotEmpty())
-        ->type_name("");
-    pReport->add_option("--input", options.strInput, "The log; \"-\" is standard input")
-        ->capture_default_str()
-        ->check(tools::NotEmpty())
-        ->type_name("FILE");
+    tools::AddFile(*pReport, "OUT.html", options.strOutput, "The page; \"-\" is standard output")->required();
+    tools::AddFile(*pReport, "--input", options.strInput, "The log; \"-\" is standard input", "FILE");
     app.require_subcommand(0, 1);
 
     const auto check = [&] {

@@ -93,9 +93,8 @@ struct Texts {
 
 void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
     app.add_option("STORE", options.strStore, "The store of the certificates and keys")->required()->type_name("");
-    CLI::Option* const pSource = app.add_option("--pin-source", options.strPinSource, "File that holds the store's PIN")
-                                     ->check(tools::NotEmpty())
-                                     ->type_name("FILE");
+    CLI::Option* const pSource =
+        tools::AddFile(app, "--pin-source", options.strPinSource, "File that holds the store's PIN", "FILE");
     app.add_flag("--ask-pin", options.bAskPin, "Ask for the PIN on the terminal, without echo")->excludes(pSource);
     tools::AddList(app, "--filter", texts.filters, "NAME=VALUE",
                    "Only certificates that pass this filter; if there are several, all of them.\nNAME is a filter's "
@@ -104,25 +103,19 @@ void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
 }
 
 void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
-    app.add_option("FILE", options.strInput, "The file to sign; \"-\" is standard input")
-        ->capture_default_str()
-        ->check(tools::NotEmpty())
-        ->type_name("");
+    tools::AddFile(app, "FILE", options.strInput, "The file to sign; \"-\" is standard input");
     app.add_flag("--single", options.bSingle, "Refuse to sign when more than one certificate passes the filters");
     app.add_flag("--text", options.bText, "Pass FILE to the toolkit as text; by default as Base64, for any bytes");
     app.add_option("--digest", options.strDigest, "SHA256, SHA-384, SHA3-256 ...; by default the toolkit chooses")
         ->type_name("NAME");
-    app.add_option("-o,--output", options.strOutput, "The file for the signature; \"-\" is standard output")
-        ->capture_default_str()
-        ->check(tools::NotEmpty())
-        ->type_name("FILE");
+    tools::AddFile(app, "-o,--output", options.strOutput, "The file for the signature; \"-\" is standard output",
+                   "FILE");
     app.add_option("--out", texts.strForm, "The signature's form: base64 (one line) or der")
         ->check(CLI::IsMember({"base64", "der"}))
         ->capture_default_str()
         ->type_name("FORM");
-    app.add_option("--cert-out", options.strCertificate, "Write the signer's certificate to this file, as PEM")
-        ->check(tools::NotEmpty())
-        ->type_name("FILE");
+    tools::AddFile(app, "--cert-out", options.strCertificate, "Write the signer's certificate to this file, as PEM",
+                   "FILE");
     app.add_flag("--verify-hint", options.bVerifyHint, "Print the openssl command that verifies the signature");
 }
 
