@@ -27,10 +27,10 @@ struct WideToNarrow {
     }
 };
 
-// The text converted with an explicit length. Nothing: it could not be, for want of a translation. On the way:
+// Converts the text with an explicit length. Returns nothing when a character has no translation. Also checks that
 //  - the size query and the conversion agree, on success and on failure;
-//  - nothing is written behind the room, and nothing at all when the room is one short or the text malformed;
-//  - nothing is read behind the source, as far as AddressSanitizer sees it.
+//  - nothing is written behind the room, and nothing at all when the room is one too small or the text is malformed;
+//  - nothing is read behind the source (with AddressSanitizer).
 template <typename Direction>
 std::optional<std::basic_string<typename Direction::To>> ConvertChecked(
     UINT uCodePage, std::basic_string_view<typename Direction::From> text) {

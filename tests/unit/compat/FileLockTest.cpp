@@ -1,4 +1,4 @@
-// An open file is locked against other openings. A fork does not keep the lock and does not end it.
+// An open file is locked: others cannot open it. A fork does not prolong the lock and does not end it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -37,7 +37,7 @@ TEST_F(FileLockTest, LastsAsLongAsTheFileIsOpen) {
 }
 
 // A writer that flushes in the middle of a record keeps its lock.
-TEST_F(FileLockTest, IsKeptByAFlushOfWhatWasWritten) {
+TEST_F(FileLockTest, AFlushOfWrittenBytesKeepsIt) {
     DWORD cb = 0;
     EXPECT_TRUE(WriteFile(m_hFile, "x", 1, &cb, nullptr));
     EXPECT_TRUE(FlushFileBuffers(m_hFile));
@@ -100,7 +100,7 @@ TEST_F(FileLockTest, StaysWhenAChildClosesTheFile) {
 }
 
 // A file that the child opens itself is locked until the child closes it.
-TEST_F(FileLockTest, OfAChildEndsWithItsFile) {
+TEST_F(FileLockTest, AChildsLockEndsWithItsFile) {
     EXPECT_TRUE(CloseHandle(m_hFile));
     ExpectChildPasses([&] {
         const HANDLE hFile = VexCreateFile(m_strName.c_str());

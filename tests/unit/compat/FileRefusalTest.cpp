@@ -1,4 +1,4 @@
-// Names that are refused and handles that are no files.
+// Names that VexCreateFile refuses, and handles that are not open files.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -25,7 +25,7 @@ protected:
     const TempDirectory m_directory;
 };
 
-TEST_F(FileRefusal, NamesThatAreNoRegularFiles) {
+TEST_F(FileRefusal, RefusesWhatIsNotARegularFile) {
     ASSERT_EQ(mkfifo(m_directory.Path("pipe").c_str(), 0600), 0);
     ExpectRefused(m_directory.Path("pipe"), ERROR_ACCESS_DENIED);
     ExpectRefused(m_directory.Path(), ERROR_ACCESS_DENIED);
@@ -41,7 +41,7 @@ TEST_F(FileRefusal, NamesThatAreNoRegularFiles) {
 }
 
 // In a directory like /tmp the link may be another user's.
-TEST_F(FileRefusal, ALinkIsNotFollowed) {
+TEST_F(FileRefusal, DoesNotFollowALink) {
     m_directory.Write("target", "untouched");
     ASSERT_EQ(symlink("target", m_directory.Path("link").c_str()), 0);
     ASSERT_EQ(symlink("nowhere", m_directory.Path("dangling").c_str()), 0);
@@ -54,7 +54,7 @@ TEST_F(FileRefusal, ALinkIsNotFollowed) {
     EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("hard").c_str())));  // now its only name
 }
 
-TEST_F(FileRefusal, NamesThatLeadNowhere) {
+TEST_F(FileRefusal, RefusesNamesThatLeadNowhere) {
     m_directory.Write("file", "x");
     ExpectRefused(m_directory.Path("missing/log"), ERROR_PATH_NOT_FOUND);
     ExpectRefused(m_directory.Path("file/log"), ERROR_PATH_NOT_FOUND);
@@ -65,7 +65,7 @@ TEST_F(FileRefusal, NamesThatLeadNowhere) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
-TEST_F(FileRefusal, WhereThereIsNoPermission) {
+TEST_F(FileRefusal, NeedsPermission) {
     const std::string strName = m_directory.Write("log", "x");
     ASSERT_EQ(chmod(strName.c_str(), 0444), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0555), 0);
@@ -110,7 +110,7 @@ TEST_F(FileRefusal, OpensAWorldWritableFileOnlyOfTheUserOrOfRoot) {
     }
 }
 
-TEST_F(FileRefusal, TooManyOpenFiles) {
+TEST_F(FileRefusal, ReportsTooManyOpenFiles) {
     ExpectChildPasses([&] {
         const rlimit limit{16, 16};
         EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
@@ -132,7 +132,7 @@ TEST_F(FileRefusal, TooManyOpenFiles) {
 
 // ---- Handles ----
 
-// The results of all functions for a wrong handle. All of them can fail.
+// The results of all functions that can fail, for a wrong handle.
 struct Answer {
     const char* pszFunction;
     BOOL bResult;
@@ -183,7 +183,7 @@ TEST_F(FileRefusal, WrongHandlesFailEverywhere) {
         }
     }
     DWORD cb = 0;
-    EXPECT_TRUE(WriteFile(hOpen, "x", 1, &cb, nullptr)) << "the others did no harm";
+    EXPECT_TRUE(WriteFile(hOpen, "x", 1, &cb, nullptr)) << "the wrong handles did no harm";
     EXPECT_TRUE(CloseHandle(hOpen));
     EXPECT_FALSE(CloseHandle(hOpen));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);

@@ -58,14 +58,14 @@ TEST_F(FileTest, TheLastErrorTellsAnOpenedFileFromACreatedOne) {
     EXPECT_EQ(ReadWholeFile(m_strName), "text") << "opening keeps the contents";
     DWORD cb = 0;
     char buffer[8] = {};
-    EXPECT_TRUE(ReadFile(hAgain, buffer, sizeof buffer, &cb, nullptr)) << "reading from its own beginning";
+    EXPECT_TRUE(ReadFile(hAgain, buffer, sizeof buffer, &cb, nullptr)) << "each handle has its own position";
     EXPECT_EQ(std::string(buffer, cb), "text");
     EXPECT_TRUE(WriteFile(hAgain, "!", 1, &cb, nullptr));
     EXPECT_EQ(Size(), 5);
     EXPECT_TRUE(CloseHandle(hAgain));
     std::filesystem::resize_file(m_strName, 0);
     EXPECT_TRUE(FlushFileBuffers(m_hFile));
-    EXPECT_TRUE(FlushFileBuffers(m_hFile));  // of nothing: its lock is free
+    EXPECT_TRUE(FlushFileBuffers(m_hFile));  // nothing to flush: releases the lock
     EXPECT_TRUE(CloseHandle(VexCreateFile(m_strName.c_str())));
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS) << "an empty file is not a new one";
     std::filesystem::remove(m_strName);
@@ -74,7 +74,7 @@ TEST_F(FileTest, TheLastErrorTellsAnOpenedFileFromACreatedOne) {
     EXPECT_TRUE(CloseHandle(hNew));
 }
 
-TEST_F(FileTest, OnlyForTheOwnerAndNotForOtherPrograms) {
+TEST_F(FileTest, IsPrivateToItsOwnerAndNotInheritedByPrograms) {
     struct stat status {};
     ASSERT_EQ(stat(m_strName.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);
@@ -103,7 +103,7 @@ TEST_F(FileTest, OnlyForTheOwnerAndNotForOtherPrograms) {
     EXPECT_EQ(nFound, 1);
 }
 
-TEST_F(FileTest, AFileWithOtherRightsKeepsThem) {
+TEST_F(FileTest, AnExistingFileKeepsItsMode) {
     ASSERT_EQ(chmod(m_strName.c_str(), 0640), 0);
     EXPECT_TRUE(CloseHandle(VexCreateFile(m_strName.c_str())));
     struct stat status {};
@@ -143,7 +143,7 @@ TEST_F(FileTest, BinaryBytesStayAsTheyAre) {
     EXPECT_EQ(ReadWholeFile(m_strName), strData + "\r\n\r\n\x1A");
 }
 
-TEST_F(FileTest, AMegabyteAtOnce) {
+TEST_F(FileTest, TransfersMegabytesAtOnce) {
     const std::string strData(3 << 20, 'm');
     EXPECT_TRUE(Write(strData));
     EXPECT_TRUE(SeekTo(0));
@@ -175,7 +175,7 @@ TEST_F(FileTest, EndingTheFileCutsOrExtends) {
 }
 
 // The log writer's steps: append an entry, and cut the file from the front when it is too large.
-TEST_F(FileTest, AppendingAndCuttingFromTheFront) {
+TEST_F(FileTest, IsAppendedToAndCutFromTheFront) {
     EXPECT_TRUE(Write("\xFF\xFE"));
     for (const char* pszLine : {"first", "second", "third"}) {
         const HANDLE hBefore = m_hFile;
@@ -202,7 +202,7 @@ TEST_F(FileTest, AppendingAndCuttingFromTheFront) {
               "third\r\n\r\n");
 }
 
-TEST_F(FileTest, OnlyThePositionsFirstWordCounts) {
+TEST_F(FileTest, OnlyTheFirstWordOfThePositionCounts) {
     EXPECT_TRUE(Write("0123456789"));
     auto* pGarbage = reinterpret_cast<LONGLONG*>(std::uintptr_t{0xDEADBEEF});
     LARGE_INTEGER liPosition{};

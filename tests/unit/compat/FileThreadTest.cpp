@@ -16,7 +16,7 @@ namespace {
 
 constexpr DWORD kBlock = 100;
 
-// One handle: each write stays together and the position passes from one to the next.
+// Threads write through one handle. Each write is whole and begins where the one before it ended.
 TEST(FileThreads, WritesOnOneHandleDoNotMix) {
     const TempDirectory directory;
     const std::string strName = directory.Path("log");
@@ -43,7 +43,7 @@ TEST(FileThreads, WritesOnOneHandleDoNotMix) {
 }
 
 // One thread closes the file while others call every function. Each call either works on this file or fails with
-// ERROR_INVALID_HANDLE. None works on another file that has got the same descriptor.
+// ERROR_INVALID_HANDLE. None works on another file that got the same descriptor.
 TEST(FileThreads, ClosingWhileOthersWrite) {
     const TempDirectory directory;
     const std::string strOther = directory.Write("other", "");
@@ -118,7 +118,7 @@ TEST(FileThreads, ManyCreateTheSameFile) {
     }
 }
 
-// The host exits while its log writer still opens, writes and closes files: they must not be destroyed meanwhile.
+// The host exits while its log writer still opens, writes and closes files. The table of files must not be destroyed.
 TEST(FileThreads, ExitWithAThreadAtWork) {
     const TempDirectory directory;
     const std::string strName = directory.Path("log");
@@ -126,7 +126,7 @@ TEST(FileThreads, ExitWithAThreadAtWork) {
         ExpectChildPasses(
             [&strName] {
                 static std::atomic<int> s_nLines = 0;
-                // Runs after the destructors of objects that are made later, and gives the thread time then.
+                // Runs after the destructors of objects that are created later. The thread still works then.
                 std::atexit([] {
                     for (const int nLines = s_nLines; s_nLines < nLines + 50;) {
                         std::this_thread::yield();

@@ -33,7 +33,7 @@ protected:
     const TempDirectory m_directory;
 };
 
-TEST_F(FullDisk, AWriteReportsWhatWentIn) {
+TEST_F(FullDisk, AWriteReportsTheBytesWritten) {
     OnSmallDisk("size=64k", [this] {
         const std::string strName = m_directory.Path("log");
         const HANDLE hFile = VexCreateFile(strName.c_str());
@@ -74,7 +74,7 @@ TEST_F(FullDisk, NoRoomForANewNameOrDirectory) {
     });
 }
 
-TEST_F(FullDisk, AReadOnlyOne) {
+TEST_F(FullDisk, NothingOpensOnAReadOnlyDisk) {
     OnSmallDisk("size=64k", [this] {
         m_directory.Write("log", "x");
         if (mount("none", m_directory.Path().c_str(), "none", MS_REMOUNT | MS_RDONLY, nullptr) != 0) {

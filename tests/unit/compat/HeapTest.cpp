@@ -40,7 +40,7 @@ TEST_F(HeapTest, OneHeapForTheProcess) {
 
 TEST_F(HeapTest, SizesAreExactAndNewBytesZero) {
     for (const DWORD cb : {0UL, 1UL, 2UL, 5UL, 15UL, 16UL, 17UL, 31UL, 100UL, 4095UL, 4096UL, 4097UL, 3UL << 20}) {
-        for (int nRound = 0; nRound < 2; ++nRound) {  // the second block may be the first one's memory again
+        for (int nRound = 0; nRound < 2; ++nRound) {  // the second round may get the memory of the first
             BYTE* pBlock = Alloc(HEAP_ZERO_MEMORY, cb);
             ASSERT_NE(pBlock, nullptr) << cb;
             EXPECT_EQ(HeapSize(m_hHeap, 0, pBlock), cb);
@@ -52,7 +52,7 @@ TEST_F(HeapTest, SizesAreExactAndNewBytesZero) {
     }
 }
 
-TEST_F(HeapTest, WithoutTheFlagABlockIsStillOfItsSize) {
+TEST_F(HeapTest, WithoutTheFlagABlockHasItsExactSizeToo) {
     BYTE* pBlock = Alloc(kNoZeroing, 33);
     ASSERT_NE(pBlock, nullptr);
     EXPECT_EQ(HeapSize(m_hHeap, 0, pBlock), 33U);
@@ -84,7 +84,7 @@ TEST_F(HeapTest, ReallocationKeepsTheContentsAndZeroesWhatItAdds) {
     }
 }
 
-// Bytes that a reallocation cut off must not return with the next one.
+// Bytes that one reallocation cut off must not appear again in the next.
 TEST_F(HeapTest, ShrunkAndGrownAgainReadsZero) {
     BYTE* pBlock = Alloc(HEAP_ZERO_MEMORY, 24);
     ASSERT_NE(pBlock, nullptr);

@@ -60,7 +60,7 @@ protected:
     const ScopedLocale m_locale{"C.UTF-8"};
 };
 
-// One direction for each code page: both have the same rules for lengths, and reading so much takes long.
+// Each direction is tested with one code page only: both have the same rules for lengths, and reading so much is slow.
 TEST_F(HugeText, NarrowToWide) {
     const RepeatedText<char> text('a', kTooMany);
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text.Text(), -1, nullptr, 0), 0);

@@ -1,5 +1,5 @@
 // Compares code page 0 with libc's mbstowcs and wcstombs, in every locale of the machine and in a few that the test
-// creates: single-byte, multibyte, some with characters that are kept back, and one with shift states.
+// creates: single-byte, multibyte, some that hold characters back until the next one, and one with shift states.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -27,7 +27,7 @@ std::optional<std::wstring> LibcDecode(const std::string& strText) {
     std::mbstate_t state{};
     EXPECT_EQ(std::mbsrtowcs(strWide.data(), &pNext, strWide.size(), &state), cch);
     strWide.resize(cch);
-    // For one of its encodings libc stops without an error before a character that is cut off. We call that malformed.
+    // In one encoding libc stops without an error at a character that is cut off. The toolkit calls that malformed.
     return pNext == nullptr ? std::optional(strWide) : std::nullopt;
 }
 
@@ -58,7 +58,7 @@ std::optional<std::string> LibcEncodeSingly(const std::wstring& strText) {
     return strNarrow;
 }
 
-// A length of 0 for a text that is not empty, one that libc drops altogether, counts as a failure.
+// libc may drop all of a text that is not empty. That length of 0 counts as a failure.
 template <typename Text>
 std::optional<Text> NoneIfEmpty(const std::optional<Text>& text) {
     return text && !text->empty() ? text : std::nullopt;
@@ -117,7 +117,7 @@ std::wstring RandomWide(std::mt19937& random, const std::wstring& strKnown) {
                 strText += strKnown[random() % strKnown.size()];
         }
     }
-    std::erase(strText, L'\x1B');  // begins a shift sequence where there are any
+    std::erase(strText, L'\x1B');  // begins a shift sequence in some encodings
     return strText;
 }
 
@@ -176,7 +176,7 @@ void CheckAgreement(bool bMalformed) {
     EXPECT_GT(decoded.nConverted, 1000);
 }
 
-// A text that is longer than what is converted at a time, characters and shift sequences lying across the borders.
+// A text that is converted in several steps. Characters and shift sequences lie across the borders.
 void CheckLongTexts() {
     std::mt19937 random(42);
     const std::wstring strKnown = KnownCharacters();
@@ -194,7 +194,7 @@ void CheckLongTexts() {
     }
 }
 
-// Every one of the first plane, and many of the others.
+// All code points of the first plane, and many of the others.
 TEST(Locale, CodePoints) {
     for (const char* pszName : {"C", "C.UTF-8"}) {
         const ScopedLocale locale(pszName);
@@ -240,10 +240,10 @@ TEST(Locale, EveryInstalledOneAgreesWithLibc) {
         CheckLongTexts();
         ++nChecked;
     }
-    EXPECT_GE(nChecked, 2) << "not even C and POSIX";
+    EXPECT_GE(nChecked, 2) << "C and POSIX are missing";
 }
 
-// Locales made for this test: a character classification of no interest, and the encoding of that name.
+// Locales created for this test with a given encoding. Their character classification does not matter.
 class MadeLocale : public testing::TestWithParam<const char*> {
 protected:
     static void SetUpTestSuite() { s_pDirectory = new TempDirectory; }
@@ -276,7 +276,7 @@ protected:
 TempDirectory* MadeLocale::s_pDirectory = nullptr;
 
 TEST_P(MadeLocale, AgreesWithLibc) {
-    // libc itself may abort the process over a malformed text with shift states.
+    // libc itself may abort the process at a malformed text with shift states.
     const bool bShifting = std::string_view(GetParam()).starts_with("ISO-2022");
     CheckAgreement(!bShifting);
     CheckLongTexts();
@@ -293,7 +293,7 @@ INSTANTIATE_TEST_SUITE_P(Encodings, MadeLocale,
 
 class ShiftingLocale : public MadeLocale {};
 
-// A text in a shifted state goes back before its end, whether or not a terminator follows.
+// A text ends in the initial shift state, with and without a terminator.
 TEST_P(ShiftingLocale, EndsInTheInitialState) {
     const std::string strExpected = "a\x1B$B$\"\x1B(B";
     EXPECT_EQ(ConvertChecked<WideToNarrow>(CP_ACP, L"a\u3042"), strExpected);

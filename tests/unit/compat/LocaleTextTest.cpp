@@ -8,7 +8,7 @@
 
 namespace {
 
-// The whole length is returned and what fits is written, in a locale with our own encoder and in one of libc's.
+// Returns the whole length and writes what fits, in a locale with the toolkit's own encoder and in one with libc's.
 TEST(LocaleText, WritesNoMoreThanFits) {
     for (const char* pszLocale : {"C.UTF-8", "C"}) {
         const ScopedLocale locale(pszLocale);

@@ -59,7 +59,7 @@ TEST(WcscpyS, AsTheLogManagerCallsIt) {
     EXPECT_STREQ(szPath, L"");
 }
 
-// The source needs no terminator behind the room: it is not read.
+// The source may lack a terminator: at most as many characters are read as the room has.
 TEST(WcscpyS, ReadsNoFurtherThanTheRoom) {
     const auto source = std::make_unique<wchar_t[]>(3);
     std::fill_n(source.get(), 3, L'x');

@@ -86,7 +86,7 @@ protected:
     const TempDirectory m_directory;
 };
 
-TEST_F(DirectoryTest, Asking) {
+TEST_F(DirectoryTest, TellsDirectoriesFromOtherNames) {
     m_directory.Write("file", "x");
     ASSERT_EQ(symlink(m_directory.Path().c_str(), m_directory.Path("link").c_str()), 0);
     ASSERT_EQ(symlink("nowhere", m_directory.Path("dangling").c_str()), 0);
@@ -115,7 +115,7 @@ TEST_F(DirectoryTest, MakesAllParents) {
         EXPECT_TRUE(IsDirectory(Inside(pszName)));
         EXPECT_EQ(Make(Inside(pszName)), static_cast<int>(ERROR_ALREADY_EXISTS));
     }
-    EXPECT_EQ(Make(Inside(L"two/eight/nine")), 0) << "some of the parents are there";
+    EXPECT_EQ(Make(Inside(L"two/eight/nine")), 0) << "some of the parents exist";
 }
 
 TEST_F(DirectoryTest, AnyExistingNameIsReportedAsExisting) {
@@ -129,7 +129,7 @@ TEST_F(DirectoryTest, AnyExistingNameIsReportedAsExisting) {
     EXPECT_FALSE(std::filesystem::exists(m_directory.Path("nowhere")));
 }
 
-TEST_F(DirectoryTest, Reasons) {
+TEST_F(DirectoryTest, AFailureGivesItsReason) {
     m_directory.Write("file", "x");
     EXPECT_EQ(Make(Inside(L"file/sub")), static_cast<int>(ERROR_PATH_NOT_FOUND));
     EXPECT_EQ(Make(Inside(L"file/sub/sub")), static_cast<int>(ERROR_PATH_NOT_FOUND));
@@ -140,7 +140,7 @@ TEST_F(DirectoryTest, Reasons) {
 }
 
 TEST_F(DirectoryTest, ThePathsLengthAtTheLimit) {
-    constexpr size_t kLimit = PATH_MAX;  // which counts the terminator
+    constexpr size_t kLimit = PATH_MAX;  // with the terminator
     for (const size_t cch : {kLimit - 2, kLimit - 1, kLimit, kLimit + 1, kLimit + 2, kLimit * 3}) {
         std::wstring strPath = L"/tmp";
         while (strPath.size() < cch) {
@@ -153,7 +153,7 @@ TEST_F(DirectoryTest, ThePathsLengthAtTheLimit) {
     }
 }
 
-TEST_F(DirectoryTest, OnlyForTheOwner) {
+TEST_F(DirectoryTest, NewOnesArePrivateToTheOwner) {
     const mode_t nBefore = umask(0);
     EXPECT_EQ(Make(Inside(L"a/b")), 0);
     umask(0277);
@@ -169,7 +169,7 @@ TEST_F(DirectoryTest, OnlyForTheOwner) {
     EXPECT_EQ(modeOf("masked"), 0500U);
 }
 
-TEST_F(DirectoryTest, WhereThereIsNoPermission) {
+TEST_F(DirectoryTest, NeedsPermission) {
     ASSERT_EQ(Make(Inside(L"closed")), 0);
     ASSERT_EQ(chmod(m_directory.Path("closed").c_str(), 0), 0);
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0555), 0);
@@ -185,7 +185,7 @@ TEST_F(DirectoryTest, WhereThereIsNoPermission) {
     ASSERT_EQ(chmod(m_directory.Path("closed").c_str(), 0700), 0);
 }
 
-// So is the fallback name of a log file, which begins with a blank.
+// The fallback name of a log file is relative, too: it begins with a blank.
 TEST_F(DirectoryTest, RelativePathsStartFromTheCurrentDirectory) {
     ExpectChildPasses([&] {
         EXPECT_EQ(chdir(m_directory.Path().c_str()), 0);

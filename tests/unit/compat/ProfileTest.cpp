@@ -18,7 +18,6 @@ UINT LogLevel(const std::string& strPath, INT nDefault = 1) {
 
 class ProfileTest : public testing::Test {
 protected:
-    // The default, in time, with the reason.
     void ExpectDefault(const std::string& strPath, DWORD dwError) {
         CloseHandle(nullptr);  // another last error
         EXPECT_EQ(LogLevel(strPath), 1U) << strPath;
@@ -28,7 +27,7 @@ protected:
     const TempDirectory m_directory;
 };
 
-TEST_F(ProfileTest, TheValueOfTheFile) {
+TEST_F(ProfileTest, ReadsTheValueFromTheFile) {
     const std::string strPath = m_directory.Write("log.ini", kText);
     EXPECT_EQ(LogLevel(strPath), 5U);
     EXPECT_EQ(GetPrivateProfileIntA("LOGINFO", "loglevel", 1, strPath.c_str()), 5U);
@@ -36,7 +35,7 @@ TEST_F(ProfileTest, TheValueOfTheFile) {
     EXPECT_EQ(LogLevel(strPath), 6U) << "nothing is kept between calls";
 }
 
-TEST_F(ProfileTest, TheDefaultIsGivenBackAsItIs) {
+TEST_F(ProfileTest, ReturnsTheDefaultUnchanged) {
     for (const INT nDefault : {0, 1, -1, INT_MAX, INT_MIN}) {
         EXPECT_EQ(LogLevel(m_directory.Path("missing"), nDefault), static_cast<UINT>(nDefault));
     }
@@ -90,7 +89,7 @@ TEST_F(ProfileTest, WithoutPermission) {
     });
 }
 
-TEST_F(ProfileTest, TheLargestFileThatIsRead) {
+TEST_F(ProfileTest, ReadsFilesUpToOneMebibyte) {
     constexpr size_t kLimit = 1 << 20;
     const std::string strRest = kText + std::string(kLimit - kText.size(), '\n');
     EXPECT_EQ(LogLevel(m_directory.Write("limit.ini", strRest)), 5U);

@@ -97,11 +97,11 @@ TEST(ProfileNames, AreTheCallers) {
     EXPECT_EQ(vextk::FindProfileInteger(kText, "a", "y"), 2U);
     EXPECT_EQ(vextk::FindProfileInteger(kText, "B C", "X"), 3U);
     EXPECT_EQ(vextk::FindProfileInteger(kText, "\xC3\x84", "x"), 4U);
-    EXPECT_EQ(vextk::FindProfileInteger(kText, "\xC3\xA4", "x"), kMissing) << "cases are those of ASCII";
+    EXPECT_EQ(vextk::FindProfileInteger(kText, "\xC3\xA4", "x"), kMissing) << "only ASCII letters match in any case";
     EXPECT_EQ(vextk::FindProfileInteger(kText, "", "x"), kMissing);
     EXPECT_EQ(vextk::FindProfileInteger(kText, "a", ""), kMissing);
     EXPECT_EQ(vextk::FindProfileInteger("[]\n=5\n", "", ""), 5U);
-    EXPECT_EQ(vextk::FindProfileInteger("[a]\n#x=1\n;x=2\n", "a", "#x"), kMissing) << "a comment has no keys";
+    EXPECT_EQ(vextk::FindProfileInteger("[a]\n#x=1\n;x=2\n", "a", "#x"), kMissing) << "a comment contains no key";
     EXPECT_EQ(vextk::FindProfileInteger("[a]\n#x=1\n;x=2\n", "a", ";x"), kMissing);
 }
 

@@ -1,4 +1,4 @@
-// Under a sanitizer a too large allocation fails, as with libc, and does not end the program.
+// Under a sanitizer an allocation that is too large returns null, as with libc, and does not end the program.
 
 extern "C" const char* __asan_default_options();
 extern "C" const char* __tsan_default_options();

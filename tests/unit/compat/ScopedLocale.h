@@ -1,4 +1,4 @@
-// The process locale, for as long as this lives.
+// Sets the locale of the process as long as the object exists.
 #pragma once
 
 #include <clocale>

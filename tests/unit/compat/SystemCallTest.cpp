@@ -29,7 +29,8 @@ protected:
     }
     void TearDown() override {
         CloseHandle(m_hFile);
-        // The process remembers a file whose lock it waited for, until it can lock it. Later tests count their calls.
+        // The process remembers a file on which it waited for the lock, until it gets the lock. Later tests count
+        // calls.
         CloseHandle(VexCreateFile(m_strName.c_str()));
     }
 
@@ -47,7 +48,7 @@ protected:
     HANDLE m_hFile = nullptr;
 };
 
-// The first write has not moved the position yet when the second begins.
+// The second write begins before the first has moved the position.
 TEST_F(SystemCallTest, AWriteWaitsForAnotherThreadsWrite) {
     std::promise<void> firstHasBegun;
     std::promise<void> secondHasEnded;
@@ -55,7 +56,7 @@ TEST_F(SystemCallTest, AWriteWaitsForAnotherThreadsWrite) {
         SystemCalls calls;
         calls.Script("pwrite", {After([&] {
                          firstHasBegun.set_value();
-                         // Has to time out. It is long enough for a second write that does not wait.
+                         // Must time out. A second write that does not wait would end within this time.
                          EXPECT_EQ(secondHasEnded.get_future().wait_for(std::chrono::milliseconds(100)),
                                    std::future_status::timeout);
                      })});
@@ -107,7 +108,7 @@ TEST_F(SystemCallTest, WritesAllBytesOrReportsTheError) {
         EXPECT_EQ(GetLastError(), row.dwError == 0 ? ERROR_INVALID_HANDLE : row.dwError);
         EXPECT_EQ(cbWritten, row.cbDone);
         EXPECT_EQ(ReadWholeFile(m_strName), strData.substr(0, row.cbDone));
-        // The position is behind what was written, so that the caller can go on.
+        // The position is behind the written bytes, so that the caller can continue.
         EXPECT_TRUE(Write("!", cbWritten));
         EXPECT_EQ(ReadWholeFile(m_strName), strData.substr(0, row.cbDone) + "!");
     }
@@ -174,7 +175,7 @@ struct OpenCase {
     DWORD dwError;
 };
 
-// The file exists all the time; only the outcomes tell otherwise.
+// The file exists all the time. Only the scripted outcomes say that it does not.
 TEST_F(SystemCallTest, OpeningWhileOtherProcessesChangeTheFile) {
     const OpenCase cases[] = {
         {"a signal", {Fail(EINTR)}, {}, false, true, ERROR_ALREADY_EXISTS},
@@ -246,7 +247,7 @@ TEST_F(SystemCallTest, FewCallsForALogLine) {
     EXPECT_EQ(calls.Counts(), (CallCounts{{"close", 1}}));
 }
 
-// The wait is bounded. The number of attempts tells a long wait from a short one.
+// The wait is bounded. The number of attempts shows whether it was long or short.
 TEST_F(SystemCallTest, WaitsForAHeldLockOnlyOnce) {
     constexpr int kMostInAShortWait = 10;
     const auto looksOfOpening = [this] {
@@ -264,7 +265,7 @@ TEST_F(SystemCallTest, WaitsForAHeldLockOnlyOnce) {
     EXPECT_EQ(looksOfOpening(), 1);
     LONGLONG cbSize = 0;
     ASSERT_TRUE(GetFileSizeEx(m_hFile, &cbSize));
-    EXPECT_GT(looksOfOpening(), kMostInAShortWait) << "it was seen free meanwhile";
+    EXPECT_GT(looksOfOpening(), kMostInAShortWait) << "the lock was free in between";
 }
 
 // Others cannot open it before it is locked.
@@ -291,7 +292,7 @@ TEST_F(SystemCallTest, CreatesFilesWhereTheFileSystemHasNoUnnamedFiles) {
     }
 }
 
-// There another process can take the lock first, and a process that takes no lock can write at any moment.
+// On such a file system another process can take the lock first, and one that takes no lock can write at any moment.
 TEST_F(SystemCallTest, ANewFileThatAnotherProcessWritesFirstCountsAsOpened) {
     const std::string strName = m_directory.Path("shared");
     SystemCalls calls;
@@ -321,8 +322,8 @@ TEST_F(SystemCallTest, CallsForADirectory) {
 
 struct DirectoryCase {
     const char* pszWhat;
-    Outcome first;                      // of the directory itself
-    std::optional<Outcome> afterwards;  // of the same, when its parents are there
+    Outcome first;                      // of mkdir for the directory itself
+    std::optional<Outcome> afterwards;  // of the second mkdir, when its parents exist
     int nResult;
 };
 

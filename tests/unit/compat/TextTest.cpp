@@ -1,4 +1,4 @@
-// The rules of lengths, room, terminators and errors, which are the same for both encodings and both directions.
+// Lengths, room, terminators and errors. The rules are the same for both encodings and both directions.
 #include <gtest/gtest.h>
 #include <locale.h>
 
@@ -45,20 +45,21 @@ void CheckCalls(UINT uCodePage, const typename Direction::From* pszSource, const
 }
 
 TEST_P(TextRules, NarrowToWideLengths) {
-    CheckCalls<NarrowToWide>(GetParam(), kNarrow, kWide,
-                             {
-                                 {-1, 20, 5, 0, 5},                         // the terminator is part of the source
-                                 {-1, 5, 5, 0, 5},       {-1, 4, 4, 0, 4},  // room for all but the terminator
-                                 {-1, 3, 0, 122, 0},     {-1, 1, 0, 122, 0},      {-1, 0, 5, 0, 0},  // a question
-                                 {8, 20, 4, 0, 4},  // no terminator is added
-                                 {8, 4, 4, 0, 4},        {8, 3, 0, 122, 0},       {8, 0, 4, 0, 0},
-                                 {9, 20, 5, 0, 5},                             // a terminator within an explicit length
-                                 {9, 4, 0, 122, 0},                            // has to have its room
-                                 {2, 2, 2, 0, 2},        {7, 20, 0, 1113, 0},  // a character cut off
-                                 {3, 20, 0, 1113, 0},    {3, 0, 0, 1113, 0},      {0, 20, 0, 87, 0},
-                                 {-2, 20, 0, 87, 0},     {INT_MIN, 20, 0, 87, 0}, {-1, -1, 0, 87, 0},
-                                 {8, INT_MIN, 0, 87, 0},
-                             });
+    CheckCalls<
+        NarrowToWide>(GetParam(), kNarrow, kWide,
+                      {
+                          {-1, 20, 5, 0, 5},                         // the terminator is part of the source
+                          {-1, 5, 5, 0, 5},       {-1, 4, 4, 0, 4},  // room for all but the terminator
+                          {-1, 3, 0, 122, 0},     {-1, 1, 0, 122, 0},      {-1, 0, 5, 0, 0},  // asks for the length
+                          {8, 20, 4, 0, 4},                                                   // no terminator is added
+                          {8, 4, 4, 0, 4},        {8, 3, 0, 122, 0},       {8, 0, 4, 0, 0},
+                          {9, 20, 5, 0, 5},                             // the explicit length includes the terminator
+                          {9, 4, 0, 122, 0},                            // which needs room
+                          {2, 2, 2, 0, 2},        {7, 20, 0, 1113, 0},  // a character cut off
+                          {3, 20, 0, 1113, 0},    {3, 0, 0, 1113, 0},      {0, 20, 0, 87, 0},
+                          {-2, 20, 0, 87, 0},     {INT_MIN, 20, 0, 87, 0}, {-1, -1, 0, 87, 0},
+                          {8, INT_MIN, 0, 87, 0},
+                      });
 }
 
 TEST_P(TextRules, WideToNarrowLengths) {
@@ -89,14 +90,14 @@ TEST_P(TextRules, TheEmptyTextIsItsTerminator) {
     CheckCalls<WideToNarrow>(GetParam(), L"", "", {{-1, 20, 1, 0, 1}, {-1, 1, 1, 0, 1}, {-1, 0, 1, 0, 0}});
 }
 
-TEST_P(TextRules, ANullOutputAsksWhateverItsSize) {
+TEST_P(TextRules, ANullOutputAsksForTheLengthWhateverItsSize) {
     for (const int nRoom : {0, 1, 100, INT_MAX, -1, INT_MIN}) {
         EXPECT_EQ(NarrowToWide::Convert(GetParam(), kNarrow, -1, nullptr, nRoom), 5) << nRoom;
         EXPECT_EQ(WideToNarrow::Convert(GetParam(), kWide, 4, nullptr, nRoom), 8) << nRoom;
     }
 }
 
-TEST_P(TextRules, SourcesThatAreNone) {
+TEST_P(TextRules, InvalidSourcesAreRefused) {
     wchar_t szWide[8] = {};
     char szNarrow[8] = {};
     for (const int nLength : {-1, 1}) {
@@ -130,7 +131,7 @@ TEST_P(TextRules, SurrogatesAreNoCharacters) {
     EXPECT_EQ(ConvertChecked<WideToNarrow>(GetParam(), strPair), std::nullopt) << "wide text is UTF-32, not UTF-16";
 }
 
-// libc's UTF-8 goes on above the last code point; code page 0 goes with it, UTF-8 itself does not.
+// libc's UTF-8 also converts values above the last code point, and so does code page 0. Code page UTF-8 does not.
 TEST(Text, ValuesAboveTheLastCodePoint) {
     const ScopedLocale locale("C.UTF-8");
     const std::wstring strText = {L'a', static_cast<wchar_t>(0x110000)};
@@ -141,7 +142,7 @@ TEST(Text, ValuesAboveTheLastCodePoint) {
     EXPECT_EQ(encoded ? encoded->size() : static_cast<size_t>(-1), cb);
 }
 
-TEST_P(TextRules, FlagsDoNotCount) {
+TEST_P(TextRules, FlagsAreIgnored) {
     wchar_t szWide[8] = {};
     char szNarrow[12] = {};
     for (const DWORD dwFlags : {1UL, 8UL, ~0UL}) {
@@ -167,7 +168,7 @@ TEST(Text, OtherCodePagesAreUnknown) {
     }
 }
 
-// The counted strings measure with libc, and hand over a buffer for so many units and a terminator.
+// The string classes measure with libc. They then pass a buffer for that many units and a terminator.
 TEST(Text, RoomAsTheStringClassesSizeIt) {
     const ScopedLocale locale("C.UTF-8");
     const size_t cch = std::mbstowcs(nullptr, kNarrow, 0);
@@ -197,9 +198,9 @@ TEST(Text, DefaultCharacters) {
         {"C", L"a\u00E9b\u4E2D", "?", "a?b?", 0, TRUE},
         {"C", L"plain", "?", "plain", 0, FALSE},
         {"C", L"a\u00E9", nullptr, nullptr, ERROR_NO_UNICODE_TRANSLATION, FALSE},
-        {"C", L"a\u00E9", "", nullptr, ERROR_INVALID_PARAMETER, FALSE},  // would be a terminator
+        {"C", L"a\u00E9", "", nullptr, ERROR_INVALID_PARAMETER, FALSE},  // it would become a terminator
         {"C", L"plain", "", nullptr, ERROR_INVALID_PARAMETER, FALSE},
-        {"C", L"a\u00E9", "xy", "ax", 0, TRUE},  // the first character stands in
+        {"C", L"a\u00E9", "xy", "ax", 0, TRUE},  // only the first character is used
         {"C.UTF-8", L"a\u00E9", "?", "a\xC3\xA9", 0, FALSE},
         {"C.UTF-8",
          {L'a', static_cast<wchar_t>(0xD800), L'b'},
@@ -253,7 +254,7 @@ TEST(Text, Utf8HasNoDefaultCharacter) {
     }
 }
 
-// libc's functions follow a locale of the thread's own, and so does code page 0.
+// libc's functions and code page 0 use the thread's own locale if it has one.
 TEST(Text, TheThreadsLocaleCounts) {
     const ScopedLocale process("C");
     EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"\u00E9", -1, nullptr, 0, nullptr, nullptr), 0);

@@ -1,4 +1,4 @@
-// UTF-8 against iconv, which knows nothing of our code, over every code point and many random byte strings.
+// Compares UTF-8 with iconv, an independent implementation, for every code point and many random byte strings.
 #include <gtest/gtest.h>
 #include <iconv.h>
 
@@ -57,7 +57,7 @@ bool InRange(std::string_view text, size_t i, unsigned char first, unsigned char
            static_cast<unsigned char>(text[i]) <= last;
 }
 
-// Surrogate pairs of two three-byte sequences rewritten as the four-byte sequence that iconv knows.
+// Rewrites surrogate pairs (two three-byte sequences) as the four-byte sequences that iconv knows.
 std::string PairsAsFourBytes(std::string_view text) {
     std::string strOut;
     for (size_t i = 0; i < text.size();) {
@@ -217,7 +217,7 @@ TEST_F(Utf8Test, EverySurrogatePair) {
     }
 }
 
-// All strings of two bytes, and of three and four where the interesting ones are.
+// All strings of two bytes, and the interesting ones of three and four.
 TEST_F(Utf8Test, EveryShortString) {
     std::string strText(2, '\0');
     for (unsigned n = 0; n < 65536; ++n) {
@@ -241,7 +241,7 @@ TEST_F(Utf8Test, EveryShortString) {
 }
 
 TEST_F(Utf8Test, RandomByteStrings) {
-    // Pieces that are well-formed alone, and a few that are not, so that many strings are well-formed throughout.
+    // Most pieces are well-formed, so that many whole strings are, too.
     const std::string_view pieces[] = {"a",
                                        "0123456789abcdef",
                                        "\xC3\xA9",
@@ -291,7 +291,7 @@ TEST_F(Utf8Test, RandomWideStrings) {
     EXPECT_LT(nEncodable, kStrings);
 }
 
-// Runs of ASCII are taken several bytes at a time: every length and every place of a longer character.
+// Runs of ASCII are converted several bytes at a time: tries every length and every place of a longer character.
 TEST_F(Utf8Test, RunsOfEveryLength) {
     for (size_t cbRun = 0; cbRun <= 40; ++cbRun) {
         for (size_t nPlace = 0; nPlace <= cbRun; ++nPlace) {
