@@ -38,7 +38,7 @@ TEST(CallQueue, LetsOneCallAtATimeThrough) {
     EXPECT_EQ(nUnguarded, 8 * 2000);
 }
 
-// Until the thread sleeps or has ended.
+// Waits until the thread sleeps or has ended.
 void WaitUntilAsleep(pid_t nThread) {
     for (;;) {
         std::ifstream status("/proc/self/task/" + std::to_string(nThread) + "/stat");
@@ -54,7 +54,7 @@ void WaitUntilAsleep(pid_t nThread) {
 TEST(CallQueue, LetsCallsThroughInTheOrderOfTheirArrival) {
     CallQueue queue;
     queue.Enable(true);
-    std::vector<int> order;  // written by the thread whose turn it is
+    std::vector<int> order;  // only the thread that has the turn writes it
     {
         std::vector<std::jthread> threads;
         std::optional<CallQueue::Turn> first(std::in_place, queue);
@@ -83,7 +83,7 @@ TEST(CallQueue, ConcernsOnlyCallsThatArriveLater) {
     CallQueue queue;
     std::optional<CallQueue::Turn> early(std::in_place, queue);
     queue.Enable(true);
-    std::optional<CallQueue::Turn> late(std::in_place, queue);  // would wait for ever if early counted
+    std::optional<CallQueue::Turn> late(std::in_place, queue);  // would wait for ever if the queue counted "early"
     queue.Enable(false);
     early.reset();
     late.reset();

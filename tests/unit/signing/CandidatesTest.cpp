@@ -37,12 +37,12 @@ protected:
                        " && cp plain.crt keyless.crt && : > keyless.key"
                        " && openssl x509 -in plain.crt -outform DER -out plain.der");
         MakeChanged("timeless", "\x17\x0D", 2, 'x');
-        // The extension basicConstraints: its sequence becomes a NULL.
+        // Turns the sequence in the extension basicConstraints into a NULL.
         MakeChanged("malformed", std::string("\x55\x1D\x13\x01\x01\xFF\x04", 7), 8, '\x05');
     }
     static void TearDownTestSuite() { delete s_pDirectory; }
 
-    // The key and certificate of "plain", with one byte of the latter changed, so far behind a text that is in it.
+    // The key and certificate of "plain". One byte of the certificate is changed, at a distance behind a known text.
     static void MakeChanged(const std::string& strName, const std::string& strText, size_t nBehind, char chNew) {
         std::string strDer = ReadWholeFile(s_pDirectory->Path("plain.der"));
         const size_t nFound = strDer.find(strText);
@@ -113,7 +113,7 @@ struct PassedOver : Row {
 
 class CandidatesPassedOver : public CandidatesTest, public testing::WithParamInterface<PassedOver> {};
 
-TEST_P(CandidatesPassedOver, AreToldWithTheReason) {
+TEST_P(CandidatesPassedOver, AreReportedWithTheReason) {
     const std::string strUri = Uri(GetParam().names);
     const ToolkitClient client(strUri);
     if (client.IsOpen()) {
@@ -196,7 +196,7 @@ TEST_F(CandidatesTest, CountsCertificatesThatFiltersExcludeSeparately) {
     EXPECT_TRUE(all.SignP1("text")) << all.Message();
 }
 
-TEST_F(CandidatesTest, OneCertificateTwiceIsOne) {
+TEST_F(CandidatesTest, TheSameCertificateTwiceCountsOnce) {
     const ToolkitClient client(Uri({"plain", "keyless", "plain"}));
     ASSERT_EQ(VCTK_SetChooseSingleCert(client.Handle(), 1), 0);
     EXPECT_EQ(client.Records().size(), 1U);

@@ -1,4 +1,4 @@
-// The text of VCTK_GetCertList.
+// The text that VCTK_GetCertList returns.
 #include <gtest/gtest.h>
 
 #include "TestStore.h"
@@ -19,7 +19,7 @@ protected:
     TempDirectory m_directory;
 };
 
-TEST_F(CertificateListTest, FieldsAreThoseOfTheCertificate) {
+TEST_F(CertificateListTest, ShowsTheFieldsOfTheCertificate) {
     MakeIdentity(m_directory, {"a", "rsa:2048", "/CN=Ann  B/O= X, \\\"Y\\\" /OU=\xE7\xAD\xBE\xE5\x90\x8D", 30,
                                "-set_serial 0x00F1"});
     const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
@@ -41,7 +41,7 @@ TEST_F(CertificateListTest, FieldsAreThoseOfTheCertificate) {
     EXPECT_EQ(record[6], record[5]);
 }
 
-TEST_F(CertificateListTest, SeparatorsAreTheCallers) {
+TEST_F(CertificateListTest, UsesTheCallersSeparators) {
     MakeIdentity(m_directory, {"a"});
     MakeIdentity(m_directory, {"b", "ec -pkeyopt ec_paramgen_curve:P-256"});
     const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a", "b"}));
@@ -92,7 +92,7 @@ TEST_F(CertificateListTest, AYearHasFourDigits) {
     EXPECT_EQ(client.Records().size(), 1U);
 }
 
-TEST_F(CertificateListTest, OnlyWhatIsValidNowIsACandidate) {
+TEST_F(CertificateListTest, OnlyCertificatesValidNowAreCandidates) {
     MakeIdentity(m_directory, {"a"});
     MakeExpiredCertificate(m_directory.Path(), "a.key", "old");
     RequireCommand("cd " + m_directory.Path() + " && cp a.key old.key");

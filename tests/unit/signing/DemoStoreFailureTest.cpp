@@ -40,7 +40,7 @@ class DemoStoreFailureTest : public testing::Test {
 protected:
     DemoStoreFailureTest() { setenv("XDG_DATA_HOME", m_home.Path("data").c_str(), 1); }
 
-    // Opens the demo store while a call has these outcomes. Returns the error text; nothing when it is open.
+    // Opens the demo store while a call has these outcomes. Returns the error text, which is empty on success.
     static std::string OpenWith(const char* pszCall, const std::vector<Outcome>& outcomes) {
         SystemCalls calls;
         calls.Script(pszCall, outcomes);
@@ -50,7 +50,7 @@ protected:
     struct Case {
         const char* pszCall;
         std::vector<Outcome> outcomes;
-        int nErrno;  // 0: the store is opened nevertheless
+        int nErrno;  // 0: the store opens nevertheless
     };
 
     // fnBefore prepares each case.
@@ -70,7 +70,7 @@ protected:
     const TempDirectory m_home;
 };
 
-TEST_F(DemoStoreFailureTest, InTheMaking) {
+TEST_F(DemoStoreFailureTest, WhileTheStoreIsCreated) {
     Expect(
         {
             {"mkdir", {Fail(EROFS)}, EROFS},
@@ -90,19 +90,19 @@ TEST_F(DemoStoreFailureTest, InTheMaking) {
         });
 }
 
-TEST_F(DemoStoreFailureTest, InReading) {
+TEST_F(DemoStoreFailureTest, WhileTheStoreIsRead) {
     Expect(
         {
             {"fstat", {kReal, Fail(EIO)}, EIO},               // of the store, for its mode
             {"fstat", {kReal, kReal, Fail(ESTALE)}, ESTALE},  // for its size
             {"pread", {Fail(EIO)}, EIO},
             {"pread", {Short(100), Fail(EINTR), Short(1)}, 0},
-            {"pread", {Short(100), kZero}, 0},  // another process has cut it: it is created again
+            {"pread", {Short(100), kZero}, 0},  // another process cut the file: the store is created again
         },
         [] { ASSERT_TRUE(ToolkitClient("demo:").IsOpen()) << ErrorMessage(nullptr); });
 }
 
-TEST_F(DemoStoreFailureTest, TakesTheHomeDirectoryFromTheUserDatabaseLast) {
+TEST_F(DemoStoreFailureTest, WithoutHomeTakesTheDirectoryOfTheUserDatabase) {
     ASSERT_EQ(unsetenv("XDG_DATA_HOME"), 0);
     const std::string strHome = m_home.Path("home");
     for (const char* pszVariable : {"", "relative"}) {

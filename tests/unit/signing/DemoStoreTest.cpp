@@ -35,7 +35,7 @@ protected:
     TempDirectory m_home;
 };
 
-TEST_F(DemoStoreTest, IsMadeOnFirstUseAndKept) {
+TEST_F(DemoStoreTest, IsCreatedOnFirstUseAndKept) {
     const mode_t oldMask = umask(0);
     const ToolkitClient client("demo:");
     umask(oldMask);
@@ -63,7 +63,7 @@ TEST_F(DemoStoreTest, LiesInTheHomeDirectoryWithoutXdgDataHome) {
     EXPECT_TRUE(ToolkitClient("demo:").IsOpen());
 }
 
-TEST_F(DemoStoreTest, WiderModesAreTakenBack) {
+TEST_F(DemoStoreTest, WiderModesAreNarrowed) {
     const std::string strList = List();
     ASSERT_EQ(chmod(Directory().c_str(), 0777), 0);
     ASSERT_EQ(chmod(Store().c_str(), 0644), 0);
@@ -72,9 +72,9 @@ TEST_F(DemoStoreTest, WiderModesAreTakenBack) {
     EXPECT_EQ(Mode(Store()), 0600U);
 }
 
-TEST_F(DemoStoreTest, IsMadeAnewWhenExpired) {
+TEST_F(DemoStoreTest, IsCreatedAgainWhenExpired) {
     const std::string strList = List();
-    // The same keys with a certificate that has ended.
+    // The same keys with an expired certificate.
     RequireCommand("cd " + Directory() + " && openssl storeutl -keys demo.pem | grep -v -e Total -e : > keys.pem");
     MakeExpiredCertificate(Directory(), "keys.pem", "old");
     RequireCommand("cd " + Directory() +
@@ -87,9 +87,9 @@ TEST_F(DemoStoreTest, IsMadeAnewWhenExpired) {
     EXPECT_EQ(List(), strRemade);
 }
 
-TEST_F(DemoStoreTest, IsMadeAnewWhenOneOfItsIdentitiesIsGone) {
+TEST_F(DemoStoreTest, IsCreatedAgainWhenOneOfItsIdentitiesIsMissing) {
     ASSERT_TRUE(ToolkitClient("demo:").IsOpen()) << ErrorMessage(nullptr);
-    // The key and certificate that remain are whole.
+    // The other key and certificate are whole.
     RequireCommand("cd " + Directory() +
                    " && openssl pkey -in demo.pem -out key.pem && openssl x509 -in demo.pem -out crt.pem"
                    " && test \"$(openssl pkey -in key.pem -pubout)\" = \"$(openssl x509 -in crt.pem -pubkey -noout)\""
@@ -97,7 +97,7 @@ TEST_F(DemoStoreTest, IsMadeAnewWhenOneOfItsIdentitiesIsGone) {
     EXPECT_EQ(ToolkitClient("demo:").Records().size(), 2U);
 }
 
-TEST_F(DemoStoreTest, IsMadeAnewWhenDamaged) {
+TEST_F(DemoStoreTest, IsCreatedAgainWhenDamaged) {
     const std::string strList = List();
     for (const char* pszBytes : {"", "junk", "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n"}) {
         m_home.Write("data/vex-client-toolkit/demo.pem", pszBytes);
@@ -106,7 +106,7 @@ TEST_F(DemoStoreTest, IsMadeAnewWhenDamaged) {
     }
 }
 
-TEST_F(DemoStoreTest, NothingIsReadOrWrittenThroughALink) {
+TEST_F(DemoStoreTest, DoesNotFollowALink) {
     std::filesystem::create_directories(Directory());
     const std::string strTarget = m_home.Write("target", "precious");
     for (const char* pszName : {"demo.pem", "demo.lock"}) {
@@ -122,7 +122,7 @@ TEST_F(DemoStoreTest, NothingIsReadOrWrittenThroughALink) {
     EXPECT_EQ(ReadWholeFile(strTarget), "precious");
 }
 
-TEST_F(DemoStoreTest, AnotherUsersDirectoryIsRefused) {
+TEST_F(DemoStoreTest, RefusesAnotherUsersDirectory) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a directory away";
     }
@@ -133,14 +133,14 @@ TEST_F(DemoStoreTest, AnotherUsersDirectoryIsRefused) {
     EXPECT_NE(ErrorMessage(nullptr).find("another user"), std::string::npos) << ErrorMessage(nullptr);
 }
 
-TEST_F(DemoStoreTest, AFileInTheWayIsAClearError) {
+TEST_F(DemoStoreTest, AFileInPlaceOfTheDirectoryIsAClearError) {
     m_home.Write("data", "");
     EXPECT_FALSE(ToolkitClient("demo:").IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_DEMO_STORE);
     EXPECT_NE(ErrorMessage(nullptr).find("Not a directory"), std::string::npos) << ErrorMessage(nullptr);
 }
 
-TEST_F(DemoStoreTest, ProcessesThatMakeItAtOnceEndUpWithTheSame) {
+TEST_F(DemoStoreTest, ProcessesThatCreateItAtOnceGetTheSameStore) {
     constexpr int kProcesses = 6;
     std::vector<pid_t> children;
     for (int i = 0; i < kProcesses; ++i) {
@@ -165,7 +165,7 @@ TEST_F(DemoStoreTest, ProcessesThatMakeItAtOnceEndUpWithTheSame) {
     EXPECT_FALSE(std::filesystem::exists(Directory() + "/demo.pem.new"));
 }
 
-TEST_F(DemoStoreTest, ThreadsThatMakeItAtOnceEndUpWithTheSame) {
+TEST_F(DemoStoreTest, ThreadsThatCreateItAtOnceGetTheSameStore) {
     std::vector<std::string> lists(4);
     {
         std::vector<std::jthread> threads;

@@ -1,4 +1,4 @@
-// Digest names as VCTK_SetDigestAlg takes them.
+// The digest names that VCTK_SetDigestAlg accepts and refuses.
 #include <gtest/gtest.h>
 
 #include "TestStore.h"

@@ -91,7 +91,7 @@ TEST(DistinguishedName, LettersBeyondAsciiHaveCaseInAUtf8Locale) {
     EXPECT_EQ(DistinguishedName::Parse("CN=b\xC3\x96"), name);
 }
 
-TEST(DistinguishedName, WhatIsNotTextIsComparedByteByByte) {
+TEST(DistinguishedName, ValuesThatAreNotTextAreComparedByteByByte) {
     const DistinguishedName bits = NameOf({{"x500UniqueIdentifier", V_ASN1_BIT_STRING, "Ab"}});
     EXPECT_EQ(DistinguishedName::Parse("x500UniqueIdentifier=#0303004162"), bits);
     EXPECT_NE(DistinguishedName::Parse("x500UniqueIdentifier=#0303006142"), bits);

@@ -1,4 +1,4 @@
-// Error numbers, messages, and the size query's own errors.
+// Error numbers and messages, and the errors of size queries.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -36,7 +36,7 @@ TEST(ErrorTable, NumbersAndMessagesAreUnique) {
 }
 
 // A host that also uses OpenSSL finds no errors of the toolkit in its thread's queue.
-TEST_F(ErrorTest, OpenSslsQueueIsTheHosts) {
+TEST_F(ErrorTest, LeavesOpenSslsErrorQueueToTheHost) {
     const auto peekError = reinterpret_cast<unsigned long (*)()>(dlsym(RTLD_DEFAULT, "ERR_peek_error"));
     ASSERT_NE(peekError, nullptr);
     EXPECT_EQ(VCTK_SetDigestAlg(m_client.Handle(), "none"), VCTK_E_DIGEST_UNKNOWN);
@@ -50,7 +50,7 @@ TEST_F(ErrorTest, ANewObjectHasNone) {
     EXPECT_EQ(m_client.Message(), VCTKErrorMessage(VCTK_OK));
 }
 
-TEST_F(ErrorTest, ResultIsTheNumberAndSuccessClearsIt) {
+TEST_F(ErrorTest, IsTheNumberThatTheCallReturnedAndSuccessClearsIt) {
     EXPECT_EQ(VCTK_SetDigestAlg(m_client.Handle(), "none"), VCTK_E_DIGEST_UNKNOWN);
     EXPECT_EQ(m_client.LastError(), VCTK_E_DIGEST_UNKNOWN);
     EXPECT_EQ(m_client.LastError(), VCTK_E_DIGEST_UNKNOWN) << "asking changes nothing";

@@ -16,7 +16,7 @@ std::string Source(const char* pszFile) {
     return ReadWholeFile(std::string(VEX_TEST_SOURCE_DIR "/") + pszFile);
 }
 
-// The pattern's first group by its second, or its second by its first.
+// Maps one group of the pattern to the other.
 Numbers Find(const std::string& strText, const char* pszPattern, size_t nName, size_t nNumber) {
     const std::regex pattern(pszPattern);
     Numbers numbers;

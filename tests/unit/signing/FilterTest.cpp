@@ -12,7 +12,7 @@
 
 namespace {
 
-// Serial 0A0B and the only one to restrict its key usages; the longest valid; one with an issuer of its own.
+// One has serial 0A0B and alone restricts its key usages, one is valid for the longest time, one has another issuer.
 class FilterTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{VCTK_FILTER_KEY_USAGE, "nonRepudiation", "BC"}, Case{VCTK_FILTER_KEY_USAGE, "cRLSign", "BC"},
                     Case{VCTK_FILTER_KEY_ALGORITHM, "RSA", "AC"}, Case{VCTK_FILTER_KEY_ALGORITHM, "ec", "B"}));
 
-// The days of the certificates are counted from the moment they were made.
+// The validity of the certificates begins when the test creates them.
 std::string UtcText(int nDays) {
     const std::time_t time = std::time(nullptr) + std::time_t{nDays} * 24 * 60 * 60;
     std::tm parts{};
@@ -107,7 +107,7 @@ TEST_F(FilterTest, ValidAtATime) {
     }
 }
 
-TEST_F(FilterTest, ValidAtTheLastSecondAndNotBehindIt) {
+TEST_F(FilterTest, ValidAtTheLastSecondAndNotOneLater) {
     const std::string strLast = ToolkitClient(Uri()).Records().at(2).at(3);
     const ToolkitClient client(Uri());
     ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, strLast.c_str()), 0) << client.Message();
@@ -238,7 +238,7 @@ TEST_F(FilterTest, TheCertificateThatStaysValidLongestSigns) {
     ASSERT_TRUE(client.SignP1("text"));
     const auto strBo = client.SignCertificate();
     ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_KEY_ALGORITHM, "RSA"), 0);
-    EXPECT_EQ(client.SignCertificate(), strBo) << "the certificate last signed with";
+    EXPECT_EQ(client.SignCertificate(), strBo) << "the certificate of the last signature";
     ASSERT_TRUE(client.SignP1("text"));
     EXPECT_NE(client.SignCertificate(), strBo);
     const std::string strAnna =
@@ -246,7 +246,7 @@ TEST_F(FilterTest, TheCertificateThatStaysValidLongestSigns) {
     EXPECT_EQ(client.SignCertificate(), strAnna);
 }
 
-TEST_F(FilterTest, SingleChoiceWantsExactlyOne) {
+TEST_F(FilterTest, SingleChoiceNeedsExactlyOne) {
     const ToolkitClient client(Uri());
     ASSERT_EQ(VCTK_SetChooseSingleCert(client.Handle(), -7), 0);
     EXPECT_FALSE(client.SignP1("text"));

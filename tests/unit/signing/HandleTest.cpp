@@ -1,4 +1,4 @@
-// Handles that name no object: an error number, never a crash.
+// A handle of no object gives an error number and never a crash.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -38,7 +38,7 @@ std::vector<INT> CallEverything(HANDLE hObject) {
             VCTK_Finalize(hObject)};
 }
 
-TEST_F(HandleTest, WrongOnesGiveANumber) {
+TEST_F(HandleTest, WrongOnesGiveAnErrorNumber) {
     const HANDLE hLive = VCTK_Initialize(m_strUri.c_str());
     ASSERT_NE(hLive, nullptr);
     const HANDLE hStale = VCTK_Initialize(m_strUri.c_str());

@@ -1,4 +1,4 @@
-// The work to try a file's PIN is bounded: iterations have a limit, and a MAC is computed once.
+// Trying a file's PIN takes bounded work: iterations have a limit, and a MAC is computed once for each PIN.
 #include "signing/KeyDerivation.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ int g_cMacs = 0;
 
 extern "C" int __real_PKCS12_verify_mac(PKCS12* pFile, const char* pszPin, int cchPin);
 
-// What the toolkit calls in this program.
+// The toolkit calls this function in this program.
 extern "C" int __wrap_PKCS12_verify_mac(PKCS12* pFile, const char* pszPin, int cchPin) {
     ++g_cMacs;
     return __real_PKCS12_verify_mac(pFile, pszPin, cchPin);
@@ -36,7 +36,7 @@ using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>
 using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
 using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 
-// The parameters of an encrypted key in a file. Nothing is computed with them.
+// The parameters of an encrypted key in a file. No test computes anything with them.
 AlgorithmPtr Pbes2(int cIterations) {
     return AlgorithmPtr(PKCS5_pbe2_set_iv(EVP_aes_256_cbc(), cIterations, nullptr, 0, nullptr, NID_hmacWithSHA256));
 }
@@ -52,7 +52,7 @@ AlgorithmPtr Scrypt(int cBlocks) {
     return AlgorithmPtr(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr, kScryptN, 1, nParallel));
 }
 
-// Whether an encryption, together with those before it in the file, is refused as too much work.
+// Whether the encryption is refused as too much work, counted together with those before it in the file.
 bool IsTooMuch(DerivationWork& work, const X509_ALGOR* pAlgorithm) {
     try {
         work.Add(pAlgorithm);
@@ -78,8 +78,7 @@ TEST_P(DerivationLimit, IsTenMillion) {
     }
     DerivationWork work;
     EXPECT_TRUE(IsTooMuch(work, GetParam().pfnMake(kMost + GetParam().nStep).get()));
-    EXPECT_FALSE(IsTooMuch(work, GetParam().pfnMake(GetParam().nStep).get()))
-        << "what was refused has not been computed";
+    EXPECT_FALSE(IsTooMuch(work, GetParam().pfnMake(GetParam().nStep).get())) << "refused work was counted";
 }
 
 INSTANTIATE_TEST_SUITE_P(, DerivationLimit,
@@ -98,7 +97,7 @@ TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {
 
 // ---- Files ----
 
-// An encrypted key whose parameters claim so many iterations. It was encrypted with one.
+// A key that is encrypted with one iteration. The file says that its parameters are pSays.
 EncryptedPtr EncryptedKey(const EVP_PKEY* pKey, const X509_ALGOR* pSays) {
     const std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>> info(EVP_PKEY2PKCS8(pKey));
     EncryptedPtr encrypted(PKCS8_encrypt(-1, EVP_aes_256_cbc(), kPin, -1, nullptr, 0, 1, info.get()));
@@ -122,7 +121,7 @@ std::string Pem(const SelfSigned& parts, const X509_SIG* pKey) {
     return MemoryBioText(bio.get());
 }
 
-// fEncryptedBag: the certificate has the parameters, otherwise the key.
+// fEncryptedBag: the certificate has the parameters. Otherwise the key has them.
 std::string Pkcs12WithoutMac(const SelfSigned& parts, const X509_ALGOR* pSays, bool fCertificate) {
     STACK_OF(PKCS12_SAFEBAG)* pBags = nullptr;
     PKCS12_add_cert(&pBags, parts.certificate.get());
@@ -143,7 +142,7 @@ std::string Pkcs12WithoutMac(const SelfSigned& parts, const X509_ALGOR* pSays, b
     return Der(i2d_PKCS12_bio, file.get());
 }
 
-// cMacIterations: 0 keeps the number that the file was made with.
+// cMacIterations: 0 keeps the number that the file has.
 std::string Pkcs12WithMac(const SelfSigned& parts, const char* pszPin, int cMacIterations = 0) {
     const Pkcs12Ptr file(
         PKCS12_create(pszPin, nullptr, parts.key.get(), parts.certificate.get(), nullptr, 0, 0, 1, 2, 0));
@@ -199,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(
                       }}),
     RowName);
 
-// ---- Parameters that cannot be used, with the right PIN ----
+// ---- Unusable parameters, with the right PIN ----
 
 AlgorithmPtr WithGarbage() {
     AlgorithmPtr algorithm = Pbes2(1);
@@ -228,7 +227,7 @@ AlgorithmPtr ScryptOfThree() {
     const Pbe2Ptr both = Unpacked(algorithm.get());
     const ScryptPtr scrypt(static_cast<SCRYPT_PARAMS*>(
         ASN1_TYPE_unpack_sequence(ASN1_ITEM_rptr(SCRYPT_PARAMS), both->keyfunc->parameter)));
-    ASN1_INTEGER_set(scrypt->costParameter, 3);  // no power of two
+    ASN1_INTEGER_set(scrypt->costParameter, 3);  // not a power of two
     ASN1_TYPE_pack_sequence(ASN1_ITEM_rptr(SCRYPT_PARAMS), scrypt.get(), &both->keyfunc->parameter);
     ASN1_TYPE_pack_sequence(ASN1_ITEM_rptr(PBE2PARAM), both.get(), &algorithm->parameter);
     return algorithm;
@@ -240,7 +239,7 @@ struct Unusable : Row {
 
 class UnusableParameters : public testing::TestWithParam<Unusable> {};
 
-TEST_P(UnusableParameters, AreNoWrongPin) {
+TEST_P(UnusableParameters, AreNotReportedAsAWrongPin) {
     InitialiseOpenSsl();
     const SelfSigned parts;
     const SecretText pin = Secret(kPin);
@@ -270,7 +269,7 @@ struct Macs : Row {
 
 class MacsComputed : public testing::TestWithParam<Macs> {};
 
-TEST_P(MacsComputed, AreNoMoreThanThereArePinsToTry) {
+TEST_P(MacsComputed, AreOneForEachTriedPin) {
     InitialiseOpenSsl();
     const Macs& macs = GetParam();
     const std::string strFile = Pkcs12WithMac(SelfSigned(), macs.pszFilePin);
@@ -286,7 +285,7 @@ TEST_P(MacsComputed, AreNoMoreThanThereArePinsToTry) {
     EXPECT_EQ(g_cMacs, macs.cComputed);
 }
 
-// Without a PIN, the empty PIN and no PIN are both tried: they encrypt in different ways.
+// Without a PIN, the toolkit tries the empty PIN and no PIN: they encrypt in different ways.
 INSTANTIATE_TEST_SUITE_P(, MacsComputed,
                          testing::Values(Macs{"RightPin", kPin, kPin, 1, VCTK_OK},
                                          Macs{"WrongPin", kPin, "123", 1, VCTK_E_PIN_WRONG},

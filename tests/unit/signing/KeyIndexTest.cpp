@@ -1,4 +1,4 @@
-// Keys and certificates are matched in all their forms, without comparing each with all.
+// Keys and certificates are matched in all their forms, without comparing each key with each certificate.
 #include "signing/KeyIndex.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ int g_cCompared = 0;
 
 extern "C" int __real_EVP_PKEY_eq(const EVP_PKEY* pA, const EVP_PKEY* pB);
 
-// What the toolkit calls in this program.
+// The toolkit calls this function in this program.
 extern "C" int __wrap_EVP_PKEY_eq(const EVP_PKEY* pA, const EVP_PKEY* pB) {
     ++g_cCompared;
     return __real_EVP_PKEY_eq(pA, pB);
@@ -27,7 +27,7 @@ extern "C" int __wrap_EVP_PKEY_eq(const EVP_PKEY* pA, const EVP_PKEY* pB) {
 namespace vextk {
 namespace {
 
-// A certificate for the key, as it would be read from a file.
+// A certificate for the key, parsed like one from a file.
 X509Ptr MakeCertificate(EVP_PKEY* pKey) {
     const X509Ptr certificate(X509_new());
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
@@ -59,7 +59,7 @@ TEST(KeyIndexTest, ComparesNoKeysThatDoNotMatch) {
     for (const EVP_PKEY* pKey : KeysOf(content)) {
         EXPECT_EQ(pKey, nullptr);
     }
-    EXPECT_EQ(g_cCompared, 0) << "of the 40,000 that there are";
+    EXPECT_EQ(g_cCompared, 0) << "of 40,000 pairs";
 }
 
 TEST(KeyIndexTest, ComparesEachCertificateWithItsOwnKey) {

@@ -1,4 +1,4 @@
-// When memory runs out in the middle of an operation, VCTK_GetLastError tells the number that the operation returned.
+// Memory runs out in the middle of an operation. VCTK_GetLastError then returns the same number as the operation.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -20,13 +20,13 @@ struct Operation : Row {
     INT (*pfnCall)(HANDLE);
 };
 
-// The result of an operation on a new thread, with a fault at its nth call that can fail.
+// The results of an operation in which the nth of the calls that can fail, failed.
 struct Outcome {
     INT nResult = 0;
     INT nLastError = 0;
     bool fThrew = false;
-    bool fFailed = false;  // there was an nth call
-    bool fReached = true;  // the fault did not take the place of one of the toolkit's functions
+    bool fFailed = false;  // the operation had an nth call
+    bool fReached = true;  // the fault did not replace one of the toolkit's own functions
 };
 
 Outcome RunWithFault(const Operation& operation, HANDLE hObject, long nPoint, How how) {

@@ -1,4 +1,4 @@
-// Names in any case, in a locale with other rules for case: in Turkish, "I" is not the capital of "i".
+// Names match in any case, also in a locale with other rules for case: in Turkish, "I" is not the capital of "i".
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -47,7 +47,7 @@ struct TurkishFilter : Row {
 
 class TurkishLocaleFilter : public TurkishLocaleTest, public testing::WithParamInterface<TurkishFilter> {};
 
-TEST_P(TurkishLocaleFilter, PassesAsElsewhere) {
+TEST_P(TurkishLocaleFilter, PassesAsInOtherLocales) {
     const ToolkitClient client(Uri());
     ASSERT_EQ(VCTK_AddFilter(client.Handle(), GetParam().ulType, GetParam().pszValue), 0) << client.Message();
     EXPECT_EQ(client.Records().size(), GetParam().fPasses ? 1U : 0U);

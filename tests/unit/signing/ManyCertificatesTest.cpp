@@ -1,4 +1,4 @@
-// A store of ten thousand certificates: opened in seconds, and signing takes no longer than with one.
+// A store of ten thousand certificates opens in seconds. Signing with it is as fast as with a store of one.
 #include <gtest/gtest.h>
 
 #include <openssl/pem.h>

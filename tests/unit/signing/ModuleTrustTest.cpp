@@ -20,7 +20,7 @@ struct Modes : Row {
     mode_t nTop;
     mode_t nMiddle;
     mode_t nModule;
-    const char* pszAtFault;  // which of them is refused; null: none
+    const char* pszAtFault;  // the path that the refusal names; null: not refused
 };
 
 class ModuleTrustTest : public testing::Test {
@@ -98,10 +98,10 @@ TEST_F(ModuleTrustTest, RefusesAMissingModule) {
 }
 
 // Only root can make another user's files.
-TEST_F(ModuleTrustTest, RefusesWhatAnotherUserOwns) {
+TEST_F(ModuleTrustTest, RefusesFilesOfAnotherUser) {
     constexpr uid_t kSomebody = 12345;
     if (geteuid() != 0) {
-        GTEST_SKIP() << "skipped: only root can make a file somebody else's";
+        GTEST_SKIP() << "skipped: only root can give a file to another user";
     }
     for (const std::string& strPath : {Module(), Middle(), Top()}) {
         ASSERT_EQ(chown(strPath.c_str(), kSomebody, static_cast<gid_t>(-1)), 0);

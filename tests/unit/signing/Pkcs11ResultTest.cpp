@@ -1,4 +1,4 @@
-// What a PKCS #11 module's results are called in error texts.
+// How error texts name the results of a PKCS #11 module.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -8,12 +8,12 @@
 namespace vextk {
 namespace {
 
-TEST(Pkcs11ResultTest, IsNamedWhereItHasAName) {
+TEST(Pkcs11ResultTest, AKnownOneIsShownByName) {
     EXPECT_EQ(Pkcs11ResultText(CKR_PIN_INCORRECT), "CKR_PIN_INCORRECT");
 }
 
 // Vendors have results of their own.
-TEST(Pkcs11ResultTest, IsANumberElsewhere) {
+TEST(Pkcs11ResultTest, AnUnknownOneIsShownAsANumber) {
     EXPECT_EQ(Pkcs11ResultText(0x80000001), "PKCS #11 result 0x80000001");
     EXPECT_EQ(Pkcs11ResultText(0x80ABCDEF), "PKCS #11 result 0x80ABCDEF");
 }

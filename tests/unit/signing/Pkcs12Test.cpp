@@ -1,4 +1,4 @@
-// PKCS #12 files as other programs make them.
+// PKCS #12 files of the kinds that other programs write.
 #include <gtest/gtest.h>
 
 #include <openssl/pkcs12.h>
@@ -27,7 +27,7 @@ std::string MakePkcs12(const char* pszPin, int nEncryption) {
     return MemoryBioText(bytes.get());
 }
 
-// A file with a PIN and a check sum, made of the parts that a test chooses.
+// A file with a PIN and a MAC. The test chooses the other parts.
 class Pkcs12File {
 public:
     Pkcs12File() {
@@ -101,7 +101,7 @@ TEST(Pkcs12, PartsThatCannotBeUsedArePassedOver) {
     EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
 
-TEST(Pkcs12, ADamagedKeyIsNoWrongPin) {
+TEST(Pkcs12, ADamagedKeyIsNotReportedAsAWrongPin) {
     Pkcs12File file;
     file.AddKey("1.2.840.113549.1.1.1");
     EXPECT_EQ(ErrorOf(file, Pkcs12File::kPin), VCTK_E_STORE_FORMAT);
@@ -110,7 +110,7 @@ TEST(Pkcs12, ADamagedKeyIsNoWrongPin) {
 
 struct NoPin : Row {
     const char* pszPin;
-    int nEncryption = 0;  // OpenSSL's usual one; -1: nothing is encrypted
+    int nEncryption = 0;  // 0: OpenSSL's default; -1: nothing is encrypted
 };
 
 class Pkcs12WithoutPin : public testing::TestWithParam<NoPin> {};

@@ -11,10 +11,10 @@
 namespace vextk {
 namespace {
 
-// Receives what the thread wipes; null: nothing does.
+// Receives the texts that the thread wipes. Null: they are not recorded.
 thread_local std::string* t_pWiped = nullptr;
 
-// While it exists, collects what the thread wipes, in order.
+// While it exists, collects the texts that the thread wipes, in order.
 class Wiped {
 public:
     Wiped() { t_pWiped = &m_strWiped; }
@@ -34,7 +34,7 @@ SecretText Secret(std::string_view text) {
     return secret;
 }
 
-// A text that moves would leave a copy that nobody wipes.
+// A text that moved would leave a copy behind that nobody wipes.
 TEST(SecretText, DoesNotMoveWhileItGrowsToItsCapacity) {
     constexpr size_t kCapacity = 100;
     SecretText text(kCapacity);
@@ -46,7 +46,7 @@ TEST(SecretText, DoesNotMoveWhileItGrowsToItsCapacity) {
     EXPECT_EQ(text.Data(), pchText);
 }
 
-TEST(SecretText, IsCutFromItsEndAndWipedThere) {
+TEST(SecretText, WipesTheEndThatIsCutOff) {
     SecretText text = Secret("12\n");
     const Wiped wiped;
     text.Truncate(2);
@@ -54,13 +54,13 @@ TEST(SecretText, IsCutFromItsEndAndWipedThere) {
     EXPECT_EQ(wiped.Text(), "\n");
 }
 
-TEST(SecretText, IsWipedAtItsEnd) {
+TEST(SecretText, IsWipedWhenDestroyed) {
     const Wiped wiped;
     { const SecretText text = Secret("1234"); }
     EXPECT_EQ(wiped.Text(), "1234");
 }
 
-TEST(SecretText, IsWipedWhereItHasMovedTo) {
+TEST(SecretText, IsWipedByTheObjectThatItMovedTo) {
     const Wiped wiped;
     {
         SecretText text = Secret("old");
@@ -73,7 +73,7 @@ TEST(SecretText, IsWipedWhereItHasMovedTo) {
 }  // namespace
 }  // namespace vextk
 
-// Intercepts OpenSSL's function, and calls it.
+// Intercepts OpenSSL's function and calls it.
 void OPENSSL_cleanse(void* pData, size_t cbData) {
     static auto* const s_pNext = system_calls::Next(OPENSSL_cleanse, "OPENSSL_cleanse");
     if (vextk::t_pWiped != nullptr && cbData > 0) {

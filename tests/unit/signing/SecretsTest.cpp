@@ -1,4 +1,4 @@
-// What remains of PINs and keys in the process's memory.
+// Searches the process's memory for PINs and keys.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -44,7 +44,7 @@ size_t CountInMemory(const std::string& strInverted) {
                 const bool fOwn = nAddress >= nChunk && nAddress < nChunk + s_chunk.size();
                 cFound += n == strInverted.size() && !fOwn ? 1 : 0;
             }
-            // Chunks overlap, so that nothing is missed between them; the copy does not stay.
+            // Chunks overlap, so that the search misses nothing between them. The copy is overwritten.
             std::memset(s_chunk.data(), 0, static_cast<size_t>(cbRead));
             const size_t cbStep = static_cast<size_t>(cbRead) - strInverted.size() + 1;
             if (static_cast<size_t>(cbRead) < s_chunk.size()) {
@@ -87,7 +87,7 @@ protected:
     TempDirectory m_directory;
 };
 
-TEST_F(SecretsTest, TheSearchFindsWhatIsThere) {
+TEST_F(SecretsTest, TheSearchFindsASecretInMemory) {
     const std::string strInverted = kInvertedPin;
     const size_t cBefore = CountInMemory(strInverted);
     std::vector<char> copy(strInverted.size());
@@ -108,7 +108,7 @@ TEST_F(SecretsTest, ThePinIsGoneAfterUse) {
     }
 }
 
-TEST_F(SecretsTest, AWrongPinIsNeitherKeptNorTold) {
+TEST_F(SecretsTest, AWrongPinIsNotKeptAndNotInTheMessage) {
     const std::string strInverted = kInvertedPin;
     MakePkcs12Store(m_directory, "rsa", "-name other");
     const ToolkitClient client("file:" + m_directory.Path("rsa.p12") + "?pin-source=" + m_directory.Path("pin"));
@@ -135,7 +135,7 @@ TEST_F(SecretsTest, TheKeyFileIsGoneAfterReadingAndTheKeyAfterFinalize) {
         const ToolkitClient client("file:" + m_directory.Path("s.pem"));
         ASSERT_TRUE(client.IsOpen());
         ASSERT_TRUE(client.SignP1("text"));
-        EXPECT_GE(CountInMemory(strLittleEndian), 1U) << "the key in use should have been found";
+        EXPECT_GE(CountInMemory(strLittleEndian), 1U) << "the search did not find the key in use";
         EXPECT_EQ(CountInMemory(strFileLine), 0U);
     }
     EXPECT_EQ(CountInMemory(strLittleEndian), 0U);

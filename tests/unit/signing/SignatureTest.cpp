@@ -13,7 +13,7 @@ namespace {
 struct Content {
     const char* pszName;
     std::string bytes;
-    bool fBase64;  // handed over as Base64
+    bool fBase64;  // passed to the toolkit as Base64
 };
 
 std::string RandomBytes(size_t cb) {
@@ -61,7 +61,7 @@ protected:
         return RunCommand("base64 -w0 " + work.Write("bytes", content.bytes)).strOutput;
     }
 
-    // Runs an openssl command in a directory with the files content, sig (decoded), other (a content of one bit less).
+    // Runs an openssl command in a directory with the files content, sig (decoded) and other (another content).
     static CommandResult Check(const Content& content, const std::string& strSignature, const std::string& strCommand) {
         const TempDirectory work;
         work.Write("content", content.bytes);
@@ -94,7 +94,8 @@ TEST_P(SignatureOf, P1IsVerifiedByOpenssl) {
                                       " -verify pub -signature sig ";
         const CommandResult result = Check(content, *strSignature, strVerify + "content");
         EXPECT_EQ(result.nStatus, 0) << result.strOutput;
-        EXPECT_NE(Check(content, *strSignature, strVerify + "other").nStatus, 0) << "any content verifies";
+        EXPECT_NE(Check(content, *strSignature, strVerify + "other").nStatus, 0)
+            << "the signature fits another content";
     }
 }
 
@@ -119,14 +120,15 @@ TEST_P(SignatureOf, P7IsVerifiedByOpenssl) {
                           strVerify + (nDetached != 0 ? " -content content" : "") + " && cmp out content");
                 EXPECT_EQ(result.nStatus, 0) << result.strOutput;
                 if (nDetached != 0) {
-                    EXPECT_NE(Check(content, *strSignature, strVerify).nStatus, 0) << "it carries the content";
+                    EXPECT_NE(Check(content, *strSignature, strVerify).nStatus, 0)
+                        << "the detached signature contains the content";
                     EXPECT_NE(Check(content, *strSignature, strVerify + " -content other").nStatus, 0);
                 }
                 if (nIncludeCert == 0) {
                     const CommandResult without =
                         Check(content, *strSignature,
                               "openssl cms -verify -binary -inform DER -in sig -noverify -content content -out out");
-                    EXPECT_NE(without.nStatus, 0) << "it carries the certificate";
+                    EXPECT_NE(without.nStatus, 0) << "the signature contains the certificate";
                 }
             }
         }

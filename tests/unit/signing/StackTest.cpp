@@ -21,7 +21,7 @@ protected:
         s_fSigned = false;
         m_pStack = mmap(nullptr, kSmallStack + Guard(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         ASSERT_NE(m_pStack, MAP_FAILED);
-        // Going beyond the lower end raises a signal.
+        // An access below the lower end raises a signal.
         ASSERT_EQ(mprotect(m_pStack, Guard(), PROT_NONE), 0);
     }
     void TearDown() override {
@@ -46,7 +46,7 @@ private:
 std::string StackTest::s_strUri;
 bool StackTest::s_fSigned = false;
 
-TEST_F(StackTest, ASmallThreadSigns) {
+TEST_F(StackTest, AThreadWithASmallStackSigns) {
     pthread_attr_t attributes;
     ASSERT_EQ(pthread_attr_init(&attributes), 0);
     ASSERT_EQ(pthread_attr_setstack(&attributes, Stack(), kSmallStack), 0);
@@ -60,7 +60,7 @@ TEST_F(StackTest, ASmallThreadSigns) {
     pthread_attr_destroy(&attributes);
 }
 
-TEST_F(StackTest, AStackOfTheHostsOwnMakingSigns) {
+TEST_F(StackTest, AThreadOnAStackThatTheHostAllocatedSigns) {
     ucontext_t here{};
     ucontext_t there{};
     ASSERT_EQ(getcontext(&there), 0);

@@ -1,4 +1,4 @@
-// Initialisation from store files.
+// Opens store files: which of them sign, and why others are refused.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -52,7 +52,7 @@ protected:
                        " && (echo a note; cat csr.pem pkcs7.pem crl.pem public.pem other.key parameters.pem"
                        " ssh.key) > others.pem && cat others.pem rsa.key others.pem rsa.crt others.pem > amid.pem"
                        " && cat enc.key others.pem rsa.crt > amid-enc.pem");
-        // Encrypted in ways that no PIN opens: too large a block size of scrypt (127), no such cipher.
+        // No PIN opens these: the block size of scrypt is too large (127), and the cipher is unknown.
         RequireCommand(strIn +
                        "openssl pkcs8 -topk8 -scrypt -in rsa.key -passout pass:1234 -outform DER -out scrypt.der"
                        " && LC_ALL=C sed 's/\\x02\\x02\\x40\\x00\\x02\\x01\\x08/\\x02\\x02\\x40\\x00\\x02\\x01\\x7F/'"
@@ -173,7 +173,7 @@ struct Fault {
 class StoreContentUnusable : public StoreTest, public testing::WithParamInterface<Fault> {};
 
 // Only damaged files are reported as damaged, and no PIN as wrong.
-TEST_P(StoreContentUnusable, IsToldByItsCause) {
+TEST_P(StoreContentUnusable, IsReportedWithItsCause) {
     EXPECT_FALSE(ToolkitClient(Expand(GetParam().pszUri)).IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_FORMAT);
     EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_STORE_FORMAT) + std::string(": ") + GetParam().pszDetail);
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(All, StoreContentUnusable,
                                          Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
                                          Fault{"file:@/bad-key.pem", "a private key in it is damaged"}));
 
-TEST_F(StoreTest, ASuccessForgetsTheFailureBefore) {
+TEST_F(StoreTest, ASuccessClearsTheErrorOfTheFailureBefore) {
     EXPECT_FALSE(ToolkitClient(Expand("file:@/none")).IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NOT_FOUND);
     EXPECT_TRUE(ToolkitClient(Expand("file:@/both.pem")).IsOpen());
@@ -206,7 +206,7 @@ TEST_F(StoreTest, NullTextIsRefused) {
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_INVALID_ARGUMENT);
 }
 
-TEST_F(StoreTest, FileNamesThePathThatIsMissing) {
+TEST_F(StoreTest, TheErrorNamesTheMissingFile) {
     const ToolkitClient client(Expand("file:@/none"));
     EXPECT_NE(ErrorMessage(nullptr).find(Expand("@/none")), std::string::npos) << ErrorMessage(nullptr);
 }

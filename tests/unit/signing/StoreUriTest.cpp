@@ -109,7 +109,7 @@ INSTANTIATE_TEST_SUITE_P(
             "pkcs11:token=a?module-path=/m%20n.so&pin-source=file:/p", {{"token", "a"}}, "/m n.so", "", kNone, "/p"},
         AcceptedToken{"pkcs11:?pin-source=/p&module-name=m", {}, "", "m", kNone, "/p"},
         AcceptedToken{"pkcs11:?module-name=m&module-path=/d", {}, "/d", "m"},
-        // An empty query, and what vendors add to one.
+        // An empty query, and queries with vendors' attributes.
         AcceptedToken{"pkcs11:?", {}}, AcceptedToken{"pkcs11:token=a?", {{"token", "a"}}},
         AcceptedToken{"pkcs11:?x-acme=1", {}},
         AcceptedToken{"pkcs11:?acme_2=%00%FF&acme_2=&pin-value=1", {}, "", "", "1"},

@@ -13,7 +13,7 @@
 namespace vextk {
 namespace {
 
-// Records the threads that end. The tests join their threads before they look.
+// Records the threads that end. The tests join their threads before they read the list.
 class ThreadIdTest : public testing::Test {
 protected:
     ThreadIdTest() : m_pfnBefore(OnThreadEnd([](ThreadId nThread) noexcept { s_ended.push_back(nThread); })) {

@@ -25,7 +25,7 @@ protected:
 
 TEST_F(ThreadTest, EachGetsItsOwnSignature) {
     const ToolkitClient client(m_strUri);
-    // PKCS #1 v1.5 is deterministic: a thread gets the same signature alone and among others.
+    // PKCS #1 v1.5 is deterministic: a thread gets the same signature alone and beside other threads.
     constexpr size_t kThreads = 8;
     std::array<std::string, kThreads> expected;
     for (size_t i = 0; i < kThreads; ++i) {
@@ -77,8 +77,8 @@ size_t UsedBytes() {
     return mallinfo2().uordblks + mallinfo2().hblkhd;
 }
 
-// So few threads that a cleanup that counts them would not start.
-TEST_F(ThreadTest, WhatAThreadLeavesGoesWhenItEnds) {
+// There are fewer threads than a cleanup after a number of threads would wait for.
+TEST_F(ThreadTest, AThreadsSignatureIsFreedWhenTheThreadEnds) {
     const ToolkitClient client(m_strUri);
     const std::string strText(size_t{8} << 20, 'x');
     const auto signOnAThread = [&] {
@@ -86,7 +86,7 @@ TEST_F(ThreadTest, WhatAThreadLeavesGoesWhenItEnds) {
             EXPECT_EQ(VCTK_P7Sign(client.Handle(), strText.c_str(), 0, 0, 0), VCTK_OK);
             int nLength = 0;
             EXPECT_EQ(VCTK_GetP7SignResult(client.Handle(), nullptr, &nLength), VCTK_OK);
-            EXPECT_GT(static_cast<size_t>(nLength), strText.size()) << "the text and a third of it more, in Base64";
+            EXPECT_GT(static_cast<size_t>(nLength), strText.size()) << "Base64 is a third longer than the text";
         }).join();
     };
     signOnAThread();
@@ -97,7 +97,7 @@ TEST_F(ThreadTest, WhatAThreadLeavesGoesWhenItEnds) {
     }
 }
 
-TEST_F(ThreadTest, WhatEndedThreadsLeftInManyObjectsDoesNotGrow) {
+TEST_F(ThreadTest, EndedThreadsLeaveNothingBehindInManyObjects) {
     const ToolkitClient one(m_strUri);
     const ToolkitClient two(m_strUri);
     const std::string strText(256 << 10, 'x');

@@ -33,7 +33,7 @@ namespace {
 
 constexpr std::time_t kStart = 2'000'000'000;
 
-// The first and the last second of a certificate's validity, from kStart on.
+// The first and the last second of a certificate's validity, counted from kStart.
 struct Validity {
     long nFirst;
     long nLast;
@@ -75,7 +75,7 @@ protected:
     }
 };
 
-TEST_F(ValidityTest, CountsInItsPeriodAndAgainWhenTheClockIsSetBack) {
+TEST_F(ValidityTest, CertificatesSignInTheirPeriodAndAgainWhenTheClockIsSetBack) {
     const SigningObject object(StoreOf({{0, 1000}, {500, 2000}}));
     std::vector<std::pair<long, std::string>> moments = {{-1, ""},        {0, "01,"},       {499, "01,"},
                                                          {500, "01,02,"}, {1000, "01,02,"}, {1001, "02,"},

@@ -15,7 +15,7 @@ struct Range {
     wchar_t chLast;
 };
 
-// libc's letters in the locale C.UTF-8, except where one letter has no single small form, and except the final sigma.
+// Compares with libc in the locale C.UTF-8, except letters without a single small form and the final sigma.
 TEST(WideText, LettersFoldAsInCUtf8) {
     const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     ASSERT_NE(locale, nullptr);
@@ -35,12 +35,12 @@ TEST(WideText, LettersFoldAsInCUtf8) {
     freelocale(locale);
 }
 
-TEST(WideText, OtherCharactersStay) {
+TEST(WideText, OtherCharactersAreUnchanged) {
     const std::wstring strOthers = L"\x17F\x2126\x212A\x3C9\x7B7E\x1F98A\x7FFFFFFF";
     EXPECT_EQ(FoldCase(strOthers), strOthers);
 }
 
-TEST(WideText, BlanksAreUnicodes) {
+TEST(WideText, BlanksAreThoseOfUnicode) {
     for (const wchar_t ch : {0x09, 0x0D, 0x20, 0x85, 0xA0, 0x1680, 0x2000, 0x200A, 0x2028, 0x202F, 0x205F, 0x3000}) {
         EXPECT_TRUE(IsBlank(ch)) << std::hex << static_cast<int>(ch);
     }
