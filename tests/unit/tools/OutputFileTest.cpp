@@ -1,4 +1,4 @@
-// What is at an output's name while it is written, after that, and when writing fails.
+// Which file an output's name has before, during and after writing, and when writing fails.
 #include "common/OutputFile.h"
 
 #include <fcntl.h>
@@ -42,7 +42,7 @@ protected:
     const std::string m_strPath = m_directory.Path("out");
 };
 
-TEST_F(OutputFileTest, ANewFileIsThereWhenItIsWhole) {
+TEST_F(OutputFileTest, ANewFileAppearsWhenItIsWhole) {
     OutputFile file(m_strPath);
     Write(file, "new");
     EXPECT_FALSE(std::filesystem::exists(m_strPath));
@@ -52,7 +52,7 @@ TEST_F(OutputFileTest, ANewFileIsThereWhenItIsWhole) {
     EXPECT_EQ(CountOfFiles(), 1U);
 }
 
-TEST_F(OutputFileTest, AnOldFileStaysUntilThen) {
+TEST_F(OutputFileTest, AnOldFileStaysUntilTheNewOneIsWhole) {
     m_directory.Write("out", "old");
     ASSERT_EQ(chmod(m_strPath.c_str(), 0604), 0);
     OutputFile file(m_strPath);
@@ -63,7 +63,7 @@ TEST_F(OutputFileTest, AnOldFileStaysUntilThen) {
     EXPECT_EQ(RightsOf(m_strPath), 0604U);
 }
 
-TEST_F(OutputFileTest, WithoutCommitNothingHasHappened) {
+TEST_F(OutputFileTest, WithoutCommitNothingChanges) {
     m_directory.Write("out", "old");
     { Write(OutputFile(m_strPath), "new"); }
     { Write(OutputFile(m_directory.Path("new")), "new"); }
@@ -84,7 +84,7 @@ TEST_F(OutputFileTest, SymbolicLinksStayAndHardLinksKeepTheOldContent) {
     EXPECT_EQ(ReadWholeFile(m_directory.Path("hard")), "old");
 }
 
-TEST_F(OutputFileTest, ALinkToNothingGetsItsFile) {
+TEST_F(OutputFileTest, CreatesTheTargetOfADanglingLink) {
     ASSERT_EQ(symlink("new", m_strPath.c_str()), 0);
     OutputFile file(m_strPath);
     Write(file, "new");
@@ -118,14 +118,14 @@ struct BadRow : Row {
 
 class BadOutputTest : public OutputFileTest, public testing::WithParamInterface<BadRow> {};
 
-TEST_P(BadOutputTest, IsRefusedByItsName) {
+TEST_P(BadOutputTest, IsRefusedWithItsName) {
     ASSERT_EQ(mkdir(m_directory.Path("folder").c_str(), 0700), 0);
     m_directory.Write("file", "old");
     const std::string strName =
         GetParam().strOutput.starts_with('/') ? GetParam().strOutput : m_directory.Path() + "/" + GetParam().strOutput;
     try {
         const OutputFile file(strName);
-        FAIL() << "not refused";
+        FAIL() << "the output was accepted";
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code().value(), GetParam().nError);
         EXPECT_NE(std::string(error.what()).find(strName), std::string::npos) << error.what();
@@ -170,7 +170,7 @@ TEST_F(OutputFileTest, AFileThatMustNotBeWrittenIsNotReplaced) {
 
 class SignalTest : public OutputFileTest, public testing::WithParamInterface<int> {};
 
-TEST_P(SignalTest, LeavesTheOldFilesAndNothingElse) {
+TEST_P(SignalTest, LeavesTheOldFilesAndNoTemporaryFile) {
     m_directory.Write("out", "old");
     const pid_t nChild = fork();
     if (nChild == 0) {
@@ -189,7 +189,7 @@ TEST_P(SignalTest, LeavesTheOldFilesAndNothingElse) {
 
 INSTANTIATE_TEST_SUITE_P(Ends, SignalTest, testing::Values(SIGHUP, SIGINT, SIGQUIT, SIGTERM));
 
-TEST_F(OutputFileTest, ASignalThatIsIgnoredStaysSo) {
+TEST_F(OutputFileTest, AnIgnoredSignalStaysIgnored) {
     const pid_t nChild = fork();
     if (nChild == 0) {
         signal(SIGHUP, SIG_IGN);

@@ -1,4 +1,4 @@
-// IDs of open files: how long they live, how many there are.
+// The IDs of open files: how long they live and how many there can be.
 #include "FileTable.h"
 
 #include <fcntl.h>
@@ -54,7 +54,7 @@ TEST_F(FileTableTest, AFileIsFoundUntilItIsClosed) {
     EXPECT_EQ(table.Count(), 1U);
 }
 
-TEST_F(FileTableTest, AFileThatIsNotUsedExpires) {
+TEST_F(FileTableTest, AnUnusedFileExpires) {
     for (const auto& [waited, bThere] : {std::pair{9999ms, true}, {10000ms, false}, {10001ms, false}}) {
         FileTable table = MakeTable();
         m_nextIds = {21};
@@ -65,7 +65,7 @@ TEST_F(FileTableTest, AFileThatIsNotUsedExpires) {
     }
 }
 
-TEST_F(FileTableTest, EachUseStartsTheTimeAnew) {
+TEST_F(FileTableTest, EachUseStartsTheTimeAgain) {
     FileTable table = MakeTable();
     const DWORD dwId = Add(table);
     for (int i = 0; i < 10; ++i) {
@@ -76,7 +76,7 @@ TEST_F(FileTableTest, EachUseStartsTheTimeAnew) {
     EXPECT_EQ(table.Use(dwId), nullptr);
 }
 
-TEST_F(FileTableTest, CloseExpiredTakesThoseAlone) {
+TEST_F(FileTableTest, CloseExpiredClosesOnlyExpiredFiles) {
     FileTable table = MakeTable();
     const DWORD dwOld = Add(table);
     const DWORD dwUsed = Add(table);
@@ -91,7 +91,7 @@ TEST_F(FileTableTest, CloseExpiredTakesThoseAlone) {
     EXPECT_NE(table.Use(dwNew), nullptr);
 }
 
-TEST_F(FileTableTest, ThereIsRoomForSoManyFiles) {
+TEST_F(FileTableTest, HasRoomForALimitedNumberOfFiles) {
     FileTable table = MakeTable(2);
     EXPECT_TRUE(table.HasRoom());
     const DWORD dwFirst = Add(table);
@@ -107,7 +107,7 @@ TEST_F(FileTableTest, ThereIsRoomForSoManyFiles) {
     EXPECT_EQ(table.Count(), 0U);
 }
 
-TEST_F(FileTableTest, ZeroAndIdsInUseArePassedOver) {
+TEST_F(FileTableTest, DoesNotGiveOutZeroOrAnIdInUse) {
     FileTable table = MakeTable();
     m_nextIds = {0, 5, 5, 0, 6};
     EXPECT_EQ(Add(table), 5U);
@@ -115,7 +115,7 @@ TEST_F(FileTableTest, ZeroAndIdsInUseArePassedOver) {
     EXPECT_EQ(table.Count(), 2U);
 }
 
-TEST_F(FileTableTest, AClosedFilesDescriptorIsClosed) {
+TEST_F(FileTableTest, CloseClosesTheDescriptor) {
     FileTable table = MakeTable();
     vexposix::FileDescriptor descriptor(open(m_directory.Path().c_str(), O_RDONLY | O_CLOEXEC));
     const int nDescriptor = descriptor.Get();
@@ -126,7 +126,7 @@ TEST_F(FileTableTest, AClosedFilesDescriptorIsClosed) {
     EXPECT_EQ(fcntl(nDescriptor, F_GETFD), -1);
 }
 
-// IDs must be hard to guess: a generator with fixed bits or repetitions would not do.
+// IDs must be hard to guess: the generator must not have fixed bits or repeat itself.
 TEST(RandomId, UsesAllBits) {
     std::set<std::uint64_t> ids;
     std::uint64_t uOnes = 0;

@@ -1,4 +1,4 @@
-// How many log lines clients can cause.
+// The limit of the log lines that clients can cause.
 #include "Log.h"
 
 #include <gmock/gmock.h>
@@ -51,7 +51,7 @@ TEST_F(LogLimit, ABurstIsWrittenAndThenNoMore) {
     EXPECT_EQ(m_lines.size(), static_cast<std::size_t>(Log::kBurst));
 }
 
-TEST_F(LogLimit, WhatWasLeftOutIsCounted) {
+TEST_F(LogLimit, CountsTheLinesThatWereLeftOut) {
     Log log = MakeLog();
     Flood(log, Log::kBurst + 5);
     m_lines.clear();
@@ -64,14 +64,14 @@ TEST_F(LogLimit, WhatWasLeftOutIsCounted) {
     EXPECT_THAT(m_lines, ElementsAre("5 more lines about clients left out"));
 }
 
-TEST_F(LogLimit, LinesComeBackOneASecond) {
+TEST_F(LogLimit, AllowsOneMoreLineEachSecond) {
     Log log = MakeLog();
     Flood(log, Log::kBurst);
     m_lines.clear();
     m_now += 2500ms;
     Flood(log, 4);
     EXPECT_THAT(m_lines, ElementsAre("no", "no"));
-    m_now += 1500ms;  // also counts the half second before
+    m_now += 1500ms;  // with the half second before, this is two seconds
     m_lines.clear();
     Flood(log, 4);
     EXPECT_THAT(m_lines, ElementsAre("2 more lines about clients left out", "no"));
@@ -89,7 +89,7 @@ TEST_F(LogLimit, EventsAreAlwaysWritten) {
     EXPECT_THAT(m_lines, ElementsAre("stopping"));
 }
 
-TEST_F(LogLimit, DetailsAreForTheVerbose) {
+TEST_F(LogLimit, WritesDetailsOnlyWhenVerbose) {
     Log quiet = MakeLog();
     quiet.Detail("write");
     EXPECT_FALSE(quiet.IsVerbose());
@@ -100,7 +100,7 @@ TEST_F(LogLimit, DetailsAreForTheVerbose) {
     EXPECT_THAT(m_lines, ElementsAre("write"));
 }
 
-TEST_F(LogLimit, LinesThatCouldNotBeWrittenAreCounted) {
+TEST_F(LogLimit, CountsLinesThatCouldNotBeWritten) {
     Log log = MakeLog(true);
     m_bWritable = false;
     log.Event("one");
@@ -113,8 +113,8 @@ TEST_F(LogLimit, LinesThatCouldNotBeWrittenAreCounted) {
     EXPECT_THAT(m_lines, ElementsAre("3 lines lost: the log could not be written", "four", "five"));
 }
 
-// A log that waited for its reader would delay all clients.
-TEST(LogToStandardError, LosesLinesThatNobodyReads) {
+// If the log waited for its reader, all clients would wait.
+TEST(LogToStandardError, DropsLinesThatNobodyReads) {
     ExpectChildPasses([] {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
@@ -127,7 +127,7 @@ TEST(LogToStandardError, LosesLinesThatNobodyReads) {
         EXPECT_GT(nWritten, 0);
         std::string strPipe(PIPE_BUF, '\0');
         ASSERT_EQ(read(ends[0], strPipe.data(), strPipe.size()), PIPE_BUF);
-        EXPECT_EQ(strPipe.find('\n'), strPipe.size() - 1) << "a whole line, cut at the end";
+        EXPECT_EQ(strPipe.find('\n'), strPipe.size() - 1) << "each line has its line end, although its text is cut";
         EXPECT_TRUE(Log::ToStandardError("again"));
     });
 }

@@ -24,7 +24,7 @@ using vexfiled::Root;
 
 constexpr std::size_t kMaxReply = 3 * 1024 * 1024;
 
-// IDs are 1, 2, 3 ...
+// The files' IDs are 1, 2, 3 and so on.
 class RequestHandlerTest : public testing::Test {
 protected:
     std::string Handle(const std::string& strRequest) {
@@ -33,7 +33,7 @@ protected:
         return {m_last.bytes.begin(), m_last.bytes.end()};
     }
 
-    // For requests that have to succeed.
+    // Expects that the request succeeds.
     void Do(const std::string& strRequest) {
         Handle(strRequest);
         EXPECT_TRUE(m_last.bDone) << m_last.strAccount;
@@ -128,7 +128,7 @@ TEST_P(NotUnderstood, IsAnsweredWith8ZeroBytesAndChangesNothing) {
     EXPECT_EQ(Content(), "content!");
 }
 
-// The request with another size in its header.
+// Replaces the size in the request's header.
 std::string WithExtendSize(std::string strRequest, std::uint64_t uSize) {
     return strRequest.replace(16, 8, Number(uSize));
 }
@@ -173,7 +173,7 @@ std::vector<BadRequest> BadRequests() {
 
 INSTANTIATE_TEST_SUITE_P(All, NotUnderstood, testing::ValuesIn(BadRequests()), RowName);
 
-// ---- Files that are not there ----
+// ---- IDs of no open file ----
 
 struct MissingFile : Row {
     std::string strRequest;
@@ -223,7 +223,7 @@ TEST_F(RequestHandlerTest, ARefusedOpenSaysWhy) {
     EXPECT_EQ(m_files.Count(), 0U);
 }
 
-TEST_F(RequestHandlerTest, AFileTooManyIsNotMadeEither) {
+TEST_F(RequestHandlerTest, DoesNotCreateAFileBeyondTheLimit) {
     Do(OpenRequest("a"));
     Do(OpenRequest("b"));
     Do(OpenRequest("b"));
@@ -253,7 +253,7 @@ TEST_F(RequestHandlerTest, AfterSeekToEndWritesGoToTheEndOfAllWrites) {
     EXPECT_EQ(Content(), strExpected);
 }
 
-TEST_F(RequestHandlerTest, TheEndIsLeftBySeekingAndByReading) {
+TEST_F(RequestHandlerTest, SeekingAndReadingLeaveTheEnd) {
     const std::string kLeave[] = {SeekToRequest(1, 3), SeekToBeginRequest(1), ReadRequest(1, 0), ReadRequest(1, 9)};
     const std::string kAfterwards[] = {"012X456789+", "X123456789+", "0123456789X", "0123456789X"};
     for (std::size_t i = 0; i < std::size(kLeave); ++i) {
@@ -283,7 +283,7 @@ TEST_F(RequestHandlerTest, AtTheEndThereIsNothingToReadOrToCut) {
     EXPECT_EQ(Handle(ReadRequest(1, 100)), ReadReply(true, ""));
 }
 
-// What the log does when it has grown too large.
+// The log sends these requests when it has grown too large.
 TEST_F(RequestHandlerTest, CuttingALog) {
     m_directory.Write("log", "\xFF\xFEoldest.newest.");
     Do(OpenRequest("log"));
@@ -308,13 +308,13 @@ TEST_F(RequestHandlerTest, PositionsBehindTheEnd) {
     EXPECT_EQ(Content(), std::string("\0\0\0x\0\0", 6));
 }
 
-TEST_F(RequestHandlerTest, PositionsThatAFileCannotHave) {
+TEST_F(RequestHandlerTest, RefusesPositionsThatAFileCannotHave) {
     Do(OpenRequest("log"));
     Do(WriteRequest(1, "abc"));
     constexpr std::uint64_t kLargest = 0x7FFFFFFFFFFFFFFF;
     EXPECT_EQ(Handle(SeekToRequest(1, kLargest + 1)), kNotDoneReply);
     EXPECT_EQ(Handle(SeekToRequest(1, ~std::uint64_t{0})), kNotDoneReply);
-    EXPECT_EQ(Handle(WriteRequest(1, "d")), WriteReply(true, 1));  // the position is still the old one
+    EXPECT_EQ(Handle(WriteRequest(1, "d")), WriteReply(true, 1));  // at the old position
     EXPECT_EQ(Content(), "abcd");
 
     EXPECT_EQ(Handle(SeekToRequest(1, kLargest)), kDoneReply);
@@ -337,7 +337,7 @@ TEST_F(RequestHandlerTest, AReadEndsAtTheLargestReply) {
     EXPECT_EQ(Handle(ReadRequest(1, ~std::uint64_t{0})), ReadReply(true, std::string(12, 'd')));
 }
 
-// Sizes around the steps in which a read is done.
+// Sizes around the size of one step of a read.
 TEST_F(RequestHandlerTest, ReadsAreWhole) {
     std::string strData;
     while (strData.size() < 2 * 1024 * 1024 + 1) {
@@ -352,7 +352,7 @@ TEST_F(RequestHandlerTest, ReadsAreWhole) {
     }
 }
 
-// A limit of the file's size replaces a full disk: it also ends a write in the middle.
+// A limit of the file size stands for a full disk: it also ends a write in the middle.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(rlim_t cbMost) : m_fnOldHandler(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -387,7 +387,7 @@ TEST_F(RequestHandlerTest, AWriteThatDoesNotFitSaysHowMuchDid) {
     EXPECT_EQ(Content(), std::string(1000, 'a') + 'c');
 }
 
-// So that the log has no partial record.
+// Otherwise the log would contain a partial record.
 TEST_F(RequestHandlerTest, AWriteAtTheEndThatDoesNotFitLeavesNothing) {
     Do(OpenRequest("log"));
     Do(SeekToEndRequest(1));

@@ -1,4 +1,4 @@
-// Which message headers are served.
+// Which message headers the server accepts.
 #include "RequestHeader.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ struct HeaderRow : Row {
     USHORT usPort;
     DWORD dwParameter;
     DWORD dwMessageLen;
-    const char* pszFault;  // "": served
+    const char* pszFault;  // empty: accepted
 };
 
 class RequestHeader : public testing::TestWithParam<HeaderRow> {};
@@ -24,7 +24,7 @@ TEST_P(RequestHeader, IsServedOrNot) {
     const HeaderRow& row = GetParam();
     RouteMessageHeader header{};
     header.Source = {7, 8, 1};
-    header.Destination = {row.usSession, row.usObject, 1};  // the callback byte does not count
+    header.Destination = {row.usSession, row.usObject, 1};  // the callback byte is ignored
     header.SequenceNum = ~DWORD{0};
     header.Paramter = row.dwParameter;
     header.MessageLen = row.dwMessageLen;

@@ -1,4 +1,4 @@
-// No name leads out of the root, and only regular files are opened.
+// No name leads out of the root, and only regular files can be opened.
 #include "Root.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 using vexfiled::Refusal;
 using vexfiled::Root;
 
-// root/, and beside it files that must not be touched.
+// root/ and, beside it, files that nothing may change.
 class RootDirectory {
 public:
     RootDirectory() {
@@ -65,7 +65,7 @@ std::string Repeated(const std::string& strPart, std::size_t cTimes) {
     return strText;
 }
 
-// A name of so many bytes with components that are short enough.
+// A name of cb bytes with components of allowed lengths.
 std::string NameOfLength(std::size_t cb) {
     std::string strName;
     while (strName.size() < cb) {
@@ -215,7 +215,7 @@ TEST(RootNames, TheLongest) {
     EXPECT_TRUE(std::holds_alternative<vexposix::OpenedFile>(root.Open(NameOfLength(4095))));
 }
 
-TEST(RootModes, WhatIsMadeIsTheServersAlone) {
+TEST(RootModes, NewFilesAndDirectoriesArePrivate) {
     const RootDirectory directory;
     const mode_t oldMask = umask(0);
     const auto result = Root(directory.Root()).Open("a/b/file");
@@ -229,7 +229,7 @@ TEST(RootModes, WhatIsMadeIsTheServersAlone) {
     EXPECT_EQ(modeOf("a/b/file"), fs::perms{0600});
 }
 
-TEST(RootItself, HasToBeADirectory) {
+TEST(RootItself, MustBeADirectory) {
     const RootDirectory directory;
     EXPECT_THROW(Root(directory.Path("root/missing")), std::system_error);
     EXPECT_THROW(Root(directory.Path("root/file")), std::system_error);
@@ -244,8 +244,8 @@ TEST(RootItself, KnowsWhetherOthersMayWrite) {
     }
 }
 
-// The server keeps its directory, also when that is renamed.
-TEST(RootItself, IsTheDirectoryThatWasNamed) {
+// The server keeps its directory open, so that a rename does not change the root.
+TEST(RootItself, StaysTheSameDirectoryAfterARename) {
     const RootDirectory directory;
     const Root root(directory.Root());
     fs::rename(directory.Root(), directory.Path("moved"));

@@ -1,4 +1,4 @@
-// How log lines show what clients send.
+// How log lines show text that clients send.
 #include "Text.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@ namespace {
 
 using vexfiled::Quoted;
 
-TEST(Quoted, NothingOfAClientIsReadAsALineOfTheLog) {
+TEST(Quoted, TextOfAClientCannotLookLikeALogLine) {
     EXPECT_EQ(Quoted("/tmp/PILog.txt"), "\"/tmp/PILog.txt\"");
     EXPECT_EQ(Quoted(std::string_view("a\n\x1B[31mb\0c", 10)), "\"a\\x0A\\x1B[31mb\\x00c\"");
     EXPECT_EQ(Quoted("\"\\ ~\x7F"), "\"\\x22\\x5C ~\\x7F\"");

@@ -15,7 +15,7 @@ CivilMicroseconds At(int nYear, int nMonth, int nDay, int nHour = 0, int nMinute
     return vexlog::ToCivil({nYear, nMonth, nDay, nHour, nMinute, nSecond, nMicros}).value();
 }
 
-// A day at a time, against libc.
+// Compares with libc day by day.
 TEST(CivilTimeTest, AgreesWithLibc) {
     for (time_t nSeconds = -80LL * 366 * 86400; nSeconds < 200LL * 366 * 86400; nSeconds += 86400 - 7) {
         std::tm fields = {};
@@ -41,7 +41,7 @@ struct UserTimeRow : Row {
 
 class UserTimeTest : public testing::TestWithParam<UserTimeRow> {};
 
-TEST_P(UserTimeTest, IsUnderstood) {
+TEST_P(UserTimeTest, IsParsed) {
     EXPECT_EQ(vexlog::ParseUserTime(GetParam().strText, At(2024, 3, 5, 9, 7, 2, 48213)), GetParam().expected);
 }
 

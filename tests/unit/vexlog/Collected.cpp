@@ -35,7 +35,7 @@ std::vector<std::string> Collected(std::string_view bytes, std::size_t cbPiece) 
     return collector.lines;
 }
 
-// By libc, not by us.
+// libc formats it, independently of vexlog.
 std::string Garbled(std::string_view name) {
     if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
         throw std::runtime_error("no locale C.UTF-8");

@@ -1,4 +1,4 @@
-// What a parser found, each record in one line for comparison, and the records of a log built in a test.
+// Shows what a parser found, one line for each record, and builds the records of a log.
 #pragma once
 
 #include <string>
@@ -17,10 +17,10 @@ public:
     std::vector<std::string> lines;
 };
 
-// All that is in the bytes, which come in pieces of cbPiece bytes.
+// Parses the bytes in pieces of cbPiece bytes and shows all that they contain.
 std::vector<std::string> Collected(std::string_view bytes, std::size_t cbPiece);
 
-// A text as the log writes it when it was given narrow text for wide.
+// The text that the log writes when it gets narrow text in place of wide text.
 std::string Garbled(std::string_view name);
 
 // "[INFO] [P4711] [T-12] [2024-03-05 09:07:02:48213] [src.cpp-Function(7)]: message", without an end.

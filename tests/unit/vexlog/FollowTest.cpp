@@ -1,4 +1,4 @@
-// Following a log through whatever happens to its file.
+// Follows a log while its file is appended to, cut, emptied, replaced and locked.
 #include "Follow.h"
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@ namespace {
 
 class FollowTest : public testing::Test {
 protected:
-    // Adds records with the next numbers for messages.
+    // Adds records. Their messages are the next numbers.
     void Append(int nRecords) {
         std::ofstream file(m_strPath, std::ios::binary | std::ios::app);
         if (file.tellp() == 0) {
@@ -29,12 +29,12 @@ protected:
         }
     }
 
-    // A time of its own for each record.
+    // Each record has its own time.
     static std::string Numbered(int n) {
         return Entry(std::to_string(n), "Function", 7, "2024-03-05 09:07:02:" + std::to_string(100'000 + n));
     }
 
-    // As the log does it: without its oldest part, and without the last line end.
+    // Cuts like the log: removes the oldest part and the last line end.
     void Cut(double dShare) const {
         const std::string strOld = ReadWholeFile(m_strPath);
         const auto cbText = strOld.size() - kHead.size();
@@ -46,7 +46,7 @@ protected:
         ASSERT_EQ(ftruncate(nFile, static_cast<off_t>(strNew.size())), 0);
     }
 
-    // The numbers of the records that are new, when two looks in a row have found nothing.
+    // Polls until two polls in a row find nothing new. Returns the numbers of the new records.
     std::vector<int> Poll() {
         while (m_follower.Poll() || m_follower.Poll()) {
         }
@@ -80,7 +80,7 @@ protected:
     int m_nNext = 0;
 };
 
-TEST_F(FollowTest, WhatIsAdded) {
+TEST_F(FollowTest, FindsAddedRecords) {
     Append(3);
     EXPECT_EQ(Poll(), Range(0, 3));
     EXPECT_EQ(Poll(), Range(0, 0));
@@ -88,7 +88,7 @@ TEST_F(FollowTest, WhatIsAdded) {
     EXPECT_EQ(Poll(), Range(3, 5));
 }
 
-TEST_F(FollowTest, AFileThatComesLater) {
+TEST_F(FollowTest, WaitsForAFileThatIsCreatedLater) {
     EXPECT_EQ(Poll(), Range(0, 0));
     EXPECT_FALSE(m_follower.HasFile());
     Append(3);
@@ -96,7 +96,7 @@ TEST_F(FollowTest, AFileThatComesLater) {
     EXPECT_TRUE(m_follower.HasFile());
 }
 
-TEST_F(FollowTest, ARecordThatComesInPieces) {
+TEST_F(FollowTest, WaitsForTheRestOfARecord) {
     Append(1);
     const std::string strRecord = Numbered(1) + std::string(kEnd);
     for (const char ch : strRecord) {
@@ -107,8 +107,9 @@ TEST_F(FollowTest, ARecordThatComesInPieces) {
     EXPECT_THAT(m_others, testing::IsEmpty());
 }
 
-// It ends with its line, which another record may yet continue: it comes with the second look that finds nothing new.
-TEST_F(FollowTest, ALastRecordWithoutAnEmptyLine) {
+// The record ends with its line, but the next write may continue it. So it comes with the second poll that finds
+// nothing new.
+TEST_F(FollowTest, FindsALastRecordWithoutAnEmptyLine) {
     std::ofstream(m_strPath) << "[05/Mar/2024:09:07:02 CET] [4711 12d][INFO]text\n";
     EXPECT_TRUE(m_follower.Poll());
     EXPECT_FALSE(m_follower.Poll());
@@ -117,8 +118,8 @@ TEST_F(FollowTest, ALastRecordWithoutAnEmptyLine) {
     EXPECT_THAT(m_collector.lines, testing::ElementsAre(testing::StartsWith("minimal INFO P4711 T12 ")));
 }
 
-// Whatever the share, which decides whether what was read last is still there whole, cut, or just so.
-TEST_F(FollowTest, ThroughCuts) {
+// The share that is cut decides whether the records read last are still in the file, in part or not at all.
+TEST_F(FollowTest, GoesOnThroughCutsOfAnyShare) {
     Append(20);
     EXPECT_EQ(Poll(), Range(0, 20));
     for (int nPercent = 1; nPercent < 97; ++nPercent) {
@@ -134,7 +135,7 @@ TEST_F(FollowTest, ThroughCuts) {
     EXPECT_THAT(m_others, testing::IsEmpty());
 }
 
-TEST_F(FollowTest, ACutBehindWhichTheFileGrewAgain) {
+TEST_F(FollowTest, NoticesACutAfterWhichTheFileGrew) {
     Append(50);
     EXPECT_EQ(Poll(), Range(0, 50));
     Cut(0.2);
@@ -144,8 +145,8 @@ TEST_F(FollowTest, ACutBehindWhichTheFileGrewAgain) {
     EXPECT_THAT(m_others, testing::IsEmpty());
 }
 
-// Its creator ended before it wrote the mark. A cut has left the end of what was read last.
-TEST_F(FollowTest, ACutInAFileWithoutItsMark) {
+// The process that created the file ended before it wrote the mark. A cut left the end of the record read last.
+TEST_F(FollowTest, NoticesACutOfAFileWithoutItsMark) {
     const std::string strText = Numbered(0);
     std::ofstream(m_strPath, std::ios::binary) << strText << kEnd;
     EXPECT_EQ(Poll(), Range(0, 1));
@@ -157,7 +158,7 @@ TEST_F(FollowTest, ACutInAFileWithoutItsMark) {
     EXPECT_THAT(m_others, testing::IsEmpty());
 }
 
-TEST_F(FollowTest, ACutThatRemovedUnreadRecords) {
+TEST_F(FollowTest, ReportsThatACutRemovedUnreadRecords) {
     Append(10);
     EXPECT_EQ(Poll(), Range(0, 10));
     Append(90);
@@ -170,7 +171,7 @@ TEST_F(FollowTest, ACutThatRemovedUnreadRecords) {
     EXPECT_FALSE(m_follower.TakeLost());
 }
 
-TEST_F(FollowTest, AFileThatWasEmptied) {
+TEST_F(FollowTest, NoticesAnEmptiedFile) {
     Append(10);
     EXPECT_EQ(Poll(), Range(0, 10));
     std::filesystem::resize_file(m_strPath, 0);
@@ -179,7 +180,7 @@ TEST_F(FollowTest, AFileThatWasEmptied) {
     EXPECT_EQ(Poll(), Range(10, 13));
 }
 
-TEST_F(FollowTest, AnotherFileUnderTheName) {
+TEST_F(FollowTest, NoticesAnotherFileOfTheSameName) {
     Append(10);
     EXPECT_EQ(Poll(), Range(0, 10));
     Append(2);
@@ -193,8 +194,8 @@ TEST_F(FollowTest, AnotherFileUnderTheName) {
     EXPECT_EQ(Poll(), Range(15, 18));
 }
 
-// Half a cut: the beginning is the new one, and the old end still follows. Its writer holds the lock.
-TEST_F(FollowTest, ACutInProgress) {
+// Half of a cut: the new text is at the beginning, and the old end still follows. The writer holds the lock.
+TEST_F(FollowTest, WaitsForACutInProgress) {
     Append(50);
     EXPECT_EQ(Poll(), Range(0, 50));
     const std::string strOld = ReadWholeFile(m_strPath);
@@ -218,7 +219,7 @@ TEST_F(FollowTest, ACutInProgress) {
 }
 
 // A writer may keep its lock as long as it lives.
-TEST_F(FollowTest, ALockThatIsNeverReleased) {
+TEST_F(FollowTest, DoesNotWaitForEverForALock) {
     Append(50);
     EXPECT_EQ(Poll(), Range(0, 50));
     Cut(0.2);
@@ -231,7 +232,7 @@ TEST_F(FollowTest, ALockThatIsNeverReleased) {
     EXPECT_EQ(Numbers(), Range(50, 60));
 }
 
-TEST_F(FollowTest, WhatCannotBeFollowedIsAnError) {
+TEST_F(FollowTest, RefusesFilesThatCannotBeFollowed) {
     std::filesystem::create_directory(m_strPath);
     EXPECT_THROW(m_follower.Poll(), vexlog::ReadError);
     std::filesystem::remove(m_strPath);

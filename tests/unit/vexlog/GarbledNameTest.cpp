@@ -1,4 +1,4 @@
-// Names that the log was given as narrow text in place of wide text. What garbles them here is libc.
+// Names that the log got as narrow text in place of wide text. The tests garble them with libc.
 #include "GarbledName.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ std::vector<NameRow> NameRows() {
                         Garbled(strName.substr(0, cch)) + " Enter.",
                         strName.substr(0, cch) + " Enter."});
     }
-    // Characters of Unicode: nothing tells them from text that was meant.
+    // The garbled name is valid Unicode, so it looks like correct text.
     rows.push_back({{"Length2"}, Garbled("ab"), Garbled("ab")});
     rows.push_back({{"Length1"}, "a", "a"});
     return rows;

@@ -1,4 +1,4 @@
-// What the printers make of hostile text, and what the filter lets pass.
+// How the printers show hostile text, and which records the filter passes.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ namespace {
 using namespace std::string_literals;
 using vexposix::OutputBuffer;
 
-// What fnWrite writes.
+// Returns the text that fnWrite writes.
 template <typename Function>
 std::string Written(Function fnWrite) {
     int nEnds[2] = {};
@@ -43,7 +43,7 @@ struct TextRow : Row {
 
 class HostileTextTest : public testing::TestWithParam<TextRow> {};
 
-TEST_P(HostileTextTest, IsShownHarmlessly) {
+TEST_P(HostileTextTest, IsEscaped) {
     const TextRow& row = GetParam();
     EXPECT_EQ(Written([&](vexposix::OutputBuffer& output) { vexposix::AppendVisible(output, row.strText, true); }),
               row.strUtf8);
@@ -137,7 +137,7 @@ TEST(JsonPrinterTest, PrintsOneObjectARecord) {
 )");
 }
 
-TEST(JsonPrinterTest, KeepsBytesThatAreNoText) {
+TEST(JsonPrinterTest, KeepsBytesThatAreNotUtf8) {
     EXPECT_EQ(Printed("\xE9x", true),
               "{\"kind\":\"fragment\",\"offset\":0,\"size\":2,\"message\":\"\xEF\xBF\xBDx\",\"message_hex\":\"e978\","
               "\"torn\":true}\n");
@@ -145,12 +145,12 @@ TEST(JsonPrinterTest, KeepsBytesThatAreNoText) {
 
 struct FilterRow : Row {
     vexlog::Filter filter;
-    std::string strExpected;  // the messages' first letters
+    std::string strExpected;  // the first letters of the messages that pass
 };
 
 class FilterTest : public testing::TestWithParam<FilterRow> {};
 
-TEST_P(FilterTest, LetsTheWantedPass) {
+TEST_P(FilterTest, PassesTheRecordsAskedFor) {
     const std::string strLog = Entry("a Enter.", "Java_vex_jni_TAVClientJNI_P7Sign", 325) + "\r\n\r\n" +
                                Entry("b", "Function", 7, "2024-03-05 09:08:00:000", 4712, 34) + "\r\n\r\n" +
                                "c, a fragment\r\n\r\n[05/Mar/2024:09:09:00 CET] [4712 4294967284d][WARN]d\n";
@@ -199,7 +199,7 @@ INSTANTIATE_TEST_SUITE_P(
                     FilterRow{{"TextOfAFragment"}, Text("frag", false), "c"}),
     RowName);
 
-TEST(OutputBufferTest, AClosedReaderIsNoFailureOfItsOwn) {
+TEST(OutputBufferTest, AClosedPipeThrowsOutputClosed) {
     int nEnds[2] = {};
     ASSERT_EQ(pipe(nEnds), 0);
     close(nEnds[0]);

@@ -1,4 +1,4 @@
-// Logs of the log manager, written by several processes and threads at once.
+// Reads logs that several processes and threads write at once with the log manager.
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
@@ -21,7 +21,7 @@ namespace {
 
 class RealLogTest : public testing::Test {
 protected:
-    // How many records there were.
+    // Returns the number of records written.
     int WriteLog(int nProcesses, int nThreads, int nCalls, int nLimit, int nPause) const {
         const CommandResult result =
             RunCommand("LC_ALL=C.UTF-8 VEX_TEST_LOG_DIR=" + m_directory.Path() + " " VEXLOG_SAMPLE_LOG " " +
@@ -34,7 +34,7 @@ protected:
 
     std::string LogPath() const { return m_directory.Path("PILog.txt"); }
 
-    // A record by the tests' own reader.
+    // Describes a record that the tests' own reader found.
     static std::string Described(const LogRecord& record) {
         const std::string strEnd = record.strMessage.substr(record.strMessage.rfind(' '));
         return "record INFO P" + std::to_string(record.nProcess) + " T" + std::to_string(record.nThread) + " " +
@@ -66,7 +66,7 @@ TEST_F(RealLogTest, EveryRecordOfACutLogIsFound) {
         found.erase(found.begin());
     }
     ASSERT_EQ(found.size(), expected.size());
-    // A cut may take nothing but the first one's type.
+    // A cut may have removed only the type of the first record.
     found.front().replace(0, found.front().find(" P"), "record INFO");
     EXPECT_EQ(found, expected);
 }
@@ -82,7 +82,7 @@ TEST_F(RealLogTest, EveryRecordIsFollowedThroughCuts) {
         bDone = true;
     });
     bool bLost = false;
-    // One look after the end, and one more for what it finds.
+    // Polls once after the writers ended, and again as long as a poll finds something.
     for (bool bWasDone = false; follower.Poll() || !bWasDone;) {
         bWasDone = bDone;
         bLost = follower.TakeLost() || bLost;
@@ -95,7 +95,7 @@ TEST_F(RealLogTest, EveryRecordIsFollowedThroughCuts) {
     EXPECT_EQ(collector.lines.size(), static_cast<std::size_t>(nRecords));
     EXPECT_EQ(std::set<std::string>(collector.lines.begin(), collector.lines.end()).size(),
               static_cast<std::size_t>(nRecords));
-    // Few words about many lines.
+    // Keeps only the unexpected lines, so that the failure is short.
     std::erase_if(collector.lines, [](const std::string& strLine) {
         return strLine.starts_with("record INFO P") && !strLine.ends_with("(torn)");
     });

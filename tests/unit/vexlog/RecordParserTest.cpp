@@ -209,7 +209,7 @@ TEST(RecordParserBoundTest, AnOverlongRecordComesInPiecesAndTheNextOneWhole) {
     }
 }
 
-// Wherever the end of an overlong line's piece falls.
+// Tries all places at which a piece of an overlong line can end.
 TEST(RecordParserBoundTest, ARecordAtTheEndOfAPieceIsFound) {
     const std::size_t cbPiece = vexlog::RecordParser::kLongest - vexlog::kLongestCore;
     for (std::size_t cb = cbPiece - 80; cb < cbPiece + 5; ++cb) {
@@ -223,12 +223,12 @@ TEST(RecordParserBoundTest, ARecordAtTheEndOfAPieceIsFound) {
 struct LongLineRow : Row {
     std::string strBefore;
     std::string strLong;
-    std::vector<std::string> around;  // the records before it and behind it
+    std::vector<std::string> around;  // the records before and behind the line
 };
 
 class LongLineTest : public testing::TestWithParam<LongLineRow> {};
 
-// A line that arrives in several pieces, so that the buffer moves on in its middle.
+// The line arrives in several pieces, so that the buffer moves in the middle of it.
 TEST_P(LongLineTest, LosesNoRecordAndNoText) {
     struct Collected : Collector {
         void OnRecord(const vexlog::Record& record) override {
@@ -253,7 +253,7 @@ TEST_P(LongLineTest, LosesNoRecordAndNoText) {
         }
         parser.Finish();
         EXPECT_THAT(collected.lines, testing::ElementsAreArray(GetParam().around));
-        // The empty line behind a piece that ended for its length is in no item.
+        // An empty line behind a piece that ended because of its length belongs to no item.
         EXPECT_GE(collected.cb + 2, strLog.size());
     }
 }
@@ -272,8 +272,8 @@ INSTANTIATE_TEST_SUITE_P(
                                 {kMinimalOne, kTwo, kTwo}}),
     RowName);
 
-// Each field of a core has a longest form; what is longer is no core, however long the line is.
-TEST(RecordParserBoundTest, ANumberOfManyDigitsIsNone) {
+// Each field of a record's core has a greatest length. Text with a longer field is no core, in a line of any length.
+TEST(RecordParserBoundTest, ANumberOfTooManyDigitsMakesNoRecord) {
     const std::string strZeros(300, '0');
     const std::string strLog = "[INFO] [P" + strZeros + "1] [T2] [2024-03-05 09:07:02:48213] [a-F(7)]: x\r\n\r\n";
     EXPECT_THAT(Collected(strLog, 4096), testing::ElementsAre("fragment: " + strLog.substr(0, strLog.size() - 4)));
@@ -310,7 +310,7 @@ TEST(RecordParserFlushTest, HandsOverACompleteLastLineOnly) {
     EXPECT_THAT(collector.lines, testing::ElementsAre(kMinimalOne, kOne));
 }
 
-// The log's four bytes of a record's end may come in two pieces.
+// The four bytes that end a record may arrive in two pieces.
 TEST(RecordParserFlushTest, TheRestOfALineEndIsNoEntry) {
     Collector collector;
     vexlog::RecordParser parser(collector);

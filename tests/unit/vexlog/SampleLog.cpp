@@ -1,10 +1,10 @@
-// Writes a log as the natives do, with the log manager itself, from several processes and threads at once:
+// Writes a log like that of the natives, with the log manager, from several processes and threads at once:
 //
 //   vexlog_sample_log PROCESSES THREADS CALLS LIMIT [PAUSE]
 //
 // CALLS: of each thread. LIMIT: bytes above which the file is cut by a fifth; 0: never. PAUSE: microseconds that a call
-// takes on average. It goes where VEX_TEST_LOG_DIR says (tests/support/PrivateLog.cpp). One call of fifty is refused.
-// The program ends when all is written, and prints the number of records.
+// takes on average. The log is in the directory VEX_TEST_LOG_DIR (tests/support/PrivateLog.cpp). One call of fifty is
+// refused. The program ends when all records are written, and prints their number.
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -49,14 +49,14 @@ void Trace(const Native& native, DWORD dwLine, LPCTSTR lpszFormat) {
         return;
     }
     const std::wstring strName(native.pszName, native.pszName + std::strlen(native.pszName));
-    // Zeroes behind it end the name where it is taken for wide text.
+    // The zeroes behind the name end it when it is read as wide text.
     alignas(wchar_t) std::array<char, 64> szNarrow = {};
     std::strncpy(szNarrow.data(), native.pszName, szNarrow.size() - sizeof(wchar_t));
     CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", strName.c_str(), dwLine)(
         lpszFormat, szNarrow.data());
 }
 
-// How many records there were.
+// Returns the number of records written.
 int Calls(unsigned uSeed, int nCalls, int nPause) {
     std::minstd_rand random(uSeed);
     std::lognormal_distribution<double> duration(0.0, 0.8);
@@ -93,7 +93,8 @@ int Calls(unsigned uSeed, int nCalls, int nPause) {
     _exit(0);
 }
 
-// A new process of this program, not a fork: a sanitizer would go on with the parent's view of the toolkit's locks.
+// Starts this program again and does not only fork: in a fork a sanitizer keeps the parent's view of the toolkit's
+// locks.
 pid_t Spawn(const std::string& strSeed, char** argv) {
     std::vector<char*> arguments = {argv[0], argv[1], argv[2], argv[3], argv[4]};
     std::string strPause = argv[5] != nullptr ? argv[5] : "0";

@@ -1,4 +1,4 @@
-// Which calls succeeded, failed or stayed open, and how long they took.
+// Which calls succeeded, failed or did not end, and how long they took.
 #include "Stats.h"
 
 #include <gmock/gmock.h>
@@ -39,7 +39,7 @@ struct CallRow : Row {
 
 class CallsTest : public testing::TestWithParam<CallRow> {};
 
-TEST_P(CallsTest, AreMadeOfRecords) {
+TEST_P(CallsTest, AreMatchedFromRecords) {
     DescribedCalls calls;
     vexlog::CallMatcher matcher(calls);
     vexlog::RecordParser parser(matcher);
@@ -80,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
                 {"4711/-12 0 done 2"}}),
     RowName);
 
-TEST(EventTest, EveryNativesLinesAreKnown) {
+TEST(EventTest, KnowsTheLinesOfEveryNative) {
     for (const Lines& lines : kLines) {
         const std::string strFunction = std::string("Java_vex_jni_TAVClientJNI_") + lines.pszNative;
         vexlog::Record record;
@@ -94,7 +94,7 @@ TEST(EventTest, EveryNativesLinesAreKnown) {
     }
 }
 
-TEST(CallsBoundTest, OpenCallsAndFunctionsAreBounded) {
+TEST(CallsBoundTest, OpenCallsAndFunctionsHaveAGreatestNumber) {
     DescribedCalls calls;
     vexlog::CallMatcher matcher(calls);
     vexlog::Record record;
@@ -150,7 +150,7 @@ TEST(HistogramTest, PercentilesAreWithinHalfAPercent) {
     }
 }
 
-TEST(HistogramTest, HugeValuesAreTakenIn) {
+TEST(HistogramTest, TakesHugeValues) {
     vexlog::Histogram histogram;
     histogram.Add(std::numeric_limits<std::uint64_t>::max());
     EXPECT_EQ(histogram.Maximum(), std::numeric_limits<std::uint64_t>::max());
