@@ -1,4 +1,4 @@
-// The strict Base64 decoder: what it accepts encodes back to the same text.
+// The strict Base64 decoder: an accepted text encodes back to the same text.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>

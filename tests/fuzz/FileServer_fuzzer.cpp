@@ -1,14 +1,13 @@
-// What the file server does with the bytes of a connection, without the connection: the input is route messages, one
-// behind the other. Headers are checked and requests carried out, in a directory that is made anew for each input.
+// The file server without its connections: the input is a sequence of route messages. The target checks their headers
+// and carries out the requests, in a new directory for each input.
 //
-// Whatever comes, each request has a reply of a known form, no more files are open than allowed, and nothing outside of
-// the root changes, for which there are links in it.
+// For any input, each request gets a reply of a known form, the number of open files stays within its limit, and
+// nothing outside the root changes. The root contains links that lead outside.
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
@@ -16,6 +15,7 @@
 #include "FileTable.h"
 #include "RequestHandler.h"
 #include "RequestHeader.h"
+#include "Require.h"
 #include "Root.h"
 #include "RouteMessage.h"
 #include "TempDirectory.h"
@@ -24,17 +24,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void Require(bool bHolds) {
-    if (!bHolds) {
-        std::abort();
-    }
-}
-
 constexpr USHORT kPort = 8766;
 constexpr std::size_t kMaxMessage = 0x10000;
 constexpr std::size_t kMaxFiles = 4;
 
-// The place of all roots, with a directory beside them that is not to be touched.
+// The directory that contains the root and, beside it, a directory that must not change.
 struct Surroundings {
     Surroundings() {
         std::signal(SIGXFSZ, SIG_IGN);
@@ -66,7 +60,7 @@ void RequireKnownForm(const vexfiled::Reply& reply) {
     const std::size_t cb = reply.bytes.size();
     Require(cb == 8 || cb == 16 || cb == 24 || (cb >= cbTransfer && cb <= kMaxMessage));
     Require(!reply.strAccount.empty());
-    // Every form but that of an open begins with its result.
+    // All replies except that of an open begin with the result.
     Require(cb == 24 || reply.bytes[0] == (reply.bDone ? 1 : 0));
 }
 

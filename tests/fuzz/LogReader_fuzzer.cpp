@@ -1,28 +1,22 @@
-// The reader of the diagnostic log: what it finds does not depend on the pieces that the log comes in, no byte is in
-// two records, every record is one line without control characters, JSON is UTF-8 with its quotation marks in pairs,
-// and nothing of a log is markup in the report.
+// The reader of the diagnostic log. It finds the same records whatever the size of the pieces it reads. No byte is in
+// two records, and every record is one line without control characters. JSON is UTF-8 with its quotation marks in
+// pairs. The text of a log never becomes markup in the report.
 //
-// The first byte of the input is the size of the pieces, the rest is the log. It is read with the usual bound for a
-// record and with the least, where lines and records of some hundred bytes are too long already.
+// The first byte of the input is the size of the pieces, the rest is the log. It is read with the usual length limit of
+// a record and with the least one, which lines of some hundred bytes exceed.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "JsonPrinter.h"
 #include "RecordParser.h"
 #include "Report.h"
+#include "Require.h"
 #include "TextPrinter.h"
 #include "posix/Utf8Character.h"
 
 namespace {
-
-void Require(bool bHolds) {
-    if (!bHolds) {
-        std::abort();
-    }
-}
 
 constexpr int kNowhere = -1;  // writing there fails
 
@@ -59,7 +53,7 @@ public:
     explicit Checker(std::size_t cbLongest) : m_cbLongest(cbLongest) {}
 
     void OnRecord(const vexlog::Record& record) override {
-        // What is not too long yet, and then a line that is not, with its end.
+        // A record has at most a part within the limit, one more line within the limit, and the line end.
         Require(record.cbSize <= 2 * m_cbLongest + 1 || record.kind == vexlog::Kind::kEmpty);
         Require(record.nOffset >= m_nEnd || record.kind == vexlog::Kind::kEmpty);
         m_nEnd = std::max(m_nEnd, record.kind == vexlog::Kind::kEmpty ? 0 : record.nOffset + record.cbSize);
@@ -104,7 +98,7 @@ std::size_t CountOf(std::string_view text, std::string_view wanted) {
     return c;
 }
 
-// "<script", "</script", and comments, which change what the end of a script element is.
+// Counts "script" and "<img", and comments, which change where a script element ends.
 std::size_t MarkupOf(std::string_view log) {
     vexlog::Report report;
     vexlog::RecordParser parser(report);
@@ -122,7 +116,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
     if (cbData == 0) {
         return 0;
     }
-    // On the heap for its exact length, so that AddressSanitizer sees a read behind it.
+    // A heap block of the exact length, so that AddressSanitizer sees a read behind it.
     const std::vector<char> bytes(pbData + 1, pbData + cbData);
     const std::string_view log(bytes.data(), bytes.size());
     for (const std::size_t cbLongest : {vexlog::RecordParser::kLongest, vexlog::RecordParser::kLeastBound}) {

@@ -1,24 +1,18 @@
-// The packet reader: a sequence of reads against a plain copy of the bytes.
+// The packet reader: compares a sequence of reads with a plain copy of the bytes.
 //
-// The first byte of the input is the number of reads, then a byte for each of them, the rest is the packet.
+// The first byte of the input is the number of reads. Then comes a byte for each read. The rest is the packet.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "ParsePacket.h"
+#include "Require.h"
 
 namespace {
 
-void Require(bool bHolds) {
-    if (!bHolds) {
-        std::abort();
-    }
-}
-
-// A read of a number, which has to be the next bytes of the rest, or to leave everything as it was.
+// Reads a number. It must equal the next bytes of the rest. If they are too few, nothing may change.
 template <typename TNumber>
 void ReadNumber(CCommUnPacket& packet, DWORD (CCommUnPacket::*pfnRead)(TNumber&), std::string_view& rest) {
     TNumber value = static_cast<TNumber>(0x5A5A5A5A5A5A5A5A);
@@ -88,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
                 ReadBytes(packet, uRead / 10U, rest);
                 break;
             default:
-                // A count as a packet may have it: of any size.
+                // A count from the packet itself, of any size.
                 if (rest.size() >= sizeof(DWORD)) {
                     DWORD dwCount = 0;
                     std::memcpy(&dwCount, rest.data(), sizeof dwCount);

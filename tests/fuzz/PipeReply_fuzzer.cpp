@@ -1,20 +1,20 @@
-// The way of a reply from the socket to the values in it: receiving, checking its header, reading its packet. The
-// messages that come out are exactly those that went in, and one that is cut off, or too long, does not.
+// The client's way to read a reply: receive it, check its header, read its packet. Exactly the messages that the peer
+// sent arrive, except messages that are cut off or too long.
 //
-// The input is what the peer sends before it ends the connection. The request asked object 101 of session 0.
+// The input is all that the peer sends before it ends the connection. The request went to object 101 of session 0.
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "ParsePacket.h"
 #include "PipeSocket.h"
+#include "Require.h"
 #include "RouteMessage.h"
 
-// The linker has calls of HeapAlloc come here: lengths that have nothing to do with the input are to cost nothing.
+// The linker redirects HeapAlloc to here, so that a large claimed length takes no memory.
 extern "C" LPVOID __real_HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes);
 extern "C" LPVOID __wrap_HeapAlloc(HANDLE hHeap, DWORD dwFlags, DWORD dwBytes);
 
@@ -22,12 +22,6 @@ namespace {
 
 constexpr DWORD kHeapLimit = 1 << 20;
 constexpr std::size_t kHeader = 34;
-
-void Require(bool bHolds) {
-    if (!bHolds) {
-        std::abort();
-    }
-}
 
 std::uint64_t NumberAt(std::string_view bytes, std::size_t nOffset, std::size_t cb) {
     std::uint64_t n = 0;
@@ -37,7 +31,7 @@ std::uint64_t NumberAt(std::string_view bytes, std::size_t nOffset, std::size_t 
     return n;
 }
 
-// checkPipeRspHeader by offsets.
+// The rule of checkPipeRspHeader, written with offsets.
 bool IsReply(std::string_view header, std::uint64_t uSequence) {
     return NumberAt(header, 18, 8) <= 15 && NumberAt(header, 26, 8) != 0 && NumberAt(header, 2, 2) == 101 &&
            NumberAt(header, 0, 2) == 0 && NumberAt(header, 10, 8) == uSequence + 1;

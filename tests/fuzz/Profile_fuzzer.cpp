@@ -1,21 +1,15 @@
-// The profile parser: names count without regard to case; line ends of the other kind, a byte order mark, and lines
-// that are added before the first or after the last section change nothing.
+// The profile parser: names match in any case. CR LF line ends, a byte order mark and lines added before the first or
+// after the last section change nothing.
 //
-// The first line of the input is the section, the second the key, the rest is the file.
+// The first line of the input is the section and the second is the key. The rest is the file.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "Require.h"
 #include "compat/ProfileText.h"
 
 namespace {
-
-void Require(bool bHolds) {
-    if (!bHolds) {
-        std::abort();
-    }
-}
 
 std::string_view TakeLine(std::string_view& text) {
     const std::string_view line = text.substr(0, text.find('\n'));
@@ -58,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
         Require(vextk::FindProfileInteger(std::string(kByteOrderMark) + strText, strSection, strKey) == uValue);
         Require(vextk::FindProfileInteger("; comment\n\n" + strText, strSection, strKey) == uValue);
     }
-    // A missing key is found once it is there, in a section of its own at the end.
+    // A section with the key, alone or added at the end, gives the expected value.
     const bool bUsableNames = strSection.find_first_of("]\r") == strSection.npos &&
                               strKey.find_first_of("=[;# \t\r\v\f") == strKey.npos &&
                               strSection.find_first_of(" \t\v\f") == strSection.npos;

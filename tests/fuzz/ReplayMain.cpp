@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files of the directories named, without a fuzzing engine. Finding none is an error.
+// Runs a fuzz target over the files of the given directories, without a fuzzing engine. No files are an error.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -1,5 +1,5 @@
-// The store URI parser: an accepted file store has an absolute path without zero bytes, a token's attributes
-// have names and none but the id zero bytes, and a refused text says why.
+// The store URI parser. An accepted file store has an absolute path without zero bytes. A token's attributes have
+// names, and only the id may contain zero bytes. A refusal has a reason.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>

@@ -1,22 +1,16 @@
-// The UTF-8 decoder and encoder: what is accepted encodes back to the same bytes, unless it held Java's surrogate
-// pairs, which come back shorter; what the encoder accepts decodes back to the same characters; lengths are exact.
+// The UTF-8 decoder and encoder. A text that the decoder accepts encodes back to the same bytes, or to fewer if it has
+// Java's surrogate pairs. A text that the encoder accepts decodes back to the same characters. Lengths are exact.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "Require.h"
 #include "posix/Utf8.h"
 
 namespace {
 
-void Require(bool bHolds) {
-    if (!bHolds) {
-        std::abort();
-    }
-}
-
-// The bytes, on the heap for their exact length, so that AddressSanitizer sees a read behind them.
+// Returns a heap block of the exact length, so that AddressSanitizer sees a read behind it.
 std::vector<char> Encode(const std::wstring& strText) {
     const std::optional<std::size_t> cb = vexposix::EncodedLength(strText);
     Require(cb.has_value());
@@ -44,7 +38,7 @@ void CheckNarrow(std::string_view text) {
     const std::wstring strText = Decode(text);
     const std::vector<char> again = Encode(strText);
     Require(Decode(View(again)) == strText);
-    // A pair takes six bytes and its character four; only encoded surrogates begin with ED and a byte from A0.
+    // A pair has six bytes and its character four. Only encoded surrogates begin with ED and a byte from A0.
     std::size_t cPairs = 0;
     for (std::size_t i = 0; i + 1 < text.size(); ++i) {
         cPairs += text[i] == '\xED' && static_cast<unsigned char>(text[i + 1]) >= 0xA0;
