@@ -1,5 +1,5 @@
 #!/bin/sh
-# Reads the two built libraries back: what they need, what they export, how they are hardened.
+# Inspects the two built libraries: what they need, what they export, how they are hardened.
 #
 #   CheckLibraries.sh <libTAVClientJNI.so> <libVEXClientTKDll64.so> <run path of the bridge>
 #
@@ -112,10 +112,10 @@ $found"
     fi
 }
 
-# The values in brackets of the dynamic section's entries of a kind, a regular expression.
+# Prints the values in brackets of the dynamic section's entries of a kind (a regular expression).
 dynamic() { readelf -dW "$1" | sed -nE "s/^.*\(($2)\).*\[(.*)\]\$/\2/p"; }
 
-# What the dynamic section, as readelf prints it, says in an entry without brackets.
+# Prints the value of an entry without brackets in the dynamic section that readelf printed.
 entry() { printf '%s\n' "$1" | sed -nE "s/^.*\(($2)\) *//p"; }
 
 # Every symbol that others can bind to: global, weak and unique ones, functions and data.

@@ -1,11 +1,11 @@
 #!/bin/bash
-# Looks at the run paths of all programs and libraries below some directories: CheckRunPaths.sh <directory>...
-# Each entry has to be an absolute directory or to begin with $ORIGIN. An empty entry would be the current directory, from
-# which anybody's library would be loaded.
+# Checks the run paths of all programs and libraries below some directories: CheckRunPaths.sh <directory>...
+# Each entry must be an absolute directory or begin with $ORIGIN. An empty entry would mean the current directory, where
+# anybody could put a library.
 set -euo pipefail
 export LC_ALL=C
 
-# Two files at least, or readelf would not name them. It fails for those that are no programs.
+# readelf prints file names only for two files or more. It fails for files that are not ELF files.
 find "$@" -type f ! -name '*.[ao]' -print0 | { xargs -0 readelf -dW "$(command -v readelf)" 2>/dev/null || true; } | awk '
     /^File: / { file = substr($0, 7) }
     /\((RPATH|RUNPATH)\)/ {
@@ -13,7 +13,7 @@ find "$@" -type f ! -name '*.[ao]' -print0 | { xargs -0 readelf -dW "$(command -
         path = $0
         sub(/^[^[]*\[/, "", path)
         sub(/\]$/, "", path)
-        # split() leaves out nothing but the empty entry of an empty text.
+        # The added colon makes an empty run path one empty entry.
         n = split(path ":", entries, ":") - 1
         for (i = 1; i <= n; ++i) {
             if (entries[i] !~ /^(\/|\$ORIGIN(\/|$)|\$\{ORIGIN\}(\/|$))/) {

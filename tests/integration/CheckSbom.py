@@ -42,7 +42,7 @@ for package in document["packages"]:
         version = r"@[^@?]+\?arch=\w+" if versioned else ""
         assert re.fullmatch(r"pkg:deb/[^/]+/[^/@?]+" + version, reference["referenceLocator"]), reference
 
-# By package: what it is linked with, compiled with, and what it recommends or suggests.
+# For each package: what it is linked with, what it is compiled with, and what it recommends or suggests.
 uses, headers, optional = {}, {}, {}
 described = set()
 for relationship in document["relationships"]:
@@ -83,7 +83,7 @@ def field(name, kind):
     return [alternatives.split(" ")[0] for alternatives in filter(None, shown.strip().split(", "))]
 
 
-# The document also lists what a package depends on, recommends and suggests.
+# The document also lists the packages that a package depends on, recommends and suggests.
 for name, package in ours.items():
     for needed in field(name, "Depends"):
         assert by_name[needed]["SPDXID"] in uses[package["SPDXID"]], (name, needed)
@@ -91,7 +91,7 @@ for name, package in ours.items():
     assert wanted == optional.get(package["SPDXID"], set()), (name, wanted)
 (toolkit,) = (package for package in ours.values() if package["name"] == "libvexclienttk-substitute")
 assert by_name["p11-kit"]["SPDXID"] in optional[toolkit["SPDXID"]]
-# Where the headers come from a package.
+# Only if the headers come from a package.
 for name, header_packages in {"libvexclienttk-substitute": ["libp11-kit-dev"],
                               "tavclientjni-tools": ["libcli11-dev", "libasio-dev"]}.items():
     compiled = headers.get(by_name[name]["SPDXID"], set())

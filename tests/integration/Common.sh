@@ -1,5 +1,5 @@
-# For tests that are shell scripts: source it after reading the arguments. It changes to a new directory, which is
-# removed in the end. "here" is the directory of the script.
+# For tests that are shell scripts: source it after reading the arguments. It changes to a new directory and removes it
+# at the end. "here" is the directory of the script.
 # shellcheck shell=bash
 set -euo pipefail
 
@@ -15,7 +15,7 @@ fail() {
     exit 1
 }
 
-# expect STATUS COMMAND...: output and messages are in the files out and err.
+# expect STATUS COMMAND...: the files out and err then hold standard output and standard error.
 expect() {
     local wanted=$1 status=0
     shift

@@ -1,4 +1,4 @@
-// A client of the file server that can do wrong.
+// A client of the file server that can also break the protocol.
 #pragma once
 
 #include <cstdint>
@@ -8,22 +8,22 @@
 
 class FileServerClient {
 public:
-    // Connects, and does nothing else yet.
+    // Only connects.
     explicit FileServerClient(std::uint16_t uPort);
 
-    // The status byte; -1 when the server closed without one.
+    // Returns the status byte, or -1 when the server closed without one.
     int Register();
 
     void Send(const std::string& strBytes);
-    // Fewer bytes when the server closes before. Throws when nothing comes for a minute.
+    // Returns fewer bytes when the server closes before. Throws when nothing comes for a minute.
     std::string Receive(std::size_t cb);
-    // Waits for the server to close; false when it sends something instead.
+    // Waits until the server closes. Returns false when it sends something instead.
     bool IsClosedByServer() { return Receive(1).empty(); }
 
-    // Ends the connection with a reset, as that of a process that is killed with bytes unread.
+    // Ends the connection with a reset, like a process that is killed before it has read all bytes.
     void Reset();
 
-    // A message with a header as it should be.
+    // Builds a message with a correct header.
     std::string Message(const std::string& strPayload) const;
 
     // Sends a message; receives the reply, checks its header and returns its payload.
@@ -35,10 +35,10 @@ private:
     vexposix::FileDescriptor m_socket;
 };
 
-// One request on a connection of its own.
+// Sends one request on a new connection.
 std::string Ask(std::uint16_t uPort, const std::string& strPayload);
 
-// A message header. The destination: session 0 and the object whose port it is.
+// A message header. The destination is the object of session 0 that belongs to the port.
 struct MessageHeader {
     std::string strSource;       // 5 bytes
     std::string strDestination;  // 5 bytes

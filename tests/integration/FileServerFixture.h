@@ -1,4 +1,4 @@
-// A file server with a directory of its own, on a port of its own.
+// A file server with its own directory and its own port.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ protected:
     std::string Root() const { return m_directory.Path("root"); }
     std::string Content(const std::string& strName) const { return ReadWholeFile(Root() + '/' + strName); }
 
-    // On any free port unless the arguments have one.
+    // Starts on any free port unless the arguments name one.
     void Start(std::vector<std::string> arguments = {}, const std::string& strLimit = {}) {
         arguments.insert(arguments.begin(), {"--root", Root(), "--port", "0"});
         m_server = std::make_unique<FileServerProcess>(arguments, strLimit);
@@ -28,7 +28,7 @@ protected:
         ASSERT_NE(m_uPort, 0) << m_server->Log();
     }
 
-    // One request on a connection of its own.
+    // Sends one request on a new connection.
     std::string Ask(const std::string& strPayload) const { return ::Ask(m_uPort, strPayload); }
 
     std::uint64_t Open(const std::string& strName) const { return NumberAt(Ask(OpenRequest(strName)), 0); }

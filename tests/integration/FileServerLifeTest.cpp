@@ -26,7 +26,7 @@ protected:
         return m_server->Wait();
     }
 
-    // Asks for more than the sockets' buffers hold, and receives the reply's header.
+    // Asks for more bytes than the sockets' buffers hold, and receives only the reply's header.
     void BeginLargeReply(FileServerClient& client) {
         const std::uint64_t uId = Open("log");
         EXPECT_EQ(Ask(SeekToRequest(uId, kLarge)), kDoneReply);
@@ -37,7 +37,7 @@ protected:
         ASSERT_EQ(client.Receive(34).size(), 34U);
     }
 
-    // Sends large write requests, one after the other, until the server ends.
+    // Sends large write requests one after the other until the server ends.
     void KeepBusy() const {
         try {
             FileServerClient client(m_uPort);
@@ -51,15 +51,15 @@ protected:
                     return;
                 }
             }
-        } catch (const std::system_error&) {  // it has ended
+        } catch (const std::system_error&) {  // the server has ended
         }
     }
 
     static constexpr std::size_t kLarge = 60 * 1024 * 1024;
 };
 
-// The kernel's table of sockets has addresses and ports as hexadecimal numbers; state 0A is listening.
-TEST_F(FileServerLife, ListensOnTheLoopbackAddressAlone) {
+// In the kernel's table of sockets, addresses and ports are hexadecimal. State 0A is listening.
+TEST_F(FileServerLife, ListensOnlyOnTheLoopbackAddress) {
     Start();
     std::ostringstream port;
     port << std::hex << std::uppercase << std::setw(4) << std::setfill('0') << m_uPort;
@@ -110,7 +110,7 @@ TEST_F(FileServerLife, GoesOnAfterSighup) {
 }
 
 // The server checks its files once a second. The signal comes at about the time of the first check, while requests take
-// long enough for both to be due at once. About every second run of this test meets that case.
+// long enough for both to be due at once. About half of the runs of this test meet that case.
 TEST_F(FileServerLife, EndsOnASignalDuringItsHousekeeping) {
     constexpr int kServers = 6;
     for (int i = 0; i < kServers; ++i) {
@@ -182,7 +182,7 @@ TEST_F(FileServerLife, ASecondSignalEndsItAtOnce) {
     EXPECT_LT(client.Receive(12 + kLarge).size(), 12 + kLarge);
 }
 
-TEST_F(FileServerLife, EndsAlthoughAClientDoesNotTakeItsReply) {
+TEST_F(FileServerLife, EndsAlthoughAClientDoesNotReceiveItsReply) {
     Start({"--max-message", "67108864"});
     FileServerClient client(m_uPort);
     BeginLargeReply(client);
@@ -207,7 +207,7 @@ TEST_F(FileServerLife, ANewServerKnowsNoIdsOfTheOldOne) {
     EXPECT_EQ(Ask(SizeRequest(uNewId)), SizeReply(true, 6));
 }
 
-TEST_F(FileServerLife, APortInUse) {
+TEST_F(FileServerLife, RefusesAPortInUse) {
     Start();
     FileServerProcess second({"--root", Root(), "--port", std::to_string(m_uPort)});
     EXPECT_EQ(second.Wait().nStatus, 1);
@@ -216,18 +216,18 @@ TEST_F(FileServerLife, APortInUse) {
     EXPECT_NE(Open("log"), 0U);
 }
 
-TEST_F(FileServerLife, ARootThatIsNotThere) {
+TEST_F(FileServerLife, RefusesAMissingRoot) {
     EXPECT_EQ(Run({"--root", Root() + "/missing", "--port", "0"}).nStatus, 1);
     EXPECT_TRUE(m_server->WaitForLog("cannot serve: " + Root() + "/missing: No such file or directory"));
 }
 
-TEST_F(FileServerLife, AWrongCommandLine) {
+TEST_F(FileServerLife, RefusesAWrongCommandLine) {
     EXPECT_EQ(Run({"--port", "0"}).nStatus, 2);
     EXPECT_TRUE(m_server->WaitForLog("--root is required"));
     EXPECT_EQ(Run({"--root", Root(), "--nonsense"}).nStatus, 2);
 }
 
-TEST_F(FileServerLife, HelpAndVersion) {
+TEST_F(FileServerLife, PrintsHelpAndVersion) {
     EXPECT_EQ(Run({"--help"}).nStatus, 0);
     EXPECT_EQ(Run({"--version"}).nStatus, 0);
 }
@@ -257,7 +257,7 @@ TEST_F(FileServerLife, LogsItsOperationsWhenVerbose) {
     EXPECT_TRUE(m_server->WaitForLog("client 1: connected"));
     EXPECT_TRUE(m_server->WaitForLog("client 1: open \"log\""));
     EXPECT_TRUE(m_server->WaitForLog("client 2: write 5 bytes of 5 to \"log\""));
-    // An ID in the log would work like a password for its readers.
+    // A reader of the log could use an ID like a password.
     EXPECT_EQ(m_server->Log().find(std::to_string(uId)), std::string::npos);
 }
 

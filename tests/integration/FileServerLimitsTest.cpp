@@ -13,7 +13,7 @@ namespace {
 
 using FileServerLimits = FileServerFixture;
 
-TEST_F(FileServerLimits, ClientsThatEndInTheMiddle) {
+TEST_F(FileServerLimits, SurvivesClientsThatEndInTheMiddle) {
     Start();
     const std::uint64_t uId = Open("log");
     const std::string strBefore(5, 'r');
@@ -33,7 +33,7 @@ TEST_F(FileServerLimits, ClientsThatEndInTheMiddle) {
     EXPECT_TRUE(m_server->WaitForLog("dropped: gone in the middle of a message"));
 }
 
-TEST_F(FileServerLimits, ClientsThatDoNotWaitForTheirReply) {
+TEST_F(FileServerLimits, SurvivesClientsThatDoNotWaitForTheirReply) {
     Start();
     const std::uint64_t uId = Open("log");
     EXPECT_EQ(Ask(SeekToRequest(uId, 8 * 1024 * 1024)), kDoneReply);
@@ -43,7 +43,7 @@ TEST_F(FileServerLimits, ClientsThatDoNotWaitForTheirReply) {
         FileServerClient client(m_uPort);
         ASSERT_EQ(client.Register(), 0);
         client.Send(client.Message(ReadRequest(uId, 8 * 1024 * 1024)));
-        EXPECT_EQ(client.Receive(1).size(), 1U);  // it is on its way
+        EXPECT_EQ(client.Receive(1).size(), 1U);  // the reply has begun to arrive
         if (bReset) {
             client.Reset();
         }
@@ -71,7 +71,7 @@ TEST_F(FileServerLimits, DropsASilentClient) {
     EXPECT_TRUE(m_server->WaitForLog("dropped: half a message, and the rest not in time", 2));
 }
 
-TEST_F(FileServerLimits, DropsAClientThatDoesNotTakeItsReply) {
+TEST_F(FileServerLimits, DropsAClientThatDoesNotReceiveItsReply) {
     Start({"--client-timeout-seconds", "2", "--max-message", "67108864"});
     const std::uint64_t uId = Open("log");
     constexpr std::uint64_t kMoreThanSocketsHold = 60 * 1024 * 1024;
@@ -85,7 +85,7 @@ TEST_F(FileServerLimits, DropsAClientThatDoesNotTakeItsReply) {
     EXPECT_LT(client.Receive(34 + 12 + kMoreThanSocketsHold).size(), kMoreThanSocketsHold);
 }
 
-TEST_F(FileServerLimits, AFloodOfConnections) {
+TEST_F(FileServerLimits, ServesItsFirstClientsInAFloodOfConnections) {
     constexpr std::size_t kServed = 8;
     Start({"--max-connections", std::to_string(kServed)});
     std::vector<FileServerClient> clients;
@@ -106,7 +106,7 @@ TEST_F(FileServerLimits, AFloodOfConnections) {
     EXPECT_TRUE(m_server->WaitForLog("too many connections"));
     EXPECT_TRUE(m_server->WaitForLog("more lines about clients left out"));
 
-    // When one of them leaves and the server has noticed, another client is accepted.
+    // When one of them leaves and the server has noticed it, the server accepts another client.
     clients[0].Reset();
     int nStatus = 1;
     for (int i = 0; i < 10000 && nStatus != 0; ++i) {
@@ -115,7 +115,7 @@ TEST_F(FileServerLimits, AFloodOfConnections) {
     EXPECT_EQ(nStatus, 0);
 }
 
-TEST_F(FileServerLimits, NoMemoryForBytesThatAreOnlyAnnounced) {
+TEST_F(FileServerLimits, AllocatesNoMemoryForBytesThatAreOnlyAnnounced) {
     Start({"--max-message", "1073741824"});
     std::vector<FileServerClient> clients;
     for (int i = 0; i < 30; ++i) {
@@ -136,7 +136,7 @@ TEST_F(FileServerLimits, NoMemoryForBytesThatAreOnlyAnnounced) {
     EXPECT_LT(nPeakKiB, 500000);  // includes a sanitizer's memory
 }
 
-TEST_F(FileServerLimits, AFileTooMany) {
+TEST_F(FileServerLimits, RefusesAFileTooMany) {
     Start({"--max-files", "2"});
     const std::uint64_t uFirst = Open("a");
     EXPECT_NE(Open("b"), 0U);
@@ -146,7 +146,7 @@ TEST_F(FileServerLimits, AFileTooMany) {
     EXPECT_NE(Open("c"), 0U);
 }
 
-TEST_F(FileServerLimits, AFileThatIsNotUsedIsClosed) {
+TEST_F(FileServerLimits, ClosesAnUnusedFile) {
     Start({"--idle-seconds", "1", "--max-files", "1", "--verbose"});
     const std::uint64_t uId = Open("log");
     EXPECT_TRUE(m_server->WaitForLog("unused files closed: 1"));
@@ -155,7 +155,7 @@ TEST_F(FileServerLimits, AFileThatIsNotUsedIsClosed) {
     EXPECT_NE(Open("log"), 0U);
 }
 
-// Descriptors run out in accept: the server waits and does not spin.
+// Descriptors run out in accept. The server waits and does not call accept without a pause.
 TEST_F(FileServerLimits, WithoutDescriptorsItWaits) {
     Start({"--max-connections", "100"}, "-n 30");
     EXPECT_TRUE(m_server->WaitForLog("only 30 descriptors"));
@@ -169,7 +169,7 @@ TEST_F(FileServerLimits, WithoutDescriptorsItWaits) {
     ASSERT_TRUE(m_server->WaitForLog(strTry, m_server->LinesWith(strTry) + 5));  // 200 ms each
     EXPECT_GT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(700));
 
-    // The connected clients are served, but no files can be opened. The others are served when descriptors are free.
+    // The connected clients are served, but cannot open files. The others are served when descriptors are free.
     ASSERT_EQ(clients[0].Receive(1), std::string(1, '\0'));
     EXPECT_EQ(clients[0].Exchange(OpenRequest("log")), NotOpenedReply(ERROR_TOO_MANY_OPEN_FILES));
     FileServerClient last = std::move(clients.back());

@@ -1,4 +1,4 @@
-// The real file server in a process of its own.
+// Runs the real file server as a process.
 #pragma once
 
 #include <sys/types.h>
@@ -17,26 +17,26 @@ struct ServerEnd {
 
 class FileServerProcess {
 public:
-    // Started with these arguments. strLimit: what ulimit is given before, such as "-n 30".
+    // Starts with these arguments. strLimit: the arguments for ulimit, such as "-n 30".
     explicit FileServerProcess(std::vector<std::string> arguments, const std::string& strLimit = {});
     FileServerProcess(const FileServerProcess&) = delete;
     FileServerProcess& operator=(const FileServerProcess&) = delete;
     ~FileServerProcess();  // kills it
 
-    // The port that it listens on, once it does; 0 when it ends before.
+    // Waits until it listens and returns the port; 0 when it ends before.
     std::uint16_t Port();
 
-    // Waits until so many lines of the log have that text. False: it ended, or a minute has passed.
+    // Waits until cLines lines of the log have that text. False: it ended, or a minute has passed.
     bool WaitForLog(const std::string& strText, int cLines = 1);
 
     int LinesWith(const std::string& strText);
 
-    // All lines so far.
+    // All log lines so far.
     std::string Log();
 
     void Signal(int nSignal) const;
 
-    // Waits for its end, and kills it after a minute.
+    // Waits until it ends, and kills it after a minute.
     ServerEnd Wait();
 
     pid_t Process() const { return m_nProcess; }
@@ -48,6 +48,6 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::string m_strLog;   // guarded by m_mutex
-    bool m_bEnded = false;  // guarded by m_mutex: there will be no more of the log
+    bool m_bEnded = false;  // guarded by m_mutex: the log is complete
     std::thread m_logReader;
 };

@@ -1,4 +1,4 @@
-// Replies to clients that keep to the protocol, and to clients that do not.
+// Replies to clients that follow the protocol and to clients that break it.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -41,14 +41,14 @@ TEST_F(FileServer, EachOperationOnAConnectionOfItsOwn) {
     EXPECT_EQ(Ask("x"), kNotDoneReply);
 }
 
-TEST_F(FileServer, TheReplyHeaderMirrorsTheRequests) {
+TEST_F(FileServer, TheReplyHeaderMirrorsThatOfTheRequest) {
     Start();
     FileServerClient client(m_uPort);
     ASSERT_EQ(client.Register(), 0);
     const std::string strRequest = FileRequest(2, "");
     MessageHeader header(m_uPort, strRequest.size());
     header.strSource = "\x11\x12\x13\x14\x01";
-    header.strDestination[4] = '\x01';  // the callback bytes travel with the addresses
+    header.strDestination[4] = '\x01';  // the callback bytes are part of the addresses
     header.uSequence = ~std::uint64_t{0};
     header.uParameter = 15;
     client.Send(header.Bytes() + strRequest);
@@ -57,8 +57,8 @@ TEST_F(FileServer, TheReplyHeaderMirrorsTheRequests) {
     EXPECT_EQ(client.Receive(strExpected.size()), strExpected);
 }
 
-// Any session and object that give the port.
-TEST_F(FileServer, AnyDestinationOfThePort) {
+// Each session and object that together give the port.
+TEST_F(FileServer, AcceptsAnyDestinationOfThePort) {
     Start();
     FileServerClient client(m_uPort);
     ASSERT_EQ(client.Register(), 0);
@@ -82,8 +82,8 @@ TEST_F(FileServer, SeveralRequestsOnOneConnectionAreAnsweredInTurn) {
     EXPECT_EQ(client.ReceiveReply(), SizeReply(true, 8));
 }
 
-// A message may come in any pieces.
-TEST_F(FileServer, BytesOneByOne) {
+// A message may arrive in pieces of any size.
+TEST_F(FileServer, AcceptsAMessageByteByByte) {
     Start();
     FileServerClient client(m_uPort);
     for (const char ch : Number(1, 5)) {
@@ -96,7 +96,7 @@ TEST_F(FileServer, BytesOneByOne) {
     EXPECT_EQ(client.ReceiveReply().size(), 24U);
 }
 
-TEST_F(FileServer, AWholeLogInOneRequest) {
+TEST_F(FileServer, ReadsAWholeLogInOneRequest) {
     Start();
     std::string strLog;
     while (strLog.size() <= 2097152) {
@@ -136,7 +136,7 @@ TEST_F(FileServer, AppendersNeverOverwriteEachOther) {
     EXPECT_EQ(next[1], kRecords);
 }
 
-TEST_F(FileServer, NoWayOutOfTheRoot) {
+TEST_F(FileServer, NoNameLeadsOutOfTheRoot) {
     namespace fs = std::filesystem;
     fs::create_directory(m_directory.Path("outside"));
     m_directory.Write("outside/secret", "untouched");
@@ -157,8 +157,8 @@ TEST_F(FileServer, NoWayOutOfTheRoot) {
     EXPECT_FALSE(fs::exists(m_directory.Path("outside/new")));
 }
 
-// Instead of a full disk.
-TEST_F(FileServer, AFileThatCannotGrow) {
+// A limit of the file size stands for a full disk.
+TEST_F(FileServer, ReportsThatAFileCannotGrow) {
     Start({}, "-f 128");  // blocks of 512 bytes
     const std::uint64_t uId = Open("log");
     EXPECT_EQ(Ask(WriteRequest(uId, std::string(100000, 'd'))), WriteReply(false, 65536));
@@ -205,7 +205,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "a message of 18446744073709551615 bytes"}),
     RowName);
 
-TEST_F(FileServer, TheLargestMessages) {
+TEST_F(FileServer, AcceptsTheLargestMessages) {
     Start({"--max-message", "1000"});
     const std::uint64_t uId = Open("log");
     const std::string strLargest(1000 - 40, 'd');

@@ -1,6 +1,6 @@
-// Writes as many records as its argument says, each after the one before has reached the file, so that the log's
-// threads wait for nothing but one another. Before the first of them come some that are not counted, and a mark before
-// and after them: getppid, which nothing else here calls.
+// Writes as many records as its argument says. It waits until each record is in the file before it writes the next.
+// Some records that do not count come first. A call of getppid, which nothing else here makes, marks the begin and the
+// end.
 #include <unistd.h>
 #include <cstdlib>
 

@@ -1,6 +1,6 @@
 #!/bin/bash
 # The Debian packages: Packages.sh <build directory> <source directory> <private_log library>
-# Makes them, asks lintian, and signs from a root that they alone are unpacked into; the same for an install by cmake.
+# Builds them, runs lintian, and signs from a root that contains only them. Then does the same with an install by cmake.
 
 build=$1
 source=$2
@@ -11,7 +11,7 @@ export XDG_DATA_HOME=$work/data HOME=$work
 unset JAVA_TOOL_OPTIONS JDK_JAVA_OPTIONS LD_LIBRARY_PATH
 mkdir data log
 
-# signs PREFIX: vexsign and a Java program do, with what is below the prefix.
+# signs PREFIX: vexsign and a Java program sign with the files below the prefix.
 signs() {
     echo 'a text' >text.txt
     "$1/bin/vexsign" p7 demo: text.txt -o text.p7s --cert-out signer.pem --verify-hint 2>hint
@@ -38,7 +38,7 @@ dev=$(echo packages/libvexclienttk-dev_*.deb)
 lintian --allow-root --fail-on error "${packages[@]}" >lintian.log 2>&1 || fail "lintian: $(cat lintian.log)"
 ! grep -q '^E:' lintian.log || fail "lintian: $(cat lintian.log)"
 
-# contains PACKAGE FILE...: these, and no others but papers.
+# contains PACKAGE FILE...: these files and, except documents, no others.
 contains() {
     dpkg-deb -c "$1" | awk '$1 !~ /^d/ { print $6 }' | grep -v '^\./usr/share/doc/' | sort >found
     printf './usr/%s\n' "${@:2}" | sort >wanted
@@ -65,7 +65,7 @@ esac
 for part in bridge toolkit tools dev; do
     dpkg-deb -x "${!part}" "root-$part"
 done
-# Each finds all but the toolkit by itself.
+# Each finds everything except the toolkit by itself.
 for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
     ldd "$file" | grep 'not found' | grep -v libVEXClientTKDll64.so && fail "$file is not complete"
 done
@@ -78,7 +78,7 @@ ldd root-bridge/usr/lib/jni/libTAVClientJNI.so | grep >/dev/null 'libVEXClientTK
 [ "$(dpkg-deb -f "$toolkit" Suggests)" = p11-kit ] || fail "the toolkit suggests $(dpkg-deb -f "$toolkit" Suggests)"
 
 echo "== the notices of what is compiled in"
-# notice FILE TEXT...: the package of the file has these texts among its notices.
+# notice FILE TEXT...: the notices in the file's package contain these texts.
 notice() {
     local text
     for text in "${@:2}"; do
@@ -87,7 +87,7 @@ notice() {
 }
 noticed=0
 for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
-    # Names of types, which a stripped program also has.
+    # Names of types: a stripped program has them, too.
     if grep -q N3CLI "$file"; then
         notice "$file" 'University of Cincinnati' 'Redistributions in binary form must reproduce' 'PROVIDED BY THE COPYRIGHT'
         noticed=$((noticed + 1))

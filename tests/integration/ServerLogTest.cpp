@@ -1,4 +1,4 @@
-// The diagnostic log through the real file server: everything that happens to its file happens by requests.
+// The diagnostic log through the real file server. The log accesses its file only by requests.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -38,16 +38,16 @@ protected:
 
     void SetUp() override {
         if (kAddressSanitizer) {
-            // The thread that reads the server's log is there before the processes that log are forked.
+            // The thread that reads the server's log exists before the test forks the processes that log.
             GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
         }
     }
 
     std::string Root() const { return m_directory.Path("root"); }
-    // Where the server keeps the log of the default name.
+    // The server keeps the log of the default name here.
     std::string ServedLog() const { return Root() + "/tmp/PILog.txt"; }
 
-    // A second start takes the same port again.
+    // A second start uses the same port.
     void StartServer(std::vector<std::string> options = {}) {
         options.insert(options.begin(), {"--root", Root(), "--port", std::to_string(m_uPort)});
         m_server.emplace(options);
@@ -61,7 +61,7 @@ protected:
         m_server->Wait();
     }
 
-    // Two processes in step: one waits until the other has come to a point.
+    // Two processes in step: one waits until the other has reached a point.
     void Reach(const std::string& strPoint) const { m_directory.Write(strPoint, ""); }
     void Await(const std::string& strPoint) const {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -136,7 +136,7 @@ TEST_F(ServerLogTest, IsCutByRequests) {
             }
             WaitUntilWritten(ServedLog());
         },
-        Exit::kByReturn);  // which lets the last cut come to its end
+        Exit::kByReturn);  // which lets the last cut finish
     EXPECT_EQ(end.nStatus, 0);
     const LogFile file = ReadLogFile(ServedLog());
     EXPECT_TRUE(file.bHeader);
@@ -167,7 +167,7 @@ TEST_F(ServerLogTest, SwitchedOnAndOffItGoesOnInTheOtherFile) {
     EXPECT_EQ(Messages(ServedLog()), (std::vector<std::string>{"there"}));
 }
 
-// ---- A server that is not there ----
+// ---- A missing server ----
 
 TEST_F(ServerLogTest, OnlyRecordsOfTheTimeWithoutAServerAreLost) {
     StartServer();
@@ -195,8 +195,8 @@ TEST_F(ServerLogTest, OnlyRecordsOfTheTimeWithoutAServerAreLost) {
     EXPECT_EQ(FilesInWorkingDirectory(), std::vector<std::string>{});
 }
 
-// It does not answer while all this is traced, and then goes on within the time-out.
-TEST_F(ServerLogTest, AServerThatStallsHoldsUpNobodyAndLosesNothing) {
+// The server does not answer while the records are traced. It continues within the time-out.
+TEST_F(ServerLogTest, AServerThatStallsDelaysNobodyAndLosesNothing) {
     constexpr int kRecords = 50;
     StartServer();
     std::thread operatorOfServer([&] {
@@ -224,7 +224,7 @@ TEST_F(ServerLogTest, AServerThatStallsHoldsUpNobodyAndLosesNothing) {
 
 class RestartTest : public ServerLogTest, public testing::WithParamInterface<BOOL> {};
 
-// The file IDs of the one before mean nothing to the new server.
+// The new server does not know the file IDs of the old one.
 TEST_P(RestartTest, LosesNoRecord) {
     StartServer();
     std::thread operatorOfServer([&] {
@@ -249,7 +249,7 @@ TEST_P(RestartTest, LosesNoRecord) {
 INSTANTIATE_TEST_SUITE_P(, RestartTest, testing::Values(TRUE, FALSE),
                          [](const auto& param) { return param.param ? "GlobalMode" : "FileOpenedForEachRecord"; });
 
-// A server of the test's own, which goes when it has received the first record, without an answer.
+// The test's own server, which ends without an answer when it has received the first record.
 TEST_F(ServerLogTest, ARecordAndItsLineEndsAreOneRequest) {
     constexpr std::uint64_t kWrite = 10;
     constexpr std::uint64_t kOpen = 1;
@@ -289,7 +289,7 @@ TEST_F(ServerLogTest, ARecordAndItsLineEndsAreOneRequest) {
     EXPECT_EQ(written, (std::vector<std::string>{"one\r\n\r\n", "two\r\n\r\n"}));
 }
 
-// The server takes no request that is larger than those of a cut are.
+// The server accepts no request that is larger than the largest request of a cut.
 TEST_F(ServerLogTest, ALargeLogIsCutInPieces) {
     constexpr std::size_t kSize = 17'000'000;
     constexpr std::size_t kPiece = 0x100000;
@@ -323,7 +323,7 @@ TEST_F(ServerLogTest, ALargeLogIsCutInPieces) {
     EXPECT_TRUE(strAfter.ends_with("]: new\r\n"));
 }
 
-// A file that cannot be, as its parent is a file.
+// The file cannot exist, because its parent is a file.
 TEST_F(ServerLogTest, RecordsAreLostUntilTheLogHasAnotherName) {
     StartServer();
     m_directory.Write("root/file", "");
@@ -362,20 +362,20 @@ TEST_F(ServerLogTest, AForkedChildOpensTheFileForItself) {
 
 // ---- Many processes ----
 
-// A record of the load, "<process thread number>" with these three in it.
+// A record of the load: the message is "<process thread number>".
 struct Numbered {
     int nProcess;
     int nThread;
     int nRecord;
 };
 
-// By process and thread, in the order of the file.
+// The record numbers of each process and thread, in the order of the file.
 std::map<std::pair<int, int>, std::vector<int>> NumbersIn(const std::string& bytes) {
     std::map<std::pair<int, int>, std::vector<int>> numbers;
     for (size_t nAt = 0; (nAt = bytes.find("]: <", nAt)) != std::string::npos; ++nAt) {
         Numbered record = {};
         char chEnd = 0;
-        // sscanf measures the whole text that it is given.
+        // sscanf measures its whole input, so give it a short one.
         const std::string strRecord = bytes.substr(nAt, 40);
         EXPECT_EQ(std::sscanf(strRecord.c_str(), "]: <%d %d %d%c", &record.nProcess, &record.nThread, &record.nRecord,
                               &chEnd),
@@ -386,8 +386,8 @@ std::map<std::pair<int, int>, std::vector<int>> NumbersIn(const std::string& byt
     return numbers;
 }
 
-// The shell that each exchange runs makes a record cost some ten milliseconds: so few by default. The environment
-// variable VEX_TEST_SERVER_RECORDS asks for more.
+// Each exchange runs a shell, so a record takes about ten milliseconds. The default is therefore small. The environment
+// variable VEX_TEST_SERVER_RECORDS sets another number.
 int RecordsOfEachThread() {
     return static_cast<int>(AmountOf("VEX_TEST_SERVER_RECORDS", std::max(Scaled(40), 10)));
 }
@@ -434,7 +434,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
     constexpr int kProcesses = 4;
     constexpr int kThreads = 8;
     const int nRecords = RecordsOfEachThread();
-    // The file is read whole each time, which a long run would otherwise spend its time with.
+    // Each check reads the whole file, so a long run pauses longer between checks.
     const std::chrono::milliseconds pause(20 + nRecords / 4);
     StartServer();
     std::vector<pid_t> children;
@@ -449,7 +449,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
                           std::to_wstring(i) + L">");
                 }
             });
-            // The last record's text is there before the one that ends the wait.
+            // When this record is in the file, all records before it are, too.
             Trace(L"<" + std::to_wstring(nProcess) + L" " + std::to_wstring(kThreads) + L" 0>");
             const std::string strLast = "<" + std::to_string(nProcess) + " " + std::to_string(kThreads) + " 0>";
             while (ReadWholeFile(ServedLog()).find(strLast) == std::string::npos) {
@@ -460,7 +460,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
         children.push_back(nChild);
     }
 
-    // Killed when about half is there, which is in the middle of what the writers are about.
+    // Kill the server when about half of the records are there, while the writers are busy.
     const auto recordsThere = [&] {
         size_t nThere = 0;
         for (const auto& [thread, numbers] : NumbersIn(ReadWholeFile(ServedLog()))) {
@@ -472,7 +472,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
         std::this_thread::sleep_for(pause);
     }
     KillServer();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // a time without server, which loses some records
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // records are lost while there is no server
     StartServer();
 
     ExpectSuccess(children);
@@ -482,7 +482,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
     }
     size_t nThere = 0;
     for (const auto& [thread, numbers] : threads) {
-        // In order, once each, and with one gap at most: that of the time without server.
+        // Each record is there once and in order, with at most one gap: the time without a server.
         int nGaps = numbers.front() == 0 ? 0 : 1;
         for (size_t i = 1; i < numbers.size(); ++i) {
             ASSERT_GT(numbers[i], numbers[i - 1]) << "process " << thread.first << ", thread " << thread.second;
@@ -497,7 +497,7 @@ TEST_F(ServerLogTest, FourProcessesAndAServerThatIsKilledInTheMiddle) {
     const size_t nAll = kProcesses * (kThreads * static_cast<size_t>(nRecords) + 1);
     std::printf("%zu of %zu records are there\n", nThere, nAll);
     EXPECT_GT(nThere, nAll / 2);
-    // Once, though not always first: another process may have come between the creation and its header.
+    // The header is there once. It is not always first: another process may write between creation and header.
     const std::string bytes = ReadWholeFile(ServedLog());
     EXPECT_NE(bytes.find("\xFF\xFE"), std::string::npos);
     EXPECT_EQ(bytes.find("\xFF\xFE"), bytes.rfind("\xFF\xFE"));

@@ -1,6 +1,6 @@
 #!/bin/bash
-# SmallDisk.sh <directory> COMMAND...: mounts a full file system on the directory, which no other process sees, and runs
-# the command in it. The file "old" in it holds "old". Exit status 77 if it may not mount.
+# SmallDisk.sh <directory> COMMAND...: mounts a full file system on the directory and runs the command in it. No other
+# process sees it. Its file "old" contains "old". Exit status 77 if it may not mount.
 set -euo pipefail
 
 directory=$1

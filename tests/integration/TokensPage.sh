@@ -1,6 +1,6 @@
 #!/bin/bash
-# TokensPage.sh VEXSIGN PRIVATE_LOG PAGE: runs the commands of the page about tokens one after the other, as printed. They
-# have to make signatures that openssl verifies.
+# TokensPage.sh VEXSIGN PRIVATE_LOG PAGE: runs the commands of the page about tokens one after the other, as printed.
+# openssl must verify the signatures.
 
 vexsign=$1 private_log=$2 page=$3
 
@@ -10,7 +10,7 @@ vexsign=$1 private_log=$2 page=$3
 awk '/^```$/ { code = 0 } code; /^```sh$/ { code = 1 }' "$page" >commands
 grep -q softhsm2-util commands || fail "no commands on the page"
 
-# What the page's second example begins with.
+# The beginning of the page's second example.
 openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 30 -subj "/CN=imported" 2>/dev/null
 
 mkdir log home

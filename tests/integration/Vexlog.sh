@@ -1,6 +1,6 @@
 #!/bin/bash
 # vexlog as a command: Vexlog.sh <vexlog> <vexlog_sample_log> bounded|unbounded
-# bounded: its address space can be limited, which a sanitizer does not allow.
+# bounded: the test limits vexlog's address space, which a sanitizer does not allow.
 
 vexlog=$1
 sample_log=$2
@@ -232,7 +232,7 @@ fi
 [ -z "$(find . -name '.vex-*')" ] || fail "left behind: $(find . -name '.vex-*')"
 
 echo "== what was read before a failure"
-# The end of a terminal is an error behind the bytes that came before it.
+# A terminal that closes gives an error after the bytes that came before.
 cat >broken.py <<'PYTHON'
 import os, pty, subprocess, sys, tty
 
@@ -308,7 +308,7 @@ wait "${followers[0]}" || status=$?
 [ "$status" -eq 0 ] || fail "exit status $status after SIGINT"
 [ "$(wc -l <out)" -eq 3 ] || fail "followed: $(cat out)"
 
-# Its reader goes while there is nothing to write.
+# The reader of its output ends while there is nothing to write.
 mkfifo pipe
 "$vexlog" --follow followed.txt >pipe 2>err &
 followers+=($!)

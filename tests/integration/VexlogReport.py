@@ -22,7 +22,7 @@ BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
 
 
 def browse(work, page, *options):
-    """Standard output and the lines that the page wrote to the console."""
+    """Returns standard output and the lines that the page wrote to the console."""
     command = [
         BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--hide-scrollbars",
         "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage",
@@ -36,7 +36,7 @@ def browse(work, page, *options):
 
 
 class Page(html.parser.HTMLParser):
-    """Elements, and text by the element it stands in."""
+    """Collects elements, and the text in each kind of element."""
 
     def __init__(self, text):
         super().__init__()
@@ -61,7 +61,7 @@ class Page(html.parser.HTMLParser):
 
 
 def pixels(png):
-    """Rows of (r, g, b) of an 8 bit PNG without interlace."""
+    """Returns the rows of (r, g, b) of an 8-bit PNG without interlace."""
     assert png[:8] == b"\x89PNG\r\n\x1a\n"
     at, packed, header = 8, b"", None
     while at < len(png):
@@ -130,7 +130,7 @@ def check_full_log(work):
         rows = pixels(picture.read_bytes())
         corner = rows[2][2]
         assert (sum(corner) > 600) == (name == "light"), (name, corner)
-        # Sixteen threads' calls on the canvas, in more than three colours: rows of pixels that are colourful in most places.
+        # The canvas shows the calls of sixteen threads in more than three colours. Most pixels of these rows are coloured.
         lanes = [row for row in rows if sum(map(is_colourful, row)) > 300]
         colours = {pixel for row in lanes for pixel in row if is_colourful(pixel)}
         assert len(lanes) >= 16 * 8, (name, len(lanes))
@@ -155,7 +155,7 @@ def check_hostile_log(work):
             for line, word in ((1, "Enter."), (2, "Leave."), (3, "Enter.")):
                 entry = f"[INFO] [P{n}] [T-1] [2024-03-05 09:07:0{line}:000] [src-{attack}({line})]: {attack} {word}\r\n\r\n"
                 file.write(entry.replace("/", "|").encode() if n % 2 else entry.encode())
-                # Names with dots and slashes are no function names: the same without them.
+                # Names with dots and slashes are not function names: replaces these characters.
                 entry = re.sub(r"[/.]", "|", attack)
                 file.write(f"[INFO] [P{n}] [T-2] [2024-03-05 09:07:0{line}:000] [src-{entry}({line})]: {word[:5]} {word}\r\n\r\n".encode())
             file.write(b"\xe9\xff<b>\r\n\r\n")
@@ -171,7 +171,7 @@ def check_hostile_log(work):
     assert "<title>Diagnostic log</title>" in dom
     assert drawn.rows["functions"] - 1 >= 6, drawn.rows
 
-    # Whatever gets into the page, only its own script runs.
+    # Whatever text gets into the page, only its own script runs.
     text = page.read_text(encoding="utf-8")
     injected = work / "injected.html"
     injected.write_text(text.replace("</h1>", "</h1><script>document.title='owned'</script>", 1), encoding="utf-8")

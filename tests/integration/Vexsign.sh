@@ -1,6 +1,6 @@
 #!/bin/bash
 # vexsign as a command: Vexsign.sh <vexsign> <directory of the recording toolkit>
-# Every signature is verified by openssl, with the command that vexsign itself prints.
+# openssl verifies every signature, with the command that vexsign itself prints.
 
 vexsign=$1
 recording=$2
@@ -9,7 +9,7 @@ recording=$2
 export XDG_DATA_HOME=$work/data
 mkdir data
 
-# says TEXT: the last command said it on standard error.
+# says TEXT: the last command wrote it to standard error.
 says() {
     grep -qF -- "$1" err || fail "\"$1\" is not in: $(cat err)"
 }
@@ -114,7 +114,7 @@ for filter in key-algorithm=ec subject=cn=EC issuer=Cn=ec "serial=$(grep -P '\tE
     [ "$(wc -l <out)" -eq 1 ] || fail "--filter $filter: $(cat out)"
     mv all out
 done
-# Those whose certificates differ in more than their names.
+# These certificates differ in more than their names.
 openssl req -x509 -key ec.key -out usage.pem -days 30 -subj "/O=a/CN=usage" -addext keyUsage=digitalSignature \
     -addext extendedKeyUsage=codeSigning -addext certificatePolicies=1.2.3.4
 cat ec.key usage.pem rsa.key rsa.pem >usage-and-rsa.pem
@@ -184,7 +184,7 @@ for store in ./rsa.p12 ./ec.p12 "./a folder 50% #1/rsa.p12"; do
                     --verify-hint -- "$file"
                 verify
                 verified=$((verified + 1))
-                # The command has to fail for something else.
+                # The command must fail for another content.
                 cp -- "$file" kept
                 printf x >>"./$file"
                 ! sh -e hint >/dev/null 2>&1 || fail "a changed file is verified: $(cat hint)"
@@ -195,14 +195,14 @@ for store in ./rsa.p12 ./ec.p12 "./a folder 50% #1/rsa.p12"; do
 done
 [ $verified -eq 162 ] || fail "$verified signatures"
 
-# The same command, the signature of another key.
+# The same command with the signature of another key.
 expect 0 "$vexsign" p1 ./rsa.p12 --pin-source pin --output sig --cert-out signer.pem --verify-hint text.txt
 cp ec.pem signer.pem
 sed -n 's/^To verify: //p' err >hint
 ! sh -e hint >/dev/null 2>&1 || fail "verified with another's key"
 
 echo "== the purpose of the certificate"
-# openssl's own purpose does, except for a certificate that is for others.
+# The hint has no -purpose option unless the certificate is restricted to other purposes.
 for store in ./both.pem:0 ./usage-and-rsa.pem:1; do
     expect 0 "$vexsign" p7 "${store%:*}" --filter key-algorithm=EC -o sig --cert-out signer.pem --verify-hint text.txt
     verify
@@ -222,7 +222,7 @@ openssl x509 -in rsa.pem -noout -pubkey -out rsa.pub
 openssl dgst -sha256 -verify rsa.pub -signature sig text.txt >/dev/null || fail "P1 through standard streams"
 
 echo "== outputs that would destroy something"
-# Whatever a name's spelling or link leads to, no file changes and none is new.
+# However an output's name is spelled or linked, no file changes and no file is created.
 ln -s ../text.txt 'a folder 50% #1/soft.txt'
 ln text.txt hard.txt
 ln -s new.sig to-new.sig
@@ -264,7 +264,7 @@ p7 demo: new.sig.content -o new.sig --attached --verify-hint|the input
 p7 demo: text.txt -o new.sig --attached --verify-hint --cert-out new.sig.content|the certificate's file
 END
 [ $refused -eq 19 ] || fail "$refused refusals"
-# Before the demo store is made.
+# The demo store does not exist yet.
 status=0
 XDG_DATA_HOME=$work/none "$vexsign" p7 demo: text.txt -o none/vex-client-toolkit/demo.pem 2>err || status=$?
 [ "$status" -eq 1 ] || fail "the demo store to be is an output"
@@ -279,7 +279,7 @@ status=0
 "$vexsign" p7 demo: - -o appended.txt <appended.txt 2>err && fail "the output is standard input"
 says 'would be the input'
 cmp text.txt appended.txt || fail "the input was written to"
-# What is no file is not destroyed.
+# Writing to a device destroys nothing.
 expect 0 "$vexsign" p7 demo: text.txt -o /dev/null --cert-out /dev/null
 expect 1 "$vexsign" p7 demo: /dev/null -o /dev/null
 says 'error 1303: '
@@ -297,7 +297,7 @@ head -c 100000 /dev/zero >zeros
 )
 [ "$(cat old)" = old ] || fail "a part of a signature"
 [ ! -e new.pem ] || fail "the certificate without its signature"
-# A directory only to be left behind as it was.
+# On a full disk vexsign fails and leaves the directory unchanged.
 mkdir small
 status=0
 # shellcheck disable=SC2016

@@ -42,11 +42,11 @@ assert pin.encode() not in shown, shown
 status, shown = run(b"something else\n")
 assert os.waitstatus_to_exitcode(status) == 1 and b"error 1108" in shown, (status, shown)
 
-# Control-C, with which the program ends as by that signal.
+# Control-C ends the program like the signal.
 status, shown = run(b"\x03")
 assert os.WIFSIGNALED(status) and os.WTERMSIG(status) == signal.SIGINT, (status, shown)
 
-# Interrupted, it leaves the terminal as it was: seen from a session that outlives it.
+# An interrupted program restores the terminal. The session, which lives longer, checks that.
 pid, terminal = pty.fork()
 if pid == 0:
     signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT])
