@@ -1,8 +1,8 @@
-// Whatever fails, and whenever: a scenario through all fifteen natives, with the log on, is run once for each call in
-// it that can fail, which then does. No crash, no leak; the native it happened in answers with 0, 1 or null, or passes
-// out the std::bad_alloc of an allocation; the others are not concerned.
+// Runs a scenario of all fifteen natives, with the log on, once for each call in it that can fail. That call fails.
+// There must be no crash and no leak. The native with the failing call returns 0, 1 or null, or throws the
+// std::bad_alloc of an allocation. The other natives are not affected.
 //
-// The points are gone through by processes of their own, each from where the one before it crashed, if it did.
+// Child processes run the fault points. If one crashes, a new one continues with the next point.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <jni.h>
@@ -120,15 +120,16 @@ const std::vector<Step>& Scenario() {
     return s_steps;
 }
 
-// What a run shows beyond its failures.
+// The findings of a run that are no failures of the test.
 struct Findings {
-    long nThrown = 0;                     // natives that passed out std::bad_alloc
+    long nThrown = 0;                     // natives that threw std::bad_alloc
     bool bOpenSslDamage = false;          // a later call on the same object failed too
-    bool bOpenSslLeaks = false;           // the point is one after which OpenSSL leaves a block behind
+    bool bOpenSslLeaks = false;           // OpenSSL is known to leak a block after a failure at this point
     std::set<std::string> withException;  // JNI functions called while an exception was pending
 };
 
-// A failure of the toolkit itself. What comes of the call queue is ignored, and the number is the result.
+// Whether a failing function of the toolkit must make the native fail. The bridge ignores the result of the call queue.
+// VCTK_GetLastError has no failing result.
 bool HasToBeSeen(std::string_view failed) {
     return failed.starts_with("VCTK_") && failed != "VCTK_CallQueueEnable" && failed != "VCTK_GetLastError";
 }
@@ -154,7 +155,7 @@ bool IsExpected(Kind kind, bool bFailed, jlong nResult) {
     return false;
 }
 
-// Runs the scenario; faults may be armed. Says in strWrong what was not as it should be.
+// Runs the scenario; faults may be armed. strWrong receives the differences from the expected results.
 void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce) {
     FaultyJniEnv* pEnv = nullptr;
     {
@@ -185,10 +186,10 @@ void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce
                 strWrong += std::string(step.pszNative) + " threw; ";
             }
         } else if (pEnv->TakeException()) {
-            // In Java there is the exception and no result.
+            // Java gets the exception and no result.
         } else if (bHit && !bHere && !IsExpected(step.kind, bExpectFailure, nResult) &&
                    fault_points::FailedInOpenSsl() && IsExpected(step.kind, true, nResult)) {
-            findings.bOpenSslDamage = true;  // of an object that OpenSSL keeps
+            findings.bOpenSslDamage = true;  // of an object that OpenSSL still uses
         } else if (!bCanBeBoth && !IsExpected(step.kind, bExpectFailure, nResult)) {
             strWrong += std::string(step.pszNative) + " gave " + std::to_string(nResult) + "; ";
         } else if (bHere && HasToBeSeen(fault_points::Failed()) && !IsExpected(step.kind, true, nResult)) {
@@ -214,11 +215,11 @@ void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce
 
 // ---- Processes ----
 
-// OpenSSL, whose memory fails as well, does not always look. An access of its own code to address 0 is its own defect:
-// counted, and told apart from others by this exit status.
+// OpenSSL does not check all of its allocations. When its own code accesses address 0, that is OpenSSL's defect: the
+// child ends with this status, and the test only counts it.
 constexpr int kOpenSslCrash = 99;
 
-// Whether an instruction's address, as the kernel gives it, is in libcrypto.
+// Whether the address of an instruction, given by the kernel, is in libcrypto.
 [[maybe_unused]] bool IsInOpenSsl(greg_t nAddress) {
     Dl_info info{};
     const void* const pInstruction = reinterpret_cast<const void*>(nAddress);  // NOLINT(performance-no-int-to-ptr)
@@ -232,7 +233,7 @@ void CatchOpenSslCrashes() {
     action.sa_flags = SA_SIGINFO | SA_RESETHAND;
     action.sa_sigaction = [](int, siginfo_t*, void* pContext) {
         const auto* const pMachine = &static_cast<const ucontext_t*>(pContext)->uc_mcontext;
-        // Or where libc was called with what OpenSSL has not: a lock that is null.
+        // The crash can also be in libc, called by OpenSSL with a null pointer for a lock.
         const auto* const pStack = reinterpret_cast<const greg_t*>(pMachine->gregs[REG_RSP]);  // NOLINT
         if (IsInOpenSsl(pMachine->gregs[REG_RIP]) || IsInOpenSsl(*pStack)) {
             fault_points::Disarm();
@@ -244,7 +245,7 @@ void CatchOpenSslCrashes() {
 #endif
 }
 
-// What the processes of one run have in common.
+// The memory that the processes of one run share.
 struct Shared {
     long nCurrent;
     long nDone;
@@ -256,14 +257,14 @@ struct Shared {
     long nWithException;
     std::array<std::array<char, 64>, 32> withException;
     long nPoints;
-    std::array<bool, 65536> openSsl;  // whether the point is an allocation of OpenSSL's
+    std::array<bool, 65536> openSsl;  // whether OpenSSL makes the allocation at the point
 };
 
 class FaultsTest : public testing::Test {
 protected:
     FaultsTest() {
         setenv("LC_ALL", "C.UTF-8", 1);
-        // What the test makes once is not to be made while memory fails.
+        // Created now, because memory fails later.
         StoreUri();
         Scenario();
         void* const p = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -271,7 +272,9 @@ protected:
     }
     ~FaultsTest() override { munmap(m_pShared, sizeof(Shared)); }
 
-    // Runs fnPoint for each point, in a process that is replaced when it crashes. bEachAlone: one process for each.
+    // Runs fnPoint for each point in a child process, and starts a new child when it crashes. bEachAlone: one child for
+    // each
+    // point.
     void RunPoints(
         const std::vector<long>& points, bool bEachAlone, const std::function<void(long)>& fnPoint,
         const std::function<void()>& fnAtStart = [] {}) {
@@ -319,10 +322,10 @@ protected:
         EXPECT_EQ(m_pShared->nFailures, 0);
     }
 
-    // Also in the processes, whose failures are not the test's by themselves.
+    // Parent or child. GoogleTest does not see failures in a child, so shared memory counts them.
     void NoteFailure(const std::string& strWhat) const {
         std::printf("%s\n", strWhat.c_str());
-        std::fflush(stdout);  // the process may crash yet
+        std::fflush(stdout);  // the process may crash later
         ++m_pShared->nFailures;
     }
 
@@ -339,7 +342,7 @@ protected:
         }
     }
 
-    // Into the shared memory; in the child.
+    // Child only: adds the findings to the shared memory.
     void Keep(const Findings& findings) const {
         m_pShared->nThrown += findings.nThrown > 0 ? 1 : 0;
         m_pShared->nOpenSslDamage += findings.bOpenSslDamage ? 1 : 0;
@@ -355,8 +358,8 @@ protected:
         }
     }
 
-    // Runs body with the nth call failing, and again when it leaves blocks behind: what stays is a cache, what grows
-    // each time is a leak.
+    // Runs the body, which makes a call fail, and repeats it when it leaves blocks behind. Blocks that stay once are a
+    // cache. Blocks that are added each time are a leak.
     void ExpectNoLeak(long nPoint, const std::function<void(Findings&, std::string&)>& fnBody) const {
         constexpr int kMostRepetitions = 4;
         bool bOpenSslLeaks = false;
@@ -386,8 +389,8 @@ protected:
         NoteFailure("a leak at point " + std::to_string(nPoint));
     }
 
-    // The points of a run without faults, which fnCount counts: all but those of OpenSSL's own memory, of which there
-    // are nOpenSsl, spread evenly; with 0 all of them.
+    // Returns the fault points of a run without faults, which fnCount counts. Of OpenSSL's allocations it takes about
+    // nOpenSsl, spread evenly; 0: all.
     std::vector<long> CollectPoints(long nOpenSsl, const std::function<long()>& fnCount) {
         RunPoints({1}, true, [&](long) {
             fault_points::NoteOpenSsl(m_pShared->openSsl.data(), static_cast<long>(m_pShared->openSsl.size()));
@@ -416,7 +419,7 @@ protected:
     Shared* m_pShared;
 };
 
-// The log's writer has nothing left, and the caches are what they will be.
+// Afterwards the log's writer is idle, and the caches have their final size.
 void WarmUp() {
     Findings findings;
     std::string strWrong;
@@ -427,7 +430,7 @@ void WarmUp() {
     ASSERT_EQ(strWrong, "");
 }
 
-// So many of them, spread evenly; 0: all.
+// Returns about nWanted of the points, spread evenly; 0: all.
 std::vector<long> Thinned(const std::vector<long>& points, long nWanted) {
     const auto nStep = nWanted > 0 ? std::max(points.size() / static_cast<std::size_t>(nWanted), std::size_t{1}) : 1;
     std::vector<long> thinned;
@@ -441,7 +444,7 @@ class CallerTest : public FaultsTest, public testing::WithParamInterface<How> {}
 
 TEST_P(CallerTest, EveryCallOfTheScenario) {
     const How how = GetParam();
-    // Under a sanitizer memory fails in operator new alone.
+    // Under a sanitizer only operator new fails.
     auto points = CollectPoints(AmountOf("VEX_TEST_OPENSSL_FAULTS", how == How::kOnce ? 800 : 40), [] {
         WarmUp();
         fault_points::Arm(Where::kHere, 0);
@@ -465,7 +468,7 @@ TEST_P(CallerTest, EveryCallOfTheScenario) {
                 if (!strWrong.empty() && fault_points::Failed() != nullptr) {
                     strWrong += std::string("in ") + fault_points::Failed() + " ";
                 }
-                // Nothing of it stays: the next time all is as ever.
+                // The failure has no later effect: the next run succeeds.
                 if (nPoint % nCleanEvery == 0) {
                     fault_points::Arm(Where::kHere, 0);
                     RunScenario(findings, strWrong);
@@ -481,7 +484,7 @@ TEST_P(CallerTest, EveryCallOfTheScenario) {
 INSTANTIATE_TEST_SUITE_P(, CallerTest, testing::Values(How::kOnce, How::kFromThereOn));
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// The search for leaks finds one, but takes what is allocated once for a cache.
+// The search for leaks finds a leak, and treats a single allocation as a cache.
 TEST_F(FaultsTest, ALeakIsSeen) {
     std::vector<std::unique_ptr<int>> leaked;
     leaked.reserve(16);
@@ -496,7 +499,7 @@ TEST_F(FaultsTest, ALeakIsSeen) {
 }
 #endif
 
-// The log's writer, which has no caller to tell: it loses a record at most.
+// The log's writer thread cannot report a failure to a caller. It loses at most a record.
 TEST_F(FaultsTest, TheLogsWriter) {
     const auto trace = [] {
         const Pause pause;
@@ -527,8 +530,8 @@ TEST_F(FaultsTest, TheLogsWriter) {
     }
 }
 
-// A process's first calls, in which the log and OpenSSL are made: each point in a process of its own. What OpenSSL
-// could not set up stays unusable in that process; a failure, and no more.
+// A process's first calls set up the log and OpenSSL, so each point has its own process. A part that OpenSSL could not
+// set up stays unusable in that process. The natives then fail, without further harm.
 TEST_F(FaultsTest, TheFirstCallsOfAProcess) {
     const auto points = CollectPoints(AmountOf("VEX_TEST_OPENSSL_FAULTS", 60), [] {
         fault_points::Arm(Where::kHere, 0);

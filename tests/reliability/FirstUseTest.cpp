@@ -1,5 +1,5 @@
-// Threads that open a store at the same moment, before anything of OpenSSL was used in the process: each can sign with
-// what it has opened. What OpenSSL makes at its first use is there for all of them.
+// Threads open a store at the same moment, before the process has used OpenSSL. Each can sign with the store that it
+// opened: OpenSSL's initialisation at its first use is complete for all threads.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kThreads = 8;
 
-// In a process of its own for each round. Before it was right some five in a hundred failed.
+// Each round is a new process. About five rounds in a hundred failed before the fix.
 TEST(FirstUse, ByManyThreadsAtOnceGivesEachAStoreThatSigns) {
     const TempDirectory directory;
     MakeIdentity(directory, {.strName = "key", .strKey = "ec -pkeyopt ec_paramgen_curve:P-256"});

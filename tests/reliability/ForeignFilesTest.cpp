@@ -1,7 +1,7 @@
 // Other users put obstacles at the fixed names that the libraries use. Signing still works, nothing waits, nothing is
 // written through a link or into another user's file, and new files are private.
 //
-// The table has every name with every obstacle. Each cell is a process that signs, logs in both ways and traces.
+// The table combines every name with every obstacle. Each cell is a process that signs, logs in both ways and traces.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jni.h>
@@ -67,7 +67,7 @@ void LogAndTrace() {
 
 // ---- Places ----
 
-// A directory for all the fixed names, and for the other ends of the obstacles.
+// A directory for all the fixed names and for the targets of the obstacles.
 class ForeignFilesTest : public testing::Test {
 protected:
     ForeignFilesTest() {
@@ -127,7 +127,7 @@ protected:
 
     struct Entry {
         fs::file_type type;
-        std::string strContent;  // of a file; what a link leads to
+        std::string strContent;  // of a file; for a link, its target
         bool operator==(const Entry&) const = default;
     };
 
@@ -161,8 +161,8 @@ protected:
 
 // ---- Obstacles ----
 
-// Puts something at strPath; strOther is the name of its other end. Returns a descriptor that has to stay open
-// meanwhile, or -1.
+// Puts an obstacle at strPath; strOther is the name of its target. Returns a descriptor that the test must keep open,
+// or -1.
 struct Obstacle : Row {
     std::function<int(const std::string& strPath, const std::string& strOther)> fnMake;
     bool bNeedsRoot = false;
@@ -251,8 +251,8 @@ void ExpectNothingReceived(int nDescriptor) {
 
 struct Place : Row {
     std::string strPath;          // in the test's directory
-    bool bMayFail = false;        // to sign: the store's own files
-    bool bMayBeReplaced = false;  // by the owner of the directory that it is in
+    bool bMayFail = false;        // signing may fail: these are the store's own files
+    bool bMayBeReplaced = false;  // by the owner of its directory
 };
 
 std::vector<Place> Places() {
@@ -286,16 +286,16 @@ std::vector<Cell> Cells() {
 
 class CellTest : public ForeignFilesTest, public testing::WithParamInterface<Cell> {};
 
-TEST_P(CellTest, IsLeftAloneAndHoldsNothingUp) {
+TEST_P(CellTest, IsUnchangedAndDelaysNothing) {
     const auto& [place, obstacle] = std::pair(GetParam().place, GetParam().obstacle);
     if (obstacle.bNeedsRoot && geteuid() != 0) {
-        GTEST_SKIP() << "skipped: only root can make a file somebody else's";
+        GTEST_SKIP() << "skipped: only root can give a file to another user";
     }
     const std::string strPath = m_directory.Path(place.strPath);
     const std::string strOther = m_directory.Path("elsewhere/other");
     fs::remove_all(strPath);
     if (place.strPath.ends_with(".new") || place.strPath.ends_with(".lock")) {
-        fs::remove(m_directory.Path("data/vex-client-toolkit/demo.pem"));  // a store has to be made
+        fs::remove(m_directory.Path("data/vex-client-toolkit/demo.pem"));  // the process must create a store
     }
     const int nDescriptor = obstacle.fnMake(strPath, strOther);
     // Everything else belongs to the user, so that no missing right protects it.
@@ -417,13 +417,13 @@ TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
     for (const auto& [strName, entry] : first) {
         EXPECT_EQ(both.at(strName), entry) << strName;
     }
-    EXPECT_FALSE(fs::is_empty(m_directory.Path("cwd2")));  // where its log went
+    EXPECT_FALSE(fs::is_empty(m_directory.Path("cwd2")));  // which has its log
 }
 
 // ---- At any moment ----
 
 // Another user replaces the files again and again while the user signs. As in /tmp, the other user cannot remove the
-// user's files. A hard link to such a file is therefore the last thing to put there.
+// user's files. The test therefore puts a hard link to such a file there last.
 TEST_F(ForeignFilesTest, ExchangedAtAnyMoment) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "skipped: only root can be two users";

@@ -1,5 +1,5 @@
-// A host forks while its threads use the libraries. In the child no lock is held and no turn is taken by a thread that
-// exists only in the parent, also before the child runs another program. The child can use the open objects.
+// A host forks while its threads use the libraries. In the child, threads that exist only in the parent hold no lock
+// and no turn, also before the child runs another program. The child can use the open objects.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,7 +26,7 @@ constexpr int kThreads = 6;
 constexpr int kObjects = 2;
 constexpr unsigned kMaxSeconds = 30;
 
-// Every call that takes a lock, except signing: OpenSSL's locks are not prepared for a fork.
+// Calls everything that takes a lock, except signing: OpenSSL does not prepare its locks for a fork.
 void CallAll(HANDLE hObject, const std::string& strFile) {
     VCTK_SetDigestAlg(hObject, "MD5");  // refused, which sets the thread's last error
     VCTK_SetChooseSingleCert(hObject, 0);
@@ -138,7 +138,7 @@ TEST_F(ForksTest, TheChildCallsWhatItsParentHasOpen) {
     });
 }
 
-// When the parent has one thread, as in servers that first open and then fork, everything works, also signing.
+// If the parent has only one thread, like a server that opens a store and then forks, the child can also sign.
 TEST_F(ForksTest, AChildOfAProcessWithOneThreadSigns) {
     const ToolkitClient client(Store());
     ASSERT_TRUE(client.IsOpen());

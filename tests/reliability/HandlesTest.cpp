@@ -1,5 +1,5 @@
-// Invalid handles: invented, stale, finalised twice, from eight threads at once, with every native. Each call is
-// refused with the native's failing value and an error number, and the existing objects still work.
+// Eight threads call every native with invalid handles: invented, stale, finalised twice. Each call returns the
+// native's failing value and sets an error number. The existing objects still work.
 #include <gtest/gtest.h>
 #include <jni.h>
 #include <sys/wait.h>
@@ -33,7 +33,7 @@ class HandlesTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         setenv("LC_ALL", "C.UTF-8", 1);
-        // This test is not about the log, which would have to write millions of records.
+        // At a higher level the log would write millions of records.
         std::ofstream(std::string(std::getenv("VEX_TEST_LOG_DIR")) + "/log.ini") << "[loginfo]\nlogLevel=2\n";
         MakeIdentity(Directory(), {"ec", "ec -pkeyopt ec_paramgen_curve:P-256"});
         s_strStore = "file:" + MakePemStore(Directory(), "s.pem", {"ec"});
@@ -58,7 +58,7 @@ protected:
 // The results of all natives for a handle.
 struct Answers {
     std::array<jlong, 4> statuses;     // 0 or 1
-    std::array<const void*, 7> texts;  // of which the last is the message
+    std::array<const void*, 7> texts;  // the last is the message
     jlong nError;
     jlong nFinalized;
 };
@@ -114,7 +114,7 @@ private:
     std::size_t m_nNext = 0;
 };
 
-// The toolkit gives out multiples of 4 from here on. Invented handles avoid those that may be in use.
+// The toolkit gives out multiples of 4 from this value on. Invented handles avoid those that may be in use.
 jlong Invented(std::mt19937_64& random, jlong nLive) {
     static int s_nStatic = 0;
     int nOnStack = 0;
@@ -138,7 +138,7 @@ jlong Invented(std::mt19937_64& random, jlong nLive) {
     }
 }
 
-TEST_F(HandlesTest, EveryNativeRefusesWhatNamesNothing) {
+TEST_F(HandlesTest, EveryNativeRefusesInvalidHandles) {
     const long nHandles = AmountOf("VEX_TEST_HANDLES", Scaled(20'000));
     const std::uint32_t uSeed = SeedOfRun();
     Handles handles;

@@ -28,7 +28,7 @@
 namespace {
 
 constexpr unsigned kMaxSeconds = 60;
-constexpr int kOfNext = 3;  // records of the process that goes on
+constexpr int kOfNext = 3;  // records of the process that continues the log
 
 // A message that tells whether it is whole: "first 3 5 #####".
 std::wstring MessageOf(const wchar_t* pszWho, int nRecord, int cchPadding) {
@@ -52,7 +52,7 @@ std::optional<int> TakeNumber(std::string_view& text) {
     return n;
 }
 
-// Nothing when the entry is not a whole record of these tests.
+// Returns nothing when the entry is not a whole record of these tests.
 std::optional<Message> WholeMessage(const std::string& strEntry) {
     const std::optional<LogRecord> record = ParseLogRecord(strEntry);
     if (!record) {
@@ -77,7 +77,7 @@ std::optional<Message> WholeMessage(const std::string& strEntry) {
     return message;
 }
 
-// What is in a log.
+// The contents of a log.
 struct Picture {
     bool bThere = false;
     bool bMark = false;
@@ -112,8 +112,8 @@ struct Load {
 
 class KillsTest : public LogTest {
 protected:
-    // Runs the body in a child process and kills that after nCallsToKill calls, if given. Returns whether it was
-    // killed. Otherwise it has to succeed.
+    // Runs the body in a child process and kills it after nCallsToKill calls, if given. Returns whether it was killed.
+    // Otherwise the child must succeed.
     static bool RunVictim(const std::function<void()>& fnBody, std::optional<int> nCallsToKill = {}) {
         std::fflush(nullptr);
         kill_point::Share();
@@ -175,14 +175,15 @@ protected:
         std::size_t nFrom = 0;
         for (int i = 0; i < kOfNext; ++i) {
             const std::string strEnd = "]: next " + std::to_string(i) + " 10 ##########\r\n\r\n";
-            // From the end: the log can hold such records of earlier processes.
+            // Searches from the end: the log can contain equal records of earlier processes.
             const std::size_t nFound = i == 0 ? strLog.rfind(strEnd) : strLog.find(strEnd, nFrom);
             ASSERT_NE(nFound, std::string::npos) << strWhere << ", record " << i;
             nFrom = nFound + strEnd.size();
         }
     }
 
-    // Kills the victim at its first call, then at its second, and so on, until it ends by itself. Each has a new log.
+    // Kills the victim at its first call, then at its second, and so on, until it ends by itself. Each run has a new
+    // log.
     void SweepAllCalls(const Load& load, const std::string& strName) {
         for (const auto where : {kill_point::Where::kBefore, kill_point::Where::kInside}) {
             for (int nCall = 1;; ++nCall) {
@@ -230,7 +231,7 @@ TEST_F(KillsTest, AtEachFileCallOfAppendsToAFreshLog) {
     std::printf("%d kills, %d of them left a torn entry, %d a log without its mark\n", m_nKills, m_nTorn,
                 m_nWithoutMark);
     EXPECT_GE(m_nKills, 40);
-    EXPECT_GT(m_nTorn, 0) << "none was in the middle of a record";
+    EXPECT_GT(m_nTorn, 0) << "no kill was in the middle of a record";
 }
 
 TEST_F(KillsTest, AtEachFileCallOfCuts) {
@@ -245,7 +246,7 @@ TEST_F(KillsTest, AtEachFileCallOfALogThatStaysOpen) {
     EXPECT_GE(m_nInCuts, 10);
 }
 
-// Random loads: one process after the other is killed, all with the same log.
+// Random loads: kills one process after the other. All use the same log.
 TEST_F(KillsTest, AtCallsOfAnyLoadOverOneLog) {
     const long nKills = AmountOf("VEX_TEST_KILLS_CALLS", 40);
     std::mt19937 random(SeedOfRun());
@@ -278,7 +279,7 @@ TEST_F(KillsTest, AtCallsOfAnyLoadOverOneLog) {
     std::printf("%d kills, %d of them in a cut, %d torn entries\n", m_nKills, m_nInCuts, m_nTorn);
 }
 
-// From outside, at random moments, while four threads log as fast as they can.
+// Kills the process from outside at random moments while four threads log as fast as they can.
 TEST_F(KillsTest, AtAnyTime) {
     const long nKills = AmountOf("VEX_TEST_KILLS_TIMES", 25);
     std::mt19937 random(SeedOfRun() + 1);

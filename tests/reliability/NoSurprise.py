@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""A default run starts no program, opens no socket and writes nothing but what the documentation names.
+"""A default run starts no program, opens no socket and writes only the files that the documentation names.
 
 NoSurprise.py vexsign <vexsign>
 NoSurprise.py java <private_log library> <java> <bridge> <class path with SignAndExit>
 
-strace watches whole runs, all threads and child processes of them. A JVM does things of its own accord: what it does
-with us is compared with what it does without. Exit status 77, after saying why, where strace may not trace.
+strace watches whole runs with all threads and child processes. A JVM writes files by itself, so a run with the
+libraries is compared with a run without them. Prints the reason and exits with 77 when strace may not trace.
 """
 import collections
 import os
@@ -16,11 +16,11 @@ import tempfile
 
 kind, arguments = sys.argv[1], sys.argv[2:]
 
-# A line is "PID CALL(ARGUMENTS) = RESULT"; what is interrupted by another thread's call is in two lines.
+# A line is "PID CALL(ARGUMENTS) = RESULT". A call that another thread's call interrupts takes two lines.
 CALL = re.compile(r"(\d+) +(\w+)\((.*)\) += (-?\d+|\?)")
 UNFINISHED = re.compile(r"(\d+) +(.*) <unfinished \.\.\.>$")
 RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>(.*)$")
-PATH = re.compile(r'(?:(?:AT_FDCWD|\d+)<([^>]*)>, )?"((?:[^"\\]|\\.)*)"')  # the directory that it is relative to first
+PATH = re.compile(r'(?:(?:AT_FDCWD|\d+)<([^>]*)>, )?"((?:[^"\\]|\\.)*)"')  # the directory, the path
 DESCRIPTOR = re.compile(r"\d+<([^>]*)>")
 PROCESS = re.compile(r"(/proc/|/hsperfdata_[^/]+/)\d+")
 
@@ -43,14 +43,14 @@ def whole_calls(lines):
 
 
 def events(trace, scratch):
-    """What a run in that directory did: (what, path or family) -> how often. Failures count too, but for mkdir."""
+    """Counts what a run in that directory did, by (what, path or family). Failed calls count, too, except mkdir."""
     done = collections.Counter()
     for line in whole_calls(trace):
         call = CALL.match(line)
         if not call:
             continue
         name, given, result = call[2], call[3], call[4]
-        # Without a path, it is the open file.
+        # A call without a path is about the open file.
         named = ([os.path.join(directory or scratch, path) for directory, path in PATH.findall(given)]
                  or DESCRIPTOR.findall(given))
         paths = [PROCESS.sub(r"\1PID", path.replace(scratch, "SCRATCH")) for path in named]
@@ -63,7 +63,7 @@ def events(trace, scratch):
         elif name in OPENING and (name == "creat" or re.search(r"O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|O_TMPFILE", given)):
             done["writes", paths[0] + (" (a file without a name)" if "O_TMPFILE" in given else "")] += 1
         elif name.startswith("mkdir") and result == "-1":
-            pass  # it is there
+            pass  # the directory exists
         elif CHANGING.match(name):
             done["writes", " -> ".join(paths)] += 1
         elif name in ("memfd_create", "kill", "ptrace"):
@@ -72,7 +72,7 @@ def events(trace, scratch):
 
 
 def run(scratch, command, private_log=None):
-    """Runs a program under strace in surroundings of its own, and returns what it did."""
+    """Runs a program under strace with its own directories and environment, and returns what it did."""
     for name in ("log", "home", "data", "tmp"):
         os.makedirs(f"{scratch}/{name}", exist_ok=True)
     environment = {name: value for name, value in os.environ.items()
@@ -97,7 +97,7 @@ def run(scratch, command, private_log=None):
 
 
 def check(name, done, usual, documented):
-    """documented: what may be written besides the usual, as a pattern of whole paths; all of it has to be."""
+    """documented: a pattern for the whole paths that the run may write besides the usual ones. It must write one."""
     pattern = re.compile(documented)
     new = done - usual
     written = {path for (what, path) in new if what == "writes" and pattern.fullmatch(path)}
@@ -110,7 +110,7 @@ def check(name, done, usual, documented):
 
 
 def check_that_all_is_seen(scratch):
-    """A program that does what is forbidden."""
+    """Checks that the trace of a program that does forbidden things shows them."""
     done = run(scratch, [sys.executable, "-c",
                          "import os, socket; socket.socket(); open('forbidden', 'w'); os.mkdir('also');"
                          " os.spawnlp(os.P_WAIT, 'true', 'true')"])
@@ -131,14 +131,14 @@ if subprocess.run(["strace", "-o", "/dev/null", "true"], stderr=subprocess.DEVNU
     print("skipped: strace may not trace")
     sys.exit(77)
 
-# A new log is made without a name and then linked to it. Its private name holds for the link alone.
+# A new log is created without a name and then linked to it. strace sees the redirected path only at the link.
 LOG = r"(/proc/self/fd/\d+ -> )?SCRATCH/log/PILog\.txt|/tmp/ \(a file without a name\)"
 DEMO_STORE = "SCRATCH/data(/vex-client-toolkit(/demo[^/]*( -> SCRATCH/data/vex-client-toolkit/demo.pem)?)?)?"
 
 
 
 def output(name):
-    """Written beside its place, and renamed."""
+    """The output is written to a file beside its place and then renamed."""
     return rf"SCRATCH/\.vex-[0-9a-f]{{16}}( -> SCRATCH/{re.escape(name)})?"
 
 

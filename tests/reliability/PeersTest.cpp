@@ -1,6 +1,6 @@
-// Random scripts for the other end: servers that stall, drip, lie about lengths and reset, for the IPC client; clients
-// that do the same, for the file server. Sixteen at a time. Nothing crashes or leaks, memory does not grow with a
-// claimed length, and well-behaved peers are served.
+// Random scripts for the other end. The IPC client meets servers that stall, send byte by byte, lie about lengths and
+// reset; the file server meets clients that do the same. Sixteen run at a time. Nothing crashes or leaks, memory does
+// not grow with a claimed length, and well-behaved peers are served.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -68,7 +68,7 @@ bool Wait(int nSocket, short nEvents, int nMilliseconds) {
     return poll(&entry, 1, nMilliseconds) > 0;
 }
 
-// False: the other end does not accept them.
+// Sends all bytes. False: the other end does not accept them.
 bool SendAll(int nSocket, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t cb = send(nSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -80,7 +80,7 @@ bool SendAll(int nSocket, std::string_view bytes) {
     return true;
 }
 
-// Receives at most that many bytes in that time.
+// Receives at most cb bytes within the time.
 std::string ReceiveSome(int nSocket, std::size_t cb, int nMilliseconds) {
     std::string strBytes;
     while (strBytes.size() < cb && Wait(nSocket, POLLIN, nMilliseconds)) {
@@ -135,7 +135,7 @@ void EndSomehow(Random& random, FileDescriptor& socket) {
     socket = FileDescriptor();
 }
 
-// fnWork(n) for n below nAll, in several threads.
+// Calls fnWork(n) for each n below nAll, on several threads.
 void InParallel(long nAll, const std::function<void(long)>& fnWork) {
     std::atomic<long> nNext{0};
     OnThreads(kParallel, [&](int) {
@@ -156,7 +156,7 @@ long MemoryOf(pid_t nProcess, const std::string& strField) {
     return -1;
 }
 
-// Resets "VmHWM": it is then the peak from now on.
+// Resets "VmHWM", which from now on shows the peak since this call.
 void ForgetMostMemory(pid_t nProcess) {
     std::ofstream("/proc/" + std::to_string(nProcess) + "/clear_refs") << "5";
 }
@@ -166,7 +166,7 @@ std::size_t DescriptorsOf(pid_t nProcess) {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// Waits at most twenty seconds until there are as many descriptors as before.
+// Waits at most twenty seconds until the process has as few descriptors as before.
 void ExpectDescriptors(pid_t nProcess, std::size_t cExpected) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (DescriptorsOf(nProcess) > cExpected && std::chrono::steady_clock::now() < end) {
@@ -201,7 +201,7 @@ public:
 
     std::uint16_t Object() const { return static_cast<std::uint16_t>(m_uPort - 8665); }
 
-    // Rightly, or by a random script. Returns what the client gets if it gets something.
+    // Answers correctly or by a random script. Returns the reply that the client gets if it gets one.
     std::string Serve(Random& random, bool bRight) {
         FileDescriptor connection(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (!bRight && random() % 8 == 0) {
@@ -243,7 +243,7 @@ private:
 };
 
 TEST(PeersTest, ServersForTheClient) {
-    // Without it libc keeps large blocks after they are freed, up to 64 MiB in each of its arenas, to use them again.
+    // Without this, libc keeps freed large blocks to use them again, up to 64 MiB in each of its arenas.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     const long nServers = AmountOf("VEX_TEST_PEERS", 500) / 2;
     const std::uint64_t uSeed = SeedOfRun();
@@ -278,7 +278,7 @@ TEST(PeersTest, ServersForTheClient) {
             EXPECT_EQ(lResult, 0) << "server " << n << ", seed " << uSeed;
         }
     };
-    InParallel(kParallel * 2, exchange);  // for libc's first allocations
+    InParallel(kParallel * 2, exchange);  // so that libc's first allocations do not count
     const std::size_t cDescriptors = DescriptorsOf(getpid());
     const long nBefore = MemoryOf(getpid(), "VmRSS");
     ForgetMostMemory(getpid());
@@ -368,7 +368,7 @@ TEST_F(PeersFileServer, ClientsForTheServer) {
         do {
             const std::string strLine = "line " + std::to_string(strWritten.size()) + "\n";
             if (NumberAt(Ask(WriteRequest(uId, strLine)), 0, 4) != 1) {
-                ADD_FAILURE() << "a right request was refused";
+                ADD_FAILURE() << "the server refused a correct request";
                 return;
             }
             strWritten += strLine;
@@ -380,7 +380,7 @@ TEST_F(PeersFileServer, ClientsForTheServer) {
     good.join();
     EXPECT_EQ(Ask(FlushRequest(uId)), kDoneReply);
     EXPECT_EQ(Content("good"), strWritten);
-    // Files of random requests are closed when they have been idle for a while.
+    // The server closes the files of random requests when they have been idle for a while.
     ExpectDescriptors(nServer, cDescriptors);
     ExpectLittleMemory(nServer, nBefore, "The file server");
     m_server->Signal(SIGTERM);

@@ -1,16 +1,15 @@
 #!/usr/bin/env python3
-"""What remains of PINs and private keys in a process that has signed, in its log and in what it says.
+"""Searches for PINs and private keys in a process that has signed, in its log and in its output.
 
 Secrets.py <secrets_program> <vexsign> <wait_at_exit library> <private_log library> [<java> <demo jar> <bridge>]
 
-Programs that sign wait when they are done, and their memory is searched: what the kernel shows of it and, in a
-long run, what gdb's gcore makes of it. A PIN is looked for as narrow, UTF-16 and UTF-32 text, a key as the numbers that
-make it up, in the order of a file and in that of memory. Whether the search finds what is there is tried on a program
-that is in the middle of signing.
+Programs that have signed wait while this test searches their memory: /proc/PID/mem and, in a long run, a core file from
+gdb's gcore. It searches for a PIN as narrow, UTF-16 and UTF-32 text, and for the numbers of a key in the byte order of
+a file and of memory. A program in the middle of signing shows that the search finds what is there.
 
-VEX_TEST_SECRET_ROUNDS  how many times, each with new PINs and keys
-VEX_TEST_SECRET_CORES   search core files as well, but of JVMs, for which gdb is needed
-VEX_TEST_SOFTHSM        SoftHSM's module
+VEX_TEST_SECRET_ROUNDS  number of rounds, each with new PINs and keys
+VEX_TEST_SECRET_CORES   if set, also search core files, except those of JVMs; needs gdb
+VEX_TEST_SOFTHSM        path of SoftHSM's module
 """
 import os
 import pty
@@ -30,7 +29,7 @@ SOFTHSM = os.environ["VEX_TEST_SOFTHSM"]
 
 seed = int(os.environ.get("VEX_TEST_SEED", random.SystemRandom().randrange(1 << 31)))
 print(f"VEX_TEST_SEED={seed}", flush=True)
-randomly = random.Random(seed)  # for PINs; the keys are openssl's
+randomly = random.Random(seed)  # for PINs; openssl generates the keys
 
 CHUNK = 1 << 24
 OVERLAP = 4096
@@ -40,13 +39,13 @@ searches = searched_bytes = cores = 0
 # ---- Secrets: name -> bytes that must not be found ----
 
 def pin_patterns(pin):
-    """Its end: the beginning of freed memory is what is overwritten first."""
+    """Patterns of the PIN's end: the allocator overwrites the beginning of freed memory."""
     end = pin[-12:]
     return {f"PIN, {name}": end.encode(name) for name in ("ascii", "utf-16-le", "utf-32-le")}
 
 
 def number_patterns(name, number):
-    """Pieces of a number as in a file (big-endian) and as in memory (limbs, little-endian)."""
+    """Pieces of a number in the byte order of a file (big-endian) and of memory (little-endian limbs)."""
     length = len(number)
     starts = [0, length // 2] if length <= 32 else [16, length // 2, length - 32]
     patterns = {}
@@ -58,7 +57,7 @@ def number_patterns(name, number):
 
 
 def der_items(der):
-    """(tag, content) of the items of a sequence."""
+    """Returns (tag, content) for each item of a sequence."""
     def item(at):
         length, at = der[at + 1], at + 2
         if length >= 0x80:
@@ -82,7 +81,7 @@ def run(*command, **options):
 
 
 def key_patterns(path):
-    """Of an unencrypted key file of the directory."""
+    """Patterns of the key in an unencrypted file."""
     pem = open(path).read()
     lines = pem.split("\n")
     patterns = {"a line of the key file": lines[len(lines) // 2 - 1].encode()[:32]}
@@ -116,7 +115,7 @@ def chunks_of_memory(pid):
                 memory.seek(begin)
                 try:
                     data = memory.read(min(CHUNK, end - begin))
-                except OSError:  # a mapped file that has become shorter, a page that is gone
+                except OSError:  # a mapped file that was cut, or a page that was unmapped
                     break
                 if data != zeros[:len(data)]:
                     yield data
@@ -124,7 +123,7 @@ def chunks_of_memory(pid):
 
 
 def search(pid, patterns, core=CORES):
-    """How often each pattern is in the memory of a waiting process. Nothing that is found twice by overlap matters."""
+    """Counts each pattern in the memory of a waiting process. May count one twice where chunks overlap."""
     global searches, searched_bytes, cores
     found = {}
     for data in chunks_of_memory(pid):
@@ -154,7 +153,7 @@ def expect(what, holds, details):
 # ---- Programs that sign ----
 
 class Meeting:
-    """Where a program waits for this one: it says that it is there and goes on when it is told to (WaitForTest.h)."""
+    """Two pipes to a program that waits: it tells this test so, and continues when told (WaitForTest.h)."""
 
     def __init__(self):
         self.here, here_of_child = os.pipe()
@@ -167,7 +166,7 @@ class Meeting:
             os.close(descriptor)
 
     def wait(self):
-        """False: it has ended without being there."""
+        """Returns False when the program ended without waiting."""
         return os.read(self.here, 1) == b"h"
 
     def go_on(self):
@@ -209,7 +208,7 @@ class Program:
         self.meeting.go_on()
 
     def finish(self, patterns):
-        """Ends it, and searches what it left: output and log."""
+        """Lets the program end, and searches its output and its log."""
         self.go_on()
         self.process.wait()
         self.meeting.close()
@@ -227,7 +226,7 @@ class Program:
 
 
 def check_natives(directory, name, store, patterns, refused=(), in_use=True, kept=()):
-    """The bridge and the toolkit in a program that overwrites its own text. kept: what may stay, by agreement."""
+    """The bridge and the toolkit in a program that overwrites its own text. kept: patterns that may stay in memory."""
     child = Program(directory, [program], [store, *refused])
     child.wait("control")
     found = search(child.pid, patterns)
@@ -258,11 +257,11 @@ def check_natives(directory, name, store, patterns, refused=(), in_use=True, kep
 
 
 def check_at_exit(directory, name, command, patterns, kept=()):
-    """A whole program, searched when it is about to end."""
+    """Searches a whole program when it is about to end."""
     preload = {"LD_PRELOAD": f"{private_log} {wait_at_exit}"}
     child = Program(directory, command, environment=preload)
     child.wait()
-    # A JVM's core file has gigabytes that were never written to.
+    # A JVM's core file contains gigabytes that were never written to.
     found = search(child.pid, patterns, CORES and command[0] != java)
     left = {key: times for key, times in found.items() if key not in kept}
     expect(f"{name}: nothing at the end", not left, left)
@@ -271,7 +270,7 @@ def check_at_exit(directory, name, command, patterns, kept=()):
 
 
 def check_prompt(directory, pin, store, patterns):
-    """vexsign that asks for the PIN on a terminal."""
+    """Searches vexsign after it has asked for the PIN on a terminal."""
     meeting = Meeting()
     for descriptor in meeting.of_child:
         os.set_inheritable(descriptor, True)
@@ -346,7 +345,7 @@ def a_round(directory):
     check_natives(directory, "PEM, pin-value", f"file:{directory}/ec.enc.pem{by_value}", {**pins, **ec})
     check_natives(directory, "PEM, no PIN", f"file:{directory}/rsa.pem", rsa)
 
-    # A token wants its PIN again after it was away: the toolkit keeps it.
+    # A token that was removed needs its PIN again, so the toolkit keeps the PIN.
     make_token(directory, pin)
     token = check_natives(directory, "token", f"pkcs11:token=Card{by_value}&module-path={SOFTHSM}", pins,
                           [f"pkcs11:token=Nobody{by_value}&module-path={SOFTHSM}"], False, ("PIN, ascii",))
@@ -365,7 +364,7 @@ def a_round(directory):
                     "--out", f"{directory}/out", "text"]
 
         check_at_exit(directory, "JVM, pin-source", demo_command(by_source), both)
-        # The JVM keeps the text of a Java string, and this one is also on the command line.
+        # The JVM keeps the text of a Java string, and this text is also on the command line.
         java_keeps = check_at_exit(directory, "JVM, pin-value", demo_command(by_value), both,
                                    ("PIN, ascii", "PIN, utf-16-le"))
     return token, java_keeps

@@ -1,6 +1,6 @@
 // Signs through the natives and waits at each stage, so that the test that started it can search its memory. The
-// secrets come on standard input and not as arguments, which stay in memory: one initialisation text of a store on each
-// line. The first store signs, the others are refused. The program overwrites its own copies of the secrets.
+// secrets come from standard input, because arguments stay in memory. Each line is the initialisation text of a store.
+// The first store signs, the others are refused. The program overwrites its own copies of the secrets.
 #include <jni.h>
 #include <string.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// A line of standard input. Reads byte by byte, so that no later line is in memory.
+// Reads a line of standard input byte by byte, so that no later line is in memory.
 class Line {
 public:
     Line() {
@@ -32,7 +32,7 @@ public:
     bool IsEmpty() const { return m_nLength == 0; }
     std::string Text() const { return {m_text.data(), m_nLength}; }
 
-    // Like code that forgets to overwrite: leaves the text in every form that could remain.
+    // Leaves the text in memory in every form that could remain, like code that forgets to overwrite it.
     void LeaveCopies(std::array<std::array<wchar_t, 4096>, 2>& copies) const {
         auto* const pUtf16 = reinterpret_cast<char16_t*>(copies[1].data());
         for (size_t i = 0; i < m_nLength; ++i) {

@@ -1,5 +1,5 @@
-// For LD_PRELOAD: at its end, after its own exit handlers, the program waits for the test that started it. Programs
-// that it starts do not wait.
+// For LD_PRELOAD: after its own exit handlers the program waits for the test that started it. Programs that it starts
+// do not wait.
 #include <cstdlib>
 
 #include "WaitForTest.h"

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-// Tells the test that the program waits, and returns when the test lets it go on. The environment variable
-// VEX_TEST_WAIT names the two descriptors, "HERE,GO".
+// Tells the test that the program waits, and returns when the test lets it continue. The environment variable
+// VEX_TEST_WAIT contains the numbers of the two descriptors, "HERE,GO".
 inline void WaitForTest() {
     const char* const pszDescriptors = std::getenv("VEX_TEST_WAIT");
     int nHere = -1;
