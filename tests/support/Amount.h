@@ -1,4 +1,4 @@
-// How much a test of large numbers does, and the seed of its random choices.
+// The amount of work of a test of large numbers, and the seed of its random choices.
 #pragma once
 
 #include <cstdint>
@@ -6,14 +6,14 @@
 #include <cstdlib>
 #include <random>
 
-// The number in the environment variable, which a long run sets, or else the one given.
+// The number in the environment variable, which a long run sets, or else the default.
 inline long AmountOf(const char* pszVariable, long nDefault) {
     const char* const pszAmount = std::getenv(pszVariable);
     return pszAmount != nullptr ? std::strtol(pszAmount, nullptr, 10) : nDefault;
 }
 
-// One seed for the whole process: that of the environment variable VEX_TEST_SEED or else a new one. Printed once, so
-// that a failure can be repeated.
+// The seed of the whole process: the environment variable VEX_TEST_SEED or else a new one. Prints it once, so that a
+// failure can be repeated.
 inline std::uint32_t SeedOfRun() {
     static const std::uint32_t s_uSeed = [] {
         const char* const pszSeed = std::getenv("VEX_TEST_SEED");

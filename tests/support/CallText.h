@@ -1,4 +1,4 @@
-// How recorded calls are written down: one line a call, arguments as C++ would write them.
+// Formats recorded calls: one line for each call, with the arguments as in C++.
 #pragma once
 
 #include <cstdint>

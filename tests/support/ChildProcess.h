@@ -16,19 +16,19 @@ struct ChildEnd {
 };
 
 enum class Exit {
-    kAtOnce,    // without exit handlers; the log's takes a second
-    kByReturn,  // as from main: the exit handlers run
+    kAtOnce,    // without exit handlers: the log's handler takes a second
+    kByReturn,  // like a return from main: the exit handlers run
 };
 
 // Only for a process with one thread. SIGALRM ends a child that hangs for two minutes.
 ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit = Exit::kAtOnce);
 void ExpectChildPasses(const std::function<void()>& fnBody, Exit exit = Exit::kAtOnce);
 
-// Waits for the children; each has to end with status 0.
+// Waits for the children and expects that each ends with status 0.
 void ExpectSuccess(const std::vector<pid_t>& children);
 
-// For a process that ends at once: writes down its coverage, in a build that measures it.
+// For a process that ends without exit handlers: writes its coverage in a build that measures it.
 void NoteCoverage();
 
-// Ends a child without exit handlers; the status tells whether an expectation failed.
+// Ends a child without exit handlers. The status is not 0 when an expectation failed.
 [[noreturn]] void EndChildAtOnce();

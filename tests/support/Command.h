@@ -1,4 +1,4 @@
-// Runs a shell command, for checks by other programs.
+// Runs a shell command, for checks with other programs.
 #pragma once
 
 #include <sys/wait.h>

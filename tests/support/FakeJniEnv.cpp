@@ -128,7 +128,7 @@ struct FakeJniEnv::Hooks {
         if (bFails) {
             return nullptr;
         }
-        // A block of its own, so that reading past it is seen.
+        // A separate block, so that a sanitizer sees a read behind it.
         object.pszChars = std::make_unique<char[]>(object.bytes.size() + 1);
         std::memcpy(object.pszChars.get(), object.bytes.c_str(), object.bytes.size() + 1);
         ++env.m_nUnreleasedChars;
@@ -210,7 +210,7 @@ struct FakeJniEnv::Hooks {
         return reinterpret_cast<jstring>(pText);
     }
 
-    // The only constructor there is: String(byte[], String).
+    // The only constructor: String(byte[], String).
     static jobject JNICALL NewObjectV(JNIEnv* pEnv, jclass type, jmethodID constructor, va_list arguments) {
         FakeJniEnv& env = Of(pEnv);
         const jobject array = va_arg(arguments, jobject);
@@ -245,7 +245,7 @@ struct FakeJniEnv::Hooks {
     }
 };
 
-// The list above leaves nothing out but the four reserved entries in front and what a later JNI adds at the end.
+// The list above has all functions except the four reserved entries in front and later additions to JNI at the end.
 #define VEX_COUNT(Name) +1
 static_assert(offsetof(JNINativeInterface_, GetModule) == (4 + 0 VEX_JNI_FUNCTIONS(VEX_COUNT) - 1) * sizeof(void*));
 #undef VEX_COUNT

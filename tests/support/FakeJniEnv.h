@@ -1,5 +1,5 @@
-// A JNIEnv for tests without a JVM. It offers the functions of JNI that the bridge is allowed to use, on strings of its
-// own, and writes down every call; any other function of JNI ends the program with its name.
+// A JNIEnv for tests without a JVM. It implements the JNI functions that the bridge may use, on its own strings, and
+// records every call. Any other JNI function prints its name and ends the program.
 //
 // For one thread, like any JNIEnv.
 #pragma once
@@ -16,33 +16,33 @@
 
 class FakeJniEnv : public JNIEnv {
 public:
-    // fnRecord gets one line for each call of a JNI function: "GetStringUTFLength(input) = 3". References are written
-    // as the names of what they refer to, in this class's words: class, constructor, array, encoding, text.
+    // fnRecord gets one line for each call of a JNI function: "GetStringUTFLength(input) = 3". A reference is shown as
+    // the name of its object: class, constructor, array, encoding, text.
     explicit FakeJniEnv(std::function<void(std::string)> fnRecord);
     FakeJniEnv() : FakeJniEnv([](const std::string&) {}) {}
     ~FakeJniEnv();
     FakeJniEnv(const FakeJniEnv&) = delete;
     FakeJniEnv& operator=(const FakeJniEnv&) = delete;
 
-    // A Java string whose modified UTF-8 form has these bytes, written as strName in the recorded calls.
+    // Creates a Java string from its modified UTF-8 form. Recorded calls show it as strName.
     jstring MakeString(std::string bytes, std::string strName = "input");
 
-    // Overwrites and drops what MakeString was given: nothing of it is left here, and the string is empty.
+    // Overwrites and frees the text that MakeString got. No copy stays here, and the string is empty.
     void Forget(jstring text);
 
     // From now on the JNI function of this name does nothing and returns null.
     void Fail(std::string_view function) { m_failing.emplace(function); }
 
-    // Called first by each NewString, with its arguments, while what they point to is still valid.
+    // Sets a function that each NewString calls first, with its arguments, while their memory is still valid.
     void OnNewString(std::function<void(const void* pUnits, jsize nLength)> function) {
         m_fnNewString = std::move(function);
     }
 
-    // What the bridge made of a text: the units given to NewString, or the bytes given to String(byte[], String).
+    // The text as the bridge converted it: the units given to NewString, or the bytes given to String(byte[], String).
     std::u16string Units(jstring text);
     std::string Bytes(jstring text);
 
-    // Calls of GetStringUTFChars that no ReleaseStringUTFChars has followed.
+    // The number of GetStringUTFChars calls without a ReleaseStringUTFChars.
     int UnreleasedChars() const { return m_nUnreleasedChars; }
 
 private:
@@ -50,7 +50,7 @@ private:
         std::string strName;
         std::string bytes = {};
         std::u16string units = {};
-        std::unique_ptr<char[]> pszChars = {};  // what GetStringUTFChars handed out
+        std::unique_ptr<char[]> pszChars = {};  // the copy that GetStringUTFChars returned
     };
     struct Hooks;
     static const JNINativeInterface_ s_functions;

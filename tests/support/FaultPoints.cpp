@@ -57,8 +57,8 @@ bool IsInLibrary(const void* pCode, const char* pszName) {
            std::strstr(info.dli_fname, pszName) != nullptr;
 }
 
-// Whether OpenSSL makes this allocation, itself or through the toolkit's functions for it. Optimised, those leave no
-// frame of their own.
+// Whether OpenSSL makes this allocation, directly or through the toolkit's allocation functions for it. In an optimised
+// build these functions have no stack frame.
 bool IsForOpenSsl(const void* pCaller) {
     const fault_points::Pause pause;
     if (!IsInLibrary(pCaller, "libVEXClientTK")) {
@@ -69,14 +69,14 @@ bool IsForOpenSsl(const void* pCaller) {
     return pFound != callers.end() && pFound + 1 != callers.end() && IsInLibrary(pFound[1], "libcrypto");
 }
 
-// Whether a function of OpenSSL 3 makes this allocation that leaks when it fails.
+// Whether the allocation is in a function of OpenSSL 3 that leaks when the allocation fails.
 bool IsForgetful() {
     const fault_points::Pause pause;
     const Callers callers;
     return std::any_of(callers.begin(), callers.end(), [](void* pCaller) {
         Dl_info info{};
         return dladdr(pCaller, &info) != 0 && info.dli_sname != nullptr &&
-               std::strcmp(info.dli_sname, "OSSL_STORE_attach") == 0;  // the loader that it has made
+               std::strcmp(info.dli_sname, "OSSL_STORE_attach") == 0;  // it leaks the loader that it created
     });
 }
 
@@ -252,7 +252,7 @@ void* operator new(std::size_t cb) {
 void* operator new[](std::size_t cb) {
     return New(cb);
 }
-// The sanitizer's own would not match the delete below.
+// The sanitizer's operator new would not match the delete below.
 void* operator new(std::size_t cb, const std::nothrow_t&) noexcept {
     return IsToFail("operator new") ? nullptr : std::malloc(cb > 0 ? cb : 1);
 }
@@ -275,13 +275,13 @@ void operator delete[](void* p, std::size_t) noexcept {
 
 namespace {
 
-// How the operations fail. The number means nothing to the bridge.
+// The result of a failed operation. The bridge does not use its value.
 constexpr INT kFailure = -5;
 
 }  // namespace
 
-// Those of VEX_FILE_FUNCTIONS are made to fail in the same way. GetLastError and GetTickCount cannot fail. HeapFree
-// frees all the same: a leak would be the test's own. memcpy_x behaves as when the bytes do not fit.
+// The functions of VEX_FILE_FUNCTIONS fail in the same way. GetLastError and GetTickCount cannot fail. A failing
+// HeapFree still frees, so that the test itself does not leak. memcpy_x behaves as if the bytes did not fit.
 #define VEX_OTHER_FUNCTIONS(X)                                                                                         \
     X(INT, VCTK_SetDigestAlg, kFailure, (HANDLE hObject, const char* pszDigestAlg), (hObject, pszDigestAlg))           \
     X(INT, VCTK_SetChooseSingleCert, kFailure, (HANDLE hObject, int nChoose), (hObject, nChoose))                      \

@@ -9,7 +9,7 @@ namespace fault_points {
 
 enum class Where {
     kHere,       // on the calling thread
-    kElsewhere,  // on any other: the log's writer
+    kElsewhere,  // on any other thread: the log's writer
 };
 
 enum class How {
@@ -17,16 +17,16 @@ enum class How {
     kFromThereOn,  // and all allocations after it on that thread
 };
 
-// From now on. nPoint: from 1; 0 only counts.
+// Starts counting. The call nPoint fails, counted from 1; with 0 none fails.
 void Arm(Where where, long nPoint, How how = How::kOnce);
 
-// Ends it. Returns how many calls there were that could fail.
+// Stops counting. Returns the number of calls that could fail.
 long Disarm();
 
 // The function that failed at the nth call since Arm; null when there was none.
 const char* Failed();
 
-// Whether that was an allocation that OpenSSL asked for.
+// Whether that call was an allocation by OpenSSL.
 bool FailedInOpenSsl();
 
 // Whether OpenSSL is known to leak a block when that allocation fails.
@@ -35,10 +35,10 @@ bool OpenSslLeaks();
 // While calls are only counted, the nth element becomes true when the nth call is an allocation for OpenSSL.
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom);
 
-// Counts a call of a function that FaultPoints.cpp does not intercept, and tells whether it is to fail.
+// Counts a call of a function that FaultPoints.cpp does not intercept. Returns whether the call must fail.
 bool IsToFail(const char* pszFunction);
 
-// While it exists, calls of this thread do not fail and do not count.
+// While it exists, calls of this thread do not fail and are not counted.
 class Pause {
 public:
     Pause();
@@ -47,10 +47,10 @@ public:
     Pause& operator=(const Pause&) = delete;
 };
 
-// The number of allocated blocks in the whole process; 0 under a sanitizer, which looks for leaks itself.
+// The number of allocated blocks in the whole process; 0 under a sanitizer, which searches for leaks itself.
 long LiveBlocks();
 
-// The handle that VCTK_Initialize gave last.
+// The handle that VCTK_Initialize returned last.
 void* LastHandle();
 
 }  // namespace fault_points

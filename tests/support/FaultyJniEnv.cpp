@@ -20,7 +20,7 @@ struct FaultyJniEnv::Hooks {
         return call(*env.m_pFunctions);
     }
 
-    // The lengths and the release throw nothing.
+    // The functions for lengths and releases do not throw.
     static jsize JNICALL GetStringUTFLength(JNIEnv* pEnv, jstring text) {
         const bool bFails = IsToFail("GetStringUTFLength");
         const Pause pause;

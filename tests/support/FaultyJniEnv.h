@@ -1,4 +1,4 @@
-// A FakeJniEnv whose functions take part in the fault points, and which knows of pending exceptions.
+// A FakeJniEnv with pending exceptions. Its functions are fault points.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 #include "FakeJniEnv.h"
 #include "FaultPoints.h"
 
-// For one thread, and one object on it at a time.
+// For one thread, which may have one object at a time.
 class FaultyJniEnv {
 public:
     FaultyJniEnv();
@@ -18,11 +18,11 @@ public:
     jstring MakeString(const char* psz);
     std::string Bytes(jstring text);
 
-    // Like the return of a native to Java: clears the pending exception, and tells whether there was one.
+    // Like a native's return to Java: clears the pending exception. Returns whether there was one.
     bool TakeException();
 
-    // "A then B" for a function B that was called while the exception of a failed A was pending, which a JVM does not
-    // allow; empty when there was none.
+    // "A then B" when function B was called while the exception of a failed A was pending, which a JVM forbids. Empty
+    // when there was no such call.
     const std::string& CalledWithException() const { return m_strCalledWithException; }
 
 private:

@@ -1,4 +1,4 @@
-// Watches the log's calls of the toolkit's file functions: FileCalls.cpp intercepts them. Any thread.
+// Watches the log's calls of the toolkit's file functions, which FileCalls.cpp intercepts. Any thread.
 #pragma once
 
 #include <functional>
@@ -8,14 +8,14 @@ namespace file_calls {
 
 struct Call {
     std::string_view function;   // "WriteFile"
-    std::string_view data = {};  // what WriteFile was given
+    std::string_view data = {};  // the bytes for WriteFile
 };
 
-// The function runs before each call, on the caller's thread; also in processes forked later. Set it while nothing is
-// logged.
+// Sets a function that runs before each call, on the caller's thread, also in processes forked later. Call it while
+// nothing is logged.
 void Watch(std::function<void(const Call&)> fnBefore);
 
-// How many calls of a function have returned.
+// The number of calls of a function that have returned.
 int Count(std::string_view function);
 
 // Returns when nCount calls of the function have returned. Ends the program after twenty seconds without one.

@@ -1,13 +1,12 @@
-// The toolkit's functions that work on files, except WriteFile, for the sources that define them in front of the
-// toolkit's.
+// The toolkit's functions on files, except WriteFile, for sources that define them in front of the toolkit's.
 #pragma once
 
 #include "SystemCalls.h"
 #include "VEXCompat.h"
 
 // X(result, name, failure, parameters, arguments): failure is what the function returns when it is made to fail.
-// s_pName is the toolkit's function (VEX_NEXT). CloseHandle closes all the same: a leak would be the test's own.
-// VexCreateFile also has to set the last error.
+// s_pName is the toolkit's function (VEX_NEXT). A failing CloseHandle still closes, so that the test itself does not
+// leak. VexCreateFile also sets the last error.
 #define VEX_FILE_FUNCTIONS(X)                                                                                        \
     X(HANDLE, VexCreateFile, s_pVexCreateFile(nullptr), (LPCSTR lpFileName), (lpFileName))                           \
     X(BOOL, CloseHandle, (s_pCloseHandle(hObject), FALSE), (HANDLE hObject), (hObject))                              \

@@ -1,4 +1,4 @@
-// The payloads of file server requests and replies, byte by byte and on their own: nothing here is the server's.
+// The payloads of file server requests and replies, byte by byte. They share no code with the server.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Forks while threads call something, and lets each child call it too. A child that inherits a held lock hangs, because
-// the thread that holds it does not exist in the child.
+// Forks while threads call a function, and calls it in each child, too. A child that inherits a held lock hangs,
+// because the thread that holds it does not exist in the child.
 #pragma once
 
 #include <gtest/gtest.h>

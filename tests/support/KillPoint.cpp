@@ -48,7 +48,7 @@ Outcome Decide(const system_calls::Call& call) {
     if (bHere && s_pShared->where == kill_point::Where::kBefore) {
         return After(Die);
     }
-    // Two bytes of one page are written, or not; what is longer may be cut short anywhere.
+    // A write of two bytes in one page is whole or does not happen. A longer write may be cut anywhere.
     Outcome outcome = bHere && name == "pwrite" && call.cb > 2 ? Short(static_cast<int>(call.cb / 2)) : kReal;
     outcome.fnAfter = [bHere, call](ssize_t nResult) {
         const std::string_view done = call.pszName;

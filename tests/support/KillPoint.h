@@ -11,7 +11,7 @@ enum class Where {
     kInside,  // after half of what pwrite writes, if that is more than two bytes; else after the call
 };
 
-// What the child process has done, for its parent. In shared memory, so that it outlives the child.
+// Shows the parent what the child process has done. It is in shared memory, so that it stays when the child ends.
 struct Account {
     int nCalls = 0;       // calls that have begun
     bool bInCut = false;  // between reading a file and cutting it
@@ -19,7 +19,7 @@ struct Account {
     std::string strLast;  // the last of the calls
 };
 
-// Before the fork. The child starts counting with Arm.
+// Call before the fork. The child starts counting with Arm.
 void Share();
 Account Read();
 

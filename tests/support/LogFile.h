@@ -20,13 +20,13 @@ struct LogRecord {
     std::string strMessage;  // to the end of the entry
 };
 
-// Nothing when the text is no complete record.
+// Returns nothing when the text is not a complete record.
 std::optional<LogRecord> ParseLogRecord(std::string_view entry);
 
 struct LogFile {
     bool bHeader = false;              // the two bytes FF FE
-    std::vector<std::string> entries;  // without what ends them, the one that strCut came from not among them
-    std::string strCut;                // what a cut left of its first entry; empty without one
+    std::vector<std::string> entries;  // without their line ends and without the entry of strCut
+    std::string strCut;                // the rest of the first entry after a cut; else empty
     std::string strUnfinished;         // what follows the last end of an entry
 };
 
@@ -34,9 +34,9 @@ struct LogFile {
 // record's beginning or the end of the file follows.
 LogFile ParseLogFile(std::string_view bytes);
 
-// An unreadable file is an empty one.
+// A file that cannot be read counts as empty.
 LogFile ReadLogFile(const std::string& strPath);
 
-// The records of ReadLogFile's entries. Throws std::runtime_error for an entry that is none; an empty first one may be
-// what a cut left.
+// The records of ReadLogFile's entries. Throws std::runtime_error for an entry that is not a record, except an empty
+// first entry, which a cut can leave.
 std::vector<LogRecord> ReadLogRecords(const std::string& strPath);

@@ -1,5 +1,5 @@
-// Tells when the log's writer has nothing more to do. LogIdle.cpp intercepts the posts of semaphores and the waits for
-// them; in these libraries only the log uses semaphores. Any thread; also in a process forked before the first record.
+// Waits until the log's writer is idle. LogIdle.cpp intercepts posts of semaphores and waits for them. In these
+// libraries only the log uses semaphores. Any thread; also in a process forked before the first record.
 #pragma once
 
 namespace log_idle {

@@ -1,4 +1,4 @@
-// The line numbers in the log's records of the natives. They are part of the log's format.
+// The line numbers that log records of the natives contain. They are part of the log's format.
 #pragma once
 
 struct Lines {

@@ -1,4 +1,4 @@
-// Mounts that no other process sees. For child processes: they keep them to their end.
+// Mounts that no other process sees. For child processes: the mounts stay until the process ends.
 #pragma once
 
 #include <sched.h>
@@ -8,7 +8,7 @@
 #include <fstream>
 #include <string>
 
-// False where the system does not allow them. An ordinary user keeps the user and group IDs.
+// False when the system does not allow such mounts. An ordinary user keeps the user and group IDs.
 inline bool HaveOwnMounts() {
     const uid_t user = geteuid();
     const gid_t group = getegid();
@@ -23,7 +23,7 @@ inline bool HaveOwnMounts() {
     return mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-// A file system in memory, for everybody to write to.
+// Mounts a file system in memory to which everybody may write.
 inline bool MountSmall(const std::string& strPath, unsigned long nFlags = 0,
                        const char* pszOptions = "size=64k,mode=777") {
     return mount("vextest", strPath.c_str(), "tmpfs", nFlags, pszOptions) == 0;

@@ -15,10 +15,10 @@ namespace {
 Pkcs11Shim g_shim;
 CK_FUNCTION_LIST* g_pReal = nullptr;
 CK_FUNCTION_LIST g_functions;
-// Held shared by calls that use a session: the real module frees a session that is closed while it is in use.
+// Calls that use a session hold it shared: the real module would free a session that is closed while it is in use.
 std::shared_mutex g_sessions;
 
-// A call that counts among those at once.
+// Counts a call among those that run at once.
 class Inside {
 public:
     Inside() {
@@ -57,7 +57,7 @@ struct Forward<Member, Away> {
 
 CK_RV Initialize(void* pArguments) {
     ++g_shim.cInitialize;
-    g_shim.cSessions = 0;  // a forked child has none of its parent's
+    g_shim.cSessions = 0;  // a forked child has no session of its parent
     if (g_shim.fCannotLock) {
         if (pArguments != nullptr) {
             return CKR_CANT_LOCK;
@@ -140,7 +140,7 @@ bool IsDecryptionKey(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject) {
            std::string_view(label.data(), attribute.ulValueLen) == "decryptkey";
 }
 
-// The real module's keys may sign whatever they were made for.
+// The real module lets any key sign.
 CK_RV GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* pAttributes,
                         CK_ULONG cAttributes) {
     const CK_RV rv = Forward<&CK_FUNCTION_LIST::C_GetAttributeValue, CKR_DEVICE_REMOVED>::Call(

@@ -1,30 +1,30 @@
-// What the PKCS #11 module of the tests, which forwards to a real one, can be told and asked. The real module's path is
-// in the environment variable VEX_TEST_PKCS11_MODULE. Keys with the label "decryptkey" may not sign.
+// The settings and counters of the tests' PKCS #11 module, which forwards to a real one. The environment variable
+// VEX_TEST_PKCS11_MODULE contains the real module's path. Keys with the label "decryptkey" may not sign.
 #pragma once
 
 #include <atomic>
 
 struct Pkcs11Shim {
-    // The token is away: it is not listed, its sessions are gone, and every call on it fails.
+    // The token is removed: it is not listed, its sessions have ended, and every call on it fails.
     std::atomic<bool> fRemoved{false};
     // Sessions that may be open at once, by this module's count.
     std::atomic<int> nMostSessions{1000000};
 
-    // PINs have been changed: they have an "x" more at their end.
+    // All PINs were changed: each has an additional "x" at its end.
     std::atomic<bool> fPinChanged{false};
 
-    // The user's PIN has been tried too often.
+    // The user's PIN was tried too often.
     std::atomic<bool> fPinLocked{false};
-    // The reader has a pad for the PIN, on which "4711" is entered when a login comes without one.
+    // The reader has a PIN pad. On a login without a PIN, "4711" is entered there.
     std::atomic<bool> fPinPad{false};
 
-    // The module cannot be used by several threads at once, and says so when it is initialised.
+    // The module does not allow several threads at once, and says so when it is initialised.
     std::atomic<bool> fCannotLock{false};
 
     // Signing fails in the middle of the operation.
     std::atomic<bool> fSigningFails{false};
 
-    // The certificates are no DER.
+    // The certificates are not DER.
     std::atomic<bool> fCertificatesDamaged{false};
 
     std::atomic<int> cLogins{0};         // calls of C_Login for the user
@@ -35,10 +35,10 @@ struct Pkcs11Shim {
     std::atomic<int> cSessions{0};
     std::atomic<int> cPads{0};  // logins by the pad
 
-    // Calls that were in the module's signing and session functions at once, at most, since it was set to 0.
+    // The greatest number of calls at once in the signing and session functions, since it was set to 0.
     std::atomic<int> cMostAtOnce{0};
 
-    // Ends all sessions of all tokens behind their users' backs.
+    // Ends all sessions of all tokens without telling their users.
     void (*pfnLoseSessions)() = nullptr;
 };
 

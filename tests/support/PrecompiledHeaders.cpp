@@ -1,1 +1,1 @@
-// Nothing: this library is there for the headers that the tests share in compiled form.
+// Empty: this library only precompiles the headers that the tests share.

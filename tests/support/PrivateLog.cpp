@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::string_view kPaths[] = {"/tmp/PILog.txt", "/tmp/pipe.log", "/tmp/testPipe", "/var/log.ini"};
 
-// Where a path leads. Allocates nothing: in some tests memory runs out.
+// Redirects a path. Allocates nothing, because in some tests memory runs out.
 class Destination {
 public:
     explicit Destination(const char* pszPath) : m_pszPath(pszPath) {
@@ -55,7 +55,7 @@ mode_t ModeArgument(int nFlags, va_list arguments) {
     return bHasMode ? va_arg(arguments, mode_t) : 0;
 }
 
-// Faults tell apart what open is to do.
+// The names under which faults know the uses of open.
 const char* NameOfOpen(int nFlags) {
     return (nFlags & O_TMPFILE) == O_TMPFILE ? "open without a name"
            : (nFlags & O_CREAT) != 0         ? "open to create"
@@ -85,7 +85,7 @@ int open64(const char* pszPath, int nFlags, ...) {
     return s_pNext(Destination(pszPath).Path(), nFlags, nMode);
 }
 
-// What open becomes in a fortified build when it has no mode.
+// A fortified build calls this for open without a mode.
 int __open_2(const char* pszPath, int nFlags) {
     static auto* const s_pNext = Next(__open_2, "__open_2");
     return s_pNext(Destination(pszPath).Path(), nFlags);
@@ -112,7 +112,7 @@ int __openat_2(int nDirectory, const char* pszPath, int nFlags) {
     return Perform({NameOfOpen(nFlags)}, [&](std::size_t) { return s_pNext(nDirectory, path.Path(), nFlags); });
 }
 
-// Gives a name to a file that was made without one.
+// Gives a name to a file that was created without one.
 int linkat(int nOldDirectory, const char* pszOld, int nNewDirectory, const char* pszNew, int nFlags) noexcept {
     static auto* const s_pNext = Next(linkat, "linkat");
     const Destination path(pszNew);

@@ -1,5 +1,4 @@
-// A log directory for a test program that was not given one. It exists from before main until after the log's exit
-// handler.
+// A log directory for a test program without one. It exists from before main until after the log's exit handler.
 
 #include <stdlib.h>
 

@@ -109,8 +109,7 @@ void SetText(std::string_view operation, Text text) {
 
 }  // namespace recording_toolkit
 
-// The operations, with their widths written out and VCTK.h not included: a wrong width there shows as a wrong value
-// here.
+// The operations with explicit widths. VCTK.h is not included, so that a wrong width there shows as a wrong value here.
 extern "C" {
 
 void* VCTK_Initialize(const char* pszAuxParam) {

@@ -1,4 +1,4 @@
-// A row of a table-driven test: what GoogleTest names and prints it by. Tables derive their rows from it.
+// The base of a row in a table-driven test: gives GoogleTest the row's name.
 #pragma once
 
 #include <gtest/gtest.h>

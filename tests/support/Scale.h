@@ -1,5 +1,5 @@
-// How much a test that takes its weight from numbers does: all of it as shipped, less under a sanitizer or where the
-// environment variable VEX_TEST_DIVISOR says by how much.
+// Scales the number of repetitions of a test. The shipped build runs all of them. A sanitizer's build runs fewer, and
+// the environment variable VEX_TEST_DIVISOR sets another divisor.
 #pragma once
 
 #include <cstdio>
@@ -14,7 +14,7 @@ inline constexpr int kScaleDivisor = 20;
 inline constexpr int kScaleDivisor = 1;
 #endif
 
-// The number to use for the full one; says so when it is less.
+// Returns the scaled number. Prints both when it is less.
 inline int Scaled(int nFull) {
     const int nDivisor = static_cast<int>(AmountOf("VEX_TEST_DIVISOR", kScaleDivisor));
     const int nScaled = nFull / nDivisor > 0 ? nFull / nDivisor : 1;

@@ -40,7 +40,7 @@ int NewSocket() {
     return nSocket;
 }
 
-// Binds to a free port of those that the system gives out, all of which are above 8665.
+// Binds to a free port of the range that the system assigns. All of them are above 8665.
 std::uint16_t BindToFreePort(int nSocket) {
     sockaddr_in address = Loopback(0);
     socklen_t cbAddress = sizeof address;
@@ -223,7 +223,7 @@ ScriptedPeer::ScriptedPeer(Script script) : m_script(std::move(script)), m_nList
     if (listen(m_nListener, 128) != 0) {
         throw std::runtime_error("cannot listen");
     }
-    // Starting a thread may open files for a moment: tests that count on descriptor numbers begin afterwards.
+    // The start of a thread may open files for a moment. Tests that rely on descriptor numbers begin after that.
     m_thread = std::thread([this] {
         m_running.set_value();
         Run();

@@ -1,7 +1,8 @@
-// A server on the loopback interface that does what a test tells it to, byte by byte, the wrong things included.
+// A server on the loopback interface that follows a test's script, byte by byte, also when the script breaks the
+// protocol.
 //
-// It shares nothing with the client but the layout of the records, which it has as plain bytes. Its failures are those
-// of GoogleTest's macros; nothing waits longer than twenty seconds.
+// It shares only the layout of the records with the client, written as plain bytes. It reports failures with
+// GoogleTest's macros. Nothing waits longer than twenty seconds.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +29,7 @@ struct PeerMessage {
     std::uint8_t uDestinationCallBack = 0;
     std::uint64_t uSequence = 0;
     std::uint64_t uParamter = 0;
-    std::optional<std::uint64_t> uLength;  // the header's; without one it is that of the payload
+    std::optional<std::uint64_t> uLength;  // in the header; default: the payload's length
     std::string strPayload;
 
     std::string Header() const;
@@ -43,31 +44,31 @@ public:
     PeerConnection& operator=(const PeerConnection&) = delete;
     ~PeerConnection() { Close(); }
 
-    // Exactly that many bytes; fewer, with a failure of the test, when they do not come.
+    // Receives exactly cb bytes. If fewer come, returns those and fails the test.
     std::string Receive(std::size_t cb);
-    // What comes until the other end is closed.
+    // Receives until the other end is closed.
     std::string ReceiveToEnd();
-    // A whole message.
+    // Receives a whole message.
     PeerMessage ReceiveMessage();
-    // Waits for the next byte, which stays to be received. FALSE: the other end is closed.
+    // Waits for the next byte without receiving it. FALSE: the other end is closed.
     bool HasMore();
 
-    // FALSE: the other end does not take them.
+    // FALSE: the other end does not accept the bytes.
     bool Send(std::string_view bytes);
-    // The bytes and, in between, nothing that could put them into one segment.
+    // Sends the bytes so that no two are in one segment.
     void SendByteByByte(std::string_view bytes);
 
-    // Takes the registration in, lets the client in and takes its request.
+    // Receives the registration, accepts it and receives the request.
     PeerMessage AcceptRequest();
-    // The same for a client that may give up in between.
+    // The same for a client that may give up before its request.
     std::optional<PeerMessage> AcceptRequestIfAny();
-    // The right answer to a request.
+    // Builds the correct answer to a request.
     static PeerMessage ReplyTo(const PeerMessage& request, std::string strPayload);
     void Reply(const PeerMessage& request, std::string strPayload);
 
     void ShutdownSending();
     void Close();
-    // Closes with a reset in place of an orderly end.
+    // Closes the connection with a reset.
     void Reset();
 
     int Socket() const { return m_nSocket; }
@@ -86,11 +87,11 @@ public:
     ScriptedPeer& operator=(const ScriptedPeer&) = delete;
     ~ScriptedPeer() { Finish(); }
 
-    // Takes no further connections, and waits for the script that is running.
+    // Accepts no further connections, and waits for the running script.
     void Finish();
 
     std::uint16_t Port() const { return m_uPort; }
-    // The object of session 0 whose port that is.
+    // The object of session 0 that has this port.
     std::uint16_t Object() const { return static_cast<std::uint16_t>(m_uPort - 8665); }
 
 private:
@@ -103,7 +104,7 @@ private:
     std::thread m_thread;
 };
 
-// A port of the loopback interface on which, for the life of the object, nobody listens or nobody answers.
+// A port of the loopback interface. As long as the object exists, nobody listens on it or nobody answers.
 class SilentPort {
 public:
     enum class Kind {

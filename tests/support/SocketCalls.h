@@ -1,5 +1,5 @@
-// Lets tests choose what the IPC client gets from its platform: its random identity, the time, the port of the file
-// server, and calls that fail.
+// Lets tests set what the IPC client gets from the platform: its random identity, the time, the file server's port, and
+// failing calls.
 //
 // SocketCalls.cpp defines rand, gettimeofday, popen, socket, connect, send, recv, pthread_create and HeapAlloc. By
 // default they do what those of libc and of the toolkit do.
@@ -14,7 +14,7 @@ namespace socket_calls {
 
 // Each works for the calling thread, as long as the object exists.
 
-// Exchanges identify themselves as that object: rand gives the number and the time has no microseconds.
+// Exchanges identify themselves as that object: rand returns its number, and the time has no microseconds.
 class Identity {
 public:
     explicit Identity(std::uint16_t uObject);
@@ -44,7 +44,7 @@ public:
     static bool Happened();
 };
 
-// In place of "id -u".
+// Replaces the command "id -u".
 class UserCommand {
 public:
     // Null: popen fails.
@@ -54,7 +54,7 @@ public:
     ~UserCommand();
 };
 
-// When recv of another thread meets the end of a connection, runs the function on that thread before recv returns.
+// Runs the function when recv on another thread meets the end of a connection, on that thread, before recv returns.
 // errno is then a meaningless number, as after any successful call.
 class AtEndOfConnection {
 public:

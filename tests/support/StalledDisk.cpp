@@ -1,5 +1,5 @@
-// A disk that stalls: a thread that writes to the log's file waits for ever. First it leaves a file named "stalled" in
-// the log's directory. For LD_PRELOAD, together with the private_log library.
+// A disk that stalls: a thread that writes to the log's file creates a file "stalled" in the log's directory and then
+// waits for ever. For LD_PRELOAD, together with the private_log library.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -1,9 +1,9 @@
 // The layer between the programs under test and libc: the program (or a library for LD_PRELOAD) defines libc's
-// functions itself. PrivateLog.cpp has those that take one of the log's paths, FileSystemCalls.cpp the other file
-// functions, SocketCalls.cpp those of the IPC client. Each asks here what is to happen to the call.
+// functions itself. PrivateLog.cpp has the functions that take one of the log's paths, FileSystemCalls.cpp the other
+// file functions, SocketCalls.cpp those of the IPC client. Each asks here for the outcome of its call.
 //
-// A fault is the name of a call with its outcomes. SystemCalls scripts those of one thread; a function given to Decide
-// sees the calls of all threads. Without either, all calls go to the kernel.
+// A fault is the name of a call with its outcomes. A SystemCalls object scripts the calls of one thread. A function in
+// g_pDecide decides about the calls of all threads. Without either, all calls go to the kernel.
 #pragma once
 
 #include <dlfcn.h>
@@ -52,20 +52,20 @@ namespace system_calls {
 
 struct Call {
     const char* pszName;
-    std::size_t cb = 0;    // that it is to transfer
-    int nDescriptor = -1;  // that it transfers to or from
+    std::size_t cb = 0;    // bytes to transfer
+    int nDescriptor = -1;  // of the file
 };
 
 // Decides about the calls of all threads; null: none.
 inline constinit std::atomic<Outcome (*)(const Call&)> g_pDecide{nullptr};
 
-// The function behind the program's own of that name.
+// The function of that name behind the program's own.
 template <typename Function>
 Function* Next(Function*, const char* pszName) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, pszName));
 }
 
-// Carries out the call as decided. real(cb): the real call with that many bytes. failed: what to return for a failure.
+// Carries out the call as decided. real(cb): the real call with cb bytes. failed: the result of a failure.
 template <typename Real, typename Result = std::invoke_result_t<Real, std::size_t>>
 Result Perform(const Call& call, Real real, std::type_identity_t<Result> failed = Result(-1)) {
     auto* const pDecide = g_pDecide.load();
@@ -95,7 +95,7 @@ Result Perform(const Call& call, Real real, std::type_identity_t<Result> failed 
 
 }  // namespace system_calls
 
-// While it exists, counts the calls of its thread and gives them the outcomes of scripts. One for each thread.
+// While it exists, counts its thread's calls and gives them scripted outcomes. At most one for each thread.
 class SystemCalls {
 public:
     SystemCalls() {
@@ -111,7 +111,7 @@ public:
         m_plans[strName] = {std::move(outcomes), 0, bRepeat};
     }
 
-    // How many calls of each name there were since the object was made, or since Reset.
+    // The number of calls of each name since the constructor or Reset.
     const std::map<std::string, int>& Counts() const { return m_counts; }
     void Reset() {
         m_counts.clear();

@@ -1,4 +1,4 @@
-// A fresh directory of the test's own, removed with all it holds by the process that made it.
+// A new directory for a test. The process that created it removes it with its contents.
 #pragma once
 
 #include <stdlib.h>

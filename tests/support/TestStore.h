@@ -1,4 +1,4 @@
-// Certificate stores made with the openssl command, for the toolkit to sign with.
+// Creates certificate stores with the openssl command, for the toolkit to sign with.
 #pragma once
 
 #include <stdexcept>
@@ -24,15 +24,15 @@ inline void RequireCommand(const std::string& strCommand) {
     }
 }
 
-// Makes a private key and a self-signed certificate as PEM files.
+// Creates a private key and a self-signed certificate as PEM files.
 inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& identity) {
     RequireCommand("cd " + directory.Path() + " && openssl req -x509 -nodes -newkey " + identity.strKey + " -keyout " +
                    identity.strName + ".key -out " + identity.strName + ".crt -days " + std::to_string(identity.nDays) +
                    " -utf8 -subj '" + identity.strSubject + "' " + identity.strExtra);
 }
 
-// NAME.crt with a validity of its own, times as "20260301120000Z", for a private key of the directory. "openssl x509"
-// makes none: it knows no dates before OpenSSL 3.4.
+// Creates NAME.crt with the given validity, times as "20260301120000Z", for a private key of the directory. "openssl
+// x509" takes dates only since OpenSSL 3.4, so it is not used.
 inline void MakeCertificate(const std::string& strDirectory, const std::string& strKeyFile, const std::string& strName,
                             const std::string& strSubject, const std::string& strBegin, const std::string& strEnd,
                             const std::string& strExtra = {}) {
@@ -44,13 +44,13 @@ inline void MakeCertificate(const std::string& strDirectory, const std::string& 
                    "[any]\nCN=supplied\nEND\n");
 }
 
-// NAME.crt, which ended long ago.
+// Creates NAME.crt, which expired long ago.
 inline void MakeExpiredCertificate(const std::string& strDirectory, const std::string& strKeyFile,
                                    const std::string& strName) {
     MakeCertificate(strDirectory, strKeyFile, strName, "/CN=" + strName, "20200101000000Z", "20200201000000Z");
 }
 
-// An identity with a validity of its own.
+// Creates an identity with the given validity.
 inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& identity, const std::string& strBegin,
                          const std::string& strEnd) {
     const std::string strKeyFile = identity.strName + ".key";
@@ -60,7 +60,7 @@ inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& ide
                     identity.strExtra);
 }
 
-// One PEM file with the keys and certificates of the identities named; returns its path.
+// Creates one PEM file with the keys and certificates of the identities; returns its path.
 inline std::string MakePemStore(const TempDirectory& directory, const std::string& strFile,
                                 std::initializer_list<const char*> names) {
     std::string strPem;
@@ -71,7 +71,7 @@ inline std::string MakePemStore(const TempDirectory& directory, const std::strin
     return directory.Write(strFile, strPem);
 }
 
-// A PKCS #12 file with kTestPin as its PIN; returns its path.
+// Creates a PKCS #12 file with the PIN kTestPin; returns its path.
 inline std::string MakePkcs12Store(const TempDirectory& directory, const std::string& strName,
                                    const std::string& strExtra = "") {
     RequireCommand("cd " + directory.Path() + " && openssl pkcs12 -export -inkey " + strName + ".key -in " + strName +

@@ -1,5 +1,5 @@
-// Tokens of a software module in a directory of the test's own, reached through the module that counts calls and can
-// take the tokens away.
+// Tokens of a software module in the test's directory. The toolkit reaches them through the shim module, which counts
+// calls and can remove the tokens.
 #pragma once
 
 #include <dlfcn.h>
@@ -13,12 +13,12 @@
 
 class TestTokens {
 public:
-    // Sets the process's environment for the module; one per process, because the module reads it once.
+    // Sets the process's environment for the module. One object for each process, because the module reads it once.
     TestTokens() {
         m_directory.Write("softhsm2.conf",
                           "directories.tokendir = " + m_directory.Path("tokens") +
                               "\nobjectstore.backend = file\nlog.level = ERROR\nlibrary.reset_on_fork = true\n");
-        // The build tree may be somewhere from where the toolkit does not load modules.
+        // The toolkit may refuse to load modules from the build tree.
         RequireCommand("mkdir " + m_directory.Path("tokens") + " && install -m 0755 " VEX_TEST_PKCS11_SHIM " " +
                        m_directory.Path("libvex_test_pkcs11.so"));
         s_strModule = m_directory.Path("libvex_test_pkcs11.so");
@@ -36,14 +36,14 @@ public:
                        strPin);
     }
 
-    // A key pair made on the token.
+    // Generates a key pair on the token.
     void MakeKey(const std::string& strToken, const std::string& strPin, const std::string& strType,
                  const std::string& strId, const std::string& strLabel, const std::string& strExtra = "") const {
         RequireCommand(Tool(strToken, strPin) + "--keypairgen --key-type " + strType + " --id " + strId + " --label " +
                        strLabel + " " + strExtra);
     }
 
-    // LABEL.crt for the key strKeyId, on the token under strId.
+    // Creates LABEL.crt for the key strKeyId and stores it on the token under strId.
     void MakeCertificate(const std::string& strToken, const std::string& strPin, const std::string& strKeyId,
                          const std::string& strId, const std::string& strLabel, int nDays) const {
         RequireCommand(In() + Tool(strToken, strPin) + "--read-object --type pubkey --id " + strKeyId + " -o " +
@@ -55,14 +55,14 @@ public:
                        strId + " --label " + strLabel);
     }
 
-    // Initialises the module, like other code of the process that uses it. 0: success.
+    // Initialises the module, like other code in the process that uses it. 0: success.
     static unsigned long InitialiseModule() {
         void* const pLibrary = dlopen(s_strModule.c_str(), RTLD_NOW | RTLD_LOCAL);
         const auto initialise = reinterpret_cast<unsigned long (*)()>(dlsym(pLibrary, "VexTestInitialiseModule"));
         return initialise();
     }
 
-    // Of the one between the toolkit and the software module.
+    // The shim between the toolkit and the software module.
     static const std::string& ModulePath() { return s_strModule; }
     static std::string ModuleQuery() { return "module-path=" + s_strModule; }
 

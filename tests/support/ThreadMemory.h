@@ -1,5 +1,5 @@
-// Lets the memory for thread-specific values run out, in programs linked with --wrap=pthread_setspecific and
-// ThreadMemory.cpp. Only the program's own objects are affected, no shared library.
+// Simulates that memory for thread-specific values runs out, in programs linked with --wrap=pthread_setspecific and
+// ThreadMemory.cpp. It affects only the program's own objects and no shared library.
 #pragma once
 
 // True: pthread_setspecific fails on this thread.

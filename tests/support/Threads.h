@@ -1,4 +1,4 @@
-// A body on several threads at once.
+// Runs a function on several threads at once.
 #pragma once
 
 #include <thread>

@@ -1,4 +1,4 @@
-// A signing object of the toolkit for tests: releases its handle, and turns size queries into texts.
+// A signing object of the toolkit for tests. It releases its handle and returns size queries as texts.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 #include "VCTK.h"
 #include "VCTKError.h"
 
-// Both calls of a size query; nothing when one of them fails.
+// Makes both calls of a size query. Returns nothing when one of them fails.
 inline std::optional<std::string> QueryText(const std::function<INT(char*, int*)>& query) {
     int nLength = 0;
     if (query(nullptr, &nLength) != 0 || nLength <= 0) {
@@ -67,7 +67,7 @@ public:
             [=, this](char* pch, int* pn) { return VCTK_GetCertList(m_hObject, pszRecord, pszField, pch, pn); });
     }
 
-    // The records of the certificate list, split at the separators the bridge uses.
+    // The records of the certificate list, split at the separators that the bridge uses.
     std::vector<std::vector<std::string>> Records() const {
         std::vector<std::vector<std::string>> records;
         for (const std::string& strRecord : Split(CertificateList().value_or(""), "\r\n")) {
