@@ -78,8 +78,8 @@ TEST_F(FileRefusal, NeedsPermission) {
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0700), 0);
 }
 
-// In a directory that all may write to, like /tmp. A file of root's is opened without O_CREAT, which systems refuse for
-// such a file.
+// The directory is writable for all, like /tmp. There systems refuse O_CREAT for an existing file of another user, so
+// the toolkit opens root's file without it.
 TEST_F(FileRefusal, OpensAWorldWritableFileOnlyOfTheUserOrOfRoot) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "skipped: only root can give a file to another user";

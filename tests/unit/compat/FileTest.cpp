@@ -214,7 +214,7 @@ TEST_F(FileTest, OnlyTheFirstWordOfThePositionCounts) {
     }
 }
 
-TEST_F(FileTest, PositionsAtTheLimit) {
+TEST_F(FileTest, RefusesPositionsAboveTheLimit) {
     EXPECT_TRUE(Write("x"));
     for (const DWORD dwPosition : {DWORD{INT64_MAX} + 1, DWORD{INT64_MAX} + 2, ~DWORD{0}}) {
         EXPECT_FALSE(SeekTo(dwPosition)) << dwPosition;
@@ -258,7 +258,7 @@ TEST_F(FileTest, TheCountIsEightBytes) {
     EXPECT_EQ(counts[2], ~0UL);
 }
 
-TEST_F(FileTest, NullArguments) {
+TEST_F(FileTest, RefusesNullArguments) {
     DWORD cb = 99;
     char buffer[4] = {};
     const auto expectRefused = [](BOOL bResult) {
@@ -278,8 +278,8 @@ TEST_F(FileTest, NullArguments) {
     EXPECT_EQ(Size(), 0);
 }
 
-// A real short count: the kernel takes what the limit allows, then refuses the rest.
-TEST_F(FileTest, AWriteThatCrossesTheSizeLimit) {
+// The kernel writes the bytes that the limit allows and refuses the rest.
+TEST_F(FileTest, AWriteThatCrossesTheSizeLimitIsShort) {
     ExpectChildPasses([&] {
         std::signal(SIGXFSZ, SIG_IGN);
         constexpr rlimit kLimit{100, RLIM_INFINITY};
@@ -293,8 +293,8 @@ TEST_F(FileTest, AWriteThatCrossesTheSizeLimit) {
     EXPECT_EQ(ReadWholeFile(m_strName), std::string(90, 'a') + "0123456789");
 }
 
-// Written bytes survive the sudden end of the process: the toolkit buffers nothing.
-TEST_F(FileTest, WrittenIsWritten) {
+// The toolkit buffers nothing.
+TEST_F(FileTest, WrittenBytesSurviveTheSuddenEndOfTheProcess) {
     EXPECT_EQ(RunChild([&] {
                   EXPECT_TRUE(Write("before the end"));
                   EXPECT_TRUE(FlushFileBuffers(m_hFile));

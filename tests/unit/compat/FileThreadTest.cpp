@@ -44,7 +44,7 @@ TEST(FileThreads, WritesOnOneHandleDoNotMix) {
 
 // One thread closes the file while others call every function. Each call either works on this file or fails with
 // ERROR_INVALID_HANDLE. None works on another file that got the same descriptor.
-TEST(FileThreads, ClosingWhileOthersWrite) {
+TEST(FileThreads, ClosingIsSafeWhileOthersWrite) {
     const TempDirectory directory;
     const std::string strOther = directory.Write("other", "");
     for (int nRound = 0; nRound < 200; ++nRound) {
@@ -119,7 +119,7 @@ TEST(FileThreads, ManyCreateTheSameFile) {
 }
 
 // The host exits while its log writer still opens, writes and closes files. The table of files must not be destroyed.
-TEST(FileThreads, ExitWithAThreadAtWork) {
+TEST(FileThreads, ExitIsSafeWhileAThreadWorks) {
     const TempDirectory directory;
     const std::string strName = directory.Path("log");
     for (int nRound = 0; nRound < 20; ++nRound) {

@@ -209,8 +209,8 @@ TEST(Locale, CodePoints) {
     }
 }
 
-// A surrogate pair of two three-byte sequences is Java's, not the locale's.
-TEST(Locale, NoJavaPairs) {
+// Two three-byte sequences for a surrogate pair are Java's encoding, not the locale's.
+TEST(Locale, RefusesJavasSurrogatePairs) {
     const ScopedLocale locale("C.UTF-8");
     const std::string strPair = "\xED\xA0\xBD\xED\xB8\x80";
     EXPECT_EQ(LibcDecode(strPair), std::nullopt);

@@ -144,7 +144,7 @@ TEST_F(SystemCallTest, ReadsAllBytesUpToTheEndOfTheFile) {
     }
 }
 
-TEST_F(SystemCallTest, EndingTheFile) {
+TEST_F(SystemCallTest, SetEndOfFileRetriesAfterASignalAndReportsFailures) {
     DWORD cb = 0;
     ASSERT_TRUE(Write("0123456789", cb));
     ASSERT_TRUE(SeekTo(4));
@@ -176,7 +176,7 @@ struct OpenCase {
 };
 
 // The file exists all the time. Only the scripted outcomes say that it does not.
-TEST_F(SystemCallTest, OpeningWhileOtherProcessesChangeTheFile) {
+TEST_F(SystemCallTest, OpensAFileThatOtherProcessesChange) {
     const OpenCase cases[] = {
         {"a signal", {Fail(EINTR)}, {}, false, true, ERROR_ALREADY_EXISTS},
         {"created by another between the attempts", {Fail(ENOENT)}, {Fail(EEXIST)}, false, true, ERROR_ALREADY_EXISTS},
@@ -219,7 +219,7 @@ TEST_F(SystemCallTest, ClosesTheFileWhenFstatFails) {
 }
 
 // A log line opens, measures, writes and closes the file: each step is one call or none.
-TEST_F(SystemCallTest, FewCallsForALogLine) {
+TEST_F(SystemCallTest, NeedsFewCallsForALogLine) {
     ASSERT_TRUE(CloseHandle(m_hFile));
     SystemCalls calls;
     m_hFile = VexCreateFile(m_strName.c_str());
@@ -306,7 +306,7 @@ TEST_F(SystemCallTest, ANewFileThatAnotherProcessWritesFirstCountsAsOpened) {
     EXPECT_EQ(std::filesystem::status(strName).permissions(), std::filesystem::perms(0600));
 }
 
-TEST_F(SystemCallTest, CallsForADirectory) {
+TEST_F(SystemCallTest, NeedsFewCallsForADirectory) {
     const std::string strDirectory = m_directory.Path();
     const std::wstring strThere(strDirectory.begin(), strDirectory.end());
     SystemCalls calls;
@@ -327,7 +327,7 @@ struct DirectoryCase {
     int nResult;
 };
 
-TEST_F(SystemCallTest, DirectoriesThatOtherProcessesChange) {
+TEST_F(SystemCallTest, CreatesDirectoriesThatOtherProcessesChange) {
     const DirectoryCase cases[] = {
         {"made by another after we looked", Fail(EEXIST), {}, 183},
         {"made by another after its parents", Fail(ENOENT), Fail(EEXIST), 183},
@@ -354,8 +354,8 @@ TEST_F(SystemCallTest, DirectoriesThatOtherProcessesChange) {
     }
 }
 
-// The top directories may lie in a read-only file system, where mkdir need not even look whether they exist.
-TEST_F(SystemCallTest, AParentThatCannotBeMadeButIsThere) {
+// The top directories may be in a read-only file system. There mkdir may fail before it checks whether they exist.
+TEST_F(SystemCallTest, AcceptsAnExistingParentThatMkdirRefuses) {
     const std::string strPath = m_directory.Path("a/b");
     SystemCalls calls;
     calls.Script("mkdir", {Fail(ENOENT), Fail(EROFS)});

@@ -102,7 +102,7 @@ protected:
     std::mt19937 m_random{20240305};
 };
 
-// So many characters are looked at together.
+// The encoder checks 16 characters together.
 TEST_F(Utf8Test, ABlockOfTheSameCharacter) {
     for (const char32_t ch : {0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0x10000, 0x10FFFF}) {
         EXPECT_TRUE(CheckEncoding(std::wstring(16, static_cast<wchar_t>(ch)))) << std::hex << static_cast<unsigned>(ch);

@@ -84,7 +84,7 @@ TEST_F(HandleTest, ObjectsKeepTheirSettingsApart) {
     EXPECT_TRUE(b.SignP1("text"));
 }
 
-TEST_F(HandleTest, FinalisingWhileOthersSign) {
+TEST_F(HandleTest, FinaliseWorksWhileOthersSign) {
     for (int nRound = 0; nRound < 20; ++nRound) {
         const HANDLE hObject = VCTK_Initialize(m_strUri.c_str());
         ASSERT_NE(hObject, nullptr);

@@ -124,7 +124,7 @@ TEST_F(TokenTest, RsaAndEcSignaturesAreAccepted) {
     ExpectSignatures(other, "other", "SHA512");
 }
 
-TEST_F(TokenTest, Sha3) {
+TEST_F(TokenTest, SignsWithSha3) {
     const ToolkitClient rsa(Card(";id=%01"));
     ASSERT_TRUE(rsa.IsOpen()) << ErrorMessage(nullptr);
     ExpectSignatures(rsa, "rsacert", "SHA3-256");
@@ -198,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(
                     NotDescribed{"token=Card?pin-value=4711&module-name=a/b", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-name=none&", VCTK_E_TOKEN_MODULE}));
 
-TEST_F(TokenTest, ModuleNameInADirectory) {
+TEST_F(TokenTest, FindsAModuleByNameInADirectory) {
     const std::string strShim = TestTokens::ModulePath();
     const size_t nSlash = strShim.rfind('/');
     const ToolkitClient client("pkcs11:token=Card?pin-value=4711&module-name=vex_test_pkcs11&module-path=" +
@@ -245,7 +245,7 @@ TEST_F(TokenTest, AModuleThatOthersMayHaveChangedIsNotLoaded) {
     EXPECT_TRUE(isLoaded()) << ErrorMessage(nullptr);
 }
 
-TEST_F(TokenTest, PinFromAFile) {
+TEST_F(TokenTest, TakesThePinFromAFile) {
     s_pTokens->Directory().Write("pin", std::string(kPin) + "\n");
     const ToolkitClient client(Uri("token=Card?pin-source=file:" + s_pTokens->Directory().Path("pin")));
     EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
@@ -351,7 +351,7 @@ TEST_F(TokenTest, AWrongPinDoesNotDisturbOpenObjects) {
     EXPECT_EQ(Shim().cLogins, cLogins);
 }
 
-TEST_F(TokenTest, RemovedAndPutBack) {
+TEST_F(TokenTest, SignsAgainAfterItWasRemovedAndPutBack) {
     const ToolkitClient client(Card(";id=%01"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     const auto before = client.SignP1("text");
@@ -394,7 +394,7 @@ TEST_F(TokenTest, AChangedPinIsTriedOnceMoreAndTheNewOneHelpsAllObjects) {
     EXPECT_EQ(Shim().cLogins, cLogins + 2);
 }
 
-TEST_F(TokenTest, LostSessionsAreNotNoticed) {
+TEST_F(TokenTest, LostSessionsAreReplaced) {
     const ToolkitClient client(Card(";id=%00%02"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     for (int i = 0; i < 3; ++i) {
@@ -404,7 +404,7 @@ TEST_F(TokenTest, LostSessionsAreNotNoticed) {
     EXPECT_TRUE(client.SignP7("text", 0, 0, 0)) << client.Message();
 }
 
-TEST_F(TokenTest, SixteenThreads) {
+TEST_F(TokenTest, SixteenThreadsSign) {
     const ToolkitClient shared(Card(";id=%01"));
     ASSERT_TRUE(shared.IsOpen()) << ErrorMessage(nullptr);
     ASSERT_EQ(VCTK_CallQueueEnable(shared.Handle(), 0, 0), 0);
@@ -430,10 +430,10 @@ TEST_F(TokenTest, SixteenThreads) {
     }
     EXPECT_EQ(cWrong, 0);
     EXPECT_EQ(Shim().cLogins, cLogins);
-    EXPECT_LE(Shim().cSessions, 17 * 2) << "sessions are used again";
+    EXPECT_LE(Shim().cSessions, 17 * 2) << "sessions were not used again";
 }
 
-TEST_F(TokenTest, SixteenThreadsOverARemoval) {
+TEST_F(TokenTest, SixteenThreadsSignAgainAfterARemoval) {
     const ToolkitClient client(Card(";id=%01"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
@@ -470,7 +470,7 @@ TEST_F(TokenTest, SixteenThreadsOverARemoval) {
     EXPECT_EQ(cWrong, 0);
 }
 
-TEST_F(TokenTest, ATokenWithOneSession) {
+TEST_F(TokenTest, ATokenWithOneSessionServesAllThreads) {
     ExpectChildPasses([] {
         Shim().nMostSessions = 1;
         const ToolkitClient client(Card(";id=%01"));
@@ -519,7 +519,7 @@ TEST_F(TokenTest, CutsADigestToTheCurvesSize) {
     }
 }
 
-TEST_F(TokenTest, AKeyThatAsksForThePinEachTime) {
+TEST_F(TokenTest, AKeyThatNeedsThePinEachTimeGetsIt) {
     const ToolkitClient client(Card(";id=%03"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     const int cContextLogins = Shim().cContextLogins;
@@ -537,7 +537,7 @@ TEST_F(TokenTest, ACertificateOfAnotherKeySignsNothing) {
     EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_FAILED) << client.Message();
 }
 
-TEST_F(TokenTest, ACertificateOfAnotherTypeOfKeyIsNone) {
+TEST_F(TokenTest, ACertificateOfAnotherTypeOfKeyDoesNotCount) {
     EXPECT_FALSE(ToolkitClient(Card(";id=%05")).IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_NO_PRIVATE_KEY) << ErrorMessage(nullptr);
 }
@@ -576,7 +576,7 @@ TEST_F(TokenTest, AModuleThatCannotLockIsCalledByOneThreadAtATime) {
     });
 }
 
-TEST_F(TokenTest, AForkedChildHasSessionsOfItsOwn) {
+TEST_F(TokenTest, AForkedChildOpensItsOwnSessions) {
     const ToolkitClient inherited(Card(";id=%01"));
     ASSERT_TRUE(inherited.IsOpen()) << ErrorMessage(nullptr);
     const auto expected = inherited.SignP1("text");
