@@ -4,7 +4,7 @@
 
 #include <array>
 #include <atomic>
-#include <mutex>
+#include <ranges>
 
 namespace vexposix {
 namespace {
@@ -33,9 +33,9 @@ void BeforeFork() {
 }
 
 void AfterFork(void (*ForkHandlers::*pAfter)()) {
-    for (auto phase = s_phases.rbegin(); phase != s_phases.rend(); ++phase) {
-        if (phase->bBeforeDone) {
-            Call(phase->handlers.*pAfter);
+    for (const Phase& phase : s_phases | std::views::reverse) {
+        if (phase.bBeforeDone) {
+            Call(phase.handlers.*pAfter);
         }
     }
 }

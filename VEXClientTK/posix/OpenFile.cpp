@@ -71,7 +71,7 @@ FileDescriptor MakeNameless(int nDirectory, std::string_view name) {
 
 bool GiveName(const FileDescriptor& nameless, int nDirectory, const char* pszName) {
     std::array<char, 32> szNameless{};
-    std::snprintf(szNameless.data(), szNameless.size(), "/proc/self/fd/%d", nameless.Get());
+    static_cast<void>(std::snprintf(szNameless.data(), szNameless.size(), "/proc/self/fd/%d", nameless.Get()));
     return linkat(AT_FDCWD, szNameless.data(), nDirectory, pszName, AT_SYMLINK_FOLLOW) == 0;
 }
 

@@ -72,7 +72,7 @@ public:
     DemoDirectory() : m_strPath(StoreDirectory()) {
         const int nErrno = vexposix::MakeDirectories(m_strPath.data(), kPrivateDirectory);
         if (nErrno != 0 && nErrno != EEXIST) {
-            Fail(m_strPath.c_str(), nErrno);
+            Fail(m_strPath.substr(0, m_strPath.find('\0')), nErrno);
         }
         m_directory = FileDescriptor(open(m_strPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         struct stat status {};

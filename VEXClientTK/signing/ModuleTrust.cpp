@@ -26,7 +26,7 @@ namespace {
 
 std::string OctalText(mode_t mode) {
     std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned int>(mode & 07777U));
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned int>(mode & 07777U)));
     return text.data();
 }
 
@@ -60,7 +60,7 @@ std::string RequireTrustedModule(const std::string& strPath) {
         }
         RefuseErrno(strPath, errno);
     }
-    const std::string strReal = real.get();
+    std::string strReal = real.get();
     RequireOwnOnly(strReal, false);
     bool bMayBeSticky = false;  // the module's own directory: other files in it may be loaded as well
     for (size_t nSlash = strReal.rfind('/'); nSlash != 0; nSlash = strReal.rfind('/', nSlash - 1)) {

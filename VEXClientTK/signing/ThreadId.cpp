@@ -50,7 +50,7 @@ private:
     const bool m_bMade;
 };
 
-const EndOfThreads s_endOfThreads;
+EndOfThreads s_endOfThreads;
 
 }  // namespace
 

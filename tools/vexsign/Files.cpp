@@ -45,6 +45,7 @@ std::string ReadWhole(const std::string& strName) {
 
 void WriteOutputs(const std::vector<Output>& outputs) {
     std::vector<std::unique_ptr<tools::OutputFile>> files;
+    files.reserve(outputs.size());
     for (const Output& output : outputs) {
         files.push_back(std::make_unique<tools::OutputFile>(output.strName));
     }
