@@ -4,7 +4,6 @@
 
 #include <array>
 #include <atomic>
-#include <ranges>
 
 namespace vexposix {
 namespace {
@@ -33,9 +32,9 @@ void BeforeFork() {
 }
 
 void AfterFork(void (*ForkHandlers::*pAfter)()) {
-    for (const Phase& phase : s_phases | std::views::reverse) {
-        if (phase.bBeforeDone) {
-            Call(phase.handlers.*pAfter);
+    for (std::size_t n = s_phases.size(); n-- > 0;) {
+        if (s_phases[n].bBeforeDone) {
+            Call(s_phases[n].handlers.*pAfter);
         }
     }
 }
