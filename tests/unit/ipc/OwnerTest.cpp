@@ -125,8 +125,9 @@ TEST_F(Owner, NoCallbackBeginsWhileRequestsKeepArriving) {
     const socket_calls::Identity identity(kServiceObject);
     const socket_calls::UserCommand user(nullptr);  // saves a process for each exchange
     const int nClients = Scaled(1000);
-    const auto contexts = std::make_unique<Context[]>(static_cast<std::size_t>(nClients));
-    for (int i = 0; i < nClients; ++i) {
+    const int nMostClients = 20 * nClients;  // on a busy machine, few get a callback in time
+    const auto contexts = std::make_unique<Context[]>(static_cast<std::size_t>(nMostClients));
+    for (int i = 0; i < nClients || (i < nMostClients && s_cCalls <= nClients / 4); ++i) {
         auto pClient = std::make_unique<CPipeIPC>();
         pClient->SetProcessMessageCallBack(
             [](PBYTE, DWORD, CSmartBuffer&, void* pContext) -> long {
@@ -142,7 +143,7 @@ TEST_F(Owner, NoCallbackBeginsWhileRequestsKeepArriving) {
     peer.Finish();
     WaitForThreads();
     EXPECT_EQ(s_cLate, 0) << "of " << s_cCalls;
-    EXPECT_GT(s_cCalls, 0);  // how many: the scheduler decides
+    EXPECT_GT(s_cCalls, nClients / 4);
 }
 
 // Owners are destroyed while their receive threads end and requests arrive.
