@@ -22,11 +22,10 @@ DWORD ReadProfile(const char* pszName, std::string& strText) {
     if (!file.descriptor.IsOpen()) {
         return file.nErrno == EINVAL ? ERROR_ACCESS_DENIED : vexposix::ErrorFromErrno(file.nErrno);
     }
-    std::size_t cbFile = 0;
-    if (const int nErrno = vexposix::GetSizeToRead(file.descriptor.Get(), kMaxFile, cbFile); nErrno != 0) {
-        return vexposix::ErrorFromErrno(nErrno);
+    if (file.cbSize > kMaxFile) {
+        return ERROR_FILE_TOO_LARGE;
     }
-    strText.resize(cbFile);
+    strText.resize(file.cbSize);
     const vexposix::Transfer transfer = vexposix::ReadAt(file.descriptor.Get(), strText.data(), strText.size(), 0);
     strText.resize(transfer.cb);
     return vexposix::ErrorFromErrno(transfer.nErrno);

@@ -1,10 +1,8 @@
 #include "posix/FileIo.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 
 namespace vexposix {
 namespace {
@@ -81,21 +79,6 @@ int GetSize(int nDescriptor, off_t& cbSize) noexcept {
         return errno;
     }
     cbSize = cbFile;
-    return 0;
-}
-
-int GetSizeToRead(int nDescriptor, std::size_t cbLimit, std::size_t& cbSize) noexcept {
-    struct stat status {};
-    if (fstat(nDescriptor, &status) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    }
-    if (static_cast<std::uint64_t>(status.st_size) > cbLimit) {
-        return EFBIG;
-    }
-    cbSize = static_cast<std::size_t>(status.st_size);
     return 0;
 }
 

@@ -32,8 +32,4 @@ int SetSize(int nDescriptor, off_t cbSize) noexcept;
 // Moves the descriptor's position, but takes half the time of fstat. Returns errno.
 int GetSize(int nDescriptor, off_t& cbSize) noexcept;
 
-// The size of a file that is to be read as a whole. Returns errno; EFBIG: larger than cbLimit; EISDIR or EINVAL: not a
-// regular file.
-int GetSizeToRead(int nDescriptor, std::size_t cbLimit, std::size_t& cbSize) noexcept;
-
 }  // namespace vexposix

@@ -29,11 +29,7 @@ bool IsAllowed(Owner owner, uid_t uid) {
 }
 
 // Returns errno.
-int CheckRules(int nDescriptor, const FileRules& rules) {
-    struct stat status {};
-    if (fstat(nDescriptor, &status) != 0) {
-        return errno;
-    }
+int CheckRules(int nDescriptor, const struct stat& status, const FileRules& rules) {
     if (!S_ISREG(status.st_mode)) {
         return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     }
@@ -48,12 +44,18 @@ int CheckRules(int nDescriptor, const FileRules& rules) {
 }
 
 OpenedFile NotOpened(int nErrno) {
-    return {FileDescriptor(), false, nErrno};
+    return {FileDescriptor(), false, nErrno, 0};
 }
 
 OpenedFile Checked(FileDescriptor descriptor, const FileRules& rules) {
-    const int nErrno = CheckRules(descriptor.Get(), rules);
-    return nErrno == 0 ? OpenedFile{std::move(descriptor), false, 0} : NotOpened(nErrno);
+    struct stat status {};
+    if (fstat(descriptor.Get(), &status) != 0) {
+        return NotOpened(errno);
+    }
+    if (const int nErrno = CheckRules(descriptor.Get(), status, rules); nErrno != 0) {
+        return NotOpened(nErrno);
+    }
+    return {std::move(descriptor), false, 0, static_cast<std::size_t>(status.st_size)};
 }
 
 OpenedFile OpenOnce(int nDirectory, const char* pszName, const FileRules& rules) {
@@ -82,7 +84,7 @@ OpenedFile Create(int nDirectory, const char* pszName, const FileRules& rules,
         if (FileDescriptor nameless = MakeNameless(nDirectory, pszName); nameless.IsOpen()) {
             fnBeforeName(nameless.Get());
             if (GiveName(nameless, nDirectory, pszName)) {
-                return {std::move(nameless), true, 0};
+                return {std::move(nameless), true, 0, 0};
             }
         }
     }
@@ -91,11 +93,11 @@ OpenedFile Create(int nDirectory, const char* pszName, const FileRules& rules,
         return NotOpened(errno);
     }
     if (!fnBeforeName) {
-        return {std::move(created), true, 0};
+        return {std::move(created), true, 0, 0};
     }
     fnBeforeName(created.Get());
     const bool bEmpty = lseek(created.Get(), 0, SEEK_END) == 0;
-    return {std::move(created), bEmpty, 0};
+    return {std::move(created), bEmpty, 0, 0};
 }
 
 }  // namespace

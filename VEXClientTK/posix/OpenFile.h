@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <cstddef>
 #include <functional>
 
 #include "posix/FileDescriptor.h"
@@ -41,6 +42,7 @@ struct OpenedFile {
     FileDescriptor descriptor;  // not open: nErrno says why
     bool bCreated = false;
     int nErrno = 0;
+    std::size_t cbSize = 0;  // when it was opened
 };
 
 // nDirectory: the directory of a relative name; AT_FDCWD is the current directory.

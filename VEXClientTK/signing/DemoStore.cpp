@@ -95,7 +95,7 @@ public:
         }
         RequireSuccess(kStoreName, file.nErrno);
         try {
-            Identities identities = ReadIdentities(ReadFileBytes(file.descriptor.Get(), kLargestStore).View(), nullptr);
+            Identities identities = ReadIdentities(ReadFileBytes(file, kLargestStore).View(), nullptr);
             const std::time_t now = std::time(nullptr);
             const bool bUsable = identities.size() == 2 &&
                                  std::all_of(identities.begin(), identities.end(), [now](const IdentityPtr& identity) {

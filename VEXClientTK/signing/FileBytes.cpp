@@ -1,9 +1,9 @@
 #include "signing/FileBytes.h"
 
+#include <cerrno>
 #include <system_error>
 
 #include "posix/FileIo.h"
-#include "posix/OpenFile.h"
 
 namespace vextk {
 namespace {
@@ -16,21 +16,21 @@ void RequireSuccess(int nErrno) {
 
 }  // namespace
 
-SecretText ReadFileBytes(int nDescriptor, size_t cbLimit) {
-    size_t cbFile = 0;
-    RequireSuccess(vexposix::GetSizeToRead(nDescriptor, cbLimit, cbFile));
-    SecretText bytes(cbFile);
-    bytes.Resize(cbFile);
-    const vexposix::Transfer transfer = vexposix::ReadAt(nDescriptor, bytes.Data(), cbFile, 0);
+SecretText ReadFileBytes(const vexposix::OpenedFile& file, size_t cbLimit) {
+    RequireSuccess(file.nErrno);
+    if (file.cbSize > cbLimit) {
+        throw std::system_error(EFBIG, std::generic_category());
+    }
+    SecretText bytes(file.cbSize);
+    bytes.Resize(file.cbSize);
+    const vexposix::Transfer transfer = vexposix::ReadAt(file.descriptor.Get(), bytes.Data(), file.cbSize, 0);
     RequireSuccess(transfer.nErrno);
     bytes.Truncate(transfer.cb);
     return bytes;
 }
 
 SecretText ReadFileBytes(const std::string& strPath, size_t cbLimit) {
-    const vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, strPath.c_str(), vexposix::kInput);
-    RequireSuccess(file.nErrno);
-    return ReadFileBytes(file.descriptor.Get(), cbLimit);
+    return ReadFileBytes(vexposix::OpenFile(AT_FDCWD, strPath.c_str(), vexposix::kInput), cbLimit);
 }
 
 }  // namespace vextk

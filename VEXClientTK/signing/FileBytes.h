@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "posix/OpenFile.h"
 #include "signing/SecretText.h"
 
 namespace vextk {
@@ -11,7 +12,7 @@ namespace vextk {
 // file. Never waits for a pipe or device.
 SecretText ReadFileBytes(const std::string& strPath, size_t cbLimit);
 
-// The same of a file that is already open, from its beginning.
-SecretText ReadFileBytes(int nDescriptor, size_t cbLimit);
+// The same for a file that is already open.
+SecretText ReadFileBytes(const vexposix::OpenedFile& file, size_t cbLimit);
 
 }  // namespace vextk
