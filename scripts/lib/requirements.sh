@@ -8,7 +8,7 @@
 # Stages: build, package, demo, test, fuzz, soak, bench, coverage, lint.
 
 # One requirement a line: the stages that need it, its package, the function (with its argument) that checks for it,
-# and behind "#" its name for messages. The functions look for programs and files, not for packages: a compiler from
+# and after "#" its name for messages. The functions look for programs and files, not for packages: a compiler from
 # elsewhere will do. Packages that every Debian has (marked Essential, such as coreutils, util-linux, gzip, tar and
 # libc-bin) are not in the list.
 _vex_requirements() {

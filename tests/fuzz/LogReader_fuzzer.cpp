@@ -53,7 +53,7 @@ public:
     explicit Checker(std::size_t cbLongest) : m_cbLongest(cbLongest) {}
 
     void OnRecord(const vexlog::Record& record) override {
-        // A record has at most a part within the limit, one more line within the limit, and the line end.
+        // The longest record has a part as long as the limit, a line as long as the limit, and the line end.
         Require(record.cbSize <= 2 * m_cbLongest + 1 || record.kind == vexlog::Kind::kEmpty);
         Require(record.nOffset >= m_nEnd || record.kind == vexlog::Kind::kEmpty);
         m_nEnd = std::max(m_nEnd, record.kind == vexlog::Kind::kEmpty ? 0 : record.nOffset + record.cbSize);

@@ -85,7 +85,7 @@ records=$(grep -ac '^\[INFO\] \[P' $log)
 expect 0 "$vexlog" $log
 [ "$(grep -c ' INFO P' out)" -eq "$records" ] || fail "$(grep -c ' INFO P' out) records instead of $records"
 cp out whole
-timed=$(grep -c '^[0-9-]* [0-9:.]* ' whole) # a cut may leave the oldest record its time and not its type
+timed=$(grep -c '^[0-9-]* [0-9:.]* ' whole) # a cut may remove the oldest record's type and leave its time
 "$vexlog" - <$log | cmp - whole
 "$vexlog" <(cat $log) | cmp - whole
 { head -c 1000 $log; sleep 0.1; tail -c +1001 $log; } | "$vexlog" - | cmp - whole

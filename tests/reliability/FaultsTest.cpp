@@ -272,9 +272,8 @@ protected:
     }
     ~FaultsTest() override { munmap(m_pShared, sizeof(Shared)); }
 
-    // Runs fnPoint for each point in a child process, and starts a new child when it crashes. bEachAlone: one child for
-    // each
-    // point.
+    // Runs fnPoint for each point in a child process, and starts a new child when it crashes. bEachAlone: each
+    // point has its own child.
     void RunPoints(
         const std::vector<long>& points, bool bEachAlone, const std::function<void(long)>& fnPoint,
         const std::function<void()>& fnAtStart = [] {}) {

@@ -1,6 +1,6 @@
-// Makes the nth of all calls that can fail, fail. FaultPoints.cpp intercepts malloc, calloc, realloc (under a sanitizer
-// operator new instead), the toolkit's operations and its compatibility functions. JNI functions take part through
-// FaultyJniEnv.h.
+// Counts the calls that can fail (fault points), and lets the nth of them fail. FaultPoints.cpp intercepts malloc,
+// calloc and realloc (under a sanitizer operator new instead), the toolkit's operations and its compatibility
+// functions. JNI functions take part through FaultyJniEnv.h.
 //
 // Calls are counted per thread: those of the thread that arms, or those of all other threads together.
 #pragma once

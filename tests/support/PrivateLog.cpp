@@ -55,7 +55,7 @@ mode_t ModeArgument(int nFlags, va_list arguments) {
     return bHasMode ? va_arg(arguments, mode_t) : 0;
 }
 
-// The names under which faults know the uses of open.
+// The name that a fault has for this use of open.
 const char* NameOfOpen(int nFlags) {
     return (nFlags & O_TMPFILE) == O_TMPFILE ? "open without a name"
            : (nFlags & O_CREAT) != 0         ? "open to create"

@@ -100,7 +100,7 @@ class JstringToWindowsMeasuring : public Marshalling, public testing::WithParamI
 // The decoder finds nothing, or the room for the text does not fit an int.
 TEST_P(JstringToWindowsMeasuring, ConvertsNothing) {
     const recorded_conversion::Script script({.nMeasured = GetParam().nMeasured});
-    const AllocationLimit limit(4);  // the fake's characters need this much
+    const AllocationLimit limit(4);  // enough for the fake's characters
     EXPECT_EQ(JstringToWindows(&m_env, m_env.MakeString("abc")), L"");
     EXPECT_EQ(recording_toolkit::Calls(), AfterTheChars(3, 3,
                                                         {"MultiByteToWideChar(65001, 0, \"abc\", 3, null, 0) = " +

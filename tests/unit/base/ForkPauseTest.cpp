@@ -1,4 +1,4 @@
-// Local times in the current time zone, and forks that do not leave libc's locks taken in the child.
+// Local times follow the current time zone, and a forked child finds libc's locks free.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 

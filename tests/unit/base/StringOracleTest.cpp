@@ -121,7 +121,7 @@ public:
                 break;
             }
             case 16:
-                // Room that the next append uses.
+                // The next append may use this room.
                 pair.str.GetBuffer(nLength + Number(0, 8));
                 break;
             case 17:

@@ -41,7 +41,7 @@ TEST(StringThreads, OwnStringsAreIndependent) {
     EXPECT_EQ(wrong, std::vector<int>(THREADS, 0));
 }
 
-// All threads stamp the empty block after something was written to it.
+// Something was written to the empty block. All threads reset it at the same time.
 TEST(StringThreads, StampAChangedEmptyBlock) {
     constexpr int nDirtyings = 200;
     for (int nDirtying = 0; nDirtying < nDirtyings; ++nDirtying) {

@@ -54,7 +54,7 @@ TEST_F(ToolkitBehaviour, NoOverlappingCopyReachesTheToolkit) {
     EXPECT_EQ(strNarrow.Compare("efbcdef"), 0);
 }
 
-// Works without a sanitizer, too: the bytes after the room must not change.
+// The bytes after the room must not change. This shows an overrun without a sanitizer, too.
 TEST_F(ToolkitBehaviour, TheConvertersDoNotWriteAfterTheirRoom) {
     for (const bool bCountsTerminator : {true, false}) {
         Double().bCountsTerminator = bCountsTerminator;

@@ -62,7 +62,7 @@ TEST_F(FullDisk, AWriteReportsTheBytesWritten) {
 }
 
 TEST_F(FullDisk, NoRoomForANewNameOrDirectory) {
-    OnSmallDisk("nr_inodes=2", [this] {  // the root and one more
+    OnSmallDisk("nr_inodes=2", [this] {  // the root and one file
         const HANDLE hFile = VexCreateFile(m_directory.Path("first").c_str());
         EXPECT_TRUE(CloseHandle(hFile));
         EXPECT_EQ(VexCreateFile(m_directory.Path("second").c_str()), INVALID_HANDLE_VALUE);

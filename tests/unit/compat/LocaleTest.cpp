@@ -1,5 +1,5 @@
 // Compares code page 0 with libc's mbstowcs and wcstombs, in every locale of the machine and in a few that the test
-// creates: single-byte, multibyte, some that hold characters back until the next one, and one with shift states.
+// creates: single-byte, multibyte, some that delay a character until the next one, and one with shift states.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -29,8 +29,7 @@ protected:
     }
     void TearDown() override {
         CloseHandle(m_hFile);
-        // The process remembers a file on which it waited for the lock, until it gets the lock. Later tests count
-        // calls.
+        // Takes the lock: until then the process remembers that it waited for this file, and later tests count calls.
         CloseHandle(VexCreateFile(m_strName.c_str()));
     }
 
@@ -384,7 +383,7 @@ TEST_F(SystemCallTest, AProfileThatCannotBeReadGivesTheDefault) {
     }
 }
 
-// As the log has its file.
+// The log opens its file like this.
 TEST_F(SystemCallTest, AFileOfUnknownSizeIsNotAtItsEnd) {
     const std::string strName = m_directory.Path("file");
     CVexFile file;

@@ -88,7 +88,7 @@ protected:
 class OpenServerFile : public ServerFile {
 protected:
     OpenServerFile() { Open(m_server, m_file); }
-    void TearDown() override { m_server.Answer(Bytes64(1)); }  // for closing
+    void TearDown() override { m_server.Answer(Bytes64(1)); }  // the answer to the close request
 
     AnsweringServer m_server;
     CVexFile m_file;

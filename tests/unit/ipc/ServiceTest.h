@@ -40,7 +40,7 @@ inline PeerMessage ServerRequest(std::string strPayload, std::uint64_t uParamter
     message.uSourceSession = 3;
     message.uSourceObject = 5;
     message.uSourceCallBack = 1;
-    message.uDestinationSession = 900;  // not a descriptor: that is the address of a reply
+    message.uDestinationSession = 900;  // not the client's descriptor, which only replies are addressed to
     message.uDestinationObject = kServiceObject;
     message.uDestinationCallBack = 0;
     message.uSequence = 1000;

@@ -32,8 +32,8 @@ protected:
         std::filesystem::permissions(WorkingDirectory(), std::filesystem::perms(0777));
     }
 
-    // Records go into a file of the fallback name, except the first one, which makes the name; the second one makes the
-    // directory. nOpens: how often the log opens a file for the first record before it gives the record up.
+    // The first record is lost, and the log switches to a fallback name. The other records are in that file.
+    // nOpens: how often the log tries to open a file for the first record.
     void ExpectLinesInFallback(
         int nOpens, const std::function<void()>& fnPrepare = [] {}) {
         InChild([&] {
@@ -311,7 +311,7 @@ TEST_F(HostileFileTest, TheLogGoesOnWhenTheFileChangesAtAnyCall) {
             int nCalls = 0;
             int nAt = 0;
             file_calls::Watch([&](const file_calls::Call& call) {
-                // One call later with each record, and never in the last.
+                // One call later with each record. The last record is not disturbed.
                 if (call.function == "PathIsDirectoryW") {
                     nCalls = 0;
                 } else if (call.function != "SHCreateDirectoryExW" && ++nCalls == nAt) {

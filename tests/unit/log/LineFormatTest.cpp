@@ -223,7 +223,7 @@ TEST_F(LineFormatTest, AVeryLongSourcePathLeavesTheMessage) {
     EXPECT_TRUE(strEntry.ends_with("ppmessage"));
 }
 
-// Padded to three digits, and never divided.
+// They are padded to three digits and never cut to milliseconds.
 TEST_F(LineFormatTest, MicrosecondsAreWrittenAsTheyAre) {
     constexpr int kRecords = 2000;
     const auto records = RecordsAfter([] {

@@ -102,7 +102,7 @@ TEST_F(LoadTest, CutsRemoveOnlyTheOldestRecords) {
     const auto dwLimit = static_cast<DWORD>(nRecords) * 50;
     InChild([&] {
         CDebugLogMgr::GetInstance()->SetTruncate(dwLimit, 20);
-        // Counts the records that the writer writes. The rest that a cut writes again does not begin with a type.
+        // Counts how often the writer writes each record. What a cut writes again does not begin with a type.
         std::map<std::string, int> handedOver;
         file_calls::Watch([&](const file_calls::Call& call) {
             if (call.function == "WriteFile" && call.data.starts_with("[INFO] ") && call.data.size() < 200) {
@@ -117,7 +117,7 @@ TEST_F(LoadTest, CutsRemoveOnlyTheOldestRecords) {
             EXPECT_EQ(nTimes, 1) << strMessage;
         }
     });
-    // The file has the newest records that fit, without gaps, to the last one written.
+    // The file has the newest records that fit, up to the last one and without gaps.
     const LogFile file = ReadLogFile(LogPath());
     EXPECT_TRUE(file.bHeader);
     EXPECT_EQ(file.strUnfinished, "");

@@ -14,7 +14,7 @@
 #include "LogFile.h"
 #include "TempDirectory.h"
 
-// AddressSanitizer's allocator leaves a forked child the locks of the parent's other threads.
+// Under AddressSanitizer a forked child inherits allocator locks that the parent's other threads held.
 #if defined(__SANITIZE_ADDRESS__)
 #define SKIP_FORKS_WITH_ASAN() GTEST_SKIP() << "skipped: a child of threads cannot allocate under AddressSanitizer"
 #else

@@ -20,7 +20,7 @@ TEST_F(SlowDiskTest, TracingGoesOnWhileTheWriterIsInsideOneWrite) {
         HeldUpCall write("WriteFile");
         Trace(L"first");
         write.WaitForIt();
-        // One of these that waited for the disk would wait for ever.
+        // If one of these waited for the disk, it would wait for ever.
         for (int i = 0; i < nRecords; ++i) {
             Trace(L"more");
         }
@@ -76,7 +76,7 @@ TEST_F(SlowDiskTest, AWriterThatReturnsAfterTheExitHandlerDoesNoHarm) {
     }
 }
 
-// The same: the writer is then the one that closes the file.
+// Here too the writer returns after the exit handler. The writer then closes the file.
 TEST_F(SlowDiskTest, TheLastToLeaveClosesTheFileOfTheGlobalMode) {
     InChild(
         [] {

@@ -20,12 +20,12 @@ struct Operation : Row {
     INT (*pfnCall)(HANDLE);
 };
 
-// The results of an operation in which the nth of the calls that can fail, failed.
+// The results of an operation whose nth fault point (FaultPoints.h) failed.
 struct Outcome {
     INT nResult = 0;
     INT nLastError = 0;
     bool fThrew = false;
-    bool fFailed = false;  // the operation had an nth call
+    bool fFailed = false;  // the operation had so many fault points
     bool fReached = true;  // the fault did not replace one of the toolkit's own functions
 };
 

@@ -77,7 +77,7 @@ size_t UsedBytes() {
     return mallinfo2().uordblks + mallinfo2().hblkhd;
 }
 
-// There are fewer threads than a cleanup after a number of threads would wait for.
+// Few threads end here: a cleanup that waits for many ended threads would come too late.
 TEST_F(ThreadTest, AThreadsSignatureIsFreedWhenTheThreadEnds) {
     const ToolkitClient client(m_strUri);
     const std::string strText(size_t{8} << 20, 'x');

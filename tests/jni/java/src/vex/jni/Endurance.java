@@ -17,9 +17,9 @@ import java.util.concurrent.atomic.AtomicLongArray;
 /**
  * A program that calls natives from sixteen threads on 64 objects, millions of times, and fails if the process grows.
  *
- * <p>It runs in slices and waits after each one until the log is written, so that queued records do not count. At last
- * come the calls that never free a string's characters, which is their rule: the process grows by exactly these. They
- * do not run among the others, because each block that stays keeps its page of 4096 bytes in use.
+ * <p>It runs in slices and waits after each one until the log is written, so that queued records do not count. Some
+ * calls never free a string's characters, by their contract: the process grows by exactly these characters. These calls
+ * come last, because each block that stays keeps its page of 4096 bytes in use.
  */
 final class Endurance {
     private static final int THREADS = 16;

@@ -28,7 +28,7 @@ import java.util.stream.Stream;
  * program fails if it is late each time.
  */
 final class JvmEnds {
-    /** In seconds, as the next. */
+    /** Seconds; see the comment of the class for both. */
     private static final double ALLOWED = 1.1;
     private static final double ALLOWED_BEHIND_PAUSE = 0.1;
     private static final int ATTEMPTS = 4;

@@ -29,7 +29,7 @@ import org.bouncycastle.cms.CMSTypedData;
 import org.bouncycastle.cms.SignerInformation;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 
-/** Verifies signatures with other software than that which made them: the JDK and Bouncy Castle. */
+/** Verifies signatures with the JDK and Bouncy Castle, which did not make them. */
 public final class Signatures {
     public static final String SHA256_OID = "2.16.840.1.101.3.4.2.1";
 
