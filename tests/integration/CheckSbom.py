@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Checks an SPDX 2.3 document in JSON: CheckSbom.py <document> <package.deb>...
 
-It has the fields that the format requires, every identifier that it refers to, the packages as they are, nothing but
-versions that are installed on this machine, and what each package depends on, recommends or suggests.
+The document has the fields that the format requires and defines every identifier that it uses. It has the checksums of
+the packages, and what each of them depends on, recommends or suggests. All versions are installed on this machine.
 """
 import datetime
 import hashlib
@@ -70,7 +70,7 @@ for package in document["packages"]:
     if "packageFileName" not in package:
         shown = subprocess.run(["dpkg-query", "-W", "-f", "${Status} ${Version}", package["name"]], check=False,
                                capture_output=True, text=True).stdout
-        # What is linked or compiled in is installed.
+        # A package has a version if it is installed. Only an optional package may be missing.
         if "versionInfo" in package:
             assert shown == f"install ok installed {package['versionInfo']}", (package["name"], shown)
         else:
@@ -91,7 +91,7 @@ for name, package in ours.items():
     assert wanted == optional.get(package["SPDXID"], set()), (name, wanted)
 (toolkit,) = (package for package in ours.values() if package["name"] == "libvexclienttk-substitute")
 assert by_name["p11-kit"]["SPDXID"] in optional[toolkit["SPDXID"]]
-# Only if the headers come from a package.
+# The document lists header packages only if the headers come from packages.
 for name, header_packages in {"libvexclienttk-substitute": ["libp11-kit-dev"],
                               "tavclientjni-tools": ["libcli11-dev", "libasio-dev"]}.items():
     compiled = headers.get(by_name[name]["SPDXID"], set())

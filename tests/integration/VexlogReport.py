@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """The report's page in a real browser: VexlogReport.py <vexlog> <vexlog_sample_log> <directory for screenshots>
 
-A page of a log of several processes and threads is drawn, without a message on the console and without a request to
-anywhere; a hostile log puts no element and no script into it.
+The browser draws the page of a log of several processes and threads. It prints no message on the console and requests
+nothing from elsewhere. A hostile log puts no element and no script into the page.
 """
 import html.parser
 import json
