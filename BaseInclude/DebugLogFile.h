@@ -55,7 +55,7 @@ public:
         return TRUE;
     }
 
-    // Other processes wait for a local file's lock. A request to the server would need memory again.
+    // Releases a local file's lock. A file of the server stays open: a request to the server would need memory.
     void EndUseAfterFailure(BOOL bGlobalMode) {
         if (m_file.GetFileID() == 0) {
             EndUse(bGlobalMode);
@@ -65,14 +65,14 @@ public:
 private:
     enum class Opened { Ready, RecordLost, NoClock };
 
-    // Bytes of one request to the file server, which by default takes 16 MiB.
+    // The most bytes in one request to the file server. By default the server accepts up to 16 MiB.
     static constexpr std::size_t MAX_SERVER_PIECE = 0x100000;
     // A cut reads files up to this size even if other users may write to them.
     static constexpr ULONGLONG MAX_SHARED_CUT = 0x4000000;
     static constexpr std::size_t MAX_FALLBACK = 1023;  // characters
     static constexpr std::size_t HEADER_SIZE = 2;
 
-    // When the server was switched on or off since the file was opened.
+    // Closes a file that was opened before the server was switched on or off.
     void CloseAfterSwitch() {
         const BOOL bOfServer = m_file.GetFileID() != 0;
         if (m_file.IsOpen() && bOfServer != m_file.IsServerSupportEnabled()) {
@@ -90,7 +90,7 @@ private:
         }
     }
 
-    // A file with a new name is opened and gets its header, but not the record.
+    // If the file gets a new name, the new file gets its header, but the record is lost.
     template <typename TReplaceName>
     Opened Open(const std::wstring& strName, TReplaceName fnReplaceName) {
         if (m_file.IsServerSupportEnabled()) {
@@ -116,7 +116,7 @@ private:
         return Opened::RecordLost;
     }
 
-    // " <name>.<date and time>" with the leading blank. FALSE: there is no time.
+    // " <name>.<date and time>" with the leading blank. FALSE: the time is unknown.
     static BOOL MakeFallbackName(const std::wstring& strName, std::wstring& strFallback) {
         wchar_t szName[MAX_FALLBACK + 1] = {};
         {
@@ -230,7 +230,7 @@ private:
             fCut < static_cast<float>(ullLength) ? std::min(static_cast<ULONGLONG>(fCut), ullLength) : ullLength;
         ULONGLONG ullKeep = ullLength - ullCut;
         ullKeep += ullKeep % 2;
-        return ullKeep > ullLength ? ullKeep - 2 : ullKeep;  // an odd length of which nothing is removed
+        return ullKeep > ullLength ? ullKeep - 2 : ullKeep;  // the length is odd, and nothing is removed
     }
 
     BOOL WriteHeader() { return WriteBytes("\xFF\xFE", HEADER_SIZE); }

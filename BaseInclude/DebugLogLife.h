@@ -47,10 +47,10 @@ inline CDebugLogMgr::CDebugLogMgr() : m_strLogFileName(DEFAULT_NAME), m_hEvent(n
     m_dwMaxFileSize = 0x200000;
     m_dwTruncatePercent = 20;
     m_logLevel = DEFAULT_LEVEL;
-    // For the whole process, on purpose: the conversions to narrow text follow it.
+    // Sets the locale of the whole process, on purpose: the conversions to narrow text use it.
     static_cast<void>(std::setlocale(LC_ALL, ""));
     // libc loads a locale's conversions at their first use, under a lock that a fork could leave locked in the child.
-    // So they are loaded here, where no fork can come between. An ASCII character would not need them.
+    // So they are loaded here, where no fork can interrupt. Converting an ASCII character would not load them.
     static_cast<void>(std::btowc(0x80));
     sem_init(&m_sem, 0, 0);
     exit_flag = 0;
@@ -121,7 +121,7 @@ inline void CDebugLogMgr::WriteQueuedLines() {
     }
 }
 
-// Drops the queue once the exit handler has called.
+// TRUE: the writer ends. After SignalExit, drops the queue.
 inline BOOL CDebugLogMgr::IsExiting() {
     const int nExit = __atomic_load_n(&exit_flag, __ATOMIC_ACQUIRE);
     if (nExit == 1) {
@@ -168,8 +168,8 @@ inline void CDebugLogMgr::SignalExit() {
     sem_post(&m_sem);
 }
 
-// Destroys the manager if no thread is in it. Otherwise the last thread to leave does: a writer that is still in a slow
-// file operation finds the manager in place.
+// Destroys the manager if no thread is in it. Otherwise the last thread that leaves it destroys it, so a writer in a
+// slow file operation can still use it.
 inline void CDebugLogMgr::ExitHandler() {
     if (s_bChildWithoutWriter.load(std::memory_order_acquire)) {
         CDebugLogUsers::Close();  // this process has logged nothing: the queue and the file are its parent's

@@ -49,8 +49,8 @@ typedef struct LogCacheList {
 
 class CDebugLogMgr {
 public:
-    // One place that traces. Called like a function it writes a record: a wide printf format and its arguments. %s is
-    // wide text there, like %ls.
+    // One place in the code that traces. Call the object like a function to write a record: a wide printf format and
+    // its arguments. In the format, %s means wide text, like %ls.
     class MacroHelper {
     public:
         // Null pointers are empty texts. nLogLevel: records below the level of /var/log.ini are dropped, and cost no
@@ -79,7 +79,7 @@ public:
     static CDebugLogMgr* GetInstance();
     virtual ~CDebugLogMgr();
 
-    // TRUE: records of that level are dropped. Costs one comparison. FALSE also as long as there is no manager.
+    // TRUE: records of that level are dropped. FALSE if there is no manager yet. Costs one comparison.
     static BOOL IsDropped(int nLogLevel) {
         const int* const pLevel = s_pLogLevel.load(std::memory_order_acquire);
         return pLevel != nullptr && nLogLevel < *pLevel;
@@ -93,7 +93,7 @@ public:
         return !CDebugLogUsers::IsClosed() && !IsDropped(nLogLevel);
     }
 
-    // Queues one record. Drops it below the configured level, and for a null file name or format.
+    // Queues one record. Drops it if its level is below the configured one, or if the file name or the format is null.
     void OutputArgs(LPCTSTR lpszLogType, int nLogLevel, LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName,
                     DWORD dwSrcLineNumber, LPCTSTR lpszFormat, va_list args);
     // The same at level 1, for a text instead of a format.
@@ -105,9 +105,9 @@ public:
         }
     }
 
-    // ---- Settings. They hold from the next record that is written; the header from the next that is made. ----
+    // ---- Settings. They apply to all records that are written later; the header to all that are made later. ----
 
-    // Empty: the default name.
+    // Empty: the default name. A file that global mode keeps open stays in use.
     void SetLogFileName(LPCTSTR lpszLogFileName) {
         const CUse use;
         if (use.IsGranted()) {
@@ -132,11 +132,11 @@ public:
     }
     // FALSE: the writer drops what it takes from the queue.
     void EnableOutput(BOOL bEnable) { VEXStoreField(m_bOutputLogToFile, bEnable); }
-    // Without effect: each record decides by its own function name.
+    // Has no effect: a record names its function if the caller gave one.
     void WithFunctionName(BOOL bEnable) { VEXStoreField(m_bWithFunctionName, bEnable); }
     // The file stays open between records, without its lock.
     void EnableGlobalMode(BOOL bEnable) { VEXStoreField(m_bGlobalMode, bEnable); }
-    // The file is then one of the file server's; see VexFile.h. While the server is away, records are lost.
+    // The log is then a file of the file server; see VexFile.h. Records are lost while the server does not answer.
     void EnableServerSupport(BOOL bEnable) {
         const CUse use;
         if (use.IsGranted()) {
@@ -232,7 +232,7 @@ private:
     // Held to replace or copy the file name and the header; never while a thread waits for the disk.
     inline static CVEXMutex s_csTexts;
     inline static BOOL s_bHeldForFork VEX_GUARDED_BY(s_csInstance) = FALSE;
-    // Registered at load time, so that no fork can come while a thread makes the manager.
+    // Registered at load time: a fork always waits while a thread makes the manager.
     [[maybe_unused]] inline static const int s_nForkHandlers =
         pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
 };

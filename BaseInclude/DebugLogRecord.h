@@ -17,8 +17,7 @@
 
 class CDebugLogRecord {
 public:
-    // The format of a trace with each %s replaced by %ls: both stand for wide text there. A null format throws
-    // std::logic_error.
+    // Replaces each %s of a trace's format by %ls: both mean wide text in a trace. Throws std::logic_error for null.
     static std::wstring TraceFormat(LPCTSTR lpszFormat) {
         std::wstring strFormat(lpszFormat);
         for (std::size_t nFound; (nFound = strFormat.find(L"%s")) != std::wstring::npos;) {
@@ -27,8 +26,8 @@ public:
         return strFormat;
     }
 
-    // The header: process, thread, time of now, and the place that traces. A null function name: the form without one.
-    // FALSE: there is no time.
+    // The header: process, thread, local time, and the place that traces; the function only if its name is not null.
+    // FALSE: the time is unknown.
     BOOL FormatHeader(LPCTSTR lpszSrcFileName, LPCTSTR lpszFunctionName, DWORD dwSrcLineNumber) {
         const CVEXForkPause pause;
         std::tm local = {};
@@ -59,7 +58,7 @@ public:
         m_pszMessage[MAX_MESSAGE - 1] = 0;
     }
 
-    // The whole record in a text that is no larger than needed. strLogHeader: the manager's, before the message.
+    // The whole record in a text that is no larger than needed. strLogHeader comes directly before the message.
     std::wstring Line(LPCTSTR lpszLogType, const std::wstring& strLogHeader) const {
         const std::wstring_view strType(lpszLogType != nullptr ? lpszLogType : L"");
         const std::wstring_view strHeader(m_szHeader);
@@ -71,7 +70,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t MAX_HEADER = 260;  // characters, as the next
+    static constexpr std::size_t MAX_HEADER = 260;  // both in characters
     static constexpr std::size_t MAX_MESSAGE = 8192;
 
     wchar_t m_szHeader[MAX_HEADER + 1] = {};

@@ -51,7 +51,7 @@ public:
     }
 
     // Ends the way back. Waits until all calls have returned, but at most a second from the start of the last one.
-    // Within that second a callback begins, unless its thread does not run at all.
+    // A callback that Call has chosen begins within that second, unless its thread gets no processor time.
     void Cut() {
         CVEXLock lock(m_lock);
         m_pOwner = nullptr;

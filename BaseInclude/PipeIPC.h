@@ -32,18 +32,18 @@
 // The client end of the route-message protocol. Each exchange opens a connection of its own and closes it at its end.
 //
 // The default constructor seeds rand() with the time and makes the process ignore SIGPIPE. The ForForkedChild
-// constructor does neither; it is for replacing, in a forked child, an object that the parent constructed. By then the
-// child's program has decided about both.
+// constructor does neither. A forked child uses it to replace its parent's object, when the child's program may already
+// have made its own choices about both.
 //
 // Requests from the server: each exchange has a random identity. When that is a service object and a request handler
 // is set, a receive thread reads the connection until the exchange ends. Each request that arrives meanwhile is handled
 // on a thread of its own. Without a handler there is no receive thread.
 //
 // Nobody joins these threads. The destructor waits for running callbacks, but at most one second from the time when the
-// last one was started. After the destructor no callback begins, unless a callback's thread could not run for that
-// whole second. A longer callback may still run, and so may the receive thread for a moment: what the callbacks use
-// must outlive them. The reply of a late handler is dropped. A callback may use its context, its arguments, and any
-// CPipeIPC except the one that it serves.
+// last one was started. After the destructor no callback begins, unless its thread got no processor time for that whole
+// second. A longer callback may still run, and so may the receive thread for a moment: what the callbacks use must
+// outlive them. The reply of a late handler is dropped. A callback may use its context, its arguments, and any CPipeIPC
+// except the one that it serves.
 //
 // Out of memory: the exchange fails, or throws std::bad_alloc when it cannot start a receive thread.
 class CPipeIPC {
@@ -200,7 +200,7 @@ inline long CPipeIPC::SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjI
     CSmartBuffer objMessage;
     if (RecvMsg(exchange, request, dwTimeout, objMessage) <= 0) {
         pv_logEx("SendMessageAndWait ::RecvMsg  failed result=%s",
-                 std::strerror(nSent));  // of the descriptor, as the format has it
+                 std::strerror(nSent));  // nSent is a descriptor, not an error, but the line keeps its form
         return PIPE_ERROR_RECEIVE;
     }
     pv_logEx("*************SendMessageAndWait recv end********* client******");

@@ -56,7 +56,7 @@ public:
     // The status byte that accepts a client. A server that closes without a status byte also accepts it.
     static constexpr BYTE REGISTER_ACCEPTED = 0;
 
-    // The TCP port of a destination, not yet cut to 16 bits, as the trace shows it. SocketPort is for socket addresses.
+    // The TCP port of a destination, as the trace shows it. SocketPort cuts it to 16 bits, for socket addresses.
     static constexpr int ServerPort(USHORT usSessionID, USHORT usObjID) { return 8665 + usSessionID + usObjID; }
     static constexpr USHORT SocketPort(int nPort) { return static_cast<USHORT>(nPort); }
 
@@ -79,7 +79,7 @@ public:
         }
     }
 
-    // What a client sends right after connecting. The session is a service object's own; other clients send their
+    // What a client sends right after connecting. A service object sends its own session; other clients send their
     // descriptor as the session.
     static RegClient BuildRegistration(const RegClient& owner, SOCKET socket) {
         RegClient registration = owner;
@@ -89,8 +89,7 @@ public:
         return registration;
     }
 
-    // dwSequenceNum: the tick count. dwMessageLen: bytes of payload. The source's session is the descriptor for every
-    // object.
+    // dwSequenceNum: the tick count. dwMessageLen: bytes of payload. The source's session is always the descriptor.
     static RouteMessageHeader BuildRequestHeader(const RegClient& owner, SOCKET socket, USHORT usDstSessionID,
                                                  USHORT usDstObjID, DWORD dwSequenceNum, DWORD dwMessageLen) {
         RouteMessageHeader header = {};
@@ -128,10 +127,10 @@ public:
                IsUsable(header);
     }
 
-    // Whether a message is the reply to the request, right or wrong, on a connection where requests arrive as well:
+    // Whether a message on a connection that also carries requests is the reply, right or wrong. One of these holds:
     //  - It answers the request.
-    //  - It is addressed to the request's source. No request has that address: its session is the descriptor, not the
-    //    registered session. With the flag of a request the message must also be unusable.
+    //  - It is addressed to the request's source. Requests are not: they are addressed to the registered session, not
+    //    to the descriptor. If the message has the flag of a request, it must also be unusable.
     //  - It comes from the object that was asked, has no flag of a request, and is not for the client to handle.
     static BOOL IsReply(const RouteMessageHeader& message, const RouteMessageHeader& request) {
         const BOOL bToSource = IsSame(message.Destination, request.Source);

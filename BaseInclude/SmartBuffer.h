@@ -29,7 +29,7 @@ public:
     // The bytes may be part of the buffer; those beyond its end count as 0. For null it only resizes, as ReAlloc.
     virtual void* SetBuffer(const void* pBuffer, DWORD dwSize) = 0;
     // Copies out the smaller of dwSize and the buffer's size, and returns that number. Copies nothing and returns 0 for
-    // null, for an empty buffer, and for an address nearer to the buffer's start than its size, on either side.
+    // null, for an empty buffer, and if pBuffer is less than the buffer's size before or after the buffer's start.
     virtual DWORD GetBuffer(void* pBuffer, DWORD dwSize) const = 0;
     virtual DWORD GetSize() const = 0;
     // The block; null when empty. It belongs to the buffer and is valid until the buffer changes.

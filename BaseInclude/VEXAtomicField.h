@@ -1,5 +1,5 @@
-// Fields that several threads use without a lock: relaxed atomic accesses to plain types, which the records and classes
-// have to keep. They cost nothing over plain accesses on the target.
+// Fields that several threads use without a lock: relaxed atomic accesses to plain types, because the types of the
+// fields are given. On the target they cost no more than plain accesses.
 #pragma once
 
 template <typename TField>

@@ -5,7 +5,7 @@
 // which exists once in a process.
 //
 // Threads: strings that share a block are for one thread at a time, because the count is not atomic. Strings that share
-// no block may be used by different threads at once; sharing the empty block does not matter.
+// no block may be used by different threads at once. All threads may share the empty block.
 //
 // Ownership: the text of GetString, GetBuffer and the conversions belongs to the string and is valid until the string
 // is next written or destroyed.
@@ -175,7 +175,7 @@ public:
     // ---- Block management, for code that works on blocks. Work with texts does not need it. ----
 
     CStringData* GetData() const;
-    // Points at the empty block and stamps it. Does not release the old block.
+    // Points at the empty block and writes its fields again. Does not release the old block.
     void Init();
     // dest becomes nCopyLen characters from nCopyIndex followed by nExtraLen zero characters. dest may be this string.
     void AllocCopy(CString& dest, int nCopyLen, int nCopyIndex, int nExtraLen) const;
@@ -629,7 +629,7 @@ inline CstringDataA* CStringA::GetData() const {
     return reinterpret_cast<CstringDataA*>(m_pchData) - 1;
 }
 
-// Unlike CString it stamps in another order and gets the header from GetData.
+// Unlike CString it writes the fields in another order and gets the header from GetData.
 inline void CStringA::Init() {
     m_pchData = _atltmpPchNilA;
     VEXStampField(*_atltmpPchNilA, '\0');

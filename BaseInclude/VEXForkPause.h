@@ -35,7 +35,7 @@ public:
         return localtime_r(&time, &local) != nullptr;
     }
 
-    // The local time of now. FALSE: the clock cannot be read, or the year does not fit.
+    // The local time now. FALSE: the clock cannot be read, or the year does not fit.
     BOOL LocalNow(std::tm& local, int& nMicroseconds) const {
         timeval now = {};
         if (gettimeofday(&now, nullptr) != 0) {

@@ -7,8 +7,8 @@
 //   +-------+-------------+--------------+------------------------+-------------------------------+---+
 //   0       8             12             16                       56
 //
-// A block belongs to one thread at a time, with one exception: each kind of string has one empty block in the process,
-// which the strings of all threads point at and stamp. So its fields are read and written atomically.
+// A block belongs to one thread at a time, with one exception: each kind of string has one empty block in the process.
+// The strings of all threads point at it and stamp it (VEXStampField). So fields are read and written atomically.
 #pragma once
 
 #include <pthread.h>
@@ -27,8 +27,8 @@ struct lockid_t {
 // The number of ints in an empty block.
 inline constexpr std::size_t VEX_EMPTY_BLOCK_INTS = 8197;
 
-// For the empty block, which nearly always has the value already. Not writing it then keeps the block's cache line
-// shared between threads, and avoids a race with callers that read an empty text with plain accesses.
+// Writes a field of the empty block, unless it has the value already, as it nearly always does. That keeps the block's
+// cache line shared between threads, and avoids a race with callers that read an empty text with plain accesses.
 template <typename TField>
 void VEXStampField(TField& field, TField value) {
     if (VEXLoadField(field) != value) {

@@ -67,7 +67,7 @@ public:
             return ServerOpenFile(lpszFileName, dwError);
         }
         const CStringA strName(lpszFileName);
-        const CString strFileName(lpszFileName);  // first: it may throw, and must not after a file was created
+        const CString strFileName(lpszFileName);  // before a file is created, because it may throw
         const HANDLE hFile = VexCreateFile(strName);
         dwError = ::GetLastError();
         VEXStoreField(m_hFile, hFile);
@@ -179,8 +179,8 @@ public:
     DWORD ServerFlush() { return Ask(Request(VEX_FILE_FLUSH).Add(m_dwFileID)); }
     DWORD ServerEndOfFile() { return Ask(Request(VEX_FILE_END_OF_FILE).Add(m_dwFileID)); }
 
-    // For a forked child, where the thread that used the object does not exist. Returns the handle, at whatever point
-    // that thread was, for the caller to close; null when there is none. A file of the server stays open, for the
+    // For a forked child. The thread that used the object does not exist there, and may have stopped at any point.
+    // Returns the handle, which the caller closes; null if there is none. A file of the server stays open, for the
     // parent. Do not use the object afterwards, and do not destroy it.
     HANDLE AbandonAfterFork() const {
         const HANDLE hFile = VEXLoadField(m_hFile);
@@ -188,7 +188,7 @@ public:
     }
 
 private:
-    // A request under construction. After an allocation has failed, the packet's size no longer matches.
+    // A request under construction. If an allocation fails, the packet stays shorter than m_cbRequest.
     class Request {
     public:
         explicit Request(DWORD dwCmd) {

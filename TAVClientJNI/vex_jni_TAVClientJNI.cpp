@@ -53,7 +53,7 @@ private:
 // A Java string from UTF-8; pat must not be null. Every step runs even if the step before failed. After a failure a
 // Java exception is pending.
 jstring stoJstring(JNIEnv* env, const char* pat) {
-    // The form of a signature; JVMs accept it for "java/lang/String".
+    // A type signature where a class name belongs; JVMs accept it for "java/lang/String".
     jclass strClass = env->FindClass("Ljava/lang/String;");
     jmethodID ctorID = env->GetMethodID(strClass, "<init>", "([BLjava/lang/String;)V");
     const auto nLength = static_cast<jsize>(std::strlen(pat));
