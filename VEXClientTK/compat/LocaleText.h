@@ -13,9 +13,9 @@
 
 namespace vextk {
 
-// The length of the result if DecodeUtf8 or EncodeUtf8 (Utf8.h) give the same result as libc. They are many times
-// faster. This is so for ASCII text in UTF-8 and ASCII locales, and for wide text in UTF-8 locales if each character
-// has an encoding. Nothing: use DecodeLocale or EncodeLocale.
+// The length of the result if DecodeUtf8 or EncodeUtf8 (Utf8.h), which are many times faster, give the same result as
+// libc. They do for ASCII text in UTF-8 and ASCII locales, and for wide text in UTF-8 locales if each character has an
+// encoding. Nothing: use DecodeLocale or EncodeLocale.
 std::optional<std::size_t> DecodedLengthAsUtf8(std::string_view text);
 std::optional<std::size_t> EncodedLengthAsUtf8(std::wstring_view text);
 

@@ -1,4 +1,4 @@
-// While it is enabled, it lets one call at a time through, in the order of arrival.
+// Lets one call at a time through, in the order of arrival, while it is enabled.
 #pragma once
 
 #include <condition_variable>

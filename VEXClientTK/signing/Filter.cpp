@@ -292,7 +292,7 @@ Predicate MakePredicate(ULONG ulType, std::string_view strValue) {
     }
 }
 
-// A conversion may have lost the value. An empty one must not pass every certificate.
+// Refuses an empty value: a conversion may have lost the value, and the filter would pass every certificate.
 std::string_view RequireValue(ULONG ulType, std::string_view strValue) {
     if (strValue.empty() && ulType >= VCTK_FILTER_ISSUER && ulType <= VCTK_FILTER_ISSUER_NAME) {
         Malformed("it is empty, or the process locale cannot encode it");

@@ -173,7 +173,7 @@ Pkcs11Module::Process& Pkcs11Module::CurrentProcess() {
     static std::once_flag s_once;
     std::call_once(s_once, [] {
         Process::Current() = new Process(nullptr);
-        // The child starts with new locks: threads of the parent, which it does not have, may hold the old ones.
+        // The child starts with new locks, because other threads of the parent may hold the old ones.
         vexposix::AddToFork(vexposix::ForkPhase::kModules,
                             {nullptr, nullptr, [] { Process::Current() = new Process(Process::Current()); }});
     });

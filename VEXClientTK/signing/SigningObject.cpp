@@ -209,7 +209,7 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
             continue;
         }
         const Flaw flaw = identity->FlawAt(now);
-        // Holds until somebody's validity begins or ends, and no longer when the clock is set back over such a moment.
+        // The choice holds between two moments at which some certificate's validity begins or ends.
         if (flaw == Flaw::kNotYetValid) {
             choice.notAfter = std::min(choice.notAfter, identity->NotBefore() - 1);
         } else if (flaw == Flaw::kExpired) {

@@ -19,8 +19,8 @@ using RsaPtr = std::unique_ptr<RSA, OpenSslDeleter<RSA_free>>;
 using EcKeyPtr = std::unique_ptr<EC_KEY, OpenSslDeleter<EC_KEY_free>>;
 using EcSignaturePtr = std::unique_ptr<ECDSA_SIG, OpenSslDeleter<ECDSA_SIG_free>>;
 
-// t_failure is used only if t_bFailed is set. A thread's first use of it registers a destructor. If libc has no memory
-// for that, it ends the process, and most threads never use a token.
+// t_failure is used only if t_bFailed is set, because a thread's first use of it registers a destructor. If libc has no
+// memory for that, it ends the process. Most threads never use a token.
 thread_local std::exception_ptr t_failure;
 thread_local bool t_bFailed = false;
 

@@ -6,7 +6,7 @@
 
 namespace vextk {
 
-// They work for the whole process, and its forked children inherit the PINs. Only a keyed digest of a PIN is kept. Any
+// Both work for the whole process, and its forked children inherit the PINs. Only a keyed digest of a PIN is kept. Any
 // thread may call them.
 void RememberWrongPin(const std::string& strToken, std::string_view pin);
 bool IsKnownWrongPin(const std::string& strToken, std::string_view pin);
