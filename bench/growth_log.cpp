@@ -21,8 +21,8 @@ void QueueRecords(long nRecords) {
     }
 }
 
-// Makes the heap keep this much memory that was touched before. New memory can cost several times as much, above all in
-// a virtual machine, and that is not the log's cost.
+// Touches this much memory and makes the heap keep it. The first use of memory can cost several times as much, above
+// all in a virtual machine, and that is not the log's cost.
 void TouchMemory(std::size_t cb) {
     bench::Require(mallopt(M_MMAP_MAX, 0) == 1 && mallopt(M_TRIM_THRESHOLD, -1) == 1, "a heap that keeps its memory");
     const std::unique_ptr<volatile char[]> pMemory(new volatile char[cb]);
@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
     for (long nMark = 1; nMark <= nMost; nMark *= 10) {
         QueueRecords(nMark - nQueued);
         nQueued = nMark;
-        // At most as many again, so that the number keeps its order of magnitude.
+        // The rounds at most double the number, so that it keeps its order of magnitude.
         const long nBatch = std::clamp(nMark / nBatches, 1L, 100L);
         for (int nRound = 0; nRound < nBatches && nQueued + nBatch <= 2 * nMark; ++nRound) {
             const double dBegin = bench::CpuSeconds();

@@ -10,7 +10,7 @@
 
 namespace vexlog {
 
-// A record must meet every condition that is set, and of a list one entry. A record without the field does not pass.
+// A record must meet every condition that is set; one entry of a list is enough. A missing field meets no condition.
 struct Filter {
     std::vector<std::string> functions = {};  // "ClearFilter" or the whole name
     std::vector<std::int32_t> threads = {};

@@ -56,7 +56,7 @@ std::uint64_t SizeOf(int nDescriptor) {
 bool Follower::Poll() {
     const bool bNew = (m_file.IsOpen() && ReadOn()) || Reopen();
     m_cQuiet = bNew ? 0 : m_cQuiet + 1;
-    // Not after the first quiet look, which follows the last piece without a pause.
+    // The first quiet look follows the last piece without a pause, so the writer may not be done yet.
     if (m_cQuiet == 2) {
         m_parser.Flush();
     }

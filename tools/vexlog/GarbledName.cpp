@@ -58,7 +58,7 @@ bool DecodeGarbled(std::string_view text, std::string& strDecoded) {
             strDecoded.append(letters.szText, n);
         }
         bFound = bFound || cLetters != 0;
-        // Skips to the next character that may begin a part, and past one that did not.
+        // Skips to the next byte that may begin a part. If no part begins here, skips the first byte too.
         const bool bPass = cLetters == 0 && !text.empty();
         const auto nextBegin = std::find_if(text.begin() + (bPass ? 1 : 0), text.end(), IsLongLead);
         const auto cbPlain = static_cast<std::size_t>(nextBegin - text.begin());

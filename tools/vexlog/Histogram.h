@@ -29,7 +29,7 @@ public:
     std::uint64_t Minimum() const { return m_cValues == 0 ? 0 : m_nLeast; }
     std::uint64_t Maximum() const { return m_nGreatest; }
 
-    // The smallest value that at least a share of dShare (0 to 1) of all values does not exceed.
+    // The smallest value v for which at least dShare (0 to 1) of all values are v or less.
     std::uint64_t Percentile(double dShare) const {
         const auto nRank = static_cast<std::uint64_t>(dShare * static_cast<double>(m_cValues) + 0.999'999);
         std::uint64_t cSeen = 0;

@@ -109,7 +109,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
     follower.Finish();
 }
 
-// If reading fails, prints what was read before the error is reported.
+// If reading fails, prints the records that were read, then throws the error.
 void ReadAndPrint(const Options& options, RecordSink& sink, vexposix::OutputBuffer& output) {
     try {
         if (options.bFollow) {

@@ -36,7 +36,7 @@ FileDescriptor OpenTerminal() {
     return terminal;
 }
 
-// Delivers the signals that would end or stop the process only while Await waits, which then returns.
+// Holds back the signals that would end or stop the process. Await delivers them while it waits, and then returns.
 class SignalsHeld {
 public:
     SignalsHeld() {
