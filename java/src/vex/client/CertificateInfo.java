@@ -116,7 +116,7 @@ public final class CertificateInfo {
      * Returns the subject's name.
      *
      * @return equal to {@link java.security.cert.X509Certificate#getSubjectX500Principal} of the certificate if
-     *     Java has names for all its attribute types. The string types of other values are not known here
+     *     Java has names for all its attribute types. If not, it may differ: a value's string type is not known here
      * @throws IllegalStateException if Java cannot read the name; {@link #subjectText} returns it nevertheless
      */
     public X500Principal subject() {
@@ -136,7 +136,7 @@ public final class CertificateInfo {
      * Returns the issuer's name.
      *
      * @return equal to {@link java.security.cert.X509Certificate#getIssuerX500Principal} of the certificate if
-     *     Java has names for all its attribute types. The string types of other values are not known here
+     *     Java has names for all its attribute types. If not, it may differ: a value's string type is not known here
      * @throws IllegalStateException if Java cannot read the name; {@link #issuerText} returns it nevertheless
      */
     public X500Principal issuer() {
@@ -152,7 +152,7 @@ public final class CertificateInfo {
         return toText(issuer);
     }
 
-    /** Two are equal if their fingerprints are. */
+    /** Two objects are equal if their fingerprints are equal. */
     @Override
     public boolean equals(Object other) {
         return other instanceof CertificateInfo && fingerprint.equals(((CertificateInfo) other).fingerprint);

@@ -31,10 +31,10 @@ import javax.security.auth.x500.X500Principal;
  * {@link java.util.Base64} converts them to text.
  *
  * <h2>Text and bytes</h2>
- * What is signed of a text are its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL},
- * {@code LC_CTYPE} or {@code LANG} when Java started): UTF-8 under a UTF-8 locale. A text with U+0000, with an unpaired
- * surrogate or with a character that the locale cannot encode is refused with a {@link SigningException}; no other text
- * is signed instead. Bytes are signed unchanged under every locale. Empty texts and empty data are refused.
+ * Signing a text signs its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL}, {@code LC_CTYPE} or
+ * {@code LANG} when Java started): UTF-8 under a UTF-8 locale. A text with U+0000, with an unpaired surrogate or with a
+ * character that the locale cannot encode is refused with a {@link SigningException}; it is never signed with such
+ * characters replaced. Bytes are signed unchanged under every locale. Empty texts and empty data are refused.
  *
  * <h2>Threads</h2>
  * Any thread may call any method at any time. The client is immutable. Calls on one client run one after the other, so

@@ -128,7 +128,7 @@ final class SigningKeyStore extends KeyStoreSpi {
         return e;
     }
 
-    /** The cause for a wrong PIN is the one that KeyStore.load promises; callers then ask for the PIN again. */
+    /** A wrong PIN has the cause that KeyStore.load promises, so that callers can ask for the PIN again. */
     private static IOException failure(String what, GeneralSecurityException reason) {
         return new IOException(what + reason.getMessage(), isPinWrong(reason) ? unrecoverable(reason) : reason);
     }

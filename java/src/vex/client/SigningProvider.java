@@ -33,8 +33,8 @@ import java.util.List;
  * over if this fails or if Java cannot read the certificate. It then has no alias; {@code getKey} and {@code getEntry}
  * with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the reason as its
  * cause. The reason is also logged as a warning ({@code java.util.logging}, logger
- * {@code vex.client.SigningKeyStore}). If all keys are passed over, {@code load} throws an {@link java.io.IOException} with
- * the first key's reason as its cause. If the PIN is wrong or missing, the cause is an
+ * {@code vex.client.SigningKeyStore}). If all keys are passed over, {@code load} throws an
+ * {@link java.io.IOException} with the first key's reason as its cause. If the PIN is wrong or missing, the cause is an
  * {@code UnrecoverableKeyException}, whose cause is the {@link SigningException}.
  *
  * <p><strong>Trust a store's URI only as you would trust a program.</strong> A {@code pkcs11:} URI can name a module,
@@ -140,7 +140,7 @@ public final class SigningProvider extends Provider {
             return new SigningEngine(keyAlgorithm, digest);
         }
 
-        /** Makes a Signature without a named provider select this one for its own keys and for no others. */
+        /** A Signature without a named provider then selects this provider for this provider's keys only. */
         @Override
         public boolean supportsParameter(Object parameter) {
             return parameter instanceof SigningKey && ((Key) parameter).getAlgorithm().equals(keyAlgorithm);

@@ -22,7 +22,7 @@ package vex.jni;
  * every locale can encode.
  *
  * <p>Where a text is needed, {@code null}, the empty text, and a text with U+0000 or an unpaired surrogate are refused
- * under every locale. So is handle 0. These calls do not reach the toolkit, and the last error stays unchanged.
+ * under every locale. Handle 0 is refused too. These calls do not reach the toolkit, and the last error stays the same.
  *
  * <h2>Threads</h2>
  * Any thread may call any method on any handle, without locking. Calls on one handle run one after the other; calls on
