@@ -136,7 +136,7 @@ TEST_F(FileServerLimits, AllocatesNoMemoryForBytesThatAreOnlyAnnounced) {
     EXPECT_LT(nPeakKiB, 500000);  // includes a sanitizer's memory
 }
 
-TEST_F(FileServerLimits, RefusesAFileTooMany) {
+TEST_F(FileServerLimits, RefusesFilesAboveTheLimit) {
     Start({"--max-files", "2"});
     const std::uint64_t uFirst = Open("a");
     EXPECT_NE(Open("b"), 0U);

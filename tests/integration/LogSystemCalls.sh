@@ -52,7 +52,7 @@ calls_per_record() {
         name == "getppid" { ++marks; next }
         marks != 1 || ($1 == tracer) != (who == "tracer") { next }
         name == "newfstatat" { name = $2 ~ /\([0-9]+,$/ && $3 == "\"\"," ? "fstat" : "stat" }
-        # Signals, and the second half of a call that strace shows in two lines.
+        # Leaves out signals and the second half of a call that strace shows in two lines.
         name == "futex" || name == "restart_syscall" || name !~ /^[a-z]/ { next }
         { ++count[name] }
         END {

@@ -65,7 +65,7 @@ esac
 for part in bridge toolkit tools dev; do
     dpkg-deb -x "${!part}" "root-$part"
 done
-# Each finds everything except the toolkit by itself.
+# Each library and program finds all that it needs, except the toolkit.
 for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
     ldd "$file" | grep 'not found' | grep -v libVEXClientTKDll64.so && fail "$file is not complete"
 done
@@ -87,7 +87,7 @@ notice() {
 }
 noticed=0
 for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tools/usr/bin/*; do
-    # Names of types: a stripped program has them, too.
+    # These are names of types. A stripped program still contains them.
     if grep -q N3CLI "$file"; then
         notice "$file" 'University of Cincinnati' 'Redistributions in binary form must reproduce' 'PROVIDED BY THE COPYRIGHT'
         noticed=$((noticed + 1))
