@@ -11,7 +11,7 @@ constexpr std::string_view kHeader = "\xFF\xFE";
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kEntryEnd = "\r\n\r\n";
 
-// Takes a text apart from its front.
+// Takes parts from the front of a text.
 class Scanner {
 public:
     explicit Scanner(std::string_view text) : m_rest(text) {}

@@ -28,8 +28,8 @@ const Lines& LinesOf(const Native& native) {
                          [&](const Lines& lines) { return native.strName == lines.pszNative; });
 }
 
-// The message of a record: the name, whose bytes form characters of four bytes each, written as a UTF-8 locale writes
-// characters beyond Unicode; then the rest as plain text.
+// The message of a record. Every four bytes of the name form one character, mostly beyond Unicode, which is written in
+// a long form of UTF-8. The rest is plain text.
 std::string Message(const std::string& strFunction, const char* pszEnd) {
     std::string bytes = strFunction;
     bytes.resize((bytes.size() + 3) / 4 * 4);

@@ -16,7 +16,7 @@ namespace {
 struct Rules : Row {
     FileRules rules;
     int nErrnoOfLink;      // 0: opened
-    int nErrnoOfHardLink;  // likewise
+    int nErrnoOfHardLink;  // 0: opened
 };
 
 class OpenFileByRules : public testing::TestWithParam<Rules> {
