@@ -145,7 +145,7 @@ private:
         return TRUE;
     }
 
-    // The server decides what the name means. Another process may already have appended to the new file.
+    // The server decides what the name means. The header goes to the end: others may append to a new file first.
     BOOL OpenServerFile(const std::wstring& strName) {
         DWORD dwError = ERROR_SUCCESS;
         if (!m_file.OpenFile(strName.c_str(), dwError)) {
@@ -165,8 +165,8 @@ private:
     }
 
     // Returns the file's size, 0 when it is unknown. A record that the locale cannot encode becomes an empty text with
-    // its line ends. Failures are ignored, but without the server no further request is made for this record: each one
-    // could take its whole time-out.
+    // its line ends. Failures are ignored, but if the server is lost, no further request is made for this record: each
+    // one could take its whole time-out.
     ULONGLONG Append(const std::wstring& strLine, const std::wstring& strName) {
         constexpr const char* END = "\r\n\r\n";
         const CStringA strNarrow(strLine.c_str());

@@ -196,8 +196,8 @@ inline CDebugLogMgr::~CDebugLogMgr() {
 
 // ---- fork ----
 //
-// The parent holds all locks of the log while it forks, so that the child finds the queue and the texts whole and the
-// locks free. The queue has a lock only if there is a manager; the thread safety analysis cannot follow that.
+// The parent holds all locks of the log while it forks. So no queue or text in the child is half changed, and the child
+// can free the locks. The queue has a lock only if there is a manager; the thread safety analysis cannot follow that.
 
 inline void CDebugLogMgr::BeforeFork() VEX_NO_THREAD_SAFETY_ANALYSIS {
     s_csInstance.Enter();

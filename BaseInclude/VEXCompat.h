@@ -130,9 +130,9 @@ BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, LONGLONG* lp
 // Stores 8 bytes at lpFileSize.
 BOOL GetFileSizeEx(HANDLE hFile, LONGLONG* lpFileSize);
 
-// Returns when the kernel has all written bytes: other processes see them, and the end of this process loses none. It
-// does not force them to disk. When nothing was written since the last call, it releases the handle's lock; ReadFile,
-// WriteFile, GetFileSizeEx and SetEndOfFile take the lock again and wait for it as VexCreateFile does.
+// Returns when the kernel has all written bytes: other processes see them, and they outlive this process. They need not
+// be on the disk. When nothing was written since the last call, it releases the handle's lock; ReadFile, WriteFile,
+// GetFileSizeEx and SetEndOfFile take the lock again and wait for it as VexCreateFile does.
 BOOL FlushFileBuffers(HANDLE hFile);
 
 // Ends the file at the current position: cuts it, or extends it with zeros.

@@ -1,6 +1,6 @@
 // Keeps forks away from libc calls that take locks inside libc. A forked child cannot release such a lock when another
-// thread of its parent held it. libc has one lock for the time zone, and one that wide printf and the first use of a
-// locale's conversions take.
+// thread of its parent held it. libc has one lock for the time zone. Wide printf and the first use of a locale's
+// conversions take another one.
 #pragma once
 
 #include <pthread.h>
@@ -15,7 +15,7 @@
 #include "VEXType.h"
 
 // While one exists, other threads that fork wait. Any number of threads may have one at the same time. For calls that
-// take microseconds; its scope takes no other lock and makes no second CVEXForkPause. Any thread.
+// take microseconds; take no other lock in its scope, and make no second CVEXForkPause there. Any thread.
 class CVEXForkPause {
 public:
     CVEXForkPause() {

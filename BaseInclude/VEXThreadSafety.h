@@ -25,7 +25,7 @@
 #define VEX_CAPABILITY(name) VEX_THREAD_SAFETY(capability(name))
 #define VEX_SCOPED_CAPABILITY VEX_THREAD_SAFETY(scoped_lockable)
 
-// A field that is read and written only with the lock held; a pointer whose target is.
+// A field that is used only with the lock held; a pointer whose target is used only with the lock held.
 #define VEX_GUARDED_BY(lock) VEX_THREAD_SAFETY(guarded_by(lock))
 #define VEX_PT_GUARDED_BY(lock) VEX_THREAD_SAFETY(pt_guarded_by(lock))
 
@@ -37,5 +37,5 @@
 #define VEX_REQUIRES(...) VEX_THREAD_SAFETY(requires_capability(__VA_ARGS__))
 #define VEX_EXCLUDES(...) VEX_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
 
-// A function that the analysis cannot follow. A comment beside it says why it is right nevertheless.
+// A function that the analysis cannot follow. A comment beside it says why the function is right.
 #define VEX_NO_THREAD_SAFETY_ANALYSIS VEX_THREAD_SAFETY(no_thread_safety_analysis)

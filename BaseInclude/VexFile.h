@@ -145,7 +145,7 @@ public:
         return ReadFile(m_hFile, pbData, dwWanted, &dwCount, nullptr);
     }
     // Server: returns the server's result, non-zero for success. Without an answer it returns the low half of the
-    // exchange's result, which is also non-zero. dwCount is unchanged then, and when the answer has no count.
+    // exchange's result, which is also non-zero. dwCount then stays unchanged, as it does if the answer has no count.
     BOOL Write(const BYTE* pbData, DWORD& dwCount) {
         if (m_dwFileID != 0) {
             return ServerWrite(pbData, dwCount);
