@@ -10,8 +10,8 @@
 
 namespace vextk {
 
-// Counts the work for one file. An iteration is one of PBKDF2, PBKDF1 or the PKCS #12 derivation, or one block of
-// scrypt, which takes N * r * p of them. For one thread.
+// Counts the work for one file in iterations: those of PBKDF2, PBKDF1 and the PKCS #12 derivation, and N * r * p for
+// scrypt. For one thread.
 class DerivationWork {
 public:
     // The limits for one encryption or MAC (about three seconds) and for a whole file (about fifteen seconds).

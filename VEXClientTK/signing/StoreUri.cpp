@@ -78,8 +78,8 @@ void ParseModule(bool bPath, std::string_view value, TokenUri& token) {
     }
 }
 
-// RFC 7512 section 2.3. With any other attribute, a vendor's too, nothing matches (section 2.4): if it were ignored,
-// the URI could mean another token or key.
+// RFC 7512 section 2.3. A URI with any other attribute, even a vendor's, matches nothing (section 2.4): without that
+// attribute it could mean another token or key.
 constexpr std::string_view kTokenAttributes[] = {"token",
                                                  "manufacturer",
                                                  "serial",

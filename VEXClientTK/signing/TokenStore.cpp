@@ -57,7 +57,7 @@ TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
     return tokens.front().name;
 }
 
-// The URI's type says whether its object is the label of the certificate or of the key; without type, either.
+// The URI's type says whether its object is the certificate's or the key's label. Without a type, either may match.
 bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, const TokenKey& key) {
     const auto type = uri.attributes.find("type");
     const bool bCertificate = type == uri.attributes.end() || type->second == "cert";
