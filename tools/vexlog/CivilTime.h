@@ -30,7 +30,7 @@ struct CivilFields {
     int nMicrosecond = 0;
 };
 
-// Nothing if a field is out of its range. Every month may have 31 days, and a minute a leap second.
+// Nothing if a field is out of its range. Every month may have 31 days, and every minute may have a leap second.
 std::optional<CivilMicroseconds> ToCivil(const CivilFields& fields);
 CivilFields FromCivil(CivilMicroseconds time);
 

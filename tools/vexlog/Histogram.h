@@ -1,5 +1,5 @@
-// Counts durations in bounded memory. Percentiles are exact up to 255 microseconds. Above, there are 128 buckets for
-// each doubling, and the middle of a bucket is given: the error is below half a percent. Minimum and maximum are exact.
+// Counts durations in bounded memory. Percentiles are exact up to 255 microseconds. Above that, each doubling has 128
+// buckets; a percentile is the middle of its bucket, less than half a percent wrong. Minimum and maximum are exact.
 #pragma once
 
 #include <algorithm>

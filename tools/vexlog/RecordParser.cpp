@@ -322,7 +322,7 @@ bool RecordParser::CompleteRecord(std::string_view rest, Record& record) const {
     }
     const std::size_t cCharacters = kHeaderCharacters - m_core.cbCore;
     const std::size_t nHeaderEnd = rest.find(kHeaderEnd);
-    // The number of bytes is usually enough to decide.
+    // Usually the number of bytes decides, and the characters need not be counted.
     const bool bShort = nHeaderEnd != std::string_view::npos && nHeaderEnd + kHeaderEnd.size() <= cCharacters;
     const std::size_t cbLongest = bShort ? cCharacters : LengthOfCharacters(rest, cCharacters);
     if (nHeaderEnd != std::string_view::npos && nHeaderEnd + kHeaderEnd.size() <= cbLongest) {

@@ -178,7 +178,7 @@ final class Signatures {
     }
 
     /**
-     * Signs a number of texts with one thread per object. Each thread takes the next text when it is done, so all
+     * Signs a number of texts with one thread per object. Each thread takes the next text when it is done. So all
      * threads stay busy to the end, even if the log's writer slows some down. Returns the signatures of all per second.
      */
     private double threads(String text, long... handles) throws Exception {
