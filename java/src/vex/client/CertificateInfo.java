@@ -60,7 +60,7 @@ public final class CertificateInfo {
             try {
                 return new CertificateInfo(fields);
             } catch (NumberFormatException | DateTimeParseException e) {
-                // The record is unknown; see below.
+                // The record has an unknown form, like one with too few fields.
             }
         }
         throw SigningException.of(VCTKError.INTERNAL,

@@ -140,7 +140,7 @@ public final class SigningProvider extends Provider {
             return new SigningEngine(keyAlgorithm, digest);
         }
 
-        /** A Signature without a named provider then selects this provider for this provider's keys only. */
+        /** Lets a Signature without a named provider select this provider for its own keys, and for no others. */
         @Override
         public boolean supportsParameter(Object parameter) {
             return parameter instanceof SigningKey && ((Key) parameter).getAlgorithm().equals(keyAlgorithm);

@@ -31,13 +31,13 @@ package vex.jni;
  * platform thread sees the error of another.
  *
  * <p>Virtual threads with the same carrier, a platform thread, share a last error. A virtual thread may change its
- * carrier when it waits. So call {@link #GetLastError} directly after the failed call, and do nothing between them that
+ * carrier when it waits. So call {@link #GetLastError} directly after the failed call, and do nothing in between that
  * may wait (no lock, no input or output, no logging). {@code vex.client} does so.
  *
  * <h2>Loading</h2>
- * The first use of this class loads the native library: from the full path in the system property
- * {@code vex.jni.library} if it is set, else by {@code System.loadLibrary("TAVClientJNI")}, which searches
- * {@code java.library.path}, else from the jar if it contains the library. If loading fails, the first use throws an
+ * The first use of this class loads the native library. If the system property {@code vex.jni.library} is set, it is
+ * the library's full path. Otherwise {@code System.loadLibrary("TAVClientJNI")} searches {@code java.library.path}. If
+ * the library is not there but in the jar, it is loaded from the jar. If loading fails, the first use throws an
  * {@link UnsatisfiedLinkError} that says what was tried, why it failed and what to do; every later use throws a
  * {@link NoClassDefFoundError}. With Java 24 and newer, start the JVM with
  * {@code --enable-native-access=ALL-UNNAMED} to avoid its warning.
