@@ -1,11 +1,16 @@
 #include "posix/Directories.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace vexposix {
 namespace {
+
+// Other processes may make or remove a directory between two steps. This limits the attempts.
+constexpr int kMaxRounds = 100;
 
 int Make(const char* pszPath, mode_t nMode) {
     return mkdir(pszPath, nMode) == 0 ? 0 : errno;
@@ -33,6 +38,15 @@ int MakeParents(char* pszPath, mode_t nMode) {
     return 0;
 }
 
+// Returns errno.
+int CheckDirectory(int nDescriptor) {
+    struct stat status {};
+    if (fstat(nDescriptor, &status) != 0) {
+        return errno;
+    }
+    return S_ISLNK(status.st_mode) ? ELOOP : S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
+}
+
 }  // namespace
 
 int MakeDirectories(char* pszPath, mode_t nMode) noexcept {
@@ -42,6 +56,23 @@ int MakeDirectories(char* pszPath, mode_t nMode) noexcept {
         nErrno = nErrno == 0 ? Make(pszPath, nMode) : nErrno;
     }
     return nErrno;
+}
+
+EnteredDirectory EnterDirectory(int nParent, const char* pszName) noexcept {
+    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
+        FileDescriptor descriptor(openat(nParent, pszName, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (descriptor.IsOpen()) {
+            const int nErrno = CheckDirectory(descriptor.Get());
+            return {nErrno == 0 ? std::move(descriptor) : FileDescriptor(), nErrno};
+        }
+        if (errno == ENOENT && mkdirat(nParent, pszName, S_IRWXU) == 0) {
+            continue;
+        }
+        if (errno != ENOENT && errno != EEXIST && errno != EINTR) {
+            return {FileDescriptor(), errno};
+        }
+    }
+    return {FileDescriptor(), EBUSY};
 }
 
 }  // namespace vexposix

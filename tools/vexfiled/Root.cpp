@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "posix/Directories.h"
 #include "posix/PlatformError.h"
 
 namespace vexfiled {
@@ -16,9 +17,6 @@ namespace {
 
 using vexposix::FileDescriptor;
 using vexposix::OpenedFile;
-
-// Other processes may create or remove a directory between two steps. This limits the attempts.
-constexpr int kMaxRounds = 100;
 
 Refusal RefusalOf(int nErrno) {
     return {vexposix::ErrorFromErrno(nErrno), std::generic_category().message(nErrno)};
@@ -32,30 +30,18 @@ Refusal SymbolicLink() {
     return {ERROR_ACCESS_DENIED, "a symbolic link"};
 }
 
-std::variant<FileDescriptor, Refusal> EnterDirectory(int nParent, const char* pszName) {
-    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
-        FileDescriptor descriptor(openat(nParent, pszName, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-        if (descriptor.IsOpen()) {
-            struct stat status {};
-            if (fstat(descriptor.Get(), &status) != 0) {
-                return RefusalOf(errno);
-            }
-            if (S_ISLNK(status.st_mode)) {
-                return SymbolicLink();
-            }
-            if (!S_ISDIR(status.st_mode)) {
-                return Refusal{ERROR_PATH_NOT_FOUND, "a parent is not a directory"};
-            }
-            return descriptor;
-        }
-        if (errno == ENOENT && mkdirat(nParent, pszName, S_IRWXU) == 0) {
-            continue;
-        }
-        if (errno != ENOENT && errno != EEXIST && errno != EINTR) {
-            return RefusalOf(errno);
-        }
+// Why a directory of the name was not entered.
+Refusal RefusalOfDirectory(int nErrno) {
+    switch (nErrno) {
+        case ELOOP:
+            return SymbolicLink();
+        case ENOTDIR:
+            return {ERROR_PATH_NOT_FOUND, "a parent is not a directory"};
+        case EBUSY:
+            return Busy();
+        default:
+            return RefusalOf(nErrno);
     }
-    return Busy();
 }
 
 // Why a file was not opened or created.
@@ -97,11 +83,11 @@ std::variant<OpenedFile, Refusal> Root::Open(std::string_view strName) const {
     FileDescriptor directory;
     int nParent = m_descriptor.Get();
     for (std::size_t i = 0; i + 1 < components.size(); ++i) {
-        auto entered = EnterDirectory(nParent, components[i].c_str());
-        if (auto* pRefusal = std::get_if<Refusal>(&entered)) {
-            return std::move(*pRefusal);
+        vexposix::EnteredDirectory entered = vexposix::EnterDirectory(nParent, components[i].c_str());
+        if (!entered.descriptor.IsOpen()) {
+            return RefusalOfDirectory(entered.nErrno);
         }
-        directory = std::move(std::get<FileDescriptor>(entered));
+        directory = std::move(entered.descriptor);
         nParent = directory.Get();
     }
     OpenedFile file = OpenOrCreateFile(nParent, components.back().c_str(), vexposix::kConfined);
