@@ -6,7 +6,6 @@
 
 #include "compat/LastError.h"
 #include "compat/ProfileText.h"
-#include "posix/FileIo.h"
 #include "posix/OpenFile.h"
 #include "posix/PlatformError.h"
 
@@ -19,16 +18,14 @@ constexpr std::size_t kMaxFile = std::size_t{1024} * 1024;
 // Returns the platform's error number.
 DWORD ReadProfile(const char* pszName, std::string& strText) {
     const vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, pszName, vexposix::kInput);
-    if (!file.descriptor.IsOpen()) {
-        return file.nErrno == EINVAL ? ERROR_ACCESS_DENIED : vexposix::ErrorFromErrno(file.nErrno);
-    }
-    if (file.cbSize > kMaxFile) {
-        return ERROR_FILE_TOO_LARGE;
-    }
-    strText.resize(file.cbSize);
-    const vexposix::Transfer transfer = vexposix::ReadAt(file.descriptor.Get(), strText.data(), strText.size(), 0);
-    strText.resize(transfer.cb);
-    return vexposix::ErrorFromErrno(transfer.nErrno);
+    std::size_t cbRead = 0;
+    const auto room = [&](std::size_t cb) {
+        strText.resize(cb);
+        return strText.data();
+    };
+    const int nErrno = vexposix::ReadWhole(file, kMaxFile, room, cbRead);
+    strText.resize(cbRead);
+    return file.nErrno == EINVAL ? ERROR_ACCESS_DENIED : vexposix::ErrorFromErrno(nErrno);
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "posix/FileIo.h"
+
 namespace vexposix {
 namespace {
 
@@ -130,6 +132,20 @@ OpenedFile OpenOrCreateFile(int nDirectory, const char* pszName, const FileRules
         }
     }
     return NotOpened(EBUSY);
+}
+
+int ReadWhole(const OpenedFile& file, std::size_t cbLimit, const std::function<char*(std::size_t)>& fnRoom,
+              std::size_t& cbRead) {
+    cbRead = 0;
+    if (file.nErrno != 0) {
+        return file.nErrno;
+    }
+    if (file.cbSize > cbLimit) {
+        return EFBIG;
+    }
+    const Transfer transfer = ReadAt(file.descriptor.Get(), fnRoom(file.cbSize), file.cbSize, 0);
+    cbRead = transfer.cb;
+    return transfer.nErrno;
 }
 
 }  // namespace vexposix

@@ -1,31 +1,20 @@
 #include "signing/FileBytes.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <system_error>
 
-#include "posix/FileIo.h"
-
 namespace vextk {
-namespace {
-
-void RequireSuccess(int nErrno) {
-    if (nErrno != 0) {
+SecretText ReadFileBytes(const vexposix::OpenedFile& file, size_t cbLimit) {
+    SecretText bytes(std::min(file.cbSize, cbLimit));
+    const auto room = [&](size_t cb) {
+        bytes.Resize(cb);
+        return bytes.Data();
+    };
+    size_t cbRead = 0;
+    if (const int nErrno = vexposix::ReadWhole(file, cbLimit, room, cbRead); nErrno != 0) {
         throw std::system_error(nErrno, std::generic_category());
     }
-}
-
-}  // namespace
-
-SecretText ReadFileBytes(const vexposix::OpenedFile& file, size_t cbLimit) {
-    RequireSuccess(file.nErrno);
-    if (file.cbSize > cbLimit) {
-        throw std::system_error(EFBIG, std::generic_category());
-    }
-    SecretText bytes(file.cbSize);
-    bytes.Resize(file.cbSize);
-    const vexposix::Transfer transfer = vexposix::ReadAt(file.descriptor.Get(), bytes.Data(), file.cbSize, 0);
-    RequireSuccess(transfer.nErrno);
-    bytes.Truncate(transfer.cb);
+    bytes.Truncate(cbRead);
     return bytes;
 }
 

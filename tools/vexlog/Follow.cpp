@@ -1,6 +1,5 @@
 #include "Follow.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -11,6 +10,7 @@
 #include "Input.h"
 #include "posix/FileIo.h"
 #include "posix/LockFile.h"
+#include "posix/OpenFile.h"
 
 namespace vexlog {
 namespace {
@@ -81,33 +81,33 @@ bool Follower::Reopen() {
     struct stat byName = {};
     struct stat current = {};
     if (stat(m_strPath.c_str(), &byName) != 0) {
-        return IsAbsent();
+        return IsAbsent(errno);
     }
     if (m_file.IsOpen() && fstat(m_file.Get(), &current) == 0 && current.st_ino == byName.st_ino &&
         current.st_dev == byName.st_dev) {
         return false;
     }
-    if (!S_ISREG(byName.st_mode)) {
+    vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, m_strPath.c_str(), vexposix::kInput);
+    if (file.nErrno == EINVAL || file.nErrno == EISDIR) {
         throw ReadError(m_strPath + ": only a regular file can be followed; read it without --follow");
     }
-    vexposix::FileDescriptor file(open(m_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    if (!file.IsOpen()) {
-        return IsAbsent();
+    if (!file.descriptor.IsOpen()) {
+        return IsAbsent(file.nErrno);
     }
     if (m_file.IsOpen()) {
         while (ReadOn()) {  // what was added to the old file since the last look
         }
         m_parser.Finish();
     }
-    m_file = std::move(file);
+    m_file = std::move(file.descriptor);
     StartAgain();
     return ReadOn();
 }
 
 // False: the file does not exist, but may be created. Throws for any other error.
-bool Follower::IsAbsent() const {
-    if (errno != ENOENT && errno != ENOTDIR) {
-        ThrowReadError(m_strPath, errno);
+bool Follower::IsAbsent(int nErrno) const {
+    if (nErrno != ENOENT && nErrno != ENOTDIR) {
+        ThrowReadError(m_strPath, nErrno);
     }
     return false;
 }

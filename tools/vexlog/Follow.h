@@ -34,7 +34,7 @@ public:
 private:
     bool ReadOn();
     bool Reopen();
-    bool IsAbsent() const;
+    bool IsAbsent(int nErrno) const;
     bool Resynchronize();
     std::size_t FindLast(std::string_view file) const;
     static std::size_t EndOfCutText(std::string_view file, std::string_view text);

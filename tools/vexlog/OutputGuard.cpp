@@ -1,17 +1,15 @@
 #include "OutputGuard.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <string_view>
 #include <vector>
 
 #include "Input.h"
 #include "RecordParser.h"
 #include "common/FileIdentity.h"
-#include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
+#include "posix/OpenFile.h"
 
 namespace vexlog {
 namespace {
@@ -38,23 +36,20 @@ bool HoldsALog(int nDescriptor, const std::string& strName) {
     std::vector<char> piece(kPiece);
     off_t nAt = 0;
     while (!seen.IsSeen()) {
-        const ssize_t cb = pread(nDescriptor, piece.data(), piece.size(), nAt);
-        if (cb < 0 && errno == EINTR) {
-            continue;
+        const vexposix::Transfer transfer = vexposix::ReadAt(nDescriptor, piece.data(), piece.size(), nAt);
+        if (transfer.nErrno != 0) {
+            ThrowReadError(strName, transfer.nErrno);
         }
-        if (cb < 0) {
-            ThrowReadError(strName, errno);
-        }
-        const std::string_view bytes(piece.data(), static_cast<std::size_t>(cb));
+        const std::string_view bytes(piece.data(), transfer.cb);
         if (nAt == 0 && (bytes.starts_with(kByteOrderMark) || bytes.starts_with(kPageBegin))) {
             return bytes.starts_with(kByteOrderMark);
         }
-        if (cb == 0) {
+        if (bytes.empty()) {
             parser.Finish();
             break;
         }
         parser.Feed(bytes);
-        nAt += cb;
+        nAt += static_cast<off_t>(bytes.size());
     }
     return seen.IsSeen();
 }
@@ -76,11 +71,11 @@ void RefuseLogAsOutput(const std::string& strOutput) {
         return;
     }
     const std::string strShown = tools::ShownName(strOutput, "standard output");
-    const vexposix::FileDescriptor file(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    if (!file.IsOpen()) {
-        ThrowReadError(strShown, errno);
+    const vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, strPath.c_str(), vexposix::kInput);
+    if (!file.descriptor.IsOpen()) {
+        ThrowReadError(strShown, file.nErrno);
     }
-    if (HoldsALog(file.Get(), strShown)) {
+    if (HoldsALog(file.descriptor.Get(), strShown)) {
         throw OutputRefused(strShown + ": this file is a log; remove it first, or choose another output");
     }
 }

@@ -131,5 +131,44 @@ TEST_F(OpenOrCreate, ShowsANewFileBeforeItHasItsName) {
     EXPECT_EQ(nCalls, 1);
 }
 
+class ReadWholeTest : public testing::Test {
+protected:
+    OpenedFile Open(const char* pszName) const { return OpenFile(AT_FDCWD, m_directory.Path(pszName).c_str(), kInput); }
+    int Read(const OpenedFile& file, std::size_t cbLimit) {
+        const auto room = [this](std::size_t cb) {
+            m_strRead.resize(cb);
+            return m_strRead.data();
+        };
+        return ReadWhole(file, cbLimit, room, m_cbRead);
+    }
+
+    const TempDirectory m_directory;
+    std::string m_strRead;
+    std::size_t m_cbRead = 99;
+};
+
+TEST_F(ReadWholeTest, ReadsUpToTheLimit) {
+    m_directory.Write("file", "0123456789");
+    EXPECT_EQ(Read(Open("file"), 9), EFBIG);
+    EXPECT_EQ(m_cbRead, 0U);
+    EXPECT_EQ(m_strRead, "");
+    EXPECT_EQ(Read(Open("file"), 10), 0);
+    EXPECT_EQ(m_cbRead, 10U);
+    EXPECT_EQ(m_strRead, "0123456789");
+}
+
+TEST_F(ReadWholeTest, ReadsLessOfAFileThatWasCutMeanwhile) {
+    m_directory.Write("file", "0123456789");
+    const OpenedFile file = Open("file");
+    ASSERT_EQ(truncate(m_directory.Path("file").c_str(), 4), 0);
+    EXPECT_EQ(Read(file, 10), 0);
+    EXPECT_EQ(m_strRead.substr(0, m_cbRead), "0123");
+}
+
+TEST_F(ReadWholeTest, ReportsThatTheFileIsNotOpen) {
+    EXPECT_EQ(Read(Open("missing"), 10), ENOENT);
+    EXPECT_EQ(m_cbRead, 0U);
+}
+
 }  // namespace
 }  // namespace vexposix
