@@ -1,6 +1,7 @@
 #include "JsonPrinter.h"
 
 #include "Native.h"
+#include "posix/Hexadecimal.h"
 #include "posix/VisibleText.h"
 
 namespace vexlog {
@@ -21,11 +22,10 @@ constexpr std::string_view KindName(Kind kind) {
 }
 
 void AppendHexBytes(vexposix::OutputBuffer& output, std::string_view bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
     for (const char ch : bytes) {
         const auto nByte = static_cast<unsigned char>(ch);
-        output.Append(kDigits[nByte >> 4]);
-        output.Append(kDigits[nByte & 0xF]);
+        output.Append(vexposix::kLowerHexDigits[nByte >> 4]);
+        output.Append(vexposix::kLowerHexDigits[nByte & 0xF]);
     }
 }
 

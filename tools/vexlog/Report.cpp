@@ -6,6 +6,7 @@
 #include <map>
 
 #include "ReportParts.h"
+#include "posix/Hexadecimal.h"
 #include "posix/VisibleText.h"
 
 namespace vexlog {
@@ -15,8 +16,7 @@ namespace {
 constexpr std::array<char, 44> Base64OfHex(std::string_view hex) {
     constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     const auto digit = [hex](std::size_t n) -> unsigned {
-        const char ch = n < hex.size() ? hex[n] : '0';
-        return static_cast<unsigned>(ch <= '9' ? ch - '0' : ch - 'a' + 10);
+        return static_cast<unsigned>(vexposix::HexValue(n < hex.size() ? hex[n] : '0'));
     };
     std::array<char, 44> text = {};
     // Three hexadecimal digits are two characters of Base64.
