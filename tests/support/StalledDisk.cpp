@@ -1,14 +1,13 @@
 // A disk that stalls: a thread that writes to the log's file creates a file "stalled" in the log's directory and then
 // waits for ever. For LD_PRELOAD, together with the private_log library.
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
+
+#include "SystemCalls.h"
 
 namespace {
 
@@ -18,13 +17,11 @@ std::string PathOf(int nDescriptor) {
     return std::string(path.data(), cch > 0 ? static_cast<std::size_t>(cch) : 0);
 }
 
-}  // namespace
-
-extern "C" ssize_t pwrite(int nDescriptor, const void* pData, size_t cb, off_t nOffset) {
+Outcome Decide(const system_calls::Call& call) {
     constexpr std::string_view kLog = "/PILog.txt";
-    std::string strPath = PathOf(nDescriptor);
+    std::string strPath = call.pszName == std::string_view("pwrite") ? PathOf(call.nDescriptor) : "";
     if (!strPath.ends_with(kLog)) {
-        return syscall(SYS_pwrite64, nDescriptor, pData, cb, nOffset);
+        return kReal;
     }
     strPath.replace(strPath.size() - kLog.size(), kLog.size(), "/stalled");
     close(open(strPath.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
@@ -32,3 +29,9 @@ extern "C" ssize_t pwrite(int nDescriptor, const void* pData, size_t cb, off_t n
         pause();
     }
 }
+
+[[gnu::constructor]] void Begin() {
+    system_calls::g_pDecide = Decide;
+}
+
+}  // namespace
