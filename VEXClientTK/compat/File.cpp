@@ -31,9 +31,9 @@ Files& MakeOpenFiles() {
     constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
     Files& files = *new Files(kFirstHandle);
     // Not analysed: the lock is held from one handler to the next.
-    constexpr auto lock = []() VEX_NO_THREAD_SAFETY_ANALYSIS { OpenFiles().LockForFork(); };
-    constexpr auto unlock = []() VEX_NO_THREAD_SAFETY_ANALYSIS { OpenFiles().UnlockAfterFork(); };
-    vexposix::AddToFork(ForkPhase::kOpenFiles, {lock, unlock, unlock});
+    constexpr auto kLock = []() VEX_NO_THREAD_SAFETY_ANALYSIS { OpenFiles().LockForFork(); };
+    constexpr auto kUnlock = []() VEX_NO_THREAD_SAFETY_ANALYSIS { OpenFiles().UnlockAfterFork(); };
+    vexposix::AddToFork(ForkPhase::kOpenFiles, {kLock, kUnlock, kUnlock});
     vexposix::AddToFork(ForkPhase::kFileClosing,
                         {FileLock::BeforeFork, FileLock::AfterForkHere, FileLock::AfterForkThere});
     return files;

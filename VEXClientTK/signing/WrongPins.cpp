@@ -31,9 +31,9 @@ Refused& Known() {
         auto pRefused = std::make_unique<Refused>();
         RequireOpenSsl(RAND_bytes(pRefused->key.data(), static_cast<int>(pRefused->key.size())) == 1);
         s_pKnown = pRefused.release();
-        constexpr auto lock = []() VEX_ACQUIRE(s_pKnown->mutex) { s_pKnown->mutex.Enter(); };
-        constexpr auto unlock = []() VEX_RELEASE(s_pKnown->mutex) { s_pKnown->mutex.Leave(); };
-        vexposix::AddToFork(vexposix::ForkPhase::kWrongPins, {lock, unlock, unlock});
+        constexpr auto kLock = []() VEX_ACQUIRE(s_pKnown->mutex) { s_pKnown->mutex.Enter(); };
+        constexpr auto kUnlock = []() VEX_RELEASE(s_pKnown->mutex) { s_pKnown->mutex.Leave(); };
+        vexposix::AddToFork(vexposix::ForkPhase::kWrongPins, {kLock, kUnlock, kUnlock});
     });
     return *s_pKnown;
 }

@@ -21,10 +21,10 @@ namespace {
 constexpr std::array kEnds = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 constexpr std::size_t kMostFiles = 4;
 
-std::array<std::atomic<const char*>, kMostFiles> g_names;
+std::array<std::atomic<const char*>, kMostFiles> s_names;
 
 void RemoveAndEnd(int nSignal) {
-    for (const std::atomic<const char*>& name : g_names) {
+    for (const std::atomic<const char*>& name : s_names) {
         if (const char* const pszName = name.load(); pszName != nullptr) {
             unlink(pszName);
         }
@@ -46,7 +46,7 @@ void HandleSignals() {
 }
 
 void Replace(const char* pszBefore, const char* pszName) {
-    for (std::atomic<const char*>& name : g_names) {
+    for (std::atomic<const char*>& name : s_names) {
         if (name.load() == pszBefore) {
             name.store(pszName);
             return;

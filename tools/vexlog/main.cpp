@@ -29,10 +29,10 @@ namespace {
 
 constexpr int kPollMilliseconds = 200;
 
-volatile std::sig_atomic_t g_nInterrupted = 0;
+volatile std::sig_atomic_t s_nInterrupted = 0;
 
 void OnInterrupt(int) {
-    g_nInterrupted = 1;
+    s_nInterrupted = 1;
 }
 
 // Hands on the records that pass the filter.
@@ -89,7 +89,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
 
     Follower follower(strPath, sink);
     bool bTold = false;
-    while (g_nInterrupted == 0) {
+    while (s_nInterrupted == 0) {
         const bool bNew = PollOrFinish(follower);
         if (follower.TakeLost()) {
             output.Flush();

@@ -22,10 +22,10 @@ using vexposix::FileDescriptor;
 constexpr std::size_t kLongestPin = 4096;
 constexpr std::array kEnds = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 
-volatile std::sig_atomic_t g_nSignal = 0;
+volatile std::sig_atomic_t s_nSignal = 0;
 
 void OnSignal(int nSignal) {
-    g_nSignal = nSignal;
+    s_nSignal = nSignal;
 }
 
 FileDescriptor OpenTerminal() {
@@ -57,7 +57,7 @@ public:
     // True: the descriptor can be read. False: a signal has arrived.
     bool Await(int nDescriptor) const {
         pollfd input = {nDescriptor, POLLIN, 0};
-        while (g_nSignal == 0) {
+        while (s_nSignal == 0) {
             if (ppoll(&input, 1, nullptr, &m_blocked.Before()) > 0) {
                 return true;
             }
@@ -117,8 +117,8 @@ void AskPin(const char* pszPrompt, Secret& pin) {
         }
         vexposix::WriteAll(terminal.Get(), "\n");
     }
-    if (g_nSignal != 0) {
-        static_cast<void>(std::raise(g_nSignal));
+    if (s_nSignal != 0) {
+        static_cast<void>(std::raise(s_nSignal));
         throw std::runtime_error("interrupted while asking for the PIN");
     }
     if (!bRead) {
