@@ -146,7 +146,8 @@ private:
         m_socketServer = NO_SOCKET;  // the receive thread closes it
     }
 
-    // Runs function while no thread of this object reads the fields that they share.
+    // Changes what receive threads read: the callbacks and their contexts. No receive thread runs before m_pOwner
+    // exists.
     template <typename TFunction>
     void Guarded(TFunction function) {
         if (m_pOwner != nullptr) {
@@ -158,15 +159,15 @@ private:
 
     SOCKET m_socket = NO_SOCKET;  // of the server role
     BOOL m_StopServer = FALSE;
-    std::list<ClientInfo> m_listClientInfo;               // guarded by m_ClientInfoLock
-    PPROCESSMESSAGE m_pProcessMessageCallback = nullptr;  // guarded by m_pOwner, like the next three
+    std::list<ClientInfo> m_listClientInfo;               // unused
+    PPROCESSMESSAGE m_pProcessMessageCallback = nullptr;  // the callbacks and contexts: changed in Guarded
     PPROCESSSTATE m_pProcessStateCallback = nullptr;
     void* m_pProcessMessageCallbackParamter = nullptr;
     SOCKET m_socketServer = NO_SOCKET;   // the connection of the receive thread, which closes it
     pthread_mutex_t m_socketServerLock;  // unused: answers may outlive this object, CPipeConnection locks them
     RegClient m_OwnerInfo = {};          // this client's identity
     BOOL m_bClientInit = FALSE;
-    std::list<RouteMessage> m_listRecvReponseMsg;  // guarded by m_listRecLock
+    std::list<RouteMessage> m_listRecvReponseMsg;  // unused
     BOOL m_bStopRecv = FALSE;                      // atomic access; a receive thread runs while it is FALSE
     BOOL m_bConnectState = FALSE;                  // TRUE after a server has accepted the client
     [[maybe_unused]] BOOL m_AutoReConnect = TRUE;
@@ -177,7 +178,7 @@ private:
     pthread_mutex_t m_listRecLock;
     pthread_mutex_t m_ClientInfoLock;
     pthread_mutex_t ClientLock;
-    void* m_stateContext = nullptr;        // the state callback's, guarded by m_pOwner
+    void* m_stateContext = nullptr;        // the state callback's
     std::shared_ptr<CPipeOwner> m_pOwner;  // created with the first receive thread
 };
 
