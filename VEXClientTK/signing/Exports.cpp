@@ -213,7 +213,7 @@ INT VCTK_GetLastErrorMessage(HANDLE hObject, char* pszBuffer, int* pnLength) {
 INT VCTK_CallQueueEnable(HANDLE hObject, int nQueue, int nEnable) {
     return CallObject(hObject, [=](SigningObject& object) {
         if (nQueue != 0) {
-            throw Failure(VCTK_E_INVALID_ARGUMENT, "an object has one call queue, number 0");
+            throw Failure(VCTK_E_INVALID_ARGUMENT, "unknown call queue; an object has only queue 0");
         }
         object.Queue().Enable(nEnable != 0);
     });

@@ -69,7 +69,7 @@ void DerivationWork::AddIterations(std::uint64_t cIterations) {
     if (bTooMany || cIterations > kMostOfFile - m_cIterations) {
         throw Failure(VCTK_E_STORE_UNREADABLE, "deriving keys from its PIN takes more than " +
                                                    std::to_string(bTooMany ? kMost : kMostOfFile) + " iterations" +
-                                                   (bTooMany ? "" : " in all") + "; export it again with fewer");
+                                                   (bTooMany ? "" : " in all") + "; export the store again with fewer");
     }
     m_cIterations += cIterations;
 }

@@ -17,7 +17,7 @@ constexpr std::string_view kDefaultDigest = "SHA-256";
 
 Bytes DecodeInput(std::string_view text, int nInputForm) {
     if (nInputForm != 0 && nInputForm != 1) {
-        throw Failure(VCTK_E_INVALID_ARGUMENT, "the input form is 0 for text or 1 for Base64");
+        throw Failure(VCTK_E_INVALID_ARGUMENT, "unknown input form; use 0 for text or 1 for Base64");
     }
     if (text.empty()) {
         throw Failure(VCTK_E_DATA_EMPTY, "the text is empty, or the process locale cannot encode it");

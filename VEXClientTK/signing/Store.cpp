@@ -32,8 +32,8 @@ StoreContent ReadContent(std::string_view bytes, const SecretText* pPin) {
         return std::move(*pem);
     }
     constexpr char kDerSequence = '\x30';
-    throw Failure(VCTK_E_STORE_FORMAT,
-                  bytes.front() == kDerSequence ? "it is not PKCS #12, or damaged" : "it is neither PKCS #12 nor PEM");
+    throw Failure(VCTK_E_STORE_FORMAT, bytes.front() == kDerSequence ? "it is not a PKCS #12 file, or it is damaged"
+                                                                     : "it is neither PKCS #12 nor PEM");
 }
 
 SecretText ReadPin(const std::string& strPath) {

@@ -51,7 +51,7 @@ TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
     }
     if (tokens.size() != 1) {
         throw Failure(VCTK_E_TOKEN_NOT_FOUND,
-                      tokens.empty() ? "no token matches"
+                      tokens.empty() ? "no token matches; insert the token or check the URI"
                                      : std::to_string(tokens.size()) + " tokens match; choose one with serial=");
     }
     return tokens.front().name;

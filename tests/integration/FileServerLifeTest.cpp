@@ -234,10 +234,10 @@ TEST_F(FileServerLife, PrintsHelpAndVersion) {
 
 TEST_F(FileServerLife, WarnsOfRootAndOfAnotherOwnersDirectory) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "skipped: only root can run as root and give a directory away";
+        GTEST_SKIP() << "skipped: only root can change a directory's owner";
     }
     Start();
-    EXPECT_TRUE(m_server->WaitForLog("runs as root, which is not needed"));
+    EXPECT_TRUE(m_server->WaitForLog("runs as root without need"));
     EXPECT_EQ(m_server->LinesWith("belongs to user"), 0);
     ASSERT_EQ(chown(Root().c_str(), 4711, static_cast<gid_t>(-1)), 0);
     Start();

@@ -29,8 +29,8 @@ TEST_F(FileServerLimits, SurvivesClientsThatEndInTheMiddle) {
         }
     }
     EXPECT_EQ(Ask(SizeRequest(uId)), SizeReply(true, 0));
-    EXPECT_TRUE(m_server->WaitForLog("dropped: gone before its registration"));
-    EXPECT_TRUE(m_server->WaitForLog("dropped: gone in the middle of a message"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: disconnected before its registration"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: disconnected in the middle of a message"));
 }
 
 TEST_F(FileServerLimits, SurvivesClientsThatDoNotWaitForTheirReply) {
@@ -66,9 +66,9 @@ TEST_F(FileServerLimits, DropsASilentClient) {
     EXPECT_TRUE(idle.IsClosedByServer());
     EXPECT_TRUE(halfHeader.IsClosedByServer());
     EXPECT_TRUE(halfMessage.IsClosedByServer());
-    EXPECT_TRUE(m_server->WaitForLog("dropped: no registration in time"));
-    EXPECT_TRUE(m_server->WaitForLog("dropped: no request in time"));
-    EXPECT_TRUE(m_server->WaitForLog("dropped: half a message, and the rest not in time", 2));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: no registration arrived in time"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: no request arrived in time"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: the rest of a message did not arrive in time", 2));
 }
 
 TEST_F(FileServerLimits, DropsAClientThatDoesNotReceiveItsReply) {
@@ -81,7 +81,7 @@ TEST_F(FileServerLimits, DropsAClientThatDoesNotReceiveItsReply) {
     FileServerClient client(m_uPort);
     ASSERT_EQ(client.Register(), 0);
     client.Send(client.Message(ReadRequest(uId, kMoreThanSocketsHold)));
-    EXPECT_TRUE(m_server->WaitForLog("dropped: a reply not taken in time"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: the client did not read its reply in time"));
     EXPECT_LT(client.Receive(34 + 12 + kMoreThanSocketsHold).size(), kMoreThanSocketsHold);
 }
 
@@ -103,7 +103,7 @@ TEST_F(FileServerLimits, ServesItsFirstClientsInAFloodOfConnections) {
     for (std::size_t i = 0; i < kServed; ++i) {
         EXPECT_EQ(clients[i].Exchange(OpenRequest("log")).size(), 24U);
     }
-    EXPECT_TRUE(m_server->WaitForLog("too many connections"));
+    EXPECT_TRUE(m_server->WaitForLog("dropped: too many "));
     EXPECT_TRUE(m_server->WaitForLog("more lines about clients left out"));
 
     // When one of them leaves and the server has noticed it, the server accepts another client.

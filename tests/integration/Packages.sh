@@ -51,7 +51,7 @@ contains "$tools" bin/vexfiled bin/vexlog bin/vexsign lib/systemd/system/vexfile
 contains "$dev" include/vexclienttk/{VCTK,VCTKError,VCTKFilter,VEXCompat,VEXType}.h \
     lib/cmake/VEXClientTK/VEXClientTKConfig{,Version}.cmake lib/pkgconfig/vexclienttk.pc
 
-echo "== what they need"
+echo "== what the packages depend on"
 depends() {
     dpkg-deb -f "$1" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort | tr '\n' ' '
 }
@@ -112,7 +112,7 @@ for page in vexsign vexlog vexfiled; do
     root/usr/bin/$page --version >/dev/null
 done
 
-echo "== a program of somebody else's"
+echo "== another project's program"
 dpkg-deb -x "$dev" root
 mkdir program
 cat >program/main.cpp <<'CPP'

@@ -39,7 +39,7 @@ protected:
     void SetUp() override {
         if (kAddressSanitizer) {
             // The thread that reads the server's log exists before the test forks the processes that log.
-            GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
+            GTEST_SKIP() << "skipped: a forked child may find the sanitizer's own allocator locked";
         }
     }
 

@@ -99,14 +99,14 @@ for form in "$thread" "T$thread" "$((thread < 0 ? thread + 4294967296 : thread))
     [ "$(wc -l <out)" -eq "$(grep -c " T$thread " whole)" ] || fail "--thread $form"
 done
 expect 0 "$vexlog" --thread -12 $log
-[ ! -s out ] || fail "--thread of another"
+[ ! -s out ] || fail "--thread printed another thread's records"
 pid=$(sed -n 's/.* P\([0-9]*\) .*/\1/p' whole | head -n 1)
 expect 0 "$vexlog" --pid "$pid" --grep Leave. $log
 [ "$(wc -l <out)" -eq "$(grep " P$pid " whole | grep -c 'Leave\.')" ] || fail "--pid and --grep"
 expect 0 "$vexlog" --since 1h --until 2099-01-01 $log
-[ "$(wc -l <out)" -eq "$timed" ] || fail "--since of all"
+[ "$(wc -l <out)" -eq "$timed" ] || fail "--since left out records"
 expect 0 "$vexlog" --until 1h $log
-[ ! -s out ] || fail "--until of nothing"
+[ ! -s out ] || fail "--until printed records that are too late"
 
 echo "== colours"
 expect 0 "$vexlog" $log

@@ -396,7 +396,7 @@ TEST_F(ForeignFilesTest, NewFilesArePrivate) {
 // The second user finds the first user's files at the fixed names.
 TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "skipped: only root can be two users";
+        GTEST_SKIP() << "skipped: only root can switch between two users";
     }
     EXPECT_TRUE(SignInChild().Passed());
     const auto first = Everything();
@@ -426,7 +426,7 @@ TEST_F(ForeignFilesTest, ASecondUserSignsUnaffected) {
 // user's files. The test therefore puts a hard link to such a file there last.
 TEST_F(ForeignFilesTest, ExchangedAtAnyMoment) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "skipped: only root can be two users";
+        GTEST_SKIP() << "skipped: only root can switch between two users";
     }
     const long nRounds = AmountOf("VEX_TEST_FOREIGN_ROUNDS", 10);
     std::mt19937 random(SeedOfRun());

@@ -50,7 +50,7 @@ protected:
     // hangs, and the test fails.
     void ForkWhileThreadsCall(const std::function<void(const std::vector<HANDLE>&)>& fnChild) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        GTEST_SKIP() << "skipped: the sanitizer's allocator leaves a forked child the locks of the other threads";
+        GTEST_SKIP() << "skipped: a forked child may find the sanitizer's own allocator locked";
 #endif
         const long nForks = AmountOf("VEX_TEST_FORKS", 60);
         const std::string strStore = Store();

@@ -106,7 +106,7 @@ def check(name, done, usual, documented):
     if surprises:
         sys.exit(f"{name}: not documented: {surprises}")
     if not written:
-        sys.exit(f"{name}: nothing written at all; the trace cannot be whole")
+        sys.exit(f"{name}: the run wrote nothing, so the trace is incomplete")
 
 
 def check_that_all_is_seen(scratch):

@@ -380,7 +380,7 @@ for number in range(ROUNDS):
         except subprocess.CalledProcessError as error:
             sys.exit(f"{error}\n{error.stderr.decode()}")
     if number == 0:
-        print(f"By agreement there stays of a token's PIN: {token}; of a PIN in a JVM's own text: {java_keeps}",
+        print(f"Allowed to stay in memory: a token's PIN ({token}), a PIN in a JVM's own text ({java_keeps})",
               flush=True)
 print(f"{ROUNDS} rounds, {searches} searches of {searched_bytes >> 20} MiB, {cores} core files: nothing found that may"
       " not be there")

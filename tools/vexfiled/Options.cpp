@@ -57,7 +57,7 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
         ->capture_default_str();
     app.add_option(
            "--client-timeout-seconds", nTimeoutSeconds,
-           "Longest wait for a client's next message, for the rest of a message, and for a client to take a reply")
+           "Longest wait for a client's next message, for the rest of a message, and for a client to read a reply")
         ->type_name("N")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();

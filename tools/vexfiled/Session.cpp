@@ -145,14 +145,14 @@ void Session::Enter(Stage stage) {
 void Session::OnTimeout() {
     switch (m_stage) {
         case Stage::kRegistration:
-            return Drop("no registration in time");
+            return Drop("no registration arrived in time");
         case Stage::kIdle:
-            return Drop("no request in time");
+            return Drop("no request arrived in time");
         case Stage::kHeader:
         case Stage::kPayload:
-            return Drop("half a message, and the rest not in time");
+            return Drop("the rest of a message did not arrive in time");
         case Stage::kReply:
-            return Drop("a reply not taken in time");
+            return Drop("the client did not read its reply in time");
     }
 }
 
@@ -161,7 +161,8 @@ void Session::OnError(const asio::error_code& error, std::size_t cbDone) {
         m_setting.log.Detail(Text("client ", m_uNumber, ": disconnected"));
         End();
     } else if (error == asio::error::eof) {
-        Drop(m_stage == Stage::kRegistration ? "gone before its registration" : "gone in the middle of a message");
+        Drop(m_stage == Stage::kRegistration ? "disconnected before its registration"
+                                             : "disconnected in the middle of a message");
     } else {
         Drop(error.message());
     }

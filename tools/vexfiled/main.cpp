@@ -45,7 +45,7 @@ void RaiseDescriptorLimit(std::size_t cWanted, vexfiled::Log& log) {
 
 void WarnOfUsers(const std::string& strRoot, const vexfiled::Root& root, vexfiled::Log& log) {
     if (geteuid() == 0) {
-        log.Event("runs as root, which is not needed; start it as a user of its own");
+        log.Event("runs as root without need; start it as a separate user");
     }
     if (root.Owner() != geteuid()) {
         log.Event(

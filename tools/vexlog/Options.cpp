@@ -82,16 +82,16 @@ struct Texts {
 void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
     tools::AddFile(app, "FILE", options.strInput, "The log; \"-\" is standard input");
     tools::AddList(app, "--function", options.filter.functions, "NAME",
-                   "Only this function, such as ClearFilter or its whole name; if there are several, any of them");
-    tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; if there are several, any of them");
-    tools::AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; if there are several, any of them");
+                   "Only this function, such as ClearFilter or its whole name; may be repeated");
+    tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; may be repeated");
+    tools::AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; may be repeated");
     app.add_option("--since", texts.strSince, "Only from this local time on: 2024-03-05T09:07:02, 09:07, 10m (ago)")
         ->type_name("TIME");
     app.add_option("--until", texts.strUntil, "Only up to this local time")->type_name("TIME");
     app.add_option("--grep", options.filter.strText, "Only messages that contain this text (no pattern)")
         ->type_name("TEXT");
-    app.add_flag("-i,--ignore-case", options.filter.bIgnoreCase, "Letters of --grep match in both cases");
-    app.add_flag("-f,--follow", options.bFollow, "Go on with new records until interrupted");
+    app.add_flag("-i,--ignore-case", options.filter.bIgnoreCase, "--grep ignores the case of the letters A to Z");
+    app.add_flag("-f,--follow", options.bFollow, "Print new records as they are written, until interrupted");
     app.add_flag("--json", options.bJson, "One JSON object a line");
     app.add_option("--color,--colour", texts.strColour, "auto: on a terminal, unless NO_COLOR is set")
         ->check(CLI::IsMember({"auto", "always", "never"}))

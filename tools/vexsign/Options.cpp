@@ -97,8 +97,8 @@ void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
         tools::AddFile(app, "--pin-source", options.strPinSource, "File that holds the store's PIN", "FILE");
     app.add_flag("--ask-pin", options.bAskPin, "Ask for the PIN on the terminal, without echo")->excludes(pSource);
     tools::AddList(app, "--filter", texts.filters, "NAME=VALUE",
-                   "Only certificates that pass this filter; if there are several, all of them.\nNAME is a filter's "
-                   "number or one of:\n" +
+                   "Only certificates that pass this filter; may be repeated, then a certificate must pass all.\n"
+                   "NAME is a filter's number or one of:\n" +
                        FilterNames());
 }
 

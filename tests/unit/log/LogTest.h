@@ -16,7 +16,7 @@
 
 // Under AddressSanitizer a forked child inherits allocator locks that the parent's other threads held.
 #if defined(__SANITIZE_ADDRESS__)
-#define SKIP_FORKS_WITH_ASAN() GTEST_SKIP() << "skipped: a child of threads cannot allocate under AddressSanitizer"
+#define SKIP_FORKS_WITH_ASAN() GTEST_SKIP() << "skipped: a forked child may find the sanitizer's own allocator locked"
 #else
 #define SKIP_FORKS_WITH_ASAN() static_cast<void>(0)
 #endif

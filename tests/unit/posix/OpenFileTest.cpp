@@ -64,7 +64,7 @@ TEST_P(OpenFileByRules, RefusesWhatIsNoRegularFile) {
 // Only root can make a file that belongs to somebody else.
 TEST_P(OpenFileByRules, DecidesAboutOwners) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "needs root";
+        GTEST_SKIP() << "skipped: only root can give a file to another user";
     }
     const std::string strPath = m_directory.Write("file", "bytes");
     ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);

@@ -124,7 +124,7 @@ TEST_F(DemoStoreTest, DoesNotFollowALink) {
 
 TEST_F(DemoStoreTest, RefusesAnotherUsersDirectory) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can give a directory away";
+        GTEST_SKIP() << "skipped: only root can change a directory's owner";
     }
     std::filesystem::create_directories(Directory());
     ASSERT_EQ(chown(Directory().c_str(), 12345, 12345), 0);

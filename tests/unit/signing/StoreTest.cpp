@@ -181,18 +181,18 @@ TEST_P(StoreContentUnusable, IsReportedWithItsCause) {
 
 constexpr const char* kOldCipher = "it is encrypted in a way that OpenSSL does not offer";
 
-INSTANTIATE_TEST_SUITE_P(All, StoreContentUnusable,
-                         testing::Values(Fault{"file:@/legacy.p12?pin-value=1234", kOldCipher},
-                                         Fault{"file:@/rot13.pem?pin-value=1234", kOldCipher},
-                                         Fault{"file:@/scrypt.pem?pin-value=1234",
-                                               "its key derivation, scrypt, needs more memory than OpenSSL grants it"},
-                                         Fault{"file:@/empty", "it is empty"},
-                                         Fault{"file:@/zeros", "it is neither PKCS #12 nor PEM"},
-                                         Fault{"file:@/cut.p12?pin-value=1234", "it is not PKCS #12, or damaged"},
-                                         Fault{"file:@/damaged.pem", "a PEM block in it is damaged"},
-                                         Fault{"file:@/endless.pem", "a PEM block in it is damaged"},
-                                         Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
-                                         Fault{"file:@/bad-key.pem", "a private key in it is damaged"}));
+INSTANTIATE_TEST_SUITE_P(
+    All, StoreContentUnusable,
+    testing::Values(Fault{"file:@/legacy.p12?pin-value=1234", kOldCipher},
+                    Fault{"file:@/rot13.pem?pin-value=1234", kOldCipher},
+                    Fault{"file:@/scrypt.pem?pin-value=1234",
+                          "its key derivation, scrypt, needs more memory than OpenSSL grants it"},
+                    Fault{"file:@/empty", "it is empty"}, Fault{"file:@/zeros", "it is neither PKCS #12 nor PEM"},
+                    Fault{"file:@/cut.p12?pin-value=1234", "it is not a PKCS #12 file, or it is damaged"},
+                    Fault{"file:@/damaged.pem", "a PEM block in it is damaged"},
+                    Fault{"file:@/endless.pem", "a PEM block in it is damaged"},
+                    Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
+                    Fault{"file:@/bad-key.pem", "a private key in it is damaged"}));
 
 TEST_F(StoreTest, ASuccessClearsTheErrorOfTheFailureBefore) {
     EXPECT_FALSE(ToolkitClient(Expand("file:@/none")).IsOpen());

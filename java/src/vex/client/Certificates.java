@@ -23,7 +23,7 @@ final class Certificates {
             }
             return digits.toString();
         } catch (NoSuchAlgorithmException e) {
-            throw new IllegalStateException("Every Java has SHA-256", e);
+            throw new IllegalStateException("This Java has no SHA-256", e);
         }
     }
 

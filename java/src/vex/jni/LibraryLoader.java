@@ -72,7 +72,7 @@ final class LibraryLoader {
             if (LibraryLoader.class.getResource(RESOURCES + BRIDGE) != null) {
                 return false;
             }
-            throw failure(tried, "no such file there, and this jar carries no libraries, as tavclientjni-bundled.jar"
+            throw failure(tried, "there is no such file, and this jar contains no libraries; tavclientjni-bundled.jar"
                 + " does.", e);
         } catch (RuntimeException e) {
             throw notAllowed(tried, e);
@@ -189,14 +189,14 @@ final class LibraryLoader {
         }
         if (message.contains("failed to map segment") || musl && message.contains("Operation not permitted")) {
             return "code may not be executed from there: the file system is mounted noexec, or a security policy"
-                + " forbids it. Keep the library in a directory on another file system; one out of the jar goes where"
-                + " -Djava.io.tmpdir says.";
+                + " forbids it. Keep the library in a directory on another file system; the copy from the jar is put"
+                + " where -Djava.io.tmpdir says.";
         }
         Matcher version = Pattern.compile("version [`'\"]?(\\w+?)_([0-9.]+)'? not found").matcher(message);
         if (version.find()) {
             String library = version.group(1).equals("GLIBC") ? "glibc, the C library" : version.group(1);
-            return "it was built for " + library + " " + version.group(2) + " or newer, and this host's is older. Run"
-                + " it on a newer release of the system, or build the library on this one.";
+            return "it was built for " + library + " " + version.group(2) + " or newer, and the one on this host is"
+                + " older. Run it on a newer release of the system, or build the library on this one.";
         }
         String wrongFile = file == null ? null : elfProblem(Paths.get(file));
         if (wrongFile != null) {
@@ -238,7 +238,7 @@ final class LibraryLoader {
             return "the file cannot be read: " + e + ".";
         }
         if (header[0] != 0x7f || header[1] != 'E' || header[2] != 'L' || header[3] != 'F') {
-            return "the file is no ELF library: it is damaged, or something else.";
+            return "the file is not an ELF library: it is damaged, or something else.";
         }
         boolean littleEndian = header[5] == 1;
         int machine = littleEndian ? header[18] & 0xff | (header[19] & 0xff) << 8

@@ -80,7 +80,7 @@ class LoadFailuresTest {
     @Test
     void explainsAFileThatIsNoLibrary() throws Exception {
         Path library = Files.writeString(directory.resolve(BRIDGE), "just some text of more than twenty characters");
-        assertContains(failure(PRODUCT_JAR, library.toString()), "The file is no ELF library");
+        assertContains(failure(PRODUCT_JAR, library.toString()), "The file is not an ELF library");
         assertContains(failure(PRODUCT_JAR, directory.resolve("missing.so").toString()), "There is no such file.");
         assertContains(failure(PRODUCT_JAR, BRIDGE), "Expecting an absolute path");
     }
@@ -114,7 +114,7 @@ class LoadFailuresTest {
         assertFalse(changed.equals(content));
         Files.writeString(library, changed, StandardCharsets.ISO_8859_1);
         assertContains(failure(PRODUCT_JAR, library.toString()),
-            "It was built for glibc, the C library 9.99 or newer, and this host's is older.", "newer release");
+            "It was built for glibc, the C library 9.99 or newer, and the one on this host is older.", "newer release");
     }
 
     /** Messages of musl 1.2's linker for this library; no JVM of these tests has that C library. */
@@ -138,7 +138,7 @@ class LoadFailuresTest {
 
     @Test
     void namesTheJarThatHasTheLibraries() throws Exception {
-        assertContains(failure(PRODUCT_JAR, ""), "No such file there", "tavclientjni-bundled.jar");
+        assertContains(failure(PRODUCT_JAR, ""), "There is no such file", "tavclientjni-bundled.jar");
     }
 
     @Test
