@@ -232,23 +232,23 @@ Reply RequestHandler::Read(Fields fields) {
 
     // The reply grows with the bytes of the file, not with the number that the client asks for.
     constexpr std::size_t kStep = 0x100000;
-    constexpr std::size_t cbHead = sizeof(TransferResult);
-    const std::size_t cbWanted = std::min<DWORD>(dwCount, m_cbMaxReply - cbHead);
-    std::vector<BYTE> bytes(cbHead);
+    constexpr std::size_t kHeadSize = sizeof(TransferResult);
+    const std::size_t cbWanted = std::min<DWORD>(dwCount, m_cbMaxReply - kHeadSize);
+    std::vector<BYTE> bytes(kHeadSize);
     vexposix::Transfer transfer;
     std::size_t cbStep = 0;
     do {
         const std::size_t cbBefore = bytes.size();
-        cbStep = std::min(kStep, cbWanted - (cbBefore - cbHead));
+        cbStep = std::min(kStep, cbWanted - (cbBefore - kHeadSize));
         bytes.resize(cbBefore + cbStep);
         transfer = pFile->Read(bytes.data() + cbBefore, cbStep);
         bytes.resize(cbBefore + transfer.cb);
     } while (transfer.nErrno == 0 && transfer.cb == kStep);
 
     const bool bDone = transfer.nErrno == 0;
-    const TransferResult head{bDone ? TRUE : FALSE, bytes.size() - cbHead};
-    std::memcpy(bytes.data(), &head, cbHead);
-    std::string strAccount = Account(Text("read ", bytes.size() - cbHead, " bytes of"), *pFile, transfer.nErrno);
+    const TransferResult head{bDone ? TRUE : FALSE, bytes.size() - kHeadSize};
+    std::memcpy(bytes.data(), &head, kHeadSize);
+    std::string strAccount = Account(Text("read ", bytes.size() - kHeadSize, " bytes of"), *pFile, transfer.nErrno);
     return {std::move(bytes), bDone, std::move(strAccount)};
 }
 
