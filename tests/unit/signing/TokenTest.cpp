@@ -219,6 +219,12 @@ TEST_F(TokenTest, AKeyThatMayNotSignIsNoCandidate) {
         << ErrorMessage(nullptr);
 }
 
+TEST_F(TokenTest, AKeyOfAnotherTypeDoesNotBelongToTheCertificate) {
+    const ToolkitClient client(Uri("token=Card;id=%05?pin-value=4711&list=all"));
+    ASSERT_EQ(client.Records().size(), 1U) << ErrorMessage(nullptr);
+    EXPECT_EQ(client.Records().front().back(), "no-private-key");
+}
+
 TEST_F(TokenTest, ADamagedCertificateIsCounted) {
     Shim().fCertificatesDamaged = true;
     EXPECT_FALSE(ToolkitClient(Uri("token=Ordinary?pin-value=4711")).IsOpen());
