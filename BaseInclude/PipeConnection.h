@@ -53,7 +53,7 @@ public:
     // Ends the way back. Waits until all calls have returned, but at most a second from the start of the last one.
     // A callback that Call has chosen begins within that second, unless its thread gets no processor time.
     void Cut() {
-        CVEXLock lock(m_lock);
+        CVEXWaitLock lock(m_lock);
         m_pOwner = nullptr;
         const auto fnReturned = [this]() VEX_REQUIRES(m_lock) { return m_cCalls == 0; };
         m_called.wait_until(lock.ForWait(), m_lastCall + std::chrono::seconds(1), fnReturned);
@@ -105,7 +105,7 @@ public:
 
     // Result and message as those of RecvDataFunc. The caller checks whether the reply is right.
     int WaitForReply(const CPipeReplyTime& time, CSmartBuffer& objMessage) {
-        CVEXLock lock(m_replyLock);
+        CVEXWaitLock lock(m_replyLock);
         m_pTime = &time;
         m_deadline = time.NextReceive();
         const auto fnIsDecided = [this]() VEX_REQUIRES(m_replyLock) { return !m_bExpected || m_bEnded; };

@@ -19,13 +19,14 @@ public:
 
 private:
     friend class CVEXLock;
+    friend class CVEXWaitLock;
 
     std::mutex m_mutex;
 };
 
 static_assert(std::is_trivially_destructible_v<CVEXMutex>);
 
-// Holds a CVEXMutex for its scope.
+// Holds a CVEXMutex for its scope. It costs less than a lock that can also wait: log lines take many locks.
 class VEX_SCOPED_CAPABILITY CVEXLock {
 public:
     explicit CVEXLock(CVEXMutex& mutex) VEX_ACQUIRE(mutex) : m_lock(mutex.m_mutex) {}
@@ -33,7 +34,18 @@ public:
     CVEXLock& operator=(const CVEXLock&) = delete;
     ~CVEXLock() VEX_RELEASE() = default;
 
-    // For the wait functions of std::condition_variable.
+private:
+    std::lock_guard<std::mutex> m_lock;
+};
+
+// The same, for the wait functions of std::condition_variable.
+class VEX_SCOPED_CAPABILITY CVEXWaitLock {
+public:
+    explicit CVEXWaitLock(CVEXMutex& mutex) VEX_ACQUIRE(mutex) : m_lock(mutex.m_mutex) {}
+    CVEXWaitLock(const CVEXWaitLock&) = delete;
+    CVEXWaitLock& operator=(const CVEXWaitLock&) = delete;
+    ~CVEXWaitLock() VEX_RELEASE() = default;
+
     std::unique_lock<std::mutex>& ForWait() { return m_lock; }
 
 private:

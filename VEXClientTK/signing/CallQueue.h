@@ -48,7 +48,7 @@ private:
 
     // False: the queue is disabled, and Leave must not be called.
     bool Enter() {
-        CVEXLock lock(m_mutex);
+        CVEXWaitLock lock(m_mutex);
         if (!m_bEnabled) {
             return false;
         }

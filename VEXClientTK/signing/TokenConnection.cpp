@@ -50,7 +50,7 @@ TokenConnection::~TokenConnection() {
 }
 
 std::optional<CK_SESSION_HANDLE> TokenConnection::TakeIdle() {
-    CVEXLock lock(m_mutex);
+    CVEXWaitLock lock(m_mutex);
     while (m_idle.empty() && m_bFull) {
         if (m_cTaken > 0) {
             m_returned.wait(lock.ForWait(),
