@@ -27,7 +27,8 @@ using Files = HandleTable<RegularFile>;
 
 Files& OpenFiles() noexcept;
 
-Files& MakeOpenFiles() {
+// Not inlined, so that OpenFiles stays short: each call of a file function runs it.
+[[gnu::noinline]] Files& MakeOpenFiles() {
     constexpr std::uintptr_t kFirstHandle = 0x4600'0000'0004;
     Files& files = *new Files(kFirstHandle);
     // Not analysed: the lock is held from one handler to the next.
