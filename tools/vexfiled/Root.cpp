@@ -19,44 +19,30 @@ using vexposix::FileDescriptor;
 using vexposix::OpenedFile;
 
 Refusal RefusalOf(int nErrno) {
-    return {vexposix::ErrorFromErrno(nErrno), std::generic_category().message(nErrno)};
-}
-
-Refusal Busy() {
-    return {ERROR_SHARING_VIOLATION, "another process keeps creating and removing it"};
-}
-
-Refusal SymbolicLink() {
-    return {ERROR_ACCESS_DENIED, "a symbolic link"};
+    switch (nErrno) {
+        case ELOOP:
+            return {ERROR_ACCESS_DENIED, "a symbolic link"};
+        case EBUSY:
+            return {ERROR_SHARING_VIOLATION, "another process keeps creating and removing it"};
+        default:
+            return {vexposix::ErrorFromErrno(nErrno), std::generic_category().message(nErrno)};
+    }
 }
 
 // Why a directory of the name was not entered.
 Refusal RefusalOfDirectory(int nErrno) {
-    switch (nErrno) {
-        case ELOOP:
-            return SymbolicLink();
-        case ENOTDIR:
-            return {ERROR_PATH_NOT_FOUND, "a parent is not a directory"};
-        case EBUSY:
-            return Busy();
-        default:
-            return RefusalOf(nErrno);
-    }
+    return nErrno == ENOTDIR ? Refusal{ERROR_PATH_NOT_FOUND, "a parent is not a directory"} : RefusalOf(nErrno);
 }
 
 // Why a file was not opened or created.
 Refusal RefusalOfFile(int nErrno) {
     switch (nErrno) {
-        case ELOOP:
-            return SymbolicLink();
         case EINVAL:
             return {ERROR_ACCESS_DENIED, "not a regular file"};
         case EMLINK:
             return {ERROR_ACCESS_DENIED, "a file with hard links"};
         case ENOENT:
             return {ERROR_PATH_NOT_FOUND, "its directory was removed"};
-        case EBUSY:
-            return Busy();
         default:
             return RefusalOf(nErrno);
     }

@@ -114,7 +114,7 @@ void Server::OnAccepted(tcp::socket socket) {
     const std::uint64_t uNumber = ++m_uLastNumber;
     const bool bServed = m_cServed < m_options.cMaxConnections;
     if (!bServed && m_sessions.size() - m_cServed >= kMaxRefusals) {
-        m_log.Refused(Text("client ", uNumber, " dropped: too many refused connections are open"));
+        m_log.Refused(Text("client ", uNumber, " dropped: too many connections wait for their refusal"));
         return;
     }
     m_log.Detail(Text("client ", uNumber, ": connected"));
