@@ -18,14 +18,13 @@ constexpr std::size_t kMaxFile = std::size_t{1024} * 1024;
 // Returns the platform's error number.
 DWORD ReadProfile(const char* pszName, std::string& strText) {
     const vexposix::OpenedFile file = vexposix::OpenFile(AT_FDCWD, pszName, vexposix::kInput);
-    std::size_t cbRead = 0;
     const auto room = [&](std::size_t cb) {
         strText.resize(cb);
         return strText.data();
     };
-    const int nErrno = vexposix::ReadWhole(file, kMaxFile, room, cbRead);
-    strText.resize(cbRead);
-    return file.nErrno == EINVAL ? ERROR_ACCESS_DENIED : vexposix::ErrorFromErrno(nErrno);
+    const vexposix::Transfer transfer = vexposix::ReadWhole(file, kMaxFile, room);
+    strText.resize(transfer.cb);
+    return file.nErrno == EINVAL ? ERROR_ACCESS_DENIED : vexposix::ErrorFromErrno(transfer.nErrno);
 }
 
 }  // namespace

@@ -10,8 +10,6 @@
 #include <string_view>
 #include <utility>
 
-#include "posix/FileIo.h"
-
 namespace vexposix {
 namespace {
 
@@ -46,7 +44,7 @@ int CheckRules(int nDescriptor, const struct stat& status, const FileRules& rule
 }
 
 OpenedFile NotOpened(int nErrno) {
-    return {FileDescriptor(), false, nErrno, 0};
+    return {FileDescriptor(), false, nErrno};
 }
 
 OpenedFile Checked(FileDescriptor descriptor, const FileRules& rules) {
@@ -86,7 +84,7 @@ OpenedFile Create(int nDirectory, const char* pszName, const FileRules& rules,
         if (FileDescriptor nameless = MakeNameless(nDirectory, pszName); nameless.IsOpen()) {
             fnBeforeName(nameless.Get());
             if (GiveName(nameless, nDirectory, pszName)) {
-                return {std::move(nameless), true, 0, 0};
+                return {std::move(nameless), true};
             }
         }
     }
@@ -95,11 +93,11 @@ OpenedFile Create(int nDirectory, const char* pszName, const FileRules& rules,
         return NotOpened(errno);
     }
     if (!fnBeforeName) {
-        return {std::move(created), true, 0, 0};
+        return {std::move(created), true};
     }
     fnBeforeName(created.Get());
     const bool bEmpty = lseek(created.Get(), 0, SEEK_END) == 0;
-    return {std::move(created), bEmpty, 0, 0};
+    return {std::move(created), bEmpty};
 }
 
 }  // namespace
@@ -134,18 +132,14 @@ OpenedFile OpenOrCreateFile(int nDirectory, const char* pszName, const FileRules
     return NotOpened(EBUSY);
 }
 
-int ReadWhole(const OpenedFile& file, std::size_t cbLimit, const std::function<char*(std::size_t)>& fnRoom,
-              std::size_t& cbRead) {
-    cbRead = 0;
+Transfer ReadWhole(const OpenedFile& file, std::size_t cbLimit, const std::function<char*(std::size_t)>& fnRoom) {
     if (file.nErrno != 0) {
-        return file.nErrno;
+        return {0, file.nErrno};
     }
     if (file.cbSize > cbLimit) {
-        return EFBIG;
+        return {0, EFBIG};
     }
-    const Transfer transfer = ReadAt(file.descriptor.Get(), fnRoom(file.cbSize), file.cbSize, 0);
-    cbRead = transfer.cb;
-    return transfer.nErrno;
+    return ReadAt(file.descriptor.Get(), fnRoom(file.cbSize), file.cbSize, 0);
 }
 
 }  // namespace vexposix

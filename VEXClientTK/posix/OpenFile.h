@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "posix/FileDescriptor.h"
+#include "posix/FileIo.h"
 
 namespace vexposix {
 
@@ -60,9 +61,8 @@ OpenedFile OpenFile(int nDirectory, const char* pszName, const FileRules& rules)
 OpenedFile OpenOrCreateFile(int nDirectory, const char* pszName, const FileRules& rules,
                             const std::function<void(int nDescriptor)>& fnBeforeName = {});
 
-// Reads a whole file. fnRoom(size) makes room for so many bytes. cbRead is less than the size if the file was cut
-// meanwhile. Returns errno: that of opening; EFBIG: the file is larger than cbLimit.
-int ReadWhole(const OpenedFile& file, std::size_t cbLimit, const std::function<char*(std::size_t cb)>& fnRoom,
-              std::size_t& cbRead);
+// Reads a whole file. fnRoom(size) makes room for so many bytes. The result has fewer if the file was cut meanwhile.
+// Its errno: that of opening; EFBIG: the file is larger than cbLimit.
+Transfer ReadWhole(const OpenedFile& file, std::size_t cbLimit, const std::function<char*(std::size_t cb)>& fnRoom);
 
 }  // namespace vexposix

@@ -10,11 +10,11 @@ SecretText ReadFileBytes(const vexposix::OpenedFile& file, size_t cbLimit) {
         bytes.Resize(cb);
         return bytes.Data();
     };
-    size_t cbRead = 0;
-    if (const int nErrno = vexposix::ReadWhole(file, cbLimit, room, cbRead); nErrno != 0) {
-        throw std::system_error(nErrno, std::generic_category());
+    const vexposix::Transfer transfer = vexposix::ReadWhole(file, cbLimit, room);
+    if (transfer.nErrno != 0) {
+        throw std::system_error(transfer.nErrno, std::generic_category());
     }
-    bytes.Truncate(cbRead);
+    bytes.Truncate(transfer.cb);
     return bytes;
 }
 

@@ -139,7 +139,9 @@ protected:
             m_strRead.resize(cb);
             return m_strRead.data();
         };
-        return ReadWhole(file, cbLimit, room, m_cbRead);
+        const Transfer transfer = ReadWhole(file, cbLimit, room);
+        m_cbRead = transfer.cb;
+        return transfer.nErrno;
     }
 
     const TempDirectory m_directory;
