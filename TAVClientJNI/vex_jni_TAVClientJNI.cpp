@@ -24,11 +24,12 @@
 #include "VCTK.h"
 #include "VEXCompat.h"
 #include "VEXCstring.h"
+#include "VEXRegisters.h"
 
 namespace {
 
-// Overwrites memory at the end of its scope; the compiler does not remove that write. For copies of a text that may
-// hold a PIN, because freed memory keeps its bytes.
+// Overwrites memory at the end of its scope, and clears the registers through which it was copied. For copies of a text
+// that may hold a PIN, because freed memory keeps its bytes.
 class CWiper {
 public:
     CWiper(void* pMemory, std::size_t cb) : m_pMemory(pMemory), m_cb(cb) {}
@@ -41,6 +42,7 @@ public:
         if (m_pMemory != nullptr) {
             explicit_bzero(m_pMemory, m_cb);
         }
+        ClearVectorRegisters();
     }
 
 private:

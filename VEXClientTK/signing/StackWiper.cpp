@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "VEXRegisters.h"
+
 namespace vextk {
 namespace {
 
@@ -53,6 +55,7 @@ StackWiper::~StackWiper() {
     if (bOnIt && nHere - stack.nLowest > kKeepFree) {
         WipeBelow(std::min<std::uintptr_t>(m_cbDepth, nHere - stack.nLowest - kKeepFree));
     }
+    ClearVectorRegisters();
 }
 
 }  // namespace vextk

@@ -5,8 +5,8 @@
 
 namespace vextk {
 
-// The destructor overwrites the stack that calls have used during the object's life: OpenSSL leaves pieces of keys
-// there. Make it the first object of the function that makes the calls. The depth is that of the calls, plus a margin;
+// The destructor overwrites the stack that calls have used during the object's life, and clears the vector registers:
+// OpenSSL leaves pieces of keys there. Make it the first object of the function that makes the calls. The depth is that of the calls, plus a margin;
 // on a thread with a small stack it is less, so that the host's guard pages are not touched.
 class StackWiper {
 public:
@@ -25,8 +25,8 @@ private:
     const std::size_t m_cbDepth;
 };
 
-// For functions that return to the host. Vector registers hold what was copied last. In a host with lazy binding, the
-// dynamic linker would save them on the stack.
+// For functions that return to the host. In a host with lazy binding, the dynamic linker would save the registers on
+// the stack.
 #if __has_cpp_attribute(gnu::zero_call_used_regs)
 #define VEXTK_CLEAR_REGISTERS [[gnu::zero_call_used_regs("all")]]
 #else

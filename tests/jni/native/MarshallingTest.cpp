@@ -12,6 +12,7 @@
 #include "RecordedConversion.h"
 #include "RecordingToolkit.h"
 #include "Row.h"
+#include "VectorRegisters.h"
 
 namespace {
 
@@ -71,6 +72,15 @@ TEST_F(JstringToWindowsTest, AFailureOfTheJvmIsAnEmptyText) {
     EXPECT_EQ(recording_toolkit::Calls(), (Calls{"GetStringUTFLength(input) = 3", "GetStringLength(input) = 3",
                                                  "GetStringUTFChars(input, &false) = null",
                                                  "MultiByteToWideChar(65001, 0, null, 3, null, 0) = 0"}));
+}
+
+TEST_F(JstringToWindowsTest, LeavesNoTextInTheRegisters) {
+    constexpr wchar_t kPiece[] = L"ssss";
+    const jstring text = m_env.MakeString(std::string(200, 's'));
+    std::wstring converted;
+    const VectorRegisters registers = RegistersAfter([&] { converted = JstringToWindows(&m_env, text); });
+    EXPECT_EQ(converted, std::wstring(200, L's'));
+    EXPECT_FALSE(registers.Contain({reinterpret_cast<const char*>(kPiece), 4 * sizeof(wchar_t)}));
 }
 
 TEST_F(JstringToWindowsTest, ReadsTheConvertedTextUpToItsFirstZero) {
