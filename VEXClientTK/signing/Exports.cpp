@@ -174,7 +174,7 @@ VEXTK_CLEAR_REGISTERS INT VCTK_P7Sign(HANDLE hObject, const char* pszData, int n
                                       int nIncludeCert) {
     const StackWiper wiper(StackWiper::kSigningDepth);
     return CallObject(hObject, [=](SigningObject& object) {
-        object.SignP7(RequireText(pszData), nInputForm, nDetached != 0, nIncludeCert != 0);
+        object.SignP7(RequireText(pszData), nInputForm, nDetached != 0, nIncludeCert);
     });
 }
 

@@ -30,15 +30,18 @@ std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes&
 }
 
 std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool bDetached,
-                   bool bIncludeCertificate) {
+                   const Identities& certificates) {
     if (data.size() > static_cast<size_t>(INT_MAX)) {
         throw Failure(VCTK_E_TOO_LARGE);
     }
     ForgetTokenFailure();
-    const unsigned int dwFlags = CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP | CMS_CADES |
-                                 (bDetached ? CMS_DETACHED : 0U) | (bIncludeCertificate ? 0U : CMS_NOCERTS);
+    const unsigned int dwFlags =
+        CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP | CMS_CADES | CMS_NOCERTS | (bDetached ? CMS_DETACHED : 0U);
     const CmsPtr cms(RequireOpenSsl(CMS_sign(nullptr, nullptr, nullptr, nullptr, dwFlags)));
     RequireSigned(CMS_add1_signer(cms.get(), identity.Certificate(), identity.Key(), pDigest, dwFlags) != nullptr);
+    for (const IdentityPtr& certificate : certificates) {
+        RequireSigned(CMS_add1_cert(cms.get(), certificate->Certificate()) == 1);
+    }
     const BioPtr content(RequireOpenSsl(BIO_new_mem_buf(data.data(), static_cast<int>(data.size()))));
     RequireSigned(CMS_final(cms.get(), content.get(), nullptr, dwFlags) == 1);
 

@@ -16,8 +16,8 @@ std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes&
 
 // Makes CMS SignedData (RFC 5652) in DER, with the signed attributes content-type, message-digest, signing-time and
 // signing-certificate-v2 (RFC 5035). The content is signed byte for byte; line ends are not changed. Returns Base64 in
-// one line. Throws as SignP1 does.
+// one line. certificates: those to include. Throws as SignP1 does.
 std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool bDetached,
-                   bool bIncludeCertificate);
+                   const Identities& certificates);
 
 }  // namespace vextk

@@ -4,10 +4,10 @@
 #include <array>
 #include <atomic>
 #include <ctime>
-#include <limits>
 
 #include "signing/Base64.h"
 #include "signing/Candidates.h"
+#include "signing/Chain.h"
 #include "signing/Signer.h"
 
 namespace vextk {
@@ -103,9 +103,8 @@ std::uint64_t NextObjectNumber() {
 
 }  // namespace
 
-SigningObject::SigningObject(Identities identities, bool bListAll)
-    : m_identities(std::move(identities)),
-      m_bListAll(bListAll),
+SigningObject::SigningObject(OpenedStore store)
+    : m_store(std::move(store)),
       m_nObject(NextObjectNumber()),
       m_settings(std::make_shared<const Settings>(Settings{FindDigest(kDefaultDigest), false, {}})) {}
 
@@ -198,29 +197,19 @@ void SigningObject::ClearFilters() {
 }
 
 SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std::time_t now) const {
-    constexpr std::time_t kBeginning = std::numeric_limits<std::time_t>::min();
-    constexpr std::time_t kEnd = std::numeric_limits<std::time_t>::max();
-    Choice choice{settings, kBeginning, kEnd, {}, nullptr, {}};
+    Choice choice{settings, {}, {}, nullptr, {}};
     Identities passedOver;
     size_t cFiltered = 0;
-    for (const IdentityPtr& identity : m_identities) {
+    for (const IdentityPtr& identity : m_store.identities) {
         if (!PassesFilters(*identity, settings->filters)) {
             ++cFiltered;
             continue;
         }
         const Flaw flaw = identity->FlawAt(now);
-        // The choice holds between two moments at which some certificate's validity begins or ends.
-        if (flaw == Flaw::kNotYetValid) {
-            choice.notAfter = std::min(choice.notAfter, identity->NotBefore() - 1);
-        } else if (flaw == Flaw::kExpired) {
-            choice.notBefore = std::max(choice.notBefore, identity->NotAfter() + 1);
-        } else if (flaw == Flaw::kNone) {
-            choice.notBefore = std::max(choice.notBefore, identity->NotBefore());
-            choice.notAfter = std::min(choice.notAfter, identity->NotAfter());
-            choice.candidates.push_back(identity);
-            continue;
+        if (flaw == Flaw::kNone || flaw == Flaw::kNotYetValid || flaw == Flaw::kExpired) {
+            choice.period.LimitBy(*identity, now);
         }
-        passedOver.push_back(identity);
+        (flaw == Flaw::kNone ? choice.candidates : passedOver).push_back(identity);
     }
     const auto longest =
         std::max_element(choice.candidates.begin(), choice.candidates.end(),
@@ -233,12 +222,31 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
     return choice;
 }
 
+Identities SigningObject::IssuersOf(const IdentityPtr& signer) const {
+    if (m_store.chain == ChainPart::kNone) {
+        return {};
+    }
+    const std::time_t now = std::time(nullptr);
+    {
+        const CVEXLock lock(m_mutex);
+        if (m_lastChain.signer == signer && m_lastChain.period.Contains(now)) {
+            return m_lastChain.issuers;
+        }
+    }
+    Chain chain = FindChain(signer, m_store.authorities, now);
+    if (m_store.chain == ChainPart::kWithoutRoot && chain.bHasRoot) {
+        chain.issuers.pop_back();
+    }
+    const CVEXLock lock(m_mutex);
+    m_lastChain = {signer, chain.period, chain.issuers};
+    return std::move(chain.issuers);
+}
+
 SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& settings) const {
     const std::time_t now = std::time(nullptr);
     {
         const CVEXLock lock(m_mutex);
-        if (m_lastChoice && m_lastChoice->settings == settings && m_lastChoice->notBefore <= now &&
-            now <= m_lastChoice->notAfter) {
+        if (m_lastChoice && m_lastChoice->settings == settings && m_lastChoice->period.Contains(now)) {
             return m_lastChoice;
         }
     }
@@ -247,15 +255,15 @@ SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& setting
     return m_lastChoice = std::move(choice);
 }
 
-IdentityPtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
-    const ChoicePtr choice = CurrentChoice(settings);
+SigningObject::ChoicePtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
+    ChoicePtr choice = CurrentChoice(settings);
     if (!choice->longest) {
         throw Failure(VCTK_E_NO_CERTIFICATE, choice->strPassedOver);
     }
     if (settings->bChooseSingle && choice->candidates.size() > 1) {
         throw Failure(VCTK_E_SEVERAL_CERTIFICATES, std::to_string(choice->candidates.size()) + " certificates pass");
     }
-    return choice->longest;
+    return choice;
 }
 
 void SigningObject::SignP1(std::string_view text, int nInputForm) {
@@ -263,19 +271,27 @@ void SigningObject::SignP1(std::string_view text, int nInputForm) {
     mine->strP1.reset();  // if this call fails, nobody can mistake an older signature for its result
     const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
-    const IdentityPtr identity = ChooseIdentity(settings);
+    const IdentityPtr identity = ChooseIdentity(settings)->longest;
     mine->strP1 = vextk::SignP1(*identity, settings->digest.get(), data);
     mine->lastSigner = identity;
 }
 
-void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached, bool bIncludeCertificate) {
+void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached, int nCertificates) {
     const PerThreadPtr mine = Mine();
     mine->strP7.reset();
     const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
-    const IdentityPtr identity = ChooseIdentity(settings);
-    mine->strP7 = vextk::SignP7(*identity, settings->digest.get(), data, bDetached, bIncludeCertificate);
-    mine->lastSigner = identity;
+    const ChoicePtr choice = ChooseIdentity(settings);
+    Identities certificates;
+    if (nCertificates != 0) {
+        certificates.push_back(choice->longest);
+    }
+    if (nCertificates != 0 && nCertificates != kSignerOnly) {
+        const Identities issuers = IssuersOf(choice->longest);
+        certificates.insert(certificates.end(), issuers.begin(), issuers.end());
+    }
+    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest.get(), data, bDetached, certificates);
+    mine->lastSigner = choice->longest;
 }
 
 const std::string& SigningObject::P1Signature() const {
@@ -297,16 +313,16 @@ const std::string& SigningObject::P7Signature() const {
 std::string SigningObject::SignCertificate() const {
     const PerThreadPtr mine = MineIfAny();
     const bool bHasSigned = mine && mine->lastSigner;
-    return (bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings()))->CertificateBase64();
+    return (bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings())->longest)->CertificateBase64();
 }
 
 std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
     const SettingsPtr settings = CurrentSettings();
-    if (m_bListAll) {
+    if (m_store.bListAll) {
         const std::time_t now = std::time(nullptr);
-        for (const IdentityPtr& identity : m_identities) {
+        for (const IdentityPtr& identity : m_store.identities) {
             if (PassesFilters(*identity, settings->filters)) {
                 std::vector<std::string> fields = ListFields(*identity);
                 fields.push_back(StateText(*identity, now));

@@ -19,6 +19,7 @@
 #include "signing/Identity.h"
 #include "signing/MutexPool.h"
 #include "signing/OpenSsl.h"
+#include "signing/Period.h"
 #include "signing/Store.h"
 #include "signing/ThreadId.h"
 
@@ -28,8 +29,7 @@ namespace vextk {
 // the calling thread's last error.
 class SigningObject {
 public:
-    explicit SigningObject(Identities identities, bool bListAll = false);
-    explicit SigningObject(OpenedStore store) : SigningObject(std::move(store.identities), store.bListAll) {}
+    explicit SigningObject(OpenedStore store);
 
     // Runs an operation when the call queue lets it. Returns its error number, or VCTK_OK, and keeps that as the
     // calling thread's last error.
@@ -74,7 +74,9 @@ public:
 
     // nInputForm: 0, the bytes of the text are the data; 1, the text is strict Base64 of the data.
     void SignP1(std::string_view text, int nInputForm);
-    void SignP7(std::string_view text, int nInputForm, bool bDetached, bool bIncludeCertificate);
+    // nCertificates: 0, none; kSignerOnly, the signer's; any other, the signer's with the chain that the store is for.
+    static constexpr int kSignerOnly = 2;
+    void SignP7(std::string_view text, int nInputForm, bool bDetached, int nCertificates);
 
     // The calling thread's last signature. The reference is valid until this thread signs again.
     const std::string& P1Signature() const;
@@ -123,8 +125,7 @@ private:
     // The identities that pass, and the period for which this holds. Never changed once made.
     struct Choice {
         SettingsPtr settings;
-        std::time_t notBefore;
-        std::time_t notAfter;
+        Period period;
         Identities candidates;      // in the store's order
         IdentityPtr longest;        // valid longest, the first of equals; null if there is none
         std::string strPassedOver;  // why there is none
@@ -133,21 +134,29 @@ private:
 
     // Reuses the last choice while it holds.
     ChoicePtr CurrentChoice(const SettingsPtr& settings) const;
+    // The certificates of a signer's issuers that a P7 includes. Reuses the last answer while it holds.
+    struct LastChain {
+        IdentityPtr signer;
+        Period period;
+        Identities issuers;
+    };
+    Identities IssuersOf(const IdentityPtr& signer) const;
     Choice MakeChoice(const SettingsPtr& settings, std::time_t now) const;
-    IdentityPtr ChooseIdentity(const SettingsPtr& settings) const;
+    // The choice with the identity that signs.
+    ChoicePtr ChooseIdentity(const SettingsPtr& settings) const;
 
     PerThreadPtr Mine();
     PerThreadPtr MineOrNone() noexcept;  // null if memory runs out, which becomes the thread's error
     PerThreadPtr MineIfAny() const noexcept;
 
-    const Identities m_identities;
-    const bool m_bListAll;
+    const OpenedStore m_store;
     const std::uint64_t m_nObject;  // no other object ever gets it
     CallQueue m_queue;
 
     CVEXMutex& m_mutex = MutexPool::Next();
     SettingsPtr m_settings VEX_GUARDED_BY(m_mutex);  // replaced, never changed
     mutable ChoicePtr m_lastChoice VEX_GUARDED_BY(m_mutex);
+    mutable LastChain m_lastChain VEX_GUARDED_BY(m_mutex);
     // The mutex guards the map. Only its own thread uses an entry.
     std::unordered_map<ThreadId, PerThreadPtr> m_perThread VEX_GUARDED_BY(m_mutex);
 };

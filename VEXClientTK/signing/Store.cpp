@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "signing/Candidates.h"
+#include "signing/Chain.h"
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
@@ -54,27 +55,59 @@ SecretText ReadPin(const std::string& strPath) {
     }
 }
 
-Identities OpenFileStore(const StoreUri& uri) {
+Identities ReadFile(const std::string& strPath, const SecretText* pPin) {
     try {
-        const SecretText bytes = ReadFileBytes(uri.strPath, kLargestStore);
-        return ReadIdentities(bytes.View(), uri.pin ? &*uri.pin : nullptr);
+        const SecretText bytes = ReadFileBytes(strPath, kLargestStore);
+        return ReadIdentities(bytes.View(), pPin);
     } catch (const std::system_error& error) {
         const int nErrno = error.code().value();
         const bool bMissing = nErrno == ENOENT || nErrno == ENOTDIR;
         throw Failure(bMissing ? VCTK_E_STORE_NOT_FOUND : VCTK_E_STORE_UNREADABLE,
-                      uri.strPath + ": " + error.code().message());
+                      strPath + ": " + error.code().message());
     }
 }
 
-Identities Open(const StoreUri& uri) {
+// others: certificates beside the store's own that may be of issuers.
+Identities Open(const StoreUri& uri, Identities& others) {
     switch (uri.kind) {
         case StoreUri::Kind::kDemo:
             return OpenDemoStore();
-        case StoreUri::Kind::kToken:
-            return OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
+        case StoreUri::Kind::kToken: {
+            TokenIdentities token = OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
+            others = std::move(token.others);
+            return std::move(token.described);
+        }
         default:
-            return OpenFileStore(uri);
+            return ReadFile(uri.strPath, uri.pin ? &*uri.pin : nullptr);
     }
+}
+
+// The certificates of a PEM or PKCS #12 file. Its keys are not used.
+Identities ReadChainSource(const std::string& strPath) {
+    try {
+        Identities identities = ReadFile(strPath, nullptr);
+        if (identities.empty()) {
+            throw Failure(VCTK_E_STORE_FORMAT, "it has no certificate");
+        }
+        return identities;
+    } catch (const Failure& failure) {
+        const bool bPin = failure.Number() == VCTK_E_PIN_REQUIRED || failure.Number() == VCTK_E_PIN_WRONG;
+        throw Failure(
+            bPin ? VCTK_E_STORE_FORMAT : failure.Number(),
+            "chain-source: " + (bPin ? strPath + ": a part of it is encrypted; use a file with certificates alone"
+                                     : failure.Detail()));
+    }
+}
+
+Identities FindAuthorities(const StoreUri& uri, const Identities& identities, const Identities& others) {
+    Identities all = identities;
+    all.insert(all.end(), others.begin(), others.end());
+    if (!uri.strChainSource.empty()) {
+        const Identities source = ReadChainSource(uri.strChainSource);
+        all.insert(all.end(), source.begin(), source.end());
+    }
+    std::erase_if(all, [](const IdentityPtr& identity) { return !IsAuthority(*identity); });
+    return WithoutCopies(std::move(all));
 }
 
 }  // namespace
@@ -104,11 +137,15 @@ OpenedStore OpenStore(std::string_view text) {
     if (uri.strPinSource) {
         uri.pin = ReadPin(*uri.strPinSource);
     }
-    OpenedStore store{Open(uri), uri.bListAll};
+    Identities others;
+    OpenedStore store{Open(uri, others), uri.bListAll, uri.chain, {}};
     const bool bHasKey = std::any_of(store.identities.begin(), store.identities.end(),
                                      [](const IdentityPtr& identity) { return identity->Key() != nullptr; });
     if (!bHasKey && !uri.bListAll) {
         throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(store.identities, 0, std::time(nullptr)));
+    }
+    if (uri.chain != ChainPart::kNone) {
+        store.authorities = FindAuthorities(uri, store.identities, others);
     }
     return store;
 }

@@ -5,12 +5,15 @@
 
 #include "signing/Identity.h"
 #include "signing/SecretText.h"
+#include "signing/StoreUri.h"
 
 namespace vextk {
 
 struct OpenedStore {
     Identities identities;
     bool bListAll = false;  // the certificate list also shows certificates that cannot sign
+    ChainPart chain = ChainPart::kNone;
+    Identities authorities = {};  // for the chains; empty with ChainPart::kNone
 };
 
 // The certificates of the store that the initialisation text (StoreUri.h) names. At least one has its private key,

@@ -10,6 +10,8 @@
 namespace vextk {
 namespace {
 
+constexpr const char* kAfterDemo = "only \"?\" and the attributes list, chain and chain-source may follow \"demo:\"";
+
 [[noreturn]] void Malformed(const char* pszDetail) {
     throw Failure(VCTK_E_URI_MALFORMED, pszDetail);
 }
@@ -59,7 +61,8 @@ std::string FilePath(std::string_view text) {
     return DecodePath(text);
 }
 
-std::string PinSourcePath(std::string_view value) {
+// "file:/path" or "/path".
+std::string SourcePath(std::string_view value) {
     constexpr std::string_view kScheme = "file:";
     if (value.size() >= kScheme.size() && EqualIgnoringCase(value.substr(0, kScheme.size()), kScheme)) {
         return FilePath(value.substr(kScheme.size()));
@@ -149,6 +152,33 @@ void CheckVendorAttribute(std::string_view name, std::string_view value) {
     PercentDecode(value, true);
 }
 
+void ParseList(std::string_view value, StoreUri& uri) {
+    if (value != "all" || uri.bListAll) {
+        Malformed("list must be all, and may be given only once");
+    }
+    uri.bListAll = true;
+}
+
+void ParseChain(std::string_view value, StoreUri& uri) {
+    if ((value != "store" && value != "root") || uri.chain != ChainPart::kNone) {
+        Malformed("chain must be store or root, and may be given only once");
+    }
+    uri.chain = value == "store" ? ChainPart::kWithoutRoot : ChainPart::kWithRoot;
+}
+
+void ParseChainSource(std::string_view value, StoreUri& uri) {
+    if (!uri.strChainSource.empty()) {
+        Malformed("chain-source may be given only once");
+    }
+    uri.strChainSource = SourcePath(value);
+}
+
+// The attributes that every kind of store has.
+constexpr struct {
+    std::string_view name;
+    void (*pfnParse)(std::string_view value, StoreUri& uri);
+} kCommonAttributes[] = {{"list", ParseList}, {"chain", ParseChain}, {"chain-source", ParseChainSource}};
+
 void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     const size_t nEquals = attribute.find('=');
     if (nEquals == std::string_view::npos) {
@@ -161,19 +191,18 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
         ParseModule(name == "module-path", value, uri.token);
         return;
     }
-    if (name == "list") {
-        if (value != "all" || uri.bListAll) {
-            Malformed("list must be all, and may be given only once");
+    for (const auto& common : kCommonAttributes) {
+        if (name == common.name) {
+            common.pfnParse(value, uri);
+            return;
         }
-        uri.bListAll = true;
-        return;
     }
     if (uri.kind == StoreUri::Kind::kDemo) {
-        Malformed("only \"?list=all\" may follow \"demo:\"");
+        Malformed(kAfterDemo);
     }
     if (name != "pin-value" && name != "pin-source") {
         if (!bToken) {
-            Malformed("unknown attribute; use pin-value, pin-source or list");
+            Malformed("unknown attribute; use pin-value, pin-source, list, chain or chain-source");
         }
         CheckVendorAttribute(name, value);
         return;
@@ -184,7 +213,7 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     if (name == "pin-value") {
         uri.pin = PercentDecode(value);
     } else {
-        uri.strPinSource = PinSourcePath(value);
+        uri.strPinSource = SourcePath(value);
     }
 }
 
@@ -233,10 +262,13 @@ StoreUri ParseStoreUri(std::string_view text) {
     } else if (uri.kind == StoreUri::Kind::kToken) {
         ParseTokenPath(rest.substr(0, nQuery), uri.token);
     } else if (!rest.substr(0, nQuery).empty()) {
-        Malformed("only \"?list=all\" may follow \"demo:\"");
+        Malformed(kAfterDemo);
     }
     if (nQuery != std::string_view::npos) {
         ParseAttributes(rest.substr(nQuery + 1), uri);
+    }
+    if (!uri.strChainSource.empty() && uri.chain == ChainPart::kNone) {
+        Malformed("chain-source needs chain=store or chain=root");
     }
     return uri;
 }

@@ -5,7 +5,11 @@
 //   file:/path/keys.p12?pin-source=file:/path/pin
 //   pkcs11:token=Card;id=%01?pin-value=1234 the certificates on a token, see RFC 7512
 //
-// With "list=all" after the "?", the certificate list also shows certificates that cannot sign, and why.
+// After the "?":
+//   list=all                       the certificate list also shows certificates that cannot sign, and why
+//   chain=store                    a P7 with the signer's certificate also has those of its issuers, without the root
+//   chain=root                     the same, with the root
+//   chain-source=file:/path.pem    certificates of issuers that the store does not have; only with chain
 //
 // The path is absolute, as in RFC 8089 ("file:///path" and "file://localhost/path" are the same); the attributes are
 // those of RFC 7512 section 2.4, separated by "&". Percent-encoding (RFC 3986 section 2.1) is decoded in paths and
@@ -30,6 +34,9 @@ struct TokenUri {
     std::string strModuleName;  // empty if not given
 };
 
+// The certificates of issuers that are put into a P7 beside the signer's.
+enum class ChainPart { kNone, kWithoutRoot, kWithRoot };
+
 struct StoreUri {
     enum class Kind { kDemo, kFile, kToken };
 
@@ -39,6 +46,8 @@ struct StoreUri {
     std::optional<SecretText> pin;            // pin-value
     std::optional<std::string> strPinSource;  // the path of a file with the PIN
     bool bListAll = false;                    // list=all
+    ChainPart chain = ChainPart::kNone;       // chain
+    std::string strChainSource;               // the path of chain-source; empty if not given
 };
 
 // Throws VCTK_E_URI_MALFORMED or VCTK_E_URI_SCHEME. The error text quotes no part of the URI that could hold a PIN.

@@ -86,7 +86,7 @@ const TokenKey* Find(const KeysById& keys, const std::string& strId) {
 
 }  // namespace
 
-Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
+TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     Pkcs11Module& module = Pkcs11Module::Open(uri.strModulePath, uri.strModuleName);
     const std::shared_ptr<Token> token = module.FindToken(FindToken(uri, module));
     // The module and this function hold one reference each.
@@ -96,12 +96,13 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     TokenContent content = token->Read();
     const KeysById keys = ById(content.keys);
     const KeysById notForSigning = ById(content.notForSigning);
-    Identities identities;
+    TokenIdentities identities;
     for (TokenCertificate& certificate : content.certificates) {
         const TokenKey* const pKey = Find(keys, certificate.strId);
         const TokenKey* const pOther = pKey == nullptr ? Find(notForSigning, certificate.strId) : nullptr;
         const TokenKey none{certificate.strId, CKK_RSA, {}};
         if (!DescribesObject(uri, certificate, pKey != nullptr ? *pKey : pOther != nullptr ? *pOther : none)) {
+            identities.others.push_back(MakeIdentity(std::move(certificate.certificate), nullptr));
             continue;
         }
         KeyPtr privateKey;
@@ -114,9 +115,10 @@ Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
                 flaw = Flaw::kUnsupportedKey;
             }
         }
-        identities.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey), flaw));
+        identities.described.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey), flaw));
     }
-    return WithoutCopies(std::move(identities));
+    identities.described = WithoutCopies(std::move(identities.described));
+    return identities;
 }
 
 }  // namespace vextk

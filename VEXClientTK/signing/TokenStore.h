@@ -7,9 +7,14 @@
 
 namespace vextk {
 
-// The certificates on the token that the URI describes, each once, if they match the URI's id and object. A certificate
-// has its private key if the token has an RSA or EC key of the same CKA_ID that may sign. pPin may be null. Throws one
-// of the store, PIN and token numbers of VCTKError.h.
-Identities OpenTokenStore(const TokenUri& uri, const SecretText* pPin);
+struct TokenIdentities {
+    Identities described;  // they match the URI's id and object
+    Identities others;
+};
+
+// The certificates on the token that the URI describes, each once. One that matches has its private key if the token
+// has an RSA or EC key of the same CKA_ID that may sign. pPin may be null. Throws one of the store, PIN and token
+// numbers of VCTKError.h.
+TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin);
 
 }  // namespace vextk

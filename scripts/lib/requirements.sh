@@ -26,6 +26,7 @@ package,test                file                      _vex_has_command file     
 package,test,bench,coverage python3                   _vex_has_command python3        # Python 3
 demo,test                   openssl                   _vex_has_command openssl        # the openssl command
 test                        binutils                  _vex_has_command readelf        # readelf
+test                        gnutls-bin                _vex_has_command certtool       # certtool, of GnuTLS
 test,fuzz                   libgtest-dev              _vex_has_header gtest/gtest.h   # GoogleTest
 test                        libgmock-dev              _vex_has_header gmock/gmock.h   # GoogleMock
 test,bench                  softhsm2                  _vex_has_command softhsm2-util  # SoftHSM 2

@@ -50,9 +50,23 @@ public:
                        strLabel + ".spki && openssl pkey -pubin -inform DER -in " + strLabel + ".spki -out " +
                        strLabel + ".pub && openssl x509 -req -in some.csr -CA ca.crt -CAkey ca.key -days " +
                        std::to_string(nDays) + " -subj /CN=" + strLabel + " -force_pubkey " + strLabel + ".pub -out " +
-                       strLabel + ".crt && openssl x509 -in " + strLabel + ".crt -outform DER -out " + strLabel +
-                       ".der && " + Tool(strToken, strPin) + "--write-object " + strLabel + ".der --type cert --id " +
-                       strId + " --label " + strLabel);
+                       strLabel + ".crt");
+        StoreCertificate(strToken, strPin, strLabel, strId);
+    }
+
+    // Stores NAME.crt of the directory on the token.
+    void StoreCertificate(const std::string& strToken, const std::string& strPin, const std::string& strName,
+                          const std::string& strId) const {
+        RequireCommand(In() + "openssl x509 -in " + strName + ".crt -outform DER -out " + strName + ".der && " +
+                       Tool(strToken, strPin) + "--write-object " + strName + ".der --type cert --id " + strId +
+                       " --label " + strName);
+    }
+
+    // Stores NAME.key of the directory on the token.
+    void StoreKey(const std::string& strToken, const std::string& strPin, const std::string& strName,
+                  const std::string& strId) const {
+        RequireCommand(In() + "softhsm2-util --import " + strName + ".key --token '" + strToken + "' --label " +
+                       strName + " --id " + strId + " --pin " + strPin);
     }
 
     // Initialises the module, like other code in the process that uses it. 0: success.

@@ -66,6 +66,18 @@ TEST(StoreUri, ListAll) {
     EXPECT_FALSE(ParseStoreUri("pkcs11:?List=all").bListAll) << "a vendor's attribute";
 }
 
+TEST(StoreUri, Chain) {
+    EXPECT_EQ(ParseStoreUri("file:/k").chain, ChainPart::kNone);
+    EXPECT_EQ(ParseStoreUri("demo:?chain=store").chain, ChainPart::kWithoutRoot);
+    EXPECT_EQ(ParseStoreUri("file:/k?pin-value=1&chain=root&list=all").chain, ChainPart::kWithRoot);
+    EXPECT_EQ(ParseStoreUri("pkcs11:token=a?chain=store").chain, ChainPart::kWithoutRoot);
+    for (const char* pszSource : {"file:/a%26b.pem", "/a%26b.pem", "FILE:///a%26b.pem"}) {
+        const std::string strAttribute = std::string("chain-source=") + pszSource;
+        EXPECT_EQ(ParseStoreUri("file:/k?chain=store&" + strAttribute).strChainSource, "/a&b.pem") << pszSource;
+        EXPECT_EQ(ParseStoreUri("pkcs11:?" + strAttribute + "&chain=root").strChainSource, "/a&b.pem") << pszSource;
+    }
+}
+
 struct AcceptedToken {
     const char* pszText;
     std::map<std::string, std::string, std::less<>> attributes;
@@ -157,7 +169,13 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"file:/k?pin-value=sEcReT&pin-source=file:/p", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?pin-source=", VCTK_E_URI_MALFORMED}, Refused{"file:/k?pin-source=p", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?pin-source=|cat", VCTK_E_URI_MALFORMED}, Refused{"http://host/sEcReT", VCTK_E_URI_SCHEME},
-        Refused{"pkcs12:/k?pin-value=sEcReT", VCTK_E_URI_SCHEME}));
+        Refused{"pkcs12:/k?pin-value=sEcReT", VCTK_E_URI_SCHEME}, Refused{"file:/k?chain=", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?chain=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?chain=all", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?chain=store&chain=root", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?chain-source=/c", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?chain=store&chain-source=c", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?chain=store&chain-source=", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?chain=store&chain-source=/c&chain-source=/c", VCTK_E_URI_MALFORMED}));
 
 INSTANTIATE_TEST_SUITE_P(
     Token, StoreUriRefused,

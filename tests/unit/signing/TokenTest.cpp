@@ -10,6 +10,7 @@
 
 #include "ChildProcess.h"
 #include "Scale.h"
+#include "TestChain.h"
 #include "TestToken.h"
 #include "ToolkitClient.h"
 #include "VCTKFilter.h"
@@ -24,6 +25,7 @@ protected:
     // "Card": an RSA and an EC key with their certificates, a key that needs the PIN for each signature, and two keys
     // with certificates of other keys, one of the same type and one of another type. "Other card" and "Changing": an
     // EC key each. "Ordinary": a key that signs, and one that only decrypts; its certificate stays valid longer.
+    // "Chained": an EC key, its certificate and its issuer's. "Bare": the same key and certificate alone.
     static void SetUpTestSuite() {
         if (s_pTokens != nullptr) {
             return;
@@ -51,6 +53,14 @@ protected:
         s_pTokens->MakeToken("Changing", "1111");
         s_pTokens->MakeKey("Changing", "1111", "EC:prime256v1", "01", "key");
         s_pTokens->MakeCertificate("Changing", "1111", "01", "01", "changing", 30);
+        MakeChains(s_pTokens->Directory());
+        for (const char* pszToken : {"Chained", "Bare"}) {
+            s_pTokens->MakeToken(pszToken, kPin);
+            s_pTokens->StoreKey(pszToken, kPin, "leaf3", "01");
+            s_pTokens->StoreCertificate(pszToken, kPin, "leaf3", "01");
+        }
+        s_pTokens->StoreCertificate("Chained", kPin, "stranger", "0A");
+        s_pTokens->StoreCertificate("Chained", kPin, "ca1", "0B");
     }
 
     void SetUp() override {
@@ -134,6 +144,24 @@ TEST_F(TokenTest, SignsWithSha3) {
     // As with an EC key from a file: OpenSSL 3.0 has no name for the combination in CMS.
     if (!ec.SignP7("text", 0, 0, 1)) {
         EXPECT_EQ(ec.LastError(), VCTK_E_SIGN_FAILED) << ec.Message();
+    }
+}
+
+// openssl knows only the root. The URI describes only the signer's certificate.
+TEST_F(TokenTest, ChainsComeFromTheWholeTokenAndFromAFile) {
+    const TempDirectory& directory = s_pTokens->Directory();
+    const std::string strSource = "&chain-source=" + directory.Path("ca1.crt");
+    for (const std::string& strUri : {std::string("token=Chained;id=%01?pin-value=4711&chain=store"),
+                                      "token=Bare;id=%01?pin-value=4711&chain=store" + strSource}) {
+        const ToolkitClient client(Uri(strUri));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_EQ(Names(client), "Leaf ");
+        directory.Write("text", "text");
+        directory.Write("p7", client.SignP7("text", 0, 1, 1).value_or(""));
+        const CommandResult verified =
+            RunCommand(s_pTokens->In() + "base64 -d p7 | openssl cms -verify -inform DER -binary -content text " +
+                       "-purpose smimesign -CAfile root.crt -out /dev/null");
+        EXPECT_EQ(verified.nStatus, 0) << strUri << verified.strOutput;
     }
 }
 

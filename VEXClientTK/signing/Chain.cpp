@@ -1,0 +1,139 @@
+#include "signing/Chain.h"
+
+#include <algorithm>
+#include <deque>
+#include <iterator>
+#include <new>
+#include <utility>
+
+namespace vextk {
+namespace {
+
+using Path = Identities;  // the signer first
+
+constexpr size_t kLongestPath = 10;
+// Bounds the work for a store whose certificates were made to cost time: up to a second, with any kind of key.
+constexpr size_t kMostSignatures = 1000;
+
+bool IsSelfSigned(const Identity& certificate) {
+    const OpenSslErrorMark mark;
+    return X509_self_signed(certificate.Certificate(), 0) == 1;
+}
+
+// Path lengths, name constraints and the rest of RFC 5280 section 6.1 are OpenSSL's to check. Extensions that it does
+// not know do not matter here: each verifier decides about them.
+bool Verifies(const Path& path, std::time_t now) {
+    using StorePtr = std::unique_ptr<X509_STORE, OpenSslDeleter<X509_STORE_free>>;
+    using ContextPtr = std::unique_ptr<X509_STORE_CTX, OpenSslDeleter<X509_STORE_CTX_free>>;
+    struct StackDeleter {
+        void operator()(STACK_OF(X509) * pStack) const { sk_X509_free(pStack); }
+    };
+    const OpenSslErrorMark mark;
+    const StorePtr trusted(RequireOpenSsl(X509_STORE_new()));
+    RequireOpenSsl(X509_STORE_add_cert(trusted.get(), path.back()->Certificate()) == 1);
+    const std::unique_ptr<STACK_OF(X509), StackDeleter> between(RequireOpenSsl(sk_X509_new_null()));
+    for (size_t i = 1; i + 1 < path.size(); ++i) {
+        RequireOpenSsl(sk_X509_push(between.get(), path[i]->Certificate()) > 0);
+    }
+    const ContextPtr context(RequireOpenSsl(X509_STORE_CTX_new()));
+    RequireOpenSsl(X509_STORE_CTX_init(context.get(), trusted.get(), path.front()->Certificate(), between.get()) == 1);
+    X509_STORE_CTX_set_time(context.get(), 0, now);
+    X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_IGNORE_CRITICAL);
+    const bool bValid = X509_verify_cert(context.get()) == 1;
+    if (!bValid && X509_STORE_CTX_get_error(context.get()) == X509_V_ERR_OUT_OF_MEM) {
+        throw std::bad_alloc();
+    }
+    return bValid;
+}
+
+bool Contains(const Path& path, const IdentityPtr& certificate) {
+    return std::find(path.begin(), path.end(), certificate) != path.end();
+}
+
+class Search {
+public:
+    Search(const Identities& authorities, std::time_t now) : m_authorities(authorities), m_now(now) {}
+
+    // Goes through the paths from short to long.
+    Path ShortestPath(const IdentityPtr& signer) {
+        Path withoutRoot;
+        std::deque<Path> paths{{signer}};
+        while (!paths.empty()) {
+            const Path path = std::move(paths.front());
+            paths.pop_front();
+            bool bEnds = true;
+            for (const IdentityPtr& issuer : IssuersOf(path)) {
+                bEnds = false;
+                Path longer = path;
+                longer.push_back(issuer);
+                if (!IsSelfSigned(*issuer)) {
+                    paths.push_back(std::move(longer));
+                } else if (IsValid(longer)) {
+                    return longer;
+                }
+            }
+            if (bEnds && withoutRoot.empty() && IsValid(path)) {
+                withoutRoot = path;
+            }
+        }
+        return withoutRoot;
+    }
+
+private:
+    Identities IssuersOf(const Path& path) {
+        Identities issuers;
+        if (path.size() < kLongestPath && !IsSelfSigned(*path.back())) {
+            std::copy_if(m_authorities.begin(), m_authorities.end(), std::back_inserter(issuers),
+                         [&](const IdentityPtr& authority) {
+                             return authority->IsValidAt(m_now) && !Contains(path, authority) &&
+                                    IsIssuedBy(*path.back(), *authority);
+                         });
+        }
+        return issuers;
+    }
+
+    bool IsIssuedBy(const Identity& certificate, const Identity& issuer) {
+        const OpenSslErrorMark mark;
+        if (X509_check_issued(issuer.Certificate(), certificate.Certificate()) != X509_V_OK || !MayCheck(1)) {
+            return false;
+        }
+        const bool bSigned = X509_verify(certificate.Certificate(), X509_get0_pubkey(issuer.Certificate())) == 1;
+        if (!bSigned) {
+            RequireMemory();
+        }
+        return bSigned;
+    }
+
+    bool IsValid(const Path& path) { return MayCheck(path.size()) && Verifies(path, m_now); }
+
+    bool MayCheck(size_t cSignatures) {
+        m_cSignatures += cSignatures;
+        return m_cSignatures <= kMostSignatures;
+    }
+
+    const Identities& m_authorities;
+    const std::time_t m_now;
+    size_t m_cSignatures = 0;
+};
+
+}  // namespace
+
+Chain FindChain(const IdentityPtr& signer, const Identities& authorities, std::time_t now) {
+    Chain chain;
+    const Path path = Search(authorities, now).ShortestPath(signer);
+    if (path.size() > 1) {
+        chain.issuers.assign(path.begin() + 1, path.end());
+        chain.bHasRoot = IsSelfSigned(*path.back());
+    }
+    for (const IdentityPtr& authority : authorities) {
+        chain.period.LimitBy(*authority, now);
+    }
+    return chain;
+}
+
+bool IsAuthority(const Identity& identity) {
+    const OpenSslErrorMark mark;
+    return identity.Certificate() != nullptr && X509_check_ca(identity.Certificate()) > 0;
+}
+
+}  // namespace vextk
