@@ -1,6 +1,7 @@
 package vex.client;
 
 import java.io.ByteArrayInputStream;
+import java.security.GeneralSecurityException;
 import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
 import java.security.cert.Certificate;
@@ -8,9 +9,11 @@ import java.security.cert.CertificateEncodingException;
 import java.security.cert.CertificateException;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
+import java.util.ArrayList;
 import java.util.Collection;
+import java.util.List;
 
-/** Fingerprints of X.509 certificates, and the search for one. */
+/** Fingerprints and chains of X.509 certificates. */
 final class Certificates {
     private Certificates() {}
 
@@ -27,8 +30,55 @@ final class Certificates {
         }
     }
 
-    /** Returns the certificate with this fingerprint from a CMS signature. */
-    static X509Certificate find(byte[] cms, String fingerprint) throws CertificateException {
+    /**
+     * Returns the certificate with this fingerprint from a CMS signature, then its issuer, the issuer's issuer and so
+     * on, as far as the signature contains them.
+     */
+    static X509Certificate[] chain(byte[] cms, String fingerprint) throws CertificateException {
+        List<X509Certificate> others = read(cms, fingerprint);
+        X509Certificate next = remove(others, fingerprint);
+        List<X509Certificate> chain = new ArrayList<>();
+        while (next != null) {
+            chain.add(next);
+            next = removeIssuer(others, next);
+        }
+        return chain.toArray(new X509Certificate[0]);
+    }
+
+    private static X509Certificate remove(List<X509Certificate> certificates, String fingerprint)
+            throws CertificateException {
+        for (X509Certificate certificate : certificates) {
+            if (fingerprint(certificate).equals(fingerprint)) {
+                certificates.remove(certificate);
+                return certificate;
+            }
+        }
+        throw new CertificateException("The toolkit's signature does not contain the certificate " + fingerprint);
+    }
+
+    /** Null: none of the certificates is the issuer's. The signature decides only between equal names. */
+    private static X509Certificate removeIssuer(List<X509Certificate> certificates, X509Certificate subject) {
+        X509Certificate found = null;
+        for (X509Certificate certificate : certificates) {
+            if (certificate.getSubjectX500Principal().equals(subject.getIssuerX500Principal())
+                && (found == null || isSignedWith(subject, certificate))) {
+                found = certificate;
+            }
+        }
+        certificates.remove(found);
+        return found;
+    }
+
+    private static boolean isSignedWith(X509Certificate subject, X509Certificate issuer) {
+        try {
+            subject.verify(issuer.getPublicKey());
+            return true;
+        } catch (GeneralSecurityException e) {
+            return false;
+        }
+    }
+
+    private static List<X509Certificate> read(byte[] cms, String fingerprint) throws CertificateException {
         CertificateFactory factory = CertificateFactory.getInstance("X.509");
         Collection<? extends Certificate> certificates;
         try {
@@ -37,12 +87,10 @@ final class Certificates {
             throw new CertificateException(
                 "Java cannot read the certificate " + fingerprint + ": " + e.getMessage(), e);
         }
+        List<X509Certificate> read = new ArrayList<>();
         for (Certificate certificate : certificates) {
-            X509Certificate candidate = (X509Certificate) certificate;
-            if (fingerprint(candidate).equals(fingerprint)) {
-                return candidate;
-            }
+            read.add((X509Certificate) certificate);
         }
-        throw new CertificateException("The toolkit's signature does not contain the certificate " + fingerprint);
+        return read;
     }
 }

@@ -2,6 +2,7 @@ package vex.client;
 
 import java.nio.charset.Charset;
 import java.util.Base64;
+import java.util.Set;
 import java.util.concurrent.atomic.AtomicInteger;
 import vex.jni.TAVClientJNI;
 import vex.jni.VCTKError;
@@ -25,16 +26,51 @@ final class Session {
 
     final long handle;
     private final int chooseSingle;
+    /** Whether signatures can contain the certificates of the signer's issuers. */
+    private final boolean hasChain;
     /** The number of calls in progress. The sign bit is set when the session is closed. */
     private final AtomicInteger state = new AtomicInteger();
 
-    private Session(long handle, boolean chooseSingle) {
+    private Session(long handle, boolean chooseSingle, boolean hasChain) {
         this.handle = handle;
         this.chooseSingle = chooseSingle ? 1 : 0;
+        this.hasChain = hasChain;
     }
 
-    /** @param store the URI; no exception contains it */
-    static Session open(String store, boolean chooseSingle) throws SigningException {
+    /**
+     * Opens a store for signatures that can contain a chain. With a toolkit that does not know chains, they cannot.
+     *
+     * @param store the URI; no exception contains it
+     * @param chain the attribute that asks for chains, unless the URI has one
+     */
+    static Session open(String store, boolean chooseSingle, String chain) throws SigningException {
+        if (!StoreText.isUri(store)) {
+            return open(store, chooseSingle, false);
+        }
+        if (!StoreText.hasChain(store)) {
+            return open(Chains.KNOWN ? StoreText.withAttribute(store, chain) : store, chooseSingle, Chains.KNOWN);
+        }
+        if (!Chains.KNOWN) {
+            throw SigningException.of(VCTKError.INVALID_ARGUMENT,
+                "the toolkit cannot include a chain; open the store without chainFile, withChain and chain=");
+        }
+        return open(store, chooseSingle, true);
+    }
+
+    /** Asks the toolkit once, with a store that does not exist: so no PIN is tried. */
+    private static final class Chains {
+        static final boolean KNOWN = areKnown();
+
+        private static boolean areKnown() {
+            long handle = NATIVES.Initialize(null, "file:/proc/no-such-store?chain=store");
+            if (handle != 0) {
+                NATIVES.Finalize(handle);
+            }
+            return handle == 0 && NATIVES.GetLastError(0) == VCTKError.STORE_NOT_FOUND;
+        }
+    }
+
+    private static Session open(String store, boolean chooseSingle, boolean hasChain) throws SigningException {
         long handle = NATIVES.Initialize(null, requireText("The store URI", store));
         if (handle == 0) {
             int number = (int) NATIVES.GetLastError(0);
@@ -42,7 +78,7 @@ final class Session {
                 ? SigningException.of(VCTKError.INTERNAL, "the toolkit did not open the store and gave no reason")
                 : new SigningException(number, VCTKError.message(number));
         }
-        Session session = new Session(handle, chooseSingle);
+        Session session = new Session(handle, chooseSingle, hasChain);
         try {
             session.setting("Single choice", natives -> natives.SetChooseSingleCert(handle, session.chooseSingle));
         } catch (SigningException | RuntimeException | Error e) {
@@ -77,14 +113,37 @@ final class Session {
         return signature(natives -> natives.P1Sign(handle, base64));
     }
 
-    byte[] signP7(String text, boolean detached, boolean withCertificate) throws SigningException {
+    byte[] signP7(String text, Set<CmsOption> options) throws SigningException {
         String checked = requireText("The text", text);
-        return signature(natives -> natives.P7SignString(handle, checked, detached ? 1 : 0, withCertificate ? 1 : 0));
+        int certificates = certificates(options);
+        return signature(natives -> natives.P7SignString(handle, checked, detached(options), certificates));
     }
 
-    byte[] signP7(byte[] data, boolean detached, boolean withCertificate) throws SigningException {
+    byte[] signP7(byte[] data, Set<CmsOption> options) throws SigningException {
         String base64 = toBase64(data);
-        return signature(natives -> natives.P7Sign(handle, base64, detached ? 1 : 0, withCertificate ? 1 : 0));
+        int certificates = certificates(options);
+        return signature(natives -> natives.P7Sign(handle, base64, detached(options), certificates));
+    }
+
+    private static int detached(Set<CmsOption> options) {
+        return options.contains(CmsOption.DETACHED) ? 1 : 0;
+    }
+
+    /** A toolkit that knows chains takes 2 as "only the signer's certificate", and 1 as "with the chain". */
+    private int certificates(Set<CmsOption> options) throws SigningException {
+        if (!options.contains(CmsOption.INCLUDE_CHAIN)) {
+            return !options.contains(CmsOption.INCLUDE_CERTIFICATE) ? 0 : hasChain ? 2 : 1;
+        }
+        if (!hasChain) {
+            throw SigningException.of(VCTKError.INVALID_ARGUMENT,
+                "the toolkit cannot include a chain; use INCLUDE_CERTIFICATE and pass the chain on yourself");
+        }
+        return 1;
+    }
+
+    /** Whether {@link CmsOption#INCLUDE_CHAIN} is possible. */
+    boolean hasChain() {
+        return hasChain;
     }
 
     String certificateList() throws SigningException {

@@ -114,8 +114,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCms(String text, CmsOption... options) throws SigningException {
-        Set<CmsOption> set = toSet(options);
-        return session.signP7(text, set.contains(CmsOption.DETACHED), set.contains(CmsOption.INCLUDE_CERTIFICATE));
+        return session.signP7(text, toSet(options));
     }
 
     /**
@@ -128,8 +127,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCms(byte[] data, CmsOption... options) throws SigningException {
-        Set<CmsOption> set = toSet(options);
-        return session.signP7(data, set.contains(CmsOption.DETACHED), set.contains(CmsOption.INCLUDE_CERTIFICATE));
+        return session.signP7(data, toSet(options));
     }
 
     /**
@@ -163,6 +161,7 @@ public final class SigningClient implements AutoCloseable {
         private final String store;
         private final List<Filter> filters = new ArrayList<>();
         private Path pinFile;
+        private Path chainFile;
         private char[] pin;
         private String digest;
         private boolean single;
@@ -193,6 +192,17 @@ public final class SigningClient implements AutoCloseable {
         public Builder pin(char[] characters) {
             pin = characters.clone();
             pinFile = null;
+            return this;
+        }
+
+        /**
+         * Names a file with certificates of issuers that the store does not have, for {@link CmsOption#INCLUDE_CHAIN}.
+         *
+         * @param file PEM or PKCS #12, at most 16 MiB
+         * @return this
+         */
+        public Builder chainFile(Path file) {
+            chainFile = Objects.requireNonNull(file, "file");
             return this;
         }
 
@@ -368,7 +378,7 @@ public final class SigningClient implements AutoCloseable {
          * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN
          */
         public SigningClient open() throws SigningException {
-            Session session = Session.open(storeWithPin(), single);
+            Session session = Session.open(storeWithPin(), single, "chain=store");
             try {
                 if (digest != null) {
                     session.setDigest(digest);
@@ -394,7 +404,16 @@ public final class SigningClient implements AutoCloseable {
             return this;
         }
 
+        private String storeWithChain() {
+            if (chainFile == null) {
+                return store;
+            }
+            String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=store");
+            return StoreText.withChainFile(chain, chainFile);
+        }
+
         private String storeWithPin() {
+            String store = storeWithChain();
             if (pinFile != null) {
                 return StoreText.withPinFile(store, pinFile);
             }

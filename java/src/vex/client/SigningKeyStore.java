@@ -46,11 +46,12 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     private static final class Entry {
         final SigningKey key;
-        final X509Certificate certificate;
+        /** The certificate of the key is the first. */
+        final X509Certificate[] chain;
 
-        Entry(SigningKey key, X509Certificate certificate) {
+        Entry(SigningKey key, X509Certificate[] chain) {
             this.key = key;
-            this.certificate = certificate;
+            this.chain = chain;
         }
     }
 
@@ -99,9 +100,9 @@ final class SigningKeyStore extends KeyStoreSpi {
             for (CertificateInfo info : session.certificates()) {
                 String alias = toAlias(info.fingerprint());
                 try {
-                    X509Certificate certificate = session.certificate(info.fingerprint());
-                    SigningKey key = SigningKey.of(session, info.fingerprint(), certificate.getPublicKey());
-                    found.put(alias, new Entry(key, certificate));
+                    X509Certificate[] chain = session.chain(info.fingerprint());
+                    SigningKey key = SigningKey.of(session, info.fingerprint(), chain[0].getPublicKey());
+                    found.put(alias, new Entry(key, chain));
                 } catch (GeneralSecurityException e) {
                     failed.put(alias, e);
                 }
@@ -231,13 +232,13 @@ final class SigningKeyStore extends KeyStoreSpi {
     @Override
     public Certificate[] engineGetCertificateChain(String alias) {
         Entry entry = find(alias);
-        return entry == null ? null : new Certificate[] {entry.certificate};
+        return entry == null ? null : entry.chain.clone();
     }
 
     @Override
     public Certificate engineGetCertificate(String alias) {
         Entry entry = find(alias);
-        return entry == null ? null : entry.certificate;
+        return entry == null ? null : entry.chain[0];
     }
 
     @Override
@@ -273,7 +274,7 @@ final class SigningKeyStore extends KeyStoreSpi {
     @Override
     public String engineGetCertificateAlias(Certificate certificate) {
         for (Map.Entry<String, Entry> entry : entries.entrySet()) {
-            if (entry.getValue().certificate.equals(certificate)) {
+            if (entry.getValue().chain[0].equals(certificate)) {
                 return entry.getKey();
             }
         }
@@ -285,8 +286,7 @@ final class SigningKeyStore extends KeyStoreSpi {
     public KeyStore.Entry engineGetEntry(String alias, KeyStore.ProtectionParameter protection)
             throws UnrecoverableKeyException {
         Entry entry = findUsable(alias);
-        return entry == null
-            ? null : new KeyStore.PrivateKeyEntry(entry.key, new Certificate[] {entry.certificate});
+        return entry == null ? null : new KeyStore.PrivateKeyEntry(entry.key, entry.chain.clone());
     }
 
     @Override

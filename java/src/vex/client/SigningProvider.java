@@ -20,7 +20,8 @@ import java.util.List;
  *
  * <h2>KeyStore</h2>
  * It holds the certificates that could sign when it was loaded, and their keys. An alias is a certificate's SHA-256
- * fingerprint in lower-case hexadecimal. A chain has one certificate. Keys have no encoded form and need no password.
+ * fingerprint in lower-case hexadecimal. A chain begins with the key's certificate and has those of its issuers, as far
+ * as the store, or {@link StoreParameter#withChain}, has them. Keys have no encoded form and need no password.
  * The store stays open while the KeyStore or one of its keys is reachable. {@code load} opens it with
  * <ul>
  * <li>a {@link StoreParameter};

@@ -60,6 +60,18 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
         return new StoreParameter(StoreText.withPinFile(StoreText.ofFile(file), pinFile), null);
     }
 
+    /**
+     * The same store, whose chains also have the certificates of a file.
+     *
+     * @param file PEM or PKCS #12 with the certificates of issuers that the store does not have, such as a card with
+     *     only the signer's certificate; at most 16 MiB
+     * @return a new parameter
+     */
+    public StoreParameter withChain(Path file) {
+        String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=root");
+        return new StoreParameter(StoreText.withChainFile(chain, file), protection);
+    }
+
     @Override
     public KeyStore.ProtectionParameter getProtectionParameter() {
         return protection;

@@ -2,6 +2,7 @@ package vex.client;
 
 import java.security.cert.CertificateException;
 import java.security.cert.X509Certificate;
+import java.util.EnumSet;
 import java.util.List;
 
 /**
@@ -23,7 +24,7 @@ final class StoreSession {
     }
 
     static StoreSession open(String store) throws SigningException {
-        return new StoreSession(Session.open(store, true));
+        return new StoreSession(Session.open(store, true, "chain=root"));
     }
 
     synchronized List<CertificateInfo> certificates() throws SigningException {
@@ -32,9 +33,21 @@ final class StoreSession {
         return CertificateInfo.parseList(session.certificateList());
     }
 
-    synchronized X509Certificate certificate(String wanted) throws SigningException, CertificateException {
+    /** Returns the certificate and its chain; only the certificate if Java cannot read another one of the chain. */
+    synchronized X509Certificate[] chain(String wanted) throws SigningException, CertificateException {
         select(wanted, CERTIFICATE_DIGEST);
-        return Certificates.find(session.signP7(CERTIFICATE_REQUEST, true, true), wanted);
+        if (session.hasChain()) {
+            try {
+                return Certificates.chain(request(CmsOption.INCLUDE_CHAIN), wanted);
+            } catch (CertificateException e) {
+                // See above.
+            }
+        }
+        return Certificates.chain(request(CmsOption.INCLUDE_CERTIFICATE), wanted);
+    }
+
+    private byte[] request(CmsOption certificates) throws SigningException {
+        return session.signP7(CERTIFICATE_REQUEST, EnumSet.of(CmsOption.DETACHED, certificates));
     }
 
     synchronized byte[] sign(String signer, String digestName, byte[] data) throws SigningException {

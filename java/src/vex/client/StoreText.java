@@ -7,9 +7,14 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.FileSystems;
 import java.nio.file.Path;
 import java.util.Arrays;
+import java.util.regex.Pattern;
 
 /** Builds store URIs, with the PIN or the name of its file. They are ASCII, whatever characters a file name has. */
 final class StoreText {
+    /** The toolkit does not decode the names of schemes and attributes. */
+    private static final Pattern URI = Pattern.compile("(demo|file|pkcs11):.*", Pattern.CASE_INSENSITIVE | Pattern.DOTALL);
+    private static final Pattern CHAIN = Pattern.compile("\\?(.*&)?chain=");
+
     private StoreText() {}
 
     /** @throws IllegalArgumentException if the path is not in the default file system */
@@ -42,7 +47,21 @@ final class StoreText {
         return withAttribute(store, attribute.toString());
     }
 
-    private static String withAttribute(String store, String attribute) {
+    /** The signatures contain the certificates of issuers that are in this file. */
+    static String withChainFile(String store, Path file) {
+        return withAttribute(store, "chain-source=" + ofFile(file));
+    }
+
+    /** Whether the text is a URI of the toolkit that comes with this class. Other toolkits may have other texts. */
+    static boolean isUri(String store) {
+        return URI.matcher(store).matches();
+    }
+
+    static boolean hasChain(String store) {
+        return CHAIN.matcher(store).find();
+    }
+
+    static String withAttribute(String store, String attribute) {
         return store + (store.indexOf('?') < 0 ? '?' : '&') + attribute;
     }
 }

@@ -129,6 +129,23 @@ class JdkToolsTest {
         TestJar.assertSignedBy(directory.resolve("app.jar"), signer.certificate());
     }
 
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void jarsThatAreSignedWithAChainVerifyStrictlyWithTheRoot(String algorithm) throws Exception {
+        List<TestStore.Identity> chain = TestStore.chain(algorithm.equals("EC") ? "secp256r1" : algorithm, 4);
+        TestStore.writeChain(directory.resolve("keys.p12"), chain);
+        String alias = Certificates.fingerprint(chain.get(0).certificate()).toLowerCase();
+        tool("jarsigner", "app.jar", alias).succeeded();
+        Files.writeString(directory.resolve("root.pem"),
+            TestStore.pem("CERTIFICATE", chain.get(3).certificate().getEncoded()));
+        run(List.of(Run.jdkProgram("keytool"), "-importcert", "-noprompt", "-alias", "root", "-file", "root.pem",
+            "-keystore", "roots.p12", "-storepass", TestStore.PIN)).succeeded();
+        Run verified = run(List.of(Run.jdkProgram("jarsigner"), "-verify", "-strict", "-keystore", "roots.p12",
+            "-storepass", TestStore.PIN, "app.jar"));
+        assertEquals(0, verified.status(), verified.output());
+        assertTrue(verified.output().contains("jar verified."), verified.output());
+    }
+
     // ---- A token with a key that may not sign ----
 
     /** Imports a key with the additional attribute, and its certificate, into the token. */

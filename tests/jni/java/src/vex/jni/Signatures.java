@@ -6,14 +6,22 @@ import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.security.GeneralSecurityException;
 import java.security.MessageDigest;
+import java.security.Provider;
 import java.security.Signature;
+import java.security.cert.CertPathBuilder;
+import java.security.cert.PKIXBuilderParameters;
+import java.security.cert.TrustAnchor;
+import java.security.cert.X509CertSelector;
 import java.security.cert.X509Certificate;
 import java.time.Duration;
 import java.time.Instant;
 import java.util.Base64;
 import java.util.Collection;
 import java.util.Date;
+import java.util.HashSet;
+import java.util.Set;
 import org.bouncycastle.asn1.cms.Attribute;
 import org.bouncycastle.asn1.cms.AttributeTable;
 import org.bouncycastle.asn1.cms.CMSAttributes;
@@ -22,7 +30,9 @@ import org.bouncycastle.asn1.ess.ESSCertIDv2;
 import org.bouncycastle.asn1.ess.SigningCertificateV2;
 import org.bouncycastle.asn1.pkcs.PKCSObjectIdentifiers;
 import org.bouncycastle.cert.X509CertificateHolder;
+import org.bouncycastle.cert.jcajce.JcaCertStoreBuilder;
 import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
+import org.bouncycastle.cms.CMSException;
 import org.bouncycastle.cms.CMSProcessableByteArray;
 import org.bouncycastle.cms.CMSSignedData;
 import org.bouncycastle.cms.CMSTypedData;
@@ -44,9 +54,29 @@ public final class Signatures {
     }
 
     public static X509Certificate certificateIn(byte[] p7) throws Exception {
-        Collection<X509CertificateHolder> certificates = new CMSSignedData(p7).getCertificates().getMatches(null);
+        Set<X509Certificate> certificates = certificatesIn(p7);
         assertEquals(1, certificates.size());
-        return new JcaX509CertificateConverter().getCertificate(certificates.iterator().next());
+        return certificates.iterator().next();
+    }
+
+    public static Set<X509Certificate> certificatesIn(byte[] p7) throws Exception {
+        Set<X509Certificate> certificates = new HashSet<>();
+        for (X509CertificateHolder holder : new CMSSignedData(p7).getCertificates().getMatches(null)) {
+            certificates.add(new JcaX509CertificateConverter().getCertificate(holder));
+        }
+        return certificates;
+    }
+
+    /** Builds a path from the certificate to the root with those in the signature (RFC 5280 section 6.1). */
+    public static void requirePath(byte[] p7, X509Certificate certificate, X509Certificate root, Provider provider)
+            throws GeneralSecurityException, CMSException {
+        X509CertSelector target = new X509CertSelector();
+        target.setCertificate(certificate);
+        PKIXBuilderParameters parameters = new PKIXBuilderParameters(Set.of(new TrustAnchor(root, null)), target);
+        parameters.addCertStore(
+            new JcaCertStoreBuilder().addCertificates(new CMSSignedData(p7).getCertificates()).build());
+        parameters.setRevocationEnabled(false);
+        CertPathBuilder.getInstance("PKIX", provider).build(parameters);
     }
 
     /** The JDK's name of a signature algorithm, for example SHA256withECDSA for SHA256 and EC. */
@@ -70,13 +100,14 @@ public final class Signatures {
      */
     public static void assertP7(String base64, byte[] content, boolean detached, boolean withCertificate,
                          X509Certificate certificate, String digestOid) throws Exception {
-        SignerInformation signer = assertP7Form(base64, content, detached, withCertificate, certificate, digestOid);
+        SignerInformation signer = assertP7Form(base64, content, detached, certificate,
+            withCertificate ? Set.of(certificate) : Set.of(), digestOid);
         assertTrue(signer.verify(new JcaSimpleSignerInfoVerifierBuilder().build(certificate)));
     }
 
     /** The same without verifying the signature value; returns the signer for that. */
-    static SignerInformation assertP7Form(String base64, byte[] content, boolean detached, boolean withCertificate,
-                                          X509Certificate certificate, String digestOid) throws Exception {
+    static SignerInformation assertP7Form(String base64, byte[] content, boolean detached, X509Certificate certificate,
+                                          Set<X509Certificate> included, String digestOid) throws Exception {
         byte[] der = Base64.getDecoder().decode(base64);
         CMSTypedData contained = new CMSSignedData(der).getSignedContent();
         CMSSignedData signed;
@@ -88,11 +119,7 @@ public final class Signatures {
             assertArrayEquals(content, (byte[]) contained.getContent());
             signed = new CMSSignedData(der);
         }
-        if (withCertificate) {
-            assertEquals(certificate, certificateIn(der));
-        } else {
-            assertEquals(0, signed.getCertificates().getMatches(null).size());
-        }
+        assertEquals(included, certificatesIn(der));
 
         Collection<SignerInformation> signers = signed.getSignerInfos().getSigners();
         assertEquals(1, signers.size());

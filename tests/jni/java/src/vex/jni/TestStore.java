@@ -15,8 +15,10 @@ import java.time.Duration;
 import java.time.Instant;
 import java.util.Base64;
 import java.util.Date;
+import java.util.LinkedList;
 import java.util.List;
 import org.bouncycastle.asn1.x500.X500Name;
+import org.bouncycastle.asn1.x509.BasicConstraints;
 import org.bouncycastle.asn1.x509.Extension;
 import org.bouncycastle.asn1.x509.KeyUsage;
 import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
@@ -40,14 +42,7 @@ public final class TestStore {
      * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
      */
     public static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
-        boolean rsa = key.startsWith("RSA");
-        KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : "EC");
-        if (rsa) {
-            generator.initialize(key.equals("RSA") ? 2048 : Integer.parseInt(key.substring("RSA-".length())));
-        } else {
-            generator.initialize(new ECGenParameterSpec(key));
-        }
-        KeyPair pair = generator.generateKeyPair();
+        KeyPair pair = generate(key);
         Instant end = Instant.now().plus(Duration.ofDays(days));
         Instant begin = (days < 0 ? end : Instant.now()).minus(Duration.ofDays(1));
         X500Name name = new X500Name(subject);
@@ -56,10 +51,65 @@ public final class TestStore {
         if (keyUsage != 0) {
             builder.addExtension(Extension.keyUsage, true, new KeyUsage(keyUsage));
         }
-        X509Certificate certificate = new JcaX509CertificateConverter().getCertificate(
-            builder.build(new JcaContentSignerBuilder(rsa ? "SHA256withRSA" : "SHA256withECDSA").build(
-                pair.getPrivate())));
-        return new Identity(pair.getPrivate(), certificate);
+        return new Identity(pair.getPrivate(), sign(builder, pair.getPrivate()));
+    }
+
+    /**
+     * Creates a chain of certificates: the signer's first, the root last. Each issues the one before it.
+     *
+     * @param key of all of them, as for {@link #identity}
+     */
+    public static List<Identity> chain(String key, int length) throws Exception {
+        LinkedList<Identity> chain = new LinkedList<>();
+        for (int i = 0; i < length; ++i) {
+            chain.addFirst(issue(key, i == 0 ? "CN=Root" : i == length - 1 ? "CN=Signer" : "CN=CA " + i,
+                i == 0 ? null : chain.getFirst(), i < length - 1));
+        }
+        return chain;
+    }
+
+    /** @param issuer null for a self-signed certificate */
+    private static Identity issue(String key, String subject, Identity issuer, boolean authority) throws Exception {
+        KeyPair pair = generate(key);
+        X500Name name = new X500Name(subject);
+        Instant now = Instant.now();
+        JcaX509v3CertificateBuilder builder = new JcaX509v3CertificateBuilder(
+            issuer == null ? name : X500Name.getInstance(issuer.certificate().getSubjectX500Principal().getEncoded()),
+            BigInteger.valueOf(now.getNano() + 1L), Date.from(now.minus(Duration.ofDays(1))),
+            Date.from(now.plus(Duration.ofDays(30))), name, pair.getPublic());
+        builder.addExtension(Extension.basicConstraints, true, new BasicConstraints(authority));
+        builder.addExtension(Extension.keyUsage, true,
+            new KeyUsage(authority ? KeyUsage.keyCertSign : KeyUsage.digitalSignature));
+        PrivateKey signer = issuer == null ? pair.getPrivate() : issuer.key();
+        return new Identity(pair.getPrivate(), sign(builder, signer));
+    }
+
+    private static KeyPair generate(String key) throws Exception {
+        boolean rsa = key.startsWith("RSA");
+        KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : "EC");
+        if (rsa) {
+            generator.initialize(key.equals("RSA") ? 2048 : Integer.parseInt(key.substring("RSA-".length())));
+        } else {
+            generator.initialize(new ECGenParameterSpec(key));
+        }
+        return generator.generateKeyPair();
+    }
+
+    private static X509Certificate sign(JcaX509v3CertificateBuilder builder, PrivateKey key) throws Exception {
+        String algorithm = key.getAlgorithm().equals("RSA") ? "SHA256withRSA" : "SHA256withECDSA";
+        return new JcaX509CertificateConverter().getCertificate(
+            builder.build(new JcaContentSignerBuilder(algorithm).build(key)));
+    }
+
+    /** Writes a PKCS #12 file with the PIN {@link #PIN} that has one key and its chain. */
+    public static void writeChain(Path file, List<Identity> chain) throws Exception {
+        KeyStore store = KeyStore.getInstance("PKCS12");
+        store.load(null, null);
+        store.setKeyEntry("key", chain.get(0).key(), PIN.toCharArray(),
+            chain.stream().map(Identity::certificate).toArray(Certificate[]::new));
+        try (OutputStream stream = Files.newOutputStream(file)) {
+            store.store(stream, PIN.toCharArray());
+        }
     }
 
     /** Writes a PKCS #12 file with the PIN {@link #PIN}, as the JDK writes it by default. */

@@ -21,6 +21,7 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Random;
+import java.util.Set;
 import java.util.TreeMap;
 import java.util.stream.IntStream;
 import org.bouncycastle.asn1.DEROctetString;
@@ -74,8 +75,16 @@ class ThirdPartiesTest {
 
     private record Combination(String key, Verifiers.Digest digest, Form form) {}
 
-    /** A client with one key, its certificate, and the verifiers of its signatures. */
-    private record Signer(Client client, X509Certificate certificate, Verifiers verifiers) {}
+    /** A client with one key, the key's chain, and the verifiers of its signatures, who know only the root. */
+    private record Signer(Client client, List<X509Certificate> chain, Verifiers verifiers) {
+        X509Certificate certificate() {
+            return chain.get(0);
+        }
+
+        Set<X509Certificate> included(Form form) {
+            return form.hasCertificate() ? Set.copyOf(chain.subList(0, chain.size() - 1)) : Set.of();
+        }
+    }
 
     /** The place of each changed bit and the result, and how often they occurred. */
     private final Map<String, Integer> flips = new TreeMap<>();
@@ -122,17 +131,24 @@ class ThirdPartiesTest {
 
     private Signer open(String key) throws Exception {
         Path own = Files.createDirectory(directory.resolve(key));
-        List<TestStore.Identity> identity = List.of(TestStore.identity(key, "CN=" + key, 1, 30, 0));
+        List<TestStore.Identity> identities = TestStore.chain(key, 2 + random.nextInt(3));
+        List<X509Certificate> chain = identities.stream().map(TestStore.Identity::certificate).toList();
         String store;
         if (random.nextBoolean()) {
-            store = TestStore.writePem(own.resolve("keys.pem"), identity);
+            StringBuilder pem = new StringBuilder();
+            pem.append(TestStore.pem("PRIVATE KEY", identities.get(0).key().getEncoded()));
+            List<X509Certificate> shuffled = new ArrayList<>(chain);
+            Collections.shuffle(shuffled, random);
+            for (X509Certificate certificate : shuffled) {
+                pem.append(TestStore.pem("CERTIFICATE", certificate.getEncoded()));
+            }
+            store = "file:" + Files.writeString(own.resolve("keys.pem"), pem) + "?chain=store";
         } else {
             Path file = own.resolve("keys.p12");
-            TestStore.writePkcs12(file, identity);
-            store = "file:" + file + "?pin-value=" + TestStore.PIN.replace(" ", "%20");
+            TestStore.writeChain(file, identities);
+            store = "file:" + file + "?pin-value=" + TestStore.PIN.replace(" ", "%20") + "&chain=store";
         }
-        X509Certificate certificate = identity.get(0).certificate();
-        return new Signer(Client.open(store), certificate, new Verifiers(certificate, own));
+        return new Signer(Client.open(store), chain, new Verifiers(chain, own));
     }
 
     private Content content() {
@@ -182,8 +198,8 @@ class ThirdPartiesTest {
         byte[] signature = Base64.getDecoder().decode(base64);
         assertAccepted(opinions(signer, combination, signature, content.bytes()), content.bytes());
         if (form != Form.P1) {
-            Signatures.assertP7Form(base64, content.bytes(), form.isDetached(), form.hasCertificate(),
-                signer.certificate(), combination.digest().oid());
+            Signatures.assertP7Form(base64, content.bytes(), form.isDetached(), signer.certificate(),
+                signer.included(form), combination.digest().oid());
         }
         if (form.hasCertificate()) {
             assertTrue(Verifiers.isGoodForJars(signature, form.isDetached() ? content.bytes() : null), "as of a jar");
@@ -203,7 +219,7 @@ class ThirdPartiesTest {
         return combination.form() == Form.P1
             ? signer.verifiers().onP1(signature, content, combination.digest())
             : signer.verifiers().onP7(signature, combination.form().isDetached() ? content : null,
-                combination.digest());
+                combination.digest(), combination.form().hasCertificate());
     }
 
     private static void assertAccepted(List<Verifiers.Opinion> opinions, byte[] content) {

@@ -7,6 +7,7 @@ import java.security.GeneralSecurityException;
 import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
 import java.security.Provider;
+import java.security.Security;
 import java.security.Signature;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
@@ -25,8 +26,9 @@ import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 import org.bouncycastle.jce.provider.BouncyCastleProvider;
 
 /**
- * Verifies the signatures of one signer with the openssl command, the JDK and Bouncy Castle. Each trusts the signer's
- * certificate and gets the bytes that should be signed.
+ * Verifies the signatures of one signer with the openssl command, the JDK and Bouncy Castle. Each gets the bytes that
+ * should be signed and trusts only the root. A P7 has to contain the other certificates of the chain, or they are given
+ * to the verifier if it contains none.
  */
 final class Verifiers {
     private static final Provider BOUNCY_CASTLE = new BouncyCastleProvider();
@@ -43,14 +45,25 @@ final class Verifiers {
     record Opinion(String verifier, Optional<byte[]> content) {}
 
     private final X509Certificate certificate;
+    private final X509Certificate root;
     private final Path directory;
     private final OpenSslCommand openSsl;
 
-    /** @param directory for openssl's files; each signer needs its own */
-    Verifiers(X509Certificate certificate, Path directory) throws Exception {
-        this.certificate = certificate;
+    /**
+     * @param chain the signer's certificate first, the root last
+     * @param directory for openssl's files; each signer needs its own
+     */
+    Verifiers(List<X509Certificate> chain, Path directory) throws Exception {
+        certificate = chain.get(0);
+        root = chain.get(chain.size() - 1);
         this.directory = directory;
         openSsl = new OpenSslCommand(directory);
+        openSsl.writePem("root.pem", "CERTIFICATE", root.getEncoded());
+        StringBuilder authorities = new StringBuilder();
+        for (X509Certificate authority : chain.subList(1, chain.size())) {
+            authorities.append(TestStore.pem("CERTIFICATE", authority.getEncoded()));
+        }
+        Files.writeString(directory.resolve("authorities.pem"), authorities);
         openSsl.writeCertificate(certificate);
         openSsl.writePem("public.pem", "PUBLIC KEY", certificate.getPublicKey().getEncoded());
     }
@@ -66,13 +79,19 @@ final class Verifiers {
             opinion("Bouncy Castle", () -> contentIf(isP1Good(signature, content, digest, BOUNCY_CASTLE), content)));
     }
 
-    /** @param content the content of a detached signature; null for an attached one */
-    List<Opinion> onP7(byte[] der, byte[] content, Digest digest) throws Exception {
+    /**
+     * @param content the content of a detached signature; null for an attached one
+     * @param hasCertificates whether the signature should contain all that a verifier needs except the root
+     */
+    List<Opinion> onP7(byte[] der, byte[] content, Digest digest, boolean hasCertificates) throws Exception {
         openSsl.write("p7", der);
         Path recovered = directory.resolve("recovered");
         Files.deleteIfExists(recovered);
         List<String> arguments = new ArrayList<>(List.of("cms", "-verify", "-binary", "-inform", "DER", "-in", "p7",
-            "-CAfile", "cert.pem", "-certfile", "cert.pem", "-out", "recovered"));
+            "-CAfile", hasCertificates ? "root.pem" : "authorities.pem", "-out", "recovered"));
+        if (!hasCertificates) {
+            arguments.addAll(List.of("-certfile", "cert.pem"));
+        }
         if (content != null) {
             openSsl.write("content", content);
             arguments.addAll(List.of("-content", "content"));
@@ -80,8 +99,8 @@ final class Verifiers {
         boolean openSslSays = openSsl.accepts(arguments.toArray(new String[0]));
         return List.of(
             new Opinion("openssl", openSslSays ? Optional.of(Files.readAllBytes(recovered)) : Optional.empty()),
-            opinion("JDK", () -> verifiedByTheJdk(der, content, digest)),
-            opinion("Bouncy Castle", () -> verifiedByBouncyCastle(der, content)));
+            opinion("JDK", () -> verifiedByTheJdk(der, content, digest, hasCertificates)),
+            opinion("Bouncy Castle", () -> verifiedByBouncyCastle(der, content, hasCertificates)));
     }
 
     private static Optional<byte[]> contentIf(boolean good, byte[] content) {
@@ -145,7 +164,11 @@ final class Verifiers {
         return (byte[]) content.getContent();
     }
 
-    private Optional<byte[]> verifiedByBouncyCastle(byte[] der, byte[] content) throws Exception {
+    private Optional<byte[]> verifiedByBouncyCastle(byte[] der, byte[] content, boolean hasCertificates)
+            throws Exception {
+        if (hasCertificates) {
+            Signatures.requirePath(der, certificate, root, BOUNCY_CASTLE);
+        }
         CMSSignedData signed = parse(der, content);
         return contentIf(onlySigner(signed).verify(
             new JcaSimpleSignerInfoVerifierBuilder().setProvider(BOUNCY_CASTLE).build(certificate)),
@@ -156,7 +179,11 @@ final class Verifiers {
      * Follows RFC 5652 section 5.4 with the JDK's digests and signatures: the signed attributes contain the content's
      * digest, and the signature is over them. Bouncy Castle parses the structure, because the JDK has no public parser.
      */
-    private Optional<byte[]> verifiedByTheJdk(byte[] der, byte[] content, Digest digest) throws Exception {
+    private Optional<byte[]> verifiedByTheJdk(byte[] der, byte[] content, Digest digest, boolean hasCertificates)
+            throws Exception {
+        if (hasCertificates) {
+            Signatures.requirePath(der, certificate, root, Security.getProvider("SUN"));
+        }
         CMSSignedData signed = parse(der, content);
         SignerInformation signer = onlySigner(signed);
         byte[] contained = contentOf(signed);
