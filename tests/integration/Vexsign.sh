@@ -221,6 +221,41 @@ cmp recovered "it's data.bin"
 openssl x509 -in rsa.pem -noout -pubkey -out rsa.pub
 openssl dgst -sha256 -verify rsa.pub -signature sig text.txt >/dev/null || fail "P1 through standard streams"
 
+echo "== the certificates of the issuers"
+# issue NAME ISSUER CONSTRAINTS USAGE
+issue() {
+    printf '[req]\ndistinguished_name=dn\nprompt=no\nx509_extensions=ext\n[dn]\nCN=%s\n[ext]\n' "$1" >issue.cnf
+    printf 'basicConstraints=critical,%s\nkeyUsage=critical,%s\n' "$3" "$4" >>issue.cnf
+    openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$1.key" 2>/dev/null
+    signer=()
+    [ "$1" = "$2" ] || signer=(-CA "$2.crt" -CAkey "$2.key")
+    openssl req -x509 -new -config issue.cnf -key "$1.key" -days 30 "${signer[@]}" -out "$1.crt"
+}
+issue root root CA:TRUE keyCertSign
+issue middle root CA:TRUE keyCertSign
+issue leaf middle CA:FALSE digitalSignature
+cat leaf.key leaf.crt middle.crt root.crt >whole.pem
+cat leaf.key leaf.crt >alone.pem
+# trusted: openssl and GnuTLS, which know only the root, accept sig.
+trusted() {
+    openssl cms -verify -binary -inform DER -in sig -CAfile root.crt -content text.txt -out /dev/null 2>/dev/null &&
+        certtool --p7-verify --inder --infile sig --load-data text.txt --load-ca-certificate root.crt >/dev/null
+}
+expect 0 "$vexsign" p7 ./whole.pem --out der -o sig text.txt
+! trusted || fail "a chain without --chain"
+expect 0 "$vexsign" p7 ./whole.pem --chain --out der -o sig text.txt
+trusted || fail "no chain with --chain"
+expect 0 "$vexsign" p7 ./alone.pem --chain --out der -o sig text.txt
+! trusted || fail "a chain from nowhere"
+expect 0 "$vexsign" p7 ./alone.pem --chain --chain-source middle.crt --out der -o sig text.txt
+trusted || fail "no chain with --chain-source"
+expect 1 "$vexsign" p7 ./alone.pem --chain --chain-source missing.crt text.txt
+says 'chain-source: '
+says missing.crt
+expect 2 "$vexsign" p7 ./alone.pem --chain-source middle.crt text.txt
+expect 2 "$vexsign" p7 ./whole.pem --chain --no-cert text.txt
+expect 2 "$vexsign" p1 ./whole.pem --chain text.txt
+
 echo "== outputs that would destroy something"
 # However an output's name is spelled or linked, no file changes and no file is created.
 ln -s ../text.txt 'a folder 50% #1/soft.txt'
@@ -247,13 +282,15 @@ p7 demo: text.txt -o text.txt|the input
 p1 demo: text.txt -o "a folder 50% #1/../hard.txt"|the input
 p7 demo: hard.txt -o "a folder 50% #1/soft.txt"|the input
 p7 demo: text.txt -o x --cert-out ./text.txt|the input
-p7 ./both.pem text.txt -o both.pem|the store, its PIN or its module
-p7 "file://localhost$work/both%2Epem" text.txt -o both.pem|the store, its PIN or its module
-p7 demo: text.txt -o demo.pem|the store, its PIN or its module
-p7 ./rsa.p12 --pin-source pin text.txt -o ./pin|the store, its PIN or its module
-p7 "file:$work/rsa.p12?pin-source=file:$work/pin" text.txt -o pin|the store, its PIN or its module
-p7 "file:$work/rsa.p12?pin-source=$work/pin" text.txt --cert-out pin|the store, its PIN or its module
-p7 "pkcs11:token=x?module-path=$work/pin" text.txt -o pin|the store, its PIN or its module
+p7 ./both.pem text.txt -o both.pem|the store, its PIN, its chain or its module
+p7 "file://localhost$work/both%2Epem" text.txt -o both.pem|the store, its PIN, its chain or its module
+p7 demo: text.txt -o demo.pem|the store, its PIN, its chain or its module
+p7 ./rsa.p12 --pin-source pin text.txt -o ./pin|the store, its PIN, its chain or its module
+p7 "file:$work/rsa.p12?pin-source=file:$work/pin" text.txt -o pin|the store, its PIN, its chain or its module
+p7 "file:$work/rsa.p12?pin-source=$work/pin" text.txt --cert-out pin|the store, its PIN, its chain or its module
+p7 "pkcs11:token=x?module-path=$work/pin" text.txt -o pin|the store, its PIN, its chain or its module
+p7 ./both.pem --chain --chain-source rsa.pem text.txt -o rsa.pem|the store, its PIN, its chain or its module
+p7 "file:$work/both.pem?chain=store&chain-source=$work/rsa.pem" text.txt -o rsa.pem|the store, its PIN, its chain or its module
 p7 demo: text.txt -o new.sig --cert-out new.sig|the signature's file
 p7 demo: text.txt -o to-new.sig --cert-out ./new.sig|the signature's file
 p7 demo: text.txt -o no/new.sig --cert-out ./no//new.sig|the signature's file
@@ -263,7 +300,7 @@ p1 demo: signer.pem.pub -o sig --cert-out signer.pem --verify-hint|the input
 p7 demo: new.sig.content -o new.sig --attached --verify-hint|the input
 p7 demo: text.txt -o new.sig --attached --verify-hint --cert-out new.sig.content|the certificate's file
 END
-[ $refused -eq 19 ] || fail "$refused refusals"
+[ $refused -eq 21 ] || fail "$refused refusals"
 # The demo store does not exist yet.
 status=0
 XDG_DATA_HOME=$work/none "$vexsign" p7 demo: text.txt -o none/vex-client-toolkit/demo.pem 2>err || status=$?

@@ -22,6 +22,7 @@ constexpr const char* kExamples = R"(Examples:
                                                              DER, and the openssl command that verifies it
   vexsign p1 demo: --filter key-algorithm=EC --digest SHA384 letter.txt -o letter.sig --cert-out signer.pem
                                                              a bare ECDSA signature, and the certificate
+  vexsign p7 ./keys.p12 --ask-pin --chain letter.txt        with the certificates that lead to the root
   printf '%s' "I owe you 100 euros." | vexsign p7 ./keys.p12 --ask-pin
 
 Exit status: 0 done; 1 the toolkit failed, a file could not be read or written, or an output was refused;
@@ -173,6 +174,13 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     bool bNoCertificate = false;
     pP7->add_flag("--attached", bAttached, "Put the content into the signature; by default the signature is detached");
     pP7->add_flag("--no-cert", bNoCertificate, "Leave the signer's certificate out of the signature");
+    pP7->add_flag("--chain", options.bChain,
+                  "Also put the certificates of the signer's issuers into the signature, except the root.\n"
+                  "Only the substitute toolkit supports this")
+        ->excludes("--no-cert");
+    tools::AddFile(*pP7, "--chain-source", options.strChainSource,
+                   "With --chain: a PEM file with certificates of issuers that the store does not have", "FILE")
+        ->needs("--chain");
     for (CLI::App* const pCommand : {pList, pP1, pP7}) {
         pCommand->footer(kExamples);
     }

@@ -38,6 +38,8 @@ struct Options {
     // Of kP7.
     bool bDetached = true;
     bool bCertificate = true;
+    bool bChain = false;
+    std::string strChainSource;  // empty: none
 };
 
 // Nothing: the program has to exit with nExit; the help, the version or an error message has been printed.

@@ -23,10 +23,13 @@ std::vector<Named> Inputs(const Options& options) {
     if (!options.strPinSource.empty()) {
         files.push_back(options.strPinSource);
     }
+    if (!options.strChainSource.empty()) {
+        files.push_back(options.strChainSource);
+    }
     for (const std::string& strFile : files) {
         // Here "-" is the name of a file.
         const std::string strPath = strFile.starts_with('/') ? strFile : "./" + strFile;
-        inputs.push_back({strFile, "the store, its PIN or its module", tools::FileIdentity::OfInput(strPath)});
+        inputs.push_back({strFile, "the store, its PIN, its chain or its module", tools::FileIdentity::OfInput(strPath)});
     }
     return inputs;
 }

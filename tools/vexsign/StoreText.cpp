@@ -107,7 +107,8 @@ std::vector<std::string> FilesOf(const std::string& strStore) {
         rest.remove_prefix(1);
         const std::size_t nEnd = std::min(rest.find('&'), rest.size());
         std::string_view attribute = rest.substr(0, nEnd);
-        if (TakeScheme(attribute, "pin-source=") || TakeScheme(attribute, "module-path=")) {
+        if (TakeScheme(attribute, "pin-source=") || TakeScheme(attribute, "chain-source=") ||
+            TakeScheme(attribute, "module-path=")) {
             TakeScheme(attribute, "file:");
             files.push_back(PathOf(attribute));
         }
@@ -122,6 +123,11 @@ std::string WithPinSource(const std::string& strStore, const std::string& strPat
 
 std::string WithListAll(const std::string& strStore) {
     return strStore + AttributeSeparator(strStore) + "list=all";
+}
+
+std::string WithChain(const std::string& strStore, const std::string& strSource) {
+    const std::string strChain = strStore + AttributeSeparator(strStore) + "chain=store";
+    return strSource.empty() ? strChain : strChain + "&chain-source=" + FileUri(strSource);
 }
 
 void AppendPin(const std::string& strStore, const Secret& pin, Secret& store) {

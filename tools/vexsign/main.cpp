@@ -42,6 +42,9 @@ void SetStore(const Options& options, Secret& store) {
     if (options.bListAll) {
         strStore = WithListAll(strStore);
     }
+    if (options.bChain) {
+        strStore = WithChain(strStore, options.strChainSource);
+    }
     if (options.bAskPin) {
         Secret pin;
         AskPin("PIN: ", pin);
