@@ -64,7 +64,7 @@ inline constexpr VCTKErrorEntry g_aVCTKErrors[] = {
     {VCTK_E_STORE_NOT_FOUND, "The store file does not exist"},
     {VCTK_E_STORE_UNREADABLE, "The store file cannot be read"},
     {VCTK_E_STORE_FORMAT, "The content of the store file cannot be used"},
-    {VCTK_E_STORE_NO_PRIVATE_KEY, "The store has no certificate with an RSA or EC private key"},
+    {VCTK_E_STORE_NO_PRIVATE_KEY, "The store has no certificate with a private key for signing"},
     {VCTK_E_PIN_REQUIRED, "The store is protected by a PIN and none was given"},
     {VCTK_E_PIN_WRONG, "The PIN is wrong"},
     {VCTK_E_PIN_SOURCE, "The file that holds the PIN cannot be used"},

@@ -42,9 +42,7 @@ std::string OpenSslName(std::string_view strName) {
     return std::string(strName);
 }
 
-}  // namespace
-
-DigestPtr FindDigest(std::string_view strName) {
+DigestPtr FindAlgorithm(std::string_view strName) {
     for (const WeakDigest& weak : kWeak) {
         if (EqualIgnoringCase(weak.pszName, strName)) {
             throw Failure(VCTK_E_DIGEST_WEAK, weak.pszWhy);
@@ -55,6 +53,27 @@ DigestPtr FindDigest(std::string_view strName) {
                                 [&](const char* pszAccepted) { return EVP_MD_is_a(digest.get(), pszAccepted) == 1; })) {
         throw Failure(VCTK_E_DIGEST_UNKNOWN, "use a SHA-2 or SHA-3 digest, such as SHA-256");
     }
+    return digest;
+}
+
+}  // namespace
+
+SigningDigest FindDigest(std::string_view strName) {
+    constexpr std::string_view kPrehashed = "prehashed:";
+    constexpr std::string_view kPss = "/PSS";
+    SigningDigest digest;
+    if (EqualIgnoringCase(strName.substr(0, kPrehashed.size()), kPrehashed)) {
+        digest.bPrehashed = true;
+        strName.remove_prefix(kPrehashed.size());
+    }
+    if (digest.bPrehashed && EqualIgnoringCase(strName, "NONE")) {
+        return digest;
+    }
+    if (strName.size() > kPss.size() && EqualIgnoringCase(strName.substr(strName.size() - kPss.size()), kPss)) {
+        digest.bPss = true;
+        strName.remove_suffix(kPss.size());
+    }
+    digest.algorithm = FindAlgorithm(strName);
     return digest;
 }
 

@@ -1,14 +1,22 @@
 // Digest algorithms by name.
 #pragma once
 
+#include <memory>
 #include <string_view>
 
 #include "signing/OpenSsl.h"
 
 namespace vextk {
 
-// strName in OpenSSL's or the JCA's spelling, in any case: "SHA256", "sha-256", "SHA2-256", "SHA3-512" ... Throws
-// VCTK_E_DIGEST_WEAK for MD2, MD4, MD5 and SHA-1, VCTK_E_DIGEST_UNKNOWN for everything else that is not SHA-2 or SHA-3.
-DigestPtr FindDigest(std::string_view strName);
+struct SigningDigest {
+    std::shared_ptr<const EVP_MD> algorithm;  // null: not known, the input is signed as it is
+    bool bPss = false;        // RSA keys sign with RSASSA-PSS, with this digest in MGF1 too, and a salt of its length
+    bool bPrehashed = false;  // the input is the digest
+};
+
+// Reads "[prehashed:]NAME[/PSS]", in any case. NAME is in OpenSSL's or the JCA's spelling, "SHA256", "sha-256",
+// "SHA2-256", "SHA3-512" ..., or for "prehashed:NONE" a digest that only the caller knows. Throws VCTK_E_DIGEST_WEAK
+// for MD2, MD4, MD5 and SHA-1, VCTK_E_DIGEST_UNKNOWN for everything else that is not SHA-2 or SHA-3.
+SigningDigest FindDigest(std::string_view strName);
 
 }  // namespace vextk

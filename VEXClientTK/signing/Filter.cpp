@@ -106,12 +106,12 @@ std::uint32_t KeyUsageBit(std::string_view strValue) {
 }
 
 std::string AlgorithmName(std::string_view strValue) {
-    for (const char* pszName : {"RSA", "EC"}) {
+    for (const char* pszName : {"RSA", "RSA-PSS", "EC", "ED25519", "ED448"}) {
         if (EqualIgnoringCase(pszName, strValue)) {
             return pszName;
         }
     }
-    Malformed("a key algorithm is RSA or EC");
+    Malformed("a key algorithm is RSA, RSA-PSS, EC, ED25519 or ED448");
 }
 
 // The parts of a list: at least one, none of them empty.

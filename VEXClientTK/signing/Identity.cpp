@@ -15,11 +15,24 @@
 namespace vextk {
 namespace {
 
-constexpr const char* kKeyAlgorithms[] = {"RSA", "EC"};
-
 // NIST SP 800-131A: shorter keys must not sign any more.
 constexpr unsigned int kLeastRsaBits = 2048;
 constexpr unsigned int kLeastEcBits = 224;
+
+struct SigningAlgorithm {
+    const char* pszName;
+    unsigned int nLeastBits;
+};
+constexpr SigningAlgorithm kKeyAlgorithms[] = {
+    {"RSA", kLeastRsaBits}, {"RSA-PSS", kLeastRsaBits}, {"EC", kLeastEcBits}, {"ED25519", 0}, {"ED448", 0}};
+
+// Null if this toolkit does not sign with keys of this kind.
+const SigningAlgorithm* FindSigningAlgorithm(const EVP_PKEY* pKey) {
+    const auto* const pFound =
+        std::find_if(std::begin(kKeyAlgorithms), std::end(kKeyAlgorithms),
+                     [=](const SigningAlgorithm& algorithm) { return EVP_PKEY_is_a(pKey, algorithm.pszName) == 1; });
+    return pFound != std::end(kKeyAlgorithms) ? pFound : nullptr;
+}
 
 constexpr std::time_t kNever = std::numeric_limits<std::time_t>::max();
 constexpr std::time_t kLongAgo = std::numeric_limits<std::time_t>::min();
@@ -100,12 +113,10 @@ std::string KeyAlgorithmOf(const X509* pCertificate) {
     X509_ALGOR_get0(&pObject, nullptr, nullptr, KeyAlgorithmIdentifier(pCertificate));
     const EVP_PKEY* pKey = X509_get0_pubkey(pCertificate);
     if (pKey == nullptr) {
-        return OBJ_obj2nid(pObject) == NID_rsaEncryption ? kKeyAlgorithms[0] : DottedText(pObject);
+        return OBJ_obj2nid(pObject) == NID_rsaEncryption ? "RSA" : DottedText(pObject);
     }
-    for (const char* pszAlgorithm : kKeyAlgorithms) {
-        if (EVP_PKEY_is_a(pKey, pszAlgorithm) == 1) {
-            return pszAlgorithm;
-        }
+    if (const SigningAlgorithm* const pAlgorithm = FindSigningAlgorithm(pKey)) {
+        return pAlgorithm->pszName;
     }
     const char* pszName = EVP_PKEY_get0_type_name(pKey);
     return pszName != nullptr ? pszName : DottedText(pObject);
@@ -142,7 +153,7 @@ void RequireRead(X509* pCertificate) {
 
 }  // namespace
 
-Identity::Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey)
+Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey)
     : m_certificate(std::move(certificate)),
       m_key(std::move(key)),
       m_notBefore(ToTime(X509_get0_notBefore(m_certificate.get()), kNever)),
@@ -165,8 +176,9 @@ Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
         return Flaw::kDamaged;
     }
     const EVP_PKEY* pPublic = X509_get0_pubkey(m_certificate.get());
-    if (pPublic == nullptr || !IsSigningKey(pPublic) || HasExplicitCurve(m_certificate.get())) {
-        return pPublic == nullptr && m_strKeyAlgorithm == kKeyAlgorithms[0] ? Flaw::kDamaged : Flaw::kUnsupportedKey;
+    const SigningAlgorithm* const pAlgorithm = pPublic != nullptr ? FindSigningAlgorithm(pPublic) : nullptr;
+    if (pAlgorithm == nullptr || HasExplicitCurve(m_certificate.get())) {
+        return pPublic == nullptr && m_strKeyAlgorithm == "RSA" ? Flaw::kDamaged : Flaw::kUnsupportedKey;
     }
     if (m_key == nullptr) {
         return flawWithoutKey;
@@ -175,8 +187,7 @@ Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
     if ((X509_get_key_usage(m_certificate.get()) & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) == 0) {
         return Flaw::kNotForSigning;
     }
-    return m_nKeyBits < (m_strKeyAlgorithm == kKeyAlgorithms[0] ? kLeastRsaBits : kLeastEcBits) ? Flaw::kKeyTooShort
-                                                                                                : Flaw::kNone;
+    return m_nKeyBits < pAlgorithm->nLeastBits ? Flaw::kKeyTooShort : Flaw::kNone;
 }
 
 Flaw Identity::FlawAt(std::time_t time) const {
@@ -202,7 +213,7 @@ std::string Identity::CertificateBase64() const {
     return EncodeBase64(der.get(), static_cast<size_t>(cbDer));
 }
 
-IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey) {
+IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey) {
     if (certificate == nullptr) {
         return std::make_shared<const Identity>();
     }
@@ -217,12 +228,7 @@ IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey) {
 }
 
 bool IsSigningKey(const EVP_PKEY* pKey) {
-    for (const char* pszAlgorithm : kKeyAlgorithms) {
-        if (EVP_PKEY_is_a(pKey, pszAlgorithm) == 1) {
-            return true;
-        }
-    }
-    return false;
+    return FindSigningAlgorithm(pKey) != nullptr;
 }
 
 }  // namespace vextk

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "signing/OpenSsl.h"
+#include "signing/SigningKey.h"
 
 namespace vextk {
 
@@ -19,20 +20,20 @@ enum class Flaw {
     kNoPrivateKey,
     kKeyCannotSign,  // its private key may be used only for other things
     kKeyTooShort,
-    kUnsupportedKey,  // neither RSA nor EC on a named curve
+    kUnsupportedKey,  // of a type that this toolkit does not sign with, or EC on an unnamed curve
     kDamaged,
 };
 
 // Immutable; any thread may use it.
 class Identity {
 public:
-    // key: the certificate's RSA or EC key, or null. flawWithoutKey: why there is no key.
-    Identity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
+    // key: the certificate's private key, or null. flawWithoutKey: why there is no key.
+    Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
     // For a certificate that cannot be read: the texts are empty, and there is no certificate and no key.
     Identity() = default;
 
     X509* Certificate() const { return m_certificate.get(); }
-    EVP_PKEY* Key() const { return m_key.get(); }
+    const SigningKey* Key() const { return m_key.get(); }
 
     // Why it cannot sign at that time; kNone: it can. A flaw that lasts comes before one that depends on the time.
     Flaw FlawAt(std::time_t time) const;
@@ -45,7 +46,7 @@ public:
     const std::string& FingerprintHex() const { return m_strFingerprintHex; }  // SHA-256 of the DER, upper case
     std::string NotBeforeText() const;                                         // ISO 8601, UTC
     std::string NotAfterText() const;
-    const std::string& KeyAlgorithm() const { return m_strKeyAlgorithm; }  // "RSA", "EC", or what OpenSSL calls it
+    const std::string& KeyAlgorithm() const { return m_strKeyAlgorithm; }  // what OpenSSL calls it
     unsigned int KeyBits() const { return m_nKeyBits; }          // of the RSA modulus, or the EC curve's field
     const std::string& Subject() const { return m_strSubject; }  // RFC 4514, UTF-8
     const std::string& Issuer() const { return m_strIssuer; }
@@ -57,7 +58,7 @@ private:
     Flaw LastingFlaw(Flaw flawWithoutKey) const;
 
     X509Ptr m_certificate;
-    KeyPtr m_key;
+    SigningKeyPtr m_key;
     std::time_t m_notBefore = 0;
     std::time_t m_notAfter = 0;
     unsigned int m_nKeyBits = 0;
@@ -73,7 +74,7 @@ using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
 
 // The identity of a certificate. It is a damaged one when certificate is null or parts of it cannot be read.
-IdentityPtr MakeIdentity(X509Ptr certificate, KeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
+IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
 
 // Whether this toolkit signs with keys of this kind.
 bool IsSigningKey(const EVP_PKEY* pKey);

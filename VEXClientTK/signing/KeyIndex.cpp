@@ -36,12 +36,13 @@ std::string EncodedText(const EVP_PKEY* pKey) {
 // compressed and a curve may be given by its parameters.
 std::string PublicText(const EVP_PKEY* pKey) {
     const OpenSslErrorMark mark;
-    const bool bRsa = EVP_PKEY_is_a(pKey, "RSA") == 1;
+    const bool bRsa = EVP_PKEY_is_a(pKey, "RSA") == 1 || EVP_PKEY_is_a(pKey, "RSA-PSS") == 1;
+    const bool bEc = EVP_PKEY_is_a(pKey, "EC") == 1;
     std::string strText = bRsa ? "RSA " : "EC ";
-    const bool bNumbers =
-        bRsa ? AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_N, strText) && AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_E, strText)
-             : AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_X, strText) &&
-                   AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_Y, strText);
+    const bool bNumbers = (bRsa && AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_N, strText) &&
+                           AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_E, strText)) ||
+                          (bEc && AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_X, strText) &&
+                           AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_Y, strText));
     return bNumbers ? strText : EncodedText(pKey);  // a point at infinity has no coordinates
 }
 

@@ -15,12 +15,16 @@ namespace {
 // implementation. It never finds keys of different implementations equal, so a certificate would not match its private
 // key. While one implementation is kept, every thread gets it. It is never freed: threads may sign when the process
 // ends.
-constexpr std::array kKeyTypes = {"RSA", "EC"};
+constexpr std::array kKeyTypes = {"RSA", "RSA-PSS", "EC", "ED25519", "ED448"};
 [[gnu::used]] std::array<EVP_KEYMGMT*, kKeyTypes.size()> s_kept = {};
 
 void KeepKeyTypes() {
-    std::transform(kKeyTypes.begin(), kKeyTypes.end(), s_kept.begin(),
-                   [](const char* pszType) { return RequireOpenSsl(EVP_KEYMGMT_fetch(nullptr, pszType, nullptr)); });
+    const OpenSslErrorMark mark;
+    std::transform(kKeyTypes.begin(), kKeyTypes.end(), s_kept.begin(), [](const char* pszType) {
+        EVP_KEYMGMT* const pType = EVP_KEYMGMT_fetch(nullptr, pszType, nullptr);
+        RequireMemory();
+        return pType;  // null: the configured providers do not have it
+    });
 }
 
 }  // namespace

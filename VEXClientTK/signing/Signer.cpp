@@ -1,55 +1,69 @@
 #include "signing/Signer.h"
 
-#include <climits>
-
 #include "signing/Base64.h"
 #include "signing/Failure.h"
-#include "signing/TokenPrivateKey.h"
+#include "signing/PssParameters.h"
 
 namespace vextk {
 namespace {
 
-void RequireSigned(bool bSucceeded) {
-    if (!bSucceeded) {
-        ThrowTokenFailure();
-        throw Failure(VCTK_E_SIGN_FAILED, LastOpenSslReason());
+// RFC 8017 section 9.2: the padding without a DigestInfo.
+constexpr int kLeastPkcs1Padding = 11;
+
+// Bytes that stand for a digest that the toolkit does not know. ECDSA would ignore those that the longest digest does
+// not have.
+void RequireSignable(const EVP_PKEY* pKey, Scheme scheme, size_t cbData) {
+    const int cbMost = scheme == Scheme::kEcdsa ? EVP_MAX_MD_SIZE : EVP_PKEY_get_size(pKey) - kLeastPkcs1Padding;
+    if (cbData > static_cast<size_t>(cbMost)) {
+        throw Failure(VCTK_E_SIGN_FAILED,
+                      "this key signs at most " + std::to_string(cbMost) + " bytes with prehashed:NONE");
     }
 }
 
 }  // namespace
 
-std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes& data) {
-    ForgetTokenFailure();
-    const DigestContextPtr context(RequireOpenSsl(EVP_MD_CTX_new()));
-    size_t cbSignature = 0;
-    RequireSigned(EVP_DigestSignInit(context.get(), nullptr, pDigest, nullptr, identity.Key()) == 1 &&
-                  EVP_DigestSign(context.get(), nullptr, &cbSignature, data.data(), data.size()) == 1);
-    Bytes signature(cbSignature);
-    RequireSigned(EVP_DigestSign(context.get(), signature.data(), &cbSignature, data.data(), data.size()) == 1);
-    return EncodeBase64(signature.data(), cbSignature);
+Scheme ChooseScheme(const Identity& identity, const SigningDigest& digest) {
+    const EVP_PKEY* const pKey = X509_get0_pubkey(identity.Certificate());
+    if (EVP_PKEY_is_a(pKey, "RSA-PSS") == 1) {
+        if (digest.algorithm == nullptr) {
+            throw Failure(VCTK_E_SIGN_FAILED, "the certificate is for RSASSA-PSS, which needs a digest; set its name");
+        }
+        RequirePssAllowed(identity.Certificate(), digest.algorithm.get());
+        return Scheme::kRsaPss;
+    }
+    if (EVP_PKEY_is_a(pKey, "RSA") == 1) {
+        return digest.bPss ? Scheme::kRsaPss : Scheme::kRsaPkcs1;
+    }
+    if (digest.bPss) {
+        throw Failure(VCTK_E_SIGN_FAILED, "RSASSA-PSS needs an RSA key; set a digest without \"/PSS\" for this " +
+                                              identity.KeyAlgorithm() + " key");
+    }
+    if (EVP_PKEY_is_a(pKey, "EC") == 1) {
+        return Scheme::kEcdsa;
+    }
+    if (digest.bPrehashed) {
+        throw Failure(VCTK_E_SIGN_FAILED, "an " + identity.KeyAlgorithm() +
+                                              " key signs the data itself; set a digest without \"prehashed:\"");
+    }
+    return Scheme::kEdwards;
 }
 
-std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool bDetached,
-                   const Identities& certificates) {
-    if (data.size() > static_cast<size_t>(INT_MAX)) {
-        throw Failure(VCTK_E_TOO_LARGE);
-    }
-    ForgetTokenFailure();
-    const unsigned int dwFlags =
-        CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP | CMS_CADES | CMS_NOCERTS | (bDetached ? CMS_DETACHED : 0U);
-    const CmsPtr cms(RequireOpenSsl(CMS_sign(nullptr, nullptr, nullptr, nullptr, dwFlags)));
-    RequireSigned(CMS_add1_signer(cms.get(), identity.Certificate(), identity.Key(), pDigest, dwFlags) != nullptr);
-    for (const IdentityPtr& certificate : certificates) {
-        RequireSigned(CMS_add1_cert(cms.get(), certificate->Certificate()) == 1);
-    }
-    const BioPtr content(RequireOpenSsl(BIO_new_mem_buf(data.data(), static_cast<int>(data.size()))));
-    RequireSigned(CMS_final(cms.get(), content.get(), nullptr, dwFlags) == 1);
+Bytes HashOf(const EVP_MD* pDigest, std::span<const unsigned char> data) {
+    Bytes hash(static_cast<size_t>(EVP_MD_get_size(pDigest)));
+    RequireSigned(EVP_Digest(data.data(), data.size(), hash.data(), nullptr, pDigest, nullptr) == 1);
+    return hash;
+}
 
-    unsigned char* pbDer = nullptr;
-    const int cbDer = i2d_CMS_ContentInfo(cms.get(), &pbDer);
-    RequireSigned(cbDer > 0);
-    const MemoryPtr<unsigned char> der(pbDer);
-    return EncodeBase64(der.get(), static_cast<size_t>(cbDer));
+std::string SignP1(const Identity& identity, const SigningDigest& digest, const Bytes& data) {
+    const Scheme scheme = ChooseScheme(identity, digest);
+    const EVP_MD* const pDigest = digest.algorithm.get();
+    if (pDigest == nullptr) {
+        RequireSignable(X509_get0_pubkey(identity.Certificate()), scheme, data.size());
+    }
+    const bool bAsItIs = digest.bPrehashed || scheme == Scheme::kEdwards;
+    const Bytes hash = bAsItIs ? Bytes() : HashOf(pDigest, data);
+    const Bytes signature = identity.Key()->Sign({scheme, pDigest, bAsItIs ? data : hash});
+    return EncodeBase64(signature.data(), signature.size());
 }
 
 }  // namespace vextk

@@ -1,23 +1,20 @@
-// Makes signatures.
+// How a certificate's key signs, and P1 signatures.
 #pragma once
 
 #include <string>
-#include <vector>
 
+#include "signing/Digest.h"
 #include "signing/Identity.h"
 
 namespace vextk {
 
-using Bytes = std::vector<unsigned char>;
+// How the identity's key signs with this digest setting. Throws VCTK_E_SIGN_FAILED if they do not fit.
+Scheme ChooseScheme(const Identity& identity, const SigningDigest& digest);
 
-// Signs the digest of the data. RSA keys: RSASSA-PKCS1-v1_5 (RFC 8017 section 8.2). EC keys: ECDSA, as the DER sequence
-// of RFC 3279 section 2.2.3. Returns Base64 in one line. Throws VCTK_E_SIGN_FAILED or VCTK_E_TOO_LARGE.
-std::string SignP1(const Identity& identity, const EVP_MD* pDigest, const Bytes& data);
+Bytes HashOf(const EVP_MD* pDigest, std::span<const unsigned char> data);
 
-// Makes CMS SignedData (RFC 5652) in DER, with the signed attributes content-type, message-digest, signing-time and
-// signing-certificate-v2 (RFC 5035). The content is signed byte for byte; line ends are not changed. Returns Base64 in
-// one line. certificates: those to include. Throws as SignP1 does.
-std::string SignP7(const Identity& identity, const EVP_MD* pDigest, const Bytes& data, bool bDetached,
-                   const Identities& certificates);
+// Signs the data; if the digest is given in advance, the data are the digest. Returns the signature in Base64, in one
+// line. Throws VCTK_E_SIGN_FAILED or VCTK_E_TOO_LARGE.
+std::string SignP1(const Identity& identity, const SigningDigest& digest, const Bytes& data);
 
 }  // namespace vextk

@@ -9,18 +9,23 @@
 #include "signing/Candidates.h"
 #include "signing/Chain.h"
 #include "signing/Signer.h"
+#include "signing/SignerP7.h"
 
 namespace vextk {
 namespace {
 
 constexpr std::string_view kDefaultDigest = "SHA-256";
 
-Bytes DecodeInput(std::string_view text, int nInputForm) {
+Bytes DecodeInput(std::string_view text, int nInputForm, const SigningDigest& digest) {
     if (nInputForm != 0 && nInputForm != 1) {
         throw Failure(VCTK_E_INVALID_ARGUMENT, "unknown input form; use 0 for text or 1 for Base64");
     }
     if (text.empty()) {
         throw Failure(VCTK_E_DATA_EMPTY, "the text is empty, or the process locale cannot encode it");
+    }
+    if (nInputForm == 0 && digest.bPrehashed) {
+        throw Failure(VCTK_E_INVALID_ARGUMENT,
+                      "with \"prehashed:\", the input is a digest in Base64; use input form 1");
     }
     if (nInputForm == 0) {
         return Bytes(text.begin(), text.end());
@@ -28,6 +33,12 @@ Bytes DecodeInput(std::string_view text, int nInputForm) {
     std::optional<Bytes> data = DecodeBase64(text);
     if (!data) {
         throw Failure(VCTK_E_DATA_BASE64);
+    }
+    const EVP_MD* const pDigest = digest.algorithm.get();
+    if (digest.bPrehashed && pDigest != nullptr && data->size() != static_cast<size_t>(EVP_MD_get_size(pDigest))) {
+        throw Failure(VCTK_E_INVALID_ARGUMENT, std::string("a digest of ") + EVP_MD_get0_name(pDigest) + " has " +
+                                                   std::to_string(EVP_MD_get_size(pDigest)) + " bytes, not " +
+                                                   std::to_string(data->size()));
     }
     return std::move(*data);
 }
@@ -179,9 +190,7 @@ void SigningObject::ChangeSettings(Change change) {
 }
 
 void SigningObject::SetDigest(std::string_view strName) {
-    ChangeSettings([digest = std::shared_ptr<const EVP_MD>(FindDigest(strName))](Settings& settings) {
-        settings.digest = digest;
-    });
+    ChangeSettings([digest = FindDigest(strName)](Settings& settings) { settings.digest = digest; });
 }
 
 void SigningObject::SetChooseSingle(bool bChooseSingle) {
@@ -269,18 +278,18 @@ SigningObject::ChoicePtr SigningObject::ChooseIdentity(const SettingsPtr& settin
 void SigningObject::SignP1(std::string_view text, int nInputForm) {
     const PerThreadPtr mine = Mine();
     mine->strP1.reset();  // if this call fails, nobody can mistake an older signature for its result
-    const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
+    const Bytes data = DecodeInput(text, nInputForm, settings->digest);
     const IdentityPtr identity = ChooseIdentity(settings)->longest;
-    mine->strP1 = vextk::SignP1(*identity, settings->digest.get(), data);
+    mine->strP1 = vextk::SignP1(*identity, settings->digest, data);
     mine->lastSigner = identity;
 }
 
 void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached, int nCertificates) {
     const PerThreadPtr mine = Mine();
     mine->strP7.reset();
-    const Bytes data = DecodeInput(text, nInputForm);
     const SettingsPtr settings = CurrentSettings();
+    const Bytes data = DecodeInput(text, nInputForm, settings->digest);
     const ChoicePtr choice = ChooseIdentity(settings);
     Identities certificates;
     if (nCertificates != 0) {
@@ -290,7 +299,7 @@ void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached
         const Identities issuers = IssuersOf(choice->longest);
         certificates.insert(certificates.end(), issuers.begin(), issuers.end());
     }
-    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest.get(), data, bDetached, certificates);
+    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest, data, bDetached, certificates);
     mine->lastSigner = choice->longest;
 }
 

@@ -93,7 +93,7 @@ public:
 
 private:
     struct Settings {
-        std::shared_ptr<const EVP_MD> digest;
+        SigningDigest digest;
         bool bChooseSingle = false;
         std::vector<Filter> filters;
     };

@@ -124,7 +124,7 @@ Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
         if (keys[i] != nullptr) {
             EVP_PKEY_up_ref(keys[i]);
         }
-        identities.push_back(MakeIdentity(std::move(content.certificates[i]), KeyPtr(keys[i])));
+        identities.push_back(MakeIdentity(std::move(content.certificates[i]), MakeMemoryKey(KeyPtr(keys[i]))));
     }
     for (size_t i = 0; i < content.cDamagedCertificates; ++i) {
         identities.push_back(MakeIdentity(nullptr, nullptr));

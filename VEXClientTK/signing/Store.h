@@ -20,8 +20,8 @@ struct OpenedStore {
 // except with bListAll. Throws one of the store, URI, PIN and token numbers of VCTKError.h.
 OpenedStore OpenStore(std::string_view text);
 
-// The certificates in the bytes of a PKCS #12 or PEM file, in the file's order. Each comes once, with its RSA or EC
-// private key if the file has it. pPin may be null. Throws one of the store and PIN numbers of VCTKError.h.
+// The certificates in the bytes of a PKCS #12 or PEM file, in the file's order. Each comes once, with its private
+// key if the file has it. pPin may be null. Throws one of the store and PIN numbers of VCTKError.h.
 Identities ReadIdentities(std::string_view bytes, const SecretText* pPin);
 
 }  // namespace vextk

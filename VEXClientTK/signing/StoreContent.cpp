@@ -17,8 +17,10 @@ bool IsKnownKind(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
     int nParameterType = V_ASN1_UNDEF;
     const void* pParameter = nullptr;
     X509_ALGOR_get0(&pObject, &nParameterType, &pParameter, pAlgorithm);
-    if (OBJ_obj2nid(pObject) != NID_X9_62_id_ecPublicKey || nParameterType != V_ASN1_OBJECT) {
-        return OBJ_obj2nid(pObject) == NID_rsaEncryption || OBJ_obj2nid(pObject) == NID_X9_62_id_ecPublicKey;
+    const int nKind = OBJ_obj2nid(pObject);
+    if (nKind != NID_X9_62_id_ecPublicKey || nParameterType != V_ASN1_OBJECT) {
+        return nKind == NID_rsaEncryption || nKind == NID_rsassaPss || nKind == NID_X9_62_id_ecPublicKey ||
+               nKind == NID_ED25519 || nKind == NID_ED448;
     }
     using GroupPtr = std::unique_ptr<EC_GROUP, OpenSslDeleter<EC_GROUP_free>>;
     return GroupPtr(EC_GROUP_new_by_curve_name(OBJ_obj2nid(static_cast<const ASN1_OBJECT*>(pParameter)))) != nullptr;

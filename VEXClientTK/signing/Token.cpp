@@ -15,6 +15,7 @@ bool IsSigningType(CK_KEY_TYPE type) {
     switch (type) {
         case CKK_RSA:
         case CKK_EC:
+        case CKK_EC_EDWARDS:
             return true;
         default:
             return false;
@@ -201,8 +202,12 @@ TokenContent Token::Read() {
     });
 }
 
-std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nMechanism, const unsigned char* pbData,
-                                       size_t cbData) {
+bool Token::Offers(CK_MECHANISM_TYPE nMechanism) {
+    return Run([=](TokenSession& session) { return session.Owner().Offers(nMechanism); });
+}
+
+std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM mechanism,
+                                       std::span<const unsigned char> data) {
     return Run([&](TokenSession& session) {
         const TokenConnection::KeyObject object = session.Owner().FindKey(key, [&] {
             TokenKey wanted = key;
@@ -218,7 +223,6 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
             const auto bAlways = session.Number<CK_BBOOL>(*signing, CKA_ALWAYS_AUTHENTICATE);
             return TokenConnection::KeyObject{*signing, bAlways.value_or(CK_FALSE) == CK_TRUE};
         });
-        CK_MECHANISM mechanism{nMechanism, nullptr, 0};
         RequireFromToken(session.Call([&](auto& functions, CK_SESSION_HANDLE h) {
             return functions.C_SignInit(h, &mechanism, object.hKey);
         }),
@@ -234,7 +238,8 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM_TYPE nM
         std::vector<unsigned char> signature(kLongestSignature);
         CK_ULONG cbSignature = signature.size();
         RequireFromToken(session.CallParallel([&](auto& functions, CK_SESSION_HANDLE h) {
-            return functions.C_Sign(h, const_cast<unsigned char*>(pbData), cbData, signature.data(), &cbSignature);
+            return functions.C_Sign(h, const_cast<unsigned char*>(data.data()), data.size(), signature.data(),
+                                    &cbSignature);
         }),
                          "C_Sign");
         signature.resize(cbSignature);

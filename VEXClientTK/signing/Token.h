@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "VEXMutex.h"
@@ -32,9 +33,10 @@ public:
 
     TokenContent Read();
 
-    // nMechanism: CKM_RSA_PKCS or CKM_ECDSA.
-    std::vector<unsigned char> Sign(const TokenKey& key, CK_MECHANISM_TYPE nMechanism, const unsigned char* pbData,
-                                    size_t cbData);
+    // Whether the token signs with this mechanism.
+    bool Offers(CK_MECHANISM_TYPE nMechanism);
+
+    std::vector<unsigned char> Sign(const TokenKey& key, CK_MECHANISM mechanism, std::span<const unsigned char> data);
 
 private:
     using ConnectionPtr = std::shared_ptr<TokenConnection>;

@@ -106,6 +106,25 @@ void TokenConnection::Return(CK_SESSION_HANDLE hSession, bool bUsable) {
     CloseSession(hSession);
 }
 
+bool TokenConnection::Offers(CK_MECHANISM_TYPE nMechanism) {
+    {
+        const CVEXLock lock(m_mutex);
+        if (const auto found = m_offers.find(nMechanism); found != m_offers.end()) {
+            return found->second;
+        }
+    }
+    CK_MECHANISM_INFO info{};
+    const CK_RV rv =
+        m_module.Call([&](auto& functions) { return functions.C_GetMechanismInfo(m_slot.nId, nMechanism, &info); });
+    if (rv != CKR_MECHANISM_INVALID) {
+        RequireFromToken(rv, "C_GetMechanismInfo");
+    }
+    const bool bOffers = rv == CKR_OK && (info.flags & CKF_SIGN) != 0;
+    const CVEXLock lock(m_mutex);
+    m_offers.emplace(nMechanism, bOffers);
+    return bOffers;
+}
+
 CK_RV TokenConnection::TryOpenSession(CK_SESSION_HANDLE& hSession) const {
     return m_module.Call([&](auto& functions) {
         return functions.C_OpenSession(m_slot.nId, CKF_SERIAL_SESSION, nullptr, nullptr, &hSession);

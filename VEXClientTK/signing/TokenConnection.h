@@ -63,6 +63,9 @@ public:
         return object;
     }
 
+    // Whether the token signs with this mechanism. Asks the token once for each.
+    bool Offers(CK_MECHANISM_TYPE nMechanism);
+
 private:
     // An idle session, or nothing: then the caller opens one. Either counts as taken. May wait.
     std::optional<CK_SESSION_HANDLE> TakeIdle();
@@ -81,6 +84,7 @@ private:
     bool m_bFull VEX_GUARDED_BY(m_mutex) = false;   // the token opens no more sessions
     bool m_bAnchor VEX_GUARDED_BY(m_mutex) = true;  // the anchor only keeps the login; false: it also signs
     std::map<TokenKey, KeyObject> m_keys VEX_GUARDED_BY(m_mutex);
+    std::map<CK_MECHANISM_TYPE, bool> m_offers VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

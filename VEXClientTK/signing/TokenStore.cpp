@@ -105,7 +105,7 @@ TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
             identities.others.push_back(MakeIdentity(std::move(certificate.certificate), nullptr));
             continue;
         }
-        KeyPtr privateKey;
+        SigningKeyPtr privateKey;
         Flaw flaw = pOther != nullptr ? Flaw::kKeyCannotSign : Flaw::kNoPrivateKey;
         if (pKey != nullptr && certificate.certificate != nullptr) {
             try {

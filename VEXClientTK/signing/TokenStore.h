@@ -13,7 +13,7 @@ struct TokenIdentities {
 };
 
 // The certificates on the token that the URI describes, each once. One that matches has its private key if the token
-// has an RSA or EC key of the same CKA_ID that may sign. pPin may be null. Throws one of the store, PIN and token
+// has a key of the same CKA_ID that may sign. pPin may be null. Throws one of the store, PIN and token
 // numbers of VCTKError.h.
 TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin);
 

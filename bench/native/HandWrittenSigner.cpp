@@ -4,6 +4,7 @@
 #include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
+#include <openssl/rsa.h>
 
 #include <cstdio>
 #include <vector>
@@ -45,6 +46,33 @@ std::string SignP1(const Signer& signer, const char* pchData, std::size_t cbData
     std::size_t cbSignature = sizeof signature;
     Require(EVP_DigestSignInit(context.get(), nullptr, signer.pDigest, nullptr, signer.pKey) == 1);
     Require(EVP_DigestSign(context.get(), signature, &cbSignature, pbData, cbData) == 1);
+    return Base64(signature, cbSignature);
+}
+
+std::string SignPss(const Signer& signer, const char* pchData, std::size_t cbData) {
+    const std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
+    const auto* const pbData = reinterpret_cast<const unsigned char*>(pchData);
+    unsigned char signature[512];
+    std::size_t cbSignature = sizeof signature;
+    EVP_PKEY_CTX* pKeyContext = nullptr;
+    Require(EVP_DigestSignInit(context.get(), &pKeyContext, signer.pDigest, nullptr, signer.pKey) == 1);
+    Require(EVP_PKEY_CTX_set_rsa_padding(pKeyContext, RSA_PKCS1_PSS_PADDING) == 1);
+    Require(EVP_PKEY_CTX_set_rsa_pss_saltlen(pKeyContext, RSA_PSS_SALTLEN_DIGEST) == 1);
+    Require(EVP_DigestSign(context.get(), signature, &cbSignature, pbData, cbData) == 1);
+    return Base64(signature, cbSignature);
+}
+
+// The text is a SHA-256 digest in Base64.
+std::string SignDigest(const Signer& signer, const char* pchText, std::size_t cbText) {
+    constexpr std::size_t kDigest = 32;
+    unsigned char digest[kDigest + 1];  // EVP_DecodeBlock counts the padding as a byte
+    Require(cbText == 44 && EVP_DecodeBlock(digest, reinterpret_cast<const unsigned char*>(pchText), 44) == 33);
+    const std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>> context(EVP_PKEY_CTX_new(signer.pKey, nullptr));
+    unsigned char signature[512];
+    std::size_t cbSignature = sizeof signature;
+    Require(EVP_PKEY_sign_init(context.get()) == 1);
+    Require(EVP_PKEY_CTX_set_signature_md(context.get(), signer.pDigest) == 1);
+    Require(EVP_PKEY_sign(context.get(), signature, &cbSignature, digest, kDigest) == 1);
     return Base64(signature, cbSignature);
 }
 
@@ -117,6 +145,16 @@ JNIEXPORT jstring JNICALL Java_vex_bench_HandWrittenSigner_contractP1(JNIEnv* pE
                                                                       jstring jText) {
     return Contract(pEnv, handle, jText, SignP1, L"Java_vex_jni_TAVClientJNI_P1SignString",
                     "Java_vex_jni_TAVClientJNI_P1SignString", 274, 318);
+}
+JNIEXPORT jstring JNICALL Java_vex_bench_HandWrittenSigner_contractPss(JNIEnv* pEnv, jclass, jlong handle,
+                                                                       jstring jText) {
+    return Contract(pEnv, handle, jText, SignPss, L"Java_vex_jni_TAVClientJNI_P1SignString",
+                    "Java_vex_jni_TAVClientJNI_P1SignString", 274, 318);
+}
+JNIEXPORT jstring JNICALL Java_vex_bench_HandWrittenSigner_contractDigest(JNIEnv* pEnv, jclass, jlong handle,
+                                                                          jstring jText) {
+    return Contract(pEnv, handle, jText, SignDigest, L"Java_vex_jni_TAVClientJNI_P1Sign",
+                    "Java_vex_jni_TAVClientJNI_P1Sign", 223, 267);
 }
 JNIEXPORT jstring JNICALL Java_vex_bench_HandWrittenSigner_contractP7(JNIEnv* pEnv, jclass, jlong handle,
                                                                       jstring jText) {

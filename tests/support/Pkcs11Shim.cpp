@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <p11-kit/pkcs11.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <mutex>
@@ -156,6 +157,28 @@ CK_RV GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK
     return rv;
 }
 
+bool IsMissing(CK_MECHANISM_TYPE nMechanism) {
+    return std::any_of(g_shim.nMissing.begin(), g_shim.nMissing.end(),
+                       [=](const std::atomic<unsigned long>& nMissing) { return nMissing == nMechanism; });
+}
+
+CK_RV GetMechanismInfo(CK_SLOT_ID nSlot, CK_MECHANISM_TYPE nMechanism, CK_MECHANISM_INFO* pInfo) {
+    return IsMissing(nMechanism) ? CKR_MECHANISM_INVALID : g_pReal->C_GetMechanismInfo(nSlot, nMechanism, pInfo);
+}
+
+CK_RV SignInit(CK_SESSION_HANDLE hSession, CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey) {
+    if (g_shim.fRemoved) {
+        return CKR_DEVICE_REMOVED;
+    }
+    g_shim.nMechanism = pMechanism->mechanism;
+    if (IsMissing(pMechanism->mechanism)) {
+        CK_SESSION_INFO session{};
+        const CK_RV rv = g_pReal->C_GetSessionInfo(hSession, &session);
+        return rv == CKR_OK ? CKR_MECHANISM_INVALID : rv;
+    }
+    return g_pReal->C_SignInit(hSession, pMechanism, hKey);
+}
+
 CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, unsigned char* pbSignature,
            CK_ULONG* pcbSignature) {
     const Inside inside;
@@ -195,11 +218,12 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     g_functions.C_CloseSession = CloseSession;
     g_functions.C_Login = Login;
     g_functions.C_GetAttributeValue = GetAttributeValue;
+    g_functions.C_GetMechanismInfo = GetMechanismInfo;
+    g_functions.C_SignInit = SignInit;
     g_functions.C_Sign = Sign;
     Forward<&CK_FUNCTION_LIST::C_FindObjectsInit, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjects, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjectsFinal, CKR_DEVICE_REMOVED>::Install();
-    Forward<&CK_FUNCTION_LIST::C_SignInit, CKR_DEVICE_REMOVED>::Install();
     g_shim.pfnLoseSessions = LoseSessions;
     *ppFunctions = &g_functions;
     return CKR_OK;

@@ -2,6 +2,7 @@
 // VEX_TEST_PKCS11_MODULE contains the real module's path. Keys with the label "decryptkey" may not sign.
 #pragma once
 
+#include <array>
 #include <atomic>
 
 struct Pkcs11Shim {
@@ -24,6 +25,10 @@ struct Pkcs11Shim {
     // Signing fails in the middle of the operation.
     std::atomic<bool> fSigningFails{false};
 
+    // Mechanisms that the token does not have, though the real one has them.
+    std::array<std::atomic<unsigned long>, 2> nMissing{kNoMechanism, kNoMechanism};
+    static constexpr unsigned long kNoMechanism = ~0UL;
+
     // The certificates are not DER.
     std::atomic<bool> fCertificatesDamaged{false};
 
@@ -31,7 +36,8 @@ struct Pkcs11Shim {
     std::atomic<int> cContextLogins{0};  // and for a single operation
     std::atomic<int> cInitialize{0};
     std::atomic<int> cSignatures{0};
-    std::atomic<unsigned long> cbSigned{0};  // of the last call
+    std::atomic<unsigned long> cbSigned{0};    // of the last call
+    std::atomic<unsigned long> nMechanism{0};  // of the last call of C_SignInit
     std::atomic<int> cSessions{0};
     std::atomic<int> cPads{0};  // logins by the pad
 

@@ -32,7 +32,12 @@ protected:
         MakeIdentity(directory, {"p192", "ec -pkeyopt ec_paramgen_curve:P-192"});
         MakeIdentity(directory, {"p224", "ec -pkeyopt ec_paramgen_curve:P-224"});
         MakeIdentity(directory, {"explicit", "ec -pkeyopt ec_paramgen_curve:P-256 -pkeyopt ec_param_enc:explicit"});
-        MakeIdentity(directory, {"ed25519", "ed25519"});
+        // A key that agrees on keys and signs nothing.
+        RequireCommand("cd " + directory.Path() +
+                       " && openssl genpkey -algorithm X25519 -out x25519.key && openssl pkey -in x25519.key -pubout"
+                       " -out x25519.pub && openssl req -new -key plain.key -subj /CN=x -out x25519.csr"
+                       " && openssl x509 -req -in x25519.csr -CA plain.crt -CAkey plain.key -CAcreateserial -days 30"
+                       " -force_pubkey x25519.pub -out x25519.crt");
         RequireCommand("cd " + directory.Path() +
                        " && cp plain.crt keyless.crt && : > keyless.key"
                        " && openssl x509 -in plain.crt -outform DER -out plain.der");
@@ -155,8 +160,8 @@ INSTANTIATE_TEST_SUITE_P(
                    "1 passed over: 1 with an unsupported key: EC on an unnamed curve",
                    "unsupported-key"},
         PassedOver{"OtherAlgorithm",
-                   {"ed25519"},
-                   "1 passed over: 1 with an unsupported key: ED25519",
+                   {"x25519"},
+                   "1 passed over: 1 with an unsupported key: X25519",
                    "unsupported-key",
                    VCTK_E_STORE_NO_PRIVATE_KEY},
         PassedOver{"Keyless",
@@ -173,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(
     RowName);
 
 TEST_F(CandidatesTest, TheOtherCertificatesStillSign) {
-    const std::string strUri = Uri({"explicit", "medieval", "timeless", "malformed", "ed25519", "commitment"});
+    const std::string strUri = Uri({"explicit", "medieval", "timeless", "malformed", "x25519", "commitment"});
     EXPECT_EQ(States(strUri), "unsupported-key expired damaged damaged unsupported-key signs");
     const ToolkitClient client(strUri);
     EXPECT_EQ(client.Records().size(), 1U);

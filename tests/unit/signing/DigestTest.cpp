@@ -75,15 +75,22 @@ TEST_P(DigestRefused, LeavesTheOldOneInPlace) {
 
 INSTANTIATE_TEST_SUITE_P(
     Names, DigestRefused,
-    testing::Values(Refusal{"SHA1", VCTK_E_DIGEST_WEAK, "collisions"},
-                    Refusal{"SHA-1", VCTK_E_DIGEST_WEAK, "collisions"},
-                    Refusal{"sha1", VCTK_E_DIGEST_WEAK, "collisions"}, Refusal{"MD5", VCTK_E_DIGEST_WEAK, "MD5"},
-                    Refusal{"md5", VCTK_E_DIGEST_WEAK, "collisions"}, Refusal{"MD4", VCTK_E_DIGEST_WEAK, "MD4"},
-                    Refusal{"1.3.14.3.2.26", VCTK_E_DIGEST_WEAK, "SHA-1"},
-                    Refusal{"SHA257", VCTK_E_DIGEST_UNKNOWN, "unknown"}, Refusal{"", VCTK_E_DIGEST_UNKNOWN, "unknown"},
-                    Refusal{"SHAKE128", VCTK_E_DIGEST_UNKNOWN, "unknown"},
-                    Refusal{"NULL", VCTK_E_DIGEST_UNKNOWN, "unknown"}, Refusal{"RSA", VCTK_E_DIGEST_UNKNOWN, "unknown"},
-                    Refusal{nullptr, VCTK_E_INVALID_ARGUMENT, "null"}));
+    testing::Values(
+        Refusal{"SHA1", VCTK_E_DIGEST_WEAK, "collisions"}, Refusal{"SHA-1", VCTK_E_DIGEST_WEAK, "collisions"},
+        Refusal{"sha1", VCTK_E_DIGEST_WEAK, "collisions"}, Refusal{"MD5", VCTK_E_DIGEST_WEAK, "MD5"},
+        Refusal{"md5", VCTK_E_DIGEST_WEAK, "collisions"}, Refusal{"MD4", VCTK_E_DIGEST_WEAK, "MD4"},
+        Refusal{"1.3.14.3.2.26", VCTK_E_DIGEST_WEAK, "SHA-1"}, Refusal{"SHA257", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"", VCTK_E_DIGEST_UNKNOWN, "unknown"}, Refusal{"SHAKE128", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"NONE", VCTK_E_DIGEST_UNKNOWN, "unknown"}, Refusal{"SHA-256/OAEP", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"SHA-1/PSS", VCTK_E_DIGEST_WEAK, "collisions"}, Refusal{"/PSS", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"SHA-256/PSS/PSS", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"prehashed:", VCTK_E_DIGEST_UNKNOWN, "unknown"}, Refusal{"prehashed", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"prehashed:/PSS", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"prehashed:NONE/PSS", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"prehashed:SHA1", VCTK_E_DIGEST_WEAK, "collisions"},
+        Refusal{"prehashed:prehashed:SHA-256", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{"NULL", VCTK_E_DIGEST_UNKNOWN, "unknown"}, Refusal{"RSA", VCTK_E_DIGEST_UNKNOWN, "unknown"},
+        Refusal{nullptr, VCTK_E_INVALID_ARGUMENT, "null"}));
 
 TEST_F(DigestTest, DefaultIsSha256) {
     const ToolkitClient byDefault(Uri());

@@ -78,6 +78,19 @@ TEST(KeyIndexTest, ComparesEachCertificateWithItsOwnKey) {
     EXPECT_EQ(g_cCompared, 50);
 }
 
+TEST(KeyIndexTest, FindsAKeyThatHasNoNumbers) {
+    InitialiseOpenSsl();
+    StoreContent content;
+    for (const char* pszType : {"ED25519", "ED25519", "ED448"}) {
+        content.keys.emplace_back(EVP_PKEY_Q_keygen(nullptr, nullptr, pszType));
+        content.certificates.push_back(MakeCertificate(content.keys.back().get()));
+    }
+    std::swap(content.certificates.front(), content.certificates.back());
+    g_cCompared = 0;
+    EXPECT_EQ(KeysOf(content), (std::vector{content.keys[2].get(), content.keys[1].get(), content.keys[0].get()}));
+    EXPECT_EQ(g_cCompared, 3);
+}
+
 // One key, with its public half in two forms.
 struct Forms : Row {
     const char* pszCurve;  // null: RSA

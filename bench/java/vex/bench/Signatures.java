@@ -9,6 +9,8 @@ import java.security.PrivateKey;
 import java.security.Provider;
 import java.security.Security;
 import java.security.Signature;
+import java.security.spec.MGF1ParameterSpec;
+import java.security.spec.PSSParameterSpec;
 import java.util.Base64;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -97,6 +99,21 @@ final class Signatures {
         p256.put("SunEC", jdk("SHA256withECDSA", "SunEC", ec.key()));
         compare("P-256 P1 of 1 KiB", kilobyte, p256);
 
+        long productPss = open("file:" + rsaFile, "SHA-256/PSS");
+        Map<String, Signer> pss = new LinkedHashMap<>();
+        pss.put("product", text -> client.P1SignString(productPss, text));
+        pss.put(HAND, text -> HandWrittenSigner.contractPss(hand, text));
+        Signature sun = Signature.getInstance("RSASSA-PSS", "SunRsaSign");
+        sun.setParameter(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA256, 32, 1));
+        pss.put("SunRsaSign", jdk(sun, rsa.key()));
+        compare("RSA-2048-PSS P1 of 1 KiB", kilobyte, pss);
+
+        long productDigest = open("file:" + rsaFile, "prehashed:SHA-256");
+        Map<String, Signer> digest = new LinkedHashMap<>();
+        digest.put("product", text -> client.P1Sign(productDigest, text));
+        digest.put(HAND, text -> HandWrittenSigner.contractDigest(hand, text));
+        compare("RSA-2048 P1 of a digest", Base64.getEncoder().encodeToString(new byte[32]), digest);
+
         p1.keySet().retainAll(List.of("product", HAND, STRAIGHT));
         p7.keySet().retainAll(List.of("product", HAND, STRAIGHT));
         compare("RSA-2048 P1 of 1 MiB", megabyte, p1);
@@ -116,8 +133,19 @@ final class Signatures {
         return handle;
     }
 
+    private long open(String initialisation, String digest) throws IOException {
+        long handle = open(initialisation);
+        if (client.SetDigestAlg(handle, digest) != 0) {
+            throw new IOException("not set: " + digest + ": " + client.GetLastErrorMessage(handle));
+        }
+        return handle;
+    }
+
     private static Signer jdk(String algorithm, String provider, PrivateKey key) throws Exception {
-        Signature signature = Signature.getInstance(algorithm, provider);
+        return jdk(Signature.getInstance(algorithm, provider), key);
+    }
+
+    private static Signer jdk(Signature signature, PrivateKey key) throws Exception {
         signature.initSign(key);
         return text -> {
             signature.update(text.getBytes(StandardCharsets.UTF_8));

@@ -28,7 +28,7 @@ public final class VCTKError {
     public static final int STORE_UNREADABLE = 1104;
     /** The store file cannot be used: it has another format, is damaged, or its encryption is too old. */
     public static final int STORE_FORMAT = 1105;
-    /** The store has no certificate with an RSA or EC private key. */
+    /** The store has no certificate with a private key for signing. */
     public static final int STORE_NO_PRIVATE_KEY = 1106;
     /** The store is protected by a PIN and none was given. */
     public static final int PIN_REQUIRED = 1107;
@@ -97,7 +97,7 @@ public final class VCTKError {
             case STORE_NOT_FOUND: return "The store file does not exist";
             case STORE_UNREADABLE: return "The store file cannot be read";
             case STORE_FORMAT: return "The content of the store file cannot be used";
-            case STORE_NO_PRIVATE_KEY: return "The store has no certificate with an RSA or EC private key";
+            case STORE_NO_PRIVATE_KEY: return "The store has no certificate with a private key for signing";
             case PIN_REQUIRED: return "The store is protected by a PIN and none was given";
             case PIN_WRONG: return "The PIN is wrong";
             case PIN_SOURCE: return "The file that holds the PIN cannot be used";
