@@ -56,7 +56,7 @@ private:
                 break;
             }
             case NID_pkcs7_encrypted: {
-                CountDecryption(pSafe);
+                CountDecryption(pSafe->d.encrypted);
                 const BagsPtr bags(PKCS12_unpack_p7encdata(pSafe, m_pin.pchText, m_pin.cchText));
                 if (!bags) {
                     ThrowDecryptionFailure(m_known);
@@ -104,10 +104,12 @@ private:
         }
     }
 
-    void CountDecryption(const PKCS7* pSafe) {
-        if (pSafe->d.encrypted != nullptr && pSafe->d.encrypted->enc_data != nullptr) {
-            m_content.work.Add(pSafe->d.encrypted->enc_data->algorithm);
+    void CountDecryption(const PKCS7_ENCRYPT* pSafe) {
+        // OpenSSL takes this for a wrong PIN, or crashes if it is older than 3.0.19 or 3.5.5.
+        if (pSafe == nullptr || pSafe->enc_data->enc_data == nullptr) {
+            throw DamagedStore("a part of it");
         }
+        m_content.work.Add(pSafe->enc_data->algorithm);
     }
 
     PinText m_pin;

@@ -108,6 +108,53 @@ TEST(Pkcs12, ADamagedKeyIsNotReportedAsAWrongPin) {
     EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
 
+// A file without a MAC, so that any program may have damaged it.
+std::string WithDamagedSafe(void (*pfnDamage)(PKCS7& safe)) {
+    const SelfSigned pair;
+    STACK_OF(PKCS12_SAFEBAG)* pBags = nullptr;
+    PKCS12_add_cert(&pBags, pair.certificate.get());
+    STACK_OF(PKCS7)* pSafes = nullptr;
+    PKCS12_add_safe(&pSafes, pBags, NID_aes_256_cbc, 1, Pkcs12File::kPin);
+    pfnDamage(*sk_PKCS7_value(pSafes, 0));
+    const std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
+    sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
+    sk_PKCS7_pop_free(pSafes, PKCS7_free);
+    const BioPtr bytes(BIO_new(BIO_s_mem()));
+    i2d_PKCS12_bio(bytes.get(), file.get());
+    return MemoryBioText(bytes.get());
+}
+
+struct Damage : Row {
+    void (*pfnDamage)(PKCS7& safe);
+};
+
+class DamagedPkcs12 : public testing::TestWithParam<Damage> {};
+
+TEST_P(DamagedPkcs12, IsReportedAsDamaged) {
+    const std::string strFile = WithDamagedSafe(GetParam().pfnDamage);
+    ASSERT_FALSE(strFile.empty());
+    try {
+        ReadIdentities(strFile, nullptr);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT);
+        EXPECT_NE(failure.Detail().find("damaged"), std::string::npos) << failure.Detail();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, DamagedPkcs12,
+                         testing::Values(Damage{"NothingIsEncrypted",
+                                                [](PKCS7& safe) {
+                                                    ASN1_OCTET_STRING_free(safe.d.encrypted->enc_data->enc_data);
+                                                    safe.d.encrypted->enc_data->enc_data = nullptr;
+                                                }},
+                                         Damage{"NoContent",
+                                                [](PKCS7& safe) {
+                                                    PKCS7_ENCRYPT_free(safe.d.encrypted);
+                                                    safe.d.encrypted = nullptr;
+                                                }}),
+                         RowName);
+
 struct NoPin : Row {
     const char* pszPin;
     int nEncryption = 0;  // 0: OpenSSL's default; -1: nothing is encrypted
