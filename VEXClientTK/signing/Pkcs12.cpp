@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "signing/LegacyCiphers.h"
+
 namespace vextk {
 namespace {
 
@@ -55,15 +57,9 @@ private:
                 ReadBags(bags.get());
                 break;
             }
-            case NID_pkcs7_encrypted: {
-                CountDecryption(pSafe->d.encrypted);
-                const BagsPtr bags(PKCS12_unpack_p7encdata(pSafe, m_pin.pchText, m_pin.cchText));
-                if (!bags) {
-                    ThrowDecryptionFailure(m_known);
-                }
-                ReadBags(bags.get());
+            case NID_pkcs7_encrypted:
+                ReadBags(Decrypted(pSafe->d.encrypted).get());
                 break;
-            }
             default:
                 break;
         }
@@ -82,15 +78,9 @@ private:
             case NID_keyBag:
                 m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag));
                 break;
-            case NID_pkcs8ShroudedKeyBag: {
-                m_content.work.Add(PKCS12_SAFEBAG_get0_pkcs8(pBag));
-                const KeyInfoPtr key(PKCS12_decrypt_skey(pBag, m_pin.pchText, m_pin.cchText));
-                if (!key) {
-                    ThrowDecryptionFailure(m_known);
-                }
-                m_content.AddKey(key.get());
+            case NID_pkcs8ShroudedKeyBag:
+                m_content.AddKey(Decrypted(PKCS12_SAFEBAG_get0_pkcs8(pBag)).get());
                 break;
-            }
             case NID_certBag:
                 if (PKCS12_SAFEBAG_get_bag_nid(pBag) == NID_x509Certificate) {
                     m_content.AddCertificate(X509Ptr(PKCS12_SAFEBAG_get1_cert(pBag)));
@@ -104,17 +94,38 @@ private:
         }
     }
 
-    void CountDecryption(const PKCS7_ENCRYPT* pSafe) {
+    BagsPtr Decrypted(const PKCS7_ENCRYPT* pSafe) {
         // OpenSSL takes this for a wrong PIN, or crashes if it is older than 3.0.19 or 3.5.5.
         if (pSafe == nullptr || pSafe->enc_data->enc_data == nullptr) {
             throw DamagedStore("a part of it");
         }
-        m_content.work.Add(pSafe->enc_data->algorithm);
+        const PKCS7_ENC_CONTENT* const pData = pSafe->enc_data;
+        m_content.work.Add(pData->algorithm);
+        void* const pBags =
+            PKCS12_item_decrypt_d2i_ex(pData->algorithm, ASN1_ITEM_rptr(PKCS12_SAFEBAGS), m_pin.pchText, m_pin.cchText,
+                                       pData->enc_data, 1, m_legacyCiphers.ContextFor(pData->algorithm), nullptr);
+        if (pBags == nullptr) {
+            ThrowDecryptionFailure(m_known);
+        }
+        return BagsPtr(static_cast<STACK_OF(PKCS12_SAFEBAG)*>(pBags));
+    }
+
+    KeyInfoPtr Decrypted(const X509_SIG* pKey) {
+        m_content.work.Add(pKey);
+        const X509_ALGOR* pAlgorithm = nullptr;
+        X509_SIG_get0(pKey, &pAlgorithm, nullptr);
+        KeyInfoPtr key(
+            PKCS8_decrypt_ex(pKey, m_pin.pchText, m_pin.cchText, m_legacyCiphers.ContextFor(pAlgorithm), nullptr));
+        if (!key) {
+            ThrowDecryptionFailure(m_known);
+        }
+        return key;
     }
 
     PinText m_pin;
     Pin m_known;
     StoreContent& m_content;
+    LegacyCiphers m_legacyCiphers;
 };
 
 // Null if the bytes are not a PKCS #12 file.

@@ -45,6 +45,10 @@ AlgorithmPtr Pbes1(int cIterations) {
     return AlgorithmPtr(PKCS5_pbe_set(NID_pbe_WithSHA1And3_Key_TripleDES_CBC, cIterations, nullptr, 0));
 }
 
+AlgorithmPtr Rc2(int cIterations) {
+    return AlgorithmPtr(PKCS5_pbe_set(NID_pbe_WithSHA1And40BitRC2_CBC, cIterations, nullptr, 0));
+}
+
 // N * r * p blocks.
 constexpr int kScryptN = 128;
 AlgorithmPtr Scrypt(int cBlocks) {
@@ -82,7 +86,7 @@ TEST_P(DerivationLimit, IsTenMillion) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, DerivationLimit,
-                         testing::Values(Algorithm{"Pbes2", Pbes2}, Algorithm{"Pbes1", Pbes1},
+                         testing::Values(Algorithm{"Pbes2", Pbes2}, Algorithm{"Pbes1", Pbes1}, Algorithm{"Rc2", Rc2},
                                          Algorithm{"Scrypt", Scrypt, kScryptN}),
                          RowName);
 
@@ -189,6 +193,7 @@ INSTANTIATE_TEST_SUITE_P(
         ExpensiveFile{"Mac", [](const SelfSigned& parts) { return Pkcs12WithMac(parts, kPin, kMost + 1); }},
         ExpensiveFile{"Bag", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), false); }},
         ExpensiveFile{"Safe", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Pbes2(kMost + 1).get(), true); }},
+        ExpensiveFile{"OldSafe", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Rc2(kMost + 1).get(), true); }},
         ExpensiveFile{"OldBag", [](const SelfSigned& p) { return Pkcs12WithoutMac(p, Pbes1(kMost + 1).get(), false); }},
         ExpensiveFile{
             "Pem", [](const SelfSigned& p) { return Pem(p, EncryptedKey(p.key.get(), Pbes2(kMost + 1).get()).get()); }},

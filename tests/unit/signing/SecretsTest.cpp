@@ -81,6 +81,7 @@ protected:
             "cd " + m_directory.Path() +
             " && printf 'q7RexTyW-pin-83/Zu0K%sVf6Ns1Jd8' mb4Xc9Lh2 > pin"
             " && openssl pkcs12 -export -inkey rsa.key -in rsa.crt -out rsa.p12 -passout file:pin"
+            " && openssl pkcs12 -export -legacy -inkey rsa.key -in rsa.crt -out old.p12 -passout file:pin"
             " && openssl pkcs8 -topk8 -in rsa.key -out enc.key -passout file:pin && cat enc.key rsa.crt > enc.pem");
     }
 
@@ -101,7 +102,7 @@ TEST_F(SecretsTest, TheSearchFindsASecretInMemory) {
 
 TEST_F(SecretsTest, ThePinIsGoneAfterUse) {
     const std::string strInverted = kInvertedPin;
-    for (const char* pszFile : {"rsa.p12", "enc.pem"}) {
+    for (const char* pszFile : {"rsa.p12", "old.p12", "enc.pem"}) {
         const ToolkitClient client("file:" + m_directory.Path(pszFile) + "?pin-source=" + m_directory.Path("pin"));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         EXPECT_EQ(CountInMemory(strInverted), 0U) << pszFile;

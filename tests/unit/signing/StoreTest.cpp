@@ -27,9 +27,6 @@ protected:
         RequireCommand(strIn + "openssl pkcs12 -export -nokeys -in rsa.crt -out nokey.p12 -passout pass:1234");
         RequireCommand(strIn + "openssl pkcs12 -export -inkey rsa.key -in rsa.crt -out nopin.p12 -passout pass:");
         RequireCommand(strIn +
-                       "openssl pkcs12 -export -legacy -inkey rsa.key -in rsa.crt -out legacy.p12"
-                       " -passout pass:1234");
-        RequireCommand(strIn +
                        "openssl pkcs12 -export -nomac -inkey rsa.key -in rsa.crt -out nomac.p12 -passout pass:1234");
         RequireCommand(strIn +
                        "head -c 1000 rsa.p12 > cut.p12 && : > empty && head -c 3000 /dev/zero > zeros"
@@ -154,8 +151,6 @@ INSTANTIATE_TEST_SUITE_P(
         BadStore{"file:@/empty", VCTK_E_STORE_FORMAT}, BadStore{"file:@/zeros", VCTK_E_STORE_FORMAT},
         BadStore{"file:@/cut.p12?pin-value=1234", VCTK_E_STORE_FORMAT},
         BadStore{"file:@/damaged.pem", VCTK_E_STORE_FORMAT},
-        BadStore{"file:@/legacy.p12?pin-value=1234", VCTK_E_STORE_FORMAT},
-        BadStore{"file:@/legacy.p12?pin-value=1", VCTK_E_PIN_WRONG},
         BadStore{"file:@/nokey.p12?pin-value=1234", VCTK_E_STORE_NO_PRIVATE_KEY},
         BadStore{"file:@/rsa.crt", VCTK_E_STORE_NO_PRIVATE_KEY},
         BadStore{"file:@/rsa.key", VCTK_E_STORE_NO_PRIVATE_KEY},
@@ -176,12 +171,9 @@ TEST_P(StoreContentUnusable, IsReportedWithItsCause) {
     EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_STORE_FORMAT) + std::string(": ") + GetParam().pszDetail);
 }
 
-constexpr const char* kOldCipher = "it is encrypted in a way that OpenSSL does not offer";
-
 INSTANTIATE_TEST_SUITE_P(
     All, StoreContentUnusable,
-    testing::Values(Fault{"file:@/legacy.p12?pin-value=1234", kOldCipher},
-                    Fault{"file:@/rot13.pem?pin-value=1234", kOldCipher},
+    testing::Values(Fault{"file:@/rot13.pem?pin-value=1234", "it is encrypted in a way that OpenSSL does not offer"},
                     Fault{"file:@/scrypt.pem?pin-value=1234",
                           "its key derivation, scrypt, needs more memory than OpenSSL grants it"},
                     Fault{"file:@/empty", "it is empty"}, Fault{"file:@/zeros", "it is neither PKCS #12 nor PEM"},
