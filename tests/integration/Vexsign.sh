@@ -103,6 +103,15 @@ says 'no terminal'
 expect 0 "$vexsign" list "file:$work/rsa.p12?pin-value=a%20b%25%26%3F%231"
 says 'can see a PIN on the command line'
 
+echo "== an old file, with and without the module that OpenSSL needs for it"
+openssl pkcs12 -export -legacy -macalg sha1 -in rsa.pem -inkey rsa.key -out old.p12 -passout "pass:$pin"
+mkdir no-modules
+expect 0 "$vexsign" list ./old.p12 --pin-source pin
+[ "$(cut -f 6 out)" = CN=rsa ] || fail "list: $(cat out)"
+OPENSSL_MODULES=$work/no-modules expect 1 "$vexsign" list ./old.p12 --pin-source pin
+says 'error 1105: '
+says 'install the package openssl-provider-legacy'
+
 echo "== the list"
 expect 0 "$vexsign" list ./both.pem
 [ "$(cut -f 5 out | sort | tr '\n' ' ')" = 'EC RSA ' ] || fail "list: $(cat out)"

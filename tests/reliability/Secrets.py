@@ -301,6 +301,8 @@ def make_key(directory, name, kind, pin):
         "-subj", f"/CN={name}", "-days", "30")
     run("openssl", "pkcs12", "-export", "-inkey", f"{path}.key", "-in", f"{path}.crt", "-out", f"{path}.p12",
         "-passout", "stdin", input=pin.encode())
+    run("openssl", "pkcs12", "-export", "-legacy", "-inkey", f"{path}.key", "-in", f"{path}.crt", "-out",
+        f"{path}.old.p12", "-passout", "stdin", input=pin.encode())
     encrypted = run("openssl", "pkcs8", "-topk8", "-in", f"{path}.key", "-passout", "stdin", input=pin.encode())
     with open(f"{path}.enc.pem", "wb") as pem:
         pem.write(encrypted + open(f"{path}.crt", "rb").read())
@@ -342,6 +344,8 @@ def a_round(directory):
 
     check_natives(directory, "PKCS #12, pin-value", f"file:{directory}/rsa.p12{by_value}", {**pins, **rsa}, refused)
     check_natives(directory, "PKCS #12, pin-source", f"file:{directory}/ec.p12{by_source}", {**pins, **ec})
+    check_natives(directory, "PKCS #12 with old ciphers", f"file:{directory}/rsa.old.p12{by_source}", {**pins, **rsa},
+                  [f"file:{directory}/other.old.p12{by_source}"])
     check_natives(directory, "PEM, pin-value", f"file:{directory}/ec.enc.pem{by_value}", {**pins, **ec})
     check_natives(directory, "PEM, no PIN", f"file:{directory}/rsa.pem", rsa)
 
