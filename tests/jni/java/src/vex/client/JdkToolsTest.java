@@ -11,6 +11,7 @@ import java.io.Reader;
 import java.math.BigInteger;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.security.KeyStore;
 import java.security.PublicKey;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509CRL;
@@ -144,6 +145,26 @@ class JdkToolsTest {
             "-storepass", TestStore.PIN, "app.jar"));
         assertEquals(0, verified.status(), verified.output());
         assertTrue(verified.output().contains("jar verified."), verified.output());
+    }
+
+    /** The ciphers are those of Java 8: RC2 with 40 bits for certificates, and triple DES for keys. */
+    @ParameterizedTest
+    @ValueSource(strings = {"RSA", "EC"})
+    void signsWithAFileThatKeytoolWroteTheOldWay(String algorithm) throws Exception {
+        run(List.of(Run.jdkProgram("keytool"), "-J-Dkeystore.pkcs12.legacy", "-genkeypair", "-alias", "old", "-keyalg",
+            algorithm, "-dname", "CN=Old", "-keystore", "old.p12", "-storetype", "PKCS12", "-storepass",
+            TestStore.PIN)).succeeded();
+        Run info = run(List.of("openssl", "pkcs12", "-legacy", "-info", "-noout", "-in", "old.p12", "-passin",
+            "pass:" + TestStore.PIN)).succeeded();
+        assertTrue(info.output().contains("Encrypted data: pbeWithSHA1And40BitRC2-CBC"), info.output());
+        assertTrue(info.output().contains("Keybag: pbeWithSHA1And3-KeyTripleDES-CBC"), info.output());
+        assertTrue(info.output().contains("MAC: sha1"), info.output());
+
+        KeyStore written = KeyStore.getInstance(directory.resolve("old.p12").toFile(), TestStore.PIN.toCharArray());
+        X509Certificate signer = (X509Certificate) written.getCertificate("old");
+        toolWithStore("file:" + directory.resolve("old.p12"), "jarsigner", "app.jar",
+            Certificates.fingerprint(signer).toLowerCase()).succeeded();
+        TestJar.assertSignedBy(directory.resolve("app.jar"), signer);
     }
 
     // ---- A token with a key that may not sign ----
