@@ -258,6 +258,12 @@ expect 0 "$vexsign" p7 ./alone.pem --chain --out der -o sig text.txt
 ! trusted || fail "a chain from nowhere"
 expect 0 "$vexsign" p7 ./alone.pem --chain --chain-source middle.crt --out der -o sig text.txt
 trusted || fail "no chain with --chain-source"
+for chain in store root; do
+    expect 0 "$vexsign" p7 "file:$work/whole.pem?chain=$chain" --chain --out der -o sig text.txt
+    trusted || fail "no chain with --chain and chain=$chain"
+done
+expect 0 "$vexsign" p7 "file:$work/alone.pem?chain=store" --chain --chain-source middle.crt --out der -o sig text.txt
+trusted || fail "no chain with chain=store and --chain-source"
 expect 1 "$vexsign" p7 ./alone.pem --chain --chain-source missing.crt text.txt
 says 'chain-source: '
 says missing.crt

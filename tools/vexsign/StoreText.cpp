@@ -77,6 +77,18 @@ std::string DemoStore() {
     return strData.empty() ? "" : strData + "/vex-client-toolkit/demo.pem";
 }
 
+// The attributes after the "?", as they are written.
+std::vector<std::string_view> AttributesOf(std::string_view store) {
+    std::vector<std::string_view> attributes;
+    for (store.remove_prefix(std::min(store.find('?'), store.size())); !store.empty();) {
+        store.remove_prefix(1);
+        const std::size_t nEnd = std::min(store.find('&'), store.size());
+        attributes.push_back(store.substr(0, nEnd));
+        store.remove_prefix(nEnd);
+    }
+    return attributes;
+}
+
 const char* AttributeSeparator(const std::string& strStore) {
     return strStore.find('?') == std::string::npos ? "?" : "&";
 }
@@ -95,24 +107,19 @@ std::string StoreOf(const std::string& strArgument) {
 
 std::vector<std::string> FilesOf(const std::string& strStore) {
     std::vector<std::string> files;
-    std::string_view rest = strStore;
-    const std::size_t nQuery = std::min(rest.find('?'), rest.size());
-    std::string_view path = rest.substr(0, nQuery);
+    std::string_view path = strStore;
+    path = path.substr(0, path.find('?'));
     if (TakeScheme(path, "demo:")) {
         files.push_back(DemoStore());
     } else if (TakeScheme(path, "file:")) {
         files.push_back(PathOf(path));
     }
-    for (rest.remove_prefix(nQuery); !rest.empty();) {
-        rest.remove_prefix(1);
-        const std::size_t nEnd = std::min(rest.find('&'), rest.size());
-        std::string_view attribute = rest.substr(0, nEnd);
+    for (std::string_view attribute : AttributesOf(strStore)) {
         if (TakeScheme(attribute, "pin-source=") || TakeScheme(attribute, "chain-source=") ||
             TakeScheme(attribute, "module-path=")) {
             TakeScheme(attribute, "file:");
             files.push_back(PathOf(attribute));
         }
-        rest.remove_prefix(nEnd);
     }
     return files;
 }
@@ -126,7 +133,10 @@ std::string WithListAll(const std::string& strStore) {
 }
 
 std::string WithChain(const std::string& strStore, const std::string& strSource) {
-    const std::string strChain = strStore + AttributeSeparator(strStore) + "chain=store";
+    const std::vector<std::string_view> attributes = AttributesOf(strStore);
+    const bool bThere = std::any_of(attributes.begin(), attributes.end(),
+                                    [](std::string_view attribute) { return attribute.starts_with("chain="); });
+    const std::string strChain = bThere ? strStore : strStore + AttributeSeparator(strStore) + "chain=store";
     return strSource.empty() ? strChain : strChain + "&chain-source=" + FileUri(strSource);
 }
 

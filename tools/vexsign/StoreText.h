@@ -14,8 +14,8 @@ bool HasPin(const std::string& strStore);
 // A path ("/...", "./...", "../...") becomes a file: URI; any other text stays as it is.
 std::string StoreOf(const std::string& strArgument);
 
-// The files that the text names in the substitute toolkit's syntax: the store, those of its PIN and of issuers, a token's
-// module.
+// The files that the text names in the substitute toolkit's syntax: the store, those of its PIN and of issuers, a
+// token's module.
 std::vector<std::string> FilesOf(const std::string& strStore);
 
 // Both add an attribute for the PIN to the store's text.
@@ -25,7 +25,8 @@ void AppendPin(const std::string& strStore, const Secret& pin, Secret& store);
 // Adds the attribute that makes the substitute toolkit list every certificate.
 std::string WithListAll(const std::string& strStore);
 
-// Adds the attributes that make it include the certificates of issuers. strSource: a file with more; empty: none.
+// Adds the attributes that make it include the certificates of issuers, unless the text already says which ones.
+// strSource: a file with more; empty: none.
 std::string WithChain(const std::string& strStore, const std::string& strSource);
 
 }  // namespace vexsign
