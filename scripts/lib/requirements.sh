@@ -24,7 +24,7 @@ build                       libasio-dev               _vex_has_header asio.hpp  
 package,test                dpkg-dev                  _vex_has_command dpkg-shlibdeps # dpkg-shlibdeps
 package,test                file                      _vex_has_command file           # file
 package,test,bench,coverage python3                   _vex_has_command python3        # Python 3
-demo,test                   openssl                   _vex_has_command openssl        # the openssl command
+demo,test,bench             openssl                   _vex_has_command openssl        # the openssl command
 test                        binutils                  _vex_has_command readelf        # readelf
 test                        gnutls-bin                _vex_has_command certtool       # certtool, of GnuTLS
 test,fuzz                   libgtest-dev              _vex_has_header gtest/gtest.h   # GoogleTest
@@ -51,7 +51,7 @@ soak,bench                  valgrind                  _vex_has_command valgrind 
 soak                        gdb                       _vex_has_command gcore          # gdb, for gcore
 bench                       libspdlog-dev             _vex_has_header spdlog/spdlog.h # spdlog
 bench                       libgoogle-glog-dev        _vex_has_header glog/logging.h  # glog
-bench                       time                      _vex_has_command time           # GNU time
+test,bench                  time                      _vex_has_command time           # GNU time
 coverage                    gcovr                     _vex_has_command gcovr          # gcovr
 lint                        git                       _vex_has_command git            # git
 lint                        clang-format              _vex_has_command clang-format   # clang-format

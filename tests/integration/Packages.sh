@@ -56,11 +56,12 @@ depends() {
     dpkg-deb -f "$1" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort | tr '\n' ' '
 }
 [ "$(depends "$bridge")" = 'libc6 libgcc-s1 libstdc++6 ' ] || fail "the bridge needs $(depends "$bridge")"
-case $(depends "$toolkit") in
-    'libc6 libgcc-s1 libssl3 libstdc++6 ' | 'libc6 libgcc-s1 libssl3t64 libstdc++6 ') ;;
-    *) fail "the toolkit needs $(depends "$toolkit")" ;;
-esac
-[ "$(depends "$tools")" = 'libc6 libgcc-s1 libstdc++6 ' ] || fail "the tools need $(depends "$tools")"
+for part in "$toolkit" "$tools"; do
+    case $(depends "$part") in
+        'libc6 libgcc-s1 libssl3 libstdc++6 ' | 'libc6 libgcc-s1 libssl3t64 libstdc++6 ') ;;
+        *) fail "$part needs $(depends "$part")" ;;
+    esac
+done
 
 for part in bridge toolkit tools dev; do
     dpkg-deb -x "${!part}" "root-$part"

@@ -1,5 +1,8 @@
 #include "Base64.h"
 
+#include <openssl/evp.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -16,25 +19,49 @@ bool IsBlank(char ch) {
     return ch == ' ' || ch == '\t' || ch == '\r' || ch == '\n';
 }
 
+// EVP_EncodeBlock takes an int for the length, and needs room for a NUL.
+void AppendEncoded(std::string_view bytes, std::string& text) {
+    constexpr std::size_t kPiece = kBytesPerGroup << 18U;
+    while (!bytes.empty()) {
+        const std::string_view piece = bytes.substr(0, kPiece);
+        const std::size_t nBegin = text.size();
+        const std::size_t cchDigits = (piece.size() + kBytesPerGroup - 1) / kBytesPerGroup * kDigitsPerGroup;
+        text.resize(nBegin + cchDigits + 1);
+        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()) + nBegin,
+                        reinterpret_cast<const unsigned char*>(piece.data()), static_cast<int>(piece.size()));
+        text.pop_back();
+        bytes.remove_prefix(piece.size());
+    }
+}
+
 }  // namespace
+
+void Base64Encoder::Append(std::string_view bytes, std::string& text) {
+    if (!m_strRest.empty()) {
+        const std::size_t cbTaken = std::min(kBytesPerGroup - m_strRest.size(), bytes.size());
+        m_strRest.append(bytes, 0, cbTaken);
+        bytes.remove_prefix(cbTaken);
+        if (m_strRest.size() < kBytesPerGroup) {
+            return;
+        }
+        AppendEncoded(m_strRest, text);
+    }
+    const std::size_t cbRest = bytes.size() % kBytesPerGroup;
+    m_strRest.assign(bytes.substr(bytes.size() - cbRest));
+    bytes.remove_suffix(cbRest);
+    AppendEncoded(bytes, text);
+}
+
+void Base64Encoder::Finish(std::string& text) {
+    AppendEncoded(m_strRest, text);
+    m_strRest.clear();
+}
 
 std::string EncodeBase64(std::string_view bytes) {
     std::string text;
-    text.reserve((bytes.size() + kBytesPerGroup - 1) / kBytesPerGroup * kDigitsPerGroup);
-    std::uint32_t uBits = 0;
-    unsigned int cBits = 0;
-    for (const char ch : bytes) {
-        uBits = (uBits << kBitsPerByte) | static_cast<unsigned char>(ch);
-        for (cBits += kBitsPerByte; cBits >= kBitsPerDigit; cBits -= kBitsPerDigit) {
-            text += kDigits[(uBits >> (cBits - kBitsPerDigit)) % kDigits.size()];
-        }
-    }
-    if (cBits > 0) {
-        text += kDigits[(uBits << (kBitsPerDigit - cBits)) % kDigits.size()];
-    }
-    while (text.size() % kDigitsPerGroup != 0) {
-        text += '=';
-    }
+    Base64Encoder encoder;
+    encoder.Append(bytes, text);
+    encoder.Finish(text);
     return text;
 }
 

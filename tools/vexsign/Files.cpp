@@ -1,47 +1,49 @@
 #include "Files.h"
 
-#include <fcntl.h>
-
-#include <array>
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
+#include <cstddef>
 #include <memory>
-#include <stdexcept>
 
+#include "Base64.h"
 #include "common/FileIdentity.h"
 #include "common/OutputFile.h"
-#include "posix/FileDescriptor.h"
-#include "posix/FileIo.h"
 #include "posix/OutputBuffer.h"
 
 namespace vexsign {
 namespace {
 
-[[noreturn]] void FailToRead(const std::string& strName) {
-    throw std::runtime_error(tools::ShownName(strName, "standard input") + ": " + std::strerror(errno));
+void WriteBytes(const Output& output, vexposix::OutputBuffer& buffer) {
+    // Not more than the buffer holds without growing.
+    constexpr std::size_t kStep = std::size_t{64} * 1024;
+    for (std::string_view piece : output.pieces) {
+        for (; !piece.empty(); piece.remove_prefix(std::min(kStep, piece.size()))) {
+            buffer.Append(piece.substr(0, kStep));
+            buffer.WriteWhenFull();
+        }
+    }
+}
+
+void WriteBase64(const Output& output, vexposix::OutputBuffer& buffer) {
+    constexpr std::size_t kStep = std::size_t{48} * 1024;
+    Base64Encoder encoder;
+    std::string text;
+    const auto move = [&] {
+        buffer.Append(text);
+        buffer.WriteWhenFull();
+        text.clear();
+    };
+    for (std::string_view piece : output.pieces) {
+        for (; !piece.empty(); piece.remove_prefix(std::min(kStep, piece.size()))) {
+            encoder.Append(piece.substr(0, kStep), text);
+            move();
+        }
+    }
+    encoder.Finish(text);
+    text += '\n';
+    move();
 }
 
 }  // namespace
-
-std::string ReadWhole(const std::string& strName) {
-    const bool bStandardInput = strName == tools::kStandardStream;
-    const vexposix::FileDescriptor file(bStandardInput ? -1 : open(strName.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    if (!bStandardInput && !file.IsOpen()) {
-        FailToRead(strName);
-    }
-    const int nDescriptor = bStandardInput ? STDIN_FILENO : file.Get();
-    constexpr std::size_t kBlock = 65536;
-    std::array<char, kBlock> block{};
-    std::string bytes;
-    ssize_t cb = 0;
-    while ((cb = vexposix::ReadSome(nDescriptor, block.data(), block.size())) > 0) {
-        bytes.append(block.data(), static_cast<std::size_t>(cb));
-    }
-    if (cb < 0) {
-        FailToRead(strName);
-    }
-    return bytes;
-}
 
 void WriteOutputs(const std::vector<Output>& outputs) {
     std::vector<std::unique_ptr<tools::OutputFile>> files;
@@ -50,9 +52,8 @@ void WriteOutputs(const std::vector<Output>& outputs) {
         files.push_back(std::make_unique<tools::OutputFile>(output.strName));
     }
     for (std::size_t i = 0; i < outputs.size(); ++i) {
-        const std::string& strName = outputs[i].strName;
-        vexposix::OutputBuffer buffer(files[i]->Descriptor(), tools::ShownName(strName, "standard output"));
-        buffer.Append(outputs[i].bytes);
+        vexposix::OutputBuffer buffer(files[i]->Descriptor(), tools::ShownName(outputs[i].strName, "standard output"));
+        outputs[i].bAsBase64 ? WriteBase64(outputs[i], buffer) : WriteBytes(outputs[i], buffer);
         buffer.Flush();
     }
     for (const auto& file : files) {

@@ -1,4 +1,4 @@
-// Reads and writes whole files; "-" is standard input or output.
+// Writes whole files; "-" is standard output.
 #pragma once
 
 #include <string>
@@ -7,14 +7,14 @@
 
 namespace vexsign {
 
-// Both throw std::runtime_error with the name and the reason.
-std::string ReadWhole(const std::string& strName);
-
 struct Output {
     std::string strName;
-    std::string_view bytes;
+    std::vector<std::string_view> pieces;
+    bool bAsBase64 = false;  // one line of Base64 instead of the bytes
 };
-// Writes all outputs. On failure it writes none, except to devices and pipes (common/OutputFile.h).
+
+// Writes all outputs. On failure it writes none, except to devices and pipes (common/OutputFile.h). Throws
+// std::system_error with the name and the reason.
 void WriteOutputs(const std::vector<Output>& outputs);
 
 }  // namespace vexsign

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "DigestName.h"
+#include "SignerKey.h"
 #include "common/Message.h"
 #include "posix/VisibleText.h"
 
@@ -44,35 +46,27 @@ std::string Word(const std::string& strName) {
     return strWord + "'";
 }
 
-// The option of "openssl dgst" for a digest name that the toolkit accepts: "SHA-256" and "sha2-256" are -sha256,
-// "SHA3-256" is -sha3-256, "SHA-512/256" is -sha512-256.
-std::string DigestOption(const std::string& strName) {
-    if (strName.empty()) {
-        return "-sha256";
-    }
-    std::string strText;
-    for (const char ch : strName) {
-        strText += ch == '/' ? '-' : ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
-    }
-    for (const std::string_view prefix : {"sha2-", "sha-"}) {
-        if (strText.starts_with(prefix)) {
-            strText.replace(0, prefix.size(), "sha");
-        }
-    }
-    return "-" + strText;
-}
-
-std::string P1Hint(const Options& options) {
+std::string P1Hint(const Options& options, const std::string& strDer) {
     const std::string strKey = Word(options.strCertificate + kKeySuffix);
-    const std::string strVerify =
-        "openssl dgst " + DigestOption(options.strDigest) + " -verify " + strKey + " -signature ";
     const std::string strMakeKey =
         "openssl x509 -in " + Word(options.strCertificate) + " -noout -pubkey -out " + strKey + " && ";
-    if (options.bDer) {
-        return strMakeKey + strVerify + Word(options.strOutput) + " " + Word(options.strInput);
+    std::string strVerify;
+    std::string strFile = Word(options.strInput);
+    if (SignsWholeDataOnly(strDer)) {
+        strVerify = "openssl pkeyutl -verify -rawin -pubin -inkey " + strKey + " -in " + strFile + " -sigfile ";
+        strFile.clear();
+    } else {
+        const DigestName digest(options.strDigest.empty() ? "SHA-256" : options.strDigest);
+        strVerify = "openssl dgst " + digest.DgstOption() +
+                    (digest.IsPss() ? " -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:digest" : "") +
+                    " -verify " + strKey + " -signature ";
+        strFile.insert(0, " ");
     }
-    return strMakeKey + "openssl base64 -d -A -in " + Word(options.strOutput) + " | " + strVerify + "/dev/stdin " +
-           Word(options.strInput);
+    if (options.bDer) {
+        return strMakeKey + strVerify + Word(options.strOutput) + strFile;
+    }
+    return strMakeKey + "openssl base64 -d -A -in " + Word(options.strOutput) + " | " + strVerify + "/dev/stdin" +
+           strFile;
 }
 
 // Whether openssl refuses the certificate for its default purpose, signing mail: the certificate has extended key
@@ -109,7 +103,7 @@ std::string P7Hint(const Options& options, const std::string& strDer) {
 }  // namespace
 
 std::string VerifyHint(const Options& options, const std::string& strCertificate) {
-    return options.command == Command::kP1 ? P1Hint(options) : P7Hint(options, strCertificate);
+    return options.command == Command::kP1 ? P1Hint(options, strCertificate) : P7Hint(options, strCertificate);
 }
 
 std::vector<std::string> FilesOfHint(const Options& options) {

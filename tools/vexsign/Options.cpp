@@ -3,6 +3,7 @@
 #include <charconv>
 #include <string_view>
 
+#include "DigestName.h"
 #include "StoreText.h"
 #include "common/CommandLine.h"
 
@@ -107,7 +108,10 @@ void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
     tools::AddFile(app, "FILE", options.strInput, "The file to sign; \"-\" is standard input");
     app.add_flag("--single", options.bSingle, "Refuse to sign when more than one certificate passes the filters");
     app.add_flag("--text", options.bText, "Pass FILE to the toolkit as text; by default as Base64, for any bytes");
-    app.add_option("--digest", options.strDigest, "SHA256, SHA-384, SHA3-256 ...; by default the toolkit chooses")
+    app.add_option(
+           "--digest", options.strDigest,
+           "SHA256, SHA-384, SHA3-256 ...; by default the toolkit chooses. \"/PSS\" behind the name: RSASSA-PSS.\n"
+           "\"prehashed:\" before it: FILE is not the data but its digest, as bytes")
         ->type_name("NAME");
     tools::AddFile(app, "-o,--output", options.strOutput, "The file for the signature; \"-\" is standard output",
                    "FILE");
@@ -133,6 +137,10 @@ void Check(const Texts& texts, Options& options) {
     }
     if (options.strInput == "-" || options.strOutput == "-") {
         throw CLI::ValidationError("--verify-hint", "the command needs file names; give FILE and --output");
+    }
+    if (DigestName(options.strDigest).IsPrehashed()) {
+        throw CLI::ValidationError("--verify-hint",
+                                   "the command needs the data, not its digest; omit \"prehashed:\" and sign the data");
     }
     for (const std::string& strName : {options.strInput, options.strOutput, options.strCertificate}) {
         if (strName.ends_with('\n')) {
@@ -163,7 +171,8 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
                     "List every certificate of the store; a last field says \"signs\" or why it cannot sign.\n"
                     "Only the substitute toolkit supports this");
 
-    CLI::App* const pP1 = app.add_subcommand("p1", "Make a bare signature: RSASSA-PKCS1-v1_5 or ECDSA");
+    CLI::App* const pP1 =
+        app.add_subcommand("p1", "Make a bare signature: RSASSA-PKCS1-v1_5, RSASSA-PSS, ECDSA or EdDSA");
     AddStoreOptions(*pP1, options, texts);
     AddSignOptions(*pP1, options, texts);
 

@@ -29,7 +29,8 @@ std::vector<Named> Inputs(const Options& options) {
     for (const std::string& strFile : files) {
         // Here "-" is the name of a file.
         const std::string strPath = strFile.starts_with('/') ? strFile : "./" + strFile;
-        inputs.push_back({strFile, "the store, its PIN, its chain or its module", tools::FileIdentity::OfInput(strPath)});
+        inputs.push_back(
+            {strFile, "the store, its PIN, its chain or its module", tools::FileIdentity::OfInput(strPath)});
     }
     return inputs;
 }

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
+#include <utility>
 #include <vector>
+
+#include "Base64.h"
 
 namespace vexsign {
 namespace {
@@ -65,6 +69,10 @@ void SigningObject::SetDigest(const std::string& strName) {
     Require(VCTK_SetDigestAlg(m_hObject, strName.c_str()));
 }
 
+bool SigningObject::TrySetDigest(const std::string& strName) {
+    return VCTK_SetDigestAlg(m_hObject, strName.c_str()) == 0;
+}
+
 void SigningObject::SetChooseSingle() {
     Require(VCTK_SetChooseSingleCert(m_hObject, 1));
 }
@@ -94,6 +102,14 @@ std::string SigningObject::CertificateList() {
     return Fetch([this](char* pszBuffer, int* pnLength) {
         return VCTK_GetCertList(m_hObject, "\n", "\t", pszBuffer, pnLength);
     });
+}
+
+std::string DecodeAnswer(const std::string& strBase64, const char* pszWhat) {
+    std::optional<std::string> bytes = DecodeBase64(strBase64);
+    if (!bytes) {
+        throw std::runtime_error(std::string("the toolkit's ") + pszWhat + " is not Base64; try another toolkit");
+    }
+    return std::move(*bytes);
 }
 
 }  // namespace vexsign

@@ -28,6 +28,8 @@ public:
     SigningObject& operator=(const SigningObject&) = delete;
 
     void SetDigest(const std::string& strName);
+    // False: the toolkit refuses the name.
+    bool TrySetDigest(const std::string& strName);
     void SetChooseSingle();
     void AddFilter(ULONG ulType, const std::string& strValue);
 
@@ -47,5 +49,9 @@ private:
 
     HANDLE m_hObject;
 };
+
+// The bytes of a text that the toolkit returned; pszWhat is its name for the exception, a std::runtime_error, if it is
+// not Base64.
+std::string DecodeAnswer(const std::string& strBase64, const char* pszWhat);
 
 }  // namespace vexsign

@@ -18,20 +18,16 @@
 #include "OutputGuard.h"
 #include "Prompt.h"
 #include "Secret.h"
+#include "Signing.h"
 #include "StoreText.h"
 #include "Toolkit.h"
 #include "common/Exit.h"
-#include "common/FileIdentity.h"
 #include "common/Message.h"
 #include "posix/OutputBuffer.h"
 #include "posix/VisibleText.h"
 
 namespace vexsign {
 namespace {
-
-// The input forms of VCTK.h.
-constexpr int kInputText = 0;
-constexpr int kInputBase64 = 1;
 
 void Say(const char* pszText) {
     tools::Complain("vexsign", pszText);
@@ -76,31 +72,10 @@ void List(SigningObject& object, bool bAll) {
     // A program that reads the list gets UTF-8 in any locale.
     const std::string strShown = VisibleList(strList, isatty(STDOUT_FILENO) == 0 || tools::LocaleIsUtf8()) + "\n";
     try {
-        WriteOutputs({{"-", strShown}});
+        WriteOutputs({{"-", {strShown}}});
     } catch (const vexposix::OutputClosed&) {
         // No error: the reader has seen enough.
     }
-}
-
-std::string SignInput(SigningObject& object, const Options& options) {
-    const std::string bytes = ReadWhole(options.strInput);
-    if (options.bText && bytes.find('\0') != std::string::npos) {
-        throw std::runtime_error(tools::ShownName(options.strInput, "standard input") +
-                                 ": only the text before its zero bytes would be signed; omit --text");
-    }
-    const std::string strText = options.bText ? bytes : EncodeBase64(bytes);
-    const int nInputForm = options.bText ? kInputText : kInputBase64;
-    return options.command == Command::kP1
-               ? object.SignP1(strText, nInputForm)
-               : object.SignP7(strText, nInputForm, options.bDetached, options.bCertificate);
-}
-
-std::string Decoded(const std::string& strBase64, const char* pszWhat) {
-    std::optional<std::string> bytes = DecodeBase64(strBase64);
-    if (!bytes) {
-        throw std::runtime_error(std::string("the toolkit's ") + pszWhat + " is not Base64; try another toolkit");
-    }
-    return std::move(*bytes);
 }
 
 std::string Pem(const std::string& strDer) {
@@ -114,24 +89,19 @@ std::string Pem(const std::string& strDer) {
 }
 
 void Sign(SigningObject& object, const Options& options) {
-    if (!options.strDigest.empty()) {
-        object.SetDigest(options.strDigest);
-    }
     if (options.bSingle) {
         object.SetChooseSingle();
     }
-    const std::string strToolkitSignature = SignInput(object, options);
-    const std::string strSignature =
-        options.bDer ? Decoded(strToolkitSignature, "signature") : strToolkitSignature + "\n";
+    const Signature signature = SignInput(object, options);
     std::vector<Output> outputs;
     std::string strCertificate;
     std::string strPem;
     if (!options.strCertificate.empty()) {
-        strCertificate = Decoded(object.Certificate(), "certificate");
+        strCertificate = DecodeAnswer(object.Certificate(), "certificate");
         strPem = Pem(strCertificate);
-        outputs.push_back({options.strCertificate, strPem});
+        outputs.push_back({options.strCertificate, {strPem}});
     }
-    outputs.push_back({options.strOutput, strSignature});
+    outputs.push_back({options.strOutput, {signature.pieces.begin(), signature.pieces.end()}, signature.bAsBase64});
     WriteOutputs(outputs);
     if (options.bVerifyHint) {
         static_cast<void>(std::fprintf(stderr, "To verify: %s\n", VerifyHint(options, strCertificate).c_str()));

@@ -1,0 +1,37 @@
+#include "vexsign/StoreText.h"
+
+#include <gtest/gtest.h>
+
+namespace vexsign {
+namespace {
+
+TEST(StoreText, AsksForTheChainOnce) {
+    const struct {
+        const char* pszStore;
+        const char* pszSource;
+        const char* pszExpected;
+    } rows[] = {
+        {"demo:", "", "demo:?chain=store"},
+        {"file:/a?pin-value=1", "", "file:/a?pin-value=1&chain=store"},
+        {"file:/a", "/b c", "file:/a?chain=store&chain-source=file:/b%20c"},
+        {"file:/a?chain=store", "", "file:/a?chain=store"},
+        {"file:/a?chain=root&pin-value=1", "", "file:/a?chain=root&pin-value=1"},
+        {"file:/a?chain=root", "/b", "file:/a?chain=root&chain-source=file:/b"},
+        {"file:/a?chain-source=/b", "", "file:/a?chain-source=/b&chain=store"},
+        {"pkcs11:token=chain=1?pin-value=chain=", "", "pkcs11:token=chain=1?pin-value=chain=&chain=store"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(WithChain(row.pszStore, row.pszSource), row.pszExpected);
+    }
+}
+
+TEST(StoreText, NamesItsFiles) {
+    using Files = std::vector<std::string>;
+    EXPECT_EQ(FilesOf("file:/a%20b?pin-source=file:/pin&list=all&chain-source=/c"), (Files{"/a b", "/pin", "/c"}));
+    EXPECT_EQ(FilesOf("pkcs11:token=x?module-path=/m"), Files{"/m"});
+    EXPECT_EQ(FilesOf("FILE:///a?"), Files{"/a"});
+    EXPECT_EQ(FilesOf("whatever it takes"), Files{});
+}
+
+}  // namespace
+}  // namespace vexsign
