@@ -325,6 +325,14 @@ std::string SigningObject::SignCertificate() const {
     return (bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings())->longest)->CertificateBase64();
 }
 
+std::string SigningObject::CertificatesText(const IdentityPtr& identity) const {
+    std::vector<std::string> texts = {identity->CertificateBase64()};
+    for (const IdentityPtr& issuer : IssuersOf(identity)) {
+        texts.push_back(issuer->CertificateBase64());
+    }
+    return Join(texts, ",");
+}
+
 std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
@@ -342,7 +350,11 @@ std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
     }
     const ChoicePtr choice = CurrentChoice(settings);
     for (const IdentityPtr& identity : choice->candidates) {
-        records.push_back(Join(ListFields(*identity), strFieldSeparator));
+        std::vector<std::string> fields = ListFields(*identity);
+        if (m_store.bListCertificates) {
+            fields.push_back(CertificatesText(identity));
+        }
+        records.push_back(Join(fields, strFieldSeparator));
     }
     return Join(records, strRecordSeparator);
 }

@@ -88,7 +88,9 @@ public:
 
     // One record for each candidate: serial, SHA-256 fingerprint, not before, not after, key algorithm, subject,
     // issuer. Blanks inside names are escaped. With bListAll: one record for each certificate that passes the filters,
-    // and StateText as the last field. If a certificate cannot be read, its other fields are "-".
+    // and StateText as the last field. If a certificate cannot be read, its other fields are "-". With
+    // bListCertificates the last field is the certificate and, with a ChainPart, those of its issuers, as the Base64 of
+    // their DER, separated by commas.
     std::string CertificateList(std::string_view strRecordSeparator, std::string_view strFieldSeparator) const;
 
 private:
@@ -141,6 +143,7 @@ private:
         Identities issuers;
     };
     Identities IssuersOf(const IdentityPtr& signer) const;
+    std::string CertificatesText(const IdentityPtr& identity) const;
     Choice MakeChoice(const SettingsPtr& settings, std::time_t now) const;
     // The choice with the identity that signs.
     ChoicePtr ChooseIdentity(const SettingsPtr& settings) const;

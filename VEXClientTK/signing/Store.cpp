@@ -144,6 +144,7 @@ OpenedStore OpenStore(std::string_view text) {
     if (!bHasKey && !uri.bListAll) {
         throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(store.identities, 0, std::time(nullptr)));
     }
+    store.bListCertificates = uri.bListCertificates;
     if (uri.chain != ChainPart::kNone) {
         store.authorities = FindAuthorities(uri, store.identities, others);
     }

@@ -13,7 +13,8 @@ struct OpenedStore {
     Identities identities;
     bool bListAll = false;  // the certificate list also shows certificates that cannot sign
     ChainPart chain = ChainPart::kNone;
-    Identities authorities = {};  // for the chains; empty with ChainPart::kNone
+    Identities authorities = {};     // for the chains; empty with ChainPart::kNone
+    bool bListCertificates = false;  // the certificate list also has the certificates themselves
 };
 
 // The certificates of the store that the initialisation text (StoreUri.h) names. At least one has its private key,

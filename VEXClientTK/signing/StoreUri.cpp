@@ -153,10 +153,10 @@ void CheckVendorAttribute(std::string_view name, std::string_view value) {
 }
 
 void ParseList(std::string_view value, StoreUri& uri) {
-    if (value != "all" || uri.bListAll) {
-        Malformed("list must be all, and may be given only once");
+    if ((value != "all" && value != "certificates") || uri.bListAll || uri.bListCertificates) {
+        Malformed("list must be all or certificates, and may be given only once");
     }
-    uri.bListAll = true;
+    (value == "all" ? uri.bListAll : uri.bListCertificates) = true;
 }
 
 void ParseChain(std::string_view value, StoreUri& uri) {

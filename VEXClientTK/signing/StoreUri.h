@@ -7,6 +7,7 @@
 //
 // After the "?":
 //   list=all                       the certificate list also shows certificates that cannot sign, and why
+//   list=certificates              each record of the certificate list has the certificate and those of its issuers
 //   chain=store                    a P7 with the signer's certificate also has those of its issuers, without the root
 //   chain=root                     the same, with the root
 //   chain-source=file:/path.pem    certificates of issuers that the store does not have; only with chain
@@ -46,6 +47,7 @@ struct StoreUri {
     std::optional<SecretText> pin;            // pin-value
     std::optional<std::string> strPinSource;  // the path of a file with the PIN
     bool bListAll = false;                    // list=all
+    bool bListCertificates = false;           // list=certificates
     ChainPart chain = ChainPart::kNone;       // chain
     std::string strChainSource;               // the path of chain-source; empty if not given
 };

@@ -125,6 +125,29 @@ TEST_F(ChainTest, IsIncludedOnlyOnRequest) {
     EXPECT_EQ(Included(), (Names{"ca1", "leaf3"}));
 }
 
+TEST_F(ChainTest, IsListedOnRequest) {
+    const std::string strStore = "file:" + MakeStore("leaf4", {"ca1", "leaf4", "ca2", "root"});
+    const auto field = [](const Names& names) {
+        std::string strField;
+        for (const std::string& strName : names) {
+            strField += strField.empty() ? "" : ",";
+            strField += RunCommand(In() + "openssl x509 -in " + strName + ".crt -outform DER | base64 -w0").strOutput;
+        }
+        return strField;
+    };
+    for (const auto& [strAttributes, names] : {std::pair<std::string, Names>{"", {"leaf4"}},
+                                               {"&chain=store", {"leaf4", "ca2", "ca1"}},
+                                               {"&chain=root", {"leaf4", "ca2", "ca1", "root"}}}) {
+        const auto records = ToolkitClient(strStore + "?list=certificates" + strAttributes).Records();
+        ASSERT_EQ(records.size(), 1U);
+        ASSERT_EQ(records[0].size(), 8U);
+        EXPECT_EQ(records[0].back(), field(names)) << strAttributes;
+        auto plain = ToolkitClient(strStore + (strAttributes.empty() ? "" : "?" + strAttributes.substr(1))).Records();
+        plain.at(0).push_back(field(names));
+        EXPECT_EQ(records, plain) << strAttributes;
+    }
+}
+
 TEST_F(ChainTest, IncludesTheRootOnRequest) {
     const ToolkitClient client("file:" + MakeStore("leaf3", {"leaf3", "ca1", "root"}) + "?chain=root");
     ASSERT_TRUE(Sign(client));

@@ -66,6 +66,15 @@ TEST(StoreUri, ListAll) {
     EXPECT_FALSE(ParseStoreUri("pkcs11:?List=all").bListAll) << "a vendor's attribute";
 }
 
+TEST(StoreUri, ListCertificates) {
+    for (const char* pszText : {"demo:?list=certificates", "file:/k?chain=root&list=certificates",
+                                "pkcs11:token=a?list=certificates&module-path=/m"}) {
+        EXPECT_TRUE(ParseStoreUri(pszText).bListCertificates) << pszText;
+        EXPECT_FALSE(ParseStoreUri(pszText).bListAll) << pszText;
+    }
+    EXPECT_FALSE(ParseStoreUri("demo:?list=all").bListCertificates);
+}
+
 TEST(StoreUri, Chain) {
     EXPECT_EQ(ParseStoreUri("file:/k").chain, ChainPart::kNone);
     EXPECT_EQ(ParseStoreUri("demo:?chain=store").chain, ChainPart::kWithoutRoot);
@@ -155,14 +164,18 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"demo:?list=all&pin-source=/p", VCTK_E_URI_MALFORMED}, Refused{"demo:x?list=all", VCTK_E_URI_MALFORMED},
         Refused{"demo:?list=all#", VCTK_E_URI_MALFORMED}, Refused{"file:/k?list=", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?list=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?list=some", VCTK_E_URI_MALFORMED},
-        Refused{"file:/k?list=all&list=all", VCTK_E_URI_MALFORMED}, Refused{"file:", VCTK_E_URI_MALFORMED},
-        Refused{"file:k.p12", VCTK_E_URI_MALFORMED}, Refused{"file:/", VCTK_E_URI_MALFORMED},
-        Refused{"file://host/k", VCTK_E_URI_MALFORMED}, Refused{"file://localhost", VCTK_E_URI_MALFORMED},
-        Refused{"file:/k#f", VCTK_E_URI_MALFORMED}, Refused{"file:/k?pin-value=sEcReT#", VCTK_E_URI_MALFORMED},
-        Refused{"file:/%", VCTK_E_URI_MALFORMED}, Refused{"file:/%4", VCTK_E_URI_MALFORMED},
-        Refused{"file:/%4g", VCTK_E_URI_MALFORMED}, Refused{"file:/%00", VCTK_E_URI_MALFORMED},
-        Refused{"file:/k?", VCTK_E_URI_MALFORMED}, Refused{"file:/k?sEcReT", VCTK_E_URI_MALFORMED},
-        Refused{"file:/k?pin=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"file:/k?pin-value=sEcReT&", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?list=all&list=all", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?list=all&list=certificates", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?list=certificates&list=all", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?list=certificates&list=certificates", VCTK_E_URI_MALFORMED},
+        Refused{"file:", VCTK_E_URI_MALFORMED}, Refused{"file:k.p12", VCTK_E_URI_MALFORMED},
+        Refused{"file:/", VCTK_E_URI_MALFORMED}, Refused{"file://host/k", VCTK_E_URI_MALFORMED},
+        Refused{"file://localhost", VCTK_E_URI_MALFORMED}, Refused{"file:/k#f", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?pin-value=sEcReT#", VCTK_E_URI_MALFORMED}, Refused{"file:/%", VCTK_E_URI_MALFORMED},
+        Refused{"file:/%4", VCTK_E_URI_MALFORMED}, Refused{"file:/%4g", VCTK_E_URI_MALFORMED},
+        Refused{"file:/%00", VCTK_E_URI_MALFORMED}, Refused{"file:/k?", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?sEcReT", VCTK_E_URI_MALFORMED}, Refused{"file:/k?pin=sEcReT", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?pin-value=sEcReT&", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?pin-value=sEcReT%0", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?pin-value=sEcReT%00", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?pin-value=sEcReT&pin-value=1", VCTK_E_URI_MALFORMED},
