@@ -33,6 +33,7 @@ public final class CertificateInfo {
     private final String keyAlgorithm;
     private final String subject;
     private final String issuer;
+    private final String chain;  // null: not listed
 
     private CertificateInfo(String[] fields) {
         serial = new BigInteger(fields[0], 16);
@@ -42,21 +43,27 @@ public final class CertificateInfo {
         keyAlgorithm = fields[4];
         subject = fields[5];
         issuer = fields[6];
+        chain = fields.length == FIELDS ? null : fields[FIELDS];
     }
 
     static List<CertificateInfo> parseList(String list) throws SigningException {
+        return parseList(list, false);
+    }
+
+    /** @param withChains whether each record ends with the certificate and its chain */
+    static List<CertificateInfo> parseList(String list, boolean withChains) throws SigningException {
         List<CertificateInfo> certificates = new ArrayList<>();
         if (!list.isEmpty()) {
             for (String record : list.split("\r\n", -1)) {
-                certificates.add(parse(record));
+                certificates.add(parse(record, withChains ? FIELDS + 1 : FIELDS));
             }
         }
         return Collections.unmodifiableList(certificates);
     }
 
-    private static CertificateInfo parse(String record) throws SigningException {
+    private static CertificateInfo parse(String record, int count) throws SigningException {
         String[] fields = record.split(" ", -1);
-        if (fields.length == FIELDS) {
+        if (fields.length == count) {
             try {
                 return new CertificateInfo(fields);
             } catch (NumberFormatException | DateTimeParseException e) {
@@ -106,7 +113,8 @@ public final class CertificateInfo {
     /**
      * Returns the key's algorithm.
      *
-     * @return {@code RSA} or {@code EC}
+     * @return {@code RSA}, {@code EC}, {@code RSA-PSS} (an RSA key for RSASSA-PSS only), {@code ED25519} or
+     *     {@code ED448}
      */
     public String keyAlgorithm() {
         return keyAlgorithm;
@@ -150,6 +158,11 @@ public final class CertificateInfo {
      */
     public String issuerText() {
         return toText(issuer);
+    }
+
+    /** The certificate and its chain, as Base64 separated by commas; null if the list does not have them. */
+    String chain() {
+        return chain;
     }
 
     /** Two objects are equal if their fingerprints are equal. */

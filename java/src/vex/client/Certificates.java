@@ -10,6 +10,7 @@ import java.security.cert.CertificateException;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
+import java.util.Base64;
 import java.util.Collection;
 import java.util.List;
 
@@ -41,6 +42,23 @@ final class Certificates {
         while (next != null) {
             chain.add(next);
             next = removeIssuer(others, next);
+        }
+        return chain.toArray(new X509Certificate[0]);
+    }
+
+    /** Returns the listed certificates; only the first one if Java cannot read another one. */
+    static X509Certificate[] listed(String list) throws CertificateException {
+        List<X509Certificate> chain = new ArrayList<>();
+        for (String base64 : list.split(",")) {
+            ByteArrayInputStream der = new ByteArrayInputStream(Base64.getDecoder().decode(base64));
+            try {
+                chain.add((X509Certificate) CertificateFactory.getInstance("X.509").generateCertificate(der));
+            } catch (CertificateException e) {
+                if (chain.isEmpty()) {
+                    throw e;
+                }
+                return new X509Certificate[] {chain.get(0)};
+            }
         }
         return chain.toArray(new X509Certificate[0]);
     }

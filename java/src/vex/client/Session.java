@@ -2,8 +2,11 @@ package vex.client;
 
 import java.nio.charset.Charset;
 import java.util.Base64;
+import java.util.Map;
 import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.AtomicInteger;
+import java.util.concurrent.locks.ReentrantLock;
 import vex.jni.TAVClientJNI;
 import vex.jni.VCTKError;
 
@@ -16,11 +19,15 @@ import vex.jni.VCTKError;
  */
 final class Session {
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
+    private static final Map<String, Boolean> KNOWN_ATTRIBUTES = new ConcurrentHashMap<>();
 
     /** The natives refuse longer texts without giving a reason. */
     static final int MAX_CHARACTERS = (Integer.MAX_VALUE - 4) / 4;
     /** The number of bytes whose Base64 form has MAX_CHARACTERS. */
     static final int MAX_BYTES = MAX_CHARACTERS / 4 * 3;
+
+    /** Of a toolkit that knows names for digests given as such. Other toolkits are never asked to go back to it. */
+    private static final String DEFAULT_DIGEST = "SHA-256";
 
     private static final int CLOSED = Integer.MIN_VALUE;
 
@@ -28,6 +35,13 @@ final class Session {
     private final int chooseSingle;
     /** Whether signatures can contain the certificates of the signer's issuers. */
     private final boolean hasChain;
+    /**
+     * Held from the setting of the digest algorithm to the end of a signature with it. This costs no time: the toolkit
+     * makes the signatures of one handle one after the other.
+     */
+    private final ReentrantLock digestLock = new ReentrantLock();
+    private String digest;  // guarded by digestLock; null: never set, so that the toolkit's own default signs
+    private final Set<String> knownDigests = ConcurrentHashMap.newKeySet();
     /** The number of calls in progress. The sign bit is set when the session is closed. */
     private final AtomicInteger state = new AtomicInteger();
 
@@ -48,9 +62,10 @@ final class Session {
             return open(store, chooseSingle, false);
         }
         if (!StoreText.hasChain(store)) {
-            return open(Chains.KNOWN ? StoreText.withAttribute(store, chain) : store, chooseSingle, Chains.KNOWN);
+            boolean known = knowsAttribute("chain=store");
+            return open(known ? StoreText.withAttribute(store, chain) : store, chooseSingle, known);
         }
-        if (!Chains.KNOWN) {
+        if (!knowsAttribute("chain=store")) {
             throw SigningException.of(VCTKError.INVALID_ARGUMENT,
                 "the toolkit cannot include a chain; open the store without chainFile, withChain and chain=");
         }
@@ -58,16 +73,14 @@ final class Session {
     }
 
     /** Asks the toolkit once, with a store that does not exist: so no PIN is tried. */
-    private static final class Chains {
-        static final boolean KNOWN = areKnown();
-
-        private static boolean areKnown() {
-            long handle = NATIVES.Initialize(null, "file:/proc/no-such-store?chain=store");
+    static boolean knowsAttribute(String attribute) {
+        return KNOWN_ATTRIBUTES.computeIfAbsent(attribute, unknown -> {
+            long handle = NATIVES.Initialize(null, "file:/proc/no-such-store?" + unknown);
             if (handle != 0) {
                 NATIVES.Finalize(handle);
             }
             return handle == 0 && NATIVES.GetLastError(0) == VCTKError.STORE_NOT_FOUND;
-        }
+        });
     }
 
     private static Session open(String store, boolean chooseSingle, boolean hasChain) throws SigningException {
@@ -88,9 +101,34 @@ final class Session {
         return session;
     }
 
+    /** Sets the digest algorithm, for signatures that name none. */
     void setDigest(String name) throws SigningException {
-        String digest = requireText("The digest algorithm", name);
-        setting("Digest algorithm \"" + name + "\"", natives -> natives.SetDigestAlg(handle, digest));
+        digestLock.lock();
+        try {
+            applyDigest(name);
+        } finally {
+            digestLock.unlock();
+        }
+    }
+
+    /** Whether the toolkit has this name of a digest algorithm. A refusal changes nothing. */
+    boolean knowsDigest(String name) {
+        if (knownDigests.contains(name)) {
+            return true;
+        }
+        try {
+            setDigest(name);
+            return true;
+        } catch (SigningException e) {
+            return false;
+        }
+    }
+
+    private void applyDigest(String name) throws SigningException {
+        String checked = requireText("The digest algorithm", name);
+        setting("Digest algorithm \"" + name + "\"", natives -> natives.SetDigestAlg(handle, checked));
+        digest = name;
+        knownDigests.add(name);
     }
 
     void addFilter(Filter filter) throws SigningException {
@@ -103,26 +141,27 @@ final class Session {
         setting("Clearing the filters", natives -> natives.ClearFilter(handle));
     }
 
-    byte[] signP1(String text) throws SigningException {
+    /** @param digestName as the toolkit takes it; null for its default */
+    byte[] signP1(String digestName, String text) throws SigningException {
         String checked = requireText("The text", text);
-        return signature(natives -> natives.P1SignString(handle, checked));
+        return signature(digestName, natives -> natives.P1SignString(handle, checked));
     }
 
-    byte[] signP1(byte[] data) throws SigningException {
+    byte[] signP1(String digestName, byte[] data) throws SigningException {
         String base64 = toBase64(data);
-        return signature(natives -> natives.P1Sign(handle, base64));
+        return signature(digestName, natives -> natives.P1Sign(handle, base64));
     }
 
-    byte[] signP7(String text, Set<CmsOption> options) throws SigningException {
+    byte[] signP7(String digestName, String text, Set<CmsOption> options) throws SigningException {
         String checked = requireText("The text", text);
         int certificates = certificates(options);
-        return signature(natives -> natives.P7SignString(handle, checked, detached(options), certificates));
+        return signature(digestName, natives -> natives.P7SignString(handle, checked, detached(options), certificates));
     }
 
-    byte[] signP7(byte[] data, Set<CmsOption> options) throws SigningException {
+    byte[] signP7(String digestName, byte[] data, Set<CmsOption> options) throws SigningException {
         String base64 = toBase64(data);
         int certificates = certificates(options);
-        return signature(natives -> natives.P7Sign(handle, base64, detached(options), certificates));
+        return signature(digestName, natives -> natives.P7Sign(handle, base64, detached(options), certificates));
     }
 
     private static int detached(Set<CmsOption> options) {
@@ -205,8 +244,17 @@ final class Session {
         }
     }
 
-    private byte[] signature(Text call) throws SigningException {
-        return Base64.getDecoder().decode(text(call));
+    private byte[] signature(String digestName, Text call) throws SigningException {
+        digestLock.lock();
+        try {
+            String wanted = digestName == null && digest != null ? DEFAULT_DIGEST : digestName;
+            if (wanted != null && !wanted.equals(digest)) {
+                applyDigest(wanted);
+            }
+            return Base64.getDecoder().decode(text(call));
+        } finally {
+            digestLock.unlock();
+        }
     }
 
     /** The exception for the failed call that the calling thread has just made. */
@@ -270,9 +318,13 @@ final class Session {
         return !charset.canEncode() || charset.newEncoder().canEncode(text);
     }
 
+    static SigningException empty() {
+        return SigningException.of(VCTKError.DATA_EMPTY, "the data to sign has no bytes");
+    }
+
     private static String toBase64(byte[] data) throws SigningException {
         if (data.length == 0) {
-            throw SigningException.of(VCTKError.DATA_EMPTY, "the data to sign has no bytes");
+            throw empty();
         }
         if (data.length > MAX_BYTES) {
             throw SigningException.of(VCTKError.TOO_LARGE, "the data to sign has more than " + MAX_BYTES + " bytes");

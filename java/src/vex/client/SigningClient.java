@@ -1,5 +1,7 @@
 package vex.client;
 
+import java.io.IOException;
+import java.io.InputStream;
 import java.math.BigInteger;
 import java.nio.file.Path;
 import java.security.cert.CertificateEncodingException;
@@ -26,9 +28,10 @@ import javax.security.auth.x500.X500Principal;
  * }</pre>
  *
  * <h2>Signatures</h2>
- * {@code signPkcs1} makes a bare signature: RSASSA-PKCS1-v1_5 with an RSA key, ECDSA in DER with an EC key.
- * {@link java.security.Signature} verifies both. {@code signCms} makes CMS SignedData in DER. The results are bytes;
- * {@link java.util.Base64} converts them to text.
+ * {@code signPkcs1} and {@code signDigest} make a bare signature: RSASSA-PKCS1-v1_5 with an RSA key, or RSASSA-PSS if
+ * the client's digest or the certificate says so; ECDSA in DER with an EC key; RFC 8032 with an Ed25519 or Ed448 key.
+ * {@link java.security.Signature} verifies all of them. {@code signCms} makes CMS SignedData in DER. The results are
+ * bytes; {@link java.util.Base64} converts them to text.
  *
  * <h2>Text and bytes</h2>
  * Signing a text signs its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL}, {@code LC_CTYPE} or
@@ -50,10 +53,14 @@ import javax.security.auth.x500.X500Principal;
  */
 public final class SigningClient implements AutoCloseable {
     final Session session;
+    private final String digest;
+    private final ContentSigner content;
     private final Reaper.Ticket ticket;
 
-    private SigningClient(Session session) {
+    private SigningClient(Session session, String digest) {
         this.session = session;
+        this.digest = digest;
+        content = new ContentSigner(session, digest);
         ticket = Reaper.register(this, session);
     }
 
@@ -84,24 +91,37 @@ public final class SigningClient implements AutoCloseable {
      * Makes a bare signature of a text.
      *
      * @param text the text; see above which texts are refused
-     * @return RSASSA-PKCS1-v1_5, or ECDSA in DER
+     * @return a bare signature
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signPkcs1(String text) throws SigningException {
-        return session.signP1(text);
+        return session.signP1(digest, text);
     }
 
     /**
      * Makes a bare signature of data.
      *
      * @param data at least one byte, at most 402,653,181
-     * @return RSASSA-PKCS1-v1_5, or ECDSA in DER
+     * @return a bare signature
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signPkcs1(byte[] data) throws SigningException {
-        return session.signP1(data);
+        return session.signP1(digest, data);
+    }
+
+    /**
+     * Makes a bare signature of a digest that the caller has computed. <strong>It signs what it cannot see.</strong>
+     *
+     * @param value of the client's digest algorithm, SHA-256 if none is set
+     * @return a signature of the data
+     * @throws SigningException if it cannot be signed: also if it has another length than the algorithm's, if the
+     *     toolkit does not sign digests, and with an Ed25519 or Ed448 key
+     * @throws IllegalStateException if the client is closed
+     */
+    public byte[] signDigest(byte[] value) throws SigningException {
+        return content.signDigest(value);
     }
 
     /**
@@ -114,7 +134,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCms(String text, CmsOption... options) throws SigningException {
-        return session.signP7(text, toSet(options));
+        return session.signP7(digest, text, toSet(options));
     }
 
     /**
@@ -127,7 +147,43 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCms(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(data, toSet(options));
+        return session.signP7(digest, data, toSet(options));
+    }
+
+    /**
+     * Makes a CMS signature of a file. A detached signature reads it once, in pieces, so it may have any size. One with
+     * the content reads it twice and has it in memory once, so the limit is nearly 2 GiB. The data is collected, and
+     * has at most 402,653,181 bytes, if the toolkit does not sign digests, if this Java does not have the digest
+     * algorithm, and if a certificate that passes the filters has an Ed25519 or Ed448 key.
+     *
+     * @param file at least one byte
+     * @param options without options, the signature contains the data and no certificate
+     * @return CMS SignedData in DER
+     * @throws IOException if the file cannot be read, or changes between the two times
+     * @throws SigningException if it cannot be signed
+     * @throws IllegalStateException if the client is closed
+     */
+    public byte[] signCms(Path file, CmsOption... options) throws IOException, SigningException {
+        return content.sign(file, toSet(options));
+    }
+
+    /**
+     * Makes a detached CMS signature of the rest of a stream, which is read like a file.
+     *
+     * @param stream at least one byte; it is read to its end and not closed
+     * @param options one of them is {@link CmsOption#DETACHED}
+     * @return CMS SignedData in DER
+     * @throws IOException if the stream cannot be read
+     * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options do not include {@code DETACHED}
+     * @throws IllegalStateException if the client is closed
+     */
+    public byte[] signCms(InputStream stream, CmsOption... options) throws IOException, SigningException {
+        Set<CmsOption> set = toSet(options);
+        if (!set.contains(CmsOption.DETACHED)) {
+            throw new IllegalArgumentException("A stream is signed detached only; add CmsOption.DETACHED");
+        }
+        return content.sign(stream, set);
     }
 
     /**
@@ -209,11 +265,17 @@ public final class SigningClient implements AutoCloseable {
         /**
          * Sets the digest algorithm. The default is SHA-256.
          *
-         * @param name an algorithm of the SHA-2 or SHA-3 family, for example {@code SHA-384}
+         * @param name an algorithm of the SHA-2 or SHA-3 family, for example {@code SHA-384}. With {@code /PSS} behind
+         *     it, RSA keys sign with RSASSA-PSS, with the same digest in MGF1 and a salt as long as it. Ed25519 and
+         *     Ed448 keys have their own digest
          * @return this
+         * @throws IllegalArgumentException if the name begins with {@code prehashed:}; {@link #signDigest} does this
          */
         public Builder digest(String name) {
-            digest = Objects.requireNonNull(name, "name");
+            if (name.regionMatches(true, 0, DigestName.PREHASHED, 0, DigestName.PREHASHED.length())) {
+                throw new IllegalArgumentException("The client signs data; call signDigest to sign a digest");
+            }
+            digest = name;
             return this;
         }
 
@@ -301,7 +363,7 @@ public final class SigningClient implements AutoCloseable {
         /**
          * Filter: the key has this algorithm.
          *
-         * @param name {@code RSA} or {@code EC}
+         * @param name as {@link CertificateInfo#keyAlgorithm} returns it
          * @return this
          */
         public Builder keyAlgorithm(String name) {
@@ -386,7 +448,7 @@ public final class SigningClient implements AutoCloseable {
                 for (Filter filter : filters) {
                     session.addFilter(filter);
                 }
-                return new SigningClient(session);
+                return new SigningClient(session, digest);
             } catch (SigningException | RuntimeException | Error e) {
                 session.close();
                 throw e;

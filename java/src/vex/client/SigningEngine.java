@@ -1,6 +1,5 @@
 package vex.client;
 
-import java.io.ByteArrayOutputStream;
 import java.security.AlgorithmParameters;
 import java.security.InvalidAlgorithmParameterException;
 import java.security.InvalidKeyException;
@@ -11,61 +10,94 @@ import java.security.SignatureException;
 import java.security.SignatureSpi;
 import java.security.spec.AlgorithmParameterSpec;
 
-/** Collects the data, which the toolkit signs in one call. Like every Signature, for one thread at a time. */
-final class SigningEngine extends SignatureSpi {
-    private final String keyAlgorithm;
-    private final String digest;
-    private final ByteArrayOutputStream data = new ByteArrayOutputStream();
+/** A signature algorithm with the toolkit's keys. Like every Signature, for one thread at a time. */
+abstract class SigningEngine extends SignatureSpi {
     private SigningKey key;
+    private Message message;  // null: the parameters that it needs are not set
 
-    SigningEngine(String keyAlgorithm, String digest) {
-        this.keyAlgorithm = keyAlgorithm;
-        this.digest = digest;
+    /** Whether the algorithm is for keys of this kind. */
+    abstract boolean fits(SigningKey candidate);
+
+    /**
+     * Begins a message.
+     *
+     * @param signer fits
+     * @return null if the parameters that the algorithm needs are not set
+     * @throws InvalidKeyException if the toolkit, or the key, does not offer the algorithm with its parameters
+     */
+    abstract Message newMessage(SigningKey signer) throws InvalidKeyException;
+
+    /** Converts the toolkit's signature to the form of the algorithm. */
+    byte[] convert(SigningKey signer, byte[] signature) throws SigningException {
+        return signature;
     }
 
     @Override
-    protected void engineInitSign(PrivateKey privateKey) throws InvalidKeyException {
+    protected final void engineInitSign(PrivateKey privateKey) throws InvalidKeyException {
         key = null;
-        data.reset();
-        if (!(privateKey instanceof SigningKey)) {
+        message = null;
+        SigningKey candidate = SigningKey.from(privateKey);
+        if (candidate == null) {
             throw new InvalidKeyException("The key is not from a KeyStore of the type " + SigningProvider.KEY_STORE_TYPE
                 + "; leave the provider out of Signature.getInstance for other keys");
         }
-        if (!privateKey.getAlgorithm().equals(keyAlgorithm)) {
-            throw new InvalidKeyException("This algorithm needs an " + keyAlgorithm + " key, not the " + privateKey);
+        if (!fits(candidate)) {
+            throw new InvalidKeyException("The algorithm does not fit the " + candidate);
         }
-        key = (SigningKey) privateKey;
+        message = newMessage(candidate);
+        key = candidate;
     }
 
     @Override
-    protected void engineInitVerify(PublicKey publicKey) throws InvalidKeyException {
+    protected final void engineInitVerify(PublicKey publicKey) throws InvalidKeyException {
         throw new InvalidKeyException(SigningProvider.NAME + " does not verify signatures; leave the provider out of"
             + " Signature.getInstance for verifying");
     }
 
     @Override
-    protected void engineUpdate(byte b) {
-        data.write(b);
+    protected final void engineUpdate(byte b) throws SignatureException {
+        engineUpdate(new byte[] {b}, 0, 1);
     }
 
     @Override
-    protected void engineUpdate(byte[] bytes, int offset, int length) {
-        data.write(bytes, offset, length);
-    }
-
-    @Override
-    protected byte[] engineSign() throws SignatureException {
-        byte[] bytes = data.toByteArray();
-        data.reset();
+    protected final void engineUpdate(byte[] bytes, int offset, int length) throws SignatureException {
         try {
-            return key.sign(digest, bytes);
+            message().update(bytes, offset, length);
         } catch (SigningException e) {
             throw new SignatureException(e.getMessage(), e);
         }
     }
 
     @Override
-    protected boolean engineVerify(byte[] signature) throws SignatureException {
+    protected final byte[] engineSign() throws SignatureException {
+        try {
+            return convert(key, message().sign(key));
+        } catch (SigningException e) {
+            throw new SignatureException(e.getMessage(), e);
+        }
+    }
+
+    private Message message() throws SignatureException {
+        if (message == null) {
+            throw new SignatureException("RSASSA-PSS needs parameters; call setParameter with a PSSParameterSpec");
+        }
+        return message;
+    }
+
+    /** Begins the message again, with changed parameters. */
+    final void restart() throws InvalidKeyException {
+        if (key != null) {
+            message = newMessage(key);
+        }
+    }
+
+    /** Whether a part of the message is known already. */
+    final boolean isUpdated() {
+        return message != null && !message.isEmpty();
+    }
+
+    @Override
+    protected final boolean engineVerify(byte[] signature) throws SignatureException {
         throw new SignatureException(SigningProvider.NAME + " does not verify signatures");
     }
 
@@ -84,13 +116,13 @@ final class SigningEngine extends SignatureSpi {
 
     @Override
     @Deprecated
-    protected void engineSetParameter(String name, Object value) {
+    protected final void engineSetParameter(String name, Object value) {
         throw new InvalidParameterException("The algorithm has no parameter " + name);
     }
 
     @Override
     @Deprecated
-    protected Object engineGetParameter(String name) {
+    protected final Object engineGetParameter(String name) {
         throw new InvalidParameterException("The algorithm has no parameter " + name);
     }
 }

@@ -2,6 +2,10 @@ package vex.client;
 
 import java.io.NotSerializableException;
 import java.io.ObjectOutputStream;
+import java.lang.reflect.InvocationHandler;
+import java.lang.reflect.InvocationTargetException;
+import java.lang.reflect.Method;
+import java.lang.reflect.Proxy;
 import java.math.BigInteger;
 import java.security.InvalidKeyException;
 import java.security.PrivateKey;
@@ -12,12 +16,19 @@ import java.security.interfaces.RSAKey;
 import java.security.interfaces.RSAPublicKey;
 import java.security.spec.AlgorithmParameterSpec;
 import java.security.spec.ECParameterSpec;
+import java.util.Arrays;
+import java.util.Optional;
 
 /**
  * A private key that stays in the toolkit. It has no encoded form, works with {@link SigningProvider} only, and keeps
  * its store open. Any thread may use it.
  */
 abstract class SigningKey implements PrivateKey {
+    static final String RSA = "RSA";
+    /** The key is restricted to this algorithm, and perhaps to parameters of it. */
+    static final String RSASSA_PSS = "RSASSA-PSS";
+    static final String EC = "EC";
+
     private static final long serialVersionUID = 1L;
 
     private final transient StoreSession store;
@@ -30,18 +41,47 @@ abstract class SigningKey implements PrivateKey {
         this.algorithm = algorithm;
     }
 
+    /** Returns a key with the algorithm that Java names for the public key. KeyStore requires them to be equal. */
     static SigningKey of(StoreSession store, String fingerprint, PublicKey publicKey) throws InvalidKeyException {
         if (publicKey instanceof RSAPublicKey) {
-            return new Rsa(store, fingerprint, ((RSAPublicKey) publicKey).getModulus());
+            return new Rsa(store, fingerprint, (RSAPublicKey) publicKey);
         }
         if (publicKey instanceof ECPublicKey) {
             return new Ec(store, fingerprint, ((ECPublicKey) publicKey).getParams());
+        }
+        String curve = Edwards.curveOf(publicKey);
+        if (curve != null) {
+            return new Edwards(store, fingerprint, publicKey.getAlgorithm(), curve);
         }
         throw new InvalidKeyException(
             "This Java has no provider for the certificate's " + publicKey.getAlgorithm() + " key");
     }
 
-    byte[] sign(String digest, byte[] data) throws SigningException {
+    /** Null: the key is not from this package. */
+    static SigningKey from(Object key) {
+        if (key instanceof SigningKey) {
+            return (SigningKey) key;
+        }
+        boolean proxy = key != null && Proxy.isProxyClass(key.getClass());
+        InvocationHandler handler = proxy ? Proxy.getInvocationHandler(key) : null;
+        return handler instanceof Edwards.Shown ? ((Edwards.Shown) handler).key() : null;
+    }
+
+    /** The object that programs get: it has the interfaces that they expect of such a key. */
+    PrivateKey shown() {
+        return this;
+    }
+
+    final boolean isFor(String name) {
+        return algorithm.equals(name);
+    }
+
+    /** Whether the toolkit has this name for a way to sign. */
+    final boolean knowsDigest(String digest) {
+        return store.knowsDigest(digest);
+    }
+
+    final byte[] sign(String digest, byte[] data) throws SigningException {
         return store.sign(fingerprint, digest, data);
     }
 
@@ -81,16 +121,29 @@ abstract class SigningKey implements PrivateKey {
         private static final long serialVersionUID = 1L;
 
         private final transient BigInteger modulus;
+        private final transient AlgorithmParameterSpec parameters;
 
-        Rsa(StoreSession store, String fingerprint, BigInteger modulus) {
-            super(store, fingerprint, "RSA");
-            this.modulus = modulus;
+        Rsa(StoreSession store, String fingerprint, RSAPublicKey publicKey) {
+            super(store, fingerprint, publicKey.getAlgorithm());
+            modulus = publicKey.getModulus();
+            parameters = parametersOf(publicKey);
         }
 
-        /** Null: the key is not restricted to RSASSA-PSS. */
+        /** RSAKey has this method from Java 11 on, and in the last releases of Java 8. */
+        private static AlgorithmParameterSpec parametersOf(RSAPublicKey publicKey) {
+            try {
+                return (AlgorithmParameterSpec) RSAKey.class.getMethod("getParams").invoke(publicKey);
+            } catch (NoSuchMethodException e) {
+                return null;
+            } catch (ReflectiveOperationException e) {
+                throw new IllegalStateException("The parameters of an RSA key cannot be read", e);
+            }
+        }
+
+        /** Null: the key is not restricted to parameters of RSASSA-PSS. */
         @Override
         public AlgorithmParameterSpec getParams() {
-            return null;
+            return parameters;
         }
 
         @Override
@@ -100,19 +153,104 @@ abstract class SigningKey implements PrivateKey {
     }
 
     /** Shows its curve. */
-    private static final class Ec extends SigningKey implements ECKey {
+    static final class Ec extends SigningKey implements ECKey {
         private static final long serialVersionUID = 1L;
 
         private final transient ECParameterSpec parameters;
 
-        Ec(StoreSession store, String fingerprint, ECParameterSpec parameters) {
-            super(store, fingerprint, "EC");
+        private Ec(StoreSession store, String fingerprint, ECParameterSpec parameters) {
+            super(store, fingerprint, EC);
             this.parameters = parameters;
         }
 
         @Override
         public ECParameterSpec getParams() {
             return parameters;
+        }
+    }
+
+    /**
+     * A key for Ed25519 or Ed448. Programs get it as EdECPrivateKey, by which Java's tools tell the curve. Java has the
+     * interface from version 15 on, so a proxy implements it.
+     */
+    static final class Edwards extends SigningKey {
+        private static final long serialVersionUID = 1L;
+        private static final String[] CURVES = {"Ed25519", "Ed448"};
+        /** SubjectPublicKeyInfo of RFC 8410 up to the last byte of the OID 1.3.101.112 or 1.3.101.113. */
+        private static final byte[][] HEADS = {
+            {0x30, 0x2a, 0x30, 0x05, 0x06, 0x03, 0x2b, 0x65, 0x70},
+            {0x30, 0x43, 0x30, 0x05, 0x06, 0x03, 0x2b, 0x65, 0x71},
+        };
+
+        private final transient String curve;
+
+        private Edwards(StoreSession store, String fingerprint, String algorithm, String curve) {
+            super(store, fingerprint, algorithm);
+            this.curve = curve;
+        }
+
+        /** Null: it is another kind of key, or this Java cannot verify with it. */
+        static String curveOf(PublicKey publicKey) {
+            String algorithm = publicKey.getAlgorithm();
+            byte[] encoded = publicKey.getEncoded();
+            for (int i = 0; i < CURVES.length; ++i) {
+                if ((algorithm.equals("EdDSA") || algorithm.equals(CURVES[i])) && encoded != null
+                    && encoded.length > HEADS[i].length
+                    && Arrays.equals(Arrays.copyOf(encoded, HEADS[i].length), HEADS[i])) {
+                    return CURVES[i];
+                }
+            }
+            return null;
+        }
+
+        String curve() {
+            return curve;
+        }
+
+        /** Null if this Java has no class for them. */
+        @Override
+        public AlgorithmParameterSpec getParams() {
+            try {
+                return (AlgorithmParameterSpec) Class.forName("java.security.spec.NamedParameterSpec")
+                    .getConstructor(String.class).newInstance(curve);
+            } catch (ReflectiveOperationException e) {
+                return null;
+            }
+        }
+
+        @Override
+        PrivateKey shown() {
+            try {
+                Class<?> type = Class.forName("java.security.interfaces.EdECPrivateKey");
+                return (PrivateKey) Proxy.newProxyInstance(
+                    SigningKey.class.getClassLoader(), new Class<?>[] {type}, new Shown());
+            } catch (ClassNotFoundException e) {
+                return this;
+            }
+        }
+
+        /** The EdECPrivateKey's methods. */
+        final class Shown implements InvocationHandler {
+            SigningKey key() {
+                return Edwards.this;
+            }
+
+            @Override
+            public Object invoke(Object proxy, Method method, Object[] arguments) throws Throwable {
+                switch (method.getName()) {
+                    case "getBytes":
+                        return Optional.empty();
+                    case "equals":
+                        return proxy == arguments[0];
+                    default:
+                        break;
+                }
+                try {
+                    return Edwards.class.getMethod(method.getName()).invoke(Edwards.this);
+                } catch (InvocationTargetException e) {
+                    throw e.getCause();
+                }
+            }
         }
     }
 }

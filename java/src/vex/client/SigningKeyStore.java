@@ -10,6 +10,7 @@ import java.security.Key;
 import java.security.KeyStore;
 import java.security.KeyStoreException;
 import java.security.KeyStoreSpi;
+import java.security.PrivateKey;
 import java.security.UnrecoverableKeyException;
 import java.security.cert.Certificate;
 import java.security.cert.X509Certificate;
@@ -45,11 +46,11 @@ final class SigningKeyStore extends KeyStoreSpi {
     private Date loaded = new Date(0);
 
     private static final class Entry {
-        final SigningKey key;
+        final PrivateKey key;
         /** The certificate of the key is the first. */
         final X509Certificate[] chain;
 
-        Entry(SigningKey key, X509Certificate[] chain) {
+        Entry(PrivateKey key, X509Certificate[] chain) {
             this.key = key;
             this.chain = chain;
         }
@@ -100,9 +101,9 @@ final class SigningKeyStore extends KeyStoreSpi {
             for (CertificateInfo info : session.certificates()) {
                 String alias = toAlias(info.fingerprint());
                 try {
-                    X509Certificate[] chain = session.chain(info.fingerprint());
+                    X509Certificate[] chain = session.chain(info);
                     SigningKey key = SigningKey.of(session, info.fingerprint(), chain[0].getPublicKey());
-                    found.put(alias, new Entry(key, chain));
+                    found.put(alias, new Entry(key.shown(), chain));
                 } catch (GeneralSecurityException e) {
                     failed.put(alias, e);
                 }

@@ -1,11 +1,11 @@
 package vex.client;
 
-import java.security.Key;
 import java.security.NoSuchAlgorithmException;
 import java.security.Provider;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
+import java.util.function.Supplier;
 
 /**
  * Offers the toolkit's certificates and keys to programs that use {@code java.security}: a
@@ -30,7 +30,8 @@ import java.util.List;
  *     anywhere;
  * <li>{@code (null, pin)}, or another LoadStoreParameter: opens the store that was given to the provider.
  * </ul>
- * To get each certificate, loading signs a fixed text with its key and throws the signature away. A key is passed
+ * To get each certificate, loading signs a fixed text with its key and throws the signature away (not with Ed25519 and
+ * Ed448 keys, whose certificates the toolkit lists). A key is passed
  * over if this fails or if Java cannot read the certificate. It then has no alias; {@code getKey} and {@code getEntry}
  * with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the reason as its
  * cause. The reason is also logged as a warning ({@code java.util.logging}, logger
@@ -42,9 +43,19 @@ import java.util.List;
  * whose code then runs in this process. Never take a URI from input.
  *
  * <h2>Signature</h2>
- * SHA-2 and SHA-3 {@code withRSA} (RSASSA-PKCS1-v1_5) and {@code withECDSA} (DER), only for signing and only with this
- * provider's keys. They collect the data in memory and refuse empty data. {@code Signature.getInstance} without a
- * provider selects this provider for its keys, and another one for other keys and for verifying.
+ * Only for signing, and only with this provider's keys:
+ * <ul>
+ * <li>{@code SHA256withRSA} (RSASSA-PKCS1-v1_5), {@code SHA256withRSAandMGF1} (RSASSA-PSS), {@code SHA256withECDSA}
+ *     (DER) and {@code SHA256withECDSAinP1363Format}, and the same with the other SHA-2 and SHA-3 digests;
+ * <li>{@code RSASSA-PSS} with a {@link java.security.spec.PSSParameterSpec}: the same digest in MGF1, a salt as long as
+ *     it. Other parameters are refused. Keys whose certificate has parameters need none;
+ * <li>{@code NONEwithRSA}, {@code NONEwithECDSA} and {@code NONEwithECDSAinP1363Format}, which sign the bytes given;
+ * <li>{@code Ed25519}, {@code Ed448} and {@code EdDSA}.
+ * </ul>
+ * {@code update} digests the data. Only {@code Ed25519}, {@code Ed448} and toolkits that cannot sign a digest need the
+ * data itself: it is then collected in memory, {@code update} refuses more than 402,653,181 bytes, and {@code sign}
+ * refuses empty data. {@code Signature.getInstance} without a provider selects this provider for its keys, and another
+ * one for other keys and for verifying.
  *
  * <p>Any thread may use a provider, a loaded KeyStore and a key. Signatures with keys of one loaded KeyStore are made
  * one after the other, so threads that sign a lot are faster with a KeyStore each.
@@ -59,17 +70,21 @@ public final class SigningProvider extends Provider {
     private static final long serialVersionUID = 1L;
     private static final double VERSION = 1.0;
 
-    /** A digest, and the OIDs of its signature algorithms with RSA and with ECDSA. */
-    private static final String[][] DIGESTS = {
-        {"SHA224", "1.2.840.113549.1.1.14", "1.2.840.10045.4.3.1"},
-        {"SHA256", "1.2.840.113549.1.1.11", "1.2.840.10045.4.3.2"},
-        {"SHA384", "1.2.840.113549.1.1.12", "1.2.840.10045.4.3.3"},
-        {"SHA512", "1.2.840.113549.1.1.13", "1.2.840.10045.4.3.4"},
-        {"SHA3-224", "2.16.840.1.101.3.4.3.13", "2.16.840.1.101.3.4.3.9"},
-        {"SHA3-256", "2.16.840.1.101.3.4.3.14", "2.16.840.1.101.3.4.3.10"},
-        {"SHA3-384", "2.16.840.1.101.3.4.3.15", "2.16.840.1.101.3.4.3.11"},
-        {"SHA3-512", "2.16.840.1.101.3.4.3.16", "2.16.840.1.101.3.4.3.12"},
+    /** A digest, and the OIDs of its signature algorithms with RSA and with ECDSA; null: Java has no such algorithm. */
+    private static final Object[][] DIGESTS = {
+        {DigestName.SHA_224, "1.2.840.113549.1.1.14", "1.2.840.10045.4.3.1"},
+        {DigestName.SHA_256, "1.2.840.113549.1.1.11", "1.2.840.10045.4.3.2"},
+        {DigestName.SHA_384, "1.2.840.113549.1.1.12", "1.2.840.10045.4.3.3"},
+        {DigestName.SHA_512, "1.2.840.113549.1.1.13", "1.2.840.10045.4.3.4"},
+        {DigestName.SHA_512_224, "1.2.840.113549.1.1.15", null},
+        {DigestName.SHA_512_256, "1.2.840.113549.1.1.16", null},
+        {DigestName.SHA3_224, "2.16.840.1.101.3.4.3.13", "2.16.840.1.101.3.4.3.9"},
+        {DigestName.SHA3_256, "2.16.840.1.101.3.4.3.14", "2.16.840.1.101.3.4.3.10"},
+        {DigestName.SHA3_384, "2.16.840.1.101.3.4.3.15", "2.16.840.1.101.3.4.3.11"},
+        {DigestName.SHA3_512, "2.16.840.1.101.3.4.3.16", "2.16.840.1.101.3.4.3.12"},
     };
+    /** Behind the name of an ECDSA algorithm: the signature is r and s without DER. */
+    private static final String P1363 = "inP1363Format";
 
     private final transient String defaultStore;
 
@@ -88,10 +103,30 @@ public final class SigningProvider extends Provider {
         super(NAME, VERSION, "Signs with the certificates of the signing toolkit");
         defaultStore = store;
         putService(new KeyStoreService(this));
-        for (String[] digest : DIGESTS) {
-            putService(new SignatureService(this, digest[0], "RSA", digest[0] + "withRSA", digest[1]));
-            putService(new SignatureService(this, digest[0], "EC", digest[0] + "withECDSA", digest[2]));
+        for (Object[] row : DIGESTS) {
+            offer((DigestName) row[0], (String) row[1], (String) row[2]);
         }
+        offer("RSASSA-PSS", "1.2.840.113549.1.1.10", () -> new SigningEngines.Pss(null));
+        offer("NONEwithRSA", null, SigningEngines.RawRsa::new);
+        offer("NONEwithECDSA", null, () -> new SigningEngines.Ecdsa(null, false));
+        offer("NONEwithECDSA" + P1363, null, () -> new SigningEngines.Ecdsa(null, true));
+        offer("EdDSA", null, () -> new SigningEngines.Edwards(null));
+        offer("Ed25519", "1.3.101.112", () -> new SigningEngines.Edwards("Ed25519"));
+        offer("Ed448", "1.3.101.113", () -> new SigningEngines.Edwards("Ed448"));
+    }
+
+    private void offer(DigestName digest, String rsaOid, String ecdsaOid) {
+        String name = digest.inSignatures();
+        offer(name + "withRSA", rsaOid, () -> new SigningEngines.Rsa(digest));
+        offer(name + "withRSAandMGF1", null, () -> new SigningEngines.Pss(digest));
+        if (ecdsaOid != null) {
+            offer(name + "withECDSA", ecdsaOid, () -> new SigningEngines.Ecdsa(digest, false));
+            offer(name + "withECDSA" + P1363, null, () -> new SigningEngines.Ecdsa(digest, true));
+        }
+    }
+
+    private void offer(String algorithm, String oid, Supplier<SigningEngine> engine) {
+        putService(new SignatureService(this, algorithm, oid, engine));
     }
 
     /**
@@ -120,17 +155,15 @@ public final class SigningProvider extends Provider {
     }
 
     private static final class SignatureService extends Service {
-        private final String digest;
-        private final String keyAlgorithm;
+        private final Supplier<SigningEngine> engine;
 
-        SignatureService(Provider provider, String digest, String keyAlgorithm, String algorithm, String oid) {
+        SignatureService(Provider provider, String algorithm, String oid, Supplier<SigningEngine> engine) {
             super(provider, "Signature", algorithm, SigningEngine.class.getName(), aliases(oid), null);
-            this.digest = digest;
-            this.keyAlgorithm = keyAlgorithm;
+            this.engine = engine;
         }
 
         private static List<String> aliases(String oid) {
-            return new ArrayList<>(Arrays.asList(oid, "OID." + oid));
+            return oid == null ? null : new ArrayList<>(Arrays.asList(oid, "OID." + oid));
         }
 
         @Override
@@ -138,13 +171,14 @@ public final class SigningProvider extends Provider {
             if (parameter != null) {
                 throw new NoSuchAlgorithmException(getAlgorithm() + " takes no parameter");
             }
-            return new SigningEngine(keyAlgorithm, digest);
+            return engine.get();
         }
 
         /** Lets a Signature without a named provider select this provider for its own keys, and for no others. */
         @Override
         public boolean supportsParameter(Object parameter) {
-            return parameter instanceof SigningKey && ((Key) parameter).getAlgorithm().equals(keyAlgorithm);
+            SigningKey key = SigningKey.from(parameter);
+            return key != null && engine.get().fits(key);
         }
     }
 }

@@ -4,6 +4,7 @@ import java.security.cert.CertificateException;
 import java.security.cert.X509Certificate;
 import java.util.EnumSet;
 import java.util.List;
+import vex.jni.VCTKError;
 
 /**
  * One open store that signs with any of its certificates, for a KeyStore and its keys. It is closed some time after the
@@ -12,59 +13,84 @@ import java.util.List;
 final class StoreSession {
     /** Signed only to get a certificate; the signature is thrown away. */
     private static final String CERTIFICATE_REQUEST = "This signature only carries its certificate.";
-    private static final String CERTIFICATE_DIGEST = "SHA-256";
+
+    private static final String LIST_CERTIFICATES = "list=certificates";
 
     private final Session session;
+    private final boolean listsCertificates;
     private String fingerprint;  // of the certificate in the handle's filter; null when unknown
-    private String digest;       // the handle's digest algorithm; null when unknown
 
-    private StoreSession(Session session) {
+    private StoreSession(Session session, boolean listsCertificates) {
         this.session = session;
+        this.listsCertificates = listsCertificates;
         Reaper.register(this, session);
     }
 
     static StoreSession open(String store) throws SigningException {
-        return new StoreSession(Session.open(store, true, "chain=root"));
+        boolean lists = StoreText.isUri(store) && !StoreText.hasAttribute(store, "list")
+            && Session.knowsAttribute(LIST_CERTIFICATES);
+        String listing = lists ? StoreText.withAttribute(store, LIST_CERTIFICATES) : store;
+        return new StoreSession(Session.open(listing, true, "chain=root"), lists);
     }
 
     synchronized List<CertificateInfo> certificates() throws SigningException {
         fingerprint = null;
         session.clearFilters();
-        return CertificateInfo.parseList(session.certificateList());
+        return CertificateInfo.parseList(session.certificateList(), listsCertificates);
     }
 
     /** Returns the certificate and its chain; only the certificate if Java cannot read another one of the chain. */
-    synchronized X509Certificate[] chain(String wanted) throws SigningException, CertificateException {
-        select(wanted, CERTIFICATE_DIGEST);
-        if (session.hasChain()) {
+    synchronized X509Certificate[] chain(CertificateInfo wanted) throws SigningException, CertificateException {
+        if (wanted.chain() != null && wanted.keyAlgorithm().startsWith("ED")) {
+            return Certificates.listed(wanted.chain());  // not every OpenSSL makes CMS signatures with such keys
+        }
+        select(wanted.fingerprint());
+        SigningException first = null;
+        for (DigestName digest : DigestName.values()) {
             try {
-                return Certificates.chain(request(CmsOption.INCLUDE_CHAIN), wanted);
-            } catch (CertificateException e) {
-                // See above.
+                return chain(wanted.fingerprint(), digest.text());
+            } catch (SigningException e) {
+                // A key for RSASSA-PSS may be restricted to another digest.
+                if (e.number() != VCTKError.SIGN_FAILED || !wanted.keyAlgorithm().equals("RSA-PSS")) {
+                    throw e;
+                }
+                first = first == null ? e : first;
             }
         }
-        return Certificates.chain(request(CmsOption.INCLUDE_CERTIFICATE), wanted);
+        throw first;
     }
 
-    private byte[] request(CmsOption certificates) throws SigningException {
-        return session.signP7(CERTIFICATE_REQUEST, EnumSet.of(CmsOption.DETACHED, certificates));
+    private X509Certificate[] chain(String wanted, String digest) throws SigningException, CertificateException {
+        if (session.hasChain()) {
+            try {
+                return Certificates.chain(request(digest, CmsOption.INCLUDE_CHAIN), wanted);
+            } catch (CertificateException e) {
+                // The leaf alone is better than no key.
+            }
+        }
+        return Certificates.chain(request(digest, CmsOption.INCLUDE_CERTIFICATE), wanted);
     }
 
-    synchronized byte[] sign(String signer, String digestName, byte[] data) throws SigningException {
-        select(signer, digestName);
-        return session.signP1(data);
+    private byte[] request(String digest, CmsOption certificates) throws SigningException {
+        return session.signP7(digest, CERTIFICATE_REQUEST, EnumSet.of(CmsOption.DETACHED, certificates));
     }
 
-    private void select(String wanted, String digestName) throws SigningException {
+    /** Whether the toolkit has this name for a way to sign. */
+    boolean knowsDigest(String digest) {
+        return session.knowsDigest(digest);
+    }
+
+    synchronized byte[] sign(String signer, String digest, byte[] data) throws SigningException {
+        select(signer);
+        return session.signP1(digest, data);
+    }
+
+    private void select(String wanted) throws SigningException {
         if (!wanted.equals(fingerprint)) {
             fingerprint = null;
             session.clearFilters();
             session.addFilter(Filter.fingerprint(wanted));
             fingerprint = wanted;
-        }
-        if (!digestName.equals(digest)) {
-            session.setDigest(digestName);
-            digest = digestName;
         }
     }
 }

@@ -13,7 +13,6 @@ import java.util.regex.Pattern;
 final class StoreText {
     /** The toolkit does not decode the names of schemes and attributes. */
     private static final Pattern URI = Pattern.compile("(demo|file|pkcs11):.*", Pattern.CASE_INSENSITIVE | Pattern.DOTALL);
-    private static final Pattern CHAIN = Pattern.compile("\\?(.*&)?chain=");
 
     private StoreText() {}
 
@@ -58,7 +57,11 @@ final class StoreText {
     }
 
     static boolean hasChain(String store) {
-        return CHAIN.matcher(store).find();
+        return hasAttribute(store, "chain");
+    }
+
+    static boolean hasAttribute(String store, String name) {
+        return Pattern.compile("\\?(.*&)?" + name + "=").matcher(store).find();
     }
 
     static String withAttribute(String store, String attribute) {

@@ -1,0 +1,124 @@
+package vex.client;
+
+import java.io.IOException;
+import java.io.InputStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.security.MessageDigest;
+import java.util.EnumSet;
+import java.util.Set;
+import vex.jni.VCTKError;
+
+/**
+ * Makes CMS signatures of files and streams. It reads them in pieces if the toolkit signs digests. Any thread may call
+ * any method.
+ */
+final class ContentSigner {
+    private static final int PIECE = 1 << 17;
+
+    private final Session session;
+    private final String digestName;  // of the client; null for the toolkit's default
+    private final String prehashed;
+    private final DigestName digest;  // null: unknown here
+
+    ContentSigner(Session session, String digestName) {
+        String name = digestName == null ? DigestName.SHA_256.text() : digestName;
+        this.session = session;
+        this.digestName = digestName;
+        prehashed = DigestName.PREHASHED + name;
+        digest = DigestName.of(name.replaceFirst("(?i)" + DigestName.PSS + "$", ""));
+    }
+
+    /** @throws SigningException if the toolkit does not sign digests, or not this one */
+    byte[] signDigest(byte[] value) throws SigningException {
+        if (!session.knowsDigest(prehashed)) {
+            throw SigningException.of(VCTKError.INVALID_ARGUMENT,
+                "the toolkit cannot sign a digest; sign the data with signPkcs1");
+        }
+        return session.signP1(prehashed, value);
+    }
+
+    byte[] sign(InputStream stream, Set<CmsOption> options) throws IOException, SigningException {
+        MessageDigest hash = options.contains(CmsOption.DETACHED) ? newDigest() : null;
+        if (hash == null) {
+            DataCollector data = new DataCollector(Session.MAX_BYTES);
+            read(stream, data::add);
+            return session.signP7(digestName, data.take(), options);
+        }
+        requireContent(read(stream, hash::update));
+        return session.signP7(prehashed, hash.digest(), options);
+    }
+
+    byte[] sign(Path file, Set<CmsOption> options) throws IOException, SigningException {
+        MessageDigest hash =
+            options.contains(CmsOption.DETACHED) || !Files.isRegularFile(file) ? null : newDigest();
+        if (hash == null) {
+            try (InputStream stream = Files.newInputStream(file)) {
+                return sign(stream, options);
+            }
+        }
+        return attached(file, hash, options);
+    }
+
+    /** Reads the file once for its digest and once into the signature, so that it is in memory only once. */
+    private byte[] attached(Path file, MessageDigest hash, Set<CmsOption> options)
+            throws IOException, SigningException {
+        AttachedCms.requireArray(Files.size(file));
+        long length;
+        try (InputStream stream = Files.newInputStream(file)) {
+            length = read(stream, hash::update);
+        }
+        requireContent(length);
+        byte[] value = hash.digest();
+        Set<CmsOption> detached = EnumSet.of(CmsOption.DETACHED);
+        detached.addAll(options);
+        AttachedCms cms = new AttachedCms(session.signP7(prehashed, value, detached), length);
+        int end = cms.contentBegin() + (int) length;
+        try (InputStream stream = Files.newInputStream(file)) {
+            for (int at = cms.contentBegin(); at < end;) {
+                int count = stream.read(cms.der(), at, Math.min(PIECE, end - at));
+                if (count < 0) {
+                    break;
+                }
+                hash.update(cms.der(), at, count);
+                at += count;
+            }
+        }
+        if (!MessageDigest.isEqual(value, hash.digest())) {
+            throw new IOException("The file changed while it was signed: " + file);
+        }
+        return cms.der();
+    }
+
+    /** Null: the toolkit has to digest the data, so it needs all of it. */
+    private MessageDigest newDigest() throws SigningException {
+        return digest == null || !session.knowsDigest(prehashed) || hasEdwardsKey() ? null : digest.newMessageDigest();
+    }
+
+    /** Ed25519 and Ed448 do not sign a digest. Blanks separate the fields of the list and are not in them. */
+    private boolean hasEdwardsKey() throws SigningException {
+        String list = session.certificateList();
+        return list.contains(" ED25519 ") || list.contains(" ED448 ");
+    }
+
+    private interface Pieces {
+        void add(byte[] bytes, int offset, int length) throws SigningException;
+    }
+
+    private static long read(InputStream stream, Pieces pieces) throws IOException, SigningException {
+        byte[] piece = new byte[PIECE];
+        long length = 0;
+        for (int count = stream.read(piece); count >= 0; count = stream.read(piece)) {
+            pieces.add(piece, 0, count);
+            length += count;
+        }
+        return length;
+    }
+
+    /** Empty data is refused like in all other calls. */
+    private static void requireContent(long length) throws SigningException {
+        if (length == 0) {
+            throw Session.empty();
+        }
+    }
+}

@@ -1,0 +1,74 @@
+package vex.client;
+
+import java.security.AlgorithmParameters;
+import java.security.InvalidAlgorithmParameterException;
+import java.security.NoSuchAlgorithmException;
+import java.security.ProviderException;
+import java.security.spec.AlgorithmParameterSpec;
+import java.security.spec.InvalidParameterSpecException;
+import java.security.spec.MGF1ParameterSpec;
+import java.security.spec.PSSParameterSpec;
+
+/** RSASSA-PSS as the toolkit makes it: with the same digest in MGF1, and a salt as long as the digest. */
+final class PssParameters {
+    private static final String MGF1 = "MGF1";
+    /** 0xbc, the only one. */
+    private static final int TRAILER = 1;
+
+    private PssParameters() {}
+
+    /** @throws InvalidAlgorithmParameterException if the toolkit does not offer these parameters */
+    static DigestName digestOf(AlgorithmParameterSpec parameters) throws InvalidAlgorithmParameterException {
+        if (!(parameters instanceof PSSParameterSpec)) {
+            throw new InvalidAlgorithmParameterException("RSASSA-PSS needs a PSSParameterSpec, not " + parameters);
+        }
+        PSSParameterSpec pss = (PSSParameterSpec) parameters;
+        DigestName digest = digestFor(pss);
+        if (digest == null) {
+            throw new InvalidAlgorithmParameterException(
+                "RSASSA-PSS is offered with a digest of the SHA-2 or SHA-3 family, not " + pss.getDigestAlgorithm()
+                + ", with the same digest in MGF1 and the trailer field 1");
+        }
+        if (pss.getSaltLength() != digest.length()) {
+            throw new InvalidAlgorithmParameterException("RSASSA-PSS with " + digest.text()
+                + " is offered with a salt of " + digest.length() + " bytes, not " + pss.getSaltLength());
+        }
+        return digest;
+    }
+
+    /**
+     * The digest that a key allows, by its parameters (RFC 4055 section 3.3). Null: the toolkit does not offer what the
+     * key allows.
+     */
+    static DigestName allowedBy(AlgorithmParameterSpec keyParameters) {
+        if (!(keyParameters instanceof PSSParameterSpec)) {
+            return null;
+        }
+        PSSParameterSpec pss = (PSSParameterSpec) keyParameters;
+        DigestName digest = digestFor(pss);
+        // The salt of a key's parameters is the shortest that it allows.
+        return digest == null || pss.getSaltLength() > digest.length() ? null : digest;
+    }
+
+    /** Null: not offered, whatever the length of the salt. */
+    private static DigestName digestFor(PSSParameterSpec pss) {
+        AlgorithmParameterSpec mask = pss.getMGFParameters();
+        DigestName digest = DigestName.of(pss.getDigestAlgorithm());
+        boolean offered = digest != null && pss.getTrailerField() == TRAILER
+            && pss.getMGFAlgorithm().equalsIgnoreCase(MGF1) && mask instanceof MGF1ParameterSpec
+            && DigestName.of(((MGF1ParameterSpec) mask).getDigestAlgorithm()) == digest;
+        return offered ? digest : null;
+    }
+
+    /** In the form that a verifier, or a certificate's algorithm identifier, needs. */
+    static AlgorithmParameters of(DigestName digest) {
+        try {
+            AlgorithmParameters parameters = AlgorithmParameters.getInstance("RSASSA-PSS");
+            parameters.init(new PSSParameterSpec(
+                digest.text(), MGF1, new MGF1ParameterSpec(digest.text()), digest.length(), TRAILER));
+            return parameters;
+        } catch (NoSuchAlgorithmException | InvalidParameterSpecException e) {
+            throw new ProviderException("This Java has no parameters for RSASSA-PSS with " + digest.text(), e);
+        }
+    }
+}
