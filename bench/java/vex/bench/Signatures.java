@@ -24,6 +24,8 @@ import org.bouncycastle.cms.jcajce.JcaSignerInfoGeneratorBuilder;
 import org.bouncycastle.operator.ContentSigner;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 import org.bouncycastle.operator.jcajce.JcaDigestCalculatorProviderBuilder;
+import vex.client.SigningProvider;
+import vex.client.StoreParameter;
 import vex.jni.TAVClientJNI;
 import vex.jni.TestStore;
 
@@ -119,6 +121,12 @@ final class Signatures {
         compare("RSA-2048 P1 of 1 MiB", megabyte, p1);
         compare("RSA-2048 P7 of 1 MiB", megabyte, p7);
 
+        Map<String, Signer> jca = new LinkedHashMap<>();
+        byte[] bytes = megabyte.getBytes(StandardCharsets.UTF_8);
+        jca.put("product through the JCA", jca(SigningProvider.NAME, keyOf(rsaFile), bytes));
+        jca.put("SunRsaSign", jca("SunRsaSign", rsa.key(), bytes));
+        compare("RSA-2048 through the JCA of 1 MiB", megabyte, jca);
+
         long other = open("file:" + rsaFile);
         Measuring.interleave("RSA-2048 P1 of 1 KiB, two threads" + java, "signatures/s", 1, rounds, Map.of(
             "product", () -> threads(kilobyte, product, other),
@@ -149,6 +157,23 @@ final class Signatures {
         signature.initSign(key);
         return text -> {
             signature.update(text.getBytes(StandardCharsets.UTF_8));
+            return Base64.getEncoder().encodeToString(signature.sign());
+        };
+    }
+
+    private static PrivateKey keyOf(Path store) throws Exception {
+        Security.addProvider(new SigningProvider());
+        KeyStore keys = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE);
+        keys.load(StoreParameter.file(store));
+        return (PrivateKey) keys.getKey(keys.aliases().nextElement(), null);
+    }
+
+    /** Signs bytes, not the text: programs that use the JCA have bytes. */
+    private static Signer jca(String provider, PrivateKey key, byte[] bytes) throws Exception {
+        Signature signature = Signature.getInstance("SHA256withRSA", provider);
+        signature.initSign(key);
+        return text -> {
+            signature.update(bytes);
             return Base64.getEncoder().encodeToString(signature.sign());
         };
     }

@@ -5,6 +5,8 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.io.ByteArrayInputStream;
+import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Optional;
@@ -57,7 +59,9 @@ class LifetimeTest {
         long handle = client.session.handle;
         client.close();
         for (Executable use : List.<Executable>of(() -> client.signPkcs1("x"), () -> client.signPkcs1(new byte[1]),
-                () -> client.signCms("x"), () -> client.signCms(new byte[1]), client::certificates)) {
+                () -> client.signCms("x"), () -> client.signCms(new byte[1]), client::certificates,
+                () -> client.signDigest(new byte[32]), () -> client.signCms(Path.of("/proc/version")),
+                () -> client.signCms(new ByteArrayInputStream(new byte[1]), CmsOption.DETACHED))) {
             assertThrows(IllegalStateException.class, use);
         }
         assertTrue(isFinalized(handle));

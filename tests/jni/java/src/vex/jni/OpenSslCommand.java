@@ -8,32 +8,32 @@ import java.util.ArrayList;
 import java.util.List;
 
 /** The openssl command, run in a directory. */
-final class OpenSslCommand {
+public final class OpenSslCommand {
     private final Path directory;
 
-    OpenSslCommand(Path directory) {
+    public OpenSslCommand(Path directory) {
         this.directory = directory;
     }
 
-    Path write(String name, byte[] content) throws Exception {
+    public Path write(String name, byte[] content) throws Exception {
         return Files.write(directory.resolve(name), content);
     }
 
-    Path writeCertificate(X509Certificate certificate) throws Exception {
+    public Path writeCertificate(X509Certificate certificate) throws Exception {
         return writePem("cert.pem", "CERTIFICATE", certificate.getEncoded());
     }
 
-    Path writePem(String name, String label, byte[] der) throws Exception {
+    public Path writePem(String name, String label, byte[] der) throws Exception {
         return write(name, TestStore.pem(label, der).getBytes(StandardCharsets.US_ASCII));
     }
 
     /** Fails the test with what openssl printed unless its exit status is 0. */
-    void run(String... arguments) throws Exception {
+    public void run(String... arguments) throws Exception {
         start(arguments).succeeded();
     }
 
     /** Returns whether the exit status is 0. */
-    boolean accepts(String... arguments) throws Exception {
+    public boolean accepts(String... arguments) throws Exception {
         return start(arguments).status() == 0;
     }
 
