@@ -338,7 +338,7 @@ class ContentTest {
     @Test
     void ellipticCurvesNeedNoNewerToolkit() throws Exception {
         List<String> expected = new ArrayList<>(List.of("SHA256withECDSA: true", "P1363: true",
-            "empty: SignatureException: The data is empty: the data to sign has no bytes"));
+            "empty: SignatureException: There is no data to sign: the data to sign has no bytes"));
         expected.addAll(CONTENT_IS_COLLECTED);
         assertEquals(expected, runWithoutDigestNames(OpenSslKeys.EC, false).lines().toList());
     }

@@ -156,11 +156,14 @@ class SignatureAlgorithmsTest {
             signature.update(DATA, 1, 3);
             signature.update(ByteBuffer.wrap(DATA, 4, DATA.length - 4));
             byte[] signed = signature.sign();
-            for (Signature verifier : List.of(Signature.getInstance(verifierName),
-                    Signature.getInstance(bouncyCastleName(verifierName), BOUNCY_CASTLE))) {
-                if (parameters != null) {
-                    verifier.setParameter(pss(parameters));
-                }
+            Signature jdk = Signature.getInstance(verifierName);
+            String bouncyCastle = verifierName;
+            if (parameters != null) {
+                jdk.setParameter(pss(parameters));
+                bouncyCastle = parameters.inSignatures() + "withRSAandMGF1";
+            }
+            for (Signature verifier :
+                    List.of(jdk, Signature.getInstance(bouncyCastleName(bouncyCastle), BOUNCY_CASTLE))) {
                 assertTrue(isGood(verifier, key, DATA, signed), name + " " + verifier.getProvider());
                 assertFalse(isGood(verifier, key, Arrays.copyOf(DATA, DATA.length - 1), signed));
             }

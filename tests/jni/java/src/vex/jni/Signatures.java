@@ -38,6 +38,7 @@ import org.bouncycastle.cms.CMSSignedData;
 import org.bouncycastle.cms.CMSTypedData;
 import org.bouncycastle.cms.SignerInformation;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
+import org.bouncycastle.jce.provider.BouncyCastleProvider;
 
 /** Verifies signatures with the JDK and Bouncy Castle, which did not make them. */
 public final class Signatures {
@@ -102,7 +103,11 @@ public final class Signatures {
                          X509Certificate certificate, String digestOid) throws Exception {
         SignerInformation signer = assertP7Form(base64, content, detached, certificate,
             withCertificate ? Set.of(certificate) : Set.of(), digestOid);
-        assertTrue(signer.verify(new JcaSimpleSignerInfoVerifierBuilder().build(certificate)));
+        JcaSimpleSignerInfoVerifierBuilder verifier = new JcaSimpleSignerInfoVerifierBuilder();
+        if (signer.getEncryptionAlgOID().equals(PKCSObjectIdentifiers.id_RSASSA_PSS.getId())) {
+            verifier.setProvider(new BouncyCastleProvider());  // the JDK does not know the name that is asked for
+        }
+        assertTrue(signer.verify(verifier.build(certificate)));
     }
 
     /** The same without verifying the signature value; returns the signer for that. */
