@@ -242,10 +242,19 @@ TEST_P(SchemeEdwards, P1IsVerifiedByOpensslWhateverTheDigest) {
     }
 }
 
-TEST_P(SchemeEdwards, P7IsVerifiedByOpensslOrAClearError) {
-    const ToolkitClient client(Uri(GetParam()));
-    if (const auto strP7 = client.SignP7(kContent, 0, 0, 1)) {
-        ExpectAccepted(GetParam(), strP7, CmsVerify(GetParam(), false));
+// RFC 8419's digest for Ed448 is in no version of OpenSSL's CMS.
+TEST_P(SchemeEdwards, P7WhereTheOpensslCommandMakesAGoodOneElseAClearError) {
+    const std::string strKey = GetParam();
+    const bool bOffered = strKey == "ed25519" &&
+                          Run("openssl cms -sign -binary -md sha512 -signer ed25519.crt -inkey ed25519.key -in content"
+                              " -outform DER -out sig && openssl cms -verify -binary -inform DER -in sig"
+                              " -content content -CAfile ed25519.crt -out out")
+                                  .nStatus == 0;
+    const ToolkitClient client(Uri(strKey));
+    const auto strP7 = client.SignP7(kContent, 0, 0, 1);
+    EXPECT_EQ(strP7.has_value(), bOffered) << client.Message();
+    if (strP7) {
+        ExpectAccepted(strKey, strP7, CmsVerify(strKey, false));
     } else {
         EXPECT_EQ(client.LastError(), VCTK_E_SIGN_FAILED);
         EXPECT_NE(client.Message().find("OpenSSL"), std::string::npos) << client.Message();
