@@ -155,7 +155,7 @@ while IFS='|' read -r arguments message; do
     [ "$status" -eq 1 ] || fail "exit status $status for standard input: $arguments"
     says "standard input: larger than $message"
 done <<'END'
-p7 ./rsa.pem --attached|1610612732 bytes, the most that fit into an attached signature; make a detached one
+p7 ./rsa.pem --attached|1610547196 bytes, the most that fit into an attached signature; make a detached one
 p1 ./ed.pem|1610612733 bytes, the most that can be signed with an Ed25519 or Ed448 key; use another key
 p7 ./ec.pem --text|2147483647 bytes, the most that can be signed with --text; omit it
 END

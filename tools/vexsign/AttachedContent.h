@@ -15,6 +15,9 @@ struct ContentFrame {
 
 // The largest SignedData with its content. OpenSSL reads no larger one from a file.
 inline constexpr std::uint64_t kMostAttached = 0x5FFFFFFC;
+// The largest content. It leaves room for signature and certificates, so that too much data is refused before it is
+// read.
+inline constexpr std::uint64_t kMostContent = kMostAttached - 0x10000;
 
 // detached: the SignedData (RFC 5652 section 5.1) without content, in DER. The signature does not depend on whether the
 // content is there. Throws std::runtime_error if it is something else, or if the result would exceed kMostAttached.

@@ -71,7 +71,7 @@ Plan MakePlan(SigningObject& object, const Options& options) {
     const bool bAcceptsAny = hash && object.TrySetDigest(kPrehashed);
     if (hash && !bAcceptsAny && object.TrySetDigest(kPrehashed + strDigest)) {
         if (!KeySignsWholeDataOnly(object)) {
-            constexpr Limit kAttached = {kMostAttached, "fit into an attached signature; make a detached one"};
+            constexpr Limit kAttached = {kMostContent, "fit into an attached signature; make a detached one"};
             return {std::move(hash), options.bDetached ? Limit() : kAttached};
         }
         pszMeaning = "can be signed with an Ed25519 or Ed448 key; use another key";
