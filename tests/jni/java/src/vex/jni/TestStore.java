@@ -8,8 +8,10 @@ import java.security.KeyPair;
 import java.security.KeyPairGenerator;
 import java.security.KeyStore;
 import java.security.PrivateKey;
+import java.security.Provider;
 import java.security.cert.Certificate;
 import java.security.cert.X509Certificate;
+import java.security.interfaces.EdECKey;
 import java.security.spec.ECGenParameterSpec;
 import java.time.Duration;
 import java.time.Instant;
@@ -23,6 +25,7 @@ import org.bouncycastle.asn1.x509.Extension;
 import org.bouncycastle.asn1.x509.KeyUsage;
 import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
 import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
+import org.bouncycastle.jce.provider.BouncyCastleProvider;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 
 /** Creates store files with keys and self-signed certificates, with the JDK and Bouncy Castle. */
@@ -32,12 +35,14 @@ public final class TestStore {
     /** A certificate and its key. */
     public record Identity(PrivateKey key, X509Certificate certificate) {}
 
+    private static final Provider BOUNCY_CASTLE = new BouncyCastleProvider();
+
     private TestStore() {}
 
     /**
      * Creates a key and its certificate.
      *
-     * @param key RSA, RSA with a length (RSA-3072), or the name of a curve
+     * @param key RSA, RSA with a length (RSA-3072), RSASSA-PSS, or the name of a curve, also Ed25519
      * @param days the number of days until the certificate expires; negative if it has expired
      * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
      */
@@ -85,20 +90,31 @@ public final class TestStore {
     }
 
     private static KeyPair generate(String key) throws Exception {
-        boolean rsa = key.startsWith("RSA");
-        KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : "EC");
+        boolean rsa = key.startsWith("RSA-") || key.equals("RSA");
+        boolean named = key.equals("RSASSA-PSS") || key.startsWith("Ed");
+        KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : named ? key : "EC");
         if (rsa) {
             generator.initialize(key.equals("RSA") ? 2048 : Integer.parseInt(key.substring("RSA-".length())));
-        } else {
+        } else if (key.equals("RSASSA-PSS")) {
+            generator.initialize(2048);
+        } else if (!named) {
             generator.initialize(new ECGenParameterSpec(key));
         }
         return generator.generateKeyPair();
     }
 
     private static X509Certificate sign(JcaX509v3CertificateBuilder builder, PrivateKey key) throws Exception {
-        String algorithm = key.getAlgorithm().equals("RSA") ? "SHA256withRSA" : "SHA256withECDSA";
-        return new JcaX509CertificateConverter().getCertificate(
-            builder.build(new JcaContentSignerBuilder(algorithm).build(key)));
+        String algorithm = switch (key.getAlgorithm()) {
+            case "RSA" -> "SHA256withRSA";
+            case "RSASSA-PSS" -> "SHA256withRSAandMGF1";
+            case "EdDSA" -> ((EdECKey) key).getParams().getName();
+            default -> "SHA256withECDSA";
+        };
+        JcaContentSignerBuilder signer = new JcaContentSignerBuilder(algorithm);
+        if (key.getAlgorithm().equals("RSASSA-PSS")) {
+            signer.setProvider(BOUNCY_CASTLE);  // the JDK does not know this name
+        }
+        return new JcaX509CertificateConverter().getCertificate(builder.build(signer.build(key)));
     }
 
     /** Writes a PKCS #12 file with the PIN {@link #PIN} that has one key and its chain. */
