@@ -40,6 +40,10 @@ test                        libunivocity-parsers-java _vex_has_jar univocity-par
 test,bench                  libbcprov-java            _vex_has_jar bcprov             # Bouncy Castle, provider
 test,bench                  libbcpkix-java            _vex_has_jar bcpkix             # Bouncy Castle, CMS
 test,bench                  libbcutil-java            _vex_has_jar bcutil             # Bouncy Castle, ASN.1
+test                        libpdfbox2-java           _vex_has_jar pdfbox2            # PDFBox 2
+test                        xmlsec1                   _vex_has_command xmlsec1        # xmlsec1
+test                        python3-jwt               _vex_has_python_module jwt      # PyJWT
+test                        python3-cryptography      _vex_has_python_module cryptography # cryptography, for PyJWT
 test                        lintian                   _vex_has_command lintian        # lintian
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
@@ -139,6 +143,11 @@ _vex_has_jdk() {
 
 _vex_has_jar() {
     [ -e "/usr/share/java/$1.jar" ]
+}
+
+# A module of Debian's Python, which the tests start by its path.
+_vex_has_python_module() {
+    /usr/bin/python3 -c "import $1" 2>/dev/null
 }
 
 _vex_has_junit() {
