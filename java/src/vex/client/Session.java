@@ -42,6 +42,7 @@ final class Session {
     private final ReentrantLock digestLock = new ReentrantLock();
     private String digest;  // guarded by digestLock; null: never set, so that the toolkit's own default signs
     private final Set<String> knownDigests = ConcurrentHashMap.newKeySet();
+    private volatile Boolean refusesUnknownDigests;  // null: not tried
     /** The number of calls in progress. The sign bit is set when the session is closed. */
     private final AtomicInteger state = new AtomicInteger();
 
@@ -111,11 +112,20 @@ final class Session {
         }
     }
 
-    /** Whether the toolkit has this name of a digest algorithm. A refusal changes nothing. */
+    /** Whether the toolkit has this way to sign. A refusal changes nothing. */
     boolean knowsDigest(String name) {
-        if (knownDigests.contains(name)) {
-            return true;
+        return knownDigests.contains(name) || refusesUnknownDigests() && accepts(name);
+    }
+
+    /** A toolkit that accepts every name would sign a digest as if it were the data. */
+    private boolean refusesUnknownDigests() {
+        if (refusesUnknownDigests == null) {
+            refusesUnknownDigests = !accepts(DigestName.PREHASHED);
         }
+        return refusesUnknownDigests;
+    }
+
+    private boolean accepts(String name) {
         try {
             setDigest(name);
             return true;
