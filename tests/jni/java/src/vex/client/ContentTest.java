@@ -32,6 +32,7 @@ import org.bouncycastle.cms.CMSSignedData;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
@@ -278,6 +279,21 @@ class ContentTest {
             assertEquals(VCTKError.SIGN_FAILED,
                 assertThrows(SigningException.class, () -> client.signDigest(digest("SHA-256"))).number());
             assertTrue(isGood("Ed25519", client.signPkcs1(DATA)));
+        }
+    }
+
+    /** OpenSSL makes no CMS signature with Ed448. The toolkit's reason shows that it got the data and no digest. */
+    @Test
+    void edwardsKeysGetTheDataOfFilesAndStreams() throws Exception {
+        try (SigningClient client = store(OpenSslKeys.ED448).open()) {
+            Path file = write(DATA);
+            for (Executable call : List.<Executable>of(() -> client.signCms(file),
+                    () -> client.signCms(file, CmsOption.DETACHED),
+                    () -> client.signCms(new ByteArrayInputStream(DATA), CmsOption.DETACHED))) {
+                SigningException e = assertThrows(SigningException.class, call);
+                assertEquals(VCTKError.SIGN_FAILED, e.number());
+                assertTrue(e.getMessage().contains("OpenSSL makes no P7 signature"), e.getMessage());
+            }
         }
     }
 
