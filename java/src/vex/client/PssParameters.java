@@ -60,12 +60,16 @@ final class PssParameters {
         return offered ? digest : null;
     }
 
+    static PSSParameterSpec spec(DigestName digest) {
+        return new PSSParameterSpec(
+            digest.text(), MGF1, new MGF1ParameterSpec(digest.text()), digest.length(), TRAILER);
+    }
+
     /** In the form that a verifier, or a certificate's algorithm identifier, needs. */
     static AlgorithmParameters of(DigestName digest) {
         try {
             AlgorithmParameters parameters = AlgorithmParameters.getInstance("RSASSA-PSS");
-            parameters.init(new PSSParameterSpec(
-                digest.text(), MGF1, new MGF1ParameterSpec(digest.text()), digest.length(), TRAILER));
+            parameters.init(spec(digest));
             return parameters;
         } catch (NoSuchAlgorithmException | InvalidParameterSpecException e) {
             throw new ProviderException("This Java has no parameters for RSASSA-PSS with " + digest.text(), e);

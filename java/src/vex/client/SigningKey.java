@@ -126,7 +126,9 @@ abstract class SigningKey implements PrivateKey {
         Rsa(StoreSession store, String fingerprint, RSAPublicKey publicKey) {
             super(store, fingerprint, publicKey.getAlgorithm());
             modulus = publicKey.getModulus();
-            parameters = parametersOf(publicKey);
+            AlgorithmParameterSpec ofCertificate = parametersOf(publicKey);
+            DigestName digest = PssParameters.allowedBy(ofCertificate);
+            parameters = digest == null ? ofCertificate : PssParameters.spec(digest);
         }
 
         /** RSAKey has this method from Java 11 on, and in the last releases of Java 8. */
@@ -140,7 +142,10 @@ abstract class SigningKey implements PrivateKey {
             }
         }
 
-        /** Null: the key is not restricted to parameters of RSASSA-PSS. */
+        /**
+         * The parameters that the key signs with, which Java's tools set. The salt in the certificate may be shorter: it
+         * is only the least one. Null: the certificate does not restrict the key.
+         */
         @Override
         public AlgorithmParameterSpec getParams() {
             return parameters;

@@ -11,8 +11,10 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.ByteArrayOutputStream;
 import java.io.NotSerializableException;
 import java.io.ObjectOutputStream;
+import java.io.OutputStream;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.InvalidAlgorithmParameterException;
 import java.security.InvalidKeyException;
@@ -38,7 +40,9 @@ import java.util.EnumMap;
 import java.util.List;
 import java.util.Map;
 import java.util.stream.Stream;
+import java.util.zip.ZipFile;
 import javax.crypto.Cipher;
+import jdk.security.jarsigner.JarSigner;
 import org.bouncycastle.jce.provider.BouncyCastleProvider;
 import org.junit.jupiter.api.AfterAll;
 import org.junit.jupiter.api.BeforeAll;
@@ -50,6 +54,7 @@ import org.junit.jupiter.params.provider.Arguments;
 import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.EnumSource;
 import org.junit.jupiter.params.provider.MethodSource;
+import vex.jni.TestJar;
 import vex.jni.VCTKError;
 
 /** Each signature algorithm of the provider, verified by others; its parameters, and what it refuses. */
@@ -331,6 +336,20 @@ class SignatureAlgorithmsTest {
         assertThrows(InvalidKeyException.class, () -> other.initSign(key));
     }
 
+    /** The JDK chooses the algorithm and takes its parameters from the key. */
+    @Test
+    void signsJarsWithinTheParametersOfAKey() throws Exception {
+        X509Certificate certificate = CERTIFICATES.get(OpenSslKeys.PSS_SHA384);
+        Path plain = directory.resolve("plain.jar");
+        TestJar.write(plain);
+        Path signed = directory.resolve("signed.jar");
+        try (ZipFile zip = new ZipFile(plain.toFile()); OutputStream output = Files.newOutputStream(signed)) {
+            new JarSigner.Builder(new KeyStore.PrivateKeyEntry(
+                KEYS.get(OpenSslKeys.PSS_SHA384), new X509Certificate[] {certificate})).build().sign(zip, output);
+        }
+        TestJar.assertSignedBy(signed, certificate);
+    }
+
     @Test
     void passesOverAKeyWhoseParametersAreNotOffered() throws Exception {
         Path file = directory.resolve("long-salt.pem");
@@ -364,7 +383,7 @@ class SignatureAlgorithmsTest {
         assertNull(((RSAKey) KEYS.get(OpenSslKeys.PSS)).getParams());
         PSSParameterSpec restricted = (PSSParameterSpec) ((RSAKey) KEYS.get(OpenSslKeys.PSS_SHA384)).getParams();
         assertEquals("SHA-384", restricted.getDigestAlgorithm());
-        assertEquals(20, restricted.getSaltLength());
+        assertEquals(48, restricted.getSaltLength(), "what it signs with; the certificate allows 20 and more");
         assertEquals("Ed25519", ((EdECPrivateKey) KEYS.get(OpenSslKeys.ED25519)).getParams().getName());
         assertEquals("Ed448", ((EdECPrivateKey) KEYS.get(OpenSslKeys.ED448)).getParams().getName());
         assertTrue(((EdECPrivateKey) KEYS.get(OpenSslKeys.ED448)).getBytes().isEmpty());
