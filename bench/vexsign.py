@@ -4,8 +4,8 @@
   vexsign.py VEXSIGN [rounds=N] [mebibytes=N]
 
 Compares a detached P7 with that of openssl cms, in turns, on a sparse file of mebibytes=N. Measures the peak memory for
-this file, and for an attached P7 of a quarter of it, above the memory for a small file. Prints sample lines (see
-support/Bench.h).
+this file, and for an attached P7 of a quarter of it, at most 1 GiB, above the memory for a small file. Prints sample
+lines (see support/Bench.h).
 """
 import os
 import subprocess
@@ -43,7 +43,7 @@ def main():
     vexsign = sys.argv[1]
     amounts = dict(argument.split("=") for argument in sys.argv[2:])
     rounds, large = int(amounts.get("rounds", 10)), int(amounts.get("mebibytes", 1024))
-    attached = max(large // 4, 1)
+    attached = min(max(large // 4, 1), 1024)
     print("question\tHow long does vexsign take to sign a large file, and how much memory?")
     print("setting", "rounds", rounds, sep="\t")
     with tempfile.TemporaryDirectory(prefix="vexbench.") as directory:
