@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -241,6 +242,9 @@ void ScriptedPeer::Finish() {
 
 void ScriptedPeer::Run() {
     for (;;) {
+        // accept4 takes a descriptor before it waits, and might take the one that a test has freed for the client.
+        pollfd listener = {m_nListener, POLLIN, 0};
+        poll(&listener, 1, -1);
         const int nSocket = accept4(m_nListener, nullptr, nullptr, SOCK_CLOEXEC);
         if (nSocket >= 0) {
             PeerConnection connection(nSocket);
