@@ -39,6 +39,14 @@ void RequireMemoryInAllLayers() {
     }
 }
 
+OSSL_LIB_CTX* NewContext() {
+    OSSL_LIB_CTX* const pContext = OSSL_LIB_CTX_new();
+    if (pContext == nullptr) {
+        throw std::bad_alloc();  // nothing else can fail
+    }
+    return pContext;
+}
+
 // Whether OpenSSL knows the cipher, but the process has not loaded the module that implements it.
 bool IsMissing(int nCipher) {
     if (nCipher == NID_undef || EVP_get_cipherbynid(nCipher) == nullptr) {
@@ -57,7 +65,7 @@ class LegacyCiphers::Module {
 public:
     // IsLoaded() tells whether this succeeded.
     Module()
-        : m_context(RequireOpenSsl(OSSL_LIB_CTX_new())),
+        : m_context(NewContext()),
           m_default(OSSL_PROVIDER_load(m_context.get(), "default")),  // the digests, and triple DES
           m_legacy(OSSL_PROVIDER_load(m_context.get(), "legacy")) {}
 
