@@ -143,8 +143,8 @@ abstract class SigningKey implements PrivateKey {
         }
 
         /**
-         * The parameters that the key signs with, which Java's tools set. The salt in the certificate may be shorter: it
-         * is only the least one. Null: the certificate does not restrict the key.
+         * The parameters that the key signs with, which Java's tools set. The salt in the certificate is only the least
+         * one. Null: the certificate does not restrict the key.
          */
         @Override
         public AlgorithmParameterSpec getParams() {

@@ -12,7 +12,8 @@ import java.util.regex.Pattern;
 /** Builds store URIs, with the PIN or the name of its file. They are ASCII, whatever characters a file name has. */
 final class StoreText {
     /** The toolkit does not decode the names of schemes and attributes. */
-    private static final Pattern URI = Pattern.compile("(demo|file|pkcs11):.*", Pattern.CASE_INSENSITIVE | Pattern.DOTALL);
+    private static final Pattern URI =
+        Pattern.compile("(demo|file|pkcs11):.*", Pattern.CASE_INSENSITIVE | Pattern.DOTALL);
 
     private StoreText() {}
 
