@@ -69,7 +69,10 @@ public class TAVClientJNI {
      */
     public static final long FILTER_KEY_USAGE = 5;
 
-    /** Filter: the key has this algorithm, {@code RSA} or {@code EC} in upper or lower case. */
+    /**
+     * Filter: the key has this algorithm, {@code RSA}, {@code RSA-PSS}, {@code EC}, {@code ED25519} or {@code ED448} in
+     * upper or lower case.
+     */
     public static final long FILTER_KEY_ALGORITHM = 6;
 
     /**
@@ -136,7 +139,9 @@ public class TAVClientJNI {
      * @param handle from {@link #Initialize}
      * @param bstrDigestAlg an algorithm of the SHA-2 or SHA-3 family in any usual spelling, for example {@code SHA256},
      *     {@code SHA-384}, {@code sha512} or {@code SHA3-256}. Broken algorithms such as {@code SHA-1} and {@code MD5}
-     *     are refused
+     *     are refused. With {@code /PSS} behind it, RSA keys make RSASSA-PSS signatures. With {@code prehashed:} before
+     *     it, {@link #P1Sign} and {@link #P7Sign} (detached) get the digest itself in Base64, so they sign what they
+     *     cannot see. {@code prehashed:NONE} signs the bytes given. Ed25519 and Ed448 keys have their own digest
      * @return 0, or 1 on failure; the algorithm then stays unchanged
      */
     public native long SetDigestAlg(long handle, String bstrDigestAlg);
@@ -178,7 +183,8 @@ public class TAVClientJNI {
      * @param bstrValueBase64 the data's bytes in Base64, in the form of {@link java.util.Base64#getEncoder()}: the
      *     basic alphabet, padding, one line
      * @return the signature as Base64 in one line, {@code null} on failure. With an RSA key it is RSASSA-PKCS1-v1_5
-     *     (the JDK's {@code SHA256withRSA}), with an EC key ECDSA in its DER form ({@code SHA256withECDSA})
+     *     (the JDK's {@code SHA256withRSA}) or, if the digest algorithm or the certificate says so, RSASSA-PSS; with an
+     *     EC key ECDSA in its DER form ({@code SHA256withECDSA}); with an Ed25519 or Ed448 key the one of RFC 8032
      */
     public native String P1Sign(long handle, String bstrValueBase64);
 
@@ -268,8 +274,8 @@ public class TAVClientJNI {
      * @return one record for each certificate, separated by CR LF; empty when there is none, {@code null} on failure. A
      *     record has seven fields separated by one blank: serial number and SHA-256 fingerprint in upper-case
      *     hexadecimal, start and end of the validity in UTC such as {@code 2026-11-21T05:00:00Z}, the key's algorithm
-     *     ({@code RSA} or {@code EC}), subject and issuer. The names are RFC 4514 text, with each blank written as
-     *     {@code \20}
+     *     (as for {@link #FILTER_KEY_ALGORITHM}), subject and issuer. The names are RFC 4514 text, with each blank
+     *     written as {@code \20}
      */
     public native String GetCertList(long handle);
 }
