@@ -16,8 +16,8 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * A table of docs/interoperability.md. A cell is "yes", "no (1)", or "from Java 25, else (1)". The number is that of
- * a note, which begins with a message in back quotes.
+ * A table of docs/interoperability.md. A cell is "yes", "no (1)", or "from OpenSSL 3.5, else (1)". The number is
+ * that of a note, which begins with a message in back quotes.
  */
 final class Page {
     private static final Pattern CELL = Pattern.compile(
@@ -34,7 +34,8 @@ final class Page {
         Matcher table = Pattern.compile("(?m)^\\| " + Pattern.quote(corner) + " \\|.*\n\\|[-| ]+\\|\n((?:\\|.*\n)+)")
             .matcher(page);
         assertTrue(table.find(), () -> "no table with the corner " + corner);
-        columns = cells(table.group().lines().findFirst().get()).subList(1, cells(table.group()).size());
+        List<String> head = cells(table.group().lines().findFirst().get());
+        columns = head.subList(1, head.size());
         table.group(1).lines().map(Page::cells).forEach(cells -> {
             assertEquals(columns.size() + 1, cells.size(), cells::toString);
             rows.put(cells.get(0), cells.subList(1, cells.size()));
@@ -46,8 +47,7 @@ final class Page {
     }
 
     private static List<String> cells(String line) {
-        String first = line.lines().findFirst().get();
-        return Arrays.stream(first.substring(1, first.length() - 1).split("\\|")).map(String::strip).toList();
+        return Arrays.stream(line.substring(1, line.length() - 1).split("\\|")).map(String::strip).toList();
     }
 
     List<String> columns() {

@@ -6,7 +6,6 @@ import java.nio.file.Path;
 import java.security.KeyStore;
 import java.security.PrivateKey;
 import java.security.cert.X509Certificate;
-import java.util.ArrayList;
 import java.util.List;
 import vex.client.SigningProvider;
 import vex.client.StoreParameter;
@@ -67,8 +66,8 @@ record Signer(KeyKind kind, boolean ours, Path directory, Path storeFile, KeySto
 
     /** Runs a program in the directory; fails with what it printed unless its exit status is 0. */
     Run run(String... command) throws Exception {
-        ProcessBuilder builder = new ProcessBuilder(new ArrayList<>(List.of(command)))
-            .directory(directory.toFile()).redirectErrorStream(true);
+        ProcessBuilder builder =
+            new ProcessBuilder(command).directory(directory.toFile()).redirectErrorStream(true);
         // The JDK's tools are JVMs that end before optimised code pays off.
         builder.environment().put("JAVA_TOOL_OPTIONS", "-XX:TieredStopAtLevel=1 -XX:+UseSerialGC");
         return Run.of(builder).succeeded();

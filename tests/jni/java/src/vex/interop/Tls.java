@@ -80,7 +80,7 @@ final class Tls {
             try {
                 call(protocol, client, listener, byServer);
             } catch (Exception e) {
-                reason(served, e);
+                addReason(served, e);
                 throw e;
             }
             served.get();
@@ -88,7 +88,7 @@ final class Tls {
     }
 
     /** Adds the server's reason to what the client saw of it. */
-    private static void reason(CompletableFuture<Void> served, Exception e) throws InterruptedException {
+    private static void addReason(CompletableFuture<Void> served, Exception e) throws InterruptedException {
         try {
             served.get();
         } catch (ExecutionException failed) {

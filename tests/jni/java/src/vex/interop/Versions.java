@@ -11,13 +11,11 @@ import vex.jni.Run;
 final class Versions {
     private Versions() {}
 
-    /** @param what Java, OpenSSL, GnuTLS, or a program that prints its version */
+    /** @param what Java or OpenSSL */
     static boolean isAtLeast(String what, String least) throws Exception {
         String found = switch (what) {
             case "Java" -> Integer.toString(Runtime.version().feature());
             case "OpenSSL" -> printed("openssl", "version");
-            case "GnuTLS" -> printed("certtool", "--version");
-            case "BouncyCastle" -> BouncyCastle.PROVIDER.getVersionStr();
             default -> throw new IllegalArgumentException("the version of " + what);
         };
         return Arrays.compare(numbers(found), numbers(least)) >= 0;
