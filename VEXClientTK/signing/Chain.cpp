@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <deque>
-#include <iterator>
+#include <map>
 #include <new>
 #include <utility>
 
@@ -52,22 +52,28 @@ bool Contains(const Path& path, const IdentityPtr& certificate) {
 
 class Search {
 public:
-    Search(const Identities& authorities, std::time_t now) : m_authorities(authorities), m_now(now) {}
+    Search(const Identities& authorities, std::time_t now) : m_now(now) {
+        for (const IdentityPtr& authority : authorities) {
+            if (authority->IsValidAt(now)) {
+                m_authorities.emplace(X509_subject_name_hash(authority->Certificate()), authority);
+            }
+        }
+    }
 
     // Goes through the paths from short to long.
     Path ShortestPath(const IdentityPtr& signer) {
         Path withoutRoot;
         std::deque<Path> paths{{signer}};
-        while (!paths.empty()) {
+        while (!paths.empty() && MayCheck(0)) {
             const Path path = std::move(paths.front());
             paths.pop_front();
             bool bEnds = true;
             for (const IdentityPtr& issuer : IssuersOf(path)) {
-                bEnds = false;
                 Path longer = path;
                 longer.push_back(issuer);
                 if (!IsSelfSigned(*issuer)) {
                     paths.push_back(std::move(longer));
+                    bEnds = false;
                 } else if (IsValid(longer)) {
                     return longer;
                 }
@@ -83,11 +89,12 @@ private:
     Identities IssuersOf(const Path& path) {
         Identities issuers;
         if (path.size() < kLongestPath && !IsSelfSigned(*path.back())) {
-            std::copy_if(m_authorities.begin(), m_authorities.end(), std::back_inserter(issuers),
-                         [&](const IdentityPtr& authority) {
-                             return authority->IsValidAt(m_now) && !Contains(path, authority) &&
-                                    IsIssuedBy(*path.back(), *authority);
-                         });
+            const auto [first, last] = m_authorities.equal_range(X509_issuer_name_hash(path.back()->Certificate()));
+            for (auto named = first; named != last; ++named) {
+                if (!Contains(path, named->second) && IsIssuedBy(*path.back(), *named->second)) {
+                    issuers.push_back(named->second);
+                }
+            }
         }
         return issuers;
     }
@@ -111,7 +118,8 @@ private:
         return m_cSignatures <= kMostSignatures;
     }
 
-    const Identities& m_authorities;
+    // By a number that equal names have in common; those of one name stay in the store's order.
+    std::multimap<unsigned long, IdentityPtr> m_authorities;
     const std::time_t m_now;
     size_t m_cSignatures = 0;
 };

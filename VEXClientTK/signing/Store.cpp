@@ -86,8 +86,9 @@ Identities Open(const StoreUri& uri, Identities& others) {
 Identities ReadChainSource(const std::string& strPath) {
     try {
         Identities identities = ReadFile(strPath, nullptr);
-        if (identities.empty()) {
-            throw Failure(VCTK_E_STORE_FORMAT, "it has no certificate");
+        if (std::none_of(identities.begin(), identities.end(),
+                         [](const IdentityPtr& identity) { return IsAuthority(*identity); })) {
+            throw Failure(VCTK_E_STORE_FORMAT, strPath + ": it has no certificate of an issuer");
         }
         return identities;
     } catch (const Failure& failure) {

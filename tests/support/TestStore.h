@@ -32,12 +32,14 @@ inline void MakeIdentity(const TempDirectory& directory, const TestIdentity& ide
 }
 
 // Creates NAME.crt with the given validity, times as "20260301120000Z", for a private key of the directory. "openssl
-// x509" takes dates only since OpenSSL 3.4, so it is not used.
+// x509" takes dates only since OpenSSL 3.4, so it is not used. Self-signed unless the extra options have "-cert" and
+// "-keyfile" of an issuer.
 inline void MakeCertificate(const std::string& strDirectory, const std::string& strKeyFile, const std::string& strName,
                             const std::string& strSubject, const std::string& strBegin, const std::string& strEnd,
                             const std::string& strExtra = {}) {
     RequireCommand("cd " + strDirectory + " && openssl req -new -key " + strKeyFile + " -out " + strName +
-                   ".csr -utf8 -subj '" + strSubject + "' && : > index && openssl ca -batch -create_serial -selfsign" +
+                   ".csr -utf8 -subj '" + strSubject + "' && : > index && openssl ca -batch -create_serial" +
+                   (strExtra.find("-cert ") == std::string::npos ? " -selfsign" : "") +
                    " -notext -md sha256 -policy any -outdir . -keyfile " + strKeyFile + " -in " + strName +
                    ".csr -out " + strName + ".crt -startdate " + strBegin + " -enddate " + strEnd + " " + strExtra +
                    " -config /dev/stdin <<'END'\n[ca]\ndefault_ca=d\n[d]\ndatabase=index\nserial=serial\n" +

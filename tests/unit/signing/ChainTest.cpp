@@ -111,6 +111,17 @@ INSTANTIATE_TEST_SUITE_P(
         ChainRow{"SelfSigned", "alone", {"alone", "root"}, {"alone"}, "alone"}),
     RowName);
 
+// ca1 is certified by two roots. The one in the store decides.
+TEST_F(ChainTest, LeadsToTheRootInTheStore) {
+    for (const char* pszRoot : {"root", "other-root"}) {
+        const std::string strStore = MakeStore("leaf4", {"cross", "leaf4", "ca2", "ca1", pszRoot});
+        const ToolkitClient client("file:" + strStore + "?chain=store");
+        ASSERT_TRUE(Sign(client));
+        const CommandResult verified = Verify(pszRoot);
+        EXPECT_EQ(verified.nStatus, 0) << pszRoot << ": " << verified.strOutput;
+    }
+}
+
 TEST_F(ChainTest, IsIncludedOnlyOnRequest) {
     const std::string strStore = MakeStore("leaf3", {"leaf3", "ca1", "root"});
     const ToolkitClient without("file:" + strStore);
@@ -191,8 +202,8 @@ TEST_F(ChainTest, ReportsAnUnusableFile) {
         INT nNumber;
     };
     for (const Case& c : {Case{"missing.pem", VCTK_E_STORE_NOT_FOUND}, Case{"empty.pem", VCTK_E_STORE_FORMAT},
-                          Case{"leaf4.key", VCTK_E_STORE_FORMAT}, Case{"encrypted.key", VCTK_E_STORE_FORMAT},
-                          Case{"", VCTK_E_STORE_UNREADABLE}}) {
+                          Case{"leaf4.key", VCTK_E_STORE_FORMAT}, Case{"leaf4.crt", VCTK_E_STORE_FORMAT},
+                          Case{"encrypted.key", VCTK_E_STORE_FORMAT}, Case{"", VCTK_E_STORE_UNREADABLE}}) {
         EXPECT_FALSE(ToolkitClient(strStore + s_pDirectory->Path(c.pszFile)).IsOpen()) << c.pszFile;
         EXPECT_EQ(VCTK_GetLastError(nullptr), c.nNumber) << c.pszFile;
         EXPECT_NE(ErrorMessage(nullptr).find("chain-source: "), std::string::npos) << ErrorMessage(nullptr);
@@ -240,7 +251,7 @@ TEST_F(ChainTest, EndsWhereAuthoritiesCertifyEachOther) {
 // A verifier may know the issuer's new certificate.
 TEST_F(ChainTest, EndsBeforeAnExpiredIssuer) {
     MakeCertificate(s_pDirectory->Path(), "ca2.key", "expired", "/CN=expired", "20200101000000Z", "20200201000000Z",
-                    "-extfile ca2.cnf -extensions ext");
+                    "-cert root.crt -keyfile root.issuer-key -extfile ca2.cnf -extensions ext");
     RequireCommand(In() + "cp ca2.key expired.issuer-key");
     MakeIssued(*s_pDirectory, {"below", "below", "expired"});
     MakeIssued(*s_pDirectory, {"young", "young", "below", "Leaf", "CA:FALSE"});

@@ -9,9 +9,10 @@ public enum CmsOption {
     INCLUDE_CERTIFICATE,
 
     /**
-     * The signature contains the signer's certificate and those of its issuers, except a self-signed root. If all of
-     * them are known, a verifier needs only the root. The issuers come from the store and from
-     * {@link SigningClient.Builder#chainFile}. If the toolkit does not know chains, signing fails.
+     * The signature contains the signer's certificate and those of its issuers, except a self-signed root unless the
+     * store's URI has {@code chain=root}. If all of them are known, a verifier needs only the root. The issuers come
+     * from the store and from {@link SigningClient.Builder#chainFile}. If the toolkit does not know chains, signing
+     * fails.
      */
     INCLUDE_CHAIN
 }
