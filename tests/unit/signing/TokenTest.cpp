@@ -25,7 +25,8 @@ protected:
     // "Card": an RSA and an EC key with their certificates, a key that needs the PIN for each signature, and two keys
     // with certificates of other keys, one of the same type and one of another type. "Other card" and "Changing": an
     // EC key each. "Ordinary": a key that signs, and one that only decrypts; its certificate stays valid longer.
-    // "Chained": an EC key, its certificate and its issuer's. "Bare": the same key and certificate alone.
+    // "Chained": three EC keys with certificates below intermediate ones, and issuers in no order, one of them
+    // cross-signed. "Bare": one of these keys and its certificate alone.
     static void SetUpTestSuite() {
         if (s_pTokens != nullptr) {
             return;
@@ -54,13 +55,18 @@ protected:
         s_pTokens->MakeKey("Changing", "1111", "EC:prime256v1", "01", "key");
         s_pTokens->MakeCertificate("Changing", "1111", "01", "01", "changing", 30);
         MakeChains(s_pTokens->Directory());
-        for (const char* pszToken : {"Chained", "Bare"}) {
-            s_pTokens->MakeToken(pszToken, kPin);
-            s_pTokens->StoreKey(pszToken, kPin, "leaf3", "01");
-            s_pTokens->StoreCertificate(pszToken, kPin, "leaf3", "01");
+        s_pTokens->MakeToken("Chained", kPin);
+        for (const auto& [pszName, pszId] : {std::pair{"leaf2", "02"}, {"leaf3", "03"}, {"leaf4", "04"}}) {
+            s_pTokens->StoreKey("Chained", kPin, pszName, pszId);
+            s_pTokens->StoreCertificate("Chained", kPin, pszName, pszId);
         }
-        s_pTokens->StoreCertificate("Chained", kPin, "stranger", "0A");
-        s_pTokens->StoreCertificate("Chained", kPin, "ca1", "0B");
+        for (const auto& [pszName, pszId] :
+             {std::pair{"stranger", "0A"}, {"cross", "0B"}, {"ca2", "0C"}, {"root", "0D"}, {"ca1", "0E"}}) {
+            s_pTokens->StoreCertificate("Chained", kPin, pszName, pszId);
+        }
+        s_pTokens->MakeToken("Bare", kPin);
+        s_pTokens->StoreKey("Bare", kPin, "leaf3", "01");
+        s_pTokens->StoreCertificate("Bare", kPin, "leaf3", "01");
     }
 
     void SetUp() override {
@@ -151,7 +157,9 @@ TEST_F(TokenTest, SignsWithSha3) {
 TEST_F(TokenTest, ChainsComeFromTheWholeTokenAndFromAFile) {
     const TempDirectory& directory = s_pTokens->Directory();
     const std::string strSource = "&chain-source=" + directory.Path("ca1.crt");
-    for (const std::string& strUri : {std::string("token=Chained;id=%01?pin-value=4711&chain=store"),
+    for (const std::string& strUri : {std::string("token=Chained;id=%02?pin-value=4711&chain=store"),
+                                      std::string("token=Chained;id=%03?pin-value=4711&chain=store"),
+                                      std::string("token=Chained;id=%04?pin-value=4711&chain=store"),
                                       "token=Bare;id=%01?pin-value=4711&chain=store" + strSource}) {
         const ToolkitClient client(Uri(strUri));
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
