@@ -16,8 +16,8 @@ struct Chain {
 
 // The shortest chain that is valid now (RFC 5280 section 6.1) and ends with a self-signed certificate. If there is
 // none, the shortest valid one that ends because its last issuer is not among the authorities. There is never a second
-// chain beside it: OpenSSL and GnuTLS follow only the first issuer that they find. Names, key identifiers and signatures
-// decide who issued a certificate. Order: that of the authorities decides between chains of one length.
+// chain beside it: OpenSSL and GnuTLS follow only the first issuer that they find. Names, key identifiers and
+// signatures decide who issued a certificate. Order: that of the authorities decides between chains of one length.
 Chain FindChain(const IdentityPtr& signer, const Identities& authorities, std::time_t now);
 
 // Whether the certificate may issue others.

@@ -6,8 +6,9 @@
 namespace vextk {
 
 // The destructor overwrites the stack that calls have used during the object's life, and clears the vector registers:
-// OpenSSL leaves pieces of keys there. Make it the first object of the function that makes the calls. The depth is that of the calls, plus a margin;
-// on a thread with a small stack it is less, so that the host's guard pages are not touched.
+// OpenSSL leaves pieces of keys there. Make it the first object of the function that makes the calls. The depth is that
+// of the calls, plus a margin; on a thread with a small stack it is less, so that the host's guard pages are not
+// touched.
 class StackWiper {
 public:
     // For opening a store: decoders, modules and dialogues go to an unknown depth.
