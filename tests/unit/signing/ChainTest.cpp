@@ -227,6 +227,18 @@ TEST_F(ChainTest, IsAValidOne) {
     EXPECT_EQ(Verify("root").nStatus, 0);
 }
 
+// "impostor" has the root's name, and no key identifier that would tell the two apart.
+TEST_F(ChainTest, EndsBeforeAnIssuerWhoseNameAloneFits) {
+    MakeIssued(*s_pDirectory, {"impostor", "impostor", "other-root", "Root"});
+    RequireCommand(In() +
+                   "sed -i s/KeyIdentifier=.*/KeyIdentifier=none/ impostor.cnf && openssl req -x509 -new -config "
+                   "impostor.cnf -key " +
+                   "impostor.key -days 30 -CA other-root.crt -CAkey other-root.issuer-key -out impostor.crt");
+    const ToolkitClient client("file:" + MakeStore("leaf3", {"leaf3", "ca1", "impostor"}) + "?chain=store");
+    ASSERT_TRUE(Sign(client));
+    EXPECT_EQ(Included(), (Names{"ca1", "leaf3"}));
+}
+
 // Two authorities of one name that certified each other: the search ends, and soon.
 TEST_F(ChainTest, EndsWhereAuthoritiesCertifyEachOther) {
     MakeIssued(*s_pDirectory, {"left", "left", "root"});
