@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <map>
 #include <new>
 #include <utility>
 
@@ -52,13 +51,7 @@ bool Contains(const Path& path, const IdentityPtr& certificate) {
 
 class Search {
 public:
-    Search(const Identities& authorities, std::time_t now) : m_now(now) {
-        for (const IdentityPtr& authority : authorities) {
-            if (authority->IsValidAt(now)) {
-                m_authorities.emplace(X509_subject_name_hash(authority->Certificate()), authority);
-            }
-        }
-    }
+    Search(const Authorities& authorities, std::time_t now) : m_authorities(authorities), m_now(now) {}
 
     // Goes through the paths from short to long.
     Path ShortestPath(const IdentityPtr& signer) {
@@ -91,7 +84,8 @@ private:
         if (path.size() < kLongestPath && !IsSelfSigned(*path.back())) {
             const auto [first, last] = m_authorities.equal_range(X509_issuer_name_hash(path.back()->Certificate()));
             for (auto named = first; named != last; ++named) {
-                if (!Contains(path, named->second) && IsIssuedBy(*path.back(), *named->second)) {
+                if (named->second->IsValidAt(m_now) && !Contains(path, named->second) &&
+                    IsIssuedBy(*path.back(), *named->second)) {
                     issuers.push_back(named->second);
                 }
             }
@@ -118,22 +112,31 @@ private:
         return m_cSignatures <= kMostSignatures;
     }
 
-    // By a number that equal names have in common; those of one name stay in the store's order.
-    std::multimap<unsigned long, IdentityPtr> m_authorities;
+    const Authorities& m_authorities;
     const std::time_t m_now;
     size_t m_cSignatures = 0;
 };
 
 }  // namespace
 
-Chain FindChain(const IdentityPtr& signer, const Identities& authorities, std::time_t now) {
+Authorities SelectAuthorities(const Identities& certificates) {
+    Authorities authorities;
+    for (const IdentityPtr& certificate : certificates) {
+        if (IsAuthority(*certificate)) {
+            authorities.emplace(X509_subject_name_hash(certificate->Certificate()), certificate);
+        }
+    }
+    return authorities;
+}
+
+Chain FindChain(const IdentityPtr& signer, const Authorities& authorities, std::time_t now) {
     Chain chain;
     const Path path = Search(authorities, now).ShortestPath(signer);
     if (path.size() > 1) {
         chain.issuers.assign(path.begin() + 1, path.end());
         chain.bHasRoot = IsSelfSigned(*path.back());
     }
-    for (const IdentityPtr& authority : authorities) {
+    for (const auto& [nName, authority] : authorities) {
         chain.period.LimitBy(*authority, now);
     }
     return chain;

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "signing/Candidates.h"
-#include "signing/Chain.h"
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
@@ -100,15 +99,14 @@ Identities ReadChainSource(const std::string& strPath) {
     }
 }
 
-Identities FindAuthorities(const StoreUri& uri, const Identities& identities, const Identities& others) {
+Authorities FindAuthorities(const StoreUri& uri, const Identities& identities, const Identities& others) {
     Identities all = identities;
     all.insert(all.end(), others.begin(), others.end());
     if (!uri.strChainSource.empty()) {
         const Identities source = ReadChainSource(uri.strChainSource);
         all.insert(all.end(), source.begin(), source.end());
     }
-    std::erase_if(all, [](const IdentityPtr& identity) { return !IsAuthority(*identity); });
-    return WithoutCopies(std::move(all));
+    return SelectAuthorities(WithoutCopies(std::move(all)));
 }
 
 }  // namespace

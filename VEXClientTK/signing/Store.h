@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "signing/Chain.h"
 #include "signing/Identity.h"
 #include "signing/SecretText.h"
 #include "signing/StoreUri.h"
@@ -13,7 +14,7 @@ struct OpenedStore {
     Identities identities;
     bool bListAll = false;  // the certificate list also shows certificates that cannot sign
     ChainPart chain = ChainPart::kNone;
-    Identities authorities = {};     // for the chains; empty with ChainPart::kNone
+    Authorities authorities = {};    // for the chains; empty with ChainPart::kNone
     bool bListCertificates = false;  // the certificate list also has the certificates themselves
 };
 
