@@ -11,6 +11,7 @@
 #include "signing/AsciiCase.h"
 #include "signing/DistinguishedName.h"
 #include "signing/Failure.h"
+#include "signing/KeyTypes.h"
 #include "signing/WideText.h"
 
 namespace vextk {
@@ -106,9 +107,9 @@ std::uint32_t KeyUsageBit(std::string_view strValue) {
 }
 
 std::string AlgorithmName(std::string_view strValue) {
-    for (const char* pszName : {"RSA", "RSA-PSS", "EC", "ED25519", "ED448"}) {
-        if (EqualIgnoringCase(pszName, strValue)) {
-            return pszName;
+    for (const KeyType& type : kKeyTypes) {
+        if (EqualIgnoringCase(type.pszName, strValue)) {
+            return type.pszName;
         }
     }
     Malformed("a key algorithm is RSA, RSA-PSS, EC, ED25519 or ED448");

@@ -11,27 +11,17 @@
 #include "posix/Hexadecimal.h"
 #include "signing/Base64.h"
 #include "signing/Failure.h"
+#include "signing/KeyTypes.h"
 
 namespace vextk {
 namespace {
 
-// NIST SP 800-131A: shorter keys must not sign any more.
-constexpr unsigned int kLeastRsaBits = 2048;
-constexpr unsigned int kLeastEcBits = 224;
-
-struct SigningAlgorithm {
-    const char* pszName;
-    unsigned int nLeastBits;
-};
-constexpr SigningAlgorithm kKeyAlgorithms[] = {
-    {"RSA", kLeastRsaBits}, {"RSA-PSS", kLeastRsaBits}, {"EC", kLeastEcBits}, {"ED25519", 0}, {"ED448", 0}};
-
 // Null if this toolkit does not sign with keys of this kind.
-const SigningAlgorithm* FindSigningAlgorithm(const EVP_PKEY* pKey) {
-    const auto* const pFound =
-        std::find_if(std::begin(kKeyAlgorithms), std::end(kKeyAlgorithms),
-                     [=](const SigningAlgorithm& algorithm) { return EVP_PKEY_is_a(pKey, algorithm.pszName) == 1; });
-    return pFound != std::end(kKeyAlgorithms) ? pFound : nullptr;
+const KeyType* FindKeyType(const EVP_PKEY* pKey) {
+    const auto* const pFound = std::find_if(kKeyTypes.begin(), kKeyTypes.end(), [=](const KeyType& type) {
+        return EVP_PKEY_is_a(pKey, type.pszName) == 1;
+    });
+    return pFound != kKeyTypes.end() ? pFound : nullptr;
 }
 
 constexpr std::time_t kNever = std::numeric_limits<std::time_t>::max();
@@ -115,8 +105,8 @@ std::string KeyAlgorithmOf(const X509* pCertificate) {
     if (pKey == nullptr) {
         return OBJ_obj2nid(pObject) == NID_rsaEncryption ? "RSA" : DottedText(pObject);
     }
-    if (const SigningAlgorithm* const pAlgorithm = FindSigningAlgorithm(pKey)) {
-        return pAlgorithm->pszName;
+    if (const KeyType* const pType = FindKeyType(pKey)) {
+        return pType->pszName;
     }
     const char* pszName = EVP_PKEY_get0_type_name(pKey);
     return pszName != nullptr ? pszName : DottedText(pObject);
@@ -176,8 +166,8 @@ Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
         return Flaw::kDamaged;
     }
     const EVP_PKEY* pPublic = X509_get0_pubkey(m_certificate.get());
-    const SigningAlgorithm* const pAlgorithm = pPublic != nullptr ? FindSigningAlgorithm(pPublic) : nullptr;
-    if (pAlgorithm == nullptr || HasExplicitCurve(m_certificate.get())) {
+    const KeyType* const pType = pPublic != nullptr ? FindKeyType(pPublic) : nullptr;
+    if (pType == nullptr || HasExplicitCurve(m_certificate.get())) {
         return pPublic == nullptr && m_strKeyAlgorithm == "RSA" ? Flaw::kDamaged : Flaw::kUnsupportedKey;
     }
     if (m_key == nullptr) {
@@ -187,7 +177,7 @@ Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
     if ((X509_get_key_usage(m_certificate.get()) & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) == 0) {
         return Flaw::kNotForSigning;
     }
-    return m_nKeyBits < pAlgorithm->nLeastBits ? Flaw::kKeyTooShort : Flaw::kNone;
+    return m_nKeyBits < pType->nLeastBits ? Flaw::kKeyTooShort : Flaw::kNone;
 }
 
 Flaw Identity::FlawAt(std::time_t time) const {
@@ -228,7 +218,7 @@ IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithou
 }
 
 bool IsSigningKey(const EVP_PKEY* pKey) {
-    return FindSigningAlgorithm(pKey) != nullptr;
+    return FindKeyType(pKey) != nullptr;
 }
 
 }  // namespace vextk

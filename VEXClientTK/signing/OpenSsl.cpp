@@ -6,6 +6,7 @@
 #include <new>
 
 #include "signing/Failure.h"
+#include "signing/KeyTypes.h"
 #include "signing/WipingMemory.h"
 
 namespace vextk {
@@ -15,13 +16,12 @@ namespace {
 // implementation. It never finds keys of different implementations equal, so a certificate would not match its private
 // key. While one implementation is kept, every thread gets it. It is never freed: threads may sign when the process
 // ends.
-constexpr std::array kKeyTypes = {"RSA", "RSA-PSS", "EC", "ED25519", "ED448"};
 [[gnu::used]] std::array<EVP_KEYMGMT*, kKeyTypes.size()> s_kept = {};
 
 void KeepKeyTypes() {
     const OpenSslErrorMark mark;
-    std::transform(kKeyTypes.begin(), kKeyTypes.end(), s_kept.begin(), [](const char* pszType) {
-        EVP_KEYMGMT* const pType = EVP_KEYMGMT_fetch(nullptr, pszType, nullptr);
+    std::transform(kKeyTypes.begin(), kKeyTypes.end(), s_kept.begin(), [](const KeyType& type) {
+        EVP_KEYMGMT* const pType = EVP_KEYMGMT_fetch(nullptr, type.pszName, nullptr);
         RequireMemory();
         return pType;  // null: the configured providers do not have it
     });
