@@ -1,8 +1,5 @@
 #include "signing/LegacyCiphers.h"
 
-#include <openssl/provider.h>
-#include <openssl/x509.h>
-
 #include <new>
 #include <string>
 #include <utility>
@@ -11,11 +8,6 @@
 
 namespace vextk {
 namespace {
-
-using CipherPtr = std::unique_ptr<EVP_CIPHER, OpenSslDeleter<EVP_CIPHER_free>>;
-using ContextPtr = std::unique_ptr<OSSL_LIB_CTX, OpenSslDeleter<OSSL_LIB_CTX_free>>;
-using Pbe2Ptr = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
-using ProviderPtr = std::unique_ptr<OSSL_PROVIDER, OpenSslDeleter<OSSL_PROVIDER_unload>>;
 
 // The cipher of an encryption with a PIN; NID_undef if OpenSSL does not know the encryption.
 int CipherOf(const X509_ALGOR* pAlgorithm) {
@@ -73,7 +65,7 @@ public:
     OSSL_LIB_CTX* Context() const { return m_context.get(); }
 
 private:
-    ContextPtr m_context;
+    LibraryContextPtr m_context;
     ProviderPtr m_default;
     ProviderPtr m_legacy;
 };

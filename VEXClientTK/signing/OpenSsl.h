@@ -7,6 +7,8 @@
 #include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/pkcs12.h>
+#include <openssl/provider.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
@@ -23,14 +25,20 @@ struct OpenSslDeleter {
     }
 };
 
+using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>>;
 using BioPtr = std::unique_ptr<BIO, OpenSslDeleter<BIO_free_all>>;
 using BignumPtr = std::unique_ptr<BIGNUM, OpenSslDeleter<BN_free>>;
+using CipherPtr = std::unique_ptr<EVP_CIPHER, OpenSslDeleter<EVP_CIPHER_free>>;
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, OpenSslDeleter<CMS_ContentInfo_free>>;
 using DigestPtr = std::unique_ptr<EVP_MD, OpenSslDeleter<EVP_MD_free>>;
 using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, OpenSslDeleter<EVP_MD_CTX_free>>;
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, OpenSslDeleter<X509_EXTENSION_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, OpenSslDeleter<EVP_PKEY_free>>;
+using LibraryContextPtr = std::unique_ptr<OSSL_LIB_CTX, OpenSslDeleter<OSSL_LIB_CTX_free>>;
 using ObjectPtr = std::unique_ptr<ASN1_OBJECT, OpenSslDeleter<ASN1_OBJECT_free>>;
+using Pbe2Ptr = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
+using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
+using ProviderPtr = std::unique_ptr<OSSL_PROVIDER, OpenSslDeleter<OSSL_PROVIDER_unload>>;
 using X509Ptr = std::unique_ptr<X509, OpenSslDeleter<X509_free>>;
 
 // Memory that OpenSSL allocated for its caller.

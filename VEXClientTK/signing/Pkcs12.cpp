@@ -1,7 +1,5 @@
 #include "signing/Pkcs12.h"
 
-#include <openssl/pkcs12.h>
-
 #include <memory>
 #include <utility>
 
@@ -18,7 +16,6 @@ void FreeBags(STACK_OF(PKCS12_SAFEBAG) * pBags) {
     sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
 }
 
-using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 using SafesPtr = std::unique_ptr<STACK_OF(PKCS7), OpenSslDeleter<FreeSafes>>;
 using BagsPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), OpenSslDeleter<FreeBags>>;
 

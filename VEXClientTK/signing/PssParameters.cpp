@@ -11,7 +11,6 @@
 namespace vextk {
 namespace {
 
-using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>>;
 using PssParametersPtr = std::unique_ptr<RSA_PSS_PARAMS, OpenSslDeleter<RSA_PSS_PARAMS_free>>;
 using StringPtr = std::unique_ptr<ASN1_STRING, OpenSslDeleter<ASN1_STRING_free>>;
 

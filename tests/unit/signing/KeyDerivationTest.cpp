@@ -32,9 +32,7 @@ namespace {
 constexpr int kMost = static_cast<int>(DerivationWork::kMost);
 constexpr const char* kPin = "1234";
 
-using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>>;
 using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
-using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
 
 // The parameters of an encrypted key in a file. No test computes anything with them.
 AlgorithmPtr Pbes2(int cIterations) {
@@ -211,7 +209,6 @@ AlgorithmPtr WithGarbage() {
     return algorithm;
 }
 
-using Pbe2Ptr = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
 using ScryptPtr = std::unique_ptr<SCRYPT_PARAMS, OpenSslDeleter<SCRYPT_PARAMS_free>>;
 
 Pbe2Ptr Unpacked(const X509_ALGOR* pAlgorithm) {

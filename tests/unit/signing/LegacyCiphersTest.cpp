@@ -2,8 +2,6 @@
 #include "signing/LegacyCiphers.h"
 
 #include <gtest/gtest.h>
-#include <openssl/pkcs12.h>
-#include <openssl/provider.h>
 
 #include <algorithm>
 #include <array>
@@ -26,13 +24,6 @@
 namespace vextk {
 namespace {
 
-using AlgorithmPtr = std::unique_ptr<X509_ALGOR, OpenSslDeleter<X509_ALGOR_free>>;
-using CipherPtr = std::unique_ptr<EVP_CIPHER, OpenSslDeleter<EVP_CIPHER_free>>;
-using ContextPtr = std::unique_ptr<OSSL_LIB_CTX, OpenSslDeleter<OSSL_LIB_CTX_free>>;
-using Pbe2Ptr = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
-using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
-using ProviderPtr = std::unique_ptr<OSSL_PROVIDER, OpenSslDeleter<OSSL_PROVIDER_unload>>;
-
 constexpr const char* kPin = "1234";
 constexpr int kRc2 = NID_pbe_WithSHA1And40BitRC2_CBC;
 constexpr int kTripleDes = NID_pbe_WithSHA1And3_Key_TripleDES_CBC;
@@ -47,7 +38,7 @@ SecretText Secret(std::string_view text) {
 
 // The bytes of a file with one key and its certificate. What writes it is gone afterwards.
 std::string OldFile(int nCertificate, int nKey) {
-    const ContextPtr context(OSSL_LIB_CTX_new());
+    const LibraryContextPtr context(OSSL_LIB_CTX_new());
     const ProviderPtr current(OSSL_PROVIDER_load(context.get(), "default"));
     const ProviderPtr legacy(OSSL_PROVIDER_load(context.get(), "legacy"));
     const SelfSigned pair;

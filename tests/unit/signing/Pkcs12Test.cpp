@@ -19,7 +19,6 @@ namespace {
 // The bytes of a file with one key and its certificate.
 std::string MakePkcs12(const char* pszPin, int nEncryption) {
     const SelfSigned pair;
-    using Pkcs12Ptr = std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>>;
     const Pkcs12Ptr file(PKCS12_create(pszPin, nullptr, pair.key.get(), pair.certificate.get(), nullptr, nEncryption,
                                        nEncryption, 0, 0, 0));
     const BioPtr bytes(BIO_new(BIO_s_mem()));
