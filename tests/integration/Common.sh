@@ -22,3 +22,8 @@ expect() {
     "$@" >out 2>err </dev/null || status=$?
     [ "$status" -eq "$wanted" ] || fail "exit status $status instead of $wanted: $* ($(cat err))"
 }
+
+# says TEXT: the last command of "expect" wrote it to standard error.
+says() {
+    grep -qF -- "$1" err || fail "\"$1\" is not in: $(cat err)"
+}

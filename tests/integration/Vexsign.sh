@@ -9,11 +9,6 @@ recording=$2
 export XDG_DATA_HOME=$work/data
 mkdir data
 
-# says TEXT: the last command wrote it to standard error.
-says() {
-    grep -qF -- "$1" err || fail "\"$1\" is not in: $(cat err)"
-}
-
 # ---- Stores: two keys with a PIN, one of them RSA ----
 
 pin='a b%&?#1'

@@ -13,10 +13,6 @@ memory=$4
 export XDG_DATA_HOME=$work/data
 mkdir data
 
-says() {
-    grep -qF -- "$1" err || fail "\"$1\" is not in: $(cat err)"
-}
-
 make_key() {
     openssl req -x509 -newkey "$2" ${3:+-pkeyopt "$3"} -nodes -keyout "$1.key" -out "$1.crt" -days 30 -subj "/CN=$1" \
         2>/dev/null
