@@ -2,13 +2,11 @@ package vex.interop;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.Security;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.EnumMap;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -48,16 +46,14 @@ class InteroperabilityTest {
     @TempDir
     private static Path directory;
 
-    private static final Map<KeyKind, List<X509Certificate>> CHAINS = new EnumMap<>(KeyKind.class);
+    private static Map<KeyKind, List<X509Certificate>> chains;
     private static Page page;
 
     @BeforeAll
     static void createStores() throws Exception {
         Security.addProvider(new SigningProvider());
         page = new Page("Program");
-        for (KeyKind kind : KeyKind.values()) {
-            CHAINS.put(kind, Signer.writeFiles(kind, Files.createDirectory(directory.resolve(kind.name()))));
-        }
+        chains = Signer.writeFiles(directory);
     }
 
     @AfterAll
@@ -66,7 +62,7 @@ class InteroperabilityTest {
     }
 
     private static Signer open(KeyKind kind, boolean ours) throws Exception {
-        return Signer.open(kind, ours, CHAINS.get(kind), directory.resolve(kind.name()));
+        return Signer.open(kind, ours, chains.get(kind), directory.resolve(kind.name()));
     }
 
     @Test

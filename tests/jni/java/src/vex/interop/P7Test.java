@@ -5,11 +5,9 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
-import java.util.EnumMap;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -51,15 +49,13 @@ class P7Test {
     @TempDir
     private static Path directory;
 
-    private static final Map<KeyKind, List<X509Certificate>> CHAINS = new EnumMap<>(KeyKind.class);
+    private static Map<KeyKind, List<X509Certificate>> chains;
     private static Page page;
 
     @BeforeAll
     static void createStores() throws Exception {
         page = new Page("P7 of");
-        for (KeyKind kind : KeyKind.values()) {
-            CHAINS.put(kind, Signer.writeFiles(kind, Files.createDirectory(directory.resolve(kind.name()))));
-        }
+        chains = Signer.writeFiles(directory);
     }
 
     @Test
@@ -87,7 +83,7 @@ class P7Test {
     private static void check(Case signature, CmsVerifier verifier) throws Exception {
         Path files = directory.resolve(signature.kind().name());
         // The key belongs to the JDK and is not used here.
-        Signer signer = Signer.open(signature.kind(), false, CHAINS.get(signature.kind()), files);
+        Signer signer = Signer.open(signature.kind(), false, chains.get(signature.kind()), files);
         try (SigningClient client = SigningClient.file(signer.storeFile()).pin(TestStore.PIN.toCharArray())
                 .digest(signature.digest()).open()) {
             byte[] attached = client.signCms(DATA, CmsOption.INCLUDE_CHAIN);

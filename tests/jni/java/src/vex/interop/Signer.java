@@ -6,7 +6,9 @@ import java.nio.file.Path;
 import java.security.KeyStore;
 import java.security.PrivateKey;
 import java.security.cert.X509Certificate;
+import java.util.EnumMap;
 import java.util.List;
+import java.util.Map;
 import vex.client.SigningProvider;
 import vex.client.StoreParameter;
 import vex.jni.Run;
@@ -22,8 +24,16 @@ import vex.jni.TestStore;
  */
 record Signer(KeyKind kind, boolean ours, Path directory, Path storeFile, KeyStore store, String alias, PrivateKey key,
               List<X509Certificate> chain) {
-    /** Writes the files keys.p12 and root.pem. */
-    static List<X509Certificate> writeFiles(KeyKind kind, Path directory) throws Exception {
+    /** Writes the files keys.p12 and root.pem for each kind, into a new directory of its name. Returns the chains. */
+    static Map<KeyKind, List<X509Certificate>> writeFiles(Path directory) throws Exception {
+        Map<KeyKind, List<X509Certificate>> chains = new EnumMap<>(KeyKind.class);
+        for (KeyKind kind : KeyKind.values()) {
+            chains.put(kind, writeFiles(kind, Files.createDirectory(directory.resolve(kind.name()))));
+        }
+        return chains;
+    }
+
+    private static List<X509Certificate> writeFiles(KeyKind kind, Path directory) throws Exception {
         List<TestStore.Identity> identities = TestStore.chain(kind.keyName(), 3);
         TestStore.writeChain(directory.resolve("keys.p12"), identities);
         List<X509Certificate> chain = identities.stream().map(TestStore.Identity::certificate).toList();
