@@ -113,10 +113,18 @@ public final class CertificateInfo {
     /**
      * Returns the key's algorithm.
      *
-     * @return {@code RSA}, {@code EC}, {@code RSA-PSS} (an RSA key for RSASSA-PSS only), {@code ED25519} or
-     *     {@code ED448}
+     * @return {@link KeyAlgorithm#OTHER} if this class does not know the toolkit's name
      */
-    public String keyAlgorithm() {
+    public KeyAlgorithm keyAlgorithm() {
+        return KeyAlgorithm.of(keyAlgorithm);
+    }
+
+    /**
+     * Returns the toolkit's name of the key's algorithm, which may be one that {@link KeyAlgorithm} does not have.
+     *
+     * @return for example {@code RSA-PSS}
+     */
+    public String keyAlgorithmName() {
         return keyAlgorithm;
     }
 

@@ -5,8 +5,6 @@ import java.io.InputStream;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.MessageDigest;
-import java.util.EnumSet;
-import java.util.Set;
 import vex.jni.VCTKError;
 
 /**
@@ -19,49 +17,49 @@ final class ContentSigner {
     private final Session session;
     private final String digestName;  // of the client; null for the toolkit's default
     private final String prehashed;
-    private final DigestName digest;  // null: unknown here
+    private final Digest digest;  // null: unknown here
 
     ContentSigner(Session session, String digestName) {
-        String name = digestName == null ? DigestName.SHA_256.text() : digestName;
+        String name = digestName == null ? Digest.SHA_256.toString() : digestName;
         this.session = session;
         this.digestName = digestName;
-        prehashed = DigestName.PREHASHED + name;
-        digest = DigestName.of(name.replaceFirst("(?i)" + DigestName.PSS + "$", ""));
+        prehashed = Digest.PREHASHED + name;
+        digest = Digest.of(Digest.isPss(name) ? name.substring(0, name.length() - Digest.PSS.length()) : name);
     }
 
     /** @throws SigningException if the toolkit does not sign digests, or not this one */
     byte[] signDigest(byte[] value) throws SigningException {
         if (!session.knowsDigest(prehashed)) {
             throw SigningException.of(VCTKError.INVALID_ARGUMENT,
-                "the toolkit cannot sign a digest; sign the data with signPkcs1");
+                "the toolkit cannot sign a digest; sign the data with signRaw");
         }
         return session.signP1(prehashed, value);
     }
 
-    byte[] sign(InputStream stream, Set<CmsOption> options) throws IOException, SigningException {
-        MessageDigest hash = options.contains(CmsOption.DETACHED) ? newDigest() : null;
+    byte[] sign(InputStream stream, CmsForm form) throws IOException, SigningException {
+        MessageDigest hash = form.isDetached() ? newDigest() : null;
         if (hash == null) {
             DataCollector data = new DataCollector(Session.MAX_BYTES);
             read(stream, data::add);
-            return session.signP7(digestName, data.take(), options);
+            return session.signP7(digestName, data.take(), form);
         }
         requireContent(read(stream, hash::update));
-        return session.signP7(prehashed, hash.digest(), options);
+        return session.signP7(prehashed, hash.digest(), form);
     }
 
-    byte[] sign(Path file, Set<CmsOption> options) throws IOException, SigningException {
+    byte[] sign(Path file, CmsForm form) throws IOException, SigningException {
         MessageDigest hash =
-            options.contains(CmsOption.DETACHED) || !Files.isRegularFile(file) ? null : newDigest();
+            form.isDetached() || !Files.isRegularFile(file) ? null : newDigest();
         if (hash == null) {
             try (InputStream stream = Files.newInputStream(file)) {
-                return sign(stream, options);
+                return sign(stream, form);
             }
         }
-        return attached(file, hash, options);
+        return attached(file, hash, form);
     }
 
     /** Reads the file once for its digest and once into the signature, so that it is in memory only once. */
-    private byte[] attached(Path file, MessageDigest hash, Set<CmsOption> options)
+    private byte[] attached(Path file, MessageDigest hash, CmsForm form)
             throws IOException, SigningException {
         AttachedCms.requireArray(Files.size(file));
         long length;
@@ -70,9 +68,7 @@ final class ContentSigner {
         }
         requireContent(length);
         byte[] value = hash.digest();
-        Set<CmsOption> detached = EnumSet.of(CmsOption.DETACHED);
-        detached.addAll(options);
-        AttachedCms cms = new AttachedCms(session.signP7(prehashed, value, detached), length);
+        AttachedCms cms = new AttachedCms(session.signP7(prehashed, value, form.toDetached()), length);
         int end = cms.contentBegin() + (int) length;
         try (InputStream stream = Files.newInputStream(file)) {
             for (int at = cms.contentBegin(); at < end;) {

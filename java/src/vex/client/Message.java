@@ -19,12 +19,12 @@ final class Message {
     }
 
     /** Digested here if the toolkit signs digests and this Java has the algorithm. */
-    static Message digested(SigningKey key, DigestName name, String padding) {
-        String prehashed = DigestName.PREHASHED + name.text() + padding;
+    static Message digested(SigningKey key, Digest name, String padding) {
+        String prehashed = Digest.PREHASHED + name + padding;
         MessageDigest digest = name.newMessageDigest();
         return digest != null && key.knowsDigest(prehashed)
             ? new Message(prehashed, digest, null)
-            : collected(name.text() + padding, Session.MAX_BYTES);
+            : collected(name + padding, Session.MAX_BYTES);
     }
 
     /** @param digestName what the toolkit does with the data */

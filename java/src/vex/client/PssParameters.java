@@ -18,19 +18,19 @@ final class PssParameters {
     private PssParameters() {}
 
     /** @throws InvalidAlgorithmParameterException if the toolkit does not offer these parameters */
-    static DigestName digestOf(AlgorithmParameterSpec parameters) throws InvalidAlgorithmParameterException {
+    static Digest digestOf(AlgorithmParameterSpec parameters) throws InvalidAlgorithmParameterException {
         if (!(parameters instanceof PSSParameterSpec)) {
             throw new InvalidAlgorithmParameterException("RSASSA-PSS needs a PSSParameterSpec, not " + parameters);
         }
         PSSParameterSpec pss = (PSSParameterSpec) parameters;
-        DigestName digest = digestFor(pss);
+        Digest digest = digestFor(pss);
         if (digest == null) {
             throw new InvalidAlgorithmParameterException(
                 "RSASSA-PSS is offered with a digest of the SHA-2 or SHA-3 family, not " + pss.getDigestAlgorithm()
                 + ", with the same digest in MGF1 and the trailer field 1");
         }
         if (pss.getSaltLength() != digest.length()) {
-            throw new InvalidAlgorithmParameterException("RSASSA-PSS with " + digest.text()
+            throw new InvalidAlgorithmParameterException("RSASSA-PSS with " + digest
                 + " is offered with a salt of " + digest.length() + " bytes, not " + pss.getSaltLength());
         }
         return digest;
@@ -40,39 +40,39 @@ final class PssParameters {
      * The digest that a key allows, by its parameters (RFC 4055 section 3.3). Null: the toolkit does not offer what the
      * key allows.
      */
-    static DigestName allowedBy(AlgorithmParameterSpec keyParameters) {
+    static Digest allowedBy(AlgorithmParameterSpec keyParameters) {
         if (!(keyParameters instanceof PSSParameterSpec)) {
             return null;
         }
         PSSParameterSpec pss = (PSSParameterSpec) keyParameters;
-        DigestName digest = digestFor(pss);
+        Digest digest = digestFor(pss);
         // The salt of a key's parameters is the shortest that it allows.
         return digest == null || pss.getSaltLength() > digest.length() ? null : digest;
     }
 
     /** Null: not offered, whatever the length of the salt. */
-    private static DigestName digestFor(PSSParameterSpec pss) {
+    private static Digest digestFor(PSSParameterSpec pss) {
         AlgorithmParameterSpec mask = pss.getMGFParameters();
-        DigestName digest = DigestName.of(pss.getDigestAlgorithm());
+        Digest digest = Digest.of(pss.getDigestAlgorithm());
         boolean offered = digest != null && pss.getTrailerField() == TRAILER
             && pss.getMGFAlgorithm().equalsIgnoreCase(MGF1) && mask instanceof MGF1ParameterSpec
-            && DigestName.of(((MGF1ParameterSpec) mask).getDigestAlgorithm()) == digest;
+            && Digest.of(((MGF1ParameterSpec) mask).getDigestAlgorithm()) == digest;
         return offered ? digest : null;
     }
 
-    static PSSParameterSpec spec(DigestName digest) {
+    static PSSParameterSpec spec(Digest digest) {
         return new PSSParameterSpec(
-            digest.text(), MGF1, new MGF1ParameterSpec(digest.text()), digest.length(), TRAILER);
+            digest.toString(), MGF1, new MGF1ParameterSpec(digest.toString()), digest.length(), TRAILER);
     }
 
     /** In the form that a verifier, or a certificate's algorithm identifier, needs. */
-    static AlgorithmParameters of(DigestName digest) {
+    static AlgorithmParameters of(Digest digest) {
         try {
             AlgorithmParameters parameters = AlgorithmParameters.getInstance("RSASSA-PSS");
             parameters.init(spec(digest));
             return parameters;
         } catch (NoSuchAlgorithmException | InvalidParameterSpecException e) {
-            throw new ProviderException("This Java has no parameters for RSASSA-PSS with " + digest.text(), e);
+            throw new ProviderException("This Java has no parameters for RSASSA-PSS with " + digest, e);
         }
     }
 }

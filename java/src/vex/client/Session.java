@@ -120,7 +120,7 @@ final class Session {
     /** A toolkit that accepts every name would sign a digest as if it were the data. */
     private boolean refusesUnknownDigests() {
         if (refusesUnknownDigests == null) {
-            refusesUnknownDigests = !accepts(DigestName.PREHASHED);
+            refusesUnknownDigests = !accepts(Digest.PREHASHED);
         }
         return refusesUnknownDigests;
     }
@@ -162,30 +162,30 @@ final class Session {
         return signature(digestName, natives -> natives.P1Sign(handle, base64));
     }
 
-    byte[] signP7(String digestName, String text, Set<CmsOption> options) throws SigningException {
+    byte[] signP7(String digestName, String text, CmsForm form) throws SigningException {
         String checked = requireText("The text", text);
-        int certificates = certificates(options);
-        return signature(digestName, natives -> natives.P7SignString(handle, checked, detached(options), certificates));
+        int certificates = certificates(form);
+        return signature(digestName, natives -> natives.P7SignString(handle, checked, detached(form), certificates));
     }
 
-    byte[] signP7(String digestName, byte[] data, Set<CmsOption> options) throws SigningException {
+    byte[] signP7(String digestName, byte[] data, CmsForm form) throws SigningException {
         String base64 = toBase64(data);
-        int certificates = certificates(options);
-        return signature(digestName, natives -> natives.P7Sign(handle, base64, detached(options), certificates));
+        int certificates = certificates(form);
+        return signature(digestName, natives -> natives.P7Sign(handle, base64, detached(form), certificates));
     }
 
-    private static int detached(Set<CmsOption> options) {
-        return options.contains(CmsOption.DETACHED) ? 1 : 0;
+    private static int detached(CmsForm form) {
+        return form.isDetached() ? 1 : 0;
     }
 
     /** A toolkit that knows chains takes 2 as "only the signer's certificate", and 1 as "with the chain". */
-    private int certificates(Set<CmsOption> options) throws SigningException {
-        if (!options.contains(CmsOption.INCLUDE_CHAIN)) {
-            return !options.contains(CmsOption.INCLUDE_CERTIFICATE) ? 0 : hasChain ? 2 : 1;
+    private int certificates(CmsForm form) throws SigningException {
+        if (form.certificates() != CmsForm.Certificates.CHAIN) {
+            return form.certificates() == CmsForm.Certificates.NONE ? 0 : hasChain ? 2 : 1;
         }
         if (!hasChain) {
             throw SigningException.of(VCTKError.INVALID_ARGUMENT,
-                "the toolkit cannot include a chain; use INCLUDE_CERTIFICATE and pass the chain on yourself");
+                "the toolkit cannot include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself");
         }
         return 1;
     }

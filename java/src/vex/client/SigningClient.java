@@ -2,18 +2,9 @@ package vex.client;
 
 import java.io.IOException;
 import java.io.InputStream;
-import java.math.BigInteger;
 import java.nio.file.Path;
-import java.security.cert.CertificateEncodingException;
-import java.security.cert.X509Certificate;
-import java.time.Instant;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.EnumSet;
 import java.util.List;
 import java.util.Objects;
-import java.util.Set;
-import javax.security.auth.x500.X500Principal;
 
 /**
  * Signs texts and data with the private key of a certificate from a store.
@@ -21,17 +12,18 @@ import javax.security.auth.x500.X500Principal;
  * <pre>{@code
  * try (SigningClient client = SigningClient.file(Paths.get("/etc/app/keys.p12"))
  *         .pinFile(Paths.get("/etc/app/pin"))
- *         .keyAlgorithm("RSA")
+ *         .keyAlgorithm(KeyAlgorithm.RSA)
  *         .open()) {
- *     byte[] cms = client.signCms("I owe you 100 euros.", CmsOption.DETACHED, CmsOption.INCLUDE_CERTIFICATE);
+ *     byte[] cms = client.signCmsDetached("I owe you 100 euros.");
  * }
  * }</pre>
  *
  * <h2>Signatures</h2>
- * {@code signPkcs1} and {@code signDigest} make a bare signature: RSASSA-PKCS1-v1_5 with an RSA key, or RSASSA-PSS if
- * the client's digest or the certificate says so; ECDSA in DER with an EC key; RFC 8032 with an Ed25519 or Ed448 key.
- * {@link java.security.Signature} verifies all of them. {@code signCms} makes CMS SignedData in DER. The results are
- * bytes; {@link java.util.Base64} converts them to text.
+ * {@code signRaw} and {@code signDigest} make a bare signature: RSASSA-PKCS1-v1_5 with an RSA key, or RSASSA-PSS if
+ * the client or the certificate says so; ECDSA in DER with an EC key; RFC 8032 with an Ed25519 or Ed448 key.
+ * {@link java.security.Signature} verifies all of them. {@code signCmsDetached} and {@code signCmsAttached} make CMS
+ * SignedData in DER, without and with the content. It contains the signer's certificate unless the options say
+ * otherwise. The results are bytes; {@link java.util.Base64} converts them to text.
  *
  * <h2>Text and bytes</h2>
  * Signing a text signs its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL}, {@code LC_CTYPE} or
@@ -57,7 +49,7 @@ public final class SigningClient implements AutoCloseable {
     private final ContentSigner content;
     private final Reaper.Ticket ticket;
 
-    private SigningClient(Session session, String digest) {
+    SigningClient(Session session, String digest) {
         this.session = session;
         this.digest = digest;
         content = new ContentSigner(session, digest);
@@ -68,12 +60,12 @@ public final class SigningClient implements AutoCloseable {
      * Starts to build a client for the store with this URI.
      *
      * @param uri {@code demo:} for the user's demo store, {@code file:/path/keys.p12} or {@code pkcs11:token=Card}.
-     *     Prefer {@link Builder#pinFile} or {@link Builder#pin} to a PIN in the URI. Trust a URI only as you would
-     *     trust a program: it can name a PKCS #11 module, whose code then runs in this process
+     *     Prefer {@link SigningClientBuilder#pinFile} or {@link SigningClientBuilder#pin} to a PIN in the URI. Trust a
+     *     URI only as you would trust a program: it can name a PKCS #11 module, whose code then runs in this process
      * @return a new builder
      */
-    public static Builder store(String uri) {
-        return new Builder(Objects.requireNonNull(uri, "uri"));
+    public static SigningClientBuilder store(String uri) {
+        return new SigningClientBuilder(Objects.requireNonNull(uri, "uri"));
     }
 
     /**
@@ -83,8 +75,8 @@ public final class SigningClient implements AutoCloseable {
      * @return a new builder
      * @throws IllegalArgumentException if the path belongs to another file system
      */
-    public static Builder file(Path file) {
-        return new Builder(StoreText.ofFile(file));
+    public static SigningClientBuilder file(Path file) {
+        return new SigningClientBuilder(StoreText.ofFile(file));
     }
 
     /**
@@ -95,7 +87,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
      */
-    public byte[] signPkcs1(String text) throws SigningException {
+    public byte[] signRaw(String text) throws SigningException {
         return session.signP1(digest, text);
     }
 
@@ -107,7 +99,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws SigningException if it cannot be signed
      * @throws IllegalStateException if the client is closed
      */
-    public byte[] signPkcs1(byte[] data) throws SigningException {
+    public byte[] signRaw(byte[] data) throws SigningException {
         return session.signP1(digest, data);
     }
 
@@ -125,65 +117,109 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * Makes a CMS signature of a text.
+     * Makes a CMS signature of a text, without the text.
      *
      * @param text the text; see above which texts are refused
-     * @param options without options, the signature contains the text and no certificate
+     * @param options which certificates the signature contains; without options, the signer's
      * @return CMS SignedData in DER
      * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options exclude each other
      * @throws IllegalStateException if the client is closed
      */
-    public byte[] signCms(String text, CmsOption... options) throws SigningException {
-        return session.signP7(digest, text, toSet(options));
+    public byte[] signCmsDetached(String text, CmsOption... options) throws SigningException {
+        return session.signP7(digest, text, CmsForm.detached(options));
     }
 
     /**
-     * Makes a CMS signature of data.
+     * Makes a CMS signature of data, without the data.
      *
      * @param data at least one byte, at most 402,653,181
-     * @param options without options, the signature contains the data and no certificate
+     * @param options which certificates the signature contains; without options, the signer's
      * @return CMS SignedData in DER
      * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options exclude each other
      * @throws IllegalStateException if the client is closed
      */
-    public byte[] signCms(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(digest, data, toSet(options));
+    public byte[] signCmsDetached(byte[] data, CmsOption... options) throws SigningException {
+        return session.signP7(digest, data, CmsForm.detached(options));
     }
 
     /**
-     * Makes a CMS signature of a file. A detached signature reads it once, in pieces, so it may have any size. One with
-     * the content reads it twice and has it in memory once, so the limit is nearly 2 GiB. The data is collected, and
-     * has at most 402,653,181 bytes, if the toolkit does not sign digests, if this Java does not have the digest
-     * algorithm, and if a certificate that passes the filters has an Ed25519 or Ed448 key.
+     * Makes a CMS signature of a file, without the content. It reads the file once, in pieces, so the file may have any
+     * size. The data is collected, and has at most 402,653,181 bytes, if the toolkit does not sign digests, if this
+     * Java does not have the digest algorithm, and if a certificate that passes the filters has an Ed25519 or Ed448
+     * key.
      *
      * @param file at least one byte
-     * @param options without options, the signature contains the data and no certificate
+     * @param options which certificates the signature contains; without options, the signer's
      * @return CMS SignedData in DER
-     * @throws IOException if the file cannot be read, or changes between the two times
+     * @throws IOException if the file cannot be read
      * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options exclude each other
      * @throws IllegalStateException if the client is closed
      */
-    public byte[] signCms(Path file, CmsOption... options) throws IOException, SigningException {
-        return content.sign(file, toSet(options));
+    public byte[] signCmsDetached(Path file, CmsOption... options) throws IOException, SigningException {
+        return content.sign(file, CmsForm.detached(options));
     }
 
     /**
-     * Makes a detached CMS signature of the rest of a stream, which is read like a file.
+     * Makes a CMS signature of the rest of a stream, which is read like a file.
      *
      * @param stream at least one byte; it is read to its end and not closed
-     * @param options one of them is {@link CmsOption#DETACHED}
+     * @param options which certificates the signature contains; without options, the signer's
      * @return CMS SignedData in DER
      * @throws IOException if the stream cannot be read
      * @throws SigningException if it cannot be signed
-     * @throws IllegalArgumentException if the options do not include {@code DETACHED}
+     * @throws IllegalArgumentException if the options exclude each other
      * @throws IllegalStateException if the client is closed
      */
-    public byte[] signCms(InputStream stream, CmsOption... options) throws IOException, SigningException {
-        Set<CmsOption> set = toSet(options);
-        if (!set.contains(CmsOption.DETACHED)) {
-            throw new IllegalArgumentException("A stream is signed detached only; add CmsOption.DETACHED");
-        }
-        return content.sign(stream, set);
+    public byte[] signCmsDetached(InputStream stream, CmsOption... options) throws IOException, SigningException {
+        return content.sign(stream, CmsForm.detached(options));
+    }
+
+    /**
+     * Makes a CMS signature that contains the text.
+     *
+     * @param text the text; see above which texts are refused
+     * @param options which certificates the signature contains; without options, the signer's
+     * @return CMS SignedData in DER
+     * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options exclude each other
+     * @throws IllegalStateException if the client is closed
+     */
+    public byte[] signCmsAttached(String text, CmsOption... options) throws SigningException {
+        return session.signP7(digest, text, CmsForm.attached(options));
+    }
+
+    /**
+     * Makes a CMS signature that contains the data.
+     *
+     * @param data at least one byte, at most 402,653,181
+     * @param options which certificates the signature contains; without options, the signer's
+     * @return CMS SignedData in DER
+     * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options exclude each other
+     * @throws IllegalStateException if the client is closed
+     */
+    public byte[] signCmsAttached(byte[] data, CmsOption... options) throws SigningException {
+        return session.signP7(digest, data, CmsForm.attached(options));
+    }
+
+    /**
+     * Makes a CMS signature that contains the content of a file. It reads the file twice and has it in memory once, in
+     * the result, so the limit is nearly 2 GiB. The data is collected in the cases that
+     * {@link #signCmsDetached(Path, CmsOption...)} names, and if the file is no regular one, such as a pipe.
+     *
+     * @param file at least one byte
+     * @param options which certificates the signature contains; without options, the signer's
+     * @return CMS SignedData in DER
+     * @throws IOException if the file cannot be read, or changes between the two times
+     * @throws SigningException if it cannot be signed
+     * @throws IllegalArgumentException if the options exclude each other
+     * @throws IllegalStateException if the client is closed
+     */
+    public byte[] signCmsAttached(Path file, CmsOption... options) throws IOException, SigningException {
+        return content.sign(file, CmsForm.attached(options));
     }
 
     /**
@@ -201,298 +237,5 @@ public final class SigningClient implements AutoCloseable {
     @Override
     public void close() {
         ticket.close();
-    }
-
-    private static Set<CmsOption> toSet(CmsOption... options) {
-        Set<CmsOption> set = EnumSet.noneOf(CmsOption.class);
-        set.addAll(Arrays.asList(options));
-        return set;
-    }
-
-    /**
-     * Collects the settings of a client. A certificate has to pass all filters. If several certificates pass, the one
-     * that stays valid longest signs. For one thread at a time.
-     */
-    public static final class Builder {
-        private final String store;
-        private final List<Filter> filters = new ArrayList<>();
-        private Path pinFile;
-        private Path chainFile;
-        private char[] pin;
-        private String digest;
-        private boolean single;
-
-        private Builder(String store) {
-            this.store = store;
-        }
-
-        /**
-         * Names the file that holds the PIN. This is the safest way: the PIN never becomes a Java object.
-         *
-         * @param file at most 4 KiB; one line end after the PIN is not part of it
-         * @return this
-         */
-        public Builder pinFile(Path file) {
-            pinFile = Objects.requireNonNull(file, "file");
-            pin = null;
-            return this;
-        }
-
-        /**
-         * Sets the PIN itself. The builder copies it, and {@link #open} joins the copy to the store's URI and wipes it.
-         * No exception and no {@link #toString} contains it. The caller wipes its own array.
-         *
-         * @param characters the PIN, without any escapes
-         * @return this
-         */
-        public Builder pin(char[] characters) {
-            pin = characters.clone();
-            pinFile = null;
-            return this;
-        }
-
-        /**
-         * Names a file with certificates of issuers that the store does not have, for {@link CmsOption#INCLUDE_CHAIN}.
-         *
-         * @param file PEM or PKCS #12, at most 16 MiB
-         * @return this
-         */
-        public Builder chainFile(Path file) {
-            chainFile = Objects.requireNonNull(file, "file");
-            return this;
-        }
-
-        /**
-         * Sets the digest algorithm. The default is SHA-256.
-         *
-         * @param name an algorithm of the SHA-2 or SHA-3 family, for example {@code SHA-384}. With {@code /PSS} behind
-         *     it, RSA keys sign with RSASSA-PSS, with the same digest in MGF1 and a salt as long as it. Ed25519 and
-         *     Ed448 keys have their own digest
-         * @return this
-         * @throws IllegalArgumentException if the name begins with {@code prehashed:}; {@link #signDigest} does this
-         */
-        public Builder digest(String name) {
-            if (name.regionMatches(true, 0, DigestName.PREHASHED, 0, DigestName.PREHASHED.length())) {
-                throw new IllegalArgumentException("The client signs data; call signDigest to sign a digest");
-            }
-            digest = name;
-            return this;
-        }
-
-        /**
-         * Makes signing fail unless exactly one certificate passes the filters.
-         *
-         * @return this
-         */
-        public Builder singleCertificate() {
-            single = true;
-            return this;
-        }
-
-        /**
-         * Filter: the RFC 4514 text of the issuer's name contains this part.
-         *
-         * @param part in upper or lower case
-         * @return this
-         */
-        public Builder issuerContains(String part) {
-            return add(Filter.issuerContains(part));
-        }
-
-        /**
-         * Filter: the RFC 4514 text of the subject's name contains this part.
-         *
-         * @param part in upper or lower case
-         * @return this
-         */
-        public Builder subjectContains(String part) {
-            return add(Filter.subjectContains(part));
-        }
-
-        /**
-         * Filter: the issuer has this name.
-         *
-         * @param name the whole name
-         * @return this
-         */
-        public Builder issuer(X500Principal name) {
-            return add(Filter.issuer(name));
-        }
-
-        /**
-         * Filter: the subject has this name.
-         *
-         * @param name the whole name
-         * @return this
-         */
-        public Builder subject(X500Principal name) {
-            return add(Filter.subject(name));
-        }
-
-        /**
-         * Filter: the certificate has this serial number.
-         *
-         * @param number the number as {@link CertificateInfo#serial} returns it; a few certificates have a negative one
-         * @return this
-         */
-        public Builder serial(BigInteger number) {
-            return add(Filter.serial(number));
-        }
-
-        /**
-         * Filter: the SHA-256 digest of the certificate's DER form is this.
-         *
-         * @param sha256 64 hexadecimal digits in upper or lower case, with or without colons between pairs
-         * @return this
-         */
-        public Builder fingerprint(String sha256) {
-            return add(Filter.fingerprint(sha256));
-        }
-
-        /**
-         * Filter: this certificate alone.
-         *
-         * @param certificate compared by its SHA-256 fingerprint
-         * @return this
-         * @throws CertificateEncodingException if the certificate has no DER form
-         */
-        public Builder certificate(X509Certificate certificate) throws CertificateEncodingException {
-            return fingerprint(Certificates.fingerprint(certificate));
-        }
-
-        /**
-         * Filter: the key has this algorithm.
-         *
-         * @param name as {@link CertificateInfo#keyAlgorithm} returns it
-         * @return this
-         */
-        public Builder keyAlgorithm(String name) {
-            return add(Filter.keyAlgorithm(name));
-        }
-
-        /**
-         * Filter: the key has this size or a larger one.
-         *
-         * @param bits the size of the RSA modulus or of the curve's field; positive
-         * @return this
-         */
-        public Builder keySizeAtLeast(int bits) {
-            return add(Filter.keySizeAtLeast(bits));
-        }
-
-        /**
-         * Filter: the certificate allows this key usage. A certificate without key usages allows all.
-         *
-         * @param usage the usage
-         * @return this
-         */
-        public Builder allowsKeyUsage(KeyUsage usage) {
-            return add(Filter.allowsKeyUsage(usage));
-        }
-
-        /**
-         * Filter: the certificate names all of these key usages. A certificate without key usages does not pass.
-         *
-         * @param usages at least one
-         * @return this
-         */
-        public Builder keyUsages(KeyUsage... usages) {
-            return add(Filter.keyUsages(usages));
-        }
-
-        /**
-         * Filter: the certificate names all of these extended key usages.
-         *
-         * @param usages at least one; dotted OIDs, or the short names {@code serverAuth}, {@code clientAuth},
-         *     {@code codeSigning}, {@code emailProtection}, {@code timeStamping} and {@code OCSPSigning}
-         * @return this
-         */
-        public Builder extendedKeyUsages(String... usages) {
-            return add(Filter.extendedKeyUsages(usages));
-        }
-
-        /**
-         * Filter: the certificate is valid at this time as well as now.
-         *
-         * @param time the time; fractions of a second are ignored
-         * @return this
-         */
-        public Builder validAt(Instant time) {
-            return add(Filter.validAt(time));
-        }
-
-        /**
-         * Filter: the certificate has this policy.
-         *
-         * @param oid a dotted OID
-         * @return this
-         */
-        public Builder policy(String oid) {
-            return add(Filter.policy(oid));
-        }
-
-        /**
-         * Opens the store. The first call in a process loads the native library; see {@link vex.jni.TAVClientJNI}.
-         *
-         * @return a new client, which the caller closes
-         * @throws SigningException if the store cannot be opened or a setting is refused. If no certificate passes the
-         *     filters, opening succeeds and signing fails
-         * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN
-         */
-        public SigningClient open() throws SigningException {
-            Session session = Session.open(storeWithPin(), single, "chain=store");
-            try {
-                if (digest != null) {
-                    session.setDigest(digest);
-                }
-                for (Filter filter : filters) {
-                    session.addFilter(filter);
-                }
-                return new SigningClient(session, digest);
-            } catch (SigningException | RuntimeException | Error e) {
-                session.close();
-                throw e;
-            }
-        }
-
-        /** For people. Contains no PIN and no URI. */
-        @Override
-        public String toString() {
-            return "SigningClient.Builder with " + filters.size() + " filters";
-        }
-
-        private Builder add(Filter filter) {
-            filters.add(filter);
-            return this;
-        }
-
-        private String storeWithChain() {
-            if (chainFile == null) {
-                return store;
-            }
-            String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=store");
-            return StoreText.withChainFile(chain, chainFile);
-        }
-
-        private String storeWithPin() {
-            String store = storeWithChain();
-            if (pinFile != null) {
-                return StoreText.withPinFile(store, pinFile);
-            }
-            if (pin == null) {
-                return store;
-            }
-            if (pin.length > 0 && pin[0] == WIPED) {
-                throw new IllegalStateException("An earlier call of open used the PIN and wiped it; call pin again");
-            }
-            try {
-                return StoreText.withPin(store, pin);
-            } finally {
-                Arrays.fill(pin, WIPED);
-            }
-        }
-
-        /** A PIN cannot contain this character. */
-        private static final char WIPED = '\0';
     }
 }

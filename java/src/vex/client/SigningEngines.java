@@ -12,9 +12,9 @@ final class SigningEngines {
 
     /** RSASSA-PKCS1-v1_5 of a digest. */
     static final class Rsa extends SigningEngine {
-        private final DigestName digest;
+        private final Digest digest;
 
-        Rsa(DigestName digest) {
+        Rsa(Digest digest) {
             this.digest = digest;
         }
 
@@ -41,9 +41,9 @@ final class SigningEngines {
 
         @Override
         Message newMessage(SigningKey signer) throws InvalidKeyException {
-            requireKnown(signer, DigestName.RAW, "NONEwithRSA");
+            requireKnown(signer, Digest.RAW, "NONEwithRSA");
             int modulus = (((RSAKey) signer).getModulus().bitLength() + 7) / 8;
-            return Message.collected(DigestName.RAW, modulus - PADDING);
+            return Message.collected(Digest.RAW, modulus - PADDING);
         }
     }
 
@@ -52,11 +52,11 @@ final class SigningEngines {
         /** Longer than any digest: they are not a digest. The JDK has the same limit. */
         private static final int MAX_RAW = 64;
 
-        private final DigestName digest;
+        private final Digest digest;
         private final boolean p1363;
 
         /** @param digest null: the bytes given are the digest */
-        Ecdsa(DigestName digest, boolean p1363) {
+        Ecdsa(Digest digest, boolean p1363) {
             this.digest = digest;
             this.p1363 = p1363;
         }
@@ -71,8 +71,8 @@ final class SigningEngines {
             if (digest != null) {
                 return Message.digested(signer, digest, "");
             }
-            requireKnown(signer, DigestName.RAW, "NONEwithECDSA");
-            return Message.collected(DigestName.RAW, MAX_RAW);
+            requireKnown(signer, Digest.RAW, "NONEwithECDSA");
+            return Message.collected(Digest.RAW, MAX_RAW);
         }
 
         @Override
@@ -99,18 +99,18 @@ final class SigningEngines {
 
         @Override
         Message newMessage(SigningKey signer) {
-            return Message.collected(DigestName.SHA_512.text(), Session.MAX_BYTES);  // the digest does not matter
+            return Message.collected(Digest.SHA_512.toString(), Session.MAX_BYTES);  // the digest does not matter
         }
     }
 
     /** RSASSA-PSS. */
     static final class Pss extends SigningEngine {
-        private final DigestName fixed;
-        private DigestName chosen;     // null: none
-        private DigestName effective;  // of the message; that of the key's parameters if none is chosen
+        private final Digest fixed;
+        private Digest chosen;     // null: none
+        private Digest effective;  // of the message; that of the key's parameters if none is chosen
 
         /** @param fixed the digest in the name of the algorithm; null if there is none */
-        Pss(DigestName fixed) {
+        Pss(Digest fixed) {
             this.fixed = fixed;
             chosen = fixed;
         }
@@ -122,43 +122,43 @@ final class SigningEngines {
 
         @Override
         Message newMessage(SigningKey signer) throws InvalidKeyException {
-            DigestName digest = digestFor(signer);
-            String name = (digest == null ? DigestName.SHA_256 : digest).text() + DigestName.PSS;
-            if (!signer.knowsDigest(DigestName.PREHASHED + name)) {
+            Digest digest = digestFor(signer);
+            String name = (digest == null ? Digest.SHA_256 : digest) + Digest.PSS;
+            if (!signer.knowsDigest(Digest.PREHASHED + name)) {
                 requireKnown(signer, name, "RSASSA-PSS");
             }
             effective = digest;
-            return digest == null ? null : Message.digested(signer, digest, DigestName.PSS);
+            return digest == null ? null : Message.digested(signer, digest, Digest.PSS);
         }
 
         /** Null: neither the caller nor the key has chosen one. */
-        private DigestName digestFor(SigningKey signer) throws InvalidKeyException {
+        private Digest digestFor(SigningKey signer) throws InvalidKeyException {
             AlgorithmParameterSpec restriction = signer.getParams();
             if (restriction == null) {
                 return chosen;
             }
-            DigestName allowed = PssParameters.allowedBy(restriction);
+            Digest allowed = PssParameters.allowedBy(restriction);
             if (allowed == null) {
                 throw new InvalidKeyException("The toolkit does not offer the parameters of the " + signer);
             }
             if (chosen != null && chosen != allowed) {
                 throw new InvalidKeyException(
-                    "The parameters of the " + signer + " allow " + allowed.text() + " and not " + chosen.text());
+                    "The parameters of the " + signer + " allow " + allowed + " and not " + chosen);
             }
             return allowed;
         }
 
         @Override
         protected void engineSetParameter(AlgorithmParameterSpec parameters) throws InvalidAlgorithmParameterException {
-            DigestName digest = PssParameters.digestOf(parameters);
+            Digest digest = PssParameters.digestOf(parameters);
             if (fixed != null && digest != fixed) {
                 throw new InvalidAlgorithmParameterException(
-                    "This algorithm is RSASSA-PSS with " + fixed.text() + ", not with " + digest.text());
+                    "This algorithm is RSASSA-PSS with " + fixed + ", not with " + digest);
             }
             if (digest != effective && isUpdated()) {
                 throw new InvalidAlgorithmParameterException("Set the parameters before the first update");
             }
-            DigestName before = chosen;
+            Digest before = chosen;
             chosen = digest;
             try {
                 if (digest != effective) {
@@ -172,7 +172,7 @@ final class SigningEngines {
 
         @Override
         protected AlgorithmParameters engineGetParameters() {
-            DigestName digest = effective == null ? chosen : effective;
+            Digest digest = effective == null ? chosen : effective;
             return digest == null ? null : PssParameters.of(digest);
         }
     }

@@ -127,7 +127,7 @@ abstract class SigningKey implements PrivateKey {
             super(store, fingerprint, publicKey.getAlgorithm());
             modulus = publicKey.getModulus();
             AlgorithmParameterSpec ofCertificate = parametersOf(publicKey);
-            DigestName digest = PssParameters.allowedBy(ofCertificate);
+            Digest digest = PssParameters.allowedBy(ofCertificate);
             parameters = digest == null ? ofCertificate : PssParameters.spec(digest);
         }
 

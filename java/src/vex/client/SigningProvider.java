@@ -72,16 +72,16 @@ public final class SigningProvider extends Provider {
 
     /** A digest, and the OIDs of its signature algorithms with RSA and with ECDSA; null: Java has no such algorithm. */
     private static final Object[][] DIGESTS = {
-        {DigestName.SHA_224, "1.2.840.113549.1.1.14", "1.2.840.10045.4.3.1"},
-        {DigestName.SHA_256, "1.2.840.113549.1.1.11", "1.2.840.10045.4.3.2"},
-        {DigestName.SHA_384, "1.2.840.113549.1.1.12", "1.2.840.10045.4.3.3"},
-        {DigestName.SHA_512, "1.2.840.113549.1.1.13", "1.2.840.10045.4.3.4"},
-        {DigestName.SHA_512_224, "1.2.840.113549.1.1.15", null},
-        {DigestName.SHA_512_256, "1.2.840.113549.1.1.16", null},
-        {DigestName.SHA3_224, "2.16.840.1.101.3.4.3.13", "2.16.840.1.101.3.4.3.9"},
-        {DigestName.SHA3_256, "2.16.840.1.101.3.4.3.14", "2.16.840.1.101.3.4.3.10"},
-        {DigestName.SHA3_384, "2.16.840.1.101.3.4.3.15", "2.16.840.1.101.3.4.3.11"},
-        {DigestName.SHA3_512, "2.16.840.1.101.3.4.3.16", "2.16.840.1.101.3.4.3.12"},
+        {Digest.SHA_224, "1.2.840.113549.1.1.14", "1.2.840.10045.4.3.1"},
+        {Digest.SHA_256, "1.2.840.113549.1.1.11", "1.2.840.10045.4.3.2"},
+        {Digest.SHA_384, "1.2.840.113549.1.1.12", "1.2.840.10045.4.3.3"},
+        {Digest.SHA_512, "1.2.840.113549.1.1.13", "1.2.840.10045.4.3.4"},
+        {Digest.SHA_512_224, "1.2.840.113549.1.1.15", null},
+        {Digest.SHA_512_256, "1.2.840.113549.1.1.16", null},
+        {Digest.SHA3_224, "2.16.840.1.101.3.4.3.13", "2.16.840.1.101.3.4.3.9"},
+        {Digest.SHA3_256, "2.16.840.1.101.3.4.3.14", "2.16.840.1.101.3.4.3.10"},
+        {Digest.SHA3_384, "2.16.840.1.101.3.4.3.15", "2.16.840.1.101.3.4.3.11"},
+        {Digest.SHA3_512, "2.16.840.1.101.3.4.3.16", "2.16.840.1.101.3.4.3.12"},
     };
     /** Behind the name of an ECDSA algorithm: the signature is r and s without DER. */
     private static final String P1363 = "inP1363Format";
@@ -104,7 +104,7 @@ public final class SigningProvider extends Provider {
         defaultStore = store;
         putService(new KeyStoreService(this));
         for (Object[] row : DIGESTS) {
-            offer((DigestName) row[0], (String) row[1], (String) row[2]);
+            offer((Digest) row[0], (String) row[1], (String) row[2]);
         }
         offer("RSASSA-PSS", "1.2.840.113549.1.1.10", () -> new SigningEngines.Pss(null));
         offer("NONEwithRSA", null, SigningEngines.RawRsa::new);
@@ -115,7 +115,7 @@ public final class SigningProvider extends Provider {
         offer("Ed448", "1.3.101.113", () -> new SigningEngines.Edwards("Ed448"));
     }
 
-    private void offer(DigestName digest, String rsaOid, String ecdsaOid) {
+    private void offer(Digest digest, String rsaOid, String ecdsaOid) {
         String name = digest.inSignatures();
         offer(name + "withRSA", rsaOid, () -> new SigningEngines.Rsa(digest));
         offer(name + "withRSAandMGF1", null, () -> new SigningEngines.Pss(digest));

@@ -2,7 +2,6 @@ package vex.client;
 
 import java.security.cert.CertificateException;
 import java.security.cert.X509Certificate;
-import java.util.EnumSet;
 import java.util.List;
 import vex.jni.VCTKError;
 
@@ -41,17 +40,17 @@ final class StoreSession {
 
     /** Returns the certificate and its chain; only the certificate if Java cannot read another one of the chain. */
     synchronized X509Certificate[] chain(CertificateInfo wanted) throws SigningException, CertificateException {
-        if (wanted.chain() != null && wanted.keyAlgorithm().startsWith("ED")) {
+        if (wanted.chain() != null && wanted.keyAlgorithm().isEdwards()) {
             return Certificates.listed(wanted.chain());  // not every OpenSSL makes CMS signatures with such keys
         }
         select(wanted.fingerprint());
         SigningException first = null;
-        for (DigestName digest : DigestName.values()) {
+        for (Digest digest : Digest.values()) {
             try {
-                return chain(wanted.fingerprint(), digest.text());
+                return chain(wanted.fingerprint(), digest.toString());
             } catch (SigningException e) {
                 // A key for RSASSA-PSS may be restricted to another digest.
-                if (e.number() != VCTKError.SIGN_FAILED || !wanted.keyAlgorithm().equals("RSA-PSS")) {
+                if (e.number() != VCTKError.SIGN_FAILED || wanted.keyAlgorithm() != KeyAlgorithm.RSA_PSS) {
                     throw e;
                 }
                 first = first == null ? e : first;
@@ -63,16 +62,16 @@ final class StoreSession {
     private X509Certificate[] chain(String wanted, String digest) throws SigningException, CertificateException {
         if (session.hasChain()) {
             try {
-                return Certificates.chain(request(digest, CmsOption.INCLUDE_CHAIN), wanted);
+                return Certificates.chain(request(digest, CmsForm.Certificates.CHAIN), wanted);
             } catch (CertificateException e) {
                 // The leaf alone is better than no key.
             }
         }
-        return Certificates.chain(request(digest, CmsOption.INCLUDE_CERTIFICATE), wanted);
+        return Certificates.chain(request(digest, CmsForm.Certificates.SIGNER), wanted);
     }
 
-    private byte[] request(String digest, CmsOption certificates) throws SigningException {
-        return session.signP7(digest, CERTIFICATE_REQUEST, EnumSet.of(CmsOption.DETACHED, certificates));
+    private byte[] request(String digest, CmsForm.Certificates certificates) throws SigningException {
+        return session.signP7(digest, CERTIFICATE_REQUEST, new CmsForm(true, certificates));
     }
 
     /** Whether the toolkit has this name for a way to sign. */

@@ -18,6 +18,7 @@ import java.util.Map;
 import vex.client.CertificateInfo;
 import vex.client.CmsOption;
 import vex.client.SigningClient;
+import vex.client.SigningClientBuilder;
 import vex.client.SigningException;
 
 /** Signs a text in every form, writes the signatures to files, and verifies the P1 signature with the JDK. */
@@ -84,7 +85,7 @@ public final class SigningDemo {
     }
 
     private static int run(Map<String, String> options, String text) {
-        SigningClient.Builder builder = SigningClient.store(options.get("--store"));
+        SigningClientBuilder builder = SigningClient.store(options.get("--store"));
         if (!options.get("--key-algorithm").isEmpty()) {
             builder.keyAlgorithm(options.get("--key-algorithm"));
         }
@@ -118,14 +119,17 @@ public final class SigningDemo {
 
         // The toolkit signs a text in the encoding of the process locale. Java 17 and newer keep its name here.
         byte[] content = text.getBytes(Charset.forName(System.getProperty("native.encoding")));
-        byte[] p1 = client.signPkcs1(text);
+        byte[] p1 = client.signRaw(text);
         System.out.println("Signed " + content.length + " bytes:");
         write("content.bin", content, "the signed bytes");
         write("p1.sig", p1, "P1");
-        byte[] p7 = signCms(text, "p7-detached-cert.der", CmsOption.DETACHED, CmsOption.INCLUDE_CERTIFICATE);
-        signCms(text, "p7-detached.der", CmsOption.DETACHED);
-        signCms(text, "p7-attached-cert.der", CmsOption.INCLUDE_CERTIFICATE);
-        signCms(text, "p7-attached.der");
+        byte[] p7 = client.signCmsDetached(text);
+        write("p7-detached-cert.der", p7, "P7, detached with certificate");
+        write("p7-detached.der", client.signCmsDetached(text, CmsOption.OMIT_CERTIFICATE),
+            "P7, detached without certificate");
+        write("p7-attached-cert.der", client.signCmsAttached(text), "P7, attached with certificate");
+        write("p7-attached.der", client.signCmsAttached(text, CmsOption.OMIT_CERTIFICATE),
+            "P7, attached without certificate");
 
         X509Certificate certificate = (X509Certificate) CertificateFactory.getInstance("X.509")
             .generateCertificates(new ByteArrayInputStream(p7)).iterator().next();
@@ -134,15 +138,6 @@ public final class SigningDemo {
             + "\n-----END CERTIFICATE-----\n";
         write("cert.pem", pem.getBytes(StandardCharsets.US_ASCII), "the certificate of the signer");
         verify(p1, content, certificate);
-    }
-
-    private byte[] signCms(String text, String name, CmsOption... options)
-            throws GeneralSecurityException, IOException {
-        byte[] signature = client.signCms(text, options);
-        List<CmsOption> chosen = List.of(options);
-        write(name, signature, "P7, " + (chosen.contains(CmsOption.DETACHED) ? "detached " : "attached ")
-            + (chosen.contains(CmsOption.INCLUDE_CERTIFICATE) ? "with" : "without") + " certificate");
-        return signature;
     }
 
     private void write(String name, byte[] content, String what) throws IOException {

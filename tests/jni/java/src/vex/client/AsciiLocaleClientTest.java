@@ -17,8 +17,8 @@ import vex.jni.VCTKError;
 class AsciiLocaleClientTest {
     @Test
     void refusesWhatTheLocaleCannotEncodeAndSaysWhatToDo() throws Exception {
-        try (SigningClient client = SigningClient.store("demo:").keyAlgorithm("EC").open()) {
-            SigningException e = assertThrows(SigningException.class, () -> client.signPkcs1("Grüße"));
+        try (SigningClient client = SigningClient.store("demo:").keyAlgorithm(KeyAlgorithm.EC).open()) {
+            SigningException e = assertThrows(SigningException.class, () -> client.signRaw("Grüße"));
             assertEquals(VCTKError.INVALID_ARGUMENT, e.number());
             assertTrue(e.getMessage().contains("LC_ALL=C.UTF-8"), e.getMessage());
             assertTrue(e.getMessage().contains("getBytes"), e.getMessage());
@@ -31,10 +31,10 @@ class AsciiLocaleClientTest {
     @Test
     void signsBytesAndAsciiText() throws Exception {
         byte[] bytes = "Grüße 漢字".getBytes(StandardCharsets.UTF_8);
-        try (SigningClient client = SigningClient.store("demo:").keyAlgorithm("EC").open()) {
+        try (SigningClient client = SigningClient.store("demo:").keyAlgorithm(KeyAlgorithm.EC).open()) {
             X509Certificate certificate =
-                Signatures.certificateIn(client.signCms("plain", CmsOption.INCLUDE_CERTIFICATE));
-            String signature = Base64.getEncoder().encodeToString(client.signPkcs1(bytes));
+                Signatures.certificateIn(client.signCmsAttached("plain"));
+            String signature = Base64.getEncoder().encodeToString(client.signRaw(bytes));
             assertTrue(Signatures.isP1Good(signature, bytes, certificate, "SHA256"));
         }
     }

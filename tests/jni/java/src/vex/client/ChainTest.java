@@ -117,7 +117,7 @@ class ChainTest {
         assertArrayEquals(certificates(chain), onlyChain(load(parameter)));
     }
 
-    private SigningClient.Builder client() {
+    private SigningClientBuilder client() {
         return SigningClient.file(file()).pin(TestStore.PIN.toCharArray());
     }
 
@@ -146,12 +146,12 @@ class ChainTest {
         TestStore.writeChain(file(), chain);
         try (SigningClient client = client().open()) {
             assertEquals(1, client.certificates().size());
-            byte[] whole = client.signCms(DATA, CmsOption.DETACHED, CmsOption.INCLUDE_CHAIN);
+            byte[] whole = client.signCmsDetached(DATA, CmsOption.INCLUDE_CHAIN);
             assertEquals(length - 1, Signatures.certificatesIn(whole).size(), "without the root");
             verify(whole, root);
-            byte[] leaf = client.signCms(DATA, CmsOption.DETACHED, CmsOption.INCLUDE_CERTIFICATE);
+            byte[] leaf = client.signCmsDetached(DATA);
             assertEquals(chain.get(0).certificate(), Signatures.certificateIn(leaf));
-            assertEquals(Set.of(), Signatures.certificatesIn(client.signCms(DATA, CmsOption.DETACHED)));
+            assertEquals(Set.of(), Signatures.certificatesIn(client.signCmsDetached(DATA, CmsOption.OMIT_CERTIFICATE)));
             if (length > 2) {
                 assertThrows(CertPathBuilderException.class, () -> verify(leaf, root));
             }
@@ -163,7 +163,7 @@ class ChainTest {
         List<TestStore.Identity> chain = TestStore.chain("secp256r1", 3);
         TestStore.writeChain(file(), chain.subList(0, 1));
         try (SigningClient client = client().chainFile(writePem("chain.pem", chain.subList(1, 2))).open()) {
-            verify(client.signCms(DATA, CmsOption.DETACHED, CmsOption.INCLUDE_CHAIN), chain.get(2).certificate());
+            verify(client.signCmsDetached(DATA, CmsOption.INCLUDE_CHAIN), chain.get(2).certificate());
         }
         SigningException e =
             assertThrows(SigningException.class, () -> client().chainFile(directory.resolve("missing.pem")).open());
@@ -183,7 +183,7 @@ class ChainTest {
         builder.environment().put("VEX_TEST_CHAIN_ERROR", Integer.toString(number));
         Run run = Run.of(builder).succeeded();
         assertEquals("KeyStore: 1\nsignature: 1\nwith chain: An argument is missing or out of range: the toolkit cannot"
-            + " include a chain; use INCLUDE_CERTIFICATE and pass the chain on yourself\nwith a chain's file: "
+            + " include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself\nwith a chain's file: "
             + VCTKError.INVALID_ARGUMENT + "\n", run.output());
     }
 

@@ -55,7 +55,7 @@ class ContentTest {
 
     private X509Certificate certificate;
 
-    private SigningClient.Builder store(OpenSslKeys key) throws Exception {
+    private SigningClientBuilder store(OpenSslKeys key) throws Exception {
         Path pem = directory.resolve(key + ".pem");
         certificate = key.write(pem);
         return SigningClient.file(pem);
@@ -93,9 +93,9 @@ class ContentTest {
     void detachedSignaturesOfFilesAndStreamsVerify(OpenSslKeys key, int length) throws Exception {
         byte[] content = random(length);
         try (SigningClient client = store(key).open()) {
-            for (byte[] cms : List.of(client.signCms(write(content), CmsOption.DETACHED),
-                    client.signCms(write(content), CmsOption.DETACHED, CmsOption.INCLUDE_CERTIFICATE),
-                    client.signCms(new ByteArrayInputStream(content), CmsOption.DETACHED))) {
+            for (byte[] cms : List.of(client.signCmsDetached(write(content), CmsOption.OMIT_CERTIFICATE),
+                    client.signCmsDetached(write(content)),
+                    client.signCmsDetached(new ByteArrayInputStream(content), CmsOption.OMIT_CERTIFICATE))) {
                 boolean included = !Signatures.certificatesIn(cms).isEmpty();
                 Signatures.assertP7(base64(cms), content, true, included, certificate, Signatures.SHA256_OID);
             }
@@ -108,9 +108,9 @@ class ContentTest {
         byte[] content = random(length);
         OpenSslCommand openssl = new OpenSslCommand(directory);
         try (SigningClient client = store(OpenSslKeys.RSA).digest("SHA-384").open()) {
-            byte[] cms = client.signCms(write(content), CmsOption.INCLUDE_CERTIFICATE);
+            byte[] cms = client.signCmsAttached(write(content));
             Signatures.assertP7(base64(cms), content, false, true, certificate, SHA384_OID);
-            assertEquals(client.signCms(content, CmsOption.INCLUDE_CERTIFICATE).length, cms.length);
+            assertEquals(client.signCmsAttached(content).length, cms.length);
 
             Files.write(directory.resolve("cms.der"), cms);
             openssl.run("cms", "-verify", "-binary", "-inform", "DER", "-in", "cms.der", "-CAfile", "RSA.pem",
@@ -125,7 +125,7 @@ class ContentTest {
         Run.of(new ProcessBuilder("mkfifo", pipe.toString())).succeeded();
         byte[] content = random(300000);
         try (SigningClient client = store(OpenSslKeys.EC).open()) {
-            for (CmsOption[] options : new CmsOption[][] {{}, {CmsOption.DETACHED}}) {
+            for (boolean detached : new boolean[] {false, true}) {
                 CompletableFuture<Void> writer = CompletableFuture.runAsync(() -> {
                     try {
                         Files.write(pipe, content);
@@ -133,10 +133,9 @@ class ContentTest {
                         throw new IllegalStateException(e);
                     }
                 });
-                byte[] cms = client.signCms(pipe, options);
+                byte[] cms = detached ? client.signCmsDetached(pipe) : client.signCmsAttached(pipe);
                 writer.join();
-                Signatures.assertP7(base64(cms), content, options.length == 1, false, certificate,
-                    Signatures.SHA256_OID);
+                Signatures.assertP7(base64(cms), content, detached, true, certificate, Signatures.SHA256_OID);
             }
         }
     }
@@ -157,27 +156,33 @@ class ContentTest {
         };
         stream.read();
         try (SigningClient client = store(OpenSslKeys.EC).open()) {
-            byte[] cms = client.signCms(stream, CmsOption.DETACHED);
+            byte[] cms = client.signCmsDetached(stream, CmsOption.OMIT_CERTIFICATE);
             Signatures.assertP7(base64(cms), Arrays.copyOfRange(DATA, 1, DATA.length), true, false, certificate,
                 Signatures.SHA256_OID);
         }
         assertFalse(closed.get());
     }
 
+    private interface FileSigner {
+        byte[] sign(Path file, CmsOption... options) throws IOException, SigningException;
+    }
+
     @Test
     void refusesWhatCannotBeSigned() throws Exception {
         try (SigningClient client = store(OpenSslKeys.EC).open()) {
             InputStream stream = new ByteArrayInputStream(DATA);
-            assertThrows(IllegalArgumentException.class, () -> client.signCms(stream));
-            assertThrows(IllegalArgumentException.class, () -> client.signCms(stream, CmsOption.INCLUDE_CERTIFICATE));
+            CmsOption[] both = CmsOption.values();
+            assertThrows(IllegalArgumentException.class, () -> client.signCmsDetached(stream, both));
             assertEquals(DATA.length, stream.available());
             Path empty = write(new byte[0]);
-            for (CmsOption[] options : new CmsOption[][] {{}, {CmsOption.DETACHED}}) {
-                SigningException e = assertThrows(SigningException.class, () -> client.signCms(empty, options));
+            Path missing = directory.resolve("missing");
+            assertThrows(IllegalArgumentException.class, () -> client.signCmsDetached(missing, both));
+            assertThrows(IllegalArgumentException.class, () -> client.signCmsAttached(missing, both));
+            for (FileSigner signer : List.<FileSigner>of(client::signCmsDetached, client::signCmsAttached)) {
+                SigningException e = assertThrows(SigningException.class, () -> signer.sign(empty));
                 assertEquals(VCTKError.DATA_EMPTY, e.number());
-                assertThrows(NoSuchFileException.class,
-                    () -> client.signCms(directory.resolve("missing"), options));
-                assertThrows(IOException.class, () -> client.signCms(directory, options));
+                assertThrows(NoSuchFileException.class, () -> signer.sign(missing));
+                assertThrows(IOException.class, () -> signer.sign(directory));
             }
         }
     }
@@ -186,7 +191,7 @@ class ContentTest {
     void noticesAFileThatChangesWhileItIsSigned() throws Exception {
         Path otherEachTime = Path.of("/proc/sys/kernel/random/uuid");
         try (SigningClient client = store(OpenSslKeys.EC).open()) {
-            IOException e = assertThrows(IOException.class, () -> client.signCms(otherEachTime));
+            IOException e = assertThrows(IOException.class, () -> client.signCmsAttached(otherEachTime));
             assertTrue(e.getMessage().contains("changed while it was signed"), e.getMessage());
         }
     }
@@ -198,7 +203,7 @@ class ContentTest {
             file.setLength(1L << 31);
         }
         try (SigningClient client = store(OpenSslKeys.EC).open()) {
-            SigningException e = assertThrows(SigningException.class, () -> client.signCms(large));
+            SigningException e = assertThrows(SigningException.class, () -> client.signCmsAttached(large));
             assertEquals(VCTKError.TOO_LARGE, e.number());
         }
     }
@@ -233,27 +238,29 @@ class ContentTest {
         "RSA,SHA3-256,SHA3-256withRSA", "EC,SHA-256,SHA256withECDSA", "P521,SHA-384,SHA384withECDSA"})
     void aSignedDigestIsASignatureOfTheData(OpenSslKeys key, String name, String algorithm) throws Exception {
         try (SigningClient client = store(key).digest(name).open()) {
-            byte[] signature = client.signDigest(digest(DigestName.of(name).text()));
+            byte[] signature = client.signDigest(digest(Digest.of(name).toString()));
             assertTrue(isGood(algorithm, signature));
             if (key == OpenSslKeys.RSA) {
-                assertArrayEquals(client.signPkcs1(DATA), signature);
+                assertArrayEquals(client.signRaw(DATA), signature);
             }
         }
     }
 
     @ParameterizedTest
-    @CsvSource({"RSA", "PSS"})
-    void theClientSignsWithPssIfItsDigestSaysSo(OpenSslKeys key) throws Exception {
+    @CsvSource({"RSA,SHA-384/PSS,false", "PSS,SHA-384/PSS,false", "RSA,sha384,true", "PSS,SHA-384,true",
+        "RSA,SHA-384/pss,true"})
+    void theClientSignsWithPssOnRequest(OpenSslKeys key, String digest, boolean pssCalled) throws Exception {
         PSSParameterSpec pss = new PSSParameterSpec("SHA-384", "MGF1", MGF1ParameterSpec.SHA384, 48, 1);
-        try (SigningClient client = store(key).digest("SHA-384/PSS").open()) {
-            for (byte[] signature : List.of(client.signDigest(digest("SHA-384")), client.signPkcs1(DATA))) {
+        SigningClientBuilder builder = store(key).digest(digest);
+        try (SigningClient client = (pssCalled ? builder.pss() : builder).open()) {
+            for (byte[] signature : List.of(client.signDigest(digest("SHA-384")), client.signRaw(DATA))) {
                 Signature verifier = Signature.getInstance("RSASSA-PSS");
                 verifier.setParameter(pss);
                 verifier.initVerify(certificate);
                 verifier.update(DATA);
                 assertTrue(verifier.verify(signature));
             }
-            byte[] cms = client.signCms(write(DATA), CmsOption.DETACHED);
+            byte[] cms = client.signCmsDetached(write(DATA), CmsOption.OMIT_CERTIFICATE);
             Signatures.assertP7(base64(cms), DATA, true, false, certificate, SHA384_OID);
         }
     }
@@ -268,17 +275,17 @@ class ContentTest {
             }
             assertEquals(VCTKError.DATA_EMPTY,
                 assertThrows(SigningException.class, () -> client.signDigest(new byte[0])).number());
-            assertTrue(isGood("SHA256withECDSA", client.signPkcs1(DATA)));
+            assertTrue(isGood("SHA256withECDSA", client.signRaw(DATA)));
         }
     }
 
     @Test
     void ed25519SignsDataAndNoDigest() throws Exception {
         try (SigningClient client = store(OpenSslKeys.ED25519).open()) {
-            assertTrue(isGood("Ed25519", client.signPkcs1(DATA)));
+            assertTrue(isGood("Ed25519", client.signRaw(DATA)));
             assertEquals(VCTKError.SIGN_FAILED,
                 assertThrows(SigningException.class, () -> client.signDigest(digest("SHA-256"))).number());
-            assertTrue(isGood("Ed25519", client.signPkcs1(DATA)));
+            assertTrue(isGood("Ed25519", client.signRaw(DATA)));
         }
     }
 
@@ -287,9 +294,9 @@ class ContentTest {
     void edwardsKeysGetTheDataOfFilesAndStreams() throws Exception {
         try (SigningClient client = store(OpenSslKeys.ED448).open()) {
             Path file = write(DATA);
-            for (Executable call : List.<Executable>of(() -> client.signCms(file),
-                    () -> client.signCms(file, CmsOption.DETACHED),
-                    () -> client.signCms(new ByteArrayInputStream(DATA), CmsOption.DETACHED))) {
+            for (Executable call : List.<Executable>of(() -> client.signCmsAttached(file),
+                    () -> client.signCmsDetached(file, CmsOption.OMIT_CERTIFICATE),
+                    () -> client.signCmsDetached(new ByteArrayInputStream(DATA), CmsOption.OMIT_CERTIFICATE))) {
                 SigningException e = assertThrows(SigningException.class, call);
                 assertEquals(VCTKError.SIGN_FAILED, e.number());
                 assertTrue(e.getMessage().contains("OpenSSL makes no P7 signature"), e.getMessage());
@@ -299,7 +306,7 @@ class ContentTest {
 
     @Test
     void aBuilderTakesNoPrehashedName() {
-        SigningClient.Builder builder = SigningClient.store("demo:");
+        SigningClientBuilder builder = SigningClient.store("demo:");
         for (String name : List.of("prehashed:SHA-256", "PreHashed:NONE")) {
             assertThrows(IllegalArgumentException.class, () -> builder.digest(name));
         }
@@ -309,12 +316,12 @@ class ContentTest {
     @ParameterizedTest
     @CsvSource({",SHA256", "SHA-384,SHA384"})
     void threadsThatSignDigestsDoNotDisturbOthers(String setting, String digest) throws Exception {
-        SigningClient.Builder builder = store(OpenSslKeys.EC);
+        SigningClientBuilder builder = store(OpenSslKeys.EC);
         try (SigningClient client = setting == null ? builder.open() : builder.digest(setting).open()) {
-            byte[] value = digest(DigestName.of(digest).text());
+            byte[] value = digest(Digest.of(digest).toString());
             Together.run(16, thread -> {
                 for (int i = 0; i < 50; ++i) {
-                    byte[] signature = thread % 2 == 0 ? client.signDigest(value) : client.signPkcs1(DATA);
+                    byte[] signature = thread % 2 == 0 ? client.signDigest(value) : client.signRaw(DATA);
                     assertTrue(isGood(digest + "withECDSA", signature));
                 }
             });
@@ -336,7 +343,7 @@ class ContentTest {
 
     private static final List<String> CONTENT_IS_COLLECTED = List.of("file: true", "file with content: true",
         "stream: true", "digest: SigningException: An argument is missing or out of range: the toolkit cannot sign a"
-        + " digest; sign the data with signPkcs1");
+        + " digest; sign the data with signRaw");
 
     @ParameterizedTest
     @ValueSource(strings = {"", "pss", "any"})

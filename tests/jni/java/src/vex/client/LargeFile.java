@@ -14,8 +14,8 @@ final class LargeFile {
         try (SigningClient client = SigningClient.file(Path.of(args[0])).open();
              InputStream stream = Files.newInputStream(Path.of(args[1]))) {
             byte[] cms = args[3].equals("file")
-                ? client.signCms(Path.of(args[1]), CmsOption.DETACHED)
-                : client.signCms(stream, CmsOption.DETACHED);
+                ? client.signCmsDetached(Path.of(args[1]), CmsOption.OMIT_CERTIFICATE)
+                : client.signCmsDetached(stream, CmsOption.OMIT_CERTIFICATE);
             Files.write(Path.of(args[2]), cms);
         }
         System.out.println(peakKib() - before);

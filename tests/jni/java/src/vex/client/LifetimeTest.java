@@ -35,7 +35,7 @@ class LifetimeTest {
     }
 
     private static SigningClient openEc() throws SigningException {
-        return SigningClient.store("demo:").keyAlgorithm("EC").open();
+        return SigningClient.store("demo:").keyAlgorithm(KeyAlgorithm.EC).open();
     }
 
     private static Optional<Thread> reaper() {
@@ -58,10 +58,12 @@ class LifetimeTest {
         SigningClient client = openEc();
         long handle = client.session.handle;
         client.close();
-        for (Executable use : List.<Executable>of(() -> client.signPkcs1("x"), () -> client.signPkcs1(new byte[1]),
-                () -> client.signCms("x"), () -> client.signCms(new byte[1]), client::certificates,
-                () -> client.signDigest(new byte[32]), () -> client.signCms(Path.of("/proc/version")),
-                () -> client.signCms(new ByteArrayInputStream(new byte[1]), CmsOption.DETACHED))) {
+        for (Executable use : List.<Executable>of(() -> client.signRaw("x"), () -> client.signRaw(new byte[1]),
+                () -> client.signCmsDetached("x"), () -> client.signCmsDetached(new byte[1]),
+                () -> client.signCmsAttached("x"), () -> client.signCmsAttached(new byte[1]), client::certificates,
+                () -> client.signDigest(new byte[32]), () -> client.signCmsAttached(Path.of("/proc/version")),
+                () -> client.signCmsDetached(Path.of("/proc/version")),
+                () -> client.signCmsDetached(new ByteArrayInputStream(new byte[1])))) {
             assertThrows(IllegalStateException.class, use);
         }
         assertTrue(isFinalized(handle));
@@ -122,7 +124,7 @@ class LifetimeTest {
                     signing.countDown();
                     while (true) {
                         try {
-                            client.signPkcs1("text");
+                            client.signRaw("text");
                             signatures.incrementAndGet();
                         } catch (IllegalStateException e) {
                             return null;  // a SigningException would mean a call on a finalized handle
@@ -173,7 +175,7 @@ class LifetimeTest {
                 () -> client.session.setDigest("none-" + thread));
             case 2 -> assertError(VCTKError.FILTER_VALUE, "\"DSA\"",
                 () -> client.session.addFilter(Filter.keyAlgorithm("DSA")));
-            default -> assertTrue(client.signPkcs1("thread " + thread).length > 0);
+            default -> assertTrue(client.signRaw("thread " + thread).length > 0);
         }
     }
 

@@ -119,8 +119,8 @@ class SignatureAlgorithmsTest {
         return new PSSParameterSpec(digest, "MGF1", new MGF1ParameterSpec(digest), salt, 1);
     }
 
-    private static PSSParameterSpec pss(DigestName digest) {
-        return pss(digest.text(), digest.length());
+    private static PSSParameterSpec pss(Digest digest) {
+        return pss(digest.toString(), digest.length());
     }
 
     // ---- Signatures that others verify ----
@@ -128,7 +128,7 @@ class SignatureAlgorithmsTest {
     /** The name of ours, the key, the name of the verifiers, and their parameters. */
     static Stream<Arguments> algorithms() {
         List<Arguments> rows = new ArrayList<>();
-        for (DigestName digest : DigestName.values()) {
+        for (Digest digest : Digest.values()) {
             String name = digest.inSignatures();
             rows.add(Arguments.of(name + "withRSA", OpenSslKeys.RSA, name + "withRSA", null));
             rows.add(Arguments.of(name + "withRSAandMGF1", OpenSslKeys.RSA, "RSASSA-PSS", digest));
@@ -141,8 +141,8 @@ class SignatureAlgorithmsTest {
                 }
             }
         }
-        rows.add(Arguments.of("SHA384withRSAandMGF1", OpenSslKeys.PSS_SHA384, "RSASSA-PSS", DigestName.SHA_384));
-        rows.add(Arguments.of("RSASSA-PSS", OpenSslKeys.PSS_SHA384, "RSASSA-PSS", DigestName.SHA_384));
+        rows.add(Arguments.of("SHA384withRSAandMGF1", OpenSslKeys.PSS_SHA384, "RSASSA-PSS", Digest.SHA_384));
+        rows.add(Arguments.of("RSASSA-PSS", OpenSslKeys.PSS_SHA384, "RSASSA-PSS", Digest.SHA_384));
         for (String name : List.of("Ed25519", "EdDSA")) {
             rows.add(Arguments.of(name, OpenSslKeys.ED25519, "Ed25519", null));
         }
@@ -154,7 +154,7 @@ class SignatureAlgorithmsTest {
 
     @ParameterizedTest
     @MethodSource("algorithms")
-    void othersVerify(String name, OpenSslKeys key, String verifierName, DigestName parameters) throws Exception {
+    void othersVerify(String name, OpenSslKeys key, String verifierName, Digest parameters) throws Exception {
         Signature signature = ours(name, key);
         for (int round = 0; round < 2; ++round) {
             signature.update(DATA[0]);
@@ -230,7 +230,7 @@ class SignatureAlgorithmsTest {
         byte[] signed = ours(name, key).sign();
         Signature verifier = Signature.getInstance(name.contains("MGF1") ? "RSASSA-PSS" : name);
         if (name.contains("MGF1")) {
-            verifier.setParameter(pss(DigestName.SHA_256));
+            verifier.setParameter(pss(Digest.SHA_256));
         }
         assertTrue(isGood(verifier, key, new byte[0], signed));
     }
@@ -245,8 +245,8 @@ class SignatureAlgorithmsTest {
     // ---- Parameters of RSASSA-PSS ----
 
     @ParameterizedTest
-    @EnumSource(DigestName.class)
-    void pssTakesAndShowsItsParameters(DigestName digest) throws Exception {
+    @EnumSource(Digest.class)
+    void pssTakesAndShowsItsParameters(Digest digest) throws Exception {
         for (boolean first : new boolean[] {true, false}) {
             Signature signature = ours("RSASSA-PSS");
             assertNull(signature.getParameters());
@@ -286,7 +286,7 @@ class SignatureAlgorithmsTest {
             }
         }
         Signature signature = ours("RSASSA-PSS", OpenSslKeys.RSA);
-        signature.setParameter(pss(DigestName.SHA_384));
+        signature.setParameter(pss(Digest.SHA_384));
         assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(parameters));
         assertEquals("SHA-384",
             signature.getParameters().getParameterSpec(PSSParameterSpec.class).getDigestAlgorithm());
@@ -295,8 +295,8 @@ class SignatureAlgorithmsTest {
     @Test
     void theNameOfAnAlgorithmFixesItsParameters() throws Exception {
         Signature signature = ours("SHA384withRSAandMGF1", OpenSslKeys.RSA);
-        signature.setParameter(pss(DigestName.SHA_384));
-        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(pss(DigestName.SHA_256)));
+        signature.setParameter(pss(Digest.SHA_384));
+        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(pss(Digest.SHA_256)));
         PSSParameterSpec shown = signature.getParameters().getParameterSpec(PSSParameterSpec.class);
         assertEquals("SHA-384", shown.getDigestAlgorithm());
         assertEquals(48, shown.getSaltLength());
@@ -306,15 +306,15 @@ class SignatureAlgorithmsTest {
     @Test
     void parametersDoNotChangeWithinAMessage() throws Exception {
         Signature signature = ours("RSASSA-PSS", OpenSslKeys.RSA);
-        signature.setParameter(pss(DigestName.SHA_256));
+        signature.setParameter(pss(Digest.SHA_256));
         signature.update(DATA);
-        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(pss(DigestName.SHA_512)));
-        signature.setParameter(pss(DigestName.SHA_256));
+        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(pss(Digest.SHA_512)));
+        signature.setParameter(pss(Digest.SHA_256));
         byte[] signed = signature.sign();
         Signature verifier = Signature.getInstance("RSASSA-PSS");
-        verifier.setParameter(pss(DigestName.SHA_256));
+        verifier.setParameter(pss(Digest.SHA_256));
         assertTrue(isGood(verifier, OpenSslKeys.RSA, DATA, signed));
-        signature.setParameter(pss(DigestName.SHA_512));
+        signature.setParameter(pss(Digest.SHA_512));
         assertTrue(sign(signature, DATA).length > 0);
     }
 
@@ -325,14 +325,14 @@ class SignatureAlgorithmsTest {
         signature.initSign(key);
         assertEquals("SHA-384",
             signature.getParameters().getParameterSpec(PSSParameterSpec.class).getDigestAlgorithm());
-        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(pss(DigestName.SHA_256)));
+        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(pss(Digest.SHA_256)));
         assertTrue(sign(signature, DATA).length > 0);
         signature.initSign(KEYS.get(OpenSslKeys.PSS));
         assertThrows(SignatureException.class, signature::sign, "the parameters were those of the first key");
 
         assertThrows(InvalidKeyException.class, () -> ours("SHA256withRSAandMGF1").initSign(key));
         Signature other = ours("RSASSA-PSS");
-        other.setParameter(pss(DigestName.SHA_256));
+        other.setParameter(pss(Digest.SHA_256));
         assertThrows(InvalidKeyException.class, () -> other.initSign(key));
     }
 

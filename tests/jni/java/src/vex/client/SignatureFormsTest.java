@@ -26,8 +26,8 @@ class SignatureFormsTest {
     @CsvSource({"SHA-256,SHA_256", "sha256,SHA_256", "SHA2-256,SHA_256", "SHA224,SHA_224", "SHA2-224,SHA_224",
         "SHA-512/256,SHA_512_256", "SHA512-256,SHA_512_256", "SHA2-512/224,SHA_512_224", "SHA512/224,SHA_512_224",
         "SHA3-256,SHA3_256", "sha3-512,SHA3_512"})
-    void readsTheNamesOfDigests(String name, DigestName digest) {
-        assertEquals(digest, DigestName.of(name));
+    void readsTheNamesOfDigests(String name, Digest digest) {
+        assertEquals(digest, Digest.of(name));
         assertEquals(digest.length(), digest.newMessageDigest().getDigestLength());
     }
 
@@ -35,7 +35,7 @@ class SignatureFormsTest {
     @ValueSource(strings = {"", "SHA-1", "SHA1", "MD5", "SHA-2", "SHAKE256", "SHA-256/PSS", "prehashed:SHA-256",
         "NONE"})
     void otherNamesAreUnknown(String name) {
-        assertNull(DigestName.of(name));
+        assertNull(Digest.of(name));
     }
 
     // ---- Collected data ----

@@ -42,7 +42,7 @@ class SigningClientTest {
     }
 
     private static X509Certificate signerOf(SigningClient client) throws Exception {
-        return Signatures.certificateIn(client.signCms("who?", CmsOption.INCLUDE_CERTIFICATE));
+        return Signatures.certificateIn(client.signCmsAttached("who?"));
     }
 
     private static String base64(byte[] bytes) {
@@ -51,42 +51,67 @@ class SigningClientTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
-    void pkcs1SignaturesOfTextsAndBytesVerify(String key) throws Exception {
+    void rawSignaturesOfTextsAndBytesVerify(String key) throws Exception {
         try (SigningClient client = openDemo(key)) {
             X509Certificate certificate = signerOf(client);
-            assertTrue(Signatures.isP1Good(base64(client.signPkcs1(TEXT)), TEXT_BYTES, certificate, "SHA256"));
-            assertTrue(Signatures.isP1Good(base64(client.signPkcs1(DATA)), DATA, certificate, "SHA256"));
+            assertTrue(Signatures.isP1Good(base64(client.signRaw(TEXT)), TEXT_BYTES, certificate, "SHA256"));
+            assertTrue(Signatures.isP1Good(base64(client.signRaw(DATA)), DATA, certificate, "SHA256"));
         }
     }
 
     @ParameterizedTest
     @CsvSource({"false,false", "false,true", "true,false", "true,true"})
     void cmsSignaturesOfTextsAndBytesVerify(boolean detached, boolean withCertificate) throws Exception {
-        CmsOption[] options = Stream.of(CmsOption.values())
-            .filter(option -> option == CmsOption.DETACHED ? detached : withCertificate)
-            .toArray(CmsOption[]::new);
+        CmsOption[] options = withCertificate ? new CmsOption[0] : new CmsOption[] {CmsOption.OMIT_CERTIFICATE};
         try (SigningClient client = openDemo("RSA")) {
             X509Certificate certificate = signerOf(client);
-            Signatures.assertP7(base64(client.signCms(TEXT, options)), TEXT_BYTES, detached, withCertificate,
-                certificate, Signatures.SHA256_OID);
-            Signatures.assertP7(base64(client.signCms(DATA, options)), DATA, detached, withCertificate, certificate,
+            byte[] ofText = detached ? client.signCmsDetached(TEXT, options) : client.signCmsAttached(TEXT, options);
+            byte[] ofData = detached ? client.signCmsDetached(DATA, options) : client.signCmsAttached(DATA, options);
+            Signatures.assertP7(base64(ofText), TEXT_BYTES, detached, withCertificate, certificate,
                 Signatures.SHA256_OID);
+            Signatures.assertP7(base64(ofData), DATA, detached, withCertificate, certificate, Signatures.SHA256_OID);
         }
     }
 
     @Test
     void usesTheChosenDigest() throws Exception {
-        try (SigningClient client = SigningClient.store("demo:").keyAlgorithm("EC").digest("SHA-384").open()) {
-            byte[] signature = client.signPkcs1(DATA);
+        try (SigningClient client = SigningClient.store("demo:").keyAlgorithm(KeyAlgorithm.EC)
+                .digest(Digest.SHA_384).open()) {
+            byte[] signature = client.signRaw(DATA);
             assertTrue(Signatures.isP1Good(base64(signature), DATA, signerOf(client), "SHA384"));
         }
+    }
+
+    @Test
+    void refusesOptionsThatExcludeEachOther() throws Exception {
+        try (SigningClient client = openDemo("EC")) {
+            CmsOption[] both = {CmsOption.OMIT_CERTIFICATE, CmsOption.INCLUDE_CHAIN};
+            assertThrows(IllegalArgumentException.class, () -> client.signCmsDetached(DATA, both));
+            assertThrows(IllegalArgumentException.class, () -> client.signCmsAttached(TEXT, both));
+        }
+    }
+
+    @ParameterizedTest
+    @CsvSource({"RSA,RSA", "RSA-PSS,RSA_PSS", "EC,EC", "ED25519,ED25519", "ED448,ED448", "ML-DSA-44,OTHER",
+        "other,OTHER"})
+    void keepsTheNamesOfKeyAlgorithmsThatAreUnknown(String name, KeyAlgorithm algorithm) throws Exception {
+        String record = "1 AB 2026-01-01T00:00:00Z 2027-01-01T00:00:00Z " + name + " CN=a CN=b";
+        CertificateInfo info = CertificateInfo.parseList(record).get(0);
+        assertEquals(algorithm, info.keyAlgorithm());
+        assertEquals(name, info.keyAlgorithmName());
+    }
+
+    @Test
+    void filtersByNoUnknownKeyAlgorithm() {
+        SigningClientBuilder builder = SigningClient.store("demo:");
+        assertThrows(IllegalArgumentException.class, () -> builder.keyAlgorithm(KeyAlgorithm.OTHER));
     }
 
     @Test
     void signsALargeText() throws Exception {
         String text = "漢字 text 😀\n".repeat(1 << 16);
         try (SigningClient client = openDemo("EC")) {
-            assertTrue(Signatures.isP1Good(base64(client.signPkcs1(text)), text.getBytes(StandardCharsets.UTF_8),
+            assertTrue(Signatures.isP1Good(base64(client.signRaw(text)), text.getBytes(StandardCharsets.UTF_8),
                 signerOf(client), "SHA256"));
         }
     }
@@ -96,8 +121,8 @@ class SigningClientTest {
     void refusesTextsThatHaveNoEncoding(String text) throws Exception {
         int number = text.isEmpty() ? VCTKError.DATA_EMPTY : VCTKError.INVALID_ARGUMENT;
         try (SigningClient client = openDemo("EC")) {
-            assertEquals(number, assertThrows(SigningException.class, () -> client.signPkcs1(text)).number());
-            SigningException e = assertThrows(SigningException.class, () -> client.signCms(text));
+            assertEquals(number, assertThrows(SigningException.class, () -> client.signRaw(text)).number());
+            SigningException e = assertThrows(SigningException.class, () -> client.signCmsAttached(text));
             assertEquals(number, e.number());
             assertTrue(e.getMessage().contains("The text "), e.getMessage());
         }
@@ -106,7 +131,7 @@ class SigningClientTest {
     @Test
     void refusesEmptyData() throws Exception {
         try (SigningClient client = openDemo("EC")) {
-            SigningException e = assertThrows(SigningException.class, () -> client.signPkcs1(new byte[0]));
+            SigningException e = assertThrows(SigningException.class, () -> client.signRaw(new byte[0]));
             assertEquals(VCTKError.DATA_EMPTY, e.number());
         }
     }
@@ -118,7 +143,7 @@ class SigningClientTest {
         Path pinFile = Files.writeString(directory.resolve("pin & #1"), TestStore.PIN + "\n");
         Files.setPosixFilePermissions(pinFile, PosixFilePermissions.fromString("rw-------"));
 
-        for (SigningClient.Builder builder : List.of(SigningClient.file(store).pin(TestStore.PIN.toCharArray()),
+        for (SigningClientBuilder builder : List.of(SigningClient.file(store).pin(TestStore.PIN.toCharArray()),
                 SigningClient.file(store).pinFile(pinFile))) {
             try (SigningClient client = builder.open()) {
                 assertEquals("CN=any", client.certificates().get(0).subjectText());
@@ -136,7 +161,7 @@ class SigningClientTest {
     void reportsTheNumberButNoPinWhenOpeningFails() throws Exception {
         Path store = directory.resolve("store.p12");
         TestStore.writePkcs12(store, List.of(TestStore.identity("secp256r1", "CN=any", 1, 30, 0)));
-        SigningClient.Builder builder = SigningClient.file(store).pin("wrong-4711".toCharArray());
+        SigningClientBuilder builder = SigningClient.file(store).pin("wrong-4711".toCharArray());
         assertFalse(builder.toString().contains("4711"));
         SigningException e = assertThrows(SigningException.class, builder::open);
         assertEquals(VCTKError.PIN_WRONG, e.number());
@@ -162,21 +187,22 @@ class SigningClientTest {
     @Test
     void refusesSeveralCertificatesWhenOneIsWanted() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").singleCertificate().open()) {
-            SigningException e = assertThrows(SigningException.class, () -> client.signPkcs1(DATA));
+            SigningException e = assertThrows(SigningException.class, () -> client.signRaw(DATA));
             assertEquals(VCTKError.SEVERAL_CERTIFICATES, e.number());
             assertTrue(e.getMessage().contains("2 certificates pass"), e.getMessage());
         }
-        try (SigningClient client = SigningClient.store("demo:").singleCertificate().keyAlgorithm("RSA").open()) {
-            assertTrue(client.signPkcs1(DATA).length > 0);
+        try (SigningClient client = SigningClient.store("demo:").singleCertificate()
+                .keyAlgorithm(KeyAlgorithm.RSA).open()) {
+            assertTrue(client.signRaw(DATA).length > 0);
         }
     }
 
     @Test
     void removesTheLastErrorAfterAFailure() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").singleCertificate().open()) {
-            assertThrows(SigningException.class, () -> client.signPkcs1(DATA));
+            assertThrows(SigningException.class, () -> client.signRaw(DATA));
             assertEquals(VCTKError.OK, new vex.jni.TAVClientJNI().GetLastError(client.session.handle));
-            SigningException again = assertThrows(SigningException.class, () -> client.signPkcs1(DATA));
+            SigningException again = assertThrows(SigningException.class, () -> client.signRaw(DATA));
             assertEquals(VCTKError.SEVERAL_CERTIFICATES, again.number(), "the single choice is unchanged");
         }
     }
@@ -198,7 +224,8 @@ class SigningClientTest {
                 assertEquals(Certificates.fingerprint(certificate), info.fingerprint());
                 assertEquals(certificate.getNotBefore().toInstant(), info.notBefore());
                 assertEquals(certificate.getNotAfter().toInstant(), info.notAfter());
-                assertEquals(certificate.getPublicKey().getAlgorithm(), info.keyAlgorithm());
+                assertEquals(certificate.getPublicKey().getAlgorithm(), info.keyAlgorithm().toString());
+                assertEquals(certificate.getPublicKey().getAlgorithm(), info.keyAlgorithmName());
                 assertEquals(certificate.getSubjectX500Principal(), info.subject());
                 assertEquals(certificate.getIssuerX500Principal(), info.issuer());
             }
@@ -252,7 +279,7 @@ class SigningClientTest {
         try (SigningClient client = SigningClient.store("demo:").subjectContains("nobody").open()) {
             assertEquals(List.of(), client.certificates());
             assertEquals(VCTKError.NO_CERTIFICATE,
-                assertThrows(SigningException.class, () -> client.signCms(DATA)).number());
+                assertThrows(SigningException.class, () -> client.signCmsDetached(DATA)).number());
         }
     }
 

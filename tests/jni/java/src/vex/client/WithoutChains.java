@@ -19,9 +19,9 @@ final class WithoutChains {
 
         byte[] data = "data".getBytes(StandardCharsets.US_ASCII);
         try (SigningClient client = SigningClient.file(file).pin(pin).open()) {
-            byte[] signature = client.signCms(data, CmsOption.DETACHED, CmsOption.INCLUDE_CERTIFICATE);
+            byte[] signature = client.signCmsDetached(data);
             System.out.println("signature: " + Signatures.certificatesIn(signature).size());
-            client.signCms(data, CmsOption.INCLUDE_CHAIN);
+            client.signCmsAttached(data, CmsOption.INCLUDE_CHAIN);
         } catch (SigningException e) {
             System.out.println("with chain: " + e.getMessage());
         }

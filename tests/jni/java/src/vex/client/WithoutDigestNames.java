@@ -88,10 +88,10 @@ final class WithoutDigestNames {
     private void signWithClient() throws Exception {
         Path file = Files.write(Path.of(store + ".data"), DATA);
         try (SigningClient client = SigningClient.file(store).open()) {
-            print("file", () -> isGood(client.signCms(file, CmsOption.DETACHED), true));
-            print("file with content", () -> isGood(client.signCms(file), false));
+            print("file", () -> isGood(client.signCmsDetached(file, CmsOption.OMIT_CERTIFICATE), true));
+            print("file with content", () -> isGood(client.signCmsAttached(file, CmsOption.OMIT_CERTIFICATE), false));
             print("stream",
-                () -> isGood(client.signCms(new ByteArrayInputStream(DATA), CmsOption.DETACHED), true));
+                () -> isGood(client.signCmsDetached(new ByteArrayInputStream(DATA), CmsOption.OMIT_CERTIFICATE), true));
             print("digest", () -> client.signDigest(MessageDigest.getInstance("SHA-256").digest(DATA)).length);
         }
     }

@@ -86,10 +86,10 @@ class P7Test {
         Signer signer = Signer.open(signature.kind(), false, chains.get(signature.kind()), files);
         try (SigningClient client = SigningClient.file(signer.storeFile()).pin(TestStore.PIN.toCharArray())
                 .digest(signature.digest()).open()) {
-            byte[] attached = client.signCms(DATA, CmsOption.INCLUDE_CHAIN);
+            byte[] attached = client.signCmsAttached(DATA, CmsOption.INCLUDE_CHAIN);
             assertArrayEquals(DATA, (byte[]) new CMSSignedData(attached).getSignedContent().getContent());
             verifier.verify(signer, attached, null);
-            byte[] detached = client.signCms(DATA, CmsOption.DETACHED, CmsOption.INCLUDE_CHAIN);
+            byte[] detached = client.signCmsDetached(DATA, CmsOption.INCLUDE_CHAIN);
             verifier.verify(signer, detached, DATA);
             assertThrows(AssertionError.class, () -> verifier.verify(signer, detached, OTHER_DATA));
         }

@@ -190,7 +190,7 @@ class LoadFailuresTest {
             Class<?> type = Class.forName("vex.client.SigningClient", true, loader);
             Object builder = type.getMethod("store", String.class).invoke(null, "demo:");
             Object client = builder.getClass().getMethod("open").invoke(builder);
-            byte[] signature = (byte[]) type.getMethod("signPkcs1", String.class).invoke(client, "text");
+            byte[] signature = (byte[]) type.getMethod("signRaw", String.class).invoke(client, "text");
             System.out.println("signed " + (signature.length > 0));
             return new WeakReference<>(loader);
         }

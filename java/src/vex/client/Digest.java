@@ -4,17 +4,27 @@ import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
 import java.util.Locale;
 
-/** A digest algorithm of the toolkit, and what it is called. The usual ones come first. */
-enum DigestName {
+/** A digest algorithm (FIPS 180-4, FIPS 202). The usual ones come first. */
+public enum Digest {
+    /** The default. */
     SHA_256("SHA-256", 32),
+    /** 48 bytes. */
     SHA_384("SHA-384", 48),
+    /** 64 bytes. */
     SHA_512("SHA-512", 64),
+    /** 28 bytes. */
     SHA_224("SHA-224", 28),
+    /** SHA-512 with another start, cut to 28 bytes. */
     SHA_512_224("SHA-512/224", 28),
+    /** SHA-512 with another start, cut to 32 bytes. */
     SHA_512_256("SHA-512/256", 32),
+    /** 28 bytes. */
     SHA3_224("SHA3-224", 28),
+    /** 32 bytes. */
     SHA3_256("SHA3-256", 32),
+    /** 48 bytes. */
     SHA3_384("SHA3-384", 48),
+    /** 64 bytes. */
     SHA3_512("SHA3-512", 64);
 
     /** Behind the name of a digest: RSASSA-PSS with it. */
@@ -27,15 +37,15 @@ enum DigestName {
     private final String text;
     private final int bytes;
 
-    DigestName(String text, int bytes) {
+    Digest(String text, int bytes) {
         this.text = text;
         this.bytes = bytes;
     }
 
     /** Null: the name is unknown. Reads the toolkit's and Java's ways to spell a name. */
-    static DigestName of(String name) {
+    static Digest of(String name) {
         String wanted = plain(name).replaceFirst("^SHA2(?=(224|256|384|512))", "SHA");
-        for (DigestName digest : values()) {
+        for (Digest digest : values()) {
             if (plain(digest.text).equals(wanted)) {
                 return digest;
             }
@@ -43,12 +53,18 @@ enum DigestName {
         return null;
     }
 
+    /** Whether RSA keys sign with RSASSA-PSS under this name of the toolkit. */
+    static boolean isPss(String name) {
+        return name.regionMatches(true, name.length() - PSS.length(), PSS, 0, PSS.length());
+    }
+
     private static String plain(String name) {
         return name.toUpperCase(Locale.ROOT).replaceAll("[-/]", "");
     }
 
-    /** As the toolkit and {@link MessageDigest} spell it: {@code SHA-256}. */
-    String text() {
+    /** Returns the name as {@link MessageDigest} spells it, for example {@code SHA-256}. */
+    @Override
+    public String toString() {
         return text;
     }
 
