@@ -44,7 +44,7 @@ class LibraryLoadingTest {
     @Test
     void namesThePathOfThePropertyInAFailure() throws Exception {
         String message = runJava("-Dvex.jni.library=/nowhere/libmissing.so");
-        assertTrue(message.contains("java.lang.UnsatisfiedLinkError: The signing library cannot be loaded."), message);
+        assertTrue(message.contains("java.lang.UnsatisfiedLinkError: The signing library cannot be loaded: "), message);
         assertTrue(message.contains("Tried: /nowhere/libmissing.so"), message);
         assertTrue(message.contains("-Dvex.jni.library=<full path of libTAVClientJNI.so>"), message);
     }

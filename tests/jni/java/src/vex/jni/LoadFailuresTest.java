@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
+import java.io.InputStream;
 import java.lang.ref.WeakReference;
 import java.lang.reflect.Method;
 import java.net.URL;
@@ -21,6 +22,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
+import org.junit.jupiter.params.provider.ValueSource;
 
 /**
  * Every way in which loading the library can fail: the message names the cause and what to do. The JVM of the tests
@@ -49,7 +51,7 @@ class LoadFailuresTest {
             Class.forName("vex.jni.TAVClientJNI", true, loader);
             throw new AssertionError("loaded: " + library);
         } catch (UnsatisfiedLinkError e) {
-            assertTrue(e.getMessage().startsWith("The signing library cannot be loaded. Tried: "), e.getMessage());
+            assertTrue(e.getMessage().startsWith("The signing library cannot be loaded: "), e.getMessage());
             return e.getMessage();
         } finally {
             System.setProperty(PROPERTY, before);
@@ -74,21 +76,21 @@ class LoadFailuresTest {
         content[18] = (byte) 183;
         Files.write(library, content);
         assertContains(failure(PRODUCT_JAR, library.toString()),
-            "Wrong architecture: the library is for 64-bit ARM (aarch64), and this JVM for amd64.");
+            "wrong architecture: the library is for 64-bit ARM (aarch64), and this JVM for amd64.");
     }
 
     @Test
     void explainsAFileThatIsNoLibrary() throws Exception {
         Path library = Files.writeString(directory.resolve(BRIDGE), "just some text of more than twenty characters");
-        assertContains(failure(PRODUCT_JAR, library.toString()), "The file is not an ELF library");
-        assertContains(failure(PRODUCT_JAR, directory.resolve("missing.so").toString()), "There is no such file.");
-        assertContains(failure(PRODUCT_JAR, BRIDGE), "Expecting an absolute path");
+        assertContains(failure(PRODUCT_JAR, library.toString()), "the file is not an ELF library");
+        assertContains(failure(PRODUCT_JAR, directory.resolve("missing.so").toString()), "there is no such file.");
+        assertContains(failure(PRODUCT_JAR, BRIDGE), "cannot be loaded: Java says \"Expecting an absolute path");
     }
 
     @Test
     void explainsAMissingToolkit() throws Exception {
         Path lonely = Files.copy(LIBRARY, directory.resolve(BRIDGE));
-        assertContains(failure(PRODUCT_JAR, lonely.toString()), "The toolkit " + TOOLKIT + " is missing.",
+        assertContains(failure(PRODUCT_JAR, lonely.toString()), "the toolkit " + TOOLKIT + " is missing.",
             "Put it beside " + BRIDGE);
     }
 
@@ -101,7 +103,7 @@ class LoadFailuresTest {
         assertFalse(changed.equals(content));
         Files.writeString(toolkit, changed, StandardCharsets.ISO_8859_1);
         assertContains(failure(PRODUCT_JAR, library.toString()),
-            "The " + TOOLKIT + " that was found does not offer VCTK_GetCertList, which " + BRIDGE + " needs.",
+            "the " + TOOLKIT + " that was found does not offer VCTK_GetCertList, which " + BRIDGE + " needs.",
             "LD_DEBUG=libs");
     }
 
@@ -114,7 +116,7 @@ class LoadFailuresTest {
         assertFalse(changed.equals(content));
         Files.writeString(library, changed, StandardCharsets.ISO_8859_1);
         assertContains(failure(PRODUCT_JAR, library.toString()),
-            "It was built for glibc, the C library 9.99 or newer, and the one on this host is older.", "newer release");
+            "it was built for glibc, the C library 9.99 or newer, and the one on this host is older.", "newer release");
     }
 
     /** Messages of musl 1.2's linker for this library; no JVM of these tests has that C library. */
@@ -123,7 +125,7 @@ class LoadFailuresTest {
         "loading shared library libVEXClientTKDll64.so: No such file or directory (needed by /l/libTAVClientJNI.so)"
             + " | the toolkit libVEXClientTKDll64.so is missing. Put it beside libTAVClientJNI.so",
         "loading shared library libstdc++.so.6: No such file or directory (needed by /l/libTAVClientJNI.so)"
-            + " | the library libstdc++.so.6 that it needs is missing. This JVM's C library is musl",
+            + " | this JVM's C library is musl, as on Alpine Linux, and the library was built for glibc.",
         "relocating /l/libTAVClientJNI.so: __printf_chk: symbol not found"
             + " | this JVM's C library is musl, as on Alpine Linux, and the library was built for glibc.",
         "relocating /l/libTAVClientJNI.so: VCTK_GetCertList: symbol not found"
@@ -131,21 +133,42 @@ class LoadFailuresTest {
         "loading shared library /l/libTAVClientJNI.so: Operation not permitted"
             + " | code may not be executed from there"})
     void explainsMessagesOfMusl(String error, String explanation) {
-        String message = LibraryLoader.explain(
+        String message = LoadFailure.explain(
             new UnsatisfiedLinkError("/l/libTAVClientJNI.so: Error " + error), null);
         assertTrue(message.startsWith(explanation), message);
     }
 
+    /** Whatever musl misses first: a library that was built for glibc cannot work. */
+    @ParameterizedTest
+    @ValueSource(strings = {"libVEXClientTKDll64.so: No such file or directory (needed by /l/libTAVClientJNI.so)",
+        "/l/libTAVClientJNI.so: Operation not permitted"})
+    void saysFirstThatMuslCannotLoadALibraryForGlibc(String error) {
+        UnsatisfiedLinkError thrown =
+            new UnsatisfiedLinkError("/l/libTAVClientJNI.so: Error loading shared library " + error);
+        String message = LoadFailure.explain(thrown, LIBRARY.toString());
+        assertTrue(message.startsWith("this JVM's C library is musl, as on Alpine Linux, and the library was built for"
+            + " glibc."), message);
+    }
+
+    @Test
+    void recognisesMuslByItsMapping() throws Exception {
+        Path maps = Files.writeString(directory.resolve("maps"),
+            "7f0c8e200000-7f0c8e29b000 r-xp 00014000 fe:01 271 /lib/ld-musl-x86_64.so.1\n");
+        assertTrue(LoadFailure.mapsMusl(maps));
+        assertFalse(LoadFailure.mapsMusl(Path.of("/proc/self/maps")));
+        assertFalse(LoadFailure.mapsMusl(directory.resolve("missing")));
+    }
+
     @Test
     void namesTheJarThatHasTheLibraries() throws Exception {
-        assertContains(failure(PRODUCT_JAR, ""), "There is no such file", "tavclientjni-bundled.jar");
+        assertContains(failure(PRODUCT_JAR, ""), "there is no such file", "tavclientjni-bundled.jar");
     }
 
     @Test
     void explainsAnUnwritableTemporaryDirectory() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.io.tmpdir=/nowhere", "-cp", bundledClassPath(),
             Load.class.getName());
-        assertContains(output, "It cannot be copied below java.io.tmpdir (/nowhere)", "-Djava.io.tmpdir");
+        assertContains(output, "it cannot be copied below java.io.tmpdir (/nowhere)", "-Djava.io.tmpdir");
     }
 
     // ---- In separate JVMs ----
@@ -223,7 +246,6 @@ class LoadFailuresTest {
     void loadsTheLibrariesOfTheBundledJarAndLeavesNoFiles() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(),
             Load.class.getName(), "2");
-        // Each class loader has its own copy.
         assertContains(output, "ok 1.0.\nok 1.0.\n2 class loaders");
         try (Stream<Path> left = Files.list(directory)) {
             assertEquals(List.of(), left.filter(path -> path.getFileName().toString().startsWith("vex-")).toList());
@@ -249,6 +271,7 @@ class LoadFailuresTest {
             assertEquals(-1, Files.mismatch(LIBRARY.resolveSibling(name), copies.resolve(name)), name);
             Files.delete(copies.resolve(name));
         }
+        Files.delete(copies.resolve("libTAVClientJNIBinding.so"));
         Files.delete(copies);
     }
 
@@ -256,7 +279,7 @@ class LoadFailuresTest {
     void explainsThatAnotherClassLoaderHasTheLibrary() throws Exception {
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + LIBRARY.getParent(), "-cp",
             productClassPath(), Load.class.getName(), "2");
-        assertContains(output, "ok 1.0.\n", "Another class loader of this JVM has loaded it already",
+        assertContains(output, "ok 1.0.\n", "another class loader of this JVM has loaded it already",
             "Put tavclientjni.jar where both share it", "2 class loaders");
     }
 
@@ -273,8 +296,70 @@ class LoadFailuresTest {
         prefix.addAll(List.of("sh", "-c", mount + " && exec \"$@\"", directory.toString()));
         String output = java(prefix, NATIVE_ACCESS, "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(),
             Load.class.getName());
-        assertContains(output, "Code may not be executed from there: the file system is mounted noexec",
+        assertContains(output, "code may not be executed from there: the file system is mounted noexec",
             "-Djava.io.tmpdir");
+    }
+
+    /** Each system, where the library is named, searched and taken from the jar. */
+    @ParameterizedTest
+    @CsvSource({"Windows 11, amd64", "Mac OS X, aarch64", "Linux, aarch64", "Linux, i386", "FreeBSD, amd64"})
+    void saysFirstThatTheLibraryDoesNotExistForTheSystem(String name, String processor) throws Exception {
+        String reason = "The signing library cannot be loaded: this JVM is for " + name + " on " + processor
+            + ", and the library exists only for Linux on amd64 (64-bit x86) with glibc.";
+        Path lonely = Files.copy(LIBRARY, directory.resolve(BRIDGE));
+        String before = System.setProperty("os.name", name);
+        String processorBefore = System.setProperty("os.arch", processor);
+        try {
+            for (String jar : List.of(PRODUCT_JAR, BUNDLED_JAR)) {
+                for (String library : List.of("", lonely.toString(), "/nowhere/" + BRIDGE)) {
+                    String message = failure(jar, library);
+                    assertTrue(message.startsWith(reason), message);
+                }
+            }
+        } finally {
+            System.setProperty("os.name", before);
+            System.setProperty("os.arch", processorBefore);
+        }
+        String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + directory, "-Dos.name=" + name,
+            "-Dos.arch=" + processor, "-cp", bundledClassPath(), Load.class.getName());
+        assertTrue(output.startsWith(reason), output);
+    }
+
+    /** Somebody may build the library for another processor; then its own problems count. */
+    @Test
+    void explainsALibraryThatWasBuiltForAnotherProcessor() throws Exception {
+        Path library = copyOfBoth();
+        byte[] content = Files.readAllBytes(library);
+        content[18] = (byte) 183;
+        Files.write(library, content);
+        String message = "libVEXClientTKDll64.so: cannot open shared object file: No such file or directory";
+        String processor = System.setProperty("os.arch", "aarch64");
+        try {
+            String reason = LoadFailure.explain(new UnsatisfiedLinkError(message), library.toString());
+            assertTrue(reason.startsWith("the toolkit " + TOOLKIT + " is missing."), reason);
+        } finally {
+            System.setProperty("os.arch", processor);
+        }
+    }
+
+    /** The page's table quotes the messages; "..." stands for what differs. */
+    @Test
+    void thePageQuotesTheMessages() throws Exception {
+        StringBuilder classes = new StringBuilder();
+        for (String name : List.of("LibraryLoader", "LoadFailure", "LoadFailure$ElfFile")) {
+            try (InputStream stream = LibraryLoader.class.getResourceAsStream(name + ".class")) {
+                classes.append(new String(stream.readAllBytes(), StandardCharsets.UTF_8));
+            }
+        }
+        List<String> rows = Files.readString(Path.of(System.getProperty("vex.test.docs"), "loading.md")).lines()
+            .dropWhile(line -> !line.startsWith("| The message says |")).skip(2).takeWhile(line -> line.startsWith("|"))
+            .map(line -> line.split("\\|")[1].strip()).toList();
+        assertTrue(rows.size() >= 10, rows.toString());
+        for (String row : rows) {
+            for (String part : row.replace("`", "").split("\\.\\.\\.")) {
+                assertTrue(classes.indexOf(part.strip()) >= 0, () -> "no \"" + part + "\" in the messages");
+            }
+        }
     }
 
     @Test
@@ -283,7 +368,7 @@ class LoadFailuresTest {
         assumeTrue(version >= 24, "Java " + version + " always allows native access");
         String output = java(List.of(), "--illegal-native-access=deny", "-Dvex.jni.library=" + LIBRARY, "-cp",
             productClassPath(), Load.class.getName());
-        assertContains(output, "This JVM denies native access", NATIVE_ACCESS, "Enable-Native-Access: ALL-UNNAMED");
+        assertContains(output, "this JVM denies native access", NATIVE_ACCESS, "Enable-Native-Access: ALL-UNNAMED");
     }
 
     @Test
@@ -291,7 +376,7 @@ class LoadFailuresTest {
         Files.copy(LIBRARY, directory.resolve(BRIDGE));
         String output = java(List.of(), NATIVE_ACCESS, "-Djava.library.path=" + directory, "-cp", bundledClassPath(),
             Load.class.getName());
-        assertContains(output, "in java.library.path (" + directory + ")", "The toolkit " + TOOLKIT + " is missing.");
+        assertContains(output, "in java.library.path (" + directory + ")", "the toolkit " + TOOLKIT + " is missing.");
         assertFalse(output.contains("ok 1.0."), output);
     }
 }
