@@ -1,7 +1,9 @@
 #include "Pkcs11Shim.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <p11-kit/pkcs11.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -34,6 +36,16 @@ public:
 private:
     inline static std::atomic<int> s_cInside{0};
 };
+
+// Appends a line to the file of calls, if the environment names one.
+void Note(std::string_view line) {
+    const char* const pszFile = std::getenv("VEX_TEST_PKCS11_CALLS");
+    const int fd = pszFile == nullptr ? -1 : open(pszFile, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+        [[maybe_unused]] const ssize_t cb = write(fd, line.data(), line.size());
+        close(fd);
+    }
+}
 
 void LoseSessions() {
     const std::lock_guard lock(g_sessions);
@@ -97,6 +109,7 @@ CK_RV OpenSession(CK_SLOT_ID nSlot, CK_FLAGS flags, void* pContext, CK_NOTIFY no
         return CKR_SESSION_COUNT;
     }
     const CK_RV rv = g_pReal->C_OpenSession(nSlot, flags, pContext, notify, phSession);
+    Note("C_OpenSession\n");
     g_shim.cSessions -= rv == CKR_OK ? 0 : 1;
     return rv;
 }
@@ -107,6 +120,7 @@ CK_RV CloseSession(CK_SESSION_HANDLE hSession) {
         return CKR_SESSION_HANDLE_INVALID;
     }
     const CK_RV rv = g_pReal->C_CloseSession(hSession);
+    Note("C_CloseSession\n");
     g_shim.cSessions -= rv == CKR_OK ? 1 : 0;
     return rv;
 }
@@ -117,6 +131,7 @@ CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin
         return CKR_DEVICE_REMOVED;
     }
     ++(nUser == CKU_CONTEXT_SPECIFIC ? g_shim.cContextLogins : g_shim.cLogins);
+    Note("C_Login\n");
     if (g_shim.fPinLocked) {
         return CKR_PIN_LOCKED;
     }
@@ -132,6 +147,11 @@ CK_RV Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, unsigned char* pbPin
         --cbPin;
     }
     return g_pReal->C_Login(hSession, nUser, pbPin, cbPin);
+}
+
+CK_RV Logout(CK_SESSION_HANDLE hSession) {
+    Note("C_Logout\n");
+    return Forward<&CK_FUNCTION_LIST::C_Logout, CKR_DEVICE_REMOVED>::Call(hSession);
 }
 
 bool IsDecryptionKey(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject) {
@@ -187,6 +207,7 @@ CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, u
         return CKR_DEVICE_REMOVED;
     }
     ++g_shim.cSignatures;
+    Note("C_Sign\n");
     g_shim.cbSigned = cbData;
     if (g_shim.fSigningFails) {
         return CKR_FUNCTION_FAILED;  // the real module still waits for the data
@@ -217,6 +238,7 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     g_functions.C_OpenSession = OpenSession;
     g_functions.C_CloseSession = CloseSession;
     g_functions.C_Login = Login;
+    g_functions.C_Logout = Logout;
     g_functions.C_GetAttributeValue = GetAttributeValue;
     g_functions.C_GetMechanismInfo = GetMechanismInfo;
     g_functions.C_SignInit = SignInit;

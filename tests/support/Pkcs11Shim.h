@@ -1,5 +1,7 @@
 // The settings and counters of the tests' PKCS #11 module, which forwards to a real one. The environment variable
-// VEX_TEST_PKCS11_MODULE contains the real module's path. Keys with the label "decryptkey" may not sign.
+// VEX_TEST_PKCS11_MODULE contains the real module's path. Keys with the label "decryptkey" may not sign. If
+// VEX_TEST_PKCS11_CALLS names a file, a line is appended to it for each call of C_OpenSession, C_CloseSession, C_Login,
+// C_Logout and C_Sign, for programs that cannot read the counters.
 #pragma once
 
 #include <array>
