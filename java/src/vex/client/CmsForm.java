@@ -1,7 +1,5 @@
 package vex.client;
 
-import java.util.Objects;
-
 /** What a CMS signature contains besides the signature itself. Immutable. */
 final class CmsForm {
     /** What signatures are verified with. */
@@ -28,8 +26,8 @@ final class CmsForm {
     private static Certificates certificates(CmsOption... options) {
         boolean omit = false;
         boolean chain = false;
-        for (CmsOption option : Objects.requireNonNull(options, "options")) {
-            omit |= Objects.requireNonNull(option, "options") == CmsOption.OMIT_CERTIFICATE;
+        for (CmsOption option : Arguments.requireElements(options, "options")) {
+            omit |= option == CmsOption.OMIT_CERTIFICATE;
             chain |= option == CmsOption.INCLUDE_CHAIN;
         }
         if (omit && chain) {

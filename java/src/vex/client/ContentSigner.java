@@ -30,8 +30,7 @@ final class ContentSigner {
     /** @throws SigningException if the toolkit does not sign digests, or not this one */
     byte[] signDigest(byte[] value) throws SigningException {
         if (!session.knowsDigest(prehashed)) {
-            throw SigningException.of(VCTKError.INVALID_ARGUMENT,
-                "the toolkit cannot sign a digest; sign the data with signRaw");
+            throw SigningException.notSupported("The toolkit cannot sign a digest; sign the data with signRaw");
         }
         return session.signP1(prehashed, value);
     }

@@ -4,7 +4,6 @@ import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.time.Instant;
 import java.time.temporal.ChronoUnit;
-import java.util.Objects;
 import javax.security.auth.x500.X500Principal;
 import vex.jni.TAVClientJNI;
 
@@ -17,7 +16,7 @@ final class Filter {
     private Filter(long type, String name, String value) {
         this.type = type;
         this.name = name;
-        this.value = Objects.requireNonNull(value, name);
+        this.value = value;
     }
 
     static Filter issuerContains(String part) {
@@ -95,7 +94,7 @@ final class Filter {
         }
         StringBuilder list = new StringBuilder();
         for (Object name : names) {
-            list.append(list.length() == 0 ? "" : ",").append(Objects.requireNonNull(name, "usage"));
+            list.append(list.length() == 0 ? "" : ",").append(name);
         }
         return list.toString();
     }

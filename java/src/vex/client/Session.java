@@ -67,8 +67,8 @@ final class Session {
             return open(known ? StoreText.withAttribute(store, chain) : store, chooseSingle, known);
         }
         if (!knowsAttribute("chain=store")) {
-            throw SigningException.of(VCTKError.INVALID_ARGUMENT,
-                "the toolkit cannot include a chain; open the store without chainFile, withChain and chain=");
+            throw SigningException.notSupported(
+                "The toolkit cannot include a chain; open the store without chainFile, withChain and chain=");
         }
         return open(store, chooseSingle, true);
     }
@@ -184,8 +184,8 @@ final class Session {
             return form.certificates() == CmsForm.Certificates.NONE ? 0 : hasChain ? 2 : 1;
         }
         if (!hasChain) {
-            throw SigningException.of(VCTKError.INVALID_ARGUMENT,
-                "the toolkit cannot include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself");
+            throw SigningException.notSupported(
+                "The toolkit cannot include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself");
         }
         return 1;
     }
@@ -294,19 +294,19 @@ final class Session {
             char unit = text.charAt(i);
             ascii &= unit < 0x80;
             if (unit == 0) {
-                throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has U+0000 at index " + i
+                throw SigningException.notEncodable(what + " has U+0000 at index " + i
                     + "; remove it, or sign the bytes instead of the text");
             }
             if (Character.isSurrogate(unit)) {
                 if (!Character.isSurrogatePair(unit, i + 1 < text.length() ? text.charAt(i + 1) : 0)) {
-                    throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has an unpaired surrogate at index "
-                        + i + ", which has no encoding; remove it");
+                    throw SigningException.notEncodable(what + " has an unpaired surrogate at index " + i
+                        + ", which has no encoding; remove it");
                 }
                 ++i;
             }
         }
         if (!ascii && !isEncodable(text)) {
-            throw SigningException.of(VCTKError.INVALID_ARGUMENT, what + " has a character that the process locale ("
+            throw SigningException.notEncodable(what + " has a character that the process locale ("
                 + localeEncoding() + ") cannot encode; start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
                 + " text.getBytes(StandardCharsets.UTF_8), which does not depend on the locale");
         }

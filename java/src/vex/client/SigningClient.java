@@ -40,8 +40,6 @@ import java.util.Objects;
  * {@link #close} may be called at any time and more than once. Calls of other threads that are in progress finish
  * normally, and the last of them releases the store. Later calls throw {@link IllegalStateException} and call no native
  * code. A daemon thread releases clients that became unreachable without being closed, some time later.
- *
- * <p>Unless a method says otherwise, no argument may be {@code null}.
  */
 public final class SigningClient implements AutoCloseable {
     final Session session;
@@ -76,7 +74,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalArgumentException if the path belongs to another file system
      */
     public static SigningClientBuilder file(Path file) {
-        return new SigningClientBuilder(StoreText.ofFile(file));
+        return new SigningClientBuilder(StoreText.ofFile(Objects.requireNonNull(file, "file")));
     }
 
     /**
@@ -88,7 +86,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(String text) throws SigningException {
-        return session.signP1(digest, text);
+        return session.signP1(digest, Objects.requireNonNull(text, "text"));
     }
 
     /**
@@ -100,7 +98,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(byte[] data) throws SigningException {
-        return session.signP1(digest, data);
+        return session.signP1(digest, Objects.requireNonNull(data, "data"));
     }
 
     /**
@@ -113,7 +111,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signDigest(byte[] value) throws SigningException {
-        return content.signDigest(value);
+        return content.signDigest(Objects.requireNonNull(value, "value"));
     }
 
     /**
@@ -127,7 +125,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(String text, CmsOption... options) throws SigningException {
-        return session.signP7(digest, text, CmsForm.detached(options));
+        return session.signP7(digest, Objects.requireNonNull(text, "text"), CmsForm.detached(options));
     }
 
     /**
@@ -141,7 +139,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(digest, data, CmsForm.detached(options));
+        return session.signP7(digest, Objects.requireNonNull(data, "data"), CmsForm.detached(options));
     }
 
     /**
@@ -159,7 +157,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(Path file, CmsOption... options) throws IOException, SigningException {
-        return content.sign(file, CmsForm.detached(options));
+        return content.sign(Objects.requireNonNull(file, "file"), CmsForm.detached(options));
     }
 
     /**
@@ -174,7 +172,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(InputStream stream, CmsOption... options) throws IOException, SigningException {
-        return content.sign(stream, CmsForm.detached(options));
+        return content.sign(Objects.requireNonNull(stream, "stream"), CmsForm.detached(options));
     }
 
     /**
@@ -188,7 +186,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(String text, CmsOption... options) throws SigningException {
-        return session.signP7(digest, text, CmsForm.attached(options));
+        return session.signP7(digest, Objects.requireNonNull(text, "text"), CmsForm.attached(options));
     }
 
     /**
@@ -202,7 +200,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(digest, data, CmsForm.attached(options));
+        return session.signP7(digest, Objects.requireNonNull(data, "data"), CmsForm.attached(options));
     }
 
     /**
@@ -219,7 +217,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(Path file, CmsOption... options) throws IOException, SigningException {
-        return content.sign(file, CmsForm.attached(options));
+        return content.sign(Objects.requireNonNull(file, "file"), CmsForm.attached(options));
     }
 
     /**

@@ -49,7 +49,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder pin(char[] characters) {
-        pin = characters.clone();
+        pin = Objects.requireNonNull(characters, "characters").clone();
         pinFile = null;
         return this;
     }
@@ -84,6 +84,7 @@ public final class SigningClientBuilder {
      *     does this
      */
     public SigningClientBuilder digest(String name) {
+        Objects.requireNonNull(name, "name");
         if (name.regionMatches(true, 0, Digest.PREHASHED, 0, Digest.PREHASHED.length())) {
             throw new IllegalArgumentException("The client signs data; call signDigest to sign a digest");
         }
@@ -119,7 +120,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder issuerContains(String part) {
-        return add(Filter.issuerContains(part));
+        return add(Filter.issuerContains(Objects.requireNonNull(part, "part")));
     }
 
     /**
@@ -129,7 +130,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder subjectContains(String part) {
-        return add(Filter.subjectContains(part));
+        return add(Filter.subjectContains(Objects.requireNonNull(part, "part")));
     }
 
     /**
@@ -139,7 +140,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder issuer(X500Principal name) {
-        return add(Filter.issuer(name));
+        return add(Filter.issuer(Objects.requireNonNull(name, "name")));
     }
 
     /**
@@ -149,7 +150,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder subject(X500Principal name) {
-        return add(Filter.subject(name));
+        return add(Filter.subject(Objects.requireNonNull(name, "name")));
     }
 
     /**
@@ -159,7 +160,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder serial(BigInteger number) {
-        return add(Filter.serial(number));
+        return add(Filter.serial(Objects.requireNonNull(number, "number")));
     }
 
     /**
@@ -169,7 +170,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder fingerprint(String sha256) {
-        return add(Filter.fingerprint(sha256));
+        return add(Filter.fingerprint(Objects.requireNonNull(sha256, "sha256")));
     }
 
     /**
@@ -208,7 +209,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder keyAlgorithm(String name) {
-        return add(Filter.keyAlgorithm(name));
+        return add(Filter.keyAlgorithm(Objects.requireNonNull(name, "name")));
     }
 
     /**
@@ -228,7 +229,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder allowsKeyUsage(KeyUsage usage) {
-        return add(Filter.allowsKeyUsage(usage));
+        return add(Filter.allowsKeyUsage(Objects.requireNonNull(usage, "usage")));
     }
 
     /**
@@ -238,7 +239,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder keyUsages(KeyUsage... usages) {
-        return add(Filter.keyUsages(usages));
+        return add(Filter.keyUsages(Arguments.requireElements(usages, "usages")));
     }
 
     /**
@@ -249,7 +250,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder extendedKeyUsages(String... usages) {
-        return add(Filter.extendedKeyUsages(usages));
+        return add(Filter.extendedKeyUsages(Arguments.requireElements(usages, "usages")));
     }
 
     /**
@@ -259,7 +260,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder validAt(Instant time) {
-        return add(Filter.validAt(time));
+        return add(Filter.validAt(Objects.requireNonNull(time, "time")));
     }
 
     /**
@@ -269,7 +270,7 @@ public final class SigningClientBuilder {
      * @return this
      */
     public SigningClientBuilder policy(String oid) {
-        return add(Filter.policy(oid));
+        return add(Filter.policy(Objects.requireNonNull(oid, "oid")));
     }
 
     /**

@@ -34,7 +34,7 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * @return the parameter
      */
     public static StoreParameter file(Path file) {
-        return new StoreParameter(StoreText.ofFile(file), null);
+        return new StoreParameter(ofFile(file), null);
     }
 
     /**
@@ -46,7 +46,7 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * @return the parameter
      */
     public static StoreParameter file(Path file, KeyStore.ProtectionParameter protection) {
-        return new StoreParameter(StoreText.ofFile(file), protection);
+        return new StoreParameter(ofFile(file), protection);
     }
 
     /**
@@ -57,7 +57,8 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * @return the parameter
      */
     public static StoreParameter file(Path file, Path pinFile) {
-        return new StoreParameter(StoreText.withPinFile(StoreText.ofFile(file), pinFile), null);
+        String store = ofFile(file);
+        return new StoreParameter(StoreText.withPinFile(store, Objects.requireNonNull(pinFile, "pinFile")), null);
     }
 
     /**
@@ -69,9 +70,14 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      */
     public StoreParameter withChain(Path file) {
         String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=root");
-        return new StoreParameter(StoreText.withChainFile(chain, file), protection);
+        return new StoreParameter(StoreText.withChainFile(chain, Objects.requireNonNull(file, "file")), protection);
     }
 
+    private static String ofFile(Path file) {
+        return StoreText.ofFile(Objects.requireNonNull(file, "file"));
+    }
+
+    /** {@code null} if there is no PIN or the URI says where it is. */
     @Override
     public KeyStore.ProtectionParameter getProtectionParameter() {
         return protection;

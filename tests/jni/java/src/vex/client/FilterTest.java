@@ -63,7 +63,6 @@ class FilterTest {
         assertThrows(IllegalArgumentException.class, () -> Filter.keySizeAtLeast(0));
         assertThrows(IllegalArgumentException.class, Filter::keyUsages);
         assertThrows(IllegalArgumentException.class, Filter::extendedKeyUsages);
-        assertThrows(NullPointerException.class, () -> Filter.policy(null));
     }
 
     /** A filter, its number, and the subjects of the certificates that pass it. */
