@@ -1,5 +1,5 @@
-// Compares names without regard to the case of ASCII letters. The C library's functions follow the process locale, and
-// in some locales "I" is not the capital of "i".
+// ASCII letters, and names that are compared without regard to their case. The C library's functions follow the process
+// locale, and in some locales "I" is not the capital of "i".
 #pragma once
 
 #include <algorithm>
@@ -9,6 +9,14 @@ namespace vextk {
 
 constexpr char AsciiLower(char ch) {
     return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+}
+
+constexpr bool IsAsciiLetter(char ch) {
+    return AsciiLower(ch) >= 'a' && AsciiLower(ch) <= 'z';
+}
+
+constexpr bool IsAsciiLetterOrDigit(char ch) {
+    return IsAsciiLetter(ch) || (ch >= '0' && ch <= '9');
 }
 
 constexpr bool EqualIgnoringCase(std::string_view a, std::string_view b) {

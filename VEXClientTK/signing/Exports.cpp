@@ -14,6 +14,7 @@
 #include "signing/SigningObject.h"
 #include "signing/StackWiper.h"
 #include "signing/Store.h"
+#include "signing/StoreUri.h"
 
 namespace vextk {
 namespace {
@@ -88,6 +89,19 @@ INT CallObject(HANDLE hObject, Operation operation) {
     return object ? object->Call(operation) : VCTK_E_INVALID_HANDLE;
 }
 
+// What the initialisation text names. Throws the URI's numbers, VCTK_E_INVALID_HANDLE, and what OpenStore throws.
+OpenedStorePtr FindOrOpenStore(std::string_view text) {
+    StoreUri uri = ParseStoreUri(text);
+    if (uri.kind != StoreUri::Kind::kHandle) {
+        return OpenStore(std::move(uri));
+    }
+    const std::shared_ptr<SigningObject> object = OpenObjects().Find(reinterpret_cast<HANDLE>(uri.nHandle));
+    if (!object) {
+        throw Failure(VCTK_E_INVALID_HANDLE);
+    }
+    return object->Store();
+}
+
 std::string_view RequireText(const char* pszText) {
     if (pszText == nullptr) {
         throw Failure(VCTK_E_INVALID_ARGUMENT, "a text is null");
@@ -134,8 +148,13 @@ VEXTK_CLEAR_REGISTERS HANDLE VCTK_Initialize(const char* pszAuxParam) {
     try {
         InitialiseOpenSsl();
         const OpenSslErrorMark mark;
-        const HANDLE hObject = OpenObjects().Add(std::make_shared<SigningObject>(OpenStore(RequireText(pszAuxParam))));
-        t_initialisationError.Note(VCTK_OK, {});
+        const OpenedStorePtr store = FindOrOpenStore(RequireText(pszAuxParam));
+        const HANDLE hObject = OpenObjects().Add(std::make_shared<SigningObject>(store));
+        if (store->failure) {
+            t_initialisationError.Note(store->failure->Number(), store->failure->Detail());
+        } else {
+            t_initialisationError.Note(VCTK_OK, {});
+        }
         return hObject;
     } catch (const Failure& failure) {
         t_initialisationError.Note(failure.Number(), failure.Detail());

@@ -143,7 +143,7 @@ void RequireRead(X509* pCertificate) {
 
 }  // namespace
 
-Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey)
+Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey, std::string strName)
     : m_certificate(std::move(certificate)),
       m_key(std::move(key)),
       m_notBefore(ToTime(X509_get0_notBefore(m_certificate.get()), kNever)),
@@ -153,7 +153,8 @@ Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey)
       m_strSerialHex(SerialText(m_certificate.get())),
       m_strFingerprintHex(FingerprintText(m_certificate.get())),
       m_strSubject(NameText(X509_get_subject_name(m_certificate.get()))),
-      m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))) {
+      m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))),
+      m_strName(std::move(strName)) {
     RequireRead(m_certificate.get());
     const bool bTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;
     m_lastingFlaw = bTimesRead ? LastingFlaw(flawWithoutKey) : Flaw::kDamaged;
@@ -203,12 +204,13 @@ std::string Identity::CertificateBase64() const {
     return EncodeBase64(der.get(), static_cast<size_t>(cbDer));
 }
 
-IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey) {
+IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey, std::string strName) {
     if (certificate == nullptr) {
         return std::make_shared<const Identity>();
     }
     try {
-        return std::make_shared<const Identity>(std::move(certificate), std::move(key), flawWithoutKey);
+        return std::make_shared<const Identity>(std::move(certificate), std::move(key), flawWithoutKey,
+                                                std::move(strName));
     } catch (const Failure&) {
         if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
             throw;

@@ -27,8 +27,10 @@ enum class Flaw {
 // Immutable; any thread may use it.
 class Identity {
 public:
-    // key: the certificate's private key, or null. flawWithoutKey: why there is no key.
-    Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
+    // key: the certificate's private key, or null. flawWithoutKey: why there is no key. strName: what the store calls
+    // it, UTF-8; empty if it has no name.
+    Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey,
+             std::string strName = {});
     // For a certificate that cannot be read: the texts are empty, and there is no certificate and no key.
     Identity() = default;
 
@@ -50,6 +52,7 @@ public:
     unsigned int KeyBits() const { return m_nKeyBits; }          // of the RSA modulus, or the EC curve's field
     const std::string& Subject() const { return m_strSubject; }  // RFC 4514, UTF-8
     const std::string& Issuer() const { return m_strIssuer; }
+    const std::string& Name() const { return m_strName; }  // in the store
 
     // Base64 of the DER certificate.
     std::string CertificateBase64() const;
@@ -67,6 +70,7 @@ private:
     std::string m_strFingerprintHex;
     std::string m_strSubject;
     std::string m_strIssuer;
+    std::string m_strName;
     Flaw m_lastingFlaw = Flaw::kDamaged;
 };
 
@@ -74,7 +78,8 @@ using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
 
 // The identity of a certificate. It is a damaged one when certificate is null or parts of it cannot be read.
-IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey);
+IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey,
+                         std::string strName = {});
 
 // Whether this toolkit signs with keys of this kind.
 bool IsSigningKey(const EVP_PKEY* pKey);

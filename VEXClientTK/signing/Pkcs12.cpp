@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "signing/LegacyCiphers.h"
+#include "signing/WideText.h"
 
 namespace vextk {
 namespace {
@@ -24,6 +25,18 @@ struct PinText {
     const char* pchText;
     int cchText;
 };
+
+// RFC 2985 section 5.5.1. Empty: the bag has none, or one that is not a text.
+std::string FriendlyName(const PKCS12_SAFEBAG* pBag) {
+    const ASN1_TYPE* const pName = PKCS12_SAFEBAG_get0_attr(pBag, NID_friendlyName);
+    if (pName == nullptr || pName->type != V_ASN1_BMPSTRING) {
+        return {};
+    }
+    const ASN1_STRING* const pText = pName->value.bmpstring;
+    return Utf8FromUtf16({reinterpret_cast<const char*>(ASN1_STRING_get0_data(pText)),
+                          static_cast<size_t>(ASN1_STRING_length(pText))})
+        .value_or("");
+}
 
 // Adds the content of a file to a StoreContent. Throws when the file is damaged or the PIN is wrong.
 class Reader {
@@ -73,14 +86,14 @@ private:
     void ReadBag(const PKCS12_SAFEBAG* pBag) {
         switch (PKCS12_SAFEBAG_get_nid(pBag)) {
             case NID_keyBag:
-                m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag));
+                m_content.AddKey(PKCS12_SAFEBAG_get0_p8inf(pBag), FriendlyName(pBag));
                 break;
             case NID_pkcs8ShroudedKeyBag:
-                m_content.AddKey(Decrypted(PKCS12_SAFEBAG_get0_pkcs8(pBag)).get());
+                m_content.AddKey(Decrypted(PKCS12_SAFEBAG_get0_pkcs8(pBag)).get(), FriendlyName(pBag));
                 break;
             case NID_certBag:
                 if (PKCS12_SAFEBAG_get_bag_nid(pBag) == NID_x509Certificate) {
-                    m_content.AddCertificate(X509Ptr(PKCS12_SAFEBAG_get1_cert(pBag)));
+                    m_content.AddCertificate(X509Ptr(PKCS12_SAFEBAG_get1_cert(pBag)), FriendlyName(pBag));
                 }
                 break;
             case NID_safeContentsBag:

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <ctime>
 
+#include "posix/Hexadecimal.h"
+#include "signing/AsciiCase.h"
 #include "signing/Base64.h"
 #include "signing/Candidates.h"
 #include "signing/Chain.h"
@@ -64,6 +66,20 @@ std::string EscapeBlanks(const std::string& strName) {
     return escaped;
 }
 
+// RFC 3986: all bytes except those of unreserved characters are encoded.
+std::string PercentEncode(const std::string& strText) {
+    std::string encoded;
+    for (const char ch : strText) {
+        if (IsAsciiLetterOrDigit(ch) || ch == '-' || ch == '.' || ch == '_' || ch == '~') {
+            encoded += ch;
+        } else {
+            encoded += '%';
+            vexposix::AppendHexByte(encoded, static_cast<unsigned char>(ch));
+        }
+    }
+    return encoded;
+}
+
 // A damaged certificate passes only if there is no filter.
 bool PassesFilters(const Identity& identity, const std::vector<Filter>& filters) {
     return std::all_of(filters.begin(), filters.end(), [&](const Filter& filter) {
@@ -114,7 +130,7 @@ std::uint64_t NextObjectNumber() {
 
 }  // namespace
 
-SigningObject::SigningObject(OpenedStore store)
+SigningObject::SigningObject(OpenedStorePtr store)
     : m_store(std::move(store)),
       m_nObject(NextObjectNumber()),
       m_settings(std::make_shared<const Settings>(Settings{FindDigest(kDefaultDigest), false, {}})) {}
@@ -165,6 +181,9 @@ void SigningObject::ForgetThread(ThreadId nThread) noexcept {
 }
 
 VCTKError SigningObject::LastError() const noexcept {
+    if (m_store->failure) {
+        return m_store->failure->Number();
+    }
     if (const PerThreadPtr mine = MineIfAny()) {
         return mine->nLastError;
     }
@@ -172,6 +191,9 @@ VCTKError SigningObject::LastError() const noexcept {
 }
 
 std::string SigningObject::LastErrorMessage() const {
+    if (m_store->failure) {
+        return ErrorText(m_store->failure->Number(), m_store->failure->Detail());
+    }
     const PerThreadPtr mine = MineIfAny();
     return mine ? ErrorText(mine->nLastError, mine->strLastDetail) : ErrorText(LastError(), {});
 }
@@ -209,7 +231,7 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
     Choice choice{settings, {}, {}, nullptr, {}};
     Identities passedOver;
     size_t cFiltered = 0;
-    for (const IdentityPtr& identity : m_store.identities) {
+    for (const IdentityPtr& identity : m_store->identities) {
         if (!PassesFilters(*identity, settings->filters)) {
             ++cFiltered;
             continue;
@@ -232,7 +254,7 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
 }
 
 Identities SigningObject::IssuersOf(const IdentityPtr& signer) const {
-    if (m_store.chain == ChainPart::kNone) {
+    if (m_store->chain == ChainPart::kNone) {
         return {};
     }
     const std::time_t now = std::time(nullptr);
@@ -242,8 +264,8 @@ Identities SigningObject::IssuersOf(const IdentityPtr& signer) const {
             return m_lastChain.issuers;
         }
     }
-    Chain chain = FindChain(signer, m_store.authorities, now);
-    if (m_store.chain == ChainPart::kWithoutRoot && chain.bHasRoot) {
+    Chain chain = FindChain(signer, m_store->authorities, now);
+    if (m_store->chain == ChainPart::kWithoutRoot && chain.bHasRoot) {
         chain.issuers.pop_back();
     }
     const CVEXLock lock(m_mutex);
@@ -337,9 +359,9 @@ std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
     const SettingsPtr settings = CurrentSettings();
-    if (m_store.bListAll) {
+    if (m_store->bListAll) {
         const std::time_t now = std::time(nullptr);
-        for (const IdentityPtr& identity : m_store.identities) {
+        for (const IdentityPtr& identity : m_store->identities) {
             if (PassesFilters(*identity, settings->filters)) {
                 std::vector<std::string> fields = ListFields(*identity);
                 fields.push_back(StateText(*identity, now));
@@ -351,7 +373,8 @@ std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
     const ChoicePtr choice = CurrentChoice(settings);
     for (const IdentityPtr& identity : choice->candidates) {
         std::vector<std::string> fields = ListFields(*identity);
-        if (m_store.bListCertificates) {
+        if (m_store->bListCertificates) {
+            fields.push_back(PercentEncode(identity->Name()));
             fields.push_back(CertificatesText(identity));
         }
         records.push_back(Join(fields, strFieldSeparator));

@@ -29,12 +29,19 @@ namespace vextk {
 // the calling thread's last error.
 class SigningObject {
 public:
-    explicit SigningObject(OpenedStore store);
+    explicit SigningObject(OpenedStorePtr store);
+
+    // What this object signs with. Other objects may use it as well.
+    const OpenedStorePtr& Store() const { return m_store; }
 
     // Runs an operation when the call queue lets it. Returns its error number, or VCTK_OK, and keeps that as the
-    // calling thread's last error.
+    // calling thread's last error. With a store that could not be opened, runs nothing: the store's error is the last
+    // error of every thread.
     template <typename Operation>
     VCTKError Call(Operation operation) {
+        if (m_store->failure) {
+            return m_store->failure->Number();
+        }
         const PerThreadPtr mine = MineOrNone();
         if (!mine) {
             return VCTK_E_OUT_OF_MEMORY;
@@ -89,8 +96,8 @@ public:
     // One record for each candidate: serial, SHA-256 fingerprint, not before, not after, key algorithm, subject,
     // issuer. Blanks inside names are escaped. With bListAll: one record for each certificate that passes the filters,
     // and StateText as the last field. If a certificate cannot be read, its other fields are "-". With
-    // bListCertificates the last field is the certificate and, with a ChainPart, those of its issuers, as the Base64 of
-    // their DER, separated by commas.
+    // bListCertificates there are two more fields: the name in the store, percent-encoded (RFC 3986 section 2.1); and
+    // the certificate and, with a ChainPart, those of its issuers, as the Base64 of their DER, separated by commas.
     std::string CertificateList(std::string_view strRecordSeparator, std::string_view strFieldSeparator) const;
 
 private:
@@ -152,7 +159,7 @@ private:
     PerThreadPtr MineOrNone() noexcept;  // null if memory runs out, which becomes the thread's error
     PerThreadPtr MineIfAny() const noexcept;
 
-    const OpenedStore m_store;
+    const OpenedStorePtr m_store;
     const std::uint64_t m_nObject;  // no other object ever gets it
     CallQueue m_queue;
 

@@ -109,30 +109,7 @@ Authorities FindAuthorities(const StoreUri& uri, const Identities& identities, c
     return SelectAuthorities(WithoutCopies(std::move(all)));
 }
 
-}  // namespace
-
-Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
-    if (bytes.empty()) {
-        throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
-    }
-    ERR_clear_error();  // the code below finds the cause of a failure in the queue
-    StoreContent content = ReadContent(bytes, pPin);
-    const std::vector<EVP_PKEY*> keys = KeysOf(content);
-    Identities identities;
-    for (size_t i = 0; i < keys.size(); ++i) {
-        if (keys[i] != nullptr) {
-            EVP_PKEY_up_ref(keys[i]);
-        }
-        identities.push_back(MakeIdentity(std::move(content.certificates[i]), MakeMemoryKey(KeyPtr(keys[i]))));
-    }
-    for (size_t i = 0; i < content.cDamagedCertificates; ++i) {
-        identities.push_back(MakeIdentity(nullptr, nullptr));
-    }
-    return WithoutCopies(std::move(identities));
-}
-
-OpenedStore OpenStore(std::string_view text) {
-    StoreUri uri = ParseStoreUri(text);
+OpenedStore OpenOrThrow(StoreUri& uri) {
     if (uri.strPinSource) {
         uri.pin = ReadPin(*uri.strPinSource);
     }
@@ -148,6 +125,52 @@ OpenedStore OpenStore(std::string_view text) {
         store.authorities = FindAuthorities(uri, store.identities, others);
     }
     return store;
+}
+
+std::string NameOf(const StoreContent& content, const X509* pCertificate, const EVP_PKEY* pKey) {
+    for (const void* pNamed : std::initializer_list<const void*>{pCertificate, pKey}) {
+        if (const auto found = content.names.find(pNamed); found != content.names.end()) {
+            return found->second;
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+Identities ReadIdentities(std::string_view bytes, const SecretText* pPin) {
+    if (bytes.empty()) {
+        throw Failure(VCTK_E_STORE_FORMAT, "it is empty");
+    }
+    ERR_clear_error();  // the code below finds the cause of a failure in the queue
+    StoreContent content = ReadContent(bytes, pPin);
+    const std::vector<EVP_PKEY*> keys = KeysOf(content);
+    Identities identities;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        if (keys[i] != nullptr) {
+            EVP_PKEY_up_ref(keys[i]);
+        }
+        std::string strName = NameOf(content, content.certificates[i].get(), keys[i]);
+        identities.push_back(MakeIdentity(std::move(content.certificates[i]), MakeMemoryKey(KeyPtr(keys[i])),
+                                          Flaw::kNoPrivateKey, std::move(strName)));
+    }
+    for (size_t i = 0; i < content.cDamagedCertificates; ++i) {
+        identities.push_back(MakeIdentity(nullptr, nullptr));
+    }
+    return WithoutCopies(std::move(identities));
+}
+
+OpenedStorePtr OpenStore(StoreUri uri) {
+    try {
+        return std::make_shared<const OpenedStore>(OpenOrThrow(uri));
+    } catch (const Failure& failure) {
+        if (!uri.bErrorsInHandle) {
+            throw;
+        }
+        OpenedStore failed;
+        failed.failure = failure;
+        return std::make_shared<const OpenedStore>(std::move(failed));
+    }
 }
 
 }  // namespace vextk

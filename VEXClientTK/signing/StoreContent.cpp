@@ -5,6 +5,7 @@
 #include <openssl/pemerr.h>
 
 #include <new>
+#include <utility>
 
 namespace vextk {
 namespace {
@@ -28,8 +29,15 @@ bool IsKnownKind(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
 
 }  // namespace
 
-void StoreContent::AddCertificate(X509Ptr certificate) {
+void StoreContent::AddName(const void* pNamed, std::string strName) {
+    if (!strName.empty()) {
+        names.emplace(pNamed, std::move(strName));
+    }
+}
+
+void StoreContent::AddCertificate(X509Ptr certificate, std::string strName) {
     if (certificate) {
+        AddName(certificate.get(), std::move(strName));
         certificates.push_back(std::move(certificate));
     } else {
         RequireMemory();
@@ -37,8 +45,9 @@ void StoreContent::AddCertificate(X509Ptr certificate) {
     }
 }
 
-void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
+void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, std::string strName) {
     if (KeyPtr key = m_keyReader->Read(pKeyInfo)) {
+        AddName(key.get(), std::move(strName));
         keys.push_back(std::move(key));
         return;
     }

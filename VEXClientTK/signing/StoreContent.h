@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "signing/Failure.h"
@@ -17,17 +18,20 @@ using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRI
 struct StoreContent {
     std::vector<X509Ptr> certificates;
     std::vector<KeyPtr> keys;
+    std::unordered_map<const void*, std::string> names;  // UTF-8; of the certificates and keys that have one
     size_t cDamagedCertificates = 0;
     DerivationWork work;  // the work of deriving keys from the PIN so far
 
     // Null counts as a damaged certificate.
-    void AddCertificate(X509Ptr certificate);
+    void AddCertificate(X509Ptr certificate, std::string strName = {});
 
     // Skips a key of a type that OpenSSL does not know. Throws VCTK_E_STORE_FORMAT for a damaged key, because the user
     // may want to sign with this one.
-    void AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo);
+    void AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, std::string strName = {});
 
 private:
+    void AddName(const void* pNamed, std::string strName);
+
     std::unique_ptr<KeyReader> m_keyReader = std::make_unique<KeyReader>();
 };
 

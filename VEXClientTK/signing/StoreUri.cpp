@@ -1,6 +1,7 @@
 #include "signing/StoreUri.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
 
 #include "posix/Hexadecimal.h"
@@ -10,14 +11,11 @@
 namespace vextk {
 namespace {
 
-constexpr const char* kAfterDemo = "only \"?\" and the attributes list, chain and chain-source may follow \"demo:\"";
+constexpr const char* kAfterDemo =
+    "only \"?\" and the attributes list, chain, chain-source and errors may follow \"demo:\"";
 
 [[noreturn]] void Malformed(const char* pszDetail) {
     throw Failure(VCTK_E_URI_MALFORMED, pszDetail);
-}
-
-bool IsLetter(char ch) {
-    return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
 }
 
 SecretText PercentDecode(std::string_view text, bool bBinary = false) {
@@ -144,9 +142,8 @@ void CheckVendorAttribute(std::string_view name, std::string_view value) {
     if (IsTokenAttribute(name)) {
         Malformed("an attribute of the token or object must stand before the \"?\"");
     }
-    if (name.empty() || !std::all_of(name.begin(), name.end(), [](char ch) {
-            return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '-' || ch == '_';
-        })) {
+    if (name.empty() || !std::all_of(name.begin(), name.end(),
+                                     [](char ch) { return IsAsciiLetterOrDigit(ch) || ch == '-' || ch == '_'; })) {
         Malformed("an attribute's name must consist of letters, digits, \"-\" and \"_\"");
     }
     PercentDecode(value, true);
@@ -173,11 +170,19 @@ void ParseChainSource(std::string_view value, StoreUri& uri) {
     uri.strChainSource = SourcePath(value);
 }
 
+void ParseErrors(std::string_view value, StoreUri& uri) {
+    if (value != "handle" || uri.bErrorsInHandle) {
+        Malformed("errors must be handle, and may be given only once");
+    }
+    uri.bErrorsInHandle = true;
+}
+
 // The attributes that every kind of store has.
 constexpr struct {
     std::string_view name;
     void (*pfnParse)(std::string_view value, StoreUri& uri);
-} kCommonAttributes[] = {{"list", ParseList}, {"chain", ParseChain}, {"chain-source", ParseChainSource}};
+} kCommonAttributes[] = {
+    {"list", ParseList}, {"chain", ParseChain}, {"chain-source", ParseChainSource}, {"errors", ParseErrors}};
 
 void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     const size_t nEquals = attribute.find('=');
@@ -202,7 +207,7 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     }
     if (name != "pin-value" && name != "pin-source") {
         if (!bToken) {
-            Malformed("unknown attribute; use pin-value, pin-source, list, chain or chain-source");
+            Malformed("unknown attribute; use pin-value, pin-source, list, chain, chain-source or errors");
         }
         CheckVendorAttribute(name, value);
         return;
@@ -231,18 +236,35 @@ void ParseAttributes(std::string_view query, StoreUri& uri) {
     }
 }
 
+// Another object's store. Nothing can be said about it that is not settled already.
+StoreUri ParseHandle(std::string_view text) {
+    if (text.find('?') != std::string_view::npos) {
+        Malformed("no attribute may follow \"handle:\" and its number");
+    }
+    StoreUri uri;
+    uri.kind = StoreUri::Kind::kHandle;
+    std::uintptr_t nHandle = 0;
+    const auto [pchEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nHandle);
+    if (error == std::errc() && pchEnd == text.data() + text.size()) {
+        uri.nHandle = nHandle;
+    }
+    return uri;
+}
+
 }  // namespace
 
 StoreUri ParseStoreUri(std::string_view text) {
     const size_t nColon = text.find(':');
     const std::string_view scheme = text.substr(0, nColon);
-    if (nColon == std::string_view::npos || scheme.empty() || !IsLetter(scheme.front()) ||
-        !std::all_of(scheme.begin(), scheme.end(), [](char ch) {
-            return IsLetter(ch) || (ch >= '0' && ch <= '9') || ch == '+' || ch == '-' || ch == '.';
-        })) {
+    if (nColon == std::string_view::npos || scheme.empty() || !IsAsciiLetter(scheme.front()) ||
+        !std::all_of(scheme.begin(), scheme.end(),
+                     [](char ch) { return IsAsciiLetterOrDigit(ch) || ch == '+' || ch == '-' || ch == '.'; })) {
         Malformed("it must begin with \"demo:\", \"file:\" or \"pkcs11:\"");
     }
     std::string_view rest = text.substr(nColon + 1);
+    if (EqualIgnoringCase(scheme, "handle")) {
+        return ParseHandle(rest);
+    }
 
     StoreUri uri;
     if (EqualIgnoringCase(scheme, "file")) {

@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "posix/Utf8.h"
 #include "signing/Candidates.h"
 #include "signing/Failure.h"
 #include "signing/Pkcs11Module.h"
@@ -84,6 +85,12 @@ const TokenKey* Find(const KeysById& keys, const std::string& strId) {
     return found != keys.end() ? found->second : nullptr;
 }
 
+// A label as a name; empty if it is none.
+std::string NameFrom(const std::string& strLabel) {
+    const bool bText = vexposix::IsPlainUtf8(strLabel) && strLabel.find('\0') == std::string::npos;
+    return bText ? strLabel : std::string();
+}
+
 }  // namespace
 
 TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
@@ -115,7 +122,12 @@ TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
                 flaw = Flaw::kUnsupportedKey;
             }
         }
-        identities.described.push_back(MakeIdentity(std::move(certificate.certificate), std::move(privateKey), flaw));
+        std::string strName = NameFrom(certificate.strLabel);
+        if (strName.empty() && pKey != nullptr) {
+            strName = NameFrom(pKey->strLabel);
+        }
+        identities.described.push_back(
+            MakeIdentity(std::move(certificate.certificate), std::move(privateKey), flaw, std::move(strName)));
     }
     identities.described = WithoutCopies(std::move(identities.described));
     return identities;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "posix/Utf8.h"
 #include "signing/OpenSsl.h"
 
 namespace vextk {
@@ -69,6 +70,27 @@ std::string Utf8FromWide(const std::wstring& text) {
         bytes.append(reinterpret_cast<const char*>(abCharacter), static_cast<size_t>(std::max(cb, 0)));
     }
     return bytes;
+}
+
+std::optional<std::string> Utf8FromUtf16(std::string_view bytes) {
+    std::wstring wide;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        const auto ch =
+            static_cast<wchar_t>(static_cast<unsigned char>(bytes[i]) << 8 | static_cast<unsigned char>(bytes[i + 1]));
+        const bool bLow = ch >= 0xDC00 && ch <= 0xDFFF;
+        if (bLow && !wide.empty() && wide.back() >= 0xD800 && wide.back() <= 0xDBFF) {
+            wide.back() = 0x10000 + ((wide.back() - 0xD800) << 10) + (ch - 0xDC00);
+        } else {
+            wide += ch;
+        }
+    }
+    const std::optional<size_t> cb = vexposix::EncodedLength(wide);  // nothing for half a pair
+    if (bytes.size() % 2 != 0 || !cb || wide.find(L'\0') != std::wstring::npos) {
+        return std::nullopt;
+    }
+    std::string utf8(*cb, '\0');
+    vexposix::EncodeUtf8(wide, utf8.data(), *cb);
+    return utf8;
 }
 
 std::wstring FoldCase(std::wstring text) {

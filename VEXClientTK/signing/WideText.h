@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace vextk {
 
@@ -13,6 +14,9 @@ std::optional<std::wstring> WideFromLocale(const std::string& text);
 std::wstring WideFromUtf8(const std::string& text);
 
 std::string Utf8FromWide(const std::wstring& text);
+
+// Converts text from UTF-16 with the high byte first. Nothing if it is malformed or contains a zero.
+std::optional<std::string> Utf8FromUtf16(std::string_view bytes);
 
 // Replaces capitals by small letters, one by one, whatever the process locale: the Latin, Greek, Cyrillic and Armenian
 // letters of today's European languages. The Turkish dotted capital I stays, because it has no small form of one

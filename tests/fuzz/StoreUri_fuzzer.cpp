@@ -1,5 +1,5 @@
 // The store URI parser. An accepted file store has an absolute path without zero bytes. A token's attributes have
-// names, and only the id may contain zero bytes. A refusal has a reason.
+// names, and only the id may contain zero bytes. A handle has a number and nothing else. A refusal has a reason.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -17,6 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
         const bool fFile = uri.kind == vextk::StoreUri::Kind::kFile;
         if (fFile != bUsable(uri.strPath) || (uri.pin && uri.strPinSource) ||
             (uri.strPinSource && !bUsable(*uri.strPinSource))) {
+            std::abort();
+        }
+        const bool bHandle = uri.kind == vextk::StoreUri::Kind::kHandle;
+        if ((uri.nHandle != 0 && !bHandle) ||
+            (bHandle && (uri.pin || uri.strPinSource || uri.bListAll || uri.bListCertificates || uri.bErrorsInHandle ||
+                         uri.chain != vextk::ChainPart::kNone))) {
             std::abort();
         }
         const bool bToken = uri.kind == vextk::StoreUri::Kind::kToken;

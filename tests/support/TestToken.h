@@ -43,23 +43,33 @@ public:
                        strLabel + " " + strExtra);
     }
 
+    // Creates NAME.crt for the key strKeyId.
+    void IssueCertificate(const std::string& strToken, const std::string& strPin, const std::string& strKeyId,
+                          const std::string& strName, int nDays) const {
+        RequireCommand(In() + Tool(strToken, strPin) + "--read-object --type pubkey --id " + strKeyId + " -o " +
+                       strName + ".spki && openssl pkey -pubin -inform DER -in " + strName + ".spki -out " + strName +
+                       ".pub && openssl x509 -req -in some.csr -CA ca.crt -CAkey ca.key -days " +
+                       std::to_string(nDays) + " -subj /CN=" + strName + " -force_pubkey " + strName + ".pub -out " +
+                       strName + ".crt");
+    }
+
     // Creates LABEL.crt for the key strKeyId and stores it on the token under strId.
     void MakeCertificate(const std::string& strToken, const std::string& strPin, const std::string& strKeyId,
                          const std::string& strId, const std::string& strLabel, int nDays) const {
-        RequireCommand(In() + Tool(strToken, strPin) + "--read-object --type pubkey --id " + strKeyId + " -o " +
-                       strLabel + ".spki && openssl pkey -pubin -inform DER -in " + strLabel + ".spki -out " +
-                       strLabel + ".pub && openssl x509 -req -in some.csr -CA ca.crt -CAkey ca.key -days " +
-                       std::to_string(nDays) + " -subj /CN=" + strLabel + " -force_pubkey " + strLabel + ".pub -out " +
-                       strLabel + ".crt");
+        IssueCertificate(strToken, strPin, strKeyId, strLabel, nDays);
         StoreCertificate(strToken, strPin, strLabel, strId);
     }
 
-    // Stores NAME.crt of the directory on the token.
+    // Stores NAME.crt of the directory on the token, with NAME as its label.
     void StoreCertificate(const std::string& strToken, const std::string& strPin, const std::string& strName,
                           const std::string& strId) const {
+        StoreCertificate(strToken, strPin, strName, strId, strName);
+    }
+    void StoreCertificate(const std::string& strToken, const std::string& strPin, const std::string& strName,
+                          const std::string& strId, const std::string& strLabel) const {
         RequireCommand(In() + "openssl x509 -in " + strName + ".crt -outform DER -out " + strName + ".der && " +
                        Tool(strToken, strPin) + "--write-object " + strName + ".der --type cert --id " + strId +
-                       " --label " + strName);
+                       (strLabel.empty() ? "" : " --label '" + strLabel + "'"));
     }
 
     // Stores NAME.key of the directory on the token.

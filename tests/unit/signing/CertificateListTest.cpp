@@ -41,6 +41,21 @@ TEST_F(CertificateListTest, ShowsTheFieldsOfTheCertificate) {
     EXPECT_EQ(record[6], record[5]);
 }
 
+TEST_F(CertificateListTest, WithCertificatesHasTheNamesInTheStore) {
+    MakeIdentity(m_directory, {"a"});
+    for (const auto& [strOptions, strField] : {std::pair<std::string, std::string>{"", ""},
+                                               {"-name 'Ann B\xC3\x96%-._~/Z9'", "Ann%20B%C3%96%25-._~%2FZ9"},
+                                               {"-name 'two\r\nlines'", "two%0D%0Alines"}}) {
+        const std::string strStore = "file:" + MakePkcs12Store(m_directory, "a", strOptions) + "?pin-value=" + kTestPin;
+        const auto records = ToolkitClient(strStore + "&list=certificates").Records();
+        ASSERT_EQ(records.size(), 1U) << strOptions;
+        ASSERT_EQ(records[0].size(), 9U) << strOptions;
+        EXPECT_EQ(records[0][7], strField) << strOptions;
+        EXPECT_EQ(ToolkitClient(strStore).Records().at(0),
+                  std::vector<std::string>(records[0].begin(), records[0].end() - 2));
+    }
+}
+
 TEST_F(CertificateListTest, UsesTheCallersSeparators) {
     MakeIdentity(m_directory, {"a"});
     MakeIdentity(m_directory, {"b", "ec -pkeyopt ec_paramgen_curve:P-256"});

@@ -56,13 +56,13 @@ double SecondsPerSignature(SigningObject& object) {
 TEST(ManyCertificates, SignAsFastAsOne) {
     InitialiseOpenSsl();
     const int nMany = Scaled(10000);
-    SigningObject one(OpenedStore{ReadIdentities(ManyIdentities(1), nullptr)});
+    SigningObject one(std::make_shared<const OpenedStore>(ReadIdentities(ManyIdentities(1), nullptr)));
     const std::string strPem = ManyIdentities(nMany);
     const Clock::time_point began = Clock::now();
     Identities identities = ReadIdentities(strPem, nullptr);
     const double dOpen = SecondsSince(began);
     ASSERT_EQ(identities.size(), static_cast<size_t>(nMany));
-    SigningObject many(OpenedStore{std::move(identities)});
+    SigningObject many(std::make_shared<const OpenedStore>(std::move(identities)));
 
     const double dOne = SecondsPerSignature(one);
     const double dMany = SecondsPerSignature(many);
@@ -74,7 +74,7 @@ TEST(ManyCertificates, SignAsFastAsOne) {
 
 TEST(ManyCertificates, AChangeIsSeenAtOnce) {
     InitialiseOpenSsl();
-    SigningObject object(OpenedStore{ReadIdentities(ManyIdentities(3), nullptr)});
+    SigningObject object(std::make_shared<const OpenedStore>(ReadIdentities(ManyIdentities(3), nullptr)));
     const auto signer = [&] {
         object.SignP1("text", 0);
         return object.SignCertificate();

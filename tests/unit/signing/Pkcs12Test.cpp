@@ -38,6 +38,16 @@ public:
     Pkcs12File(const Pkcs12File&) = delete;
     Pkcs12File& operator=(const Pkcs12File&) = delete;
 
+    using NameBag = void (*)(PKCS12_SAFEBAG*);
+    // Another key and its certificate.
+    void AddPair(NameBag certificateName, NameBag keyName) {
+        const SelfSigned pair;
+        AddKey(KeyInfoPtr(EVP_PKEY2PKCS8(pair.key.get())));
+        NameLastBag(keyName);
+        PKCS12_add_cert(&m_pBags, pair.certificate.get());
+        NameLastBag(certificateName);
+    }
+
     // A key with malformed bytes.
     void AddKey(const char* pszOid) {
         KeyInfoPtr info(PKCS8_PRIV_KEY_INFO_new());
@@ -67,6 +77,12 @@ public:
 
 private:
     void AddKey(KeyInfoPtr info) { sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_SAFEBAG_create0_p8inf(info.release())); }
+
+    void NameLastBag(NameBag name) {
+        if (name != nullptr) {
+            name(sk_PKCS12_SAFEBAG_value(m_pBags, sk_PKCS12_SAFEBAG_num(m_pBags) - 1));
+        }
+    }
 
     STACK_OF(PKCS12_SAFEBAG) * m_pBags = sk_PKCS12_SAFEBAG_new_null();
 };
@@ -106,6 +122,50 @@ TEST(Pkcs12, ADamagedKeyIsNotReportedAsAWrongPin) {
     EXPECT_EQ(ErrorOf(file, Pkcs12File::kPin), VCTK_E_STORE_FORMAT);
     EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
+
+struct Named : Row {
+    Pkcs12File::NameBag certificate;
+    Pkcs12File::NameBag key;
+    const char* pszName;
+};
+
+class NamesInPkcs12 : public testing::TestWithParam<Named> {};
+
+TEST_P(NamesInPkcs12, AreTheFriendlyNames) {
+    Pkcs12File file;
+    file.AddPair(GetParam().certificate, GetParam().key);
+    const Identities identities = ReadWithPin(file, Pkcs12File::kPin);
+    ASSERT_EQ(identities.size(), 2U);
+    EXPECT_EQ(identities[0]->Name(), "");
+    EXPECT_EQ(identities[1]->Name(), GetParam().pszName);
+    EXPECT_NE(identities[1]->Key(), nullptr);
+}
+
+constexpr Pkcs12File::NameBag kUnnamed = nullptr;
+void NameBo(PKCS12_SAFEBAG* pBag) {
+    constexpr unsigned char kText[] = {0, 'B', 0, 0xD6, 0, ' ', 0xD8, 0x3E, 0xDD, 0x8A};
+    PKCS12_add_friendlyname_uni(pBag, kText, sizeof kText);
+}
+void NameAnna(PKCS12_SAFEBAG* pBag) {
+    PKCS12_add_friendlyname_utf8(pBag, "Anna", -1);
+}
+void NameWithHalfAPair(PKCS12_SAFEBAG* pBag) {
+    constexpr unsigned char kHalf[] = {0, 'a', 0xD8, 0x3E};
+    PKCS12_add_friendlyname_uni(pBag, kHalf, sizeof kHalf);
+}
+void NameWithAnotherType(PKCS12_SAFEBAG* pBag) {
+    constexpr unsigned char kText[] = {'a', 'b'};
+    PKCS12_add1_attr_by_NID(pBag, NID_friendlyName, V_ASN1_OCTET_STRING, kText, sizeof kText);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, NamesInPkcs12,
+                         testing::Values(Named{"None", kUnnamed, kUnnamed, ""},
+                                         Named{"Certificates", NameBo, kUnnamed, "B\xC3\x96 \xF0\x9F\xA6\x8A"},
+                                         Named{"Keys", kUnnamed, NameAnna, "Anna"},
+                                         Named{"CertificatesFirst", NameBo, NameAnna, "B\xC3\x96 \xF0\x9F\xA6\x8A"},
+                                         Named{"HalfAPair", NameWithHalfAPair, NameAnna, "Anna"},
+                                         Named{"AnotherType", NameWithAnotherType, kUnnamed, ""}),
+                         RowName);
 
 // A file without a MAC, so that any program may have damaged it.
 std::string WithDamagedSafe(void (*pfnDamage)(PKCS7& safe)) {

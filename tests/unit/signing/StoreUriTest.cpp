@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -73,6 +74,29 @@ TEST(StoreUri, ListCertificates) {
         EXPECT_FALSE(ParseStoreUri(pszText).bListAll) << pszText;
     }
     EXPECT_FALSE(ParseStoreUri("demo:?list=all").bListCertificates);
+}
+
+TEST(StoreUri, Errors) {
+    for (const char* pszText : {"demo:?errors=handle", "file:/k?pin-value=1&errors=handle&list=all",
+                                "pkcs11:token=a?errors=handle&module-path=/m"}) {
+        EXPECT_TRUE(ParseStoreUri(pszText).bErrorsInHandle) << pszText;
+    }
+    EXPECT_FALSE(ParseStoreUri("file:/errors=handle").bErrorsInHandle);
+}
+
+TEST(StoreUri, Handle) {
+    for (const auto& [pszText, nHandle] : {std::pair<const char*, std::uintptr_t>{"handle:1447231492", 1447231492},
+                                           {"Handle:1", 1},
+                                           {"handle:0", 0},
+                                           {"handle:", 0},
+                                           {"handle:1x", 0},
+                                           {"handle:-1", 0},
+                                           {"handle:%31", 0},
+                                           {"handle:18446744073709551616", 0}}) {
+        const StoreUri uri = ParseStoreUri(pszText);
+        EXPECT_EQ(uri.kind, StoreUri::Kind::kHandle) << pszText;
+        EXPECT_EQ(uri.nHandle, nHandle) << pszText;
+    }
 }
 
 TEST(StoreUri, Chain) {
@@ -185,6 +209,9 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"pkcs12:/k?pin-value=sEcReT", VCTK_E_URI_SCHEME}, Refused{"file:/k?chain=", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?chain=sEcReT", VCTK_E_URI_MALFORMED}, Refused{"pkcs11:?chain=all", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?chain=store&chain=root", VCTK_E_URI_MALFORMED},
+        Refused{"file:/k?errors=", VCTK_E_URI_MALFORMED}, Refused{"demo:?errors=sEcReT", VCTK_E_URI_MALFORMED},
+        Refused{"pkcs11:?errors=handle&errors=handle", VCTK_E_URI_MALFORMED},
+        Refused{"handle:4?list=all", VCTK_E_URI_MALFORMED}, Refused{"handle:?pin-value=sEcReT", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?chain-source=/c", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?chain=store&chain-source=c", VCTK_E_URI_MALFORMED},
         Refused{"file:/k?chain=store&chain-source=", VCTK_E_URI_MALFORMED},

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <latch>
+#include <map>
 #include <thread>
 
 #include "ChildProcess.h"
@@ -25,6 +26,7 @@ protected:
     // "Card": an RSA and an EC key with their certificates, a key that needs the PIN for each signature, and two keys
     // with certificates of other keys, one of the same type and one of another type. "Other card" and "Changing": an
     // EC key each. "Ordinary": a key that signs, and one that only decrypts; its certificate stays valid longer.
+    // "Labels": an EC key and three certificates, which differ in their labels.
     // "Chained": three EC keys with certificates below intermediate ones, and issuers in no order, one of them
     // cross-signed. "Bare": one of these keys and its certificate alone.
     static void SetUpTestSuite() {
@@ -54,6 +56,13 @@ protected:
         s_pTokens->MakeToken("Changing", "1111");
         s_pTokens->MakeKey("Changing", "1111", "EC:prime256v1", "01", "key");
         s_pTokens->MakeCertificate("Changing", "1111", "01", "01", "changing", 30);
+        s_pTokens->MakeToken("Labels", kPin);
+        s_pTokens->MakeKey("Labels", kPin, "EC:prime256v1", "01", "'the key'");
+        for (const auto& [pszName, pszLabel] :
+             {std::pair{"labelled", "B\xC3\x96 \xF0\x9F\xA6\x8A"}, {"unlabelled", ""}, {"notutf8", "caf\xE9"}}) {
+            s_pTokens->IssueCertificate("Labels", kPin, "01", pszName, 10);
+            s_pTokens->StoreCertificate("Labels", kPin, pszName, "01", pszLabel);
+        }
         MakeChains(s_pTokens->Directory());
         s_pTokens->MakeToken("Chained", kPin);
         for (const auto& [pszName, pszId] : {std::pair{"leaf2", "02"}, {"leaf3", "03"}, {"leaf4", "04"}}) {
@@ -196,6 +205,16 @@ INSTANTIATE_TEST_SUITE_P(
                     Described{"token=Card;object=rsakey;type=private?pin-value=4711", "rsacert "},
                     Described{"model=SoftHSM%20v2;manufacturer=SoftHSM%20project;token=Other%20card?pin-value=0815",
                               "other "}));
+
+TEST_F(TokenTest, NamesAreTheLabelsOfCertificatesOrElseOfKeys) {
+    std::map<std::string, std::string> names;
+    for (const auto& record : ToolkitClient(Uri("token=Labels?pin-value=4711&list=certificates")).Records()) {
+        names.emplace(record.at(5), record.at(7));
+    }
+    EXPECT_EQ(names, (std::map<std::string, std::string>{{"CN=labelled", "B%C3%96%20%F0%9F%A6%8A"},
+                                                         {"CN=unlabelled", "the%20key"},
+                                                         {"CN=notutf8", "the%20key"}}));
+}
 
 struct NotDescribed {
     const char* pszUri;  // "&" at its end: the test appends its module

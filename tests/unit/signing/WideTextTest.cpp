@@ -35,6 +35,25 @@ TEST(WideText, LettersFoldAsInCUtf8) {
     freelocale(locale);
 }
 
+TEST(WideText, ReadsUtf16) {
+    const auto bytes = [](const std::u16string& text) {
+        std::string strBytes;
+        for (const char16_t ch : text) {
+            strBytes += static_cast<char>(ch >> 8);
+            strBytes += static_cast<char>(ch & 0xFF);
+        }
+        return strBytes;
+    };
+    EXPECT_EQ(Utf8FromUtf16(""), "");
+    EXPECT_EQ(Utf8FromUtf16(bytes(u"a \u00D6\u7B7E\U0001F98A\U0010FFFF")),
+              "a \xC3\x96\xE7\xAD\xBE\xF0\x9F\xA6\x8A\xF4\x8F\xBF\xBF");
+    for (const std::string& strMalformed :
+         {std::string("a"), bytes(u"ab") + "c", bytes({0xD83E}), bytes({0xDD8A}), bytes({0xDD8A, 0xD83E}),
+          bytes({0xD83E, u'a'}), bytes({0xD83E, 0xDD8A, 0xDD8A}), bytes({u'a', 0})}) {
+        EXPECT_FALSE(Utf8FromUtf16(strMalformed));
+    }
+}
+
 TEST(WideText, OtherCharactersAreUnchanged) {
     const std::wstring strOthers = L"\x17F\x2126\x212A\x3C9\x7B7E\x1F98A\x7FFFFFFF";
     EXPECT_EQ(FoldCase(strOthers), strOthers);

@@ -1,6 +1,8 @@
 package vex.client;
 
+import java.io.ByteArrayOutputStream;
 import java.math.BigInteger;
+import java.nio.charset.StandardCharsets;
 import java.time.Instant;
 import java.time.format.DateTimeFormatter;
 import java.time.format.DateTimeFormatterBuilder;
@@ -33,6 +35,7 @@ public final class CertificateInfo {
     private final String keyAlgorithm;
     private final String subject;
     private final String issuer;
+    private final String name;  // percent-encoded; null: not listed
     private final String chain;  // null: not listed
 
     private CertificateInfo(String[] fields) {
@@ -43,19 +46,21 @@ public final class CertificateInfo {
         keyAlgorithm = fields[4];
         subject = fields[5];
         issuer = fields[6];
-        chain = fields.length == FIELDS ? null : fields[FIELDS];
+        boolean withChain = fields.length > FIELDS;
+        name = withChain ? decode(fields[FIELDS]) : null;
+        chain = withChain ? fields[FIELDS + 1] : null;
     }
 
     static List<CertificateInfo> parseList(String list) throws SigningException {
         return parseList(list, false);
     }
 
-    /** @param withChains whether each record ends with the certificate and its chain */
+    /** @param withChains whether each record ends with the name in the store, and the certificate and its chain */
     static List<CertificateInfo> parseList(String list, boolean withChains) throws SigningException {
         List<CertificateInfo> certificates = new ArrayList<>();
         if (!list.isEmpty()) {
             for (String record : list.split("\r\n", -1)) {
-                certificates.add(parse(record, withChains ? FIELDS + 1 : FIELDS));
+                certificates.add(parse(record, withChains ? FIELDS + 2 : FIELDS));
             }
         }
         return Collections.unmodifiableList(certificates);
@@ -168,6 +173,11 @@ public final class CertificateInfo {
         return toText(issuer);
     }
 
+    /** What the store calls the certificate or its key: empty if it has no name, null if the list does not tell. */
+    String name() {
+        return name;
+    }
+
     /** The certificate and its chain, as Base64 separated by commas; null if the list does not have them. */
     String chain() {
         return chain;
@@ -189,6 +199,21 @@ public final class CertificateInfo {
     public String toString() {
         return keyAlgorithm + " certificate of " + subjectText() + ", serial number " + serial.toString(16)
             + ", valid from " + notBefore + " to " + notAfter + ", SHA-256 " + fingerprint;
+    }
+
+    /** Percent-encoded UTF-8. */
+    private static String decode(String encoded) {
+        ByteArrayOutputStream bytes = new ByteArrayOutputStream(encoded.length());
+        for (int i = 0; i < encoded.length(); ++i) {
+            char c = encoded.charAt(i);
+            if (c == '%' && i + 2 < encoded.length()) {
+                bytes.write(Integer.parseInt(encoded.substring(i + 1, i + 3), 16));
+                i += 2;
+            } else {
+                bytes.write(c);
+            }
+        }
+        return new String(bytes.toByteArray(), StandardCharsets.UTF_8);
     }
 
     private static X500Principal toPrincipal(String name) {
