@@ -8,11 +8,15 @@ import java.util.HashSet;
 import java.util.Set;
 
 /**
- * Closes the sessions of owners that became unreachable without being closed. Its daemon thread exists only while
- * sessions are open, and it keeps no reference to the code that started it. So the class loader of this package can be
- * collected. Any thread may call any method.
+ * Closes the sessions of owners that became unreachable without being closed. Its daemon thread ends some time after the
+ * last session was closed, and it keeps no reference to the code that started it. So the class loader of this package
+ * can be collected. Any thread may call any method.
  */
 final class Reaper {
+    /** How long the thread waits for the next session, so that programs with short sessions do not start many threads. */
+    private static final long LINGER_MILLISECONDS = 1000;
+    private static final long FOREVER = 0;
+
     private static final ReferenceQueue<Object> QUEUE = new ReferenceQueue<>();
     private static final Set<Ticket> OPEN = new HashSet<>();  // guarded by itself
     private static boolean running;                           // guarded by OPEN
@@ -33,7 +37,7 @@ final class Reaper {
             session.close();
             synchronized (OPEN) {
                 if (OPEN.remove(this) && OPEN.isEmpty()) {
-                    enqueue();  // wakes the thread, which then ends
+                    enqueue();  // wakes the thread, which then waits for the next session
                 }
             }
         }
@@ -53,18 +57,35 @@ final class Reaper {
     }
 
     private static void run() {
-        while (true) {
-            try {
-                ((Ticket) QUEUE.remove()).close();
-            } catch (InterruptedException e) {
-                // Go on: if the thread ended, sessions would stay open.
+        for (boolean lingers = false;; lingers = isIdle()) {
+            Ticket ticket = await(lingers ? LINGER_MILLISECONDS : FOREVER);
+            if (ticket != null) {
+                ticket.close();
+            } else if (lingers && mayEnd()) {
+                return;
             }
-            synchronized (OPEN) {
-                if (OPEN.isEmpty()) {
-                    running = false;
-                    return;
-                }
-            }
+        }
+    }
+
+    /** Null: the time is over, or the thread was interrupted. If it ended then, sessions could stay open. */
+    private static Ticket await(long milliseconds) {
+        try {
+            return (Ticket) QUEUE.remove(milliseconds);
+        } catch (InterruptedException e) {
+            return null;
+        }
+    }
+
+    private static boolean isIdle() {
+        synchronized (OPEN) {
+            return OPEN.isEmpty();
+        }
+    }
+
+    private static boolean mayEnd() {
+        synchronized (OPEN) {
+            running = !OPEN.isEmpty();
+            return !running;
         }
     }
 

@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayInputStream;
+import java.lang.management.ManagementFactory;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -29,6 +30,7 @@ class LifetimeTest {
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
     private static final int THREADS = 16;
     private static final int ROUNDS = 200;
+    private static final int CLIENTS = 2000;
 
     private static boolean isFinalized(long handle) {
         return NATIVES.GetLastError(handle) == VCTKError.INVALID_HANDLE;
@@ -88,8 +90,8 @@ class LifetimeTest {
     }
 
     @Test
-    void theReaperEndsWithTheLastClientAndRestartsWithTheNext() throws Exception {
-        for (int i = 0; i < 3; ++i) {
+    void theReaperEndsAfterTheLastClientAndRestartsWithTheNext() throws Exception {
+        for (int i = 0; i < 2; ++i) {
             SigningClient first = openEc();
             SigningClient second = openEc();
             first.close();
@@ -97,6 +99,16 @@ class LifetimeTest {
             second.close();
             Garbage.awaitCollection(() -> reaper().isEmpty());
         }
+    }
+
+    @Test
+    void theReaperStaysWhileClientsComeAndGo() throws Exception {
+        long before = ManagementFactory.getThreadMXBean().getTotalStartedThreadCount();
+        for (int i = 0; i < CLIENTS; ++i) {
+            openEc().close();
+        }
+        long started = ManagementFactory.getThreadMXBean().getTotalStartedThreadCount() - before;
+        assertTrue(started <= 2 + CLIENTS / 100, started + " threads were started for " + CLIENTS + " clients");
     }
 
     @Test
