@@ -15,13 +15,15 @@ final class ContentSigner {
     private static final int PIECE = 1 << 17;
 
     private final Session session;
+    private final Selection selection;
     private final String digestName;  // of the client; null for the toolkit's default
     private final String prehashed;
     private final Digest digest;  // null: unknown here
 
-    ContentSigner(Session session, String digestName) {
+    ContentSigner(Session session, Selection selection, String digestName) {
         String name = digestName == null ? Digest.SHA_256.toString() : digestName;
         this.session = session;
+        this.selection = selection;
         this.digestName = digestName;
         prehashed = Digest.PREHASHED + name;
         digest = Digest.of(Digest.isPss(name) ? name.substring(0, name.length() - Digest.PSS.length()) : name);
@@ -32,18 +34,18 @@ final class ContentSigner {
         if (!session.knowsDigest(prehashed)) {
             throw SigningException.notSupported("The toolkit cannot sign a digest; sign the data with signRaw");
         }
-        return session.signP1(prehashed, value);
+        return session.signP1(selection, prehashed, value);
     }
 
     byte[] sign(InputStream stream, CmsForm form) throws IOException, SigningException {
         MessageDigest hash = form.isDetached() ? newDigest() : null;
         if (hash == null) {
-            DataCollector data = new DataCollector(Session.MAX_BYTES);
+            DataCollector data = new DataCollector(NativeText.MAX_BYTES);
             read(stream, data::add);
-            return session.signP7(digestName, data.take(), form);
+            return session.signP7(selection, digestName, data.take(), form);
         }
         requireContent(read(stream, hash::update));
-        return session.signP7(prehashed, hash.digest(), form);
+        return session.signP7(selection, prehashed, hash.digest(), form);
     }
 
     byte[] sign(Path file, CmsForm form) throws IOException, SigningException {
@@ -67,7 +69,7 @@ final class ContentSigner {
         }
         requireContent(length);
         byte[] value = hash.digest();
-        AttachedCms cms = new AttachedCms(session.signP7(prehashed, value, form.toDetached()), length);
+        AttachedCms cms = new AttachedCms(session.signP7(selection, prehashed, value, form.toDetached()), length);
         int end = cms.contentBegin() + (int) length;
         try (InputStream stream = Files.newInputStream(file)) {
             for (int at = cms.contentBegin(); at < end;) {
@@ -90,10 +92,14 @@ final class ContentSigner {
         return digest == null || !session.knowsDigest(prehashed) || hasEdwardsKey() ? null : digest.newMessageDigest();
     }
 
-    /** Ed25519 and Ed448 do not sign a digest. Blanks separate the fields of the list and are not in them. */
+    /** Ed25519 and Ed448 do not sign a digest. */
     private boolean hasEdwardsKey() throws SigningException {
-        String list = session.certificateList();
-        return list.contains(" ED25519 ") || list.contains(" ED448 ");
+        return has(KeyAlgorithm.ED25519) || has(KeyAlgorithm.ED448);
+    }
+
+    /** Asked anew each time, because certificates become valid and expire. The list is nearly always empty. */
+    private boolean has(KeyAlgorithm algorithm) throws SigningException {
+        return !session.certificateList(selection.with(Filter.keyAlgorithm(algorithm.toString()))).isEmpty();
     }
 
     private interface Pieces {
@@ -113,7 +119,7 @@ final class ContentSigner {
     /** Empty data is refused like in all other calls. */
     private static void requireContent(long length) throws SigningException {
         if (length == 0) {
-            throw Session.empty();
+            throw NativeText.empty();
         }
     }
 }

@@ -4,6 +4,7 @@ import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.time.Instant;
 import java.time.temporal.ChronoUnit;
+import java.util.Objects;
 import javax.security.auth.x500.X500Principal;
 import vex.jni.TAVClientJNI;
 
@@ -86,6 +87,17 @@ final class Filter {
 
     String value() {
         return value;
+    }
+
+    /** Two objects are equal if the same certificates pass them. */
+    @Override
+    public boolean equals(Object other) {
+        return other instanceof Filter && type == ((Filter) other).type && value.equals(((Filter) other).value);
+    }
+
+    @Override
+    public int hashCode() {
+        return Objects.hash(type, value);
     }
 
     private static String join(Object... names) {

@@ -24,7 +24,7 @@ final class Message {
         MessageDigest digest = name.newMessageDigest();
         return digest != null && key.knowsDigest(prehashed)
             ? new Message(prehashed, digest, null)
-            : collected(name + padding, Session.MAX_BYTES);
+            : collected(name + padding, NativeText.MAX_BYTES);
     }
 
     /** @param digestName what the toolkit does with the data */

@@ -1,54 +1,23 @@
 package vex.client;
 
-import java.nio.charset.Charset;
 import java.util.Base64;
-import java.util.Map;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
-import java.util.concurrent.atomic.AtomicInteger;
-import java.util.concurrent.locks.ReentrantLock;
 import vex.jni.TAVClientJNI;
-import vex.jni.VCTKError;
 
 /**
- * An open handle. Turns failures into exceptions, and finalizes the handle exactly once, never while a native uses it.
- * Any thread may call any method.
- *
- * <p>After a failure, the same thread asks for its number and text at once. So they always belong to the failed call,
- * whatever other threads do with the handle.
+ * An open store. Signs with the certificates of a selection, turns failures into exceptions, and finalizes its handles
+ * exactly once, never while a native uses them. Any thread may call any method.
  */
 final class Session {
-    private static final TAVClientJNI NATIVES = new TAVClientJNI();
-    private static final Map<String, Boolean> KNOWN_ATTRIBUTES = new ConcurrentHashMap<>();
-
-    /** The natives refuse longer texts without giving a reason. */
-    static final int MAX_CHARACTERS = (Integer.MAX_VALUE - 4) / 4;
-    /** The number of bytes whose Base64 form has MAX_CHARACTERS. */
-    static final int MAX_BYTES = MAX_CHARACTERS / 4 * 3;
-
-    /** Of a toolkit that knows names for digests given as such. Other toolkits are never asked to go back to it. */
-    private static final String DEFAULT_DIGEST = "SHA-256";
-
-    private static final int CLOSED = Integer.MIN_VALUE;
-
-    final long handle;
-    private final int chooseSingle;
+    private final HandlePool pool;
     /** Whether signatures can contain the certificates of the signer's issuers. */
     private final boolean hasChain;
-    /**
-     * Held from the setting of the digest algorithm to the end of a signature with it. This costs no time: the toolkit
-     * makes the signatures of one handle one after the other.
-     */
-    private final ReentrantLock digestLock = new ReentrantLock();
-    private String digest;  // guarded by digestLock; null: never set, so that the toolkit's own default signs
     private final Set<String> knownDigests = ConcurrentHashMap.newKeySet();
     private volatile Boolean refusesUnknownDigests;  // null: not tried
-    /** The number of calls in progress. The sign bit is set when the session is closed. */
-    private final AtomicInteger state = new AtomicInteger();
 
-    private Session(long handle, boolean chooseSingle, boolean hasChain) {
-        this.handle = handle;
-        this.chooseSingle = chooseSingle ? 1 : 0;
+    private Session(HandlePool pool, boolean hasChain) {
+        this.pool = pool;
         this.hasChain = hasChain;
     }
 
@@ -62,57 +31,39 @@ final class Session {
         if (!StoreText.isUri(store)) {
             return open(store, chooseSingle, false);
         }
+        if (!StoreText.hasAttribute(store, "errors") && Toolkit.explainsFailures()) {
+            return openWithChain(StoreText.withAttribute(store, Toolkit.ERRORS_AT_HANDLE), chooseSingle, chain);
+        }
+        return openWithChain(store, chooseSingle, chain);
+    }
+
+    private static Session openWithChain(String store, boolean chooseSingle, String chain) throws SigningException {
+        boolean known = Toolkit.knowsAttribute("chain=store");
         if (!StoreText.hasChain(store)) {
-            boolean known = knowsAttribute("chain=store");
             return open(known ? StoreText.withAttribute(store, chain) : store, chooseSingle, known);
         }
-        if (!knowsAttribute("chain=store")) {
+        if (!known) {
             throw SigningException.notSupported(
                 "The toolkit cannot include a chain; open the store without chainFile, withChain and chain=");
         }
         return open(store, chooseSingle, true);
     }
 
-    /** Asks the toolkit once, with a store that does not exist: so no PIN is tried. */
-    static boolean knowsAttribute(String attribute) {
-        return KNOWN_ATTRIBUTES.computeIfAbsent(attribute, unknown -> {
-            long handle = NATIVES.Initialize(null, "file:/proc/no-such-store?" + unknown);
-            if (handle != 0) {
-                NATIVES.Finalize(handle);
-            }
-            return handle == 0 && NATIVES.GetLastError(0) == VCTKError.STORE_NOT_FOUND;
+    private static Session open(String store, boolean chooseSingle, boolean hasChain) throws SigningException {
+        Handle first = Handle.open(NativeText.require("The store URI", store), chooseSingle);
+        return new Session(HandlePool.of(first), hasChain);
+    }
+
+    /** Fails if the toolkit refuses a filter or the digest algorithm. */
+    void check(Selection selection, String digest) throws SigningException {
+        pool.call(selection, digest, handle -> {
+            handle.setDigest(digest);
+            handle.select(selection);
+            return null;
         });
     }
 
-    private static Session open(String store, boolean chooseSingle, boolean hasChain) throws SigningException {
-        long handle = NATIVES.Initialize(null, requireText("The store URI", store));
-        if (handle == 0) {
-            int number = (int) NATIVES.GetLastError(0);
-            throw number == VCTKError.OK
-                ? SigningException.of(VCTKError.INTERNAL, "the toolkit did not open the store and gave no reason")
-                : new SigningException(number, VCTKError.message(number));
-        }
-        Session session = new Session(handle, chooseSingle, hasChain);
-        try {
-            session.setting("Single choice", natives -> natives.SetChooseSingleCert(handle, session.chooseSingle));
-        } catch (SigningException | RuntimeException | Error e) {
-            session.close();
-            throw e;
-        }
-        return session;
-    }
-
-    /** Sets the digest algorithm, for signatures that name none. */
-    void setDigest(String name) throws SigningException {
-        digestLock.lock();
-        try {
-            applyDigest(name);
-        } finally {
-            digestLock.unlock();
-        }
-    }
-
-    /** Whether the toolkit has this way to sign. A refusal changes nothing. */
+    /** Whether the toolkit has this way to sign. */
     boolean knowsDigest(String name) {
         return knownDigests.contains(name) || refusesUnknownDigests() && accepts(name);
     }
@@ -127,55 +78,41 @@ final class Session {
 
     private boolean accepts(String name) {
         try {
-            setDigest(name);
+            pool.call(Selection.ALL, name, handle -> {
+                handle.setDigest(name);
+                return null;
+            });
+            knownDigests.add(name);
             return true;
         } catch (SigningException e) {
             return false;
         }
     }
 
-    private void applyDigest(String name) throws SigningException {
-        String checked = requireText("The digest algorithm", name);
-        setting("Digest algorithm \"" + name + "\"", natives -> natives.SetDigestAlg(handle, checked));
-        digest = name;
-        knownDigests.add(name);
+    /** @param digest as the toolkit takes it; null for its default */
+    byte[] signP1(Selection selection, String digest, String text) throws SigningException {
+        String checked = NativeText.require("The text", text);
+        return sign(selection, digest, (natives, handle) -> natives.P1SignString(handle, checked));
     }
 
-    void addFilter(Filter filter) throws SigningException {
-        String value = requireText("The value of the filter " + filter.name(), filter.value());
-        setting("Filter " + filter.name() + " \"" + value + "\"",
-            natives -> natives.AddFilter(handle, filter.type(), value));
+    byte[] signP1(Selection selection, String digest, byte[] data) throws SigningException {
+        String base64 = NativeText.base64(data);
+        return sign(selection, digest, (natives, handle) -> natives.P1Sign(handle, base64));
     }
 
-    void clearFilters() throws SigningException {
-        setting("Clearing the filters", natives -> natives.ClearFilter(handle));
-    }
-
-    /** @param digestName as the toolkit takes it; null for its default */
-    byte[] signP1(String digestName, String text) throws SigningException {
-        String checked = requireText("The text", text);
-        return signature(digestName, natives -> natives.P1SignString(handle, checked));
-    }
-
-    byte[] signP1(String digestName, byte[] data) throws SigningException {
-        String base64 = toBase64(data);
-        return signature(digestName, natives -> natives.P1Sign(handle, base64));
-    }
-
-    byte[] signP7(String digestName, String text, CmsForm form) throws SigningException {
-        String checked = requireText("The text", text);
+    byte[] signP7(Selection selection, String digest, String text, CmsForm form) throws SigningException {
+        String checked = NativeText.require("The text", text);
+        int detached = form.isDetached() ? 1 : 0;
         int certificates = certificates(form);
-        return signature(digestName, natives -> natives.P7SignString(handle, checked, detached(form), certificates));
+        return sign(selection, digest,
+            (natives, handle) -> natives.P7SignString(handle, checked, detached, certificates));
     }
 
-    byte[] signP7(String digestName, byte[] data, CmsForm form) throws SigningException {
-        String base64 = toBase64(data);
+    byte[] signP7(Selection selection, String digest, byte[] data, CmsForm form) throws SigningException {
+        String base64 = NativeText.base64(data);
+        int detached = form.isDetached() ? 1 : 0;
         int certificates = certificates(form);
-        return signature(digestName, natives -> natives.P7Sign(handle, base64, detached(form), certificates));
-    }
-
-    private static int detached(CmsForm form) {
-        return form.isDetached() ? 1 : 0;
+        return sign(selection, digest, (natives, handle) -> natives.P7Sign(handle, base64, detached, certificates));
     }
 
     /** A toolkit that knows chains takes 2 as "only the signer's certificate", and 1 as "with the chain". */
@@ -195,150 +132,28 @@ final class Session {
         return hasChain;
     }
 
-    String certificateList() throws SigningException {
-        return text(natives -> natives.GetCertList(handle));
-    }
-
-    /** Finalizes the handle now, or lets the last of the calls in progress do it. */
-    void close() {
-        int before = state.getAndUpdate(calls -> calls | CLOSED);
-        if (before == 0) {
-            NATIVES.Finalize(handle);
-        }
-    }
-
-    private void enter() {
-        state.updateAndGet(calls -> {
-            if (calls < 0) {
-                throw new IllegalStateException("The signing client is closed");
-            }
-            return calls + 1;
+    String certificateList(Selection selection) throws SigningException {
+        return pool.call(selection, null, handle -> {
+            handle.select(selection);
+            return handle.text(TAVClientJNI::GetCertList);
         });
     }
 
-    private void leave() {
-        if (state.decrementAndGet() == CLOSED) {
-            NATIVES.Finalize(handle);
-        }
+    /** Does not wait: calls in progress finish normally, and the last of them releases the store. May be repeated. */
+    void close() {
+        pool.close();
     }
 
-    private interface Setting {
-        long apply(TAVClientJNI natives);
+    HandlePool pool() {
+        return pool;
     }
 
-    private interface Text {
-        String apply(TAVClientJNI natives);
-    }
-
-    private void setting(String what, Setting call) throws SigningException {
-        enter();
-        try {
-            if (call.apply(NATIVES) != 0) {
-                throw failure(what + ": ");
-            }
-        } finally {
-            leave();
-        }
-    }
-
-    private String text(Text call) throws SigningException {
-        enter();
-        try {
-            String result = call.apply(NATIVES);
-            if (result == null) {
-                throw failure("");
-            }
-            return result;
-        } finally {
-            leave();
-        }
-    }
-
-    private byte[] signature(String digestName, Text call) throws SigningException {
-        digestLock.lock();
-        try {
-            String wanted = digestName == null && digest != null ? DEFAULT_DIGEST : digestName;
-            if (wanted != null && !wanted.equals(digest)) {
-                applyDigest(wanted);
-            }
-            return Base64.getDecoder().decode(text(call));
-        } finally {
-            digestLock.unlock();
-        }
-    }
-
-    /** The exception for the failed call that the calling thread has just made. */
-    private SigningException failure(String what) {
-        int number = (int) NATIVES.GetLastError(handle);
-        String message = NATIVES.GetLastErrorMessage(handle);
-        // A call that fails when memory runs out may leave the last error unchanged. So the old error is removed here:
-        // a successful call removes it, and this one changes no setting.
-        NATIVES.SetChooseSingleCert(handle, chooseSingle);
-        if (number == VCTKError.OK) {
-            return SigningException.of(VCTKError.INTERNAL,
-                what + "the toolkit gave no reason; the process may be out of memory");
-        }
-        return new SigningException(number, what + (message == null ? VCTKError.message(number) : message));
-    }
-
-    /** Returns the text if the natives can pass all of it to the toolkit. */
-    static String requireText(String what, String text) throws SigningException {
-        if (text.isEmpty()) {
-            throw SigningException.of(VCTKError.DATA_EMPTY, what + " is empty");
-        }
-        if (text.length() > MAX_CHARACTERS) {
-            throw SigningException.of(VCTKError.TOO_LARGE, what + " has more than " + MAX_CHARACTERS + " characters");
-        }
-        boolean ascii = true;
-        for (int i = 0; i < text.length(); ++i) {
-            char unit = text.charAt(i);
-            ascii &= unit < 0x80;
-            if (unit == 0) {
-                throw SigningException.notEncodable(what + " has U+0000 at index " + i
-                    + "; remove it, or sign the bytes instead of the text");
-            }
-            if (Character.isSurrogate(unit)) {
-                if (!Character.isSurrogatePair(unit, i + 1 < text.length() ? text.charAt(i + 1) : 0)) {
-                    throw SigningException.notEncodable(what + " has an unpaired surrogate at index " + i
-                        + ", which has no encoding; remove it");
-                }
-                ++i;
-            }
-        }
-        if (!ascii && !isEncodable(text)) {
-            throw SigningException.notEncodable(what + " has a character that the process locale ("
-                + localeEncoding() + ") cannot encode; start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
-                + " text.getBytes(StandardCharsets.UTF_8), which does not depend on the locale");
-        }
-        return text;
-    }
-
-    private static String localeEncoding() {
-        return System.getProperty("sun.jnu.encoding", "UTF-8");
-    }
-
-    /** True also when Java does not know the encoding: the toolkit then refuses what it cannot encode. */
-    private static boolean isEncodable(String text) {
-        Charset charset;
-        try {
-            charset = Charset.forName(localeEncoding());
-        } catch (IllegalArgumentException e) {
-            return true;
-        }
-        return !charset.canEncode() || charset.newEncoder().canEncode(text);
-    }
-
-    static SigningException empty() {
-        return SigningException.of(VCTKError.DATA_EMPTY, "the data to sign has no bytes");
-    }
-
-    private static String toBase64(byte[] data) throws SigningException {
-        if (data.length == 0) {
-            throw empty();
-        }
-        if (data.length > MAX_BYTES) {
-            throw SigningException.of(VCTKError.TOO_LARGE, "the data to sign has more than " + MAX_BYTES + " bytes");
-        }
-        return Base64.getEncoder().encodeToString(data);
+    private byte[] sign(Selection selection, String digest, Handle.Text call) throws SigningException {
+        String base64 = pool.call(selection, digest, handle -> {
+            handle.setDigest(digest);
+            handle.select(selection);
+            return handle.text(call);
+        });
+        return Base64.getDecoder().decode(base64);
     }
 }

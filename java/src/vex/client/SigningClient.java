@@ -43,14 +43,16 @@ import java.util.Objects;
  */
 public final class SigningClient implements AutoCloseable {
     final Session session;
+    private final Selection selection;
     private final String digest;
     private final ContentSigner content;
     private final Reaper.Ticket ticket;
 
-    SigningClient(Session session, String digest) {
+    SigningClient(Session session, Selection selection, String digest) {
         this.session = session;
+        this.selection = selection;
         this.digest = digest;
-        content = new ContentSigner(session, digest);
+        content = new ContentSigner(session, selection, digest);
         ticket = Reaper.register(this, session);
     }
 
@@ -86,7 +88,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(String text) throws SigningException {
-        return session.signP1(digest, Objects.requireNonNull(text, "text"));
+        return session.signP1(selection, digest, Objects.requireNonNull(text, "text"));
     }
 
     /**
@@ -98,7 +100,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(byte[] data) throws SigningException {
-        return session.signP1(digest, Objects.requireNonNull(data, "data"));
+        return session.signP1(selection, digest, Objects.requireNonNull(data, "data"));
     }
 
     /**
@@ -125,7 +127,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(String text, CmsOption... options) throws SigningException {
-        return session.signP7(digest, Objects.requireNonNull(text, "text"), CmsForm.detached(options));
+        return session.signP7(selection, digest, Objects.requireNonNull(text, "text"), CmsForm.detached(options));
     }
 
     /**
@@ -139,7 +141,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(digest, Objects.requireNonNull(data, "data"), CmsForm.detached(options));
+        return session.signP7(selection, digest, Objects.requireNonNull(data, "data"), CmsForm.detached(options));
     }
 
     /**
@@ -186,7 +188,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(String text, CmsOption... options) throws SigningException {
-        return session.signP7(digest, Objects.requireNonNull(text, "text"), CmsForm.attached(options));
+        return session.signP7(selection, digest, Objects.requireNonNull(text, "text"), CmsForm.attached(options));
     }
 
     /**
@@ -200,7 +202,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(digest, Objects.requireNonNull(data, "data"), CmsForm.attached(options));
+        return session.signP7(selection, digest, Objects.requireNonNull(data, "data"), CmsForm.attached(options));
     }
 
     /**
@@ -228,7 +230,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public List<CertificateInfo> certificates() throws SigningException {
-        return CertificateInfo.parseList(session.certificateList());
+        return CertificateInfo.parseList(session.certificateList(selection));
     }
 
     /** Closes the client; see above. */

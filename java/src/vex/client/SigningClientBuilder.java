@@ -285,13 +285,9 @@ public final class SigningClientBuilder {
         Session session = Session.open(storeWithPin(), single, "chain=store");
         try {
             String digest = digestName();
-            if (digest != null) {
-                session.setDigest(digest);
-            }
-            for (Filter filter : filters) {
-                session.addFilter(filter);
-            }
-            return new SigningClient(session, digest);
+            Selection selection = Selection.of(filters);
+            session.check(selection, digest);
+            return new SigningClient(session, selection, digest);
         } catch (SigningException | RuntimeException | Error e) {
             session.close();
             throw e;

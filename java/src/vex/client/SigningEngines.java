@@ -99,7 +99,7 @@ final class SigningEngines {
 
         @Override
         Message newMessage(SigningKey signer) {
-            return Message.collected(Digest.SHA_512.toString(), Session.MAX_BYTES);  // the digest does not matter
+            return Message.collected(Digest.SHA_512.toString(), NativeText.MAX_BYTES);  // the digest does not matter
         }
     }
 

@@ -6,8 +6,8 @@ import java.util.List;
 import vex.jni.VCTKError;
 
 /**
- * One open store that signs with any of its certificates, for a KeyStore and its keys. It is closed some time after the
- * KeyStore and the keys became unreachable. Any thread may call any method; calls run one after the other.
+ * One open store that signs with any of its certificates, for a KeyStore and its keys. If it is not closed, it is closed
+ * some time after the KeyStore and the keys became unreachable. Any thread may call any method.
  */
 final class StoreSession {
     /** Signed only to get a certificate; the signature is thrown away. */
@@ -17,33 +17,30 @@ final class StoreSession {
 
     private final Session session;
     private final boolean listsCertificates;
-    private String fingerprint;  // of the certificate in the handle's filter; null when unknown
+    private final Reaper.Ticket ticket;
 
     private StoreSession(Session session, boolean listsCertificates) {
         this.session = session;
         this.listsCertificates = listsCertificates;
-        Reaper.register(this, session);
+        ticket = Reaper.register(this, session);
     }
 
     static StoreSession open(String store) throws SigningException {
         boolean lists = StoreText.isUri(store) && !StoreText.hasAttribute(store, "list")
-            && Session.knowsAttribute(LIST_CERTIFICATES);
+            && Toolkit.knowsAttribute(LIST_CERTIFICATES);
         String listing = lists ? StoreText.withAttribute(store, LIST_CERTIFICATES) : store;
         return new StoreSession(Session.open(listing, true, "chain=root"), lists);
     }
 
-    synchronized List<CertificateInfo> certificates() throws SigningException {
-        fingerprint = null;
-        session.clearFilters();
-        return CertificateInfo.parseList(session.certificateList(), listsCertificates);
+    List<CertificateInfo> certificates() throws SigningException {
+        return CertificateInfo.parseList(session.certificateList(Selection.ALL), listsCertificates);
     }
 
     /** Returns the certificate and its chain; only the certificate if Java cannot read another one of the chain. */
-    synchronized X509Certificate[] chain(CertificateInfo wanted) throws SigningException, CertificateException {
+    X509Certificate[] chain(CertificateInfo wanted) throws SigningException, CertificateException {
         if (wanted.chain() != null && wanted.keyAlgorithm().isEdwards()) {
             return Certificates.listed(wanted.chain());  // not every OpenSSL makes CMS signatures with such keys
         }
-        select(wanted.fingerprint());
         SigningException first = null;
         for (Digest digest : Digest.values()) {
             try {
@@ -62,16 +59,17 @@ final class StoreSession {
     private X509Certificate[] chain(String wanted, String digest) throws SigningException, CertificateException {
         if (session.hasChain()) {
             try {
-                return Certificates.chain(request(digest, CmsForm.Certificates.CHAIN), wanted);
+                return Certificates.chain(request(wanted, digest, CmsForm.Certificates.CHAIN), wanted);
             } catch (CertificateException e) {
                 // The leaf alone is better than no key.
             }
         }
-        return Certificates.chain(request(digest, CmsForm.Certificates.SIGNER), wanted);
+        return Certificates.chain(request(wanted, digest, CmsForm.Certificates.SIGNER), wanted);
     }
 
-    private byte[] request(String digest, CmsForm.Certificates certificates) throws SigningException {
-        return session.signP7(digest, CERTIFICATE_REQUEST, new CmsForm(true, certificates));
+    private byte[] request(String signer, String digest, CmsForm.Certificates certificates) throws SigningException {
+        return session.signP7(Selection.of(signer), digest, CERTIFICATE_REQUEST,
+            new CmsForm(true, certificates));
     }
 
     /** Whether the toolkit has this name for a way to sign. */
@@ -79,17 +77,13 @@ final class StoreSession {
         return session.knowsDigest(digest);
     }
 
-    synchronized byte[] sign(String signer, String digest, byte[] data) throws SigningException {
-        select(signer);
-        return session.signP1(digest, data);
+    /** @param signer the fingerprint of the certificate */
+    byte[] sign(String signer, String digest, byte[] data) throws SigningException {
+        return session.signP1(Selection.of(signer), digest, data);
     }
 
-    private void select(String wanted) throws SigningException {
-        if (!wanted.equals(fingerprint)) {
-            fingerprint = null;
-            session.clearFilters();
-            session.addFilter(Filter.fingerprint(wanted));
-            fingerprint = wanted;
-        }
+    /** Later calls throw {@link IllegalStateException}. Calls in progress finish normally. May be repeated. */
+    void close() {
+        ticket.close();
     }
 }

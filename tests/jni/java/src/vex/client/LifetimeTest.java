@@ -36,6 +36,10 @@ class LifetimeTest {
         return NATIVES.GetLastError(handle) == VCTKError.INVALID_HANDLE;
     }
 
+    private static long firstHandle(SigningClient client) {
+        return client.session.pool().handles().get(0).number;
+    }
+
     private static SigningClient openEc() throws SigningException {
         return SigningClient.store("demo:").keyAlgorithm(KeyAlgorithm.EC).open();
     }
@@ -48,7 +52,7 @@ class LifetimeTest {
     @Test
     void closeReleasesTheHandleAndMayBeRepeated() throws Exception {
         SigningClient client = openEc();
-        long handle = client.session.handle;
+        long handle = firstHandle(client);
         assertFalse(isFinalized(handle));
         client.close();
         assertTrue(isFinalized(handle));
@@ -58,7 +62,7 @@ class LifetimeTest {
     @Test
     void refusesUseAfterCloseWithoutANativeCall() throws Exception {
         SigningClient client = openEc();
-        long handle = client.session.handle;
+        long handle = firstHandle(client);
         client.close();
         for (Executable use : List.<Executable>of(() -> client.signRaw("x"), () -> client.signRaw(new byte[1]),
                 () -> client.signCmsDetached("x"), () -> client.signCmsDetached(new byte[1]),
@@ -78,7 +82,7 @@ class LifetimeTest {
     }
 
     private static long handleOfAForgottenClient() throws SigningException {
-        return openEc().session.handle;
+        return firstHandle(openEc());
     }
 
     @Test
@@ -126,7 +130,7 @@ class LifetimeTest {
     void closeLetsCallsOfOtherThreadsFinish() throws Exception {
         for (int round = 0; round < 20; ++round) {
             SigningClient client = openEc();
-            long handle = client.session.handle;
+            long handle = firstHandle(client);
             CountDownLatch signing = new CountDownLatch(THREADS);
             AtomicInteger signatures = new AtomicInteger();
             ExecutorService threads = Executors.newFixedThreadPool(THREADS);
@@ -182,11 +186,11 @@ class LifetimeTest {
 
     private static void failOrSign(SigningClient client, int thread) throws SigningException {
         switch (thread % 4) {
-            case 0 -> assertError(VCTKError.DIGEST_WEAK, "MD5", () -> client.session.setDigest("MD5"));
+            case 0 -> assertError(VCTKError.DIGEST_WEAK, "MD5", () -> client.session.check(Selection.ALL, "MD5"));
             case 1 -> assertError(VCTKError.DIGEST_UNKNOWN, "none-" + thread,
-                () -> client.session.setDigest("none-" + thread));
+                () -> client.session.check(Selection.ALL, "none-" + thread));
             case 2 -> assertError(VCTKError.FILTER_VALUE, "\"DSA\"",
-                () -> client.session.addFilter(Filter.keyAlgorithm("DSA")));
+                () -> client.session.check(Selection.ALL.with(Filter.keyAlgorithm("DSA")), null));
             default -> assertTrue(client.signRaw("thread " + thread).length > 0);
         }
     }

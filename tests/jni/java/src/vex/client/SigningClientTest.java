@@ -201,7 +201,8 @@ class SigningClientTest {
     void removesTheLastErrorAfterAFailure() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").singleCertificate().open()) {
             assertThrows(SigningException.class, () -> client.signRaw(DATA));
-            assertEquals(VCTKError.OK, new vex.jni.TAVClientJNI().GetLastError(client.session.handle));
+            long handle = client.session.pool().handles().get(0).number;
+            assertEquals(VCTKError.OK, new vex.jni.TAVClientJNI().GetLastError(handle));
             SigningException again = assertThrows(SigningException.class, () -> client.signRaw(DATA));
             assertEquals(VCTKError.SEVERAL_CERTIFICATES, again.number(), "the single choice is unchanged");
         }

@@ -1,0 +1,128 @@
+package vex.client;
+
+import vex.jni.TAVClientJNI;
+import vex.jni.VCTKError;
+
+/**
+ * A native handle that remembers its settings, so that only different ones are set again. For one thread at a time.
+ *
+ * <p>After a failure, the same thread asks for its number and text at once, without anything in between that may wait.
+ * So they always belong to the failed call, also on a virtual thread, which may change its carrier when it waits.
+ */
+final class Handle {
+    /** Of a toolkit that knows names for digests given as such. Other toolkits are never asked to go back to it. */
+    private static final String DEFAULT_DIGEST = "SHA-256";
+
+    private static final TAVClientJNI NATIVES = new TAVClientJNI();
+
+    /** A native that changes a setting. */
+    interface Setting {
+        long apply(TAVClientJNI natives, long handle);
+    }
+
+    /** A native that returns a text. */
+    interface Text {
+        String apply(TAVClientJNI natives, long handle);
+    }
+
+    final long number;
+    private final int chooseSingle;
+    private Selection selection = Selection.ALL;  // null: unknown, because the toolkit refused a filter
+    private String digest;                        // null: never set, so that the toolkit's own default signs
+
+    private Handle(long number, boolean chooseSingle) {
+        this.number = number;
+        this.chooseSingle = chooseSingle ? 1 : 0;
+    }
+
+    /** @param store the URI; no exception contains it */
+    static Handle open(String store, boolean chooseSingle) throws SigningException {
+        long number = NATIVES.Initialize(null, store);
+        if (number == 0) {
+            int error = (int) NATIVES.GetLastError(0);
+            throw error == VCTKError.OK
+                ? SigningException.of(VCTKError.INTERNAL, "the toolkit did not open the store and gave no reason")
+                : new SigningException(error, VCTKError.message(error));
+        }
+        Handle handle = new Handle(number, chooseSingle);
+        try {
+            // The first call on a handle whose store could not be opened fails with the reason.
+            handle.set("", (natives, own) -> natives.SetChooseSingleCert(own, handle.chooseSingle));
+            return handle;
+        } catch (SigningException | RuntimeException | Error e) {
+            handle.close();
+            throw e;
+        }
+    }
+
+    /** Opens another handle of the same store, for a toolkit that {@linkplain Toolkit#sharesStores shares stores}. */
+    Handle another() throws SigningException {
+        return open(Toolkit.SHARED_STORE + Long.toUnsignedString(number), chooseSingle != 0);
+    }
+
+    boolean has(Selection wanted) {
+        return wanted.equals(selection);
+    }
+
+    /** @param wanted null for the toolkit's default */
+    boolean hasDigest(String wanted) {
+        return digest == null ? wanted == null : digest.equals(wanted == null ? DEFAULT_DIGEST : wanted);
+    }
+
+    void select(Selection wanted) throws SigningException {
+        if (has(wanted)) {
+            return;
+        }
+        selection = null;
+        set("Clearing the filters: ", TAVClientJNI::ClearFilter);
+        for (Filter filter : wanted.filters()) {
+            String value = NativeText.require("The value of the filter " + filter.name(), filter.value());
+            set("Filter " + filter.name() + " \"" + value + "\": ",
+                (natives, own) -> natives.AddFilter(own, filter.type(), value));
+        }
+        selection = wanted;
+    }
+
+    /** @param wanted null for the toolkit's default; a refused name changes nothing */
+    void setDigest(String wanted) throws SigningException {
+        if (!hasDigest(wanted)) {
+            String name = NativeText.require("The digest algorithm", wanted == null ? DEFAULT_DIGEST : wanted);
+            set("Digest algorithm \"" + name + "\": ", (natives, own) -> natives.SetDigestAlg(own, name));
+            digest = name;
+        }
+    }
+
+    String text(Text call) throws SigningException {
+        String result = call.apply(NATIVES, number);
+        if (result == null) {
+            throw failure("");
+        }
+        return result;
+    }
+
+    /** No method may be called afterwards. */
+    void close() {
+        NATIVES.Finalize(number);
+    }
+
+    /** @param what the beginning of the message if the call fails */
+    private void set(String what, Setting call) throws SigningException {
+        if (call.apply(NATIVES, number) != 0) {
+            throw failure(what);
+        }
+    }
+
+    /** The exception for the failed call that the calling thread has just made. */
+    private SigningException failure(String what) {
+        int error = (int) NATIVES.GetLastError(number);
+        String message = NATIVES.GetLastErrorMessage(number);
+        // A call that fails when memory runs out may leave the last error unchanged. So the old error is removed here:
+        // a successful call removes it, and this one changes no setting.
+        NATIVES.SetChooseSingleCert(number, chooseSingle);
+        if (error == VCTKError.OK) {
+            return SigningException.of(VCTKError.INTERNAL,
+                what + "the toolkit gave no reason; the process may be out of memory");
+        }
+        return new SigningException(error, what + (message == null ? VCTKError.message(error) : message));
+    }
+}

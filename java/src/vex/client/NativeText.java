@@ -1,0 +1,76 @@
+package vex.client;
+
+import java.nio.charset.Charset;
+import java.util.Base64;
+import vex.jni.VCTKError;
+
+/** Texts and data in the form that the natives take. Any thread may call any method. */
+final class NativeText {
+    /** The natives refuse longer texts without giving a reason. */
+    static final int MAX_CHARACTERS = (Integer.MAX_VALUE - 4) / 4;
+    /** The number of bytes whose Base64 form has MAX_CHARACTERS. */
+    static final int MAX_BYTES = MAX_CHARACTERS / 4 * 3;
+
+    private NativeText() {}
+
+    /** Returns the text if the natives can pass all of it to the toolkit. */
+    static String require(String what, String text) throws SigningException {
+        if (text.isEmpty()) {
+            throw SigningException.of(VCTKError.DATA_EMPTY, what + " is empty");
+        }
+        if (text.length() > MAX_CHARACTERS) {
+            throw SigningException.of(VCTKError.TOO_LARGE, what + " has more than " + MAX_CHARACTERS + " characters");
+        }
+        boolean ascii = true;
+        for (int i = 0; i < text.length(); ++i) {
+            char unit = text.charAt(i);
+            ascii &= unit < 0x80;
+            if (unit == 0) {
+                throw SigningException.notEncodable(what + " has U+0000 at index " + i
+                    + "; remove it, or sign the bytes instead of the text");
+            }
+            if (Character.isSurrogate(unit)) {
+                if (!Character.isSurrogatePair(unit, i + 1 < text.length() ? text.charAt(i + 1) : 0)) {
+                    throw SigningException.notEncodable(what + " has an unpaired surrogate at index " + i
+                        + ", which has no encoding; remove it");
+                }
+                ++i;
+            }
+        }
+        if (!ascii && !isEncodable(text)) {
+            throw SigningException.notEncodable(what + " has a character that the process locale ("
+                + localeEncoding() + ") cannot encode; start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
+                + " text.getBytes(StandardCharsets.UTF_8), which does not depend on the locale");
+        }
+        return text;
+    }
+
+    private static String localeEncoding() {
+        return System.getProperty("sun.jnu.encoding", "UTF-8");
+    }
+
+    /** True also when Java does not know the encoding: the toolkit then refuses what it cannot encode. */
+    private static boolean isEncodable(String text) {
+        Charset charset;
+        try {
+            charset = Charset.forName(localeEncoding());
+        } catch (IllegalArgumentException e) {
+            return true;
+        }
+        return !charset.canEncode() || charset.newEncoder().canEncode(text);
+    }
+
+    static SigningException empty() {
+        return SigningException.of(VCTKError.DATA_EMPTY, "the data to sign has no bytes");
+    }
+
+    static String base64(byte[] data) throws SigningException {
+        if (data.length == 0) {
+            throw empty();
+        }
+        if (data.length > MAX_BYTES) {
+            throw SigningException.of(VCTKError.TOO_LARGE, "the data to sign has more than " + MAX_BYTES + " bytes");
+        }
+        return Base64.getEncoder().encodeToString(data);
+    }
+}

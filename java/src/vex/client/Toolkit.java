@@ -1,0 +1,72 @@
+package vex.client;
+
+import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
+import vex.jni.TAVClientJNI;
+import vex.jni.VCTKError;
+
+/**
+ * What the loaded toolkit knows. Each question is asked once, with a store that does not exist, so no PIN is tried. Any
+ * thread may call any method.
+ */
+final class Toolkit {
+    /** Before the number of a handle: the URI of its opened store. */
+    static final String SHARED_STORE = "handle:";
+
+    /** A store that cannot be opened gets a handle, whose calls fail with the reason and its detail. */
+    static final String ERRORS_AT_HANDLE = "errors=handle";
+
+    private static final String NO_STORE = "file:/proc/no-such-store?";
+    private static final TAVClientJNI NATIVES = new TAVClientJNI();
+    private static final Map<String, Boolean> ANSWERS = new ConcurrentHashMap<>();
+
+    private Toolkit() {}
+
+    private interface Question {
+        boolean ask(String uri);
+    }
+
+    /** Whether the URI of a store may have the attribute. */
+    static boolean knowsAttribute(String attribute) {
+        return answer(NO_STORE + attribute, uri -> errorOf(uri) == VCTKError.STORE_NOT_FOUND);
+    }
+
+    /** Whether {@link #ERRORS_AT_HANDLE} is known. */
+    static boolean explainsFailures() {
+        return answer(NO_STORE + ERRORS_AT_HANDLE, uri -> {
+            long handle = NATIVES.Initialize(null, uri);
+            if (handle == 0) {
+                return false;
+            }
+            boolean refused = NATIVES.SetChooseSingleCert(handle, 0) != 0;
+            boolean explained = refused && NATIVES.GetLastError(handle) == VCTKError.STORE_NOT_FOUND;
+            NATIVES.Finalize(handle);
+            return explained;
+        });
+    }
+
+    /** Whether {@link #SHARED_STORE} is known. */
+    static boolean sharesStores() {
+        return answer(SHARED_STORE + 0, uri -> errorOf(uri) == VCTKError.INVALID_HANDLE);
+    }
+
+    /** Two threads may ask the same at once. A lock would make virtual threads wait while they hold their carriers. */
+    private static boolean answer(String uri, Question question) {
+        Boolean known = ANSWERS.get(uri);
+        if (known == null) {
+            known = question.ask(uri);
+            ANSWERS.put(uri, known);
+        }
+        return known;
+    }
+
+    /** OK: the store was opened. */
+    private static int errorOf(String uri) {
+        long handle = NATIVES.Initialize(null, uri);
+        if (handle != 0) {
+            NATIVES.Finalize(handle);
+            return VCTKError.OK;
+        }
+        return (int) NATIVES.GetLastError(0);
+    }
+}
