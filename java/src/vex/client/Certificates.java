@@ -46,8 +46,12 @@ final class Certificates {
         return chain.toArray(new X509Certificate[0]);
     }
 
-    /** Returns the listed certificates; only the first one if Java cannot read another one. */
-    static X509Certificate[] listed(String list) throws CertificateException {
+    /**
+     * Returns the listed certificates; only the first one if Java cannot read another one.
+     *
+     * @param fingerprint of the first one, for the message
+     */
+    static X509Certificate[] listed(String list, String fingerprint) throws CertificateException {
         List<X509Certificate> chain = new ArrayList<>();
         for (String base64 : list.split(",")) {
             ByteArrayInputStream der = new ByteArrayInputStream(Base64.getDecoder().decode(base64));
@@ -55,7 +59,7 @@ final class Certificates {
                 chain.add((X509Certificate) CertificateFactory.getInstance("X.509").generateCertificate(der));
             } catch (CertificateException e) {
                 if (chain.isEmpty()) {
-                    throw e;
+                    throw unreadable(fingerprint, e);
                 }
                 return new X509Certificate[] {chain.get(0)};
             }
@@ -96,14 +100,17 @@ final class Certificates {
         }
     }
 
+    private static CertificateException unreadable(String fingerprint, CertificateException e) {
+        return new CertificateException("Java cannot read the certificate " + fingerprint + ": " + e.getMessage(), e);
+    }
+
     private static List<X509Certificate> read(byte[] cms, String fingerprint) throws CertificateException {
         CertificateFactory factory = CertificateFactory.getInstance("X.509");
         Collection<? extends Certificate> certificates;
         try {
             certificates = factory.generateCertificates(new ByteArrayInputStream(cms));
         } catch (CertificateException e) {
-            throw new CertificateException(
-                "Java cannot read the certificate " + fingerprint + ": " + e.getMessage(), e);
+            throw unreadable(fingerprint, e);
         }
         List<X509Certificate> read = new ArrayList<>();
         for (Certificate certificate : certificates) {

@@ -30,9 +30,9 @@ import java.util.function.Supplier;
  *     anywhere;
  * <li>{@code (null, pin)}, or another LoadStoreParameter: opens the store that was given to the provider.
  * </ul>
- * To get each certificate, loading signs a fixed text with its key and throws the signature away (not with Ed25519 and
- * Ed448 keys, whose certificates the toolkit lists). A key is passed
- * over if this fails or if Java cannot read the certificate. It then has no alias; {@code getKey} and {@code getEntry}
+ * Loading signs nothing: the toolkit lists the certificates. A key that cannot sign says so when it is used. With a
+ * toolkit that does not list certificates, each key signs a fixed text to get its certificate. A key is passed over if
+ * that fails or if Java cannot read the certificate. It then has no alias; {@code getKey} and {@code getEntry}
  * with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the reason as its
  * cause. The reason is also logged as a warning ({@code java.util.logging}, logger
  * {@code vex.client.SigningKeyStore}). If all keys are passed over, {@code load} throws an

@@ -36,10 +36,13 @@ final class StoreSession {
         return CertificateInfo.parseList(session.certificateList(Selection.ALL), listsCertificates);
     }
 
-    /** Returns the certificate and its chain; only the certificate if Java cannot read another one of the chain. */
+    /**
+     * Returns the certificate and its chain; only the certificate if Java cannot read another one of the chain. With a
+     * toolkit that does not list them, a signature is made to get them.
+     */
     X509Certificate[] chain(CertificateInfo wanted) throws SigningException, CertificateException {
-        if (wanted.chain() != null && wanted.keyAlgorithm().isEdwards()) {
-            return Certificates.listed(wanted.chain());  // not every OpenSSL makes CMS signatures with such keys
+        if (wanted.chain() != null) {
+            return Certificates.listed(wanted.chain(), wanted.fingerprint());
         }
         SigningException first = null;
         for (Digest digest : Digest.values()) {

@@ -351,12 +351,14 @@ class SignatureAlgorithmsTest {
     }
 
     @Test
-    void passesOverAKeyWhoseParametersAreNotOffered() throws Exception {
+    void refusesAKeyWhoseParametersAreNotOffered() throws Exception {
         Path file = directory.resolve("long-salt.pem");
         OpenSslKeys.PSS_LONG_SALT.write(file);
         KeyStore store = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE);
-        Exception e = assertThrows(Exception.class, () -> store.load(StoreParameter.file(file)));
-        assertEquals(VCTKError.SIGN_FAILED, ((SigningException) e.getCause()).number());
+        store.load(StoreParameter.file(file));
+        PrivateKey key = (PrivateKey) store.getKey(store.aliases().nextElement(), null);
+        InvalidKeyException e = assertThrows(InvalidKeyException.class, () -> ours("RSASSA-PSS").initSign(key));
+        assertTrue(e.getMessage().startsWith("The toolkit does not offer the parameters of the "), e.getMessage());
     }
 
     // ---- Keys ----
