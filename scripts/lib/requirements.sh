@@ -44,6 +44,9 @@ test                        libpdfbox2-java           _vex_has_jar pdfbox2      
 test                        xmlsec1                   _vex_has_command xmlsec1        # xmlsec1
 test                        python3-jwt               _vex_has_python_module jwt      # PyJWT
 test                        python3-cryptography      _vex_has_python_module cryptography # cryptography, for PyJWT
+test                        maven                     _vex_has_command mvn            # Maven
+test                        libmaven-compiler-plugin-java _vex_has_maven_plugin maven-compiler-plugin # Maven, compiler plugin
+test                        libmaven-resources-plugin-java _vex_has_maven_plugin maven-resources-plugin # Maven, resources plugin
 test                        lintian                   _vex_has_command lintian        # lintian
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
@@ -143,6 +146,11 @@ _vex_has_jdk() {
 
 _vex_has_jar() {
     [ -e "/usr/share/java/$1.jar" ]
+}
+
+# A plugin in the Maven repository of Debian's packages, which the tests use offline.
+_vex_has_maven_plugin() {
+    [ -d "/usr/share/maven-repo/org/apache/maven/plugins/$1" ]
 }
 
 # A module of Debian's Python, which the tests start by its path.

@@ -1,0 +1,4 @@
+module signing {
+    requires vex.client;
+    uses java.security.Provider;
+}
