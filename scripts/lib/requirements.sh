@@ -50,6 +50,7 @@ test                        libmaven-resources-plugin-java _vex_has_maven_plugin
 test                        lintian                   _vex_has_command lintian        # lintian
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
+test                        iproute2                  _vex_has_command ip             # ip, which brings up a network of its own
 test                        procps                    _vex_has_command kill           # kill, as a program
 test                        bsdutils                  _vex_has_command script         # script, of util-linux
 fuzz,soak                   clang                     _vex_has_command clang++        # clang

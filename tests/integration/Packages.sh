@@ -9,7 +9,11 @@ private_log=$3
 . "$(dirname "$0")/Common.sh"
 export XDG_DATA_HOME=$work/data HOME=$work
 unset JAVA_TOOL_OPTIONS JDK_JAVA_OPTIONS LD_LIBRARY_PATH
-mkdir data log
+mkdir data log blocks
+
+# The program of the page about Java.
+"$source/tests/pages/blocks.py" "$source/docs/java.md" blocks
+cp blocks/*.java FirstSignature.java
 
 # signs PREFIX: vexsign and a Java program sign with the files below the prefix.
 signs() {
@@ -20,7 +24,7 @@ signs() {
     sh -e hint.sh >verified 2>&1 || fail "the signature from $1: $(cat verified)"
 
     rm -rf classes && mkdir classes
-    javac -cp "$1/share/java/tavclientjni.jar" -d classes "$source/tests/jni/java/example/FirstSignature.java"
+    javac -cp "$1/share/java/tavclientjni.jar" -d classes FirstSignature.java
     LD_PRELOAD=$private_log VEX_TEST_LOG_DIR=$work/log java --enable-native-access=ALL-UNNAMED \
         -Djava.library.path="$1/lib/jni" -cp "$1/share/java/tavclientjni.jar:classes" FirstSignature >signed
     grep -q '^Signed and verified: CN=VEX Demo EC P-256,' signed || fail "Java from $1: $(cat signed)"

@@ -1,0 +1,30 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# The demo's own build directory begins as a copy of this build, so that the compiler has nothing to do.
+mkdir -p build/demo "$work/demo"
+mount -t tmpfs tmpfs "$work/demo"
+mkdir "$work/demo/upper" "$work/demo/work"
+mount -t overlay -o "lowerdir=build/release,upperdir=$work/demo/upper,workdir=$work/demo/work" overlay build/demo
+sed -i "s,$source/build/release,$source/build/demo,g" build/demo/CMakeCache.txt
+
+# The lines of Java become the program that the next block starts. It also writes the signature for the check.
+page_java() {
+    cp "$1" "$work/lines"
+    echo 'Files.write(Paths.get("note.p7s"), Base64.getMimeDecoder().decode(cms));' >>"$work/lines"
+    java_class "$work/lines" YourProgram >/dev/null
+    cp "$work/classes/YourProgram.class" .
+
+    make_app_store
+    mv /etc/app/keys.p12 /etc/app/keys
+    expect 1 run_java YourProgram
+    says "IllegalStateException: The store file does not exist"
+    mv /etc/app/keys /etc/app/keys.p12
+}
+
+check() {
+    printed "All 18 verifications are good."
+    printf 'I owe you 100 euros.' | cmp - letter.txt
+    # Both are signatures of the same text.
+    verify_cms letter.txt note.p7s /etc/app/cert.pem
+    hint=$(sed -n 's/^To verify: //p' "$output")
+    eval "$hint"
+}

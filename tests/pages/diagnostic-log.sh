@@ -1,0 +1,17 @@
+# shellcheck shell=bash disable=SC2154
+sign() {
+    printf 'TAVClientJNI client = new TAVClientJNI();\n%s\n' 'client.Finalize(client.Initialize(null, "demo:"));' >"$work/sign"
+    run_java "$(java_class "$work/sign" Sign)"
+}
+
+page_ini() {
+    sign
+    [ -s /tmp/PILog.txt ] || fail "no log without the switch"
+    cp /tmp/PILog.txt "$work/before"
+    cp "$1" /var/log.ini
+    sign
+}
+
+check() {
+    cmp "$work/before" /tmp/PILog.txt
+}

@@ -1,0 +1,4 @@
+# shellcheck shell=bash
+check() {
+    printed "Usage: scripts/bench"
+}

@@ -1,0 +1,7 @@
+# shellcheck shell=bash
+# A short form, to check the commands. Other tests check the claim.
+export VEX_TEST_KILLS_CALLS=1 VEX_TEST_KILLS_TIMES=1
+
+check() {
+    printed "Usage: scripts/soak" "VEX_TEST_SEED=20261121" "==== kills held"
+}
