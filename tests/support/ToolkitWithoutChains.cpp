@@ -1,12 +1,16 @@
-// Makes the toolkit one that does not know the attribute "chain" of a store URI: it refuses such a text with the error
-// number in VEX_TEST_CHAIN_ERROR. All other calls go to the toolkit that the process has loaded. For LD_PRELOAD.
+// Makes the toolkit one that does not know the attributes "chain", "list" and "errors" of a store URI and the scheme
+// "handle": it refuses such a text with the error number in VEX_TEST_CHAIN_ERROR. All other calls go to the toolkit
+// that the process has loaded. For LD_PRELOAD.
 #include <dlfcn.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
+constexpr std::array s_apszUnknown = {"chain=", "list=", "errors=", "handle:"};
 thread_local bool t_bRefused = false;
 
 template <typename Function>
@@ -19,7 +23,9 @@ Function* Real(Function* /*type*/, const char* pszName) {
 
 extern "C" void* VCTK_Initialize(const char* pszText) {
     static auto* const s_pReal = Real(VCTK_Initialize, "VCTK_Initialize");
-    t_bRefused = std::strstr(pszText, "chain=") != nullptr;
+    t_bRefused = std::ranges::any_of(s_apszUnknown, [pszText](const char* pszUnknown) {
+        return std::strstr(pszText, pszUnknown) != nullptr;
+    });
     return t_bRefused ? nullptr : s_pReal(pszText);
 }
 

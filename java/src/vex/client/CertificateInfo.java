@@ -3,6 +3,8 @@ package vex.client;
 import java.io.ByteArrayOutputStream;
 import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
+import java.security.cert.CertificateException;
+import java.security.cert.X509Certificate;
 import java.time.Instant;
 import java.time.format.DateTimeFormatter;
 import java.time.format.DateTimeFormatterBuilder;
@@ -21,6 +23,8 @@ import vex.jni.VCTKError;
 /** Describes a certificate that could sign. Immutable; any thread may use it. */
 public final class CertificateInfo {
     private static final int FIELDS = 7;
+    /** Of a record that ends with the name in the store, and the certificate and its chain. */
+    private static final int LONG_FIELDS = FIELDS + 2;
     private static final Map<String, String> KEYWORDS = keywords();
     /** ISO 8601. Unlike Instant.parse, it reads years before 1000 without leading zeros. */
     private static final DateTimeFormatter TIME = new DateTimeFormatterBuilder()
@@ -52,23 +56,18 @@ public final class CertificateInfo {
     }
 
     static List<CertificateInfo> parseList(String list) throws SigningException {
-        return parseList(list, false);
-    }
-
-    /** @param withChains whether each record ends with the name in the store, and the certificate and its chain */
-    static List<CertificateInfo> parseList(String list, boolean withChains) throws SigningException {
         List<CertificateInfo> certificates = new ArrayList<>();
         if (!list.isEmpty()) {
             for (String record : list.split("\r\n", -1)) {
-                certificates.add(parse(record, withChains ? FIELDS + 2 : FIELDS));
+                certificates.add(parse(record));
             }
         }
         return Collections.unmodifiableList(certificates);
     }
 
-    private static CertificateInfo parse(String record, int count) throws SigningException {
+    private static CertificateInfo parse(String record) throws SigningException {
         String[] fields = record.split(" ", -1);
-        if (fields.length == count) {
+        if (fields.length == FIELDS || fields.length == LONG_FIELDS) {
             try {
                 return new CertificateInfo(fields);
             } catch (NumberFormatException | DateTimeParseException e) {
@@ -171,6 +170,24 @@ public final class CertificateInfo {
      */
     public String issuerText() {
         return toText(issuer);
+    }
+
+    /**
+     * Returns the certificate itself.
+     *
+     * @return a new object for each call
+     * @throws SigningException if the toolkit does not list certificates ({@link SigningClient#signer} works
+     *     nevertheless), or if Java cannot read this one
+     */
+    public X509Certificate certificate() throws SigningException {
+        if (chain == null) {
+            throw SigningException.notSupported("The toolkit lists no certificates; SigningClient.signer() gets one");
+        }
+        try {
+            return Certificates.listed(chain, fingerprint)[0];
+        } catch (CertificateException e) {
+            throw SigningException.notSupported(e.getMessage(), e);
+        }
     }
 
     /** What the store calls the certificate or its key: empty if it has no name, null if the list does not tell. */

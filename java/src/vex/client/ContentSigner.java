@@ -8,8 +8,8 @@ import java.security.MessageDigest;
 import vex.jni.VCTKError;
 
 /**
- * Makes CMS signatures of files and streams. It reads them in pieces if the toolkit signs digests. Any thread may call
- * any method.
+ * Signs with the certificates of a selection. It reads files and streams in pieces if the toolkit signs digests. Any
+ * thread may call any method.
  */
 final class ContentSigner {
     private static final int PIECE = 1 << 17;
@@ -26,7 +26,15 @@ final class ContentSigner {
         this.selection = selection;
         this.digestName = digestName;
         prehashed = Digest.PREHASHED + name;
-        digest = Digest.of(Digest.isPss(name) ? name.substring(0, name.length() - Digest.PSS.length()) : name);
+        digest = Digest.of(Digest.withoutPss(name));
+    }
+
+    byte[] signRaw(String text) throws SigningException {
+        return session.signP1(selection, digestName, text);
+    }
+
+    byte[] signRaw(byte[] data) throws SigningException {
+        return session.signP1(selection, digestName, data);
     }
 
     /** @throws SigningException if the toolkit does not sign digests, or not this one */
@@ -35,6 +43,14 @@ final class ContentSigner {
             throw SigningException.notSupported("The toolkit cannot sign a digest; sign the data with signRaw");
         }
         return session.signP1(selection, prehashed, value);
+    }
+
+    byte[] sign(String text, CmsForm form) throws SigningException {
+        return session.signP7(selection, digestName, text, form);
+    }
+
+    byte[] sign(byte[] data, CmsForm form) throws SigningException {
+        return session.signP7(selection, digestName, data, form);
     }
 
     byte[] sign(InputStream stream, CmsForm form) throws IOException, SigningException {
@@ -99,7 +115,7 @@ final class ContentSigner {
 
     /** Asked anew each time, because certificates become valid and expire. The list is nearly always empty. */
     private boolean has(KeyAlgorithm algorithm) throws SigningException {
-        return !session.certificateList(selection.with(Filter.keyAlgorithm(algorithm.toString()))).isEmpty();
+        return !session.certificates(selection.with(Filter.keyAlgorithm(algorithm.toString()))).isEmpty();
     }
 
     private interface Pieces {

@@ -7,25 +7,25 @@ import java.util.Locale;
 /** A digest algorithm (FIPS 180-4, FIPS 202). The usual ones come first. */
 public enum Digest {
     /** The default. */
-    SHA_256("SHA-256", 32),
+    SHA_256("SHA-256", 32, 1),
     /** 48 bytes. */
-    SHA_384("SHA-384", 48),
+    SHA_384("SHA-384", 48, 2),
     /** 64 bytes. */
-    SHA_512("SHA-512", 64),
+    SHA_512("SHA-512", 64, 3),
     /** 28 bytes. */
-    SHA_224("SHA-224", 28),
+    SHA_224("SHA-224", 28, 4),
     /** SHA-512 with another start, cut to 28 bytes. */
-    SHA_512_224("SHA-512/224", 28),
+    SHA_512_224("SHA-512/224", 28, 5),
     /** SHA-512 with another start, cut to 32 bytes. */
-    SHA_512_256("SHA-512/256", 32),
+    SHA_512_256("SHA-512/256", 32, 6),
     /** 28 bytes. */
-    SHA3_224("SHA3-224", 28),
+    SHA3_224("SHA3-224", 28, 7),
     /** 32 bytes. */
-    SHA3_256("SHA3-256", 32),
+    SHA3_256("SHA3-256", 32, 8),
     /** 48 bytes. */
-    SHA3_384("SHA3-384", 48),
+    SHA3_384("SHA3-384", 48, 9),
     /** 64 bytes. */
-    SHA3_512("SHA3-512", 64);
+    SHA3_512("SHA3-512", 64, 10);
 
     /** Behind the name of a digest: RSASSA-PSS with it. */
     static final String PSS = "/PSS";
@@ -34,12 +34,16 @@ public enum Digest {
     /** The bytes given are signed as they are. */
     static final String RAW = PREHASHED + "NONE";
 
+    private static final String OIDS = "2.16.840.1.101.3.4.2.";
+
     private final String text;
     private final int bytes;
+    private final int lastArc;
 
-    Digest(String text, int bytes) {
+    Digest(String text, int bytes, int lastArc) {
         this.text = text;
         this.bytes = bytes;
+        this.lastArc = lastArc;
     }
 
     /** Null: the name is unknown. Reads the toolkit's and Java's ways to spell a name. */
@@ -53,9 +57,23 @@ public enum Digest {
         return null;
     }
 
+    /** Null: another algorithm. */
+    static Digest ofOid(String oid) {
+        for (Digest digest : values()) {
+            if (oid.equals(OIDS + digest.lastArc)) {
+                return digest;
+            }
+        }
+        return null;
+    }
+
     /** Whether RSA keys sign with RSASSA-PSS under this name of the toolkit. */
     static boolean isPss(String name) {
         return name.regionMatches(true, name.length() - PSS.length(), PSS, 0, PSS.length());
+    }
+
+    static String withoutPss(String name) {
+        return isPss(name) ? name.substring(0, name.length() - PSS.length()) : name;
     }
 
     private static String plain(String name) {

@@ -1,6 +1,7 @@
 package vex.client;
 
 import java.util.Base64;
+import java.util.List;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import vex.jni.TAVClientJNI;
@@ -31,10 +32,14 @@ final class Session {
         if (!StoreText.isUri(store)) {
             return open(store, chooseSingle, false);
         }
-        if (!StoreText.hasAttribute(store, "errors") && Toolkit.explainsFailures()) {
-            return openWithChain(StoreText.withAttribute(store, Toolkit.ERRORS_AT_HANDLE), chooseSingle, chain);
+        String uri = store;
+        if (!StoreText.hasAttribute(uri, "errors") && Toolkit.explainsFailures()) {
+            uri = StoreText.withAttribute(uri, Toolkit.ERRORS_AT_HANDLE);
         }
-        return openWithChain(store, chooseSingle, chain);
+        if (!StoreText.hasAttribute(uri, "list") && Toolkit.knowsAttribute(Toolkit.LIST_CERTIFICATES)) {
+            uri = StoreText.withAttribute(uri, Toolkit.LIST_CERTIFICATES);
+        }
+        return openWithChain(uri, chooseSingle, chain);
     }
 
     private static Session openWithChain(String store, boolean chooseSingle, String chain) throws SigningException {
@@ -132,7 +137,11 @@ final class Session {
         return hasChain;
     }
 
-    String certificateList(Selection selection) throws SigningException {
+    List<CertificateInfo> certificates(Selection selection) throws SigningException {
+        return CertificateInfo.parseList(certificateList(selection));
+    }
+
+    private String certificateList(Selection selection) throws SigningException {
         return pool.call(selection, null, handle -> {
             handle.select(selection);
             return handle.text(TAVClientJNI::GetCertList);

@@ -3,6 +3,7 @@ package vex.client;
 import java.io.IOException;
 import java.io.InputStream;
 import java.nio.file.Path;
+import java.security.cert.X509Certificate;
 import java.util.List;
 import java.util.Objects;
 
@@ -44,15 +45,15 @@ import java.util.Objects;
 public final class SigningClient implements AutoCloseable {
     final Session session;
     private final Selection selection;
-    private final String digest;
     private final ContentSigner content;
+    private final SignerChoice choice;
     private final Reaper.Ticket ticket;
 
-    SigningClient(Session session, Selection selection, String digest) {
+    SigningClient(Session session, Selection selection, boolean single, String digest) {
         this.session = session;
         this.selection = selection;
-        this.digest = digest;
         content = new ContentSigner(session, selection, digest);
+        choice = new SignerChoice(session, selection, single, digest);
         ticket = Reaper.register(this, session);
     }
 
@@ -88,7 +89,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(String text) throws SigningException {
-        return session.signP1(selection, digest, Objects.requireNonNull(text, "text"));
+        return content.signRaw(Objects.requireNonNull(text, "text"));
     }
 
     /**
@@ -100,7 +101,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(byte[] data) throws SigningException {
-        return session.signP1(selection, digest, Objects.requireNonNull(data, "data"));
+        return content.signRaw(Objects.requireNonNull(data, "data"));
     }
 
     /**
@@ -127,7 +128,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(String text, CmsOption... options) throws SigningException {
-        return session.signP7(selection, digest, Objects.requireNonNull(text, "text"), CmsForm.detached(options));
+        return content.sign(Objects.requireNonNull(text, "text"), CmsForm.detached(options));
     }
 
     /**
@@ -141,7 +142,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(selection, digest, Objects.requireNonNull(data, "data"), CmsForm.detached(options));
+        return content.sign(Objects.requireNonNull(data, "data"), CmsForm.detached(options));
     }
 
     /**
@@ -188,7 +189,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(String text, CmsOption... options) throws SigningException {
-        return session.signP7(selection, digest, Objects.requireNonNull(text, "text"), CmsForm.attached(options));
+        return content.sign(Objects.requireNonNull(text, "text"), CmsForm.attached(options));
     }
 
     /**
@@ -202,7 +203,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(byte[] data, CmsOption... options) throws SigningException {
-        return session.signP7(selection, digest, Objects.requireNonNull(data, "data"), CmsForm.attached(options));
+        return content.sign(Objects.requireNonNull(data, "data"), CmsForm.attached(options));
     }
 
     /**
@@ -223,6 +224,34 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
+     * Makes a signature and tells who made it. Takes a little longer than the other methods, because it asks the
+     * toolkit for the certificate first. With a toolkit that does not list certificates, it also makes a signature that
+     * only carries the certificate.
+     *
+     * @param request what to sign, and in which form
+     * @return the signature, the certificate that made it, and the algorithm
+     * @throws IOException if the request's file or stream cannot be read
+     * @throws SigningException if it cannot be signed
+     * @throws IllegalStateException if the client is closed
+     */
+    public SigningResult sign(SigningRequest request) throws IOException, SigningException {
+        return choice.sign(Objects.requireNonNull(request, "request"));
+    }
+
+    /**
+     * Returns the certificate that would sign now: of those that pass the filters, the one that stays valid longest.
+     * With a toolkit that does not list certificates, this makes a signature that only carries the certificate.
+     *
+     * @return the certificate; a later signature may have another one if this one expires
+     * @throws SigningException as a signature would: if no certificate passes the filters, or several where one alone
+     *     is wanted; also if Java cannot read the certificate
+     * @throws IllegalStateException if the client is closed
+     */
+    public X509Certificate signer() throws SigningException {
+        return choice.chain()[0];
+    }
+
+    /**
      * Lists the certificates that could sign now: they are valid, have their private key, and pass all filters.
      *
      * @return an immutable list, which may be empty
@@ -230,7 +259,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public List<CertificateInfo> certificates() throws SigningException {
-        return CertificateInfo.parseList(session.certificateList(selection));
+        return session.certificates(selection);
     }
 
     /** Closes the client; see above. */

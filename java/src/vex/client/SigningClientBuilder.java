@@ -287,7 +287,7 @@ public final class SigningClientBuilder {
             String digest = digestName();
             Selection selection = Selection.of(filters);
             session.check(selection, digest);
-            return new SigningClient(session, selection, digest);
+            return new SigningClient(session, selection, single, digest);
         } catch (SigningException | RuntimeException | Error e) {
             session.close();
             throw e;

@@ -15,6 +15,7 @@ import vex.jni.VCTKError;
 public final class SigningException extends GeneralSecurityException {
     private static final long serialVersionUID = 1L;
 
+    /** What went wrong. */
     private final Reason reason;
     /** Never 0. */
     private final int number;
@@ -37,6 +38,12 @@ public final class SigningException extends GeneralSecurityException {
     /** The toolkit has no number for what it does not have. */
     static SigningException notSupported(String text) {
         return new SigningException(Reason.NOT_SUPPORTED, VCTKError.INVALID_ARGUMENT, text);
+    }
+
+    static SigningException notSupported(String text, Throwable cause) {
+        SigningException e = notSupported(text);
+        e.initCause(cause);
+        return e;
     }
 
     /** Decided here: the natives would refuse the text without giving a reason. */

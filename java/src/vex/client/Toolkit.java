@@ -16,6 +16,9 @@ final class Toolkit {
     /** A store that cannot be opened gets a handle, whose calls fail with the reason and its detail. */
     static final String ERRORS_AT_HANDLE = "errors=handle";
 
+    /** The list of certificates has the names in the store and the certificates themselves, with their chains. */
+    static final String LIST_CERTIFICATES = "list=certificates";
+
     private static final String NO_STORE = "file:/proc/no-such-store?";
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
     private static final Map<String, Boolean> ANSWERS = new ConcurrentHashMap<>();

@@ -182,8 +182,8 @@ class ChainTest {
             (others, toolkit) -> others + " " + toolkit);
         builder.environment().put("VEX_TEST_CHAIN_ERROR", Integer.toString(number));
         Run run = Run.of(builder).succeeded();
-        assertEquals("KeyStore: 1\nsignature: 1\nwith chain: The toolkit cannot include a chain; leave out INCLUDE_CHAIN"
-            + " and pass the chain on yourself\nwith a chain's file: "
+        assertEquals("KeyStore: 1\nsignature: 1\nresult: true, 1\nlisted: NOT_SUPPORTED\n"
+            + "with chain: The toolkit cannot include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself\nwith a chain's file: "
             + VCTKError.INVALID_ARGUMENT + "\n", run.output());
     }
 

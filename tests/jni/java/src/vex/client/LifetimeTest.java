@@ -67,6 +67,7 @@ class LifetimeTest {
         for (Executable use : List.<Executable>of(() -> client.signRaw("x"), () -> client.signRaw(new byte[1]),
                 () -> client.signCmsDetached("x"), () -> client.signCmsDetached(new byte[1]),
                 () -> client.signCmsAttached("x"), () -> client.signCmsAttached(new byte[1]), client::certificates,
+                client::signer, () -> client.sign(SigningRequest.raw("x")),
                 () -> client.signDigest(new byte[32]), () -> client.signCmsAttached(Path.of("/proc/version")),
                 () -> client.signCmsDetached(Path.of("/proc/version")),
                 () -> client.signCmsDetached(new ByteArrayInputStream(new byte[1])))) {

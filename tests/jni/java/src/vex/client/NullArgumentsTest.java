@@ -49,6 +49,7 @@ class NullArgumentsTest {
         VALUES.put(SigningClient.class, client);
         VALUES.put(SigningClientBuilder.class, SigningClient.store("demo:"));
         VALUES.put(CertificateInfo.class, client.certificates().get(0));
+        VALUES.put(SigningRequest.class, SigningRequest.raw("x"));
         VALUES.put(StoreParameter.class, StoreParameter.store("demo:", null));
         VALUES.put(SigningProvider.class, new SigningProvider());
         VALUES.put(String.class, "x");

@@ -269,7 +269,8 @@ class SigningClientTest {
     @Test
     void refusesAnUnknownList() throws Exception {
         assertEquals(List.of(), CertificateInfo.parseList(""));
-        for (String list : List.of("x", "1 2 3 4 5 6 7", "01 AB 2026-01-01T00:00:00Z", "\r\n")) {
+        for (String list : List.of("x", "1 2 3 4 5 6 7", "01 AB 2026-01-01T00:00:00Z", "\r\n",
+                "1 AB 2026-01-01T00:00:00Z 2027-01-01T00:00:00Z RSA CN=a CN=b signs")) {
             assertEquals(VCTKError.INTERNAL,
                 assertThrows(SigningException.class, () -> CertificateInfo.parseList(list)).number(), list);
         }

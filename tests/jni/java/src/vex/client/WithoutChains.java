@@ -3,6 +3,7 @@ package vex.client;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.security.KeyStore;
+import java.security.Signature;
 import vex.jni.Signatures;
 import vex.jni.TestStore;
 
@@ -21,6 +22,16 @@ final class WithoutChains {
         try (SigningClient client = SigningClient.file(file).pin(pin).open()) {
             byte[] signature = client.signCmsDetached(data);
             System.out.println("signature: " + Signatures.certificatesIn(signature).size());
+            SigningResult result = client.sign(SigningRequest.raw(data));
+            Signature verifier = Signature.getInstance(result.algorithm());
+            verifier.initVerify(client.signer());
+            verifier.update(data);
+            System.out.println("result: " + verifier.verify(result.signature()) + ", " + result.chain().size());
+            try {
+                client.certificates().get(0).certificate();
+            } catch (SigningException e) {
+                System.out.println("listed: " + e.reason());
+            }
             client.signCmsAttached(data, CmsOption.INCLUDE_CHAIN);
         } catch (SigningException e) {
             System.out.println("with chain: " + e.getMessage());

@@ -119,7 +119,8 @@ class DemoProgramTest {
     @ParameterizedTest
     @CsvSource(delimiter = '|', value = {
         "1 | There is no data to sign | ''",
-        "1 | The store file does not exist (toolkit error 1103) | --store,file:/nowhere/keys.p12,text",
+        "1 | does not exist: /nowhere/keys.p12: No such file or directory (toolkit error 1103) "
+            + "| --store,file:/nowhere/keys.p12,text",
         "1 | names an unknown kind of store (toolkit error 1102) | --store,gopher:,text",
         "1 | Filter key algorithm \"DSA\" | --key-algorithm,DSA,text",
         "1 | (toolkit error 1301) | --store,file:expired.pem,text",
@@ -146,7 +147,7 @@ class DemoProgramTest {
     void explainsThatTheLibraryCannotBeLoaded() throws Exception {
         Run run = demo(Map.of(), "-Dvex.jni.library=", "text");
         assertEquals(1, run.status());
-        assertTrue(run.errors().contains("The signing library cannot be loaded. Tried: libTAVClientJNI.so"),
+        assertTrue(run.errors().contains("The signing library cannot be loaded: there is no such file"),
             run::errors);
         assertFalse(run.errors().contains("\tat "), () -> "a stack trace: " + run.errors());
     }

@@ -47,9 +47,19 @@ public final class TestStore {
      * @param keyUsage bits of {@link KeyUsage}, 0 for no restriction
      */
     public static Identity identity(String key, String subject, long serial, int days, int keyUsage) throws Exception {
-        KeyPair pair = generate(key);
         Instant end = Instant.now().plus(Duration.ofDays(days));
         Instant begin = (days < 0 ? end : Instant.now()).minus(Duration.ofDays(1));
+        return identity(key, subject, serial, begin, end, keyUsage);
+    }
+
+    /** A certificate that is valid from the second of {@code begin} to that of {@code end}. */
+    public static Identity identity(String key, String subject, Instant begin, Instant end) throws Exception {
+        return identity(key, subject, 1, begin, end, 0);
+    }
+
+    private static Identity identity(String key, String subject, long serial, Instant begin, Instant end, int keyUsage)
+            throws Exception {
+        KeyPair pair = generate(key);
         X500Name name = new X500Name(subject);
         JcaX509v3CertificateBuilder builder = new JcaX509v3CertificateBuilder(
             name, BigInteger.valueOf(serial), Date.from(begin), Date.from(end), name, pair.getPublic());
