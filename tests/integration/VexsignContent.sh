@@ -1,11 +1,11 @@
 #!/bin/bash
 # How vexsign reads what it signs:
-#   VexsignContent.sh <vexsign> <toolkit_without_digest_names> <file_changes_while_read> bounded|unbounded
+#   VexsignContent.sh <vexsign> <reduced_toolkit> <file_changes_while_read> bounded|unbounded
 # The two libraries are for LD_PRELOAD. "unbounded": the memory is not measured and nothing is preloaded, because the
 # program has a sanitizer.
 
 vexsign=$1
-without_digest_names=$2
+reduced_toolkit=$2
 changes_while_read=$3
 memory=$4
 # shellcheck source=tests/integration/Common.sh
@@ -162,8 +162,9 @@ if [ "$memory" = unbounded ]; then
 fi
 
 echo "== a toolkit that signs no digests"
+export VEX_TEST_WITHOUT="prehashed: /PSS"
 old() {
-    LD_PRELOAD=$without_digest_names expect "$@"
+    LD_PRELOAD=$reduced_toolkit expect "$@"
 }
 old 1 timeout 60 "$vexsign" p7 ./rsa.pem huge
 says 'huge: larger than 1610612733 bytes, the most that can be signed with this toolkit'
@@ -199,9 +200,9 @@ for options in "" --attached "--attached --no-cert" "--attached --digest SHA-512
         [ "$(wc -l <new.txt)" -gt 40 ] || fail "structure: $(cat new.txt)"
     done
 done
-LD_PRELOAD=$without_digest_names "$vexsign" p7 ./rsa.pem --attached --out der - <random >sig
+LD_PRELOAD=$reduced_toolkit "$vexsign" p7 ./rsa.pem --attached --out der - <random >sig
 verified_p7 random
-LD_PRELOAD=$without_digest_names "$vexsign" p1 ./ec.pem --out der - < <(cat random) >sig
+LD_PRELOAD=$reduced_toolkit "$vexsign" p1 ./ec.pem --out der - < <(cat random) >sig
 openssl dgst -sha256 -verify ec.pub -signature sig random >/dev/null || fail "P1 of a pipe, signed as a whole"
 
 echo "== a file that changes and grows while it is read"

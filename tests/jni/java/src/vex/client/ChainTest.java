@@ -18,6 +18,7 @@ import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
+import java.util.Map;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import javax.net.ssl.KeyManagerFactory;
@@ -175,15 +176,11 @@ class ChainTest {
     @ValueSource(ints = {VCTKError.URI_MALFORMED, 7})
     void signsWithoutChainsIfTheToolkitHasNone(int number) throws Exception {
         TestStore.writeChain(file(), TestStore.chain("secp256r1", 3));
-        ProcessBuilder builder = new ProcessBuilder(Run.jdkProgram("java"), "--enable-native-access=ALL-UNNAMED",
-            "-Dvex.jni.library=" + System.getProperty("vex.jni.library"), "-cp", System.getProperty("java.class.path"),
-            WithoutChains.class.getName(), file().toString());
-        builder.environment().merge("LD_PRELOAD", System.getProperty("vex.test.toolkit-without-chains"),
-            (others, toolkit) -> others + " " + toolkit);
-        builder.environment().put("VEX_TEST_CHAIN_ERROR", Integer.toString(number));
-        Run run = Run.of(builder).succeeded();
+        Run run = ReducedToolkit.run(WithoutChains.class, Map.of("VEX_TEST_WITHOUT", "chain= list= errors= handle:",
+            "VEX_TEST_REFUSAL", Integer.toString(number)), file().toString());
         assertEquals("KeyStore: 1\nsignature: 1\nresult: true, 1\nlisted: NOT_SUPPORTED\n"
-            + "with chain: The toolkit cannot include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself\nwith a chain's file: "
+            + "with chain: The toolkit cannot include a chain; leave out INCLUDE_CHAIN and pass the chain on yourself\n"
+            + "with a chain's file: "
             + VCTKError.INVALID_ARGUMENT + "\n", run.output());
     }
 

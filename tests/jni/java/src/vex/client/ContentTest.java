@@ -23,7 +23,9 @@ import java.security.spec.PSSParameterSpec;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Base64;
+import java.util.HashMap;
 import java.util.List;
+import java.util.Map;
 import java.util.Random;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.atomic.AtomicBoolean;
@@ -332,13 +334,13 @@ class ContentTest {
 
     private String runWithoutDigestNames(OpenSslKeys key, String toolkit) throws Exception {
         store(key);
-        ProcessBuilder builder = new ProcessBuilder(Run.jdkProgram("java"), "--enable-native-access=ALL-UNNAMED",
-            "-Dvex.jni.library=" + System.getProperty("vex.jni.library"), "-cp", System.getProperty("java.class.path"),
-            WithoutDigestNames.class.getName(), directory.resolve(key + ".pem").toString());
-        builder.environment().merge("LD_PRELOAD", System.getProperty("vex.test.toolkit-without-digest-names"),
-            (others, library) -> others + " " + library);
-        builder.environment().put("VEX_TEST_TOOLKIT", toolkit);
-        return Run.of(builder).succeeded().output();
+        Map<String, String> environment = new HashMap<>();
+        environment.put("VEX_TEST_WITHOUT", toolkit.equals("pss") ? "prehashed:" : "prehashed: /PSS");
+        if (toolkit.equals("any")) {
+            environment.put("VEX_TEST_ANY_DIGEST", "yes");
+        }
+        return ReducedToolkit.run(WithoutDigestNames.class, environment, directory.resolve(key + ".pem").toString())
+            .output();
     }
 
     private static final List<String> CONTENT_IS_COLLECTED = List.of("file: true", "file with content: true",
