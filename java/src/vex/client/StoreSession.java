@@ -9,7 +9,7 @@ import java.util.List;
  * some time after the KeyStore and the keys became unreachable. Any thread may call any method.
  */
 final class StoreSession {
-    private final Session session;
+    final Session session;
     private final Reaper.Ticket ticket;
 
     private StoreSession(Session session) {

@@ -30,7 +30,8 @@ class LifetimeTest {
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
     private static final int THREADS = 16;
     private static final int ROUNDS = 200;
-    private static final int CLIENTS = 2000;
+    private static final int VIRTUAL_THREADS = 2000;
+    private static final int CLIENTS = 300;
 
     private static boolean isFinalized(long handle) {
         return NATIVES.GetLastError(handle) == VCTKError.INVALID_HANDLE;
@@ -161,23 +162,24 @@ class LifetimeTest {
 
     @Test
     void eachThreadGetsTheErrorOfItsOwnCall() throws Exception {
-        run(Executors.newFixedThreadPool(THREADS));
+        run(Executors.newFixedThreadPool(THREADS), THREADS, ROUNDS);
     }
 
     @Test
     void eachVirtualThreadGetsTheErrorOfItsOwnCall() throws Exception {
         if (Runtime.version().feature() >= 21) {
-            run((ExecutorService) Executors.class.getMethod("newVirtualThreadPerTaskExecutor").invoke(null));
+            run((ExecutorService) Executors.class.getMethod("newVirtualThreadPerTaskExecutor").invoke(null),
+                VIRTUAL_THREADS, 3);
         } else {
             assertThrows(NoSuchMethodException.class,
                 () -> Executors.class.getMethod("newVirtualThreadPerTaskExecutor"));
         }
     }
 
-    private static void run(ExecutorService executor) throws Exception {
+    private static void run(ExecutorService executor, int threads, int rounds) throws Exception {
         try (SigningClient client = openEc()) {
-            Together.run(executor, THREADS, thread -> {
-                for (int round = 0; round < ROUNDS; ++round) {
+            Together.run(executor, threads, thread -> {
+                for (int round = 0; round < rounds; ++round) {
                     failOrSign(client, thread);
                     Thread.yield();
                 }

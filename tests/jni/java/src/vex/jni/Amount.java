@@ -3,19 +3,19 @@ package vex.jni;
 import java.util.concurrent.ThreadLocalRandom;
 
 /** How often a test repeats its work, and the seed of its random choices. Amount.h reads the same variables. */
-final class Amount {
+public final class Amount {
     private static final long SEED = seed();
 
     private Amount() {}
 
     /** The number in the environment variable, which a long run sets; otherwise the given one. */
-    static int of(String variable, int otherwise) {
+    public static int of(String variable, int otherwise) {
         String amount = System.getenv(variable);
         return amount == null ? otherwise : Integer.parseInt(amount);
     }
 
     /** The seed of this JVM: that of the environment variable VEX_TEST_SEED, otherwise a new one. It is printed. */
-    static long seedOfRun() {
+    public static long seedOfRun() {
         return SEED;
     }
 

@@ -8,11 +8,11 @@ import javax.management.JMException;
 import javax.management.ObjectName;
 
 /** The resources that this process uses at one moment. */
-record ProcessSize(long residentBytes, int descriptors, int threads) {
+public record ProcessSize(long residentBytes, int descriptors, int threads) {
     private static final long PAGE = 4096;
 
     /** First gives back the memory that malloc keeps for later, if this JVM can do that. */
-    static ProcessSize now() throws IOException {
+    public static ProcessSize now() throws IOException {
         trim();
         String[] pages = Files.readString(Path.of("/proc/self/statm")).split(" ");
         String[] stat = Files.readString(Path.of("/proc/self/stat")).split("\\) ")[1].split(" ");
