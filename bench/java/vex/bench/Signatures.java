@@ -24,6 +24,7 @@ import org.bouncycastle.cms.jcajce.JcaSignerInfoGeneratorBuilder;
 import org.bouncycastle.operator.ContentSigner;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 import org.bouncycastle.operator.jcajce.JcaDigestCalculatorProviderBuilder;
+import vex.client.SigningClient;
 import vex.client.SigningProvider;
 import vex.client.StoreParameter;
 import vex.jni.TAVClientJNI;
@@ -37,6 +38,8 @@ final class Signatures {
 
     private static final String HAND = "hand-written native";
     private static final String STRAIGHT = "native without the contract";
+    private static final String KILOBYTE = "x".repeat(1 << 10);
+    private static final String TOKEN_PIN = "1234";
 
     private final TAVClientJNI client = new TAVClientJNI();
     private final Path directory;
@@ -73,7 +76,6 @@ final class Signatures {
         long hand = HandWrittenSigner.open(rsaFile.toString());
         long handEc = HandWrittenSigner.open(ecFile.toString());
 
-        String kilobyte = "x".repeat(1 << 10);
         String megabyte = "x".repeat(1 << 20);
 
         Map<String, Signer> p1 = new LinkedHashMap<>();
@@ -85,21 +87,21 @@ final class Signatures {
         if (softHsm != null) {
             p1.put("SoftHSM2 through the JDK", softHsm);
         }
-        compare("RSA-2048 P1 of 1 KiB", kilobyte, p1);
+        compare("RSA-2048 P1 of 1 KiB", KILOBYTE, p1);
 
         Map<String, Signer> p7 = new LinkedHashMap<>();
         p7.put("product", text -> client.P7SignString(product, text, 1, 1));
         p7.put(HAND, text -> HandWrittenSigner.contractP7(hand, text));
         p7.put(STRAIGHT, text -> HandWrittenSigner.straightP7(hand, text));
         p7.put("BouncyCastle CMS", bouncyCastle(rsa));
-        compare("RSA-2048 P7 of 1 KiB", kilobyte, p7);
+        compare("RSA-2048 P7 of 1 KiB", KILOBYTE, p7);
 
         Map<String, Signer> p256 = new LinkedHashMap<>();
         p256.put("product", text -> client.P1SignString(productEc, text));
         p256.put(HAND, text -> HandWrittenSigner.contractP1(handEc, text));
         p256.put(STRAIGHT, text -> HandWrittenSigner.straightP1(handEc, text));
         p256.put("SunEC", jdk("SHA256withECDSA", "SunEC", ec.key()));
-        compare("P-256 P1 of 1 KiB", kilobyte, p256);
+        compare("P-256 P1 of 1 KiB", KILOBYTE, p256);
 
         long productPss = open("file:" + rsaFile, "SHA-256/PSS");
         Map<String, Signer> pss = new LinkedHashMap<>();
@@ -108,7 +110,7 @@ final class Signatures {
         Signature sun = Signature.getInstance("RSASSA-PSS", "SunRsaSign");
         sun.setParameter(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA256, 32, 1));
         pss.put("SunRsaSign", jdk(sun, rsa.key()));
-        compare("RSA-2048-PSS P1 of 1 KiB", kilobyte, pss);
+        compare("RSA-2048-PSS P1 of 1 KiB", KILOBYTE, pss);
 
         long productDigest = open("file:" + rsaFile, "prehashed:SHA-256");
         Map<String, Signer> digest = new LinkedHashMap<>();
@@ -123,14 +125,32 @@ final class Signatures {
 
         Map<String, Signer> jca = new LinkedHashMap<>();
         byte[] bytes = megabyte.getBytes(StandardCharsets.UTF_8);
-        jca.put("product through the JCA", jca(SigningProvider.NAME, keyOf(rsaFile), bytes));
+        jca.put("product through the JCA", jca(SigningProvider.NAME, keyOf(StoreParameter.file(rsaFile)), bytes));
         jca.put("SunRsaSign", jca("SunRsaSign", rsa.key(), bytes));
         compare("RSA-2048 through the JCA of 1 MiB", megabyte, jca);
 
         long other = open("file:" + rsaFile);
-        Measuring.interleave("RSA-2048 P1 of 1 KiB, two threads" + java, "signatures/s", 1, rounds, Map.of(
-            "product", () -> threads(kilobyte, product, other),
-            "product, one thread", () -> threads(kilobyte, product)));
+        twoThreads("", text -> client.P1SignString(product, text), text -> client.P1SignString(other, text));
+        try (SigningClient shared = SigningClient.file(rsaFile).open()) {
+            Signer signer = text -> Base64.getEncoder().encodeToString(shared.signRaw(text));
+            twoThreads(", one client", signer, signer);
+        }
+        twoThreads(", one KeyStore", keyOf(StoreParameter.file(rsaFile)));
+        if (softHsm != null) {
+            twoThreads(", one KeyStore of a token", keyOf(StoreParameter.store("pkcs11:token=bench?module-path="
+                + System.getenv("SOFTHSM2_MODULE") + "&pin-value=" + TOKEN_PIN, null)));
+        }
+    }
+
+    private void twoThreads(String of, PrivateKey key) throws Exception {
+        byte[] bytes = KILOBYTE.getBytes(StandardCharsets.US_ASCII);
+        twoThreads(of, jca(SigningProvider.NAME, key, bytes), jca(SigningProvider.NAME, key, bytes));
+    }
+
+    private void twoThreads(String of, Signer first, Signer second) throws Exception {
+        Measuring.interleave("RSA-2048 P1 of 1 KiB, two threads" + of + java, "signatures/s", 1, rounds, Map.of(
+            "product", () -> threads(KILOBYTE, first, second),
+            "product, one thread", () -> threads(KILOBYTE, first)));
     }
 
     private long open(String initialisation) throws IOException {
@@ -161,10 +181,10 @@ final class Signatures {
         };
     }
 
-    private static PrivateKey keyOf(Path store) throws Exception {
+    private static PrivateKey keyOf(StoreParameter store) throws Exception {
         Security.addProvider(new SigningProvider());
         KeyStore keys = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE);
-        keys.load(StoreParameter.file(store));
+        keys.load(store);
         return (PrivateKey) keys.getKey(keys.aliases().nextElement(), null);
     }
 
@@ -201,7 +221,7 @@ final class Signatures {
         Provider provider = Security.getProvider("SunPKCS11").configure(configuration.toString());
         Security.addProvider(provider);
         KeyStore store = KeyStore.getInstance("PKCS11", provider);
-        store.load(null, "1234".toCharArray());
+        store.load(null, TOKEN_PIN.toCharArray());
         store.setKeyEntry("bench", identity.key(), null,
             new java.security.cert.Certificate[] {identity.certificate()});
         return jdk("SHA256withRSA", provider.getName(), (PrivateKey) store.getKey("bench", null));
@@ -231,27 +251,27 @@ final class Signatures {
     }
 
     /**
-     * Signs a number of texts with one thread per object. Each thread takes the next text when it is done. So all
+     * Signs a number of texts with one thread per signer. Each thread takes the next text when it is done. So all
      * threads stay busy to the end, even if the log's writer slows some down. Returns the signatures of all per second.
      */
-    private double threads(String text, long... handles) throws Exception {
-        CyclicBarrier together = new CyclicBarrier(handles.length + 1);
+    private double threads(String text, Signer... signers) throws Exception {
+        CyclicBarrier together = new CyclicBarrier(signers.length + 1);
         int texts = 20 * millis;
         AtomicInteger next = new AtomicInteger();
         AtomicInteger signed = new AtomicInteger();
-        Thread[] threads = new Thread[handles.length];
+        Thread[] threads = new Thread[signers.length];
         for (int i = 0; i < threads.length; ++i) {
-            long handle = handles[i];
+            Signer signer = signers[i];
             threads[i] = new Thread(() -> {
                 try {
                     together.await();
-                } catch (Exception interrupted) {
-                    throw new IllegalStateException(interrupted);
-                }
-                while (next.getAndIncrement() < texts) {
-                    if (client.P1SignString(handle, text) != null) {
-                        signed.incrementAndGet();
+                    while (next.getAndIncrement() < texts) {
+                        if (signer.sign(text) != null) {
+                            signed.incrementAndGet();
+                        }
                     }
+                } catch (Exception e) {
+                    throw new IllegalStateException(e);
                 }
             });
             threads[i].start();
