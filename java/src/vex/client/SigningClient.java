@@ -33,9 +33,10 @@ import java.util.Objects;
  * characters replaced. Bytes are signed unchanged under every locale. Empty texts and empty data are refused.
  *
  * <h2>Threads</h2>
- * Any thread may call any method at any time. The client is immutable. Calls on one client run one after the other, so
- * threads that sign a lot are faster with a client each. An exception always tells the error of the call that threw it,
- * whatever other threads do.
+ * Any thread may call any method at any time. The client is immutable. As many calls as there are processors run at
+ * once; further calls wait in the order of their arrival. If the toolkit cannot share an opened store, calls run one
+ * after the other. An exception always tells the error of the call that threw it, whatever other threads do. All this
+ * holds for virtual threads too: they wait without their carriers, and keep them while they sign.
  *
  * <h2>Closing</h2>
  * {@link #close} may be called at any time and more than once. Calls of other threads that are in progress finish

@@ -57,8 +57,9 @@ import java.util.function.Supplier;
  * refuses empty data. {@code Signature.getInstance} without a provider selects this provider for its keys, and another
  * one for other keys and for verifying.
  *
- * <p>Any thread may use a provider, a loaded KeyStore and a key. Signatures with keys of one loaded KeyStore are made
- * one after the other, so threads that sign a lot are faster with a KeyStore each.
+ * <p>Any thread may use a provider, a loaded KeyStore and a key. As many signatures with keys of one loaded KeyStore as
+ * there are processors are made at once; further ones wait in the order of their arrival. If the toolkit cannot share an
+ * opened store, they are made one after the other.
  */
 public final class SigningProvider extends Provider {
     /** The provider's name, for {@code getInstance(..., "VexClient")}. */

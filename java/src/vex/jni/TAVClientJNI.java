@@ -32,7 +32,9 @@ package vex.jni;
  *
  * <p>Virtual threads with the same carrier, a platform thread, share a last error. A virtual thread may change its
  * carrier when it waits. So call {@link #GetLastError} directly after the failed call, and do nothing in between that
- * may wait (no lock, no input or output, no logging). {@code vex.client} does so.
+ * may wait (no lock, no input or output, no logging, no class that is used for the first time). A native that waits for
+ * its turn on the handle keeps its carrier, so do not share a handle among many virtual threads. {@code vex.client}
+ * takes care of all this.
  *
  * <h2>Loading</h2>
  * The first use of this class loads the native library. If the system property {@code vex.jni.library} is set, it is
