@@ -8,10 +8,11 @@ namespace vexposix {
 
 enum class ForkPhase {
     kHandles,     // 1: the table of signing objects, then the locks of the objects
-    kWrongPins,   // 2: the PINs that tokens have refused
-    kModules,     // 3: PKCS #11 modules; the child gets a list of its own
-    kOpenFiles,   // 4: the table of open files
-    kFileClosing  // 5: closing a locked file
+    kStoreFiles,  // 2: the store files that are in use; the child gets a list of its own
+    kWrongPins,   // 3: the PINs that tokens have refused
+    kModules,     // 4: PKCS #11 modules; the child gets a list of its own
+    kOpenFiles,   // 5: the table of open files
+    kFileClosing  // 6: closing a locked file
 };
 
 struct ForkHandlers {

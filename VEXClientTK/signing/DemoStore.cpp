@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -24,7 +23,7 @@
 #include "signing/DemoCertificates.h"
 #include "signing/Failure.h"
 #include "signing/FileBytes.h"
-#include "signing/Store.h"
+#include "signing/SharedIdentities.h"
 
 namespace vextk {
 namespace {
@@ -87,23 +86,21 @@ public:
         }
     }
 
-    // The store's identities. Nothing: there is no store, or it must be made again.
-    std::optional<Identities> Read() const {
+    // The store's identities. Null: there is no store, or it must be made again.
+    IdentitiesPtr Read() const {
         const OpenedFile file = OpenFile(m_directory.Get(), kStoreName, vexposix::kPrivateInput);
         if (file.nErrno == ENOENT) {
-            return std::nullopt;
+            return nullptr;
         }
         RequireSuccess(kStoreName, file.nErrno);
         try {
-            Identities identities = ReadIdentities(ReadFileBytes(file, kLargestStore).View(), nullptr);
+            IdentitiesPtr identities = ReadSharedIdentities(ReadFileBytes(file, kLargestStore).View(), nullptr);
             const std::time_t now = std::time(nullptr);
-            const bool bUsable = identities.size() == 2 &&
-                                 std::all_of(identities.begin(), identities.end(), [now](const IdentityPtr& identity) {
-                                     return identity->FlawAt(now) == Flaw::kNone;
-                                 });
-            return bUsable ? std::optional(std::move(identities)) : std::nullopt;
+            const auto signs = [now](const IdentityPtr& identity) { return identity->FlawAt(now) == Flaw::kNone; };
+            const bool bUsable = identities->size() == 2 && std::all_of(identities->begin(), identities->end(), signs);
+            return bUsable ? identities : nullptr;
         } catch (const Failure&) {
-            return std::nullopt;
+            return nullptr;
         } catch (const std::system_error& error) {
             Fail(Path(kStoreName), error.code().value());
         }
@@ -142,21 +139,21 @@ private:
 
 }  // namespace
 
-Identities OpenDemoStore() {
+IdentitiesPtr OpenDemoStore() {
     const DemoDirectory directory;
-    if (std::optional<Identities> identities = directory.Read()) {
-        return std::move(*identities);
+    if (IdentitiesPtr identities = directory.Read()) {
+        return identities;
     }
     const FileDescriptor lock = directory.Lock();
-    if (std::optional<Identities> identities = directory.Read()) {
-        return std::move(*identities);  // another process or thread has just made it
+    if (IdentitiesPtr identities = directory.Read()) {
+        return identities;  // another process or thread has just made it
     }
     const BioPtr pem = MakeDemoCertificates(std::time(nullptr));
     char* pchPem = nullptr;
     const long cbPem = BIO_get_mem_data(pem.get(), &pchPem);
     const std::string_view bytes(pchPem, static_cast<size_t>(cbPem));
     directory.Write(bytes);
-    return ReadIdentities(bytes, nullptr);
+    return ReadSharedIdentities(bytes, nullptr);
 }
 
 }  // namespace vextk

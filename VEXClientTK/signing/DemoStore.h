@@ -10,6 +10,6 @@
 namespace vextk {
 
 // Throws VCTK_E_DEMO_STORE.
-Identities OpenDemoStore();
+IdentitiesPtr OpenDemoStore();
 
 }  // namespace vextk

@@ -76,6 +76,7 @@ private:
 
 using IdentityPtr = std::shared_ptr<const Identity>;
 using Identities = std::vector<IdentityPtr>;
+using IdentitiesPtr = std::shared_ptr<const Identities>;
 
 // The identity of a certificate. It is a damaged one when certificate is null or parts of it cannot be read.
 IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey = Flaw::kNoPrivateKey,

@@ -246,13 +246,13 @@ Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& 
     return *pModule;
 }
 
-std::shared_ptr<Token> Pkcs11Module::FindToken(const TokenName& name) {
+Token& Pkcs11Module::FindToken(const TokenName& name) {
     const CVEXLock lock(m_mutex);
-    std::shared_ptr<Token>& token = m_tokens[name];
+    std::unique_ptr<Token>& token = m_tokens[name];
     if (!token) {
-        token = std::make_shared<Token>(*this, name);
+        token = std::make_unique<Token>(*this, name);
     }
-    return token;
+    return *token;
 }
 
 }  // namespace vextk

@@ -79,8 +79,8 @@ public:
     // still hold it.
     void RequireUsable() const { const CallPermit permit(*this, false); }
 
-    // Returns the process's one object for this token.
-    std::shared_ptr<Token> FindToken(const TokenName& name);
+    // Returns the process's one object for this token. It lives as long as the process.
+    Token& FindToken(const TokenName& name);
 
 private:
     struct Process;
@@ -105,7 +105,7 @@ private:
     mutable std::mutex m_oneCall;
 
     CVEXMutex m_mutex;
-    std::map<TokenName, std::shared_ptr<Token>> m_tokens VEX_GUARDED_BY(m_mutex);
+    std::map<TokenName, std::unique_ptr<Token>> m_tokens VEX_GUARDED_BY(m_mutex);
 };
 
 }  // namespace vextk

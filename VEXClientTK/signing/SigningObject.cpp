@@ -231,7 +231,7 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
     Choice choice{settings, {}, {}, nullptr, {}};
     Identities passedOver;
     size_t cFiltered = 0;
-    for (const IdentityPtr& identity : m_store->identities) {
+    for (const IdentityPtr& identity : *m_store->identities) {
         if (!PassesFilters(*identity, settings->filters)) {
             ++cFiltered;
             continue;
@@ -361,7 +361,7 @@ std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
     const SettingsPtr settings = CurrentSettings();
     if (m_store->bListAll) {
         const std::time_t now = std::time(nullptr);
-        for (const IdentityPtr& identity : m_store->identities) {
+        for (const IdentityPtr& identity : *m_store->identities) {
             if (PassesFilters(*identity, settings->filters)) {
                 std::vector<std::string> fields = ListFields(*identity);
                 fields.push_back(StateText(*identity, now));

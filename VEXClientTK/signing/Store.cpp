@@ -14,6 +14,7 @@
 #include "signing/KeyIndex.h"
 #include "signing/Pem.h"
 #include "signing/Pkcs12.h"
+#include "signing/SharedIdentities.h"
 #include "signing/StoreContent.h"
 #include "signing/StoreUri.h"
 #include "signing/TokenStore.h"
@@ -54,10 +55,10 @@ SecretText ReadPin(const std::string& strPath) {
     }
 }
 
-Identities ReadFile(const std::string& strPath, const SecretText* pPin) {
+IdentitiesPtr ReadFile(const std::string& strPath, const SecretText* pPin) {
     try {
         const SecretText bytes = ReadFileBytes(strPath, kLargestStore);
-        return ReadIdentities(bytes.View(), pPin);
+        return ReadSharedIdentities(bytes.View(), pPin);
     } catch (const std::system_error& error) {
         const int nErrno = error.code().value();
         const bool bMissing = nErrno == ENOENT || nErrno == ENOTDIR;
@@ -67,14 +68,14 @@ Identities ReadFile(const std::string& strPath, const SecretText* pPin) {
 }
 
 // others: certificates beside the store's own that may be of issuers.
-Identities Open(const StoreUri& uri, Identities& others) {
+IdentitiesPtr Open(const StoreUri& uri, Identities& others) {
     switch (uri.kind) {
         case StoreUri::Kind::kDemo:
             return OpenDemoStore();
         case StoreUri::Kind::kToken: {
             TokenIdentities token = OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
             others = std::move(token.others);
-            return std::move(token.described);
+            return std::make_shared<const Identities>(std::move(token.described));
         }
         default:
             return ReadFile(uri.strPath, uri.pin ? &*uri.pin : nullptr);
@@ -82,10 +83,10 @@ Identities Open(const StoreUri& uri, Identities& others) {
 }
 
 // The certificates of a PEM or PKCS #12 file. Its keys are not used.
-Identities ReadChainSource(const std::string& strPath) {
+IdentitiesPtr ReadChainSource(const std::string& strPath) {
     try {
-        Identities identities = ReadFile(strPath, nullptr);
-        if (std::none_of(identities.begin(), identities.end(),
+        IdentitiesPtr identities = ReadFile(strPath, nullptr);
+        if (std::none_of(identities->begin(), identities->end(),
                          [](const IdentityPtr& identity) { return IsAuthority(*identity); })) {
             throw Failure(VCTK_E_STORE_FORMAT, strPath + ": it has no certificate of an issuer");
         }
@@ -103,8 +104,8 @@ Authorities FindAuthorities(const StoreUri& uri, const Identities& identities, c
     Identities all = identities;
     all.insert(all.end(), others.begin(), others.end());
     if (!uri.strChainSource.empty()) {
-        const Identities source = ReadChainSource(uri.strChainSource);
-        all.insert(all.end(), source.begin(), source.end());
+        const IdentitiesPtr source = ReadChainSource(uri.strChainSource);
+        all.insert(all.end(), source->begin(), source->end());
     }
     return SelectAuthorities(WithoutCopies(std::move(all)));
 }
@@ -115,14 +116,14 @@ OpenedStore OpenOrThrow(StoreUri& uri) {
     }
     Identities others;
     OpenedStore store{Open(uri, others), uri.bListAll, uri.chain, {}};
-    const bool bHasKey = std::any_of(store.identities.begin(), store.identities.end(),
+    const bool bHasKey = std::any_of(store.identities->begin(), store.identities->end(),
                                      [](const IdentityPtr& identity) { return identity->Key() != nullptr; });
     if (!bHasKey && !uri.bListAll) {
-        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(store.identities, 0, std::time(nullptr)));
+        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(*store.identities, 0, std::time(nullptr)));
     }
     store.bListCertificates = uri.bListCertificates;
     if (uri.chain != ChainPart::kNone) {
-        store.authorities = FindAuthorities(uri, store.identities, others);
+        store.authorities = FindAuthorities(uri, *store.identities, others);
     }
     return store;
 }
@@ -167,7 +168,7 @@ OpenedStorePtr OpenStore(StoreUri uri) {
         if (!uri.bErrorsInHandle) {
             throw;
         }
-        OpenedStore failed;
+        OpenedStore failed{std::make_shared<const Identities>()};
         failed.failure = failure;
         return std::make_shared<const OpenedStore>(std::move(failed));
     }

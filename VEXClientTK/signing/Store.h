@@ -15,8 +15,8 @@ namespace vextk {
 
 // Immutable; the objects of several handles use it at the same time.
 struct OpenedStore {
-    Identities identities;
-    bool bListAll = false;  // the certificate list also shows certificates that cannot sign
+    IdentitiesPtr identities;  // not null; other stores may have the same
+    bool bListAll = false;     // the certificate list also shows certificates that cannot sign
     ChainPart chain = ChainPart::kNone;
     Authorities authorities = {};    // for the chains; empty with ChainPart::kNone
     bool bListCertificates = false;  // the certificate list also has the names and the certificates themselves

@@ -49,6 +49,22 @@ Token::Token(Pkcs11Module& module, TokenName name) : m_module(module), m_name(st
 
 Token::~Token() = default;
 
+std::shared_ptr<Token> Token::Use() {
+    ++m_cUsers;
+    return {this, [](Token* pToken) { pToken->EndUse(); }};
+}
+
+void Token::EndUse() noexcept {
+    if (!m_module.IsUsable()) {
+        return;  // in a forked child, a thread of the parent may hold the lock
+    }
+    const CVEXLock lock(m_mutex);
+    if (--m_cUsers == 0) {
+        m_connection.reset();
+        m_pin.reset();
+    }
+}
+
 // Runs an operation in a session. If the connection is lost, runs it once more with a new connection.
 template <typename Operation>
 auto Token::Run(Operation operation) {
@@ -134,7 +150,7 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
     }
 }
 
-void Token::LogIn(const SecretText* pPin, bool bOthersUseIt) {
+void Token::LogIn(const SecretText* pPin) {
     m_module.RequireUsable();
     std::optional<SecretText> pin;
     if (pPin != nullptr && !pPin->View().empty()) {
@@ -146,6 +162,7 @@ void Token::LogIn(const SecretText* pPin, bool bOthersUseIt) {
     if (m_connection && bSamePin) {
         return;
     }
+    const bool bOthersUseIt = m_cUsers > 1;
     // If the PIN was changed by other means, the token has refused the old one. Then a new PIN is accepted.
     const bool bPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name), m_pin->View());
     if (m_connection || (bOthersUseIt && bPinInUse && !bSamePin)) {

@@ -1,9 +1,11 @@
-// A token: reads its content and signs with its keys. The process has one object and one login for each token.
+// A token: reads its content and signs with its keys. The process has one object for each token. All its users share
+// one login, which ends when the last of them has gone.
 //
 // If the token is removed and put back, or its sessions are lost in another way, the object finds it again by its name,
 // logs in with the same PIN, and looks up the keys again.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <span>
@@ -27,9 +29,14 @@ public:
 
     const TokenName& Name() const { return m_name; }
 
+    // A user of the token, until the last copy of the pointer has gone. The users of a process share the connection and
+    // the PIN. When the last one goes, all sessions are closed, so that the token logs the process out, and the PIN is
+    // forgotten. Other members are for users only. The token must outlive them.
+    std::shared_ptr<Token> Use();
+
     // Logs in, unless the token is already logged in with this PIN. A PIN that the token has refused is not sent to it
-    // again. bOthersUseIt: other objects use the token, so a PIN other than theirs is wrong.
-    void LogIn(const SecretText* pPin, bool bOthersUseIt);
+    // again. If the token has other users, a PIN other than theirs is wrong.
+    void LogIn(const SecretText* pPin);
 
     TokenContent Read();
 
@@ -40,6 +47,8 @@ public:
 
 private:
     using ConnectionPtr = std::shared_ptr<TokenConnection>;
+
+    void EndUse() noexcept;
 
     template <typename Operation>
     auto Run(Operation operation);
@@ -52,6 +61,8 @@ private:
 
     Pkcs11Module& m_module;
     const TokenName m_name;
+
+    std::atomic<int> m_cUsers{0};  // falls under the mutex, so that nobody logs in while the last user logs out
 
     CVEXMutex m_mutex;
     ConnectionPtr m_connection VEX_GUARDED_BY(m_mutex);       // null until the next use makes one

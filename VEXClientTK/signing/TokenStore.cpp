@@ -95,10 +95,8 @@ std::string NameFrom(const std::string& strLabel) {
 
 TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     Pkcs11Module& module = Pkcs11Module::Open(uri.strModulePath, uri.strModuleName);
-    const std::shared_ptr<Token> token = module.FindToken(FindToken(uri, module));
-    // The module and this function hold one reference each.
-    const bool bOthersUseIt = token.use_count() > 2;
-    token->LogIn(pPin, bOthersUseIt);
+    const std::shared_ptr<Token> token = module.FindToken(FindToken(uri, module)).Use();
+    token->LogIn(pPin);
 
     TokenContent content = token->Read();
     const KeysById keys = ById(content.keys);

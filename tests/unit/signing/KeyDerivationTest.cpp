@@ -7,16 +7,13 @@
 #include <memory>
 #include <string>
 
+#include "MacCount.h"
 #include "Row.h"
 #include "SelfSigned.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
 
-namespace {
-
-int g_cMacs = 0;
-
-}  // namespace
+std::atomic<int> g_cMacs{0};
 
 extern "C" int __real_PKCS12_verify_mac(PKCS12* pFile, const char* pszPin, int cchPin);
 

@@ -43,6 +43,10 @@ std::string ManyIdentities(int nCount) {
     return MemoryBioText(pem.get());
 }
 
+OpenedStorePtr StoreOf(Identities identities) {
+    return std::make_shared<const OpenedStore>(std::make_shared<const Identities>(std::move(identities)));
+}
+
 double SecondsPerSignature(SigningObject& object) {
     object.SignP1("text", 0);
     constexpr int kSignatures = 500;
@@ -56,13 +60,13 @@ double SecondsPerSignature(SigningObject& object) {
 TEST(ManyCertificates, SignAsFastAsOne) {
     InitialiseOpenSsl();
     const int nMany = Scaled(10000);
-    SigningObject one(std::make_shared<const OpenedStore>(ReadIdentities(ManyIdentities(1), nullptr)));
+    SigningObject one(StoreOf(ReadIdentities(ManyIdentities(1), nullptr)));
     const std::string strPem = ManyIdentities(nMany);
     const Clock::time_point began = Clock::now();
     Identities identities = ReadIdentities(strPem, nullptr);
     const double dOpen = SecondsSince(began);
     ASSERT_EQ(identities.size(), static_cast<size_t>(nMany));
-    SigningObject many(std::make_shared<const OpenedStore>(std::move(identities)));
+    SigningObject many(StoreOf(std::move(identities)));
 
     const double dOne = SecondsPerSignature(one);
     const double dMany = SecondsPerSignature(many);
@@ -74,7 +78,7 @@ TEST(ManyCertificates, SignAsFastAsOne) {
 
 TEST(ManyCertificates, AChangeIsSeenAtOnce) {
     InitialiseOpenSsl();
-    SigningObject object(std::make_shared<const OpenedStore>(ReadIdentities(ManyIdentities(3), nullptr)));
+    SigningObject object(StoreOf(ReadIdentities(ManyIdentities(3), nullptr)));
     const auto signer = [&] {
         object.SignP1("text", 0);
         return object.SignCertificate();

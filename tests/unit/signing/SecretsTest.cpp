@@ -138,6 +138,8 @@ TEST_F(SecretsTest, TheKeyFileIsGoneAfterReadingAndTheKeyAfterFinalize) {
         ASSERT_TRUE(client.SignP1("text"));
         EXPECT_GE(CountInMemory(strLittleEndian), 1U) << "the search did not find the key in use";
         EXPECT_EQ(CountInMemory(strFileLine), 0U);
+        const ToolkitClient second("file:" + m_directory.Path("s.pem"));
+        ASSERT_TRUE(second.SignP1("text"));
     }
     EXPECT_EQ(CountInMemory(strLittleEndian), 0U);
     EXPECT_EQ(CountInMemory(strBigEndian), 0U);

@@ -102,6 +102,38 @@ TEST_F(StoreHandleTest, OpensWhileOthersFinalize) {
     }
 }
 
+// Each thread has a handle, and all handles have the keys and certificates in common.
+TEST_F(StoreHandleTest, SignAtTheSameTime) {
+    MakeIdentity(m_directory, {"rsa"});
+    MakeIdentity(m_directory, {"ed", "ed25519"});
+    const std::string strUri =
+        "file:" + MakePemStore(m_directory, "s.pem", {"ec", "rsa", "ed"}) + "?list=certificates&chain=root";
+    const auto filter = [](const ToolkitClient& client, const char* pszAlgorithm) {
+        return VCTK_ClearFilter(client.Handle()) == 0 &&
+               VCTK_AddFilter(client.Handle(), VCTK_FILTER_KEY_ALGORITHM, pszAlgorithm) == 0;
+    };
+    const ToolkitClient first(strUri);
+    ASSERT_TRUE(filter(first, "RSA"));
+    const auto expected = first.SignP1("text");  // PKCS #1 v1.5 is deterministic
+    ASSERT_TRUE(expected);
+    std::atomic<int> cWrong = 0;
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, strMine = i % 2 == 0 ? strUri : HandleUri(first.Handle())] {
+            const ToolkitClient mine(strMine);
+            for (int n = 0; n < 20; ++n) {
+                cWrong += filter(mine, "RSA") && mine.SignP1("text") == expected ? 0 : 1;
+                cWrong += mine.SignP7("text", 0, 1, 1) ? 0 : 1;
+                cWrong += filter(mine, "EC") && mine.SignP1("text") && mine.SignP7("text", 0, 1, 1) ? 0 : 1;
+                cWrong += filter(mine, "ED25519") && mine.SignP1("text") ? 0 : 1;
+                cWrong += VCTK_ClearFilter(mine.Handle()) == 0 && mine.Records().size() == 3 ? 0 : 1;
+            }
+        });
+    }
+    threads.clear();
+    EXPECT_EQ(cWrong, 0);
+}
+
 TEST_F(StoreHandleTest, AForkedChildOpensMore) {
     const ToolkitClient client(m_strUri);
     ASSERT_TRUE(client.IsOpen());

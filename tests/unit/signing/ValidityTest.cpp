@@ -76,7 +76,8 @@ protected:
 };
 
 TEST_F(ValidityTest, CertificatesSignInTheirPeriodAndAgainWhenTheClockIsSetBack) {
-    const SigningObject object(std::make_shared<const OpenedStore>(StoreOf({{0, 1000}, {500, 2000}})));
+    const SigningObject object(
+        std::make_shared<const OpenedStore>(std::make_shared<const Identities>(StoreOf({{0, 1000}, {500, 2000}}))));
     std::vector<std::pair<long, std::string>> moments = {{-1, ""},        {0, "01,"},       {499, "01,"},
                                                          {500, "01,02,"}, {1000, "01,02,"}, {1001, "02,"},
                                                          {2000, "02,"},   {2001, ""}};
