@@ -15,6 +15,7 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Run;
+import vex.jni.TestJar;
 import vex.jni.TestStore;
 
 /** A program in a module, which needs the jar's module, runs from the module path and in an image made by jlink. */
@@ -89,17 +90,31 @@ class ModuleTest {
         assertEquals(SIGNED + "module vex.client@" + version() + "\n", sorted(output));
     }
 
-    /** keytool finds the provider by its name, as a service. */
+    /** keytool and jarsigner find the provider by its name, as a service. */
     @ParameterizedTest
     @ValueSource(strings = {"--class-path", "--module-path"})
-    void keytoolAddsTheProviderByItsName(String path) throws Exception {
+    void theJdksToolsAddTheProviderByItsName(String path) throws Exception {
         Path store = directory.resolve("keys.p12");
-        TestStore.writePkcs12(store, List.of(TestStore.identity("secp256r1", "CN=Signer", 1, 30, 0)));
-        String output = run(Run.jdkProgram("keytool"), "-J" + path + "=" + jar("vex.test.bundled"),
-            "-J--enable-native-access=" + (path.equals("--class-path") ? "ALL-UNNAMED" : "vex.client"), "-list",
-            "-keystore", "NONE", "-storetype", "VexClient", "-storepass", TestStore.PIN, "-addprovider",
-            "VexClient", "-providerArg", "file:" + store);
+        TestStore.Identity signer = TestStore.identity("secp256r1", "CN=Signer", 1, 30, 0);
+        TestStore.writePkcs12(store, List.of(signer));
+        List<String> options = List.of("-J" + path + "=" + jar("vex.test.bundled"),
+            "-J--enable-native-access=" + (path.equals("--class-path") ? "ALL-UNNAMED" : "vex.client"), "-keystore",
+            "NONE", "-storetype", "VexClient", "-storepass", TestStore.PIN, "-addprovider", "VexClient",
+            "-providerArg", "file:" + store);
+        String output = tool("keytool", options, "-list");
         assertTrue(output.contains("Your keystore contains 1 entry"), output);
+
+        Path signed = directory.resolve("app.jar");
+        TestJar.write(signed);
+        tool("jarsigner", options, signed.toString(), Certificates.fingerprint(signer.certificate()));
+        TestJar.assertSignedBy(signed, signer.certificate());
+    }
+
+    private String tool(String name, List<String> options, String... arguments) throws Exception {
+        List<String> command = new ArrayList<>(List.of(Run.jdkProgram(name)));
+        command.addAll(options);
+        command.addAll(List.of(arguments));
+        return run(command.toArray(new String[0]));
     }
 
     @Test

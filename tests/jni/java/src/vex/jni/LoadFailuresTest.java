@@ -36,6 +36,8 @@ class LoadFailuresTest {
     private static final String BUNDLED_JAR = System.getProperty("vex.test.bundled");
     private static final String PRODUCT_JAR = System.getProperty("vex.test.jar");
     private static final String PROPERTY = "vex.jni.library";
+    private static final String MAPS_OF_MUSL =
+        "7f0c8e200000-7f0c8e29b000 r-xp 00014000 fe:01 271 /lib/ld-musl-x86_64.so.1\n";
     private static final String NATIVE_ACCESS = "--enable-native-access=ALL-UNNAMED";
 
     @TempDir
@@ -152,9 +154,7 @@ class LoadFailuresTest {
 
     @Test
     void recognisesMuslByItsMapping() throws Exception {
-        Path maps = Files.writeString(directory.resolve("maps"),
-            "7f0c8e200000-7f0c8e29b000 r-xp 00014000 fe:01 271 /lib/ld-musl-x86_64.so.1\n");
-        assertTrue(LoadFailure.mapsMusl(maps));
+        assertTrue(LoadFailure.mapsMusl(Files.writeString(directory.resolve("maps"), MAPS_OF_MUSL)));
         assertFalse(LoadFailure.mapsMusl(Path.of("/proc/self/maps")));
         assertFalse(LoadFailure.mapsMusl(directory.resolve("missing")));
     }
@@ -283,21 +283,37 @@ class LoadFailuresTest {
             "Put tavclientjni.jar where both share it", "2 class loaders");
     }
 
-    @Test
-    void explainsADirectoryThatForbidsExecution() throws Exception {
-        List<String> unshare = List.of("env", "unshare", "--mount", "--map-root-user");
-        String mount = "mount -t tmpfs -o noexec tmpfs \"$0\"";
-        List<String> probe = new ArrayList<>(unshare);
-        probe.addAll(List.of("sh", "-c", mount + " && echo mounted", directory.toString()));
+    /** The words before a command that runs it after a mount that nobody else sees. $0 in the mount is the file. */
+    private static List<String> with(String mount, Path file) throws Exception {
+        List<String> prefix = List.of("env", "unshare", "--mount", "--map-root-user", "sh", "-c",
+            mount + " && exec \"$@\"", file.toString());
+        List<String> probe = new ArrayList<>(prefix);
+        probe.addAll(List.of("echo", "mounted"));
         String mounted = run(probe);
         assumeTrue(mounted.equals("mounted\n"), "this host allows no private mount namespace: " + mounted);
+        return prefix;
+    }
 
-        List<String> prefix = new ArrayList<>(unshare);
-        prefix.addAll(List.of("sh", "-c", mount + " && exec \"$@\"", directory.toString()));
-        String output = java(prefix, NATIVE_ACCESS, "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(),
-            Load.class.getName());
+    @Test
+    void explainsADirectoryThatForbidsExecution() throws Exception {
+        String output = java(with("mount -t tmpfs -o noexec tmpfs \"$0\"", directory), NATIVE_ACCESS,
+            "-Djava.io.tmpdir=" + directory, "-cp", bundledClassPath(), Load.class.getName());
         assertContains(output, "code may not be executed from there: the file system is mounted noexec",
             "-Djava.io.tmpdir");
+    }
+
+    /** A JVM whose list of mappings shows musl; in truth it uses glibc. */
+    @Test
+    void saysFirstThatTheLibraryDoesNotExistForMusl() throws Exception {
+        Path maps = Files.writeString(directory.resolve("maps"), MAPS_OF_MUSL);
+        List<String> prefix = with("mount --bind \"$0\" /proc/$$/maps", maps);
+        Path lonely = Files.copy(LIBRARY, directory.resolve(BRIDGE));
+        for (String option : List.of("-Djava.library.path=/nowhere", "-Djava.library.path=" + directory,
+                "-Dvex.jni.library=" + lonely)) {
+            String output = java(prefix, NATIVE_ACCESS, option, "-cp", productClassPath(), Load.class.getName());
+            assertContains(output, "The signing library cannot be loaded: this JVM's C library is musl, as on Alpine"
+                + " Linux, and the library was built for glibc.");
+        }
     }
 
     /** Each system, where the library is named, searched and taken from the jar. */
