@@ -76,7 +76,8 @@ final class Handle {
         selection = null;
         set("Clearing the filters: ", TAVClientJNI::ClearFilter);
         for (Filter filter : wanted.filters()) {
-            String value = NativeText.require("The value of the filter " + filter.name(), filter.value());
+            String value = NativeText.require(
+                "The value of the filter " + filter.name(), filter.value(), VCTKError.FILTER_VALUE);
             set("Filter " + filter.name() + " \"" + value + "\": ",
                 (natives, own) -> natives.AddFilter(own, filter.type(), value));
         }
@@ -86,7 +87,8 @@ final class Handle {
     /** @param wanted null for the toolkit's default; a refused name changes nothing */
     void setDigest(String wanted) throws SigningException {
         if (!hasDigest(wanted)) {
-            String name = NativeText.require("The digest algorithm", wanted == null ? DEFAULT_DIGEST : wanted);
+            String name = NativeText.require(
+                "The digest algorithm", wanted == null ? DEFAULT_DIGEST : wanted, VCTKError.DIGEST_UNKNOWN);
             set("Digest algorithm \"" + name + "\": ", (natives, own) -> natives.SetDigestAlg(own, name));
             digest = name;
         }

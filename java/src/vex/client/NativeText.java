@@ -13,10 +13,14 @@ final class NativeText {
 
     private NativeText() {}
 
-    /** Returns the text if the natives can pass all of it to the toolkit. */
-    static String require(String what, String text) throws SigningException {
+    /**
+     * Returns the text if the natives can pass all of it to the toolkit.
+     *
+     * @param emptyNumber the error number for an empty text
+     */
+    static String require(String what, String text, int emptyNumber) throws SigningException {
         if (text.isEmpty()) {
-            throw SigningException.of(VCTKError.DATA_EMPTY, what + " is empty");
+            throw SigningException.of(emptyNumber, what + " is empty");
         }
         if (text.length() > MAX_CHARACTERS) {
             throw SigningException.of(VCTKError.TOO_LARGE, what + " has more than " + MAX_CHARACTERS + " characters");

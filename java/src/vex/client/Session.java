@@ -5,6 +5,7 @@ import java.util.List;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import vex.jni.TAVClientJNI;
+import vex.jni.VCTKError;
 
 /**
  * An open store. Signs with the certificates of a selection, turns failures into exceptions, and finalizes its handles
@@ -55,7 +56,7 @@ final class Session {
     }
 
     private static Session open(String store, boolean chooseSingle, boolean hasChain) throws SigningException {
-        Handle first = Handle.open(NativeText.require("The store URI", store), chooseSingle);
+        Handle first = Handle.open(NativeText.require("The store URI", store, VCTKError.URI_MALFORMED), chooseSingle);
         return new Session(HandlePool.of(first), hasChain);
     }
 
@@ -96,7 +97,7 @@ final class Session {
 
     /** @param digest as the toolkit takes it; null for its default */
     byte[] signP1(Selection selection, String digest, String text) throws SigningException {
-        String checked = NativeText.require("The text", text);
+        String checked = NativeText.require("The text", text, VCTKError.DATA_EMPTY);
         return sign(selection, digest, (natives, handle) -> natives.P1SignString(handle, checked));
     }
 
@@ -106,7 +107,7 @@ final class Session {
     }
 
     byte[] signP7(Selection selection, String digest, String text, CmsForm form) throws SigningException {
-        String checked = NativeText.require("The text", text);
+        String checked = NativeText.require("The text", text, VCTKError.DATA_EMPTY);
         int detached = form.isDetached() ? 1 : 0;
         int certificates = certificates(form);
         return sign(selection, digest,

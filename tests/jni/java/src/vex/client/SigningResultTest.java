@@ -77,7 +77,8 @@ class SigningResultTest {
 
     @ParameterizedTest
     @CsvSource({"RSA,,false,SHA256withRSA", "RSA,SHA_384,false,SHA384withRSA",
-        "RSA,SHA_512_256,false,SHA512/256withRSA", "RSA,SHA3_256,false,SHA3-256withRSA", "RSA,,true,RSASSA-PSS", "RSA,SHA_512,true,RSASSA-PSS",
+        "RSA,SHA_512_256,false,SHA512/256withRSA", "RSA,SHA3_256,false,SHA3-256withRSA", "RSA,,true,RSASSA-PSS",
+        "RSA,SHA_512,true,RSASSA-PSS",
         "PSS,,false,RSASSA-PSS", "PSS,SHA_384,true,RSASSA-PSS", "PSS_SHA384,SHA_384,false,RSASSA-PSS",
         "EC,,false,SHA256withECDSA", "P384,SHA_384,false,SHA384withECDSA", "P521,SHA_512,false,SHA512withECDSA",
         "EC,SHA_224,false,SHA224withECDSA", "EC,SHA3_384,false,SHA3-384withECDSA", "ED25519,,false,Ed25519",
