@@ -1,5 +1,5 @@
-# Page.sh PAGE SCRIPT BLOCKS: see run-page. Sources the page's script, runs the blocks in the directory in this shell, and
-# then calls "check", which the script defines. The current directory is the top of the project, as on the pages.
+# Page.sh PAGE SCRIPT BLOCKS: see run-page. Sources the page's script, runs the blocks in the directory in this shell,
+# and then calls "check", which the script defines. The current directory is the top of the project, as on the pages.
 #
 # For the scripts:
 #   $work, $output   an empty directory, and a file with all that the blocks printed
@@ -13,7 +13,7 @@ shift 3
 page_block="the script"
 
 # shellcheck disable=SC2034
-source=$PWD
+source=$PWD page_directory=$(dirname "$page_script")
 work=$(mktemp -d)
 output=$work/output
 page_printed=$work/printed
@@ -86,8 +86,8 @@ make_app_store() {
         -out /etc/app/keys.p12
 }
 
-# verify_cms CONTENT SIGNATURE [CERTIFICATE]: openssl verifies the detached signature, which is DER or Base64. Without the
-# file with the signer's certificate, any will do. $signer is then its subject.
+# verify_cms CONTENT SIGNATURE [CERTIFICATE]: openssl verifies the detached signature, which is DER or Base64. Without
+# the file with the signer's certificate, any will do. $signer is then its subject.
 verify_cms() {
     local trust=(-noverify)
     [ "$#" -lt 3 ] || trust=(-CAfile "$3" -partial_chain)
@@ -125,7 +125,8 @@ java_class() {
 }
 
 run_java() {
-    java --enable-native-access=ALL-UNNAMED -Djava.library.path=build/release/lib -cp "$java_class_path:$work/classes" "$@"
+    java --enable-native-access=ALL-UNNAMED -Djava.library.path=build/release/lib \
+        -cp "$java_class_path:$work/classes" "$@"
 }
 
 page_java() {
@@ -149,7 +150,11 @@ for page_file in "$page_blocks"/*; do
             eval "$(cat "$page_file")" >"$page_printed" 2>&1
             trap - DEBUG
             ;;
-        *) "page_${page_file##*.}" "$page_file" >"$page_printed" 2>&1 ;;
+        *)
+            page_function=page_${page_file##*.}
+            declare -F "$page_function" >/dev/null || fail "the page's script has no $page_function"
+            "$page_function" "$page_file" >"$page_printed" 2>&1
+            ;;
     esac
     tee -a "$output" <"$page_printed"
 done

@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2154
 sign() {
-    printf 'TAVClientJNI client = new TAVClientJNI();\n%s\n' 'client.Finalize(client.Initialize(null, "demo:"));' >"$work/sign"
+    echo 'new TAVClientJNI().Finalize(new TAVClientJNI().Initialize(null, "demo:"));' >"$work/sign"
     run_java "$(java_class "$work/sign" Sign)"
 }
 
