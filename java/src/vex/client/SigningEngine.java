@@ -44,8 +44,17 @@ abstract class SigningEngine extends SignatureSpi {
         if (!fits(candidate)) {
             throw new InvalidKeyException("The algorithm does not fit the " + candidate);
         }
-        message = newMessage(candidate);
+        begin(candidate);
         key = candidate;
+    }
+
+    private void begin(SigningKey signer) throws InvalidKeyException {
+        try {
+            signer.requireUsable();
+            message = newMessage(signer);
+        } catch (IllegalStateException e) {
+            throw new InvalidKeyException(e.getMessage(), e);
+        }
     }
 
     @Override
@@ -72,7 +81,7 @@ abstract class SigningEngine extends SignatureSpi {
     protected final byte[] engineSign() throws SignatureException {
         try {
             return convert(key, message().sign(key));
-        } catch (SigningException e) {
+        } catch (SigningException | IllegalStateException e) {
             throw new SignatureException(e.getMessage(), e);
         }
     }
@@ -87,7 +96,7 @@ abstract class SigningEngine extends SignatureSpi {
     /** Begins the message again, with changed parameters. */
     final void restart() throws InvalidKeyException {
         if (key != null) {
-            message = newMessage(key);
+            begin(key);
         }
     }
 

@@ -21,7 +21,7 @@ import java.util.Optional;
 
 /**
  * A private key that stays in the toolkit. It has no encoded form, works with {@link SigningProvider} only, and keeps
- * its store open. Any thread may use it.
+ * its store open until it is destroyed. Keys of the same certificate are equal. Any thread may use it.
  */
 abstract class SigningKey implements PrivateKey {
     static final String RSA = "RSA";
@@ -31,18 +31,18 @@ abstract class SigningKey implements PrivateKey {
 
     private static final long serialVersionUID = 1L;
 
-    private final transient StoreSession store;
+    private transient volatile OpenStore store;  // null: the key was destroyed
     private final transient String fingerprint;
     private final transient String algorithm;
 
-    private SigningKey(StoreSession store, String fingerprint, String algorithm) {
+    private SigningKey(OpenStore store, String fingerprint, String algorithm) {
         this.store = store;
         this.fingerprint = fingerprint;
         this.algorithm = algorithm;
     }
 
     /** Returns a key with the algorithm that Java names for the public key. KeyStore requires them to be equal. */
-    static SigningKey of(StoreSession store, String fingerprint, PublicKey publicKey) throws InvalidKeyException {
+    static SigningKey of(OpenStore store, String fingerprint, PublicKey publicKey) throws InvalidKeyException {
         if (publicKey instanceof RSAPublicKey) {
             return new Rsa(store, fingerprint, (RSAPublicKey) publicKey);
         }
@@ -76,13 +76,38 @@ abstract class SigningKey implements PrivateKey {
         return algorithm.equals(name);
     }
 
+    /** The calls that use the store throw an IllegalStateException if the key was destroyed or the store is closed. */
+    final void requireUsable() {
+        openStore().requireOpen();
+    }
+
     /** Whether the toolkit has this name for a way to sign. */
     final boolean knowsDigest(String digest) {
-        return store.knowsDigest(digest);
+        return openStore().knowsDigest(digest);
     }
 
     final byte[] sign(String digest, byte[] data) throws SigningException {
-        return store.sign(fingerprint, digest, data);
+        return openStore().sign(fingerprint, digest, data);
+    }
+
+    /** The store that signs. */
+    final OpenStore openStore() {
+        OpenStore current = store;
+        if (current == null) {
+            throw new IllegalStateException("The " + this + ", was destroyed; get another one from the KeyStore");
+        }
+        return current;
+    }
+
+    /** The key does not sign any more. Other keys of the KeyStore do, also those of the same certificate. */
+    @Override
+    public final void destroy() {
+        store = null;
+    }
+
+    @Override
+    public final boolean isDestroyed() {
+        return store == null;
     }
 
     /**
@@ -112,6 +137,18 @@ abstract class SigningKey implements PrivateKey {
         return getAlgorithm() + " key of the certificate " + fingerprint + ", in the signing toolkit";
     }
 
+    /** Equal keys sign with the same key in the toolkit. */
+    @Override
+    public final boolean equals(Object other) {
+        SigningKey key = from(other);
+        return key != null && fingerprint.equals(key.fingerprint);
+    }
+
+    @Override
+    public final int hashCode() {
+        return fingerprint.hashCode();
+    }
+
     private void writeObject(ObjectOutputStream stream) throws NotSerializableException {
         throw new NotSerializableException("The key stays in the signing toolkit");
     }
@@ -123,7 +160,7 @@ abstract class SigningKey implements PrivateKey {
         private final transient BigInteger modulus;
         private final transient AlgorithmParameterSpec parameters;
 
-        Rsa(StoreSession store, String fingerprint, RSAPublicKey publicKey) {
+        Rsa(OpenStore store, String fingerprint, RSAPublicKey publicKey) {
             super(store, fingerprint, publicKey.getAlgorithm());
             modulus = publicKey.getModulus();
             AlgorithmParameterSpec ofCertificate = parametersOf(publicKey);
@@ -163,7 +200,7 @@ abstract class SigningKey implements PrivateKey {
 
         private final transient ECParameterSpec parameters;
 
-        private Ec(StoreSession store, String fingerprint, ECParameterSpec parameters) {
+        private Ec(OpenStore store, String fingerprint, ECParameterSpec parameters) {
             super(store, fingerprint, EC);
             this.parameters = parameters;
         }
@@ -189,7 +226,7 @@ abstract class SigningKey implements PrivateKey {
 
         private final transient String curve;
 
-        private Edwards(StoreSession store, String fingerprint, String algorithm, String curve) {
+        private Edwards(OpenStore store, String fingerprint, String algorithm, String curve) {
             super(store, fingerprint, algorithm);
             this.curve = curve;
         }
@@ -246,7 +283,7 @@ abstract class SigningKey implements PrivateKey {
                     case "getBytes":
                         return Optional.empty();
                     case "equals":
-                        return proxy == arguments[0];
+                        return Edwards.this.equals(arguments[0]);
                     default:
                         break;
                 }

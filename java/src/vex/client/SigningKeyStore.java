@@ -6,6 +6,7 @@ import java.io.InputStream;
 import java.io.OutputStream;
 import java.nio.charset.StandardCharsets;
 import java.security.GeneralSecurityException;
+import java.security.InvalidKeyException;
 import java.security.Key;
 import java.security.KeyStore;
 import java.security.KeyStoreException;
@@ -14,51 +15,68 @@ import java.security.PrivateKey;
 import java.security.UnrecoverableKeyException;
 import java.security.cert.Certificate;
 import java.security.cert.X509Certificate;
-import java.util.Arrays;
+import java.util.ArrayList;
+import java.util.Collection;
 import java.util.Collections;
 import java.util.Date;
 import java.util.Enumeration;
 import java.util.Iterator;
 import java.util.LinkedHashMap;
-import java.util.Locale;
+import java.util.List;
 import java.util.Map;
+import java.util.Set;
+import java.util.WeakHashMap;
 import java.util.logging.Logger;
 import java.util.regex.Pattern;
-import javax.security.auth.callback.Callback;
-import javax.security.auth.callback.PasswordCallback;
-import javax.security.auth.callback.UnsupportedCallbackException;
-import vex.jni.VCTKError;
+import javax.security.auth.callback.CallbackHandler;
 
 /**
- * The certificates that the toolkit can sign with, as they were when the KeyStore was loaded. An alias is a fingerprint
- * in lower case. Keys that cannot be used are passed over.
+ * The certificates that the toolkit can sign with, as they were when the KeyStore was loaded. Keys that cannot be used
+ * are passed over. After the end of its store, it still lists the certificates, but gives no keys.
  */
 final class SigningKeyStore extends KeyStoreSpi {
+    /** For a load that closes the KeyStore. */
+    static final KeyStore.LoadStoreParameter CLOSE = () -> null;
+
     private static final int MAX_URI_BYTES = 1 << 16;
     private static final String READ_ONLY = "The toolkit's stores are read only";
+    private static final String CLOSED = "The KeyStore is closed; load it again";
     /** The toolkit does not decode attribute names, so no percent-encoding can hide this one. */
     private static final Pattern MODULE_PATH = Pattern.compile("[?&;]module-path\\b", Pattern.CASE_INSENSITIVE);
 
-    private final String defaultStore;
-    private Map<String, Entry> entries = Collections.emptyMap();
-    /** The reasons why keys were passed over, by alias. */
-    private Map<String, GeneralSecurityException> passedOver = Collections.emptyMap();
-    private Date loaded = new Date(0);
+    private final ProviderStores stores;
+    /** Of each load, as long as something uses it. Guarded by itself. */
+    private final Set<OpenStore> opened = Collections.newSetFromMap(new WeakHashMap<>());
+    private volatile Content content = new Content(null);
 
     private static final class Entry {
-        final PrivateKey key;
+        final String alias;
+        final String fingerprint;
         /** The certificate of the key is the first. */
         final X509Certificate[] chain;
 
-        Entry(PrivateKey key, X509Certificate[] chain) {
-            this.key = key;
+        Entry(String alias, String fingerprint, X509Certificate[] chain) {
+            this.alias = alias;
+            this.fingerprint = fingerprint;
             this.chain = chain;
         }
     }
 
-    /** @param defaultStore the URI of the store to open when load names none; null if there is no such store */
-    SigningKeyStore(String defaultStore) {
-        this.defaultStore = defaultStore;
+    /** What one load has found. */
+    private static final class Content {
+        final OpenStore store;  // null: nothing is loaded
+        final List<Entry> entries = new ArrayList<>();
+        final Aliases<Entry> byAlias = new Aliases<>();
+        final Aliases<GeneralSecurityException> passedOver = new Aliases<>();
+        final Date loaded = new Date();
+
+        Content(OpenStore store) {
+            this.store = store;
+        }
+    }
+
+    SigningKeyStore(ProviderStores stores) {
+        this.stores = stores;
     }
 
     @Override
@@ -68,62 +86,104 @@ final class SigningKeyStore extends KeyStoreSpi {
             throw new IOException("A store's URI in a stream must not have the attribute module-path, because it names"
                 + " code to run; load a " + StoreParameter.class.getName() + " or give the URI to the provider");
         }
-        load(uri, password);
+        load(uri, password, null);
     }
 
     @Override
     public void engineLoad(KeyStore.LoadStoreParameter parameter) throws IOException {
-        if (parameter == null) {
-            load(null, null);
+        if (parameter == CLOSE) {
+            close();
             return;
         }
-        char[] password = password(parameter.getProtectionParameter());
-        try {
-            load(parameter instanceof StoreParameter ? ((StoreParameter) parameter).store() : null, password);
-        } finally {
-            if (password != null) {
-                Arrays.fill(password, '\0');
-            }
+        String uri = parameter instanceof StoreParameter ? ((StoreParameter) parameter).store() : null;
+        KeyStore.ProtectionParameter protection = parameter == null ? null : parameter.getProtectionParameter();
+        if (protection == null) {
+            load(uri, null, null);
+        } else if (protection instanceof KeyStore.PasswordProtection) {
+            load(uri, ((KeyStore.PasswordProtection) protection).getPassword(), null);
+        } else if (protection instanceof KeyStore.CallbackHandlerProtection) {
+            load(uri, null, ((KeyStore.CallbackHandlerProtection) protection).getCallbackHandler());
+        } else {
+            throw new IOException("Cannot get a PIN from " + protection.getClass().getName()
+                + "; use PasswordProtection or CallbackHandlerProtection");
         }
     }
 
-    private void load(String uri, char[] password) throws IOException {
-        String store = uri == null ? defaultStore : uri;
+    /**
+     * @param uri null: the provider's store
+     * @param pin null or empty: nobody gave one
+     * @param handler asked for a PIN that nobody gave; null: the provider's
+     */
+    private void load(String uri, char[] pin, CallbackHandler handler) throws IOException {
+        String store = uri == null ? stores.ownStore() : uri;
         if (store == null) {
             throw new IOException("No store is named; load a " + StoreParameter.class.getName() + " or a stream with"
                 + " the store's URI, or give the URI to the provider");
         }
         try {
-            StoreSession session =
-                StoreSession.open(isNone(password) ? store : StoreText.withPin(store, password));
-            Map<String, Entry> found = new LinkedHashMap<>();
-            Map<String, GeneralSecurityException> failed = new LinkedHashMap<>();
-            for (CertificateInfo info : session.certificates()) {
-                String alias = toAlias(info.fingerprint());
-                try {
-                    X509Certificate[] chain = session.chain(info);
-                    SigningKey key = SigningKey.of(session, info.fingerprint(), chain[0].getPublicKey());
-                    found.put(alias, new Entry(key.shown(), chain));
-                } catch (GeneralSecurityException e) {
-                    failed.put(alias, e);
+            OpenStore open = !Pin.isNone(pin) ? stores.open(store, pin)
+                : handler != null ? stores.open(store, handler) : stores.open(store);
+            synchronized (opened) {
+                opened.add(open);
+            }
+            boolean read = false;
+            try {
+                content = read(open);
+                read = true;
+            } finally {
+                if (!read) {
+                    open.close(CLOSED);
                 }
             }
-            if (found.isEmpty() && !failed.isEmpty()) {
-                throw noneLoaded(failed);
-            }
-            failed.forEach(PassedOverKeys::log);
-            entries = found;
-            passedOver = failed;
-            loaded = new Date();
         } catch (SigningException e) {
             throw failure("", e);
-        } catch (IllegalArgumentException e) {
+        } catch (IllegalArgumentException | IllegalStateException e) {
             throw new IOException(e.getMessage(), e);
         }
     }
 
-    private static IOException noneLoaded(Map<String, GeneralSecurityException> failed) {
-        Iterator<GeneralSecurityException> reasons = failed.values().iterator();
+    private static Content read(OpenStore store) throws IOException, SigningException {
+        Content content = new Content(store);
+        Map<CertificateInfo, X509Certificate[]> chains = new LinkedHashMap<>();
+        Map<CertificateInfo, GeneralSecurityException> failed = new LinkedHashMap<>();
+        Aliases<CertificateInfo> names = new Aliases<>();
+        for (CertificateInfo info : store.session().certificates()) {
+            try {
+                X509Certificate[] chain = store.session().chain(info);
+                SigningKey.of(store, info.fingerprint(), chain[0].getPublicKey());
+                chains.put(info, chain);
+                names.add(info, info);
+            } catch (GeneralSecurityException e) {
+                failed.put(info, e);
+                content.passedOver.add(info, e);
+            }
+        }
+        if (chains.isEmpty() && !failed.isEmpty()) {
+            throw noneLoaded(failed.values());
+        }
+        chains.forEach((info, chain) -> {
+            Entry entry = new Entry(names.aliasOf(info), info.fingerprint(), chain);
+            content.entries.add(entry);
+            content.byAlias.add(info, entry);
+        });
+        failed.forEach((info, e) -> PassedOverKeys.log(info.fingerprint(), e));
+        return content;
+    }
+
+    /** Also ends the keys of earlier loads. */
+    private void close() {
+        List<OpenStore> ending;
+        synchronized (opened) {
+            ending = new ArrayList<>(opened);
+            opened.clear();
+        }
+        for (OpenStore store : ending) {
+            store.close(CLOSED);
+        }
+    }
+
+    private static IOException noneLoaded(Collection<GeneralSecurityException> failed) {
+        Iterator<GeneralSecurityException> reasons = failed.iterator();
         GeneralSecurityException first = reasons.next();
         IOException e = failure("None of the store's keys can be used: ", first);
         reasons.forEachRemaining(e::addSuppressed);
@@ -132,10 +192,12 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     /** A wrong PIN has the cause that KeyStore.load promises, so that callers can ask for the PIN again. */
     private static IOException failure(String what, GeneralSecurityException reason) {
-        return new IOException(what + reason.getMessage(), isPinWrong(reason) ? unrecoverable(reason) : reason);
+        boolean pin = reason instanceof SigningException
+            && (Pin.isWrong((SigningException) reason) || Pin.isMissing((SigningException) reason));
+        return new IOException(what + reason.getMessage(), pin ? unrecoverable(reason) : reason);
     }
 
-    private static UnrecoverableKeyException unrecoverable(GeneralSecurityException reason) {
+    private static UnrecoverableKeyException unrecoverable(Exception reason) {
         UnrecoverableKeyException e = new UnrecoverableKeyException(reason.getMessage());
         e.initCause(reason);
         return e;
@@ -151,16 +213,6 @@ final class SigningKeyStore extends KeyStoreSpi {
                 // getKey still throws the reason.
             }
         }
-    }
-
-    /** Tools pass an empty password when their user gives none. */
-    private static boolean isNone(char[] password) {
-        return password == null || password.length == 0;
-    }
-
-    private static boolean isPinWrong(GeneralSecurityException e) {
-        int number = e instanceof SigningException ? ((SigningException) e).number() : VCTKError.OK;
-        return number == VCTKError.PIN_WRONG || number == VCTKError.PIN_REQUIRED;
     }
 
     private static String readUri(InputStream stream) throws IOException {
@@ -183,51 +235,33 @@ final class SigningKeyStore extends KeyStoreSpi {
             + " the store itself from its file, not from a stream");
     }
 
-    private static char[] password(KeyStore.ProtectionParameter protection) throws IOException {
-        if (protection == null) {
-            return null;
-        }
-        if (protection instanceof KeyStore.PasswordProtection) {
-            char[] password = ((KeyStore.PasswordProtection) protection).getPassword();
-            return password == null ? null : password.clone();
-        }
-        if (protection instanceof KeyStore.CallbackHandlerProtection) {
-            PasswordCallback callback = new PasswordCallback("PIN: ", false);
-            try {
-                ((KeyStore.CallbackHandlerProtection) protection).getCallbackHandler()
-                    .handle(new Callback[] {callback});
-                return callback.getPassword();
-            } catch (UnsupportedCallbackException e) {
-                throw new IOException("The callback handler gives no PIN: it does not know PasswordCallback", e);
-            } finally {
-                callback.clearPassword();
-            }
-        }
-        throw new IOException("Cannot get a PIN from " + protection.getClass().getName()
-            + "; use PasswordProtection or CallbackHandlerProtection");
-    }
-
-    private static String toAlias(String name) {
-        return name.replace(":", "").toLowerCase(Locale.ROOT);
-    }
-
+    /** Null: there is no such entry. */
     private Entry find(String alias) {
-        return entries.get(toAlias(alias));
+        return content.byAlias.find(alias);
     }
 
-    /** @throws UnrecoverableKeyException for a key that was passed over, with the reason as its cause */
-    private Entry findUsable(String alias) throws UnrecoverableKeyException {
-        GeneralSecurityException reason = passedOver.get(toAlias(alias));
+    /** A new key for each caller, so that one can destroy it while others sign. Null: there is no such entry. */
+    private static PrivateKey newKey(Content content, Entry entry, String alias) throws UnrecoverableKeyException {
+        GeneralSecurityException reason = entry == null ? content.passedOver.find(alias) : null;
         if (reason != null) {
             throw unrecoverable(reason);
         }
-        return find(alias);
+        if (entry == null) {
+            return null;
+        }
+        try {
+            content.store.requireOpen();
+            return SigningKey.of(content.store, entry.fingerprint, entry.chain[0].getPublicKey()).shown();
+        } catch (InvalidKeyException | IllegalStateException e) {
+            throw unrecoverable(e);
+        }
     }
 
+    /** A key needs no password once its store is open. */
     @Override
     public Key engineGetKey(String alias, char[] password) throws UnrecoverableKeyException {
-        Entry entry = findUsable(alias);
-        return entry == null ? null : entry.key;
+        Content current = content;
+        return newKey(current, current.byAlias.find(alias), alias);
     }
 
     @Override
@@ -244,12 +278,16 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     @Override
     public Date engineGetCreationDate(String alias) {
-        return find(alias) == null ? null : new Date(loaded.getTime());
+        return find(alias) == null ? null : new Date(content.loaded.getTime());
     }
 
     @Override
     public Enumeration<String> engineAliases() {
-        return Collections.enumeration(entries.keySet());
+        List<String> aliases = new ArrayList<>();
+        for (Entry entry : content.entries) {
+            aliases.add(entry.alias);
+        }
+        return Collections.enumeration(aliases);
     }
 
     @Override
@@ -259,7 +297,7 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     @Override
     public int engineSize() {
-        return entries.size();
+        return content.entries.size();
     }
 
     @Override
@@ -274,20 +312,21 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     @Override
     public String engineGetCertificateAlias(Certificate certificate) {
-        for (Map.Entry<String, Entry> entry : entries.entrySet()) {
-            if (entry.getValue().chain[0].equals(certificate)) {
-                return entry.getKey();
+        for (Entry entry : content.entries) {
+            if (entry.chain[0].equals(certificate)) {
+                return entry.alias;
             }
         }
         return null;
     }
 
-    /** A key needs no password once its store is open. */
     @Override
     public KeyStore.Entry engineGetEntry(String alias, KeyStore.ProtectionParameter protection)
             throws UnrecoverableKeyException {
-        Entry entry = findUsable(alias);
-        return entry == null ? null : new KeyStore.PrivateKeyEntry(entry.key, entry.chain.clone());
+        Content current = content;
+        Entry entry = current.byAlias.find(alias);
+        PrivateKey key = newKey(current, entry, alias);
+        return key == null ? null : new KeyStore.PrivateKeyEntry(key, entry.chain.clone());
     }
 
     @Override

@@ -1,11 +1,20 @@
 package vex.client;
 
+import java.io.IOException;
+import java.security.AuthProvider;
+import java.security.GeneralSecurityException;
+import java.security.KeyStore;
 import java.security.NoSuchAlgorithmException;
 import java.security.Provider;
+import java.security.SecurityPermission;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
+import java.util.Objects;
 import java.util.function.Supplier;
+import javax.security.auth.Subject;
+import javax.security.auth.callback.CallbackHandler;
+import javax.security.auth.login.LoginException;
 
 /**
  * Offers the toolkit's certificates and keys to programs that use {@code java.security}: a
@@ -19,25 +28,45 @@ import java.util.function.Supplier;
  * }</pre>
  *
  * <h2>KeyStore</h2>
- * It holds the certificates that could sign when it was loaded, and their keys. An alias is a certificate's SHA-256
- * fingerprint in lower-case hexadecimal. A chain begins with the key's certificate and has those of its issuers, as far
- * as the store, or {@link StoreParameter#withChain}, has them. Keys have no encoded form and need no password.
- * The store stays open while the KeyStore or one of its keys is reachable. {@code load} opens it with
+ * It holds the certificates that could sign when it was loaded, and their keys. A chain begins with the key's
+ * certificate and has those of its issuers, as far as the store, or {@link StoreParameter#withChain}, has them. Keys
+ * have no encoded form and need no password. {@code load} opens the store with
  * <ul>
  * <li>a {@link StoreParameter};
  * <li>{@code (stream, pin)}: the stream holds the store's URI, not the store. A {@code null} or empty PIN means no PIN.
  *     A URI with the attribute {@code module-path} is refused here: it names code to run, and a stream may come from
  *     anywhere;
- * <li>{@code (null, pin)}, or another LoadStoreParameter: opens the store that was given to the provider.
+ * <li>{@code (null, pin)}, or another LoadStoreParameter: opens the provider's own store, whose URI it was created
+ *     with.
  * </ul>
- * Loading signs nothing: the toolkit lists the certificates. A key that cannot sign says so when it is used. With a
- * toolkit that does not list certificates, each key signs a fixed text to get its certificate. A key is passed over if
- * that fails or if Java cannot read the certificate. It then has no alias; {@code getKey} and {@code getEntry}
- * with its certificate's fingerprint throw an {@link java.security.UnrecoverableKeyException} with the reason as its
- * cause. The reason is also logged as a warning ({@code java.util.logging}, logger
- * {@code vex.client.SigningKeyStore}). If all keys are passed over, {@code load} throws an
- * {@link java.io.IOException} with the first key's reason as its cause. If the PIN is wrong or missing, the cause is an
- * {@code UnrecoverableKeyException}, whose cause is the {@link SigningException}.
+ *
+ * <p><strong>Aliases.</strong> An alias is the entry's name in the store (the friendly name in a PKCS #12 file, the
+ * label of the certificate on a token) if no other entry has it, else the certificate's SHA-256 fingerprint as 64
+ * upper-case hexadecimal digits. The fingerprint finds the entry always, in any case, with or without colons. A name
+ * that several entries have finds the one that is valid longest, so a configured name goes on to work when a
+ * certificate is renewed. Names are compared without regard to case. Names that are longer than 255 characters, have
+ * control or invisible formatting characters, begin or end with a blank, or look like a fingerprint, are not used.
+ *
+ * <p><strong>Errors.</strong> {@code load} throws an {@link IOException} with the {@link SigningException} as its
+ * cause. If the PIN is wrong or missing, the cause is an {@link java.security.UnrecoverableKeyException}, as
+ * {@link KeyStore} promises, and its cause is the {@code SigningException}.
+ *
+ * <p><strong>Passed-over keys.</strong> Loading signs nothing: the toolkit lists the certificates. A key that cannot
+ * sign says so when it is used. With a toolkit that does not list certificates, each key signs a fixed text to get its
+ * certificate. A key is passed over if that fails or if Java cannot read the certificate. It then has no alias;
+ * {@code getKey} and {@code getEntry} with its name or its certificate's fingerprint throw an
+ * {@code UnrecoverableKeyException} with the reason as its cause. The reason is also logged as a warning
+ * ({@code java.util.logging}, logger {@code vex.client.SigningKeyStore}). If all keys are passed over, {@code load}
+ * throws an {@code IOException} with the first key's reason as its cause.
+ *
+ * <p><strong>The PIN.</strong> If a store needs a PIN and neither its URI nor {@code load} has one, the handler of
+ * {@link #setCallbackHandler} is asked. For the provider's own store this is a {@link #login}: the handler is not asked
+ * again before {@link #logout}, and loads see the store as it was at the login. A wrong PIN is tried once.
+ *
+ * <p><strong>Ending.</strong> {@link java.security.PrivateKey#destroy} ends a key object, {@link #close} a loaded
+ * KeyStore, and {@link #logout} all KeyStores of a provider object. Then {@code Signature.initSign} throws an
+ * {@link java.security.InvalidKeyException}, and {@code getKey} an {@code UnrecoverableKeyException}. Without these
+ * calls, a store stays open while the KeyStore or one of its keys is reachable.
  *
  * <p><strong>Trust a store's URI only as you would trust a program.</strong> A {@code pkcs11:} URI can name a module,
  * whose code then runs in this process. Never take a URI from input.
@@ -61,7 +90,7 @@ import java.util.function.Supplier;
  * there are processors are made at once; further ones wait in the order of their arrival. If the toolkit cannot share an
  * opened store, they are made one after the other.
  */
-public final class SigningProvider extends Provider {
+public final class SigningProvider extends AuthProvider {
     /** The provider's name, for {@code getInstance(..., "VexClient")}. */
     public static final String NAME = "VexClient";
 
@@ -87,7 +116,7 @@ public final class SigningProvider extends Provider {
     /** Behind the name of an ECDSA algorithm: the signature is r and s without DER. */
     private static final String P1363 = "inP1363Format";
 
-    private final transient String defaultStore;
+    private final transient ProviderStores stores;
 
     /** Creates a provider whose KeyStores open the store that {@code load} names. */
     public SigningProvider() {
@@ -102,7 +131,7 @@ public final class SigningProvider extends Provider {
      */
     public SigningProvider(String store) {
         super(NAME, VERSION, "Signs with the certificates of the signing toolkit");
-        defaultStore = store;
+        stores = new ProviderStores(store);
         putService(new KeyStoreService(this));
         for (Object[] row : DIGESTS) {
             offer((Digest) row[0], (String) row[1], (String) row[2]);
@@ -141,17 +170,86 @@ public final class SigningProvider extends Provider {
         return new SigningProvider(store);
     }
 
+    /**
+     * Opens the provider's own store and keeps it open until {@link #logout}. {@code KeyStore.load(null, null)} then
+     * needs no PIN. Does nothing while logged in. The first load that asks for a PIN of the provider's own store logs
+     * in as well.
+     *
+     * @param subject not used
+     * @param handler asked for the PIN with a {@link javax.security.auth.callback.PasswordCallback}, once, if the store
+     *     needs a PIN that its URI does not have; {@code null} for the one of {@link #setCallbackHandler}
+     * @throws javax.security.auth.login.FailedLoginException if the PIN is wrong or missing
+     * @throws LoginException if the provider has no store of its own, or the store cannot be opened. The cause is the
+     *     {@link SigningException}
+     */
+    @Override
+    public void login(Subject subject, CallbackHandler handler) throws LoginException {
+        checkPermission();
+        stores.login(handler);
+    }
+
+    /**
+     * Closes all stores that KeyStores of this provider object have opened, and ends the login, so that the process
+     * logs out of the tokens that nothing else uses. Signatures in progress are completed. Then the keys do not sign
+     * any more, also after another login: load the KeyStores again.
+     */
+    @Override
+    public void logout() {
+        checkPermission();
+        stores.logout();
+    }
+
+    /**
+     * Sets who is asked when a store needs a PIN and none was given.
+     *
+     * @param handler {@code null} for the one that the security property {@code auth.login.defaultCallbackHandler}
+     *     names, if it names one
+     */
+    @Override
+    public void setCallbackHandler(CallbackHandler handler) {
+        checkPermission();
+        stores.setHandler(handler);
+    }
+
+    /** As AuthProvider demands. Without a security manager there is nothing to check. */
+    private static void checkPermission() {
+        SecurityManager manager = System.getSecurityManager();
+        if (manager != null) {
+            manager.checkPermission(new SecurityPermission("authProvider." + NAME));
+        }
+    }
+
+    /**
+     * Closes what a KeyStore has opened. Signatures in progress are completed. Then its keys do not sign any more. It
+     * still lists its certificates, and it may be loaded again. A login of the provider is not ended.
+     *
+     * @param keyStore of the type {@value #KEY_STORE_TYPE}; may be closed already
+     * @throws IllegalArgumentException if the KeyStore is of another provider
+     */
+    public static void close(KeyStore keyStore) {
+        Objects.requireNonNull(keyStore, "keyStore");
+        if (!(keyStore.getProvider() instanceof SigningProvider)) {
+            throw new IllegalArgumentException("The keyStore is of the provider " + keyStore.getProvider().getName()
+                + ", not of " + NAME);
+        }
+        try {
+            keyStore.load(SigningKeyStore.CLOSE);
+        } catch (IOException | GeneralSecurityException e) {
+            throw new IllegalStateException("The KeyStore cannot be closed", e);
+        }
+    }
+
     private static final class KeyStoreService extends Service {
-        private final String defaultStore;
+        private final ProviderStores stores;
 
         KeyStoreService(SigningProvider provider) {
             super(provider, "KeyStore", KEY_STORE_TYPE, SigningKeyStore.class.getName(), null, null);
-            defaultStore = provider.defaultStore;
+            stores = provider.stores;
         }
 
         @Override
         public Object newInstance(Object parameter) {
-            return new SigningKeyStore(defaultStore);
+            return new SigningKeyStore(stores);
         }
     }
 

@@ -19,8 +19,9 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      *
      * @param uri as for {@link SigningClient#store}. Trust it only as you would trust a program: it can name a PKCS #11
      *     module, whose code then runs in this process
-     * @param protection the PIN, as {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection};
-     *     {@code null} if there is no PIN or the URI says where it is
+     * @param protection the PIN, as {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection},
+     *     whose handler is asked only if a PIN is needed; {@code null} if there is no PIN, the URI says where it is, or
+     *     the callback handler of the provider is to be asked
      * @return the parameter
      */
     public static StoreParameter store(String uri, KeyStore.ProtectionParameter protection) {
@@ -28,7 +29,7 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
     }
 
     /**
-     * A store in a PKCS #12 or PEM file without a PIN.
+     * A store in a PKCS #12 or PEM file without a PIN. If it needs one, the callback handler of the provider is asked.
      *
      * @param file as for {@link SigningClient#file}
      * @return the parameter
@@ -41,8 +42,7 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * A store in a PKCS #12 or PEM file, with its PIN.
      *
      * @param file as for {@link SigningClient#file}
-     * @param protection the PIN, as {@link KeyStore.PasswordProtection} or {@link KeyStore.CallbackHandlerProtection};
-     *     {@code null} for none
+     * @param protection as for {@link #store}
      * @return the parameter
      */
     public static StoreParameter file(Path file, KeyStore.ProtectionParameter protection) {
@@ -77,7 +77,7 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
         return StoreText.ofFile(Objects.requireNonNull(file, "file"));
     }
 
-    /** {@code null} if there is no PIN or the URI says where it is. */
+    /** {@code null} if there is no PIN, the URI says where it is, or the provider's callback handler knows it. */
     @Override
     public KeyStore.ProtectionParameter getProtectionParameter() {
         return protection;

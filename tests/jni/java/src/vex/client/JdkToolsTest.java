@@ -18,9 +18,11 @@ import java.security.cert.X509CRL;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
+import java.util.stream.Stream;
 import org.bouncycastle.openssl.PEMParser;
 import org.bouncycastle.operator.jcajce.JcaContentVerifierProviderBuilder;
 import org.bouncycastle.pkcs.PKCS10CertificationRequest;
@@ -73,10 +75,10 @@ class JdkToolsTest {
         return run(command);
     }
 
-    /** Writes the store and returns the alias of its key. */
+    /** Writes the store and returns the alias of its key, which is its name in the file. */
     private String writeStore(TestStore.Identity signer) throws Exception {
         TestStore.writePkcs12(directory.resolve("keys.p12"), List.of(signer));
-        return Certificates.fingerprint(signer.certificate()).toLowerCase();
+        return "key0";
     }
 
     private InputStream open(String name) throws IOException {
@@ -113,6 +115,34 @@ class JdkToolsTest {
         }
     }
 
+    /** What keytool prints as the aliases of the entries. */
+    private static List<String> aliases(Run list) {
+        return Pattern.compile("^(.*), [^,]+, \\d+, PrivateKeyEntry, $", Pattern.MULTILINE).matcher(list.output())
+            .results().map(found -> found.group(1)).sorted().toList();
+    }
+
+    @Test
+    void theToolsTakeNamesAndFingerprints() throws Exception {
+        TestStore.Identity named = TestStore.identity("secp256r1", "CN=named", 1, 30, 0);
+        TestStore.Identity renewed = TestStore.identity("secp256r1", "CN=renewed", 2, 60, 0);
+        TestStore.Identity first = TestStore.identity("secp256r1", "CN=first", 3, 30, 0);
+        TestStore.Identity odd = TestStore.identity("secp256r1", "CN=odd", 4, 30, 0);
+        TestStore.writeNamed(directory.resolve("keys.p12"), List.of(TestStore.Named.of("Meier, Büro 3", named),
+            TestStore.Named.of("signer", first), TestStore.Named.of("Signer", renewed),
+            TestStore.Named.of("line\nbreak, Nov 22, 2026, PrivateKeyEntry, ", odd)));
+        assertEquals(Stream.of("Meier, Büro 3", Certificates.fingerprint(first.certificate()),
+            Certificates.fingerprint(renewed.certificate()), Certificates.fingerprint(odd.certificate())).sorted()
+            .toList(), aliases(tool("keytool", "-list").succeeded()));
+
+        Map<String, TestStore.Identity> signers = Map.of("Meier, Büro 3", named, "SIGNER", renewed,
+            Certificates.fingerprint(first.certificate()).toLowerCase(), first);
+        for (Map.Entry<String, TestStore.Identity> signer : signers.entrySet()) {
+            TestJar.write(directory.resolve("app.jar"));
+            tool("jarsigner", "app.jar", signer.getKey()).succeeded();
+            TestJar.assertSignedBy(directory.resolve("app.jar"), signer.getValue().certificate());
+        }
+    }
+
     /** keytool signs the new certificate and then tries to put it into the store. */
     @ParameterizedTest
     @ValueSource(strings = {"RSA", "EC"})
@@ -135,8 +165,7 @@ class JdkToolsTest {
     void jarsThatAreSignedWithAChainVerifyStrictlyWithTheRoot(String algorithm) throws Exception {
         List<TestStore.Identity> chain = TestStore.chain(algorithm.equals("EC") ? "secp256r1" : algorithm, 4);
         TestStore.writeChain(directory.resolve("keys.p12"), chain);
-        String alias = Certificates.fingerprint(chain.get(0).certificate()).toLowerCase();
-        tool("jarsigner", "app.jar", alias).succeeded();
+        tool("jarsigner", "app.jar", "key").succeeded();
         Files.writeString(directory.resolve("root.pem"),
             TestStore.pem("CERTIFICATE", chain.get(3).certificate().getEncoded()));
         run(List.of(Run.jdkProgram("keytool"), "-importcert", "-noprompt", "-alias", "root", "-file", "root.pem",
@@ -163,13 +192,13 @@ class JdkToolsTest {
         KeyStore written = KeyStore.getInstance(directory.resolve("old.p12").toFile(), TestStore.PIN.toCharArray());
         X509Certificate signer = (X509Certificate) written.getCertificate("old");
         toolWithStore("file:" + directory.resolve("old.p12"), "jarsigner", "app.jar",
-            Certificates.fingerprint(signer).toLowerCase()).succeeded();
+            "old").succeeded();
         TestJar.assertSignedBy(directory.resolve("app.jar"), signer);
     }
 
     // ---- A token with a key that may not sign ----
 
-    /** Imports a key with the additional attribute, and its certificate, into the token. */
+    /** Imports a key with the additional attribute, and its certificate, into the token. Returns their label. */
     private String importKey(String subject, String attribute) throws Exception {
         Path file = directory.resolve(subject + ".p12");
         TestStore.Identity identity = TestStore.identity("RSA", "CN=" + subject, 1, 30, 0);
@@ -181,7 +210,7 @@ class JdkToolsTest {
             "-srcstoretype", "PKCS12", "-srcstorepass", TestStore.PIN, "-srcalias", "key0", "-destalias", subject,
             "-destkeystore", "NONE", "-deststoretype", "PKCS11", "-deststorepass", TestStore.PIN, "-addprovider",
             "SunPKCS11", "-providerArg", configuration.toString())).succeeded();
-        return Certificates.fingerprint(identity.certificate()).toLowerCase();
+        return subject;
     }
 
     @Test

@@ -4,11 +4,13 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayInputStream;
 import java.io.IOException;
+import java.io.UncheckedIOException;
 import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -18,6 +20,7 @@ import java.security.KeyPair;
 import java.security.KeyPairGenerator;
 import java.security.KeyStore;
 import java.security.MessageDigest;
+import java.security.PrivateKey;
 import java.security.UnrecoverableKeyException;
 import java.security.cert.CertificateException;
 import java.security.spec.ECGenParameterSpec;
@@ -34,6 +37,7 @@ import org.bouncycastle.asn1.x500.RDN;
 import org.bouncycastle.asn1.x500.X500Name;
 import org.bouncycastle.asn1.x509.SubjectPublicKeyInfo;
 import org.bouncycastle.asn1.x509.Time;
+import org.bouncycastle.cert.X509CertificateHolder;
 import org.bouncycastle.cert.X509v3CertificateBuilder;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
 import org.junit.jupiter.api.Tag;
@@ -79,23 +83,37 @@ class KeyStoreLoadTest {
     }
 
     /** A certificate and its key. */
-    private record OddIdentity(String pem, String alias) {}
+    private record OddIdentity(PrivateKey key, X509CertificateHolder certificate) {
+        String pem() {
+            return TestStore.pem("PRIVATE KEY", key.getEncoded()) + TestStore.pem("CERTIFICATE", encoded());
+        }
+
+        String alias() throws Exception {
+            return HexFormat.of().withUpperCase().formatHex(MessageDigest.getInstance("SHA-256").digest(encoded()));
+        }
+
+        private byte[] encoded() {
+            try {
+                return certificate.getEncoded();
+            } catch (IOException e) {
+                throw new UncheckedIOException(e);
+            }
+        }
+    }
 
     private static OddIdentity odd(Odd kind) throws Exception {
         KeyPairGenerator generator = KeyPairGenerator.getInstance("EC");
         generator.initialize(new ECGenParameterSpec("secp256r1"));
         KeyPair pair = generator.generateKeyPair();
         SubjectPublicKeyInfo key = SubjectPublicKeyInfo.getInstance(pair.getPublic().getEncoded());
-        String keyPem = TestStore.pem("PRIVATE KEY", pair.getPrivate().getEncoded());
         String begin = kind == Odd.FROM_THE_YEAR_950 ? "09500101000000Z" : "20200101000000Z";
-        byte[] certificate = new X509v3CertificateBuilder(
+        X509CertificateHolder certificate = new X509v3CertificateBuilder(
             kind == Odd.WITHOUT_ISSUER ? new X500Name(new RDN[0]) : new X500Name("CN=issuer"),
             BigInteger.valueOf(kind == Odd.NEGATIVE_SERIAL ? -31 : 31),
             new Time(new ASN1GeneralizedTime(begin)), new Time(new ASN1GeneralizedTime(LATER)),
             new X500Name("CN=" + kind), key)
-            .build(new JcaContentSignerBuilder("SHA256withECDSA").build(pair.getPrivate())).getEncoded();
-        return new OddIdentity(keyPem + TestStore.pem("CERTIFICATE", certificate),
-            HexFormat.of().formatHex(MessageDigest.getInstance("SHA-256").digest(certificate)));
+            .build(new JcaContentSignerBuilder("SHA256withECDSA").build(pair.getPrivate()));
+        return new OddIdentity(pair.getPrivate(), certificate);
     }
 
     private String write(List<OddIdentity> identities) throws Exception {
@@ -180,6 +198,47 @@ class KeyStoreLoadTest {
         assertTrue(e.getMessage().startsWith("None of the store's keys can be used: Java cannot read the certificate "),
             e.getMessage());
         assertInstanceOf(CertificateException.class, e.getCause());
+    }
+
+    @Test
+    void theNameOfAPassedOverKeyTellsTheReason() throws Exception {
+        OddIdentity odd = odd(Odd.WITHOUT_ISSUER);
+        OddIdentity shared = odd(Odd.WITHOUT_ISSUER);  // valid longer than the good one
+        TestStore.Identity good = TestStore.identity("secp256r1", "CN=good", 1, 30, 0);
+        Path file = directory.resolve("keys.p12");
+        TestStore.writeNamed(file, List.of(new TestStore.Named("odd", odd.key(), odd.certificate()),
+            new TestStore.Named("shared", shared.key(), shared.certificate()), TestStore.Named.of("Shared", good)));
+        KeyStore store = newStore();
+        store.load(StoreParameter.file(file, new KeyStore.PasswordProtection(TestStore.PIN.toCharArray())));
+
+        assertEquals(List.of("Shared"), Collections.list(store.aliases()));
+        assertEquals(good.certificate(), store.getCertificate("shared"), "a key that can be used comes first");
+        assertFalse(store.containsAlias("odd"));
+        for (String alias : List.of("odd", "ODD", odd.alias(), shared.alias())) {
+            UnrecoverableKeyException e =
+                assertThrows(UnrecoverableKeyException.class, () -> store.getKey(alias, null), alias);
+            assertInstanceOf(CertificateException.class, e.getCause());
+        }
+        assertNull(store.getKey("other", null));
+    }
+
+    @Test
+    void aConfiguredNameGoesOnToWorkWhenTheCertificateIsRenewed() throws Exception {
+        Path file = directory.resolve("keys.p12");
+        KeyStore store = newStore();
+        List<TestStore.Named> entries = new ArrayList<>();
+        for (int renewal = 0; renewal < 3; ++renewal) {
+            TestStore.Identity newest = TestStore.identity("secp256r1", "CN=Signer", renewal + 1, 30 + renewal, 0);
+            entries.add(renewal % 2, TestStore.Named.of("signer", newest));
+            TestStore.writeNamed(file, entries);
+            store.load(StoreParameter.file(file, new KeyStore.PasswordProtection(TestStore.PIN.toCharArray())));
+            assertEquals(newest.certificate(), store.getCertificate("signer"));
+            assertNotNull(store.getKey("signer", null));
+            assertEquals(entries.size(), store.size());
+            String alias = store.getCertificateAlias(newest.certificate());
+            assertEquals(renewal == 0 ? "signer" : Certificates.fingerprint(newest.certificate()), alias);
+            assertTrue(Collections.list(store.aliases()).contains(alias));
+        }
     }
 
     /** A Java runtime may have no java.util.logging. */

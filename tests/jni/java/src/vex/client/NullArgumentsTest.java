@@ -25,6 +25,8 @@ import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 import java.util.stream.Stream;
+import javax.security.auth.Subject;
+import javax.security.auth.callback.CallbackHandler;
 import javax.security.auth.x500.X500Principal;
 import org.junit.jupiter.api.AfterAll;
 import org.junit.jupiter.api.BeforeAll;
@@ -38,7 +40,9 @@ class NullArgumentsTest {
     /** The parameters that may be null, as their Javadoc says. */
     private static final Set<String> NULLABLE = Set.of(
         "StoreParameter.store.protection", "StoreParameter.file.protection", "SigningProvider.store",
-        "SigningProvider.configure.store", "CertificateInfo.equals.other");
+        "SigningProvider.configure.store",
+        "SigningProvider.login.subject", "SigningProvider.login.handler", "SigningProvider.setCallbackHandler.handler",
+        "CertificateInfo.equals.other");
 
     private static final Map<Class<?>, Object> VALUES = new HashMap<>();
     private static SigningClient client;
@@ -65,6 +69,9 @@ class NullArgumentsTest {
         VALUES.put(KeyAlgorithm.class, KeyAlgorithm.EC);
         VALUES.put(KeyUsage.class, KeyUsage.CRL_SIGN);
         VALUES.put(CmsOption.class, CmsOption.INCLUDE_CHAIN);
+        VALUES.put(KeyStore.class, KeyStore.getInstance("PKCS12"));
+        VALUES.put(Subject.class, new Subject());
+        VALUES.put(CallbackHandler.class, (CallbackHandler) callbacks -> { });
         VALUES.put(KeyStore.ProtectionParameter.class, new KeyStore.PasswordProtection(null));
     }
 

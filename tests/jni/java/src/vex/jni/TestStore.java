@@ -19,14 +19,24 @@ import java.util.Base64;
 import java.util.Date;
 import java.util.LinkedList;
 import java.util.List;
+import org.bouncycastle.asn1.DERBMPString;
 import org.bouncycastle.asn1.x500.X500Name;
 import org.bouncycastle.asn1.x509.BasicConstraints;
 import org.bouncycastle.asn1.x509.Extension;
 import org.bouncycastle.asn1.x509.KeyUsage;
+import org.bouncycastle.asn1.x509.SubjectKeyIdentifier;
+import org.bouncycastle.cert.X509CertificateHolder;
 import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
+import org.bouncycastle.cert.jcajce.JcaX509CertificateHolder;
+import org.bouncycastle.cert.jcajce.JcaX509ExtensionUtils;
 import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
 import org.bouncycastle.jce.provider.BouncyCastleProvider;
 import org.bouncycastle.operator.jcajce.JcaContentSignerBuilder;
+import org.bouncycastle.pkcs.PKCS12PfxPduBuilder;
+import org.bouncycastle.pkcs.PKCS12SafeBag;
+import org.bouncycastle.pkcs.PKCS12SafeBagBuilder;
+import org.bouncycastle.pkcs.jcajce.JcaPKCS12SafeBagBuilder;
+import org.bouncycastle.pkcs.jcajce.JcePKCS12MacCalculatorBuilder;
 
 /** Creates store files with keys and self-signed certificates, with the JDK and Bouncy Castle. */
 public final class TestStore {
@@ -149,6 +159,30 @@ public final class TestStore {
         try (OutputStream stream = Files.newOutputStream(file)) {
             store.store(stream, PIN.toCharArray());
         }
+    }
+
+    /** A certificate and its key, with a friendly name. Java need not be able to read the certificate. */
+    public record Named(String name, PrivateKey key, X509CertificateHolder certificate) {
+        public static Named of(String name, Identity identity) throws Exception {
+            return new Named(name, identity.key(), new JcaX509CertificateHolder(identity.certificate()));
+        }
+    }
+
+    /** Writes a PKCS #12 file with the PIN {@link #PIN}. The JDK would write the names in lower case. */
+    public static void writeNamed(Path file, List<Named> entries) throws Exception {
+        PKCS12PfxPduBuilder pfx = new PKCS12PfxPduBuilder();
+        for (Named entry : entries) {
+            SubjectKeyIdentifier id =
+                new JcaX509ExtensionUtils().createSubjectKeyIdentifier(entry.certificate().getSubjectPublicKeyInfo());
+            for (PKCS12SafeBagBuilder bag : List.of(
+                    new PKCS12SafeBagBuilder(entry.certificate()), new JcaPKCS12SafeBagBuilder(entry.key()))) {
+                bag.addBagAttribute(PKCS12SafeBag.friendlyNameAttribute, new DERBMPString(entry.name()));
+                bag.addBagAttribute(PKCS12SafeBag.localKeyIdAttribute, id);
+                pfx.addData(bag.build());
+            }
+        }
+        Files.write(file, pfx.build(new JcePKCS12MacCalculatorBuilder().setProvider(BOUNCY_CASTLE), PIN.toCharArray())
+            .getEncoded());
     }
 
     /** Writes a PEM file without a PIN, and returns its URI. */
