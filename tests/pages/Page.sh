@@ -95,7 +95,7 @@ verify_cms() {
     openssl cms -verify -binary -inform DER -in "$work/der" "${trust[@]}" -content "$1" -signer "$work/signer" \
         -out /dev/null 2>"$work/err" || fail "$2: $(cat "$work/err")"
     # shellcheck disable=SC2034
-    signer=$(openssl x509 -in "$work/signer" -noout -subject)
+    signer=$(openssl x509 -in "$work/signer" -noout -subject -nameopt RFC2253)
 }
 
 # The page's Java examples: a whole class, or lines of one.

@@ -6,7 +6,7 @@ openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 30
 
 check() {
     verify_cms letter.txt letter.p7s
-    [ "$signer" = "subject=CN = My key" ] || fail "letter.p7s is by $signer"
+    [ "$signer" = "subject=CN=My key" ] || fail "letter.p7s is by $signer"
     verify_cms letter.txt imported.p7s
-    [ "$signer" = "subject=CN = imported" ] || fail "imported.p7s is by $signer"
+    [ "$signer" = "subject=CN=imported" ] || fail "imported.p7s is by $signer"
 }
