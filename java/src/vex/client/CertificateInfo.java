@@ -44,7 +44,7 @@ public final class CertificateInfo {
 
     private CertificateInfo(String[] fields) {
         serial = new BigInteger(fields[0], 16);
-        fingerprint = fields[1];
+        fingerprint = Certificates.normalized(fields[1]);
         notBefore = TIME.parse(fields[2], Instant::from);
         notAfter = TIME.parse(fields[3], Instant::from);
         keyAlgorithm = fields[4];
@@ -88,9 +88,9 @@ public final class CertificateInfo {
     }
 
     /**
-     * Returns the SHA-256 digest of the certificate's DER form.
+     * Returns the certificate's fingerprint.
      *
-     * @return 64 upper-case hexadecimal digits
+     * @return in the form that the {@linkplain vex.client package} describes
      */
     public String fingerprint() {
         return fingerprint;

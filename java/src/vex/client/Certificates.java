@@ -13,10 +13,16 @@ import java.util.ArrayList;
 import java.util.Base64;
 import java.util.Collection;
 import java.util.List;
+import java.util.Locale;
 
 /** Fingerprints and chains of X.509 certificates. */
 final class Certificates {
     private Certificates() {}
+
+    /** The only spelling of a fingerprint here: upper case, without colons. */
+    static String normalized(String fingerprint) {
+        return fingerprint.replace(":", "").toUpperCase(Locale.ROOT);
+    }
 
     /** In the form of {@link CertificateInfo#fingerprint}. */
     static String fingerprint(X509Certificate certificate) throws CertificateEncodingException {

@@ -12,8 +12,8 @@ import java.util.Objects;
 import javax.security.auth.x500.X500Principal;
 
 /**
- * Collects the settings of a client. A certificate has to pass all filters. If several certificates pass, the one
- * that stays valid longest signs. For one thread at a time.
+ * Collects the settings of a client, in any order. A certificate has to pass all filters. If several certificates pass,
+ * the one that stays valid longest signs. For one thread at a time.
  */
 public final class SigningClientBuilder {
     private final String store;
@@ -34,9 +34,10 @@ public final class SigningClientBuilder {
      *
      * @param file at most 4 KiB; one line end after the PIN is not part of it
      * @return this
+     * @throws IllegalArgumentException if the path belongs to another file system than the default one
      */
     public SigningClientBuilder pinFile(Path file) {
-        pinFile = Objects.requireNonNull(file, "file");
+        pinFile = StoreText.requireDefaultFileSystem(Objects.requireNonNull(file, "file"));
         pin = null;
         return this;
     }
@@ -59,9 +60,10 @@ public final class SigningClientBuilder {
      *
      * @param file PEM or PKCS #12, at most 16 MiB
      * @return this
+     * @throws IllegalArgumentException if the path belongs to another file system than the default one
      */
     public SigningClientBuilder chainFile(Path file) {
-        chainFile = Objects.requireNonNull(file, "file");
+        chainFile = StoreText.requireDefaultFileSystem(Objects.requireNonNull(file, "file"));
         return this;
     }
 
@@ -164,9 +166,9 @@ public final class SigningClientBuilder {
     }
 
     /**
-     * Filter: the SHA-256 digest of the certificate's DER form is this.
+     * Filter: the certificate has this fingerprint.
      *
-     * @param sha256 64 hexadecimal digits in upper or lower case, with or without colons between pairs
+     * @param sha256 in a form that the {@linkplain vex.client package} describes
      * @return this
      */
     public SigningClientBuilder fingerprint(String sha256) {

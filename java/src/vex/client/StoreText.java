@@ -19,11 +19,16 @@ final class StoreText {
 
     /** @throws IllegalArgumentException if the path is not in the default file system */
     static String ofFile(Path file) {
+        requireDefaultFileSystem(file);
+        // The raw path holds the bytes of the name on the disk, percent-encoded. An ampersand would end an attribute.
+        return "file:" + file.toAbsolutePath().toUri().getRawPath().replace("&", "%26");
+    }
+
+    static Path requireDefaultFileSystem(Path file) {
         if (!file.getFileSystem().equals(FileSystems.getDefault())) {
             throw new IllegalArgumentException("The path is not in the default file system: " + file);
         }
-        // The raw path holds the bytes of the name on the disk, percent-encoded. An ampersand would end an attribute.
-        return "file:" + file.toAbsolutePath().toUri().getRawPath().replace("&", "%26");
+        return file;
     }
 
     static String withPinFile(String store, Path pinFile) {

@@ -19,6 +19,7 @@ class AsciiLocaleClientTest {
     void refusesWhatTheLocaleCannotEncodeAndSaysWhatToDo() throws Exception {
         try (SigningClient client = SigningClient.store("demo:").keyAlgorithm(KeyAlgorithm.EC).open()) {
             SigningException e = assertThrows(SigningException.class, () -> client.signRaw("Grüße"));
+            assertEquals(SigningException.Reason.TEXT_NOT_ENCODABLE, e.reason());
             assertEquals(VCTKError.INVALID_ARGUMENT, e.number());
             assertTrue(e.getMessage().contains("LC_ALL=C.UTF-8"), e.getMessage());
             assertTrue(e.getMessage().contains("getBytes"), e.getMessage());

@@ -143,7 +143,8 @@ class FailureMessagesTest {
             "2 not passing the filters"));
         Path without = Files.writeString(directory.resolve("without.pem"),
             TestStore.pem("CERTIFICATE", good.certificate().getEncoded()));
-        check(new Case("no key", Reason.STORE_WITHOUT_KEY, open(SigningClient.file(without)), "1 without a private key"));
+        check(new Case("no key", Reason.STORE_WITHOUT_KEY, open(SigningClient.file(without)),
+            "1 without a private key"));
     }
 
     @Test

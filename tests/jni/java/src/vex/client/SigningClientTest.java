@@ -7,6 +7,8 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.charset.StandardCharsets;
+import java.nio.file.FileSystem;
+import java.nio.file.FileSystems;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
@@ -17,6 +19,7 @@ import java.util.stream.Stream;
 import javax.security.auth.x500.X500Principal;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.Arguments;
@@ -99,6 +102,28 @@ class SigningClientTest {
         CertificateInfo info = CertificateInfo.parseList(record).get(0);
         assertEquals(algorithm, info.keyAlgorithm());
         assertEquals(name, info.keyAlgorithmName());
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"AB", "ab", "A:b"})
+    void spellsFingerprintsInOneWay(String listed) throws Exception {
+        String record = "1 " + listed + " 2026-01-01T00:00:00Z 2027-01-01T00:00:00Z RSA CN=a CN=b";
+        assertEquals("AB", CertificateInfo.parseList(record).get(0).fingerprint());
+    }
+
+    @Test
+    void refusesPathsOfOtherFileSystems() throws Exception {
+        try (FileSystem jar = FileSystems.newFileSystem(Path.of(System.getProperty("vex.test.jar")))) {
+            Path path = jar.getPath("/META-INF/MANIFEST.MF");
+            SigningClientBuilder builder = SigningClient.store("demo:");
+            for (Executable setter : List.<Executable>of(() -> SigningClient.file(path), () -> builder.pinFile(path),
+                    () -> builder.chainFile(path), () -> StoreParameter.file(path))) {
+                assertThrows(IllegalArgumentException.class, setter);
+            }
+            try (SigningClient client = builder.open()) {
+                assertTrue(client.signCmsDetached(path).length > 0);
+            }
+        }
     }
 
     @Test

@@ -10,6 +10,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.ByteArrayInputStream;
 import java.io.IOException;
 import java.io.InputStream;
+import java.io.OutputStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.NoSuchFileException;
@@ -21,6 +22,10 @@ import java.time.Duration;
 import java.time.Instant;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.concurrent.CompletableFuture;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.ExecutionException;
 import org.bouncycastle.cms.CMSProcessableByteArray;
 import org.bouncycastle.cms.CMSSignedData;
 import org.bouncycastle.cms.SignerInformation;
@@ -32,6 +37,7 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 import vex.client.SigningException.Reason;
+import vex.jni.Run;
 import vex.jni.Signatures;
 import vex.jni.TestStore;
 
@@ -175,22 +181,80 @@ class SigningResultTest {
         }
     }
 
-    /** The first certificate stays valid for a shorter time than the second one, which is not valid yet. */
+    private static <T> CompletableFuture<T> background(Callable<T> work) {
+        CompletableFuture<T> result = new CompletableFuture<>();
+        new Thread(() -> {
+            try {
+                result.complete(work.call());
+            } catch (Throwable e) {
+                result.completeExceptionally(e);
+            }
+        }).start();
+        return result;
+    }
+
+    /** A stream whose reader waits. */
+    private static final class WaitingStream extends ByteArrayInputStream {
+        private final CountDownLatch begun = new CountDownLatch(1);
+        private final CountDownLatch released = new CountDownLatch(1);
+
+        WaitingStream(byte[] bytes) {
+            super(bytes);
+        }
+
+        @Override
+        public int read(byte[] bytes, int offset, int length) {
+            begun.countDown();
+            try {
+                released.await();
+            } catch (InterruptedException e) {
+                throw new AssertionError(e);
+            }
+            return super.read(bytes, offset, length);
+        }
+    }
+
+    /** The second certificate becomes valid, and then the first one expires. Meanwhile a file and a stream are read. */
     @Test
     @Timeout(60)
     void theCertificateFitsWhileTheChoiceChanges() throws Exception {
+        Path pipe = directory.resolve("pipe");
+        Run.of(new ProcessBuilder("mkfifo", pipe.toString())).succeeded();
+        Path file = Files.createSymbolicLink(directory.resolve("file"), pipe);
+        WaitingStream stream = new WaitingStream(DATA);
         Instant now = Instant.now();
-        List<TestStore.Identity> identities = List.of(
-            identity("CN=first", now.minusSeconds(60), now.plus(Duration.ofDays(1))),
-            identity("CN=second", now.plusSeconds(3), now.plus(Duration.ofDays(2))));
-        try (SigningClient client = store(identities).open()) {
+        List<TestStore.Identity> identities = List.of(identity("CN=first", now.minusSeconds(60), now.plusSeconds(7)),
+            identity("CN=second", now.plusSeconds(5), now.plus(Duration.ofDays(2))));
+        X509Certificate second = identities.get(1).certificate();
+        try (SigningClient client = store(identities).open();
+                SigningClient first = store(identities).subjectContains("CN=first").open()) {
             assertEquals(identities.get(0).certificate(), client.signer());
-            SigningResult result;
-            do {
-                result = client.sign(SigningRequest.raw(DATA));
-                assertTrue(verifies(result, result.signature(), DATA));
-            } while (!result.certificate().equals(identities.get(1).certificate()));
-            assertEquals(identities.get(1).certificate(), client.signer());
+            CompletableFuture<SigningResult> ofFile =
+                background(() -> client.sign(SigningRequest.cmsDetached(file)));
+            CompletableFuture<SigningResult> ofStream =
+                background(() -> client.sign(SigningRequest.cmsDetached(stream)));
+            stream.begun.await();
+            try (OutputStream writer = Files.newOutputStream(pipe)) {
+                // The pipe is open for reading. The next time, there is a regular file in its place.
+                Files.delete(file);
+                Files.write(file, DATA);
+                SigningResult result;
+                do {
+                    result = client.sign(SigningRequest.raw(DATA));
+                    assertTrue(verifies(result, result.signature(), DATA));
+                } while (!result.certificate().equals(second));
+                while (!first.certificates().isEmpty()) {
+                    Thread.onSpinWait();
+                }
+                writer.write(DATA);
+            }
+            // A file can be read once more, for the certificate that signs now. A stream cannot.
+            assertEquals(second, ofFile.get().certificate());
+            assertEquals(second, Signatures.certificateIn(ofFile.get().signature()));
+            stream.released.countDown();
+            ExecutionException e = assertThrows(ExecutionException.class, ofStream::get);
+            assertEquals(Reason.NO_CERTIFICATE, ((SigningException) e.getCause()).reason());
+            assertReason(Reason.NO_CERTIFICATE, "1 expired on", () -> first.sign(SigningRequest.raw(DATA)));
         }
     }
 
