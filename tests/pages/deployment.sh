@@ -32,7 +32,73 @@ END
     (cd project && mvn -o -B -q -Daether.offline.protocols=file -Dmaven.repo.local="$work/maven" compile)
 }
 
+# open_to FILE USER: an access control list lets the user read the file or directory of root, as systemd does it.
+open_to() {
+    python3 - "$1" "$(id -u "$2")" <<'END'
+import os, stat, struct, sys
+path, user = sys.argv[1], int(sys.argv[2])
+may = 5 if stat.S_ISDIR(os.stat(path).st_mode) else 4
+nobody = 0xFFFFFFFF
+entries = [(0x01, may, nobody), (0x02, may, user), (0x04, 0, nobody), (0x10, may, nobody), (0x20, 0, nobody)]
+acl = struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
+os.setxattr(path, "system.posix_acl_access", acl)
+END
+}
+
+# The service of the page, with the credentials that systemd would make for it.
+check_credentials() {
+    local credentials=/run/credentials/app.service store
+    mount -t tmpfs tmpfs /run
+    mkdir -p "$credentials"
+    mount -t tmpfs -o mode=0700 tmpfs "$credentials"
+    install -m 0400 /etc/app/pin "$credentials/pin"
+    open_to "$credentials/pin" app
+    open_to "$credentials" app
+    mount -o remount,ro,nosuid,nodev,noexec "$credentials"
+    [ "$(stat -c '%U %a' "$credentials" "$credentials/pin")" = "root 550
+root 440" ] || fail "$(stat -c '%n %U %a' "$credentials" "$credentials/pin") is not as systemd makes it"
+
+    chown root: /etc/app/pin
+    mkdir -p /opt/app
+    cat >/opt/app/Service.java <<'END'
+import java.nio.file.*;
+import java.security.KeyStore;
+import java.util.Collections;
+import vex.client.*;
+
+public class Service {
+    public static void main(String[] args) throws Exception {
+        Path file = Paths.get("/etc/app/keys.p12");
+        Path pin = Paths.get(System.getenv("CREDENTIALS_DIRECTORY"), "pin");
+        if (Files.isReadable(Paths.get("/etc/app/pin"))) {
+            throw new IllegalStateException("the service can read root's file");
+        }
+        for (SigningClientBuilder builder : new SigningClientBuilder[] {
+                SigningClient.store(System.getenv("APP_STORE")), SigningClient.file(file).pinFile(pin)}) {
+            try (SigningClient client = builder.open()) {
+                System.out.println(client.signer().getSubjectX500Principal() + " " + client.signRaw("text").length);
+            }
+        }
+        KeyStore store = KeyStore.getInstance("VexClient", new SigningProvider());
+        store.load(StoreParameter.file(file, pin));
+        System.out.println(Collections.list(store.aliases()));
+    }
+}
+END
+    javac -cp /usr/share/java/tavclientjni.jar /opt/app/Service.java
+    store=$(sed -n 's/^Environment=\(APP_STORE=.*\)/\1/p' docs/deployment.md)
+    sudo -u app env "${store//%d/$credentials}" "CREDENTIALS_DIRECTORY=$credentials" java \
+        --enable-native-access=ALL-UNNAMED -Djava.library.path=/usr/lib/jni \
+        -cp /opt/app:/usr/share/java/tavclientjni.jar Service >"$work/service"
+    diff "$work/service" - <<'END'
+CN=app 256
+CN=app 256
+[app]
+END
+}
+
 check() {
+    check_credentials
     hint=$(sed -n 's/^To verify: //p' "$output")
     eval "$hint"
     # What systemd would start.
