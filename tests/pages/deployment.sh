@@ -89,12 +89,8 @@ END
     store=$(sed -n 's/^Environment=\(APP_STORE=.*\)/\1/p' docs/deployment.md)
     sudo -u app env "${store//%d/$credentials}" "CREDENTIALS_DIRECTORY=$credentials" java \
         --enable-native-access=ALL-UNNAMED -Djava.library.path=/usr/lib/jni \
-        -cp /opt/app:/usr/share/java/tavclientjni.jar Service >"$work/service"
-    diff "$work/service" - <<'END'
-CN=app 256
-CN=app 256
-[app]
-END
+        -cp /opt/app:/usr/share/java/tavclientjni.jar Service |
+        diff - <(printf '%s\n' "CN=app 256" "CN=app 256" "[app]")
 }
 
 check() {
