@@ -90,10 +90,10 @@ class ModuleTest {
         assertEquals(SIGNED + "module vex.client@" + version() + "\n", sorted(output));
     }
 
-    /** keytool and jarsigner find the provider by its name, as a service. */
+    /** keytool and jarsigner find the provider by its name, as a service, and keytool by its class. */
     @ParameterizedTest
     @ValueSource(strings = {"--class-path", "--module-path"})
-    void theJdksToolsAddTheProviderByItsName(String path) throws Exception {
+    void theJdksToolsFindTheProvider(String path) throws Exception {
         Path store = directory.resolve("keys.p12");
         TestStore.Identity signer = TestStore.identity("secp256r1", "CN=Signer", 1, 30, 0);
         TestStore.writePkcs12(store, List.of(signer));
@@ -103,6 +103,10 @@ class ModuleTest {
             "-providerArg", "file:" + store);
         String output = tool("keytool", options, "-list");
         assertTrue(output.contains("Your keystore contains 1 entry"), output);
+        List<String> byClass = new ArrayList<>(options);
+        byClass.set(byClass.indexOf("-addprovider"), "-providerClass");
+        byClass.set(byClass.indexOf("-providerClass") + 1, SigningProvider.class.getName());
+        assertEquals(output, tool("keytool", byClass, "-list"));
 
         Path signed = directory.resolve("app.jar");
         TestJar.write(signed);

@@ -13,6 +13,7 @@ import java.util.List;
 import java.util.stream.Stream;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
 
 /**
  * Class loaders with copies of the bundled jar share one bridge, and so one log with one writer thread and one wait at
@@ -117,12 +118,17 @@ class SharedBridgeTest {
         }
     }
 
-    private static String reload(String... arguments) throws Exception {
+    @TempDir
+    private Path directory;
+
+    private String reload(String... arguments) throws Exception {
         String tests = Path.of(Reload.class.getProtectionDomain().getCodeSource().getLocation().toURI()).toString();
-        List<String> command = new ArrayList<>(List.of(Run.jdkProgram("java"),
-            "--enable-native-access=ALL-UNNAMED", "-cp", tests, Reload.class.getName()));
+        List<String> command = new ArrayList<>(List.of(Run.jdkProgram("java"), "--enable-native-access=ALL-UNNAMED",
+            "-Djava.library.path=/nowhere", "-cp", tests, Reload.class.getName()));
         command.addAll(List.of(arguments));
-        return Run.of(new ProcessBuilder(command)).succeeded().output();
+        ProcessBuilder builder = new ProcessBuilder(command);
+        builder.environment().put("LD_LIBRARY_PATH", directory.toString());
+        return Run.of(builder).succeeded().output();
     }
 
     @Test
@@ -133,6 +139,12 @@ class SharedBridgeTest {
     @Test
     void classLoadersShareOneBridgeAtTheSameTime() throws Exception {
         assertEquals("1 bridges, 1 toolkits, 5 bindings, 1 writers\n", reload("keep", BUNDLED_JAR + "*5"));
+    }
+
+    @Test
+    void theBundledJarDoesNotSearchForItsBridge() throws Exception {
+        Files.writeString(directory.resolve("libTAVClientJNI.so"), "the dynamic linker cannot load this");
+        assertEquals("1 bridges, 1 toolkits, 0 bindings, 1 writers\n", reload(BUNDLED_JAR));
     }
 
     @Test
