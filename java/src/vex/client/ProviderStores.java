@@ -7,6 +7,7 @@ import java.util.Collections;
 import java.util.List;
 import java.util.Set;
 import java.util.WeakHashMap;
+import java.util.concurrent.locks.ReentrantLock;
 import javax.security.auth.callback.CallbackHandler;
 import javax.security.auth.login.FailedLoginException;
 import javax.security.auth.login.LoginException;
@@ -20,7 +21,7 @@ final class ProviderStores {
         + " was logged out; load the KeyStore again";
 
     private final String ownStore;  // null: the provider has none
-    private final Object loginLock = new Object();  // held while a PIN is asked for, so that only one thread asks
+    private final ReentrantLock loginLock = new ReentrantLock();  // held while a PIN is asked for: one thread asks
     private final Set<OpenStore> open = Collections.newSetFromMap(new WeakHashMap<>());  // guarded by itself
     private StoreSession login;  // guarded by open; null: not logged in
     private volatile CallbackHandler handler;
@@ -98,7 +99,8 @@ final class ProviderStores {
 
     /** Returns the session of the login, after logging in if necessary. */
     private StoreSession logIn(Pin.HandlerSource source) throws IOException, SigningException {
-        synchronized (loginLock) {
+        loginLock.lock();
+        try {
             synchronized (open) {
                 if (login != null) {
                     return login;
@@ -109,6 +111,8 @@ final class ProviderStores {
                 login = session;
             }
             return session;
+        } finally {
+            loginLock.unlock();
         }
     }
 

@@ -39,7 +39,9 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Garbage;
+import vex.jni.TAVClientJNI;
 import vex.jni.TestStore;
+import vex.jni.VCTKError;
 
 /** Destroying a key, closing a KeyStore, and the logout of the provider. */
 @Tag("client")
@@ -186,12 +188,16 @@ class KeyStoreEndTest {
         List<PrivateKey> keys = List.of(key(store, "RSA"), key(store, "EC"), key(store, "Ed25519"));
         List<Signature> begun =
             List.of(begin(keys.get(0), "RSA"), begin(keys.get(1), "EC"), begin(keys.get(2), "Ed25519"));
+        List<Handle> handles = session.session.pool().handles();
         end.of(provider, store);
+        assertFalse(handles.isEmpty());
+        for (Handle handle : handles) {
+            assertEquals(VCTKError.INVALID_HANDLE, new TAVClientJNI().GetLastError(handle.number));
+        }
         for (int i = 0; i < KEYS.size(); ++i) {
             assertEnded(message, keys.get(i), KEYS.get(i), begun.get(i));
             assertFalse(keys.get(i).isDestroyed());
         }
-        assertThrows(IllegalStateException.class, session::certificates, "the store itself is closed");
         assertEquals(aliases, Collections.list(store.aliases()));
         for (String alias : aliases) {
             assertNotNull(store.getCertificate(alias));
