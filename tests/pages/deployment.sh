@@ -73,7 +73,7 @@ public class Service {
         if (Files.isReadable(Paths.get("/etc/app/pin"))) {
             throw new IllegalStateException("the service can read root's file");
         }
-        for (SigningClientBuilder builder : new SigningClientBuilder[] {
+        for (SigningClient.Builder builder : new SigningClient.Builder[] {
                 SigningClient.store(System.getenv("APP_STORE")), SigningClient.file(file).pinFile(pin)}) {
             try (SigningClient client = builder.open()) {
                 System.out.println(client.signer().getSubjectX500Principal() + " " + client.signRaw("text").length);

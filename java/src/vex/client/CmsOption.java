@@ -8,7 +8,7 @@ public enum CmsOption {
     /**
      * The signature contains the signer's certificate and those of its issuers, except a self-signed root unless the
      * store's URI has {@code chain=root}. If all of them are known, a verifier needs only the root. The issuers come
-     * from the store and from {@link SigningClientBuilder#chainFile}. If the toolkit does not know chains, signing
+     * from the store and from {@link SigningClient.Builder#chainFile}. If the toolkit does not know chains, signing
      * fails.
      */
     INCLUDE_CHAIN

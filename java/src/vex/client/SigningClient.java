@@ -4,6 +4,7 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.nio.file.Path;
 import java.security.cert.X509Certificate;
+import java.util.Arrays;
 import java.util.List;
 import java.util.Objects;
 
@@ -50,7 +51,7 @@ public final class SigningClient implements AutoCloseable {
     private final SignerChoice choice;
     private final Reaper.Ticket ticket;
 
-    SigningClient(Session session, Selection selection, boolean single, String digest) {
+    private SigningClient(Session session, Selection selection, boolean single, String digest) {
         this.session = session;
         this.selection = selection;
         content = new ContentSigner(session, selection, digest);
@@ -62,12 +63,12 @@ public final class SigningClient implements AutoCloseable {
      * Starts to build a client for the store with this URI.
      *
      * @param uri {@code demo:} for the user's demo store, {@code file:/path/keys.p12} or {@code pkcs11:token=Card}.
-     *     Prefer {@link SigningClientBuilder#pinFile} or {@link SigningClientBuilder#pin} to a PIN in the URI. Trust a
+     *     Prefer {@link Builder#pinFile} or {@link Builder#pin} to a PIN in the URI. Trust a
      *     URI only as you would trust a program: it can name a PKCS #11 module, whose code then runs in this process
      * @return a new builder
      */
-    public static SigningClientBuilder store(String uri) {
-        return new SigningClientBuilder(Objects.requireNonNull(uri, "uri"));
+    public static Builder store(String uri) {
+        return new Builder(Objects.requireNonNull(uri, "uri"));
     }
 
     /**
@@ -77,8 +78,8 @@ public final class SigningClient implements AutoCloseable {
      * @return a new builder
      * @throws IllegalArgumentException if the path belongs to another file system
      */
-    public static SigningClientBuilder file(Path file) {
-        return new SigningClientBuilder(StoreText.ofFile(Objects.requireNonNull(file, "file")));
+    public static Builder file(Path file) {
+        return new Builder(StoreText.ofFile(Objects.requireNonNull(file, "file")));
     }
 
     /**
@@ -267,5 +268,180 @@ public final class SigningClient implements AutoCloseable {
     @Override
     public void close() {
         ticket.close();
+    }
+
+    /**
+     * Collects the settings of a client, in any order. If several certificates pass all filters, the one that stays
+     * valid longest signs. For one thread at a time.
+     */
+    public static final class Builder extends CertificateFilters<Builder> {
+        /** A PIN cannot contain this character. */
+        private static final char WIPED = '\0';
+
+        private final String store;
+        private Path pinFile;
+        private Path chainFile;
+        private char[] pin;
+        private String digest;  // null: the toolkit's default
+        private boolean pss;
+        private boolean single;
+
+        private Builder(String store) {
+            this.store = store;
+        }
+
+        /**
+         * Names the file that holds the PIN. This is the safest way: the PIN never becomes a Java object.
+         *
+         * @param file at most 4 KiB; one line end after the PIN is not part of it
+         * @return this
+         * @throws IllegalArgumentException if the path belongs to another file system than the default one
+         */
+        public Builder pinFile(Path file) {
+            pinFile = StoreText.requireDefaultFileSystem(Objects.requireNonNull(file, "file"));
+            pin = null;
+            return this;
+        }
+
+        /**
+         * Sets the PIN itself. The builder copies it, and {@link #open} joins the copy to the store's URI and wipes it.
+         * No exception and no {@link #toString} contains it. The caller wipes its own array.
+         *
+         * @param characters the PIN, without any escapes
+         * @return this
+         */
+        public Builder pin(char[] characters) {
+            pin = Objects.requireNonNull(characters, "characters").clone();
+            pinFile = null;
+            return this;
+        }
+
+        /**
+         * Names a file with certificates of issuers that the store does not have, for {@link CmsOption#INCLUDE_CHAIN}.
+         *
+         * @param file PEM or PKCS #12, at most 16 MiB
+         * @return this
+         * @throws IllegalArgumentException if the path belongs to another file system than the default one
+         */
+        public Builder chainFile(Path file) {
+            chainFile = StoreText.requireDefaultFileSystem(Objects.requireNonNull(file, "file"));
+            return this;
+        }
+
+        /**
+         * Sets the digest algorithm. Ed25519 and Ed448 keys have their own.
+         *
+         * @param algorithm SHA-256 if this method is not called
+         * @return this
+         */
+        public Builder digest(Digest algorithm) {
+            return digest(Objects.requireNonNull(algorithm, "algorithm").toString());
+        }
+
+        /**
+         * Sets the digest algorithm by the toolkit's name, which may be one that {@link Digest} does not have.
+         *
+         * @param name for example {@code SHA-384}
+         * @return this
+         * @throws IllegalArgumentException if the name begins with {@code prehashed:}; {@link SigningClient#signDigest}
+         *     does this
+         */
+        public Builder digest(String name) {
+            Objects.requireNonNull(name, "name");
+            if (name.regionMatches(true, 0, Digest.PREHASHED, 0, Digest.PREHASHED.length())) {
+                throw new IllegalArgumentException("The client signs data; call signDigest to sign a digest");
+            }
+            digest = name;
+            return this;
+        }
+
+        /**
+         * Makes RSA keys sign with RSASSA-PSS: with the client's digest algorithm, the same in MGF1, and a salt as
+         * long as the digest. Without this call, only keys whose certificate demands it do so. Other keys sign as
+         * always.
+         *
+         * @return this
+         */
+        public Builder pss() {
+            pss = true;
+            return this;
+        }
+
+        /**
+         * Makes signing fail unless exactly one certificate passes the filters.
+         *
+         * @return this
+         */
+        public Builder singleCertificate() {
+            single = true;
+            return this;
+        }
+
+        /**
+         * Opens the store. The first call in a process loads the native library; see {@link vex.jni.TAVClientJNI}.
+         *
+         * @return a new client, which the caller closes
+         * @throws SigningException if the store cannot be opened or a setting is refused. If no certificate passes the
+         *     filters, opening succeeds and signing fails
+         * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN
+         */
+        public SigningClient open() throws SigningException {
+            Session session = Session.open(storeWithPin(), single, "chain=store");
+            try {
+                String digest = digestName();
+                Selection selection = selection();
+                session.check(selection, digest);
+                return new SigningClient(session, selection, single, digest);
+            } catch (SigningException | RuntimeException | Error e) {
+                session.close();
+                throw e;
+            }
+        }
+
+        /** For people. Contains no PIN and no URI. */
+        @Override
+        public String toString() {
+            return "SigningClient.Builder with " + selection().filters().size() + " filters";
+        }
+
+        @Override
+        Builder self() {
+            return this;
+        }
+
+        /** As the toolkit takes it; null for its default. */
+        private String digestName() {
+            if (!pss) {
+                return digest;
+            }
+            String name = digest == null ? Digest.SHA_256.toString() : digest;
+            return Digest.isPss(name) ? name : name + Digest.PSS;
+        }
+
+        private String storeWithChain() {
+            if (chainFile == null) {
+                return store;
+            }
+            String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=store");
+            return StoreText.withChainFile(chain, chainFile);
+        }
+
+        private String storeWithPin() {
+            String store = storeWithChain();
+            if (pinFile != null) {
+                return StoreText.withPinFile(store, pinFile);
+            }
+            if (pin == null) {
+                return store;
+            }
+            if (pin.length > 0 && pin[0] == WIPED) {
+                throw new IllegalStateException("An earlier call of open used the PIN and wiped it; call pin again");
+            }
+            try {
+                return StoreText.withPin(store, pin);
+            } finally {
+                Arrays.fill(pin, WIPED);
+            }
+        }
     }
 }

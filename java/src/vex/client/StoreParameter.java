@@ -53,7 +53,7 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * A store in a PKCS #12 or PEM file, with the PIN in a file.
      *
      * @param file as for {@link SigningClient#file}
-     * @param pinFile as for {@link SigningClientBuilder#pinFile}
+     * @param pinFile as for {@link SigningClient.Builder#pinFile}
      * @return the parameter
      */
     public static StoreParameter file(Path file, Path pinFile) {

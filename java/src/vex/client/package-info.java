@@ -21,7 +21,7 @@
  * program are unchecked: {@link NullPointerException}, {@link IllegalArgumentException}, and
  * {@link IllegalStateException} after a close.
  *
- * <p>Any thread may use any object of this package, except {@link vex.client.SigningClientBuilder}, which is for one
+ * <p>Any thread may use any object of this package, except {@link vex.client.SigningClient.Builder}, which is for one
  * thread at a time.
  */
 package vex.client;

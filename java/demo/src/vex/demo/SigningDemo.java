@@ -18,7 +18,6 @@ import java.util.Map;
 import vex.client.CertificateInfo;
 import vex.client.CmsOption;
 import vex.client.SigningClient;
-import vex.client.SigningClientBuilder;
 import vex.client.SigningException;
 
 /** Signs a text in every form, writes the signatures to files, and verifies the P1 signature with the JDK. */
@@ -85,7 +84,7 @@ public final class SigningDemo {
     }
 
     private static int run(Map<String, String> options, String text) {
-        SigningClientBuilder builder = SigningClient.store(options.get("--store"));
+        SigningClient.Builder builder = SigningClient.store(options.get("--store"));
         if (!options.get("--key-algorithm").isEmpty()) {
             builder.keyAlgorithm(options.get("--key-algorithm"));
         }

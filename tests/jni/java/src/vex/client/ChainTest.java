@@ -118,7 +118,7 @@ class ChainTest {
         assertArrayEquals(certificates(chain), onlyChain(load(parameter)));
     }
 
-    private SigningClientBuilder client() {
+    private SigningClient.Builder client() {
         return SigningClient.file(file()).pin(TestStore.PIN.toCharArray());
     }
 

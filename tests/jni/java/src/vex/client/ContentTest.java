@@ -57,7 +57,7 @@ class ContentTest {
 
     private X509Certificate certificate;
 
-    private SigningClientBuilder store(OpenSslKeys key) throws Exception {
+    private SigningClient.Builder store(OpenSslKeys key) throws Exception {
         Path pem = directory.resolve(key + ".pem");
         certificate = key.write(pem);
         return SigningClient.file(pem);
@@ -253,7 +253,7 @@ class ContentTest {
         "RSA,SHA-384/pss,true"})
     void theClientSignsWithPssOnRequest(OpenSslKeys key, String digest, boolean pssCalled) throws Exception {
         PSSParameterSpec pss = new PSSParameterSpec("SHA-384", "MGF1", MGF1ParameterSpec.SHA384, 48, 1);
-        SigningClientBuilder builder = store(key).digest(digest);
+        SigningClient.Builder builder = store(key).digest(digest);
         try (SigningClient client = (pssCalled ? builder.pss() : builder).open()) {
             for (byte[] signature : List.of(client.signDigest(digest("SHA-384")), client.signRaw(DATA))) {
                 Signature verifier = Signature.getInstance("RSASSA-PSS");
@@ -308,7 +308,7 @@ class ContentTest {
 
     @Test
     void aBuilderTakesNoPrehashedName() {
-        SigningClientBuilder builder = SigningClient.store("demo:");
+        SigningClient.Builder builder = SigningClient.store("demo:");
         for (String name : List.of("prehashed:SHA-256", "PreHashed:NONE")) {
             assertThrows(IllegalArgumentException.class, () -> builder.digest(name));
         }
@@ -318,7 +318,7 @@ class ContentTest {
     @ParameterizedTest
     @CsvSource({",SHA256", "SHA-384,SHA384"})
     void threadsThatSignDigestsDoNotDisturbOthers(String setting, String digest) throws Exception {
-        SigningClientBuilder builder = store(OpenSslKeys.EC);
+        SigningClient.Builder builder = store(OpenSslKeys.EC);
         try (SigningClient client = setting == null ? builder.open() : builder.digest(setting).open()) {
             byte[] value = digest(Digest.of(digest).toString());
             Together.run(16, thread -> {

@@ -58,18 +58,18 @@ class FailureMessagesTest {
     }
 
     /** The ways to give a PIN. */
-    private List<SigningClientBuilder> withPin(Path file) throws IOException {
+    private List<SigningClient.Builder> withPin(Path file) throws IOException {
         Path pinFile = Files.writeString(directory.resolve("pin"), PIN);
         return List.of(SigningClient.file(file).pin(PIN.toCharArray()), SigningClient.file(file).pinFile(pinFile),
             SigningClient.store(StoreText.ofFile(file) + "?pin-value=" + ENCODED_PIN),
             SigningClient.store(StoreText.withPin(StoreText.ofFile(file), PIN.toCharArray())));
     }
 
-    private static Action open(SigningClientBuilder builder) {
+    private static Action open(SigningClient.Builder builder) {
         return () -> builder.open().close();
     }
 
-    private static Action sign(SigningClientBuilder builder) {
+    private static Action sign(SigningClient.Builder builder) {
         return () -> {
             try (SigningClient client = builder.open()) {
                 client.signRaw("I owe you 100 euros.");
@@ -84,16 +84,16 @@ class FailureMessagesTest {
         Path text = Files.writeString(directory.resolve("text.p12"), "no store");
         Path locked = directory.resolve("locked.p12");
         TestStore.writePkcs12(locked, List.of(TestStore.identity("secp256r1", "CN=locked", 1, 30, 0)));
-        for (SigningClientBuilder builder : withPin(missing)) {
+        for (SigningClient.Builder builder : withPin(missing)) {
             check(new Case("missing", Reason.STORE_NOT_FOUND, open(builder), missing.toString(), "No such file"));
         }
-        for (SigningClientBuilder builder : withPin(directory)) {
+        for (SigningClient.Builder builder : withPin(directory)) {
             check(new Case("directory", Reason.STORE_UNREADABLE, open(builder), directory.toString()));
         }
-        for (SigningClientBuilder builder : withPin(text)) {
+        for (SigningClient.Builder builder : withPin(text)) {
             check(new Case("text", Reason.STORE_FORMAT, open(builder), "neither PKCS #12 nor PEM"));
         }
-        for (SigningClientBuilder builder : withPin(locked)) {
+        for (SigningClient.Builder builder : withPin(locked)) {
             check(new Case("wrong PIN", Reason.PIN_WRONG, open(builder), "PIN is wrong"));
         }
         check(new Case("no PIN", Reason.PIN_MISSING, open(SigningClient.file(locked)), "none was given"));
@@ -119,7 +119,7 @@ class FailureMessagesTest {
     @Tag("client")
     void modulesAreNamed() {
         String uri = "pkcs11:token=x?pin-value=" + ENCODED_PIN + "&module-path=";
-        for (SigningClientBuilder builder : List.of(SigningClient.store(uri + "/nowhere/module.so"),
+        for (SigningClient.Builder builder : List.of(SigningClient.store(uri + "/nowhere/module.so"),
                 SigningClient.store("pkcs11:?module-path=/nowhere/module.so").pin(PIN.toCharArray()))) {
             check(new Case("missing", Reason.TOKEN_MODULE, open(builder), "/nowhere/module.so",
                 "there is no such file"));

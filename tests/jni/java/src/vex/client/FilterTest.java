@@ -66,7 +66,7 @@ class FilterTest {
     }
 
     /** A filter, its number, and the subjects of the certificates that pass it. */
-    private record Expected(int type, UnaryOperator<SigningClientBuilder> filter, String... subjects) {}
+    private record Expected(int type, UnaryOperator<SigningClient.Builder> filter, String... subjects) {}
 
     @Test
     void theRightCertificatesPass() throws Exception {
@@ -97,7 +97,7 @@ class FilterTest {
         Set<Integer> known = typesOfTheToolkit();
         Set<Integer> tried = new TreeSet<>();
         for (Expected expected : table) {
-            SigningClientBuilder builder = expected.filter().apply(SigningClient.store(store));
+            SigningClient.Builder builder = expected.filter().apply(SigningClient.store(store));
             tried.add(expected.type());
             if (known.contains(expected.type())) {
                 try (SigningClient client = builder.open()) {

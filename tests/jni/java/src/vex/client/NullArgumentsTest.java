@@ -51,7 +51,8 @@ class NullArgumentsTest {
     static void makeArguments() throws Exception {
         client = SigningClient.store("demo:").open();
         VALUES.put(SigningClient.class, client);
-        VALUES.put(SigningClientBuilder.class, SigningClient.store("demo:"));
+        VALUES.put(SigningClient.Builder.class, SigningClient.store("demo:"));
+        VALUES.put(CertificateFilters.class, SigningClient.store("demo:"));
         VALUES.put(CertificateInfo.class, client.certificates().get(0));
         VALUES.put(SigningRequest.class, SigningRequest.raw("x"));
         VALUES.put(StoreParameter.class, StoreParameter.store("demo:", null));

@@ -6,7 +6,7 @@ final class PrintFailure {
 
     /** @param args the store's URI and perhaps a PIN */
     public static void main(String[] args) {
-        SigningClientBuilder builder = SigningClient.store(args[0]);
+        SigningClient.Builder builder = SigningClient.store(args[0]);
         if (args.length > 1) {
             builder.pin(args[1].toCharArray());
         }

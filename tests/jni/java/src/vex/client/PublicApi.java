@@ -90,7 +90,11 @@ final class PublicApi {
         for (Type implemented : type.getGenericInterfaces()) {
             above.add("implements " + implemented.getTypeName());
         }
-        String name = Modifier.toString(modifiers) + " " + kind + " " + type.getName();
+        String parameters = Stream.of(type.getTypeParameters())
+            .map(parameter -> parameter + " extends " + parameter.getBounds()[0].getTypeName())
+            .collect(Collectors.joining(", "));
+        String name = Modifier.toString(modifiers) + " " + kind + " " + type.getName()
+            + (parameters.isEmpty() ? "" : "<" + parameters + ">");
         return above.isEmpty() ? name : name + " " + String.join(" ", above);
     }
 

@@ -115,7 +115,7 @@ class SigningClientTest {
     void refusesPathsOfOtherFileSystems() throws Exception {
         try (FileSystem jar = FileSystems.newFileSystem(Path.of(System.getProperty("vex.test.jar")))) {
             Path path = jar.getPath("/META-INF/MANIFEST.MF");
-            SigningClientBuilder builder = SigningClient.store("demo:");
+            SigningClient.Builder builder = SigningClient.store("demo:");
             for (Executable setter : List.<Executable>of(() -> SigningClient.file(path), () -> builder.pinFile(path),
                     () -> builder.chainFile(path), () -> StoreParameter.file(path))) {
                 assertThrows(IllegalArgumentException.class, setter);
@@ -128,7 +128,7 @@ class SigningClientTest {
 
     @Test
     void filtersByNoUnknownKeyAlgorithm() {
-        SigningClientBuilder builder = SigningClient.store("demo:");
+        SigningClient.Builder builder = SigningClient.store("demo:");
         assertThrows(IllegalArgumentException.class, () -> builder.keyAlgorithm(KeyAlgorithm.OTHER));
     }
 
@@ -168,7 +168,7 @@ class SigningClientTest {
         Path pinFile = Files.writeString(directory.resolve("pin & #1"), TestStore.PIN + "\n");
         Files.setPosixFilePermissions(pinFile, PosixFilePermissions.fromString("rw-------"));
 
-        for (SigningClientBuilder builder : List.of(SigningClient.file(store).pin(TestStore.PIN.toCharArray()),
+        for (SigningClient.Builder builder : List.of(SigningClient.file(store).pin(TestStore.PIN.toCharArray()),
                 SigningClient.file(store).pinFile(pinFile))) {
             try (SigningClient client = builder.open()) {
                 assertEquals("CN=any", client.certificates().get(0).subjectText());
@@ -186,7 +186,7 @@ class SigningClientTest {
     void reportsTheNumberButNoPinWhenOpeningFails() throws Exception {
         Path store = directory.resolve("store.p12");
         TestStore.writePkcs12(store, List.of(TestStore.identity("secp256r1", "CN=any", 1, 30, 0)));
-        SigningClientBuilder builder = SigningClient.file(store).pin("wrong-4711".toCharArray());
+        SigningClient.Builder builder = SigningClient.file(store).pin("wrong-4711".toCharArray());
         assertFalse(builder.toString().contains("4711"));
         SigningException e = assertThrows(SigningException.class, builder::open);
         assertEquals(VCTKError.PIN_WRONG, e.number());

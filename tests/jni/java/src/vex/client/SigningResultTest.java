@@ -50,17 +50,17 @@ class SigningResultTest {
     @TempDir
     private Path directory;
 
-    private SigningClientBuilder store(OpenSslKeys key, Digest digest, boolean pss) throws Exception {
+    private SigningClient.Builder store(OpenSslKeys key, Digest digest, boolean pss) throws Exception {
         Path pem = directory.resolve("store.pem");
         key.write(pem);
-        SigningClientBuilder builder = SigningClient.file(pem);
+        SigningClient.Builder builder = SigningClient.file(pem);
         if (digest != null) {
             builder.digest(digest);
         }
         return pss ? builder.pss() : builder;
     }
 
-    private SigningClientBuilder store(List<TestStore.Identity> identities) throws Exception {
+    private SigningClient.Builder store(List<TestStore.Identity> identities) throws Exception {
         return SigningClient.store(TestStore.writePem(directory.resolve("store.pem"), identities));
     }
 
