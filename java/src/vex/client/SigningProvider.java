@@ -41,7 +41,7 @@ import javax.security.auth.login.LoginException;
  * </ul>
  *
  * <p><strong>Aliases.</strong> An alias is the entry's name in the store (the friendly name in a PKCS #12 file, the
- * label of the certificate on a token) if no other entry has it, else the certificate's SHA-256 fingerprint as 64
+ * label on a token) if no other entry has it, else the certificate's SHA-256 fingerprint as 64
  * upper-case hexadecimal digits. The fingerprint finds the entry always, in any case, with or without colons. A name
  * that several entries have finds the one that is valid longest, so a configured name goes on to work when a
  * certificate is renewed. Names are compared without regard to case. Names that are longer than 255 characters, have
