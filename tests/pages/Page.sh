@@ -10,7 +10,7 @@ set -euo pipefail
 
 page=$1 page_script=$2 page_blocks=$3
 shift 3
-page_block="the script"
+page_block="the script" page_status=0
 
 # shellcheck disable=SC2034
 source=$PWD page_directory=$(dirname "$page_script")
@@ -25,15 +25,16 @@ rm -f /tmp/PILog.txt /tmp/pipe.log /var/log.ini
 
 exec {page_error}>&2
 page_end() {
-    local status=$?
-    trap - DEBUG
+    local status=$1
+    trap - DEBUG EXIT
     if [ "$status" -ne 0 ]; then
         # A block's own standard error is in the file.
         cat "$page_printed" >&"$page_error"
         echo "FAILED: $page, $page_block" >&"$page_error"
     fi
+    exit "$status"
 }
-trap page_end EXIT
+trap 'page_end $?' EXIT
 
 fail() {
     echo "FAILED: $*" >&2
@@ -146,7 +147,7 @@ for page_file in "$page_blocks"/*; do
     case $page_file in
         *.sh)
             # "set -e" alone would not notice that the first command of "a && b" fails.
-            trap '[ $? -eq 0 ] || exit' DEBUG
+            trap 'page_status=$?; [ "$page_status" -eq 0 ] || page_end "$page_status"' DEBUG
             eval "$(cat "$page_file")" >"$page_printed" 2>&1
             trap - DEBUG
             ;;

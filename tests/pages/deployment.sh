@@ -1,4 +1,4 @@
-# shellcheck shell=bash disable=SC2154
+# shellcheck shell=bash disable=SC2024,SC2154
 # apt-get may use nothing but this machine. The packages are those that the page makes.
 rm -rf build/release/packages
 make_app_store
@@ -94,6 +94,10 @@ END
 }
 
 check() {
+    # The switch is the one of the page about the log.
+    mkdir "$work/log-page"
+    "$page_directory/blocks.py" docs/diagnostic-log.md "$work/log-page"
+    cmp "$work/log-page"/*.ini /var/log.ini
     check_credentials
     hint=$(sed -n 's/^To verify: //p' "$output")
     eval "$hint"
