@@ -1,5 +1,6 @@
 // Does a signature take longer when more objects are open, or when the store has more certificates? It signs with
-// P-256, because these signatures take the least time, so any other cost is visible.
+// P-256, because these signatures take the least time, so any other cost is visible. Do handles that share a store sign
+// side by side like handles with a store each, and how much faster than the first does a further handle open?
 //
 // With signatures=N and mode=p1 or mode=p7 it only makes N signatures with an RSA key, for counting from outside.
 #include <openssl/evp.h>
@@ -7,6 +8,8 @@
 #include <openssl/x509.h>
 
 #include <memory>
+#include <thread>
+#include <vector>
 
 #include "Bench.h"
 #include "Deleter.h"
@@ -78,6 +81,59 @@ double SignaturesPerSecond(HANDLE hObject, int nSignatures) {
     return nSignatures / (bench::CpuSeconds() - dBegin);
 }
 
+// By the clock, of all threads together. Each thread has a handle.
+double SignaturesPerSecondOf(const std::vector<HANDLE>& handles, int nSignatures) {
+    for (const HANDLE hObject : handles) {
+        SignP1(hObject, Text());
+    }
+    const double dBegin = bench::WallSeconds();
+    std::vector<std::jthread> threads;
+    for (const HANDLE hObject : handles) {
+        threads.emplace_back([=] {
+            for (int i = 0; i < nSignatures; ++i) {
+                SignP1(hObject, Text());
+            }
+        });
+    }
+    threads.clear();
+    return nSignatures * static_cast<double>(handles.size()) / (bench::WallSeconds() - dBegin);
+}
+
+double OpeningsPerSecond(const std::string& strStore) {
+    const double dBegin = bench::CpuSeconds();
+    VCTK_Finalize(Open(strStore));
+    return 1 / (bench::CpuSeconds() - dBegin);
+}
+
+void CompareHandlesOfOneStore(const TempDirectory& directory, int nSignatures, int nRounds) {
+    for (const bool bRsa : {true, false}) {
+        const std::string strName = bRsa ? "RSA-2048" : "P-256";
+        const std::string strStore = MakeStore(directory.Path(strName + ".pem"), 1, bRsa);
+        const HANDLE hFirst = Open(strStore);
+        const HANDLE hShared = Open(strStore);
+        const HANDLE hOther = Open(MakeStore(directory.Path(strName + " other.pem"), 1, bRsa));
+        bench::Interleave(strName + " signatures, two threads", "signatures/s", nRounds,
+                          {{"one thread", [&] { return SignaturesPerSecondOf({hFirst}, nSignatures); }},
+                           {"one store",
+                            [&] {
+                                return SignaturesPerSecondOf({hFirst, hShared}, nSignatures);
+                            }},
+                           {"two stores", [&] {
+                                return SignaturesPerSecondOf({hFirst, hOther}, nSignatures);
+                            }}});
+    }
+    constexpr int kCertificates = 1000;
+    const std::string strLarge = MakeStore(directory.Path("large.pem"), kCertificates, false);
+    bench::Interleave("opening a store of 1000 certificates", "openings/s", nRounds,
+                      {{"the first handle", [&] { return OpeningsPerSecond(strLarge); }},
+                       {"beside another handle", [&] {
+                            const HANDLE hFirst = Open(strLarge);
+                            const double dRate = OpeningsPerSecond(strLarge);
+                            VCTK_Finalize(hFirst);
+                            return dRate;
+                        }}});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -117,5 +173,6 @@ int main(int argc, char** argv) {
         "signatures, one store's", "signatures/s", nRounds,
         {{"1 certificate", [&] { return SignaturesPerSecond(hOne, nSignatures); }},
          {std::to_string(nCertificates) + " certificates", [&] { return SignaturesPerSecond(hMany, nSignatures); }}});
+    CompareHandlesOfOneStore(directory, nSignatures, nRounds);
     return 0;
 }

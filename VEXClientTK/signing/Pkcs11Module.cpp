@@ -73,7 +73,7 @@ std::vector<std::string> InDirectory(const std::string& strDirectory, const std:
 // The files to try, in order.
 std::vector<std::string> FileNames(const std::string& strPath, const std::string& strName) {
     if (strName.find('/') != std::string::npos) {
-        throw Failure(VCTK_E_TOKEN_MODULE, "module-name contains \"/\"; use module-path for a path");
+        throw Failure(VCTK_E_TOKEN_MODULE, strName + ": module-name contains \"/\"; use module-path for a path");
     }
     if (!strPath.empty()) {
         struct stat status {};
@@ -99,8 +99,13 @@ std::vector<std::string> FileNames(const std::string& strPath, const std::string
     return names;
 }
 
+struct Library {
+    void* pHandle;
+    std::string strFile;
+};
+
 // The library stays loaded for the life of the process.
-void* LoadFile(const std::string& strFile) {
+Library LoadFile(const std::string& strFile) {
     // Loads the real path, because a link may point to another file by now.
     const std::string strTrusted = RequireTrustedModule(strFile);
     void* const pLibrary = dlopen(strTrusted.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
@@ -108,11 +113,11 @@ void* LoadFile(const std::string& strFile) {
         const char* pszError = dlerror();
         throw Failure(VCTK_E_TOKEN_MODULE, pszError != nullptr ? pszError : strFile);
     }
-    return pLibrary;
+    return {pLibrary, strTrusted};
 }
 
 // The first of the files that can be loaded. strMissing: the error text if none of them exists.
-void* Load(const std::vector<std::string>& names, const std::string& strMissing) {
+Library Load(const std::vector<std::string>& names, const std::string& strMissing) {
     std::string strWhy = strMissing;
     for (const std::string& strFile : names) {
         try {
@@ -233,15 +238,20 @@ Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& 
     const std::vector<std::string> names = FileNames(strPath, strName);
     Process& process = CurrentProcess();
     const CVEXLock lock(process.mutex);
-    void* const pLibrary = Load(names, MissingText(strPath, strName));
-    Pkcs11Module*& pModule = process.modules[pLibrary];
+    const Library library = Load(names, MissingText(strPath, strName));
+    Pkcs11Module*& pModule = process.modules[library.pHandle];
     if (pModule == nullptr) {
-        const auto getFunctions = reinterpret_cast<CK_C_GetFunctionList>(dlsym(pLibrary, "C_GetFunctionList"));
+        const auto getFunctions = reinterpret_cast<CK_C_GetFunctionList>(dlsym(library.pHandle, "C_GetFunctionList"));
         CK_FUNCTION_LIST* pFunctions = nullptr;
         if (getFunctions == nullptr || getFunctions(&pFunctions) != CKR_OK || pFunctions == nullptr) {
-            throw Failure(VCTK_E_TOKEN_MODULE, "it is not a PKCS #11 module: C_GetFunctionList is missing or fails");
+            throw Failure(VCTK_E_TOKEN_MODULE, "it is not a PKCS #11 module: C_GetFunctionList is missing or fails")
+                .About(library.strFile);
         }
-        pModule = new Pkcs11Module(process, pFunctions);
+        try {
+            pModule = new Pkcs11Module(process, pFunctions);
+        } catch (const Failure& failure) {
+            throw failure.About(library.strFile);
+        }
     }
     return *pModule;
 }

@@ -59,6 +59,8 @@ IdentitiesPtr ReadFile(const std::string& strPath, const SecretText* pPin) {
     try {
         const SecretText bytes = ReadFileBytes(strPath, kLargestStore);
         return ReadSharedIdentities(bytes.View(), pPin);
+    } catch (const Failure& failure) {
+        throw failure.About(strPath);
     } catch (const std::system_error& error) {
         const int nErrno = error.code().value();
         const bool bMissing = nErrno == ENOENT || nErrno == ENOTDIR;
@@ -67,18 +69,24 @@ IdentitiesPtr ReadFile(const std::string& strPath, const SecretText* pPin) {
     }
 }
 
-// others: certificates beside the store's own that may be of issuers.
-IdentitiesPtr Open(const StoreUri& uri, Identities& others) {
+struct Content {
+    std::string strName;  // the file's path, or the token's label
+    IdentitiesPtr identities;
+    Identities others = {};  // certificates beside the store's own that may be of issuers
+};
+
+Content Open(const StoreUri& uri) {
+    const SecretText* const pPin = uri.pin ? &*uri.pin : nullptr;
     switch (uri.kind) {
         case StoreUri::Kind::kDemo:
-            return OpenDemoStore();
+            return {"demo:", OpenDemoStore()};
         case StoreUri::Kind::kToken: {
-            TokenIdentities token = OpenTokenStore(uri.token, uri.pin ? &*uri.pin : nullptr);
-            others = std::move(token.others);
-            return std::make_shared<const Identities>(std::move(token.described));
+            TokenIdentities token = OpenTokenStore(uri.token, pPin);
+            return {token.strToken, std::make_shared<const Identities>(std::move(token.described)),
+                    std::move(token.others)};
         }
         default:
-            return ReadFile(uri.strPath, uri.pin ? &*uri.pin : nullptr);
+            return {uri.strPath, ReadFile(uri.strPath, pPin)};
     }
 }
 
@@ -93,10 +101,9 @@ IdentitiesPtr ReadChainSource(const std::string& strPath) {
         return identities;
     } catch (const Failure& failure) {
         const bool bPin = failure.Number() == VCTK_E_PIN_REQUIRED || failure.Number() == VCTK_E_PIN_WRONG;
-        throw Failure(
-            bPin ? VCTK_E_STORE_FORMAT : failure.Number(),
-            "chain-source: " + (bPin ? strPath + ": a part of it is encrypted; use a file with certificates alone"
-                                     : failure.Detail()));
+        const Failure encrypted(VCTK_E_STORE_FORMAT,
+                                strPath + ": a part of it is encrypted; use a file with certificates alone");
+        throw(bPin ? encrypted : failure).About("chain-source");
     }
 }
 
@@ -114,16 +121,17 @@ OpenedStore OpenOrThrow(StoreUri& uri) {
     if (uri.strPinSource) {
         uri.pin = ReadPin(*uri.strPinSource);
     }
-    Identities others;
-    OpenedStore store{Open(uri, others), uri.bListAll, uri.chain, {}};
+    Content content = Open(uri);
+    OpenedStore store{std::move(content.identities), uri.bListAll, uri.chain, {}};
     const bool bHasKey = std::any_of(store.identities->begin(), store.identities->end(),
                                      [](const IdentityPtr& identity) { return identity->Key() != nullptr; });
     if (!bHasKey && !uri.bListAll) {
-        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(*store.identities, 0, std::time(nullptr)));
+        throw Failure(VCTK_E_STORE_NO_PRIVATE_KEY, PassedOverText(*store.identities, 0, std::time(nullptr)))
+            .About(content.strName);
     }
     store.bListCertificates = uri.bListCertificates;
     if (uri.chain != ChainPart::kNone) {
-        store.authorities = FindAuthorities(uri, *store.identities, others);
+        store.authorities = FindAuthorities(uri, *store.identities, content.others);
     }
     return store;
 }

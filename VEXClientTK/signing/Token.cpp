@@ -65,6 +65,10 @@ void Token::EndUse() noexcept {
     }
 }
 
+Failure Token::Named(const Failure& failure) const {
+    return failure.Number() == VCTK_E_TOKEN_FAILED ? failure.About(m_name.strLabel) : failure;
+}
+
 // Runs an operation in a session. If the connection is lost, runs it once more with a new connection.
 template <typename Operation>
 auto Token::Run(Operation operation) {
@@ -81,8 +85,10 @@ auto Token::Run(Operation operation) {
                 Drop(connection);
             }
             if (nAttempt == kAttempts) {
-                throw Failure(VCTK_E_TOKEN_REMOVED, Pkcs11ResultText(lost.rv));
+                throw Failure(VCTK_E_TOKEN_REMOVED, Pkcs11ResultText(lost.rv)).About(m_name.strLabel);
             }
+        } catch (const Failure& failure) {
+            throw Named(failure);
         }
     }
 }
@@ -127,7 +133,8 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
     }
     const std::string strToken = WholeName(m_name);
     if (pin && IsKnownWrongPin(strToken, pin->View())) {
-        throw Failure(VCTK_E_PIN_WRONG, "the token has refused this PIN before, so it is not tried again");
+        throw Failure(VCTK_E_PIN_WRONG, "the token has refused this PIN before, so it is not tried again")
+            .About(m_name.strLabel);
     }
     const CK_RV rv = m_module.Call([&](auto& functions) {
         return pin ? functions.C_Login(hSession, nUser, PinBytes(*pin), pin->View().size())
@@ -142,7 +149,7 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
             if (pin) {
                 RememberWrongPin(strToken, pin->View());
             }
-            throw Failure(VCTK_E_PIN_WRONG);
+            throw Failure(VCTK_E_PIN_WRONG, m_name.strLabel);
         case CKR_PIN_LOCKED:
             throw Failure(VCTK_E_PIN_LOCKED, m_name.strLabel);
         default:
@@ -173,7 +180,7 @@ void Token::LogIn(const SecretText* pPin) {
             throw Failure(VCTK_E_PIN_REQUIRED, m_name.strLabel);
         }
         if (bOthersUseIt && !bNeedsNone) {
-            throw Failure(VCTK_E_PIN_WRONG, "the token is in use with another PIN");
+            throw Failure(VCTK_E_PIN_WRONG, "the token is in use with another PIN").About(m_name.strLabel);
         }
         // When its last session is closed, the login ends.
         dropped = std::move(m_connection);
@@ -183,7 +190,9 @@ void Token::LogIn(const SecretText* pPin) {
     try {
         m_connection = Connect(pin);
     } catch (const TokenLost& lost) {
-        throw Failure(VCTK_E_TOKEN_REMOVED, Pkcs11ResultText(lost.rv));
+        throw Failure(VCTK_E_TOKEN_REMOVED, Pkcs11ResultText(lost.rv)).About(m_name.strLabel);
+    } catch (const Failure& failure) {
+        throw Named(failure);
     }
     m_pin = std::move(pin);
 }

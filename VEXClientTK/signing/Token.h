@@ -50,6 +50,9 @@ private:
 
     void EndUse() noexcept;
 
+    // The failure with the token's label, if it names only a function of the module.
+    Failure Named(const Failure& failure) const;
+
     template <typename Operation>
     auto Run(Operation operation);
 

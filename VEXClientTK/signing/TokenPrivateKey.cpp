@@ -85,7 +85,8 @@ public:
     Bytes Sign(const SigningRequest& request) const override {
         Bytes signature = SignOnToken(request);
         if (!IsSignature(m_public.get(), request, signature)) {
-            throw Failure(VCTK_E_TOKEN_FAILED, "the token's signature does not match the certificate's public key");
+            throw Failure(VCTK_E_TOKEN_FAILED, "the token's signature does not match the certificate's public key")
+                .About(m_token->Name().strLabel);
         }
         return signature;
     }

@@ -43,6 +43,17 @@ bool Describes(const TokenUri& uri, const Pkcs11Module& module) {
            Matches(uri, "library-version", strVersion);
 }
 
+// What the URI says about the token, such as "token=Card;serial=1".
+std::string WantedText(const TokenUri& uri) {
+    std::string strText;
+    for (const auto& [strName, strValue] : uri.attributes) {
+        if (strName != "id" && strName != "object" && strName != "type") {
+            strText.append(strText.empty() ? "" : ";").append(strName).append("=").append(strValue);
+        }
+    }
+    return strText.empty() ? "any token" : strText;
+}
+
 // The token that the URI describes. It must be the only one, so that a PIN is not tried on another token.
 TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
     std::vector<TokenSlot> tokens;
@@ -53,7 +64,8 @@ TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
     if (tokens.size() != 1) {
         throw Failure(VCTK_E_TOKEN_NOT_FOUND,
                       tokens.empty() ? "no token matches; insert the token or check the URI"
-                                     : std::to_string(tokens.size()) + " tokens match; choose one with serial=");
+                                     : std::to_string(tokens.size()) + " tokens match; choose one with serial=")
+            .About(WantedText(uri));
     }
     return tokens.front().name;
 }
@@ -101,7 +113,7 @@ TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     TokenContent content = token->Read();
     const KeysById keys = ById(content.keys);
     const KeysById notForSigning = ById(content.notForSigning);
-    TokenIdentities identities;
+    TokenIdentities identities{token->Name().strLabel, {}, {}};
     for (TokenCertificate& certificate : content.certificates) {
         const TokenKey* const pKey = Find(keys, certificate.strId);
         const TokenKey* const pOther = pKey == nullptr ? Find(notForSigning, certificate.strId) : nullptr;

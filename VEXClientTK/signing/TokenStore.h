@@ -1,6 +1,8 @@
 // Opens tokens (smart cards, USB keys, hardware security modules) as stores, through PKCS #11.
 #pragma once
 
+#include <string>
+
 #include "signing/Identity.h"
 #include "signing/SecretText.h"
 #include "signing/StoreUri.h"
@@ -8,6 +10,7 @@
 namespace vextk {
 
 struct TokenIdentities {
+    std::string strToken;  // its label
     Identities described;  // they match the URI's id and object
     Identities others;
 };

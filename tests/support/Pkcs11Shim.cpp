@@ -71,6 +71,9 @@ struct Forward<Member, Away> {
 CK_RV Initialize(void* pArguments) {
     ++g_shim.cInitialize;
     g_shim.cSessions = 0;  // a forked child has no session of its parent
+    if (g_shim.nNotInitialised != CKR_OK) {
+        return g_shim.nNotInitialised;
+    }
     if (g_shim.fCannotLock) {
         if (pArguments != nullptr) {
             return CKR_CANT_LOCK;
@@ -103,6 +106,9 @@ CK_RV OpenSession(CK_SLOT_ID nSlot, CK_FLAGS flags, void* pContext, CK_NOTIFY no
     const std::shared_lock lock(g_sessions);
     if (g_shim.fRemoved) {
         return CKR_TOKEN_NOT_PRESENT;
+    }
+    if (g_shim.nNoSession != CKR_OK) {
+        return g_shim.nNoSession;
     }
     if (++g_shim.cSessions > g_shim.nMostSessions) {
         --g_shim.cSessions;

@@ -24,6 +24,11 @@ struct Pkcs11Shim {
     // The module does not allow several threads at once, and says so when it is initialised.
     std::atomic<bool> fCannotLock{false};
 
+    // What C_Initialize returns; 0: what the real module does.
+    std::atomic<unsigned long> nNotInitialised{0};
+    // What C_OpenSession returns in place of a session; 0: it opens one.
+    std::atomic<unsigned long> nNoSession{0};
+
     // Signing fails in the middle of the operation.
     std::atomic<bool> fSigningFails{false};
 

@@ -1,6 +1,7 @@
 // Which certificates of a store can sign, and what the toolkit reports about the others.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -127,7 +128,9 @@ TEST_P(CandidatesPassedOver, AreReportedWithTheReason) {
         EXPECT_FALSE(client.SignP1("text"));
     }
     EXPECT_EQ(client.LastError(), GetParam().nError);
-    EXPECT_EQ(client.Message(), VCTKErrorMessage(GetParam().nError) + std::string(": ") + GetParam().pszText);
+    const std::string strPath =
+        GetParam().nError == VCTK_E_STORE_NO_PRIVATE_KEY ? strUri.substr(std::strlen("file:")) + ": " : "";
+    EXPECT_EQ(client.Message(), VCTKErrorMessage(GetParam().nError) + (": " + strPath) + GetParam().pszText);
     EXPECT_EQ(States(strUri), GetParam().pszStates);
 }
 

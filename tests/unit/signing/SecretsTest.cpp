@@ -115,7 +115,7 @@ TEST_F(SecretsTest, AWrongPinIsNotKeptAndNotInTheMessage) {
     const ToolkitClient client("file:" + m_directory.Path("rsa.p12") + "?pin-source=" + m_directory.Path("pin"));
     ASSERT_FALSE(client.IsOpen());
     ASSERT_EQ(VCTK_GetLastError(nullptr), VCTK_E_PIN_WRONG);
-    EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_PIN_WRONG));
+    EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_PIN_WRONG) + (": " + m_directory.Path("rsa.p12")));
     EXPECT_EQ(CountInMemory(strInverted), 0U);
 }
 

@@ -168,7 +168,10 @@ class StoreContentUnusable : public StoreTest, public testing::WithParamInterfac
 TEST_P(StoreContentUnusable, IsReportedWithItsCause) {
     EXPECT_FALSE(ToolkitClient(Expand(GetParam().pszUri)).IsOpen());
     EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_FORMAT);
-    EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_STORE_FORMAT) + std::string(": ") + GetParam().pszDetail);
+    const std::string strUri = Expand(GetParam().pszUri);
+    const std::string strPath = strUri.substr(5, strUri.find('?') - 5);
+    EXPECT_EQ(ErrorMessage(nullptr),
+              VCTKErrorMessage(VCTK_E_STORE_FORMAT) + (": " + strPath + ": ") + GetParam().pszDetail);
 }
 
 INSTANTIATE_TEST_SUITE_P(

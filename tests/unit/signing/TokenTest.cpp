@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "ChildProcess.h"
+#include "OpenErrors.h"
 #include "Scale.h"
 #include "TestChain.h"
 #include "TestToken.h"
@@ -89,6 +90,7 @@ protected:
         Shim().fCannotLock = false;
         Shim().fSigningFails = false;
         Shim().fCertificatesDamaged = false;
+        Shim().nNoSession = 0;
     }
 
     // Given the text between "pkcs11:" and the module.
@@ -254,6 +256,81 @@ INSTANTIATE_TEST_SUITE_P(
                     NotDescribed{"token=Card?pin-value=4711&module-name=libc.so.6", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-name=a/b", VCTK_E_TOKEN_MODULE},
                     NotDescribed{"token=Card?pin-value=4711&module-name=none&", VCTK_E_TOKEN_MODULE}));
+
+class TokenErrorTest : public TokenTest, public testing::WithParamInterface<OpenError> {};
+
+// "@" at the end of a URI is the module.
+const OpenError kErrors[] = {
+    {{"ModuleMissing"},
+     VCTK_E_TOKEN_MODULE,
+     "pkcs11:?pin-value=sEc-ReT&module-path=/none/m.so",
+     "/none/m.so: there is no such file"},
+    {{"ModuleOfAnotherFormat"},
+     VCTK_E_TOKEN_MODULE,
+     "pkcs11:?pin-value=sEc-ReT&module-path=/etc/passwd",
+     "/etc/passwd: invalid ELF header"},
+    {{"ModuleOfAnotherKind"},
+     VCTK_E_TOKEN_MODULE,
+     "pkcs11:?module-name=libc.so.6",
+     ".../libc.so.6: it is not a PKCS #11 module: C_GetFunctionList is missing or fails"},
+    {{"NoModuleOfThisName"},
+     VCTK_E_TOKEN_MODULE,
+     "pkcs11:?module-name=none",
+     "no module none is installed; if it is in another directory, add module-path"},
+    {{"NoSuchToken"},
+     VCTK_E_TOKEN_NOT_FOUND,
+     "pkcs11:token=N%0Ane;id=%01;serial=7?pin-value=sEc-ReT&@",
+     "serial=7;token=N\\nne: no token matches; insert the token or check the URI"},
+    {{"SeveralTokens"},
+     VCTK_E_TOKEN_NOT_FOUND,
+     "pkcs11:manufacturer=SoftHSM%20project?pin-value=sEc-ReT&@",
+     "manufacturer=SoftHSM project: 7 tokens match; choose one with serial="},
+    {{"PinMissing"}, VCTK_E_PIN_REQUIRED, "pkcs11:token=Other%20card?@", "Other card"},
+    {{"PinWrong"}, VCTK_E_PIN_WRONG, "pkcs11:token=Other%20card?pin-value=sEc%2DReT&@", "...Other card"},
+    {{"PinRefusedBefore"},
+     VCTK_E_PIN_WRONG,
+     "pkcs11:token=Other%20card?pin-value=sEc-ReT&@",
+     "Other card: the token has refused this PIN before, so it is not tried again"},
+    {{"PinFileMissing"}, VCTK_E_PIN_SOURCE, "pkcs11:token=Card?pin-source=/none&@", "/none: No such file or directory"},
+    {{"NoKey"},
+     VCTK_E_STORE_NO_PRIVATE_KEY,
+     "pkcs11:token=Ordinary;id=%02?pin-value=4711&@",
+     "Ordinary: 1 passed over: 1 with a key that may not sign"},
+};
+
+TEST_P(TokenErrorTest, NamesTheThingAndNoPin) {
+    std::string strUri = GetParam().strUri;
+    if (strUri.back() == '@') {
+        strUri.replace(strUri.size() - 1, 1, TestTokens::ModuleQuery());
+    }
+    ExpectOpenError(GetParam(), strUri, GetParam().strText);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tokens, TokenErrorTest, testing::ValuesIn(kErrors), RowName);
+
+TEST_F(TokenTest, TheErrorNamesTheTokenThatFails) {
+    ExpectChildPasses([] {
+        Shim().nNotInitialised = CKR_HOST_MEMORY;
+        ExpectOpenError({{"NotInitialised"}, VCTK_E_TOKEN_MODULE, {}, {}}, Card(),
+                        TestTokens::ModulePath() + ": C_Initialize: CKR_HOST_MEMORY");
+        Shim().nNotInitialised = 0;
+        Shim().nNoSession = CKR_TOKEN_NOT_PRESENT;
+        ExpectOpenError({{"Removed"}, VCTK_E_TOKEN_REMOVED, {}, {}}, Card(), "Card: CKR_TOKEN_NOT_PRESENT");
+        Shim().nNoSession = CKR_SESSION_COUNT;
+        ExpectOpenError({{"Failed"}, VCTK_E_TOKEN_FAILED, {}, {}}, Card(), "Card: C_OpenSession: CKR_SESSION_COUNT");
+        Shim().nNoSession = 0;
+        Shim().fPinLocked = true;
+        ExpectOpenError({{"Locked"}, VCTK_E_PIN_LOCKED, {}, {}}, Card(), "Card");
+        Shim().fPinLocked = false;
+        const ToolkitClient client(Card());
+        ExpectOpenError({{"InUse"}, VCTK_E_PIN_WRONG, {}, {}}, Uri("token=Card?pin-value=sEc-ReT"),
+                        "Card: the token is in use with another PIN");
+        Shim().fSigningFails = true;
+        EXPECT_FALSE(client.SignP1("text"));
+        EXPECT_EQ(client.Message(),
+                  VCTKErrorMessage(VCTK_E_TOKEN_FAILED) + std::string(": Card: C_Sign: CKR_FUNCTION_FAILED"));
+    });
+}
 
 TEST_F(TokenTest, FindsAModuleByNameInADirectory) {
     const std::string strShim = TestTokens::ModulePath();

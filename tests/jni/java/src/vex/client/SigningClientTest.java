@@ -190,7 +190,7 @@ class SigningClientTest {
         assertFalse(builder.toString().contains("4711"));
         SigningException e = assertThrows(SigningException.class, builder::open);
         assertEquals(VCTKError.PIN_WRONG, e.number());
-        assertEquals(VCTKError.message(VCTKError.PIN_WRONG), e.getMessage());
+        assertEquals(VCTKError.message(VCTKError.PIN_WRONG) + ": " + store, e.getMessage());
         assertThrows(IllegalStateException.class, builder::open, "the PIN is wiped");
 
         e = assertThrows(SigningException.class, () -> SigningClient.file(directory.resolve("missing")).open());
