@@ -13,6 +13,10 @@ final class Handle {
     /** Of a toolkit that knows names for digests given as such. Other toolkits are never asked to go back to it. */
     private static final String DEFAULT_DIGEST = "SHA-256";
 
+    /** In characters. Many threads with many handles may leave as many signatures of this length in the toolkit. */
+    private static final int MOST_KEPT = 1 << 14;
+    private static final String NOT_BASE64 = "-";
+
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
 
     /** A native that changes a setting. */
@@ -98,6 +102,18 @@ final class Handle {
         String result = call.apply(NATIVES, number);
         if (result == null) {
             throw failure("");
+        }
+        return result;
+    }
+
+    /** @return Base64 */
+    String signature(Text call) throws SigningException {
+        String result = text(call);
+        if (result.length() > MOST_KEPT) {
+            // The toolkit keeps the last signature of each thread until the thread signs again or ends. A sign call
+            // that fails makes it free the signature, and the call after it removes the error.
+            NATIVES.P7Sign(number, NOT_BASE64, 1, 0);
+            NATIVES.SetChooseSingleCert(number, chooseSingle);
         }
         return result;
     }

@@ -152,6 +152,11 @@ final class HandlePool {
         }
     }
 
+    /** The number of calls that wait for a handle. */
+    int waiting() {
+        return permits.getQueueLength();
+    }
+
     /** The open handles. */
     List<Handle> handles() {
         lock.lock();

@@ -162,7 +162,7 @@ final class Session {
         String base64 = pool.call(selection, digest, handle -> {
             handle.setDigest(digest);
             handle.select(selection);
-            return handle.text(call);
+            return handle.signature(call);
         });
         return Base64.getDecoder().decode(base64);
     }

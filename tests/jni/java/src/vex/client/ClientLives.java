@@ -22,22 +22,34 @@ import vex.jni.VCTKError;
 /**
  * A program that closes stores while sixteen threads sign with them, and opens and closes clients one after the other,
  * many times. It fails if a call fails with anything else than "closed", or if anything is left of a closed store.
+ *
+ * <p>It needs MALLOC_ARENA_MAX=1 in the environment, because malloc gives back the free memory of its first arena only.
  */
 final class ClientLives {
     private static final int THREADS = 16;
     private static final int MOST_SIGNATURES = 50;
+    private static final int MEGABYTE = 1 << 20;
+    /** In MiB. One signature of each thread would be more. */
+    private static final int MOST_LEFT = 6;
     private static final byte[] DATA = {1, 2, 3};
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
 
     private final String store;
     private final String[] fingerprints;
-    private final ExecutorService threads = Executors.newFixedThreadPool(THREADS);
+    private final ExecutorService threads = Executors.newFixedThreadPool(THREADS, ClientLives::daemon);
     private long handles;
     private long signatures;
 
     private ClientLives(String store, String... fingerprints) {
         this.store = store;
         this.fingerprints = fingerprints;
+    }
+
+    /** Does not keep the JVM from ending when a check fails. */
+    private static Thread daemon(Runnable work) {
+        Thread thread = new Thread(work);
+        thread.setDaemon(true);
+        return thread;
     }
 
     /** Signs once, in the thread with this number. */
@@ -63,6 +75,7 @@ final class ClientLives {
         ProcessSize before = ProcessSize.now();
         lives.closeWhileThreadsSign(closings, random);
         lives.openAndClose(clients);
+        lives.signLargeData();
         ProcessSize after = ProcessSize.now();
         assertEquals(before.descriptors(), after.descriptors(), "descriptors");
         assertTrue(after.threads() <= before.threads(), "threads: " + before.threads() + ", then " + after.threads());
@@ -116,6 +129,27 @@ final class ClientLives {
             ++handles;
         }
         signatures += signed.get();
+    }
+
+    /** The toolkit must not keep the signatures of all pairs of a handle and a thread. */
+    private void signLargeData() throws Exception {
+        byte[] large = new byte[MEGABYTE / 2];
+        try (SigningClient client = SigningClient.store(store).keyAlgorithm("EC").open()) {
+            ProcessSize before = ProcessSize.now();
+            List<Future<Void>> results = new ArrayList<>();
+            for (int i = 0; i < 8 * THREADS; ++i) {
+                results.add(threads.submit(() -> {
+                    assertTrue(client.signCmsAttached(large).length > large.length);
+                    return null;
+                }));
+            }
+            for (Future<Void> result : results) {
+                result.get();
+            }
+            long grown = (ProcessSize.now().residentBytes() - before.residentBytes()) / MEGABYTE;
+            System.out.printf("%d signatures with 512 KiB of content left %d MiB%n", results.size(), grown);
+            assertTrue(grown <= MOST_LEFT, "large signatures are left");
+        }
     }
 
     private void openAndClose(int clients) throws Exception {

@@ -108,7 +108,7 @@ class HandlePoolTest {
                     }
                 });
                 thread.start();
-                while (thread.getState() != Thread.State.WAITING) {
+                while (pool.waiting() <= number) {
                     Thread.onSpinWait();
                 }
                 threads.add(thread);
@@ -244,12 +244,10 @@ class HandlePoolTest {
     void callsThatWaitWhenThePoolIsClosedFinishNormally() throws Exception {
         HandlePool pool = open(1);
         Handle only = pool.handles().get(0);
-        List<Thread> waiting = Collections.synchronizedList(new ArrayList<>());
         List<CompletableFuture<String>> results = new ArrayList<>();
         nest(pool, 1, held -> {
             for (int i = 0; i < 4; ++i) {
                 results.add(CompletableFuture.supplyAsync(() -> {
-                    waiting.add(Thread.currentThread());
                     try {
                         return pool.call(Selection.ALL, null, handle -> handle.text(TAVClientJNI::GetCertList));
                     } catch (SigningException e) {
@@ -257,7 +255,7 @@ class HandlePoolTest {
                     }
                 }, task -> new Thread(task).start()));
             }
-            while (waiting.size() < 4 || !waiting.stream().allMatch(t -> t.getState() == Thread.State.WAITING)) {
+            while (pool.waiting() < 4) {
                 Thread.onSpinWait();
             }
             pool.close();

@@ -20,6 +20,7 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 import vex.jni.Garbage;
+import vex.jni.Run;
 import vex.jni.TAVClientJNI;
 import vex.jni.Together;
 import vex.jni.VCTKError;
@@ -173,6 +174,20 @@ class LifetimeTest {
         } else {
             assertThrows(NoSuchMethodException.class,
                 () -> Executors.class.getMethod("newVirtualThreadPerTaskExecutor"));
+        }
+    }
+
+    @Test
+    void virtualThreadsWaitWithoutTheirCarrier() throws Exception {
+        ProcessBuilder builder = new ProcessBuilder(Run.jdkProgram("java"), "--enable-native-access=ALL-UNNAMED",
+            "-Djdk.virtualThreadScheduler.parallelism=1", "-Djdk.virtualThreadScheduler.maxPoolSize=1",
+            "-Dvex.jni.library=" + System.getProperty("vex.jni.library"), "-cp", System.getProperty("java.class.path"),
+            WaitingVirtualThreads.class.getName());
+        Run run = Run.of(builder);
+        if (Runtime.version().feature() >= 21) {
+            assertEquals("runs while others wait\n100 signed\n", run.succeeded().output());
+        } else {
+            assertTrue(run.errors().contains("NoSuchMethodException"), run.errors());
         }
     }
 
