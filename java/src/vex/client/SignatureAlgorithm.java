@@ -94,6 +94,9 @@ final class SignatureAlgorithm {
         reader.skipIf(DerReader.CONTEXT_0);
         int end = reader.enter(DerReader.SEQUENCE);
         String oid = reader.objectIdentifier();
+        if (end < reader.position()) {
+            throw DerReader.malformed();
+        }
         return of(oid, digest, Arrays.copyOfRange(cms, reader.position(), end));
     }
 

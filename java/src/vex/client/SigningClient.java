@@ -25,7 +25,8 @@ import java.util.Objects;
  * the client or the certificate says so; ECDSA in DER with an EC key; RFC 8032 with an Ed25519 or Ed448 key.
  * {@link java.security.Signature} verifies all of them. {@code signCmsDetached} and {@code signCmsAttached} make CMS
  * SignedData in DER, without and with the content. It contains the signer's certificate unless the options say
- * otherwise. The results are bytes; {@link java.util.Base64} converts them to text.
+ * otherwise. The results are bytes; {@link java.util.Base64} converts them to text. {@link #sign} makes any of these,
+ * and tells with which certificate and algorithm; {@link #signer} tells who would sign now.
  *
  * <h2>Text and bytes</h2>
  * Signing a text signs its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL}, {@code LC_CTYPE} or
@@ -38,6 +39,10 @@ import java.util.Objects;
  * once; further calls wait in the order of their arrival. If the toolkit cannot share an opened store, calls run one
  * after the other. An exception always tells the error of the call that threw it, whatever other threads do. All this
  * holds for virtual threads too: they wait without their carriers, and keep them while they sign.
+ *
+ * <h2>Errors</h2>
+ * A {@link SigningException} has a {@link SigningException#reason} for the program and a message for people, which
+ * names the thing: a file, a module, a filter, what is wrong with the certificates. A PIN is never in it.
  *
  * <h2>Closing</h2>
  * {@link #close} may be called at any time and more than once. Calls of other threads that are in progress finish

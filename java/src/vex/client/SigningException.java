@@ -119,7 +119,7 @@ public final class SigningException extends GeneralSecurityException {
         TEXT_NOT_ENCODABLE,
         /** A value is out of range, such as a digest of another length than its algorithm's. */
         ARGUMENT_INVALID(VCTKError.INVALID_ARGUMENT),
-        /** The toolkit cannot do this. */
+        /** The toolkit, or this Java, cannot do this. */
         NOT_SUPPORTED,
         /** The signature could not be made: the key cannot make one of this kind, or it failed. */
         SIGNING_FAILED(VCTKError.SIGN_FAILED),

@@ -21,7 +21,9 @@
  * program are unchecked: {@link NullPointerException}, {@link IllegalArgumentException}, and
  * {@link IllegalStateException} after a close.
  *
- * <p>Any thread may use any object of this package, except {@link vex.client.SigningClient.Builder}, which is for one
- * thread at a time.
+ * <h2>Threads and closing</h2>
+ * Any thread may use any object of this package at any time, except {@link vex.client.SigningClient.Builder}, which is
+ * for one thread at a time. Close what you open: a {@link vex.client.SigningClient} holds its store, and a token's
+ * login, until then. Closing does not wait for calls in progress, which finish normally.
  */
 package vex.client;

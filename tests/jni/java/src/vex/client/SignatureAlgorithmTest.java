@@ -2,6 +2,7 @@ package vex.client;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.charset.StandardCharsets;
 import java.security.KeyPair;
@@ -103,6 +104,25 @@ class SignatureAlgorithmTest {
             assertEquals(VCTKError.INTERNAL,
                 assertThrows(SigningException.class, () -> SignatureAlgorithm.ofCms(cut)).number(), "" + length);
         }
+    }
+
+    /** Whatever a damaged signature says, there is no other exception. */
+    @Test
+    void readsDamagedSignaturesSafely() throws Exception {
+        byte[] good = cms("RSA", "SHA256withRSAandMGF1", "");
+        int refused = 0;
+        for (int i = 0; i < good.length; ++i) {
+            for (int value : new int[] {0, 1, 0x30, 0x7f, 0x80, 0x84, 0xa0, 0xff}) {
+                byte[] damaged = good.clone();
+                damaged[i] = (byte) value;
+                try {
+                    SignatureAlgorithm.ofCms(damaged);
+                } catch (SigningException e) {
+                    ++refused;
+                }
+            }
+        }
+        assertTrue(refused > 100, refused + " refused");
     }
 
     @ParameterizedTest
