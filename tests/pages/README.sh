@@ -6,17 +6,15 @@ mkdir "$work/demo/upper" "$work/demo/work"
 mount -t overlay -o "lowerdir=build/release,upperdir=$work/demo/upper,workdir=$work/demo/work" overlay build/demo
 sed -i "s,$source/build/release,$source/build/demo,g" build/demo/CMakeCache.txt
 
-# The lines of Java become the program that the next block starts. It also writes the signature for the check.
+# The lines of Java become the program that the next block starts.
 page_java() {
-    cp "$1" "$work/lines"
-    echo 'Files.write(Paths.get("note.p7s"), Base64.getMimeDecoder().decode(cms));' >>"$work/lines"
-    java_class "$work/lines" YourProgram >/dev/null
+    java_class "$1" YourProgram >/dev/null
     cp "$work/classes/YourProgram.class" .
 
     make_app_store
     mv /etc/app/keys.p12 /etc/app/keys
     expect 1 run_java YourProgram
-    says "IllegalStateException: The store file does not exist"
+    says "vex.client.SigningException: The store file does not exist: /etc/app/keys.p12"
     mv /etc/app/keys /etc/app/keys.p12
 }
 
