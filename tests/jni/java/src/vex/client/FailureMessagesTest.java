@@ -91,12 +91,12 @@ class FailureMessagesTest {
             check(new Case("directory", Reason.STORE_UNREADABLE, open(builder), directory.toString()));
         }
         for (SigningClient.Builder builder : withPin(text)) {
-            check(new Case("text", Reason.STORE_FORMAT, open(builder), "neither PKCS #12 nor PEM"));
+            check(new Case("text", Reason.STORE_FORMAT, open(builder), text.toString(), "neither PKCS #12 nor PEM"));
         }
         for (SigningClient.Builder builder : withPin(locked)) {
-            check(new Case("wrong PIN", Reason.PIN_WRONG, open(builder), "PIN is wrong"));
+            check(new Case("wrong PIN", Reason.PIN_WRONG, open(builder), locked.toString()));
         }
-        check(new Case("no PIN", Reason.PIN_MISSING, open(SigningClient.file(locked)), "none was given"));
+        check(new Case("no PIN", Reason.PIN_MISSING, open(SigningClient.file(locked)), locked.toString()));
         Path noPin = directory.resolve("no pin");
         check(new Case("PIN file", Reason.PIN_FILE_UNUSABLE, open(SigningClient.file(locked).pinFile(noPin)),
             noPin.toString(), "No such file"));
@@ -143,7 +143,7 @@ class FailureMessagesTest {
             "2 not passing the filters"));
         Path without = Files.writeString(directory.resolve("without.pem"),
             TestStore.pem("CERTIFICATE", good.certificate().getEncoded()));
-        check(new Case("no key", Reason.STORE_WITHOUT_KEY, open(SigningClient.file(without)),
+        check(new Case("no key", Reason.STORE_WITHOUT_KEY, open(SigningClient.file(without)), without.toString(),
             "1 without a private key"));
     }
 
