@@ -1,8 +1,8 @@
 #!/bin/bash
 # A Maven project that depends on the built repository: MavenProject.sh <JDK> <repository> <version> <bridge>
 #   <private_log library>
-# Compiles the project offline, once with each jar, and runs it. Then looks into the other files of the repository. Needs
-# Debian's Maven plugins. Neither reads nor writes the user's own Maven files.
+# Compiles the project offline, once with each jar, and runs it. Then looks into the other files of the repository.
+# Needs Debian's Maven plugins. Neither reads nor writes the user's own Maven files.
 
 jdk=$1
 repository=$2

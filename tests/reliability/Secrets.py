@@ -226,7 +226,7 @@ class Program:
 
 
 def check_natives(directory, name, store, patterns, refused=(), in_use=True, kept=()):
-    """The bridge and the toolkit in a program that overwrites its own text. kept: what may be there while it is open."""
+    """The bridge and the toolkit in a program that overwrites its own text. kept: may be there while it is open."""
     child = Program(directory, [program], [store, *refused])
     child.wait("control")
     found = search(child.pid, patterns)

@@ -10,10 +10,11 @@ import java.util.concurrent.locks.ReentrantLock;
 
 /**
  * The handles of one opened store. Each call has a handle for itself. A call that finds none idle opens another one, up
- * to one for each processor, or waits for its turn. Any thread may call any method; nothing here blocks the carrier of a
- * virtual thread while it waits.
+ * to one for each processor, or waits for its turn. Any thread may call any method; nothing here blocks the carrier of
+ * a virtual thread while it waits.
  *
- * <p>All handles are finalized together: when the pool is closed, or by the last of the calls that are in progress then.
+ * <p>All handles are finalized together: when the pool is closed, or by the last of the calls that are in progress
+ * then.
  */
 final class HandlePool {
     /** A call, for which no other call uses the handle. */

@@ -8,12 +8,12 @@ import java.util.HashSet;
 import java.util.Set;
 
 /**
- * Closes the sessions of owners that became unreachable without being closed. Its daemon thread ends some time after the
- * last session was closed, and it keeps no reference to the code that started it. So the class loader of this package
- * can be collected. Any thread may call any method.
+ * Closes the sessions of owners that became unreachable without being closed. Its daemon thread ends some time after
+ * the last session was closed, and it keeps no reference to the code that started it. So the class loader of this
+ * package can be collected. Any thread may call any method.
  */
 final class Reaper {
-    /** How long the thread waits for the next session, so that programs with short sessions do not start many threads. */
+    /** How long the thread waits for the next session: programs with short sessions should not start many threads. */
     private static final long LINGER_MILLISECONDS = 1000;
     private static final long FOREVER = 0;
 

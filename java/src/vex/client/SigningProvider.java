@@ -87,8 +87,8 @@ import javax.security.auth.login.LoginException;
  * one for other keys and for verifying.
  *
  * <p>Any thread may use a provider, a loaded KeyStore and a key. As many signatures with keys of one loaded KeyStore as
- * there are processors are made at once; further ones wait in the order of their arrival. If the toolkit cannot share an
- * opened store, they are made one after the other.
+ * there are processors are made at once; further ones wait in the order of their arrival. If the toolkit cannot share
+ * an opened store, they are made one after the other.
  */
 public final class SigningProvider extends AuthProvider {
     /** The provider's name, for {@code getInstance(..., "VexClient")}. */

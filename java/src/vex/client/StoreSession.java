@@ -5,8 +5,8 @@ import java.security.cert.X509Certificate;
 import java.util.List;
 
 /**
- * One open store that signs with any of its certificates, for a KeyStore and its keys. If it is not closed, it is closed
- * some time after the KeyStore and the keys became unreachable. Any thread may call any method.
+ * One open store that signs with any of its certificates, for a KeyStore and its keys. If it is not closed, it is
+ * closed some time after the KeyStore and the keys became unreachable. Any thread may call any method.
  */
 final class StoreSession {
     final Session session;

@@ -61,8 +61,8 @@ final class LoadFailure {
         if (name.equals(LINUX) && processor.equals(X86_64)) {
             return "";
         }
-        return "this JVM is for " + name + " on " + processor + ", and the library exists only for Linux on amd64 (64-bit"
-            + " x86) with glibc. Run the program there, for example in a container of Debian.";
+        return "this JVM is for " + name + " on " + processor + ", and the library exists only for Linux on amd64"
+            + " (64-bit x86) with glibc. Run the program there, for example in a container of Debian.";
     }
 
     /** Says why no library was found, where the jar has none. */

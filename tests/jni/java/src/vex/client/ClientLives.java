@@ -158,7 +158,7 @@ final class ClientLives {
             SigningClient.store(store).open().close();
         }
         long started = ManagementFactory.getThreadMXBean().getTotalStartedThreadCount() - before;
-        System.out.printf("%,d clients, opened and closed one after the other, started %,d threads%n", clients, started);
+        System.out.printf("%,d clients, one after the other, started %,d threads%n", clients, started);
         assertTrue(started <= 2 + clients / 100, "threads are started for clients");
     }
 }
