@@ -9,6 +9,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "VEXMutex.h"
 #include "posix/ForkPhases.h"
@@ -113,9 +114,10 @@ struct Deleter {
 IdentitiesPtr Read(const std::string& strKey, Reading& reading, std::string_view bytes, const SecretText* pPin)
     VEX_REQUIRES(reading.mutex) {
     try {
-        std::unique_ptr<const Identities, Deleter> identities(new const Identities(ReadIdentities(bytes, pPin)),
-                                                              Deleter{strKey, reading.nNumber});
-        IdentitiesPtr shared = std::move(identities);
+        Deleter deleter{strKey, reading.nNumber};
+        auto identities = std::make_unique<const Identities>(ReadIdentities(bytes, pPin));
+        // If memory runs out here, the constructor calls the deleter.
+        const IdentitiesPtr shared(identities.release(), std::move(deleter));
         reading.identities = shared;
         reading.bDone = true;
         return shared;
