@@ -117,7 +117,7 @@ IdentitiesPtr Read(const std::string& strKey, Reading& reading, std::string_view
         Deleter deleter{strKey, reading.nNumber};
         auto identities = std::make_unique<const Identities>(ReadIdentities(bytes, pPin));
         // If memory runs out here, the constructor calls the deleter.
-        const IdentitiesPtr shared(identities.release(), std::move(deleter));
+        IdentitiesPtr shared(identities.release(), std::move(deleter));
         reading.identities = shared;
         reading.bDone = true;
         return shared;

@@ -350,7 +350,8 @@ class ContentTest {
     @ValueSource(strings = {"", "pss", "any"})
     void collectsDataIfTheToolkitSignsNoDigests(String toolkit) throws Exception {
         List<String> expected = new ArrayList<>(List.of("SHA256withRSA: true",
-            "RSASSA-PSS: " + (toolkit.equals("pss") ? "true" : "InvalidKeyException: The toolkit does not offer RSASSA-PSS"),
+            "RSASSA-PSS: "
+                + (toolkit.equals("pss") ? "true" : "InvalidKeyException: The toolkit does not offer RSASSA-PSS"),
             "NONEwithRSA: InvalidKeyException: The toolkit does not offer NONEwithRSA",
             "TLS 1.2: TLS_ECDHE_RSA_WITH_AES_256_GCM_SHA384"));
         expected.addAll(CONTENT_IS_COLLECTED);
