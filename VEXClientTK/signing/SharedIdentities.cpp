@@ -94,7 +94,8 @@ private:
     inline static std::atomic<Readings*> s_pCurrent{nullptr};
 
     const KeyedDigest m_digest;
-    Readings* const m_pParent;  // that of the parent process; a child never touches it
+    // That of the parent process, so that leak checkers see what it refers to. A child never touches it.
+    [[maybe_unused]] Readings* const m_pParent;
 
     CVEXMutex m_mutex;
     std::map<std::string, std::shared_ptr<Reading>> m_readings VEX_GUARDED_BY(m_mutex);
