@@ -1,14 +1,23 @@
 package vex.jni;
 
+import static java.nio.charset.StandardCharsets.ISO_8859_1;
+
 import java.lang.reflect.Method;
 import java.net.URL;
 import java.net.URLClassLoader;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.time.Duration;
+import java.time.Instant;
 import java.util.concurrent.CountDownLatch;
+import java.util.regex.Pattern;
 
 /** A program that writes to the log and ends, in one of several ways. */
 final class LogAtEnd {
     private static final int CALLS = 500;
     private static final int THREADS = 8;
+    private static final Duration LONGEST = Duration.ofMinutes(5);
+    private static final Pattern FIRST_RECORD = Pattern.compile("(Enter|Leave)\\.\\R");
 
     private LogAtEnd() {}
 
@@ -21,13 +30,13 @@ final class LogAtEnd {
      */
     public static void main(String[] args) throws Exception {
         switch (args[0]) {
-            case "return" -> trace(CALLS);
+            case "return" -> traceToTheEnd();
             case "exit" -> {
-                trace(CALLS);
+                traceToTheEnd();
                 System.exit(7);
             }
             case "signal" -> {
-                trace(CALLS);
+                traceToTheEnd();
                 new ProcessBuilder("kill", "-TERM", Long.toString(ProcessHandle.current().pid())).start();
                 Thread.currentThread().join();
             }
@@ -50,9 +59,22 @@ final class LogAtEnd {
                     // No two class loaders may have the library, so this waits until the last one is collected.
                     Garbage.awaitCollection(LogAtEnd::traceInClassLoaderOfItsOwn);
                 }
+                awaitFirstRecord();
                 System.err.println("Loaded, used and unloaded " + cycles + " times");
             }
             default -> throw new IllegalArgumentException(args[0]);
+        }
+    }
+
+    /** The end of a process gives the writer one second. On a busy machine it may need longer for its first record. */
+    private static void awaitFirstRecord() throws Exception {
+        Path log = Path.of(System.getenv("VEX_TEST_LOG_DIR"), "PILog.txt");
+        Instant end = Instant.now().plus(LONGEST);
+        while (!Files.exists(log) || !FIRST_RECORD.matcher(Files.readString(log, ISO_8859_1)).find()) {
+            if (Instant.now().isAfter(end)) {
+                throw new AssertionError("there is no record after " + LONGEST);
+            }
+            Thread.sleep(1);
         }
     }
 
@@ -63,8 +85,17 @@ final class LogAtEnd {
         }
     }
 
+    /** Returns while records are queued. */
+    private static void traceToTheEnd() throws Exception {
+        trace(1);
+        awaitFirstRecord();
+        trace(CALLS);
+    }
+
     /** Returns when all threads have written; they go on. */
-    private static void startTracing() throws InterruptedException {
+    private static void startTracing() throws Exception {
+        trace(1);
+        awaitFirstRecord();
         CountDownLatch traced = new CountDownLatch(THREADS);
         for (int i = 0; i < THREADS; ++i) {
             Thread thread = new Thread(() -> {
