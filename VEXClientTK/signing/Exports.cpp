@@ -207,7 +207,10 @@ VEXTK_CLEAR_REGISTERS INT VCTK_Finalize(HANDLE hObject) {
 }
 
 INT VCTK_GetSignCert(HANDLE hObject, char* pszBuffer, int* pnLength) {
-    return CallObject(hObject, [=](SigningObject& object) { HandOut(object.SignCertificate(), pszBuffer, pnLength); });
+    return CallObject(hObject, [=](SigningObject& object) {
+        HandOut(*object.Answer("certificate", pszBuffer != nullptr, [&] { return object.SignCertificate(); }),
+                pszBuffer, pnLength);
+    });
 }
 
 INT VCTK_GetLastError(HANDLE hObject) {
@@ -241,7 +244,12 @@ INT VCTK_CallQueueEnable(HANDLE hObject, int nQueue, int nEnable) {
 INT VCTK_GetCertList(HANDLE hObject, const char* pszRecordSeparator, const char* pszFieldSeparator, char* pszBuffer,
                      int* pnLength) {
     return CallObject(hObject, [=](SigningObject& object) {
-        HandOut(object.CertificateList(RequireText(pszRecordSeparator), RequireText(pszFieldSeparator)), pszBuffer,
-                pnLength);
+        const std::string strRecordSeparator(RequireText(pszRecordSeparator));
+        const std::string strFieldSeparator(RequireText(pszFieldSeparator));
+        const std::string strName =
+            "list\n" + std::to_string(strRecordSeparator.size()) + strRecordSeparator + strFieldSeparator;
+        HandOut(*object.Answer(strName, pszBuffer != nullptr,
+                               [&] { return object.CertificateList(strRecordSeparator, strFieldSeparator); }),
+                pszBuffer, pnLength);
     });
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "VCTKError.h"
@@ -49,6 +50,7 @@ public:
         try {
             const CallQueue::Turn turn(m_queue);
             const OpenSslErrorMark mark;
+            mine->queryBefore = std::exchange(mine->query, {});
             operation(*this);
             mine->Note(VCTK_OK, {});
         } catch (const Failure& failure) {
@@ -100,6 +102,22 @@ public:
     // the certificate and, with a ChainPart, those of its issuers, as the Base64 of their DER, separated by commas.
     std::string CertificateList(std::string_view strRecordSeparator, std::string_view strFieldSeparator) const;
 
+    // For texts that may change with the time between a size query and the fetch: the fetch gets the text of the size
+    // query, if that was the calling thread's call directly before. strName: of the text, with all that it depends on.
+    // make: makes the text.
+    template <typename Make>
+    std::shared_ptr<const std::string> Answer(const std::string& strName, bool bFetch, Make make) {
+        PerThread& mine = *Mine();
+        if (bFetch && mine.queryBefore.text != nullptr && mine.queryBefore.strName == strName) {
+            return std::move(mine.queryBefore.text);
+        }
+        const auto text = std::make_shared<const std::string>(make());
+        if (!bFetch) {
+            mine.query = {strName, text};
+        }
+        return text;
+    }
+
 private:
     struct Settings {
         SigningDigest digest;
@@ -108,12 +126,20 @@ private:
     };
     using SettingsPtr = std::shared_ptr<const Settings>;
 
+    // A size query, and the text that it was about.
+    struct Query {
+        std::string strName;
+        std::shared_ptr<const std::string> text;  // null: there was none
+    };
+
     struct PerThread {
         VCTKError nLastError = VCTK_OK;
         std::string strLastDetail;
         std::optional<std::string> strP1;
         std::optional<std::string> strP7;
         IdentityPtr lastSigner;
+        Query query;        // of the call that runs or ran last
+        Query queryBefore;  // of the call before it
 
         // If memory runs out, the detail is dropped: the number matters more.
         void Note(VCTKError nNumber, const std::string& strDetail) noexcept {

@@ -89,5 +89,31 @@ TEST_F(ValidityTest, CertificatesSignInTheirPeriodAndAgainWhenTheClockIsSetBack)
     }
 }
 
+// One certificate expires and another one becomes valid between the two calls.
+TEST_F(ValidityTest, AFetchGetsTheTextOfItsSizeQuery) {
+    SigningObject object(
+        std::make_shared<const OpenedStore>(std::make_shared<const Identities>(StoreOf({{0, 1000}, {1001, 2000}}))));
+    const auto ask = [&](long nSeconds, const char* pszName, bool bFetch) {
+        s_now = kStart + nSeconds;
+        std::string strSerial;
+        EXPECT_EQ(object.Call([&](SigningObject& called) {
+            const auto text = called.Answer(pszName, bFetch, [&] { return called.CertificateList(",", " "); });
+            strSerial = text->substr(0, text->find(' '));
+        }),
+                  VCTK_OK);
+        return strSerial;
+    };
+    EXPECT_EQ(ask(1000, "list", false), "01");
+    EXPECT_EQ(ask(1001, "list", true), "01");
+    EXPECT_EQ(ask(1001, "list", true), "02") << "a fetch without a size query";
+
+    EXPECT_EQ(ask(1000, "list", false), "01");
+    EXPECT_EQ(ask(1001, "another list", true), "02");
+
+    EXPECT_EQ(ask(1000, "list", false), "01");
+    EXPECT_EQ(object.Call([](SigningObject& called) { called.ClearFilters(); }), VCTK_OK);
+    EXPECT_EQ(ask(1001, "list", true), "02") << "another call was between";
+}
+
 }  // namespace
 }  // namespace vextk
