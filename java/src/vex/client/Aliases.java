@@ -65,20 +65,20 @@ final class Aliases<T> {
      * @return null: nothing has this name
      */
     T find(String alias) {
-        String digits = Objects.requireNonNull(alias, "alias").replace(":", "");
-        Named<T> found = isFingerprint(digits) ? byFingerprint.get(digits.toUpperCase(Locale.ROOT))
-                                               : byName.get(toKey(alias));
+        Objects.requireNonNull(alias, "alias");
+        Named<T> found = isFingerprint(alias) ? byFingerprint.get(Certificates.normalized(alias))
+                                              : byName.get(toKey(alias));
         return found == null ? null : found.value;
     }
 
     private static boolean isFingerprint(String text) {
-        return FINGERPRINT.matcher(text).matches();
+        return FINGERPRINT.matcher(text.replace(":", "")).matches();
     }
 
     /** Names that tools would print misleadingly, or that hardly anyone could enter, are no aliases. */
     private static boolean isUsable(String name) {
         return name != null && !name.isEmpty() && name.length() <= LONGEST_NAME
-            && !isFingerprint(name.replace(":", ""))
+            && !isFingerprint(name)
             && !isBlank(name.codePointAt(0)) && !isBlank(name.codePointBefore(name.length()))
             && name.codePoints().allMatch(Aliases::isPrintable);
     }

@@ -21,7 +21,7 @@ final class ContentSigner {
     private final Digest digest;  // null: unknown here
 
     ContentSigner(Session session, Selection selection, String digestName) {
-        String name = digestName == null ? Digest.SHA_256.toString() : digestName;
+        String name = Digest.orDefault(digestName);
         this.session = session;
         this.selection = selection;
         this.digestName = digestName;
@@ -65,8 +65,7 @@ final class ContentSigner {
     }
 
     byte[] sign(Path file, CmsForm form) throws IOException, SigningException {
-        MessageDigest hash =
-            form.isDetached() || !Files.isRegularFile(file) ? null : newDigest();
+        MessageDigest hash = form.isDetached() || !Files.isRegularFile(file) ? null : newDigest();
         if (hash == null) {
             try (InputStream stream = Files.newInputStream(file)) {
                 return sign(stream, form);
@@ -76,8 +75,7 @@ final class ContentSigner {
     }
 
     /** Reads the file once for its digest and once into the signature, so that it is in memory only once. */
-    private byte[] attached(Path file, MessageDigest hash, CmsForm form)
-            throws IOException, SigningException {
+    private byte[] attached(Path file, MessageDigest hash, CmsForm form) throws IOException, SigningException {
         AttachedCms.requireArray(Files.size(file));
         long length;
         try (InputStream stream = Files.newInputStream(file)) {

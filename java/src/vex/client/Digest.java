@@ -67,6 +67,11 @@ public enum Digest {
         return null;
     }
 
+    /** Returns the toolkit's name of the digest that signs: the default if none is given. */
+    static String orDefault(String name) {
+        return name == null ? SHA_256.text : name;
+    }
+
     /** Whether RSA keys sign with RSASSA-PSS under this name of the toolkit. */
     static boolean isPss(String name) {
         return name.regionMatches(true, name.length() - PSS.length(), PSS, 0, PSS.length());

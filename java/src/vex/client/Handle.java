@@ -10,9 +10,6 @@ import vex.jni.VCTKError;
  * So they always belong to the failed call, also on a virtual thread, which may change its carrier when it waits.
  */
 final class Handle {
-    /** Of a toolkit that knows names for digests given as such. Other toolkits are never asked to go back to it. */
-    private static final String DEFAULT_DIGEST = "SHA-256";
-
     /** In characters. Many threads with many handles may leave as many signatures of this length in the toolkit. */
     private static final int MOST_KEPT = 1 << 14;
     private static final String NOT_BASE64 = "-";
@@ -68,9 +65,13 @@ final class Handle {
         return wanted.equals(selection);
     }
 
-    /** @param wanted null for the toolkit's default */
+    /**
+     * A toolkit that knows no names for digests given as such is never asked to go back to its default.
+     *
+     * @param wanted null for the toolkit's default
+     */
     boolean hasDigest(String wanted) {
-        return digest == null ? wanted == null : digest.equals(wanted == null ? DEFAULT_DIGEST : wanted);
+        return digest == null ? wanted == null : digest.equals(Digest.orDefault(wanted));
     }
 
     void select(Selection wanted) throws SigningException {
@@ -91,8 +92,8 @@ final class Handle {
     /** @param wanted null for the toolkit's default; a refused name changes nothing */
     void setDigest(String wanted) throws SigningException {
         if (!hasDigest(wanted)) {
-            String name = NativeText.require(
-                "The digest algorithm", wanted == null ? DEFAULT_DIGEST : wanted, VCTKError.DIGEST_UNKNOWN);
+            String name =
+                NativeText.require("The digest algorithm", Digest.orDefault(wanted), VCTKError.DIGEST_UNKNOWN);
             set("Digest algorithm \"" + name + "\": ", (natives, own) -> natives.SetDigestAlg(own, name));
             digest = name;
         }

@@ -44,7 +44,7 @@ final class SignatureAlgorithm {
      * @param digestName as the toolkit takes it; null for its default
      */
     static SignatureAlgorithm ofRaw(KeyAlgorithm key, X509Certificate certificate, String digestName) {
-        String given = digestName == null ? Digest.SHA_256.toString() : digestName;
+        String given = Digest.orDefault(digestName);
         boolean pss = Digest.isPss(given);
         String withoutPss = Digest.withoutPss(given);
         Digest digest = Digest.of(withoutPss);

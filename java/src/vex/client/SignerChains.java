@@ -49,7 +49,6 @@ final class SignerChains {
 
     private static byte[] request(Session session, String signer, String digest, CmsForm.Certificates certificates)
             throws SigningException {
-        return session.signP7(
-            Selection.of(signer), digest, CERTIFICATE_REQUEST, new CmsForm(true, certificates));
+        return session.signP7(Selection.of(signer), digest, CERTIFICATE_REQUEST, new CmsForm(true, certificates));
     }
 }

@@ -419,7 +419,7 @@ public final class SigningClient implements AutoCloseable {
             if (!pss) {
                 return digest;
             }
-            String name = digest == null ? Digest.SHA_256.toString() : digest;
+            String name = Digest.orDefault(digest);
             return Digest.isPss(name) ? name : name + Digest.PSS;
         }
 

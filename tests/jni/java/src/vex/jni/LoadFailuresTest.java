@@ -65,6 +65,15 @@ class LoadFailuresTest {
         return Files.copy(LIBRARY, directory.resolve(BRIDGE));
     }
 
+    /** The bridge's ELF header names 64-bit ARM. */
+    private Path copyForAnotherProcessor() throws Exception {
+        Path library = copyOfBoth();
+        byte[] content = Files.readAllBytes(library);
+        content[18] = (byte) 183;
+        Files.write(library, content);
+        return library;
+    }
+
     private static void assertContains(String text, String... parts) {
         for (String part : parts) {
             assertTrue(text.contains(part), () -> "no \"" + part + "\" in: " + text);
@@ -73,10 +82,7 @@ class LoadFailuresTest {
 
     @Test
     void explainsAWrongArchitecture() throws Exception {
-        Path library = copyOfBoth();
-        byte[] content = Files.readAllBytes(library);
-        content[18] = (byte) 183;
-        Files.write(library, content);
+        Path library = copyForAnotherProcessor();
         assertContains(failure(PRODUCT_JAR, library.toString()),
             "wrong architecture: the library is for 64-bit ARM (aarch64), and this JVM for amd64.");
     }
@@ -344,10 +350,7 @@ class LoadFailuresTest {
     /** Somebody may build the library for another processor; then its own problems count. */
     @Test
     void explainsALibraryThatWasBuiltForAnotherProcessor() throws Exception {
-        Path library = copyOfBoth();
-        byte[] content = Files.readAllBytes(library);
-        content[18] = (byte) 183;
-        Files.write(library, content);
+        Path library = copyForAnotherProcessor();
         String message = "libVEXClientTKDll64.so: cannot open shared object file: No such file or directory";
         String processor = System.setProperty("os.arch", "aarch64");
         try {
