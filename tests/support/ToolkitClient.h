@@ -92,3 +92,21 @@ private:
 
     HANDLE m_hObject;
 };
+
+// The results of all operations on a handle, except VCTK_Finalize and those that tell the last error.
+inline std::vector<INT> CallEverything(HANDLE hObject) {
+    char buffer[64] = {};
+    int nLength = sizeof buffer;
+    return {VCTK_CallQueueEnable(hObject, 0, 1),
+            VCTK_SetDigestAlg(hObject, "SHA256"),
+            VCTK_SetDigestAlg(hObject, nullptr),
+            VCTK_SetChooseSingleCert(hObject, 1),
+            VCTK_AddFilter(hObject, 1, "x"),
+            VCTK_ClearFilter(hObject),
+            VCTK_P1Sign(hObject, "text", 0),
+            VCTK_GetP1SignResult(hObject, buffer, &nLength),
+            VCTK_P7Sign(hObject, "text", 0, 1, 1),
+            VCTK_GetP7SignResult(hObject, buffer, &nLength),
+            VCTK_GetSignCert(hObject, buffer, &nLength),
+            VCTK_GetCertList(hObject, "\r\n", " ", buffer, &nLength)};
+}

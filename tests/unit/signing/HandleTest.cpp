@@ -21,23 +21,6 @@ protected:
     std::string m_strUri;
 };
 
-std::vector<INT> CallEverything(HANDLE hObject) {
-    char buffer[64] = {};
-    int nLength = sizeof buffer;
-    return {VCTK_CallQueueEnable(hObject, 0, 1),
-            VCTK_SetDigestAlg(hObject, "SHA256"),
-            VCTK_SetChooseSingleCert(hObject, 1),
-            VCTK_AddFilter(hObject, 1, "x"),
-            VCTK_ClearFilter(hObject),
-            VCTK_P1Sign(hObject, "text", 0),
-            VCTK_GetP1SignResult(hObject, buffer, &nLength),
-            VCTK_P7Sign(hObject, "text", 0, 1, 1),
-            VCTK_GetP7SignResult(hObject, buffer, &nLength),
-            VCTK_GetSignCert(hObject, buffer, &nLength),
-            VCTK_GetCertList(hObject, "\r\n", " ", buffer, &nLength),
-            VCTK_Finalize(hObject)};
-}
-
 TEST_F(HandleTest, WrongOnesGiveAnErrorNumber) {
     const HANDLE hLive = VCTK_Initialize(m_strUri.c_str());
     ASSERT_NE(hLive, nullptr);
@@ -56,6 +39,7 @@ TEST_F(HandleTest, WrongOnesGiveAnErrorNumber) {
         for (const INT nResult : CallEverything(hWrong)) {
             EXPECT_EQ(nResult, VCTK_E_INVALID_HANDLE) << hWrong;
         }
+        EXPECT_EQ(VCTK_Finalize(hWrong), VCTK_E_INVALID_HANDLE) << hWrong;
         if (hWrong != nullptr) {
             EXPECT_EQ(VCTK_GetLastError(hWrong), VCTK_E_INVALID_HANDLE);
             EXPECT_EQ(ErrorMessage(hWrong), VCTKErrorMessage(VCTK_E_INVALID_HANDLE));
