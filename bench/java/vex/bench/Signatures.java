@@ -148,7 +148,7 @@ final class Signatures {
     }
 
     private void twoThreads(String of, Signer first, Signer second) throws Exception {
-        Measuring.interleave("RSA-2048 P1 of 1 KiB, two threads" + of + java, "signatures/s", 1, rounds, Map.of(
+        Measuring.interleave("RSA-2048 P1 of 1 KiB, two threads" + of + java, "signatures/s", warmUp, rounds, Map.of(
             "product", () -> threads(KILOBYTE, first, second),
             "product, one thread", () -> threads(KILOBYTE, first)));
     }
