@@ -25,9 +25,12 @@ constexpr const char* kExamples = R"(Examples:
                                                              a bare ECDSA signature, and the certificate
   vexsign p7 ./keys.p12 --ask-pin --chain letter.txt        with the certificates that lead to the root
   printf '%s' "I owe you 100 euros." | vexsign p7 ./keys.p12 --ask-pin
+  vexsign verify letter.p7s letter.txt --ca root.pem         who signed, and whether the root's owner vouches for it
+  vexsign verify letter.sig letter.txt --cert signer.pem --no-chain --json
+                                                             whether this key signed, for a program
 
-Exit status: 0 done; 1 the toolkit failed, a file could not be read or written, or an output was refused;
-2 the command line is wrong.)";
+Exit status: 0 done, or the signature is good; 1 the signature is not good, the toolkit failed, a file could not be read
+or written, or an output was refused; 2 the command line is wrong.)";
 
 struct FilterName {
     const char* pszName;
@@ -190,11 +193,17 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     tools::AddFile(*pP7, "--chain-source", options.strChainSource,
                    "With --chain: a PEM file with certificates of issuers that the store does not have", "FILE")
         ->needs("--chain");
-    for (CLI::App* const pCommand : {pList, pP1, pP7}) {
+    CLI::App* const pVerify = verify::AddCommand(app, options.verification);
+    for (CLI::App* const pCommand : {pList, pP1, pP7, pVerify}) {
         pCommand->footer(kExamples);
     }
 
     const auto check = [&] {
+        if (pVerify->parsed()) {
+            options.command = Command::kVerify;
+            verify::CheckOptions(options.verification);
+            return;
+        }
         options.command = pP1->parsed() ? Command::kP1 : pP7->parsed() ? Command::kP7 : Command::kList;
         options.bDetached = !bAttached;
         options.bCertificate = !bNoCertificate;

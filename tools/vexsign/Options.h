@@ -6,10 +6,11 @@
 #include <vector>
 
 #include "VCTKFilter.h"
+#include "verify/Options.h"
 
 namespace vexsign {
 
-enum class Command { kList, kP1, kP7 };
+enum class Command { kList, kP1, kP7, kVerify };
 
 struct FilterOption {
     ULONG ulType;
@@ -40,6 +41,8 @@ struct Options {
     bool bCertificate = true;
     bool bChain = false;
     std::string strChainSource;  // empty: none
+
+    verify::Options verification;  // of kVerify
 };
 
 // Nothing: the program has to exit with nExit; the help, the version or an error message has been printed.

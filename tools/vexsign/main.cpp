@@ -25,6 +25,7 @@
 #include "common/Message.h"
 #include "posix/OutputBuffer.h"
 #include "posix/VisibleText.h"
+#include "verify/Command.h"
 
 namespace vexsign {
 namespace {
@@ -139,6 +140,9 @@ int Run(int argc, char** argv) {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
+        if (options->command == Command::kVerify) {
+            return verify::Run(options->verification);
+        }
         Execute(*options);
     } catch (const vexposix::OutputClosed&) {
         Say("the reader of the output ended before all was written");

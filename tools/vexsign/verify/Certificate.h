@@ -1,0 +1,33 @@
+// The signer's certificate: what it says, and whether it may be believed.
+#pragma once
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "OpenSsl.h"
+#include "Report.h"
+
+namespace vexsign::verify {
+
+// What the user trusts, and the rules.
+struct Settings {
+    Trust trust = Trust::kSystem;
+    StorePtr store;            // null with Trust::kNone
+    CertificatesPtr given;     // the signer's certificate and perhaps its issuers'; null: not given
+    std::time_t nMoment = 0;   // for which certificates must be valid
+    bool bAnyPurpose = false;  // extended key usages do not matter
+    std::string strDigest;     // of a P1; empty: every digest is tried
+};
+
+// The trusted certificates: the system's or those of the files. Throws std::runtime_error with the file's name.
+StorePtr SystemStore();
+StorePtr StoreOfFiles(const std::vector<std::string>& files);
+
+CertificateFacts FactsOf(X509* pCertificate);
+
+// Checks usage, validity and chain. others: certificates that may lead to a trusted one; they are not trusted
+// themselves; may be null.
+void CheckCertificate(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& settings, SignerReport& signer);
+
+}  // namespace vexsign::verify

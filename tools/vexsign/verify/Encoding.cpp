@@ -1,0 +1,141 @@
+#include "Encoding.h"
+
+#include <openssl/pem.h>
+
+#include <limits>
+#include <stdexcept>
+
+#include "vexsign/Base64.h"
+
+namespace vexsign::verify {
+namespace {
+
+constexpr std::string_view kPemBegin = "-----BEGIN ";
+
+struct PemBlock {
+    std::string strLabel;
+    std::string strBytes;
+};
+
+// The next block; nothing at the end. Throws std::runtime_error if it is damaged or encrypted.
+std::optional<PemBlock> NextBlock(BIO* pBio) {
+    char* pszLabel = nullptr;
+    char* pszHeader = nullptr;
+    unsigned char* pbBytes = nullptr;
+    long cbBytes = 0;
+    if (PEM_read_bio(pBio, &pszLabel, &pszHeader, &pbBytes, &cbBytes) != 1) {
+        const bool bEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+        const std::string strReason = TakeReason();
+        if (bEnd) {
+            return std::nullopt;
+        }
+        throw std::runtime_error("the PEM is damaged: " + strReason);
+    }
+    const std::unique_ptr<char, FreeMemory> label(pszLabel);
+    const std::unique_ptr<char, FreeMemory> header(pszHeader);
+    const std::unique_ptr<unsigned char, FreeMemory> bytes(pbBytes);
+    if (*pszHeader != '\0') {
+        throw std::runtime_error("the PEM has headers, as if it were encrypted");
+    }
+    return PemBlock{pszLabel, std::string(reinterpret_cast<const char*>(pbBytes), static_cast<std::size_t>(cbBytes))};
+}
+
+BioPtr MemoryBio(std::string_view bytes) {
+    if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        throw std::runtime_error("the PEM is larger than 2 GiB");
+    }
+    return BioPtr(RequireMemory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
+}
+
+CertificatePtr CertificateOf(std::string_view der) {
+    const auto* pb = reinterpret_cast<const unsigned char*>(der.data());
+    const auto* const pbEnd = pb + der.size();
+    CertificatePtr certificate(d2i_X509(nullptr, &pb, static_cast<long>(der.size())));
+    return certificate && pb == pbEnd ? std::move(certificate) : nullptr;
+}
+
+bool IsPem(std::string_view file) {
+    // PEM may have text before it; DER may hold the mark by chance only in its middle.
+    const std::size_t nBegin = file.find(kPemBegin);
+    return nBegin != std::string_view::npos && (nBegin == 0 || file[nBegin - 1] == '\n') &&
+           file.substr(0, nBegin).find('\0') == std::string_view::npos;
+}
+
+CertificatesPtr ReadPemCertificates(const std::string& strFile) {
+    CertificatesPtr certificates = NewCertificates();
+    const BioPtr bio = MemoryBio(strFile);
+    while (const std::optional<PemBlock> block = NextBlock(bio.get())) {
+        if (block->strLabel != PEM_STRING_X509 && block->strLabel != PEM_STRING_X509_OLD) {
+            continue;
+        }
+        const CertificatePtr certificate = CertificateOf(block->strBytes);
+        if (!certificate) {
+            throw std::runtime_error("certificate " + std::to_string(sk_X509_num(certificates.get()) + 1) +
+                                     " is damaged: " + TakeReason());
+        }
+        AddCertificate(certificates.get(), certificate.get());
+    }
+    return certificates;
+}
+
+}  // namespace
+
+std::optional<std::string> DecodeSignature(std::string file) {
+    if (IsPem(file)) {
+        try {
+            const BioPtr bio = MemoryBio(file);
+            std::optional<PemBlock> block = NextBlock(bio.get());
+            // Of two signatures nobody could tell which one was checked.
+            if (NextBlock(bio.get())) {
+                return std::nullopt;
+            }
+            for (const std::string_view label : {PEM_STRING_CMS, PEM_STRING_PKCS7, PEM_STRING_PKCS7_SIGNED}) {
+                if (block && block->strLabel == label) {
+                    return std::move(block->strBytes);
+                }
+            }
+        } catch (const std::runtime_error&) {
+            // The caller says what the file should be.
+        }
+        return std::nullopt;
+    }
+    std::optional<std::string> bytes = DecodeBase64(file);
+    return bytes && !bytes->empty() ? std::move(*bytes) : std::move(file);
+}
+
+Kind KindOf(std::string_view bytes) {
+    constexpr unsigned char kSequence = 0x30;
+    constexpr unsigned char kLongLength = 0x80;
+    constexpr char kObjectIdentifier = 0x06;
+    if (bytes.size() < 3 || static_cast<unsigned char>(bytes[0]) != kSequence) {
+        return Kind::kP1;
+    }
+    const auto uLength = static_cast<unsigned char>(bytes[1]);
+    const std::size_t nFirst = 2U + (uLength >= kLongLength ? uLength - kLongLength : 0U);
+    return nFirst < bytes.size() && bytes[nFirst] == kObjectIdentifier ? Kind::kP7 : Kind::kP1;
+}
+
+CertificatesPtr ReadCertificates(const std::string& strFile, const std::string& strName) {
+    try {
+        if (IsPem(strFile)) {
+            CertificatesPtr certificates = ReadPemCertificates(strFile);
+            if (sk_X509_num(certificates.get()) == 0) {
+                throw std::runtime_error("there is PEM in it, but no certificate");
+            }
+            return certificates;
+        }
+        const std::optional<std::string> bytes = DecodeBase64(strFile);
+        const CertificatePtr certificate = CertificateOf(bytes && !bytes->empty() ? *bytes : strFile);
+        ERR_clear_error();
+        if (!certificate) {
+            throw std::runtime_error("it is no certificate in PEM, DER or Base64");
+        }
+        CertificatesPtr certificates = NewCertificates();
+        AddCertificate(certificates.get(), certificate.get());
+        return certificates;
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(strName + ": " + error.what());
+    }
+}
+
+}  // namespace vexsign::verify

@@ -1,0 +1,70 @@
+#include "Options.h"
+
+#include "BareSignature.h"
+#include "Time.h"
+#include "common/CommandLine.h"
+
+namespace vexsign::verify {
+
+CLI::App* AddCommand(CLI::App& app, Options& options) {
+    CLI::App* const pVerify =
+        app.add_subcommand("verify", "Verify a P1 or P7 signature and print who made it. Uses no toolkit");
+    tools::AddFile(*pVerify, "SIGNATURE", options.strSignature,
+                   "The signature: Base64, DER, or PEM; \"-\" is standard input")
+        ->required();
+    tools::AddFile(*pVerify, "FILE", options.strContent,
+                   "The file that was signed; \"-\" is standard input. Omit it if the content is in the signature");
+    CLI::Option* const pNoChain =
+        pVerify->add_flag("--no-chain", options.bNoChain,
+                          "Do not check who issued the certificate. Anybody can then have signed under any name");
+    // Such as an unset variable of the shell.
+    const CLI::Validator notEmpty(
+        [](const std::string& strValue) { return std::string(strValue.empty() ? "the value is empty" : ""); }, "");
+    pVerify
+        ->add_option("--ca", options.authorities,
+                     "File with the root certificates that you trust, PEM or DER; may be repeated. Without it, those\n"
+                     "that this system trusts (OpenSSL's default, SSL_CERT_FILE and SSL_CERT_DIR)")
+        ->type_name("FILE")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(notEmpty)
+        ->excludes(pNoChain);
+    tools::AddFile(*pVerify, "--cert,--signer", options.strCertificate,
+                   "File with the signer's certificate, first, and perhaps its issuers', which are not trusted: for a\n"
+                   "P1, for a P7 without certificate, or to accept no other signer",
+                   "FILE");
+    pVerify
+        ->add_option("--digest", options.strDigest,
+                     "The digest of a P1, such as SHA256 or SHA-256/PSS; by default all are tried")
+        ->check(notEmpty)
+        ->type_name("NAME");
+    pVerify
+        ->add_option(
+            "--at", options.strAt,
+            "The certificates must be valid at this moment, such as 2026-03-01T12:00:00Z, instead of now: when\n"
+            "the signature already existed, as you know from elsewhere")
+        ->check(notEmpty)
+        ->type_name("TIME");
+    pVerify->add_flag("--any-purpose", options.bAnyPurpose,
+                      "Accept certificates whose extended key usages do not include e-mail");
+    pVerify->add_flag("--json", options.bJson, "Print one JSON object");
+    return pVerify;
+}
+
+void CheckOptions(const Options& options) {
+    if (options.strSignature == "-" && options.strContent == "-") {
+        throw CLI::ValidationError("FILE",
+                                   "standard input cannot be both SIGNATURE and FILE; give a file name for one");
+    }
+    if (!options.strDigest.empty() && !IsDigestName(options.strDigest)) {
+        throw CLI::ValidationError(
+            "--digest", "unknown digest \"" + options.strDigest + "\"; use a name such as SHA256 or SHA-256/PSS");
+    }
+    if (!options.strAt.empty() && !ParseMoment(options.strAt)) {
+        throw CLI::ValidationError("--at",
+                                   "\"" + options.strAt + "\" is no moment; write it like 2026-03-01T12:00:00Z");
+    }
+}
+
+}  // namespace vexsign::verify

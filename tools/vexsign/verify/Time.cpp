@@ -1,0 +1,55 @@
+#include "Time.h"
+
+#include <array>
+#include <cstdio>
+#include <memory>
+
+#include "OpenSsl.h"
+
+namespace vexsign::verify {
+
+std::optional<std::time_t> MomentOf(const ASN1_TIME* pTime) {
+    std::tm fields = {};
+    // OpenSSL takes null for the current time.
+    if (pTime == nullptr || ASN1_TIME_to_tm(pTime, &fields) != 1) {
+        return std::nullopt;
+    }
+    return timegm(&fields);
+}
+
+std::optional<std::time_t> ParseMoment(const std::string& strText) {
+    constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
+    if (strText.size() != kForm.size()) {
+        return std::nullopt;
+    }
+    std::string strDigits;
+    for (std::size_t i = 0; i < kForm.size(); ++i) {
+        const bool bDigit = strText[i] >= '0' && strText[i] <= '9';
+        if (kForm[i] == '0' ? !bDigit : strText[i] != kForm[i]) {
+            return std::nullopt;
+        }
+        strDigits += bDigit ? std::string(1, strText[i]) : "";
+    }
+    const std::unique_ptr<ASN1_TIME, Deleter<ASN1_TIME_free>> time(RequireMemory(ASN1_TIME_new()));
+    if (ASN1_TIME_set_string(time.get(), (strDigits + "Z").c_str()) != 1) {
+        ERR_clear_error();
+        return std::nullopt;
+    }
+    return MomentOf(time.get());
+}
+
+std::string TextOf(std::time_t nTime) {
+    std::tm fields = {};
+    gmtime_r(&nTime, &fields);
+    std::array<char, 80> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", fields.tm_year + 1900, fields.tm_mon + 1,
+                  fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+    return text.data();
+}
+
+std::string TextOf(const ASN1_TIME* pTime) {
+    const std::optional<std::time_t> moment = MomentOf(pTime);
+    return moment ? TextOf(*moment) : "an impossible date";
+}
+
+}  // namespace vexsign::verify

@@ -1,0 +1,20 @@
+// Moments as text: 2026-11-21T05:00:00Z.
+#pragma once
+
+#include <openssl/asn1.h>
+
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace vexsign::verify {
+
+// Nothing if the value is no moment.
+std::optional<std::time_t> MomentOf(const ASN1_TIME* pTime);
+std::optional<std::time_t> ParseMoment(const std::string& strText);
+
+std::string TextOf(std::time_t nTime);
+// "an impossible date" if the value is no moment.
+std::string TextOf(const ASN1_TIME* pTime);
+
+}  // namespace vexsign::verify
