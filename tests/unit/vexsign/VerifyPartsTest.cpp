@@ -1,0 +1,218 @@
+// The parts of "vexsign verify": encodings, BER, moments, large content, and the report.
+#include <gtest/gtest.h>
+
+#include "VerifyWorld.h"
+#include "vexsign/Base64.h"
+#include "vexsign/verify/Algorithms.h"
+#include "vexsign/verify/BareSignature.h"
+#include "vexsign/verify/Ber.h"
+#include "vexsign/verify/Content.h"
+#include "vexsign/verify/Time.h"
+#include "vexsign/verify/Verification.h"
+
+namespace vexsign::verify {
+namespace {
+
+using namespace std::string_view_literals;
+
+TEST(VerifyBer, TakesElements) {
+    std::string_view text = "\x30\x80\x04\x01x\x30\x80\x00\x00\x00\x00\x05\x00"sv;
+    const std::optional<Element> element = TakeElement(text);
+    ASSERT_TRUE(element);
+    EXPECT_EQ(element->body, "\x04\x01x\x30\x80\x00\x00"sv);
+    EXPECT_EQ(element->whole.size(), 11U);
+    EXPECT_EQ(text, "\x05\x00"sv);
+    for (const std::string_view damaged :
+         {""sv, "\x30"sv, "\x30\x02\x05"sv, "\x30\x80\x05\x00"sv, "\x30\x80\x05\x00\x00"sv, "\x04\x80\x00\x00"sv,
+          "\x30\x84\xFF\xFF\xFF\xFF"sv}) {
+        std::string_view rest = damaged;
+        EXPECT_FALSE(TakeElement(rest)) << damaged.size();
+    }
+    const std::string strDeep = std::string(100000, '\x30');
+    std::string strNested;
+    for (const char ch : strDeep) {
+        strNested += ch;
+        strNested += '\x80';
+    }
+    std::string_view nested = strNested;
+    EXPECT_FALSE(TakeElement(nested));
+}
+
+TEST(VerifyBer, TellsDerFromBer) {
+    for (const std::string_view der :
+         {""sv, "\x05\x00"sv, "\x30\x02\x05\x00"sv, "\x31\x00\x04\x01x"sv, "\xA0\x02\x05\x00"sv}) {
+        EXPECT_TRUE(IsDer(der)) << der.size();
+    }
+    for (const std::string_view ber : {"\x30\x80\x00\x00"sv, "\x04\x81\x01x"sv, "\x30\x81\x02\x05\x00"sv,
+                                       "\x24\x03\x04\x01x"sv, "\x30\x03\x04\x81\x00"sv, "\x10\x00"sv, "\x05"sv}) {
+        EXPECT_FALSE(IsDer(ber)) << ber.size();
+    }
+    EXPECT_TRUE(IsSorted("\x04\x01y\x04\x02xx\x05\x00"sv));
+    EXPECT_TRUE(IsSorted("\x04\x01y\x04\x01y"sv));
+    EXPECT_FALSE(IsSorted("\x05\x00\x04\x01y"sv));
+    EXPECT_FALSE(IsSorted("\x04\x01\x80\x04\x01\x7F"sv));
+}
+
+TEST(VerifyEncoding, ReadsEachForm) {
+    const std::string strDer = MakeSignedData({}, {}, nullptr);
+    const std::string strBase64 = EncodeBase64(strDer);
+    const auto pem = [&](const std::string& strLabel) {
+        return "-----BEGIN " + strLabel + "-----\n" + strBase64 + "\n-----END " + strLabel + "-----\n";
+    };
+    EXPECT_EQ(DecodeSignature(strDer), strDer);
+    EXPECT_EQ(DecodeSignature(strBase64), strDer);
+    EXPECT_EQ(DecodeSignature(strBase64.substr(0, 8) + "\r\n" + strBase64.substr(8) + "\r\n"), strDer);
+    EXPECT_EQ(DecodeSignature(pem("CMS")), strDer);
+    EXPECT_EQ(DecodeSignature("A letter.\n" + pem("PKCS7")), strDer);
+    EXPECT_FALSE(DecodeSignature(pem("CMS") + pem("CMS")));
+    EXPECT_FALSE(DecodeSignature(pem("CERTIFICATE")));
+    EXPECT_FALSE(DecodeSignature(pem("CMS").substr(0, 40)));
+    EXPECT_FALSE(DecodeSignature("-----BEGIN CMS-----\n*\n-----END CMS-----\n"));
+    // Text that is not Base64 is taken as bytes, which then are no signature.
+    EXPECT_EQ(DecodeSignature("no Base64!"), "no Base64!");
+    EXPECT_EQ(DecodeSignature(""), "");
+    EXPECT_EQ(KindOf(strDer), Kind::kP7);
+    EXPECT_EQ(KindOf(strDer.substr(0, 5)), Kind::kP7);
+    EXPECT_EQ(KindOf("\x30\x80\x06"), Kind::kP7);
+    EXPECT_EQ(KindOf(EcdsaSequence("\x01", "\x02")), Kind::kP1);
+    EXPECT_EQ(KindOf(std::string(256, '\x30')), Kind::kP1);
+    EXPECT_EQ(KindOf("\x30"), Kind::kP1);
+}
+
+TEST(VerifyEncoding, ReadsCertificates) {
+    const World& world = World::Get();
+    const std::string strPem = ReadWholeFile(world.File("ec.crt"));
+    RequireCommand("openssl x509 -in " + world.File("ec.crt") + " -outform DER -out " + world.File("ec.der"));
+    const std::string strDer = ReadWholeFile(world.File("ec.der"));
+    const auto count = [](const std::string& strFile) { return sk_X509_num(ReadCertificates(strFile, "name").get()); };
+    EXPECT_EQ(count(strPem), 1);
+    EXPECT_EQ(count("text\n" + strPem + ReadWholeFile(world.File("root.key")) + strPem), 2);
+    EXPECT_EQ(count(strDer), 1);
+    EXPECT_EQ(count(EncodeBase64(strDer)), 1);
+    for (const std::string& strBad : {std::string(), std::string("x"), strDer + "x",
+                                      ReadWholeFile(world.File("root.key")), strPem + strPem.substr(0, 100)}) {
+        EXPECT_THROW(count(strBad), std::runtime_error) << strBad.size();
+    }
+}
+
+TEST(VerifyTime, IsReadAndWritten) {
+    EXPECT_EQ(ParseMoment("1970-01-01T00:00:00Z"), 0);
+    EXPECT_EQ(ParseMoment("2026-03-01T12:34:56Z"), 1772368496);
+    EXPECT_EQ(TextOf(std::time_t{1772368496}), "2026-03-01T12:34:56Z");
+    for (const char* const pszBad :
+         {"", "2026-03-01", "2026-02-30T00:00:00Z", "2026-13-01T00:00:00Z", "2026-03-01T24:00:00Z",
+          "2026-03-01T12:34:56", "2026-03-01T12:34:56Zx", "2026-03-01 12:34:56Z"}) {
+        EXPECT_FALSE(ParseMoment(pszBad)) << pszBad;
+    }
+}
+
+TEST(VerifyDigestNames, AreThoseOfSigning) {
+    for (const char* const pszName :
+         {"SHA256", "sha-384", "SHA2-512", "SHA512/256", "SHA3-256", "SHA-256/PSS", "MD5"}) {
+        EXPECT_TRUE(IsDigestName(pszName)) << pszName;
+    }
+    for (const char* const pszName : {"", "SHA-257", "prehashed:SHA-256", "/PSS", "AES"}) {
+        EXPECT_FALSE(IsDigestName(pszName)) << pszName;
+    }
+    for (const KnownDigest& known : KnownDigests()) {
+        EXPECT_TRUE(IsDigestName(known.pszName)) << known.pszName;
+    }
+}
+
+// Five gigabytes that are never in memory.
+TEST(VerifyContent, IsReadInPieces) {
+    constexpr std::size_t kPieces = 20480;
+    std::size_t cRead = 0;
+    std::size_t cbLargest = 0;
+    const Reader reader = [&](char*, std::size_t cbBuffer) { return ++cRead <= kPieces ? cbBuffer : 0; };
+    std::uint64_t cb = 0;
+    ForEachPiece(reader, [&](std::string_view piece) {
+        cb += piece.size();
+        cbLargest = std::max(cbLargest, piece.size());
+    });
+    EXPECT_EQ(cb, std::uint64_t{kPieces} * cbLargest);
+    EXPECT_LE(cbLargest, std::size_t{1024} * 1024);
+}
+
+std::string JsonOf(const Report& report) {
+    vexposix::OutputBuffer output(-1);
+    PrintJson(report, output);
+    return std::string(output.Pending());
+}
+
+Report HostileReport() {
+    const TestSigner signer = SignerOf("hostile");
+    Recipe recipe;
+    recipe.pSigner = &signer;
+    recipe.attributes = {ContentTypeAttribute(), DigestAttribute(DigestOf("SHA256", "x"))};
+    const std::string strSignature = MakeSignedData({MakeSigner(recipe, "x")}, {signer.certificate.get()}, nullptr);
+    const Reader reader = ReaderOf("x");
+    Report report = Verify(strSignature, SettingsFor(""), &reader);
+    report.strSignature = "a\x1b]0;\"name\xFF";
+    return report;
+}
+
+TEST(VerifyReport, ShowsHostileNamesVisibly) {
+    const Report report = HostileReport();
+    ASSERT_TRUE(report.IsGood()) << TextOf(report);
+    const std::string strText = TextOf(report);
+    for (const char ch : strText) {
+        EXPECT_TRUE(ch == '\n' || static_cast<unsigned char>(ch) >= ' ') << strText;
+    }
+    EXPECT_EQ(strText.find("\xE2\x80\xAE"), std::string::npos) << strText;
+    EXPECT_EQ(strText.find("\xC2\x9B"), std::string::npos) << strText;
+    EXPECT_NE(strText.find("\\u{202e}gpj"), std::string::npos) << strText;
+    EXPECT_NE(strText.find("O=Gr\xC3\xBC\xC3\x9F"), std::string::npos) << strText;
+    EXPECT_NE(strText.find("a\\x1b]0;\"name\\xff"), std::string::npos) << strText;
+    EXPECT_NE(strText.find("--no-chain"), std::string::npos) << strText;
+    EXPECT_NE(strText.find("not checked"), std::string::npos) << strText;
+}
+
+// Python's parser is the judge.
+TEST(VerifyReport, IsJson) {
+    const World& world = World::Get();
+    world.Write("report.json", JsonOf(HostileReport()));
+    const CommandResult result = RunCommand("python3 - " + world.File("report.json") + " <<'END'\n" + R"(
+import json, sys
+report = json.load(open(sys.argv[1], encoding="utf-8"))
+assert list(report) == ["signature", "type", "detached", "good", "trust", "checked_for", "checks", "signers"]
+assert report["signature"] == "a\x1b]0;\"name\ufffd", report["signature"]
+assert (report["type"], report["detached"], report["good"], report["trust"]) == ("p7", True, True, "none")
+signer, = report["signers"]
+assert list(signer) == ["certificate", "signing_time", "algorithm", "checks"], list(signer)
+certificate = signer["certificate"]
+assert list(certificate) == ["subject", "issuer", "serial", "fingerprint_sha256", "not_before", "not_after"]
+assert "\u202egpj" in certificate["subject"] and "\x9b" in certificate["subject"], certificate["subject"]
+assert len(certificate["fingerprint_sha256"]) == 64 and certificate["fingerprint_sha256"].isupper()
+assert signer["signing_time"] is None and signer["algorithm"] == "ECDSA with SHA-256"
+results = {check["check"]: check["result"] for check in signer["checks"]}
+assert results["signature"] == results["content"] == "passed" and results["chain"] == "not-checked", results
+END)");
+    EXPECT_EQ(result.nStatus, 0) << result.strOutput;
+}
+
+// A check that is missing must not count as passed.
+TEST(VerifyReport, IsGoodOnlyWithEveryCheck) {
+    const Report good = HostileReport();
+    ASSERT_TRUE(good.IsGood());
+    EXPECT_FALSE(Report().IsGood());
+    for (const char* const pszName :
+         {check::kContent, check::kSignature, check::kAlgorithm, check::kAttributes, check::kUsage, check::kValidity}) {
+        Report report = good;
+        std::erase_if(report.signers[0].checks,
+                      [&](const Check& found) { return std::string_view(found.pszName) == pszName; });
+        EXPECT_FALSE(report.IsGood()) << pszName;
+    }
+    Report report = good;
+    report.trust = Trust::kFiles;
+    EXPECT_FALSE(report.IsGood());
+    report = good;
+    report.signers.emplace_back();
+    EXPECT_FALSE(report.IsGood());
+    report = good;
+    report.signers[0].Fail(check::kTime, "");
+    EXPECT_FALSE(report.IsGood());
+}
+
+}  // namespace
+}  // namespace vexsign::verify
