@@ -31,7 +31,7 @@ printf 'Grüße, 你好 🦊\nsecond line\n' >text.txt
 cp text.txt -- -dash
 
 echo "== help, version, usage"
-for command in "" list p1 p7; do
+for command in "" list p1 p7 verify; do
     # shellcheck disable=SC2086
     expect 0 "$vexsign" $command --help
     grep -q '^Examples:$' out || fail "no examples in the help of '$command'"

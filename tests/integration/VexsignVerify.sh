@@ -1,0 +1,157 @@
+#!/bin/bash
+# "vexsign verify" as a command: VexsignVerify.sh <vexsign> bounded|unbounded
+# "unbounded": the memory is not measured, because the program has a sanitizer.
+
+vexsign=$1
+memory=$2
+# shellcheck source=tests/integration/Common.sh
+. "$(dirname "$0")/Common.sh"
+export XDG_DATA_HOME=$work/data
+mkdir data
+
+# issue NAME ISSUER CONSTRAINTS USAGE [KEY-OPTION...]
+issue() {
+    local name=$1 issuer=$2 signer=() key=(-algorithm EC -pkeyopt ec_paramgen_curve:P-256)
+    printf '[req]\ndistinguished_name=dn\nprompt=no\nx509_extensions=ext\n[dn]\nCN=%s\n[ext]\n' "$name" >issue.cnf
+    printf 'basicConstraints=critical,%s\nkeyUsage=critical,%s\n' "$3" "$4" >>issue.cnf
+    shift 4
+    [ $# -eq 0 ] || key=("$@")
+    openssl genpkey "${key[@]}" -out "$name.key" 2>/dev/null
+    [ "$name" = "$issuer" ] || signer=(-CA "$issuer.crt" -CAkey "$issuer.key")
+    openssl req -x509 -new -config issue.cnf -key "$name.key" -days 30 "${signer[@]}" -out "$name.crt"
+    cat "$name.key" "$name.crt" >"$name.pem"
+}
+issue root root CA:TRUE keyCertSign
+issue middle root CA:TRUE keyCertSign
+issue ec middle CA:FALSE digitalSignature
+issue rsa middle CA:FALSE digitalSignature -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+issue ed middle CA:FALSE digitalSignature -algorithm ED25519
+issue stranger stranger CA:TRUE keyCertSign
+cat middle.crt >>ec.pem
+cat middle.crt >>rsa.pem
+printf 'I owe you 100 euros.\n' >letter.txt
+printf 'I owe you 900 euros.\n' >changed.txt
+
+echo "== what vexsign signs is good, in each form; other content is not"
+verified=0
+for key in ec rsa; do
+    for form in base64 der; do
+        for digest in SHA256 SHA-384 SHA-512/256 SHA3-256; do
+            expect 0 "$vexsign" p1 ./$key.pem --digest $digest --out $form -o sig letter.txt
+            expect 0 "$vexsign" verify sig letter.txt --cert $key.crt --no-chain
+            grep -q "with ${digest/SHA256/SHA-256}\$" out || fail "digest: $(cat out)"
+            expect 1 "$vexsign" verify sig changed.txt --cert $key.crt --no-chain
+            verified=$((verified + 1))
+        done
+        for options in "" --attached; do
+            # shellcheck disable=SC2086
+            expect 0 "$vexsign" p7 ./$key.pem --chain $options --out $form -o sig letter.txt
+            expect 0 "$vexsign" verify sig letter.txt --ca root.crt
+            grep -qx "  signed by:      CN=$key" out || fail "signer: $(cat out)"
+            grep -q 'as the signer says; nothing proves it$' out || fail "time: $(cat out)"
+            expect 1 "$vexsign" verify sig changed.txt --ca root.crt
+            expect 1 "$vexsign" verify sig letter.txt --ca stranger.crt
+            expect 1 "$vexsign" verify sig letter.txt
+            grep -q '^    chain: ' out || fail "the system's trust: $(cat out)"
+            verified=$((verified + 1))
+        done
+    done
+done
+[ $verified -eq 24 ] || fail "$verified signatures"
+expect 0 "$vexsign" p7 ./ec.pem --chain --attached -o attached letter.txt
+expect 0 "$vexsign" verify attached --ca root.crt
+expect 0 "$vexsign" p1 ./rsa.pem --digest SHA256/PSS -o sig letter.txt
+expect 0 "$vexsign" verify sig letter.txt --cert rsa.crt --no-chain --digest SHA-256/PSS
+expect 1 "$vexsign" verify sig letter.txt --cert rsa.crt --no-chain --digest SHA-256
+expect 0 "$vexsign" p1 ./ed.pem -o sig letter.txt
+expect 0 "$vexsign" verify sig letter.txt --cert ed.crt --no-chain
+expect 1 "$vexsign" verify sig changed.txt --cert ed.crt --no-chain
+
+echo "== trust"
+expect 0 "$vexsign" p7 ./ec.pem --out der -o sig letter.txt
+expect 1 "$vexsign" verify sig letter.txt --ca root.crt
+cat ec.crt middle.crt >given.pem
+expect 0 "$vexsign" verify sig letter.txt --ca root.crt --cert given.pem
+expect 0 "$vexsign" verify sig letter.txt --ca stranger.crt --ca middle.crt
+cat stranger.crt root.crt middle.crt >bundle.pem
+expect 0 "$vexsign" verify sig letter.txt --ca bundle.pem
+expect 1 "$vexsign" verify sig letter.txt --ca bundle.pem --cert rsa.crt
+SSL_CERT_FILE=$work/bundle.pem expect 0 "$vexsign" verify sig letter.txt
+grep -q 'this system trusts: ' out || fail "trust: $(cat out)"
+expect 0 "$vexsign" verify sig letter.txt --no-chain
+grep -q 'NOT\|was not checked$' out || fail "--no-chain does not say so: $(cat out)"
+grep -q 'chain: who issued the certificate (--no-chain)' out || fail "--no-chain does not say so: $(cat out)"
+expect 1 "$vexsign" verify sig letter.txt --no-chain --at 2020-01-01T00:00:00Z
+
+echo "== standard streams"
+status=0
+"$vexsign" verify - letter.txt --no-chain <sig >out 2>err || status=$?
+[ $status -eq 0 ] || fail "the signature from standard input: $(cat out err)"
+"$vexsign" verify sig - --no-chain <letter.txt >out 2>err || fail "the content from standard input: $(cat out err)"
+"$vexsign" verify sig - --no-chain <changed.txt >out 2>err && fail "changed content from standard input"
+"$vexsign" verify sig letter.txt --no-chain >/dev/full 2>err && fail "good although nobody could be told"
+
+echo "== JSON"
+expect 0 "$vexsign" verify sig letter.txt --no-chain --json
+python3 - out "$(openssl x509 -in ec.crt -noout -fingerprint -sha256 | sed 's/.*=//;s/://g')" \
+    "$(openssl x509 -in ec.crt -noout -serial | sed 's/.*=//')" <<'END'
+import json, sys
+report = json.load(open(sys.argv[1], encoding="utf-8"))
+assert report["good"] is True and report["trust"] == "none" and report["type"] == "p7"
+certificate = report["signers"][0]["certificate"]
+assert certificate["fingerprint_sha256"] == sys.argv[2], certificate
+assert certificate["serial"] == sys.argv[3], certificate
+assert certificate["subject"] == "CN=ec" and certificate["issuer"] == "CN=middle", certificate
+assert report["signers"][0]["signing_time"]["proven"] is False
+END
+expect 1 "$vexsign" verify letter.txt changed.txt --no-chain --json
+python3 -c 'import json; assert json.load(open("out"))["good"] is False'
+
+echo "== errors"
+expect 1 "$vexsign" verify missing letter.txt
+says 'missing: No such file'
+expect 1 "$vexsign" verify sig missing --no-chain
+says 'missing: No such file'
+expect 1 "$vexsign" verify sig letter.txt --ca letter.txt
+says 'letter.txt: it is no certificate'
+expect 1 "$vexsign" verify sig letter.txt --ca ec.key
+says 'ec.key: there is PEM in it, but no certificate'
+truncate -s 20M huge
+expect 1 "$vexsign" verify huge letter.txt --no-chain
+says 'huge: larger than'
+while IFS='|' read -r arguments message; do
+    eval "set -- $arguments"
+    expect 2 "$vexsign" verify "$@"
+    says "$message"
+    [ ! -s out ] || fail "output: $arguments"
+done <<'END'
+|SIGNATURE
+''|the name is empty
+sig ''|the name is empty
+- - |standard input cannot be both
+sig letter.txt --no-chain --ca root.crt|--no-chain
+sig letter.txt --ca ''|the value is empty
+sig letter.txt --cert ''|the name is empty
+sig letter.txt --digest ''|the value is empty
+sig letter.txt --digest SHA-257|unknown digest "SHA-257"
+sig letter.txt --digest prehashed:SHA-256|unknown digest
+sig letter.txt --at yesterday|"yesterday" is no moment
+sig letter.txt extra|extra
+END
+
+if [ "$memory" = unbounded ]; then
+    echo "all passed, without memory"
+    exit
+fi
+echo "== memory"
+truncate -s 512M large
+expect 0 "$vexsign" p7 ./rsa.pem --out der -o sig large
+peak() {
+    command time --format=%M --output=peak "$vexsign" verify sig large "$@" >out 2>err || fail "$(cat out err)"
+    [ "$(cat peak)" -le 65536 ] || fail "$(cat peak) KiB for a file of 512 MiB"
+}
+peak --no-chain
+expect 0 "$vexsign" p1 ./rsa.pem --out der -o sig large
+peak --no-chain --cert rsa.crt
+
+echo "all passed"
