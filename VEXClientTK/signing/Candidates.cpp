@@ -19,16 +19,18 @@ std::string None(const Identity&) {
     return {};
 }
 
-std::string Day(const std::string& strTime) {
-    return " " + strTime.substr(0, strTime.find('T'));
+// The day, and the name of the certificate.
+std::string DayAndName(const std::string& strTime, const Identity& identity) {
+    const std::string& strName = identity.Subject();
+    return " " + strTime.substr(0, strTime.find('T')) + (strName.empty() ? "" : " (" + strName + ")");
 }
 
 // In the order of the message.
 constexpr FlawWords kFlaws[] = {
     {Flaw::kExpired, "expired", "expired on", "expired, the last on",
-     [](const Identity& i) { return Day(i.NotAfterText()); }},
+     [](const Identity& i) { return DayAndName(i.NotAfterText(), i); }},
     {Flaw::kNotYetValid, "not-valid-yet", "not valid before", "not valid yet, the first before",
-     [](const Identity& i) { return Day(i.NotBeforeText()); }},
+     [](const Identity& i) { return DayAndName(i.NotBeforeText(), i); }},
     {Flaw::kNotForSigning, "not-for-signing", "not for signing", "not for signing", None},
     {Flaw::kNoPrivateKey, "no-private-key", "without a private key", "without a private key", None},
     {Flaw::kKeyCannotSign, "key-cannot-sign", "with a key that may not sign", "with a key that may not sign", None},

@@ -1,5 +1,6 @@
 #include "signing/Pkcs12.h"
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -193,6 +194,19 @@ std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText*
     const auto [pin, known] = FindPin(file.get(), pPin, content.work);
     Reader(pin, known, content).ReadFile(file.get());
     return content;
+}
+
+bool BeginsLikePkcs12(std::string_view bytes) {
+    using namespace std::string_view_literals;
+    constexpr std::string_view kVersion3 = "\x02\x01\x03"sv;
+    constexpr char kSequence = '\x30';
+    constexpr unsigned char kLongLength = 0x80;
+    if (bytes.size() < 2 || bytes.front() != kSequence) {
+        return false;
+    }
+    const auto uLength = static_cast<unsigned char>(bytes[1]);
+    const size_t cbLength = (uLength & kLongLength) != 0 ? uLength - kLongLength : 0U;
+    return bytes.substr(std::min(2 + cbLength, bytes.size())).starts_with(kVersion3);
 }
 
 }  // namespace vextk

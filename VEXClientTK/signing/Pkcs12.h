@@ -13,4 +13,7 @@ namespace vextk {
 // file has no PIN or an empty one. Throws one of the store and PIN numbers of VCTKError.h.
 std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText* pPin);
 
+// Whether bytes that are no PKCS #12 file begin as one: the file was cut off or damaged.
+bool BeginsLikePkcs12(std::string_view bytes);
+
 }  // namespace vextk

@@ -37,6 +37,18 @@ SigningDigest DigestForEdwards(const Identity& identity) {
     return FindDigest("SHA-512");
 }
 
+// OpenSSL 3.0 does not know ECDSA with SHA-3, SHA-512/224 and SHA-512/256 in CMS.
+[[noreturn]] void ThrowNoSigner(const Identity& identity, Scheme scheme, const EVP_MD* pDigest) {
+    const std::string strReason = LastOpenSslReason();
+    const bool bKnown = scheme != Scheme::kEcdsa ||
+                        OBJ_find_sigid_by_algs(nullptr, EVP_MD_get_type(pDigest), NID_X9_62_id_ecPublicKey) == 1;
+    throw Failure(VCTK_E_SIGN_FAILED, bKnown ? strReason
+                                             : strReason + ": this version of OpenSSL, " +
+                                                   OpenSSL_version(OPENSSL_VERSION) + ", makes no P7 signature with " +
+                                                   EVP_MD_get0_name(pDigest) + " and an " + identity.KeyAlgorithm() +
+                                                   " key; set SHA-256, SHA-384 or SHA-512, or make a P1 signature");
+}
+
 void AddAttributes(CMS_SignerInfo* pSigner, const Bytes& hash) {
     const TimePtr now(RequireOpenSsl(X509_gmtime_adj(nullptr, 0)));
     RequireSigned(CMS_signed_add1_attr_by_NID(pSigner, NID_pkcs9_contentType, V_ASN1_OBJECT,
@@ -109,7 +121,9 @@ std::string SignP7(const Identity& identity, const SigningDigest& digest, const 
     CMS_SignerInfo* const pSigner =
         CMS_add1_signer(cms.get(), identity.Certificate(), X509_get0_pubkey(identity.Certificate()), pDigest,
                         CMS_NOSMIMECAP | CMS_CADES | CMS_NOCERTS);
-    RequireSigned(pSigner != nullptr);
+    if (pSigner == nullptr) {
+        ThrowNoSigner(identity, scheme, pDigest);
+    }
     NameAlgorithm(pSigner, scheme, pDigest);
     for (const IdentityPtr& certificate : certificates) {
         RequireSigned(CMS_add1_cert(cms.get(), certificate->Certificate()) == 1);

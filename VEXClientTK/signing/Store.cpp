@@ -32,9 +32,12 @@ StoreContent ReadContent(std::string_view bytes, const SecretText* pPin) {
     if (std::optional<StoreContent> pem = ReadPem(bytes, pPin)) {
         return std::move(*pem);
     }
-    constexpr char kDerSequence = '\x30';
-    throw Failure(VCTK_E_STORE_FORMAT, bytes.front() == kDerSequence ? "it is not a PKCS #12 file, or it is damaged"
-                                                                     : "it is neither PKCS #12 nor PEM");
+    throw Failure(VCTK_E_STORE_FORMAT, BeginsLikePkcs12(bytes) ? "it is a PKCS #12 file that is damaged or not whole"
+                                                               : "it is neither PKCS #12 nor PEM");
+}
+
+std::string ReasonOf(const std::system_error& error) {
+    return error.code().value() == EINVAL ? "it is not a regular file" : error.code().message();
 }
 
 SecretText ReadPin(const std::string& strPath) {
@@ -51,7 +54,7 @@ SecretText ReadPin(const std::string& strPath) {
         }
         return pin;
     } catch (const std::system_error& error) {
-        throw Failure(VCTK_E_PIN_SOURCE, strPath + ": " + error.code().message());
+        throw Failure(VCTK_E_PIN_SOURCE, strPath + ": " + ReasonOf(error));
     }
 }
 
@@ -64,8 +67,7 @@ IdentitiesPtr ReadFile(const std::string& strPath, const SecretText* pPin) {
     } catch (const std::system_error& error) {
         const int nErrno = error.code().value();
         const bool bMissing = nErrno == ENOENT || nErrno == ENOTDIR;
-        throw Failure(bMissing ? VCTK_E_STORE_NOT_FOUND : VCTK_E_STORE_UNREADABLE,
-                      strPath + ": " + error.code().message());
+        throw Failure(bMissing ? VCTK_E_STORE_NOT_FOUND : VCTK_E_STORE_UNREADABLE, strPath + ": " + ReasonOf(error));
     }
 }
 

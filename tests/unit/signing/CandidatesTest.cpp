@@ -139,17 +139,17 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         PassedOver{"OldAndEncryption",
                    {"old", "encryption"},
-                   "2 passed over: 1 expired on 2026-03-01, 1 not for signing",
+                   "2 passed over: 1 expired on 2026-03-01 (CN=Test), 1 not for signing",
                    "expired not-for-signing"},
         PassedOver{"SeveralOld",
                    {"older", "old", "medieval"},
-                   "3 passed over: 3 expired, the last on 2026-03-01",
+                   "3 passed over: 3 expired, the last on 2026-03-01 (CN=Test)",
                    "expired expired expired"},
-        PassedOver{"Medieval", {"medieval"}, "1 passed over: 1 expired on 0951-01-01", "expired"},
-        PassedOver{"Next", {"next"}, "1 passed over: 1 not valid before 2550-01-01", "not-valid-yet"},
+        PassedOver{"Medieval", {"medieval"}, "1 passed over: 1 expired on 0951-01-01 (CN=Test)", "expired"},
+        PassedOver{"Next", {"next"}, "1 passed over: 1 not valid before 2550-01-01 (CN=Test)", "not-valid-yet"},
         PassedOver{"SeveralNext",
                    {"later", "next"},
-                   "2 passed over: 2 not valid yet, the first before 2550-01-01",
+                   "2 passed over: 2 not valid yet, the first before 2550-01-01 (CN=Test)",
                    "not-valid-yet not-valid-yet"},
         PassedOver{
             "ShortRsa", {"rsa2047"}, "1 passed over: 1 with a key too short: RSA 2047 bits", "key-too-short:2047"},
@@ -174,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
                    VCTK_E_STORE_NO_PRIVATE_KEY},
         PassedOver{"KeylessBesidesOld",
                    {"old", "keyless"},
-                   "2 passed over: 1 expired on 2026-03-01, 1 without a private key",
+                   "2 passed over: 1 expired on 2026-03-01 (CN=Test), 1 without a private key",
                    "expired no-private-key"},
         PassedOver{"TimeThatIsNone", {"timeless"}, "1 passed over: 1 damaged", "damaged"},
         PassedOver{"MalformedExtensions", {"malformed"}, "1 passed over: 1 damaged", "damaged"}),
@@ -193,8 +193,9 @@ TEST_F(CandidatesTest, CountsCertificatesThatFiltersExcludeSeparately) {
     const ToolkitClient client(strUri);
     ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_VALID_AT, "2026-02-01T00:00:00Z"), 0);
     EXPECT_FALSE(client.SignP1("text"));
-    EXPECT_EQ(client.Message(), VCTKErrorMessage(VCTK_E_NO_CERTIFICATE) +
-                                    std::string(": 3 passed over: 1 expired on 2026-03-01, 2 not passing the filters"));
+    EXPECT_EQ(client.Message(),
+              VCTKErrorMessage(VCTK_E_NO_CERTIFICATE) +
+                  std::string(": 3 passed over: 1 expired on 2026-03-01 (CN=Test), 2 not passing the filters"));
 
     const ToolkitClient all(strUri + "?list=all");
     ASSERT_EQ(VCTK_AddFilter(all.Handle(), VCTK_FILTER_KEY_SIZE, "225"), 0);

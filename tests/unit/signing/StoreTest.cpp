@@ -28,11 +28,13 @@ protected:
         RequireCommand(strIn + "openssl pkcs12 -export -inkey rsa.key -in rsa.crt -out nopin.p12 -passout pass:");
         RequireCommand(strIn +
                        "openssl pkcs12 -export -nomac -inkey rsa.key -in rsa.crt -out nomac.p12 -passout pass:1234");
-        RequireCommand(strIn +
-                       "head -c 1000 rsa.p12 > cut.p12 && : > empty && head -c 3000 /dev/zero > zeros"
-                       " && (head -c 500 rsa.key; cat rsa.crt) > damaged.pem && cp both.pem 'a b.pem'"
-                       " && cat rsa.key ec.crt > mismatch.pem && ln -s both.pem link.pem && mkdir directory"
-                       " && mkfifo fifo && truncate -s 17M large.pem");
+        RequireCommand(
+            strIn +
+            "head -c 1000 rsa.p12 > cut.p12 && head -c 7 rsa.p12 > head.p12 && printf 0 > one-byte"
+            " && openssl x509 -in rsa.crt -outform DER -out rsa.cer && : > empty && head -c 3000 /dev/zero > zeros"
+            " && (head -c 500 rsa.key; cat rsa.crt) > damaged.pem && cp both.pem 'a b.pem'"
+            " && cat rsa.key ec.crt > mismatch.pem && ln -s both.pem link.pem && mkdir directory"
+            " && mkfifo fifo && truncate -s 17M large.pem");
         // Undamaged files without a signing key.
         RequireCommand(strIn +
                        "openssl req -new -key rsa.key -subj /CN=x -out csr.pem"
@@ -180,7 +182,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"file:@/scrypt.pem?pin-value=1234",
                           "its key derivation, scrypt, needs more memory than OpenSSL grants it"},
                     Fault{"file:@/empty", "it is empty"}, Fault{"file:@/zeros", "it is neither PKCS #12 nor PEM"},
-                    Fault{"file:@/cut.p12?pin-value=1234", "it is not a PKCS #12 file, or it is damaged"},
+                    Fault{"file:@/cut.p12?pin-value=1234", "it is a PKCS #12 file that is damaged or not whole"},
+                    Fault{"file:@/cut.p12", "it is a PKCS #12 file that is damaged or not whole"},
+                    Fault{"file:@/head.p12", "it is a PKCS #12 file that is damaged or not whole"},
+                    Fault{"file:@/rsa.cer", "it is neither PKCS #12 nor PEM"},
+                    Fault{"file:@/one-byte", "it is neither PKCS #12 nor PEM"},
                     Fault{"file:@/damaged.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/endless.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
