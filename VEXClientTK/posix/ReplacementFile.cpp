@@ -25,6 +25,10 @@ int ReplacementFile::MoveTo(const char* pszTarget) noexcept {
     if (fsync(m_file.Get()) != 0 && errno != EINVAL) {
         return errno;
     }
+    return MoveSyncedTo(pszTarget);
+}
+
+int ReplacementFile::MoveSyncedTo(const char* pszTarget) noexcept {
     if (const int nErrno = m_file.Close(); nErrno != 0) {
         return nErrno;
     }

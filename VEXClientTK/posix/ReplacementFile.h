@@ -26,6 +26,8 @@ public:
     // Waits until the file is on the disk, closes it and renames it to pszTarget, in the same directory. Readers see
     // the old file or the complete new one. Returns errno.
     int MoveTo(const char* pszTarget) noexcept;
+    // The same for a file that the caller has already brought to the disk (syncfs).
+    int MoveSyncedTo(const char* pszTarget) noexcept;
 
 private:
     int m_nDirectory;

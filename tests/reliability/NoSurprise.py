@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """A default run starts no program, opens no socket and writes only the files that the documentation names.
 
-NoSurprise.py vexsign <vexsign>
+NoSurprise.py vexsign <stays_dumpable library> <vexsign>
 NoSurprise.py java <private_log library> <java> <bridge> <class path with SignAndExit>
 
 strace watches whole runs with all threads and child processes. A JVM writes files by itself, so a run with the
@@ -71,7 +71,7 @@ def events(trace, scratch):
     return done
 
 
-def run(scratch, command, private_log=None):
+def run(scratch, command, preloaded=None):
     """Runs a program under strace with its own directories and environment, and returns what it did."""
     for name in ("log", "home", "data", "tmp"):
         os.makedirs(f"{scratch}/{name}", exist_ok=True)
@@ -79,7 +79,7 @@ def run(scratch, command, private_log=None):
                    if name not in ("JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS", "LD_PRELOAD")}
     environment.update(LC_ALL="C.UTF-8", HOME=f"{scratch}/home", XDG_DATA_HOME=f"{scratch}/data",
                        VEX_TEST_LOG_DIR=f"{scratch}/log")
-    preload = ["-E", f"LD_PRELOAD={private_log}"] if private_log else []
+    preload = ["-E", f"LD_PRELOAD={preloaded}"] if preloaded else []
     trace = f"{scratch}/trace"
     result = subprocess.run(
         ["strace", "-f", "-y", "--seccomp-bpf", "-qq", "-s", "4096", "-e", "signal=none", "-o", trace,
@@ -146,11 +146,12 @@ with tempfile.TemporaryDirectory() as scratch:
     check_that_all_is_seen(scratch)
     make_store(scratch)
     if kind == "vexsign":
-        vexsign = arguments[0]
+        stays_dumpable, vexsign = arguments
         nothing = collections.Counter({("starts", vexsign): 1})
         sign = [vexsign, "p7", f"{scratch}/keys.p12", "--pin-source", "pin", "text", "-o", "text.p7s"]
-        check("vexsign", run(scratch, sign), nothing, output("text.p7s"))
-        check("vexsign, demo store", run(scratch, [vexsign, "p1", "demo:", "text", "-o", "text.p1"]), nothing,
+        check("vexsign", run(scratch, sign, stays_dumpable), nothing, output("text.p7s"))
+        check("vexsign, demo store",
+              run(scratch, [vexsign, "p1", "demo:", "text", "-o", "text.p1"], stays_dumpable), nothing,
               f"{output('text.p1')}|{DEMO_STORE}")
     else:
         private_log, java, bridge, class_path = arguments

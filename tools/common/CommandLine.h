@@ -20,16 +20,46 @@ inline void AddCommonOptions(CLI::App& app, const std::string& strVersion, const
     app.get_formatter()->column_width(34);
 }
 
-// Adds an argument or option that is a file name. Refuses an empty one, such as that of an empty shell variable.
+// Refuses an empty value, such as that of a shell variable that is not set.
+inline CLI::Validator NotEmpty(const std::string& strMessage) {
+    return {[strMessage](std::string& strGiven) { return strGiven.empty() ? strMessage : std::string(); }, ""};
+}
+
+inline CLI::Validator NotEmptyName() {
+    return NotEmpty("the name is empty; give a file name");
+}
+
+// Adds an argument or option that is a file name, which must not be empty.
 inline CLI::Option* AddFile(CLI::App& app, const std::string& strName, std::string& strFile, const std::string& strText,
                             const std::string& strValue = "") {
-    const auto check = [](std::string& strGiven) {
-        return strGiven.empty() ? "the name is empty; give a file name" : "";
+    return app.add_option(strName, strFile, strText)->capture_default_str()->check(NotEmptyName())->type_name(strValue);
+}
+
+// Adds an argument that takes any number of file names. The callback takes them as they are: CLI11 would read "{}" as
+// an empty list. Use WithoutLists, too.
+inline CLI::Option* AddFiles(CLI::App& app, const std::string& strName, std::vector<std::string>& files,
+                             const std::string& strText) {
+    const auto take = [&files](const CLI::results_t& names) {
+        files = names;
+        return true;
     };
-    return app.add_option(strName, strFile, strText)
-        ->capture_default_str()
-        ->check(CLI::Validator(check, ""))
-        ->type_name(strValue);
+    return app.add_option(strName, take, strText)
+        ->expected(1, -1)
+        ->allow_extra_args()
+        ->check(NotEmptyName())
+        ->type_name("");
+}
+
+// The command line for a program with AddFiles: CLI11 reads "[a,b]" as a list there. As a file's name, "./[a,b]" means
+// the same, and nothing else that begins and ends so is right.
+inline std::vector<std::string> WithoutLists(int argc, char** argv) {
+    std::vector<std::string> arguments(argv, argv + argc);
+    for (std::string& strArgument : arguments) {
+        if (strArgument.starts_with('[') && strArgument.ends_with(']')) {
+            strArgument.insert(0, "./");
+        }
+    }
+    return arguments;
 }
 
 // Adds an option that may be given several times, with one value each.
@@ -40,6 +70,23 @@ inline void AddList(CLI::App& app, const std::string& strName, std::vector<std::
         ->expected(1)
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+// For a program that needs a command: what is wrong if the user gave none of its commands. Empty: one was given.
+inline std::string CommandError(const CLI::App& app) {
+    if (app.get_require_subcommand_min() == 0 || !app.get_subcommands().empty()) {
+        return {};
+    }
+    const std::vector<std::string> given = app.remaining();
+    std::string strError = given.empty() || given.front().starts_with('-')
+                               ? "no command is given; one of"
+                               : "unknown command \"" + given.front() + "\"; one of";
+    const char* pszBefore = ": ";
+    for (const CLI::App* const pCommand : app.get_subcommands([](const CLI::App*) { return true; })) {
+        strError += pszBefore + pCommand->get_name();
+        pszBefore = ", ";
+    }
+    return strError + "\nRun with --help for more information.\n";
 }
 
 // Parses the command line, then calls check, which may throw CLI's errors too. False: the program has to exit with
@@ -56,7 +103,8 @@ bool Parse(CLI::App& app, int argc, char** argv, Check check, int& nExit) {
         // The message quotes the user's arguments.
         std::ostringstream text;
         app.exit(error, text, text);
-        std::cerr << VisibleLines(text.str());
+        const std::string strError = CommandError(app);
+        std::cerr << app.get_name() << ": " << VisibleLines(strError.empty() ? text.str() : strError);
         nExit = kExitUsage;
     }
     return false;

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string_view>
 #include <system_error>
@@ -79,6 +80,14 @@ std::string ShownName(const std::string& strName, const char* pszStandardStream)
     return strName == kStandardStream ? pszStandardStream : strName;
 }
 
+bool IsStandardInput(const std::string& strName) {
+    try {
+        return strName == kStandardStream || ResolveOutput(strName).descriptor == STDIN_FILENO;
+    } catch (const std::system_error&) {
+        return false;  // too many links: whoever opens it gets the reason
+    }
+}
+
 OutputName ResolveOutput(const std::string& strPath) {
     constexpr int kMostLinks = 40;
     if (strPath == kStandardStream) {
@@ -134,6 +143,14 @@ bool FileIdentity::IsSameFile(const FileIdentity& other) const {
 
 bool FileIdentity::IsSameOutput(const FileIdentity& other) const {
     return (m_descriptor && m_descriptor == other.m_descriptor) || (Equals(other) && !S_ISCHR(m_nMode));
+}
+
+std::size_t FileIdentity::Hash() const {
+    constexpr std::size_t kFactor = 31;
+    if (!m_bKnown) {
+        return static_cast<std::size_t>(m_descriptor.value_or(-1));
+    }
+    return (std::hash<std::string>()(m_strName) * kFactor + m_nInode) * kFactor + m_nDevice;
 }
 
 }  // namespace tools

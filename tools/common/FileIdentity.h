@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,9 @@ inline constexpr const char* kStandardStream = "-";
 
 // The name as messages show it; pszStandardStream stands for "-".
 std::string ShownName(const std::string& strName, const char* pszStandardStream);
+
+// Whether the name of an input means standard input: "-", /dev/stdin, /dev/fd/0.
+bool IsStandardInput(const std::string& strName);
 
 // The name of an output after its symbolic links are resolved.
 struct OutputName {
@@ -37,6 +41,9 @@ public:
     // Whether two outputs would mix: they use one descriptor, or one file that is no character device. A terminal that
     // is opened twice may take both.
     bool IsSameOutput(const FileIdentity& other) const;
+
+    // Identities for which one of the two is true have the same hash.
+    std::size_t Hash() const;
 
 private:
     explicit FileIdentity(const OutputName& name);

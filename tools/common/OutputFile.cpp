@@ -64,6 +64,14 @@ OutputFile::OutputFile(const std::string& strPath) : m_strName(strPath) {
 void OutputFile::Commit() {
     if (m_temporary) {
         m_temporary->MoveTo(m_strPath);
+    } else {
+        CommitSynced();
+    }
+}
+
+void OutputFile::CommitSynced() {
+    if (m_temporary) {
+        m_temporary->MoveSyncedTo(m_strPath);
     } else if (const int nError = m_direct.Close(); nError != 0) {
         ThrowError(nError, m_strName);
     }

@@ -22,6 +22,8 @@ public:
     // Call this when all is written. Without it nothing changes, except an output that is written to directly. Throws
     // std::system_error with the path.
     void Commit();
+    // The same for a file that the caller has already brought to the disk (OutputGroup.h).
+    void CommitSynced();
 
 private:
     const std::string m_strName;  // as the user gave it

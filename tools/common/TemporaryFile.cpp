@@ -18,10 +18,7 @@
 namespace tools {
 namespace {
 
-constexpr std::array kEnds = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
-constexpr std::size_t kMostFiles = 4;
-
-std::array<std::atomic<const char*>, kMostFiles> s_names;
+std::array<std::atomic<const char*>, kMostTemporaryFiles> s_names;
 
 void RemoveAndEnd(int nSignal) {
     for (const std::atomic<const char*>& name : s_names) {
@@ -34,7 +31,7 @@ void RemoveAndEnd(int nSignal) {
 }
 
 void HandleSignals() {
-    for (const int nSignal : kEnds) {
+    for (const int nSignal : kEndingSignals) {
         struct sigaction before = {};
         if (sigaction(nSignal, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) {
             struct sigaction action = {};
@@ -73,7 +70,7 @@ std::string RandomName() {
 TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode) {
     const std::string strDirectory = strPath.substr(0, strPath.rfind('/') + 1);
     // A signal between the next two steps would leave the file behind.
-    const SignalsBlocked wait(kEnds);
+    const SignalsBlocked wait(kEndingSignals);
     m_file.emplace(AT_FDCWD, strDirectory + RandomName(), nMode);
     if (!m_file->IsOpen()) {
         ThrowError(errno, "cannot create a temporary file beside " + strPath);
@@ -83,14 +80,21 @@ TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode) {
 }
 
 TemporaryFile::~TemporaryFile() {
-    const SignalsBlocked wait(kEnds);
+    const SignalsBlocked wait(kEndingSignals);
     Replace(m_file->Name().c_str(), nullptr);
     m_file.reset();
 }
 
 void TemporaryFile::MoveTo(const std::string& strPath) {
-    const SignalsBlocked wait(kEnds);
+    const SignalsBlocked wait(kEndingSignals);
     if (const int nError = m_file->MoveTo(strPath.c_str()); nError != 0) {
+        ThrowError(nError, strPath);
+    }
+}
+
+void TemporaryFile::MoveSyncedTo(const std::string& strPath) {
+    const SignalsBlocked wait(kEndingSignals);
+    if (const int nError = m_file->MoveSyncedTo(strPath.c_str()); nError != 0) {
         ThrowError(nError, strPath);
     }
 }

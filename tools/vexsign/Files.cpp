@@ -43,7 +43,29 @@ void WriteBase64(const Output& output, vexposix::OutputBuffer& buffer) {
     move();
 }
 
+void Write(const Output& output, const tools::OutputFile& file) {
+    vexposix::OutputBuffer buffer(file.Descriptor(), tools::ShownName(output.strName, "standard output"));
+    output.bAsBase64 ? WriteBase64(output, buffer) : WriteBytes(output, buffer);
+    buffer.Flush();
+}
+
 }  // namespace
+
+std::unique_ptr<tools::OutputFile> WriteOutput(const Output& output) {
+    auto file = std::make_unique<tools::OutputFile>(output.strName);
+    Write(output, *file);
+    return file;
+}
+
+std::string CertificateAsPem(const std::string& strDer) {
+    constexpr std::size_t kLine = 64;
+    const std::string strBase64 = EncodeBase64(strDer);
+    std::string strPem = "-----BEGIN CERTIFICATE-----\n";
+    for (std::size_t i = 0; i < strBase64.size(); i += kLine) {
+        strPem.append(strBase64, i, kLine).append("\n");
+    }
+    return strPem + "-----END CERTIFICATE-----\n";
+}
 
 void WriteOutputs(const std::vector<Output>& outputs) {
     std::vector<std::unique_ptr<tools::OutputFile>> files;
@@ -52,9 +74,7 @@ void WriteOutputs(const std::vector<Output>& outputs) {
         files.push_back(std::make_unique<tools::OutputFile>(output.strName));
     }
     for (std::size_t i = 0; i < outputs.size(); ++i) {
-        vexposix::OutputBuffer buffer(files[i]->Descriptor(), tools::ShownName(outputs[i].strName, "standard output"));
-        outputs[i].bAsBase64 ? WriteBase64(outputs[i], buffer) : WriteBytes(outputs[i], buffer);
-        buffer.Flush();
+        Write(outputs[i], *files[i]);
     }
     for (const auto& file : files) {
         file->Commit();

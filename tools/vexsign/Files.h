@@ -1,9 +1,12 @@
 // Writes whole files; "-" is standard output.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "common/OutputFile.h"
 
 namespace vexsign {
 
@@ -12,6 +15,13 @@ struct Output {
     std::vector<std::string_view> pieces;
     bool bAsBase64 = false;  // one line of Base64 instead of the bytes
 };
+
+// Writes one output that is still to be put into place: OutputFile::Commit or OutputGroup. Throws also
+// vexposix::OutputClosed.
+std::unique_ptr<tools::OutputFile> WriteOutput(const Output& output);
+
+// The certificate, in DER, as the text of a PEM file.
+std::string CertificateAsPem(const std::string& strDer);
 
 // Writes all outputs. On failure it writes none, except to devices and pipes (common/OutputFile.h). Throws
 // std::system_error with the name and the reason.

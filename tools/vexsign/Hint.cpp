@@ -51,7 +51,7 @@ std::string P1Hint(const Options& options, const std::string& strDer) {
     const std::string strMakeKey =
         "openssl x509 -in " + Word(options.strCertificate) + " -noout -pubkey -out " + strKey + " && ";
     std::string strVerify;
-    std::string strFile = Word(options.strInput);
+    std::string strFile = Word(options.Input());
     if (SignsWholeDataOnly(strDer)) {
         strVerify = "openssl pkeyutl -verify -rawin -pubin -inkey " + strKey + " -in " + strFile + " -sigfile ";
         strFile.clear();
@@ -94,10 +94,10 @@ std::string P7Hint(const Options& options, const std::string& strDer) {
                    (IsForOtherPurposes(strDer) ? " -purpose any" : "");
     }
     if (options.bDetached) {
-        return strHint + " -content " + Word(options.strInput) + " -out /dev/null";
+        return strHint + " -content " + Word(options.Input()) + " -out /dev/null";
     }
     const std::string strContent = Word(options.strOutput + kContentSuffix);
-    return strHint + " -out " + strContent + " && cmp " + strContent + " " + Word(options.strInput);
+    return strHint + " -out " + strContent + " && cmp " + strContent + " " + Word(options.Input());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -41,16 +42,24 @@ std::uint64_t Input::BytesLeft() const {
     return nPosition >= 0 && nPosition < status.st_size ? static_cast<std::uint64_t>(status.st_size - nPosition) : 0;
 }
 
+std::size_t Input::GoodBuffer(std::size_t cbMost) const {
+    constexpr std::size_t kLeast = 4096;
+    struct stat status = {};
+    if (fstat(m_nDescriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return cbMost;
+    }
+    // One byte more finds the end.
+    return static_cast<std::size_t>(std::clamp<std::uint64_t>(BytesLeft() + 1, std::min(kLeast, cbMost), cbMost));
+}
+
 std::size_t Input::Read(char* pchBuffer, std::size_t cbBuffer) {
     std::size_t cbRead = 0;
-    while (cbRead < cbBuffer) {
+    while (cbRead < cbBuffer && !m_bEnd) {
         const ssize_t cb = vexposix::ReadSome(m_nDescriptor, pchBuffer + cbRead, cbBuffer - cbRead);
         if (cb < 0) {
             FailToRead(m_strName);
         }
-        if (cb == 0) {
-            break;
-        }
+        m_bEnd = cb == 0;
         cbRead += static_cast<std::size_t>(cb);
     }
     return cbRead;

@@ -20,6 +20,10 @@ public:
     // What a regular file still has to read now; 0 for anything else. A file may change while it is read.
     std::uint64_t BytesLeft() const;
 
+    // The size of a buffer that makes the file take few calls, at most cbMost. Small for a small file: clearing a
+    // large buffer takes longer than reading such a file.
+    std::size_t GoodBuffer(std::size_t cbMost) const;
+
     // Fills the buffer, less only at the end of the file. Returns the number of bytes.
     std::size_t Read(char* pchBuffer, std::size_t cbBuffer);
 
@@ -27,6 +31,7 @@ private:
     std::string m_strName;
     vexposix::FileDescriptor m_file;
     int m_nDescriptor;
+    bool m_bEnd = false;  // a terminal would have to be told its end again
 };
 
 }  // namespace vexsign

@@ -1,11 +1,16 @@
 #include "Options.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <string_view>
 
 #include "DigestName.h"
+#include "OutputNames.h"
+#include "PinSource.h"
 #include "StoreText.h"
 #include "common/CommandLine.h"
+#include "common/FileIdentity.h"
 
 namespace vexsign {
 namespace {
@@ -24,6 +29,8 @@ constexpr const char* kExamples = R"(Examples:
   vexsign p1 demo: --filter key-algorithm=EC --digest SHA384 letter.txt -o letter.sig --cert-out signer.pem
                                                              a bare ECDSA signature, and the certificate
   vexsign p7 ./keys.p12 --ask-pin --chain letter.txt        with the certificates that lead to the root
+  vexsign p7 ./keys.p12 --pin-source pin *.pdf --output-dir signatures
+                                                             one signature for each file, with one login
   printf '%s' "I owe you 100 euros." | vexsign p7 ./keys.p12 --ask-pin
   vexsign verify letter.p7s letter.txt --ca root.pem         who signed, and whether the root's owner vouches for it
   vexsign verify letter.sig letter.txt --cert signer.pem --no-chain --json
@@ -97,9 +104,12 @@ struct Texts {
 };
 
 void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
-    app.add_option("STORE", options.strStore, "The store of the certificates and keys")->required()->type_name("");
+    app.add_option("STORE", options.strStore, "The store of the certificates and keys")
+        ->required()
+        ->check(tools::NotEmpty("the text is empty; give a store, such as demo: or ./keys.p12"))
+        ->type_name("");
     CLI::Option* const pSource =
-        tools::AddFile(app, "--pin-source", options.strPinSource, "File that holds the store's PIN", "FILE");
+        tools::AddFile(app, "--pin-source", options.strPinSource, "File or pipe that holds the store's PIN", "FILE");
     app.add_flag("--ask-pin", options.bAskPin, "Ask for the PIN on the terminal, without echo")->excludes(pSource);
     tools::AddList(app, "--filter", texts.filters, "NAME=VALUE",
                    "Only certificates that pass this filter; may be repeated, then a certificate must pass all.\n"
@@ -107,24 +117,57 @@ void AddStoreOptions(CLI::App& app, Options& options, Texts& texts) {
                        FilterNames());
 }
 
-void AddSignOptions(CLI::App& app, Options& options, Texts& texts) {
-    tools::AddFile(app, "FILE", options.strInput, "The file to sign; \"-\" is standard input");
+void AddSignOptions(CLI::App& app, Command command, Options& options, Texts& texts) {
+    tools::AddFiles(app, "FILE", options.inputs,
+                    "The file to sign; \"-\", the default, is standard input. Several files with --output-dir");
     app.add_flag("--single", options.bSingle, "Refuse to sign when more than one certificate passes the filters");
     app.add_flag("--text", options.bText, "Pass FILE to the toolkit as text; by default as Base64, for any bytes");
     app.add_option(
            "--digest", options.strDigest,
            "SHA256, SHA-384, SHA3-256 ...; by default the toolkit chooses. \"/PSS\" behind the name: RSASSA-PSS.\n"
            "\"prehashed:\" before it: FILE is not the data but its digest, as bytes")
+        ->check(tools::NotEmpty("the name is empty; give one, such as SHA384, or omit the option"))
         ->type_name("NAME");
-    tools::AddFile(app, "-o,--output", options.strOutput, "The file for the signature; \"-\" is standard output",
-                   "FILE");
+    CLI::Option* const pOutput = tools::AddFile(app, "-o,--output", options.strOutput,
+                                                "The file for the signature; \"-\" is standard output", "FILE");
+    CLI::Option* const pDirectory = tools::AddFile(
+        app, "--output-dir", options.strOutputDirectory,
+        "Sign each FILE into this directory: NAME" + std::string(SignatureSuffix(command)) + " for the file NAME",
+        "DIR");
+    pDirectory->excludes(pOutput);
     app.add_option("--out", texts.strForm, "The signature's form: base64 (one line) or der")
         ->check(CLI::IsMember({"base64", "der"}))
         ->capture_default_str()
         ->type_name("FORM");
     tools::AddFile(app, "--cert-out", options.strCertificate, "Write the signer's certificate to this file, as PEM",
                    "FILE");
-    app.add_flag("--verify-hint", options.bVerifyHint, "Print the openssl command that verifies the signature");
+    app.add_flag("--verify-hint", options.bVerifyHint, "Print the openssl command that verifies the signature")
+        ->excludes(pDirectory);
+}
+
+void CheckInputs(const Options& options) {
+    const bool bStandardInput = std::any_of(options.inputs.begin(), options.inputs.end(), tools::IsStandardInput);
+    if (bStandardInput && !options.strPinSource.empty() && tools::IsStandardInput(StreamName(options.strPinSource))) {
+        throw CLI::ValidationError("--pin-source", "standard input cannot hold both the PIN and the data; give FILE");
+    }
+    if (options.strOutputDirectory.empty()) {
+        if (options.inputs.size() > 1) {
+            throw CLI::ValidationError(
+                "FILE", "\"" + options.inputs[1] +
+                            "\" is one file too many; give --output-dir to sign several files, or quote a name with "
+                            "blanks");
+        }
+        return;
+    }
+    if (bStandardInput) {
+        throw CLI::ValidationError("--output-dir",
+                                   "a signature needs the name of a file, and standard input has none; use --output");
+    }
+    if (const auto same = SameSignatureFile(options)) {
+        throw CLI::ValidationError("--output-dir", "the signatures of \"" + same->first + "\" and \"" + same->second +
+                                                       "\" would both be " + SignatureFile(options, same->first) +
+                                                       "; sign them into different directories");
+    }
 }
 
 void Check(const Texts& texts, Options& options) {
@@ -135,17 +178,20 @@ void Check(const Texts& texts, Options& options) {
     if (options.bAskPin && HasPin(options.strStore)) {
         throw CLI::ValidationError("--ask-pin", "STORE already holds a PIN; remove its pin-value or this option");
     }
+    if (options.command != Command::kList) {
+        CheckInputs(options);
+    }
     if (!options.bVerifyHint) {
         return;
     }
-    if (options.strInput == "-" || options.strOutput == "-") {
+    if (options.Input() == "-" || options.strOutput == "-") {
         throw CLI::ValidationError("--verify-hint", "the command needs file names; give FILE and --output");
     }
     if (DigestName(options.strDigest).IsPrehashed()) {
         throw CLI::ValidationError("--verify-hint",
                                    "the command needs the data, not its digest; omit \"prehashed:\" and sign the data");
     }
-    for (const std::string& strName : {options.strInput, options.strOutput, options.strCertificate}) {
+    for (const std::string& strName : {options.Input(), options.strOutput, options.strCertificate}) {
         if (strName.ends_with('\n')) {
             throw CLI::ValidationError("--verify-hint",
                                        "the name of FILE, --output or --cert-out ends in a line end; use another name");
@@ -177,11 +223,11 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     CLI::App* const pP1 =
         app.add_subcommand("p1", "Make a bare signature: RSASSA-PKCS1-v1_5, RSASSA-PSS, ECDSA or EdDSA");
     AddStoreOptions(*pP1, options, texts);
-    AddSignOptions(*pP1, options, texts);
+    AddSignOptions(*pP1, Command::kP1, options, texts);
 
     CLI::App* const pP7 = app.add_subcommand("p7", "Make a CMS SignedData");
     AddStoreOptions(*pP7, options, texts);
-    AddSignOptions(*pP7, options, texts);
+    AddSignOptions(*pP7, Command::kP7, options, texts);
     bool bAttached = false;
     bool bNoCertificate = false;
     pP7->add_flag("--attached", bAttached, "Put the content into the signature; by default the signature is detached");
@@ -209,7 +255,11 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         options.bCertificate = !bNoCertificate;
         Check(texts, options);
     };
-    if (!tools::Parse(app, argc, argv, check, nExit)) {
+    std::vector<std::string> arguments = tools::WithoutLists(argc, argv);
+    std::vector<char*> pointers;
+    std::transform(arguments.begin(), arguments.end(), std::back_inserter(pointers),
+                   [](std::string& strArgument) { return strArgument.data(); });
+    if (!tools::Parse(app, argc, pointers.data(), check, nExit)) {
         return std::nullopt;
     }
     return options;

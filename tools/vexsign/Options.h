@@ -28,8 +28,9 @@ struct Options {
     bool bListAll = false;  // of kList
 
     // Of kP1 and kP7.
-    std::string strInput = "-";   // "-": standard input
-    std::string strOutput = "-";  // "-": standard output
+    std::vector<std::string> inputs = {"-"};  // "-": standard input; several only with strOutputDirectory
+    std::string strOutput = "-";              // "-": standard output
+    std::string strOutputDirectory;           // of the signatures of all inputs, in place of strOutput; empty: none
     bool bText = false;
     bool bDer = false;
     std::string strDigest;       // empty: the toolkit chooses
@@ -43,6 +44,9 @@ struct Options {
     std::string strChainSource;  // empty: none
 
     verify::Options verification;  // of kVerify
+
+    // The one input without strOutputDirectory.
+    const std::string& Input() const { return inputs.front(); }
 };
 
 // Nothing: the program has to exit with nExit; the help, the version or an error message has been printed.

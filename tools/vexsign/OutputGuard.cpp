@@ -1,10 +1,14 @@
 #include "OutputGuard.h"
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Hint.h"
+#include "OutputNames.h"
+#include "PinSource.h"
 #include "StoreText.h"
 #include "common/FileIdentity.h"
 
@@ -18,7 +22,10 @@ struct Named {
 };
 
 std::vector<Named> Inputs(const Options& options) {
-    std::vector<Named> inputs = {{options.strInput, "the input", tools::FileIdentity::OfInput(options.strInput)}};
+    std::vector<Named> inputs;
+    for (const std::string& strInput : options.inputs) {
+        inputs.push_back({strInput, "the input", tools::FileIdentity::OfInput(strInput)});
+    }
     std::vector<std::string> files = FilesOf(StoreOf(options.strStore));
     if (!options.strPinSource.empty()) {
         files.push_back(options.strPinSource);
@@ -27,17 +34,23 @@ std::vector<Named> Inputs(const Options& options) {
         files.push_back(options.strChainSource);
     }
     for (const std::string& strFile : files) {
-        // Here "-" is the name of a file.
-        const std::string strPath = strFile.starts_with('/') ? strFile : "./" + strFile;
-        inputs.push_back(
-            {strFile, "the store, its PIN, its chain or its module", tools::FileIdentity::OfInput(strPath)});
+        inputs.push_back({strFile, "the store, its PIN, its chain or its module",
+                          tools::FileIdentity::OfInput(StreamName(strFile))});
     }
     return inputs;
 }
 
 std::vector<Named> Outputs(const Options& options) {
-    std::vector<Named> outputs = {
-        {options.strOutput, "the signature's file", tools::FileIdentity::OfOutput(options.strOutput)}};
+    constexpr const char* kSignature = "the signature's file";
+    std::vector<Named> outputs;
+    if (options.strOutputDirectory.empty()) {
+        outputs.push_back({options.strOutput, kSignature, tools::FileIdentity::OfOutput(options.strOutput)});
+    } else {
+        for (const std::string& strInput : options.inputs) {
+            const std::string strOutput = SignatureFile(options, strInput);
+            outputs.push_back({strOutput, kSignature, tools::FileIdentity::OfOutput(strOutput)});
+        }
+    }
     if (!options.strCertificate.empty()) {
         outputs.push_back(
             {options.strCertificate, "the certificate's file", tools::FileIdentity::OfOutput(options.strCertificate)});
@@ -55,22 +68,39 @@ std::vector<Named> Outputs(const Options& options) {
                              " would be " + strOther + "; choose another output");
 }
 
+// Thousands of files are compared in a moment.
+using ByHash = std::unordered_multimap<std::size_t, const Named*>;
+
+ByHash SortByHash(const std::vector<Named>& files) {
+    ByHash sorted;
+    for (const Named& file : files) {
+        sorted.emplace(file.identity.Hash(), &file);
+    }
+    return sorted;
+}
+
 }  // namespace
 
 void RefuseDangerousOutputs(const Options& options) {
     const std::vector<Named> inputs = Inputs(options);
     const std::vector<Named> outputs = Outputs(options);
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-        for (const Named& input : inputs) {
-            if (outputs[i].identity.IsSameFile(input.identity)) {
-                Refuse(outputs[i], input.strRole);
+    const ByHash knownInputs = SortByHash(inputs);
+    ByHash knownOutputs;
+    for (const Named& output : outputs) {
+        const std::size_t nHash = output.identity.Hash();
+        const auto [inputBegin, inputEnd] = knownInputs.equal_range(nHash);
+        for (auto input = inputBegin; input != inputEnd; ++input) {
+            if (output.identity.IsSameFile(input->second->identity)) {
+                Refuse(output, input->second->strRole);
             }
         }
-        for (std::size_t j = 0; j < i; ++j) {
-            if (outputs[i].identity.IsSameOutput(outputs[j].identity)) {
-                Refuse(outputs[i], outputs[j].strRole);
+        const auto [outputBegin, outputEnd] = knownOutputs.equal_range(nHash);
+        for (auto other = outputBegin; other != outputEnd; ++other) {
+            if (output.identity.IsSameOutput(other->second->identity)) {
+                Refuse(output, other->second->strRole);
             }
         }
+        knownOutputs.emplace(nHash, &output);
     }
 }
 

@@ -12,8 +12,6 @@
 #include "AttachedContent.h"
 #include "Base64.h"
 #include "DigestName.h"
-#include "Hash.h"
-#include "Input.h"
 #include "SignerKey.h"
 
 namespace vexsign {
@@ -36,78 +34,88 @@ constexpr const char* kPrehashed = "prehashed:";
 // What a toolkit that knows "prehashed:" uses if no digest is set.
 constexpr const char* kDefaultDigest = "SHA-256";
 
-struct Limit {
-    std::uint64_t cb = std::numeric_limits<std::uint64_t>::max();
-    const char* pszMeaning = "";
-};
+bool KeySignsWholeDataOnly(SigningObject& object) {
+    return SignsWholeDataOnly(DecodeBase64(object.Certificate()).value_or(""));
+}
 
-// How the input is signed.
-struct Plan {
-    std::optional<Hash> hash;  // set: by its digest
-    Limit limit;
-};
+}  // namespace
 
-void Refuse(std::uint64_t cb, const Limit& limit, const Input& input) {
+FileSigner::FileSigner(SigningObject& object, const Options& options)
+    : m_object(object),
+      m_options(options),
+      m_strDigest(options.strDigest.empty() ? kDefaultDigest : options.strDigest) {
+    bool bSet = !options.strDigest.empty();
+    const char* pszMeaning = "can be signed with this toolkit";
+    const bool bCanHash =
+        !options.bText && !DigestName(m_strDigest).IsPrehashed() && Hash::Find(m_strDigest).has_value();
+    // A toolkit that accepts any name would sign the digest as if it were the data.
+    const bool bAcceptsAny = bCanHash && object.TrySetDigest(kPrehashed);
+    if (bCanHash && !bAcceptsAny && object.TrySetDigest(kPrehashed + m_strDigest)) {
+        m_strUsed = kPrehashed + m_strDigest;
+        if (!KeySignsWholeDataOnly(object)) {
+            constexpr Limit kAttached = {kMostContent, "fit into an attached signature; make a detached one"};
+            m_bByDigest = true;
+            m_limit = options.bDetached ? Limit() : kAttached;
+            return;
+        }
+        pszMeaning = "can be signed with an Ed25519 or Ed448 key; use another key";
+        bSet = true;
+    }
+    if (bSet || bAcceptsAny) {
+        UseDigest(m_strDigest);
+    }
+    if (options.bText) {
+        constexpr Limit kText = {kMostText, "can be signed with --text; omit it"};
+        m_limit = options.command == Command::kP7 ? kText : Limit();
+    } else {
+        m_limit = {kMostInBase64, pszMeaning};
+    }
+}
+
+Signature FileSigner::Sign(const std::string& strInput) {
+    Input input(strInput);
+    Refuse(input.BytesLeft(), m_limit, input);
+    if (!m_bByDigest) {
+        return SignWhole(input);
+    }
+    return m_options.bDetached ? SignDetached(input) : SignAttached(input);
+}
+
+void FileSigner::UseDigest(const std::string& strName) {
+    if (m_strUsed != strName) {
+        m_object.SetDigest(strName);
+        m_strUsed = strName;
+    }
+}
+
+void FileSigner::Refuse(std::uint64_t cb, const Limit& limit, const Input& input) {
     if (cb > limit.cb) {
         throw std::runtime_error(input.Name() + ": larger than " + std::to_string(limit.cb) + " bytes, the most that " +
                                  limit.pszMeaning);
     }
 }
 
-bool KeySignsWholeDataOnly(SigningObject& object) {
-    return SignsWholeDataOnly(DecodeBase64(object.Certificate()).value_or(""));
+std::string FileSigner::SignText(const std::string& strText, int nInputForm) {
+    return m_options.command == Command::kP1
+               ? m_object.SignP1(strText, nInputForm)
+               : m_object.SignP7(strText, nInputForm, m_options.bDetached, m_options.bCertificate);
 }
 
-// Standard input can be read only once, so everything is decided before.
-Plan MakePlan(SigningObject& object, const Options& options) {
-    const std::string strDigest = options.strDigest.empty() ? kDefaultDigest : options.strDigest;
-    bool bSet = !options.strDigest.empty();
-    const char* pszMeaning = "can be signed with this toolkit";
-    std::optional<Hash> hash;
-    if (!options.bText && !DigestName(strDigest).IsPrehashed()) {
-        hash = Hash::Find(strDigest);
-    }
-    // A toolkit that accepts any name would sign the digest as if it were the data.
-    const bool bAcceptsAny = hash && object.TrySetDigest(kPrehashed);
-    if (hash && !bAcceptsAny && object.TrySetDigest(kPrehashed + strDigest)) {
-        if (!KeySignsWholeDataOnly(object)) {
-            constexpr Limit kAttached = {kMostContent, "fit into an attached signature; make a detached one"};
-            return {std::move(hash), options.bDetached ? Limit() : kAttached};
-        }
-        pszMeaning = "can be signed with an Ed25519 or Ed448 key; use another key";
-        bSet = true;
-    }
-    if (bSet || bAcceptsAny) {
-        object.SetDigest(strDigest);
-    }
-    if (options.bText) {
-        constexpr Limit kText = {kMostText, "can be signed with --text; omit it"};
-        return {std::nullopt, options.command == Command::kP7 ? kText : Limit()};
-    }
-    return {std::nullopt, {kMostInBase64, pszMeaning}};
+Signature FileSigner::Answer(const std::string& strBase64) const {
+    return {{m_options.bDer ? DecodeAnswer(strBase64, "signature") : strBase64 + "\n"}};
 }
 
-std::string Sign(SigningObject& object, const Options& options, const std::string& strText, int nInputForm) {
-    return options.command == Command::kP1
-               ? object.SignP1(strText, nInputForm)
-               : object.SignP7(strText, nInputForm, options.bDetached, options.bCertificate);
-}
-
-Signature Answer(const std::string& strBase64, const Options& options) {
-    return {{options.bDer ? DecodeAnswer(strBase64, "signature") : strBase64 + "\n"}};
-}
-
-Signature SignWhole(SigningObject& object, const Options& options, Input& input, const Limit& limit) {
+Signature FileSigner::SignWhole(Input& input) {
     std::string strText;
     strText.reserve(std::min(input.BytesLeft() / kBytesPerGroup * kDigitsPerGroup, kMostText));
     Base64Encoder encoder;
-    std::string strPiece(kPiece, '\0');
+    std::string strPiece(input.GoodBuffer(kPiece), '\0');
     std::uint64_t cbRead = 0;
     while (const std::size_t cb = input.Read(strPiece.data(), strPiece.size())) {
         const std::string_view piece(strPiece.data(), cb);
         cbRead += cb;
-        Refuse(cbRead, limit, input);
-        if (!options.bText) {
+        Refuse(cbRead, m_limit, input);
+        if (!m_options.bText) {
             encoder.Append(piece, strText);
             continue;
         }
@@ -118,63 +126,64 @@ Signature SignWhole(SigningObject& object, const Options& options, Input& input,
         strText.append(piece);
     }
     encoder.Finish(strText);
-    return Answer(Sign(object, options, strText, options.bText ? kInputText : kInputBase64), options);
+    return Answer(SignText(strText, m_options.bText ? kInputText : kInputBase64));
 }
 
 // A toolkit refuses data without bytes. It cannot know that a digest is the digest of such data.
-Signature SignNothing(SigningObject& object, const Options& options) {
-    object.SetDigest(options.strDigest.empty() ? kDefaultDigest : options.strDigest);
-    return Answer(Sign(object, options, "", kInputBase64), options);
+Signature FileSigner::SignNothing() {
+    UseDigest(m_strDigest);
+    return Answer(SignText("", kInputBase64));
 }
 
-Signature SignDetached(SigningObject& object, const Options& options, Input& input, Hash& hash) {
-    std::string strPiece(kPiece, '\0');
+Signature FileSigner::SignDetached(Input& input) {
+    Hash hash = FindHash();
+    std::string strPiece(input.GoodBuffer(kPiece), '\0');
     bool bEmpty = true;
     while (const std::size_t cb = input.Read(strPiece.data(), strPiece.size())) {
         hash.Add({strPiece.data(), cb});
         bEmpty = false;
     }
-    return bEmpty ? SignNothing(object, options)
-                  : Answer(Sign(object, options, EncodeBase64(hash.Finish()), kInputBase64), options);
+    if (bEmpty) {
+        return SignNothing();
+    }
+    UseDigest(kPrehashed + m_strDigest);
+    return Answer(SignText(EncodeBase64(hash.Finish()), kInputBase64));
 }
 
 // The content is kept as it was hashed: the file may change meanwhile.
-Signature SignAttached(SigningObject& object, const Options& options, Input& input, Plan& plan) {
-    Signature signature{{""}, !options.bDer};
+Signature FileSigner::SignAttached(Input& input) {
+    Hash hash = FindHash();
+    Signature signature{{""}, !m_options.bDer};
     std::uint64_t cbContent = 0;
     for (;;) {
-        std::string strBlock(kBlock, '\0');
+        std::string strBlock(input.GoodBuffer(kBlock), '\0');
         strBlock.resize(input.Read(strBlock.data(), strBlock.size()));
         if (strBlock.empty()) {
             break;
         }
         cbContent += strBlock.size();
-        Refuse(cbContent, plan.limit, input);
-        plan.hash->Add(strBlock);
+        Refuse(cbContent, m_limit, input);
+        hash.Add(strBlock);
         signature.pieces.push_back(std::move(strBlock));
     }
     if (cbContent == 0) {
-        return SignNothing(object, options);
+        return SignNothing();
     }
+    UseDigest(kPrehashed + m_strDigest);
     const std::string strDetached =
-        object.SignP7(EncodeBase64(plan.hash->Finish()), kInputBase64, true, options.bCertificate);
+        m_object.SignP7(EncodeBase64(hash.Finish()), kInputBase64, true, m_options.bCertificate);
     ContentFrame frame = FrameContent(DecodeAnswer(strDetached, "signature"), cbContent);
     signature.pieces.front() = std::move(frame.strBefore);
     signature.pieces.push_back(std::move(frame.strAfter));
     return signature;
 }
 
-}  // namespace
-
-Signature SignInput(SigningObject& object, const Options& options) {
-    Input input(options.strInput);
-    Plan plan = MakePlan(object, options);
-    Refuse(input.BytesLeft(), plan.limit, input);
-    if (!plan.hash) {
-        return SignWhole(object, options, input, plan.limit);
+Hash FileSigner::FindHash() const {
+    std::optional<Hash> hash = Hash::Find(m_strDigest);
+    if (!hash) {
+        throw std::runtime_error("OpenSSL no longer offers the digest " + m_strDigest);
     }
-    return options.bDetached ? SignDetached(object, options, input, *plan.hash)
-                             : SignAttached(object, options, input, plan);
+    return std::move(*hash);
 }
 
 }  // namespace vexsign

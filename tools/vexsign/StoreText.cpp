@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 #include <string_view>
 
 #include "posix/Hexadecimal.h"
@@ -89,6 +90,18 @@ std::vector<std::string_view> AttributesOf(std::string_view store) {
     return attributes;
 }
 
+// Appends the files that these attributes name, in the order of the text.
+void AppendFilesOf(std::string_view store, std::initializer_list<std::string_view> names,
+                   std::vector<std::string>& files) {
+    for (std::string_view attribute : AttributesOf(store)) {
+        if (std::any_of(names.begin(), names.end(),
+                        [&](std::string_view name) { return TakeScheme(attribute, name); })) {
+            TakeScheme(attribute, "file:");
+            files.push_back(PathOf(attribute));
+        }
+    }
+}
+
 const char* AttributeSeparator(const std::string& strStore) {
     return strStore.find('?') == std::string::npos ? "?" : "&";
 }
@@ -114,14 +127,18 @@ std::vector<std::string> FilesOf(const std::string& strStore) {
     } else if (TakeScheme(path, "file:")) {
         files.push_back(PathOf(path));
     }
-    for (std::string_view attribute : AttributesOf(strStore)) {
-        if (TakeScheme(attribute, "pin-source=") || TakeScheme(attribute, "chain-source=") ||
-            TakeScheme(attribute, "module-path=")) {
-            TakeScheme(attribute, "file:");
-            files.push_back(PathOf(attribute));
-        }
-    }
+    AppendFilesOf(strStore, {"pin-source=", "chain-source=", "module-path="}, files);
     return files;
+}
+
+std::vector<std::string> PinFilesOf(const std::string& strStore) {
+    std::vector<std::string> files;
+    AppendFilesOf(strStore, {"pin-source="}, files);
+    return files;
+}
+
+bool LacksScheme(const std::string& strArgument) {
+    return StoreOf(strArgument) == strArgument && strArgument.find(':') == std::string::npos;
 }
 
 std::string WithPinSource(const std::string& strStore, const std::string& strPath) {

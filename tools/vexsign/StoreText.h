@@ -18,6 +18,12 @@ std::string StoreOf(const std::string& strArgument);
 // token's module.
 std::vector<std::string> FilesOf(const std::string& strStore);
 
+// Those of them that hold a PIN.
+std::vector<std::string> PinFilesOf(const std::string& strStore);
+
+// Whether the text may be a store's file that the user named without "./": it has no scheme and is no path for StoreOf.
+bool LacksScheme(const std::string& strArgument);
+
 // Both add an attribute for the PIN to the store's text.
 std::string WithPinSource(const std::string& strStore, const std::string& strPath);
 void AppendPin(const std::string& strStore, const Secret& pin, Secret& store);

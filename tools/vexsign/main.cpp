@@ -1,27 +1,36 @@
 // vexsign: signs from the command line with the client toolkit that is installed.
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "Base64.h"
+#include "Batch.h"
 #include "Files.h"
 #include "Hint.h"
 #include "Options.h"
 #include "OutputGuard.h"
+#include "PinSource.h"
 #include "Prompt.h"
 #include "Secret.h"
 #include "Signing.h"
 #include "StoreText.h"
 #include "Toolkit.h"
 #include "common/Exit.h"
+#include "common/FileIdentity.h"
 #include "common/Message.h"
 #include "posix/OutputBuffer.h"
 #include "posix/VisibleText.h"
@@ -30,8 +39,23 @@
 namespace vexsign {
 namespace {
 
-void Say(const char* pszText) {
-    tools::Complain("vexsign", pszText);
+void Say(std::string_view text) {
+    tools::Complain("vexsign", text);
+}
+
+void WarnOfOpenPins(const Options& options) {
+    if (HasPin(options.strStore)) {
+        Say("other users of this machine can see a PIN on the command line; use --pin-source or --ask-pin");
+    }
+    std::vector<std::string> files = PinFilesOf(StoreOf(options.strStore));
+    if (!options.strPinSource.empty()) {
+        files.push_back(options.strPinSource);
+    }
+    for (const std::string& strFile : files) {
+        if (EverybodyMayRead(strFile)) {
+            Say(strFile + ": every user of this machine can read this PIN; remove the right with chmod 600");
+        }
+    }
 }
 
 void SetStore(const Options& options, Secret& store) {
@@ -42,9 +66,11 @@ void SetStore(const Options& options, Secret& store) {
     if (options.bChain) {
         strStore = WithChain(strStore, options.strChainSource);
     }
+    Secret pin;
     if (options.bAskPin) {
-        Secret pin;
         AskPin("PIN: ", pin);
+        AppendPin(strStore, pin, store);
+    } else if (!options.strPinSource.empty() && ReadPinFromPipe(options.strPinSource, pin)) {
         AppendPin(strStore, pin, store);
     } else {
         store.Text() =
@@ -64,10 +90,24 @@ std::string VisibleList(std::string_view list, bool bUtf8) {
     return strShown;
 }
 
+// ": " and the toolkit's reason, if it has one.
+std::string WhyNoneSigns(SigningObject& object) {
+    try {
+        static_cast<void>(object.Certificate());
+    } catch (const ToolkitError& error) {
+        return std::string(": ") + error.what();
+    }
+    return {};
+}
+
 void List(SigningObject& object, bool bAll) {
     const std::string strList = object.CertificateList();
+    if (strList.empty() && bAll) {
+        Say("the store has no certificate that passes the filters");
+        return;
+    }
     if (strList.empty()) {
-        Say(bAll ? "the store has no certificate that passes the filters" : "no certificate of the store can sign");
+        Say("no certificate of the store can sign" + WhyNoneSigns(object) + "; --all names them");
         return;
     }
     // A program that reads the list gets UTF-8 in any locale.
@@ -79,27 +119,14 @@ void List(SigningObject& object, bool bAll) {
     }
 }
 
-std::string Pem(const std::string& strDer) {
-    constexpr std::size_t kLine = 64;
-    const std::string strBase64 = EncodeBase64(strDer);
-    std::string strPem = "-----BEGIN CERTIFICATE-----\n";
-    for (std::size_t i = 0; i < strBase64.size(); i += kLine) {
-        strPem.append(strBase64, i, kLine).append("\n");
-    }
-    return strPem + "-----END CERTIFICATE-----\n";
-}
-
 void Sign(SigningObject& object, const Options& options) {
-    if (options.bSingle) {
-        object.SetChooseSingle();
-    }
-    const Signature signature = SignInput(object, options);
+    const Signature signature = FileSigner(object, options).Sign(options.Input());
     std::vector<Output> outputs;
     std::string strCertificate;
     std::string strPem;
     if (!options.strCertificate.empty()) {
         strCertificate = DecodeAnswer(object.Certificate(), "certificate");
-        strPem = Pem(strCertificate);
+        strPem = CertificateAsPem(strCertificate);
         outputs.push_back({options.strCertificate, {strPem}});
     }
     outputs.push_back({options.strOutput, {signature.pieces.begin(), signature.pieces.end()}, signature.bAsBase64});
@@ -109,27 +136,68 @@ void Sign(SigningObject& object, const Options& options) {
     }
 }
 
-void Execute(const Options& options) {
-    if (HasPin(options.strStore)) {
-        Say("other users of this machine can see a PIN on the command line; use --pin-source or --ask-pin");
+void RequireDirectory(const std::string& strPath) {
+    struct stat status = {};
+    const int nErrno = stat(strPath.c_str(), &status) != 0 ? errno : S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
+    if (nErrno != 0) {
+        throw std::runtime_error(strPath + ": " + std::strerror(nErrno) + "; --output-dir needs an existing directory");
+    }
+}
+
+// What the user may have meant by a store that the toolkit refuses.
+std::string StoreHint(const Options& options) {
+    if (!LacksScheme(options.strStore)) {
+        return {};
+    }
+    const std::string strHint = "; STORE is \"" + options.strStore + "\": if it is the store's file, write \"./" +
+                                options.strStore + "\" or \"file:\" and its absolute path";
+    const bool bFileGiven = options.Input() != tools::kStandardStream;
+    return options.command == Command::kList || bFileGiven
+               ? strHint
+               : strHint + "; if it is the file to sign, write the store before it";
+}
+
+std::unique_ptr<SigningObject> OpenStore(const Options& options) {
+    Secret store;
+    SetStore(options, store);
+    try {
+        return std::make_unique<SigningObject>(store.Text());
+    } catch (const ToolkitError& error) {
+        throw std::runtime_error(error.what() + StoreHint(options));
+    }
+}
+
+// False: a file of several was not signed; the reason has been printed.
+bool Execute(const Options& options) {
+    WarnOfOpenPins(options);
+    if (!options.strOutputDirectory.empty()) {
+        RequireDirectory(options.strOutputDirectory);
     }
     if (options.command != Command::kList) {
         RefuseDangerousOutputs(options);
     }
-    Secret store;
-    SetStore(options, store);
-    SigningObject object(store.Text());
+    const std::unique_ptr<SigningObject> pObject = OpenStore(options);
+    SigningObject& object = *pObject;
     for (const FilterOption& filter : options.filters) {
         object.AddFilter(filter.ulType, filter.strValue);
     }
     if (options.command == Command::kList) {
         List(object, options.bListAll);
-    } else {
-        Sign(object, options);
+        return true;
     }
+    if (options.bSingle) {
+        object.SetChooseSingle();
+    }
+    if (!options.strOutputDirectory.empty()) {
+        return SignFiles(object, options);
+    }
+    Sign(object, options);
+    return true;
 }
 
 int Run(int argc, char** argv) {
+    // A core file, or a debugger of the same user, would show keys and PINs. It cannot fail with these arguments.
+    static_cast<void>(prctl(PR_SET_DUMPABLE, 0));
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
@@ -143,7 +211,7 @@ int Run(int argc, char** argv) {
         if (options->command == Command::kVerify) {
             return verify::Run(options->verification);
         }
-        Execute(*options);
+        return Execute(*options) ? tools::kExitOk : tools::kExitError;
     } catch (const vexposix::OutputClosed&) {
         Say("the reader of the output ended before all was written");
         return tools::kExitError;
@@ -154,7 +222,6 @@ int Run(int argc, char** argv) {
         Say(error.what());
         return tools::kExitError;
     }
-    return tools::kExitOk;
 }
 
 }  // namespace

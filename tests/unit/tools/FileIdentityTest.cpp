@@ -47,6 +47,9 @@ TEST_P(FileIdentityTest, IsThatOfTheFileBehindTheName) {
     EXPECT_EQ(second.IsSameFile(first), GetParam().bSameFile);
     EXPECT_EQ(first.IsSameOutput(second), GetParam().bSameOutput);
     EXPECT_EQ(second.IsSameOutput(first), GetParam().bSameOutput);
+    if (GetParam().bSameFile || GetParam().bSameOutput) {
+        EXPECT_EQ(first.Hash(), second.Hash());
+    }
     EXPECT_EQ(first.IsSameFile(FileIdentity::OfInput(Path(GetParam().strSecond))),
               GetParam().bSameFile && GetParam().strSecond != "-");
 }
@@ -77,6 +80,20 @@ TEST(ResolveOutputTest, KnowsThisProcessesDescriptors) {
     EXPECT_EQ(tools::ResolveOutput("/proc/1/fd/2").descriptor, std::nullopt);
     EXPECT_TRUE(tools::ResolveOutput("/proc/1/fd/2").bInProc);
     EXPECT_EQ(tools::ResolveOutput("1").descriptor, std::nullopt);
+}
+
+TEST(ResolveOutputTest, KnowsTheNamesOfStandardInput) {
+    const TempDirectory directory;
+    ASSERT_EQ(symlink("/dev/stdin", directory.Path("link").c_str()), 0);
+    ASSERT_EQ(symlink("endless", directory.Path("endless").c_str()), 0);
+    for (const std::string& strName : {std::string("-"), std::string("/dev/stdin"), std::string("/dev/fd/0"),
+                                       std::string("/proc/self/fd/0"), directory.Path("link")}) {
+        EXPECT_TRUE(tools::IsStandardInput(strName)) << strName;
+    }
+    for (const std::string& strName : {std::string("./-"), std::string("/dev/stdout"), std::string("/dev/fd/1"),
+                                       directory.Path("none"), directory.Path("endless"), std::string("0")}) {
+        EXPECT_FALSE(tools::IsStandardInput(strName)) << strName;
+    }
 }
 
 TEST(ResolveOutputTest, AnEndlessChainOfLinksIsAnError) {

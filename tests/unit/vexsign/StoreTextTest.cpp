@@ -31,6 +31,17 @@ TEST(StoreText, NamesItsFiles) {
     EXPECT_EQ(FilesOf("pkcs11:token=x?module-path=/m"), Files{"/m"});
     EXPECT_EQ(FilesOf("FILE:///a?"), Files{"/a"});
     EXPECT_EQ(FilesOf("whatever it takes"), Files{});
+    EXPECT_EQ(PinFilesOf("file:/a?pin-source=file:/p%20n&chain-source=/c"), Files{"/p n"});
+    EXPECT_EQ(PinFilesOf("file:/pin-source=/a?pin-value=1"), Files{});
+}
+
+TEST(StoreText, KnowsANameThatMayBeAFiles) {
+    for (const char* const pszText : {"keys.p12", "folder/keys.p12", "letter", "~/keys.p12", "..keys"}) {
+        EXPECT_TRUE(LacksScheme(pszText)) << pszText;
+    }
+    for (const char* const pszText : {"demo:", "file:/a", "./keys.p12", "../keys.p12", "/keys.p12", "FILE:x"}) {
+        EXPECT_FALSE(LacksScheme(pszText)) << pszText;
+    }
 }
 
 }  // namespace
