@@ -63,9 +63,9 @@ inline std::vector<std::string> WithoutLists(int argc, char** argv) {
 }
 
 // Adds an option that may be given several times, with one value each.
-inline void AddList(CLI::App& app, const std::string& strName, std::vector<std::string>& values,
-                    const std::string& strValue, const std::string& strText) {
-    app.add_option(strName, values, strText)
+inline CLI::Option* AddList(CLI::App& app, const std::string& strName, std::vector<std::string>& values,
+                            const std::string& strValue, const std::string& strText) {
+    return app.add_option(strName, values, strText)
         ->type_name(strValue)
         ->expected(1)
         ->allow_extra_args(false)

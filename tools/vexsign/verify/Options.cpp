@@ -17,18 +17,11 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
     CLI::Option* const pNoChain =
         pVerify->add_flag("--no-chain", options.bNoChain,
                           "Do not check who issued the certificate. Anybody can then have signed under any name");
-    // Such as an unset variable of the shell.
-    const CLI::Validator notEmpty(
-        [](const std::string& strValue) { return std::string(strValue.empty() ? "the value is empty" : ""); }, "");
-    pVerify
-        ->add_option("--ca", options.authorities,
-                     "File with the root certificates that you trust, PEM or DER; may be repeated. Without it, those\n"
-                     "that this system trusts (OpenSSL's default, SSL_CERT_FILE and SSL_CERT_DIR)")
-        ->type_name("FILE")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->check(notEmpty)
+    const CLI::Validator notEmpty = tools::NotEmpty("the value is empty");
+    tools::AddList(*pVerify, "--ca", options.authorities, "FILE",
+                   "File with the root certificates that you trust, PEM or DER; may be repeated. Without it, those\n"
+                   "that this system trusts (OpenSSL's default, SSL_CERT_FILE and SSL_CERT_DIR)")
+        ->check(tools::NotEmptyName())
         ->excludes(pNoChain);
     tools::AddFile(*pVerify, "--cert,--signer", options.strCertificate,
                    "File with the signer's certificate, first, and perhaps its issuers', which are not trusted: for a\n"
