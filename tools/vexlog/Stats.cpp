@@ -99,8 +99,10 @@ void Stats::OnCall(const Call& call) {
     ++stats.cCalls;
     switch (call.outcome) {
         case Outcome::kDone:
-            if (call.nDuration >= 0) {
+            if (call.nDuration >= 0 && call.nDuration <= kLongestCall) {
                 stats.durations.Add(static_cast<std::uint64_t>(call.nDuration));
+            } else {
+                ++stats.cImpossible;
             }
             break;
         case Outcome::kFailed:

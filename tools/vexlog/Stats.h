@@ -10,12 +10,16 @@
 
 namespace vexlog {
 
+// A longer duration comes from a clock that was changed.
+inline constexpr CivilMicroseconds kLongestCall = 86'400 * kMicrosecondsPerSecond;
+
 struct FunctionStats {
     std::uint64_t cCalls = 0;         // all of the following
     std::uint64_t cFailed = 0;        // refused or failed
     std::uint64_t cOpen = 0;          // still open at the end of the log
     std::uint64_t cWithoutBegin = 0;  // the log has only their end
-    Histogram durations;              // of the others, in microseconds; negative ones are left out
+    std::uint64_t cImpossible = 0;    // the clock was changed during the call: below zero or above kLongestCall
+    Histogram durations;              // of the others, in microseconds
 };
 
 struct LogStats {

@@ -80,6 +80,26 @@ INSTANTIATE_TEST_SUITE_P(
                 {"4711/-12 0 done 2"}}),
     RowName);
 
+TEST(StatsTest, LeavesOutDurationsOfAChangedClock) {
+    vexlog::Stats stats;
+    vexlog::RecordParser parser(stats);
+    const auto feed = [&](const char* pszFrom, const char* pszTo) {
+        for (const auto& [pszTime, nLine] : {std::pair(pszFrom, 325), std::pair(pszTo, 368)}) {
+            parser.Feed(Entry("x", "Java_vex_jni_TAVClientJNI_P7Sign", nLine, pszTime) + "\r\n\r\n");
+        }
+    };
+    feed("2024-03-05 09:07:00:000000", "2024-03-06 09:07:00:000000");
+    feed("2024-03-06 09:07:00:000000", "2024-03-07 09:07:00:000001");
+    feed("2024-03-07 09:07:00:000001", "2024-03-07 09:07:00:000000");
+    feed("2024-03-07 09:07:00:000001", "2024-03-07 09:07:00:000001");
+    parser.Finish();
+    stats.Finish();
+    EXPECT_EQ(stats.Of(0).cCalls, 4U);
+    EXPECT_EQ(stats.Of(0).cImpossible, 2U);
+    EXPECT_EQ(stats.Of(0).durations.Count(), 2U);
+    EXPECT_EQ(stats.Of(0).durations.Maximum(), static_cast<std::uint64_t>(vexlog::kLongestCall));
+}
+
 TEST(EventTest, KnowsTheLinesOfEveryNative) {
     for (const Lines& lines : kLines) {
         const std::string strFunction = std::string("Java_vex_jni_TAVClientJNI_") + lines.pszNative;
