@@ -106,7 +106,7 @@ std::size_t MarkupOf(std::string_view log) {
     parser.Finish();
     report.Finish();
     vexposix::OutputBuffer output(kNowhere);
-    report.Print("log", output);
+    report.Print({"log", "host", "UTC", 0}, output);
     return CountOf(output.Pending(), "script") + CountOf(output.Pending(), "<!--") + CountOf(output.Pending(), "<img");
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <functional>
 #include <map>
 
 #include "ReportParts.h"
@@ -77,10 +78,42 @@ std::map<std::uint64_t, std::uint64_t> Bars(const Histogram& durations) {
     return bars;
 }
 
+// Control characters and characters that reorder others become visible escapes.
+void AppendText(vexposix::OutputBuffer& output, std::string_view text) {
+    vexposix::AppendHtml(output, vexposix::Visible(text, true));
+}
+
 void AppendCell(vexposix::OutputBuffer& output, std::string_view text) {
     output.Append("<td>");
-    vexposix::AppendHtml(output, text);
+    AppendText(output, text);
     output.Append("</td>");
+}
+
+std::string TimeText(CivilMicroseconds time) {
+    return FormatCivil(time, ' ');
+}
+
+std::string TimeOfMaking(CivilMicroseconds time) {
+    constexpr std::size_t kToSeconds = sizeof("2024-03-05 09:07:02") - 1;
+    return TimeText(time).substr(0, kToSeconds);
+}
+
+bool IsApart(const Call& call, const Periods& periods) {
+    return periods.IsWrong(call.nBegin) || periods.IsWrong(call.nBegin + call.nDuration);
+}
+
+// The periods whose clock was wrong. The page's script adds the calls.
+void PrintWrongClocks(const Periods& periods, vexposix::OutputBuffer& output) {
+    for (const Period& period : periods.All()) {
+        if (period.bWrong) {
+            output.Append("<tr>");
+            AppendCell(output, TimeText(period.first));
+            AppendCell(output, TimeText(period.last));
+            AppendCell(output, std::to_string(period.cRecords));
+            output.Append("</tr>\n");
+            output.WriteWhenFull();
+        }
+    }
 }
 
 void AppendTile(vexposix::OutputBuffer& output, std::string_view name, std::uint64_t nValue) {
@@ -91,7 +124,54 @@ void AppendTile(vexposix::OutputBuffer& output, std::string_view name, std::uint
     output.Append("</dd></div>");
 }
 
+void PrintCalls(const std::deque<Call>& calls, const Threads& threads, const Periods& periods, CivilMicroseconds nStart,
+                vexposix::OutputBuffer& output) {
+    output.Append(",\n\"calls\":[");
+    bool bFirst = true;
+    for (const Call& call : calls) {
+        output.Append(bFirst ? "" : ",");
+        bFirst = false;
+        output.AppendNumber(threads.at({call.nProcess, call.nThread}));
+        output.Append(',');
+        output.AppendNumber(call.nFunction);
+        output.Append(',');
+        output.AppendNumber(call.nBegin - nStart);
+        output.Append(',');
+        output.AppendNumber(DataDuration(call));
+        output.WriteWhenFull();
+    }
+    output.Append("],\n\"apart\":[");
+    bFirst = true;
+    for (std::size_t nCall = 0; nCall < calls.size(); ++nCall) {
+        const Call& call = calls[nCall];
+        if (IsApart(call, periods)) {
+            output.Append(bFirst ? "" : ",");
+            bFirst = false;
+            output.AppendNumber(nCall);
+            output.Append(',');
+            output.AppendNumber(call.nBegin + call.nDuration - nStart);
+            output.WriteWhenFull();
+        }
+    }
+    output.Append(']');
+}
+
 }  // namespace
+
+void Report::OnRecord(const Record& record) {
+    if (record.time) {
+        m_clock.Add(*record.time);
+    }
+    if (record.bTorn || record.kind == Kind::kFragment) {
+        ++m_cDamages;
+        if (m_damages.size() < kMostDamages) {
+            m_damages.push_back({record.kind, record.nOffset, record.cbSize, record.nProcess, record.nThread,
+                                 record.time,
+                                 std::string(ShortFunction(record.function).substr(0, kMostFunctionBytes))});
+        }
+    }
+    m_stats.OnRecord(record);
+}
 
 void Report::OnCall(const Call& call) {
     if (m_calls.size() >= kMostCalls) {
@@ -101,43 +181,61 @@ void Report::OnCall(const Call& call) {
     m_calls.push_back(call);
 }
 
-void Report::Print(const std::string& strSource, vexposix::OutputBuffer& output) const {
+void Report::Print(const ReportOrigin& origin, vexposix::OutputBuffer& output) const {
+    const Periods periods = m_clock.Judge(origin.made);
+    constexpr std::string_view kHidden = " hidden";
+    const std::pair<std::string_view, std::function<void()>> parts[] = {
+        {"script", [&] { output.Append(kReportScript); }},
+        {"style", [&] { output.Append(kReportStyle); }},
+        {"script-hash",
+         [&] {
+             output.Append({kScriptHash.data(), kScriptHash.size()});
+         }},
+        {"style-hash",
+         [&] {
+             output.Append({kStyleHash.data(), kStyleHash.size()});
+         }},
+        {"summary", [&] { PrintSummary(origin, periods, output); }},
+        {"table", [&] { PrintTable(output); }},
+        {"left-out", [&] { PrintLeftOut(output); }},
+        {"clocks-hidden", [&] { output.Append(periods.CountWrong() == 0 ? kHidden : ""); }},
+        {"clocks", [&] { PrintWrongClocks(periods, output); }},
+        {"damages-hidden", [&] { output.Append(m_damages.empty() ? kHidden : ""); }},
+        {"damages-unlisted", [&] { PrintUnlisted(output); }},
+        {"damages", [&] { PrintDamages(output); }},
+        {"data", [&] { PrintData(periods, output); }},
+    };
     // The page has a name in double braces for each part.
     std::string_view page = kReportPage;
     for (std::size_t nOpen = 0; (nOpen = page.find("{{")) != std::string_view::npos;) {
         output.Append(page.substr(0, nOpen));
         const std::size_t nClose = page.find("}}", nOpen);
-        const std::string_view part = page.substr(nOpen + 2, nClose - nOpen - 2);
+        const std::string_view name = page.substr(nOpen + 2, nClose - nOpen - 2);
         page.remove_prefix(nClose + 2);
-        if (part == "script") {
-            output.Append(kReportScript);
-        } else if (part == "style") {
-            output.Append(kReportStyle);
-        } else if (part == "script-hash") {
-            output.Append({kScriptHash.data(), kScriptHash.size()});
-        } else if (part == "style-hash") {
-            output.Append({kStyleHash.data(), kStyleHash.size()});
-        } else if (part == "summary") {
-            PrintSummary(strSource, output);
-        } else if (part == "table") {
-            PrintTable(output);
-        } else if (part == "data") {
-            PrintData(output);
+        for (const auto& [part, fnPrint] : parts) {
+            if (part == name) {
+                fnPrint();
+            }
         }
         output.WriteWhenFull();
     }
     output.Append(page);
 }
 
-void Report::PrintSummary(const std::string& strSource, vexposix::OutputBuffer& output) const {
+void Report::PrintSummary(const ReportOrigin& origin, const Periods& periods, vexposix::OutputBuffer& output) const {
     const LogStats& log = m_stats.Log();
     output.Append("<p class=\"source\"><code>");
-    vexposix::AppendHtml(output, strSource);
+    AppendText(output, origin.strSource);
     output.Append("</code>");
-    if (log.first) {
-        output.Append(" <span>" + FormatCivil(*log.first, ' ') + "</span> to <span>" + FormatCivil(*log.last, ' ') +
+    if (periods.First()) {
+        output.Append(" <span>" + TimeText(*periods.First()) + "</span> to <span>" + TimeText(*periods.Last()) +
                       "</span>");
     }
+    output.Append("</p>\n<p class=\"source\" id=\"made\">Made on <code>");
+    AppendText(output, origin.strHost);
+    output.Append("</code> at <span>" + TimeOfMaking(origin.made) + "</span> <span>");
+    AppendText(output, origin.strZone);
+    output.Append("</span>. All other times are as in the log: local times of the processes that wrote it.");
     output.Append("</p>\n<dl class=\"tiles\">");
     FunctionStats sum;
     for (const std::size_t nFunction : m_stats.SortedFunctions()) {
@@ -152,8 +250,10 @@ void Report::PrintSummary(const std::string& strSource, vexposix::OutputBuffer& 
     AppendTile(output, "Threads", ThreadsOf(m_calls).size());
     AppendTile(output, "Records", log.cRecords);
     AppendTile(output, "Minimal logger", log.cMinimal);
+    AppendTile(output, "Torn records", log.cTorn);
     AppendTile(output, "Fragments", log.cFragments);
     AppendTile(output, "Empty entries", log.cEmpty);
+    AppendTile(output, "Wrong clock", periods.CountWrong());
     output.Append("</dl>\n");
     if (m_cDropped > 0) {
         output.Append("<p class=\"note\">The timeline and the list of failures show the last ");
@@ -169,7 +269,7 @@ void Report::PrintTable(vexposix::OutputBuffer& output) const {
         const FunctionStats& stats = m_stats.Of(nFunction);
         const Histogram& durations = stats.durations;
         output.Append("<tr><th scope=\"row\">");
-        vexposix::AppendHtml(output, m_stats.FunctionNames()[nFunction]);
+        AppendText(output, m_stats.FunctionNames()[nFunction]);
         output.Append("</th>");
         AppendCell(output, std::to_string(stats.cCalls));
         output.Append(stats.cFailed > 0 ? "<td class=\"bad\">" : "<td>");
@@ -186,17 +286,61 @@ void Report::PrintTable(vexposix::OutputBuffer& output) const {
     }
 }
 
-// {"start":N,"end":N,"threads":[[pid,tid],...],"functions":[{...}],"calls":[thread,function,begin,duration,...]}
-void Report::PrintData(vexposix::OutputBuffer& output) const {
-    const Threads threads = ThreadsOf(m_calls);
-    CivilMicroseconds nStart = m_calls.empty() ? 0 : m_calls.front().nBegin;
-    for (const Call& call : m_calls) {
-        nStart = std::min(nStart, call.nBegin);
+void Report::PrintLeftOut(vexposix::OutputBuffer& output) const {
+    std::uint64_t cImpossible = 0;
+    for (const std::size_t nFunction : m_stats.SortedFunctions()) {
+        cImpossible += m_stats.Of(nFunction).cImpossible;
     }
+    if (cImpossible > 0) {
+        output.Append("<p class=\"note\" id=\"left-out\">Durations left out here and below: ");
+        output.AppendNumber(cImpossible);
+        output.Append(
+            ". They are less than zero or more than a day, because the clock was changed during the call.</p>\n");
+    }
+}
+
+void Report::PrintUnlisted(vexposix::OutputBuffer& output) const {
+    if (m_cDamages > m_damages.size()) {
+        output.Append("The list has the first ");
+        output.AppendNumber(m_damages.size());
+        output.Append(" of ");
+        output.AppendNumber(m_cDamages);
+        output.Append('.');
+    }
+}
+
+void Report::PrintDamages(vexposix::OutputBuffer& output) const {
+    for (const Damage& damage : m_damages) {
+        const bool bRecord = damage.kind == Kind::kRecord || damage.kind == Kind::kMinimal;
+        output.Append("<tr>");
+        AppendCell(output, std::to_string(damage.nOffset));
+        AppendCell(output, std::to_string(damage.cbSize));
+        AppendCell(output, bRecord ? "torn record" : "fragment");
+        AppendCell(output, damage.time ? TimeText(*damage.time) : "");
+        AppendCell(output, bRecord ? std::to_string(damage.nProcess) : "");
+        AppendCell(output, bRecord ? std::to_string(damage.nThread) : "");
+        AppendCell(output, damage.strFunction);
+        output.Append("</tr>\n");
+        output.WriteWhenFull();
+    }
+}
+
+// {"start":N,"end":N,"threads":[[pid,tid],...],"functions":[{...}],"calls":[thread,function,begin,duration,...],
+//  "apart":[call,end,...],"torn":[thread,time,...]}
+// Times count from "start". "apart" has the numbers of the calls with a wrong clock.
+void Report::PrintData(const Periods& periods, vexposix::OutputBuffer& output) const {
+    const Threads threads = ThreadsOf(m_calls);
+    std::optional<CivilMicroseconds> start;
+    for (const Call& call : m_calls) {
+        if (!IsApart(call, periods)) {
+            start = std::min(start.value_or(call.nBegin), call.nBegin);
+        }
+    }
+    const CivilMicroseconds nStart = start.value_or(periods.First().value_or(0));
     output.Append("{\"start\":");
     output.AppendNumber(nStart);
     output.Append(",\"end\":");
-    output.AppendNumber(std::max(m_stats.Log().last.value_or(nStart), nStart) - nStart);
+    output.AppendNumber(std::max(periods.Last().value_or(nStart), nStart) - nStart);
     output.Append(",\"threads\":[");
     for (const auto& [thread, nThread] : threads) {
         output.Append(nThread == 0 ? "[" : ",[");
@@ -208,19 +352,19 @@ void Report::PrintData(vexposix::OutputBuffer& output) const {
     }
     output.Append("],\n");
     PrintFunctions(output);
-    output.Append(",\n\"calls\":[");
+    PrintCalls(m_calls, threads, periods, nStart, output);
+    output.Append(",\n\"torn\":[");
     bool bFirst = true;
-    for (const Call& call : m_calls) {
-        output.Append(bFirst ? "" : ",");
-        bFirst = false;
-        output.AppendNumber(threads.at({call.nProcess, call.nThread}));
-        output.Append(',');
-        output.AppendNumber(call.nFunction);
-        output.Append(',');
-        output.AppendNumber(call.nBegin - nStart);
-        output.Append(',');
-        output.AppendNumber(DataDuration(call));
-        output.WriteWhenFull();
+    for (const Damage& damage : m_damages) {
+        const auto thread = threads.find({damage.nProcess, damage.nThread});
+        if (damage.kind != Kind::kFragment && damage.time && !periods.IsWrong(*damage.time) && *damage.time >= nStart &&
+            thread != threads.end()) {
+            output.Append(bFirst ? "" : ",");
+            bFirst = false;
+            output.AppendNumber(thread->second);
+            output.Append(',');
+            output.AppendNumber(*damage.time - nStart);
+        }
     }
     output.Append("]}");
 }
@@ -230,7 +374,7 @@ void Report::PrintFunctions(vexposix::OutputBuffer& output) const {
     for (std::size_t nFunction = 0; nFunction < m_stats.FunctionNames().size(); ++nFunction) {
         const Histogram& durations = m_stats.Of(nFunction).durations;
         output.Append(nFunction == 0 ? "{\"name\":" : ",{\"name\":");
-        vexposix::AppendJsonString(output, m_stats.FunctionNames()[nFunction]);
+        vexposix::AppendJsonString(output, vexposix::Visible(m_stats.FunctionNames()[nFunction], true));
         output.Append(",\"median\":");
         output.AppendNumber(durations.Percentile(0.5));
         output.Append(",\"p99\":");

@@ -168,8 +168,8 @@ void WriteReport(const Options& options) {
     Report report;
     ReadQuietly(options.strInput, report);
     report.Finish();
-    const std::string strSource = tools::ShownName(options.strInput, "standard input");
-    WriteReportFile(options.strOutput, [&](vexposix::OutputBuffer& output) { report.Print(strSource, output); });
+    const ReportOrigin origin = OriginHere(tools::ShownName(options.strInput, "standard input"));
+    WriteReportFile(options.strOutput, [&](vexposix::OutputBuffer& output) { report.Print(origin, output); });
 }
 
 int Run(int argc, char** argv) {
