@@ -1,5 +1,6 @@
 #include "posix/FileIo.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,12 @@ Transfer CompleteOrFailed(Transfer transfer, std::size_t cbWanted) {
     return transfer;
 }
 
+// Waits until the descriptor can take or give bytes, or reports an error.
+void WaitUntilReady(int nDescriptor, short nEvents) {
+    pollfd waiting = {nDescriptor, nEvents, 0};
+    static_cast<void>(poll(&waiting, 1, -1));
+}
+
 }  // namespace
 
 Transfer ReadAt(int nDescriptor, void* pBuffer, std::size_t cbBuffer, off_t nPosition) noexcept {
@@ -50,16 +57,24 @@ Transfer WriteAt(int nDescriptor, const void* pData, std::size_t cbData, off_t n
 }
 
 ssize_t ReadSome(int nDescriptor, void* pBuffer, std::size_t cbBuffer) noexcept {
-    ssize_t cb = 0;
-    do {
-        cb = read(nDescriptor, pBuffer, cbBuffer);
-    } while (cb < 0 && errno == EINTR);
-    return cb;
+    for (;;) {
+        const ssize_t cb = read(nDescriptor, pBuffer, cbBuffer);
+        if (cb < 0 && errno == EAGAIN) {
+            WaitUntilReady(nDescriptor, POLLIN);
+        } else if (cb >= 0 || errno != EINTR) {
+            return cb;
+        }
+    }
 }
 
 int WriteAll(int nDescriptor, std::string_view bytes) noexcept {
     const Transfer transfer = TransferAll(bytes.size(), [=](std::size_t cbDone) {
-        return write(nDescriptor, bytes.data() + cbDone, bytes.size() - cbDone);
+        ssize_t cb = write(nDescriptor, bytes.data() + cbDone, bytes.size() - cbDone);
+        while (cb < 0 && errno == EAGAIN) {
+            WaitUntilReady(nDescriptor, POLLOUT);
+            cb = write(nDescriptor, bytes.data() + cbDone, bytes.size() - cbDone);
+        }
+        return cb;
     });
     return CompleteOrFailed(transfer, bytes.size()).nErrno;
 }

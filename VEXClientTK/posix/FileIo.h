@@ -20,10 +20,11 @@ struct Transfer {
 Transfer ReadAt(int nDescriptor, void* pBuffer, std::size_t cbBuffer, off_t nPosition) noexcept;
 Transfer WriteAt(int nDescriptor, const void* pData, std::size_t cbData, off_t nPosition) noexcept;
 
-// One read, repeated only after a signal. Returns what read does.
+// One read, repeated only after a signal. Returns what read does. Waits for the bytes also if the descriptor does not
+// block (O_NONBLOCK), as one that was inherited from another program may be.
 ssize_t ReadSome(int nDescriptor, void* pBuffer, std::size_t cbBuffer) noexcept;
 
-// Writes all of the bytes at the descriptor's position. Returns errno.
+// Writes all of the bytes at the descriptor's position. Waits like ReadSome. Returns errno.
 int WriteAll(int nDescriptor, std::string_view bytes) noexcept;
 
 // Cuts a file, or extends it with zeroes. Returns errno.

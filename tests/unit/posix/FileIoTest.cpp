@@ -44,9 +44,10 @@ TEST_F(FileIo, ReportsWhatTheDescriptorCannotDo) {
     EXPECT_EQ(cbSize, 7);
 }
 
-TEST_F(FileIo, WriteAllWritesMoreThanAPipeHolds) {
+// Sends more than a pipe holds. nFlags: of both ends.
+void SendThroughAPipe(int nFlags) {
     std::array<int, 2> ends{};
-    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC | nFlags), 0);
     const FileDescriptor reader(ends[0]);
     FileDescriptor writer(ends[1]);
     const std::string strSent(1 << 20, 'x');
@@ -61,6 +62,15 @@ TEST_F(FileIo, WriteAllWritesMoreThanAPipeHolds) {
     EXPECT_EQ(writer.Close(), 0);
     thread.join();
     EXPECT_EQ(strReceived, strSent);
+}
+
+TEST_F(FileIo, WriteAllWritesMoreThanAPipeHolds) {
+    SendThroughAPipe(0);
+}
+
+// Each end gets EAGAIN: the writer when the pipe is full, the reader when it is empty.
+TEST_F(FileIo, WaitsForAPipeThatDoesNotBlock) {
+    SendThroughAPipe(O_NONBLOCK);
 }
 
 TEST_F(FileIo, WriteAllReportsAPipeWithoutAReader) {
