@@ -51,6 +51,7 @@ test                        lintian                   _vex_has_command lintian  
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
 test                        iproute2                  _vex_has_command ip             # ip, which brings up a network of its own
+test                        systemd                   _vex_has_command systemd-analyze # systemd-analyze
 test                        procps                    _vex_has_command kill           # kill, as a program
 test                        bsdutils                  _vex_has_command script         # script, of util-linux
 fuzz,soak                   clang                     _vex_has_command clang++        # clang

@@ -57,7 +57,7 @@ expect 0 "$vexlog" --version
 grep -Eq '^vexlog [0-9.]+$' out || fail "version: $(cat out)"
 expect 2 "$vexlog" --no-such-option
 expect 2 "$vexlog" $log extra
-expect 2 "$vexlog" --since yesterday $log
+expect 2 "$vexlog" --since soon $log
 expect 2 "$vexlog" --thread abc $log
 expect 2 "$vexlog" --pid -3 $log
 expect 2 "$vexlog" --color sometimes $log

@@ -2,7 +2,7 @@
 
 #include <sys/time.h>
 
-#include <charconv>
+#include <array>
 #include <cstdio>
 #include <ctime>
 
@@ -21,6 +21,11 @@ std::int64_t DaysFromCivil(int nYear, int nMonth, int nDay) {
     return nEra * 146'097 + nYearOfEra * 365 + nYearOfEra / 4 - nYearOfEra / 100 + nDayOfYear - 719'468;
 }
 
+// The days since 1970-01-01, rounded down.
+std::int64_t DaysOf(CivilMicroseconds time) {
+    return time / kMicrosecondsPerDay - (time % kMicrosecondsPerDay < 0 ? 1 : 0);
+}
+
 void CivilFromDays(std::int64_t nDays, CivilFields& fields) {
     nDays += 719'468;
     const std::int64_t nEra = (nDays >= 0 ? nDays : nDays - 146'096) / 146'097;
@@ -33,117 +38,25 @@ void CivilFromDays(std::int64_t nDays, CivilFields& fields) {
     fields.nYear = static_cast<int>(nYearOfEra + nEra * 400 + (fields.nMonth <= 2 ? 1 : 0));
 }
 
-CivilMicroseconds FromSystem(std::time_t time, std::int64_t nMicrosecond) {
-    std::tm local = {};
-    if (localtime_r(&time, &local) == nullptr) {
-        return 0;
-    }
-    return DaysFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) * kMicrosecondsPerDay +
-           (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) * kMicrosecondsPerSecond + nMicrosecond;
-}
-
-// Reads a text from its front.
-class Scanner {
-public:
-    explicit Scanner(std::string_view text) : m_rest(text) {}
-
-    bool AtEnd() const { return m_rest.empty(); }
-
-    bool Skip(char ch) {
-        const bool bFound = m_rest.starts_with(ch);
-        m_rest.remove_prefix(bFound ? 1 : 0);
-        return bFound;
-    }
-
-    // Exactly nDigits digits.
-    bool Number(std::size_t nDigits, int& nResult) {
-        if (m_rest.size() < nDigits || m_rest.front() == '-') {
-            return false;
-        }
-        const char* const pchEnd = m_rest.data() + nDigits;
-        const auto [pchParsed, error] = std::from_chars(m_rest.data(), pchEnd, nResult);
-        if (error != std::errc() || pchParsed != pchEnd) {
-            return false;
-        }
-        m_rest.remove_prefix(nDigits);
-        return true;
-    }
-
-    // One to six digits behind a decimal point, in microseconds.
-    bool Fraction(int& nMicrosecond) {
-        int nScale = 1'000'000;
-        nMicrosecond = 0;
-        while (nScale > 1 && !m_rest.empty() && m_rest.front() >= '0' && m_rest.front() <= '9') {
-            nScale /= 10;
-            nMicrosecond += (m_rest.front() - '0') * nScale;
-            m_rest.remove_prefix(1);
-        }
-        return nScale < 1'000'000;
-    }
-
-private:
-    std::string_view m_rest;
-};
-
-bool ParseDate(Scanner& scanner, CivilFields& fields) {
-    return scanner.Number(4, fields.nYear) && scanner.Skip('-') && scanner.Number(2, fields.nMonth) &&
-           scanner.Skip('-') && scanner.Number(2, fields.nDay);
-}
-
-bool ParseTimeOfDay(Scanner& scanner, CivilFields& fields) {
-    if (!scanner.Number(2, fields.nHour) || !scanner.Skip(':') || !scanner.Number(2, fields.nMinute)) {
-        return false;
-    }
-    if (scanner.Skip(':') && !scanner.Number(2, fields.nSecond)) {
-        return false;
-    }
-    return !scanner.Skip('.') || scanner.Fraction(fields.nMicrosecond);
-}
-
-std::optional<CivilMicroseconds> ParseAbsolute(std::string_view text, CivilMicroseconds now) {
-    CivilFields fields;
-    Scanner scanner(text);
-    if (text.find('-') != std::string_view::npos) {
-        if (!ParseDate(scanner, fields)) {
-            return std::nullopt;
-        }
-        if (!scanner.AtEnd() && !((scanner.Skip('T') || scanner.Skip(' ')) && ParseTimeOfDay(scanner, fields))) {
-            return std::nullopt;
-        }
-    } else {
-        fields = FromCivil(now);
-        fields.nSecond = fields.nMicrosecond = 0;
-        if (!ParseTimeOfDay(scanner, fields)) {
-            return std::nullopt;
-        }
-    }
-    return scanner.AtEnd() ? ToCivil(fields) : std::nullopt;
-}
-
-std::int64_t SecondsOfUnit(std::string_view unit) {
-    return unit == "s" ? 1 : unit == "m" ? 60 : unit == "h" ? 3600 : unit == "d" ? 86'400 : unit == "w" ? 604'800 : 0;
-}
-
-std::optional<CivilMicroseconds> ParseRelative(std::string_view text, CivilMicroseconds now) {
-    constexpr int kMost = 1'000'000;
-    int nCount = 0;
-    const auto [pchEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nCount);
-    if (error != std::errc() || nCount < 0 || nCount > kMost) {
-        return std::nullopt;
-    }
-    const std::int64_t nUnit = SecondsOfUnit(text.substr(static_cast<std::size_t>(pchEnd - text.data())));
-    if (nUnit == 0) {
-        return std::nullopt;
-    }
-    return now - nCount * nUnit * kMicrosecondsPerSecond;
-}
-
 }  // namespace
+
+int DaysInMonth(int nYear, int nMonth) {
+    constexpr std::array<int, 12> kDays = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool bLeap = nYear % 4 == 0 && (nYear % 100 != 0 || nYear % 400 == 0);
+    return nMonth == 2 && bLeap ? 29 : kDays[static_cast<std::size_t>(nMonth - 1)];
+}
+
+int Weekday(CivilMicroseconds time) {
+    constexpr std::int64_t kThursday = 4;  // 1970-01-01
+    const auto nDay = static_cast<int>((DaysOf(time) + kThursday) % 7);
+    return nDay < 0 ? nDay + 7 : nDay;
+}
 
 std::optional<CivilMicroseconds> ToCivil(const CivilFields& fields) {
     const auto isIn = [](int n, int nLeast, int nMost) { return n >= nLeast && n <= nMost; };
-    if (!isIn(fields.nMonth, 1, 12) || !isIn(fields.nDay, 1, 31) || !isIn(fields.nHour, 0, 23) ||
-        !isIn(fields.nMinute, 0, 59) || !isIn(fields.nSecond, 0, 60) || !isIn(fields.nMicrosecond, 0, 999'999)) {
+    if (!isIn(fields.nMonth, 1, 12) || !isIn(fields.nDay, 1, DaysInMonth(fields.nYear, fields.nMonth)) ||
+        !isIn(fields.nHour, 0, 23) || !isIn(fields.nMinute, 0, 59) || !isIn(fields.nSecond, 0, 60) ||
+        !isIn(fields.nMicrosecond, 0, 999'999)) {
         return std::nullopt;
     }
     return DaysFromCivil(fields.nYear, fields.nMonth, fields.nDay) * kMicrosecondsPerDay +
@@ -151,12 +64,8 @@ std::optional<CivilMicroseconds> ToCivil(const CivilFields& fields) {
 }
 
 CivilFields FromCivil(CivilMicroseconds time) {
-    std::int64_t nDays = time / kMicrosecondsPerDay;
-    std::int64_t nRest = time % kMicrosecondsPerDay;
-    if (nRest < 0) {
-        nRest += kMicrosecondsPerDay;
-        --nDays;
-    }
+    const std::int64_t nDays = DaysOf(time);
+    const std::int64_t nRest = time - nDays * kMicrosecondsPerDay;
     CivilFields fields;
     CivilFromDays(nDays, fields);
     const auto nSeconds = static_cast<int>(nRest / kMicrosecondsPerSecond);
@@ -176,15 +85,21 @@ std::string FormatCivil(CivilMicroseconds time, char chBetween) {
     return szText;
 }
 
-std::optional<CivilMicroseconds> ParseUserTime(std::string_view text, CivilMicroseconds now) {
-    const auto absolute = ParseAbsolute(text, now);
-    return absolute ? absolute : ParseRelative(text, now);
+std::optional<CivilMicroseconds> CivilOfSystem(SystemMicroseconds time) {
+    const int nMicrosecond = MicrosecondOf(time);
+    const std::time_t nSeconds = (time - nMicrosecond) / kMicrosecondsPerSecond;
+    std::tm local = {};
+    if (localtime_r(&nSeconds, &local) == nullptr) {
+        return std::nullopt;
+    }
+    return DaysFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) * kMicrosecondsPerDay +
+           (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) * kMicrosecondsPerSecond + nMicrosecond;
 }
 
-CivilMicroseconds CivilNow() {
+SystemMicroseconds SystemNow() {
     timeval time = {};
     gettimeofday(&time, nullptr);
-    return FromSystem(time.tv_sec, time.tv_usec);
+    return time.tv_sec * kMicrosecondsPerSecond + time.tv_usec;
 }
 
 }  // namespace vexlog

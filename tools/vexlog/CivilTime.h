@@ -30,18 +30,25 @@ struct CivilFields {
     int nMicrosecond = 0;
 };
 
-// Nothing if a field is out of its range. Every month may have 31 days, and every minute may have a leap second.
+// nMonth: 1 to 12.
+int DaysInMonth(int nYear, int nMonth);
+
+// 0 is Sunday.
+int Weekday(CivilMicroseconds time);
+
+// Nothing if there is no such day or time of day. Every minute may have a leap second.
 std::optional<CivilMicroseconds> ToCivil(const CivilFields& fields);
 CivilFields FromCivil(CivilMicroseconds time);
 
 // "2024-03-05T09:07:02.048213", with chBetween in place of the T.
 std::string FormatCivil(CivilMicroseconds time, char chBetween = 'T');
 
-// A point in time as a user writes it: "2024-03-05", "2024-03-05T09:07", "2024-03-05 09:07:02.5", "09:07:02" (today),
-// or a time before now: "30s", "10m", "2h", "3d", "1w". Nothing for any other text.
-std::optional<CivilMicroseconds> ParseUserTime(std::string_view text, CivilMicroseconds now);
+// Microseconds since 1970-01-01 00:00:00 UTC, as the system counts.
+using SystemMicroseconds = std::int64_t;
 
-// The local time now.
-CivilMicroseconds CivilNow();
+// The local time at that moment. Nothing beyond the years that the C library can tell.
+std::optional<CivilMicroseconds> CivilOfSystem(SystemMicroseconds time);
+
+SystemMicroseconds SystemNow();
 
 }  // namespace vexlog

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdint>
 
+#include "UserTime.h"
 #include "common/CommandLine.h"
 
 namespace vexlog {
@@ -59,15 +60,15 @@ std::int64_t ProcessOf(const std::string& strText) {
     return nProcess;
 }
 
-CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strText, CivilMicroseconds now) {
-    const auto time = ParseUserTime(strText, now);
-    if (!time) {
-        throw CLI::ValidationError(strOption,
-                                   "\"" + strText +
-                                       "\" is not a time; use 2024-03-05T09:07:02, 2024-03-05, 09:07, or a time "
-                                       "before now: 30s, 10m, 2h, 3d, 1w");
+CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strText, SystemMicroseconds now) {
+    const UserTime time = ParseUserTime(strText, now);
+    if (!time.time) {
+        throw CLI::ValidationError(strOption, "\"" + strText + "\" is not a time" +
+                                                  (time.strFault.empty() ? "" : " (" + time.strFault + ")") +
+                                                  "; use 2024-03-05T09:07:02, 2024-03-05, 09:07, yesterday, \"1 hour "
+                                                  "ago\", or a time before now: 30s, 10m, 2h, 3d, 1w");
     }
-    return *time;
+    return *time.time;
 }
 
 // Arguments that are not checked yet.
@@ -99,7 +100,7 @@ void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
 }
 
 void CheckTexts(const Texts& texts, Options& options) {
-    const CivilMicroseconds now = CivilNow();
+    const SystemMicroseconds now = SystemNow();
     Filter& filter = options.filter;
     options.colour = texts.strColour == "always"  ? Colour::kAlways
                      : texts.strColour == "never" ? Colour::kNever

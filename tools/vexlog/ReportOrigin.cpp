@@ -19,7 +19,9 @@ std::string HostName() {
 }  // namespace
 
 ReportOrigin OriginHere(const std::string& strSource) {
-    return {strSource, HostName(), ZoneText(std::time(nullptr)), CivilNow()};
+    const SystemMicroseconds now = SystemNow();
+    return {strSource, HostName(), ZoneText(static_cast<std::time_t>(now / kMicrosecondsPerSecond)),
+            CivilOfSystem(now).value_or(0)};
 }
 
 std::string ZoneText(std::time_t time) {

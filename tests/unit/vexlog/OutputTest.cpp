@@ -8,6 +8,7 @@
 #include "Row.h"
 #include "TempDirectory.h"
 #include "TextPrinter.h"
+#include "UserTime.h"
 #include "posix/VisibleText.h"
 
 namespace {
@@ -170,8 +171,8 @@ TEST_P(FilterTest, PassesTheRecordsAskedFor) {
 
 vexlog::Filter Since(const char* pszFrom, const char* pszTo) {
     vexlog::Filter filter;
-    filter.since = *pszFrom == '\0' ? std::nullopt : vexlog::ParseUserTime(pszFrom, 0);
-    filter.until = *pszTo == '\0' ? std::nullopt : vexlog::ParseUserTime(pszTo, 0);
+    filter.since = *pszFrom == '\0' ? std::nullopt : vexlog::ParseUserTime(pszFrom, 0).time;
+    filter.until = *pszTo == '\0' ? std::nullopt : vexlog::ParseUserTime(pszTo, 0).time;
     return filter;
 }
 
