@@ -1,11 +1,13 @@
 // The reader of the diagnostic log. It finds the same records whatever the size of the pieces it reads. No byte is in
 // two records, and every record is one line without control characters. JSON is UTF-8 with its quotation marks in
-// pairs. The text of a log never becomes markup in the report.
+// pairs. The text of a log never becomes markup in the report. What continues a record has its fields. A copy of a
+// record is the record.
 //
 // The first byte of the input is the size of the pieces, the rest is the log. It is read with the usual length limit of
 // a record and with the least one, which lines of some hundred bytes exceed.
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,6 +58,13 @@ public:
         // The longest record has a part as long as the limit, a line as long as the limit, and the line end.
         Require(record.cbSize <= 2 * m_cbLongest + 1 || record.kind == vexlog::Kind::kEmpty);
         Require(record.nOffset >= m_nEnd || record.kind == vexlog::Kind::kEmpty);
+        Require(record.kind != vexlog::Kind::kContinued ||
+                (record.nProcess == m_nProcess && record.nThread == m_nThread && record.time == m_time));
+        if (record.kind == vexlog::Kind::kRecord) {
+            m_nProcess = record.nProcess;
+            m_nThread = record.nThread;
+            m_time = record.time;
+        }
         m_nEnd = std::max(m_nEnd, record.kind == vexlog::Kind::kEmpty ? 0 : record.nOffset + record.cbSize);
         for (const bool bUtf8 : {false, true}) {
             m_output.Discard();
@@ -67,6 +76,10 @@ public:
         CheckLine(m_output.Pending());
         CheckQuotes(m_output.Pending());
         m_lines.emplace_back(m_output.Pending());
+        const vexlog::OwnedRecord copy(record);
+        m_output.Discard();
+        vexlog::JsonPrinter(m_output).OnRecord(copy.View());
+        Require(m_output.Pending() == m_lines.back());
     }
 
     const std::vector<std::string>& Lines() const { return m_lines; }
@@ -76,6 +89,10 @@ private:
     const std::size_t m_cbLongest;
     vexposix::OutputBuffer m_output{kNowhere};
     std::uint64_t m_nEnd = 0;
+    // Of the last kRecord
+    std::int64_t m_nProcess = 0;
+    std::int32_t m_nThread = 0;
+    std::optional<vexlog::CivilMicroseconds> m_time;
     std::vector<std::string> m_lines;
 };
 

@@ -27,7 +27,7 @@ bool Lists(const List& list, const Value& value) {
 }  // namespace
 
 bool Filter::Passes(const Record& record) const {
-    const bool bHasThread = record.kind == Kind::kRecord || record.kind == Kind::kMinimal;
+    const bool bHasThread = record.HasThread();
     if (!processes.empty() && !(bHasThread && Lists(processes, record.nProcess))) {
         return false;
     }

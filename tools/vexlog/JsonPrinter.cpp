@@ -13,6 +13,8 @@ constexpr std::string_view KindName(Kind kind) {
             return "record";
         case Kind::kMinimal:
             return "minimal";
+        case Kind::kContinued:
+            return "continued";
         case Kind::kFragment:
             return "fragment";
         case Kind::kEmpty:
@@ -40,7 +42,7 @@ void JsonPrinter::OnRecord(const Record& record) {
     if (record.kind == Kind::kEmpty) {
         Number("count", record.cEmpty);
     } else {
-        if (record.kind != Kind::kFragment) {
+        if (record.HasThread()) {
             PrintFields(record);
         }
         PrintMessage(record);
@@ -53,7 +55,7 @@ void JsonPrinter::OnRecord(const Record& record) {
 }
 
 void JsonPrinter::PrintFields(const Record& record) {
-    if (record.kind == Kind::kRecord) {
+    if (record.kind != Kind::kMinimal) {
         // The parser has checked the layout of the fields.
         m_output.Append(",\"time\":\"");
         m_output.Append(record.timeText.substr(0, 10));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "GarbledName.h"
 #include "posix/Utf8Character.h"
@@ -89,12 +90,15 @@ std::string_view WithoutLineEnds(std::string_view text) {
 // ---- Bytes to lines ----
 
 void RecordParser::Feed(std::string_view bytes) {
-    const std::size_t nDone = std::min(m_nItem, m_nLine);
+    const std::size_t nDone = std::min({m_last.nBegin, m_item.nBegin, m_nLine});
     m_strBuffer.erase(0, nDone);
     m_nOffset += nDone;
     m_nLine -= nDone;
     m_nSearched = std::max(m_nSearched, nDone) - nDone;
-    m_nItem -= m_nItem == kNone ? 0 : nDone;
+    m_nLastEnd -= m_last.Exists() ? nDone : 0;
+    for (Item* const pItem : {&m_last, &m_item}) {
+        pItem->nBegin -= pItem->Exists() ? nDone : 0;
+    }
     m_strBuffer.append(bytes);
     Scan();
 }
@@ -131,22 +135,30 @@ void RecordParser::ScanOverlongLine() {
     const std::size_t nPieceEnd = m_nLine + m_cbLongest - kLongestCore;
     OnLine({m_nLine, nPieceEnd, !m_bMidLine}, false);
     // The core of a record that begins near the end of the piece may reach into the next piece.
-    m_nLine = m_nItem == kNone ? nPieceEnd : std::max(nPieceEnd, m_nItem + m_cbType + m_core.cbCore);
+    m_nLine = m_item.Exists() ? std::max(nPieceEnd, m_item.nBegin + m_item.cbType + m_item.core.cbCore) : nPieceEnd;
     m_bMidLine = true;
     EndIfTooLong();
 }
 
 void RecordParser::EndIfTooLong() {
-    if (m_nItem != kNone && m_nLine - m_nItem > m_cbLongest) {
+    if (m_last.Exists() && m_nLine - m_last.nBegin > m_cbLongest) {
+        m_last = {};
+        if (m_item.core.kind == Kind::kContinued) {
+            m_item.core.kind = Kind::kFragment;
+        }
+    }
+    if (m_item.Exists() && m_nLine - m_item.nBegin > m_cbLongest) {
         End(m_nLine, true);
+        HandOverHeld(false);
         m_bEndExpected = true;
     }
 }
 
 void RecordParser::Flush() {
     if (m_nLine == m_strBuffer.size()) {
-        if (m_nItem != kNone && !m_bMidLine) {
+        if (m_item.Exists() && !m_bMidLine) {
             End(m_nLine, false);
+            HandOverHeld(false);
             m_bEndExpected = true;
         }
         HandOverEmpty();
@@ -158,18 +170,17 @@ void RecordParser::Finish() {
         Line line{m_nLine, m_strBuffer.size(), !m_bMidLine};
         m_nLine = m_strBuffer.size();
         OnLine(line, false);
-        if (m_nItem != kNone) {
-            End(m_nLine, true);
-        }
-    } else if (m_nItem != kNone) {
+        End(m_nLine, true);
+    } else {
         End(m_nLine, m_bMidLine);
     }
+    HandOverHeld(false);
     HandOverEmpty();
     m_nOffset += m_strBuffer.size();
     m_strBuffer.clear();
+    m_last = {};
     m_nLine = m_nSearched = 0;
     m_bMidLine = m_bSeenCrLf = m_bLastCrLf = m_bEndExpected = false;
-    m_bStart = true;
 }
 
 // ---- Lines to items ----
@@ -178,9 +189,10 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
     if (line.bFresh && View(line.nBegin, line.nEnd).starts_with(kByteOrderMark)) {
         // Another file begins here.
         End(line.nBegin, false);
+        HandOverHeld(false);
         HandOverEmpty();
+        m_last = {};
         line.nBegin += kByteOrderMark.size();
-        m_bStart = true;
         if (line.nBegin == line.nEnd && bCrLf) {
             OnEmptyLine(line.nBegin, bCrLf);
             return;
@@ -198,22 +210,28 @@ void RecordParser::OnLine(Line line, bool bCrLf) {
         if (View(nFrom, nBeforeEnd).ends_with(kByteOrderMark)) {
             nBeforeEnd -= kByteOrderMark.size();
         }
-        if (m_nItem == kNone && nBeforeEnd > nFrom) {
-            BeginFragment(nFrom);
+        if (!m_item.Exists() && nBeforeEnd > nFrom) {
+            BeginText(nFrom, line);
         }
         // A record that ends at the end of a line is complete.
-        End(nBeforeEnd, nBeforeEnd > line.nBegin || !line.bFresh);
+        const bool bTorn = nBeforeEnd > line.nBegin || !line.bFresh;
+        const bool bMessage = m_item.core.kind == Kind::kRecord || m_item.core.kind == Kind::kContinued;
+        if (m_item.Exists() && bMessage && found.core.kind == Kind::kMinimal) {
+            Hold(nBeforeEnd, bTorn);
+        } else {
+            End(nBeforeEnd, bTorn);
+        }
         Begin(found);
     }
-    if (m_nItem == kNone) {
-        BeginFragment(line.nBegin);
+    if (!m_item.Exists()) {
+        BeginText(line.nBegin, line);
     }
 }
 
 void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
     if (m_bEndExpected) {
         m_bEndExpected = false;  // it belongs to the record that was handed over before
-    } else if (m_nItem == kNone) {
+    } else if (!m_item.Exists()) {
         // A single line feed before CR LF is the rest of a line end that was cut.
         const bool bFirst = m_cEmptyLines == 0 || (bCrLf && !m_bLastCrLf);
         m_cEmptyLines = bFirst ? 1 : m_cEmptyLines + 1;
@@ -221,7 +239,12 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
         if (bFirst) {
             m_nEmptyOffset = m_nOffset + nBegin;
         }
-    } else if (m_core.kind == Kind::kMinimal && bCrLf && !m_bLastCrLf) {
+    } else if (m_item.core.kind == Kind::kMinimal && bCrLf && !m_bLastCrLf && !m_held.empty()) {
+        // The end of the record that the minimal logger wrote into.
+        End(nBegin, false);
+        HandOverHeld(true);
+        m_bEndExpected = true;
+    } else if (m_item.core.kind == Kind::kMinimal && bCrLf && !m_bLastCrLf) {
         // The minimal logger ends its lines with LF alone, so this line belongs to an entry without text.
         End(nBegin, false);
         m_cEmptyLines = 1;
@@ -229,6 +252,7 @@ void RecordParser::OnEmptyLine(std::size_t nBegin, bool bCrLf) {
         m_nEmptyEnd = m_nOffset + m_nLine;
     } else if ((bCrLf && m_bLastCrLf) || (!bCrLf && !m_bSeenCrLf)) {
         End(m_nLine, false);
+        HandOverHeld(true);
     }
     // Any other empty line is part of the message.
 }
@@ -242,7 +266,7 @@ bool RecordParser::Find(const Line& line, std::size_t nFrom, Found& found) const
         if (ParseCore(View(nAt, nLimit), found.core)) {
             found.nCore = found.nType = nAt;
             if (found.core.kind == Kind::kRecord) {
-                found.nType = FindType(nFrom, nAt, line.bFresh && nFrom == line.nBegin && m_nItem == kNone);
+                found.nType = FindType(nFrom, nAt, line.bFresh && nFrom == line.nBegin && !m_item.Exists());
             }
             return true;
         }
@@ -274,53 +298,105 @@ std::size_t RecordParser::FindType(std::size_t nFrom, std::size_t nCore, bool bE
 // ---- Items to records ----
 
 void RecordParser::Begin(const Found& found) {
+    if (found.core.kind != Kind::kMinimal) {
+        HandOverHeld(false);
+    }
     HandOverEmpty();
-    m_bStart = m_bEndExpected = false;
-    m_nItem = found.nType;
-    m_cbType = found.nCore - found.nType;
-    m_core = found.core;
+    m_bEndExpected = false;
+    m_item = {found.nType, found.nCore - found.nType, found.core};
 }
 
-void RecordParser::BeginFragment(std::size_t nBegin) {
-    Begin({nBegin, nBegin, RecordCore()});
+// Text that is no record begins here.
+void RecordParser::BeginText(std::size_t nBegin, const Line& line) {
+    Found found{nBegin, nBegin, RecordCore()};
+    if (nBegin == line.nBegin && line.bFresh && MayContinue(View(nBegin, line.nEnd))) {
+        found.core.kind = Kind::kContinued;
+        m_cEmptyLines = 0;  // they belong to the message
+    }
+    Begin(found);
 }
 
+// Whether the text may be more of the message of the record before it. Zeros, and what looks like the beginning of a
+// record or like the rest of a minimal one, are no message.
+bool RecordParser::MayContinue(std::string_view text) const {
+    if (!m_last.Exists() || text.starts_with('\0')) {
+        return false;
+    }
+    const std::size_t nClose = text.find(']');
+    return !text.starts_with('[') || nClose == std::string_view::npos || !IsTypeWord(text.substr(1, nClose - 1));
+}
+
+// Ends the current item, if there is one.
 void RecordParser::End(std::size_t nEnd, bool bTorn) {
-    if (m_nItem == kNone) {
+    if (!m_item.Exists()) {
         return;
     }
-    Record record;
-    record.kind = m_core.kind;
-    record.nOffset = m_nOffset + m_nItem;
-    record.cbSize = nEnd - m_nItem;
-    record.bTorn = bTorn;
-    if (m_core.kind == Kind::kFragment) {
-        record.bTorn = true;
-        record.message = WithoutLineEnds(View(m_nItem, nEnd));
-    } else {
-        record.nProcess = m_core.nProcess;
-        record.nThread = m_core.nThread;
-        record.time = m_core.time;
-        const std::size_t nCore = m_nItem + m_cbType;
-        record.timeText = View(nCore + m_core.nTimeBegin, nCore + m_core.nTimeEnd);
-        record.type = BareType(View(m_nItem, nCore));
-        const std::string_view rest = WithoutLineEnds(View(nCore + m_core.cbCore, nEnd));
-        if (m_core.kind == Kind::kMinimal) {
-            CompleteMinimal(rest, record);
-        } else {
-            record.bTorn = !CompleteRecord(rest, record) || record.bTorn;
-        }
+    Record record = DescribeCurrent(nEnd, bTorn);
+    if (record.kind == Kind::kRecord && !record.bTorn) {
+        m_last = m_item;
+        m_nLastEnd = nEnd;
+    } else if (record.kind != Kind::kContinued || record.bTorn) {
+        m_last = {};
     }
-    m_nItem = kNone;
+    m_item = {};
     HandOver(record);
 }
 
+// Ends the current item without handing it over, because its end may still follow.
+void RecordParser::Hold(std::size_t nEnd, bool bTorn) {
+    Record record = DescribeCurrent(nEnd, false);
+    m_bHeldIsWhole = !record.bTorn;
+    record.bTorn = record.bTorn || bTorn;
+    Decode(record);
+    m_held.emplace_back(record);
+    m_cbHeld = 0;
+    m_last = m_item = {};
+}
+
+Record RecordParser::DescribeCurrent(std::size_t nEnd, bool bTorn) const {
+    const bool bContinued = m_item.core.kind == Kind::kContinued;
+    Record record = bContinued ? Describe(m_last, m_nLastEnd) : Describe(m_item, nEnd);
+    if (bContinued) {
+        record.kind = Kind::kContinued;
+        record.nOffset = m_nOffset + m_item.nBegin;
+        record.cbSize = nEnd - m_item.nBegin;
+        record.message = WithoutLineEnds(View(m_item.nBegin, nEnd));
+    }
+    record.bTorn = record.bTorn || bTorn;
+    return record;
+}
+
+Record RecordParser::Describe(const Item& item, std::size_t nEnd) const {
+    Record record;
+    record.kind = item.core.kind;
+    record.nOffset = m_nOffset + item.nBegin;
+    record.cbSize = nEnd - item.nBegin;
+    if (item.core.kind == Kind::kFragment) {
+        record.bTorn = true;
+        record.message = WithoutLineEnds(View(item.nBegin, nEnd));
+        return record;
+    }
+    record.nProcess = item.core.nProcess;
+    record.nThread = item.core.nThread;
+    record.time = item.core.time;
+    const std::size_t nCore = item.nBegin + item.cbType;
+    record.timeText = View(nCore + item.core.nTimeBegin, nCore + item.core.nTimeEnd);
+    record.type = BareType(View(item.nBegin, nCore));
+    const std::string_view rest = WithoutLineEnds(View(nCore + item.core.cbCore, nEnd));
+    if (item.core.kind == Kind::kMinimal) {
+        CompleteMinimal(rest, record);
+    } else {
+        record.bTorn = !CompleteRecord(rest, item.core.cbCore, record);
+    }
+    return record;
+}
+
 // rest begins with the opening bracket of the source field. False: a part is missing.
-bool RecordParser::CompleteRecord(std::string_view rest, Record& record) const {
+bool RecordParser::CompleteRecord(std::string_view rest, std::size_t cbCore, Record& record) const {
     if (rest.empty()) {
         return false;  // the bracket was the first one of another record
     }
-    const std::size_t cCharacters = kHeaderCharacters - m_core.cbCore;
+    const std::size_t cCharacters = kHeaderCharacters - cbCore;
     const std::size_t nHeaderEnd = rest.find(kHeaderEnd);
     // Usually the number of bytes decides, and the characters need not be counted.
     const bool bShort = nHeaderEnd != std::string_view::npos && nHeaderEnd + kHeaderEnd.size() <= cCharacters;
@@ -347,21 +423,45 @@ void RecordParser::CompleteMinimal(std::string_view rest, Record& record) const 
     }
 }
 
-void RecordParser::HandOver(Record& record) {
+void RecordParser::Decode(Record& record) {
     record.rawMessage = record.message;
     if (MayBeGarbled(record.message) && DecodeGarbled(record.message, m_strDecoded)) {
         record.message = m_strDecoded;
     }
+}
+
+void RecordParser::HandOver(Record& record) {
+    Decode(record);
+    if (!m_held.empty() && m_cbHeld + record.cbSize <= m_cbLongest) {
+        m_held.emplace_back(record);
+        m_cbHeld += record.cbSize;
+        return;
+    }
+    HandOverHeld(false);
     m_sink.OnRecord(record);
 }
 
-// An entry without text is two empty lines. A cut removes the last line of the file. An empty line at the beginning of
-// a file belongs to what was cut off.
+// bEnded: the end of the first one has been found.
+void RecordParser::HandOverHeld(bool bEnded) {
+    if (m_held.empty()) {
+        return;
+    }
+    if (bEnded && m_bHeldIsWhole) {
+        m_held.front().SetTorn(false);
+    }
+    // HandOver must not hold these again.
+    for (const OwnedRecord& held : std::exchange(m_held, {})) {
+        m_sink.OnRecord(held.View());
+    }
+}
+
+// An entry without text is two empty lines. A cut removes the last line of the file, and a message may end with a line
+// end, so a single empty line is no entry.
 void RecordParser::HandOverEmpty() {
     Record record;
     record.kind = Kind::kEmpty;
     record.nOffset = m_nEmptyOffset;
-    record.cEmpty = m_bStart ? m_cEmptyLines / 2 : (m_cEmptyLines + 1) / 2;
+    record.cEmpty = m_cEmptyLines / 2;
     m_cEmptyLines = 0;
     if (record.cEmpty > 0) {
         record.cbSize = m_nEmptyEnd - m_nEmptyOffset;

@@ -2,15 +2,18 @@
 // may be cut from the front, processes may have written into each other's records, and the minimal logger does not
 // always end its line.
 //
-// A record ends at an empty line (CR LF CR LF; LF LF in a file without CR), at the next record or at the end.
+// A record ends at an empty line (CR LF CR LF; LF LF in a file without CR), at the next record or at the end. A message
+// may contain empty lines; what follows one is handed over as kContinued. A record of the minimal logger may stand
+// between another record and its end.
 // One thread at a time.
 #pragma once
 
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "Record.h"
+#include "OwnedRecord.h"
 #include "RecordCore.h"
 
 namespace vexlog {
@@ -46,6 +49,15 @@ private:
         RecordCore core;
     };
 
+    // A record, or other text, in the buffer.
+    struct Item {
+        std::size_t nBegin = kNone;  // none: there is no item
+        std::size_t cbType = 0;      // before its core
+        RecordCore core = {};        // a fragment has an empty one
+
+        bool Exists() const { return nBegin != kNone; }
+    };
+
     struct Line {
         std::size_t nBegin = 0;
         std::size_t nEnd = 0;  // without line ends
@@ -61,11 +73,17 @@ private:
     std::size_t FindType(std::size_t nFrom, std::size_t nCore, bool bEntryBegins) const;
 
     void Begin(const Found& found);
-    void BeginFragment(std::size_t nBegin);
+    void BeginText(std::size_t nBegin, const Line& line);
+    bool MayContinue(std::string_view text) const;
     void End(std::size_t nEnd, bool bTorn);
-    bool CompleteRecord(std::string_view rest, Record& record) const;
+    void Hold(std::size_t nEnd, bool bTorn);
+    Record Describe(const Item& item, std::size_t nEnd) const;
+    Record DescribeCurrent(std::size_t nEnd, bool bTorn) const;
+    bool CompleteRecord(std::string_view rest, std::size_t cbCore, Record& record) const;
     void CompleteMinimal(std::string_view rest, Record& record) const;
+    void Decode(Record& record);
     void HandOver(Record& record);
+    void HandOverHeld(bool bEnded);
     void HandOverEmpty();
 
     std::string_view View(std::size_t nBegin, std::size_t nEnd) const {
@@ -79,17 +97,20 @@ private:
     std::size_t m_nLine = 0;          // the first line that is not scanned
     std::size_t m_nSearched = 0;      // there is no line end between m_nLine and here
     bool m_bMidLine = false;          // the line is the rest of an overlong line
-    std::size_t m_nItem = kNone;      // where the current item begins
-    std::size_t m_cbType = 0;         // of the current item, before its core
-    RecordCore m_core;                // of the current item; a fragment has an empty one
+    Item m_item;                      // the current one
+    Item m_last;                      // the complete record that text behind its end continues
+    std::size_t m_nLastEnd = 0;       // of m_last
     bool m_bSeenCrLf = false;         // a line has ended in CR LF so far
     bool m_bLastCrLf = false;         // the last line ended in CR LF
     bool m_bEndExpected = false;      // the last record was handed over before its empty line
-    bool m_bStart = true;             // only empty lines so far
     std::uint64_t m_cEmptyLines = 0;  // since the last item's end
     std::uint64_t m_nEmptyOffset = 0;
     std::uint64_t m_nEmptyEnd = 0;
     std::string m_strDecoded;
+    // A record without its end, and the minimal logger's records behind it. The current item is one of these, too.
+    std::vector<OwnedRecord> m_held;
+    std::size_t m_cbHeld = 0;
+    bool m_bHeldIsWhole = false;  // nothing but its end is missing
 };
 
 }  // namespace vexlog

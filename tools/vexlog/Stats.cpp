@@ -76,6 +76,9 @@ void Stats::OnRecord(const Record& record) {
         case Kind::kMinimal:
             ++m_log.cMinimal;
             break;
+        case Kind::kContinued:
+            ++m_log.cContinued;
+            return;
         case Kind::kFragment:
             ++m_log.cFragments;
             return;
@@ -151,6 +154,7 @@ void PrintStatsText(const Stats& stats, bool bUtf8, vexposix::OutputBuffer& outp
     const std::pair<std::string_view, std::uint64_t> counts[] = {{" records, ", log.cRecords},
                                                                  {" of the minimal logger, ", log.cMinimal},
                                                                  {" torn, ", log.cTorn},
+                                                                 {" continued, ", log.cContinued},
                                                                  {" fragments, ", log.cFragments},
                                                                  {" empty entries\n\n", log.cEmpty}};
     for (const auto& [name, nCount] : counts) {
@@ -179,6 +183,7 @@ void PrintStatsJson(const Stats& stats, vexposix::OutputBuffer& output) {
     const std::pair<std::string_view, std::uint64_t> counts[] = {{"records", log.cRecords},
                                                                  {"minimal", log.cMinimal},
                                                                  {"torn", log.cTorn},
+                                                                 {"continued", log.cContinued},
                                                                  {"fragments", log.cFragments},
                                                                  {"empty", log.cEmpty}};
     for (const auto& [name, nCount] : counts) {

@@ -25,6 +25,7 @@ struct FunctionStats {
 struct LogStats {
     std::uint64_t cRecords = 0;
     std::uint64_t cMinimal = 0;
+    std::uint64_t cContinued = 0;
     std::uint64_t cFragments = 0;
     std::uint64_t cTorn = 0;  // of cRecords and cMinimal
     std::uint64_t cEmpty = 0;

@@ -38,9 +38,10 @@ void TextPrinter::OnRecord(const Record& record) {
                 Colour(kPlain);
             }
             break;
+        case Kind::kContinued:
         case Kind::kFragment:
             Colour(kYellow);
-            m_output.Append("-- fragment: ");
+            m_output.Append(record.kind == Kind::kContinued ? "-- continued: " : "-- fragment: ");
             Colour(kPlain);
             Text(record.message);
             break;

@@ -15,6 +15,10 @@ std::string Described(const vexlog::Record& record) {
     if (record.kind == Kind::kFragment) {
         return "fragment: " + strMessage;
     }
+    if (record.kind == Kind::kContinued) {
+        return "continued P" + std::to_string(record.nProcess) + " " + std::string(record.function) + ": " +
+               strMessage + (record.bTorn ? " (torn)" : "");
+    }
     std::string strLine = record.kind == Kind::kRecord ? "record " : "minimal ";
     strLine += std::string(record.type) + " P" + std::to_string(record.nProcess) + " T" +
                std::to_string(record.nThread) + " " + (record.time ? vexlog::FormatCivil(*record.time) : "no time");

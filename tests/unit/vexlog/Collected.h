@@ -8,7 +8,7 @@
 #include "RecordParser.h"
 
 // "record INFO P4711 T-12 2024-03-05T09:07:02.048213 file-Function(7): message", with " (torn)" behind it;
-// "fragment: text"; "empty 2".
+// "continued P4711 Function: text"; "fragment: text"; "empty 2".
 std::string Described(const vexlog::Record& record);
 
 class Collector : public vexlog::RecordSink {

@@ -138,6 +138,23 @@ TEST(JsonPrinterTest, PrintsOneObjectARecord) {
 )");
 }
 
+const std::string kContinuedLog = std::string(kHead) + Entry("one") + "\r\n\r\ntwo\r\n\r\n";
+
+TEST(TextPrinterTest, MarksTheRestOfAMessage) {
+    EXPECT_EQ(Printed(kContinuedLog, false),
+              "2024-03-05 09:07:02.048213 INFO P4711   T-12         Function:7               one\n"
+              "-- continued: two\n");
+}
+
+// A program that selects by process or time selects the rest of the message, too.
+TEST(JsonPrinterTest, TheRestOfAMessageHasTheFieldsOfItsRecord) {
+    const std::string strFields =
+        R"("time":"2024-03-05T09:07:02.048213","pid":4711,"thread":-12,"type":"INFO","file":"src.cpp","function":"Function","line":7)";
+    EXPECT_EQ(Printed(kContinuedLog, true),
+              R"({"kind":"record","offset":2,"size":80,)" + strFields + R"(,"message":"one"})" + "\n" +
+                  R"({"kind":"continued","offset":82,"size":7,)" + strFields + R"(,"message":"two"})" + "\n");
+}
+
 TEST(JsonPrinterTest, KeepsBytesThatAreNotUtf8) {
     EXPECT_EQ(Printed("\xE9x", true),
               "{\"kind\":\"fragment\",\"offset\":0,\"size\":2,\"message\":\"\xEF\xBF\xBDx\",\"message_hex\":\"e978\","
@@ -152,9 +169,10 @@ struct FilterRow : Row {
 class FilterTest : public testing::TestWithParam<FilterRow> {};
 
 TEST_P(FilterTest, PassesTheRecordsAskedFor) {
-    const std::string strLog = Entry("a Enter.", "Java_vex_jni_TAVClientJNI_P7Sign", 325) + "\r\n\r\n" +
-                               Entry("b", "Function", 7, "2024-03-05 09:08:00:000", 4712, 34) + "\r\n\r\n" +
-                               "c, a fragment\r\n\r\n[05/Mar/2024:09:09:00 CET] [4712 4294967284d][WARN]d\n";
+    const std::string strLog = "e, a fragment\r\n\r\n" + Entry("a Enter.", "Java_vex_jni_TAVClientJNI_P7Sign", 325) +
+                               "\r\n\r\n" + Entry("b", "Function", 7, "2024-03-05 09:08:00:000", 4712, 34) +
+                               "\r\n\r\n" +
+                               "c, continued\r\n\r\n[05/Mar/2024:09:09:00 CET] [4712 4294967284d][WARN]d\n";
     struct Letters : vexlog::RecordSink {
         explicit Letters(const vexlog::Filter& f) : filter(f) {}
         void OnRecord(const vexlog::Record& record) override {
@@ -185,19 +203,19 @@ vexlog::Filter Text(std::string strText, bool bIgnoreCase) {
 
 INSTANTIATE_TEST_SUITE_P(
     Conditions, FilterTest,
-    testing::Values(FilterRow{{"None"}, {}, "abcd"}, FilterRow{{"ShortName"}, {.functions = {"P7Sign"}}, "a"},
+    testing::Values(FilterRow{{"None"}, {}, "eabcd"}, FilterRow{{"ShortName"}, {.functions = {"P7Sign"}}, "a"},
                     FilterRow{{"WholeName"}, {.functions = {"Java_vex_jni_TAVClientJNI_P7Sign"}}, "a"},
-                    FilterRow{{"EitherName"}, {.functions = {"P7Sign", "Function"}}, "ab"},
+                    FilterRow{{"EitherName"}, {.functions = {"P7Sign", "Function"}}, "abc"},
                     FilterRow{{"OtherName"}, {.functions = {"P7"}}, ""},
                     FilterRow{{"Thread"}, {.threads = {-12}}, "ad"},
-                    FilterRow{{"Process"}, {.processes = {4712}}, "bd"},
+                    FilterRow{{"Process"}, {.processes = {4712}}, "bcd"},
                     FilterRow{{"Both"}, {.threads = {-12}, .processes = {4712}}, "d"},
-                    FilterRow{{"SinceIsInclusive"}, Since("2024-03-05T09:08", ""), "bd"},
-                    FilterRow{{"UntilIsInclusive"}, Since("", "2024-03-05T09:08"), "ab"},
-                    FilterRow{{"Between"}, Since("2024-03-05T09:07:03", "2024-03-05T09:08:59"), "b"},
+                    FilterRow{{"SinceIsInclusive"}, Since("2024-03-05T09:08", ""), "bcd"},
+                    FilterRow{{"UntilIsInclusive"}, Since("", "2024-03-05T09:08"), "abc"},
+                    FilterRow{{"Between"}, Since("2024-03-05T09:07:03", "2024-03-05T09:08:59"), "bc"},
                     FilterRow{{"Text"}, Text("ENTER", false), ""},
                     FilterRow{{"TextOfAnyCase"}, Text("ENTER", true), "a"},
-                    FilterRow{{"TextOfAFragment"}, Text("frag", false), "c"}),
+                    FilterRow{{"TextOfAFragment"}, Text("frag", false), "e"}),
     RowName);
 
 TEST(OutputBufferTest, AClosedPipeThrowsOutputClosed) {

@@ -12,6 +12,7 @@ using namespace std::string_literals;
 
 const std::string kOne = "record INFO P4711 T-12 2024-03-05T09:07:02.048213 src.cpp-Function(7): one";
 const std::string kTwo = "record INFO P4711 T-12 2024-03-05T09:07:02.048213 src.cpp-Function(7): two";
+const std::string kContinuedTwo = "continued P4711 Function: two";
 const std::string kMinimalOne = "minimal INFO P4711 T-1236490496 2024-03-05T09:07:02.000000: one";
 const std::string kMinimalCore = "[05/Mar/2024:09:07:02 CET] [4711 3058476800d]";
 
@@ -66,9 +67,10 @@ std::vector<LogRow> Rows() {
         {{"OneInPlaceOfTheOthersSource"},
          Log({"[INFO] " + kFields.substr(0, kFields.size() - 1), Whole("two")}),
          {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 -():  (torn)", kTwo}},
+        // The rest of a longer record that was overwritten cannot be told from a message with an empty line.
         {{"RestOfALongerOne"},
          Log({Whole("one"), "longer message\r\n\r\n", Whole("two")}),
-         {kOne, "fragment: longer message", kTwo}},
+         {kOne, "continued P4711 Function: longer message", kTwo}},
         {{"HeaderInMidFile"}, Log({Whole("one"), std::string(kHead), Whole("two")}), {kOne, kTwo}},
         {{"HeaderInMidLine"},
          Log({Entry("one") + "\r\n", std::string(kHead) + "rest\r\n\r\n", Whole("two")}),
@@ -78,15 +80,37 @@ std::vector<LogRow> Rows() {
         {{"EmptyEntriesAlone"}, Log({"\r\n\r\n\r\n\r\n\r\n\r\n"}), {"empty 3"}},
         {{"HalfALineEndThenTheRestOfARecord"},
          Log({Whole("one"), "[INFO] [P47\r\n\r\n\r\n] [T-12] zero\r\n\r\n"}),
-         {kOne, "fragment: [INFO] [P47", "empty 1", "fragment: ] [T-12] zero"}},
-        {{"EmptyEntryThenCut"}, Log({Whole("one"), "\r\n\r\n\r\n", Whole("two")}), {kOne, "empty 2", kTwo}},
+         {kOne, "fragment: [INFO] [P47", "fragment: ] [T-12] zero"}},
+        // Half an entry may be the end of a message.
+        {{"EmptyEntryThenCut"}, Log({Whole("one"), "\r\n\r\n\r\n", Whole("two")}), {kOne, "empty 1", kTwo}},
         {{"MessageOfTwoLines"},
          Log({Whole("o\nn\r\ne"), Whole("two")}),
          {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 src.cpp-Function(7): o\nn\r\ne", kTwo}},
         {{"EmptyLineOfAMessage"},
          Log({Whole("one"), Whole("o\n\nne"), Whole("two")}),
          {kOne, "record INFO P4711 T-12 2024-03-05T09:07:02.048213 src.cpp-Function(7): o\n\nne", kTwo}},
-        {{"LineFeedsOnly"}, Entry("one") + "\n\n" + Entry("two") + "\n\nrest\n", {kOne, kTwo, "fragment: rest"}},
+        {{"MessageWithALineEnd"}, Log({Whole("one\r\n"), Whole("two")}), {kOne, kTwo}},
+        {{"MessageWithALineFeed"}, Log({Whole("one\n"), Whole("two")}), {kOne, kTwo}},
+        {{"MessageWithALineEndThenEmptyEntry"},
+         Log({Whole("one\r\n"), "\r\n\r\n", Whole("two")}),
+         {kOne, "empty 1", kTwo}},
+        {{"MessageWithAnEmptyLine"}, Log({Whole("one\r\n\r\ntwo"), Whole("two")}), {kOne, kContinuedTwo, kTwo}},
+        {{"MessageWithSeveralEmptyLines"},
+         Log({Whole("one\r\n\r\n\r\n\r\n\r\ntwo\r\n\r\ntwo\r\n"), Whole("two")}),
+         {kOne, kContinuedTwo, kContinuedTwo, kTwo}},
+        {{"MessageThatBeginsWithAnEmptyLine"},
+         Log({Whole("\r\n\r\ntwo"), Whole("one")}),
+         {kOne.substr(0, kOne.size() - 3), kContinuedTwo, kOne}},
+        {{"MessageWithAnEmptyLineUnfinished"},
+         Log({Whole("one"), "tw"}),
+         {kOne, "continued P4711 Function: tw (torn)"}},
+        {{"TextBehindATornRecord"},
+         Log({"[INFO] " + kFields + "sr\r\n\r\n", "rest\r\n\r\n"}),
+         {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 sr-():  (torn)", "fragment: rest"}},
+        {{"TextInAnotherFile"}, Log({Whole("one"), Log({"rest\r\n\r\n"})}), {kOne, "fragment: rest"}},
+        {{"LineFeedsOnly"},
+         Entry("one") + "\n\n" + Entry("two") + "\n\nrest\n",
+         {kOne, kTwo, "continued P4711 Function: rest"}},
         {{"DoubledCarriageReturns"}, Entry("one") + "\r\r\n\r\r\n" + Entry("two") + "\r\r\n\r\r\n", {kOne, kTwo}},
         {{"NulsBetween"},
          Log({Whole("one"), std::string(5, '\0'), Whole("two")}),
@@ -109,6 +133,9 @@ std::vector<LogRow> Rows() {
         {{"FewMicroseconds"},
          Log({Whole("one").replace(43, 5, "007")}),
          {"record INFO P4711 T-12 2024-03-05T09:07:02.000007 src.cpp-Function(7): one"}},
+        {{"NoSuchDay"},
+         Log({Whole("one").replace(28, 5, "02-30")}),
+         {"fragment: " + Entry("one").replace(28, 5, "02-30")}},
         {{"NoSuchTime"}, Log({Whole("one").replace(28, 2, "13")}), {"fragment: " + Entry("one").replace(28, 2, "13")}},
         // A header of more than 259 characters is cut, and the message follows at once.
         {{"CutHeader"},
@@ -139,6 +166,37 @@ std::vector<LogRow> Rows() {
         {{"MinimalThenEmptyEntry"},
          Log({Whole("two"), kMinimalCore + "[INFO]one\n\r\n\r\n", Whole("two")}),
          {kTwo, kMinimalOne, "empty 1", kTwo}},
+        {{"MinimalBetweenARecordAndItsEnd"},
+         Log({Entry("one"), kMinimalCore + "[INFO]one\n", std::string(kEnd), Whole("two")}),
+         {kOne, kMinimalOne, kTwo}},
+        {{"SeveralMinimalBetweenARecordAndItsEnd"},
+         Log({Entry("one"), kMinimalCore + "[INFO]one\n" + kMinimalCore + "[INFO]one\n", std::string(kEnd),
+              Whole("two")}),
+         {kOne, kMinimalOne, kMinimalOne, kTwo}},
+        {{"MinimalBetweenALineFeedAndTheEnd"},
+         Log({Entry("one\n"), kMinimalCore + "[INFO]one\n", std::string(kEnd), Whole("two")}),
+         {kOne, kMinimalOne, kTwo}},
+        {{"MinimalWithoutMessageBetweenARecordAndItsEnd"},
+         Log({Entry("one"), kMinimalCore, std::string(kEnd), Whole("two")}),
+         {kOne, "minimal  P4711 T-1236490496 2024-03-05T09:07:02.000000:  (torn)", kTwo}},
+        {{"MinimalBetweenTheRestOfAMessageAndItsEnd"},
+         Log({Whole("one"), "two", kMinimalCore + "[INFO]one\n", std::string(kEnd), Whole("two")}),
+         {kOne, kContinuedTwo, kMinimalOne, kTwo}},
+        {{"MinimalBetweenARecordAndItsEndThenEmptyEntry"},
+         Log({Entry("one"), kMinimalCore + "[INFO]one\n", "\r\n\r\n\r\n\r\n", Whole("two")}),
+         {kOne, kMinimalOne, "empty 1", kTwo}},
+        {{"MinimalBehindARecordWithoutItsEnd"},
+         Log({Entry("on"), kMinimalCore + "[INFO]one\n", Whole("two")}),
+         {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 src.cpp-Function(7): on (torn)", kMinimalOne, kTwo}},
+        {{"MinimalInARecordsHeader"},
+         Log({"[INFO] " + kFields + "sr", kMinimalCore + "[INFO]one\n", std::string(kEnd), Whole("two")}),
+         {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 sr-():  (torn)", kMinimalOne, kTwo}},
+        {{"MinimalBehindACutRecord"},
+         Log({Entry("one") + "\r\n", kMinimalCore + "[INFO]one\n", Whole("two")}),
+         {kOne, kMinimalOne, kTwo}},
+        {{"RecordInAMinimalOne"},
+         Log({Whole("two"), kMinimalCore, Whole("one"), "[INFO]one\n", Whole("two")}),
+         {kTwo, "minimal  P4711 T-1236490496 2024-03-05T09:07:02.000000:  (torn)", kOne, "fragment: [INFO]one", kTwo}},
         {{"MinimalInAnotherLanguage"},
          "[05/M\xC3\xA4r/2024:09:07:02 CET] [4711 12d][WARN]one\n",
          {"minimal WARN P4711 T12 no time: one"}},
@@ -236,7 +294,7 @@ TEST_P(LongLineTest, LosesNoRecordAndNoText) {
             nNext = record.nOffset + record.cbSize;
             cb += record.cbSize;
             EXPECT_LE(record.cbSize, 2 * vexlog::RecordParser::kLongest + 1);
-            if (record.kind != vexlog::Kind::kFragment) {
+            if (record.kind == vexlog::Kind::kRecord || record.kind == vexlog::Kind::kMinimal) {
                 Collector::OnRecord(record);
             }
         }
@@ -322,6 +380,51 @@ TEST(RecordParserFlushTest, TheRestOfALineEndIsNoEntry) {
     parser.Feed("\r\n\r\n\r\n" + Entry("one") + "\r\n");
     parser.Finish();
     EXPECT_THAT(collector.lines, testing::ElementsAre(kOne, kTwo, "empty 1", kOne));
+}
+
+// The rest of a message may be written after the reader has found the file quiet.
+TEST(RecordParserFlushTest, TheRestOfAMessageIsMarkedAlsoLater) {
+    Collector collector;
+    vexlog::RecordParser parser(collector);
+    parser.Feed(Entry("one") + "\r\n");
+    parser.Flush();
+    parser.Feed("\r\ntwo\r\n\r\n");
+    EXPECT_THAT(collector.lines, testing::ElementsAre(kOne, kContinuedTwo));
+}
+
+// A message of many paragraphs must not make the reader keep its record for ever.
+TEST(RecordParserBoundTest, TheRestOfAMessageHasABound) {
+    std::string strLog = Whole("one");
+    while (strLog.size() < 2 * vexlog::RecordParser::kLongest) {
+        strLog += "two\r\n\r\n";
+    }
+    const std::vector<std::string> lines = Collected(strLog, 4096);
+    ASSERT_GT(lines.size(), 3U);
+    EXPECT_EQ(lines[0], kOne);
+    EXPECT_EQ(lines[1], kContinuedTwo);
+    EXPECT_EQ(lines.back(), "fragment: two");
+    const auto firstFragment = std::find(lines.begin(), lines.end(), "fragment: two");
+    EXPECT_TRUE(std::all_of(firstFragment, lines.end(), [](const std::string& str) { return str == "fragment: two"; }));
+    EXPECT_EQ(Collected(strLog, 1'000'000), lines);
+}
+
+// Neither must many minimal records behind a record without its end.
+TEST(RecordParserBoundTest, MinimalRecordsBehindATornOneAreNotKeptForEver) {
+    struct Counter : vexlog::RecordSink {
+        void OnRecord(const vexlog::Record&) override { ++c; }
+        int c = 0;
+    } counter;
+    vexlog::RecordParser parser(counter);
+    parser.Feed(Entry("one"));
+    const std::string strMinimal = kMinimalCore + "[INFO]one\n";
+    int cFed = 0;
+    for (std::size_t cb = 0; cb < 3 * vexlog::RecordParser::kLongest; cb += strMinimal.size()) {
+        parser.Feed(strMinimal);
+        ++cFed;
+    }
+    EXPECT_GT(counter.c, cFed / 2);
+    parser.Finish();
+    EXPECT_EQ(counter.c, cFed + 1);
 }
 
 }  // namespace

@@ -136,6 +136,18 @@ TEST(CallsBoundTest, OpenCallsAndFunctionsHaveAGreatestNumber) {
     EXPECT_EQ(calls.lines.size(), vexlog::CallMatcher::kMostOpen + kOver);
 }
 
+TEST(StatsTest, TheRestOfAMessageIsCountedApart) {
+    vexlog::Stats stats;
+    vexlog::RecordParser parser(stats);
+    parser.Feed(Entry("one") + "\r\n\r\ntwo\r\n\r\n");
+    parser.Finish();
+    stats.Finish();
+    EXPECT_EQ(stats.Log().cRecords, 1U);
+    EXPECT_EQ(stats.Log().cContinued, 1U);
+    EXPECT_EQ(stats.Log().cFragments, 0U);
+    EXPECT_EQ(stats.Log().cTorn, 0U);
+}
+
 TEST(HistogramTest, SmallValuesAreExact) {
     vexlog::Histogram histogram;
     EXPECT_EQ(histogram.Minimum(), 0U);
