@@ -18,6 +18,7 @@ build                       cmake                     _vex_has_cmake            
 build                       ninja-build               _vex_has_command ninja          # Ninja
 build                       libssl-dev                _vex_has_openssl_headers        # the headers of OpenSSL 3
 build                       libcli11-dev              _vex_has_header CLI/CLI.hpp     # CLI11
+build                       zlib1g-dev                _vex_has_header zlib.h          # zlib
 build                       libp11-kit-dev            _vex_has_pkcs11_header          # the declarations of PKCS #11
 build                       default-jdk-headless      _vex_has_jdk                    # a JDK of Java 17 or newer
 build                       libasio-dev               _vex_has_header asio.hpp        # asio, the standalone kind
@@ -52,6 +53,7 @@ test                        pkg-config                _vex_has_command pkg-confi
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
 test                        iproute2                  _vex_has_command ip             # ip, which brings up a network of its own
 test                        systemd                   _vex_has_command systemd-analyze # systemd-analyze
+test                        xz-utils                  _vex_has_command xz             # xz
 test                        procps                    _vex_has_command kill           # kill, as a program
 test                        bsdutils                  _vex_has_command script         # script, of util-linux
 fuzz,soak                   clang                     _vex_has_command clang++        # clang

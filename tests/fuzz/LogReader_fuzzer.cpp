@@ -1,7 +1,7 @@
 // The reader of the diagnostic log. It finds the same records whatever the size of the pieces it reads. No byte is in
 // two records, and every record is one line without control characters. JSON is UTF-8 with its quotation marks in
 // pairs. The text of a log never becomes markup in the report. What continues a record has its fields. A copy of a
-// record is the record.
+// record is the record. As gzip, any bytes are decompressed or refused, the same in pieces of any size.
 //
 // The first byte of the input is the size of the pieces, the rest is the log. It is read with the usual length limit of
 // a record and with the least one, which lines of some hundred bytes exceed.
@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Compression.h"
 #include "JsonPrinter.h"
 #include "RecordParser.h"
 #include "Report.h"
@@ -107,6 +108,29 @@ std::vector<std::string> Parse(std::string_view log, std::size_t cbPiece, std::s
     return checker.Lines();
 }
 
+// At most so many bytes: a short input may be a long text.
+constexpr std::size_t kMostInflated = 100'000;
+
+std::string Inflated(std::string_view compressed, std::size_t cbPiece) {
+    vexlog::Inflater inflater;
+    std::string strText;
+    std::vector<char> output(cbPiece);
+    for (; !compressed.empty(); compressed.remove_prefix(std::min(cbPiece, compressed.size()))) {
+        // A heap block of the exact length
+        const std::vector<char> piece(
+            compressed.begin(), compressed.begin() + static_cast<std::ptrdiff_t>(std::min(cbPiece, compressed.size())));
+        inflater.SetInput({piece.data(), piece.size()});
+        while (!inflater.NeedsInput()) {
+            const std::optional<std::size_t> cb = inflater.Read(output.data(), output.size());
+            if (!cb || strText.size() >= kMostInflated) {
+                return strText.substr(0, kMostInflated);
+            }
+            strText.append(output.data(), *cb);
+        }
+    }
+    return strText.substr(0, kMostInflated);
+}
+
 std::size_t CountOf(std::string_view text, std::string_view wanted) {
     std::size_t c = 0;
     for (std::size_t n = 0; (n = text.find(wanted, n)) != std::string_view::npos; n += wanted.size()) {
@@ -140,6 +164,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pbData, std::size_t cb
         const std::vector<std::string> whole = Parse(log, log.size() + 1, cbLongest);
         Require(Parse(log, std::size_t{pbData[0]} + 1, cbLongest) == whole);
     }
+    Require(Inflated(log, std::size_t{pbData[0]} + 1) == Inflated(log, log.size() + 1));
     static const std::size_t s_cMarkup = MarkupOf({});
     if (log.find("script") == std::string_view::npos) {
         Require(MarkupOf(log) == s_cMarkup);

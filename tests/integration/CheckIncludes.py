@@ -11,7 +11,7 @@ import sys
 # Made by the build.
 GENERATED = {"ReportParts.h", "vex_jni_TAVClientJNI.h"}
 # Headers that are neither the language's nor the operating system's.
-LIBRARIES = ("CLI/", "asio", "jni.h", "openssl/", "p11-kit/")
+LIBRARIES = ("CLI/", "asio", "jni.h", "openssl/", "p11-kit/", "zlib.h")
 FOLDERS = ("BaseInclude", "TAVClientJNI", "VEXClientTK", "tools")
 
 

@@ -56,15 +56,12 @@ done
 expect 0 "$vexlog" --version
 grep -Eq '^vexlog [0-9.]+$' out || fail "version: $(cat out)"
 expect 2 "$vexlog" --no-such-option
-expect 2 "$vexlog" $log extra
 expect 2 "$vexlog" --since soon $log
 expect 2 "$vexlog" --thread abc $log
 expect 2 "$vexlog" --pid -3 $log
 expect 2 "$vexlog" --color sometimes $log
 expect 2 "$vexlog" report
 expect 2 "$vexlog" --follow -
-expect 2 "$vexlog" --since 10m stats $log
-expect 2 "$vexlog" stats --since 10m $log
 expect 2 "$vexlog" report page.html $log
 [ -s err ] || fail "no message about wrong usage"
 
@@ -107,6 +104,122 @@ expect 0 "$vexlog" --since 1h --until 2099-01-01 $log
 [ "$(wc -l <out)" -eq "$timed" ] || fail "--since left out records"
 expect 0 "$vexlog" --until 1h $log
 [ ! -s out ] || fail "--until printed records that are too late"
+
+echo "== times, as journalctl takes them"
+for time in yesterday "1 hour ago" -1h "-1h 30min" "$(date '+%a %F %T' -d '1 hour ago')" "$(date -u '+%F %T' -d '1 hour ago') UTC"; do
+    expect 0 "$vexlog" --since "$time" $log
+    [ "$(wc -l <out)" -eq "$timed" ] || fail "--since '$time': $(wc -l <out) records of $timed"
+done
+expect 0 "$vexlog" -S 1h -U now $log
+[ "$(wc -l <out)" -eq "$timed" ] || fail "-S and -U"
+expect 0 "$vexlog" --since +5min $log
+[ ! -s out ] || fail "--since +5min printed records"
+expect 2 "$vexlog" --since 2023-02-29 $log
+says 'February 2023 has 28 days'
+expect 2 "$vexlog" --since '' $log
+says 'the time is empty'
+expect 2 "$vexlog" --since now --until yesterday $log
+says 'later than that of --until'
+
+echo "== the last records"
+for count in 0 1 7; do
+    expect 0 "$vexlog" -n $count $log
+    tail -n $count whole | cmp - out || fail "-n $count"
+done
+expect 0 "$vexlog" --lines 100000 $log
+cmp whole out || fail "more than there are"
+expect 0 "$vexlog" -n 3 --grep Leave. $log
+grep 'Leave\.' whole | tail -n 3 | cmp - out || fail "-n with a condition"
+for count in -1 all '' 3x; do
+    expect 2 "$vexlog" -n "$count" $log
+done
+
+echo "== stats and report of a selection"
+count_of() {
+    python3 -c 'import json, sys; s = json.load(open("out", encoding="utf-8")); print(eval(sys.argv[1]))' "$1"
+}
+expect 0 "$vexlog" stats --json $log
+all_calls=$(count_of 'sum(f["calls"] for f in s["functions"])')
+calls=0
+while read -r process; do
+    for place in before behind; do
+        if [ $place = before ]; then
+            expect 0 "$vexlog" --pid "$process" stats --json $log
+        else
+            expect 0 "$vexlog" stats --pid "$process" --json $log
+        fi
+        [ "$(count_of 's["records"]')" -eq "$(grep -c " P$process " whole)" ] || fail "stats --pid $process: $(cat out)"
+    done
+    calls=$((calls + $(count_of 'sum(f["calls"] for f in s["functions"])')))
+done < <(sed -n "s/.* P\([0-9]*\) .*/\1/p" whole | sort -u)
+[ "$calls" -eq "$all_calls" ] || fail "$calls calls of the processes, $all_calls of all"
+expect 0 "$vexlog" stats --function AddFilter --json $log
+[ "$(count_of '[f["function"] for f in s["functions"]]')" = "['AddFilter']" ] || fail "stats --function: $(cat out)"
+expect 0 "$vexlog" stats --until yesterday --json $log
+[ "$(count_of 's["records"], len(s["functions"])')" = "(0, 0)" ] || fail "stats --until: $(cat out)"
+expect 0 "$vexlog" report part.html --function AddFilter --since 1h --input $log
+grep -q 'scope="row">AddFilter<' part.html || fail "no AddFilter in its report"
+! grep -q 'scope="row">P7Sign<' part.html || fail "P7Sign in a report of AddFilter"
+expect 2 "$vexlog" --grep Leave. stats $log
+expect 2 "$vexlog" -n 3 report page.html --input $log
+expect 2 "$vexlog" stats --grep Leave. $log
+
+echo "== several files in the order of time"
+{ printf '\xff\xfe'; entry 100001 first; entry 100002 second; } >rotated.txt
+{ printf '\xff\xfe'; entry 100003 third; entry 100005 fifth; } >current.txt
+{ printf '\xff\xfe'; entry 100004 fourth; } >other.txt
+gzip -k rotated.txt
+for files in "current.txt rotated.txt other.txt" "rotated.txt.gz other.txt current.txt" "other.txt - rotated.txt"; do
+    # shellcheck disable=SC2086
+    "$vexlog" $files <current.txt >out
+    [ "$(sed 's/.* //' out | tr '\n' ' ')" = "first second third fourth fifth " ] || fail "order of $files: $(cat out)"
+done
+expect 0 "$vexlog" --json current.txt rotated.txt.gz
+grep -q '"input":"rotated.txt.gz",.*"message":"first"' out || fail "JSON without the log's name: $(cat out)"
+expect 0 "$vexlog" -n 1 current.txt other.txt
+grep -q fifth out || fail "the last of several"
+expect 0 "$vexlog" stats --json current.txt rotated.txt
+[ "$(count_of 's["records"]')" -eq 4 ] || fail "stats of two files: $(cat out)"
+expect 0 "$vexlog" report two.html --input current.txt --input rotated.txt
+grep -q 'current.txt, rotated.txt' two.html || fail "the names of two logs"
+expect 1 "$vexlog" current.txt missing.txt
+says 'missing.txt: No such file'
+[ ! -s out ] || fail "records though a file is missing"
+expect 2 "$vexlog" --follow current.txt rotated.txt
+says 'only one file can be followed'
+expect 2 "$vexlog" - -
+expect 1 "$vexlog" report rotated.txt.gz --input $log
+says 'this file is a log'
+
+echo "== compressed logs"
+gzip -c $log >log.gz
+"$vexlog" log.gz | cmp - whole || fail "gzip"
+"$vexlog" - <log.gz | cmp - whole || fail "gzip from standard input"
+"$vexlog" <(cat log.gz) | cmp - whole || fail "gzip from a pipe"
+expect 1 "$vexlog" --follow log.gz
+says 'a compressed log does not grow'
+head -c $(($(stat -c %s log.gz) / 2)) log.gz >half.gz
+expect 1 "$vexlog" half.gz
+says 'half.gz: the compressed data ends too early'
+head -n 10 out | cmp - <(head -n 10 whole) || fail "the first half"
+expect 1 "$vexlog" report half.html --input half.gz
+[ ! -e half.html ] || fail "a page of half a log"
+xz -c $log >log.xz
+expect 1 "$vexlog" log.xz
+says 'log.xz: compressed with xz; use "xzcat FILE | vexlog -"'
+[ ! -s out ] || fail "compressed bytes as text"
+
+echo "== blank entries"
+mkdir blank
+LC_ALL=C VEX_TEST_LOG_DIR=$work/blank "$sample_log" 1 1 20 0 >/dev/null
+for command in "" "--json" "stats" "--pid 1"; do
+    # shellcheck disable=SC2086
+    expect 0 "$vexlog" $command blank/PILog.txt
+    says 'the locale of the process that wrote them was C'
+    says 'LC_ALL=C.UTF-8'
+done
+expect 0 "$vexlog" $log
+[ ! -s err ] || fail "advice about a good log: $(cat err)"
 
 echo "== colours"
 expect 0 "$vexlog" $log
@@ -267,7 +380,7 @@ done
 echo "== names that would move the cursor"
 expect 1 "$vexlog" $'\e[2J\u202e'
 grep -qF '\x1b[2J\u{202e}: No such file' err || fail "message: $(cat -v err)"
-expect 2 "$vexlog" $log $'\e[2J\u202e'
+expect 2 "$vexlog" --pid $'\e[2J\u202e' $log
 grep -qF '\x1b[2J\u{202e}' err || fail "message: $(cat -v err)"
 ! LC_ALL=C grep -qP '[\x1b]' err || fail "raw: $(cat -v err)"
 
@@ -278,6 +391,27 @@ set +o pipefail
 [ "${PIPESTATUS[0]}" -eq 0 ] || fail "exit status ${PIPESTATUS[0]} of a broken pipe"
 set -o pipefail
 [ ! -s err ] || fail "message about a broken pipe: $(cat err)"
+
+echo "== an output that does not block"
+# The reader begins when the pipe is full.
+cat >slow.py <<'PYTHON'
+import fcntl, os, struct, subprocess, sys, termios, time
+
+source, sink = os.pipe()
+os.set_blocking(sink, False)
+size = fcntl.fcntl(sink, fcntl.F_GETPIPE_SZ)
+program = subprocess.Popen(sys.argv[1:], stdout=sink)
+os.close(sink)
+while program.poll() is None:
+    if struct.unpack("i", fcntl.ioctl(source, termios.FIONREAD, b"\0" * 4))[0] == size:
+        break
+    time.sleep(0.01)
+with os.fdopen(source, "rb") as pipe:
+    sys.stdout.buffer.write(pipe.read())
+sys.exit(program.wait())
+PYTHON
+expect 0 python3 slow.py "$vexlog" large.txt
+"$vexlog" large.txt | cmp - out || fail "through a pipe that does not block"
 
 if [ "$bounded" = bounded ]; then
     echo "== 400 megabytes in 64 of address space"
@@ -308,13 +442,24 @@ wait "${followers[0]}" || status=$?
 [ "$status" -eq 0 ] || fail "exit status $status after SIGINT"
 [ "$(wc -l <out)" -eq 3 ] || fail "followed: $(cat out)"
 
+# Only the last of the old records, then new ones.
+{ printf '\xff\xfe'; entry 100001 first; entry 100002 second; } >followed.txt
+"$vexlog" --follow -n 1 followed.txt >out 2>err &
+followers+=($!)
+await contains second
+entry 100003 third >>followed.txt
+await contains third
+kill -INT "${followers[1]}"
+wait "${followers[1]}" || fail "exit status $? after SIGINT"
+[ "$(wc -l <out)" -eq 2 ] || fail "followed the last record: $(cat out)"
+
 # The reader of its output ends while there is nothing to write.
 mkfifo pipe
 "$vexlog" --follow followed.txt >pipe 2>err &
 followers+=($!)
 head -n 1 <pipe >out
 status=0
-wait "${followers[1]}" || status=$?
+wait "${followers[2]}" || status=$?
 [ "$status" -eq 0 ] || fail "exit status $status after the reader went"
 
 echo "all passed"

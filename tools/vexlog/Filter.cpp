@@ -27,24 +27,28 @@ bool Lists(const List& list, const Value& value) {
 }  // namespace
 
 bool Filter::Passes(const Record& record) const {
-    const bool bHasThread = record.HasThread();
-    if (!processes.empty() && !(bHasThread && Lists(processes, record.nProcess))) {
+    if (!(processes.empty() && threads.empty()) && !record.HasThread()) {
         return false;
     }
-    if (!threads.empty() && !(bHasThread && Lists(threads, record.nThread))) {
+    return PassesFields(record.function, record.nProcess, record.nThread, record.time) &&
+           (strText.empty() || Contains(record.message, strText, bIgnoreCase));
+}
+
+bool Filter::PassesFields(std::string_view function, std::int64_t nProcess, std::int32_t nThread,
+                          const std::optional<CivilMicroseconds>& time) const {
+    if ((!processes.empty() && !Lists(processes, nProcess)) || (!threads.empty() && !Lists(threads, nThread))) {
         return false;
     }
-    if ((since || until) && !record.time) {
+    if ((since || until) && !time) {
         return false;
     }
-    if ((since && *record.time < *since) || (until && *record.time > *until)) {
+    if ((since && *time < *since) || (until && *time > *until)) {
         return false;
     }
-    if (!functions.empty() && (record.function.empty() || !(Lists(functions, record.function) ||
-                                                            Lists(functions, ShortFunction(record.function))))) {
-        return false;
-    }
-    return strText.empty() || Contains(record.message, strText, bIgnoreCase);
+    return functions.empty() || std::any_of(functions.begin(), functions.end(),
+                                            [name = ShortFunction(function)](const std::string& strWanted) {
+                                                return !name.empty() && ShortFunction(strWanted) == name;
+                                            });
 }
 
 }  // namespace vexlog

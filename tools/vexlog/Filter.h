@@ -1,9 +1,10 @@
-// Selects records.
+// Selects records and calls.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Record.h"
@@ -21,6 +22,10 @@ struct Filter {
     bool bIgnoreCase = false;  // strText matches A to Z in both cases
 
     bool Passes(const Record& record) const;
+
+    // Of all conditions except the text.
+    bool PassesFields(std::string_view function, std::int64_t nProcess, std::int32_t nThread,
+                      const std::optional<CivilMicroseconds>& time) const;
 };
 
 }  // namespace vexlog

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <chrono>
 
-#include "Input.h"
+#include "Source.h"
 #include "posix/FileIo.h"
 #include "posix/LockFile.h"
 #include "posix/OpenFile.h"
@@ -101,6 +101,9 @@ bool Follower::Reopen() {
     }
     m_file = std::move(file.descriptor);
     StartAgain();
+    if (FindCompression(ReadFrom(0, kCompressionBytes)).kind != Compression::kNone) {
+        throw ReadError(m_strPath + ": a compressed log does not grow; read it without --follow");
+    }
     return ReadOn();
 }
 

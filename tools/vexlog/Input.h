@@ -1,27 +1,14 @@
-// Reads a log from its beginning to its end.
+// Reads logs from their beginning to their end.
 #pragma once
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Record.h"
-#include "posix/FileDescriptor.h"
+#include "Source.h"
 
 namespace vexlog {
-
-class ReadError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-inline constexpr const char* kStandardInput = "-";
-
-// Opens a file for reading. Throws ReadError, also for a directory.
-vexposix::FileDescriptor OpenLog(const std::string& strPath);
-
-// nError: an errno value.
-[[noreturn]] void ThrowReadError(const std::string& strPath, int nError);
 
 // Learns how far the reading of a log is.
 class ReadObserver {
@@ -36,8 +23,8 @@ protected:
     ReadObserver& operator=(const ReadObserver&) = default;
 };
 
-// Reads the whole file, or standard input ("-"), and hands its records to the sink. Throws ReadError after the sink has
-// the records that could be read.
-void ReadLog(const std::string& strPath, RecordSink& sink, ReadObserver& observer);
+// Reads the files, or standard input ("-"), and hands their records to the sink, those of several files in the order of
+// time (Merge.h). Throws ReadError after the sink has the records that could be read.
+void ReadLogs(const std::vector<std::string>& paths, RecordSink& sink, ReadObserver& observer);
 
 }  // namespace vexlog

@@ -37,6 +37,9 @@ void JsonPrinter::OnRecord(const Record& record) {
     m_output.Append("{\"kind\":\"");
     m_output.Append(KindName(record.kind));
     m_output.Append('"');
+    if (!record.input.empty()) {
+        Member("input", record.input);
+    }
     Number("offset", record.nOffset);
     Number("size", record.cbSize);
     if (record.kind == Kind::kEmpty) {

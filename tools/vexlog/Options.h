@@ -1,8 +1,10 @@
 // The command line.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Filter.h"
 
@@ -13,10 +15,11 @@ enum class Colour { kAuto, kAlways, kNever };
 
 struct Options {
     Command command = Command::kPrint;
-    std::string strInput = "/tmp/PILog.txt";  // "-": standard input
-    std::string strOutput;                    // of kReport; "-": standard output
-    Filter filter;                            // of kPrint
-    bool bFollow = false;                     // of kPrint
+    std::vector<std::string> inputs;   // at least one; "-": standard input
+    std::string strOutput;             // of kReport; "-": standard output
+    Filter filter;                     // its text only of kPrint
+    std::optional<std::size_t> cLast;  // of kPrint: only so many records that pass, the last ones
+    bool bFollow = false;              // of kPrint
     bool bJson = false;
     Colour colour = Colour::kAuto;
 };

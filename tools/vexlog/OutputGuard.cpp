@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Input.h"
 #include "RecordParser.h"
+#include "Source.h"
 #include "common/FileIdentity.h"
 #include "posix/FileIo.h"
 #include "posix/OpenFile.h"
@@ -29,19 +29,26 @@ private:
     bool m_bSeen = false;
 };
 
+// Refuses a file that Source cannot decompress.
+void RefuseOtherCompression(int nDescriptor, const std::string& strName) {
+    char szBegin[kCompressionBytes] = {};
+    const vexposix::Transfer transfer = vexposix::ReadAt(nDescriptor, szBegin, sizeof szBegin, 0);
+    const CompressionFound found = FindCompression({szBegin, transfer.cb});
+    if (found.kind == Compression::kOther) {
+        throw OutputRefused(strName + ": this file is compressed with " + found.pszName +
+                            " and may hold a log; remove it first, or choose another output");
+    }
+}
+
 bool HoldsALog(int nDescriptor, const std::string& strName) {
     constexpr std::size_t kPiece = std::size_t{256} * 1024;
     RecordSeen seen;
     RecordParser parser(seen);
+    Source source(nDescriptor, strName);
     std::vector<char> piece(kPiece);
-    off_t nAt = 0;
-    while (!seen.IsSeen()) {
-        const vexposix::Transfer transfer = vexposix::ReadAt(nDescriptor, piece.data(), piece.size(), nAt);
-        if (transfer.nErrno != 0) {
-            ThrowReadError(strName, transfer.nErrno);
-        }
-        const std::string_view bytes(piece.data(), transfer.cb);
-        if (nAt == 0 && (bytes.starts_with(kByteOrderMark) || bytes.starts_with(kPageBegin))) {
+    for (bool bFirst = true; !seen.IsSeen(); bFirst = false) {
+        const std::string_view bytes(piece.data(), source.Read(piece.data(), piece.size()));
+        if (bFirst && (bytes.starts_with(kByteOrderMark) || bytes.starts_with(kPageBegin))) {
             return bytes.starts_with(kByteOrderMark);
         }
         if (bytes.empty()) {
@@ -49,7 +56,6 @@ bool HoldsALog(int nDescriptor, const std::string& strName) {
             break;
         }
         parser.Feed(bytes);
-        nAt += static_cast<off_t>(bytes.size());
     }
     return seen.IsSeen();
 }
@@ -75,6 +81,7 @@ void RefuseLogAsOutput(const std::string& strOutput) {
     if (!file.descriptor.IsOpen()) {
         ThrowReadError(strShown, file.nErrno);
     }
+    RefuseOtherCompression(file.descriptor.Get(), strShown);
     if (HoldsALog(file.descriptor.Get(), strShown)) {
         throw OutputRefused(strShown + ": this file is a log; remove it first, or choose another output");
     }

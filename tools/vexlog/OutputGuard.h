@@ -16,7 +16,7 @@ public:
 // Refuses an output that is the file to read.
 void RefuseInputAsOutput(const std::string& strOutput, const std::string& strInput);
 
-// Refuses an output file that holds records of a log. Throws ReadError if it cannot be read.
+// Refuses an output file that holds records of a log, also a compressed one. Throws ReadError if it cannot be read.
 void RefuseLogAsOutput(const std::string& strOutput);
 
 }  // namespace vexlog

@@ -19,6 +19,7 @@ enum class Kind {
 
 struct Record {
     Kind kind = Kind::kFragment;
+    std::string_view input = {};  // the name of the log, if several are read
     std::uint64_t nOffset = 0;    // of its first byte in the input
     std::uint64_t cbSize = 0;     // including its line ends
 

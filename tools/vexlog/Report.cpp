@@ -159,18 +159,21 @@ void PrintCalls(const std::deque<Call>& calls, const Threads& threads, const Per
 }  // namespace
 
 void Report::OnRecord(const Record& record) {
-    if (record.time) {
+    m_stats.OnRecord(record);
+    if (!m_stats.Selection().Passes(record)) {
+        return;
+    }
+    if (record.time && record.kind != Kind::kContinued) {
         m_clock.Add(*record.time);
     }
     if (record.bTorn || record.kind == Kind::kFragment) {
         ++m_cDamages;
         if (m_damages.size() < kMostDamages) {
-            m_damages.push_back({record.kind, record.nOffset, record.cbSize, record.nProcess, record.nThread,
-                                 record.time,
+            m_damages.push_back({record.kind, std::string(record.input), record.nOffset, record.cbSize, record.nProcess,
+                                 record.nThread, record.time,
                                  std::string(ShortFunction(record.function).substr(0, kMostFunctionBytes))});
         }
     }
-    m_stats.OnRecord(record);
 }
 
 void Report::OnCall(const Call& call) {
@@ -251,6 +254,7 @@ void Report::PrintSummary(const ReportOrigin& origin, const Periods& periods, ve
     AppendTile(output, "Records", log.cRecords);
     AppendTile(output, "Minimal logger", log.cMinimal);
     AppendTile(output, "Torn records", log.cTorn);
+    AppendTile(output, "Continued", log.cContinued);
     AppendTile(output, "Fragments", log.cFragments);
     AppendTile(output, "Empty entries", log.cEmpty);
     AppendTile(output, "Wrong clock", periods.CountWrong());
@@ -313,7 +317,7 @@ void Report::PrintDamages(vexposix::OutputBuffer& output) const {
     for (const Damage& damage : m_damages) {
         const bool bRecord = damage.kind == Kind::kRecord || damage.kind == Kind::kMinimal;
         output.Append("<tr>");
-        AppendCell(output, std::to_string(damage.nOffset));
+        AppendCell(output, (damage.strInput.empty() ? "" : damage.strInput + ": ") + std::to_string(damage.nOffset));
         AppendCell(output, std::to_string(damage.cbSize));
         AppendCell(output, bRecord ? "torn record" : "fragment");
         AppendCell(output, damage.time ? TimeText(*damage.time) : "");

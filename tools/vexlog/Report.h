@@ -5,6 +5,7 @@
 
 #include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ClockCheck.h"
@@ -19,7 +20,8 @@ public:
     static constexpr std::size_t kMostCalls = 100'000;
     static constexpr std::size_t kMostDamages = 1000;
 
-    Report() : m_stats(this) {}
+    // Of the records and calls that the filter passes.
+    explicit Report(Filter filter = {}) : m_stats(this, std::move(filter)) {}
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
 
@@ -32,6 +34,7 @@ private:
     // A torn record or a fragment.
     struct Damage {
         Kind kind = Kind::kFragment;
+        std::string strInput;  // the log, if the page is about several
         std::uint64_t nOffset = 0;
         std::uint64_t cbSize = 0;
         std::int64_t nProcess = 0;

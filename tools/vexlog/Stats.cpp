@@ -69,6 +69,10 @@ void AppendJsonFunction(vexposix::OutputBuffer& output, const std::string& strNa
 }  // namespace
 
 void Stats::OnRecord(const Record& record) {
+    m_matcher.OnRecord(record);
+    if (!m_filter.Passes(record)) {
+        return;
+    }
     switch (record.kind) {
         case Kind::kRecord:
             ++m_log.cRecords;
@@ -91,10 +95,17 @@ void Stats::OnRecord(const Record& record) {
         m_log.first = std::min(m_log.first.value_or(*record.time), *record.time);
         m_log.last = std::max(m_log.last.value_or(*record.time), *record.time);
     }
-    m_matcher.OnRecord(record);
+}
+
+void Stats::Finish() {
+    m_matcher.Finish();
+    m_functions.resize(FunctionNames().size());
 }
 
 void Stats::OnCall(const Call& call) {
+    if (!m_filter.PassesFields(FunctionNames()[call.nFunction], call.nProcess, call.nThread, call.nBegin)) {
+        return;
+    }
     if (call.nFunction >= m_functions.size()) {
         m_functions.resize(call.nFunction + 1);
     }
@@ -126,6 +137,7 @@ void Stats::OnCall(const Call& call) {
 std::vector<std::size_t> Stats::SortedFunctions() const {
     std::vector<std::size_t> numbers(m_functions.size());
     std::iota(numbers.begin(), numbers.end(), std::size_t{0});
+    std::erase_if(numbers, [this](std::size_t nFunction) { return m_functions[nFunction].cCalls == 0; });
     std::sort(numbers.begin(), numbers.end(), [&names = FunctionNames()](std::size_t nLeft, std::size_t nRight) {
         return names[nLeft] < names[nRight];
     });
@@ -151,12 +163,10 @@ void PrintStatsText(const Stats& stats, bool bUtf8, vexposix::OutputBuffer& outp
     if (log.first) {
         output.Append("From " + FormatCivil(*log.first, ' ') + " to " + FormatCivil(*log.last, ' ') + "\n");
     }
-    const std::pair<std::string_view, std::uint64_t> counts[] = {{" records, ", log.cRecords},
-                                                                 {" of the minimal logger, ", log.cMinimal},
-                                                                 {" torn, ", log.cTorn},
-                                                                 {" continued, ", log.cContinued},
-                                                                 {" fragments, ", log.cFragments},
-                                                                 {" empty entries\n\n", log.cEmpty}};
+    const std::pair<std::string_view, std::uint64_t> counts[] = {
+        {" records, ", log.cRecords},     {" of the minimal logger, ", log.cMinimal},
+        {" torn, ", log.cTorn},           {" continued, ", log.cContinued},
+        {" fragments, ", log.cFragments}, {" empty entries\n\n", log.cEmpty}};
     for (const auto& [name, nCount] : counts) {
         output.AppendNumber(nCount);
         output.Append(name);
@@ -180,12 +190,9 @@ void PrintStatsJson(const Stats& stats, vexposix::OutputBuffer& output) {
     if (log.first) {
         output.Append("\"first\":\"" + FormatCivil(*log.first) + "\",\"last\":\"" + FormatCivil(*log.last) + "\",");
     }
-    const std::pair<std::string_view, std::uint64_t> counts[] = {{"records", log.cRecords},
-                                                                 {"minimal", log.cMinimal},
-                                                                 {"torn", log.cTorn},
-                                                                 {"continued", log.cContinued},
-                                                                 {"fragments", log.cFragments},
-                                                                 {"empty", log.cEmpty}};
+    const std::pair<std::string_view, std::uint64_t> counts[] = {
+        {"records", log.cRecords},     {"minimal", log.cMinimal},     {"torn", log.cTorn},
+        {"continued", log.cContinued}, {"fragments", log.cFragments}, {"empty", log.cEmpty}};
     for (const auto& [name, nCount] : counts) {
         AppendMember(output, name, nCount);
         output.Append(',');

@@ -2,9 +2,11 @@
 // the log.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "Calls.h"
+#include "Filter.h"
 #include "Histogram.h"
 #include "posix/OutputBuffer.h"
 
@@ -33,27 +35,32 @@ struct LogStats {
     std::optional<CivilMicroseconds> last;
 };
 
-// Counts the records of a log. Call Finish before the numbers are read.
+// Counts the records and calls that a filter passes. A call passes if its function, process and thread do, and the time
+// of its beginning; the filter's text does not matter. All records are needed to tell how a call ended. Call Finish
+// before the numbers are read.
 class Stats : public RecordSink, private CallSink {
 public:
     // Hands the calls on to pNext, unless it is null.
-    explicit Stats(CallSink* pNext = nullptr) : m_pNext(pNext), m_matcher(*this) {}
+    explicit Stats(CallSink* pNext = nullptr, Filter filter = {})
+        : m_pNext(pNext), m_filter(std::move(filter)), m_matcher(*this) {}
     Stats(const Stats&) = delete;
     Stats& operator=(const Stats&) = delete;
 
     void OnRecord(const Record& record) override;
-    void Finish() { m_matcher.Finish(); }
+    void Finish();
 
+    const Filter& Selection() const { return m_filter; }
     const LogStats& Log() const { return m_log; }
     const std::vector<std::string>& FunctionNames() const { return m_matcher.Functions(); }
     const FunctionStats& Of(std::size_t nFunction) const { return m_functions[nFunction]; }
-    // The functions' numbers in the order of their names.
+    // The numbers of the functions that have calls, in the order of their names.
     std::vector<std::size_t> SortedFunctions() const;
 
 private:
     void OnCall(const Call& call) override;
 
     CallSink* m_pNext;
+    const Filter m_filter;
     CallMatcher m_matcher;
     LogStats m_log;
     std::vector<FunctionStats> m_functions;

@@ -2,17 +2,21 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <memory>
+#include <vector>
 
+#include "EmptyEntries.h"
 #include "Follow.h"
 #include "Input.h"
 #include "JsonPrinter.h"
+#include "LastRecords.h"
 #include "Options.h"
 #include "OutputGuard.h"
 #include "Progress.h"
@@ -79,7 +83,17 @@ bool PollOrFinish(Follower& follower) {
     }
 }
 
-void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuffer& output) {
+void Advise(const EmptyEntries& entries) {
+    if (const std::string strAdvice = entries.Advice(); !strAdvice.empty()) {
+        tools::Complain("vexlog", strAdvice);
+    }
+}
+
+// fnOldRead is called once, when the records that were there before have been read.
+void FollowLog(const std::string& strPath, RecordSink& sink, const std::function<void()>& fnOldRead,
+               vexposix::OutputBuffer& output) {
+    // The second look without new bytes hands over a last record without its empty line.
+    constexpr int kLooks = 2;
     // SA_RESETHAND: a second signal ends a program that hangs.
     struct sigaction action = {};
     action.sa_handler = OnInterrupt;
@@ -89,6 +103,7 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
 
     Follower follower(strPath, sink);
     bool bTold = false;
+    int nQuiet = 0;
     while (s_nInterrupted == 0) {
         const bool bNew = PollOrFinish(follower);
         if (follower.TakeLost()) {
@@ -100,6 +115,10 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
             tools::Complain("vexlog", strPath + " does not exist yet; waiting for it");
         }
         if (!bNew) {
+            if (++nQuiet == kLooks) {
+                fnOldRead();
+            }
+            nQuiet = std::min(nQuiet, kLooks);
             output.Flush();
             if (!Wait()) {
                 throw vexposix::OutputClosed();
@@ -107,42 +126,56 @@ void FollowLog(const std::string& strPath, RecordSink& sink, vexposix::OutputBuf
         }
     }
     follower.Finish();
-}
-
-// If reading fails, prints the records that were read, then throws the error.
-void ReadAndPrint(const Options& options, RecordSink& sink, vexposix::OutputBuffer& output) {
-    try {
-        if (options.bFollow) {
-            FollowLog(options.strInput, sink, output);
-        } else {
-            Progress progress(output, isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0);
-            ReadLog(options.strInput, sink, progress);
-        }
-    } catch (const ReadError&) {
-        output.Flush();
-        throw;
+    if (nQuiet < kLooks) {
+        fnOldRead();
     }
-    output.Flush();
 }
 
 void Print(const Options& options) {
     vexposix::OutputBuffer output(STDOUT_FILENO);
     const std::unique_ptr<RecordSink> printer = MakePrinter(options, output);
-    FilterSink filter(options.filter, *printer);
-    ReadAndPrint(options, filter, output);
+    LastRecords last(options.cLast.value_or(0), *printer);
+    FilterSink filter(options.filter, options.cLast ? last : *printer);
+    EmptyEntries entries(filter);
+    const auto finish = [&] {
+        last.Release();
+        output.Flush();
+        Advise(entries);
+    };
+    try {
+        if (options.bFollow) {
+            FollowLog(options.inputs.front(), entries, finish, output);
+        } else {
+            Progress progress(output, isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0);
+            ReadLogs(options.inputs, entries, progress);
+        }
+    } catch (const ReadError&) {
+        // What was read before is printed.
+        last.Release();
+        output.Flush();
+        throw;
+    }
+    if (!options.bFollow) {
+        finish();
+    }
+    output.Flush();
 }
 
-void ReadQuietly(const std::string& strPath, RecordSink& sink) {
+void ReadQuietly(const std::vector<std::string>& paths, RecordSink& sink) {
     vexposix::OutputBuffer nothing(STDOUT_FILENO);
-    Progress progress(nothing, isatty(STDERR_FILENO) != 0);
-    ReadLog(strPath, sink, progress);
+    EmptyEntries entries(sink);
+    {
+        Progress progress(nothing, isatty(STDERR_FILENO) != 0);
+        ReadLogs(paths, entries, progress);
+    }
+    Advise(entries);
 }
 
 void PrintStats(const Options& options) {
-    Stats stats;
+    Stats stats(nullptr, options.filter);
     std::exception_ptr failure;
     try {
-        ReadQuietly(options.strInput, stats);
+        ReadQuietly(options.inputs, stats);
     } catch (const ReadError&) {
         failure = std::current_exception();
     }
@@ -165,10 +198,14 @@ void PrintStats(const Options& options) {
 // An old page is replaced only if the whole log was read.
 void WriteReport(const Options& options) {
     RefuseLogAsOutput(options.strOutput);
-    Report report;
-    ReadQuietly(options.strInput, report);
+    Report report(options.filter);
+    ReadQuietly(options.inputs, report);
     report.Finish();
-    const ReportOrigin origin = OriginHere(tools::ShownName(options.strInput, "standard input"));
+    std::string strSource;
+    for (const std::string& strInput : options.inputs) {
+        strSource += (strSource.empty() ? "" : ", ") + tools::ShownName(strInput, "standard input");
+    }
+    const ReportOrigin origin = OriginHere(strSource);
     WriteReportFile(options.strOutput, [&](vexposix::OutputBuffer& output) { report.Print(origin, output); });
 }
 
@@ -183,7 +220,9 @@ int Run(int argc, char** argv) {
         return nExit;
     }
     try {
-        RefuseInputAsOutput(options->command == Command::kReport ? options->strOutput : "-", options->strInput);
+        for (const std::string& strInput : options->inputs) {
+            RefuseInputAsOutput(options->command == Command::kReport ? options->strOutput : "-", strInput);
+        }
         switch (options->command) {
             case Command::kPrint:
                 Print(*options);

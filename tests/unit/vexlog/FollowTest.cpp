@@ -232,6 +232,11 @@ TEST_F(FollowTest, DoesNotWaitForEverForALock) {
     EXPECT_EQ(Numbers(), Range(50, 60));
 }
 
+TEST_F(FollowTest, RefusesACompressedLog) {
+    std::ofstream(m_strPath, std::ios::binary) << "\x1F\x8B\x08 and more";
+    EXPECT_THROW(m_follower.Poll(), vexlog::ReadError);
+}
+
 TEST_F(FollowTest, RefusesFilesThatCannotBeFollowed) {
     std::filesystem::create_directory(m_strPath);
     EXPECT_THROW(m_follower.Poll(), vexlog::ReadError);

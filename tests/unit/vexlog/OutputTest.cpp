@@ -1,10 +1,12 @@
-// How the printers show hostile text, and which records the filter passes.
-#include <gtest/gtest.h>
+// How the printers show hostile text, and which records the filter and others pass.
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include "Collected.h"
+#include "EmptyEntries.h"
 #include "Filter.h"
 #include "JsonPrinter.h"
+#include "LastRecords.h"
 #include "Row.h"
 #include "TempDirectory.h"
 #include "TextPrinter.h"
@@ -155,6 +157,16 @@ TEST(JsonPrinterTest, TheRestOfAMessageHasTheFieldsOfItsRecord) {
                   R"({"kind":"continued","offset":82,"size":7,)" + strFields + R"(,"message":"two"})" + "\n");
 }
 
+// The log is named if several are read.
+TEST(JsonPrinterTest, NamesTheLog) {
+    vexlog::Record record;
+    record.kind = vexlog::Kind::kEmpty;
+    record.input = "PILog.txt.1";
+    record.cEmpty = 2;
+    EXPECT_EQ(Written([&](OutputBuffer& output) { vexlog::JsonPrinter(output).OnRecord(record); }),
+              "{\"kind\":\"empty\",\"input\":\"PILog.txt.1\",\"offset\":0,\"size\":0,\"count\":2}\n");
+}
+
 TEST(JsonPrinterTest, KeepsBytesThatAreNotUtf8) {
     EXPECT_EQ(Printed("\xE9x", true),
               "{\"kind\":\"fragment\",\"offset\":0,\"size\":2,\"message\":\"\xEF\xBF\xBDx\",\"message_hex\":\"e978\","
@@ -205,6 +217,7 @@ INSTANTIATE_TEST_SUITE_P(
     Conditions, FilterTest,
     testing::Values(FilterRow{{"None"}, {}, "eabcd"}, FilterRow{{"ShortName"}, {.functions = {"P7Sign"}}, "a"},
                     FilterRow{{"WholeName"}, {.functions = {"Java_vex_jni_TAVClientJNI_P7Sign"}}, "a"},
+                    FilterRow{{"WholeNameOfAnother"}, {.functions = {"Java_vex_jni_TAVClientJNI_P1Sign"}}, ""},
                     FilterRow{{"EitherName"}, {.functions = {"P7Sign", "Function"}}, "abc"},
                     FilterRow{{"OtherName"}, {.functions = {"P7"}}, ""},
                     FilterRow{{"Thread"}, {.threads = {-12}}, "ad"},
@@ -217,6 +230,65 @@ INSTANTIATE_TEST_SUITE_P(
                     FilterRow{{"TextOfAnyCase"}, Text("ENTER", true), "a"},
                     FilterRow{{"TextOfAFragment"}, Text("frag", false), "e"}),
     RowName);
+
+// ---- The last records ----
+
+std::vector<std::string> LastOf(std::size_t cMost, std::string_view before, std::string_view behind) {
+    Collector collector;
+    vexlog::LastRecords last(cMost, collector);
+    vexlog::RecordParser parser(last);
+    parser.Feed(before);
+    parser.Finish();
+    EXPECT_TRUE(collector.lines.empty());
+    last.Release();
+    parser.Feed(behind);
+    parser.Finish();
+    return collector.lines;
+}
+
+TEST(LastRecordsTest, AreHandedOnWithTheirTexts) {
+    const std::vector<std::string> all = Collected(kMixedLog, 7);
+    ASSERT_EQ(all.size(), 5U);
+    for (std::size_t cMost = 0; cMost <= all.size() + 1; ++cMost) {
+        const std::size_t cLeftOut = all.size() - std::min(cMost, all.size());
+        EXPECT_EQ(LastOf(cMost, kMixedLog, ""),
+                  std::vector(all.begin() + static_cast<std::ptrdiff_t>(cLeftOut), all.end()))
+            << cMost;
+    }
+}
+
+TEST(LastRecordsTest, WhatComesBehindThemIsNotKept) {
+    EXPECT_EQ(LastOf(0, kMixedLog, kMixedLog), Collected(kMixedLog, 7));
+}
+
+TEST(LastRecordsTest, ADecodedMessageStaysDecoded) {
+    const std::string strLog = Entry(Garbled("Java_vex_jni_TAVClientJNI_AddFilter") + " Enter.") + "\r\n\r\n";
+    EXPECT_EQ(LastOf(1, strLog, ""), Collected(strLog, 100));
+}
+
+// ---- Blank entries ----
+
+std::string AdviceFor(const std::string& strLog) {
+    Collector collector;
+    vexlog::EmptyEntries entries(collector);
+    vexlog::RecordParser parser(entries);
+    parser.Feed(strLog);
+    parser.Finish();
+    EXPECT_EQ(collector.lines, Collected(strLog, 1000));
+    return entries.Advice();
+}
+
+TEST(EmptyEntriesTest, ALogOfBlankEntriesNamesTheLocale) {
+    const std::string strOne = Entry("one") + std::string(kEnd);
+    const std::string strBlank(kEnd);
+    EXPECT_EQ(AdviceFor(""), "");
+    EXPECT_EQ(AdviceFor(strOne), "");
+    EXPECT_EQ(AdviceFor(strOne + strOne + strBlank), "");
+    EXPECT_THAT(AdviceFor(strOne + strBlank), testing::StartsWith("1 entry of the log is blank: "));
+    EXPECT_THAT(AdviceFor(strBlank + strBlank + strBlank),
+                testing::AllOf(testing::StartsWith("3 entries of the log are blank: "), testing::HasSubstr("locale"),
+                               testing::HasSubstr("LC_ALL=C.UTF-8")));
+}
 
 TEST(OutputBufferTest, AClosedPipeThrowsOutputClosed) {
     int nEnds[2] = {};

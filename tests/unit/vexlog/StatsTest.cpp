@@ -136,6 +136,61 @@ TEST(CallsBoundTest, OpenCallsAndFunctionsHaveAGreatestNumber) {
     EXPECT_EQ(calls.lines.size(), vexlog::CallMatcher::kMostOpen + kOver);
 }
 
+struct SelectionRow : Row {
+    vexlog::Filter filter;
+    std::vector<std::string> expected;  // "P7Sign 2 calls 1 failed 0 open"
+    std::uint64_t cRecords;
+};
+
+class StatsSelectionTest : public testing::TestWithParam<SelectionRow> {};
+
+// P7Sign of thread 1 fails, which only its record of GetLastError shows. P7Sign of process 2 lasts from 3 to 9.
+TEST_P(StatsSelectionTest, CountsTheCallsThatPassAsTheyEnded) {
+    const std::string strLog = At(1, 1, "P7Sign", 325) + At(2, 1, "GetLastError", 501) + At(3, 1, "P7Sign", 325, 2) +
+                               At(4, 1, "GetLastError", 505) + At(9, 1, "P7Sign", 368, 2);
+    vexlog::Stats stats(nullptr, GetParam().filter);
+    vexlog::RecordParser parser(stats);
+    parser.Feed(strLog);
+    parser.Finish();
+    stats.Finish();
+    std::vector<std::string> lines;
+    for (const std::size_t nFunction : stats.SortedFunctions()) {
+        const vexlog::FunctionStats& of = stats.Of(nFunction);
+        lines.push_back(stats.FunctionNames()[nFunction] + " " + std::to_string(of.cCalls) + " calls " +
+                        std::to_string(of.cFailed) + " failed " + std::to_string(of.cOpen) + " open");
+        EXPECT_EQ(of.cCalls, of.cFailed + of.durations.Count());
+    }
+    EXPECT_EQ(lines, GetParam().expected);
+    EXPECT_EQ(stats.Log().cRecords, GetParam().cRecords);
+    // The report reads the numbers of all functions.
+    for (std::size_t nFunction = 0; nFunction < stats.FunctionNames().size(); ++nFunction) {
+        EXPECT_LE(stats.Of(nFunction).cCalls, 2U);
+    }
+}
+
+vexlog::Filter Between(int nFrom, int nTo) {
+    const vexlog::CivilMicroseconds minute = vexlog::ToCivil({2024, 3, 5, 9, 7, 0, 0}).value();
+    vexlog::Filter filter;
+    filter.since = minute + nFrom;
+    filter.until = minute + nTo;
+    return filter;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Selections, StatsSelectionTest,
+    testing::Values(
+        SelectionRow{{"All"}, {}, {"GetLastError 1 calls 0 failed 0 open", "P7Sign 2 calls 1 failed 0 open"}, 5},
+        SelectionRow{{"Function"}, {.functions = {"P7Sign"}}, {"P7Sign 2 calls 1 failed 0 open"}, 3},
+        SelectionRow{{"WholeFunction"},
+                     {.functions = {"Java_vex_jni_TAVClientJNI_P7Sign"}},
+                     {"P7Sign 2 calls 1 failed 0 open"},
+                     3},
+        SelectionRow{{"Process"}, {.processes = {2}}, {"P7Sign 1 calls 0 failed 0 open"}, 2},
+        SelectionRow{{"Thread"}, {.threads = {7}}, {}, 0},
+        SelectionRow{{"CallsThatBeginThen"}, Between(3, 5), {"P7Sign 1 calls 0 failed 0 open"}, 2},
+        SelectionRow{{"CallsThatBeganBefore"}, Between(4, 9), {}, 2}),
+    RowName);
+
 TEST(StatsTest, TheRestOfAMessageIsCountedApart) {
     vexlog::Stats stats;
     vexlog::RecordParser parser(stats);
