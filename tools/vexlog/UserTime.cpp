@@ -9,7 +9,7 @@
 namespace vexlog {
 namespace {
 
-constexpr std::string_view kNoTime = "";
+constexpr std::string_view kNoTime;  // the text has none of the forms
 constexpr std::string_view kTooFar = "too far from now";
 constexpr std::int64_t kMicrosecondsPerDay = 86'400 * kMicrosecondsPerSecond;
 
