@@ -97,12 +97,13 @@ TEST_F(FileServerLife, EndsOnSignals) {
     }
 }
 
-TEST_F(FileServerLife, GoesOnAfterSighup) {
-    Start();
+TEST_F(FileServerLife, LooksUpItsUsersAgainOnSighup) {
+    Start({"--allow-user", "root"});
     const std::uint64_t uId = Open("log");
     for (int i = 1; i <= 2; ++i) {
         m_server->Signal(SIGHUP);
-        EXPECT_TRUE(m_server->WaitForLog("SIGHUP ignored: there is nothing to reopen", i));
+        EXPECT_TRUE(m_server->WaitForLog("user root (0)", i + 1));
+        EXPECT_TRUE(m_server->WaitForLog("totals: ", i));
         EXPECT_EQ(Ask(WriteRequest(uId, "text")), WriteReply(true, 4));
     }
     m_server->Signal(SIGTERM);
@@ -211,14 +212,41 @@ TEST_F(FileServerLife, RefusesAPortInUse) {
     Start();
     FileServerProcess second({"--root", Root(), "--port", std::to_string(m_uPort)});
     EXPECT_EQ(second.Wait().nStatus, 1);
-    EXPECT_TRUE(
-        second.WaitForLog("cannot serve: port " + std::to_string(m_uPort) + " of 127.0.0.1: Address already in use"));
+    const std::string strPort = std::to_string(m_uPort);
+    EXPECT_TRUE(second.WaitForLog(
+        "cannot serve: port " + strPort + " of 127.0.0.1: Address already in use by process " +
+        std::to_string(m_server->Process()) + " (\"vexfiled\") of user " + std::to_string(geteuid()) +
+        "; end it (as root, \"ss -ltnp sport = :" + strPort + "\" shows it) or choose another --port"))
+        << second.Log();
     EXPECT_NE(Open("log"), 0U);
+}
+
+TEST_F(FileServerLife, CountsWhatItHasDone) {
+    Start({"--totals-seconds", "1", "--max-connections", "1"});
+    EXPECT_TRUE(m_server->WaitForLog("totals: 0 clients, 0 requests (0 failed), 0 bytes received, 0 bytes sent, "));
+    {
+        FileServerClient client(m_uPort);
+        ASSERT_EQ(client.Register(), 0);
+        const std::uint64_t uId = NumberAt(client.Exchange(OpenRequest("log")), 0);   // 24 + 8 + 3, 24 bytes
+        EXPECT_EQ(client.Exchange(WriteRequest(uId, "hello")), WriteReply(true, 5));  // 24 + 16 + 5, 12 bytes
+        EXPECT_EQ(client.Exchange(SizeRequest(uId + 1)), SizeReply(false, 0));        // 24 + 8, 16 bytes
+        EXPECT_EQ(FileServerClient(m_uPort).Register(), 1);
+    }
+    const std::string strTotals =
+        "totals: 1 clients, 3 requests (1 failed), 214 bytes received, 154 bytes sent, 1 clients refused (0 for their "
+        "user, 1 for too many connections)";
+    EXPECT_TRUE(m_server->WaitForLog(strTotals)) << m_server->Log();
+    m_server->Signal(SIGTERM);
+    EXPECT_EQ(m_server->Wait().nStatus, 0);
+    // The last two lines.
+    const std::string strLog = m_server->Log();
+    EXPECT_LT(strLog.rfind(strTotals), strLog.rfind("stopped\n")) << strLog;
+    EXPECT_LT(strLog.rfind("stopping on SIGTERM\n"), strLog.rfind(strTotals)) << strLog;
 }
 
 TEST_F(FileServerLife, RefusesAMissingRoot) {
     EXPECT_EQ(Run({"--root", Root() + "/missing", "--port", "0"}).nStatus, 1);
-    EXPECT_TRUE(m_server->WaitForLog("cannot serve: " + Root() + "/missing: No such file or directory"));
+    EXPECT_TRUE(m_server->WaitForLog("cannot serve: " + Root() + "/missing: No such file or directory; make it: "));
 }
 
 TEST_F(FileServerLife, RefusesAWrongCommandLine) {

@@ -24,7 +24,7 @@ int CountOf(const std::string& strPart, const std::string& strText) {
 
 }  // namespace
 
-FileServerProcess::FileServerProcess(std::vector<std::string> arguments, const std::string& strLimit) {
+FileServerProcess::FileServerProcess(std::vector<std::string> arguments, const std::string& strLimit, int nPassed) {
     arguments.insert(arguments.begin(), VEXFILED_PROGRAM);
     if (!strLimit.empty()) {
         arguments.insert(arguments.begin(), {"/bin/sh", "-c", "ulimit " + strLimit + " && exec \"$0\" \"$@\""});
@@ -42,6 +42,9 @@ FileServerProcess::FileServerProcess(std::vector<std::string> arguments, const s
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, pipe[1], STDERR_FILENO);
+    if (nPassed >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, nPassed, 3);
+    }
     const int nError = posix_spawn(&m_nProcess, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(pipe[1]);

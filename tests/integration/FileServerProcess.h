@@ -17,8 +17,9 @@ struct ServerEnd {
 
 class FileServerProcess {
 public:
-    // Starts with these arguments. strLimit: the arguments for ulimit, such as "-n 30".
-    explicit FileServerProcess(std::vector<std::string> arguments, const std::string& strLimit = {});
+    // Starts with these arguments. strLimit: the arguments for ulimit, such as "-n 30"; more shell commands may follow.
+    // nPassed: a descriptor that becomes the server's descriptor 3.
+    explicit FileServerProcess(std::vector<std::string> arguments, const std::string& strLimit = {}, int nPassed = -1);
     FileServerProcess(const FileServerProcess&) = delete;
     FileServerProcess& operator=(const FileServerProcess&) = delete;
     ~FileServerProcess();  // kills it

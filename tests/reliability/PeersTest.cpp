@@ -350,7 +350,7 @@ using PeersFileServer = FileServerFixture;
 TEST_F(PeersFileServer, ClientsForTheServer) {
     const long nClients = AmountOf("VEX_TEST_PEERS", 500) / 2;
     const std::uint64_t uSeed = SeedOfRun();
-    Start({"--idle-seconds", "3"});
+    Start({"--idle-seconds", "3", "--allow-any"});
     const pid_t nServer = m_server->Process();
     const std::size_t cDescriptors = DescriptorsOf(nServer);
     const std::uint64_t uId = Open("good");

@@ -149,7 +149,7 @@ Reply RequestHandler::Open(Fields fields) {
 
     // Checked first, so that no file is created that cannot be opened.
     if (!m_files.HasRoom()) {
-        return refuse({ERROR_TOO_MANY_OPEN_FILES, "too many open files"});
+        return refuse({ERROR_TOO_MANY_OPEN_FILES, "too many open files; raise --max-files"});
     }
     auto result = m_root.Open(strName);
     if (const auto* pRefusal = std::get_if<Refusal>(&result)) {

@@ -57,12 +57,8 @@ void Session::AnswerRegistration() {
 }
 
 void Session::WaitForMessage() {
-    if (!IsServed()) {
-        Drop("too many connections");
-        return;
-    }
     m_reply = {};
-    if (m_bFinishing) {
+    if (m_bFinishing || !IsServed()) {
         End();
         return;
     }
@@ -99,8 +95,11 @@ void Session::ReadPayload() {
 }
 
 void Session::Answer() {
+    m_setting.totals.uBytesReceived += sizeof m_requestHeader + m_payload.size();
+    ++m_setting.totals.uRequests;
     Reply reply = m_setting.handler.Handle(std::exchange(m_payload, {}));
     if (!reply.bDone) {
+        ++m_setting.totals.uFailedRequests;
         m_setting.log.Refused(Text("client ", m_uNumber, ": ", reply.strAccount));
     } else if (m_setting.log.IsVerbose()) {
         m_setting.log.Detail(Text("client ", m_uNumber, ": ", reply.strAccount));
@@ -110,7 +109,12 @@ void Session::Answer() {
     Enter(Stage::kReply);
     const std::array<asio::const_buffer, 2> buffers = {asio::buffer(&m_replyHeader, sizeof m_replyHeader),
                                                        asio::buffer(m_reply)};
-    asio::async_write(m_socket, buffers, Then(&Session::WaitForMessage));
+    asio::async_write(m_socket, buffers, Then(&Session::CountReply));
+}
+
+void Session::CountReply() {
+    m_setting.totals.uBytesSent += sizeof m_replyHeader + m_reply.size();
+    WaitForMessage();
 }
 
 void Session::Finish() {
@@ -169,7 +173,10 @@ void Session::OnError(const asio::error_code& error, std::size_t cbDone) {
 }
 
 void Session::Drop(std::string_view strReason) {
-    m_setting.log.Refused(Text("client ", m_uNumber, " dropped: ", strReason));
+    // The log has a line about a refused client already.
+    if (IsServed()) {
+        m_setting.log.Refused(Text("client ", m_uNumber, " dropped: ", strReason));
+    }
     End();
 }
 

@@ -17,6 +17,7 @@
 #include "Log.h"
 #include "RequestHandler.h"
 #include "RouteMessage.h"
+#include "Totals.h"
 
 namespace vexfiled {
 
@@ -24,6 +25,7 @@ namespace vexfiled {
 struct SessionSetting {
     RequestHandler& handler;
     Log& log;
+    Totals& totals;
     USHORT usPort;                 // the server's
     std::size_t cbMaxMessage;      // payload
     std::chrono::seconds timeout;  // for each wait for a client
@@ -38,6 +40,8 @@ public:
             std::function<void(Session&)> fnEnded);
 
     bool IsServed() const { return m_admission == Admission::kServed; }
+
+    int Descriptor() { return m_socket.native_handle(); }
 
     void Start();
 
@@ -56,6 +60,7 @@ private:
     void CheckHeader();
     void ReadPayload();
     void Answer();
+    void CountReply();
 
     void Enter(Stage stage);
     void OnTimeout();

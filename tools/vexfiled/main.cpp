@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <variant>
@@ -35,11 +36,28 @@ void RaiseDescriptorLimit(std::size_t cWanted, vexfiled::Log& log) {
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= cWanted) {
         return;
     }
+    const rlim_t cAllowed = limit.rlim_cur;
     limit.rlim_cur = std::min<rlim_t>(cWanted, limit.rlim_max);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        limit.rlim_cur = cAllowed;
+    }
     if (limit.rlim_cur < cWanted) {
         log.Event(Text("only ", limit.rlim_cur, " descriptors are allowed, but all files and connections need ",
-                       cWanted, "; raise the limit (ulimit -n)"));
+                       cWanted, "; raise the limit (ulimit -n, LimitNOFILE=)"));
+    }
+}
+
+vexfiled::Root OpenRoot(const std::string& strRoot) {
+    try {
+        return vexfiled::Root(strRoot);
+    } catch (const std::system_error& error) {
+        std::string strText = error.what();
+        if (error.code() == std::errc::no_such_file_or_directory) {
+            strText += Text("; make it: install -d -m 0700 -o ", geteuid(), " ", strRoot);
+        } else if (error.code() == std::errc::permission_denied) {
+            strText += Text("; give it to user ", geteuid(), ", with mode 0700");
+        }
+        throw std::runtime_error(strText);
     }
 }
 
@@ -59,18 +77,18 @@ void WarnOfUsers(const std::string& strRoot, const vexfiled::Root& root, vexfile
 int Serve(const vexfiled::Options& options) {
     vexfiled::Log log(options.bVerbose);
     SetUpProcess();
+    const char* pszFailed = "cannot serve: ";
     try {
         log.Event("version " VEX_VERSION);
-        const vexfiled::Root root(options.strRoot);
+        const vexfiled::Root root = OpenRoot(options.strRoot);
         WarnOfUsers(options.strRoot, root, log);
         RaiseDescriptorLimit(vexfiled::Server::MaxDescriptors(options), log);
         vexfiled::Server server(options, root, log);
+        pszFailed = "ends after an error: ";
         server.Run();
         return EXIT_SUCCESS;
-    } catch (const std::system_error& error) {
-        log.Event(Text("cannot serve: ", error.what()));
     } catch (const std::exception& error) {
-        log.Event(Text("ends after an error: ", error.what()));
+        log.Event(Text(pszFailed, error.what()));
     }
     return EXIT_FAILURE;
 }

@@ -34,28 +34,39 @@ TEST(CommandLine, Defaults) {
     EXPECT_EQ(options.files.cMaxFiles, 256U);
     EXPECT_EQ(options.files.maxIdle, std::chrono::seconds(60));
     EXPECT_EQ(options.clientTimeout, std::chrono::seconds(30));
+    EXPECT_EQ(options.totalsPeriod, std::chrono::hours(1));
+    EXPECT_THAT(options.allowedUsers, IsEmpty());
+    EXPECT_FALSE(options.bAllowAny);
+    EXPECT_FALSE(options.bPortGiven);
     EXPECT_FALSE(options.bVerbose);
 }
 
 TEST(CommandLine, EverythingGiven) {
     const auto options =
         std::get<Options>(Parse({"--root=/srv", "--port=0", "--max-message=64", "--max-connections=1", "--max-files=2",
-                                 "--idle-seconds=3", "--client-timeout-seconds=4", "--verbose"}));
+                                 "--idle-seconds=3", "--client-timeout-seconds=4", "--totals-seconds=5",
+                                 "--allow-user=root", "--allow-user", "4711", "--verbose"}));
     EXPECT_EQ(options.uPort, 0);
     EXPECT_EQ(options.cbMaxMessage, 64U);
     EXPECT_EQ(options.cMaxConnections, 1U);
     EXPECT_EQ(options.files.cMaxFiles, 2U);
     EXPECT_EQ(options.files.maxIdle, std::chrono::seconds(3));
     EXPECT_EQ(options.clientTimeout, std::chrono::seconds(4));
+    EXPECT_EQ(options.totalsPeriod, std::chrono::seconds(5));
+    EXPECT_THAT(options.allowedUsers, testing::ElementsAre("root", "4711"));
+    EXPECT_TRUE(options.bPortGiven);
     EXPECT_TRUE(options.bVerbose);
+    EXPECT_TRUE(std::get<Options>(Parse({"--root=/srv", "--allow-any"})).bAllowAny);
 }
 
 TEST(CommandLine, HelpAndVersion) {
     const auto help = std::get<EarlyEnd>(Parse({"--help"}));
     EXPECT_EQ(help.nStatus, 0);
     EXPECT_THAT(help.strError, IsEmpty());
-    for (const char* pszText : {"--root", "--port", "--max-message", "--max-files", "--max-connections",
-                                "--idle-seconds", "--client-timeout-seconds", "--verbose", "Examples:"}) {
+    for (const char* pszText :
+         {"--root", "--port", "--max-message", "--max-files", "--max-connections", "--idle-seconds",
+          "--client-timeout-seconds", "--verbose", "--allow-user", "--allow-any", "--totals-seconds", "SIGHUP",
+          "LISTEN_FDS", "Exit status", "Examples:"}) {
         EXPECT_THAT(help.strOutput, HasSubstr(pszText));
     }
     const auto version = std::get<EarlyEnd>(Parse({"--version"}));
@@ -88,6 +99,10 @@ INSTANTIATE_TEST_SUITE_P(All, WrongCommandLine,
                                          WrongLine{{"NoConnections"}, {"--root=/srv", "--max-connections=0"}},
                                          WrongLine{{"NoIdleTime"}, {"--root=/srv", "--idle-seconds=0"}},
                                          WrongLine{{"NoTimeout"}, {"--root=/srv", "--client-timeout-seconds=0"}},
+                                         WrongLine{{"NoTotals"}, {"--root=/srv", "--totals-seconds=0"}},
+                                         WrongLine{{"UnknownUser"}, {"--root=/srv", "--allow-user=nobody at all"}},
+                                         WrongLine{{"EmptyUser"}, {"--root=/srv", "--allow-user="}},
+                                         WrongLine{{"AnyAndUser"}, {"--root=/srv", "--allow-any", "--allow-user=0"}},
                                          WrongLine{{"Unknown"}, {"--root=/srv", "--daemon"}},
                                          WrongLine{{"Surplus"}, {"--root=/srv", "more"}}),
                          RowName);

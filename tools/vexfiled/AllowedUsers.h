@@ -1,0 +1,34 @@
+// The users whose programs are served. For one thread.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace vexfiled {
+
+// The user with this name or number. Nothing: there is no user with this name. May ask the network.
+std::optional<uid_t> FindUser(const std::string& strUser);
+
+class AllowedUsers {
+public:
+    // The server's own user and root are always among them. Throws std::runtime_error for an unknown name.
+    explicit AllowedUsers(std::vector<std::string> users);
+
+    bool Contains(uid_t user) const { return m_allowed.contains(user); }
+
+    // Looks the names up again. Throws std::runtime_error for a name that is unknown by now; nothing changes then.
+    void LookUp();
+
+    // "user 1000 (its own), root, user 1001 (bob)"
+    std::string Text() const;
+
+private:
+    std::vector<std::string> m_users;
+    std::set<uid_t> m_allowed;
+};
+
+}  // namespace vexfiled
