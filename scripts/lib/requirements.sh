@@ -49,6 +49,7 @@ test                        maven                     _vex_has_command mvn      
 test                        libmaven-compiler-plugin-java _vex_has_maven_plugin maven-compiler-plugin # Maven, compiler plugin
 test                        libmaven-resources-plugin-java _vex_has_maven_plugin maven-resources-plugin # Maven, resources plugin
 test                        lintian                   _vex_has_command lintian        # lintian
+test                        systemd                   _vex_has_command systemd-analyze # systemd-analyze and systemd-socket-activate
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
 test                        iproute2                  _vex_has_command ip             # ip, which brings up a network of its own

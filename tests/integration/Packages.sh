@@ -50,8 +50,8 @@ contains() {
 }
 contains "$bridge" lib/jni/libTAVClientJNI.so share/java/tavclientjni.jar
 contains "$toolkit" lib/jni/libVEXClientTKDll64.so
-contains "$tools" bin/vexfiled bin/vexlog bin/vexsign lib/systemd/system/vexfiled.service \
-    share/man/man1/vexfiled.1.gz share/man/man1/vexlog.1.gz share/man/man1/vexsign.1.gz
+contains "$tools" bin/vexfiled bin/vexlog bin/vexsign lib/systemd/system/vexfiled.{service,socket} \
+    share/man/man8/vexfiled.8.gz share/man/man1/vexlog.1.gz share/man/man1/vexsign.1.gz
 contains "$dev" include/vexclienttk/{VCTK,VCTKError,VCTKFilter,VEXCompat,VEXType}.h \
     lib/cmake/VEXClientTK/VEXClientTKConfig{,Version}.cmake lib/pkgconfig/vexclienttk.pc
 
@@ -112,9 +112,11 @@ done
 ldd root/usr/bin/vexsign | grep -F >/dev/null "libVEXClientTKDll64.so => $work/root/usr/bin/../lib/jni/" ||
     fail "vexsign's toolkit: $(ldd root/usr/bin/vexsign)"
 signs "$work/root/usr"
-for page in vexsign vexlog vexfiled; do
-    gzip -dc "root/usr/share/man/man1/$page.1.gz" | grep >/dev/null "^\.Dt ${page^^} 1" || fail "the page of $page"
-    root/usr/bin/$page --version >/dev/null
+for page in vexsign.1 vexlog.1 vexfiled.8; do
+    name=${page%.*} section=${page#*.}
+    gzip -dc "root/usr/share/man/man$section/$page.gz" | grep >/dev/null "^\.Dt ${name^^} $section" ||
+        fail "the page of $name"
+    "root/usr/bin/$name" --version >/dev/null
 done
 
 echo "== another project's program"
@@ -148,6 +150,21 @@ if ! { cmake -S program -B by-cmake -G Ninja -DCMAKE_PREFIX_PATH="$work/root/usr
     fail "a project that finds the toolkit: $(cat cmake.log)"
 fi
 by-cmake/program || fail "the program by CMake"
+
+echo "== the life of the tools' package"
+# dpkg needs a file system of its own.
+private=(unshare --mount --net)
+if ! "${private[@]}" true 2>/dev/null; then
+    private+=(--propagation unchanged)  # in a chroot
+fi
+mkdir layers
+if "${private[@]}" mount -t tmpfs tmpfs layers 2>/dev/null && ! mountpoint -q layers; then
+    "${private[@]}" "$source/tests/pages/private-copy" layers "$here/PackageLife.sh" "$work/$tools" >life.log 2>&1 ||
+        fail "the package's life: $(cat life.log)"
+else
+    ! mountpoint -q layers || umount layers
+    echo "skipped, because this user may not make namespaces"
+fi
 
 echo "== what is in them"
 "$here/CheckSbom.py" packages/*.spdx.json "${packages[@]}"
