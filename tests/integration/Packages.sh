@@ -52,7 +52,8 @@ contains "$bridge" lib/jni/libTAVClientJNI.so share/java/tavclientjni.jar
 contains "$toolkit" lib/jni/libVEXClientTKDll64.so
 contains "$tools" bin/vexfiled bin/vexlog bin/vexsign lib/systemd/system/vexfiled.{service,socket} \
     share/man/man8/vexfiled.8.gz share/man/man1/vexlog.1.gz share/man/man1/vexsign.1.gz
-contains "$dev" include/vexclienttk/{VCTK,VCTKError,VCTKFilter,VEXCompat,VEXType}.h \
+mapfile -t headers < <(cd "$source/BaseInclude" && printf 'include/vexclienttk/%s\n' *.h)
+contains "$dev" "${headers[@]}" \
     lib/cmake/VEXClientTK/VEXClientTKConfig{,Version}.cmake lib/pkgconfig/vexclienttk.pc
 
 echo "== what the packages depend on"
@@ -134,9 +135,9 @@ int main() {
     return fGood && VCTK_Finalize(hObject) == VCTK_OK ? 0 : 1;
 }
 CPP
-read -ra flags < <(PKG_CONFIG_PATH=root/usr/lib/pkgconfig pkg-config --cflags --libs vexclienttk)
+read -ra flags < <(PKG_CONFIG_PATH=$work/root/usr/lib/pkgconfig pkg-config --cflags --libs vexclienttk)
 g++ -std=c++17 program/main.cpp "${flags[@]}" -o by-pkg-config
-LD_LIBRARY_PATH=root/usr/lib/jni ./by-pkg-config || fail "the program by pkg-config"
+./by-pkg-config || fail "the program by pkg-config"
 cat >program/CMakeLists.txt <<'CMAKE'
 cmake_minimum_required(VERSION 3.16)
 project(program LANGUAGES CXX)
@@ -151,19 +152,32 @@ if ! { cmake -S program -B by-cmake -G Ninja -DCMAKE_PREFIX_PATH="$work/root/usr
 fi
 by-cmake/program || fail "the program by CMake"
 
-echo "== the life of the tools' package"
-# dpkg needs a file system of its own.
+echo "== a program that uses the file server"
+# The program of the page about it, and every header by itself.
+mkdir page
+chmod 755 . # another user starts the program
+"$source/tests/pages/blocks.py" "$source/docs/file-server.md" page
+cp page/*.cpp client.cpp
+g++ -std=c++17 -Wall -Wextra -Werror client.cpp "${flags[@]}" -o client
+for header in "${headers[@]##*/}"; do
+    echo "#include <$header>" | g++ -std=c++17 -Wall -Wextra -Werror -fsyntax-only "${flags[@]}" -xc++ - ||
+        fail "$header cannot be used by itself"
+done
+# The client's port is fixed, so server and client need a network of their own, and dpkg needs a file system of its own.
 private=(unshare --mount --net)
 if ! "${private[@]}" true 2>/dev/null; then
     private+=(--propagation unchanged)  # in a chroot
 fi
 mkdir layers
 if "${private[@]}" mount -t tmpfs tmpfs layers 2>/dev/null && ! mountpoint -q layers; then
+    "${private[@]}" "$here/ServedProgram.sh" "$work/root/usr/bin/vexfiled" "$work/client" || fail "the page's program"
+
+    echo "== the life of the tools' package"
     "${private[@]}" "$source/tests/pages/private-copy" layers "$here/PackageLife.sh" "$work/$tools" >life.log 2>&1 ||
         fail "the package's life: $(cat life.log)"
 else
     ! mountpoint -q layers || umount layers
-    echo "skipped, because this user may not make namespaces"
+    echo "skipped: the file server's program and the package's life, because this user may not make namespaces"
 fi
 
 echo "== what is in them"
