@@ -2,7 +2,8 @@
 """Checks an SPDX 2.3 document in JSON: CheckSbom.py <document> <package.deb>...
 
 The document has the fields that the format requires and defines every identifier that it uses. It has the checksums of
-the packages, and what each of them depends on, recommends or suggests. All versions are installed on this machine.
+the packages, and what each of them depends on, recommends or suggests. All versions are installed on this machine. Every
+package has a licence.
 """
 import datetime
 import hashlib
@@ -98,3 +99,37 @@ for name, header_packages in {"libvexclienttk-substitute": ["libp11-kit-dev"],
     for header_package in header_packages:
         if subprocess.run(["dpkg-query", "-W", header_package], check=False, capture_output=True).returncode == 0:
             assert by_name[header_package]["SPDXID"] in compiled, (name, header_package)
+
+# The licences of what is linked or compiled in. The names are SPDX's, the licences those that the projects publish.
+RUN_TIME_OF_GCC = "GPL-3.0-or-later WITH GCC-exception-3.1"
+LICENCES = {
+    "libtavclientjni-java": "LicenseRef-proprietary AND GPL-2.0-only WITH Classpath-exception-2.0",
+    "libvexclienttk-substitute": "LicenseRef-proprietary AND LicenseRef-pkcs11-permissive",
+    "tavclientjni-tools": "LicenseRef-proprietary AND BSD-3-Clause AND BSL-1.0",
+    "libvexclienttk-dev": "LicenseRef-proprietary",
+    "libc6": "LGPL-2.1-or-later",
+    "libgcc-s1": RUN_TIME_OF_GCC,
+    "libstdc++6": RUN_TIME_OF_GCC,
+    "libssl3": "Apache-2.0",
+    "libssl3t64": "Apache-2.0",
+    "libasio-dev": "BSL-1.0",
+    "libcli11-dev": "BSD-3-Clause",
+    "libp11-kit-dev": "BSD-3-Clause",
+    "zlib1g": "Zlib",
+    "libzstd1": "BSD-3-Clause OR GPL-2.0-only",
+}
+texts = {text["licenseId"]: text["extractedText"] for text in document["hasExtractedLicensingInfos"]}
+used = set()
+for package in document["packages"]:
+    licence = package["licenseDeclared"]
+    if "versionInfo" not in package:
+        assert licence == "NOASSERTION", package
+        continue
+    if package["name"] in LICENCES:
+        assert licence == LICENCES[package["name"]], (package["name"], licence)
+    for name in re.split(" (?:AND|OR|WITH) ", licence):
+        assert re.fullmatch("[A-Za-z0-9.-]+", name) and name != "NOASSERTION", (package["name"], licence)
+        if name.startswith("LicenseRef-"):
+            used.add(name)
+            assert len(texts[name]) > 100, name
+assert used == texts.keys(), (used, texts.keys())
