@@ -1,4 +1,4 @@
-# Settings of both shipped libraries: hardening, an export list, never unloaded.
+# Settings of both shipped libraries: hardened links, an export list, never unloaded.
 #
 # vex_shared_library(<target> EXPORTS <version script> [EXACT_LIBRARIES <item>...])
 #   EXACT_LIBRARIES  the NEEDED entries, in this order, instead of those that the compiler driver adds. Ignored for
@@ -12,11 +12,9 @@ function(vex_shared_library target)
     set(ARG_EXPORTS ${CMAKE_CURRENT_BINARY_DIR}/exports-coverage.map)
     file(CONFIGURE OUTPUT ${ARG_EXPORTS} CONTENT "${exports}" @ONLY)
   endif()
-  target_compile_options(${target} PRIVATE -fstack-protector-strong -fvisibility-inlines-hidden)
-  target_compile_definitions(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  target_compile_options(${target} PRIVATE -fvisibility-inlines-hidden)
   target_link_options(${target} PRIVATE
-    -Wl,-z,nodelete -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
-    -Wl,--version-script=${ARG_EXPORTS})
+    ${VEX_HARDENED_LINK} -Wl,-z,nodelete -Wl,--version-script=${ARG_EXPORTS})
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${ARG_EXPORTS} BUILD_WITH_INSTALL_RPATH ON)
   if(NOT VEX_SANITIZE AND NOT VEX_COVERAGE)
     target_link_options(${target} PRIVATE -Wl,-z,defs)

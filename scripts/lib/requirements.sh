@@ -5,7 +5,7 @@
 #                          packages of Debian or Ubuntu and installs them with apt-get (with sudo unless it runs as
 #                          root). Ends the script if something is still missing.
 #
-# Stages: build, package, demo, test, fuzz, soak, bench, coverage, lint.
+# Stages: build, package, demo, test, fuzz, soak, bench, coverage, lint, reproducible.
 
 # One requirement a line: the stages that need it, its package, the function (with its argument) that checks for it,
 # and after "#" its name for messages. The functions look for programs and files, not for packages: a compiler from
@@ -20,11 +20,11 @@ build                       libssl-dev                _vex_has_openssl_headers  
 build                       libcli11-dev              _vex_has_header CLI/CLI.hpp     # CLI11
 build                       zlib1g-dev                _vex_has_header zlib.h          # zlib
 build                       libp11-kit-dev            _vex_has_pkcs11_header          # the declarations of PKCS #11
-build                       default-jdk-headless      _vex_has_jdk                    # a JDK of Java 17 or newer
+build                       default-jdk-headless      _vex_has_jdk                    # a JDK of Java 17.0.3 or newer
 build                       libasio-dev               _vex_has_header asio.hpp        # asio, the standalone kind
-package,test                dpkg-dev                  _vex_has_command dpkg-shlibdeps # dpkg-shlibdeps
-package,test                file                      _vex_has_command file           # file
-package,test,bench,coverage python3                   _vex_has_command python3        # Python 3
+package,test,reproducible   dpkg-dev                  _vex_has_command dpkg-shlibdeps # dpkg-shlibdeps
+package,test,reproducible   file                      _vex_has_command file           # file
+package,test,bench,coverage,reproducible python3     _vex_has_command python3        # Python 3
 demo,test,bench             openssl                   _vex_has_command openssl        # the openssl command
 test                        binutils                  _vex_has_command readelf        # readelf
 test                        gnutls-bin                _vex_has_command certtool       # certtool, of GnuTLS
@@ -65,7 +65,10 @@ bench                       libspdlog-dev             _vex_has_header spdlog/spd
 bench                       libgoogle-glog-dev        _vex_has_header glog/logging.h  # glog
 test,bench                  time                      _vex_has_command time           # GNU time
 coverage                    gcovr                     _vex_has_command gcovr          # gcovr
-lint                        git                       _vex_has_command git            # git
+lint,reproducible           git                       _vex_has_command git            # git
+reproducible                faketime                  _vex_has_command faketime       # faketime
+soak                        debootstrap               _vex_has_command debootstrap    # debootstrap
+test                        systemd                   _vex_has_systemd                # systemd
 lint                        clang-format              _vex_has_command clang-format   # clang-format
 lint                        clang-tidy                _vex_has_command clang-tidy     # clang-tidy
 lint                        shellcheck                _vex_has_command shellcheck     # shellcheck
@@ -146,7 +149,7 @@ _vex_has_cmake() {
 
 _vex_has_jdk() {
     _vex_has_command java && _vex_has_command javac &&
-        _vex_is_version "$(javac -version 2>&1 | sed -n 's/^javac //p')" 17
+        _vex_is_version "$(javac -version 2>&1 | sed -n 's/^javac //p')" 17.0.3
 }
 
 _vex_has_jar() {
@@ -168,6 +171,11 @@ _vex_has_junit() {
     for part in jupiter-api jupiter-params jupiter-engine platform-commons platform-engine platform-launcher; do
         _vex_has_jar "junit-$part" || return 1
     done
+}
+
+# The program that starts as the first process.
+_vex_has_systemd() {
+    [ -x /usr/lib/systemd/systemd ] || [ -x /lib/systemd/systemd ]
 }
 
 # An input of "localedef -i". The package libc-bin only has the program.

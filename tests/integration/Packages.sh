@@ -39,22 +39,44 @@ toolkit=$(echo packages/libvexclienttk-substitute_*.deb)
 tools=$(echo packages/tavclientjni-tools_*.deb)
 dev=$(echo packages/libvexclienttk-dev_*.deb)
 
-lintian --allow-root --fail-on error "${packages[@]}" >lintian.log 2>&1 || fail "lintian: $(cat lintian.log)"
-! grep -q '^E:' lintian.log || fail "lintian: $(cat lintian.log)"
+lintian --allow-root --fail-on error,warning "${packages[@]}" >lintian.log 2>&1 || fail "lintian: $(cat lintian.log)"
+! grep -q '^[EW]:' lintian.log || fail "lintian: $(cat lintian.log)"
+# Each override is needed.
+lintian --allow-root --tags unused-override,mismatched-override "${packages[@]}" >lintian.log 2>&1 || true
+! grep -q 'override' lintian.log || fail "lintian: $(cat lintian.log)"
+
+echo "== the same packages again, elsewhere and later"
+(
+    umask 027
+    mkdir home
+    HOME=$work/home TZ=Asia/Tokyo cpack --config "$build/CPackConfig.cmake" -B "$work/again" >cpack.log 2>&1
+) || fail "cpack: $(cat cpack.log)"
+for file in packages/*.deb; do
+    # Only the headers of the two archives inside tell the umask.
+    for part in --ctrl-tarfile --fsys-tarfile; do
+        cmp <(dpkg-deb "$part" "$file") <(dpkg-deb "$part" "again/${file##*/}") ||
+            fail "$file depends on when, where or by whom it was made"
+    done
+done
+diff <(grep -vE 'checksumValue|documentNamespace' packages/*.spdx.json) \
+    <(grep -vE 'checksumValue|documentNamespace' again/*.spdx.json) >&2 || fail "the SPDX document"
 
 # contains PACKAGE FILE...: these files and, except documents, no others.
 contains() {
-    dpkg-deb -c "$1" | awk '$1 !~ /^d/ { print $6 }' | grep -v '^\./usr/share/doc/' | sort >found
+    dpkg-deb -c "$1" | awk '$1 !~ /^d/ { print $6 }' | grep -v -e '^\./usr/share/doc/' -e '^\./usr/share/lintian/overrides/' |
+        sort >found
     printf './usr/%s\n' "${@:2}" | sort >wanted
     diff wanted found >&2 || fail "the contents of $1"
 }
-contains "$bridge" lib/jni/libTAVClientJNI.so share/java/tavclientjni.jar
+contains "$bridge" lib/jni/libTAVClientJNI.so share/java/tavclientjni.jar \
+    "share/java/tavclientjni-$(dpkg-deb -f "$bridge" Version | sed 's/-.*//').jar"
 contains "$toolkit" lib/jni/libVEXClientTKDll64.so
 contains "$tools" bin/vexfiled bin/vexlog bin/vexsign lib/systemd/system/vexfiled.{service,socket} \
+    share/bash-completion/completions/{vexfiled,vexlog,vexsign} \
     share/man/man8/vexfiled.8.gz share/man/man1/vexlog.1.gz share/man/man1/vexsign.1.gz
 mapfile -t headers < <(cd "$source/BaseInclude" && printf 'include/vexclienttk/%s\n' *.h)
 contains "$dev" "${headers[@]}" \
-    lib/cmake/VEXClientTK/VEXClientTKConfig{,Version}.cmake lib/pkgconfig/vexclienttk.pc
+    lib/cmake/VEXClientTK/VEXClientTKConfig{,Version}.cmake share/pkgconfig/vexclienttk.pc
 
 echo "== what the packages depend on"
 depends() {
@@ -119,6 +141,16 @@ for page in vexsign.1 vexlog.1 vexfiled.8; do
         fail "the page of $name"
     "root/usr/bin/$name" --version >/dev/null
 done
+# The pages and the packages have one date.
+date=$(sed -n 's/^ -- .*>  //p' "$source/packaging/changelog" | head -n 1)
+dated=".Dd $(date --utc --date="$date" '+%B %-d, %Y')"
+for page in root/usr/share/man/man*/vex*.gz; do
+    [ "$(gzip -dc "$page" | grep '^\.Dd ')" = "$dated" ] || fail "$page does not have the date of the changelog: $dated"
+done
+for package in "${packages[@]}"; do
+    TZ=UTC dpkg-deb -c "$package" | awk '{ print $4 }' | sort -u | diff - <(date --utc --date="$date" +%F) >&2 ||
+        fail "files of another day in $package"
+done
 
 echo "== another project's program"
 dpkg-deb -x "$dev" root
@@ -135,7 +167,7 @@ int main() {
     return fGood && VCTK_Finalize(hObject) == VCTK_OK ? 0 : 1;
 }
 CPP
-read -ra flags < <(PKG_CONFIG_PATH=$work/root/usr/lib/pkgconfig pkg-config --cflags --libs vexclienttk)
+read -ra flags < <(PKG_CONFIG_PATH=$work/root/usr/share/pkgconfig pkg-config --cflags --libs vexclienttk)
 g++ -std=c++17 program/main.cpp "${flags[@]}" -o by-pkg-config
 ./by-pkg-config || fail "the program by pkg-config"
 cat >program/CMakeLists.txt <<'CMAKE'
