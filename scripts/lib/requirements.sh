@@ -49,11 +49,10 @@ test                        maven                     _vex_has_command mvn      
 test                        libmaven-compiler-plugin-java _vex_has_maven_plugin maven-compiler-plugin # Maven, compiler plugin
 test                        libmaven-resources-plugin-java _vex_has_maven_plugin maven-resources-plugin # Maven, resources plugin
 test                        lintian                   _vex_has_command lintian        # lintian
-test                        systemd                   _vex_has_command systemd-analyze # systemd-analyze and systemd-socket-activate
+test                        systemd                   _vex_has_systemd                # systemd, systemd-analyze, systemd-socket-activate
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
 test                        iproute2                  _vex_has_command ip             # ip, which brings up a network of its own
-test                        systemd                   _vex_has_command systemd-analyze # systemd-analyze
 test                        xz-utils                  _vex_has_command xz             # xz
 test                        procps                    _vex_has_command kill           # kill, as a program
 test                        bsdutils                  _vex_has_command script         # script, of util-linux
@@ -68,7 +67,6 @@ coverage                    gcovr                     _vex_has_command gcovr    
 lint,reproducible           git                       _vex_has_command git            # git
 reproducible                faketime                  _vex_has_command faketime       # faketime
 soak                        debootstrap               _vex_has_command debootstrap    # debootstrap
-test                        systemd                   _vex_has_systemd                # systemd
 lint                        clang-format              _vex_has_command clang-format   # clang-format
 lint                        clang-tidy                _vex_has_command clang-tidy     # clang-tidy
 lint                        shellcheck                _vex_has_command shellcheck     # shellcheck
@@ -175,7 +173,8 @@ _vex_has_junit() {
 
 # The program that starts as the first process.
 _vex_has_systemd() {
-    [ -x /usr/lib/systemd/systemd ] || [ -x /lib/systemd/systemd ]
+    _vex_has_command systemd-analyze && _vex_has_command systemd-socket-activate &&
+        { [ -x /usr/lib/systemd/systemd ] || [ -x /lib/systemd/systemd ]; }
 }
 
 # An input of "localedef -i". The package libc-bin only has the program.
