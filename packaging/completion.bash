@@ -3,7 +3,7 @@
 # commands and options of the installed version.
 
 # Prints the options of a help text, one a line: the name, a tabulator, the name of its value ("" if it takes none). The
-# lines of descriptions are further to the right.
+# lines of descriptions are further to the right. Behind the value are remarks about other options.
 _vex_tools_options() {
     awk '
         match($0, /^ +-/) && RLENGTH <= 20 {
@@ -16,6 +16,7 @@ _vex_tools_options() {
             }
             value = match($0, /^ [A-Z]/) ? substr($0, 2) : ""
             sub(/ .*/, "", value)
+            if (value ~ /^(REQUIRED|Excludes:|Needs:)$/) value = ""
             for (i = 1; i <= count; ++i) print names[i] "\t" value
         }' <<<"$1"
 }
@@ -78,6 +79,9 @@ _vex_tools() {
                 return ;;
             DIR*)
                 _vex_tools_files -d "$current"
+                return ;;
+            USER*)
+                mapfile -t COMPREPLY < <(compgen -u -- "$current")
                 return ;;
             NAME=VALUE)
                 _vex_tools_words "$(_vex_tools_filters "$help")" "$current"

@@ -30,11 +30,12 @@ offers() {
     [ "$found" = "$wanted" ] || fail "\"${*:2}\" is completed by: $found; not by: $wanted"
 }
 
-# offers_all_of COMMAND...: each option that the help of the command prints at the beginning of a line.
+# offers_all_of COMMAND...: each option that the help of the command prints at the beginning of a line, by all its names.
 offers_all_of() {
     local option
-    completed "$@" --  >offered
-    "$programs/$1" "${@:2}" --help | grep -oE '^ {1,20}(-[A-Za-z], *)?--[a-z-]+' | grep -oE '\-\-[a-z-]+' >options
+    completed "$@" - >offered
+    "$programs/$1" "${@:2}" --help | grep -oE '^ {1,20}-[A-Za-z, -]+' | sed 's/^ *//; s/,  */,/g; s/ .*//' |
+        tr ',' '\n' >options
     [ "$(wc -l <options)" -ge 2 ] || fail "options of $*: $(cat options)"
     while read -r option; do
         grep -qxF -- "$option" offered || fail "\"$*\" has $option, which is not in: $(cat offered)"
@@ -42,12 +43,12 @@ offers_all_of() {
 }
 
 echo "== commands and options"
-for command in vexsign 'vexsign list' 'vexsign p1' 'vexsign p7' vexlog 'vexlog stats' 'vexlog report' vexfiled; do
+for command in vexsign 'vexsign list' 'vexsign p1' 'vexsign p7' 'vexsign verify' vexlog 'vexlog stats' 'vexlog report' vexfiled; do
     # shellcheck disable=SC2086
     offers_all_of $command
 done
 completed vexsign '' >commands
-for command in list p1 p7; do
+for command in list p1 p7 verify; do
     grep -qx "$command" commands || fail "no $command in: $(cat commands)"
 done
 offers 'list' vexsign li
@@ -56,6 +57,10 @@ offers '' vexsign p1 --attach
 offers '--attached' vexsign p7 --attach
 offers 'report' vexlog rep
 offers '--root' vexfiled --roo
+offers '--allow-any --allow-user' vexfiled --allow
+offers '--output --output-dir' vexsign p7 demo: --outp
+offers '--ca' vexsign verify --ca
+offers '--since' vexlog stats --si
 
 echo "== values"
 offers 'base64 der' vexsign p7 demo: --out ''
@@ -65,12 +70,19 @@ offers 'auto always never' vexlog --colour ''
 offers 'key-size= key-usage= key-usage-all= key-algorithm=' vexsign list demo: --filter key-
 offers 'letter.txt' vexsign p7 demo: --pin-source le
 offers 'logs' vexfiled --root ''
+offers 'logs' vexsign p1 demo: --output-dir ''
 offers '' vexfiled --port ''
+offers 'root' vexfiled --allow-user roo
+offers 'letter.txt' vexsign verify --ca le
+# These take none. Their help names other options behind them.
+offers 'letter.txt' vexsign p7 demo: --ask-pin le
+offers 'letter.txt' vexsign verify --no-chain le
 
 echo "== stores and files"
 offers 'demo:' vexsign p7 de
 offers 'keys.p12' vexsign p7 ke
 offers 'letter.txt' vexsign p7 demo: let
+offers 'letter.txt' vexsign verify let
 offers 'letter.txt' vexlog let
 offers '' vexfiled let
 

@@ -83,12 +83,11 @@ depends() {
     dpkg-deb -f "$1" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort | tr '\n' ' '
 }
 [ "$(depends "$bridge")" = 'libc6 libgcc-s1 libstdc++6 ' ] || fail "the bridge needs $(depends "$bridge")"
-for part in "$toolkit" "$tools"; do
-    case $(depends "$part") in
-        'libc6 libgcc-s1 libssl3 libstdc++6 ' | 'libc6 libgcc-s1 libssl3t64 libstdc++6 ') ;;
-        *) fail "$part needs $(depends "$part")" ;;
-    esac
-done
+# The t64 is part of newer releases' names.
+[[ "$(depends "$toolkit")" =~ ^'libc6 libgcc-s1 libssl3'(t64)?' libstdc++6 '$ ]] ||
+    fail "the toolkit needs $(depends "$toolkit")"
+[[ "$(depends "$tools")" =~ ^'libc6 libgcc-s1 libssl3'(t64)?' libstdc++6 zlib1g '$ ]] ||
+    fail "the tools need $(depends "$tools")"
 
 for part in bridge toolkit tools dev; do
     dpkg-deb -x "${!part}" "root-$part"
