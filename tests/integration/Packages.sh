@@ -126,6 +126,14 @@ for file in root-bridge/usr/lib/jni/*.so root-toolkit/usr/lib/jni/*.so root-tool
 done
 [ "$noticed" -eq 4 ] || fail "CLI11 and asio were found $noticed times"
 notice root-toolkit 'g10 Code GmbH' 'as long as this notice is preserved'
+"$here/CheckCompiledIn.py" "$build" "$source/packaging/sbom" >&2 || fail "the list of what is compiled in"
+# The bundled jar holds the bridge and the toolkit.
+jar --extract --file "$build/java/tavclientjni-bundled.jar" META-INF/COPYRIGHT || fail "the notices of the bundled jar"
+for package in root-bridge root-toolkit; do
+    grep -v '^Files: \*\|^$' "$package"/usr/share/doc/*/copyright | while read -r line; do
+        grep -qF -- "$line" META-INF/COPYRIGHT || fail "no \"$line\" in the notices of the bundled jar"
+    done
+done
 
 echo "== signing from them"
 for package in "$bridge" "$toolkit" "$tools"; do
