@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "Row.h"
+#include "UserTime.h"
 
 namespace {
 
@@ -11,12 +12,12 @@ using vexlog::CivilMicroseconds;
 using vexlog::ClockCheck;
 
 CivilMicroseconds At(const std::string& strTime) {
-    const auto time = vexlog::ParseUserTime(strTime, 0);
+    const auto time = vexlog::ParseUserTime(strTime, 0).time;
     EXPECT_TRUE(time) << strTime;
     return time.value_or(0);
 }
 
-const CivilMicroseconds kNow = *vexlog::ParseUserTime("2024-03-10T12:00", 0);
+const CivilMicroseconds kNow = At("2024-03-10T12:00");
 
 // "2024-03-05T09:00:00 to 2024-03-05T09:10:00: 2 wrong"
 std::vector<std::string> Described(const vexlog::Periods& periods) {

@@ -7,6 +7,7 @@
 #include "Collected.h"
 #include "RecordParser.h"
 #include "Row.h"
+#include "UserTime.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ using testing::Not;
 constexpr int kNowhere = -1;
 
 vexlog::ReportOrigin Origin() {
-    return {"PILog.txt", "host", "UTC+01:00 (CET)", *vexlog::ParseUserTime("2024-03-10T12:00:01.5", 0)};
+    return {"PILog.txt", "host", "UTC+01:00 (CET)", *vexlog::ParseUserTime("2024-03-10T12:00:01.5", 0).time};
 }
 
 std::string Page(std::string_view log, const vexlog::ReportOrigin& origin = Origin()) {
@@ -182,12 +183,14 @@ INSTANTIATE_TEST_SUITE_P(Zones, ZoneTest,
                          RowName);
 
 TEST(OriginTest, IsThisHostNow) {
-    const vexlog::CivilMicroseconds before = vexlog::CivilNow();
+    const TimeZone zone("IST-5:30");
+    const auto now = [] { return vexlog::CivilOfSystem(vexlog::SystemNow()); };
+    const auto before = now();
     const vexlog::ReportOrigin origin = vexlog::OriginHere("log");
     EXPECT_EQ(origin.strSource, "log");
     EXPECT_FALSE(origin.strHost.empty());
     EXPECT_GE(origin.made, before);
-    EXPECT_LE(origin.made, vexlog::CivilNow());
+    EXPECT_LE(origin.made, now());
 }
 
 }  // namespace
