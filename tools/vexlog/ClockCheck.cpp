@@ -86,18 +86,41 @@ std::size_t PeriodOf(const std::vector<Period>& periods, CivilMicroseconds time)
     return later == periods.begin() ? 0 : static_cast<std::size_t>(later - periods.begin()) - 1;
 }
 
-void MarkImpossible(std::vector<Period>& periods, CivilMicroseconds now) {
+// logs: the periods of each.
+void MarkImpossible(std::vector<std::vector<Period>>& logs, CivilMicroseconds now) {
     const CivilMicroseconds first = *ToCivil({.nYear = ClockCheck::kFirstYear});
     const auto isImpossible = [=](const Period& period) {
         return period.last < first || period.first > now + kMostAhead;
     };
     // If all are, the clock of this host is no better than theirs.
-    if (std::all_of(periods.begin(), periods.end(), isImpossible)) {
+    if (std::all_of(logs.begin(), logs.end(), [&](const std::vector<Period>& periods) {
+            return std::all_of(periods.begin(), periods.end(), isImpossible);
+        })) {
         return;
     }
-    for (Period& period : periods) {
-        period.bWrong = isImpossible(period);
+    for (std::vector<Period>& periods : logs) {
+        for (Period& period : periods) {
+            period.bWrong = isImpossible(period);
+        }
     }
+}
+
+// Sorts periods and joins those without a gap between them. What is joined is wrong if all its parts are.
+std::vector<Period> Joined(std::vector<Period> parts, CivilMicroseconds nGap) {
+    std::sort(parts.begin(), parts.end(),
+              [](const Period& left, const Period& right) { return left.first < right.first; });
+    std::vector<Period> periods;
+    for (const Period& part : parts) {
+        if (periods.empty() || part.first > periods.back().last + nGap) {
+            periods.push_back(part);
+        } else {
+            Period& period = periods.back();
+            period.last = std::max(period.last, part.last);
+            period.cRecords += part.cRecords;
+            period.bWrong = period.bWrong && part.bWrong;
+        }
+    }
+    return periods;
 }
 
 }  // namespace
@@ -137,11 +160,28 @@ void ClockCheck::Add(CivilMicroseconds time) {
     ++run.cRecords;
 }
 
-Periods ClockCheck::Judge(CivilMicroseconds now) const {
-    std::vector<Period> periods = JoinPeriods();
-    MarkImpossible(periods, now);
-    MarkUnordered(periods);
-    return Periods(std::move(periods));
+Periods ClockCheck::Judge(const std::vector<const ClockCheck*>& checks, CivilMicroseconds now) {
+    std::vector<std::vector<Period>> logs;
+    CivilMicroseconds nGap = kGap;
+    for (const ClockCheck* const pCheck : checks) {
+        logs.push_back(pCheck->Unjudged());
+        nGap = std::max(nGap, pCheck->m_nGap);
+    }
+    MarkImpossible(logs, now);
+    std::vector<Period> all;
+    for (std::size_t n = 0; n < checks.size(); ++n) {
+        checks[n]->MarkUnordered(logs[n]);
+        all.insert(all.end(), logs[n].begin(), logs[n].end());
+    }
+    return Periods(Joined(std::move(all), nGap));
+}
+
+std::vector<Period> ClockCheck::Unjudged() const {
+    std::vector<Period> parts;
+    for (const Run& run : m_runs) {
+        parts.push_back({run.first, run.last, run.cRecords, false});
+    }
+    return Joined(std::move(parts), m_nGap);
 }
 
 // Widens the gap until half of the runs are left.
@@ -161,21 +201,6 @@ void ClockCheck::JoinRuns() {
         }
         m_runs.resize(cJoined);
     }
-}
-
-std::vector<Period> ClockCheck::JoinPeriods() const {
-    std::vector<Run> runs = m_runs;
-    std::sort(runs.begin(), runs.end(), [](const Run& left, const Run& right) { return left.first < right.first; });
-    std::vector<Period> periods;
-    for (const Run& run : runs) {
-        if (periods.empty() || run.first > periods.back().last + m_nGap) {
-            periods.push_back({run.first, run.last, run.cRecords, false});
-        } else {
-            periods.back().last = std::max(periods.back().last, run.last);
-            periods.back().cRecords += run.cRecords;
-        }
-    }
-    return periods;
 }
 
 // The longest chain of runs is right: as many records as possible in the order of time. A period is wrong if none of

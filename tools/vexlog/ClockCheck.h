@@ -50,7 +50,12 @@ public:
     void Add(CivilMicroseconds time);
 
     // A time that is later than now by more than the difference between two time zones is wrong in any case.
-    Periods Judge(CivilMicroseconds now) const;
+    Periods Judge(CivilMicroseconds now) const { return Judge({this}, now); }
+    // The periods of several logs, each judged by itself. One that several logs share is wrong if it is in all of them.
+    static Periods Judge(const std::vector<const ClockCheck*>& checks, CivilMicroseconds now);
+
+    // The periods in the order of time, none of which is marked as wrong.
+    std::vector<Period> Unjudged() const;
 
 private:
     // Records behind one another in the file whose times are near each other.
@@ -64,7 +69,6 @@ private:
         return first <= run.last + m_nGap && last >= run.first - m_nGap;
     }
     void JoinRuns();
-    std::vector<Period> JoinPeriods() const;
     void MarkUnordered(std::vector<Period>& periods) const;
 
     std::vector<Run> m_runs;

@@ -160,11 +160,12 @@ void PrintCalls(const std::deque<Call>& calls, const Threads& threads, const Per
 
 void Report::OnRecord(const Record& record) {
     m_stats.OnRecord(record);
-    if (!m_stats.Selection().Passes(record)) {
-        return;
-    }
+    const bool bSelected = m_stats.Selection().Passes(record);
     if (record.time && record.kind != Kind::kContinued) {
-        m_clock.Add(*record.time);
+        m_clocks.Add(record.input, *record.time, bSelected);
+    }
+    if (!bSelected) {
+        return;
     }
     if (record.bTorn || record.kind == Kind::kFragment) {
         ++m_cDamages;
@@ -185,7 +186,7 @@ void Report::OnCall(const Call& call) {
 }
 
 void Report::Print(const ReportOrigin& origin, vexposix::OutputBuffer& output) const {
-    const Periods periods = m_clock.Judge(origin.made);
+    const Periods periods = m_clocks.Judge(origin.made);
     constexpr std::string_view kHidden = " hidden";
     const std::pair<std::string_view, std::function<void()>> parts[] = {
         {"script", [&] { output.Append(kReportScript); }},

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "ClockCheck.h"
+#include "LogClocks.h"
 #include "ReportOrigin.h"
 #include "Stats.h"
 
@@ -54,7 +54,7 @@ private:
     void PrintFunctions(vexposix::OutputBuffer& output) const;
 
     Stats m_stats;
-    ClockCheck m_clock;
+    LogClocks m_clocks;
     std::deque<Call> m_calls;
     std::uint64_t m_cDropped = 0;
     std::vector<Damage> m_damages;

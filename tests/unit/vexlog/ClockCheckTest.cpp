@@ -1,5 +1,5 @@
 // Which times of a log come from a wrong clock.
-#include "ClockCheck.h"
+#include "LogClocks.h"
 
 #include <gmock/gmock.h>
 
@@ -148,6 +148,76 @@ TEST(ClockCheckRangeTest, LeavesOutWhatIsWrong) {
     EXPECT_FALSE(periods.IsWrong(At("2024-03-05T09:01")));
     EXPECT_TRUE(periods.IsWrong(At("2024-03-09")));
 }
+
+struct LogTime {
+    std::string strLog;
+    std::string strTime;
+    bool bSelected = true;
+};
+
+struct LogsRow : Row {
+    std::vector<LogTime> times;  // in the order in which they are read
+    std::vector<std::string> expected;
+};
+
+class LogClocksTest : public testing::TestWithParam<LogsRow> {};
+
+TEST_P(LogClocksTest, JudgesEachLogAndShowsWhatIsSelected) {
+    vexlog::LogClocks clocks;
+    for (const LogTime& time : GetParam().times) {
+        clocks.Add(time.strLog, At(time.strTime), time.bSelected);
+    }
+    EXPECT_THAT(Described(clocks.Judge(kNow)), testing::ElementsAreArray(GetParam().expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Logs, LogClocksTest,
+    testing::Values(
+        LogsRow{{"None"}, {}, {}},
+        // The first log was ahead until its clock was set, so that its right records are read last.
+        LogsRow{{"AWrongClockThatHoldsUpItsLog"},
+                {{"other", "2024-03-05T12:00"},
+                 {"other", "2024-03-05T12:01"},
+                 {"other", "2024-03-05T12:02"},
+                 {"ahead", "2024-03-06T09:00"},
+                 {"ahead", "2024-03-05T09:00"},
+                 {"ahead", "2024-03-05T09:01"}},
+                {"2024-03-05T09:00:00 to 2024-03-05T09:01:00: 2", "2024-03-05T12:00:00 to 2024-03-05T12:02:00: 3",
+                 "2024-03-06T09:00:00 to 2024-03-06T09:00:00: 1 wrong"}},
+        LogsRow{{"WrongInOneLogAndRightInAnother"},
+                {{"a", "2024-03-05T09:00"},
+                 {"b", "2024-03-06T09:00"},
+                 {"a", "2024-03-06T09:30"},
+                 {"a", "2024-03-05T09:01"}},
+                {"2024-03-05T09:00:00 to 2024-03-05T09:01:00: 2", "2024-03-06T09:00:00 to 2024-03-06T09:30:00: 2"}},
+        LogsRow{
+            {"WrongInBoth"},
+            {{"a", "2024-03-05T09:00"},
+             {"b", "2024-03-05T09:00"},
+             {"a", "2024-03-06T09:00"},
+             {"b", "2024-03-06T09:30"},
+             {"a", "2024-03-05T09:01"},
+             {"b", "2024-03-05T09:01"}},
+            {"2024-03-05T09:00:00 to 2024-03-05T09:01:00: 4", "2024-03-06T09:00:00 to 2024-03-06T09:30:00: 2 wrong"}},
+        LogsRow{
+            {"ALogWithoutAnyPossibleTime"},
+            {{"a", "1970-01-01T00:00:05"}, {"b", "2024-03-05T09:00"}},
+            {"1970-01-01T00:00:05 to 1970-01-01T00:00:05: 1 wrong", "2024-03-05T09:00:00 to 2024-03-05T09:00:00: 1"}},
+        LogsRow{{"NoPossibleTimeAtAll"},
+                {{"a", "1970-01-01T00:00:05"}, {"b", "1970-01-01T12:00"}},
+                {"1970-01-01T00:00:05 to 1970-01-01T00:00:05: 1", "1970-01-01T12:00:00 to 1970-01-01T12:00:00: 1"}},
+        // The last hour of a log whose wrong clock is a day ahead: alone, it has more wrong records than right ones.
+        LogsRow{
+            {"WhatIsNotSelectedCountsAsEvidence"},
+            {{"", "2024-03-04T09:00", false},
+             {"", "2024-03-05T10:00"},
+             {"", "2024-03-04T09:01", false},
+             {"", "2024-03-05T10:01"},
+             {"", "2024-03-04T09:02", false},
+             {"", "2024-03-05T08:00"}},
+            {"2024-03-05T08:00:00 to 2024-03-05T08:00:00: 1", "2024-03-05T10:00:00 to 2024-03-05T10:01:00: 2 wrong"}},
+        LogsRow{{"NothingSelected"}, {{"", "2024-03-05T09:00", false}}, {}}),
+    RowName);
 
 // Two processes of different zones write in turn, more often than the runs that are kept.
 TEST(ClockCheckBoundTest, ManyJumpsWidenTheGap) {
