@@ -92,12 +92,12 @@ def call(when, milliseconds, **fields):
     return entry(when, **fields) + entry(when + datetime.timedelta(milliseconds=milliseconds), **fields, line=368)
 
 
-def report(work, log, name="page.html"):
+def report(work, log, name="page.html", *selection):
     page = work / name
     source = work / "PILog.txt"
     if log is not None:
         source.write_bytes(b"\xff\xfe" + (log if isinstance(log, bytes) else log.encode()))
-    subprocess.run([VEXLOG, "report", str(page), "--input", str(source)], check=True)
+    subprocess.run([VEXLOG, "report", str(page), "--input", str(source), *selection], check=True)
     return page
 
 
@@ -233,6 +233,31 @@ def check_wrong_clock(browser, work):
     browser.screenshot(SCREENSHOTS / "vexlog-report-clock.png")
 
 
+def check_selection(browser, work):
+    """A page of a part of the log says so, where every reader sees it."""
+    start = datetime.datetime(2024, 3, 5, 9, 7, 2)
+    log = "".join(call(start + datetime.timedelta(seconds=n), 80, process=4711 + n % 2) for n in range(20))
+    wrong = call(start + datetime.timedelta(days=9), 80, process=4713)
+    page = report(work, log + wrong + log, "part.html", "--pid", "4711", "--pid", "4713", "--since", "2024-03-05")
+    for width in (WIDE, NARROW):
+        show(browser, page, width=width)
+        said, top, bottom = browser.evaluate("""(() => { const part = document.getElementById("selection");
+            const at = part.getBoundingClientRect(); return [part.innerText, at.top, at.bottom]; })()""")
+        assert said == ("This page shows only a part of the log: process 4711 or 4713; from 2024-03-05 "
+                        "00:00:00.000000."), said
+        assert 0 < top < bottom < 400, (top, bottom)
+        assert not browser.evaluate(SPILLED)
+        assert tile(browser, "Calls") == 21
+        assert tile(browser, "Wrong clock") == 2
+        browser.screenshot(SCREENSHOTS / f"vexlog-report-part-{width}.png")
+
+    # Only the calls with a wrong clock: nothing is drawn, and the page says why.
+    show(browser, report(work, None, "wrong.html", "--pid", "4713"), width=NARROW)
+    _, _, rows = written(browser)
+    assert rows == ["All calls have a wrong clock; see their list."], rows
+    assert browser.evaluate("document.getElementById('apart-count').textContent") == "1 of 1."
+
+
 def check_torn(browser, work):
     start = datetime.datetime(2024, 3, 5, 9, 7, 2)
     calls = [call(start + datetime.timedelta(milliseconds=100 * n), 80) for n in range(20)]
@@ -352,8 +377,8 @@ def main():
         print("There is no Chromium here.")
         return SKIPPED
     SCREENSHOTS.mkdir(parents=True, exist_ok=True)
-    checks = (check_full_log, check_origin, check_dates, check_wrong_clock, check_torn, check_many_processes,
-              check_hostile_log, check_empty_log)
+    checks = (check_full_log, check_origin, check_dates, check_wrong_clock, check_selection, check_torn,
+              check_many_processes, check_hostile_log, check_empty_log)
     with tempfile.TemporaryDirectory(prefix="vextest.") as profile, Chromium.Chromium(profile) as browser:
         for check in checks:
             with tempfile.TemporaryDirectory(prefix="vextest.") as directory:

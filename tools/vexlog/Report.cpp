@@ -102,6 +102,10 @@ bool IsApart(const Call& call, const Periods& periods) {
     return periods.IsWrong(call.nBegin) || periods.IsWrong(call.nBegin + call.nDuration);
 }
 
+std::string_view NameOf(Kind damaged) {
+    return damaged == Kind::kFragment ? "fragment" : damaged == Kind::kContinued ? "torn message" : "torn record";
+}
+
 // The periods whose clock was wrong. The page's script adds the calls.
 void PrintWrongClocks(const Periods& periods, vexposix::OutputBuffer& output) {
     for (const Period& period : periods.All()) {
@@ -114,6 +118,34 @@ void PrintWrongClocks(const Periods& periods, vexposix::OutputBuffer& output) {
             output.WriteWhenFull();
         }
     }
+}
+
+// A condition of the selection: "process" and the values, of which one has to match.
+struct Condition {
+    std::string_view name;
+    std::vector<std::string> values;
+};
+
+std::vector<Condition> ConditionsOf(const Filter& filter) {
+    Condition processes = {"process", {}};
+    for (const std::int64_t nProcess : filter.processes) {
+        processes.values.push_back(std::to_string(nProcess));
+    }
+    Condition threads = {"thread", {}};
+    for (const std::int32_t nThread : filter.threads) {
+        threads.values.push_back(std::to_string(nThread));
+    }
+    Condition since = {"from", {}};
+    if (filter.since) {
+        since.values.push_back(TimeText(*filter.since));
+    }
+    Condition until = {"until", {}};
+    if (filter.until) {
+        until.values.push_back(TimeText(*filter.until));
+    }
+    std::vector<Condition> conditions = {{"function", filter.functions}, processes, threads, since, until};
+    std::erase_if(conditions, [](const Condition& condition) { return condition.values.empty(); });
+    return conditions;
 }
 
 void AppendTile(vexposix::OutputBuffer& output, std::string_view name, std::uint64_t nValue) {
@@ -235,7 +267,9 @@ void Report::PrintSummary(const ReportOrigin& origin, const Periods& periods, ve
         output.Append(" <span>" + TimeText(*periods.First()) + "</span> to <span>" + TimeText(*periods.Last()) +
                       "</span>");
     }
-    output.Append("</p>\n<p class=\"source\" id=\"made\">Made on <code>");
+    output.Append("</p>\n");
+    PrintSelection(output);
+    output.Append("<p class=\"source\" id=\"made\">Made on <code>");
     AppendText(output, origin.strHost);
     output.Append("</code> at <span>" + TimeOfMaking(origin.made) + "</span> <span>");
     AppendText(output, origin.strZone);
@@ -267,6 +301,28 @@ void Report::PrintSummary(const ReportOrigin& origin, const Periods& periods, ve
         output.AppendNumber(m_cDropped);
         output.Append(" earlier calls are only in the numbers by function.</p>\n");
     }
+}
+
+// A page about a part of a log must not look like one about the whole log.
+void Report::PrintSelection(vexposix::OutputBuffer& output) const {
+    const std::vector<Condition> conditions = ConditionsOf(m_stats.Selection());
+    if (conditions.empty()) {
+        return;
+    }
+    output.Append("<p class=\"selection\" id=\"selection\">This page shows only a part of the log: ");
+    bool bFirst = true;
+    for (const auto& [name, values] : conditions) {
+        output.Append(bFirst ? "" : "; ");
+        bFirst = false;
+        output.Append(name);
+        for (std::size_t n = 0; n < values.size(); ++n) {
+            output.Append(n == 0 ? " <code>" : " or <code>");
+            AppendText(output, values[n]);
+            output.Append("</code>");
+        }
+        output.WriteWhenFull();
+    }
+    output.Append(".</p>\n");
 }
 
 void Report::PrintTable(vexposix::OutputBuffer& output) const {
@@ -316,11 +372,11 @@ void Report::PrintUnlisted(vexposix::OutputBuffer& output) const {
 
 void Report::PrintDamages(vexposix::OutputBuffer& output) const {
     for (const Damage& damage : m_damages) {
-        const bool bRecord = damage.kind == Kind::kRecord || damage.kind == Kind::kMinimal;
+        const bool bRecord = damage.kind != Kind::kFragment;
         output.Append("<tr>");
         AppendCell(output, (damage.strInput.empty() ? "" : damage.strInput + ": ") + std::to_string(damage.nOffset));
         AppendCell(output, std::to_string(damage.cbSize));
-        AppendCell(output, bRecord ? "torn record" : "fragment");
+        AppendCell(output, NameOf(damage.kind));
         AppendCell(output, damage.time ? TimeText(*damage.time) : "");
         AppendCell(output, bRecord ? std::to_string(damage.nProcess) : "");
         AppendCell(output, bRecord ? std::to_string(damage.nThread) : "");

@@ -46,6 +46,7 @@ private:
 
     void OnCall(const Call& call) override;
     void PrintSummary(const ReportOrigin& origin, const Periods& periods, vexposix::OutputBuffer& output) const;
+    void PrintSelection(vexposix::OutputBuffer& output) const;
     void PrintTable(vexposix::OutputBuffer& output) const;
     void PrintLeftOut(vexposix::OutputBuffer& output) const;
     void PrintUnlisted(vexposix::OutputBuffer& output) const;

@@ -5,8 +5,10 @@
 #include <stdlib.h>
 
 #include "Collected.h"
+#include "Merge.h"
 #include "RecordParser.h"
 #include "Row.h"
+#include "TempDirectory.h"
 #include "UserTime.h"
 
 namespace {
@@ -20,15 +22,20 @@ vexlog::ReportOrigin Origin() {
     return {"PILog.txt", "host", "UTC+01:00 (CET)", *vexlog::ParseUserTime("2024-03-10T12:00:01.5", 0).time};
 }
 
-std::string Page(std::string_view log, const vexlog::ReportOrigin& origin = Origin()) {
-    vexlog::Report report;
-    vexlog::RecordParser parser(report);
-    parser.Feed(log);
-    parser.Finish();
+std::string PageOf(vexlog::Report& report, const vexlog::ReportOrigin& origin = Origin()) {
     report.Finish();
     vexposix::OutputBuffer output(kNowhere);
     report.Print(origin, output);
     return std::string(output.Pending());
+}
+
+std::string Page(std::string_view log, const vexlog::ReportOrigin& origin = Origin(),
+                 const vexlog::Filter& filter = {}) {
+    vexlog::Report report(filter);
+    vexlog::RecordParser parser(report);
+    parser.Feed(log);
+    parser.Finish();
+    return PageOf(report, origin);
 }
 
 std::string Tile(const std::string& strName, int nValue) {
@@ -39,8 +46,16 @@ std::string Cell(const std::string& strText) {
     return "<td>" + strText + "</td>";
 }
 
-std::string Sign(const std::string& strTime, bool bEnter, int nThread = -12) {
-    return Entry("x", "Java_vex_jni_TAVClientJNI_P7Sign", bEnter ? 325 : 368, strTime, 4711, nThread) + "\r\n\r\n";
+std::string Sign(const std::string& strTime, bool bEnter, int nThread = -12, int nProcess = 4711) {
+    return Entry("x", "Java_vex_jni_TAVClientJNI_P7Sign", bEnter ? 325 : 368, strTime, nProcess, nThread) + "\r\n\r\n";
+}
+
+vexlog::CivilMicroseconds At(const std::string& strTime) {
+    return vexlog::ParseUserTime(strTime, 0).time.value();
+}
+
+std::string WrongClock(const std::string& strFirst, const std::string& strLast, int cRecords) {
+    return "<tr>" + Cell(strFirst) + Cell(strLast) + Cell(std::to_string(cRecords)) + "</tr>\n";
 }
 
 TEST(ReportTest, SaysWhatItIsAbout) {
@@ -102,6 +117,131 @@ TEST(ReportTest, SaysHowManyDamagedPlacesItLeavesOut) {
         EXPECT_EQ(strPage.find("The list has the first 1000 of 1001.") != std::string::npos, cMore > 0);
     }
 }
+
+TEST(ReportTest, ListsATornMessage) {
+    const std::string strMessage = "first\r\nsecond\r\n\r\n";
+    const std::string strRest = "third\r\nfourth";
+    const std::string strFirst = Entry(strMessage, "Java_vex_jni_TAVClientJNI_P7Sign", 325, "2024-03-05 09:07:02:000");
+    const std::string strPage = Page(strFirst + strRest + Sign("2024-03-05 09:07:02:500", false));
+    EXPECT_THAT(strPage, HasSubstr(Tile("Continued", 1)));
+    EXPECT_THAT(strPage, HasSubstr(Tile("Torn records", 0)));
+    EXPECT_THAT(strPage,
+                HasSubstr("<tr>" + Cell(std::to_string(strFirst.size())) + Cell(std::to_string(strRest.size())) +
+                          Cell("torn message") + Cell("2024-03-05 09:07:02.000000") + Cell("4711") + Cell("-12") +
+                          Cell("P7Sign") + "</tr>\n</tbody>"));
+}
+
+// ---- Selections ----
+
+struct SelectionRow : Row {
+    vexlog::Filter filter;
+    std::string strSentence;  // behind "only a part of the log"; empty: there is none
+};
+
+class ReportSelectionTest : public testing::TestWithParam<SelectionRow> {};
+
+TEST_P(ReportSelectionTest, IsSaid) {
+    const std::string strPage = Page(Sign("2024-03-05 09:07:02:000", true), Origin(), GetParam().filter);
+    const std::string strSentence = GetParam().strSentence;
+    EXPECT_EQ(strPage.find("id=\"selection\"") != std::string::npos, !strSentence.empty());
+    EXPECT_THAT(strPage, HasSubstr(strSentence.empty() ? "" : "only a part of the log: " + strSentence + ".</p>"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Filters, ReportSelectionTest,
+    testing::Values(
+        SelectionRow{{"None"}, {}, ""}, SelectionRow{{"Process"}, {.processes = {4711}}, "process <code>4711</code>"},
+        SelectionRow{{"SeveralThreads"},
+                     {.threads = {-12, 7, 8}},
+                     "thread <code>-12</code> or <code>7</code> or <code>8</code>"},
+        SelectionRow{{"Since"}, {.since = At("2024-03-05")}, "from <code>2024-03-05 00:00:00.000000</code>"},
+        SelectionRow{{"All"},
+                     {.functions = {"P7Sign"},
+                      .threads = {-12},
+                      .processes = {4711},
+                      .since = At("2024-03-05"),
+                      .until = At("2024-03-06")},
+                     "function <code>P7Sign</code>; process <code>4711</code>; thread <code>-12</code>; "
+                     "from <code>2024-03-05 00:00:00.000000</code>; until <code>2024-03-06 00:00:00.000000</code>"},
+        SelectionRow{{"Markup"}, {.functions = {"<b>&"}}, "function <code>&#60;b&#62;&#38;</code>"},
+        SelectionRow{{"Reordering"}, {.functions = {"a\xE2\x80\xAE"}}, "function <code>a\\u{202e}</code>"}),
+    RowName);
+
+TEST(ReportTest, ShowsOnlyTheSelectedDamages) {
+    const std::string strTorn = Entry("x", "Java_vex_jni_TAVClientJNI_P7Sign", 325, "2024-03-05 09:07:02:000");
+    const std::string strOther = Entry("x", "Java_vex_jni_TAVClientJNI_P1Sign", 200, "2024-03-05 09:07:02:100", 4712);
+    const std::string strLog = "rest\r\n\r\n" + strOther + strTorn + Sign("2024-03-05 09:07:02:500", false);
+    const std::string strPage = Page(strLog, Origin(), {.processes = {4711}});
+    EXPECT_THAT(strPage, HasSubstr(Tile("Torn records", 1)));
+    EXPECT_THAT(strPage, HasSubstr(Tile("Fragments", 0)));
+    EXPECT_THAT(strPage, HasSubstr("<tbody>\n<tr>" + Cell(std::to_string(8 + strOther.size())) +
+                                   Cell(std::to_string(strTorn.size())) + Cell("torn record")));
+    EXPECT_THAT(strPage, HasSubstr("\"threads\":[[4711,-12]]"));
+    EXPECT_THAT(strPage, HasSubstr("\"torn\":[0,0]"));
+    EXPECT_THAT(strPage, Not(HasSubstr(Cell("4712"))));
+    // Fragments have no process and no time.
+    EXPECT_THAT(Page("rest\r\n\r\n", Origin(), {.since = At("2024-03-05")}),
+                HasSubstr("<section aria-labelledby=\"damages-title\" hidden>"));
+}
+
+TEST(ReportTest, CountsOnlyTheSelectedWrongClocks) {
+    const std::string strLog = Sign("2024-03-05 09:07:02:000", true) + Sign("2024-03-05 09:07:02:500", false) +
+                               Sign("2099-03-05 09:07:02:000", true, 1, 4712) +
+                               Sign("2024-03-07 09:07:02:000", true, 1, 4713) +
+                               Sign("2024-03-07 09:07:02:500", false, 1, 4713) + Sign("2024-03-05 09:07:03:000", true) +
+                               Sign("2024-03-05 09:07:03:500", false);
+    EXPECT_THAT(Page(strLog), HasSubstr(Tile("Wrong clock", 3)));
+    const std::string strRight = Page(strLog, Origin(), {.processes = {4711}});
+    EXPECT_THAT(strRight, HasSubstr(Tile("Wrong clock", 0)));
+    EXPECT_THAT(strRight, HasSubstr("<section aria-labelledby=\"clocks-title\" hidden>"));
+    // Alone, these records are in order. The others show that their clock was wrong.
+    const std::string strWrong = Page(strLog, Origin(), {.since = At("2024-03-06"), .until = At("2024-03-08")});
+    EXPECT_THAT(strWrong, HasSubstr(Tile("Calls", 1)));
+    EXPECT_THAT(strWrong, HasSubstr(Tile("Wrong clock", 2)));
+    EXPECT_THAT(strWrong,
+                HasSubstr("<tbody>\n" + WrongClock("2024-03-07 09:07:02.000000", "2024-03-07 09:07:02.000500", 2) +
+                          "</tbody>"));
+    EXPECT_THAT(strWrong, HasSubstr("\"apart\":[0,"));
+}
+
+// ---- Several logs ----
+
+TEST(ReportTest, NamesTheLogOfADamage) {
+    const TempDirectory directory;
+    const std::string strFirst = directory.Write("first", "rest\r\n\r\n" + Sign("2024-03-05 09:07:02:000", true));
+    const std::string strSecond = directory.Write("<b>", "lost\r\n\r\n" + Sign("2024-03-05 09:07:01:000", true, 1));
+    vexlog::Report report;
+    vexlog::Merge({strFirst, strSecond}).Read(report, [](const vexlog::Source&) {});
+    const std::string strPage = PageOf(report);
+    EXPECT_THAT(strPage, HasSubstr(Tile("Fragments", 2)));
+    EXPECT_THAT(strPage, HasSubstr(Cell(strFirst + ": 0") + Cell("8") + Cell("fragment")));
+    EXPECT_THAT(strPage, HasSubstr("&#60;b&#62;: 0</td>"));
+}
+
+// The first log's clock was a day ahead until it was set, so its right records are read behind those of the second.
+TEST(ReportTest, JudgesTheClockOfEachLog) {
+    const TempDirectory directory;
+    const std::string strAhead =
+        directory.Write("ahead", Sign("2024-03-06 09:00:00:000", true) + Sign("2024-03-06 09:00:00:500", false) +
+                                     Sign("2024-03-05 09:00:01:000", true) + Sign("2024-03-05 09:00:01:500", false) +
+                                     Sign("2024-03-05 09:00:02:000", true) + Sign("2024-03-05 09:00:02:500", false));
+    std::string strLong;
+    for (int n = 0; n < 10; ++n) {
+        strLong += Sign("2024-03-05 12:00:0" + std::to_string(n) + ":000", true, 1, 4712) +
+                   Sign("2024-03-05 12:00:0" + std::to_string(n) + ":500", false, 1, 4712);
+    }
+    vexlog::Report report;
+    vexlog::Merge({strAhead, directory.Write("long", strLong)}).Read(report, [](const vexlog::Source&) {});
+    const std::string strPage = PageOf(report);
+    EXPECT_THAT(strPage, HasSubstr(Tile("Wrong clock", 2)));
+    EXPECT_THAT(strPage,
+                HasSubstr("<tbody>\n" + WrongClock("2024-03-06 09:00:00.000000", "2024-03-06 09:00:00.000500", 2) +
+                          "</tbody>"));
+    EXPECT_THAT(strPage,
+                HasSubstr("<span>2024-03-05 09:00:01.000000</span> to <span>2024-03-05 12:00:09.000500</span>"));
+}
+
+// ---- Names ----
 
 struct NameRow : Row {
     std::string strText;

@@ -264,7 +264,7 @@
         context.restore();
         if (!rows.length) {
             context.fillStyle = colours.dim;
-            context.fillText("No calls.", 8, HEADER + 14);
+            context.fillText(apart.length ? "All calls have a wrong clock; see their list." : "No calls.", 8, HEADER + 14);
             return;
         }
         drawAxis();
