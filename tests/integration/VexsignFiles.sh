@@ -186,6 +186,16 @@ done
 rm -rf signed
 mkdir signed
 
+echo "== messages get into no signature if standard error is closed"
+"$vexsign" p7 ./ec.pem --output-dir signed many/* missing 2>&- && fail "a file is missing"
+[ "$(find signed -name '*.p7s' | wc -l)" -eq 300 ] || fail "$(find signed | wc -l) signatures"
+! grep -l missing signed/* || fail "messages in them"
+"$vexsign" p7 ./ec.pem -o signed/letter many/1 >&- 2>&- <&- || fail "only standard descriptors are closed"
+"$vexsign" p7 ./ec.pem many/1 >&- 2>err && fail "the signature went nowhere"
+says 'standard output: Bad file descriptor'
+rm -rf signed
+mkdir signed
+
 echo "== a signal leaves whole files only"
 "$vexsign" p7 ./ec.pem --out der --output-dir signed many/* fifo >out.signal 2>err.signal &
 pid=$!
