@@ -34,7 +34,7 @@ vexsign::verify::Settings SettingsFor(std::uint8_t uChoice) {
         settings.store.reset(X509_STORE_new());
     }
     if ((uChoice & 2U) != 0) {
-        settings.given = ReadCertificates(std::string(kCertificate), "the certificate");
+        AddSigner(ReadCertificates(std::string(kCertificate), "the certificate"), settings);
     }
     constexpr std::time_t kMoment = 1800000000;
     settings.nMoment = kMoment;

@@ -128,9 +128,12 @@ done <<'END'
 |SIGNATURE
 ''|the name is empty
 sig ''|the name is empty
-- - |standard input cannot be both
+- -|standard input can be read only once
+- /dev/stdin|standard input can be read only once
+sig - --ca /dev/fd/0|standard input can be read only once
+sig /dev/stdin --cert -|standard input can be read only once
 sig letter.txt --no-chain --ca root.crt|--no-chain
-sig letter.txt --ca ''|the value is empty
+sig letter.txt --ca ''|the name is empty
 sig letter.txt --cert ''|the name is empty
 sig letter.txt --digest ''|the value is empty
 sig letter.txt --digest SHA-257|unknown digest "SHA-257"

@@ -37,7 +37,7 @@ TEST_P(VerifyBareSignature, FindsEachFault) {
         strSignature = row.change(strSignature);
     }
     Settings settings = SettingsFor("root");
-    settings.given = CertificatesOf(row.pszSigner);
+    AddSigner(CertificatesOf(row.pszSigner), settings);
     settings.strDigest = row.pszDigest;
     const Reader reader = ReaderOf(row.pszContent);
     const Report report = Verify(strSignature, settings, &reader);
@@ -156,7 +156,7 @@ TEST(VerifyEdwards, ChecksTheWholeContent) {
                    " && openssl pkeyutl -sign -rawin -inkey ed.key -in content -out bare");
     const std::string strSignature = ReadWholeFile(world.File("bare"));
     Settings settings = SettingsFor("root");
-    settings.given = CertificatesOf("ed");
+    AddSigner(CertificatesOf("ed"), settings);
     const auto failures = [&](const std::string& strBytes, std::string_view content) {
         const Reader reader = ReaderOf(content);
         const Report report = Verify(strBytes, settings, &reader);
@@ -174,10 +174,12 @@ TEST(VerifyBare, NeedsCertificateAndContent) {
     const Reader reader = ReaderOf(kContent);
     EXPECT_EQ(FailuresOf(Verify(strSignature, SettingsFor("root"), &reader)), "certificate");
     Settings settings = SettingsFor("root");
-    settings.given = CertificatesOf("ec");
+    AddSigner(CertificatesOf("ec"), settings);
     EXPECT_EQ(FailuresOf(Verify(strSignature, settings, nullptr)), "content");
     EXPECT_FALSE(Verify(strSignature, settings, nullptr).IsGood());
     EXPECT_EQ(FailuresOf(Verify("", settings, &reader)), "form");
+    AddSigner(CertificatesOf("rsa"), settings);
+    EXPECT_EQ(FailuresOf(Verify(strSignature, settings, &reader)), "certificate");
 }
 
 // The issuers' certificates in the file of the signer's are used, but not trusted.
@@ -189,7 +191,7 @@ TEST(VerifyBare, FollowsTheChainOfTheGivenFile) {
              std::tuple{"alone", "below-and-middle", "chain"},
          }) {
         Settings settings = SettingsFor(pszTrusted);
-        settings.given = CertificatesOf(pszGiven);
+        AddSigner(CertificatesOf(pszGiven), settings);
         const Reader reader = ReaderOf(kContent);
         const Report report = Verify(strSignature, settings, &reader);
         EXPECT_EQ(FailuresOf(report), pszFailed) << pszTrusted << " " << pszGiven;

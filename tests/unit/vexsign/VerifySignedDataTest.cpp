@@ -30,7 +30,7 @@ struct Trial {
     Change change;                     // of the whole signature
 
     std::string strTrusted = "root";
-    std::string strCertificateFile;
+    std::vector<std::string> certificateFiles;  // each names a signer
     std::string strAt;
     bool bAnyPurpose = false;
     std::string strOpenSsl;  // further options
@@ -91,8 +91,10 @@ TEST_P(VerifySignedData, FindsEachFault) {
         settings.nMoment = ParseMoment(trial.strAt).value();
     }
     settings.bAnyPurpose = trial.bAnyPurpose;
-    if (!trial.strCertificateFile.empty()) {
-        settings.given = CertificatesOf(trial.strCertificateFile);
+    std::string strGivenCertificates;
+    for (const std::string& strFile : trial.certificateFiles) {
+        AddSigner(CertificatesOf(strFile), settings);
+        strGivenCertificates += ReadWholeFile(world.File(strFile + ".crt"));
     }
     const Reader reader = ReaderOf(trial.strGiven);
     const Report report = Verify(strSignature, settings, trial.bGiven ? &reader : nullptr);
@@ -104,7 +106,7 @@ TEST_P(VerifySignedData, FindsEachFault) {
                                          ? " -noverify"
                                          : " -partial_chain -CAfile " + world.File(trial.strTrusted + ".crt");
         const std::string strCertificate =
-            trial.strCertificateFile.empty() ? "" : " -certfile " + world.File(trial.strCertificateFile + ".crt");
+            trial.certificateFiles.empty() ? "" : " -certfile " + world.Write("given", strGivenCertificates);
         const std::string strContent = trial.bGiven ? " -content " + world.Write("content", trial.strGiven) : "";
         const CommandResult result = RunCommand(
             "openssl cms -verify -binary -inform DER -out /dev/null -in " + world.Write("signature", strSignature) +
@@ -187,12 +189,16 @@ INSTANTIATE_TEST_SUITE_P(
              "form",
              false},
         Case{{"TwoSigners"},
-             [](Trial& trial) { trial.signers = {SecondSigner("rsa")}, trial.strCertificateFile = "both"; },
+             [](Trial& trial) {
+                 trial.signers = {SecondSigner("rsa")}, trial.certificateFiles = {"ec", "rsa"};
+             },
              nullptr,
              "",
              true},
         Case{{"SecondSignerWrong"},
-             [](Trial& trial) { trial.signers = {SecondSigner("rsa", "ec")}, trial.strCertificateFile = "both"; },
+             [](Trial& trial) {
+                 trial.signers = {SecondSigner("rsa", "ec")}, trial.certificateFiles = {"ec", "rsa"};
+             },
              nullptr,
              "signature",
              false},
@@ -203,7 +209,7 @@ INSTANTIATE_TEST_SUITE_P(
              false},
         Case{{"TooManySigners"},
              [](Trial& trial) {
-                 trial.signers.assign(kMostSigners, SecondSigner("rsa")), trial.strCertificateFile = "both";
+                 trial.signers.assign(kMostSigners, SecondSigner("rsa")), trial.certificateFiles = {"ec", "rsa"};
              },
              nullptr,
              "form",
@@ -378,12 +384,25 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case{{"Missing"}, [](Trial& trial) { trial.bCertificate = false; }, nullptr, "certificate", false},
         Case{{"Given"},
-             [](Trial& trial) { trial.bCertificate = false, trial.strCertificateFile = "ec"; },
+             [](Trial& trial) { trial.bCertificate = false, trial.certificateFiles = {"ec"}; },
              nullptr,
              "",
              true},
         Case{{"GivenIsAnother"},
-             [](Trial& trial) { trial.strCertificateFile = "rsa"; },
+             [](Trial& trial) { trial.certificateFiles = {"rsa"}; },
+             nullptr,
+             "certificate",
+             std::nullopt},
+        Case{{"GivenTwoAreOthers"},
+             [](Trial& trial) {
+                 trial.certificateFiles = {"rsa", "twin"};
+             },
+             nullptr,
+             "certificate",
+             std::nullopt},
+        // Who signs with the key of an issuer is not the signer.
+        Case{{"GivenAsAnIssuer"},
+             [](Trial& trial) { trial.certificateFiles = {"rsa-and-ec"}; },
              nullptr,
              "certificate",
              std::nullopt},
@@ -403,7 +422,7 @@ INSTANTIATE_TEST_SUITE_P(
              true},
         Case{{"IntermediateMissing"}, [](Trial& trial) { trial.strSigner = "below"; }, nullptr, "chain", false},
         Case{{"IntermediateGiven"},
-             [](Trial& trial) { trial.strSigner = "below", trial.strCertificateFile = "below-and-middle"; },
+             [](Trial& trial) { trial.strSigner = "below", trial.certificateFiles = {"below-and-middle"}; },
              nullptr,
              "",
              // openssl does not follow the chain of -certfile.

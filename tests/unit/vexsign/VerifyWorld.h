@@ -48,7 +48,7 @@ private:
                                    "-addext extendedKeyUsage=serverAuth"});
         MakeIdentity(m_directory, {"hostile", "ec -pkeyopt ec_paramgen_curve:P-256",
                                    "/CN=\xE2\x80\xAEgpj\x1b[2J\xC2\x9B\"<b>/O=Gr\xC3\xBC\xC3\x9F"});
-        Join("both", "ec", "rsa");
+        Join("rsa-and-ec", "rsa", "ec");
         Join("below-and-middle", "below", "middle");
     }
 

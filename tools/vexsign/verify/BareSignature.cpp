@@ -150,13 +150,17 @@ void VerifyBareSignature(std::string_view signature, const Settings& settings, c
         report.Fail(check::kContent,
                     "a bare signature (P1) does not contain the content; give the FILE that was signed");
     }
-    if (!settings.given) {
+    if (!settings.signers) {
         signer.Fail(check::kCertificate,
                     "a bare signature (P1) does not contain the certificate; give it with --cert. If this should be a "
                     "P7, it is damaged");
         return;
     }
-    X509* const pCertificate = sk_X509_value(settings.given.get(), 0);
+    if (sk_X509_num(settings.signers.get()) > 1) {
+        signer.Fail(check::kCertificate, "a bare signature (P1) has one signer; give --cert once");
+        return;
+    }
+    X509* const pCertificate = sk_X509_value(settings.signers.get(), 0);
     signer.certificate = FactsOf(pCertificate);
     EVP_PKEY* const pKey = X509_get0_pubkey(pCertificate);
     if (const std::string strFault = KeyFault(pKey); !strFault.empty()) {
@@ -167,7 +171,7 @@ void VerifyBareSignature(std::string_view signature, const Settings& settings, c
             ? VerifyWhole(signature, pKey, *pContent, signer)
             : VerifyDigested(signature, pKey, settings, *pContent, signer);
     }
-    CheckCertificate(pCertificate, settings.given.get(), settings, signer);
+    CheckCertificate(pCertificate, settings.issuers.get(), settings, signer);
     signer.Skip(check::kTime, "when it was signed: a bare signature does not say so");
 }
 

@@ -12,7 +12,7 @@ namespace vexsign::verify {
 // Whether --digest can be such a name: [prehashed: is none] NAME[/PSS].
 bool IsDigestName(const std::string& strName);
 
-// Fills the report except its name, kind and moment. The certificate is the first of settings.given. Without
+// Fills the report except its name, kind and moment. The certificate is the only one of settings.signers. Without
 // settings.strDigest all known digests are tried. Throws std::runtime_error if the content cannot be read.
 void VerifyBareSignature(std::string_view signature, const Settings& settings, const Reader* pContent, Report& report);
 

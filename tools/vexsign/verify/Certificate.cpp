@@ -166,6 +166,16 @@ StorePtr StoreOfFiles(const std::vector<std::string>& files) {
     return store;
 }
 
+void AddSigner(const CertificatesPtr& file, Settings& settings) {
+    for (int i = 0; i < sk_X509_num(file.get()); ++i) {
+        CertificatesPtr& certificates = i == 0 ? settings.signers : settings.issuers;
+        if (!certificates) {
+            certificates = NewCertificates();
+        }
+        AddCertificate(certificates.get(), sk_X509_value(file.get(), i));
+    }
+}
+
 CertificateFacts FactsOf(X509* pCertificate) {
     return {NameText(X509_get_subject_name(pCertificate)),
             NameText(X509_get_issuer_name(pCertificate)),

@@ -14,7 +14,8 @@ namespace vexsign::verify {
 struct Settings {
     Trust trust = Trust::kSystem;
     StorePtr store;            // null with Trust::kNone
-    CertificatesPtr given;     // the signer's certificate and perhaps its issuers'; null: not given
+    CertificatesPtr signers;   // nobody else may have signed; null: the user names nobody
+    CertificatesPtr issuers;   // they may lead to a trusted one, and are not trusted themselves; null: none
     std::time_t nMoment = 0;   // for which certificates must be valid
     bool bAnyPurpose = false;  // extended key usages do not matter
     std::string strDigest;     // of a P1; empty: every digest is tried
@@ -23,6 +24,9 @@ struct Settings {
 // The trusted certificates: the system's or those of the files. Throws std::runtime_error with the file's name.
 StorePtr SystemStore();
 StorePtr StoreOfFiles(const std::vector<std::string>& files);
+
+// Adds the certificates of a file that names a signer: the first is the signer's, the others may be those of issuers.
+void AddSigner(const CertificatesPtr& file, Settings& settings);
 
 CertificateFacts FactsOf(X509* pCertificate);
 

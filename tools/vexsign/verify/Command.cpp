@@ -31,8 +31,8 @@ Settings SettingsOf(const Options& options) {
     } else if (settings.trust == Trust::kSystem) {
         settings.store = SystemStore();
     }
-    if (!options.strCertificate.empty()) {
-        settings.given = ReadCertificates(ReadWhole(options.strCertificate), options.strCertificate);
+    for (const std::string& strSigner : options.signers) {
+        AddSigner(ReadCertificates(ReadWhole(strSigner), strSigner), settings);
     }
     settings.nMoment = options.strAt.empty() ? std::time(nullptr) : ParseMoment(options.strAt).value();
     settings.bAnyPurpose = options.bAnyPurpose;

@@ -1,8 +1,11 @@
 #include "Options.h"
 
+#include <algorithm>
+
 #include "BareSignature.h"
 #include "Time.h"
 #include "common/CommandLine.h"
+#include "common/FileIdentity.h"
 
 namespace vexsign::verify {
 
@@ -23,10 +26,11 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
                    "that this system trusts (OpenSSL's default, SSL_CERT_FILE and SSL_CERT_DIR)")
         ->check(tools::NotEmptyName())
         ->excludes(pNoChain);
-    tools::AddFile(*pVerify, "--cert,--signer", options.strCertificate,
-                   "File with the signer's certificate, first, and perhaps its issuers', which are not trusted: for a\n"
-                   "P1, for a P7 without certificate, or to accept no other signer",
-                   "FILE");
+    tools::AddList(
+        *pVerify, "--cert,--signer", options.signers, "FILE",
+        "File with the signer's certificate, first, and perhaps its issuers', which are not trusted: for a\n"
+        "P1, for a P7 without certificate, or to accept no other signer; may be repeated for several signers")
+        ->check(tools::NotEmptyName());
     pVerify
         ->add_option("--digest", options.strDigest,
                      "The digest of a P1, such as SHA256 or SHA-256/PSS; by default all are tried")
@@ -46,9 +50,11 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
 }
 
 void CheckOptions(const Options& options) {
-    if (options.strSignature == "-" && options.strContent == "-") {
-        throw CLI::ValidationError("FILE",
-                                   "standard input cannot be both SIGNATURE and FILE; give a file name for one");
+    std::vector<std::string> inputs = {options.strSignature, options.strContent};
+    inputs.insert(inputs.end(), options.authorities.begin(), options.authorities.end());
+    inputs.insert(inputs.end(), options.signers.begin(), options.signers.end());
+    if (std::count_if(inputs.begin(), inputs.end(), tools::IsStandardInput) > 1) {
+        throw CLI::ValidationError("-", "standard input can be read only once; give file names for the others");
     }
     if (!options.strDigest.empty() && !IsDigestName(options.strDigest)) {
         throw CLI::ValidationError(

@@ -12,7 +12,7 @@ struct Options {
     std::string strContent;                // the same; empty: the content is in the signature
     std::vector<std::string> authorities;  // files with the certificates that are trusted; empty: the system's
     bool bNoChain = false;                 // nobody is trusted
-    std::string strCertificate;            // file with the signer's certificate; empty: it is in the signature
+    std::vector<std::string> signers;      // files with signers' certificates; empty: whoever the signature names
     std::string strDigest;                 // of a P1; empty: all are tried
     std::string strAt;                     // the moment for which certificates must be valid; empty: now
     bool bAnyPurpose = false;

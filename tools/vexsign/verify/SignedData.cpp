@@ -120,8 +120,10 @@ CertificatesPtr AllCertificates(CMS_ContentInfo* pCms, const Settings& settings)
     if (!certificates) {
         certificates = NewCertificates();
     }
-    for (int i = 0; settings.given && i < sk_X509_num(settings.given.get()); ++i) {
-        AddCertificate(certificates.get(), sk_X509_value(settings.given.get(), i));
+    for (const CertificatesPtr* const pGiven : {&settings.signers, &settings.issuers}) {
+        for (int i = 0; *pGiven && i < sk_X509_num(pGiven->get()); ++i) {
+            AddCertificate(certificates.get(), sk_X509_value(pGiven->get(), i));
+        }
     }
     return certificates;
 }
@@ -135,7 +137,7 @@ public:
             throw BadForm("OpenSSL finds another number of signers in it");
         }
         // A certificate that the user gives must be the signer's; it is not merely tried first.
-        CMS_set1_signers_certs(m_cms.get(), settings.given.get(), settings.given ? CMS_NOINTERN : 0U);
+        CMS_set1_signers_certs(m_cms.get(), settings.signers.get(), settings.signers ? CMS_NOINTERN : 0U);
         ERR_clear_error();
         for (int i = 0; i < sk_CMS_SignerInfo_num(pInfos); ++i) {
             m_signers.emplace_back(sk_CMS_SignerInfo_value(pInfos, i));
@@ -199,8 +201,8 @@ private:
         const SignerFields& fields = m_signers[i];
         if (fields.pCertificate == nullptr) {
             signer.Fail(check::kCertificate,
-                        m_settings.given ? "the signer's certificate is not the one of --cert"
-                                         : "the signer's certificate is not in the signature; give it with --cert");
+                        m_settings.signers ? "the signer's certificate is not the one of --cert"
+                                           : "the signer's certificate is not in the signature; give it with --cert");
             return;
         }
         signer.certificate = FactsOf(fields.pCertificate);
