@@ -78,9 +78,11 @@ std::size_t AsciiRun(std::wstring_view text) {
     constexpr std::size_t kBlock = 16;
     std::size_t n = 0;
     for (; text.size() - n >= kBlock; n += kBlock) {
+        // An index of the view would be checked, and the compiler then uses no vector instructions.
+        const wchar_t* const pchBlock = text.data() + n;
         char32_t nAll = 0;
         for (std::size_t i = 0; i < kBlock; ++i) {
-            nAll |= static_cast<char32_t>(text[n + i]);
+            nAll |= static_cast<char32_t>(pchBlock[i]);
         }
         if (nAll >= 0x80) {
             break;
