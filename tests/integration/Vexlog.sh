@@ -160,7 +160,7 @@ expect 0 "$vexlog" stats --until yesterday --json $log
 expect 0 "$vexlog" report part.html --function AddFilter --since 1h --input $log
 grep -q 'scope="row">AddFilter<' part.html || fail "no AddFilter in its report"
 ! grep -q 'scope="row">P7Sign<' part.html || fail "P7Sign in a report of AddFilter"
-grep -q 'only a part of the log: function <code>AddFilter</code>; from <code>' part.html || fail "no sentence about the part"
+grep -q "only a part of the log: function <code>AddFilter</code>; from <code>" part.html || fail "no sentence about it"
 expect 0 "$vexlog" report whole.html --input $log
 ! grep -q 'part of the log' whole.html || fail "a page of the whole log says that it is a part"
 expect 2 "$vexlog" --grep Leave. stats $log

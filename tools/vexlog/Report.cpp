@@ -191,8 +191,7 @@ void PrintCalls(const std::deque<Call>& calls, const Threads& threads, const Per
 }  // namespace
 
 void Report::OnRecord(const Record& record) {
-    m_stats.OnRecord(record);
-    const bool bSelected = m_stats.Selection().Passes(record);
+    const bool bSelected = m_stats.Add(record);
     if (record.time && record.kind != Kind::kContinued) {
         m_clocks.Add(record.input, *record.time, bSelected);
     }

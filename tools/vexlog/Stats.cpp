@@ -68,11 +68,16 @@ void AppendJsonFunction(vexposix::OutputBuffer& output, const std::string& strNa
 
 }  // namespace
 
-void Stats::OnRecord(const Record& record) {
+bool Stats::Add(const Record& record) {
     m_matcher.OnRecord(record);
-    if (!m_filter.Passes(record)) {
-        return;
+    const bool bPasses = m_filter.Passes(record);
+    if (bPasses) {
+        Count(record);
     }
+    return bPasses;
+}
+
+void Stats::Count(const Record& record) {
     switch (record.kind) {
         case Kind::kRecord:
             ++m_log.cRecords;

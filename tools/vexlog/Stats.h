@@ -46,7 +46,9 @@ public:
     Stats(const Stats&) = delete;
     Stats& operator=(const Stats&) = delete;
 
-    void OnRecord(const Record& record) override;
+    void OnRecord(const Record& record) override { Add(record); }
+    // Returns whether the filter passes the record.
+    bool Add(const Record& record);
     void Finish();
 
     const Filter& Selection() const { return m_filter; }
@@ -58,6 +60,7 @@ public:
 
 private:
     void OnCall(const Call& call) override;
+    void Count(const Record& record);
 
     CallSink* m_pNext;
     const Filter m_filter;
