@@ -1,5 +1,6 @@
 #include "UserTime.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -55,17 +56,14 @@ public:
         return bFound;
     }
 
-    // Exactly nDigits digits.
-    bool Number(std::size_t nDigits, int& nResult) {
-        if (m_rest.size() < nDigits || m_rest.front() == '-') {
+    // nLeast to nMost digits.
+    bool Number(std::size_t nLeast, std::size_t nMost, int& nResult) {
+        const std::string_view digits = m_rest.substr(0, std::min(m_rest.find_first_not_of("0123456789"), nMost));
+        if (digits.size() < nLeast) {
             return false;
         }
-        const char* const pchEnd = m_rest.data() + nDigits;
-        const auto [pchParsed, error] = std::from_chars(m_rest.data(), pchEnd, nResult);
-        if (error != std::errc() || pchParsed != pchEnd) {
-            return false;
-        }
-        m_rest.remove_prefix(nDigits);
+        std::from_chars(digits.data(), digits.data() + digits.size(), nResult);
+        m_rest.remove_prefix(digits.size());
         return true;
     }
 
@@ -147,16 +145,16 @@ std::optional<int> DayOfWord(std::string_view word) {
 }
 
 bool ParseDate(Scanner& scanner, CivilFields& fields) {
-    return scanner.Number(4, fields.nYear) && scanner.Skip('-') && scanner.Number(2, fields.nMonth) &&
-           scanner.Skip('-') && scanner.Number(2, fields.nDay);
+    return scanner.Number(4, 4, fields.nYear) && scanner.Skip('-') && scanner.Number(1, 2, fields.nMonth) &&
+           scanner.Skip('-') && scanner.Number(1, 2, fields.nDay);
 }
 
 bool ParseTimeOfDay(Scanner& scanner, CivilFields& fields) {
     fields.nSecond = fields.nMicrosecond = 0;
-    if (!scanner.Number(2, fields.nHour) || !scanner.Skip(':') || !scanner.Number(2, fields.nMinute)) {
+    if (!scanner.Number(1, 2, fields.nHour) || !scanner.Skip(':') || !scanner.Number(1, 2, fields.nMinute)) {
         return false;
     }
-    if (scanner.Skip(':') && !scanner.Number(2, fields.nSecond)) {
+    if (scanner.Skip(':') && !scanner.Number(1, 2, fields.nSecond)) {
         return false;
     }
     return !scanner.Skip('.') || scanner.Fraction(fields.nMicrosecond);

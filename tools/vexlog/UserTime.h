@@ -1,6 +1,6 @@
 // Points in time as a user writes them: those of systemd.time(7), which journalctl takes too, and a few shorter ones.
 //
-//   2024-03-05, 2024-03-05 09:07, 2024-03-05 09:07:02.5   local time; T may stand for the blank
+//   2024-03-05, 2024-03-05 09:07, 2024-03-05 09:07:02.5   local time; T may stand for the blank, and one digit for two
 //   09:07, 09:07:02                                       today
 //   now, today, yesterday, tomorrow                       the last three mean 00:00
 //   1 hour ago, -1h, +5min, -1h 30min, 2 days ago         before or after now

@@ -103,7 +103,9 @@ INSTANTIATE_TEST_SUITE_P(
         UserTimeRow{{"Infinity"}, "-infinity", std::nullopt}, UserTimeRow{{"NoSuchMonth"}, "2024-13-04", std::nullopt},
         UserTimeRow{{"NoSuchDay"}, "2023-02-29", std::nullopt}, UserTimeRow{{"LeapDay"}, "2024-02-29", At(2024, 2, 29)},
         UserTimeRow{{"NoSuchHour"}, "24:00", std::nullopt}, UserTimeRow{{"NoFraction"}, "08:09:10.", std::nullopt},
-        UserTimeRow{{"ShortDate"}, "2024-3-4", std::nullopt}, UserTimeRow{{"HourAlone"}, "2024-03-04 08", std::nullopt},
+        UserTimeRow{{"ShortDate"}, "2024-3-4 8:9:1", At(2024, 3, 4, 8, 9, 1)},
+        UserTimeRow{{"ThreeDigits"}, "2024-003-04", std::nullopt}, UserTimeRow{{"NoDigit"}, "2024--04", std::nullopt},
+        UserTimeRow{{"ShortYear"}, "24-03-04", std::nullopt}, UserTimeRow{{"HourAlone"}, "2024-03-04 08", std::nullopt},
         UserTimeRow{{"Word"}, "soon", std::nullopt}),
     RowName);
 
@@ -174,9 +176,10 @@ INSTANTIATE_TEST_SUITE_P(Texts, SystemdTimeTest,
                          testing::Values("now", "today", "yesterday", "tomorrow", "1 hour ago", "-1h", "+5min", "-10",
                                          "10 ago", "1h30min ago", "1.5h ago", "3 weeks 2 days ago", "-1 M", "1y ago",
                                          "300ms20s 5day ago", "-1h 20min", "- 1h", "1hours ago", "2012-11-23",
-                                         "2012-11-23 11:12", "2012-11-23 11:12:13", "2012-11-23 11:12:13.5", "11:12",
-                                         "11:12:13", "Fri 2012-11-23 11:12", "friday 2012-11-23",
-                                         "2012-11-23 11:12:13 UTC", "2012-07-23 11:12:13 UTC", "2012-07-23 11:12:13",
-                                         "11:12 UTC", "today UTC", "@1395716396", "@1395716396.5"));
+                                         "2012-11-23 11:12", "2012-11-23 11:12:13", "2012-11-23 11:12:13.5",
+                                         "2012-7-3 1:2:3", "9:07", "11:12", "11:12:13", "Fri 2012-11-23 11:12",
+                                         "friday 2012-11-23", "2012-11-23 11:12:13 UTC", "2012-07-23 11:12:13 UTC",
+                                         "2012-07-23 11:12:13", "11:12 UTC", "today UTC", "@1395716396",
+                                         "@1395716396.5"));
 
 }  // namespace
