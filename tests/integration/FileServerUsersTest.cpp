@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -73,6 +74,22 @@ TEST_F(FileServerUsers, EverybodyWithAllowAny) {
     EXPECT_TRUE(m_server->WaitForLog("serves every user of the machine"));
     EXPECT_EQ(StatusFor(kSomebody), 0);
     EXPECT_EQ(StatusFor(kSomebodyElse), 0);
+}
+
+// In the namespace the server's own user has the number that stands for all users that the namespace does not have.
+TEST_F(FileServerUsers, NobodyIsTakenForTheServersUserInAUserNamespace) {
+    const std::string strSeparate =
+        "setpriv --reuid 65534 --regid 65534 --clear-groups unshare --user --map-user=65534";
+    if (std::system((strSeparate + " true 2>/dev/null").c_str()) != 0) {
+        GTEST_SKIP() << "skipped: this machine has no user namespaces for its users";
+    }
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);
+    ASSERT_EQ(chown(Root().c_str(), kSomebody, kSomebody), 0);
+    Start({"--allow-user", "65534"}, "-n 256 && exec " + strSeparate + " \"$0\" \"$@\"");
+    EXPECT_EQ(StatusFor(kSomebodyElse), 1);
+    EXPECT_EQ(StatusFor(0), 1);
+    EXPECT_TRUE(m_server->WaitForLog("refused: its user is missing in the server's user namespace; start ", 2))
+        << m_server->Log();
 }
 
 // Once its program has closed it, the kernel shows a socket as one of root.

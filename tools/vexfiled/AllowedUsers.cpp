@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
+#include <fstream>
 #include <limits>
 #include <stdexcept>
 #include <utility>
@@ -35,6 +37,21 @@ std::optional<uid_t> FindUser(const std::string& strUser) {
     }
     const passwd* const pEntry = getpwnam(strUser.c_str());
     return pEntry == nullptr ? std::nullopt : std::optional(pEntry->pw_uid);
+}
+
+std::optional<uid_t> StandInForHiddenUsers() {
+    std::uint64_t cMapped = 0;
+    std::ifstream map("/proc/self/uid_map");
+    for (std::uint64_t uInside = 0, uOutside = 0, cUsers = 0; map >> uInside >> uOutside >> cUsers;) {
+        cMapped += cUsers;
+    }
+    if (cMapped >= std::numeric_limits<uid_t>::max()) {
+        return std::nullopt;
+    }
+    constexpr uid_t kUsual = 65534;
+    uid_t standIn = kUsual;
+    std::ifstream setting("/proc/sys/kernel/overflowuid");
+    return setting >> standIn ? standIn : kUsual;
 }
 
 AllowedUsers::AllowedUsers(std::vector<std::string> users) : m_users(std::move(users)) {

@@ -159,6 +159,10 @@ std::string Server::ReasonToRefuse(tcp::socket& socket) {
             ++m_totals.uRefusedUsers;
             return "its user is unknown, because it has closed the connection or is in another network namespace";
         }
+        if (m_allowedUsers.IsHidden(owner->user)) {
+            ++m_totals.uRefusedUsers;
+            return "its user is missing in the server's user namespace; start the server outside of this namespace";
+        }
         if (!m_allowedUsers.Contains(owner->user)) {
             ++m_totals.uRefusedUsers;
             return Text("user ", owner->user, " is not served; to serve it, add --allow-user ", owner->user);
