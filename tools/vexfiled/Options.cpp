@@ -58,6 +58,7 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
         ->type_name("DIR");
     CLI::Option* const pPort = app.add_option("--port", options.uPort, "TCP port; 0 takes any free port and logs it")
                                    ->type_name("N")
+                                   ->check(CLI::Range(0, 65535))
                                    ->capture_default_str();
     app.add_flag("--verbose", options.bVerbose, "Log every request");
     app.add_option("--totals-seconds", nTotalsSeconds, "Time between two log lines with totals")
