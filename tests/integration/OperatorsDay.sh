@@ -9,12 +9,15 @@ build=$1
 . "$(dirname "$0")/Common.sh"
 unset JAVA_TOOL_OPTIONS JDK_JAVA_OPTIONS LD_LIBRARY_PATH
 
-mkdir files system files/classes
+mkdir -p files/classes files/packages-2 system
 # cpack of the build's CMake.
-for release in 1 2; do
-    cpack --config "$build/CPackConfig.cmake" -B "$work/files/packages-$release" \
-        -D "CPACK_DEBIAN_PACKAGE_RELEASE=$release" >cpack.log 2>&1 || fail "cpack: $(cat cpack.log)"
-    rm -rf "files/packages-$release/_CPack_Packages"
+cpack --config "$build/CPackConfig.cmake" -B "$work/files/packages-1" >cpack.log 2>&1 || fail "cpack: $(cat cpack.log)"
+rm -rf files/packages-1/_CPack_Packages
+for file in files/packages-1/*-1_*.deb; do
+    dpkg-deb --raw-extract "$file" next
+    sed -i '/^Version: /s/-1$/-2/' next/DEBIAN/control
+    dpkg-deb --root-owner-group --build next files/packages-2 >/dev/null
+    rm -rf next
 done
 javac --release 17 -cp "$build/java/tavclientjni.jar" -d files/classes "$here/operators-day/Service.java"
 cp "$here/operators-day/day" files/
