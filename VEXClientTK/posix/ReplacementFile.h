@@ -20,6 +20,8 @@ public:
     ReplacementFile& operator=(const ReplacementFile&) = delete;
 
     bool IsOpen() const { return m_file.IsOpen(); }
+    // Whether it has replaced the other file.
+    bool HasMoved() const { return !m_bThere; }
     int Descriptor() const { return m_file.Get(); }
     const std::string& Name() const { return m_strName; }
 

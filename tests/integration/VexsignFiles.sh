@@ -186,6 +186,17 @@ done
 rm -rf signed
 mkdir signed
 
+echo "== signatures that are larger than those that wait to be written"
+for size in 1 7 12 20 9; do
+    truncate -s ${size}M "many/large$size"
+done
+expect 0 timeout 120 "$vexsign" p7 ./ec.pem --attached --out der --output-dir signed many/large{1,7,12,20,9} many/1
+for size in 1 7 12 20 9; do
+    verified "signed/large$size.p7s" "many/large$size"
+done
+rm -rf signed many/large*
+mkdir signed
+
 echo "== messages get into no signature if standard error is closed"
 "$vexsign" p7 ./ec.pem --output-dir signed many/* missing 2>&- && fail "a file is missing"
 [ "$(find signed -name '*.p7s' | wc -l)" -eq 300 ] || fail "$(find signed | wc -l) signatures"

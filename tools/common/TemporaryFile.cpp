@@ -80,7 +80,10 @@ TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode) {
 }
 
 TemporaryFile::~TemporaryFile() {
-    const SignalsBlocked wait(kEndingSignals);
+    std::optional<SignalsBlocked> wait;
+    if (!m_file->HasMoved()) {
+        wait.emplace(kEndingSignals);
+    }
     Replace(m_file->Name().c_str(), nullptr);
     m_file.reset();
 }

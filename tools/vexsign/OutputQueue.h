@@ -1,4 +1,5 @@
-// Writes signatures in a thread of its own: the next one is made while a file is created and brought to the disk.
+// Writes signatures in a thread of its own: the next ones are made while files are created and brought to the disk. The
+// thread takes many at a time, because each change between threads costs more than the creation of a file.
 #pragma once
 
 #include <condition_variable>
@@ -11,6 +12,7 @@
 #include <thread>
 
 #include "Signing.h"
+#include "common/OutputGroup.h"
 
 namespace vexsign {
 
@@ -42,8 +44,11 @@ private:
     enum class End { kNo, kWhenEmpty, kNow };
 
     void Run();
-    // False: there are no more.
-    bool Take(QueuedOutput& output);
+    void Write(const QueuedOutput& output, tools::OutputGroup& group);
+    // Waits until much is queued, or until the end. Empty: there are no more.
+    std::deque<QueuedOutput> TakeAll();
+    // Whether it is worth waking the thread. Needs the lock.
+    bool IsMuch() const;
     void Stop(End end);
 
     const Failed m_fnFailed;
@@ -51,6 +56,7 @@ private:
     std::condition_variable m_changed;
     std::deque<QueuedOutput> m_outputs;  // guarded by m_lock
     std::uint64_t m_cbQueued = 0;        // guarded by m_lock
+    bool m_bFull = false;                // the next output does not fit; guarded by m_lock
     End m_end = End::kNo;                // guarded by m_lock
     std::thread m_thread;                // the last member: it uses the others
 };
