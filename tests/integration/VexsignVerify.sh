@@ -116,6 +116,13 @@ expect 1 "$vexsign" verify sig letter.txt --ca letter.txt
 says 'letter.txt: it is no certificate'
 expect 1 "$vexsign" verify sig letter.txt --ca ec.key
 says 'ec.key: there is PEM in it, but no certificate'
+# These are names of files, and no empty lists.
+for name in '{}' '[]'; do
+    expect 1 "$vexsign" verify sig letter.txt --no-chain --cert "$name"
+    says "$name: No such file"
+    expect 1 "$vexsign" verify sig letter.txt --ca "$name"
+    says "$name: No such file"
+done
 truncate -s 20M huge
 expect 1 "$vexsign" verify huge letter.txt --no-chain
 says 'huge: larger than'
