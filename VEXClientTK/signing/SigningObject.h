@@ -111,7 +111,7 @@ public:
         if (bFetch && mine.queryBefore.text != nullptr && mine.queryBefore.strName == strName) {
             return std::move(mine.queryBefore.text);
         }
-        const auto text = std::make_shared<const std::string>(make());
+        auto text = std::make_shared<const std::string>(make());
         if (!bFetch) {
             mine.query = {strName, text};
         }
