@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,22 @@ TEST_F(FileServerService, RefusesSeveralSockets) {
     StartWithSocket({}, 2);
     EXPECT_EQ(m_server->Wait().nStatus, 1);
     EXPECT_TRUE(m_server->WaitForLog("cannot serve: the service manager has passed 2 sockets"));
+}
+
+// What the server opens would get the numbers of closed standard descriptors, and then its log.
+TEST_F(FileServerService, LogsIntoNoFileIfStandardDescriptorsAreClosed) {
+    m_server = std::make_unique<FileServerProcess>(std::vector<std::string>{"--root", Root()},
+                                                   "-n 256 && export LISTEN_PID=$$ LISTEN_FDS=1 && exec <&- >&- 2>&-",
+                                                   m_listener.Get());
+    m_uPort = m_uListening;
+    EXPECT_EQ(Ask(WriteRequest(Open("log"), "text")), WriteReply(true, 4));
+    for (const char* pszNumber : {"0", "1", "2"}) {
+        EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(m_server->Process()) + "/fd/" + pszNumber),
+                  "/dev/null");
+    }
+    EXPECT_EQ(Content("log"), "text");
+    m_server->Signal(SIGTERM);
+    EXPECT_EQ(m_server->Wait().nStatus, 0);
 }
 
 TEST_F(FileServerService, SaysWhenItIsReadyAndWhenItStops) {

@@ -224,6 +224,15 @@ done
 expect 0 "$vexlog" $log
 [ ! -s err ] || fail "advice about a good log: $(cat err)"
 
+echo "== standard descriptors that are closed"
+# The first log would become standard input, and the second name would mean it again.
+"$vexlog" rotated.txt - <&- >out 2>err && fail "standard input is closed, and was read: $(cat out)"
+says 'standard input: Bad file descriptor'
+"$vexlog" rotated.txt >&- 2>err && fail "the records went nowhere"
+says 'standard output: Bad file descriptor'
+"$vexlog" report closed.html --input blank/PILog.txt <&- >&- 2>&- || fail "only standard descriptors are closed"
+tail -n 1 closed.html | grep -qx '</html>' || fail "the page ends with: $(tail -n 1 closed.html)"
+
 echo "== colours"
 expect 0 "$vexlog" $log
 ! grep -q $'\x1b' out || fail "colours without a terminal"

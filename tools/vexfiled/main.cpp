@@ -18,6 +18,7 @@
 #include "Root.h"
 #include "Server.h"
 #include "Text.h"
+#include "posix/StandardDescriptors.h"
 
 namespace {
 
@@ -96,6 +97,7 @@ int Serve(const vexfiled::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    vexposix::KeepStandardDescriptorsFree();
     const auto commandLine = vexfiled::ParseCommandLine(argc, argv);
     if (const auto* pEnd = std::get_if<vexfiled::EarlyEnd>(&commandLine)) {
         std::cout << pEnd->strOutput;

@@ -27,6 +27,7 @@
 #include "common/Exit.h"
 #include "common/FileIdentity.h"
 #include "common/Message.h"
+#include "posix/StandardDescriptors.h"
 
 namespace vexlog {
 namespace {
@@ -210,6 +211,7 @@ void WriteReport(const Options& options) {
 }
 
 int Run(int argc, char** argv) {
+    vexposix::KeepStandardDescriptorsFree();
     static_cast<void>(std::setlocale(LC_CTYPE, ""));
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     // A write beyond RLIMIT_FSIZE then returns an error.

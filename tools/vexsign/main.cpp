@@ -32,8 +32,8 @@
 #include "common/Exit.h"
 #include "common/FileIdentity.h"
 #include "common/Message.h"
-#include "common/StandardDescriptors.h"
 #include "posix/OutputBuffer.h"
+#include "posix/StandardDescriptors.h"
 #include "posix/VisibleText.h"
 #include "verify/Command.h"
 
@@ -199,7 +199,7 @@ bool Execute(const Options& options) {
 int Run(int argc, char** argv) {
     // A core file, or a debugger of the same user, would show keys and PINs. It cannot fail with these arguments.
     static_cast<void>(prctl(PR_SET_DUMPABLE, 0));
-    tools::KeepStandardDescriptorsFree();
+    vexposix::KeepStandardDescriptorsFree();
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {

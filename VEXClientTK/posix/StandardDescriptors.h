@@ -5,7 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace tools {
+namespace vexposix {
 
 // Call it before anything is opened. Reading or writing a closed descriptor still fails.
 inline void KeepStandardDescriptorsFree() {
@@ -17,4 +17,4 @@ inline void KeepStandardDescriptorsFree() {
     }
 }
 
-}  // namespace tools
+}  // namespace vexposix
