@@ -1,8 +1,10 @@
 #!/bin/bash
-# The bash completion of the tools: Completion.sh <directory of the programs> <completion file>
+# The bash completion and the man pages of the tools:
+# Completion.sh <directory of the programs> <completion file> <directory of the man pages>
 
 programs=$1
 completion=$2
+pages=$3
 # shellcheck source=tests/integration/Common.sh
 . "$(dirname "$0")/Common.sh"
 # shellcheck source=packaging/completion.bash
@@ -31,14 +33,17 @@ offers() {
 }
 
 # offers_all_of COMMAND...: each option that the help of the command prints at the beginning of a line, by all its names.
+# The man page has them too, behind the macro Fl, which prints the first hyphen.
 offers_all_of() {
     local option
     completed "$@" - >offered
+    grep -hwE 'Fl' "$pages/$1".[18] >described
     "$programs/$1" "${@:2}" --help | grep -oE '^ {1,20}-[A-Za-z, -]+' | sed 's/^ *//; s/,  */,/g; s/ .*//' |
         tr ',' '\n' >options
     [ "$(wc -l <options)" -ge 2 ] || fail "options of $*: $(cat options)"
     while read -r option; do
         grep -qxF -- "$option" offered || fail "\"$*\" has $option, which is not in: $(cat offered)"
+        grep -qE -- " ${option#-}( |\$)" described || fail "\"$*\" has $option, which is not in its man page"
     done <options
 }
 
