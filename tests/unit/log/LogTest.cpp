@@ -8,6 +8,9 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
 #include <system_error>
 #include <thread>
 
@@ -16,13 +19,12 @@ namespace {
 constexpr std::string_view kMarkType = "[MARK] ";
 
 // Whether the text is near the end of the file; other processes may have written behind it.
-bool EndContains(const std::string& strPath, const std::string& strText) {
-    constexpr std::streamoff kEnd = 0x10000;
+bool EndContains(const std::string& strPath, const std::string& strText, std::streamoff cbEnd) {
     std::ifstream file(strPath, std::ios::binary | std::ios::ate);
     if (!file) {
         return false;
     }
-    file.seekg(std::max(std::streamoff{0}, std::streamoff(file.tellg()) - kEnd));
+    file.seekg(std::max(std::streamoff{0}, std::streamoff(file.tellg()) - cbEnd));
     const std::string strEnd{std::istreambuf_iterator<char>(file), {}};
     return strEnd.find(strText) != std::string::npos;
 }
@@ -84,7 +86,12 @@ void WaitUntilWritten(const std::string& strPath) {
     // Gives up after 20 s without progress; a slow machine may need longer in total.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     std::uintmax_t cbFile = 0;
-    while (!EndContains(strPath, strMark + "\r\n")) {
+    // The end of the file is quickly read. But other writers may have passed it between two looks, therefore every 32nd
+    // look is at the whole file.
+    constexpr std::streamoff kEnd = 0x10000;
+    for (int nLook = 1;
+         !EndContains(strPath, strMark + "\r\n", nLook % 32 == 0 ? std::numeric_limits<std::streamoff>::max() : kEnd);
+         ++nLook) {
         std::error_code ignored;
         if (const std::uintmax_t cbNow = std::filesystem::file_size(strPath, ignored); cbNow != cbFile) {
             cbFile = cbNow;
