@@ -83,6 +83,7 @@ std::string HoldersText(const std::vector<SocketOwner>& owners) {
         ++counts[HolderText(owner, processes[owner.uInode])];
     }
     std::vector<std::pair<int, std::string>> holders;
+    holders.reserve(counts.size());
     for (const auto& [strHolder, c] : counts) {
         holders.emplace_back(c, strHolder);
     }
