@@ -1,5 +1,6 @@
 #include "FileIdentity.h"
 
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -39,8 +40,15 @@ std::string_view NameOf(std::string_view path) {
 }
 
 bool IsInProc(const std::string& strDirectory) {
-    struct statfs status = {};
-    return statfs(strDirectory.c_str(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
+    // Thousands of files are in one directory. A directory does not move to another file system during a run.
+    thread_local std::string t_strLast;
+    thread_local bool t_bLast = false;
+    if (t_strLast != strDirectory) {
+        struct statfs status = {};
+        t_bLast = statfs(strDirectory.c_str(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
+        t_strLast = strDirectory;
+    }
+    return t_bLast;
 }
 
 std::optional<int> OwnDescriptor(const std::string& strDirectory, std::string_view name) {
@@ -53,7 +61,14 @@ std::optional<int> OwnDescriptor(const std::string& strDirectory, std::string_vi
     return nDescriptor;
 }
 
-// The target of a symbolic link; nothing for anything else.
+// A mode of 0: it does not exist.
+struct stat StatusOf(const std::string& strPath, int nFlags) {
+    constexpr struct stat kNone = {};
+    struct stat status = {};
+    return fstatat(AT_FDCWD, strPath.c_str(), &status, nFlags) == 0 ? status : kNone;
+}
+
+// The target of a symbolic link; nothing if it is not one any more.
 std::optional<std::string> LinkOf(const std::string& strPath) {
     std::array<char, PATH_MAX> target{};
     const ssize_t cb = readlink(strPath.c_str(), target.data(), target.size());
@@ -97,11 +112,12 @@ OutputName ResolveOutput(const std::string& strPath) {
     for (int nLink = 0; nLink <= kMostLinks; ++nLink) {
         const std::string strDirectory = DirectoryOf(strAt);
         if (IsInProc(strDirectory)) {
-            return {strAt, OwnDescriptor(strDirectory, NameOf(strAt)), true};
+            return {strAt, OwnDescriptor(strDirectory, NameOf(strAt)), true, StatusOf(strAt, 0)};
         }
-        const std::optional<std::string> link = LinkOf(strAt);
+        const struct stat status = StatusOf(strAt, AT_SYMLINK_NOFOLLOW);
+        const std::optional<std::string> link = S_ISLNK(status.st_mode) ? LinkOf(strAt) : std::nullopt;
         if (!link) {
-            return {strAt, std::nullopt};
+            return {strAt, std::nullopt, false, status};
         }
         strAt = link->starts_with('/') ? *link : strDirectory + *link;
     }
@@ -118,13 +134,12 @@ FileIdentity FileIdentity::OfInput(const std::string& strPath) {
 }
 
 FileIdentity::FileIdentity(const OutputName& name) : m_descriptor(name.descriptor) {
-    struct stat status = {};
-    const int nResult = name.descriptor ? fstat(*name.descriptor, &status) : stat(name.strPath.c_str(), &status);
-    if (nResult == 0) {
-        m_nMode = status.st_mode;
-    } else if (name.descriptor) {
+    struct stat status = name.status;
+    if (name.descriptor && fstat(*name.descriptor, &status) != 0) {
         return;
-    } else {
+    }
+    m_nMode = status.st_mode;
+    if (m_nMode == 0) {
         m_strName = FindDirectory(name.strPath, status);
     }
     m_bKnown = true;

@@ -24,6 +24,8 @@ struct OutputName {
     std::optional<int> descriptor;
     // The name is in /proc: it means a descriptor, and its file may have no other name.
     bool bInProc = false;
+    // Of the file, unless it is that of a descriptor. The mode is 0 if the file does not exist.
+    struct stat status = {};
 };
 
 // The file itself need not exist. Throws std::system_error if there are too many symbolic links.
