@@ -91,6 +91,61 @@ status=0
 "$vexsign" verify sig - --no-chain <changed.txt >out 2>err && fail "changed content from standard input"
 "$vexsign" verify sig letter.txt --no-chain >/dev/full 2>err && fail "good although nobody could be told"
 
+echo "== other forms of the files"
+sign_cms() {
+    openssl cms -sign -binary -signer ec.crt -inkey ec.key -certfile middle.crt -in letter.txt "$@"
+}
+sign_cms -outform PEM -out sig.pem
+for file in sig.pem root.crt; do
+    sed 's/$/\r/' $file >crlf.$file
+    { printf '\xef\xbb\xbf'; cat $file; } >mark.$file
+done
+{ printf '\xef\xbb\xbf'; openssl base64 -in sig; } >mark.base64
+for name in crlf.sig.pem mark.sig.pem mark.base64; do
+    for root in root.crt crlf.root.crt mark.root.crt; do
+        expect 0 "$vexsign" verify $name letter.txt --ca $root --cert given.pem
+    done
+    expect 1 "$vexsign" verify $name changed.txt --ca root.crt --cert given.pem
+done
+sign_cms -stream -nodetach -outform DER -out streamed
+expect 0 "$vexsign" verify streamed --ca root.crt
+expect 0 "$vexsign" verify streamed letter.txt --ca root.crt
+expect 1 "$vexsign" verify streamed changed.txt --ca root.crt
+mkfifo fifo
+cat sig.pem >fifo &
+expect 0 "$vexsign" verify fifo letter.txt --ca root.crt
+# What is said about these forms is true.
+for option in -nodetach ''; do
+    # shellcheck disable=SC2086
+    sign_cms $option -out message
+    expect 1 "$vexsign" verify message letter.txt --ca root.crt
+    grep -q 'it is an S/MIME message; give what "openssl cms -cmsout -outform DER" makes' out || fail "S/MIME: $(cat out)"
+    openssl cms -cmsout -outform DER -in message -out message.der
+    expect 0 "$vexsign" verify message.der letter.txt --ca root.crt
+done
+for form in PEM DER; do
+    openssl crl2pkcs7 -nocrl -certfile root.crt -outform $form -out bundle.p7b
+    expect 1 "$vexsign" verify sig.pem letter.txt --ca bundle.p7b
+    says 'bundle.p7b: it is a bundle of certificates (PKCS #7); give the file that "openssl pkcs7 -print_certs" makes'
+    openssl pkcs7 -print_certs -in bundle.p7b -inform $form -out printed.pem
+    expect 0 "$vexsign" verify sig.pem letter.txt --ca printed.pem
+done
+
+echo "== certificates for something else"
+issue cipher middle CA:FALSE keyEncipherment
+issue server middle CA:FALSE 'digitalSignature
+extendedKeyUsage=serverAuth'
+for name in cipher server; do
+    openssl cms -sign -binary -signer $name.crt -inkey $name.key -certfile middle.crt -in letter.txt -outform DER -out $name.sig
+done
+expect 1 "$vexsign" verify server.sig letter.txt --ca root.crt
+grep -q 'chain: the extended key usage .* (CN=server); --any-purpose accepts it' out || fail "server: $(cat out)"
+expect 0 "$vexsign" verify server.sig letter.txt --ca root.crt --any-purpose
+expect 1 "$vexsign" verify cipher.sig letter.txt --ca root.crt
+grep -q 'chain: the key usage of a certificate of the chain .*(CN=cipher)' out || fail "cipher: $(cat out)"
+! grep -q 'any-purpose' out || fail "advice that does not help: $(cat out)"
+expect 1 "$vexsign" verify cipher.sig letter.txt --ca root.crt --any-purpose
+
 echo "== JSON"
 expect 0 "$vexsign" verify sig letter.txt --no-chain --json
 python3 - out "$(openssl x509 -in ec.crt -noout -fingerprint -sha256 | sed 's/.*=//;s/://g')" \

@@ -83,7 +83,19 @@ void CheckValidity(X509* pCertificate, std::time_t nMoment, SignerReport& signer
     }
 }
 
-// In plain words; nSubject is filled with the certificate that is at fault.
+// The purpose forbids a certificate for its extended key usage, or for its key usage, which --any-purpose does not
+// change.
+std::string PurposeFault(X509* pCertificate, const std::string& strWho) {
+    // All bits are set if there is no extended key usage.
+    const std::uint32_t uExtended = pCertificate == nullptr ? 0 : X509_get_extended_key_usage(pCertificate);
+    if ((uExtended & XKU_SMIME) != 0) {
+        return "the key usage of a certificate of the chain is for something else than signing documents" + strWho;
+    }
+    return "the extended key usage of a certificate of the chain is for something else than e-mail and documents" +
+           strWho + "; --any-purpose accepts it";
+}
+
+// In plain words, with the name of the certificate that is at fault.
 std::string ChainFault(X509_STORE_CTX* pContext, const Settings& settings) {
     const int nError = X509_STORE_CTX_get_error(pContext);
     X509* const pCurrent = X509_STORE_CTX_get_current_cert(pContext);
@@ -107,9 +119,7 @@ std::string ChainFault(X509_STORE_CTX* pContext, const Settings& settings) {
         case X509_V_ERR_CERT_NOT_YET_VALID:
             return "a certificate of the chain is not valid yet" + strWho;
         case X509_V_ERR_INVALID_PURPOSE:
-            return "the extended key usage of a certificate of the chain is for something else than e-mail and "
-                   "documents" +
-                   strWho + "; --any-purpose accepts it";
+            return PurposeFault(pCurrent, strWho);
         case X509_V_ERR_OUT_OF_MEM:
             throw std::bad_alloc();
         default:

@@ -12,6 +12,10 @@ namespace {
 
 constexpr std::string_view kPemBegin = "-----BEGIN ";
 
+// Windows exports chains in this form.
+constexpr const char* kBundle =
+    "it is a bundle of certificates (PKCS #7); give the file that \"openssl pkcs7 -print_certs\" makes of it";
+
 struct PemBlock {
     std::string strLabel;
     std::string strBytes;
@@ -54,6 +58,12 @@ CertificatePtr CertificateOf(std::string_view der) {
     return certificate && pb == pbEnd ? std::move(certificate) : nullptr;
 }
 
+// Editors of Windows begin a text in UTF-8 with a mark. Bytes that are no text may begin so by chance.
+std::string_view WithoutMark(std::string_view text) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
+}
+
 bool IsPem(std::string_view file) {
     // PEM may have text before it; DER may hold the mark by chance only in its middle.
     const std::size_t nBegin = file.find(kPemBegin);
@@ -61,10 +71,12 @@ bool IsPem(std::string_view file) {
            file.substr(0, nBegin).find('\0') == std::string_view::npos;
 }
 
-CertificatesPtr ReadPemCertificates(const std::string& strFile) {
+CertificatesPtr ReadPemCertificates(std::string_view text) {
     CertificatesPtr certificates = NewCertificates();
-    const BioPtr bio = MemoryBio(strFile);
+    const BioPtr bio = MemoryBio(text);
+    bool bBundle = false;
     while (const std::optional<PemBlock> block = NextBlock(bio.get())) {
+        bBundle = bBundle || block->strLabel == PEM_STRING_PKCS7;
         if (block->strLabel != PEM_STRING_X509 && block->strLabel != PEM_STRING_X509_OLD) {
             continue;
         }
@@ -75,15 +87,19 @@ CertificatesPtr ReadPemCertificates(const std::string& strFile) {
         }
         AddCertificate(certificates.get(), certificate.get());
     }
+    if (sk_X509_num(certificates.get()) == 0) {
+        throw std::runtime_error(bBundle ? kBundle : "there is PEM in it, but no certificate");
+    }
     return certificates;
 }
 
 }  // namespace
 
 std::optional<std::string> DecodeSignature(std::string file) {
-    if (IsPem(file)) {
+    const std::string_view text = WithoutMark(file);
+    if (IsPem(text)) {
         try {
-            const BioPtr bio = MemoryBio(file);
+            const BioPtr bio = MemoryBio(text);
             std::optional<PemBlock> block = NextBlock(bio.get());
             // Of two signatures nobody could tell which one was checked.
             if (NextBlock(bio.get())) {
@@ -99,7 +115,7 @@ std::optional<std::string> DecodeSignature(std::string file) {
         }
         return std::nullopt;
     }
-    std::optional<std::string> bytes = DecodeBase64(file);
+    std::optional<std::string> bytes = DecodeBase64(text);
     return bytes && !bytes->empty() ? std::move(*bytes) : std::move(file);
 }
 
@@ -117,18 +133,17 @@ Kind KindOf(std::string_view bytes) {
 
 CertificatesPtr ReadCertificates(const std::string& strFile, const std::string& strName) {
     try {
-        if (IsPem(strFile)) {
-            CertificatesPtr certificates = ReadPemCertificates(strFile);
-            if (sk_X509_num(certificates.get()) == 0) {
-                throw std::runtime_error("there is PEM in it, but no certificate");
-            }
-            return certificates;
+        const std::string_view text = WithoutMark(strFile);
+        if (IsPem(text)) {
+            return ReadPemCertificates(text);
         }
-        const std::optional<std::string> bytes = DecodeBase64(strFile);
-        const CertificatePtr certificate = CertificateOf(bytes && !bytes->empty() ? *bytes : strFile);
+        const std::optional<std::string> decoded = DecodeBase64(text);
+        const std::string& strBytes = decoded && !decoded->empty() ? *decoded : strFile;
+        const CertificatePtr certificate = CertificateOf(strBytes);
         ERR_clear_error();
         if (!certificate) {
-            throw std::runtime_error("it is no certificate in PEM, DER or Base64");
+            throw std::runtime_error(KindOf(strBytes) == Kind::kP7 ? kBundle
+                                                                   : "it is no certificate in PEM, DER or Base64");
         }
         CertificatesPtr certificates = NewCertificates();
         AddCertificate(certificates.get(), certificate.get());
