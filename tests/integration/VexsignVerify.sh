@@ -114,6 +114,11 @@ expect 1 "$vexsign" verify streamed changed.txt --ca root.crt
 mkfifo fifo
 cat sig.pem >fifo &
 expect 0 "$vexsign" verify fifo letter.txt --ca root.crt
+# Without -binary, openssl signs the lines with CRLF.
+openssl cms -sign -signer ec.crt -inkey ec.key -certfile middle.crt -in letter.txt -outform DER -out lines.sig
+sed 's/$/\r/' letter.txt >lines.txt
+expect 0 "$vexsign" verify lines.sig lines.txt --ca root.crt
+expect 1 "$vexsign" verify lines.sig letter.txt --ca root.crt
 # What is said about these forms is true.
 for option in -nodetach ''; do
     # shellcheck disable=SC2086
