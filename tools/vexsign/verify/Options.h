@@ -1,9 +1,13 @@
 // The options of "vexsign verify".
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+// Most files that include this need no more of it, and the whole of CLI11 takes a compiler seconds.
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace vexsign::verify {
 
