@@ -35,14 +35,19 @@ size_t CountInMemory(const std::string& strInverted) {
             if (cbRead <= 0) {
                 break;
             }
-            for (size_t i = 0; i + strInverted.size() <= static_cast<size_t>(cbRead); ++i) {
+            // memchr, because this program is not optimised, and the memory is large.
+            const char* const pEnd = s_chunk.data() + cbRead;
+            const char* p = s_chunk.data();
+            while ((p = static_cast<const char*>(
+                        std::memchr(p, ~strInverted[0] & 0xFF, static_cast<size_t>(pEnd - p)))) != nullptr) {
                 size_t n = 0;
-                while (n < strInverted.size() && s_chunk[i + n] == static_cast<char>(~strInverted[n])) {
+                while (n < strInverted.size() && p + n < pEnd && p[n] == static_cast<char>(~strInverted[n])) {
                     ++n;
                 }
-                const std::uintptr_t nAddress = nBegin + i;
+                const std::uintptr_t nAddress = nBegin + static_cast<size_t>(p - s_chunk.data());
                 const bool fOwn = nAddress >= nChunk && nAddress < nChunk + s_chunk.size();
                 cFound += n == strInverted.size() && !fOwn ? 1 : 0;
+                ++p;
             }
             // Chunks overlap, so that the search misses nothing between them. The copy is overwritten.
             std::memset(s_chunk.data(), 0, static_cast<size_t>(cbRead));
