@@ -69,15 +69,19 @@ function(vex_java_test name java)
   if(ARG_TAG MATCHES "^(random-texts|third-parties)$")
     set(timeout 14400)  # a soak runs the same tests for hours
   endif()
-  # One JVM keeps two processors busy. These tests mostly wait: the log delays the end of each JVM by up to a second.
+  # One JVM keeps two processors busy. They would only get both when all other tests have ended, so they start first.
   set(processors 2)
-  if(name MATCHES "^java\\.(demo|log)")
+  set(cost 200)
+  # These mostly wait: they start one JVM after the other, and the log delays the end of each by up to a second.
+  if(name MATCHES "^java\\.(demo|interop|loading|log|platform|tools)")
     set(processors 1)
+    set(cost 50)
   endif()
   add_test(NAME ${name} ${configurations} COMMAND ${command})
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${timeout}
     PROCESSORS ${processors}
+    COST ${cost}
     ENVIRONMENT "VEX_TEST_JAVA=${java};VEX_TEST_PRELOAD=${java_preload}")
   if(ARG_CHECK_JNI)
     set_tests_properties(${name} PROPERTIES LABELS check-jni)
