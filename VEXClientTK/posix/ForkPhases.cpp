@@ -14,7 +14,7 @@ struct Phase {
     bool bBeforeDone = false;  // a phase that is added during a fork waits for the next one
 };
 
-constinit std::array<Phase, static_cast<std::size_t>(ForkPhase::kFileClosing) + 1> s_phases{};
+constinit std::array<Phase, static_cast<std::size_t>(ForkPhase::kLookups) + 1> s_phases{};
 
 void Call(void (*pfn)()) {
     if (pfn != nullptr) {

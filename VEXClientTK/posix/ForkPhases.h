@@ -7,12 +7,13 @@
 namespace vexposix {
 
 enum class ForkPhase {
-    kHandles,     // 1: the table of signing objects, then the locks of the objects
-    kStoreFiles,  // 2: the store files that are in use; the child gets a list of its own
-    kWrongPins,   // 3: the PINs that tokens have refused
-    kModules,     // 4: PKCS #11 modules; the child gets a list of its own
-    kOpenFiles,   // 5: the table of open files
-    kFileClosing  // 6: closing a locked file
+    kHandles,      // 1: the table of signing objects, then the locks of the objects
+    kStoreFiles,   // 2: the store files that are in use; the child gets a list of its own
+    kWrongPins,    // 3: the PINs that tokens have refused
+    kModules,      // 4: PKCS #11 modules; the child gets a list of its own
+    kOpenFiles,    // 5: the table of open files
+    kFileClosing,  // 6: closing a locked file
+    kLookups       // 7: no lock; the child has none of the running lookups of hosts
 };
 
 struct ForkHandlers {

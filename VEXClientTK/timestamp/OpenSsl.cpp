@@ -1,0 +1,30 @@
+#include "timestamp/OpenSsl.h"
+
+#include <array>
+
+#include "posix/VisibleText.h"
+
+namespace vextimestamp {
+
+std::string LastReason() {
+    const char* pszData = nullptr;
+    int nFlags = 0;
+    const unsigned long ulError = ERR_peek_last_error_data(&pszData, &nFlags);
+    if (ERR_GET_REASON(ulError) == ERR_R_MALLOC_FAILURE) {
+        throw std::bad_alloc();
+    }
+    const char* const pszReason = ulError == 0 ? nullptr : ERR_reason_error_string(ulError);
+    std::string strReason = pszReason == nullptr ? "unknown reason" : pszReason;
+    if (pszData != nullptr && (nFlags & ERR_TXT_STRING) != 0 && *pszData != '\0') {
+        strReason += std::string(" (") + pszData + ")";
+    }
+    return vexposix::Visible(strReason, false);
+}
+
+std::string DottedText(const ASN1_OBJECT* pObject) {
+    std::array<char, 512> text{};
+    const int cch = pObject == nullptr ? 0 : OBJ_obj2txt(text.data(), static_cast<int>(text.size()), pObject, 1);
+    return cch > 0 && static_cast<std::size_t>(cch) < text.size() ? std::string(text.data()) : std::string();
+}
+
+}  // namespace vextimestamp
