@@ -43,6 +43,8 @@ enum VCTKError : INT {
     VCTK_E_DATA_BASE64 = 1304,
     VCTK_E_SIGN_FAILED = 1305,
     VCTK_E_NO_SIGNATURE = 1306,
+
+    VCTK_E_TIMESTAMP = 1401,
 };
 
 struct VCTKErrorEntry {
@@ -86,6 +88,8 @@ inline constexpr VCTKErrorEntry g_aVCTKErrors[] = {
     {VCTK_E_DATA_BASE64, "The data is not strict Base64"},
     {VCTK_E_SIGN_FAILED, "The signature could not be made"},
     {VCTK_E_NO_SIGNATURE, "This thread has made no such signature with this object"},
+
+    {VCTK_E_TIMESTAMP, "The signature could not be time-stamped"},
 };
 
 // The message of an error number. A number that is not in the table has the message of VCTK_E_INTERNAL.

@@ -8,6 +8,7 @@
 #include "signing/Failure.h"
 #include "signing/PssParameters.h"
 #include "signing/Signer.h"
+#include "signing/TimeStamp.h"
 
 namespace vextk {
 namespace {
@@ -107,7 +108,7 @@ void Attach(CMS_ContentInfo* pCms, const Bytes& data) {
 }  // namespace
 
 std::string SignP7(const Identity& identity, const SigningDigest& digest, const Bytes& data, bool bDetached,
-                   const Identities& certificates) {
+                   const Identities& certificates, const vextimestamp::Settings* pStamp) {
     if (data.size() > static_cast<size_t>(INT_MAX)) {
         throw Failure(VCTK_E_TOO_LARGE);
     }
@@ -138,6 +139,10 @@ std::string SignP7(const Identity& identity, const SigningDigest& digest, const 
     const int cbDer = i2d_CMS_ContentInfo(cms.get(), &pbDer);
     RequireSigned(cbDer > 0);
     const MemoryPtr<unsigned char> der(pbDer);
+    if (pStamp != nullptr) {
+        const Bytes stamped = AddStamp({der.get(), static_cast<size_t>(cbDer)}, *pStamp);
+        return EncodeBase64(stamped.data(), stamped.size());
+    }
     return EncodeBase64(der.get(), static_cast<size_t>(cbDer));
 }
 

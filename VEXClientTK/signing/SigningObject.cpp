@@ -12,6 +12,7 @@
 #include "signing/Chain.h"
 #include "signing/Signer.h"
 #include "signing/SignerP7.h"
+#include "signing/TimeStamp.h"
 
 namespace vextk {
 namespace {
@@ -300,6 +301,11 @@ SigningObject::ChoicePtr SigningObject::ChooseIdentity(const SettingsPtr& settin
 void SigningObject::SignP1(std::string_view text, int nInputForm) {
     const PerThreadPtr mine = Mine();
     mine->strP1.reset();  // if this call fails, nobody can mistake an older signature for its result
+    if (m_store->stamp && !m_store->bStampsOnly) {
+        throw Failure(
+            VCTK_E_TIMESTAMP,
+            "a P1 signature has no place for a time stamp; make a P7 signature, or open the store without tsa");
+    }
     const SettingsPtr settings = CurrentSettings();
     const Bytes data = DecodeInput(text, nInputForm, settings->digest);
     const IdentityPtr identity = ChooseIdentity(settings)->longest;
@@ -310,6 +316,11 @@ void SigningObject::SignP1(std::string_view text, int nInputForm) {
 void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached, int nCertificates) {
     const PerThreadPtr mine = Mine();
     mine->strP7.reset();
+    if (m_store->bStampsOnly) {
+        const Bytes result = StampOrRequest(DecodeInput(text, nInputForm, {}), *m_store->stamp);
+        mine->strP7 = EncodeBase64(result.data(), result.size());
+        return;
+    }
     const SettingsPtr settings = CurrentSettings();
     const Bytes data = DecodeInput(text, nInputForm, settings->digest);
     const ChoicePtr choice = ChooseIdentity(settings);
@@ -321,7 +332,8 @@ void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached
         const Identities issuers = IssuersOf(choice->longest);
         certificates.insert(certificates.end(), issuers.begin(), issuers.end());
     }
-    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest, data, bDetached, certificates);
+    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest, data, bDetached, certificates,
+                                m_store->stamp ? &*m_store->stamp : nullptr);
     mine->lastSigner = choice->longest;
 }
 

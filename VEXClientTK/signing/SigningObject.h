@@ -83,6 +83,8 @@ public:
 
     // nInputForm: 0, the bytes of the text are the data; 1, the text is strict Base64 of the data.
     void SignP1(std::string_view text, int nInputForm);
+    // Stamped if the store is for that. With a stamp: store, the data are what StampOrRequest (TimeStamp.h) takes, its
+    // result takes the place of the signature, and the other two arguments mean nothing.
     // nCertificates: 0, none; kSignerOnly, the signer's; any other, the signer's with the chain that the store is for.
     static constexpr int kSignerOnly = 2;
     void SignP7(std::string_view text, int nInputForm, bool bDetached, int nCertificates);

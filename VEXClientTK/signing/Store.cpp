@@ -17,6 +17,7 @@
 #include "signing/SharedIdentities.h"
 #include "signing/StoreContent.h"
 #include "signing/StoreUri.h"
+#include "signing/TimeStamp.h"
 #include "signing/TokenStore.h"
 
 namespace vextk {
@@ -92,20 +93,22 @@ Content Open(const StoreUri& uri) {
     }
 }
 
-// The certificates of a PEM or PKCS #12 file. Its keys are not used.
-IdentitiesPtr ReadChainSource(const std::string& strPath) {
+// The certificates of a PEM or PKCS #12 file that an attribute of the URI names. Its keys are not used.
+IdentitiesPtr ReadCertificates(const char* pszAttribute, const std::string& strPath, bool bOfIssuers) {
     try {
         IdentitiesPtr identities = ReadFile(strPath, nullptr);
-        if (std::none_of(identities->begin(), identities->end(),
-                         [](const IdentityPtr& identity) { return IsAuthority(*identity); })) {
-            throw Failure(VCTK_E_STORE_FORMAT, strPath + ": it has no certificate of an issuer");
+        if (std::none_of(identities->begin(), identities->end(), [&](const IdentityPtr& identity) {
+                return bOfIssuers ? IsAuthority(*identity) : identity->Certificate() != nullptr;
+            })) {
+            throw Failure(VCTK_E_STORE_FORMAT,
+                          strPath + (bOfIssuers ? ": it has no certificate of an issuer" : ": it has no certificate"));
         }
         return identities;
     } catch (const Failure& failure) {
         const bool bPin = failure.Number() == VCTK_E_PIN_REQUIRED || failure.Number() == VCTK_E_PIN_WRONG;
         const Failure encrypted(VCTK_E_STORE_FORMAT,
                                 strPath + ": a part of it is encrypted; use a file with certificates alone");
-        throw(bPin ? encrypted : failure).About("chain-source");
+        throw(bPin ? encrypted : failure).About(pszAttribute);
     }
 }
 
@@ -113,13 +116,31 @@ Authorities FindAuthorities(const StoreUri& uri, const Identities& identities, c
     Identities all = identities;
     all.insert(all.end(), others.begin(), others.end());
     if (!uri.strChainSource.empty()) {
-        const IdentitiesPtr source = ReadChainSource(uri.strChainSource);
+        const IdentitiesPtr source = ReadCertificates("chain-source", uri.strChainSource, true);
         all.insert(all.end(), source->begin(), source->end());
     }
     return SelectAuthorities(WithoutCopies(std::move(all)));
 }
 
+// How P7 signatures are stamped, if they are.
+std::optional<vextimestamp::Settings> ReadStampSettings(const StoreUri& uri) {
+    const StampUri& stamp = uri.stamp;
+    if (stamp.authorities.empty() && uri.kind != StoreUri::Kind::kStamp) {
+        return std::nullopt;
+    }
+    return MakeStampSettings(
+        stamp, stamp.strTrusted.empty() ? Identities() : *ReadCertificates("tsa-ca", stamp.strTrusted, false));
+}
+
 OpenedStore OpenOrThrow(StoreUri& uri) {
+    // First, so that an error here costs no try of a PIN.
+    std::optional<vextimestamp::Settings> stamp = ReadStampSettings(uri);
+    if (uri.kind == StoreUri::Kind::kStamp) {
+        OpenedStore stamps{std::make_shared<const Identities>()};
+        stamps.stamp = std::move(stamp);
+        stamps.bStampsOnly = true;
+        return stamps;
+    }
     if (uri.strPinSource) {
         uri.pin = ReadPin(*uri.strPinSource);
     }
@@ -132,6 +153,7 @@ OpenedStore OpenOrThrow(StoreUri& uri) {
             .About(content.strName);
     }
     store.bListCertificates = uri.bListCertificates;
+    store.stamp = std::move(stamp);
     if (uri.chain != ChainPart::kNone) {
         store.authorities = FindAuthorities(uri, *store.identities, content.others);
     }

@@ -10,6 +10,7 @@
 #include "signing/Identity.h"
 #include "signing/SecretText.h"
 #include "signing/StoreUri.h"
+#include "timestamp/Stamp.h"
 
 namespace vextk {
 
@@ -22,12 +23,14 @@ struct OpenedStore {
     bool bListCertificates = false;  // the certificate list also has the names and the certificates themselves
     // Why the store could not be opened; then it has no certificates. Only with errors=handle in its URI.
     std::optional<Failure> failure = std::nullopt;
+    std::optional<vextimestamp::Settings> stamp = std::nullopt;  // nothing: P7 signatures are not time-stamped
+    bool bStampsOnly = false;  // of a stamp: URI; it has no certificates, and P7 signatures are the input
 };
 using OpenedStorePtr = std::shared_ptr<const OpenedStore>;
 
 // The certificates of the store that the URI names, which is none of Kind::kHandle. At least one has its private key,
-// except with bListAll. Throws one of the store, PIN and token numbers of VCTKError.h, unless the URI has
-// errors=handle.
+// except with bListAll and with bStampsOnly. Throws one of the store, PIN and token numbers of VCTKError.h, unless the
+// URI has errors=handle.
 OpenedStorePtr OpenStore(StoreUri uri);
 
 // The certificates in the bytes of a PKCS #12 or PEM file, in the file's order. Each comes once, with its private

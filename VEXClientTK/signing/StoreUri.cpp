@@ -3,16 +3,22 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <utility>
 
 #include "posix/Hexadecimal.h"
 #include "signing/AsciiCase.h"
 #include "signing/Failure.h"
+#include "signing/OpenSsl.h"
 
 namespace vextk {
 namespace {
 
 constexpr const char* kAfterDemo =
-    "only \"?\" and the attributes list, chain, chain-source and errors may follow \"demo:\"";
+    "only \"?\" and the attributes list, chain, chain-source, errors and those of a time stamp may follow \"demo:\"";
+constexpr const char* kAfterStamp =
+    "only \"?\" and the attributes tsa, tsa-digest, tsa-timeout, tsa-ca, tsa-policy and errors may follow \"stamp:\"";
+
+constexpr std::uint32_t kLongestStampMs = 600'000;
 
 [[noreturn]] void Malformed(const char* pszDetail) {
     throw Failure(VCTK_E_URI_MALFORMED, pszDetail);
@@ -177,12 +183,85 @@ void ParseErrors(std::string_view value, StoreUri& uri) {
     uri.bErrorsInHandle = true;
 }
 
-// The attributes that every kind of store has.
+// The URL goes into an HTTP request and into error texts. So it has neither blanks nor line breaks, and no password.
+void ParseAuthority(std::string_view value, StoreUri& uri) {
+    constexpr std::string_view kScheme = "http://";
+    std::string strUrl = DecodePath(value);
+    if (!EqualIgnoringCase(std::string_view(strUrl).substr(0, kScheme.size()), kScheme)) {
+        Malformed("tsa must be a URL that begins with \"http://\"");
+    }
+    const std::string_view rest = std::string_view(strUrl).substr(kScheme.size());
+    const std::string_view host = rest.substr(0, rest.find_first_of("/?"));
+    if (host.empty() || host.find('@') != std::string_view::npos) {
+        Malformed("the URL of tsa must have a host, and no user name or password before it");
+    }
+    if (!std::all_of(strUrl.begin(), strUrl.end(), [](char ch) { return ch > ' ' && ch <= '~' && ch != '#'; })) {
+        Malformed("the URL of tsa has a character that must be percent-encoded twice: in the URL, and in this text");
+    }
+    uri.stamp.authorities.push_back(std::move(strUrl));
+}
+
+void ParseStampDigest(std::string_view value, StoreUri& uri) {
+    if (!uri.stamp.strDigest.empty() || value.empty()) {
+        Malformed("tsa-digest must be the name of a digest, and may be given only once");
+    }
+    uri.stamp.strDigest = DecodePath(value);
+}
+
+void ParseStampTimeout(std::string_view value, StoreUri& uri) {
+    std::uint32_t uMilliseconds = 0;
+    const auto [pchEnd, error] = std::from_chars(value.data(), value.data() + value.size(), uMilliseconds);
+    if (uri.stamp.uMilliseconds != 0 || error != std::errc() || pchEnd != value.data() + value.size() ||
+        uMilliseconds == 0 || uMilliseconds > kLongestStampMs) {
+        Malformed("tsa-timeout must be from 1 to 600000 milliseconds, and may be given only once");
+    }
+    uri.stamp.uMilliseconds = uMilliseconds;
+}
+
+void ParseStampTrust(std::string_view value, StoreUri& uri) {
+    if (!uri.stamp.strTrusted.empty()) {
+        Malformed("tsa-ca may be given only once");
+    }
+    uri.stamp.strTrusted = SourcePath(value);
+}
+
+void ParseStampPolicy(std::string_view value, StoreUri& uri) {
+    std::string strPolicy = DecodePath(value);
+    if (!uri.stamp.strPolicy.empty() || FindDottedOid(strPolicy) == nullptr) {
+        Malformed("tsa-policy must be an object identifier, such as 1.2.3.4, and may be given only once");
+    }
+    uri.stamp.strPolicy = std::move(strPolicy);
+}
+
+// The attributes that every kind of store has. The stamp: alone has no list and no chain.
 constexpr struct {
     std::string_view name;
     void (*pfnParse)(std::string_view value, StoreUri& uri);
-} kCommonAttributes[] = {
-    {"list", ParseList}, {"chain", ParseChain}, {"chain-source", ParseChainSource}, {"errors", ParseErrors}};
+    bool bForStamp;
+} kCommonAttributes[] = {{"list", ParseList, false},
+                         {"chain", ParseChain, false},
+                         {"chain-source", ParseChainSource, false},
+                         {"errors", ParseErrors, true},
+                         {"tsa", ParseAuthority, true},
+                         {"tsa-digest", ParseStampDigest, true},
+                         {"tsa-timeout", ParseStampTimeout, true},
+                         {"tsa-ca", ParseStampTrust, true},
+                         {"tsa-policy", ParseStampPolicy, true}};
+
+// Attributes that say how to stamp, where nothing is stamped: a "tsa" has been forgotten.
+void CheckStamp(const StoreUri& uri) {
+    const StampUri& stamp = uri.stamp;
+    if (!stamp.authorities.empty()) {
+        return;
+    }
+    if (stamp.uMilliseconds != 0) {
+        Malformed("tsa-timeout needs tsa");
+    }
+    if (uri.kind != StoreUri::Kind::kStamp &&
+        !(stamp.strDigest.empty() && stamp.strPolicy.empty() && stamp.strTrusted.empty())) {
+        Malformed("tsa-digest, tsa-ca and tsa-policy need tsa");
+    }
+}
 
 void ParseAttribute(std::string_view attribute, StoreUri& uri) {
     const size_t nEquals = attribute.find('=');
@@ -197,17 +276,19 @@ void ParseAttribute(std::string_view attribute, StoreUri& uri) {
         return;
     }
     for (const auto& common : kCommonAttributes) {
-        if (name == common.name) {
+        if (name == common.name && (common.bForStamp || uri.kind != StoreUri::Kind::kStamp)) {
             common.pfnParse(value, uri);
             return;
         }
     }
-    if (uri.kind == StoreUri::Kind::kDemo) {
-        Malformed(kAfterDemo);
+    if (uri.kind == StoreUri::Kind::kDemo || uri.kind == StoreUri::Kind::kStamp) {
+        Malformed(uri.kind == StoreUri::Kind::kDemo ? kAfterDemo : kAfterStamp);
     }
     if (name != "pin-value" && name != "pin-source") {
         if (!bToken) {
-            Malformed("unknown attribute; use pin-value, pin-source, list, chain, chain-source or errors");
+            Malformed(
+                "unknown attribute; use pin-value, pin-source, list, chain, chain-source, errors, tsa, tsa-digest, "
+                "tsa-timeout, tsa-ca or tsa-policy");
         }
         CheckVendorAttribute(name, value);
         return;
@@ -271,9 +352,11 @@ StoreUri ParseStoreUri(std::string_view text) {
         uri.kind = StoreUri::Kind::kFile;
     } else if (EqualIgnoringCase(scheme, "pkcs11")) {
         uri.kind = StoreUri::Kind::kToken;
+    } else if (EqualIgnoringCase(scheme, "stamp")) {
+        uri.kind = StoreUri::Kind::kStamp;
     } else if (!EqualIgnoringCase(scheme, "demo")) {
-        throw Failure(VCTK_E_URI_SCHEME,
-                      "unknown scheme \"" + std::string(scheme) + ":\"; use \"demo:\", \"file:\" or \"pkcs11:\"");
+        throw Failure(VCTK_E_URI_SCHEME, "unknown scheme \"" + std::string(scheme) +
+                                             ":\"; use \"demo:\", \"file:\", \"pkcs11:\" or \"stamp:\"");
     }
     if (rest.find('#') != std::string_view::npos) {
         Malformed("write \"#\" as %23");
@@ -284,7 +367,7 @@ StoreUri ParseStoreUri(std::string_view text) {
     } else if (uri.kind == StoreUri::Kind::kToken) {
         ParseTokenPath(rest.substr(0, nQuery), uri.token);
     } else if (!rest.substr(0, nQuery).empty()) {
-        Malformed(kAfterDemo);
+        Malformed(uri.kind == StoreUri::Kind::kDemo ? kAfterDemo : kAfterStamp);
     }
     if (nQuery != std::string_view::npos) {
         ParseAttributes(rest.substr(nQuery + 1), uri);
@@ -292,6 +375,7 @@ StoreUri ParseStoreUri(std::string_view text) {
     if (!uri.strChainSource.empty() && uri.chain == ChainPart::kNone) {
         Malformed("chain-source needs chain=store or chain=root");
     }
+    CheckStamp(uri);
     return uri;
 }
 

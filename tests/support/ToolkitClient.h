@@ -96,7 +96,8 @@ private:
 // The results of all operations on a handle, except VCTK_Finalize and those that tell the last error.
 inline std::vector<INT> CallEverything(HANDLE hObject) {
     char buffer[64] = {};
-    int nLength = sizeof buffer;
+    // Each call may leave another number of its own: the size that it needs.
+    int lengths[] = {sizeof buffer, sizeof buffer, sizeof buffer, sizeof buffer};
     return {VCTK_CallQueueEnable(hObject, 0, 1),
             VCTK_SetDigestAlg(hObject, "SHA256"),
             VCTK_SetDigestAlg(hObject, nullptr),
@@ -104,9 +105,9 @@ inline std::vector<INT> CallEverything(HANDLE hObject) {
             VCTK_AddFilter(hObject, 1, "x"),
             VCTK_ClearFilter(hObject),
             VCTK_P1Sign(hObject, "text", 0),
-            VCTK_GetP1SignResult(hObject, buffer, &nLength),
+            VCTK_GetP1SignResult(hObject, buffer, &lengths[0]),
             VCTK_P7Sign(hObject, "text", 0, 1, 1),
-            VCTK_GetP7SignResult(hObject, buffer, &nLength),
-            VCTK_GetSignCert(hObject, buffer, &nLength),
-            VCTK_GetCertList(hObject, "\r\n", " ", buffer, &nLength)};
+            VCTK_GetP7SignResult(hObject, buffer, &lengths[1]),
+            VCTK_GetSignCert(hObject, buffer, &lengths[2]),
+            VCTK_GetCertList(hObject, "\r\n", " ", buffer, &lengths[3])};
 }

@@ -18,27 +18,32 @@ final class ContentSigner {
     private final Selection selection;
     private final String digestName;  // of the client; null for the toolkit's default
     private final String prehashed;
-    private final Digest digest;  // null: unknown here
+    private final Digest digest;    // null: unknown here
+    private final Stamper stamper;  // null: signatures are not stamped
 
-    ContentSigner(Session session, Selection selection, String digestName) {
+    ContentSigner(Session session, Selection selection, String digestName, Stamper stamper) {
         String name = Digest.orDefault(digestName);
         this.session = session;
         this.selection = selection;
         this.digestName = digestName;
+        this.stamper = stamper;
         prehashed = Digest.PREHASHED + name;
         digest = Digest.of(Digest.withoutPss(name));
     }
 
     byte[] signRaw(String text) throws SigningException {
+        requireNoStamp();
         return session.signP1(selection, digestName, text);
     }
 
     byte[] signRaw(byte[] data) throws SigningException {
+        requireNoStamp();
         return session.signP1(selection, digestName, data);
     }
 
     /** @throws SigningException if the toolkit does not sign digests, or not this one */
     byte[] signDigest(byte[] value) throws SigningException {
+        requireNoStamp();
         if (!session.knowsDigest(prehashed)) {
             throw SigningException.notSupported("The toolkit cannot sign a digest; sign the data with signRaw");
         }
@@ -46,11 +51,29 @@ final class ContentSigner {
     }
 
     byte[] sign(String text, CmsForm form) throws SigningException {
-        return session.signP7(selection, digestName, text, form);
+        return stamped(() -> session.signP7(selection, digestName, text, form));
     }
 
     byte[] sign(byte[] data, CmsForm form) throws SigningException {
-        return session.signP7(selection, digestName, data, form);
+        if (stamper == null || form.isDetached()) {
+            return stamped(() -> session.signP7(selection, digestName, data, form));
+        }
+        // A stamp covers the signature value only, so the toolkit need not have the content for it.
+        AttachedCms cms = new AttachedCms(
+            stamped(() -> session.signP7(selection, digestName, data, form.toDetached())), data.length);
+        System.arraycopy(data, 0, cms.der(), cms.contentBegin(), data.length);
+        return cms.der();
+    }
+
+    private byte[] stamped(Stamper.Signing signing) throws SigningException {
+        return stamper == null ? signing.sign() : stamper.stamped(signing);
+    }
+
+    private void requireNoStamp() throws SigningException {
+        if (stamper != null) {
+            session.requireOpen();
+            throw Stamper.noPlace();
+        }
     }
 
     byte[] sign(InputStream stream, CmsForm form) throws IOException, SigningException {
@@ -58,10 +81,11 @@ final class ContentSigner {
         if (hash == null) {
             DataCollector data = new DataCollector(NativeText.MAX_BYTES);
             read(stream, data::add);
-            return session.signP7(selection, digestName, data.take(), form);
+            return sign(data.take(), form);
         }
         requireContent(read(stream, hash::update));
-        return session.signP7(selection, prehashed, hash.digest(), form);
+        byte[] value = hash.digest();
+        return stamped(() -> session.signP7(selection, prehashed, value, form));
     }
 
     byte[] sign(Path file, CmsForm form) throws IOException, SigningException {
@@ -83,7 +107,8 @@ final class ContentSigner {
         }
         requireContent(length);
         byte[] value = hash.digest();
-        AttachedCms cms = new AttachedCms(session.signP7(selection, prehashed, value, form.toDetached()), length);
+        AttachedCms cms = new AttachedCms(
+            stamped(() -> session.signP7(selection, prehashed, value, form.toDetached())), length);
         int end = cms.contentBegin() + (int) length;
         try (InputStream stream = Files.newInputStream(file)) {
             for (int at = cms.contentBegin(); at < end;) {

@@ -7,6 +7,7 @@ final class DerReader {
     static final int INTEGER = 0x02;
     static final int OCTET_STRING = 0x04;
     static final int OBJECT_IDENTIFIER = 0x06;
+    static final int UTF8_STRING = 0x0c;
     static final int SEQUENCE = 0x30;
     static final int SET = 0x31;
     /** [0] EXPLICIT, or IMPLICIT of a SET */

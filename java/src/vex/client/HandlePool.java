@@ -54,14 +54,19 @@ final class HandlePool {
     <T> T call(Selection selection, String digest, Call<T> call) throws SigningException {
         enter();
         try {
-            Handle handle = take(selection, digest);
-            try {
-                return call.with(handle);
-            } finally {
-                putBack(handle);
-            }
+            return callEntered(selection, digest, call);
         } finally {
             leave();
+        }
+    }
+
+    /** The same between {@link #enter} and {@link #leave}: it succeeds although the pool was closed meanwhile. */
+    <T> T callEntered(Selection selection, String digest, Call<T> call) throws SigningException {
+        Handle handle = take(selection, digest);
+        try {
+            return call.with(handle);
+        } finally {
+            putBack(handle);
         }
     }
 
@@ -131,16 +136,31 @@ final class HandlePool {
         }
     }
 
-    private void enter() {
+    /**
+     * Begins a call, or work of several calls.
+     *
+     * @throws IllegalStateException if the pool is closed
+     */
+    void enter() {
         calls.updateAndGet(number -> {
-            if (number < 0) {
-                throw new IllegalStateException("The signing client or the KeyStore is closed");
-            }
+            requireOpen(number);
             return number + 1;
         });
     }
 
-    private void leave() {
+    /** @throws IllegalStateException if the pool is closed */
+    void requireOpen() {
+        requireOpen(calls.get());
+    }
+
+    private static void requireOpen(int number) {
+        if (number < 0) {
+            throw new IllegalStateException("The signing client or the KeyStore is closed");
+        }
+    }
+
+    /** Ends what {@link #enter} began. The last one to leave a closed pool finalizes the handles. */
+    void leave() {
         if (calls.decrementAndGet() == CLOSED) {
             finalizeAll();
         }

@@ -23,18 +23,18 @@ final class Reaper {
 
     private Reaper() {}
 
-    /** Stands for an owner, without keeping it reachable, and knows its session. */
+    /** Stands for an owner, without keeping it reachable, and knows how its session is closed. */
     static final class Ticket extends PhantomReference<Object> {
-        private final Session session;
+        private final Runnable closing;
 
-        private Ticket(Object owner, Session session) {
+        private Ticket(Object owner, Runnable closing) {
             super(owner, QUEUE);
-            this.session = session;
+            this.closing = closing;
         }
 
         /** Closes the session. Called by the owner, or by the thread after the owner became unreachable. */
         void close() {
-            session.close();
+            closing.run();
             synchronized (OPEN) {
                 if (OPEN.remove(this) && OPEN.isEmpty()) {
                     enqueue();  // wakes the thread, which then waits for the next session
@@ -43,9 +43,13 @@ final class Reaper {
         }
     }
 
-    /** Closes the session when the ticket is closed, or some time after the owner became unreachable. */
-    static Ticket register(Object owner, Session session) {
-        Ticket ticket = new Ticket(owner, session);
+    /**
+     * Closes the session when the ticket is closed, or some time after the owner became unreachable.
+     *
+     * @param closing may run twice. It keeps neither the owner reachable nor anything else that the program gave
+     */
+    static Ticket register(Object owner, Runnable closing) {
+        Ticket ticket = new Ticket(owner, closing);
         synchronized (OPEN) {
             OPEN.add(ticket);
             if (!running) {

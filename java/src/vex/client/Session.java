@@ -149,6 +149,11 @@ final class Session {
         });
     }
 
+    /** @throws IllegalStateException if the session is closed */
+    void requireOpen() {
+        pool.requireOpen();
+    }
+
     /** Does not wait: calls in progress finish normally, and the last of them releases the store. May be repeated. */
     void close() {
         pool.close();

@@ -13,13 +13,15 @@ final class SignerChoice {
     private final Session session;
     private final Selection selection;
     private final boolean single;
-    private final String digest;  // null for the toolkit's default
+    private final String digest;    // null for the toolkit's default
+    private final Stamper stamper;  // null: signatures are not stamped
 
-    SignerChoice(Session session, Selection selection, boolean single, String digest) {
+    SignerChoice(Session session, Selection selection, boolean single, String digest, Stamper stamper) {
         this.session = session;
         this.selection = selection;
         this.single = single;
         this.digest = digest;
+        this.stamper = stamper;
     }
 
     X509Certificate[] chain() throws SigningException {
@@ -42,7 +44,7 @@ final class SignerChoice {
     private SigningResult sign(SigningRequest request, CertificateInfo signer) throws IOException, SigningException {
         X509Certificate[] chain = chain(signer);
         Selection chosen = selection.with(Filter.fingerprint(signer.fingerprint()));
-        byte[] signature = request.sign(new ContentSigner(session, chosen, digest));
+        byte[] signature = request.sign(new ContentSigner(session, chosen, digest, stamper));
         return new SigningResult(signature, chain, request.isCms() ? SignatureAlgorithm.ofCms(signature)
             : SignatureAlgorithm.ofRaw(signer.keyAlgorithm(), chain[0], digest));
     }
@@ -59,13 +61,26 @@ final class SignerChoice {
     private CertificateInfo choose() throws SigningException {
         CertificateInfo chosen = longestValid();
         if (chosen == null) {
-            session.signP1(selection, digest, SignerChains.CERTIFICATE_REQUEST);
+            signAnything();
             chosen = longestValid();  // the candidates changed meanwhile
         }
         if (chosen == null) {
             throw SigningException.notSupported("The toolkit signs with a certificate that it does not list");
         }
         return chosen;
+    }
+
+    private void signAnything() throws SigningException {
+        try {
+            session.signP1(selection, digest, SignerChains.CERTIFICATE_REQUEST);
+        } catch (SigningException e) {
+            // A store that stamps makes no bare signatures. Without a certificate, it asks for no stamp.
+            if (e.reason() != SigningException.Reason.TIMESTAMP) {
+                throw e;
+            }
+            session.signP7(selection, digest, SignerChains.CERTIFICATE_REQUEST,
+                new CmsForm(true, CmsForm.Certificates.NONE));
+        }
     }
 
     /** Null: the toolkit has no certificate to sign with, or more than it may choose from. */

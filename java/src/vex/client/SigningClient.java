@@ -34,6 +34,12 @@ import java.util.Objects;
  * character that the locale cannot encode is refused with a {@link SigningException}; it is never signed with such
  * characters replaced. Bytes are signed unchanged under every locale. Empty texts and empty data are refused.
  *
+ * <h2>Time stamps</h2>
+ * With {@link Builder#timestamp}, every CMS signature contains a time stamp of an authority (RFC 3161, as the unsigned
+ * attribute of RFC 5126), which shows that it was made while the certificate was valid. A signature that cannot be
+ * stamped is not returned: {@link SigningException.Reason#TIMESTAMP}. Such a client makes no bare signatures, which
+ * have no place for a stamp.
+ *
  * <h2>Threads</h2>
  * Any thread may call any method at any time. The client is immutable. As many calls as there are processors run at
  * once; further calls wait in the order of their arrival. If the toolkit cannot share an opened store, calls run one
@@ -51,17 +57,25 @@ import java.util.Objects;
  */
 public final class SigningClient implements AutoCloseable {
     final Session session;
+    final StampStore stamps;  // null: signatures are not stamped
     private final Selection selection;
     private final ContentSigner content;
     private final SignerChoice choice;
     private final Reaper.Ticket ticket;
 
-    private SigningClient(Session session, Selection selection, boolean single, String digest) {
+    private SigningClient(Session session, Selection selection, boolean single, String digest, StampStore stamps,
+            TimestampSource source) {
+        Stamper stamper = stamps == null ? null : new Stamper(stamps, source);
         this.session = session;
+        this.stamps = stamps;
         this.selection = selection;
-        content = new ContentSigner(session, selection, digest);
-        choice = new SignerChoice(session, selection, single, digest);
-        ticket = Reaper.register(this, session);
+        content = new ContentSigner(session, selection, digest, stamper);
+        choice = new SignerChoice(session, selection, single, digest, stamper);
+        // The source may refer to this client, so the reaper does not get it.
+        ticket = Reaper.register(this, stamps == null ? session::close : () -> {
+            session.close();
+            stamps.close();
+        });
     }
 
     /**
@@ -288,6 +302,8 @@ public final class SigningClient implements AutoCloseable {
         private Path chainFile;
         private char[] pin;
         private String digest;  // null: the toolkit's default
+        private TimestampSource timestampSource;
+        private Path timestampAuthority;
         private boolean pss;
         private boolean single;
 
@@ -383,20 +399,48 @@ public final class SigningClient implements AutoCloseable {
         }
 
         /**
+         * Has every CMS signature stamped with the time. Bare signatures are then refused.
+         *
+         * @param source where stamps come from, for example {@link TimestampSource#http}
+         * @return this
+         */
+        public Builder timestamp(TimestampSource source) {
+            timestampSource = Objects.requireNonNull(source, "source");
+            return this;
+        }
+
+        /**
+         * Names a file with the certificates that time stamps have to lead to. Without this call, everything about a
+         * stamp is checked except who issued the authority's certificate. Goes with {@link #timestamp}.
+         *
+         * @param certificates PEM, the authority's roots
+         * @return this
+         * @throws IllegalArgumentException if the path belongs to another file system than the default one
+         */
+        public Builder timestampAuthority(Path certificates) {
+            timestampAuthority =
+                StoreText.requireDefaultFileSystem(Objects.requireNonNull(certificates, "certificates"));
+            return this;
+        }
+
+        /**
          * Opens the store. The first call in a process loads the native library; see {@link vex.jni.TAVClientJNI}.
          *
          * @return a new client, which the caller closes
          * @throws SigningException if the store cannot be opened or a setting is refused. If no certificate passes the
-         *     filters, opening succeeds and signing fails
-         * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN
+         *     filters, opening succeeds and signing fails. Also if stamps are wanted that the toolkit cannot add
+         * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN, if
+         *     {@link #timestampAuthority} was called alone, or {@link #timestamp} for a URI with {@code tsa=}
          */
         public SigningClient open() throws SigningException {
+            Stamper.requireOneWay(store, timestampSource, timestampAuthority);
             Session session = Session.open(storeWithPin(), single, "chain=store");
             try {
                 String digest = digestName();
                 Selection selection = selection();
                 session.check(selection, digest);
-                return new SigningClient(session, selection, single, digest);
+                StampStore stamps = timestampSource == null ? null : StampStore.open(timestampAuthority);
+                return new SigningClient(session, selection, single, digest, stamps, timestampSource);
             } catch (SigningException | RuntimeException | Error e) {
                 session.close();
                 throw e;

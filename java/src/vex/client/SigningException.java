@@ -35,6 +35,15 @@ public final class SigningException extends GeneralSecurityException {
         return new SigningException(number, VCTKError.message(number) + ": " + detail);
     }
 
+    /** @param cause null: there is none */
+    static SigningException notStamped(String detail, Throwable cause) {
+        SigningException e = of(VCTKError.TIMESTAMP, detail);
+        if (cause != null) {
+            e.initCause(cause);
+        }
+        return e;
+    }
+
     /** The toolkit has no number for what it does not have. */
     static SigningException notSupported(String text) {
         return new SigningException(Reason.NOT_SUPPORTED, VCTKError.INVALID_ARGUMENT, text);
@@ -123,6 +132,8 @@ public final class SigningException extends GeneralSecurityException {
         NOT_SUPPORTED,
         /** The signature could not be made: the key cannot make one of this kind, or it failed. */
         SIGNING_FAILED(VCTKError.SIGN_FAILED),
+        /** The signature could not be time-stamped: no authority gave a good stamp, or it has no place for one. */
+        TIMESTAMP(VCTKError.TIMESTAMP),
         /** Memory ran out. */
         OUT_OF_MEMORY(VCTKError.OUT_OF_MEMORY),
         /** An error of the toolkit or of this package. */

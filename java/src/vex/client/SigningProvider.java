@@ -86,6 +86,11 @@ import javax.security.auth.login.LoginException;
  * refuses empty data. {@code Signature.getInstance} without a provider selects this provider for its keys, and another
  * one for other keys and for verifying.
  *
+ * <p>These are bare signatures, which have no place for a time stamp. So keys of a store whose URI has the attribute
+ * {@code tsa} do not sign: {@code sign} throws a {@link java.security.SignatureException}, whose cause is a
+ * {@link SigningException} with the reason {@link SigningException.Reason#TIMESTAMP}. Programs that make CMS signatures
+ * with a KeyStore add time stamps themselves.
+ *
  * <p>Any thread may use a provider, a loaded KeyStore and a key. As many signatures with keys of one loaded KeyStore as
  * there are processors are made at once; further ones wait in the order of their arrival. If the toolkit cannot share
  * an opened store, they are made one after the other.

@@ -14,7 +14,7 @@ final class StoreSession {
 
     private StoreSession(Session session) {
         this.session = session;
-        ticket = Reaper.register(this, session);
+        ticket = Reaper.register(this, session::close);
     }
 
     static StoreSession open(String store) throws SigningException {

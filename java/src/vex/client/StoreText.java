@@ -57,6 +57,11 @@ final class StoreText {
         return withAttribute(store, "chain-source=" + ofFile(file));
     }
 
+    /** Time stamps have to lead to a certificate that is in this file. */
+    static String withStampAuthority(String store, Path file) {
+        return withAttribute(store, "tsa-ca=" + ofFile(file));
+    }
+
     /** Whether the text is a URI of the toolkit that comes with this class. Other toolkits may have other texts. */
     static boolean isUri(String store) {
         return URI.matcher(store).matches();
@@ -64,6 +69,11 @@ final class StoreText {
 
     static boolean hasChain(String store) {
         return hasAttribute(store, "chain");
+    }
+
+    /** Whether the toolkit itself has the signatures stamped. */
+    static boolean hasStamps(String store) {
+        return hasAttribute(store, "tsa");
     }
 
     static boolean hasAttribute(String store, String name) {

@@ -19,6 +19,11 @@ final class Toolkit {
     /** The list of certificates has the names in the store and the certificates themselves, with their chains. */
     static final String LIST_CERTIFICATES = "list=certificates";
 
+    /** The URI of a store without keys, which adds time stamps to signatures. */
+    static final String STAMPS = "stamp:";
+
+    /** The Base64 form of one byte. */
+    private static final String DATA = "AA==";
     private static final String NO_STORE = "file:/proc/no-such-store?";
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
     private static final Map<String, Boolean> ANSWERS = new ConcurrentHashMap<>();
@@ -51,6 +56,22 @@ final class Toolkit {
     /** Whether {@link #SHARED_STORE} is known. */
     static boolean sharesStores() {
         return answer(SHARED_STORE + 0, uri -> errorOf(uri) == VCTKError.INVALID_HANDLE);
+    }
+
+    /**
+     * Whether {@link #STAMPS} is known. A toolkit that opens its own store whatever the URI is would sign the data: it
+     * does not know the URI.
+     */
+    static boolean addsStamps() {
+        return answer(STAMPS, uri -> {
+            long handle = NATIVES.Initialize(null, uri);
+            if (handle == 0) {
+                return false;
+            }
+            boolean known = NATIVES.SetChooseSingleCert(handle, 0) == 0 && NATIVES.P1Sign(handle, DATA) == null;
+            NATIVES.Finalize(handle);
+            return known;
+        });
     }
 
     /** Two threads may ask the same at once. A lock would make virtual threads wait while they hold their carriers. */

@@ -4,6 +4,7 @@
  * <ul>
  * <li>{@link vex.client.SigningClient} opens a store and signs. Start here.
  * <li>{@link vex.client.SigningProvider} offers the same stores and keys to programs that use {@code java.security}.
+ * <li>{@link vex.client.TimestampSource} gets time stamps, which prove when a signature existed.
  * <li>{@link vex.client.SigningException} tells what went wrong, as a {@link vex.client.SigningException.Reason}.
  * </ul>
  *

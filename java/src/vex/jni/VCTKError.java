@@ -71,6 +71,9 @@ public final class VCTKError {
     /** This thread has made no such signature with this object. */
     public static final int NO_SIGNATURE = 1306;
 
+    /** The signature could not be time-stamped. */
+    public static final int TIMESTAMP = 1401;
+
     private VCTKError() {}
 
     /**
@@ -117,6 +120,7 @@ public final class VCTKError {
             case DATA_BASE64: return "The data is not strict Base64";
             case SIGN_FAILED: return "The signature could not be made";
             case NO_SIGNATURE: return "This thread has made no such signature with this object";
+            case TIMESTAMP: return "The signature could not be time-stamped";
             default: return "Unknown error " + number;
         }
     }

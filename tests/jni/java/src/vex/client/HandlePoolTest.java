@@ -241,6 +241,25 @@ class HandlePoolTest {
     }
 
     @Test
+    void workOfSeveralCallsIsCompletedAfterAClose() throws Exception {
+        HandlePool pool = open(1);
+        Handle only = pool.handles().get(0);
+        pool.requireOpen();
+        pool.enter();
+        pool.close();
+        assertThrows(IllegalStateException.class, pool::requireOpen);
+        assertThrows(IllegalStateException.class, pool::enter);
+        for (int i = 0; i < 2; ++i) {
+            String list =
+                pool.callEntered(Selection.ALL, null, handle -> handle.text(TAVClientJNI::GetCertList));
+            assertEquals(2, CertificateInfo.parseList(list).size());
+        }
+        assertFalse(isFinalized(only));
+        pool.leave();
+        assertTrue(isFinalized(only));
+    }
+
+    @Test
     void callsThatWaitWhenThePoolIsClosedFinishNormally() throws Exception {
         HandlePool pool = open(1);
         Handle only = pool.handles().get(0);

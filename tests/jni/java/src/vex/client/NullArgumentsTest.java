@@ -14,6 +14,7 @@ import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
 import java.lang.reflect.Parameter;
 import java.math.BigInteger;
+import java.net.URI;
 import java.nio.file.Path;
 import java.security.KeyStore;
 import java.security.cert.X509Certificate;
@@ -73,6 +74,8 @@ class NullArgumentsTest {
         VALUES.put(KeyStore.class, KeyStore.getInstance("PKCS12"));
         VALUES.put(Subject.class, new Subject());
         VALUES.put(CallbackHandler.class, (CallbackHandler) callbacks -> { });
+        VALUES.put(TimestampSource.class, TimestampSource.http(URI.create("http://localhost/")));
+        VALUES.put(URI.class, URI.create("http://localhost/"));
         VALUES.put(KeyStore.ProtectionParameter.class, new KeyStore.PasswordProtection(null));
     }
 

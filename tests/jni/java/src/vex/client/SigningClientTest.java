@@ -117,7 +117,8 @@ class SigningClientTest {
             Path path = jar.getPath("/META-INF/MANIFEST.MF");
             SigningClient.Builder builder = SigningClient.store("demo:");
             for (Executable setter : List.<Executable>of(() -> SigningClient.file(path), () -> builder.pinFile(path),
-                    () -> builder.chainFile(path), () -> StoreParameter.file(path))) {
+                    () -> builder.chainFile(path), () -> builder.timestampAuthority(path),
+                    () -> StoreParameter.file(path))) {
                 assertThrows(IllegalArgumentException.class, setter);
             }
             try (SigningClient client = builder.open()) {

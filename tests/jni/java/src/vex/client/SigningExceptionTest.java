@@ -41,7 +41,8 @@ class SigningExceptionTest {
         "TOKEN_REMOVED,TOKEN_REMOVED", "TOKEN_FAILED,TOKEN_FAILED", "PIN_LOCKED,PIN_LOCKED",
         "DIGEST_UNKNOWN,DIGEST_UNKNOWN", "DIGEST_WEAK,DIGEST_WEAK", "FILTER_TYPE,FILTER_UNKNOWN",
         "FILTER_VALUE,FILTER_VALUE", "NO_CERTIFICATE,NO_CERTIFICATE", "SEVERAL_CERTIFICATES,SEVERAL_CERTIFICATES",
-        "DATA_EMPTY,DATA_EMPTY", "DATA_BASE64,INTERNAL", "SIGN_FAILED,SIGNING_FAILED", "NO_SIGNATURE,INTERNAL"})
+        "DATA_EMPTY,DATA_EMPTY", "DATA_BASE64,INTERNAL", "SIGN_FAILED,SIGNING_FAILED", "NO_SIGNATURE,INTERNAL",
+        "TIMESTAMP,TIMESTAMP"})
     void aNumberHasAReason(String number, Reason reason) throws Exception {
         assertEquals(reason, new SigningException(numbers().get(number), "text").reason());
         assertEquals(reason, SigningException.of(numbers().get(number), "detail").reason());
