@@ -48,12 +48,12 @@ offers_all_of() {
 }
 
 echo "== commands and options"
-for command in vexsign 'vexsign list' 'vexsign p1' 'vexsign p7' 'vexsign verify' vexlog 'vexlog stats' 'vexlog report' vexfiled; do
+for command in vexsign 'vexsign list' 'vexsign p1' 'vexsign p7' 'vexsign stamp' 'vexsign verify' vexlog 'vexlog stats' 'vexlog report' vexfiled; do
     # shellcheck disable=SC2086
     offers_all_of $command
 done
 completed vexsign '' >commands
-for command in list p1 p7 verify; do
+for command in list p1 p7 stamp verify; do
     grep -qx "$command" commands || fail "no $command in: $(cat commands)"
 done
 offers 'list' vexsign li
@@ -65,6 +65,9 @@ offers '--root' vexfiled --roo
 offers '--allow-any --allow-user' vexfiled --allow
 offers '--output --output-dir' vexsign p7 demo: --outp
 offers '--ca' vexsign verify --ca
+offers '--tsa --tsa-ca --tsa-digest --tsa-policy --tsa-timeout' vexsign p7 --tsa
+offers '--tsa --tsa-ca --tsa-digest --tsa-policy --tsa-timeout' vexsign stamp --tsa
+offers '--tsa-ca' vexsign verify --tsa
 offers '--since' vexlog stats --si
 
 echo "== values"
@@ -79,6 +82,9 @@ offers 'logs' vexsign p1 demo: --output-dir ''
 offers '' vexfiled --port ''
 offers 'root' vexfiled --allow-user roo
 offers 'letter.txt' vexsign verify --ca le
+offers 'letter.txt' vexsign stamp --tsa-ca le
+offers '' vexsign stamp --tsa ''
+offers '' vexsign stamp --tsa-timeout ''
 # These take none. Their help names other options behind them.
 offers 'letter.txt' vexsign p7 demo: --ask-pin le
 offers 'letter.txt' vexsign verify --no-chain le
@@ -88,6 +94,7 @@ offers 'demo:' vexsign p7 de
 offers 'keys.p12' vexsign p7 ke
 offers 'letter.txt' vexsign p7 demo: let
 offers 'letter.txt' vexsign verify let
+offers 'letter.txt' vexsign stamp let
 offers 'letter.txt' vexlog let
 offers '' vexfiled let
 

@@ -44,10 +44,10 @@ while IFS='|' read -r status arguments message; do
     says "$message"
     asked=$((asked + 1))
 done <<'END'
-2||vexsign: no command is given; one of: list, p1, p7, verify
-2|--colour|vexsign: no command is given; one of: list, p1, p7, verify
-2|sign demo:|vexsign: unknown command "sign"; one of: list, p1, p7, verify
-2|$'si\e[2Jgn'|unknown command "si\x1b[2Jgn"; one of: list, p1, p7, verify
+2||vexsign: no command is given; one of: list, p1, p7, stamp, verify
+2|--colour|vexsign: no command is given; one of: list, p1, p7, stamp, verify
+2|sign demo:|vexsign: unknown command "sign"; one of: list, p1, p7, stamp, verify
+2|$'si\e[2Jgn'|unknown command "si\x1b[2Jgn"; one of: list, p1, p7, stamp, verify
 2|p7|STORE is required
 2|p7 '' letter.txt|STORE: the text is empty; give a store, such as demo: or ./keys.p12
 2|list ''|STORE: the text is empty

@@ -57,14 +57,22 @@ std::unique_ptr<tools::OutputFile> WriteOutput(const Output& output) {
     return file;
 }
 
-std::string CertificateAsPem(const std::string& strDer) {
+std::string AsPem(const std::string& strLabel, const std::string& strDer) {
     constexpr std::size_t kLine = 64;
     const std::string strBase64 = EncodeBase64(strDer);
-    std::string strPem = "-----BEGIN CERTIFICATE-----\n";
+    std::string strPem = "-----BEGIN " + strLabel + "-----\n";
     for (std::size_t i = 0; i < strBase64.size(); i += kLine) {
         strPem.append(strBase64, i, kLine).append("\n");
     }
-    return strPem + "-----END CERTIFICATE-----\n";
+    return strPem + "-----END " + strLabel + "-----\n";
+}
+
+std::string AsBase64Line(const std::string& strBytes) {
+    return EncodeBase64(strBytes) + "\n";
+}
+
+std::string CertificateAsPem(const std::string& strDer) {
+    return AsPem("CERTIFICATE", strDer);
 }
 
 void WriteOutputs(const std::vector<Output>& outputs) {

@@ -20,6 +20,12 @@ struct Output {
 // vexposix::OutputClosed.
 std::unique_ptr<tools::OutputFile> WriteOutput(const Output& output);
 
+// DER as the text of a PEM file, with this label: "CMS".
+std::string AsPem(const std::string& strLabel, const std::string& strDer);
+
+// Bytes as one line of Base64.
+std::string AsBase64Line(const std::string& strBytes);
+
 // The certificate, in DER, as the text of a PEM file.
 std::string CertificateAsPem(const std::string& strDer);
 

@@ -9,6 +9,7 @@
 #include "OutputNames.h"
 #include "PinSource.h"
 #include "StoreText.h"
+#include "TimeStampOptions.h"
 #include "common/CommandLine.h"
 #include "common/FileIdentity.h"
 
@@ -32,12 +33,16 @@ constexpr const char* kExamples = R"(Examples:
   vexsign p7 ./keys.p12 --pin-source pin *.pdf --output-dir signatures
                                                              one signature for each file, with one login
   printf '%s' "I owe you 100 euros." | vexsign p7 ./keys.p12 --ask-pin
+  vexsign p7 ./keys.p12 --ask-pin --tsa http://tsa.example/ --tsa-ca tsa.pem letter.txt -o letter.p7s
+                                                             with a proof of the time
+  vexsign stamp letter.p7s --tsa http://tsa.example/ -o letter.p7s
+                                                             the same, for a signature that exists
   vexsign verify letter.p7s letter.txt --ca root.pem         who signed, and whether the root's owner vouches for it
   vexsign verify letter.sig letter.txt --cert signer.pem --no-chain --json
                                                              whether this key signed, for a program
 
-Exit status: 0 done, or the signature is good; 1 the signature is not good, the toolkit failed, a file could not be read
-or written, or an output was refused; 2 the command line is wrong.)";
+Exit status: 0 done, or the signature is good; 1 the signature is not good, the toolkit failed, no authority stamped, a file
+could not be read or written, or an output was refused; 2 the command line is wrong.)";
 
 struct FilterName {
     const char* pszName;
@@ -239,8 +244,10 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     tools::AddFile(*pP7, "--chain-source", options.strChainSource,
                    "With --chain: a PEM file with certificates of issuers that the store does not have", "FILE")
         ->needs("--chain");
+    AddTimeStampOptions(*pP7, options.timeStamps, false);
+    CLI::App* const pStamp = stamp::AddCommand(app, options.stamping);
     CLI::App* const pVerify = verify::AddCommand(app, options.verification);
-    for (CLI::App* const pCommand : {pList, pP1, pP7, pVerify}) {
+    for (CLI::App* const pCommand : {pList, pP1, pP7, pStamp, pVerify}) {
         pCommand->footer(kExamples);
     }
 
@@ -248,6 +255,11 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         if (pVerify->parsed()) {
             options.command = Command::kVerify;
             verify::CheckOptions(options.verification);
+            return;
+        }
+        if (pStamp->parsed()) {
+            options.command = Command::kStamp;
+            stamp::CheckOptions(options.stamping);
             return;
         }
         options.command = pP1->parsed() ? Command::kP1 : pP7->parsed() ? Command::kP7 : Command::kList;

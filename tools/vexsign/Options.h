@@ -5,12 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "TimeStamps.h"
 #include "VCTKFilter.h"
+#include "stamp/Options.h"
 #include "verify/Options.h"
 
 namespace vexsign {
 
-enum class Command { kList, kP1, kP7, kVerify };
+enum class Command { kList, kP1, kP7, kStamp, kVerify };
 
 struct FilterOption {
     ULONG ulType;
@@ -42,7 +44,9 @@ struct Options {
     bool bCertificate = true;
     bool bChain = false;
     std::string strChainSource;  // empty: none
+    TimeStamps timeStamps;
 
+    stamp::Options stamping;       // of kStamp
     verify::Options verification;  // of kVerify
 
     // The one input without strOutputDirectory.

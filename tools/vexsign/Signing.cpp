@@ -9,10 +9,12 @@
 #include <string_view>
 #include <utility>
 
+#include "AsBytes.h"
 #include "AttachedContent.h"
 #include "Base64.h"
 #include "DigestName.h"
 #include "SignerKey.h"
+#include "timestamp/Cms.h"
 
 namespace vexsign {
 namespace {
@@ -36,6 +38,14 @@ constexpr const char* kDefaultDigest = "SHA-256";
 
 bool KeySignsWholeDataOnly(SigningObject& object) {
     return SignsWholeDataOnly(DecodeBase64(object.Certificate()).value_or(""));
+}
+
+bool IsStamped(const std::string& strSignature) {
+    try {
+        return !vextimestamp::TokensOf(AsBytes(strSignature)).empty();
+    } catch (const vextimestamp::Fault&) {
+        return false;  // no CMS signature at all
+    }
 }
 
 }  // namespace
@@ -95,10 +105,18 @@ void FileSigner::Refuse(std::uint64_t cb, const Limit& limit, const Input& input
     }
 }
 
+// A toolkit that ignores the store's attributes would return a signature without the time stamp.
+std::string FileSigner::SignP7(const std::string& strText, int nInputForm, bool bDetached) {
+    std::string strBase64 = m_object.SignP7(strText, nInputForm, bDetached, m_options.bCertificate);
+    if (!m_options.timeStamps.authorities.empty() && !IsStamped(DecodeAnswer(strBase64, "signature"))) {
+        throw std::runtime_error("the toolkit ignored --tsa: the signature has no time stamp; use \"vexsign stamp\"");
+    }
+    return strBase64;
+}
+
 std::string FileSigner::SignText(const std::string& strText, int nInputForm) {
-    return m_options.command == Command::kP1
-               ? m_object.SignP1(strText, nInputForm)
-               : m_object.SignP7(strText, nInputForm, m_options.bDetached, m_options.bCertificate);
+    return m_options.command == Command::kP1 ? m_object.SignP1(strText, nInputForm)
+                                             : SignP7(strText, nInputForm, m_options.bDetached);
 }
 
 Signature FileSigner::Answer(const std::string& strBase64) const {
@@ -170,8 +188,7 @@ Signature FileSigner::SignAttached(Input& input) {
         return SignNothing();
     }
     UseDigest(kPrehashed + m_strDigest);
-    const std::string strDetached =
-        m_object.SignP7(EncodeBase64(hash.Finish()), kInputBase64, true, m_options.bCertificate);
+    const std::string strDetached = SignP7(EncodeBase64(hash.Finish()), kInputBase64, true);
     ContentFrame frame = FrameContent(DecodeAnswer(strDetached, "signature"), cbContent);
     signature.pieces.front() = std::move(frame.strBefore);
     signature.pieces.push_back(std::move(frame.strAfter));

@@ -40,6 +40,7 @@ private:
 
     void UseDigest(const std::string& strName);
     static void Refuse(std::uint64_t cb, const Limit& limit, const Input& input);
+    std::string SignP7(const std::string& strText, int nInputForm, bool bDetached);
     std::string SignText(const std::string& strText, int nInputForm);
     Signature SignWhole(Input& input);
     Signature SignNothing();

@@ -127,7 +127,7 @@ std::vector<std::string> FilesOf(const std::string& strStore) {
     } else if (TakeScheme(path, "file:")) {
         files.push_back(PathOf(path));
     }
-    AppendFilesOf(strStore, {"pin-source=", "chain-source=", "module-path="}, files);
+    AppendFilesOf(strStore, {"pin-source=", "chain-source=", "tsa-ca=", "module-path="}, files);
     return files;
 }
 
@@ -155,6 +155,28 @@ std::string WithChain(const std::string& strStore, const std::string& strSource)
                                     [](std::string_view attribute) { return attribute.starts_with("chain="); });
     const std::string strChain = bThere ? strStore : strStore + AttributeSeparator(strStore) + "chain=store";
     return strSource.empty() ? strChain : strChain + "&chain-source=" + FileUri(strSource);
+}
+
+std::string WithTimeStamps(const std::string& strStore, const TimeStamps& timeStamps) {
+    std::string strText = strStore;
+    if (timeStamps.authorities.empty()) {
+        return strText;
+    }
+    const auto append = [&](std::string_view name, std::string_view value) {
+        strText.append(AttributeSeparator(strText)).append(name);
+        AppendEncoded(strText, value, "/");
+    };
+    for (const std::string& strAuthority : timeStamps.authorities) {
+        append("tsa=", strAuthority);
+    }
+    append("tsa-timeout=", std::to_string(timeStamps.nTimeout));
+    if (!timeStamps.strDigest.empty()) {
+        append("tsa-digest=", timeStamps.strDigest);
+    }
+    if (!timeStamps.strPolicy.empty()) {
+        append("tsa-policy=", timeStamps.strPolicy);
+    }
+    return timeStamps.strTrusted.empty() ? strText : strText + "&tsa-ca=" + FileUri(timeStamps.strTrusted);
 }
 
 void AppendPin(const std::string& strStore, const Secret& pin, Secret& store) {

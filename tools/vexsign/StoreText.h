@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Secret.h"
+#include "TimeStamps.h"
 
 namespace vexsign {
 
@@ -14,8 +15,8 @@ bool HasPin(const std::string& strStore);
 // A path ("/...", "./...", "../...") becomes a file: URI; any other text stays as it is.
 std::string StoreOf(const std::string& strArgument);
 
-// The files that the text names in the substitute toolkit's syntax: the store, those of its PIN and of issuers, a
-// token's module.
+// The files that the text names in the substitute toolkit's syntax: the store, those of its PIN, of issuers and of
+// time-stamping authorities, a token's module.
 std::vector<std::string> FilesOf(const std::string& strStore);
 
 // Those of them that hold a PIN.
@@ -34,5 +35,8 @@ std::string WithListAll(const std::string& strStore);
 // Adds the attributes that make it include the certificates of issuers, unless the text already says which ones.
 // strSource: a file with more; empty: none.
 std::string WithChain(const std::string& strStore, const std::string& strSource);
+
+// Adds the attributes that make it have its P7 signatures stamped. Without an authority the text stays as it is.
+std::string WithTimeStamps(const std::string& strStore, const TimeStamps& timeStamps);
 
 }  // namespace vexsign

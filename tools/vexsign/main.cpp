@@ -35,6 +35,7 @@
 #include "posix/OutputBuffer.h"
 #include "posix/StandardDescriptors.h"
 #include "posix/VisibleText.h"
+#include "stamp/Command.h"
 #include "verify/Command.h"
 
 namespace vexsign {
@@ -67,6 +68,7 @@ void SetStore(const Options& options, Secret& store) {
     if (options.bChain) {
         strStore = WithChain(strStore, options.strChainSource);
     }
+    strStore = WithTimeStamps(strStore, options.timeStamps);
     Secret pin;
     if (options.bAskPin) {
         AskPin("PIN: ", pin);
@@ -212,6 +214,10 @@ int Run(int argc, char** argv) {
     try {
         if (options->command == Command::kVerify) {
             return verify::Run(options->verification);
+        }
+        if (options->command == Command::kStamp) {
+            stamp::Run(options->stamping);
+            return tools::kExitOk;
         }
         return Execute(*options) ? tools::kExitOk : tools::kExitError;
     } catch (const vexposix::OutputClosed&) {

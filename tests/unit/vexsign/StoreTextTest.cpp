@@ -25,9 +25,22 @@ TEST(StoreText, AsksForTheChainOnce) {
     }
 }
 
+TEST(StoreText, AsksForTimeStampsInOrder) {
+    const TimeStamps none;
+    EXPECT_EQ(WithTimeStamps("demo:", none), "demo:");
+    TimeStamps one;
+    one.authorities = {"http://tsa.example/a?b=c&d"};
+    EXPECT_EQ(WithTimeStamps("demo:", one), "demo:?tsa=http%3A//tsa.example/a%3Fb%3Dc%26d&tsa-timeout=10000");
+    const TimeStamps all = {{"http://a:1/", "http://b/"}, "SHA512", "1.2.3", 5, "/r t.pem"};
+    EXPECT_EQ(WithTimeStamps("file:/a?pin-value=1", all),
+              "file:/a?pin-value=1&tsa=http%3A//a%3A1/&tsa=http%3A//b/&tsa-timeout=5&tsa-digest=SHA512"
+              "&tsa-policy=1.2.3&tsa-ca=file:/r%20t.pem");
+}
+
 TEST(StoreText, NamesItsFiles) {
     using Files = std::vector<std::string>;
     EXPECT_EQ(FilesOf("file:/a%20b?pin-source=file:/pin&list=all&chain-source=/c"), (Files{"/a b", "/pin", "/c"}));
+    EXPECT_EQ(FilesOf("file:/a?tsa=http%3A//t/&tsa-ca=file:/t%20a"), (Files{"/a", "/t a"}));
     EXPECT_EQ(FilesOf("pkcs11:token=x?module-path=/m"), Files{"/m"});
     EXPECT_EQ(FilesOf("FILE:///a?"), Files{"/a"});
     EXPECT_EQ(FilesOf("whatever it takes"), Files{});

@@ -79,6 +79,28 @@ TEST(VerifyEncoding, ReadsEachForm) {
     EXPECT_EQ(KindOf("\x30"), Kind::kP1);
 }
 
+TEST(VerifyEncoding, KnowsTheForm) {
+    const std::string strDer = MakeSignedData({}, {}, nullptr);
+    const std::string strBase64 = EncodeBase64(strDer);
+    const struct {
+        std::string strFile;
+        FileForm form;
+        const char* pszLabel;
+    } rows[] = {
+        {strDer, FileForm::kBytes, ""},
+        {strBase64 + "\n", FileForm::kBase64, ""},
+        {"-----BEGIN CMS-----\n" + strBase64 + "\n-----END CMS-----\n", FileForm::kPem, "CMS"},
+        {"-----BEGIN PKCS7-----\n" + strBase64 + "\n-----END PKCS7-----\n", FileForm::kPem, "PKCS7"},
+    };
+    for (const auto& row : rows) {
+        const std::optional<SignatureFile> file = ParseSignatureFile(row.strFile);
+        ASSERT_TRUE(file) << row.strFile;
+        EXPECT_EQ(file->strBytes, strDer);
+        EXPECT_EQ(file->form, row.form);
+        EXPECT_EQ(file->strLabel, row.pszLabel);
+    }
+}
+
 TEST(VerifyEncoding, ReadsCertificates) {
     const World& world = World::Get();
     const std::string strPem = ReadWholeFile(world.File("ec.crt"));
@@ -171,15 +193,21 @@ TEST(VerifyReport, ShowsHostileNamesVisibly) {
 // Python's parser is the judge.
 TEST(VerifyReport, IsJson) {
     const World& world = World::Get();
-    world.Write("report.json", JsonOf(HostileReport()));
+    Report report = HostileReport();
+    SignerReport stamped = report.signers[0];
+    stamped.time = SigningTime{"2026-11-22T17:00:02Z", true, ""};
+    stamped.stamps = {{"2026-11-22T17:00:02Z", "CN=\"\x1b\xFF", "1.2.3", "0F", "SHA256", true},
+                      {"2026-11-22T17:00:03Z", "CN=b", "1.2.4", "10", "SHA512"}};
+    report.signers.push_back(stamped);
+    world.Write("report.json", JsonOf(report));
     const CommandResult result = RunCommand("python3 - " + world.File("report.json") + " <<'END'\n" + R"(
 import json, sys
 report = json.load(open(sys.argv[1], encoding="utf-8"))
 assert list(report) == ["signature", "type", "detached", "good", "trust", "checked_for", "checks", "signers"]
 assert report["signature"] == "a\x1b]0;\"name\ufffd", report["signature"]
 assert (report["type"], report["detached"], report["good"], report["trust"]) == ("p7", True, True, "none")
-signer, = report["signers"]
-assert list(signer) == ["certificate", "signing_time", "algorithm", "checks"], list(signer)
+signer, stamped = report["signers"]
+assert list(signer) == ["certificate", "signing_time", "time_stamps", "algorithm", "checks"], list(signer)
 certificate = signer["certificate"]
 assert list(certificate) == ["subject", "issuer", "serial", "fingerprint_sha256", "not_before", "not_after"]
 assert "\u202egpj" in certificate["subject"] and "\x9b" in certificate["subject"], certificate["subject"]
@@ -187,6 +215,12 @@ assert len(certificate["fingerprint_sha256"]) == 64 and certificate["fingerprint
 assert signer["signing_time"] is None and signer["algorithm"] == "ECDSA with SHA-256"
 results = {check["check"]: check["result"] for check in signer["checks"]}
 assert results["signature"] == results["content"] == "passed" and results["chain"] == "not-checked", results
+assert signer["time_stamps"] == [], signer["time_stamps"]
+assert stamped["signing_time"] == {"time": "2026-11-22T17:00:02Z", "proven": True, "claimed": None}, stamped
+first, second = stamped["time_stamps"]
+assert first == {"time": "2026-11-22T17:00:02Z", "authority": "CN=\"\x1b\ufffd", "policy": "1.2.3", "serial": "0F",
+                 "digest": "SHA256", "trusted": True}, first
+assert list(second) == list(first) and second["authority"] == "CN=b" and second["trusted"] is False, second
 END)");
     EXPECT_EQ(result.nStatus, 0) << result.strOutput;
 }

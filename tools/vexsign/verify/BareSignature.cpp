@@ -171,7 +171,7 @@ void VerifyBareSignature(std::string_view signature, const Settings& settings, c
             ? VerifyWhole(signature, pKey, *pContent, signer)
             : VerifyDigested(signature, pKey, settings, *pContent, signer);
     }
-    CheckCertificate(pCertificate, settings.issuers.get(), settings, signer);
+    CheckCertificate(pCertificate, settings.issuers.get(), settings, settings.nMoment, signer);
     signer.Skip(check::kTime, "when it was signed: a bare signature does not say so");
 }
 

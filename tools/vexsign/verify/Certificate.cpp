@@ -75,9 +75,12 @@ void CheckValidity(X509* pCertificate, std::time_t nMoment, SignerReport& signer
     } else if (nMoment < *begin) {
         signer.Fail(check::kValidity, "the certificate is valid only from " + TextOf(*begin) + ", after " + strMoment);
     } else if (nMoment > *end) {
+        const bool bStamped = signer.time && signer.time->bProven;
         signer.Fail(check::kValidity,
                     "the certificate expired on " + TextOf(*end) + ", before " + strMoment +
-                        "; if you know from elsewhere when the signature already existed, give that moment with --at");
+                        (bStamped ? ", the time of the time stamp, which came too late"
+                                  : "; if you know from elsewhere when the signature already existed, give that "
+                                    "moment with --at"));
     } else {
         signer.Pass(check::kValidity, "the certificate is valid at " + strMoment);
     }
@@ -127,7 +130,8 @@ std::string ChainFault(X509_STORE_CTX* pContext, const Settings& settings) {
     }
 }
 
-void CheckChain(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& settings, SignerReport& signer) {
+void CheckChain(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& settings, std::time_t nMoment,
+                SignerReport& signer) {
     if (settings.trust == Trust::kNone) {
         signer.Skip(check::kChain,
                     "who issued the certificate (--no-chain): anybody can make a certificate with this name");
@@ -139,7 +143,7 @@ void CheckChain(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& se
         RequireMemory(X509_STORE_CTX_set_default(context.get(), "smime_sign") == 1);
     }
     X509_VERIFY_PARAM* const pRules = X509_STORE_CTX_get0_param(context.get());
-    X509_VERIFY_PARAM_set_time(pRules, settings.nMoment);
+    X509_VERIFY_PARAM_set_time(pRules, nMoment);
     X509_VERIFY_PARAM_set_auth_level(pRules, kSecurityLevel);
     // What the user gives with --ca is trusted itself, also if it is no root.
     RequireMemory(X509_VERIFY_PARAM_set_flags(pRules, X509_V_FLAG_PARTIAL_CHAIN) == 1);
@@ -176,6 +180,12 @@ StorePtr StoreOfFiles(const std::vector<std::string>& files) {
     return store;
 }
 
+StorePtr StoreOfStampAuthorities(const std::vector<std::string>& files) {
+    StorePtr store = StoreOfFiles(files);
+    RequireMemory(X509_STORE_set_flags(store.get(), X509_V_FLAG_PARTIAL_CHAIN) == 1);
+    return store;
+}
+
 void AddSigner(const CertificatesPtr& file, Settings& settings) {
     for (int i = 0; i < sk_X509_num(file.get()); ++i) {
         CertificatesPtr& certificates = i == 0 ? settings.signers : settings.issuers;
@@ -195,10 +205,11 @@ CertificateFacts FactsOf(X509* pCertificate) {
             TextOf(X509_get0_notAfter(pCertificate))};
 }
 
-void CheckCertificate(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& settings, SignerReport& signer) {
+void CheckCertificate(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& settings, std::time_t nMoment,
+                      SignerReport& signer) {
     CheckUsage(pCertificate, signer);
-    CheckValidity(pCertificate, settings.nMoment, signer);
-    CheckChain(pCertificate, pOthers, settings, signer);
+    CheckValidity(pCertificate, nMoment, signer);
+    CheckChain(pCertificate, pOthers, settings, nMoment, signer);
     signer.Skip(check::kRevocation, "whether the certificate was revoked: no revocation list or OCSP is asked");
 }
 

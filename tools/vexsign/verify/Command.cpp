@@ -14,14 +14,10 @@
 #include "common/FileIdentity.h"
 #include "common/Message.h"
 #include "posix/OutputBuffer.h"
-#include "vexsign/AttachedContent.h"
 #include "vexsign/Input.h"
 
 namespace vexsign::verify {
 namespace {
-
-// An attached signature as Base64 in lines.
-constexpr std::size_t kMostAttachedFile = kMostAttached / 3 * 4 + kMostAttached / 32;
 
 Settings SettingsOf(const Options& options) {
     Settings settings;
@@ -30,6 +26,9 @@ Settings SettingsOf(const Options& options) {
         settings.store = StoreOfFiles(options.authorities);
     } else if (settings.trust == Trust::kSystem) {
         settings.store = SystemStore();
+    }
+    if (!options.stampAuthorities.empty()) {
+        settings.stampStore = StoreOfStampAuthorities(options.stampAuthorities);
     }
     for (const std::string& strSigner : options.signers) {
         AddSigner(ReadCertificates(ReadWhole(strSigner), strSigner), settings);
@@ -44,7 +43,7 @@ Settings SettingsOf(const Options& options) {
 
 int Run(const Options& options) {
     const bool bWithContent = !options.strContent.empty();
-    std::string file = ReadWhole(options.strSignature, bWithContent ? kMostSmallFile : kMostAttachedFile);
+    std::string file = ReadWhole(options.strSignature, bWithContent ? kMostSmallFile : kMostSignatureFile);
     const Settings settings = SettingsOf(options);
     std::optional<Input> input;
     Reader reader;

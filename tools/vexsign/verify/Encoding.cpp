@@ -95,7 +95,7 @@ CertificatesPtr ReadPemCertificates(std::string_view text) {
 
 }  // namespace
 
-std::optional<std::string> DecodeSignature(std::string file) {
+std::optional<SignatureFile> ParseSignatureFile(std::string file) {
     const std::string_view text = WithoutMark(file);
     if (IsPem(text)) {
         try {
@@ -107,7 +107,7 @@ std::optional<std::string> DecodeSignature(std::string file) {
             }
             for (const std::string_view label : {PEM_STRING_CMS, PEM_STRING_PKCS7, PEM_STRING_PKCS7_SIGNED}) {
                 if (block && block->strLabel == label) {
-                    return std::move(block->strBytes);
+                    return SignatureFile{std::move(block->strBytes), FileForm::kPem, std::move(block->strLabel)};
                 }
             }
         } catch (const std::runtime_error&) {
@@ -116,7 +116,13 @@ std::optional<std::string> DecodeSignature(std::string file) {
         return std::nullopt;
     }
     std::optional<std::string> bytes = DecodeBase64(text);
-    return bytes && !bytes->empty() ? std::move(*bytes) : std::move(file);
+    return bytes && !bytes->empty() ? SignatureFile{std::move(*bytes), FileForm::kBase64}
+                                    : SignatureFile{std::move(file)};
+}
+
+std::optional<std::string> DecodeSignature(std::string file) {
+    std::optional<SignatureFile> parsed = ParseSignatureFile(std::move(file));
+    return parsed ? std::optional(std::move(parsed->strBytes)) : std::nullopt;
 }
 
 Kind KindOf(std::string_view bytes) {

@@ -26,6 +26,10 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
                    "that this system trusts (OpenSSL's default, SSL_CERT_FILE and SSL_CERT_DIR)")
         ->check(tools::NotEmptyName())
         ->excludes(pNoChain);
+    tools::AddList(*pVerify, "--tsa-ca", options.stampAuthorities, "FILE",
+                   "File with the root certificates that you trust for time stamps, PEM or DER; may be repeated.\n"
+                   "Without it, those of --ca, or of this system")
+        ->check(tools::NotEmptyName());
     tools::AddList(
         *pVerify, "--cert,--signer", options.signers, "FILE",
         "File with the signer's certificate, first, and perhaps its issuers', which are not trusted: for a\n"
@@ -40,7 +44,8 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
         ->add_option(
             "--at", options.strAt,
             "The certificates must be valid at this moment, such as 2026-03-01T12:00:00Z, instead of now: when\n"
-            "the signature already existed, as you know from elsewhere")
+            "the signature already existed, as you know from elsewhere. The moment of a trusted time stamp comes "
+            "before it")
         ->check(notEmpty)
         ->type_name("TIME");
     pVerify->add_flag("--any-purpose", options.bAnyPurpose,
@@ -52,6 +57,7 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
 void CheckOptions(const Options& options) {
     std::vector<std::string> inputs = {options.strSignature, options.strContent};
     inputs.insert(inputs.end(), options.authorities.begin(), options.authorities.end());
+    inputs.insert(inputs.end(), options.stampAuthorities.begin(), options.stampAuthorities.end());
     inputs.insert(inputs.end(), options.signers.begin(), options.signers.end());
     if (std::count_if(inputs.begin(), inputs.end(), tools::IsStandardInput) > 1) {
         throw CLI::ValidationError("-", "standard input can be read only once; give file names for the others");

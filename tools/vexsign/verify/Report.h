@@ -24,6 +24,7 @@ inline constexpr const char* kBinding = "binding";          // the signed attrib
 inline constexpr const char* kUsage = "usage";              // the certificate is for signing
 inline constexpr const char* kValidity = "validity";        // the certificate is valid at the moment of the check
 inline constexpr const char* kTime = "time";                // the claimed signing time
+inline constexpr const char* kStamp = "stamp";              // a time stamp proves when the signature existed
 inline constexpr const char* kChain = "chain";              // somebody trusted issued the certificate
 inline constexpr const char* kRevocation = "revocation";
 }  // namespace check
@@ -43,11 +44,22 @@ struct CertificateFacts {
     std::string strNotAfter;     // the same
 };
 
-// When the signature was made. The signer's own claim proves nothing. A time stamp of an authority (RFC 3161) that
-// covers the signature would be another source, with bProven set once it is checked.
+// When the signature was made. The signer's own claim proves nothing. The time stamp of a trusted authority (RFC 3161)
+// proves that the signature existed then.
 struct SigningTime {
-    std::string strTime;
+    std::string strTime;  // that of the earliest trusted time stamp; without one, what the signer claims
     bool bProven = false;
+    std::string strClaimed = {};  // what the signer claims; empty: nothing
+};
+
+// A time stamp that covers the signature.
+struct TimeStamp {
+    std::string strTime;
+    std::string strAuthority;  // RFC 4514, in UTF-8
+    std::string strPolicy;     // an object identifier
+    std::string strSerial;     // of the time stamp, among those of the authority
+    std::string strDigest;
+    bool bTrusted = false;  // somebody trusted vouches for the authority
 };
 
 struct Findings {
@@ -68,6 +80,7 @@ private:
 struct SignerReport : Findings {
     std::optional<CertificateFacts> certificate;
     std::optional<SigningTime> time;
+    std::vector<TimeStamp> stamps;
     std::string strAlgorithm;  // "ECDSA with SHA-256"; empty: unknown
 };
 

@@ -36,7 +36,14 @@ private:
         }
         if (signer.time) {
             Field("signed at",
-                  signer.time->strTime + (signer.time->bProven ? "" : ", as the signer says; nothing proves it"));
+                  signer.time->strTime + (signer.time->bProven ? " at the latest; a time stamp proves it"
+                                                               : ", as the signer says; nothing proves it"));
+            if (signer.time->bProven && !signer.time->strClaimed.empty()) {
+                Field("claimed time", signer.time->strClaimed + ", as the signer says");
+            }
+        }
+        for (const TimeStamp& stamp : signer.stamps) {
+            Field("time stamp", stamp.strTime + " by " + stamp.strAuthority + (stamp.bTrusted ? "" : ", not trusted"));
         }
         if (!signer.strAlgorithm.empty()) {
             Field("algorithm", signer.strAlgorithm);
@@ -131,16 +138,26 @@ private:
             Open('{');
             String("time", signer.time->strTime);
             Bool("proven", signer.time->bProven);
+            StringOrNull("claimed", signer.time->strClaimed);
             Close('}');
         } else {
             m_output.Append("null");
         }
-        Name("algorithm");
-        if (signer.strAlgorithm.empty()) {
-            m_output.Append("null");
-        } else {
-            vexposix::AppendJsonString(m_output, signer.strAlgorithm);
+        Name("time_stamps");
+        Open('[');
+        for (const TimeStamp& stamp : signer.stamps) {
+            Separate();
+            Open('{');
+            String("time", stamp.strTime);
+            String("authority", stamp.strAuthority);
+            String("policy", stamp.strPolicy);
+            String("serial", stamp.strSerial);
+            String("digest", stamp.strDigest);
+            Bool("trusted", stamp.bTrusted);
+            Close('}');
         }
+        Close(']');
+        StringOrNull("algorithm", signer.strAlgorithm);
         Checks(signer);
         Close('}');
     }
@@ -181,6 +198,14 @@ private:
     void String(std::string_view name, std::string_view value) {
         Name(name);
         vexposix::AppendJsonString(m_output, value);
+    }
+    void StringOrNull(std::string_view name, std::string_view value) {
+        Name(name);
+        if (value.empty()) {
+            m_output.Append("null");
+        } else {
+            vexposix::AppendJsonString(m_output, value);
+        }
     }
     void Bool(std::string_view name, bool bValue) {
         Name(name);

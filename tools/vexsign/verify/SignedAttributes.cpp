@@ -116,7 +116,7 @@ std::string CheckAttributes(const CMS_ContentInfo* pCms, const CMS_SignerInfo* p
                                             : "the signed message digest is missing");
     }
     if (const std::optional<std::time_t> moment = SigningTimeOf(pInfo)) {
-        signer.time = SigningTime{TextOf(*moment)};
+        signer.time = SigningTime{TextOf(*moment), false, TextOf(*moment)};
     } else if (time.bThere) {
         signer.Fail(check::kAttributes, "the signing time is there twice, or is no date");
     }
@@ -150,8 +150,8 @@ void CheckBinding(const CMS_SignerInfo* pInfo, X509* pCertificate, SignerReport&
     }
 }
 
-void CheckTime(const CMS_SignerInfo* pInfo, X509* pCertificate, std::time_t nMoment, SignerReport& signer) {
-    constexpr std::time_t kClockError = 300;
+void CheckTime(const CMS_SignerInfo* pInfo, X509* pCertificate, std::time_t nMoment, bool bStamped,
+               SignerReport& signer) {
     const std::optional<std::time_t> time = SigningTimeOf(pInfo);
     const std::optional<std::time_t> begin = MomentOf(X509_get0_notBefore(pCertificate));
     const std::optional<std::time_t> end = MomentOf(X509_get0_notAfter(pCertificate));
@@ -161,12 +161,10 @@ void CheckTime(const CMS_SignerInfo* pInfo, X509* pCertificate, std::time_t nMom
         signer.Fail(check::kTime, "the signer says " + TextOf(*time) + ", which is later than " + TextOf(nMoment) +
                                       "; a clock is wrong");
     } else {
-        signer.Skip(check::kTime, time
-                                      ? "whether the signer's time is true: no time stamp is checked"
-                                      : "when it was signed: the signer does not say so, and no time stamp is checked");
-    }
-    if (CMS_unsigned_get_attr_by_NID(pInfo, NID_id_smime_aa_timeStampToken, -1) >= 0) {
-        signer.Skip(check::kTime, "the time stamp that the signature has: vexsign checks none");
+        const std::string strWhat =
+            time ? "whether the signer's time is true" : "when it was signed: the signer does not say so";
+        signer.Skip(check::kTime, strWhat + (bStamped ? "; a time stamp proves only when the signature existed"
+                                                      : "; no trusted time stamp proves when the signature existed"));
     }
 }
 

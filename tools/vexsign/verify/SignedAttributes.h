@@ -19,7 +19,9 @@ std::string CheckAttributes(const CMS_ContentInfo* pCms, const CMS_SignerInfo* p
 // replace it with another one of the same key.
 void CheckBinding(const CMS_SignerInfo* pInfo, X509* pCertificate, SignerReport& signer);
 
-// Whether the signing time that the signer claims fits the certificate. Only after CheckAttributes.
-void CheckTime(const CMS_SignerInfo* pInfo, X509* pCertificate, std::time_t nMoment, SignerReport& signer);
+// Whether the signing time that the signer claims fits the certificate, and the moment for which it is checked.
+// bStamped: a time stamp proves this moment. Only after CheckAttributes.
+void CheckTime(const CMS_SignerInfo* pInfo, X509* pCertificate, std::time_t nMoment, bool bStamped,
+               SignerReport& signer);
 
 }  // namespace vexsign::verify

@@ -3,6 +3,7 @@
 #include <openssl/cmserr.h>
 #include <openssl/objects.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "Algorithms.h"
 #include "SignedAttributes.h"
 #include "SignedDataForm.h"
+#include "Stamps.h"
 
 namespace vexsign::verify {
 namespace {
@@ -215,9 +217,11 @@ private:
         if (m_forms[i].bHasAttributes) {
             CheckBinding(fields.pInfo, fields.pCertificate, signer);
         }
-        CheckCertificate(fields.pCertificate, pCertificates, m_settings, signer);
+        const std::optional<std::time_t> stamped = CheckStamps(fields.pInfo, m_settings, signer);
+        const std::time_t nMoment = stamped.value_or(m_settings.nMoment);
+        CheckCertificate(fields.pCertificate, pCertificates, m_settings, nMoment, signer);
         if (m_forms[i].bHasAttributes) {
-            CheckTime(fields.pInfo, fields.pCertificate, m_settings.nMoment, signer);
+            CheckTime(fields.pInfo, fields.pCertificate, nMoment, stamped.has_value(), signer);
         }
     }
 

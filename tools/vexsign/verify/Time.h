@@ -9,6 +9,9 @@
 
 namespace vexsign::verify {
 
+// Two clocks may differ by so many seconds.
+inline constexpr std::time_t kClockError = 300;
+
 // Nothing if the value is no moment.
 std::optional<std::time_t> MomentOf(const ASN1_TIME* pTime);
 std::optional<std::time_t> ParseMoment(const std::string& strText);

@@ -1,0 +1,140 @@
+// Time stamps of a P7: openssl makes them, "vexsign verify" checks them.
+#include <gtest/gtest.h>
+
+#include "VerifyWorld.h"
+#include "timestamp/Cms.h"
+#include "vexsign/AsBytes.h"
+#include "vexsign/verify/Time.h"
+#include "vexsign/verify/Verification.h"
+
+namespace vexsign::verify {
+namespace {
+
+constexpr const char* kContent = "I owe you 100 euros.\n";
+constexpr std::time_t kYears = 20 * 365 * 24 * 3600;
+
+std::string TextOfBytes(const vextimestamp::Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+// A good signature by "ec", whose certificate is valid for weeks.
+std::string Sign() {
+    const TestSigner signer = SignerOf("ec");
+    Recipe recipe;
+    recipe.pSigner = &signer;
+    recipe.attributes = {ContentTypeAttribute(), DigestAttribute(DigestOf("SHA256", kContent)),
+                         BindingAttribute(signer.certificate.get())};
+    return MakeSignedData({MakeSigner(recipe, kContent)}, {signer.certificate.get()}, nullptr);
+}
+
+// The authority, whose certificate is tsa.crt.
+const TempDirectory& Authority() {
+    static const bool s_bMade = [] {
+        const World& world = World::Get();
+        world.Write("tsa.cnf",
+                    "[req]\ndistinguished_name=dn\nprompt=no\nx509_extensions=ext\n[dn]\nO=Stamps\nCN=TSA\n"
+                    "[ext]\nbasicConstraints=critical,CA:FALSE\nkeyUsage=critical,digitalSignature\n"
+                    "extendedKeyUsage=critical,timeStamping\n"
+                    "[tsa]\nserial=tsa.serial\nsigner_cert=tsa.crt\nsigner_key=tsa.key\nsigner_digest=sha256\n"
+                    "default_policy=1.2.3.4.1\ndigests=sha256\ness_cert_id_alg=sha256\n");
+        world.Write("tsa.serial", "0A\n");
+        RequireCommand("cd " + world.Directory().Path() +
+                       " && openssl req -x509 -nodes -newkey ec -pkeyopt ec_paramgen_curve:P-256 -days 30"
+                       " -config tsa.cnf -keyout tsa.key -out tsa.crt");
+        return true;
+    }();
+    static_cast<void>(s_bMade);
+    return World::Get().Directory();
+}
+
+std::string TokenFor(const std::string& strSignature) {
+    const TempDirectory& directory = Authority();
+    directory.Write("value", TextOfBytes(vextimestamp::SignatureValueOf(AsBytes(strSignature))));
+    RequireCommand("cd " + directory.Path() +
+                   " && openssl ts -query -data value -sha256 -cert -out tsq"
+                   " && openssl ts -reply -config tsa.cnf -section tsa -queryfile tsq -token_out -out token");
+    return ReadWholeFile(directory.Path("token"));
+}
+
+std::string WithToken(const std::string& strSignature, const std::string& strToken) {
+    return TextOfBytes(vextimestamp::WithToken(AsBytes(strSignature), AsBytes(strToken)));
+}
+
+// bAuthority: the authority is trusted by name.
+Report VerifyAt(const std::string& strSignature, std::time_t nMoment, bool bAuthority) {
+    Settings settings = SettingsFor("root", nMoment);
+    if (bAuthority) {
+        settings.stampStore = StoreOfStampAuthorities({Authority().Path("tsa.crt")});
+    }
+    const Reader reader = ReaderOf(std::string_view(kContent));
+    return Verify(strSignature, settings, &reader);
+}
+
+TEST(VerifyStamps, ProveTheTimeIfTheAuthorityIsTrusted) {
+    const std::time_t nBefore = std::time(nullptr);
+    const std::string strPlain = Sign();
+    const std::string strStamped = WithToken(strPlain, TokenFor(strPlain));
+    const std::time_t nLater = nBefore + kYears;
+    EXPECT_EQ(FailuresOf(VerifyAt(strPlain, nLater, true)), "validity chain");
+    EXPECT_EQ(FailuresOf(VerifyAt(strStamped, nLater, false)), "validity chain");
+    EXPECT_EQ(FailuresOf(VerifyAt(strStamped, std::time(nullptr), false)), "");
+
+    const Report report = VerifyAt(strStamped, nLater, true);
+    EXPECT_TRUE(report.IsGood()) << TextOf(report);
+    const SignerReport& signer = report.signers.at(0);
+    ASSERT_TRUE(signer.time);
+    EXPECT_TRUE(signer.time->bProven);
+    EXPECT_EQ(signer.time->strClaimed, "");
+    ASSERT_EQ(signer.stamps.size(), 1U);
+    EXPECT_EQ(signer.stamps[0].strAuthority, "CN=TSA,O=Stamps");
+    EXPECT_EQ(signer.stamps[0].strPolicy, "1.2.3.4.1");
+    EXPECT_TRUE(signer.stamps[0].bTrusted);
+    EXPECT_EQ(signer.stamps[0].strTime, signer.time->strTime);
+    const std::optional<std::time_t> moment = ParseMoment(signer.time->strTime);
+    ASSERT_TRUE(moment);
+    EXPECT_GE(*moment, nBefore);
+    EXPECT_LE(*moment, std::time(nullptr));
+}
+
+TEST(VerifyStamps, OfAnotherSignatureMakeItBad) {
+    const std::string strSignature = Sign();
+    const std::string strOther = TokenFor(Sign());
+    // Also beside a good one, and without anybody who is trusted.
+    for (const std::string& strStamped :
+         {WithToken(strSignature, strOther), WithToken(WithToken(strSignature, TokenFor(strSignature)), strOther)}) {
+        const Report report = VerifyAt(strStamped, std::time(nullptr), true);
+        EXPECT_EQ(FailuresOf(report), "stamp");
+        // Advice for whoever asks for a time stamp is none here.
+        EXPECT_NE(TextOf(report).find(": its imprint is not the digest of this one\n"), std::string::npos)
+            << TextOf(report);
+        EXPECT_EQ(FailuresOf(VerifyAt(strStamped, std::time(nullptr), false)), "stamp");
+    }
+}
+
+TEST(VerifyStamps, MustNotBeInTheFuture) {
+    const std::string strSignature = Sign();
+    const std::string strStamped = WithToken(strSignature, TokenFor(strSignature));
+    constexpr std::time_t kMargin = 60;
+    const std::time_t nNow = std::time(nullptr);
+    const Report report = VerifyAt(strStamped, nNow - kClockError - kMargin, true);
+    EXPECT_NE((" " + FailuresOf(report) + " ").find(" stamp "), std::string::npos) << TextOf(report);
+    EXPECT_FALSE(report.signers.at(0).time);
+}
+
+TEST(VerifyStamps, AreCountedFirst) {
+    std::string strSignature = Sign();
+    const std::string strToken = TokenFor(strSignature);
+    constexpr int kMost = 16;
+    for (int i = 0; i < kMost; ++i) {
+        strSignature = WithToken(strSignature, strToken);
+    }
+    const Report most = VerifyAt(strSignature, std::time(nullptr), true);
+    EXPECT_TRUE(most.IsGood()) << TextOf(most);
+    EXPECT_EQ(most.signers.at(0).stamps.size(), 16U);
+    const Report more = VerifyAt(WithToken(strSignature, strToken), std::time(nullptr), true);
+    EXPECT_EQ(FailuresOf(more), "stamp");
+    EXPECT_TRUE(more.signers.at(0).stamps.empty());
+}
+
+}  // namespace
+}  // namespace vexsign::verify

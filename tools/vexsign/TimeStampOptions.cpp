@@ -1,0 +1,48 @@
+#include "TimeStampOptions.h"
+
+#include <string>
+#include <string_view>
+
+#include "common/CommandLine.h"
+
+namespace vexsign {
+namespace {
+
+// What is wrong with an authority's URL; empty: nothing.
+std::string UrlFault(const std::string& strUrl) {
+    constexpr std::string_view kScheme = "http://";
+    if (strUrl.size() > kScheme.size() && strUrl.starts_with(kScheme)) {
+        return {};
+    }
+    return "\"" + strUrl +
+           "\" is no http:// URL. Tokens are signed, so authorities serve them without TLS; for https:// see "
+           "SigningClient.Builder.timestamp in Java";
+}
+
+}  // namespace
+
+void AddTimeStampOptions(CLI::App& app, TimeStamps& timeStamps, bool bRequired) {
+    CLI::Option* const pAuthorities = tools::AddList(
+        app, "--tsa", timeStamps.authorities, "URL",
+        "Have this time-stamping authority (http://...) stamp the signature; may be repeated: the next one is\n"
+        "asked when one fails" +
+            std::string(bRequired ? "" : ". Only the substitute toolkit supports this"));
+    pAuthorities->check(CLI::Validator([](std::string& strUrl) { return UrlFault(strUrl); }, ""))->required(bRequired);
+    const auto add = [&](CLI::Option* const pOption) { pOption->needs(pAuthorities); };
+    const CLI::Validator notEmpty = tools::NotEmpty("the value is empty; give one, or omit the option");
+    add(app.add_option("--tsa-digest", timeStamps.strDigest,
+                       "The digest of the signature that it stamps; by default SHA256")
+            ->check(notEmpty)
+            ->type_name("NAME"));
+    add(app.add_option("--tsa-policy", timeStamps.strPolicy, "The policy that it must follow, as an object identifier")
+            ->check(notEmpty)
+            ->type_name("OID"));
+    add(app.add_option("--tsa-timeout", timeStamps.nTimeout,
+                       "The milliseconds that all authorities have together, 1 to 600000; by default 10000")
+            ->check(CLI::Range(1, kMostStampTimeout).description(""))
+            ->type_name("MS"));
+    add(tools::AddFile(app, "--tsa-ca", timeStamps.strTrusted,
+                       "File with the root certificates that must vouch for the authority, PEM", "FILE"));
+}
+
+}  // namespace vexsign
