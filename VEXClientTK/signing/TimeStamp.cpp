@@ -3,11 +3,13 @@
 #include <openssl/asn1.h>
 
 #include <memory>
+#include <optional>
 
 #include "signing/Digest.h"
 #include "signing/Failure.h"
 #include "signing/OpenSsl.h"
 #include "timestamp/Cms.h"
+#include "timestamp/Der.h"
 #include "timestamp/Reply.h"
 #include "timestamp/Request.h"
 #include "timestamp/Token.h"
@@ -58,19 +60,12 @@ Bytes Stamped(Function function) {
 
 // Takes the first DER element off the data.
 std::span<const unsigned char> TakeElement(std::span<const unsigned char>& data) {
-    const unsigned char* pbContent = data.data();
-    long cbContent = 0;
-    int nTag = 0;
-    int nClass = 0;
-    const int nForm = ASN1_get_object(&pbContent, &cbContent, &nTag, &nClass, static_cast<long>(data.size()));
-    if (nForm != V_ASN1_CONSTRUCTED || nTag != V_ASN1_SEQUENCE || nClass != V_ASN1_UNIVERSAL) {
+    const std::optional<vextimestamp::Element> element = vextimestamp::TakeElement(data, V_ASN1_SEQUENCE);
+    if (!element) {
         throw Failure(VCTK_E_INVALID_ARGUMENT,
                       "the input must be a P7 signature in DER, or one with a request and the reply to it behind it");
     }
-    const size_t cbElement = static_cast<size_t>(pbContent - data.data()) + static_cast<size_t>(cbContent);
-    const std::span<const unsigned char> element = data.first(cbElement);
-    data = data.subspan(cbElement);
-    return element;
+    return element->whole;
 }
 
 // The reply comes from outside, so nothing is known about it, not even that it is one element.

@@ -17,7 +17,8 @@ std::optional<Element> TakeElement(View& bytes) {
     constexpr int kError = 0x80;
     constexpr int kIndefinite = 1;
     const int nForm = ASN1_get_object(&pb, &cbBody, &element.nTag, &element.nClass, static_cast<long>(bytes.size()));
-    if ((nForm & (kError | kIndefinite)) != 0) {
+    const bool bSequence = element.nClass == V_ASN1_UNIVERSAL && element.nTag == V_ASN1_SEQUENCE;
+    if ((nForm & (kError | kIndefinite)) != 0 || (bSequence && (nForm & V_ASN1_CONSTRUCTED) == 0)) {
         return std::nullopt;
     }
     const auto cbHeader = static_cast<std::size_t>(pb - bytes.data());

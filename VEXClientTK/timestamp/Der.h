@@ -17,7 +17,7 @@ struct Element {
 };
 
 // The first element of bytes, which loses it. Nothing: there is none, or it has no definite length, or it is longer
-// than the bytes.
+// than the bytes, or it is a sequence that is not constructed.
 std::optional<Element> TakeElement(View& bytes);
 
 // The first element if it is of this universal type.

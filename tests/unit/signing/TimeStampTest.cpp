@@ -389,6 +389,7 @@ TEST_F(StampStoreTest, TakesNothingButSignatures) {
           {"BAA=", 1, VCTK_E_INVALID_ARGUMENT},      // an OCTET STRING
           {"MAUCAQE=", 1, VCTK_E_INVALID_ARGUMENT},  // a SEQUENCE that is cut off
           {"MIAwAAAA", 1, VCTK_E_INVALID_ARGUMENT},  // a SEQUENCE of indefinite length
+          {"EAMCAQE=", 1, VCTK_E_INVALID_ARGUMENT},  // a SEQUENCE that is not constructed
           {"MAMCAQE=", 1, VCTK_E_TIMESTAMP},         // a SEQUENCE, but not CMS
           {"MAMCAQF4", 1, VCTK_E_INVALID_ARGUMENT},  // the same with a byte behind it
           {"MAMCAQE=", 2, VCTK_E_INVALID_ARGUMENT},
