@@ -15,10 +15,8 @@ namespace {
 constexpr int kSecurityLevel = 2;
 constexpr int kSecurityBits = 112;
 
-constexpr const char* kUseAnother = "; use another authority";
-
 std::string Who(const X509* pCertificate) {
-    return " (" + vexposix::Visible(NameText(X509_get_subject_name(pCertificate)), true) + ")";
+    return " (" + vexposix::Visible(SubjectText(pCertificate), true) + ")";
 }
 
 Bytes Sequence(View body) {
@@ -37,9 +35,7 @@ Bytes WithSignerOnly(const ASN1_TYPE* pValue) {
     if (pValue->type != V_ASN1_SEQUENCE) {
         return {};
     }
-    const ASN1_STRING* const pSequence = pValue->value.sequence;
-    const std::optional<Element> value =
-        OnlySequence({ASN1_STRING_get0_data(pSequence), static_cast<std::size_t>(ASN1_STRING_length(pSequence))});
+    const std::optional<Element> value = OnlySequence(ViewOf(pValue->value.sequence));
     View fields = value ? value->body : View();
     const std::optional<Element> list = TakeElement(fields, V_ASN1_SEQUENCE);
     View identifiers = list ? list->body : View();
@@ -67,6 +63,10 @@ bool Names(const ASN1_TYPE* pValue, int nNid, X509* pCertificate) {
 }
 
 }  // namespace
+
+std::string SubjectText(const X509* pCertificate) {
+    return NameText(X509_get_subject_name(pCertificate)).value_or("a name that cannot be shown");
+}
 
 const ASN1_TYPE* SignedAttribute(const CMS_SignerInfo* pSigner, int nNid) {
     const int nAt = CMS_signed_get_attr_by_NID(pSigner, nNid, -1);

@@ -2,11 +2,15 @@
 #pragma once
 
 #include <ctime>
+#include <string>
 
 #include "timestamp/Fault.h"
 #include "timestamp/OpenSsl.h"
 
 namespace vextimestamp {
+
+// The subject as RFC 4514 has it; a text that says so if OpenSSL cannot show it.
+std::string SubjectText(const X509* pCertificate);
 
 // The signed attribute signingCertificate or signingCertificateV2 must name the certificate; both, if both are there.
 void RequireNamed(const CMS_SignerInfo* pSigner, X509* pCertificate);

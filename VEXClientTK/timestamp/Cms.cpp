@@ -8,6 +8,7 @@
 #include <string>
 
 #include "timestamp/Der.h"
+#include "timestamp/Numbers.h"
 #include "timestamp/OpenSsl.h"
 
 namespace vextimestamp {
@@ -94,12 +95,11 @@ Bytes SignatureValueOf(std::span<const unsigned char> cms) {
     const ErrorMark mark;
     const CmsPtr parsed = Parse(cms);
     const ASN1_OCTET_STRING* const pValue = CMS_SignerInfo_get0_signature(SignerOf(parsed.get()));
-    const unsigned char* const pb = ASN1_STRING_get0_data(pValue);
-    const int cb = ASN1_STRING_length(pValue);
-    if (cb <= 0) {
+    const View value = ViewOf(pValue);
+    if (value.empty()) {
         ThrowNoSignature("the signature value of this one is empty");
     }
-    return {pb, pb + cb};
+    return {value.begin(), value.end()};
 }
 
 Bytes WithToken(std::span<const unsigned char> cms, std::span<const unsigned char> token) {
@@ -125,17 +125,24 @@ Bytes WithToken(std::span<const unsigned char> cms, std::span<const unsigned cha
 std::vector<Bytes> TokensOf(std::span<const unsigned char> cms) {
     const ErrorMark mark;
     const CmsPtr parsed = Parse(cms);
-    const CMS_SignerInfo* const pSigner = SignerOf(parsed.get());
     std::vector<Bytes> tokens;
+    for (const ASN1_STRING* const pToken : TokensOf(SignerOf(parsed.get()))) {
+        if (pToken == nullptr) {
+            throw Fault("a time stamp of the signature is no sequence, so it cannot be read");
+        }
+        const View token = ViewOf(pToken);
+        tokens.emplace_back(token.begin(), token.end());
+    }
+    return tokens;
+}
+
+std::vector<const ASN1_STRING*> TokensOf(const CMS_SignerInfo* pSigner) {
+    std::vector<const ASN1_STRING*> tokens;
     for (int nAt = -1; (nAt = CMS_unsigned_get_attr_by_NID(pSigner, kToken, nAt)) >= 0;) {
         X509_ATTRIBUTE* const pAttribute = CMS_unsigned_get_attr(pSigner, nAt);
         for (int i = 0; i < X509_ATTRIBUTE_count(pAttribute); ++i) {
             const ASN1_TYPE* const pValue = X509_ATTRIBUTE_get0_type(pAttribute, i);
-            if (pValue->type != V_ASN1_SEQUENCE) {
-                throw Fault("a time stamp of the signature is no sequence, so it cannot be read");
-            }
-            const unsigned char* const pb = ASN1_STRING_get0_data(pValue->value.sequence);
-            tokens.emplace_back(pb, pb + ASN1_STRING_length(pValue->value.sequence));
+            tokens.push_back(pValue != nullptr && pValue->type == V_ASN1_SEQUENCE ? pValue->value.sequence : nullptr);
         }
     }
     return tokens;

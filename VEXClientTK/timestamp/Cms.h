@@ -1,7 +1,10 @@
 // Time stamps as attributes of a CMS signature (RFC 3161 appendix A). Any thread.
 //
-// All functions throw Fault if the bytes are not a CMS SignedData of one signer, or have something behind their end.
+// Those that take bytes throw Fault if these are not a CMS SignedData of one signer, or have something behind their
+// end.
 #pragma once
+
+#include <openssl/cms.h>
 
 #include <span>
 #include <vector>
@@ -17,7 +20,11 @@ Bytes SignatureValueOf(std::span<const unsigned char> cms);
 // stay as it is: the signed attributes are not in DER.
 Bytes WithToken(std::span<const unsigned char> cms, std::span<const unsigned char> token);
 
-// The tokens of all time stamps of the signature value, unchecked. DER sorts them by their bytes.
+// The tokens of all time stamps of the signature value, unchecked. DER sorts them by their bytes. Throws Fault if one
+// is no sequence.
 std::vector<Bytes> TokensOf(std::span<const unsigned char> cms);
+
+// The same of one signer, who keeps them. Null: one that is no sequence.
+std::vector<const ASN1_STRING*> TokensOf(const CMS_SignerInfo* pSigner);
 
 }  // namespace vextimestamp

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace vextimestamp {
@@ -12,5 +13,13 @@ using Bytes = std::vector<unsigned char>;
 struct Fault : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// The cure of what only the authority can mend.
+inline constexpr const char* kUseAnother = "; use another authority";
+
+[[noreturn]] inline void ThrowNoReply(const std::string& strReason) {
+    throw Fault("the answer is no time-stamp reply: " + strReason +
+                "; check that the address is that of an RFC 3161 authority");
+}
 
 }  // namespace vextimestamp

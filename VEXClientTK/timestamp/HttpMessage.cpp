@@ -23,11 +23,6 @@ std::string TextOf(const MemoryPtr<char>& text) {
     throw Fault("\"" + vexposix::Visible(strUrl, true) + "\" is no address of a time-stamp authority: " + strReason);
 }
 
-[[noreturn]] void ThrowNoReply(const std::string& strReason) {
-    throw Fault("the answer is no time-stamp reply: " + strReason +
-                "; check that the address is that of an RFC 3161 authority");
-}
-
 // The path is sent as one word of a line.
 bool IsPrintable(char ch) {
     return ch > ' ' && ch < '\x7F';

@@ -18,6 +18,10 @@ std::optional<Bytes> PositiveBytes(const ASN1_INTEGER* pNumber) {
     return bytes;
 }
 
+View ViewOf(const ASN1_STRING* pString) {
+    return {ASN1_STRING_get0_data(pString), static_cast<std::size_t>(ASN1_STRING_length(pString))};
+}
+
 std::string HexText(const ASN1_INTEGER* pNumber) {
     const BignumPtr number(RequireMemory(ASN1_INTEGER_to_BN(pNumber, nullptr)));
     const MemoryPtr<char> text(RequireMemory(BN_bn2hex(number.get())));
@@ -42,11 +46,11 @@ std::string TextOf(std::time_t nTime) {
     return text.data();
 }
 
-std::string NameText(const X509_NAME* pName) {
+std::optional<std::string> NameText(const X509_NAME* pName) {
     const BioPtr text(RequireMemory(BIO_new(BIO_s_mem())));
     constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
     if (X509_NAME_print_ex(text.get(), pName, 0, kFlags) < 0) {
-        return "a name that cannot be shown";
+        return std::nullopt;
     }
     const char* pch = nullptr;
     const long cch = BIO_get_mem_data(text.get(), &pch);

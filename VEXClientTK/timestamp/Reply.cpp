@@ -53,11 +53,6 @@ std::string Reasons(const TS_STATUS_INFO* pStatus) {
     return strReasons;
 }
 
-[[noreturn]] void ThrowNoReply(const std::string& strReason) {
-    throw Fault("the answer is no time-stamp reply: " + strReason +
-                "; check that the address is that of an RFC 3161 authority");
-}
-
 }  // namespace
 
 Bytes TokenOf(std::span<const unsigned char> reply) {

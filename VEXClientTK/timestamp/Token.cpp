@@ -12,14 +12,8 @@
 namespace vextimestamp {
 namespace {
 
-constexpr const char* kUseAnother = "; use another authority";
-
 [[noreturn]] void ThrowNoToken(const std::string& strReason) {
     throw Fault("the time stamp cannot be read: " + strReason + kUseAnother);
-}
-
-View ViewOf(const ASN1_STRING* pString) {
-    return {ASN1_STRING_get0_data(pString), static_cast<std::size_t>(ASN1_STRING_length(pString))};
 }
 
 // A SignedData of one signer with its content. The rest of the object is checked by Token.
@@ -154,7 +148,7 @@ TokenFacts CheckToken(std::span<const unsigned char> token, std::span<const unsi
         CheckAnswers(*pRequest, info.get(), facts);
     }
     X509* const pCertificate = CheckSigner(cms.get());
-    facts.strAuthority = NameText(X509_get_subject_name(pCertificate));
+    facts.strAuthority = SubjectText(pCertificate);
     RequireMeantForTimeStamps(pCertificate);
     RequireValidAt(pCertificate, facts.time);
     if (pTrusted != nullptr) {

@@ -3,12 +3,15 @@
 #include <openssl/x509v3.h>
 
 #include <array>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "Encoding.h"
 #include "ReadFile.h"
 #include "Time.h"
 #include "posix/Hexadecimal.h"
+#include "timestamp/Numbers.h"
 
 namespace vexsign::verify {
 namespace {
@@ -16,27 +19,13 @@ namespace {
 // OpenSSL's level of 112 bits: no SHA-1 in the chain, no RSA key below 2048 bits.
 constexpr int kSecurityLevel = 2;
 
-std::string TakeText(BIO* pBio) {
-    char* pch = nullptr;
-    const long cb = BIO_get_mem_data(pBio, &pch);
-    return cb > 0 ? std::string(pch, static_cast<std::size_t>(cb)) : "";
-}
-
-// RFC 4514, in UTF-8. The escapes of vexposix::AppendVisible come on top when it is printed.
+// The escapes of vexposix::AppendVisible come on top when it is printed.
 std::string NameText(const X509_NAME* pName) {
-    constexpr unsigned long kForm = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-    const BioPtr bio(RequireMemory(BIO_new(BIO_s_mem())));
-    if (X509_NAME_print_ex(bio.get(), pName, 0, kForm) < 0) {
-        static_cast<void>(TakeReason());
-        return "(a name that cannot be read)";
+    if (std::optional<std::string> strText = vextimestamp::NameText(pName)) {
+        return std::move(*strText);
     }
-    return TakeText(bio.get());
-}
-
-std::string SerialText(X509* pCertificate) {
-    const BignumPtr number(ASN1_INTEGER_to_BN(X509_get0_serialNumber(pCertificate), nullptr));
-    const std::unique_ptr<char, FreeMemory> text(RequireMemory(BN_bn2hex(RequireMemory(number.get()))));
-    return text.get();
+    static_cast<void>(TakeReason());
+    return "(a name that cannot be read)";
 }
 
 std::string Fingerprint(X509* pCertificate) {
@@ -199,7 +188,7 @@ void AddSigner(const CertificatesPtr& file, Settings& settings) {
 CertificateFacts FactsOf(X509* pCertificate) {
     return {NameText(X509_get_subject_name(pCertificate)),
             NameText(X509_get_issuer_name(pCertificate)),
-            SerialText(pCertificate),
+            vextimestamp::HexText(X509_get0_serialNumber(pCertificate)),
             Fingerprint(pCertificate),
             TextOf(X509_get0_notBefore(pCertificate)),
             TextOf(X509_get0_notAfter(pCertificate))};

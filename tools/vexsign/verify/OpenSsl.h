@@ -1,56 +1,28 @@
 // OpenSSL's objects as owning C++ types.
 #pragma once
 
-#include <openssl/bio.h>
-#include <openssl/bn.h>
-#include <openssl/cms.h>
-#include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
-
 #include <memory>
 #include <new>
 #include <string>
 
+#include "timestamp/OpenSsl.h"
+
 namespace vexsign::verify {
 
-template <auto Free>
-struct Deleter {
-    template <typename T>
-    void operator()(T* pObject) const {
-        Free(pObject);
-    }
-};
+using vextimestamp::BignumPtr;
+using vextimestamp::BioPtr;
+using vextimestamp::CertificatesPtr;
+using vextimestamp::CmsPtr;
+using vextimestamp::Deleter;
+using vextimestamp::DigestPtr;
+using vextimestamp::FreeMemory;
+using vextimestamp::RequireMemory;
+using vextimestamp::StoreContextPtr;
 
-struct FreeMemory {
-    void operator()(void* pMemory) const { OPENSSL_free(pMemory); }
-};
-struct FreeCertificates {
-    void operator()(STACK_OF(X509) * pStack) const { sk_X509_pop_free(pStack, X509_free); }
-};
-
-using BioPtr = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
-using BignumPtr = std::unique_ptr<BIGNUM, Deleter<BN_free>>;
 using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
-using CertificatesPtr = std::unique_ptr<STACK_OF(X509), FreeCertificates>;
-using CmsPtr = std::unique_ptr<CMS_ContentInfo, Deleter<CMS_ContentInfo_free>>;
 using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>>;
-using DigestPtr = std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>>;
 using KeyContextPtr = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>>;
 using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE_free>>;
-using StoreContextPtr = std::unique_ptr<X509_STORE_CTX, Deleter<X509_STORE_CTX_free>>;
-
-// For functions of OpenSSL that fail only when memory runs out.
-inline void RequireMemory(bool bSucceeded) {
-    if (!bSucceeded) {
-        throw std::bad_alloc();
-    }
-}
-template <typename T>
-T* RequireMemory(T* pObject) {
-    RequireMemory(pObject != nullptr);
-    return pObject;
-}
 
 // The reason of the newest error of this thread, "unknown reason" if there is none. Empties the queue. Throws
 // std::bad_alloc if memory ran out: that says nothing about the signature.

@@ -1,41 +1,22 @@
 #include "Stamps.h"
 
-#include <openssl/objects.h>
-
 #include <algorithm>
 #include <cstddef>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "Time.h"
+#include "timestamp/Cms.h"
+#include "timestamp/Numbers.h"
 #include "timestamp/Token.h"
 
 namespace vexsign::verify {
 namespace {
 
-using Bytes = std::span<const unsigned char>;
+using vextimestamp::View;
 
 // Nobody needs more, and each costs a check of signatures.
 constexpr std::size_t kMostStamps = 16;
-
-Bytes BytesOf(const ASN1_STRING* pString) {
-    return {ASN1_STRING_get0_data(pString), static_cast<std::size_t>(ASN1_STRING_length(pString))};
-}
-
-// The values of all attributes for time stamps; null: a value that is none.
-std::vector<const ASN1_STRING*> TokensOf(CMS_SignerInfo* pInfo) {
-    std::vector<const ASN1_STRING*> tokens;
-    int nAt = -1;
-    while ((nAt = CMS_unsigned_get_attr_by_NID(pInfo, NID_id_smime_aa_timeStampToken, nAt)) >= 0) {
-        X509_ATTRIBUTE* const pAttribute = CMS_unsigned_get_attr(pInfo, nAt);
-        for (int i = 0; i < X509_ATTRIBUTE_count(pAttribute); ++i) {
-            const ASN1_TYPE* const pValue = X509_ATTRIBUTE_get0_type(pAttribute, i);
-            tokens.push_back(pValue != nullptr && pValue->type == V_ASN1_SEQUENCE ? pValue->value.sequence : nullptr);
-        }
-    }
-    return tokens;
-}
 
 // Behind the last semicolon is advice for whoever asks for a time stamp. Whoever verifies one can ask nobody.
 std::string ReasonOf(const vextimestamp::Fault& fault) {
@@ -44,7 +25,7 @@ std::string ReasonOf(const vextimestamp::Fault& fault) {
 }
 
 // Empty: the store's certificates vouch for the authority.
-std::string TrustFault(Bytes token, Bytes signature, X509_STORE* pStore) {
+std::string TrustFault(View token, View signature, X509_STORE* pStore) {
     try {
         static_cast<void>(vextimestamp::CheckToken(token, signature, pStore, nullptr));
         return {};
@@ -54,7 +35,7 @@ std::string TrustFault(Bytes token, Bytes signature, X509_STORE* pStore) {
 }
 
 // The moment that the time stamp proves; nothing: it is wrong or not trusted, which the report says.
-std::optional<std::time_t> CheckStamp(Bytes token, Bytes signature, const Settings& settings, SignerReport& signer) {
+std::optional<std::time_t> CheckStamp(View token, View signature, const Settings& settings, SignerReport& signer) {
     vextimestamp::TokenFacts facts;
     try {
         facts = vextimestamp::CheckToken(token, signature, nullptr, nullptr);
@@ -92,19 +73,19 @@ std::optional<std::time_t> CheckStamp(Bytes token, Bytes signature, const Settin
 }  // namespace
 
 std::optional<std::time_t> CheckStamps(CMS_SignerInfo* pInfo, const Settings& settings, SignerReport& signer) {
-    const std::vector<const ASN1_STRING*> tokens = TokensOf(pInfo);
+    const std::vector<const ASN1_STRING*> tokens = vextimestamp::TokensOf(pInfo);
     if (tokens.size() > kMostStamps) {
         signer.Fail(check::kStamp, "it has more than " + std::to_string(kMostStamps) + " time stamps");
         return std::nullopt;
     }
-    const Bytes signature = BytesOf(CMS_SignerInfo_get0_signature(pInfo));
+    const View signature = vextimestamp::ViewOf(CMS_SignerInfo_get0_signature(pInfo));
     std::optional<std::time_t> earliest;
     for (const ASN1_STRING* const pToken : tokens) {
         if (pToken == nullptr) {
             signer.Fail(check::kStamp, "a time stamp is wrong: it is no sequence");
             continue;
         }
-        const std::optional<std::time_t> moment = CheckStamp(BytesOf(pToken), signature, settings, signer);
+        const std::optional<std::time_t> moment = CheckStamp(vextimestamp::ViewOf(pToken), signature, settings, signer);
         if (moment) {
             earliest = std::min(*moment, earliest.value_or(*moment));
         }

@@ -1,21 +1,11 @@
 #include "Time.h"
 
-#include <array>
-#include <cstdio>
 #include <memory>
+#include <string_view>
 
 #include "OpenSsl.h"
 
 namespace vexsign::verify {
-
-std::optional<std::time_t> MomentOf(const ASN1_TIME* pTime) {
-    std::tm fields = {};
-    // OpenSSL takes null for the current time.
-    if (pTime == nullptr || ASN1_TIME_to_tm(pTime, &fields) != 1) {
-        return std::nullopt;
-    }
-    return timegm(&fields);
-}
 
 std::optional<std::time_t> ParseMoment(const std::string& strText) {
     constexpr std::string_view kForm = "0000-00-00T00:00:00Z";
@@ -36,15 +26,6 @@ std::optional<std::time_t> ParseMoment(const std::string& strText) {
         return std::nullopt;
     }
     return MomentOf(time.get());
-}
-
-std::string TextOf(std::time_t nTime) {
-    std::tm fields = {};
-    gmtime_r(&nTime, &fields);
-    std::array<char, 80> text{};
-    static_cast<void>(std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", fields.tm_year + 1900,
-                                    fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec));
-    return text.data();
 }
 
 std::string TextOf(const ASN1_TIME* pTime) {

@@ -7,16 +7,19 @@
 #include <optional>
 #include <string>
 
+#include "timestamp/Numbers.h"
+
 namespace vexsign::verify {
 
 // Two clocks may differ by so many seconds.
 inline constexpr std::time_t kClockError = 300;
 
-// Nothing if the value is no moment.
-std::optional<std::time_t> MomentOf(const ASN1_TIME* pTime);
+using vextimestamp::MomentOf;
+using vextimestamp::TextOf;
+
+// Nothing if the text is no moment.
 std::optional<std::time_t> ParseMoment(const std::string& strText);
 
-std::string TextOf(std::time_t nTime);
 // "an impossible date" if the value is no moment.
 std::string TextOf(const ASN1_TIME* pTime);
 
