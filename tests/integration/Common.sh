@@ -27,3 +27,17 @@ expect() {
 says() {
     grep -qF -- "$1" err || fail "\"$1\" is not in: $(cat err)"
 }
+
+# issue NAME ISSUER CONSTRAINTS USAGE [KEY-OPTION...]: makes NAME.key, NAME.crt, and NAME.pem with both. A NAME that is
+# its own ISSUER signs itself.
+issue() {
+    local name=$1 issuer=$2 signer=() key=(-algorithm EC -pkeyopt ec_paramgen_curve:P-256)
+    printf '[req]\ndistinguished_name=dn\nprompt=no\nx509_extensions=ext\n[dn]\nCN=%s\n[ext]\n' "$name" >issue.cnf
+    printf 'basicConstraints=critical,%s\nkeyUsage=critical,%s\n' "$3" "$4" >>issue.cnf
+    shift 4
+    [ $# -eq 0 ] || key=("$@")
+    openssl genpkey "${key[@]}" -out "$name.key" 2>/dev/null
+    [ "$name" = "$issuer" ] || signer=(-CA "$issuer.crt" -CAkey "$issuer.key")
+    openssl req -x509 -new -config issue.cnf -key "$name.key" -days 30 "${signer[@]}" -out "$name.crt"
+    cat "$name.key" "$name.crt" >"$name.pem"
+}

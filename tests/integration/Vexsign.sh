@@ -226,15 +226,6 @@ openssl x509 -in rsa.pem -noout -pubkey -out rsa.pub
 openssl dgst -sha256 -verify rsa.pub -signature sig text.txt >/dev/null || fail "P1 through standard streams"
 
 echo "== the certificates of the issuers"
-# issue NAME ISSUER CONSTRAINTS USAGE
-issue() {
-    printf '[req]\ndistinguished_name=dn\nprompt=no\nx509_extensions=ext\n[dn]\nCN=%s\n[ext]\n' "$1" >issue.cnf
-    printf 'basicConstraints=critical,%s\nkeyUsage=critical,%s\n' "$3" "$4" >>issue.cnf
-    openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$1.key" 2>/dev/null
-    signer=()
-    [ "$1" = "$2" ] || signer=(-CA "$2.crt" -CAkey "$2.key")
-    openssl req -x509 -new -config issue.cnf -key "$1.key" -days 30 "${signer[@]}" -out "$1.crt"
-}
 issue root root CA:TRUE keyCertSign
 issue middle root CA:TRUE keyCertSign
 issue leaf middle CA:FALSE digitalSignature

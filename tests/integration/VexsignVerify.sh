@@ -9,18 +9,6 @@ memory=$2
 export XDG_DATA_HOME=$work/data
 mkdir data
 
-# issue NAME ISSUER CONSTRAINTS USAGE [KEY-OPTION...]
-issue() {
-    local name=$1 issuer=$2 signer=() key=(-algorithm EC -pkeyopt ec_paramgen_curve:P-256)
-    printf '[req]\ndistinguished_name=dn\nprompt=no\nx509_extensions=ext\n[dn]\nCN=%s\n[ext]\n' "$name" >issue.cnf
-    printf 'basicConstraints=critical,%s\nkeyUsage=critical,%s\n' "$3" "$4" >>issue.cnf
-    shift 4
-    [ $# -eq 0 ] || key=("$@")
-    openssl genpkey "${key[@]}" -out "$name.key" 2>/dev/null
-    [ "$name" = "$issuer" ] || signer=(-CA "$issuer.crt" -CAkey "$issuer.key")
-    openssl req -x509 -new -config issue.cnf -key "$name.key" -days 30 "${signer[@]}" -out "$name.crt"
-    cat "$name.key" "$name.crt" >"$name.pem"
-}
 issue root root CA:TRUE keyCertSign
 issue middle root CA:TRUE keyCertSign
 issue ec middle CA:FALSE digitalSignature

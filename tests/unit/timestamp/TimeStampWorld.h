@@ -11,6 +11,7 @@
 
 #include "TestChain.h"
 #include "TestStore.h"
+#include "Tlv.h"
 #include "timestamp/Fault.h"
 
 namespace vextimestamp {
@@ -32,20 +33,6 @@ std::string FaultOf(const Call& call) {
         return fault.what();
     }
     return "";
-}
-
-// An element of DER with a definite length.
-inline std::string Tlv(unsigned char uTag, std::string_view body) {
-    std::string strLength;
-    if (body.size() < 0x80) {
-        strLength = static_cast<char>(body.size());
-    } else {
-        for (std::size_t cb = body.size(); cb > 0; cb >>= 8U) {
-            strLength.insert(strLength.begin(), static_cast<char>(cb & 0xFFU));
-        }
-        strLength.insert(strLength.begin(), static_cast<char>(0x80U | strLength.size()));
-    }
-    return std::string(1, static_cast<char>(uTag)) + strLength + std::string(body);
 }
 
 inline constexpr unsigned char kInteger = 0x02;

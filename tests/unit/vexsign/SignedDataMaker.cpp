@@ -60,19 +60,6 @@ TestSigner LoadSigner(const TempDirectory& directory, const std::string& strKey,
     return signer;
 }
 
-std::string Tlv(unsigned char uTag, std::string_view body) {
-    std::string strLength;
-    if (body.size() < 0x80) {
-        strLength = static_cast<char>(body.size());
-    } else {
-        for (std::size_t cb = body.size(); cb > 0; cb >>= 8U) {
-            strLength.insert(strLength.begin(), static_cast<char>(cb & 0xFFU));
-        }
-        strLength.insert(strLength.begin(), static_cast<char>(0x80U | strLength.size()));
-    }
-    return std::string(1, static_cast<char>(uTag)) + strLength + std::string(body);
-}
-
 std::string ObjectIdentifier(const char* pszDotted) {
     const std::unique_ptr<ASN1_OBJECT, Deleter<ASN1_OBJECT_free>> object(OBJ_txt2obj(pszDotted, 1));
     return Encoded<i2d_ASN1_OBJECT>(object.get());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "TempDirectory.h"
+#include "Tlv.h"
 #include "vexsign/verify/OpenSsl.h"
 
 namespace vexsign::verify {
@@ -27,8 +28,6 @@ inline constexpr const char* kSha256 = "2.16.840.1.101.3.4.2.1";
 inline constexpr const char* kSha1 = "1.3.14.3.2.26";
 inline constexpr const char* kMd5 = "1.2.840.113549.2.5";
 
-// An element with a definite length.
-std::string Tlv(unsigned char uTag, std::string_view body);
 std::string ObjectIdentifier(const char* pszDotted);
 std::string DigestOf(const char* pszDigest, std::string_view bytes);
 std::string SignBytes(EVP_PKEY* pKey, const char* pszDigest, std::string_view bytes);
