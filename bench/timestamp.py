@@ -9,7 +9,6 @@ authority's own work, which runs openssl for each request. The CPU time is that 
 checks of the reply with the authority's root. Prints sample lines (see support/Bench.h).
 """
 import base64
-import ctypes
 import hashlib
 import http.client
 import os
@@ -19,14 +18,7 @@ import tempfile
 import time
 import urllib.parse
 
-
-def load(toolkit):
-    library = ctypes.CDLL(toolkit)
-    library.VCTK_Initialize.restype = ctypes.c_void_p
-    library.VCTK_Initialize.argtypes = [ctypes.c_char_p]
-    library.VCTK_SetDigestAlg.argtypes = [ctypes.c_void_p, ctypes.c_char_p]
-    library.VCTK_P7Sign.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_int, ctypes.c_int]
-    return library
+from toolkit import load
 
 
 def signer(library, store):

@@ -8,7 +8,6 @@ this file, and for an attached P7 of a quarter of it, at most 1 GiB, above the m
 P7 of files=N small files with as many signatures of the toolkit alone. Prints sample lines (see support/Bench.h).
 """
 import base64
-import ctypes
 import hashlib
 import multiprocessing
 import os
@@ -16,6 +15,8 @@ import subprocess
 import sys
 import tempfile
 import time
+
+from toolkit import load
 
 MIB = 1 << 20
 
@@ -41,15 +42,6 @@ def sparse(path, mebibytes):
     with open(path, "wb") as out:
         out.truncate(mebibytes * MIB)
     return path
-
-
-def load(toolkit):
-    library = ctypes.CDLL(toolkit)
-    library.VCTK_Initialize.restype = ctypes.c_void_p
-    library.VCTK_Initialize.argtypes = [ctypes.c_char_p]
-    library.VCTK_SetDigestAlg.argtypes = [ctypes.c_void_p, ctypes.c_char_p]
-    library.VCTK_P7Sign.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_int, ctypes.c_int]
-    return library
 
 
 def signatures_alone(toolkit, store, digests, result):
