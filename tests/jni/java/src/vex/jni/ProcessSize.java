@@ -14,6 +14,11 @@ public record ProcessSize(long residentBytes, int descriptors, int threads) {
     /** First gives back the memory that malloc keeps for later, if this JVM can do that. */
     public static ProcessSize now() throws IOException {
         trim();
+        return untrimmed();
+    }
+
+    /** With the memory that malloc keeps for later. */
+    static ProcessSize untrimmed() throws IOException {
         String[] pages = Files.readString(Path.of("/proc/self/statm")).split(" ");
         String[] stat = Files.readString(Path.of("/proc/self/stat")).split("\\) ")[1].split(" ");
         String[] descriptors = Path.of("/proc/self/fd").toFile().list();
