@@ -37,6 +37,10 @@ int mkdir(const char* pszPath, mode_t nMode) noexcept {
     return PerformCall("mkdir", SYS_mkdir, pszPath, nMode);
 }
 
+int mkdirat(int nDirectory, const char* pszPath, mode_t nMode) noexcept {
+    return PerformCall("mkdirat", SYS_mkdirat, nDirectory, pszPath, nMode);
+}
+
 int fcntl(int nDescriptor, int nCommand, ...) {
     va_list arguments;
     va_start(arguments, nCommand);

@@ -253,6 +253,7 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     Forward<&CK_FUNCTION_LIST::C_FindObjects, CKR_DEVICE_REMOVED>::Install();
     Forward<&CK_FUNCTION_LIST::C_FindObjectsFinal, CKR_DEVICE_REMOVED>::Install();
     g_shim.pfnLoseSessions = LoseSessions;
+    g_shim.pFunctions = &g_functions;
     *ppFunctions = &g_functions;
     return CKR_OK;
 }

@@ -8,6 +8,9 @@
 #include <atomic>
 
 struct Pkcs11Shim {
+    // The CK_FUNCTION_LIST that the toolkit uses since it opened the module. ModuleAnswer.h changes it.
+    void* pFunctions = nullptr;
+
     // The token is removed: it is not listed, its sessions have ended, and every call on it fails.
     std::atomic<bool> fRemoved{false};
     // Sessions that may be open at once, by this module's count.
