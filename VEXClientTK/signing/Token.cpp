@@ -268,6 +268,9 @@ std::vector<unsigned char> Token::Sign(const TokenKey& key, CK_MECHANISM mechani
                                     &cbSignature);
         }),
                          "C_Sign");
+        if (cbSignature > signature.size()) {
+            throw Failure(VCTK_E_TOKEN_FAILED, "C_Sign: it returns a longer signature than there is room for");
+        }
         signature.resize(cbSignature);
         return signature;
     });

@@ -85,7 +85,8 @@ CK_SESSION_HANDLE TokenConnection::Take() {
         const CVEXLock lock(m_mutex);
         --m_cTaken;
         m_returned.notify_all();
-        if (rv != CKR_SESSION_COUNT) {
+        const bool bHasOther = m_cTaken > 0 || !m_idle.empty() || m_bAnchor;
+        if (rv != CKR_SESSION_COUNT || !bHasOther) {
             RequireFromToken(rv, "C_OpenSession");
         }
         m_bFull = true;

@@ -3,27 +3,41 @@
 #include <algorithm>
 
 namespace vextk {
+namespace {
+
+// Far more than there are. A module's answer does not decide how much memory is taken, or how often it is asked.
+constexpr CK_ULONG kMostSlots = 4096;
+constexpr int kMostInsertions = 16;
+
+// Whether the list is complete. False: a token was inserted while it was read.
+bool ReadSlots(const Pkcs11Module& module, std::vector<CK_SLOT_ID>& slots) {
+    // When it is asked for the number alone, a module looks for new readers and tokens.
+    CK_ULONG cSlots = 0;
+    CK_RV rv = module.Call([&](auto& functions) { return functions.C_GetSlotList(CK_TRUE, nullptr, &cSlots); });
+    if (rv == CKR_OK && cSlots > kMostSlots) {
+        throw Failure(VCTK_E_TOKEN_FAILED, "C_GetSlotList: it announces " + std::to_string(cSlots) + " slots");
+    }
+    if (rv == CKR_OK) {
+        slots.resize(cSlots);
+        rv = module.Call([&](auto& functions) {
+            return cSlots == 0 ? CKR_OK : functions.C_GetSlotList(CK_TRUE, slots.data(), &cSlots);
+        });
+        slots.resize(std::min<size_t>(cSlots, slots.size()));
+    }
+    if (rv != CKR_OK && rv != CKR_BUFFER_TOO_SMALL) {
+        throw Failure(VCTK_E_TOKEN_FAILED, "C_GetSlotList: " + Pkcs11ResultText(rv));
+    }
+    return rv == CKR_OK;
+}
+
+}  // namespace
 
 std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
     std::vector<CK_SLOT_ID> slots;
-    for (;;) {
-        // When it is asked for the number alone, a module looks for new readers and tokens.
-        CK_ULONG cSlots = 0;
-        CK_RV rv = module.Call([&](auto& functions) { return functions.C_GetSlotList(CK_TRUE, nullptr, &cSlots); });
-        if (rv == CKR_OK) {
-            slots.resize(cSlots);
-            rv = module.Call([&](auto& functions) {
-                return cSlots == 0 ? CKR_OK : functions.C_GetSlotList(CK_TRUE, slots.data(), &cSlots);
-            });
-            slots.resize(std::min<size_t>(cSlots, slots.size()));
+    for (int nTry = 0; !ReadSlots(module, slots); ++nTry) {
+        if (nTry == kMostInsertions) {
+            throw Failure(VCTK_E_TOKEN_FAILED, "C_GetSlotList: " + Pkcs11ResultText(CKR_BUFFER_TOO_SMALL));
         }
-        if (rv == CKR_BUFFER_TOO_SMALL) {
-            continue;  // a token was inserted in between
-        }
-        if (rv != CKR_OK) {
-            throw Failure(VCTK_E_TOKEN_FAILED, "C_GetSlotList: " + Pkcs11ResultText(rv));
-        }
-        break;
     }
     std::vector<TokenSlot> tokens;
     for (const CK_SLOT_ID nSlot : slots) {

@@ -36,10 +36,10 @@ public:
     std::vector<CK_OBJECT_HANDLE> Find(std::vector<CK_ATTRIBUTE> attributes) const;
 
     // The bytes of an attribute; nothing if the object does not have it or does not show it.
-    std::optional<std::string> Attribute(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType) const;
+    std::optional<std::string> Attribute(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType);
 
     template <typename T>
-    std::optional<T> Number(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType) const {
+    std::optional<T> Number(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_TYPE nType) {
         const std::optional<std::string> bytes = Attribute(hObject, nType);
         T number{};
         if (!bytes || bytes->size() != sizeof number) {
@@ -50,12 +50,13 @@ public:
     }
 
     // Also true if the token does not say: then signing will tell.
-    bool MaySign(CK_OBJECT_HANDLE hKey) const { return Number<CK_BBOOL>(hKey, CKA_SIGN).value_or(CK_TRUE) != CK_FALSE; }
+    bool MaySign(CK_OBJECT_HANDLE hKey) { return Number<CK_BBOOL>(hKey, CKA_SIGN).value_or(CK_TRUE) != CK_FALSE; }
 
 private:
     TokenConnection& m_connection;
     const CK_SESSION_HANDLE m_hSession;
     bool m_bUsable = false;
+    size_t m_cbRead = 0;  // in all attributes
 };
 
 }  // namespace vextk
