@@ -14,9 +14,15 @@ constexpr size_t kLongestPath = 10;
 // Bounds the work for a store whose certificates were made to cost time: up to a second, with any kind of key.
 constexpr size_t kMostSignatures = 1000;
 
-bool IsSelfSigned(const Identity& certificate) {
+// For OpenSSL, a chain ends here. An authority's certificate for its next key may name itself, too.
+bool NamesItself(const Identity& certificate) {
     const OpenSslErrorMark mark;
     return X509_self_signed(certificate.Certificate(), 0) == 1;
+}
+
+bool IsRoot(const Identity& certificate) {
+    const OpenSslErrorMark mark;
+    return X509_self_signed(certificate.Certificate(), 1) == 1;
 }
 
 // Path lengths, name constraints and the rest of RFC 5280 section 6.1 are OpenSSL's to check. Extensions that it does
@@ -64,11 +70,14 @@ public:
             for (const IdentityPtr& issuer : IssuersOf(path)) {
                 Path longer = path;
                 longer.push_back(issuer);
-                if (!IsSelfSigned(*issuer)) {
+                if (!NamesItself(*issuer)) {
                     paths.push_back(std::move(longer));
                     bEnds = false;
                 } else if (IsValid(longer)) {
-                    return longer;
+                    if (IsRoot(*issuer)) {
+                        return longer;
+                    }
+                    withoutRoot = withoutRoot.empty() ? longer : withoutRoot;
                 }
             }
             if (bEnds && withoutRoot.empty() && IsValid(path)) {
@@ -81,7 +90,7 @@ public:
 private:
     Identities IssuersOf(const Path& path) {
         Identities issuers;
-        if (path.size() < kLongestPath && !IsSelfSigned(*path.back())) {
+        if (path.size() < kLongestPath && !NamesItself(*path.back())) {
             const auto [first, last] = m_authorities.equal_range(X509_issuer_name_hash(path.back()->Certificate()));
             for (auto named = first; named != last; ++named) {
                 if (named->second->IsValidAt(m_now) && !Contains(path, named->second) &&
@@ -134,7 +143,7 @@ Chain FindChain(const IdentityPtr& signer, const Authorities& authorities, std::
     const Path path = Search(authorities, now).ShortestPath(signer);
     if (path.size() > 1) {
         chain.issuers.assign(path.begin() + 1, path.end());
-        chain.bHasRoot = IsSelfSigned(*path.back());
+        chain.bHasRoot = IsRoot(*path.back());
     }
     for (const auto& [nName, authority] : authorities) {
         chain.period.LimitBy(*authority, now);

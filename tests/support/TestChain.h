@@ -12,6 +12,7 @@ struct TestCertificate {
     std::string strSubject = {};  // CN; empty: the name
     std::string strConstraints = "CA:TRUE";
     int nDays = 30;
+    bool bKeyIdentifiers = true;
 };
 
 inline void MakeIssued(const TempDirectory& directory, const TestCertificate& certificate) {
@@ -26,7 +27,8 @@ inline void MakeIssued(const TempDirectory& directory, const TestCertificate& ce
                         "[dn]\nCN=" + (certificate.strSubject.empty() ? strName : certificate.strSubject) +
                         "\n[ext]\nbasicConstraints=critical," + certificate.strConstraints + "\nkeyUsage=critical," +
                         (bAuthority ? "keyCertSign,cRLSign" : "digitalSignature,nonRepudiation") +
-                        "\nsubjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\n");
+                        (certificate.bKeyIdentifiers ? "\nsubjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\n"
+                                                     : "\nsubjectKeyIdentifier=none\nauthorityKeyIdentifier=none\n"));
     RequireCommand("cd " + directory.Path() + " && { [ -e " + strKeyFile + " ] || openssl genpkey -algorithm EC " +
                    "-pkeyopt ec_paramgen_curve:P-256 -out " + strKeyFile + "; } && cp " + strKeyFile + " " + strName +
                    ".issuer-key && openssl req -x509 -new -config " + strName + ".cnf -key " + strKeyFile + " -days " +

@@ -51,7 +51,7 @@ protected:
     static std::vector<std::string> Included() {
         std::vector<std::string> names;
         for (const char* pszName : {"alone", "below", "ca1", "ca2", "cross", "expired", "leaf2", "leaf3", "leaf4",
-                                    "other-root", "root", "short", "stranger", "young"}) {
+                                    "leaf5", "next", "other-root", "root", "short", "stranger", "young"}) {
             const std::string strFile = pszName;
             if (RunCommand(In() + "[ -e " + strFile +
                            ".crt ] && openssl pkcs7 -inform DER -in p7 -print_certs -out all.pem && openssl x509 -in " +
@@ -114,6 +114,19 @@ INSTANTIATE_TEST_SUITE_P(
         ChainRow{"WithoutIssuer", "leaf4", {"leaf4", "ca1", "root"}, {"leaf4"}, ""},
         ChainRow{"SelfSigned", "alone", {"alone", "root"}, {"alone"}, "alone"}),
     RowName);
+
+// The root's next key, certified with its present one. Both certificates have the same name, and no key identifiers.
+// A verifier that knows only the present root needs this certificate. It was left out as if it were a root.
+TEST_F(ChainTest, ACertificateForTheRootsNextKeyIsNoRoot) {
+    MakeIssued(*s_pDirectory, {"old", "old", "old", "Aging", "CA:TRUE", 30, false});
+    MakeIssued(*s_pDirectory, {"next", "next", "old", "Aging", "CA:TRUE", 30, false});
+    MakeIssued(*s_pDirectory, {"leaf5", "leaf5", "next", "Leaf", "CA:FALSE", 30, false});
+    for (const Names& store : {Names{"leaf5", "next"}, Names{"leaf5", "old", "next"}}) {
+        const ToolkitClient client("file:" + MakeStore("leaf5", store) + "?chain=store");
+        ASSERT_TRUE(Sign(client));
+        EXPECT_EQ(Included(), (Names{"leaf5", "next"}));
+    }
+}
 
 // ca1 is certified by two roots. The one in the store decides.
 TEST_F(ChainTest, LeadsToTheRootInTheStore) {
