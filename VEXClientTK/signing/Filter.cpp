@@ -45,18 +45,31 @@ std::wstring WideValue(std::string_view strValue) {
     return std::move(*wide);
 }
 
-// In a name copied from the certificate list, a blank is escaped.
-std::wstring NamePart(std::string_view strValue) {
-    std::wstring text = WideValue(strValue);
-    constexpr std::wstring_view kEscapedBlank = L"\\20";
-    for (size_t n = text.find(kEscapedBlank); n != std::wstring::npos; n = text.find(kEscapedBlank, n + 1)) {
-        text.replace(n, kEscapedBlank.size(), L" ");
+// The text without regard to case, and with blanks that are not escaped. In a name copied from the certificate list,
+// all blanks are escaped, as "\20". In a certificate's name, those at an end of a value are, as "\ ".
+std::wstring NameText(const std::wstring& strText) {
+    std::wstring plain;
+    for (size_t i = 0; i < strText.size(); ++i) {
+        if (strText[i] != L'\\' || i + 1 == strText.size()) {
+            plain += strText[i];
+        } else if (strText.compare(i, 3, L"\\20") == 0) {
+            plain += L' ';
+            i += 2;
+        } else if (strText[++i] == L' ') {
+            plain += L' ';
+        } else {
+            plain.append(strText, i - 1, 2);
+        }
     }
-    return FoldCase(std::move(text));
+    return FoldCase(std::move(plain));
+}
+
+std::wstring NamePart(std::string_view strValue) {
+    return NameText(WideValue(strValue));
 }
 
 bool ContainsName(const std::string& strName, const std::wstring& strPart) {
-    return FoldCase(WideFromUtf8(strName)).find(strPart) != std::wstring::npos;
+    return NameText(WideFromUtf8(strName)).find(strPart) != std::wstring::npos;
 }
 
 // Upper case digits without the colons that may stand between pairs.

@@ -97,6 +97,18 @@ TEST_F(CertificateListTest, AFilterTakesANegativeSerialNumberAsListed) {
     EXPECT_EQ(client.CertificateList(), "");
 }
 
+// Blanks at the ends of a value, and a backslash before what would be an escaped blank.
+TEST_F(CertificateListTest, AFilterTakesANameAsListed) {
+    for (const char* pszName : {R"(odd 20)", R"( odd )", R"(odd\\20)", R"(odd\\)"}) {
+        MakeIdentity(m_directory, {"odd", "ec -pkeyopt ec_paramgen_curve:P-256", std::string("/CN=") + pszName});
+        const ToolkitClient client("file:" + MakePemStore(m_directory, "odd.pem", {"odd"}));
+        const auto records = client.Records();
+        ASSERT_EQ(records.size(), 1U);
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT, records[0].at(5).c_str()), 0);
+        EXPECT_EQ(client.Records(), records) << records[0].at(5);
+    }
+}
+
 TEST_F(CertificateListTest, AYearHasFourDigits) {
     MakeIdentity(m_directory, {"a"}, "09500101000000Z", "29500101000000Z");
     const ToolkitClient client("file:" + MakePemStore(m_directory, "s.pem", {"a"}));
