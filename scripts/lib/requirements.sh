@@ -45,6 +45,7 @@ test                        libpdfbox2-java           _vex_has_jar pdfbox2      
 test                        xmlsec1                   _vex_has_command xmlsec1        # xmlsec1
 test                        python3-jwt               _vex_has_python_module jwt      # PyJWT
 test                        python3-cryptography      _vex_has_python_module cryptography # cryptography, for PyJWT
+test,soak                   python3-clang             _vex_has_python_module clang.cindex # clang's syntax tree for Python
 test                        maven                     _vex_has_command mvn            # Maven
 test                        libmaven-compiler-plugin-java _vex_has_maven_plugin maven-compiler-plugin # Maven, compiler plugin
 test                        libmaven-resources-plugin-java _vex_has_maven_plugin maven-resources-plugin # Maven, resources plugin

@@ -1,0 +1,129 @@
+"""Runs each mutant with the tests that execute it, until one fails."""
+
+import concurrent.futures
+import csv
+import dataclasses
+import hashlib
+import threading
+
+from . import ctests
+
+FIELDS = ["key", "source", "verdict", "test", "how", "tests"]
+
+
+@dataclasses.dataclass
+class Verdict:
+    found: bool
+    test: str = ""
+    how: str = ""
+    tests: int = 0  # how many tests executed the mutant and were run
+
+
+class Results:
+    """Verdicts by the mutant's key and the text of its source, in a file that is written as they come."""
+
+    def __init__(self, path, root):
+        self.path = path
+        self.root = root
+        self.lock = threading.Lock()
+        self.rows = {}
+        self.digests = {}
+        if path.exists():
+            with path.open(newline="", encoding="utf-8") as file:
+                for row in csv.DictReader(file, delimiter="\t"):
+                    self.rows[row["key"]] = row
+
+    def source_of(self, mutant):
+        if mutant.file not in self.digests:
+            self.digests[mutant.file] = hashlib.sha256((self.root / mutant.file).read_bytes()).hexdigest()[:16]
+        return self.digests[mutant.file]
+
+    def get(self, mutant):
+        row = self.rows.get(mutant.key())
+        if row is None or row["source"] != self.source_of(mutant):
+            return None
+        return Verdict(row["verdict"] == "found", row["test"], row["how"], int(row["tests"]))
+
+    def put(self, mutant, verdict):
+        with self.lock:
+            self.rows[mutant.key()] = {"key": mutant.key(), "source": self.source_of(mutant),
+                                       "verdict": "found" if verdict.found else "survived",
+                                       "test": verdict.test, "how": verdict.how, "tests": str(verdict.tests)}
+            temporary = self.path.with_suffix(".new")
+            with temporary.open("w", newline="", encoding="utf-8") as file:
+                writer = csv.DictWriter(file, FIELDS, delimiter="\t")
+                writer.writeheader()
+                writer.writerows(self.rows.values())
+            temporary.replace(self.path)
+
+
+def groups_of(reaching, budget):
+    """The tests in the order in which they run: tests of one GoogleTest program together, quick and special ones first.
+
+    A test that executes few mutants is more likely to be about this one. The budget limits the time of all groups
+    except the first.
+    """
+    groups = {}
+    for test, seconds, reached in reaching:
+        own = test.case is None or seconds > 3 or test.environment
+        groups.setdefault(test.name if own else test.program, []).append((test, seconds, reached))
+
+    def cost(group):
+        return sum((seconds + 0.02) * (reached + 5) for _, seconds, reached in group) / len(group) ** 0.5
+
+    spent = 0.0
+    ordered = []
+    for group in sorted(groups.values(), key=cost):
+        time = sum(seconds for _, seconds, _ in group)
+        if ordered and spent + time > budget:
+            continue
+        spent += time
+        ordered.append(sorted(group, key=lambda entry: entry[1]))
+    return ordered
+
+
+def try_mutant(number, reaching, budget):
+    """Whether a test finds the mutant. A failure counts if it can be repeated and goes away without the mutant."""
+    ran = 0
+    for group in groups_of(reaching, budget):
+        left = {test.case or test.name: (test, seconds) for test, seconds, _ in group}
+        while left:
+            first = next(iter(left.values()))[0]
+            limit = 15 + 10 * sum(seconds for _, seconds in left.values())
+            ended = ctests.run(first, limit, {"VEX_MUTANT": str(number)}, list(left) if len(left) > 1 else None)
+            if ended.passed:
+                ran += len(left)
+                break
+            name = ctests.failed_case(ended.output) if len(left) > 1 else None
+            test, seconds = left.pop(name if name in left else next(iter(left)))
+            ran += 1
+            if is_confirmed(test, seconds, number):
+                return Verdict(True, test.name, ended.how, ran)
+    return Verdict(False, tests=ran)
+
+
+def is_confirmed(test, seconds, number):
+    limit = 15 + 10 * seconds
+    again = ctests.run(test, limit, {"VEX_MUTANT": str(number)})
+    return not again.passed and ctests.run(test, limit, {}).passed
+
+
+def run(mutants, reach, results, jobs, budget, again):
+    """Pairs of mutant and verdict. Mutants with a verdict are not run again, except survivors on request."""
+    lock = threading.Lock()
+    done = []
+
+    def one(pair):
+        number, mutant = pair
+        verdict = results.get(mutant)
+        if verdict is None or (again and not verdict.found):
+            verdict = try_mutant(number, reach.tests_of(number), budget)
+            results.put(mutant, verdict)
+            with lock:
+                done.append(mutant)
+                word = f"found by {verdict.test} ({verdict.how})" if verdict.found else "SURVIVED"
+                print(f"[{len(done)}] {mutant.key()} (line {mutant.line}): {word}", flush=True)
+        return mutant, verdict
+
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        return list(pool.map(one, mutants))

@@ -1,0 +1,111 @@
+"""The tests of a build as ctest lists them, and how they are run: isolated, with a limit, one by one or in groups."""
+
+import dataclasses
+import functools
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+
+# A process namespace ends what a test leaves behind. The shell stays, because a test must not be the first process.
+# A build in /tmp has to stay visible.
+ISOLATED = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc", "sh", "-c",
+            'case $PWD in /tmp/*) ;; *) mount -t tmpfs tmp /tmp ;; esac && ip link set lo up && "$@"; exit $?', "sh"]
+
+
+@dataclasses.dataclass(frozen=True)
+class Test:
+    name: str
+    command: tuple
+    environment: tuple
+    directory: str
+    skip_code: int
+
+    @functools.cached_property
+    def case(self):
+        """The name of the test in its GoogleTest program, or None."""
+        filters = [argument for argument in self.command[1:] if argument.startswith("--gtest_filter=")]
+        return filters[0].split("=", 1)[1] if filters else None
+
+    @property
+    def program(self):
+        return self.command[0]
+
+
+@dataclasses.dataclass
+class Ended:
+    passed: bool
+    skipped: bool
+    how: str
+    seconds: float
+    output: str
+
+
+def list_tests(build, left_out):
+    """The tests of the build whose names do not match the expression and whose programs have been built."""
+    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, check=True, stdout=subprocess.PIPE, text=True)
+    tests = []
+    for test in json.loads(listed.stdout)["tests"]:
+        properties = {one["name"]: one["value"] for one in test.get("properties", [])}
+        if "command" not in test or properties.get("DISABLED") or re.search(left_out, test["name"]):
+            continue
+        used = re.findall(rf"{re.escape(str(build))}/[^\s:=]+", " ".join(test["command"]))
+        if not all(os.path.exists(path) for path in used):
+            continue
+        tests.append(Test(test["name"], tuple(test["command"]), tuple(properties.get("ENVIRONMENT", ())),
+                          properties.get("WORKING_DIRECTORY", str(build)), properties.get("SKIP_RETURN_CODE", -1)))
+    return tests
+
+
+@functools.cache
+def isolation():
+    """What starts a program with a network, processes and a /tmp of its own, as far as this user may do that."""
+    if not shutil.which("unshare"):
+        return []
+    tried = subprocess.run([*ISOLATED, "true"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                           stderr=subprocess.DEVNULL, check=False)
+    return ISOLATED if tried.returncode == 0 else []
+
+
+def run(test, limit, environment, cases=None):
+    """Runs a test, or several cases of its GoogleTest program. Fails if it does not end within the limit."""
+    command = list(test.command)
+    if cases:
+        command = [test.program, f"--gtest_filter={':'.join(cases)}", "--gtest_also_run_disabled_tests",
+                   "--gtest_fail_fast"]
+    variables = {**os.environ, "VEX_TEST_DIVISOR": "10", "GTEST_FAIL_FAST": "1",
+                 **dict(pair.split("=", 1) for pair in test.environment), **environment}
+    begin = time.monotonic()
+    with tempfile.TemporaryFile() as output:
+        with subprocess.Popen([*isolation(), *command], cwd=test.directory, env=variables, stdin=subprocess.DEVNULL,
+                              stdout=output, stderr=subprocess.STDOUT, start_new_session=True) as process:
+            try:
+                code = process.wait(timeout=limit)
+            except subprocess.TimeoutExpired:
+                code = None
+            finally:
+                try:
+                    os.killpg(process.pid, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+        output.seek(0)
+        text = output.read(2_000_000).decode("utf-8", "replace")
+    seconds = time.monotonic() - begin
+    if code is None:
+        return Ended(False, False, f"does not end within {limit:.0f} s", seconds, text)
+    # gtest_discover_tests recognises skipped tests by what they print.
+    skipped = code == test.skip_code or (not cases and test.case is not None and "[  SKIPPED ]" in text)
+    return Ended(code == 0 or skipped, skipped, f"ends with {code}", seconds, text)
+
+
+def failed_case(output):
+    """The case of a GoogleTest program that failed or that crashed it."""
+    failed = re.search(r"^\[  FAILED  \] ([^\s,]+)", output, re.MULTILINE)
+    if failed:
+        return failed[1]
+    begun = re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)
+    return begun[-1] if begun else None
