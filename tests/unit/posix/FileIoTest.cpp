@@ -39,6 +39,8 @@ TEST_F(FileIo, ReportsWhatTheDescriptorCannotDo) {
     EXPECT_EQ(SetSize(readOnly.Get(), 1), EINVAL);
     char ch = 0;
     EXPECT_EQ(ReadAt(-1, &ch, 1, 0).nErrno, EBADF);
+    EXPECT_EQ(ReadSome(-1, &ch, 1), -1);
+    EXPECT_EQ(errno, EBADF);
     off_t cbSize = 7;
     EXPECT_EQ(GetSize(-1, cbSize), EBADF);
     EXPECT_EQ(cbSize, 7);

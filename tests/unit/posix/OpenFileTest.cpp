@@ -131,6 +131,14 @@ TEST_F(OpenOrCreate, ShowsANewFileBeforeItHasItsName) {
     EXPECT_EQ(nCalls, 1);
 }
 
+TEST_F(OpenOrCreate, OpensAFileThatAnotherProcessMakesMeanwhile) {
+    const auto make = [&](int) { m_directory.Write("file", "theirs"); };
+    const OpenedFile opened = OpenOrCreateFile(m_parent.Get(), "file", kConfined, make);
+    EXPECT_TRUE(opened.descriptor.IsOpen());
+    EXPECT_FALSE(opened.bCreated);
+    EXPECT_EQ(ReadWholeFile(m_directory.Path("file")), "theirs");
+}
+
 class ReadWholeTest : public testing::Test {
 protected:
     OpenedFile Open(const char* pszName) const { return OpenFile(AT_FDCWD, m_directory.Path(pszName).c_str(), kInput); }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -43,6 +44,17 @@ TEST_F(ReplacementFileTest, RemovesTheFileThatDidNotMove) {
     {
         ReplacementFile file(m_parent.Get(), "new", 0600);
         EXPECT_EQ(file.MoveTo("missing/target"), ENOENT);
+    }
+    EXPECT_FALSE(Exists("new"));
+    EXPECT_EQ(ReadWholeFile(m_strTarget), "old");
+}
+
+// Closing may report what writing did not, such as a full disk of a file server.
+TEST_F(ReplacementFileTest, DoesNotMoveAFileThatCannotBeClosed) {
+    {
+        ReplacementFile file(m_parent.Get(), "new", 0600);
+        close(file.Descriptor());
+        EXPECT_EQ(file.MoveSyncedTo("target"), EBADF);
     }
     EXPECT_FALSE(Exists("new"));
     EXPECT_EQ(ReadWholeFile(m_strTarget), "old");

@@ -29,6 +29,11 @@ std::vector<NameRow> NameRows() {
         {{"PlainText"}, "Function Enter.", "Function Enter."},
         {{"Accents"}, "caf\xC3\xA9 \xE4\xB8\xAD \xF0\x9F\x98\x80", "caf\xC3\xA9 \xE4\xB8\xAD \xF0\x9F\x98\x80"},
         {{"InTheMiddle"}, "from " + Garbled("Function") + " to " + Garbled("Other") + ".", "from Function to Other."},
+        // The bytes of this character's number are letters, too, but no part begins with it.
+        {{"BehindACharacterOfTwoLetters"},
+         "\xE4\xB8\xAD" + Garbled("Function"),
+         "\xE4\xB8\xAD"
+         "Function"},
         {{"OneBehindTheOther"}, Garbled("One") + Garbled("Three"), "OneThree"},
         {{"CutFromTheFront"},
          Garbled("Function").substr(2) + " Leave.",

@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "&#60;/script&#62;&#60;b a=&#39;&#34;&#39;&#62;&#38;\\"}),
     RowName);
 
-std::string Printed(std::string_view bytes, bool bJson, const vexlog::Filter& filter = {}) {
+std::string Printed(std::string_view bytes, bool bJson, const vexlog::Filter& filter = {}, bool bColour = false) {
     struct Filtered : vexlog::RecordSink {
         Filtered(const vexlog::Filter& f, vexlog::RecordSink& n) : conditions(f), next(n) {}
         void OnRecord(const vexlog::Record& record) override {
@@ -108,7 +108,7 @@ std::string Printed(std::string_view bytes, bool bJson, const vexlog::Filter& fi
         vexlog::RecordSink& next;
     };
     return Written([&](vexposix::OutputBuffer& output) {
-        vexlog::TextPrinter text(output, {false, true});
+        vexlog::TextPrinter text(output, {bColour, true});
         vexlog::JsonPrinter json(output);
         Filtered filtered(filter, bJson ? static_cast<vexlog::RecordSink&>(json) : text);
         vexlog::RecordParser parser(filtered);
@@ -128,6 +128,16 @@ TEST(TextPrinterTest, PrintsOneLineARecord) {
               "-- 1 empty entry\n"
               "2024-03-05 09:07:03        WARN P4712   T-12         two\n"
               "2024-03-05 09:07:02.048213 INFO P4711   T-12         Function:7               thr (torn)\n");
+}
+
+// The colours are those of a terminal's own palette: times are dim, places blue, and what is not a record yellow.
+TEST(TextPrinterTest, ColoursParts) {
+    const std::string strTorn = "\x1b[33m (torn)\x1b[0m\n";
+    const std::string strLines = Printed(kMixedLog, false, {}, true);
+    EXPECT_THAT(strLines, testing::StartsWith("\x1b[33m-- fragment: \x1b[0mrest\n"
+                                              "\x1b[2m2024-03-05 09:07:02.048213\x1b[0m INFO "));
+    EXPECT_THAT(strLines, testing::HasSubstr("\n\x1b[33m-- 1 empty entry\x1b[0m\n"));
+    EXPECT_THAT(strLines, testing::EndsWith("thr" + strTorn));
 }
 
 TEST(JsonPrinterTest, PrintsOneObjectARecord) {
@@ -184,7 +194,7 @@ TEST_P(FilterTest, PassesTheRecordsAskedFor) {
     const std::string strLog = "e, a fragment\r\n\r\n" + Entry("a Enter.", "Java_vex_jni_TAVClientJNI_P7Sign", 325) +
                                "\r\n\r\n" + Entry("b", "Function", 7, "2024-03-05 09:08:00:000", 4712, 34) +
                                "\r\n\r\n" +
-                               "c, continued\r\n\r\n[05/Mar/2024:09:09:00 CET] [4712 4294967284d][WARN]d\n";
+                               "c, continued\r\n\r\n[05/Mar/2024:09:09:00 CET] [4712 4294967284d][WARN]dz\n";
     struct Letters : vexlog::RecordSink {
         explicit Letters(const vexlog::Filter& f) : filter(f) {}
         void OnRecord(const vexlog::Record& record) override {
@@ -228,6 +238,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FilterRow{{"Between"}, Since("2024-03-05T09:07:03", "2024-03-05T09:08:59"), "bc"},
                     FilterRow{{"Text"}, Text("ENTER", false), ""},
                     FilterRow{{"TextOfAnyCase"}, Text("ENTER", true), "a"},
+                    FilterRow{{"FirstLetterOfAnyCase"}, Text("A Fragment", true), "e"},
+                    FilterRow{{"LastLetterOfAnyCase"}, Text("DZ", true), "d"},
                     FilterRow{{"TextOfAFragment"}, Text("frag", false), "e"}),
     RowName);
 

@@ -34,6 +34,7 @@ std::string Whole(std::string_view message) {
 }
 
 const std::string kPath250(250, 'p');
+const std::string kMonth31(31, 'm');
 const std::string kFields = "[P4711] [T-12] [2024-03-05 09:07:02:48213] [";
 
 std::vector<LogRow> Rows() {
@@ -130,6 +131,12 @@ std::vector<LogRow> Rows() {
         {{"DashInThePath"},
          Log({"[INFO] " + kFields + "a-b/src.cpp-F(-7)]: one\r\n\r\n"}),
          {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 a-b/src.cpp-F(-7): one"}},
+        {{"SourceFileWithoutFunction"},
+         Log({"[INFO] " + kFields + "a-src.cpp(7)]: one\r\n\r\n"}),
+         {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 a-src.cpp-(7): one"}},
+        {{"LineNumberThatDoesNotFit"},
+         Log({"[INFO] " + kFields + "src.cpp-F(2147483648)]: one\r\n\r\n"}),
+         {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 src.cpp-F(2147483648)-(): one"}},
         {{"FewMicroseconds"},
          Log({Whole("one").replace(43, 5, "007")}),
          {"record INFO P4711 T-12 2024-03-05T09:07:02.000007 src.cpp-Function(7): one"}},
@@ -200,6 +207,18 @@ std::vector<LogRow> Rows() {
         {{"MinimalInAnotherLanguage"},
          "[05/M\xC3\xA4r/2024:09:07:02 CET] [4711 12d][WARN]one\n",
          {"minimal WARN P4711 T12 no time: one"}},
+        {{"MinimalWithTheLongestMonth"},
+         "[05/" + kMonth31 + "/2024:09:07:02 CET] [4711 12d][WARN]one\n",
+         {"minimal WARN P4711 T12 no time: one"}},
+        {{"MinimalWithAMonthThatIsTooLong"},
+         "[05/M" + kMonth31 + "/2024:09:07:02 CET] [4711 12d][WARN]one",
+         {"fragment: [05/M" + kMonth31 + "/2024:09:07:02 CET] [4711 12d][WARN]one"}},
+        {{"MinimalWithAYearThatIsTooLong"},
+         "[05/Mar/202400:09:07:02 CET] [4711 12d][WARN]one",
+         {"fragment: [05/Mar/202400:09:07:02 CET] [4711 12d][WARN]one"}},
+        {{"MinimalWithThreeDigitsOfMinutes"},
+         "[05/Mar/2024:09:007:02 CET] [4711 12d][WARN]one",
+         {"fragment: [05/Mar/2024:09:007:02 CET] [4711 12d][WARN]one"}},
         {{"NoLogAtAll"}, "#!/bin/sh\necho [P1] [T2]\n", {"fragment: #!/bin/sh\necho [P1] [T2]"}},
     };
 }

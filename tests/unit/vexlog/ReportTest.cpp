@@ -62,8 +62,10 @@ TEST(ReportTest, SaysWhatItIsAbout) {
     const std::string strPage = Page(Sign("2024-03-05 09:07:02:000", true) + Sign("2024-03-05 09:07:02:500", false));
     EXPECT_THAT(strPage, HasSubstr("<code>PILog.txt</code> <span>2024-03-05 09:07:02.000000</span> to "
                                    "<span>2024-03-05 09:07:02.000500</span>"));
-    EXPECT_THAT(strPage, HasSubstr("Made on <code>host</code> at <span>2024-03-10 12:00:01</span> "
-                                   "<span>UTC+01:00 (CET)</span>"));
+    EXPECT_THAT(
+        strPage,
+        HasSubstr("<p class=\"source\" id=\"made\">Made on <code>host</code> at <span>2024-03-10 12:00:01</span> "
+                  "<span>UTC+01:00 (CET)</span>"));
     EXPECT_THAT(strPage, HasSubstr(Tile("Calls", 1)));
     EXPECT_THAT(strPage, HasSubstr(Tile("Wrong clock", 0)));
     EXPECT_THAT(strPage, HasSubstr("\"calls\":[0,0,0,500],\n\"apart\":[],\n\"torn\":[]"));
@@ -71,6 +73,30 @@ TEST(ReportTest, SaysWhatItIsAbout) {
     EXPECT_THAT(strPage, HasSubstr("<section aria-labelledby=\"damages-title\" hidden>"));
     EXPECT_THAT(strPage, Not(HasSubstr("id=\"left-out\"")));
     EXPECT_THAT(strPage, Not(HasSubstr("{{")));
+}
+
+TEST(ReportTest, OfAnEmptyLogBeginsAndEndsAtZero) {
+    EXPECT_THAT(Page(""), HasSubstr("{\"start\":0,\"end\":0,\"threads\":[],"));
+}
+
+// Only the error that is asked for behind a call shows that it failed.
+TEST(ReportTest, MarksFunctionsWithFailedCalls) {
+    const std::string strAsked =
+        Entry("x", "Java_vex_jni_TAVClientJNI_GetLastError", 501, "2024-03-05 09:07:02:500") + "\r\n\r\n" +
+        Entry("x", "Java_vex_jni_TAVClientJNI_GetLastError", 505, "2024-03-05 09:07:02:600") + "\r\n\r\n";
+    const std::string strRow = "<th scope=\"row\">P7Sign</th>" + Cell("1");
+    EXPECT_THAT(Page(Sign("2024-03-05 09:07:02:000", true) + strAsked), HasSubstr(strRow + "<td class=\"bad\">1</td>"));
+    EXPECT_THAT(Page(Sign("2024-03-05 09:07:02:000", true) + Sign("2024-03-05 09:07:02:400", false) + strAsked),
+                HasSubstr(strRow + "<td>0</td>"));
+}
+
+// Each bar is the lower bound of its durations and their number.
+TEST(ReportTest, ListsTheDurationsOfEachFunction) {
+    const std::string strPage = Page(Sign("2024-03-05 09:07:02:000", true) + Sign("2024-03-05 09:07:02:001", false) +
+                                     Sign("2024-03-05 09:07:02:010", true) + Sign("2024-03-05 09:07:02:012", false) +
+                                     Entry("x Enter.", "Other", 1, "2024-03-05 09:07:02:020") + "\r\n\r\n");
+    EXPECT_THAT(strPage, HasSubstr("\"functions\":[{\"name\":\"P7Sign\",\"median\":1,\"p99\":2,\"bars\":[1,1,2,1]},"
+                                   "{\"name\":\"Other\",\"median\":0,\"p99\":0,\"bars\":[]}]"));
 }
 
 TEST(ReportTest, KeepsWrongClocksApart) {

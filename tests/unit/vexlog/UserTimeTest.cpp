@@ -70,6 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
         UserTimeRow{{"WholeWeekday"}, "monday 2024-03-04", At(2024, 3, 4)},
         UserTimeRow{{"WrongWeekday"}, "Tue 2024-03-04", std::nullopt},
         UserTimeRow{{"WeekdayAlone"}, "Mon", std::nullopt},
+        UserTimeRow{{"WeekdayWithoutABlank"}, "Mon2024-03-04", std::nullopt},
         UserTimeRow{{"OtherWordBeforeADate"}, "Moon 2024-03-04", std::nullopt},
         UserTimeRow{{"Now"}, "now", At(2024, 3, 5, 9, 7, 2, 48213)}, UserTimeRow{{"Today"}, "today", At(2024, 3, 5)},
         UserTimeRow{{"Yesterday"}, "yesterday", At(2024, 3, 4)}, UserTimeRow{{"Tomorrow"}, "tomorrow", At(2024, 3, 6)},
