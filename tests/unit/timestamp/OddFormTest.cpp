@@ -1,0 +1,281 @@
+// Signatures, requests, replies and tokens that OpenSSL reads, but that have another form than they should.
+#include <openssl/cms.h>
+#include <openssl/objects.h>
+#include <openssl/pem.h>
+#include <openssl/ts.h>
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+
+#include "Row.h"
+#include "TimeStampWorld.h"
+#include "timestamp/Cms.h"
+#include "timestamp/Der.h"
+#include "timestamp/Digests.h"
+#include "timestamp/Numbers.h"
+#include "timestamp/OpenSsl.h"
+#include "timestamp/Reply.h"
+#include "timestamp/Request.h"
+#include "timestamp/Token.h"
+
+namespace vextimestamp {
+namespace {
+
+using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
+using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
+
+const Bytes kValue = BytesOf("a signature value");
+constexpr int kNewNames = NID_id_smime_aa_signingCertificateV2;
+constexpr int kOldNames = NID_id_smime_aa_signingCertificate;
+
+void Require(bool bSucceeded) {
+    if (!bSucceeded) {
+        throw std::runtime_error("OpenSSL made no object for the test");
+    }
+}
+
+Bytes Encoded(const CMS_ContentInfo* pCms) {
+    unsigned char* pb = nullptr;
+    const int cb = i2d_CMS_ContentInfo(pCms, &pb);
+    const MemoryPtr<unsigned char> owner(pb);
+    Require(cb > 0);
+    return {pb, pb + cb};
+}
+
+CmsPtr Decoded(const Bytes& cms) {
+    const unsigned char* pb = cms.data();
+    CmsPtr decoded(d2i_CMS_ContentInfo(nullptr, &pb, static_cast<long>(cms.size())));
+    Require(decoded != nullptr);
+    return decoded;
+}
+
+CMS_SignerInfo* SignerOf(const CmsPtr& cms) {
+    return sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms.get()), 0);
+}
+
+// A TSTInfo for kValue.
+std::string Info() {
+    const std::string strSha256 = Tlv(kObject, "\x60\x86\x48\x01\x65\x03\x04\x02\x01");
+    const std::string strImprint = TextOf(DigestOf(RequireDigest("SHA256"), kValue));
+    return Tlv(kSequenceTag, Tlv(kInteger, "\x01") + Tlv(kObject, "\x2A\x03\x04\x01") +
+                                 Tlv(kSequenceTag, Tlv(kSequenceTag, strSha256) + Tlv(kOctets, strImprint)) +
+                                 Tlv(kInteger, "\x2A") + Tlv(kGeneralizedTime, "20260101000000Z"));
+}
+
+// Signs Info with further signed attributes.
+Bytes TokenWith(const std::function<void(CMS_SignerInfo*)>& fnAddAttributes) {
+    const auto open = [](const std::string& strFile) {
+        return BioPtr(BIO_new_file(World::Get().File(strFile).c_str(), "r"));
+    };
+    const CertificatePtr certificate(PEM_read_bio_X509(open("tsa.crt").get(), nullptr, nullptr, nullptr));
+    const KeyPtr key(PEM_read_bio_PrivateKey(open("tsa.key").get(), nullptr, nullptr, nullptr));
+    constexpr unsigned int kFlags = CMS_PARTIAL | CMS_BINARY | CMS_NOSMIMECAP;
+    const CmsPtr cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags));
+    Require(cms && CMS_set1_eContentType(cms.get(), OBJ_nid2obj(NID_id_smime_ct_TSTInfo)) == 1);
+    CMS_SignerInfo* const pSigner = CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), kFlags);
+    Require(pSigner != nullptr);
+    fnAddAttributes(pSigner);
+    const std::string strInfo = Info();
+    const BioPtr info(BIO_new_mem_buf(strInfo.data(), static_cast<int>(strInfo.size())));
+    Require(CMS_set_detached(cms.get(), 0) == 1 && CMS_final(cms.get(), info.get(), nullptr, CMS_BINARY) == 1);
+    return Encoded(cms.get());
+}
+
+void AddSigned(CMS_SignerInfo* pSigner, int nNid, int nType, const std::string& strValue) {
+    Require(CMS_signed_add1_attr_by_NID(pSigner, nNid, nType, strValue.data(), static_cast<int>(strValue.size())) == 1);
+}
+
+// ---- The names of the signer's certificate ----
+
+struct Naming : Row {
+    int nNid;
+    int nType;
+    std::string strValue;
+};
+
+class WrongNaming : public testing::TestWithParam<Naming> {};
+
+TEST_P(WrongNaming, IsThatOfAnotherCertificate) {
+    const Naming& naming = GetParam();
+    const Bytes token =
+        TokenWith([&](CMS_SignerInfo* pSigner) { AddSigned(pSigner, naming.nNid, naming.nType, naming.strValue); });
+    EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, nullptr, nullptr); }),
+                testing::HasSubstr("name another certificate than its signer's (O=Clocks,CN=Authority tsa)"));
+}
+
+std::string Identifiers(const std::string& strIdentifiers) {
+    return Tlv(kSequenceTag, Tlv(kSequenceTag, strIdentifiers));
+}
+const std::string kOtherCertificate = Tlv(kSequenceTag, Tlv(kOctets, std::string(32, 'x')));
+const std::string kOtherCertificateSha1 = Tlv(kSequenceTag, Tlv(kOctets, std::string(20, 'x')));
+
+INSTANTIATE_TEST_SUITE_P(
+    , WrongNaming,
+    testing::Values(Naming{{"NoSequence"}, kNewNames, V_ASN1_OCTET_STRING, "x"},
+                    Naming{{"NothingInIt"}, kNewNames, V_ASN1_SEQUENCE, Tlv(kSequenceTag, "")},
+                    Naming{{"NoIdentifier"}, kNewNames, V_ASN1_SEQUENCE, Identifiers("")},
+                    Naming{{"NumberForIdentifier"}, kNewNames, V_ASN1_SEQUENCE, Identifiers(Tlv(kInteger, "1"))},
+                    Naming{{"AnotherOne"}, kNewNames, V_ASN1_SEQUENCE, Identifiers(kOtherCertificate)},
+                    Naming{{"EmptyIdentifier"}, kNewNames, V_ASN1_SEQUENCE, Identifiers(Tlv(kSequenceTag, ""))},
+                    Naming{{"EmptyOldIdentifier"}, kOldNames, V_ASN1_SEQUENCE, Identifiers(Tlv(kSequenceTag, ""))},
+                    Naming{{"AnotherOldOne"}, kOldNames, V_ASN1_SEQUENCE, Identifiers(kOtherCertificateSha1)}),
+    RowName);
+
+TEST(OddToken, OfAShortKeyIsRefused) {
+    const World& world = World::Get();
+    RequireCommand("cd " + world.File("") +
+                   " && openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out short.key && openssl req"
+                   " -x509 -new -config tsa.cnf -key short.key -days 30 -CA root.crt -CAkey root.key -out short.crt");
+    const Bytes token = world.Token(Info(), "short");
+    EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, nullptr, nullptr); }),
+                testing::HasSubstr("(O=Clocks,CN=Authority tsa) is too short, or unknown"));
+}
+
+TEST(OddToken, OfAnotherKindOfCmsIsRefused) {
+    const Bytes data =
+        World::Get().Run("openssl cms -data_create -in IN -outform DER -out OUT", BytesOf("no time stamp"));
+    EXPECT_THAT(FaultOf([&] { CheckToken(data, kValue, nullptr, nullptr); }),
+                testing::HasSubstr("it is no CMS SignedData"));
+}
+
+TEST(OddToken, WithoutContentIsRefused) {
+    const Bytes token = World::Get().Run(
+        "openssl cms -sign -binary -signer tsa.crt -inkey tsa.key -cades -econtent_type 1.2.840.113549.1.9.16.1.4"
+        " -in IN -outform DER -out OUT",
+        BytesOf(Info()));
+    EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, nullptr, nullptr); }), testing::HasSubstr("it has no content"));
+}
+
+// ---- Signatures ----
+
+TEST(OddSignature, WithAStampThatIsNoSequenceIsRefused) {
+    const CmsPtr cms = Decoded(World::Get().Signature());
+    Require(CMS_unsigned_add1_attr_by_NID(SignerOf(cms), NID_id_smime_aa_timeStampToken, V_ASN1_OCTET_STRING, "x", 1) ==
+            1);
+    const Bytes stamped = Encoded(cms.get());
+    EXPECT_THAT(FaultOf([&] { TokensOf(stamped); }), testing::HasSubstr("is no sequence, so it cannot be read"));
+}
+
+TEST(OddSignature, WithAnEmptyValueGetsNoStamp) {
+    const CmsPtr cms = Decoded(World::Get().Signature());
+    Require(ASN1_STRING_set(CMS_SignerInfo_get0_signature(SignerOf(cms)), "", 0) == 1);
+    const Bytes empty = Encoded(cms.get());
+    EXPECT_THAT(FaultOf([&] { SignatureValueOf(empty); }),
+                testing::HasSubstr("the signature value of this one is empty"));
+}
+
+// ---- Requests ----
+
+struct OddRequest : Row {
+    std::string strDer;
+    std::string strFault;
+};
+
+class RequestInOddForm : public testing::TestWithParam<OddRequest> {};
+
+TEST_P(RequestInOddForm, IsRefused) {
+    EXPECT_THAT(FaultOf([] { ReadRequest(BytesOf(GetParam().strDer)); }), testing::HasSubstr(GetParam().strFault));
+}
+
+std::string RequestOf(char chVersion, std::size_t cbDigest, const std::string& strNonce = Tlv(kInteger, "\x2A")) {
+    constexpr unsigned char kBoolean = 0x01;
+    const std::string strSha256 = Tlv(kObject, "\x60\x86\x48\x01\x65\x03\x04\x02\x01");
+    return Tlv(kSequenceTag, Tlv(kInteger, std::string(1, chVersion)) +
+                                 Tlv(kSequenceTag, Tlv(kSequenceTag, strSha256 + Tlv(kNull, "")) +
+                                                       Tlv(kOctets, std::string(cbDigest, 'x'))) +
+                                 strNonce + Tlv(kBoolean, "\xFF"));
+}
+
+TEST(RequestInRightForm, IsRead) {
+    EXPECT_EQ(TextOf(ReadRequest(BytesOf(RequestOf('\x01', 32))).nonce), "\x2A");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , RequestInOddForm,
+    testing::Values(OddRequest{{"NoRequest"}, Tlv(kSequenceTag, Tlv(kOctets, "x")), "OpenSSL cannot read it"},
+                    OddRequest{{"NoDer"}, RequestOf('\x01', 32, "\x02\x81\x01\x2A"), "it is not in DER"},
+                    OddRequest{{"OtherVersion"}, RequestOf('\x02', 32), "its version"},
+                    OddRequest{{"ShortDigest"}, RequestOf('\x01', 31), "its digest has another length"}),
+    RowName);
+
+// ---- Replies ----
+
+TEST(OddReply, WithManyTextsIsShownInPart) {
+    std::string strTexts;
+    for (int i = 0; i < 10; ++i) {
+        strTexts += Tlv(kUtf8, "text " + std::to_string(i) + std::string(90, '.'));
+    }
+    const std::string strReply =
+        Tlv(kSequenceTag, Tlv(kSequenceTag, Tlv(kInteger, "\x02") + Tlv(kSequenceTag, strTexts)));
+    const std::string strFault = FaultOf([&] { TokenOf(BytesOf(strReply)); });
+    EXPECT_THAT(strFault, testing::HasSubstr("text 1."));
+    EXPECT_THAT(strFault, testing::Not(testing::HasSubstr("text 9.")));
+}
+
+// ---- Elements and numbers ----
+
+TEST(OddElement, IsNotTaken) {
+    constexpr unsigned char kPlainSequence = 0x10;  // not constructed
+    constexpr unsigned char kContext2 = 0x82;
+    for (const std::string& strBytes : {std::string(), Tlv(kPlainSequence, "x"), std::string("\x30\x05x", 3)}) {
+        const Bytes bytes = BytesOf(strBytes);
+        View view = bytes;
+        EXPECT_FALSE(TakeElement(view));
+        EXPECT_EQ(view.size(), bytes.size());
+    }
+    const Bytes context = BytesOf(Tlv(kContext2, "x"));
+    View view = context;
+    EXPECT_FALSE(TakeElement(view, V_ASN1_INTEGER));
+    EXPECT_TRUE(TakeElement(view));
+}
+
+TEST(OddNumber, IsNotPositive) {
+    EXPECT_FALSE(PositiveBytes(nullptr));
+    const IntegerPtr number(ASN1_INTEGER_new());
+    for (const auto& [nNumber, bPositive] : {std::pair{0, false}, {-5, false}, {5, true}}) {
+        ASSERT_EQ(ASN1_INTEGER_set(number.get(), nNumber), 1);
+        EXPECT_EQ(PositiveBytes(number.get()).has_value(), bPositive) << nNumber;
+    }
+}
+
+TEST(OddNumber, IsNoMomentAndNoName) {
+    EXPECT_FALSE(MomentOf(nullptr));
+    const std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>> name(X509_NAME_new());
+    EXPECT_EQ(NameText(name.get()), "");
+    EXPECT_EQ(DottedText(nullptr), "");
+    std::string strLong = "1.2";
+    for (int i = 0; i < 300; ++i) {
+        strLong += ".3";
+    }
+    const ObjectPtr tooLong(OBJ_txt2obj(strLong.c_str(), 1));
+    ASSERT_TRUE(tooLong);
+    EXPECT_EQ(DottedText(tooLong.get()), "");
+}
+
+// ---- OpenSSL's reasons ----
+
+TEST(Reason, OfNoErrorIsUnknown) {
+    ERR_clear_error();
+    EXPECT_EQ(LastReason(), "unknown reason");
+    ERR_raise(ERR_LIB_USER, 77);  // nobody has given this number a text
+    EXPECT_EQ(LastReason(), "unknown reason");
+    ERR_clear_error();
+}
+
+TEST(Reason, HasItsDetailsIfThereAreAny) {
+    ERR_raise_data(ERR_LIB_ASN1, ERR_R_PASSED_NULL_PARAMETER, "the %s", "third");
+    EXPECT_EQ(LastReason(), "passed a null parameter (the third)");
+    ERR_raise_data(ERR_LIB_ASN1, ERR_R_PASSED_NULL_PARAMETER, "%s", "");
+    EXPECT_EQ(LastReason(), "passed a null parameter");
+    ERR_clear_error();
+}
+
+TEST(Reason, ThatMemoryRanOutIsNone) {
+    ERR_raise(ERR_LIB_ASN1, ERR_R_MALLOC_FAILURE);
+    EXPECT_THROW(LastReason(), std::bad_alloc);
+    ERR_clear_error();
+}
+
+}  // namespace
+}  // namespace vextimestamp
