@@ -52,13 +52,14 @@ void TakePlain(OutputBuffer& output, std::string_view& text, const PlainTable& p
     text.remove_prefix(n);
 }
 
+// nValue: a byte or a character of Unicode.
 void AppendHex(OutputBuffer& output, std::uint32_t nValue, int cLeast) {
     int cDigits = 1;
-    while (cDigits < 8 && (nValue >> (4 * cDigits)) != 0) {
+    while ((nValue >> (4 * cDigits)) != 0) {
         ++cDigits;
     }
     for (int n = std::max(cDigits, cLeast) - 1; n >= 0; --n) {
-        output.Append(n < 8 ? kLowerHexDigits[(nValue >> (4 * n)) & 0xF] : '0');
+        output.Append(kLowerHexDigits[(nValue >> (4 * n)) & 0xF]);
     }
 }
 
