@@ -10,7 +10,7 @@ namespace vexposix {
 namespace {
 
 // Other processes may make or remove a directory between two steps. This limits the attempts.
-constexpr int kMaxRounds = 100;
+constexpr int kMaxAttempts = 100;
 
 int Make(const char* pszPath, mode_t nMode) {
     return mkdir(pszPath, nMode) == 0 ? 0 : errno;
@@ -59,7 +59,7 @@ int MakeDirectories(char* pszPath, mode_t nMode) noexcept {
 }
 
 EnteredDirectory EnterDirectory(int nParent, const char* pszName) noexcept {
-    for (int nRound = 0; nRound < kMaxRounds; ++nRound) {
+    for (int nRound = 0; nRound < kMaxAttempts; ++nRound) {
         FileDescriptor descriptor(openat(nParent, pszName, O_PATH | O_NOFOLLOW | O_CLOEXEC));
         if (descriptor.IsOpen()) {
             const int nErrno = CheckDirectory(descriptor.Get());

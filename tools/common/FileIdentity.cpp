@@ -14,7 +14,8 @@
 #include <functional>
 #include <memory>
 #include <string_view>
-#include <system_error>
+
+#include "SystemError.h"
 
 namespace tools {
 namespace {
@@ -121,7 +122,7 @@ OutputName ResolveOutput(const std::string& strPath) {
         }
         strAt = link->starts_with('/') ? *link : strDirectory + *link;
     }
-    throw std::system_error(ELOOP, std::generic_category(), strPath);
+    ThrowSystemError(ELOOP, strPath);
 }
 
 FileIdentity FileIdentity::OfOutput(const std::string& strPath) {

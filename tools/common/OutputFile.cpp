@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <system_error>
 
 #include "FileIdentity.h"
+#include "SystemError.h"
 
 namespace tools {
 namespace {
@@ -16,10 +16,6 @@ constexpr mode_t kGroupRights = 0070;
 constexpr mode_t kNewFile = 0666;
 constexpr mode_t kOwnerOnly = 0600;
 
-[[noreturn]] void ThrowError(int nError, const std::string& strPath) {
-    throw std::system_error(nError, std::generic_category(), strPath);
-}
-
 // Gives the new file the owner, group and rights of the old one. A new group must not get the old group's rights.
 void TakeOver(const struct stat& old, int nDescriptor, const std::string& strPath) {
     mode_t nRights = old.st_mode & kRights;
@@ -28,7 +24,7 @@ void TakeOver(const struct stat& old, int nDescriptor, const std::string& strPat
         nRights &= ~kGroupRights;
     }
     if (fchmod(nDescriptor, nRights) != 0) {
-        ThrowError(errno, strPath);
+        ThrowSystemError(errno, strPath);
     }
 }
 
@@ -45,19 +41,19 @@ OutputFile::OutputFile(const std::string& strPath) : m_strName(strPath) {
         m_direct = vexposix::FileDescriptor(open(m_strPath.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
     } else if (bThere) {
         if (faccessat(AT_FDCWD, m_strPath.c_str(), W_OK, AT_EACCESS) != 0) {
-            ThrowError(errno, m_strName);
+            ThrowSystemError(errno, m_strName);
         }
         m_temporary.emplace(m_strPath, kOwnerOnly);
         TakeOver(status, m_temporary->Descriptor(), m_strName);
     } else if (m_strPath.empty() || m_strPath.ends_with('/')) {
-        ThrowError(m_strPath.empty() ? ENOENT : EISDIR, m_strName);
+        ThrowSystemError(m_strPath.empty() ? ENOENT : EISDIR, m_strName);
     } else if (errno != ENOENT) {
-        ThrowError(errno, m_strName);
+        ThrowSystemError(errno, m_strName);
     } else {
         m_temporary.emplace(m_strPath, kNewFile);
     }
     if (Descriptor() < 0) {
-        ThrowError(errno, m_strName);
+        ThrowSystemError(errno, m_strName);
     }
 }
 
@@ -73,7 +69,7 @@ void OutputFile::CommitSynced() {
     if (m_temporary) {
         m_temporary->MoveSyncedTo(m_strPath);
     } else if (const int nError = m_direct.Close(); nError != 0) {
-        ThrowError(nError, m_strName);
+        ThrowSystemError(nError, m_strName);
     }
 }
 

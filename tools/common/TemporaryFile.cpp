@@ -11,9 +11,9 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <system_error>
 
 #include "SignalsBlocked.h"
+#include "SystemError.h"
 
 namespace tools {
 namespace {
@@ -51,14 +51,10 @@ void Replace(const char* pszBefore, const char* pszName) {
     }
 }
 
-[[noreturn]] void ThrowError(int nError, const std::string& strPath) {
-    throw std::system_error(nError, std::generic_category(), strPath);
-}
-
 std::string RandomName() {
     std::uint64_t uRandom = 0;
     if (getrandom(&uRandom, sizeof uRandom, 0) != static_cast<ssize_t>(sizeof uRandom)) {
-        throw std::system_error(errno, std::generic_category(), "getrandom");
+        ThrowSystemError(errno, "getrandom");
     }
     std::array<char, 32> name{};
     const int cch = std::snprintf(name.data(), name.size(), ".vex-%016llx", static_cast<unsigned long long>(uRandom));
@@ -73,7 +69,7 @@ TemporaryFile::TemporaryFile(const std::string& strPath, mode_t nMode) {
     const SignalsBlocked wait(kEndingSignals);
     m_file.emplace(AT_FDCWD, strDirectory + RandomName(), nMode);
     if (!m_file->IsOpen()) {
-        ThrowError(errno, "cannot create a temporary file beside " + strPath);
+        ThrowSystemError(errno, "cannot create a temporary file beside " + strPath);
     }
     Replace(nullptr, m_file->Name().c_str());
     HandleSignals();
@@ -91,14 +87,14 @@ TemporaryFile::~TemporaryFile() {
 void TemporaryFile::MoveTo(const std::string& strPath) {
     const SignalsBlocked wait(kEndingSignals);
     if (const int nError = m_file->MoveTo(strPath.c_str()); nError != 0) {
-        ThrowError(nError, strPath);
+        ThrowSystemError(nError, strPath);
     }
 }
 
 void TemporaryFile::MoveSyncedTo(const std::string& strPath) {
     const SignalsBlocked wait(kEndingSignals);
     if (const int nError = m_file->MoveSyncedTo(strPath.c_str()); nError != 0) {
-        ThrowError(nError, strPath);
+        ThrowSystemError(nError, strPath);
     }
 }
 

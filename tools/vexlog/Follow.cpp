@@ -16,11 +16,10 @@ namespace vexlog {
 namespace {
 
 constexpr std::size_t kRemembered = 1024;
-constexpr std::size_t kPiece = std::size_t{256} * 1024;
+constexpr std::size_t kReadAtOnce = std::size_t{256} * 1024;
 // Logs that are cut stay smaller than this. No more is searched.
 constexpr std::size_t kLargestSearch = std::size_t{64} * 1024 * 1024;
 constexpr std::string_view kLineEnds = "\r\n";
-constexpr std::string_view kByteOrderMark = "\xFF\xFE";
 // After this many looks reading goes on even if a writer still holds its lock: some writers never release it.
 constexpr int kMostRefused = 5;
 
@@ -67,7 +66,7 @@ bool Follower::ReadOn() {
     if (!IsInPlace()) {
         return Resynchronize();
     }
-    const std::string strBytes = ReadFrom(m_nPosition, kPiece);
+    const std::string strBytes = ReadFrom(m_nPosition, kReadAtOnce);
     // A cut moves all bytes. If the bytes before these have changed, these cannot be trusted.
     if (strBytes.empty() || !IsInPlace()) {
         return false;
@@ -199,8 +198,8 @@ bool Follower::IsInPlace() const {
 }
 
 void Follower::Take(std::string_view bytes) {
-    for (std::string_view rest = bytes; !rest.empty(); rest.remove_prefix(std::min(rest.size(), kPiece))) {
-        m_parser.Feed(rest.substr(0, kPiece));
+    for (std::string_view rest = bytes; !rest.empty(); rest.remove_prefix(std::min(rest.size(), kReadAtOnce))) {
+        m_parser.Feed(rest.substr(0, kReadAtOnce));
     }
     m_nPosition += bytes.size();
     m_strLast.append(bytes.substr(bytes.size() - std::min(bytes.size(), kRemembered)));

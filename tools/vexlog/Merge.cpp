@@ -7,7 +7,6 @@
 namespace vexlog {
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{64} * 1024;
 // A log of records without a time is handed over without knowing the next time.
 constexpr std::size_t kMostBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kLookAhead = 2;
@@ -26,7 +25,7 @@ bool Merge::Log::HasOwnTime(const OwnedRecord& record) {
 
 void Merge::Log::Fill(const std::function<void(const Source&)>& fnRead) {
     while (!m_bEnded && m_cTimed < kLookAhead && (m_records.empty() || m_cbRecords < kMostBytes)) {
-        std::array<char, kPiece> piece;
+        std::array<char, std::size_t{64} * 1024> piece;
         std::size_t cb = 0;
         try {
             cb = m_source.Read(piece.data(), piece.size());

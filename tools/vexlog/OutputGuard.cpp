@@ -14,7 +14,6 @@
 namespace vexlog {
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xFF\xFE";
 // The beginning of a page. A page is no log, but may quote records in the names of functions.
 constexpr std::string_view kPageBegin = "<!DOCTYPE html>";
 

@@ -4,15 +4,13 @@
 #include <array>
 #include <charconv>
 
+#include "Characters.h"
+
 namespace vexlog {
 namespace {
 
 constexpr std::size_t kLongestNumber = 20;
 constexpr std::size_t kLongestTimeText = 31;  // the names of the month and of the time zone
-
-bool IsDigit(char ch) {
-    return ch >= '0' && ch <= '9';
-}
 
 // A place in a text. Each Take moves on only when it finds what it looks for.
 class Cursor {

@@ -4,25 +4,17 @@
 #include <charconv>
 #include <utility>
 
+#include "Characters.h"
 #include "GarbledName.h"
 #include "posix/Utf8Character.h"
 
 namespace vexlog {
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xFF\xFE";
 constexpr std::string_view kHeaderEnd = "]: ";
 constexpr std::size_t kHeaderCharacters = 259;  // the logger cuts a longer header, which then has no end
 constexpr std::size_t kLongestTypeWord = 32;
 constexpr std::size_t kLongestType = 64;
-
-bool IsDigit(char ch) {
-    return ch >= '0' && ch <= '9';
-}
-
-bool IsLetter(char ch) {
-    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z');
-}
 
 // "INFO" of "[INFO] "; other texts without the blanks at their end.
 std::string_view BareType(std::string_view type) {

@@ -18,6 +18,9 @@
 
 namespace vexlog {
 
+// A log begins with these bytes. What follows is UTF-8 all the same.
+inline constexpr std::string_view kByteOrderMark = "\xFF\xFE";
+
 class RecordParser {
 public:
     // A longer text is no record; it is handed over in pieces, as fragments. The longest record that the loggers write

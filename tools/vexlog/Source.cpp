@@ -15,7 +15,7 @@
 namespace vexlog {
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{64} * 1024;
+constexpr std::size_t kBuffer = std::size_t{64} * 1024;
 
 }  // namespace
 
@@ -50,7 +50,7 @@ void Source::Begin() {
     struct stat status = {};
     m_bFile = fstat(m_nDescriptor, &status) == 0 && S_ISREG(status.st_mode);
     m_cbTotal = m_bFile ? static_cast<std::uint64_t>(status.st_size) : 0;
-    m_piece.resize(kPiece);
+    m_piece.resize(kBuffer);
     // A pipe may give its first bytes one by one.
     std::size_t cb = 0;
     while (cb < kCompressionBytes) {

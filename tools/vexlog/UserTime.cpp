@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "Characters.h"
+
 namespace vexlog {
 namespace {
 
@@ -21,14 +23,6 @@ UserTime Fault(std::string_view fault) {
 UserTime OfSystem(SystemMicroseconds time) {
     const std::optional<CivilMicroseconds> civil = CivilOfSystem(time);
     return civil ? UserTime{civil, ""} : Fault(kTooFar);
-}
-
-bool IsDigit(char ch) {
-    return ch >= '0' && ch <= '9';
-}
-
-bool IsLetter(char ch) {
-    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z');
 }
 
 char Lower(char ch) {
