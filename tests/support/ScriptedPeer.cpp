@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int kMaxSeconds = 20;
+constexpr int kMaxSilence = 20;  // seconds
 
 std::string BytesOf(std::uint64_t n, std::size_t cb) {
     std::string strBytes;
@@ -81,7 +81,7 @@ std::string PeerMessage::Header() const {
 }
 
 PeerConnection::PeerConnection(int nSocket) : m_nSocket(nSocket) {
-    const timeval limit = {kMaxSeconds, 0};
+    const timeval limit = {kMaxSilence, 0};
     setsockopt(nSocket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(nSocket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     const int nOn = 1;

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
-
 class InputTextTest : public NativesTestP {
 protected:
     std::string FirstCall(jstring text) {

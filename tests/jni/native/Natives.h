@@ -11,7 +11,10 @@
 #include <vector>
 
 #include "FakeJniEnv.h"
+#include "RecordingToolkit.h"
 #include "Row.h"
+
+inline constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
 
 // Named after the Java method.
 struct Native : Row {

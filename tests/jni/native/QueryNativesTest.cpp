@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
-
 class QueryNativesTest : public NativesTest {
 protected:
     FakeJniEnv m_env{recording_toolkit::Record};

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
-
 class SigningTest : public NativesTestP {};
 
 TEST_P(SigningTest, FetchesNoResultWhenTheToolkitDoesNotSign) {

@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
-
 class SizeQueryTest : public NativesTestP {
 protected:
     jlong Run(const recording_toolkit::Text& text) {

@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
-
 class StatusTest : public NativesTestP {};
 
 TEST_P(StatusTest, IsZeroForZeroAndOneForAnythingElse) {

@@ -10,7 +10,6 @@ namespace {
 TEST_F(NativesTest, ThreadsUseOneHandleAtOnce) {
     constexpr size_t kThreads = 8;
     constexpr size_t kRounds = 50;
-    constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
     const std::vector<Native> natives = NativesThat([](const Native&) { return true; });
 
     const auto run = [&] {

@@ -21,8 +21,6 @@
 
 namespace {
 
-constexpr auto kHandle = static_cast<jlong>(recording_toolkit::kHandle);
-
 const Lines& LinesOf(const Native& native) {
     return *std::find_if(std::begin(kLines), std::end(kLines),
                          [&](const Lines& lines) { return native.strName == lines.pszNative; });

@@ -6,7 +6,6 @@
 namespace vextimestamp {
 namespace {
 
-const std::string kRequest = Tlv(kSequenceTag, "request");
 const std::string kHead = "HTTP/1.0 200 OK\r\nContent-Type: application/timestamp-reply\r\n";
 
 HttpMessage NewMessage() {

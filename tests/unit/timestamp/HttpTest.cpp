@@ -18,8 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::string kRequest = Tlv(kSequenceTag, "request");
-
 // Long enough that no test reaches it.
 std::chrono::steady_clock::time_point Later() {
     return std::chrono::steady_clock::now() + 60s;

@@ -7,7 +7,6 @@
 namespace vextimestamp {
 namespace {
 
-const Bytes kValue = BytesOf("a signature value");
 const std::string kToken = Tlv(kSequenceTag, "token");
 
 std::string Status(char chStatus, const std::string& strRest = "") {

@@ -11,8 +11,6 @@
 namespace vextimestamp {
 namespace {
 
-const Bytes kValue = BytesOf("a signature value");
-
 struct DigestRow : Row {
     std::string strWanted;
     std::string strDigest;

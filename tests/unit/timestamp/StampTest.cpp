@@ -19,14 +19,6 @@ Settings SettingsFor(std::vector<std::string> authorities) {
     return settings;
 }
 
-std::shared_ptr<X509_STORE> StoreOf(const std::string& strName) {
-    std::shared_ptr<X509_STORE> store(X509_STORE_new(), X509_STORE_free);
-    if (X509_STORE_load_file(store.get(), World::Get().File(strName + ".crt").c_str()) != 1) {
-        throw std::runtime_error("no certificate " + strName);
-    }
-    return store;
-}
-
 TEST(Stamp, AddsATokenOfTheAuthority) {
     ScriptedPeer peer(ServeTimeStamps);
     Settings settings = SettingsFor({UrlOf(peer.Port())});

@@ -3,9 +3,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/x509.h>
 
 #include <atomic>
+#include <memory>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -23,6 +26,8 @@ inline Bytes BytesOf(std::string_view text) {
 inline std::string TextOf(std::span<const unsigned char> bytes) {
     return {bytes.begin(), bytes.end()};
 }
+
+inline const Bytes kValue = BytesOf("a signature value");
 
 // What the Fault of the call says; empty: there was none.
 template <typename Call>
@@ -43,6 +48,8 @@ inline constexpr unsigned char kObject = 0x06;
 inline constexpr unsigned char kUtf8 = 0x0C;
 inline constexpr unsigned char kGeneralizedTime = 0x18;
 inline constexpr unsigned char kSequenceTag = 0x30;
+
+inline const std::string kRequest = Tlv(kSequenceTag, "request");
 
 // The policies of the authority.
 inline constexpr const char* kPolicy = "1.2.3.4.1";
@@ -136,5 +143,14 @@ private:
 
     TempDirectory m_directory;
 };
+
+// Trusts this certificate alone.
+inline std::shared_ptr<X509_STORE> StoreOf(const std::string& strName) {
+    std::shared_ptr<X509_STORE> store(X509_STORE_new(), X509_STORE_free);
+    if (X509_STORE_load_file(store.get(), World::Get().File(strName + ".crt").c_str()) != 1) {
+        throw std::runtime_error("no certificate " + strName);
+    }
+    return store;
+}
 
 }  // namespace vextimestamp

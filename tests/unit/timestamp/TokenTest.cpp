@@ -15,22 +15,8 @@
 namespace vextimestamp {
 namespace {
 
-const Bytes kValue = BytesOf("a signature value");
 constexpr const char* kSha1Oid = "1.3.14.3.2.26";
 constexpr const char* kSha256Oid = "2.16.840.1.101.3.4.2.1";
-
-using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE_free>>;
-using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
-
-StorePtr StoreOf(const std::string& strName) {
-    const BioPtr file(BIO_new_file(World::Get().File(strName + ".crt").c_str(), "r"));
-    const CertificatePtr certificate(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
-    StorePtr store(X509_STORE_new());
-    if (!certificate || X509_STORE_add_cert(store.get(), certificate.get()) != 1) {
-        throw std::runtime_error("no certificate " + strName);
-    }
-    return store;
-}
 
 std::string ObjectOf(const char* pszDotted) {
     const ObjectPtr object(OBJ_txt2obj(pszDotted, 1));
@@ -223,7 +209,7 @@ TEST(Token, ThatLeadsToNoTrustedCertificateIsRefused) {
     const Bytes token = World::Get().Token(Info().Der());
     EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, StoreOf("stranger").get(), nullptr); }),
                 testing::HasSubstr("leads to no trusted certificate"));
-    const StorePtr empty(X509_STORE_new());
+    const std::shared_ptr<X509_STORE> empty(X509_STORE_new(), X509_STORE_free);
     EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, empty.get(), nullptr); }),
                 testing::HasSubstr("leads to no trusted certificate"));
 }
