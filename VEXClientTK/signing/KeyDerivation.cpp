@@ -62,6 +62,20 @@ std::uint64_t Iterations(const X509_ALGOR* pAlgorithm) {
     }
 }
 
+// RFC 9579: the key is as long as the digest. OpenSSL 3.4 to 3.6 derives as many bytes as the file says into a buffer
+// for a digest, and takes any salt for an octet string, if it is older than 3.4.4, 3.5.5 or 3.6.1.
+void RequireUsablePbmac1(const X509_ALGOR* pAlgorithm) {
+    const auto both = Parameters<Pbe2Parameters>(pAlgorithm, ASN1_ITEM_rptr(PBE2PARAM));
+    Pbkdf2Parameters pbkdf2;
+    if (both) {
+        pbkdf2 = Parameters<Pbkdf2Parameters>(both->keyfunc, ASN1_ITEM_rptr(PBKDF2PARAM));
+    }
+    if (!pbkdf2 || ASN1_TYPE_get(pbkdf2->salt) != V_ASN1_OCTET_STRING || pbkdf2->keylength == nullptr ||
+        Number(pbkdf2->keylength) > EVP_MAX_MD_SIZE) {
+        throw Failure(VCTK_E_STORE_FORMAT, "the parameters of its check sum (MAC) cannot be used");
+    }
+}
+
 }  // namespace
 
 void DerivationWork::AddIterations(std::uint64_t cIterations) {
@@ -91,6 +105,7 @@ void DerivationWork::AddMac(const PKCS12* pFile) {
     const X509_ALGOR* pAlgorithm = nullptr;
     PKCS12_get0_mac(nullptr, &pAlgorithm, nullptr, &pIterations, pFile);
     if (pAlgorithm != nullptr && OBJ_obj2nid(pAlgorithm->algorithm) == NID_pbmac1) {
+        RequireUsablePbmac1(pAlgorithm);
         AddIterations(Iterations(pAlgorithm));
     } else {
         AddIterations(pIterations != nullptr ? Number(pIterations) : 1);

@@ -22,6 +22,7 @@ public:
     // Parameters that cannot be read count as 0, because OpenSSL refuses them as well.
     void Add(const X509_ALGOR* pAlgorithm);
     void Add(const X509_SIG* pEncryptedKey);
+    // Throws VCTK_E_STORE_FORMAT for parameters that would crash OpenSSL.
     void AddMac(const PKCS12* pFile);
 
 private:

@@ -10,6 +10,7 @@
 #include "MacCount.h"
 #include "Row.h"
 #include "SelfSigned.h"
+#include "Tlv.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
 
@@ -291,6 +292,57 @@ INSTANTIATE_TEST_SUITE_P(, MacsComputed,
                                          Macs{"EmptyPin", "", nullptr, 1, VCTK_OK},
                                          Macs{"NoPinInTheFile", nullptr, "", 2, VCTK_OK},
                                          Macs{"NoPinGiven", kPin, nullptr, 2, VCTK_E_PIN_REQUIRED}),
+                         RowName);
+
+// ---- The MAC of RFC 9579 ----
+
+// A file that begins a check of its MAC, whose key is derived with these parameters of PBKDF2.
+std::string Pkcs12WithPbmac1(const std::string& strSalt, const std::string& strKeyLength) {
+    using namespace std::string_literals;
+    const std::string strHmac = Tlv(0x30, "\x06\x08\x2A\x86\x48\x86\xF7\x0D\x02\x09\x05\x00"s);
+    const std::string strPbkdf2 = Tlv(0x30, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x05\x0C"s +
+                                                Tlv(0x30, strSalt + Tlv(0x02, "\x01") + strKeyLength + strHmac));
+    const std::string strPbmac1 =
+        Tlv(0x30, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x05\x0E"s + Tlv(0x30, strPbkdf2 + strHmac));
+    const std::string strMac =
+        Tlv(0x30, Tlv(0x30, strPbmac1 + Tlv(0x04, std::string(32, 'm'))) + Tlv(0x04, "salt") + Tlv(0x02, "\x01"));
+    const std::string strContent =
+        Tlv(0x30, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01"s + Tlv(0xA0, Tlv(0x04, Tlv(0x30, ""))));
+    return Tlv(0x30, "\x02\x01\x03"s + strContent + strMac);
+}
+
+struct Pbmac1 : Row {
+    std::string strSalt;
+    std::string strKeyLength;
+    int cMacs;  // how many are computed
+};
+
+class MacParameters : public testing::TestWithParam<Pbmac1> {};
+
+TEST_P(MacParameters, ThatOpenSslDoesNotCheckAreRefused) {
+    InitialiseOpenSsl();
+    g_cMacs = 0;
+    const SecretText pin = Secret(kPin);
+    try {
+        ReadIdentities(Pkcs12WithPbmac1(GetParam().strSalt, GetParam().strKeyLength), &pin);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        const bool bRefused = failure.Detail() == "the parameters of its check sum (MAC) cannot be used";
+        EXPECT_EQ(bRefused, GetParam().cMacs == 0) << failure.Detail();
+    }
+    EXPECT_EQ(g_cMacs, GetParam().cMacs);
+}
+
+const std::string kSalt = Tlv(0x04, "salt");
+
+INSTANTIATE_TEST_SUITE_P(, MacParameters,
+                         testing::Values(Pbmac1{"Usual", kSalt, Tlv(0x02, "\x20"), 1},
+                                         Pbmac1{"LongestKey", kSalt, Tlv(0x02, "\x40"), 1},
+                                         Pbmac1{"KeyTooLong", kSalt, Tlv(0x02, "\x41"), 0},
+                                         Pbmac1{"HugeKey", kSalt, Tlv(0x02, "\x7F\xFF\xFF\xFF\xFF"), 0},
+                                         Pbmac1{"NegativeKey", kSalt, Tlv(0x02, "\xFF"), 0},
+                                         Pbmac1{"NoKeyLength", kSalt, "", 0},
+                                         Pbmac1{"SaltOfAnotherType", Tlv(0x30, ""), Tlv(0x02, "\x20"), 0}),
                          RowName);
 
 }  // namespace
