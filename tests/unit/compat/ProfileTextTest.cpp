@@ -106,6 +106,15 @@ TEST(ProfileNames, AreTheCallers) {
 }
 
 // Cutting the text anywhere gives the value, a shorter number, or nothing, and never reads past the end.
+TEST(ProfileNames, MatchInAnyCaseFromTheFirstToTheLastLetter) {
+    EXPECT_EQ(vextk::FindProfileInteger("[AZ]\nza=1", "az", "ZA"), 1U);
+    // These surround the letters.
+    for (const char* const pszPair : {"@`", "[{"}) {
+        const std::string strText = "[s]\nx" + std::string(1, pszPair[0]) + "=1";
+        EXPECT_EQ(vextk::FindProfileInteger(strText, "s", "x" + std::string(1, pszPair[1])), kMissing) << pszPair;
+    }
+}
+
 TEST(ProfileNames, CutAnywhere) {
     const std::string strText = "[loginfo]\r\nlogLevel=123";
     for (size_t cb = 0; cb <= strText.size(); ++cb) {

@@ -34,6 +34,7 @@ std::vector<NameRow> NameRows() {
          "\xE4\xB8\xAD" + Garbled("Function"),
          "\xE4\xB8\xAD"
          "Function"},
+        {{"BeforeAnAccent"}, Garbled("Function") + "\xC3\xA9", "Function\xC3\xA9"},
         {{"OneBehindTheOther"}, Garbled("One") + Garbled("Three"), "OneThree"},
         {{"CutFromTheFront"},
          Garbled("Function").substr(2) + " Leave.",

@@ -236,11 +236,14 @@ TEST_P(RecordParserTest, ItemsDoNotOverlap) {
     struct Places : vexlog::RecordSink {
         void OnRecord(const vexlog::Record& record) override {
             EXPECT_GE(record.nOffset, nNext);
+            EXPECT_LT(record.nOffset, cbLog);
             EXPECT_GT(record.cbSize, 0U);
             nNext = record.nOffset + record.cbSize;
         }
         std::uint64_t nNext = 0;
+        std::uint64_t cbLog = 0;
     } places;
+    places.cbLog = GetParam().strBytes.size();
     vexlog::RecordParser parser(places);
     parser.Feed(GetParam().strBytes);
     parser.Finish();

@@ -136,6 +136,13 @@ TEST(CallsBoundTest, OpenCallsAndFunctionsHaveAGreatestNumber) {
     EXPECT_EQ(calls.lines.size(), vexlog::CallMatcher::kMostOpen + kOver);
 }
 
+TEST(ShortFunctionTest, LeavesOutThePrefixOfANativeOnly) {
+    for (const std::string_view function : {"Java_vex_jni_TAVClientJNI_", "Java_vex_jni_TAVClientJNI", "Sign", ""}) {
+        EXPECT_EQ(vexlog::ShortFunction(function), function);
+    }
+    EXPECT_EQ(vexlog::ShortFunction("Java_vex_jni_TAVClientJNI_S"), "S");
+}
+
 struct SelectionRow : Row {
     vexlog::Filter filter;
     std::vector<std::string> expected;  // "P7Sign 2 calls 1 failed 0 open"
