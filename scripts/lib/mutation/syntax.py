@@ -1,5 +1,6 @@
 """Finds the places of C++ sources where a fault can be planted, in clang's syntax tree."""
 
+import ctypes
 import dataclasses
 import pathlib
 import re
@@ -74,10 +75,10 @@ def find_mutants(source, arguments, root, wanted):
 
 def spelled_at(location):
     """The offset where the text of a location is written, which differs from its offset in a macro's expansion."""
-    line, column, offset = clang.cindex.c_uint(), clang.cindex.c_uint(), clang.cindex.c_uint()
-    file = clang.cindex.c_object_p()
-    clang.cindex.conf.lib.clang_getSpellingLocation(location, clang.cindex.byref(file), clang.cindex.byref(line),
-                                                    clang.cindex.byref(column), clang.cindex.byref(offset))
+    file = ctypes.c_void_p()
+    line, column, offset = ctypes.c_uint(), ctypes.c_uint(), ctypes.c_uint()
+    clang.cindex.conf.lib.clang_getSpellingLocation(location, ctypes.byref(file), ctypes.byref(line),
+                                                    ctypes.byref(column), ctypes.byref(offset))
     return offset.value
 
 
