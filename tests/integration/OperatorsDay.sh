@@ -13,9 +13,9 @@ mkdir -p files/classes files/packages-2 system
 # cpack of the build's CMake.
 cpack --config "$build/CPackConfig.cmake" -B "$work/files/packages-1" >cpack.log 2>&1 || fail "cpack: $(cat cpack.log)"
 rm -rf files/packages-1/_CPack_Packages
-for file in files/packages-1/*-1_*.deb; do
+for file in files/packages-1/*.deb; do
     dpkg-deb --raw-extract "$file" next
-    sed -i '/^Version: /s/-1$/-2/' next/DEBIAN/control
+    sed -i '/^Version: /s/$/+1/' next/DEBIAN/control
     dpkg-deb --root-owner-group --build next files/packages-2 >/dev/null
     rm -rf next
 done

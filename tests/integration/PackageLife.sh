@@ -62,6 +62,18 @@ for link in "${links[@]}"; do
     [ -L "$link" ] || fail "no longer enabled: $link"
 done
 
+echo "== an older package comes back"
+# One without scripts and socket, as the first release had it.
+dpkg-deb --raw-extract "$package" older
+sed -i 's/^Version: .*/Version: 1.0.0.1-1/' older/DEBIAN/control
+rm older/DEBIAN/p* older/usr/lib/systemd/system/vexfiled.socket
+dpkg-deb --root-owner-group --build older older.deb >dpkg.log
+dpkg -i older.deb >dpkg.log 2>&1 || fail "dpkg -i of an older package: $(cat dpkg.log)"
+asked_for "stop vexfiled.socket vexfiled.service"
+dpkg -i "$package" >dpkg.log 2>&1 || fail "dpkg -i over an older package: $(cat dpkg.log)"
+asked_for "try-restart vexfiled.service"
+[ -L "${links[0]}" ] || fail "no longer enabled: ${links[0]}"
+
 echo "== purge"
 # As DynamicUser= and StateDirectory= make them.
 mkdir -p /var/lib/private/vexfiled/tmp
