@@ -84,7 +84,8 @@ def judge(table):
           f" {table.total('opened'):,.0f} objects opened; {table.total('log_cuts'):,.0f} cuts of the log;"
           f" {100 * table.total('own_cpu') / max(1, len(table.rows)):.1f} percent of the processors")
     verdict.say(table.total("failed") == 0, f"failures: {table.total('failed'):.0f}")
-    verdict.say(signed >= 0.999 * RATE * seconds - RATE / 10, f"rate: {signed / seconds:.2f} signatures a second")
+    # A busy machine may have held up the last second's signatures when the run ended.
+    verdict.say(signed >= 0.999 * RATE * seconds - RATE, f"rate: {signed / seconds:.2f} signatures a second")
     verdict.say(table.total("verified") > 0, "signatures were verified")
     verdict.say(max(row["log_bytes"] for row in table.rows) <= LOG_LIMIT + LOG_SLACK,
                 f"largest log: {max(row['log_bytes'] for row in table.rows):,.0f} bytes")
