@@ -13,6 +13,7 @@ import subprocess
 from . import sample, schemata, syntax
 
 TOOL = pathlib.Path(__file__).resolve().parent
+HEADER = "VexMutant.h"
 
 
 class BrokenBuild(Exception):
@@ -30,6 +31,7 @@ class Tree:
         self.options = list(options)
         self.tree = directory / "tree"
         self.build = directory / "build"
+        self.include = directory / "include"
         self.written = {}  # of the files with mutants
         directory.mkdir(parents=True, exist_ok=True)
 
@@ -46,6 +48,7 @@ class Tree:
         for number, mutant in mutants:
             by_file[mutant.file].append((number, mutant))
         self.written = {file: schemata.write((self.root / file).read_bytes(), here) for file, here in by_file.items()}
+        self.update(self.include / HEADER, (TOOL / HEADER).read_bytes(), 0o644)
         there = set()
         for path in self.all_files():
             relative = str(path.relative_to(self.root))
@@ -74,7 +77,7 @@ class Tree:
 
     def configure(self):
         # No warnings, because schemata have needless parentheses and unused results. Slow code is compiled fast.
-        flags = f"-w -I{TOOL} -fdiagnostics-column-unit=byte"
+        flags = f"-w -I{self.include} -fdiagnostics-column-unit=byte"
         command = ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
                    "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0", f"-DCMAKE_CXX_FLAGS={flags}", "-DBUILD_TESTING=ON",
                    "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", "-DCMAKE_INTERPROCEDURAL_OPTIMIZATION=OFF", *self.options]
