@@ -50,13 +50,13 @@ SigningDigest DigestForEdwards(const Identity& identity) {
                                                    " key; set SHA-256, SHA-384 or SHA-512, or make a P1 signature");
 }
 
-void AddAttributes(CMS_SignerInfo* pSigner, const Bytes& hash) {
-    const TimePtr now(RequireOpenSsl(X509_gmtime_adj(nullptr, 0)));
+void AddAttributes(CMS_SignerInfo* pSigner, const Bytes& hash, std::time_t now) {
+    const TimePtr time(RequireOpenSsl(ASN1_TIME_set(nullptr, now)));
     RequireSigned(CMS_signed_add1_attr_by_NID(pSigner, NID_pkcs9_contentType, V_ASN1_OBJECT,
                                               OBJ_nid2obj(NID_pkcs7_data), -1) == 1 &&
                   CMS_signed_add1_attr_by_NID(pSigner, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, hash.data(),
                                               static_cast<int>(hash.size())) == 1 &&
-                  CMS_signed_add1_attr_by_NID(pSigner, NID_pkcs9_signingTime, now->type, now.get(), -1) == 1);
+                  CMS_signed_add1_attr_by_NID(pSigner, NID_pkcs9_signingTime, time->type, time.get(), -1) == 1);
 }
 
 // What the signature is over: the DER of the attributes as a set, RFC 5652 section 5.4.
@@ -108,7 +108,7 @@ void Attach(CMS_ContentInfo* pCms, const Bytes& data) {
 }  // namespace
 
 std::string SignP7(const Identity& identity, const SigningDigest& digest, const Bytes& data, bool bDetached,
-                   const Identities& certificates, const vextimestamp::Settings* pStamp) {
+                   const Identities& certificates, std::time_t now, const vextimestamp::Settings* pStamp) {
     if (data.size() > static_cast<size_t>(INT_MAX)) {
         throw Failure(VCTK_E_TOO_LARGE);
     }
@@ -129,7 +129,7 @@ std::string SignP7(const Identity& identity, const SigningDigest& digest, const 
     for (const IdentityPtr& certificate : certificates) {
         RequireSigned(CMS_add1_cert(cms.get(), certificate->Certificate()) == 1);
     }
-    AddAttributes(pSigner, digest.bPrehashed ? data : HashOf(pDigest, data));
+    AddAttributes(pSigner, digest.bPrehashed ? data : HashOf(pDigest, data), now);
     Sign(pSigner, identity, scheme, pDigest);
     if (!bDetached) {
         Attach(cms.get(), data);

@@ -254,11 +254,10 @@ SigningObject::Choice SigningObject::MakeChoice(const SettingsPtr& settings, std
     return choice;
 }
 
-Identities SigningObject::IssuersOf(const IdentityPtr& signer) const {
+Identities SigningObject::IssuersOf(const IdentityPtr& signer, std::time_t now) const {
     if (m_store->chain == ChainPart::kNone) {
         return {};
     }
-    const std::time_t now = std::time(nullptr);
     {
         const CVEXLock lock(m_mutex);
         if (m_lastChain.signer == signer && m_lastChain.period.Contains(now)) {
@@ -274,8 +273,7 @@ Identities SigningObject::IssuersOf(const IdentityPtr& signer) const {
     return std::move(chain.issuers);
 }
 
-SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& settings) const {
-    const std::time_t now = std::time(nullptr);
+SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& settings, std::time_t now) const {
     {
         const CVEXLock lock(m_mutex);
         if (m_lastChoice && m_lastChoice->settings == settings && m_lastChoice->period.Contains(now)) {
@@ -287,8 +285,8 @@ SigningObject::ChoicePtr SigningObject::CurrentChoice(const SettingsPtr& setting
     return m_lastChoice = std::move(choice);
 }
 
-SigningObject::ChoicePtr SigningObject::ChooseIdentity(const SettingsPtr& settings) const {
-    ChoicePtr choice = CurrentChoice(settings);
+SigningObject::ChoicePtr SigningObject::ChooseIdentity(const SettingsPtr& settings, std::time_t now) const {
+    ChoicePtr choice = CurrentChoice(settings, now);
     if (!choice->longest) {
         throw Failure(VCTK_E_NO_CERTIFICATE, choice->strPassedOver);
     }
@@ -308,7 +306,7 @@ void SigningObject::SignP1(std::string_view text, int nInputForm) {
     }
     const SettingsPtr settings = CurrentSettings();
     const Bytes data = DecodeInput(text, nInputForm, settings->digest);
-    const IdentityPtr identity = ChooseIdentity(settings)->longest;
+    const IdentityPtr identity = ChooseIdentity(settings, std::time(nullptr))->longest;
     mine->strP1 = vextk::SignP1(*identity, settings->digest, data);
     mine->lastSigner = identity;
 }
@@ -323,16 +321,17 @@ void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached
     }
     const SettingsPtr settings = CurrentSettings();
     const Bytes data = DecodeInput(text, nInputForm, settings->digest);
-    const ChoicePtr choice = ChooseIdentity(settings);
+    const std::time_t now = std::time(nullptr);
+    const ChoicePtr choice = ChooseIdentity(settings, now);
     Identities certificates;
     if (nCertificates != 0) {
         certificates.push_back(choice->longest);
     }
     if (nCertificates != 0 && nCertificates != kSignerOnly) {
-        const Identities issuers = IssuersOf(choice->longest);
+        const Identities issuers = IssuersOf(choice->longest, now);
         certificates.insert(certificates.end(), issuers.begin(), issuers.end());
     }
-    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest, data, bDetached, certificates,
+    mine->strP7 = vextk::SignP7(*choice->longest, settings->digest, data, bDetached, certificates, now,
                                 m_store->stamp ? &*m_store->stamp : nullptr);
     mine->lastSigner = choice->longest;
 }
@@ -356,12 +355,14 @@ const std::string& SigningObject::P7Signature() const {
 std::string SigningObject::SignCertificate() const {
     const PerThreadPtr mine = MineIfAny();
     const bool bHasSigned = mine && mine->lastSigner;
-    return (bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings())->longest)->CertificateBase64();
+    const IdentityPtr signer =
+        bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings(), std::time(nullptr))->longest;
+    return signer->CertificateBase64();
 }
 
-std::string SigningObject::CertificatesText(const IdentityPtr& identity) const {
+std::string SigningObject::CertificatesText(const IdentityPtr& identity, std::time_t now) const {
     std::vector<std::string> texts = {identity->CertificateBase64()};
-    for (const IdentityPtr& issuer : IssuersOf(identity)) {
+    for (const IdentityPtr& issuer : IssuersOf(identity, now)) {
         texts.push_back(issuer->CertificateBase64());
     }
     return Join(texts, ",");
@@ -371,8 +372,8 @@ std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
                                            std::string_view strFieldSeparator) const {
     std::vector<std::string> records;
     const SettingsPtr settings = CurrentSettings();
+    const std::time_t now = std::time(nullptr);
     if (m_store->bListAll) {
-        const std::time_t now = std::time(nullptr);
         for (const IdentityPtr& identity : *m_store->identities) {
             if (PassesFilters(*identity, settings->filters)) {
                 std::vector<std::string> fields = ListFields(*identity);
@@ -382,12 +383,12 @@ std::string SigningObject::CertificateList(std::string_view strRecordSeparator,
         }
         return Join(records, strRecordSeparator);
     }
-    const ChoicePtr choice = CurrentChoice(settings);
+    const ChoicePtr choice = CurrentChoice(settings, now);
     for (const IdentityPtr& identity : choice->candidates) {
         std::vector<std::string> fields = ListFields(*identity);
         if (m_store->bListCertificates) {
             fields.push_back(PercentEncode(identity->Name()));
-            fields.push_back(CertificatesText(identity));
+            fields.push_back(CertificatesText(identity, now));
         }
         records.push_back(Join(fields, strFieldSeparator));
     }

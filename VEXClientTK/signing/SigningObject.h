@@ -169,19 +169,22 @@ private:
     };
     using ChoicePtr = std::shared_ptr<const Choice>;
 
+    // A call reads the clock once and passes the time on. Otherwise the clock could move between its steps: a signature
+    // could have a signing time for which its certificate is not valid.
+
     // Reuses the last choice while it holds.
-    ChoicePtr CurrentChoice(const SettingsPtr& settings) const;
+    ChoicePtr CurrentChoice(const SettingsPtr& settings, std::time_t now) const;
     // The certificates of a signer's issuers that a P7 includes. Reuses the last answer while it holds.
     struct LastChain {
         IdentityPtr signer;
         Period period;
         Identities issuers;
     };
-    Identities IssuersOf(const IdentityPtr& signer) const;
-    std::string CertificatesText(const IdentityPtr& identity) const;
+    Identities IssuersOf(const IdentityPtr& signer, std::time_t now) const;
+    std::string CertificatesText(const IdentityPtr& identity, std::time_t now) const;
     Choice MakeChoice(const SettingsPtr& settings, std::time_t now) const;
     // The choice with the identity that signs.
-    ChoicePtr ChooseIdentity(const SettingsPtr& settings) const;
+    ChoicePtr ChooseIdentity(const SettingsPtr& settings, std::time_t now) const;
 
     PerThreadPtr Mine();
     PerThreadPtr MineOrNone() noexcept;  // null if memory runs out, which becomes the thread's error

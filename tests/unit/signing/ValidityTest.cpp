@@ -1,6 +1,7 @@
 // Which certificates are valid while time passes, and when the clock is set back. The program replaces libc's time().
 #include <gtest/gtest.h>
 
+#include <openssl/cms.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
@@ -9,12 +10,14 @@
 #include <utility>
 #include <vector>
 
+#include "signing/Base64.h"
 #include "signing/SigningObject.h"
 #include "signing/Store.h"
 
 namespace {
 
-std::time_t s_now = 0;  // 0: the real time
+std::time_t s_now = 0;   // 0: the real time
+std::time_t s_step = 0;  // added after each look at the clock
 
 }  // namespace
 
@@ -22,6 +25,7 @@ extern "C" std::time_t time(std::time_t* pTime) noexcept {
     std::timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const std::time_t result = s_now != 0 ? s_now : now.tv_sec;
+    s_now += s_now != 0 ? s_step : 0;
     if (pTime != nullptr) {
         *pTime = result;
     }
@@ -41,7 +45,7 @@ struct Validity {
 
 class ValidityTest : public testing::Test {
 protected:
-    ~ValidityTest() override { s_now = 0; }
+    ~ValidityTest() override { s_now = s_step = 0; }
 
     // A store whose certificates have the serial numbers 1, 2 and so on.
     static Identities StoreOf(const std::vector<Validity>& validities) {
@@ -86,6 +90,32 @@ TEST_F(ValidityTest, CertificatesSignInTheirPeriodAndAgainWhenTheClockIsSetBack)
             EXPECT_EQ(SerialsAt(object, nSeconds), strSerials) << nSeconds << " " << pszClock;
         }
         std::reverse(moments.begin(), moments.end());
+    }
+}
+
+// The signing time of a P7, counted from kStart.
+long SigningTimeOf(const std::string& strSignature) {
+    const Bytes der = DecodeBase64(strSignature).value();
+    const unsigned char* pbDer = der.data();
+    const CmsPtr cms(d2i_CMS_ContentInfo(nullptr, &pbDer, static_cast<long>(der.size())));
+    CMS_SignerInfo* const pSigner = sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms.get()), 0);
+    const int nPlace = CMS_signed_get_attr_by_NID(pSigner, NID_pkcs9_signingTime, -1);
+    const ASN1_TYPE* const pValue = X509_ATTRIBUTE_get0_type(CMS_signed_get_attr(pSigner, nPlace), 0);
+    std::tm parts{};
+    EXPECT_EQ(ASN1_TIME_to_tm(pValue->value.asn1_string, &parts), 1);
+    return timegm(&parts) - kStart;
+}
+
+// The clock moves, or is set, while a signature is made.
+TEST_F(ValidityTest, TheSignerIsValidAtTheSigningTime) {
+    for (const long nStep : {1L, 1000L, -1L, -1000L}) {
+        SigningObject object(
+            std::make_shared<const OpenedStore>(std::make_shared<const Identities>(StoreOf({{0, 0}}))));
+        s_now = kStart;
+        s_step = nStep;
+        EXPECT_EQ(object.Call([](SigningObject& called) { called.SignP7("text", 0, true, 1); }), VCTK_OK);
+        s_step = 0;
+        EXPECT_EQ(SigningTimeOf(object.P7Signature()), 0) << nStep;
     }
 }
 
