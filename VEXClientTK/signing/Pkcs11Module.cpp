@@ -12,6 +12,7 @@
 
 #include "posix/ForkPhases.h"
 #include "posix/Hexadecimal.h"
+#include "posix/LockFile.h"
 #include "signing/ModuleTrust.h"
 #include "signing/Token.h"
 
@@ -165,7 +166,7 @@ struct Pkcs11Module::Process {
     std::map<void*, Pkcs11Module*> modules VEX_GUARDED_BY(mutex);  // by library
 
     // Held shared by each call of a module's function.
-    std::shared_timed_mutex calls;
+    std::shared_mutex calls;
     std::atomic<bool> bEnding{false};
 
     static std::atomic<Process*>& Current() {
@@ -190,8 +191,9 @@ Pkcs11Module::Process& Pkcs11Module::CurrentProcess() {
 void Pkcs11Module::CloseAtExit() {
     Process& process = CurrentProcess();
     process.bEnding = true;
-    // Uses the system clock, because ThreadSanitizer does not see locks that wait by the monotonic clock.
-    if (process.calls.try_lock_until(std::chrono::system_clock::now() + kLongestWaitAtExit)) {
+    // Not with a time limit of the lock: the system clock can be set back, and ThreadSanitizer does not see locks that
+    // wait by the monotonic clock.
+    if (vexposix::TryFor(kLongestWaitAtExit, [&] { return process.calls.try_lock(); })) {
         process.calls.unlock();
     }
 }

@@ -90,7 +90,7 @@ private:
         CallPermit(const Pkcs11Module& module, bool bAlone);
 
     private:
-        std::shared_lock<std::shared_timed_mutex> m_notEnding;
+        std::shared_lock<std::shared_mutex> m_notEnding;
         std::unique_lock<std::mutex> m_alone;
     };
 

@@ -215,6 +215,9 @@ CK_RV Sign(CK_SESSION_HANDLE hSession, unsigned char* pbData, CK_ULONG cbData, u
     ++g_shim.cSignatures;
     Note("C_Sign\n");
     g_shim.cbSigned = cbData;
+    while (g_shim.fSigningHangs) {
+        pause();
+    }
     if (g_shim.fSigningFails) {
         return CKR_FUNCTION_FAILED;  // the real module still waits for the data
     }

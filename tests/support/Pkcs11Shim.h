@@ -34,6 +34,8 @@ struct Pkcs11Shim {
 
     // Signing fails in the middle of the operation.
     std::atomic<bool> fSigningFails{false};
+    // Signing never returns, as with a token whose driver hangs.
+    std::atomic<bool> fSigningHangs{false};
 
     // Mechanisms that the token does not have, though the real one has them.
     std::array<std::atomic<unsigned long>, 2> nMissing{kNoMechanism, kNoMechanism};

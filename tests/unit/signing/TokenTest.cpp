@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "ChildProcess.h"
+#include "FakeClock.h"
 #include "OpenErrors.h"
 #include "Scale.h"
 #include "TestChain.h"
@@ -907,6 +908,28 @@ TEST_F(TokenTest, TheProcessEndsWhileThreadsSign) {
         EXPECT_TRUE(end.Passed()) << end.nStatus;
         EXPECT_LT(end.dSeconds, 4.0);
     }
+}
+
+// The end of the process waits five seconds for the call, whatever the wall clock says. A lock that waits until a time
+// of the wall clock would wait for the years by which this one is fast.
+TEST_F(TokenTest, TheProcessEndsWhileATokenHangsAndTheClockJumps) {
+    const TempDirectory directory;
+    const ChildEnd end = RunChild(
+        [&] {
+            setenv("VEX_TEST_CLOCK_FILE", directory.Path("clock").c_str(), 1);
+            const ToolkitClient client(Card(";id=%01"));
+            ASSERT_TRUE(client.SignP1("text")) << ErrorMessage(nullptr);
+            Shim().fSigningHangs = true;
+            const int cSignatures = Shim().cSignatures;
+            std::thread([hObject = client.Handle()] { VCTK_P1Sign(hObject, "text", 0); }).detach();
+            while (Shim().cSignatures == cSignatures) {
+                std::this_thread::yield();
+            }
+            MoveFakeTime(std::time_t{10} * 365 * 24 * 3600);
+            std::exit(testing::Test::HasFailure() ? 1 : 0);  // the object is in use
+        },
+        Exit::kByReturn);
+    EXPECT_TRUE(end.Passed()) << "signal " << end.nSignal;
 }
 
 }  // namespace
