@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "timestamp/VerifyTime.h"
+
 namespace vextk {
 namespace {
 
@@ -42,7 +44,7 @@ bool Verifies(const Path& path, std::time_t now) {
     }
     const ContextPtr context(RequireOpenSsl(X509_STORE_CTX_new()));
     RequireOpenSsl(X509_STORE_CTX_init(context.get(), trusted.get(), path.front()->Certificate(), between.get()) == 1);
-    X509_STORE_CTX_set_time(context.get(), 0, now);
+    vextimestamp::SetVerifyTime(context.get(), now);
     X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_IGNORE_CRITICAL);
     const bool bValid = X509_verify_cert(context.get()) == 1;
     if (!bValid && X509_STORE_CTX_get_error(context.get()) == X509_V_ERR_OUT_OF_MEM) {

@@ -7,6 +7,7 @@
 #include "posix/VisibleText.h"
 #include "timestamp/Der.h"
 #include "timestamp/Numbers.h"
+#include "timestamp/VerifyTime.h"
 
 namespace vextimestamp {
 namespace {
@@ -139,7 +140,7 @@ void RequireTrusted(X509* pCertificate, STACK_OF(X509) * pOthers, X509_STORE* pT
     RequireMemory(X509_STORE_CTX_init(context.get(), pTrusted, pCertificate, pOthers) == 1 &&
                   X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_TIMESTAMP_SIGN) == 1);
     X509_VERIFY_PARAM* const pRules = X509_STORE_CTX_get0_param(context.get());
-    X509_VERIFY_PARAM_set_time(pRules, nMoment);
+    SetVerifyTime(context.get(), nMoment);
     X509_VERIFY_PARAM_set_auth_level(pRules, kSecurityLevel);
     // What the user trusts is trusted itself, also if it is no root.
     RequireMemory(X509_VERIFY_PARAM_set_flags(pRules, X509_V_FLAG_PARTIAL_CHAIN) == 1);

@@ -12,6 +12,7 @@
 #include "Time.h"
 #include "posix/Hexadecimal.h"
 #include "timestamp/Numbers.h"
+#include "timestamp/VerifyTime.h"
 
 namespace vexsign::verify {
 namespace {
@@ -132,7 +133,7 @@ void CheckChain(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& se
         RequireMemory(X509_STORE_CTX_set_default(context.get(), "smime_sign") == 1);
     }
     X509_VERIFY_PARAM* const pRules = X509_STORE_CTX_get0_param(context.get());
-    X509_VERIFY_PARAM_set_time(pRules, nMoment);
+    vextimestamp::SetVerifyTime(context.get(), nMoment);
     X509_VERIFY_PARAM_set_auth_level(pRules, kSecurityLevel);
     // What the user gives with --ca is trusted itself, also if it is no root.
     RequireMemory(X509_VERIFY_PARAM_set_flags(pRules, X509_V_FLAG_PARTIAL_CHAIN) == 1);
