@@ -54,6 +54,7 @@ test                        systemd                   _vex_has_systemd          
 test                        pkg-config                _vex_has_command pkg-config     # pkg-config
 test                        locales                   _vex_has_locale_source POSIX    # the sources that localedef reads
 test                        iproute2                  _vex_has_command ip             # ip, which brings up a network of its own
+test                        tzdata                    _vex_has_time_zones            # time zones
 test                        xz-utils                  _vex_has_command xz             # xz
 test                        procps                    _vex_has_command kill           # kill, as a program
 test                        bsdutils                  _vex_has_command script         # script, of util-linux
@@ -181,6 +182,10 @@ _vex_has_systemd() {
 # An input of "localedef -i". The package libc-bin only has the program.
 _vex_has_locale_source() {
     [ -e "/usr/share/i18n/locales/$1" ] || [ -e "/usr/share/i18n/locales/$1.gz" ]
+}
+
+_vex_has_time_zones() {
+    [ -e /usr/share/zoneinfo/Europe/Berlin ]
 }
 
 # Ubuntu has Chromium only as a snap, which apt-get cannot install. The tests that need it are skipped there.
