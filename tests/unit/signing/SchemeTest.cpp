@@ -203,6 +203,30 @@ TEST_F(SchemeTest, PssSignaturesOfTheSameDataDiffer) {
     EXPECT_NE(client.SignP1(kContent), client.SignP1(kContent));
 }
 
+// A key's contexts are used again, so none may serve another digest or padding than its own.
+TEST_F(SchemeTest, TheLastDigestSetIsTheOneThatSigns) {
+    struct Way {
+        const char* pszName;
+        const char* pszOpenssl;
+        bool bPss;
+    };
+    constexpr Way kWays[] = {
+        {"SHA-256", "sha256", false}, {"SHA-256/PSS", "sha256", true}, {"SHA-512", "sha512", false}};
+    for (const char* const pszKey : {"rsa", "p256"}) {
+        const ToolkitClient client(Uri(pszKey));
+        for (int i = 0; i < 2; ++i) {
+            for (const auto& [pszName, pszOpenssl, bPss] : kWays) {
+                if (bPss && pszKey == std::string_view("p256")) {
+                    continue;
+                }
+                SCOPED_TRACE(std::string(pszKey) + " " + pszName);
+                ASSERT_EQ(VCTK_SetDigestAlg(client.Handle(), pszName), 0);
+                ExpectAccepted(pszKey, client.SignP1(kContent), DigestVerify(pszOpenssl, bPss));
+            }
+        }
+    }
+}
+
 struct None : Row {
     const char* pszKey;
     size_t cbData;
