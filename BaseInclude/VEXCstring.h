@@ -19,6 +19,8 @@
 // the string itself. == between strings compares addresses: use Compare.
 #pragma once
 
+#include <langinfo.h>
+
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -26,6 +28,7 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "VEXAssert.h"
@@ -733,12 +736,23 @@ inline int CStringA::char_mbstowcsz(wchar_t* wcstr, const char* mbstr, size_t co
     return CString::tchar_mbstowcsz(wcstr, mbstr, count);
 }
 
+// What wcstombs(nullptr, lpsz, 0) returns. In a UTF-8 locale, libc takes some ten times as long to count ASCII.
+inline int VEXNarrowLength(LPCWSTR lpsz) {
+    const std::wstring_view strText(lpsz);
+    unsigned int uAll = 0;
+    for (const wchar_t ch : strText) {
+        uAll |= static_cast<unsigned int>(ch);
+    }
+    const BOOL bAscii = uAll < 0x80 && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    return static_cast<int>(bAscii ? strText.size() : std::wcstombs(nullptr, lpsz, 0));
+}
+
 inline CStringA::CStringA(LPCWSTR lpsz) {
     Init();
     if (lpsz == nullptr || *lpsz == L'\0') {
         return;
     }
-    const int nLen = static_cast<int>(std::wcstombs(nullptr, lpsz, 0));
+    const int nLen = VEXNarrowLength(lpsz);
     if (nLen <= 0) {
         Init();
         return;

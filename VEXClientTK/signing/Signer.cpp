@@ -23,27 +23,27 @@ void RequireSignable(const EVP_PKEY* pKey, Scheme scheme, size_t cbData) {
 }  // namespace
 
 Scheme ChooseScheme(const Identity& identity, const SigningDigest& digest) {
-    const EVP_PKEY* const pKey = X509_get0_pubkey(identity.Certificate());
-    if (EVP_PKEY_is_a(pKey, "RSA-PSS") == 1) {
+    const std::string& strKey = identity.KeyAlgorithm();
+    if (strKey == "RSA-PSS") {
         if (digest.algorithm == nullptr) {
             throw Failure(VCTK_E_SIGN_FAILED, "the certificate is for RSASSA-PSS, which needs a digest; set its name");
         }
         RequirePssAllowed(identity.Certificate(), digest.algorithm.get());
         return Scheme::kRsaPss;
     }
-    if (EVP_PKEY_is_a(pKey, "RSA") == 1) {
+    if (strKey == "RSA") {
         return digest.bPss ? Scheme::kRsaPss : Scheme::kRsaPkcs1;
     }
     if (digest.bPss) {
-        throw Failure(VCTK_E_SIGN_FAILED, "RSASSA-PSS needs an RSA key; set a digest without \"/PSS\" for this " +
-                                              identity.KeyAlgorithm() + " key");
+        throw Failure(VCTK_E_SIGN_FAILED,
+                      "RSASSA-PSS needs an RSA key; set a digest without \"/PSS\" for this " + strKey + " key");
     }
-    if (EVP_PKEY_is_a(pKey, "EC") == 1) {
+    if (strKey == "EC") {
         return Scheme::kEcdsa;
     }
     if (digest.bPrehashed) {
-        throw Failure(VCTK_E_SIGN_FAILED, "an " + identity.KeyAlgorithm() +
-                                              " key signs the data itself; set a digest without \"prehashed:\"");
+        throw Failure(VCTK_E_SIGN_FAILED,
+                      "an " + strKey + " key signs the data itself; set a digest without \"prehashed:\"");
     }
     return Scheme::kEdwards;
 }

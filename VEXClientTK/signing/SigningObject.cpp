@@ -31,7 +31,8 @@ Bytes DecodeInput(std::string_view text, int nInputForm, const SigningDigest& di
                       "with \"prehashed:\", the input is a digest in Base64; use input form 1");
     }
     if (nInputForm == 0) {
-        return Bytes(text.begin(), text.end());
+        const auto* const pbText = reinterpret_cast<const unsigned char*>(text.data());
+        return Bytes(pbText, pbText + text.size());
     }
     std::optional<Bytes> data = DecodeBase64(text);
     if (!data) {
