@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdarg>
 #include <cstddef>
 #include <ctime>
@@ -35,33 +36,41 @@ public:
         if (!pause.LocalNow(local, nMicroseconds)) {
             return FALSE;
         }
-        const auto nThread = static_cast<int>(pthread_self());
-        const auto nLine = static_cast<int>(dwSrcLineNumber);
-        const LPCTSTR lpszDash = lpszFunctionName != nullptr ? L"-" : L"";
-        const LPCTSTR lpszFunction = lpszFunctionName != nullptr ? lpszFunctionName : L"";
-        // The last field of the time has microseconds, padded to three digits. The limits of the texts are longer than
-        // the header; they keep libc from failing on very long texts before the header is cut.
-        static_cast<void>(std::swprintf(
-            m_szHeader, MAX_HEADER, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%.260ls%ls%.260ls(%d)]: ",
-            getpid(), nThread, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
-            local.tm_sec, nMicroseconds, lpszSrcFileName, lpszDash, lpszFunction, nLine));
-        m_szHeader[MAX_HEADER - 1] = 0;
+        // The same text as "[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls-%ls(%d)]: ", for which wide
+        // printf takes a third of a record's time.
+        m_cchHeader = 0;
+        Add(L"[P").AddNumber(getpid(), 4).Add(L"] [T").AddNumber(static_cast<int>(pthread_self()), 4);
+        Add(L"] [").AddNumber(local.tm_year + 1900, 4).Add(L"-").AddNumber(local.tm_mon + 1, 2);
+        Add(L"-").AddNumber(local.tm_mday, 2).Add(L" ").AddNumber(local.tm_hour, 2);
+        Add(L":").AddNumber(local.tm_min, 2).Add(L":").AddNumber(local.tm_sec, 2);
+        Add(L":").AddNumber(nMicroseconds, 3).Add(L"] [").Add(lpszSrcFileName);
+        if (lpszFunctionName != nullptr) {
+            Add(L"-").Add(lpszFunctionName);
+        }
+        Add(L"(").AddNumber(static_cast<int>(dwSrcLineNumber), 1).Add(L")]: ");
         return TRUE;
     }
 
     void FormatMessage(LPCTSTR lpszFormat, va_list args) {
-        m_pszMessage = std::make_unique<wchar_t[]>(MAX_MESSAGE);
+        m_pszMessage = std::make_unique_for_overwrite<wchar_t[]>(MAX_MESSAGE);
+        va_list again;
+        va_copy(again, args);
         {
             const CVEXForkPause pause;
-            static_cast<void>(std::vswprintf(m_pszMessage.get(), MAX_MESSAGE, lpszFormat, args));
+            if (std::vswprintf(m_pszMessage.get(), MAX_MESSAGE, lpszFormat, args) < 0) {
+                // What fits, or what precedes the error, is the message. Only then it matters what was in the buffer.
+                std::wmemset(m_pszMessage.get(), 0, MAX_MESSAGE);
+                static_cast<void>(std::vswprintf(m_pszMessage.get(), MAX_MESSAGE, lpszFormat, again));
+            }
         }
+        va_end(again);
         m_pszMessage[MAX_MESSAGE - 1] = 0;
     }
 
     // The whole record in a text that is no larger than needed. strLogHeader comes directly before the message.
     std::wstring Line(LPCTSTR lpszLogType, const std::wstring& strLogHeader) const {
         const std::wstring_view strType(lpszLogType != nullptr ? lpszLogType : L"");
-        const std::wstring_view strHeader(m_szHeader);
+        const std::wstring_view strHeader(m_szHeader.data(), m_cchHeader);
         const std::wstring_view strMessage(m_pszMessage.get());
         std::wstring strLine;
         strLine.reserve(strType.size() + strHeader.size() + strLogHeader.size() + strMessage.size());
@@ -70,9 +79,32 @@ public:
     }
 
 private:
-    static constexpr std::size_t MAX_HEADER = 260;  // both in characters
-    static constexpr std::size_t MAX_MESSAGE = 8192;
+    static constexpr std::size_t MAX_HEADER = 259;    // in characters
+    static constexpr std::size_t MAX_MESSAGE = 8192;  // with the terminator
 
-    wchar_t m_szHeader[MAX_HEADER + 1] = {};
+    // Adds to the header what still fits.
+    CDebugLogRecord& Add(std::wstring_view strText) {
+        m_cchHeader += strText.copy(m_szHeader.data() + m_cchHeader, MAX_HEADER - m_cchHeader);
+        return *this;
+    }
+
+    // Like %0*d: with zeros in front, and the sign counts.
+    CDebugLogRecord& AddNumber(int nNumber, std::ptrdiff_t nWidth) {
+        const BOOL bNegative = nNumber < 0;
+        std::array<wchar_t, 12> text;
+        wchar_t* pch = text.end();
+        unsigned int uRest = bNegative ? 0U - static_cast<unsigned int>(nNumber) : static_cast<unsigned int>(nNumber);
+        do {
+            *--pch = L'0' + static_cast<wchar_t>(uRest % 10);
+            uRest /= 10;
+        } while (uRest != 0 || text.end() - pch < nWidth - bNegative);
+        if (bNegative) {
+            *--pch = L'-';
+        }
+        return Add({pch, text.end()});
+    }
+
+    std::array<wchar_t, MAX_HEADER> m_szHeader;
+    std::size_t m_cchHeader = 0;
     std::unique_ptr<wchar_t[]> m_pszMessage;
 };

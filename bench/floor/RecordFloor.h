@@ -15,8 +15,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <cwchar>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace bench {
@@ -90,19 +92,54 @@ public:
         std::tm local = {};
         tzset();  // every record checks the time zone
         localtime_r(&now.tv_sec, &local);
-        wchar_t szHeader[261] = {};
-        std::swprintf(szHeader, 260, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] [%ls-%ls(%d)]: ", getpid(),
-                      static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                      local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec), strFile.c_str(),
-                      strFunction.c_str(), nLine);
-        const auto szMessage = std::make_unique<wchar_t[]>(8192);
+        // The longest number has 11 characters, the texts of the benchmarks 90.
+        wchar_t szHeader[261];
+        wchar_t* pch = szHeader;
+        const auto add = [&pch](std::wstring_view text) { pch += text.copy(pch, text.size()); };
+        const auto addNumber = [&add](int nNumber, std::ptrdiff_t nWidth) {
+            wchar_t szDigits[12];
+            wchar_t* const pchEnd = std::end(szDigits);
+            wchar_t* pchDigit = pchEnd;
+            for (unsigned u = static_cast<unsigned>(std::abs(nNumber)); u != 0 || pchEnd - pchDigit < nWidth; u /= 10) {
+                *--pchDigit = static_cast<wchar_t>(L'0' + u % 10);
+            }
+            if (nNumber < 0) {
+                *--pchDigit = L'-';
+            }
+            add({pchDigit, pchEnd});
+        };
+        const struct {
+            std::wstring_view before;
+            int nNumber;
+            std::ptrdiff_t nWidth;
+        } kNumbers[] = {{L"[P", getpid(), 4},
+                        {L"] [T", static_cast<int>(pthread_self()), 4},
+                        {L"] [", local.tm_year + 1900, 4},
+                        {L"-", local.tm_mon + 1, 2},
+                        {L"-", local.tm_mday, 2},
+                        {L" ", local.tm_hour, 2},
+                        {L":", local.tm_min, 2},
+                        {L":", local.tm_sec, 2},
+                        {L":", static_cast<int>(now.tv_usec), 3}};
+        for (const auto& number : kNumbers) {
+            add(number.before);
+            addNumber(number.nNumber, number.nWidth);
+        }
+        for (const std::wstring_view text :
+             {std::wstring_view(L"] ["), std::wstring_view(strFile), std::wstring_view(L"-"),
+              std::wstring_view(strFunction), std::wstring_view(L"(")}) {
+            add(text);
+        }
+        addNumber(nLine, 1);
+        add(L")]: ");
+        const auto szMessage = std::make_unique_for_overwrite<wchar_t[]>(8192);
         va_list arguments;
         va_start(arguments, pszFormat);
         std::vswprintf(szMessage.get(), 8192, strFormat.c_str(), arguments);
         va_end(arguments);
 
         auto pLine = std::make_unique<FloorLine>();
-        const std::size_t nHeader = std::wcslen(szHeader);
+        const auto nHeader = static_cast<std::size_t>(pch - szHeader);
         const std::size_t nMessage = std::wcslen(szMessage.get());
         pLine->strText.reserve(strType.size() + nHeader + nMessage);
         pLine->strText.append(strType).append(szHeader, nHeader).append(szMessage.get(), nMessage);

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdint>
 #include <ctime>
 #include <stdexcept>
@@ -90,6 +91,11 @@ TEST_F(LineFormatTest, AMessageEndsAt8191Characters) {
         EXPECT_EQ(messages[i], std::string(std::min<size_t>(kLengths[i], 8191), 'x')) << kLengths[i];
     }
     EXPECT_EQ(messages.back().size(), 2U * 8191);
+}
+
+TEST_F(LineFormatTest, AMessageEndsBeforeTextThatCannotBeConverted) {
+    const auto messages = MessagesAfter([] { Place()(L"%s%hs%s", L"begin", "\xFF", L"end"); });
+    EXPECT_THAT(messages, ElementsAre("begin"));
 }
 
 TEST_F(LineFormatTest, ANullFormatIsALogicError) {
@@ -221,6 +227,19 @@ TEST_F(LineFormatTest, AVeryLongSourcePathLeavesTheMessage) {
     const std::string strEntry = ReadLogFile(LogPath()).strCut;
     EXPECT_EQ(strEntry.size(), 7 + 259 + 7U);
     EXPECT_TRUE(strEntry.ends_with("ppmessage"));
+}
+
+TEST_F(LineFormatTest, ALineNumberIsAnInt) {
+    constexpr int kLines[] = {0, 9, 10, -1, -10, INT_MAX, INT_MIN};
+    const auto records = RecordsAfter([&] {
+        for (const int nLine : kLines) {
+            CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"test.cpp", L"Function", static_cast<DWORD>(nLine))(L"text");
+        }
+    });
+    ASSERT_EQ(records.size(), std::size(kLines));
+    for (size_t i = 0; i < std::size(kLines); ++i) {
+        EXPECT_EQ(records[i].nLine, kLines[i]);
+    }
 }
 
 // They are padded to three digits and never cut to milliseconds.
