@@ -16,11 +16,6 @@ final class Handle {
 
     private static final TAVClientJNI NATIVES = new TAVClientJNI();
 
-    /** A native that changes a setting. */
-    interface Setting {
-        long apply(TAVClientJNI natives, long handle);
-    }
-
     /** A native that returns a text. */
     interface Text {
         String apply(TAVClientJNI natives, long handle);
@@ -48,7 +43,7 @@ final class Handle {
         Handle handle = new Handle(number, chooseSingle);
         try {
             // The first call on a handle whose store could not be opened fails with the reason.
-            handle.set("", (natives, own) -> natives.SetChooseSingleCert(own, handle.chooseSingle));
+            handle.require("", NATIVES.SetChooseSingleCert(number, handle.chooseSingle));
             return handle;
         } catch (SigningException | RuntimeException | Error e) {
             handle.close();
@@ -79,12 +74,12 @@ final class Handle {
             return;
         }
         selection = null;
-        set("Clearing the filters: ", TAVClientJNI::ClearFilter);
+        require("Clearing the filters: ", NATIVES.ClearFilter(number));
         for (Filter filter : wanted.filters()) {
             String value = NativeText.require(
                 "The value of the filter " + filter.name(), filter.value(), VCTKError.FILTER_VALUE);
-            set("Filter " + filter.name() + " \"" + value + "\": ",
-                (natives, own) -> natives.AddFilter(own, filter.type(), value));
+            require("Filter " + filter.name() + " \"" + value + "\": ",
+                NATIVES.AddFilter(number, filter.type(), value));
         }
         selection = wanted;
     }
@@ -94,7 +89,7 @@ final class Handle {
         if (!hasDigest(wanted)) {
             String name =
                 NativeText.require("The digest algorithm", Digest.orDefault(wanted), VCTKError.DIGEST_UNKNOWN);
-            set("Digest algorithm \"" + name + "\": ", (natives, own) -> natives.SetDigestAlg(own, name));
+            require("Digest algorithm \"" + name + "\": ", NATIVES.SetDigestAlg(number, name));
             digest = name;
         }
     }
@@ -124,9 +119,12 @@ final class Handle {
         NATIVES.Finalize(number);
     }
 
-    /** @param what the beginning of the message if the call fails */
-    private void set(String what, Setting call) throws SigningException {
-        if (call.apply(NATIVES, number) != 0) {
+    /**
+     * @param what the beginning of the message if the call has failed
+     * @param status of a native that the calling thread has just called
+     */
+    private void require(String what, long status) throws SigningException {
+        if (status != 0) {
             throw failure(what);
         }
     }

@@ -130,7 +130,10 @@ final class HandlePool {
 
     /** Does not wait. Calls in progress, and those that wait for a handle, finish normally. May be repeated. */
     void close() {
-        int before = calls.getAndUpdate(number -> number | CLOSED);
+        int before;
+        do {
+            before = calls.get();
+        } while (!calls.compareAndSet(before, before | CLOSED));
         if (before == 0) {
             finalizeAll();
         }
@@ -142,10 +145,11 @@ final class HandlePool {
      * @throws IllegalStateException if the pool is closed
      */
     void enter() {
-        calls.updateAndGet(number -> {
-            requireOpen(number);
-            return number + 1;
-        });
+        int before;
+        do {
+            before = calls.get();
+            requireOpen(before);
+        } while (!calls.compareAndSet(before, before + 1));
     }
 
     /** @throws IllegalStateException if the pool is closed */

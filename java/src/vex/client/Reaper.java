@@ -60,7 +60,7 @@ final class Reaper {
         return ticket;
     }
 
-    private static void run() {
+    private static void reap() {
         for (boolean lingers = false;; lingers = isIdle()) {
             Ticket ticket = await(lingers ? LINGER_MILLISECONDS : FOREVER);
             if (ticket != null) {
@@ -95,23 +95,22 @@ final class Reaper {
 
     /** Privileged: otherwise the thread would keep the callers' protection domains, and with them their loaders. */
     private static void startThread() {
-        AccessController.doPrivileged((PrivilegedAction<Void>) () -> {
-            Thread thread = newThread(Reaper::run, "vex.client reaper");
-            thread.setDaemon(true);
-            thread.setContextClassLoader(null);
-            thread.start();
-            return null;
+        AccessController.doPrivileged(new PrivilegedAction<Void>() {
+            @Override
+            public Void run() {
+                Thread thread = ReaperThread.of(new Body(), "vex.client reaper");
+                thread.setDaemon(true);
+                thread.setContextClassLoader(null);
+                thread.start();
+                return null;
+            }
         });
     }
 
-    /** From Java 9 on, the thread does not inherit the thread locals of its caller, which may refer to anything. */
-    private static Thread newThread(Runnable body, String name) {
-        try {
-            return Thread.class
-                .getConstructor(ThreadGroup.class, Runnable.class, String.class, long.class, boolean.class)
-                .newInstance(null, body, name, 0L, false);
-        } catch (ReflectiveOperationException e) {
-            return new Thread(body, name);
+    private static final class Body implements Runnable {
+        @Override
+        public void run() {
+            reap();
         }
     }
 }

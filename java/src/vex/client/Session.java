@@ -10,6 +10,9 @@ import vex.jni.VCTKError;
 /**
  * An open store. Signs with the certificates of a selection, turns failures into exceptions, and finalizes its handles
  * exactly once, never while a native uses them. Any thread may call any method.
+ *
+ * <p>There are no lambdas on the way to a program's first signature: the first one of a JVM takes as long as many
+ * signatures.
  */
 final class Session {
     private final HandlePool pool;
@@ -62,11 +65,7 @@ final class Session {
 
     /** Fails if the toolkit refuses a filter or the digest algorithm. */
     void check(Selection selection, String digest) throws SigningException {
-        pool.call(selection, digest, handle -> {
-            handle.setDigest(digest);
-            handle.select(selection);
-            return null;
-        });
+        pool.call(selection, digest, new Selected(selection, digest, null));
     }
 
     /** Whether the toolkit has this way to sign. */
@@ -98,27 +97,46 @@ final class Session {
     /** @param digest as the toolkit takes it; null for its default */
     byte[] signP1(Selection selection, String digest, String text) throws SigningException {
         String checked = NativeText.require("The text", text, VCTKError.DATA_EMPTY);
-        return sign(selection, digest, (natives, handle) -> natives.P1SignString(handle, checked));
+        return sign(selection, digest, new Handle.Text() {
+            @Override
+            public String apply(TAVClientJNI natives, long handle) {
+                return natives.P1SignString(handle, checked);
+            }
+        });
     }
 
     byte[] signP1(Selection selection, String digest, byte[] data) throws SigningException {
         String base64 = NativeText.base64(data);
-        return sign(selection, digest, (natives, handle) -> natives.P1Sign(handle, base64));
+        return sign(selection, digest, new Handle.Text() {
+            @Override
+            public String apply(TAVClientJNI natives, long handle) {
+                return natives.P1Sign(handle, base64);
+            }
+        });
     }
 
     byte[] signP7(Selection selection, String digest, String text, CmsForm form) throws SigningException {
         String checked = NativeText.require("The text", text, VCTKError.DATA_EMPTY);
         int detached = form.isDetached() ? 1 : 0;
         int certificates = certificates(form);
-        return sign(selection, digest,
-            (natives, handle) -> natives.P7SignString(handle, checked, detached, certificates));
+        return sign(selection, digest, new Handle.Text() {
+            @Override
+            public String apply(TAVClientJNI natives, long handle) {
+                return natives.P7SignString(handle, checked, detached, certificates);
+            }
+        });
     }
 
     byte[] signP7(Selection selection, String digest, byte[] data, CmsForm form) throws SigningException {
         String base64 = NativeText.base64(data);
         int detached = form.isDetached() ? 1 : 0;
         int certificates = certificates(form);
-        return sign(selection, digest, (natives, handle) -> natives.P7Sign(handle, base64, detached, certificates));
+        return sign(selection, digest, new Handle.Text() {
+            @Override
+            public String apply(TAVClientJNI natives, long handle) {
+                return natives.P7Sign(handle, base64, detached, certificates);
+            }
+        });
     }
 
     /** A toolkit that knows chains takes 2 as "only the signer's certificate", and 1 as "with the chain". */
@@ -164,11 +182,26 @@ final class Session {
     }
 
     private byte[] sign(Selection selection, String digest, Handle.Text call) throws SigningException {
-        String base64 = pool.call(selection, digest, handle -> {
+        return Base64.getDecoder().decode(pool.call(selection, digest, new Selected(selection, digest, call)));
+    }
+
+    /** Gives a handle its settings, and makes a sign call with it. */
+    private static final class Selected implements HandlePool.Call<String> {
+        private final Selection selection;
+        private final String digest;
+        private final Handle.Text call;  // null: no sign call
+
+        private Selected(Selection selection, String digest, Handle.Text call) {
+            this.selection = selection;
+            this.digest = digest;
+            this.call = call;
+        }
+
+        @Override
+        public String with(Handle handle) throws SigningException {
             handle.setDigest(digest);
             handle.select(selection);
-            return handle.signature(call);
-        });
-        return Base64.getDecoder().decode(base64);
+            return call == null ? null : handle.signature(call);
+        }
     }
 }

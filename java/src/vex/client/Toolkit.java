@@ -30,32 +30,35 @@ final class Toolkit {
 
     private Toolkit() {}
 
-    private interface Question {
-        boolean ask(String uri);
-    }
-
     /** Whether the URI of a store may have the attribute. */
     static boolean knowsAttribute(String attribute) {
-        return answer(NO_STORE + attribute, uri -> errorOf(uri) == VCTKError.STORE_NOT_FOUND);
+        String uri = NO_STORE + attribute;
+        Boolean known = ANSWERS.get(uri);
+        return known != null ? known : remember(uri, errorOf(uri) == VCTKError.STORE_NOT_FOUND);
     }
 
     /** Whether {@link #ERRORS_AT_HANDLE} is known. */
     static boolean explainsFailures() {
-        return answer(NO_STORE + ERRORS_AT_HANDLE, uri -> {
-            long handle = NATIVES.Initialize(null, uri);
-            if (handle == 0) {
-                return false;
-            }
-            boolean refused = NATIVES.SetChooseSingleCert(handle, 0) != 0;
-            boolean explained = refused && NATIVES.GetLastError(handle) == VCTKError.STORE_NOT_FOUND;
-            NATIVES.Finalize(handle);
-            return explained;
-        });
+        String uri = NO_STORE + ERRORS_AT_HANDLE;
+        Boolean known = ANSWERS.get(uri);
+        if (known != null) {
+            return known;
+        }
+        long handle = NATIVES.Initialize(null, uri);
+        if (handle == 0) {
+            return remember(uri, false);
+        }
+        boolean refused = NATIVES.SetChooseSingleCert(handle, 0) != 0;
+        boolean explained = refused && NATIVES.GetLastError(handle) == VCTKError.STORE_NOT_FOUND;
+        NATIVES.Finalize(handle);
+        return remember(uri, explained);
     }
 
     /** Whether {@link #SHARED_STORE} is known. */
     static boolean sharesStores() {
-        return answer(SHARED_STORE + 0, uri -> errorOf(uri) == VCTKError.INVALID_HANDLE);
+        String uri = SHARED_STORE + 0;
+        Boolean known = ANSWERS.get(uri);
+        return known != null ? known : remember(uri, errorOf(uri) == VCTKError.INVALID_HANDLE);
     }
 
     /**
@@ -63,24 +66,22 @@ final class Toolkit {
      * does not know the URI.
      */
     static boolean addsStamps() {
-        return answer(STAMPS, uri -> {
-            long handle = NATIVES.Initialize(null, uri);
-            if (handle == 0) {
-                return false;
-            }
-            boolean known = NATIVES.SetChooseSingleCert(handle, 0) == 0 && NATIVES.P1Sign(handle, DATA) == null;
-            NATIVES.Finalize(handle);
+        Boolean known = ANSWERS.get(STAMPS);
+        if (known != null) {
             return known;
-        });
+        }
+        long handle = NATIVES.Initialize(null, STAMPS);
+        if (handle == 0) {
+            return remember(STAMPS, false);
+        }
+        boolean adds = NATIVES.SetChooseSingleCert(handle, 0) == 0 && NATIVES.P1Sign(handle, DATA) == null;
+        NATIVES.Finalize(handle);
+        return remember(STAMPS, adds);
     }
 
     /** Two threads may ask the same at once. A lock would make virtual threads wait while they hold their carriers. */
-    private static boolean answer(String uri, Question question) {
-        Boolean known = ANSWERS.get(uri);
-        if (known == null) {
-            known = question.ask(uri);
-            ANSWERS.put(uri, known);
-        }
+    private static boolean remember(String uri, boolean known) {
+        ANSWERS.put(uri, known);
         return known;
     }
 

@@ -3,6 +3,7 @@ package vex.jni;
 import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
+import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
@@ -109,7 +110,7 @@ final class LibraryLoader {
 
     /** Copies the libraries to a new directory that nobody else can enter. */
     private static Path extractAll() throws IOException {
-        Path directory = Files.createTempDirectory("vex-natives-", attribute("rwx------"));
+        Path directory = newDirectory();
         try {
             for (String name : IN_JAR) {
                 extract(name, directory);
@@ -118,6 +119,19 @@ final class LibraryLoader {
         } catch (IOException | RuntimeException e) {
             delete(directory);
             throw e;
+        }
+    }
+
+    /** Files.createTempDirectory would take as long as all copies, because it sets up a secure random generator. */
+    private static Path newDirectory() throws IOException {
+        Path parent = Paths.get(System.getProperty("java.io.tmpdir"));
+        for (;;) {
+            Path directory = parent.resolve("vex-natives-" + Long.toHexString(System.nanoTime()));
+            try {
+                return Files.createDirectory(directory, attribute("rwx------"));
+            } catch (FileAlreadyExistsException e) {
+                // The next name is another one.
+            }
         }
     }
 
