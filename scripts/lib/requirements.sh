@@ -28,6 +28,7 @@ package,test,bench,coverage,reproducible python3     _vex_has_command python3   
 demo,test,bench             openssl                   _vex_has_command openssl        # the openssl command
 test                        binutils                  _vex_has_command readelf        # readelf
 test                        gnutls-bin                _vex_has_command certtool       # certtool, of GnuTLS
+test                        libgnutls28-dev           _vex_has_header gnutls/gnutls.h # the headers of GnuTLS
 test,fuzz                   libgtest-dev              _vex_has_header gtest/gtest.h   # GoogleTest
 test                        libgmock-dev              _vex_has_header gmock/gmock.h   # GoogleMock
 test,bench                  softhsm2                  _vex_has_command softhsm2-util  # SoftHSM 2

@@ -68,11 +68,21 @@ final class Client implements AutoCloseable {
     }
 
     String p7SignString(String text, boolean detached, boolean withCertificate) {
-        return NATIVES.P7SignString(handle, text, detached ? 1 : 0, withCertificate ? 1 : 0);
+        return p7SignString(text, detached, withCertificate ? 1 : 0);
     }
 
     String p7Sign(String base64, boolean detached, boolean withCertificate) {
-        return NATIVES.P7Sign(handle, base64, detached ? 1 : 0, withCertificate ? 1 : 0);
+        return p7Sign(base64, detached, withCertificate ? 1 : 0);
+    }
+
+    /** @param certificates 0 for none, 2 for the signer's, anything else for the signer's and those of its issuers */
+    String p7Sign(String base64, boolean detached, long certificates) {
+        return NATIVES.P7Sign(handle, base64, detached ? 1 : 0, certificates);
+    }
+
+    /** @param certificates as for {@link #p7Sign(String, boolean, long)} */
+    String p7SignString(String text, boolean detached, long certificates) {
+        return NATIVES.P7SignString(handle, text, detached ? 1 : 0, certificates);
     }
 
     String certificateList() {

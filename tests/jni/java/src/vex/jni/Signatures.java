@@ -11,6 +11,8 @@ import java.security.MessageDigest;
 import java.security.Provider;
 import java.security.Signature;
 import java.security.cert.CertPathBuilder;
+import java.security.cert.CertStore;
+import java.security.cert.CollectionCertStoreParameters;
 import java.security.cert.PKIXBuilderParameters;
 import java.security.cert.TrustAnchor;
 import java.security.cert.X509CertSelector;
@@ -30,9 +32,7 @@ import org.bouncycastle.asn1.ess.ESSCertIDv2;
 import org.bouncycastle.asn1.ess.SigningCertificateV2;
 import org.bouncycastle.asn1.pkcs.PKCSObjectIdentifiers;
 import org.bouncycastle.cert.X509CertificateHolder;
-import org.bouncycastle.cert.jcajce.JcaCertStoreBuilder;
 import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
-import org.bouncycastle.cms.CMSException;
 import org.bouncycastle.cms.CMSProcessableByteArray;
 import org.bouncycastle.cms.CMSSignedData;
 import org.bouncycastle.cms.CMSTypedData;
@@ -70,12 +70,18 @@ public final class Signatures {
 
     /** Builds a path from the certificate to the root with those in the signature (RFC 5280 section 6.1). */
     public static void requirePath(byte[] p7, X509Certificate certificate, X509Certificate root, Provider provider)
-            throws GeneralSecurityException, CMSException {
+            throws Exception {
+        requirePath(certificatesIn(p7), certificate, root, provider);
+    }
+
+    /** Builds a path from the certificate to the root, which alone is trusted. */
+    static void requirePath(Collection<X509Certificate> known, X509Certificate certificate, X509Certificate root,
+                            Provider provider) throws GeneralSecurityException {
         X509CertSelector target = new X509CertSelector();
         target.setCertificate(certificate);
         PKIXBuilderParameters parameters = new PKIXBuilderParameters(Set.of(new TrustAnchor(root, null)), target);
         parameters.addCertStore(
-            new JcaCertStoreBuilder().addCertificates(new CMSSignedData(p7).getCertificates()).build());
+            CertStore.getInstance("Collection", new CollectionCertStoreParameters(known), provider));
         parameters.setRevocationEnabled(false);
         CertPathBuilder.getInstance("PKIX", provider).build(parameters);
     }

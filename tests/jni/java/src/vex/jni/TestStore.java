@@ -10,11 +10,13 @@ import java.security.KeyStore;
 import java.security.PrivateKey;
 import java.security.Provider;
 import java.security.cert.Certificate;
+import java.security.cert.CertificateEncodingException;
 import java.security.cert.X509Certificate;
 import java.security.interfaces.EdECKey;
 import java.security.spec.ECGenParameterSpec;
 import java.time.Duration;
 import java.time.Instant;
+import java.util.ArrayList;
 import java.util.Base64;
 import java.util.Date;
 import java.util.LinkedList;
@@ -69,7 +71,7 @@ public final class TestStore {
 
     private static Identity identity(String key, String subject, long serial, Instant begin, Instant end, int keyUsage)
             throws Exception {
-        KeyPair pair = generate(key);
+        KeyPair pair = keyPair(key);
         X500Name name = new X500Name(subject);
         JcaX509v3CertificateBuilder builder = new JcaX509v3CertificateBuilder(
             name, BigInteger.valueOf(serial), Date.from(begin), Date.from(end), name, pair.getPublic());
@@ -85,17 +87,25 @@ public final class TestStore {
      * @param key of all of them, as for {@link #identity}
      */
     public static List<Identity> chain(String key, int length) throws Exception {
-        LinkedList<Identity> chain = new LinkedList<>();
+        List<KeyPair> pairs = new ArrayList<>();
         for (int i = 0; i < length; ++i) {
-            chain.addFirst(issue(key, i == 0 ? "CN=Root" : i == length - 1 ? "CN=Signer" : "CN=CA " + i,
-                i == 0 ? null : chain.getFirst(), i < length - 1));
+            pairs.add(keyPair(key));
+        }
+        return chain(pairs);
+    }
+
+    /** The same with these keys, the signer's first. */
+    static List<Identity> chain(List<KeyPair> pairs) throws Exception {
+        LinkedList<Identity> chain = new LinkedList<>();
+        for (int i = pairs.size() - 1; i >= 0; --i) {
+            String subject = chain.isEmpty() ? "CN=Root" : i == 0 ? "CN=Signer" : "CN=CA " + chain.size();
+            chain.addFirst(issue(pairs.get(i), subject, chain.peekFirst(), i > 0));
         }
         return chain;
     }
 
     /** @param issuer null for a self-signed certificate */
-    private static Identity issue(String key, String subject, Identity issuer, boolean authority) throws Exception {
-        KeyPair pair = generate(key);
+    private static Identity issue(KeyPair pair, String subject, Identity issuer, boolean authority) throws Exception {
         X500Name name = new X500Name(subject);
         Instant now = Instant.now();
         JcaX509v3CertificateBuilder builder = new JcaX509v3CertificateBuilder(
@@ -109,7 +119,8 @@ public final class TestStore {
         return new Identity(pair.getPrivate(), sign(builder, signer));
     }
 
-    private static KeyPair generate(String key) throws Exception {
+    /** @param key as for {@link #identity} */
+    static KeyPair keyPair(String key) throws Exception {
         boolean rsa = key.startsWith("RSA-") || key.equals("RSA");
         boolean named = key.equals("RSASSA-PSS") || key.startsWith("Ed");
         KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : named ? key : "EC");
@@ -200,5 +211,14 @@ public final class TestStore {
     public static String pem(String label, byte[] der) {
         String body = Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(der);
         return "-----BEGIN " + label + "-----\n" + body + "\n-----END " + label + "-----\n";
+    }
+
+    /** The PEM forms of certificates, one behind the other. */
+    static String pem(Iterable<X509Certificate> certificates) throws CertificateEncodingException {
+        StringBuilder pem = new StringBuilder();
+        for (X509Certificate certificate : certificates) {
+            pem.append(pem("CERTIFICATE", certificate.getEncoded()));
+        }
+        return pem.toString();
     }
 }
