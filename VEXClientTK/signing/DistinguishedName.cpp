@@ -16,6 +16,7 @@ using TypePtr = std::unique_ptr<ASN1_TYPE, OpenSslDeleter<ASN1_TYPE_free>>;
 constexpr bool IsText(int nType) {
     switch (nType) {
         case V_ASN1_UTF8STRING:
+        case V_ASN1_NUMERICSTRING:
         case V_ASN1_PRINTABLESTRING:
         case V_ASN1_IA5STRING:
         case V_ASN1_VISIBLESTRING:
@@ -50,6 +51,12 @@ std::string FindType(const std::string& strName) {
         return strName;
     }
     const OpenSslErrorMark mark;
+    // OpenSSL has types whose names differ only in case: UID is the user's identifier, uid is another type.
+    const int nShort = OBJ_sn2nid(strName.c_str());
+    const int nExact = nShort != NID_undef ? nShort : OBJ_ln2nid(strName.c_str());
+    if (nExact != NID_undef) {
+        return DottedText(OBJ_nid2obj(nExact));
+    }
     const int nEnd = OBJ_new_nid(0);
     for (int nId = NID_undef + 1; nId < nEnd; ++nId) {
         const char* pszShort = OBJ_nid2sn(nId);

@@ -7,11 +7,14 @@
 #include <cstdio>
 #include <limits>
 #include <new>
+#include <optional>
+#include <utility>
 
 #include "posix/Hexadecimal.h"
 #include "signing/Base64.h"
 #include "signing/Failure.h"
 #include "signing/KeyTypes.h"
+#include "timestamp/Numbers.h"
 
 namespace vextk {
 namespace {
@@ -67,11 +70,9 @@ std::string FingerprintText(const X509* pCertificate) {
 }
 
 std::string NameText(const X509_NAME* pName) {
-    // UTF-8 stays readable; everything else is escaped as RFC 4514 requires.
-    constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-    const BioPtr bio(RequireOpenSsl(BIO_new(BIO_s_mem())));
-    RequireOpenSsl(X509_NAME_print_ex(bio.get(), pName, 0, kFlags) >= 0);
-    return MemoryBioText(bio.get());
+    std::optional<std::string> strText = vextimestamp::NameText(pName);
+    RequireOpenSsl(strText.has_value());
+    return std::move(*strText);
 }
 
 // 0 when the key cannot be read.

@@ -46,6 +46,35 @@ std::string TextOf(std::time_t nTime) {
     return text.data();
 }
 
+namespace {
+
+bool IsValueEnd(const std::string& strName, std::size_t n) {
+    return n >= strName.size() || strName[n] == ',' || strName[n] == '+';
+}
+
+// OpenSSL does not escape "#" when it is a whole value. RFC 4514 demands it, because a value that begins with "#" is
+// its DER in hexadecimal.
+std::string WithEscapedMarks(const std::string& strName) {
+    std::string strEscaped;
+    bool bInType = true;
+    for (std::size_t i = 0; i < strName.size(); ++i) {
+        const char ch = strName[i];
+        if (bInType) {
+            bInType = ch != '=';
+            strEscaped += ch;
+            strEscaped += !bInType && strName.compare(i + 1, 1, "#") == 0 && IsValueEnd(strName, i + 2) ? "\\" : "";
+        } else if (ch == '\\' && i + 1 < strName.size()) {
+            strEscaped.append(strName, i++, 2);
+        } else {
+            bInType = ch == ',' || ch == '+';
+            strEscaped += ch;
+        }
+    }
+    return strEscaped;
+}
+
+}  // namespace
+
 std::optional<std::string> NameText(const X509_NAME* pName) {
     const BioPtr text(RequireMemory(BIO_new(BIO_s_mem())));
     constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
@@ -54,7 +83,7 @@ std::optional<std::string> NameText(const X509_NAME* pName) {
     }
     const char* pch = nullptr;
     const long cch = BIO_get_mem_data(text.get(), &pch);
-    return cch > 0 ? std::string(pch, static_cast<std::size_t>(cch)) : std::string();
+    return cch > 0 ? WithEscapedMarks(std::string(pch, static_cast<std::size_t>(cch))) : std::string();
 }
 
 }  // namespace vextimestamp

@@ -91,6 +91,19 @@ TEST(DistinguishedName, LettersBeyondAsciiHaveCaseInAUtf8Locale) {
     EXPECT_EQ(DistinguishedName::Parse("CN=b\xC3\x96"), name);
 }
 
+// OpenSSL also has a type "uid", which was taken for UID in any case.
+TEST(DistinguishedName, TypesWhoseNamesDifferOnlyInCaseAreTold) {
+    EXPECT_EQ(DistinguishedName::Parse("UID=anna"), NameOf({{"0.9.2342.19200300.100.1.1", V_ASN1_UTF8STRING, "anna"}}));
+    EXPECT_EQ(DistinguishedName::Parse("uid=anna"), NameOf({{"uid", V_ASN1_UTF8STRING, "anna"}}));
+    EXPECT_NE(DistinguishedName::Parse("UID=anna"), DistinguishedName::Parse("uid=anna"));
+}
+
+TEST(DistinguishedName, DigitsAreTextInEachStringType) {
+    for (const int nType : {V_ASN1_NUMERICSTRING, V_ASN1_PRINTABLESTRING, V_ASN1_IA5STRING, V_ASN1_UTF8STRING}) {
+        EXPECT_EQ(DistinguishedName::Parse("serialNumber=12 34"), NameOf({{"serialNumber", nType, "12 34"}})) << nType;
+    }
+}
+
 TEST(DistinguishedName, ValuesThatAreNotTextAreComparedByteByByte) {
     const DistinguishedName bits = NameOf({{"x500UniqueIdentifier", V_ASN1_BIT_STRING, "Ab"}});
     EXPECT_EQ(DistinguishedName::Parse("x500UniqueIdentifier=#0303004162"), bits);

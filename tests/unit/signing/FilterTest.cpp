@@ -86,6 +86,17 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{VCTK_FILTER_KEY_USAGE, "nonRepudiation", "BC"}, Case{VCTK_FILTER_KEY_USAGE, "cRLSign", "BC"},
                     Case{VCTK_FILTER_KEY_ALGORITHM, "RSA", "AC"}, Case{VCTK_FILTER_KEY_ALGORITHM, "ec", "B"}));
 
+// OpenSSL writes "CN=#", which is no RFC 4514 text.
+TEST_F(FilterTest, AMarkThatIsAWholeValueIsEscaped) {
+    const TempDirectory directory;
+    MakeIdentity(directory, {"mark", "ec -pkeyopt ec_paramgen_curve:P-256", "/O=#/CN=#a/L=x+OU=#/title=a#"});
+    const ToolkitClient client("file:" + MakePemStore(directory, "mark.pem", {"mark"}));
+    const std::string strSubject = client.Records().at(0).at(5);
+    EXPECT_EQ(strSubject, "title=a#,OU=\\#+L=x,CN=\\#a,O=\\#");
+    ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT_NAME, strSubject.c_str()), 0) << client.Message();
+    EXPECT_EQ(client.Records().size(), 1U);
+}
+
 // The validity of the certificates begins when the test creates them.
 std::string UtcText(int nDays) {
     const std::time_t time = std::time(nullptr) + std::time_t{nDays} * 24 * 60 * 60;
