@@ -87,6 +87,17 @@ void AppendEscapedByte(OutputBuffer& output, std::string_view& text) {
     text.remove_prefix(1);
 }
 
+// A character beyond U+FFFF is two escapes, one for each half of its surrogate pair.
+void AppendJsonEscape(OutputBuffer& output, std::uint32_t ch) {
+    if (ch > 0xFFFF) {
+        output.Append("\\u");
+        AppendHex(output, 0xD800 + ((ch - 0x10000) >> 10U), 4);
+        ch = 0xDC00 + (ch & 0x3FFU);
+    }
+    output.Append("\\u");
+    AppendHex(output, ch, 4);
+}
+
 }  // namespace
 
 void AppendVisible(OutputBuffer& output, std::string_view text, bool bUtf8) {
@@ -136,9 +147,8 @@ bool AppendJsonText(OutputBuffer& output, std::string_view text) {
         if (bMark) {
             output.Append('\\');
             output.Append(text.front());
-        } else if (character.cb == 1 || (character.ch <= 0xFFFF && !IsVisible(character.ch))) {
-            output.Append("\\u");
-            AppendHex(output, character.ch, 4);
+        } else if (character.cb == 1 || !IsVisible(character.ch)) {
+            AppendJsonEscape(output, character.ch);
         } else {
             output.Append(text.substr(0, character.cb));
         }

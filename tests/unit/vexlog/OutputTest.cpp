@@ -81,6 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
             {"Emoji"}, "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80", "\\u{1f600}", "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"},
         TextRow{{"SecondControlSet"}, "\xC2\x9B", "\\u{9b}", "\\u{9b}", "\\u009b", kBad},
         TextRow{{"Reordering"}, "\xE2\x80\xAE", "\\u{202e}", "\\u{202e}", "\\u202e", kBad},
+        TextRow{{"InvisibleTag"}, "\xF3\xA0\x81\x81", "\\u{e0041}", "\\u{e0041}", "\\udb40\\udc41", kBad},
         TextRow{{"NotUtf8"}, "\xE9\xFF", "\\xe9\\xff", "\\xe9\\xff", kBad + ""s + kBad, kBad + ""s + kBad},
         TextRow{{"Surrogate"},
                 "\xED\xA0\x80",
