@@ -1,9 +1,10 @@
 package vex.client;
 
 import java.math.BigInteger;
-import java.nio.charset.StandardCharsets;
 import java.time.Instant;
 import java.time.temporal.ChronoUnit;
+import java.util.ArrayDeque;
+import java.util.Deque;
 import java.util.Objects;
 import javax.security.auth.x500.X500Principal;
 import vex.jni.TAVClientJNI;
@@ -111,16 +112,34 @@ final class Filter {
         return list.toString();
     }
 
-    /** RFC 4514 text in ASCII, which every locale can encode: other characters are written as hexadecimal pairs. */
+    /**
+     * RFC 4514 text in ASCII, which every locale can encode. Types are OIDs, and values are their DER in hexadecimal:
+     * the text that Java makes of a value is wrong if the value is a BMPString, a UniversalString or a T61String.
+     */
     private static String toAsciiName(X500Principal name) {
-        StringBuilder ascii = new StringBuilder();
-        for (byte b : name.getName(X500Principal.RFC2253).getBytes(StandardCharsets.UTF_8)) {
-            if (b >= 0) {
-                ascii.append((char) b);
-            } else {
-                ascii.append(String.format("\\%02X", b & 0xff));
+        byte[] der = name.getEncoded();
+        DerReader reader = new DerReader(der);
+        // The text begins with the last relative name.
+        Deque<String> relativeNames = new ArrayDeque<>();
+        try {
+            int end = reader.enter(DerReader.SEQUENCE);
+            while (reader.position() < end) {
+                int endOfSet = reader.enter(DerReader.SET);
+                StringBuilder attributes = new StringBuilder();
+                while (reader.position() < endOfSet) {
+                    int endOfAttribute = reader.enter(DerReader.SEQUENCE);
+                    attributes.append(attributes.length() == 0 ? "" : "+");
+                    attributes.append(reader.objectIdentifier()).append("=#");
+                    for (int i = reader.position(); i < endOfAttribute; ++i) {
+                        attributes.append(String.format("%02X", der[i] & 0xff));
+                    }
+                    reader.skipTo(endOfAttribute);
+                }
+                relativeNames.addFirst(attributes.toString());
             }
+        } catch (SigningException e) {
+            throw new IllegalArgumentException("Java has an encoding of the name " + name + " that cannot be read", e);
         }
-        return ascii.toString();
+        return String.join(",", relativeNames);
     }
 }

@@ -12,6 +12,7 @@ import java.security.cert.X509Certificate;
 import java.time.Instant;
 import java.util.ArrayList;
 import java.util.Collections;
+import java.util.HexFormat;
 import java.util.List;
 import java.util.Set;
 import java.util.TreeSet;
@@ -54,8 +55,12 @@ class FilterTest {
         assertFilter(9, "2026-11-21T05:00:00Z", Filter.validAt(Instant.parse("2026-11-21T05:00:00.987Z")));
         assertFilter(10, "1.2.3.4", Filter.policy("1.2.3.4"));
         assertFilter(11, "3072", Filter.keySizeAtLeast(3072));
-        assertFilter(12, "CN=Gr\\C3\\BC\\C3\\9Fe\\, x,C=DE", Filter.subject(new X500Principal("CN=\"Grüße, x\",C=DE")));
-        assertFilter(13, "O=y", Filter.issuer(new X500Principal("O=y")));
+        assertFilter(12, "2.5.4.3=#0C0A4772C3BCC39F652C2078,2.5.4.6=#13024445",
+            Filter.subject(new X500Principal("CN=\"Grüße, x\",C=DE")));
+        // A BMPString, of which Java makes a wrong text.
+        byte[] name = HexFormat.of().parseHex("301831163007060355040A1300300B06035504031E0400FC0078");
+        assertFilter(12, "2.5.4.10=#1300+2.5.4.3=#1E0400FC0078", Filter.subject(new X500Principal(name)));
+        assertFilter(13, "2.5.4.10=#130179", Filter.issuer(new X500Principal("O=y")));
     }
 
     @Test
