@@ -66,7 +66,7 @@ function(vex_java_test name java)
     set(configurations CONFIGURATIONS soak)
   endif()
   set(timeout 600)
-  if(ARG_TAG MATCHES "^(random-texts|third-parties)$")
+  if(ARG_TAG MATCHES "^(random-texts|third-parties|names)$")
     set(timeout 14400)  # a soak runs the same tests for hours
   endif()
   # One JVM keeps two processors busy. They would only get both when all other tests have ended, so they start first.
