@@ -6,9 +6,9 @@
 function(vex_shared_library target)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "EXPORTS" "EXACT_LIBRARIES")
   if(VEX_COVERAGE)
-    # See tests/support/ToolkitCoverage.cpp.
+    # See tests/support/ToolkitCoverage.cpp and BridgeCoverage.cpp.
     file(READ ${ARG_EXPORTS} exports)
-    string(REPLACE "global:" "global:\n    VexTestDumpToolkitCoverage;" exports "${exports}")
+    string(REPLACE "global:" "global:\n    VexTestDump*Coverage;" exports "${exports}")
     set(ARG_EXPORTS ${CMAKE_CURRENT_BINARY_DIR}/exports-coverage.map)
     file(CONFIGURE OUTPUT ${ARG_EXPORTS} CONTENT "${exports}" @ONLY)
   endif()

@@ -12,7 +12,9 @@
 
 #ifdef VEX_COVERAGE
 extern "C" void __gcov_dump();
+// Null in a program that is not linked with the library.
 extern "C" __attribute__((weak)) void VexTestDumpToolkitCoverage();
+extern "C" __attribute__((weak)) void VexTestDumpBridgeCoverage();
 #endif
 
 namespace {
@@ -26,8 +28,11 @@ constexpr unsigned kMaxSeconds = 120;
 void NoteCoverage() {
 #ifdef VEX_COVERAGE
     __gcov_dump();
-    if (VexTestDumpToolkitCoverage != nullptr) {  // not linked with the toolkit
+    if (VexTestDumpToolkitCoverage != nullptr) {
         VexTestDumpToolkitCoverage();
+    }
+    if (VexTestDumpBridgeCoverage != nullptr) {
+        VexTestDumpBridgeCoverage();
     }
 #endif
 }
