@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -395,6 +396,27 @@ TEST_F(SystemCallTest, AFileOfUnknownSizeIsNotAtItsEnd) {
         EXPECT_FALSE(file.SeekToEnd());
     }
     EXPECT_TRUE(file.SeekToEnd());
+}
+
+// Then the log does not read a large file as a whole.
+TEST_F(SystemCallTest, AFileOfUnknownOwnerMayBeWrittenByOthers) {
+    const std::string strName = m_directory.Write("owned", "");
+    ASSERT_EQ(chmod(strName.c_str(), 0600), 0);
+    CVexFile file;
+    DWORD dwError = 0;
+    ASSERT_TRUE(file.OpenFile(std::wstring(strName.begin(), strName.end()).c_str(), dwError));
+    EXPECT_FALSE(file.MayOthersWrite());
+    ASSERT_EQ(chmod(strName.c_str(), 0620), 0);
+    EXPECT_TRUE(file.MayOthersWrite());
+    ASSERT_EQ(chmod(strName.c_str(), 0600), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(strName.c_str(), 1000, 0), 0);
+        EXPECT_TRUE(file.MayOthersWrite());
+        ASSERT_EQ(chown(strName.c_str(), 0, 0), 0);
+    }
+    EXPECT_FALSE(file.MayOthersWrite());
+    std::filesystem::remove(strName);
+    EXPECT_TRUE(file.MayOthersWrite());
 }
 
 }  // namespace

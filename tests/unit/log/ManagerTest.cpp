@@ -397,4 +397,27 @@ TEST_F(ManagerTest, OutputToleratesNullPointers) {
     EXPECT_EQ(records[0].strMessage, "text");
 }
 
+// As at the end of the process, when threads still trace.
+TEST_F(ManagerTest, AClosedManagerTakesNoRecordsAndNoSettings) {
+    InChild([&] {
+        Trace(L"before");
+        WaitUntilWritten(LogPath());
+        CDebugLogMgr* const pMgr = CDebugLogMgr::GetInstance();
+        EXPECT_FALSE(CDebugLogUsers::Close());  // the writer is still in it, so the log stays as it is
+        EXPECT_FALSE(CDebugLogMgr::IsWritten(1));
+        Trace(L"dropped");
+        TraceArguments(L"[INFO] ", 1, L"test.cpp", L"Function", 7, L"dropped, too");
+        SetLogFileName(m_directory.Path("other.txt"));
+        pMgr->SetLogHeader(L"header");
+        pMgr->EnableServerSupport(TRUE);
+        EXPECT_FALSE(pMgr->Clear());
+        ExpectChildPasses([&] {  // has no log either
+            EXPECT_FALSE(CDebugLogMgr::IsWritten(1));
+            Trace(L"dropped by the child");
+        });
+    });
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("before"));
+    EXPECT_FALSE(std::filesystem::exists(m_directory.Path("other.txt")));
+}
+
 }  // namespace
