@@ -52,7 +52,7 @@ public:
     }
 
     void FormatMessage(LPCTSTR lpszFormat, va_list args) {
-        m_pszMessage = std::make_unique_for_overwrite<wchar_t[]>(MAX_MESSAGE);
+        m_pszMessage.reset(new wchar_t[MAX_MESSAGE]);  // not cleared, unlike with make_unique
         va_list again;
         va_copy(again, args);
         {
@@ -101,7 +101,7 @@ private:
         if (bNegative) {
             *--pch = L'-';
         }
-        return Add({pch, text.end()});
+        return Add({pch, static_cast<std::size_t>(text.end() - pch)});
     }
 
     std::array<wchar_t, MAX_HEADER> m_szHeader;
