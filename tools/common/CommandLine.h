@@ -104,7 +104,7 @@ bool Parse(CLI::App& app, int argc, char** argv, Check check, int& nExit) {
         std::ostringstream text;
         app.exit(error, text, text);
         const std::string strError = CommandError(app);
-        std::cerr << app.get_name() << ": " << VisibleLines(strError.empty() ? text.str() : strError);
+        std::cerr << app.get_name() << ": " << VisibleUsageError(strError.empty() ? text.str() : strError);
         nExit = kExitUsage;
     }
     return false;

@@ -18,13 +18,12 @@ void Complain(const char* pszProgram, std::string_view text) {
     static_cast<void>(std::fprintf(stderr, "%s: %s\n", pszProgram, vexposix::Visible(text, LocaleIsUtf8()).c_str()));
 }
 
-std::string VisibleLines(std::string_view text) {
+std::string VisibleUsageError(std::string_view text) {
+    text = text.substr(0, text.find_last_not_of('\n') + 1);
+    const std::size_t nHint = text.rfind('\n') + 1;  // 0: there is only one line
     std::string strLines;
-    while (!text.empty()) {
-        const std::size_t nEnd = std::min(text.find('\n'), text.size());
-        strLines += vexposix::Visible(text.substr(0, nEnd), LocaleIsUtf8());
-        strLines += nEnd < text.size() ? "\n" : "";
-        text.remove_prefix(std::min(nEnd + 1, text.size()));
+    for (const std::string_view line : {text.substr(0, std::max<std::size_t>(nHint, 1) - 1), text.substr(nHint)}) {
+        strLines += line.empty() ? "" : vexposix::Visible(line, LocaleIsUtf8()) + '\n';
     }
     return strLines;
 }

@@ -12,7 +12,8 @@ bool LocaleIsUtf8();
 // Writes a line to standard error: "vexlog: " and the text, escaped as by AppendVisible.
 void Complain(const char* pszProgram, std::string_view text);
 
-// The text, escaped as by AppendVisible, except its line ends.
-std::string VisibleLines(std::string_view text);
+// A message about the command line and the hint in its last line, both escaped as by AppendVisible. The message is one
+// line, even if the user's argument in it has more.
+std::string VisibleUsageError(std::string_view text);
 
 }  // namespace tools
