@@ -8,16 +8,14 @@
 
 #include "Bench.h"
 #include "DebugLogMgr.h"
+#include "SampleRecord.h"
 #include "TempDirectory.h"
 
 namespace {
 
-constexpr wchar_t kFunction[] = L"Java_vex_jni_TAVClientJNI_P1SignString";
-
 void QueueRecords(long nRecords) {
     for (long i = 0; i < nRecords; ++i) {
-        CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"TAVClientJNI/vex_jni_TAVClientJNI.cpp", kFunction, 274)(L"%s Enter.",
-                                                                                                           kFunction);
+        CDebugLogMgr::MacroHelper(kType, 1, kFile, kFunction, kLine)(kFormat, kFunction);
     }
 }
 

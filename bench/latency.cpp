@@ -13,16 +13,12 @@
 #include "Bench.h"
 #include "DebugLogMgr.h"
 #include "RecordFloor.h"
+#include "SampleRecord.h"
 #include "TempDirectory.h"
 #include "WriterFloor.h"
 
 namespace {
 
-constexpr wchar_t kType[] = L"[INFO] ";
-constexpr wchar_t kFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
-constexpr wchar_t kFunction[] = L"Java_vex_jni_TAVClientJNI_P1SignString";
-constexpr wchar_t kFormat[] = L"%s Enter.";
-constexpr int kLine = 274;
 constexpr DWORD kLimit = 0x200000;
 
 class Floor {

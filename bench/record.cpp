@@ -17,15 +17,10 @@
 #include "DebugLogMgr.h"
 #include "RecordFloor.h"
 #include "RecordPeers.h"
+#include "SampleRecord.h"
 #include "TempDirectory.h"
 
 namespace {
-
-constexpr wchar_t kType[] = L"[INFO] ";
-constexpr wchar_t kFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
-constexpr wchar_t kFunction[] = L"Java_vex_jni_TAVClientJNI_P1SignString";
-constexpr wchar_t kFormat[] = L"%s Enter.";
-constexpr int kLine = 274;
 
 bench::FloorLog* g_pFloor = nullptr;
 

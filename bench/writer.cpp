@@ -15,6 +15,7 @@
 #include "Bench.h"
 #include "DebugLogMgr.h"
 #include "RecordFloor.h"
+#include "SampleRecord.h"
 #include "TempDirectory.h"
 #include "WriterFloor.h"
 #include "WriterPeers.h"
@@ -22,9 +23,6 @@
 namespace {
 
 constexpr DWORD kLimit = 0x200000;
-constexpr wchar_t kType[] = L"[INFO] ";
-constexpr wchar_t kFile[] = L"TAVClientJNI/vex_jni_TAVClientJNI.cpp";
-constexpr wchar_t kFunction[] = L"Java_vex_jni_TAVClientJNI_P1SignString";
 
 // Measures a number of lines. The writer may not begin with the first line until all lines are queued.
 class Stretch {
@@ -89,7 +87,7 @@ public:
         CDebugLogMgr::GetInstance()->SetTruncate(kLimit, 20);
     }
     const std::string& File() const { return m_strFile; }
-    void Queue() { CDebugLogMgr::MacroHelper(kType, 1, kFile, kFunction, 274)(L"%s Enter.", kFunction); }
+    void Queue() { CDebugLogMgr::MacroHelper(kType, 1, kFile, kFunction, kLine)(kFormat, kFunction); }
 
 private:
     std::string m_strFile;
@@ -105,7 +103,7 @@ public:
         bench::Require(pthread_create(&writer, nullptr, WriteLines, this) == 0, "a thread");
     }
     const std::string& File() const { return m_strFile; }
-    void Queue() { m_log.Record(kType, kFile, kFunction, 274, L"%s Enter.", kFunction); }
+    void Queue() { m_log.Record(kType, kFile, kFunction, kLine, kFormat, kFunction); }
 
 private:
     static void* WriteLines(void* pThis) {
