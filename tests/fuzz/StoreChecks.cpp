@@ -126,3 +126,13 @@ void CheckStore(const std::string& strUri, std::initializer_list<VCTKError> mayF
     Require(hObject == nullptr || VCTK_Finalize(hObject) == VCTK_E_INVALID_HANDLE);
     Require(ERR_peek_error() == 0);
 }
+
+void CheckStoreFile(const std::uint8_t* pbInput, std::size_t cbInput) {
+    static const StoreFile s_file;
+    if (cbInput == 0) {
+        return;
+    }
+    s_file.Write({reinterpret_cast<const char*>(pbInput) + 1, cbInput - 1});
+    CheckStore(s_file.Uri(pbInput[0]), {VCTK_E_STORE_UNREADABLE, VCTK_E_STORE_FORMAT, VCTK_E_STORE_NO_PRIVATE_KEY,
+                                        VCTK_E_PIN_REQUIRED, VCTK_E_PIN_WRONG});
+}

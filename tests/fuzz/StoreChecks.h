@@ -1,6 +1,8 @@
 // What holds for every store, whatever is in it.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <string>
@@ -36,3 +38,7 @@ bool IsLine(std::string_view text);
 // that can be shown; its list has the documented form. use: what else is done with an open store.
 void CheckStore(const std::string& strUri, std::initializer_list<VCTKError> mayFailWith,
                 const std::function<void(const ToolkitClient&)>& use = nullptr);
+
+// For a file of the input's bytes behind the first one, which chooses the PIN and the list: whatever is in the file, it
+// opens or fails with a reason, and what opens can be listed, used and closed.
+void CheckStoreFile(const std::uint8_t* pbInput, std::size_t cbInput);
