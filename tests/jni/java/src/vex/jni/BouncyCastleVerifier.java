@@ -9,12 +9,18 @@ import java.security.PublicKey;
 import java.security.Signature;
 import java.security.SignatureException;
 import java.security.spec.X509EncodedKeySpec;
+import org.bouncycastle.cms.CMSException;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
 import org.bouncycastle.jce.provider.BouncyCastleProvider;
+import org.bouncycastle.operator.OperatorCreationException;
 
 /** Bouncy Castle: its parser, paths, digests and signatures. */
-final class BouncyCastleVerifier implements Verifier {
+final class BouncyCastleVerifier extends ProviderVerifier {
     private static final Provider PROVIDER = new BouncyCastleProvider();
+
+    BouncyCastleVerifier() {
+        super(PROVIDER);
+    }
 
     @Override
     public String name() {
@@ -22,40 +28,14 @@ final class BouncyCastleVerifier implements Verifier {
     }
 
     @Override
-    public Answer onPath(Knowledge knowledge) {
-        try {
-            Signatures.requirePath(knowledge.given(), knowledge.given().get(0), knowledge.root(), PROVIDER);
-            return Answer.accepts(new byte[0]);
-        } catch (GeneralSecurityException e) {
-            return Answer.refuses(e.toString());
-        }
+    Answer onSigner(CmsParts parts, Scheme scheme) throws OperatorCreationException, CMSException {
+        return parts.signer().verify(
+            new JcaSimpleSignerInfoVerifierBuilder().setProvider(PROVIDER).build(parts.certificate()))
+            ? Answer.accepts(parts.content()) : Answer.refuses("wrong signature");
     }
 
     @Override
-    public Answer onP1(byte[] signature, byte[] content, Scheme scheme, Knowledge knowledge) {
-        try {
-            return isGood(signature, content, scheme, knowledge.given().get(0).getPublicKey())
-                ? Answer.accepts(content) : Answer.refuses("wrong signature");
-        } catch (GeneralSecurityException e) {
-            return Answer.refuses(e.toString());
-        }
-    }
-
-    @Override
-    public Answer onP7(byte[] der, byte[] content, Scheme scheme, Knowledge knowledge) {
-        try {
-            CmsParts parts = CmsParts.parse(der, content, knowledge);
-            Signatures.requirePath(parts.known(), parts.certificate(), knowledge.root(), PROVIDER);
-            return parts.signer().verify(
-                new JcaSimpleSignerInfoVerifierBuilder().setProvider(PROVIDER).build(parts.certificate()))
-                ? Answer.accepts(parts.content()) : Answer.refuses("wrong signature");
-        } catch (Exception e) {
-            // Parsers throw exceptions of their own when a signature is malformed.
-            return Answer.refuses(e.toString());
-        }
-    }
-
-    private static boolean isGood(byte[] signature, byte[] content, Scheme scheme, PublicKey key)
+    boolean isGood(byte[] signature, byte[] content, Scheme scheme, PublicKey key)
             throws GeneralSecurityException {
         String digest = scheme.digest().inSignatures().replaceAll("/(.*)", "($1)");
         byte[] input = content;

@@ -1,5 +1,6 @@
 package vex.jni;
 
+import java.io.IOException;
 import java.lang.reflect.InvocationTargetException;
 import java.security.GeneralSecurityException;
 import java.security.MessageDigest;
@@ -19,8 +20,12 @@ import org.bouncycastle.asn1.cms.CMSAttributes;
  * The JDK's own providers. The JDK has no public parser of CMS, so Bouncy Castle parses the structure. What follows are
  * the steps of RFC 5652 section 5.4 with the JDK's digests, signatures and paths.
  */
-final class JdkVerifier implements Verifier {
+final class JdkVerifier extends ProviderVerifier {
     private static final Provider SUN = Security.getProvider("SUN");
+
+    JdkVerifier() {
+        super(SUN);
+    }
 
     @Override
     public String name() {
@@ -28,46 +33,20 @@ final class JdkVerifier implements Verifier {
     }
 
     @Override
-    public Answer onPath(Knowledge knowledge) {
-        try {
-            Signatures.requirePath(knowledge.given(), knowledge.given().get(0), knowledge.root(), SUN);
-            return Answer.accepts(new byte[0]);
-        } catch (GeneralSecurityException e) {
-            return Answer.refuses(e.toString());
+    Answer onSigner(CmsParts parts, Scheme scheme) throws GeneralSecurityException, IOException {
+        byte[] named = ASN1OctetString.getInstance(parts.signer().getSignedAttributes()
+            .get(CMSAttributes.messageDigest).getAttrValues().getObjectAt(0)).getOctets();
+        String digest = scheme.isEdwards() ? "SHA-512" : scheme.digest().name();
+        if (!Arrays.equals(named, MessageDigest.getInstance(digest).digest(parts.content()))) {
+            return Answer.refuses("wrong digest");
         }
+        return isGood(parts.signer().getSignature(), parts.signer().getEncodedSignedAttributes(), scheme,
+            parts.certificate().getPublicKey()) ? Answer.accepts(parts.content())
+                                                : Answer.refuses("wrong signature");
     }
 
     @Override
-    public Answer onP1(byte[] signature, byte[] content, Scheme scheme, Knowledge knowledge) {
-        try {
-            return isGood(signature, content, scheme, knowledge.given().get(0).getPublicKey())
-                ? Answer.accepts(content) : Answer.refuses("wrong signature");
-        } catch (GeneralSecurityException e) {
-            return Answer.refuses(e.toString());
-        }
-    }
-
-    @Override
-    public Answer onP7(byte[] der, byte[] content, Scheme scheme, Knowledge knowledge) {
-        try {
-            CmsParts parts = CmsParts.parse(der, content, knowledge);
-            Signatures.requirePath(parts.known(), parts.certificate(), knowledge.root(), SUN);
-            byte[] named = ASN1OctetString.getInstance(parts.signer().getSignedAttributes()
-                .get(CMSAttributes.messageDigest).getAttrValues().getObjectAt(0)).getOctets();
-            String digest = scheme.isEdwards() ? "SHA-512" : scheme.digest().name();
-            if (!Arrays.equals(named, MessageDigest.getInstance(digest).digest(parts.content()))) {
-                return Answer.refuses("wrong digest");
-            }
-            return isGood(parts.signer().getSignature(), parts.signer().getEncodedSignedAttributes(), scheme,
-                parts.certificate().getPublicKey()) ? Answer.accepts(parts.content())
-                                                    : Answer.refuses("wrong signature");
-        } catch (Exception e) {
-            // Parsers throw exceptions of their own when a signature is malformed.
-            return Answer.refuses(e.toString());
-        }
-    }
-
-    private static boolean isGood(byte[] signature, byte[] signed, Scheme scheme, PublicKey key)
+    boolean isGood(byte[] signature, byte[] signed, Scheme scheme, PublicKey key)
             throws GeneralSecurityException {
         String digest = scheme.digest().inSignatures();
         byte[] input = signed;
