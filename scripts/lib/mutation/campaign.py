@@ -57,29 +57,51 @@ class Results:
             temporary.replace(self.path)
 
 
+# Seconds of the tests that run in one process, as recorded with one process each.
+CHUNK = 4.0
+
+
+def chunks_of(tests):
+    """Splits the tests of one program, quick ones first, so that slow ones run only if the quick ones find nothing."""
+    chunks = []
+    room = 0.0
+    for entry in sorted(tests, key=lambda entry: entry[1]):
+        if entry[1] > room:
+            chunks.append([])
+            room = CHUNK
+        chunks[-1].append(entry)
+        room -= entry[1]
+    return chunks
+
+
 def groups_of(reaching, budget):
     """The tests in the order in which they run: tests of one GoogleTest program together, quick and special ones first.
 
     A test that executes few mutants is more likely to be about this one. The budget limits the time of all groups
     except the first.
     """
-    groups = {}
+    programs = {}
     for test, seconds, reached in reaching:
         own = test.case is None or seconds > 3 or test.environment
-        groups.setdefault(test.name if own else test.program, []).append((test, seconds, reached))
+        programs.setdefault(test.name if own else test.program, []).append((test, seconds, reached))
 
     def cost(group):
         return sum((seconds + 0.02) * (reached + 5) for _, seconds, reached in group) / len(group) ** 0.5
 
     spent = 0.0
     ordered = []
-    for group in sorted(groups.values(), key=cost):
+    for group in sorted((chunk for tests in programs.values() for chunk in chunks_of(tests)), key=cost):
         time = sum(seconds for _, seconds, _ in group)
         if ordered and spent + time > budget:
             continue
         spent += time
-        ordered.append(sorted(group, key=lambda entry: entry[1]))
+        ordered.append(group)
     return ordered
+
+
+def limit_of(seconds):
+    """Tests that take so long without a mutant have to end within this time. Other programs may slow them down."""
+    return 6 + 6 * seconds
 
 
 def try_mutant(number, reaching, budget):
@@ -89,7 +111,7 @@ def try_mutant(number, reaching, budget):
         left = {test.case or test.name: (test, seconds) for test, seconds, _ in group}
         while left:
             first = next(iter(left.values()))[0]
-            limit = 15 + 10 * sum(seconds for _, seconds in left.values())
+            limit = limit_of(sum(seconds for _, seconds in left.values()))
             ended = ctests.run(first, limit, {"VEX_MUTANT": str(number)}, list(left) if len(left) > 1 else None)
             if ended.passed:
                 ran += len(left)
@@ -103,9 +125,8 @@ def try_mutant(number, reaching, budget):
 
 
 def is_confirmed(test, seconds, number):
-    limit = 15 + 10 * seconds
-    again = ctests.run(test, limit, {"VEX_MUTANT": str(number)})
-    return not again.passed and ctests.run(test, limit, {}).passed
+    again = ctests.run(test, limit_of(seconds), {"VEX_MUTANT": str(number)})
+    return not again.passed and ctests.run(test, limit_of(seconds), {}).passed
 
 
 def run(mutants, reach, results, jobs, budget, again):

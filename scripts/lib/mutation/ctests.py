@@ -12,9 +12,10 @@ import tempfile
 import time
 
 # A process namespace ends what a test leaves behind. The shell stays, because a test must not be the first process.
-# A build in /tmp has to stay visible.
+# A build in /tmp has to stay visible. A mutant that takes all memory must end before anything else does.
 ISOLATED = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc", "sh", "-c",
-            'case $PWD in /tmp/*) ;; *) mount -t tmpfs tmp /tmp ;; esac && ip link set lo up && "$@"; exit $?', "sh"]
+            "case $PWD in /tmp/*) ;; *) mount -t tmpfs -o size=20% tmp /tmp ;; esac && ip link set lo up && "
+            'echo 1000 >/proc/self/oom_score_adj && "$@"; exit $?', "sh"]
 
 
 @dataclasses.dataclass(frozen=True)
