@@ -225,6 +225,97 @@ END)");
     EXPECT_EQ(result.nStatus, 0) << result.strOutput;
 }
 
+Report ReportOfTwoSigners() {
+    Report report;
+    report.strSignature = "letter.p7s";
+    report.strMoment = "2026-11-23T05:00:00Z";
+    report.trust = Trust::kFiles;
+    report.Pass(check::kForm, "it is one");
+    SignerReport& first = report.signers.emplace_back();
+    first.certificate = {"CN=a", "CN=root", "0A", "FF00", "2026-01-01T00:00:00Z", "2027-01-01T00:00:00Z"};
+    first.time = SigningTime{"2026-11-22T17:00:02Z", true, "2026-11-22T17:00:01Z"};
+    first.stamps = {{"2026-11-22T17:00:02Z", "CN=TSA", "1.2.3", "0F", "SHA256", true},
+                    {"2026-11-22T17:00:03Z", "CN=other", "1.2.4", "10", "SHA512"}};
+    first.strAlgorithm = "ECDSA with SHA-256";
+    first.Skip(check::kRevocation, "nobody is asked");
+    first.Pass(check::kContent, "same");
+    first.Fail(check::kUsage, "for something else");
+    first.Pass(check::kSignature, "made");
+    first.Fail(check::kChain, "unknown");
+    SignerReport& second = report.signers.emplace_back();
+    second.time = SigningTime{"2026-11-22T17:00:05Z"};
+    return report;
+}
+
+TEST(VerifyReport, HasThisLayout) {
+    Report report = ReportOfTwoSigners();
+    EXPECT_EQ(TextOf(report), R"(letter.p7s: the signature is NOT good
+checked:
+  form: it is one
+signer 1:
+  signed by:      CN=a
+  issued by:      CN=root
+  serial number:  0A
+  fingerprint:    FF00
+  valid:          2026-01-01T00:00:00Z to 2027-01-01T00:00:00Z
+  signed at:      2026-11-22T17:00:02Z at the latest; a time stamp proves it
+  claimed time:   2026-11-22T17:00:01Z, as the signer says
+  time stamp:     2026-11-22T17:00:02Z by CN=TSA
+  time stamp:     2026-11-22T17:00:03Z by CN=other, not trusted
+  algorithm:      ECDSA with SHA-256
+  wrong:
+    usage: for something else
+    chain: unknown
+  checked:
+    content: same
+    signature: made
+  not checked:
+    revocation: nobody is asked
+signer 2:
+  signed at:      2026-11-22T17:00:05Z, as the signer says; nothing proves it
+)");
+    // Without a claim, and a signer whom nobody knows.
+    report.signers[0] = report.signers[1];
+    report.signers[0].time = SigningTime{"2026-11-22T17:00:02Z", true};
+    report.signers.resize(1);
+    EXPECT_EQ(TextOf(report), R"(letter.p7s: the signature is NOT good
+checked:
+  form: it is one
+  signed at:      2026-11-22T17:00:02Z at the latest; a time stamp proves it
+)");
+}
+
+TEST(VerifyReport, HasThisJson) {
+    Report report = ReportOfTwoSigners();
+    EXPECT_EQ(JsonOf(report),
+              R"({"signature":"letter.p7s","type":"p7","detached":true,"good":false,"trust":"ca",)"
+              R"("checked_for":"2026-11-23T05:00:00Z",)"
+              R"("checks":[{"check":"form","result":"passed","text":"it is one"}],"signers":[)"
+              R"({"certificate":{"subject":"CN=a","issuer":"CN=root","serial":"0A","fingerprint_sha256":"FF00",)"
+              R"("not_before":"2026-01-01T00:00:00Z","not_after":"2027-01-01T00:00:00Z"},)"
+              R"("signing_time":{"time":"2026-11-22T17:00:02Z","proven":true,"claimed":"2026-11-22T17:00:01Z"},)"
+              R"("time_stamps":[{"time":"2026-11-22T17:00:02Z","authority":"CN=TSA","policy":"1.2.3","serial":"0F",)"
+              R"("digest":"SHA256","trusted":true},{"time":"2026-11-22T17:00:03Z","authority":"CN=other",)"
+              R"("policy":"1.2.4","serial":"10","digest":"SHA512","trusted":false}],)"
+              R"("algorithm":"ECDSA with SHA-256","checks":[)"
+              R"({"check":"revocation","result":"not-checked","text":"nobody is asked"},)"
+              R"({"check":"content","result":"passed","text":"same"},)"
+              R"({"check":"usage","result":"failed","text":"for something else"},)"
+              R"({"check":"signature","result":"passed","text":"made"},)"
+              R"({"check":"chain","result":"failed","text":"unknown"}]},)"
+              R"({"certificate":null,"signing_time":{"time":"2026-11-22T17:00:05Z","proven":false,"claimed":null},)"
+              R"("time_stamps":[],"algorithm":null,"checks":[]}]})"
+              "\n");
+    report = Report();
+    report.kind = Kind::kP1;
+    report.bDetached = false;
+    report.signers.emplace_back();
+    EXPECT_EQ(JsonOf(report), R"({"signature":"","type":"p1","detached":false,"good":false,"trust":"system",)"
+                              R"("checked_for":"","checks":[],"signers":[{"certificate":null,"signing_time":null,)"
+                              R"("time_stamps":[],"algorithm":null,"checks":[]}]})"
+                              "\n");
+}
+
 // A check that is missing must not count as passed.
 TEST(VerifyReport, IsGoodOnlyWithEveryCheck) {
     const Report good = HostileReport();
