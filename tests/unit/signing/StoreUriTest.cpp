@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "KnownText.h"
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -230,8 +231,8 @@ TEST_P(StoreUriRefused, WithoutQuotingWhatCouldBeSecret) {
         FAIL() << "accepted " << GetParam().pszText;
     } catch (const Failure& failure) {
         EXPECT_EQ(failure.Number(), GetParam().nError);
-        EXPECT_FALSE(failure.Detail().empty());
         EXPECT_EQ(failure.Detail().find("sEcReT"), std::string::npos) << failure.Detail();
+        ExpectKnownText(VEX_KNOWN_TEXTS "/StoreUri.txt", GetParam().pszText, failure.Detail());
     }
 }
 

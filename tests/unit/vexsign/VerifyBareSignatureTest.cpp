@@ -4,7 +4,7 @@
 #include <optional>
 #include <tuple>
 
-#include "KnownTexts.h"
+#include "KnownReports.h"
 #include "Row.h"
 #include "VerifyWorld.h"
 #include "vexsign/verify/Verification.h"
@@ -44,7 +44,7 @@ TEST_P(VerifyBareSignature, FindsEachFault) {
     const Report report = Verify(strSignature, settings, &reader);
     EXPECT_EQ(FailuresOf(report), row.pszFailed) << TextOf(report);
     EXPECT_EQ(report.IsGood(), *row.pszFailed == '\0') << TextOf(report);
-    ExpectKnownTexts(report, "BareSignature.txt");
+    ExpectKnownReport(report, "BareSignature.txt");
     ASSERT_EQ(report.signers.size(), 1U);
     EXPECT_EQ(report.signers[0].strAlgorithm, row.pszAlgorithm);
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <optional>
 
-#include "KnownTexts.h"
+#include "KnownReports.h"
 #include "Row.h"
 #include "VerifyWorld.h"
 #include "vexsign/verify/SignedDataForm.h"
@@ -101,7 +101,7 @@ TEST_P(VerifySignedData, FindsEachFault) {
     const Report report = Verify(strSignature, settings, trial.bGiven ? &reader : nullptr);
     EXPECT_EQ(FailuresOf(report), row.pszFailed) << TextOf(report);
     EXPECT_EQ(report.IsGood(), *row.pszFailed == '\0') << TextOf(report);
-    ExpectKnownTexts(report, "SignedData.txt");
+    ExpectKnownReport(report, "SignedData.txt");
 
     if (row.openSsl) {
         const std::string strTrust = trial.strTrusted.empty()

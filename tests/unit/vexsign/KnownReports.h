@@ -9,6 +9,6 @@ namespace vexsign::verify {
 
 // Compares the checks with the section of the current test in the file. Checks that passed or were left out are in it
 // only if the signature is good. "<moment>" stands for a moment since 2025.
-void ExpectKnownTexts(const Report& report, const std::string& strFile);
+void ExpectKnownReport(const Report& report, const std::string& strFile);
 
 }  // namespace vexsign::verify
