@@ -232,7 +232,8 @@ TEST_P(StoreUriRefused, WithoutQuotingWhatCouldBeSecret) {
     } catch (const Failure& failure) {
         EXPECT_EQ(failure.Number(), GetParam().nError);
         EXPECT_EQ(failure.Detail().find("sEcReT"), std::string::npos) << failure.Detail();
-        ExpectKnownText(VEX_KNOWN_TEXTS "/StoreUri.txt", GetParam().pszText, failure.Detail());
+        ExpectKnownText(VEX_KNOWN_TEXTS "/StoreUri.txt", std::string("\"") + GetParam().pszText + "\"",
+                        failure.Detail());
     }
 }
 
