@@ -1,6 +1,8 @@
 // Time stamps of a P7: openssl makes them, "vexsign verify" checks them.
 #include <gtest/gtest.h>
 
+#include "KnownReports.h"
+#include "Row.h"
 #include "VerifyWorld.h"
 #include "timestamp/Cms.h"
 #include "vexsign/AsBytes.h"
@@ -60,15 +62,48 @@ std::string WithToken(const std::string& strSignature, const std::string& strTok
     return TextOfBytes(vextimestamp::WithToken(AsBytes(strSignature), AsBytes(strToken)));
 }
 
-// bAuthority: the authority is trusted by name.
-Report VerifyAt(const std::string& strSignature, std::time_t nMoment, bool bAuthority) {
-    Settings settings = SettingsFor("root", nMoment);
+// strTrusted: whose signatures are trusted; empty: no chain is checked. bAuthority: the authority is trusted by name.
+Report VerifyAt(const std::string& strSignature, std::time_t nMoment, bool bAuthority,
+                const std::string& strTrusted = "root") {
+    Settings settings = SettingsFor(strTrusted, nMoment);
     if (bAuthority) {
         settings.stampStore = StoreOfStampAuthorities({Authority().Path("tsa.crt")});
     }
     const Reader reader = ReaderOf(std::string_view(kContent));
     return Verify(strSignature, settings, &reader);
 }
+
+struct StampCase : Row {
+    const char* pszTrusted;
+    bool bAuthority;
+    std::time_t nLater;
+    bool bGood;
+    bool bProven;
+};
+
+class VerifyStampsText : public testing::TestWithParam<StampCase> {};
+
+TEST_P(VerifyStampsText, SaysWhoVouchesForTheTime) {
+    const StampCase& row = GetParam();
+    const std::string strPlain = Sign();
+    const std::string strStamped = WithToken(strPlain, TokenFor(strPlain));
+    const Report report = VerifyAt(strStamped, std::time(nullptr) + row.nLater, row.bAuthority, row.pszTrusted);
+    EXPECT_EQ(report.IsGood(), row.bGood) << TextOf(report);
+    ASSERT_EQ(report.signers.size(), 1U);
+    ASSERT_EQ(report.signers[0].stamps.size(), 1U);
+    EXPECT_EQ(report.signers[0].stamps[0].bTrusted, row.bProven);
+    EXPECT_EQ(report.signers[0].time && report.signers[0].time->bProven, row.bProven);
+    ExpectKnownReport(report, "Stamps.txt");
+}
+
+INSTANTIATE_TEST_SUITE_P(Trust, VerifyStampsText,
+                         testing::Values(StampCase{{"NoChainIsChecked"}, "", false, 0, true, false},
+                                         StampCase{{"NoChainButTheAuthority"}, "", true, 0, true, true},
+                                         StampCase{{"OtherRoot"}, "root", false, 0, true, false},
+                                         StampCase{{"OtherRootLater"}, "root", false, kYears, false, false},
+                                         StampCase{{"TheAuthority"}, "root", true, 0, true, true},
+                                         StampCase{{"TheAuthorityLater"}, "root", true, kYears, true, true}),
+                         RowName);
 
 TEST(VerifyStamps, ProveTheTimeIfTheAuthorityIsTrusted) {
     const std::time_t nBefore = std::time(nullptr);
