@@ -106,6 +106,8 @@ TEST_F(FileServerLimits, ServesItsFirstClientsInAFloodOfConnections) {
     }
     EXPECT_TRUE(m_server->WaitForLog("client 9 refused: too many connections (8); raise --max-connections"));
     EXPECT_TRUE(m_server->WaitForLog("all 8 connections are in use: 8 by process " + std::to_string(getpid()) + " ("));
+    EXPECT_TRUE(
+        m_server->WaitForLog(" (as root, \"ss -tnp dport = :" + std::to_string(m_uPort) + "\" shows the processes)\n"));
     EXPECT_TRUE(m_server->WaitForLog("more lines about clients left out"));
     EXPECT_EQ(m_server->LinesWith("connections are in use"), 1);
 

@@ -92,6 +92,32 @@ TEST_F(FileServerUsers, NobodyIsTakenForTheServersUserInAUserNamespace) {
         << m_server->Log();
 }
 
+// Tells what to do if the server's user lacks a right.
+TEST_F(FileServerUsers, SaysWhichRightItsUserLacks) {
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0755), 0);
+    const std::string strAsSomebody = "-n 256 && exec setpriv --reuid 65534 --regid 65534 --clear-groups \"$0\" \"$@\"";
+    const auto run = [&](const std::string& strPort) {
+        m_server = std::make_unique<FileServerProcess>(std::vector<std::string>{"--root", Root(), "--port", strPort},
+                                                       strAsSomebody);
+        EXPECT_EQ(m_server->Wait().nStatus, 1);
+        return m_server->Log();
+    };
+    ASSERT_EQ(chmod(Root().c_str(), 0700), 0);
+    const std::string strRoot = run("0");
+    EXPECT_NE(strRoot.find("cannot serve: " + Root() + ": Permission denied; give it to user 65534, with mode 0700\n"),
+              std::string::npos)
+        << strRoot;
+    ASSERT_EQ(chown(Root().c_str(), kSomebody, kSomebody), 0);
+    // Containers often let everybody listen on every port.
+    if (std::stoi(ReadWholeFile("/proc/sys/net/ipv4/ip_unprivileged_port_start")) < 2) {
+        return;
+    }
+    const std::string strPort = run("1");
+    EXPECT_NE(strPort.find("cannot serve: port 1 of 127.0.0.1: Permission denied; choose a --port of 1024 or more\n"),
+              std::string::npos)
+        << strPort;
+}
+
 // Once its program has closed it, the kernel shows a socket as one of root.
 TEST_F(FileServerUsers, NobodyIsTakenForRootByClosingEarly) {
     Start();
