@@ -116,8 +116,7 @@ def try_mutant(number, reaching, budget):
             if ended.passed:
                 ran += len(left)
                 break
-            name = ctests.failed_case(ended.output) if len(left) > 1 else None
-            test, seconds = left.pop(name if name in left else next(iter(left)))
+            test, seconds = left.pop(ctests.failed_case(ended.output, left))
             ran += 1
             if is_confirmed(test, seconds, number):
                 return Verdict(True, test.name, ended.how, ran)

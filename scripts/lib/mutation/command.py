@@ -11,9 +11,9 @@ from . import campaign, ctests, reach, report, sample, tree
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent.parent
 FOLDERS = ["BaseInclude", "TAVClientJNI", "VEXClientTK", "tools"]
-# About the files of a build, its documents, packages or pictures; or slow.
-LEFT_OUT = ("^(Completion|Hardening|Includes|Mutation.*|NoSurprise|OperatorsDay|Packages|page.*|Reproducible|RunPaths|"
-            "Sbom|Secrets|VexfiledUnits|VexlogReport)$")
+# About the files of a build, its documents, packages or pictures; or slow, as a JVM is for each mutant.
+LEFT_OUT = ("^(Completion|Hardening|Includes|java\\.(?!natives\\.).*|Mutation.*|NoSurprise|OperatorsDay|Packages|"
+            "page.*|Reproducible|RunPaths|Sbom|Secrets|VexfiledUnits|VexlogReport)$")
 # More than the sample, because some mutants do not compile.
 SPARE = 0.15
 

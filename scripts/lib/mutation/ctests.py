@@ -4,6 +4,7 @@ import dataclasses
 import functools
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -28,7 +29,7 @@ class Test:
 
     @functools.cached_property
     def case(self):
-        """The name of the test in its GoogleTest program, or None."""
+        """The test in its GoogleTest program, or one of its suites as "Suite.*". None: it is another test."""
         filters = [argument for argument in self.command[1:] if argument.startswith("--gtest_filter=")]
         return filters[0].split("=", 1)[1] if filters else None
 
@@ -49,6 +50,8 @@ class Ended:
 def list_tests(build, left_out):
     """The tests of the build whose names do not match the expression and whose programs have been built."""
     listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, check=True, stdout=subprocess.PIPE, text=True)
+    native = pathlib.Path(build) / "native_tests.txt"
+    programs = native.read_text(encoding="utf-8").split() if native.exists() else []
     tests = []
     for test in json.loads(listed.stdout)["tests"]:
         properties = {one["name"]: one["value"] for one in test.get("properties", [])}
@@ -57,9 +60,19 @@ def list_tests(build, left_out):
         used = re.findall(rf"{re.escape(str(build))}/[^\s:=]+", " ".join(test["command"]))
         if not all(os.path.exists(path) for path in used):
             continue
-        tests.append(Test(test["name"], tuple(test["command"]), tuple(properties.get("ENVIRONMENT", ())),
-                          properties.get("WORKING_DIRECTORY", str(build)), properties.get("SKIP_RETURN_CODE", -1)))
+        found = Test(test["name"], tuple(test["command"]), tuple(properties.get("ENVIRONMENT", ())),
+                     properties.get("WORKING_DIRECTORY", str(build)), properties.get("SKIP_RETURN_CODE", -1))
+        tests += suites_of(found) if found.command == (found.program,) and found.name in programs else [found]
     return tests
+
+
+def suites_of(test):
+    """The suites of a GoogleTest program that is one test. A whole program takes too long for each mutant."""
+    listed = subprocess.run([*test.command, "--gtest_list_tests"], cwd=test.directory, check=True,
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+    suites = [line.split("#")[0].strip() for line in listed.stdout.splitlines() if re.match(r"\S+\.(\s|$)", line)]
+    return [dataclasses.replace(test, name=f"{test.name}: {suite}*", command=(test.program, f"--gtest_filter={suite}*"))
+            for suite in suites]
 
 
 @functools.cache
@@ -99,14 +112,13 @@ def run(test, limit, environment, cases=None):
     if code is None:
         return Ended(False, False, f"does not end within {limit:.0f} s", seconds, text)
     # gtest_discover_tests recognises skipped tests by what they print.
-    skipped = code == test.skip_code or (not cases and test.case is not None and "[  SKIPPED ]" in text)
+    skipped = code == test.skip_code or (not cases and "[  SKIPPED ]" in text and "[  PASSED  ] 0 tests" in text)
     return Ended(code == 0 or skipped, skipped, f"ends with {code}", seconds, text)
 
 
-def failed_case(output):
-    """The case of a GoogleTest program that failed or that crashed it."""
-    failed = re.search(r"^\[  FAILED  \] ([^\s,]+)", output, re.MULTILINE)
-    if failed:
-        return failed[1]
-    begun = re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)
-    return begun[-1] if begun else None
+def failed_case(output, cases):
+    """The one of these cases and suites of a GoogleTest program that failed or crashed it; by default the first."""
+    failed = re.findall(r"^\[  FAILED  \] ([^\s,]+)", output, re.MULTILINE)[:1]
+    begun = failed or re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)[-1:]
+    names = [found for name in begun for found in (name, name.rsplit(".", 1)[0] + ".*") if found in cases]
+    return (names or list(cases))[0]
