@@ -52,26 +52,23 @@ public:
     }
 
     void FormatMessage(LPCTSTR lpszFormat, va_list args) {
-        m_pszMessage.reset(new wchar_t[MAX_MESSAGE]);  // not cleared, unlike with make_unique
-        va_list again;
-        va_copy(again, args);
-        {
-            const CVEXForkPause pause;
-            if (std::vswprintf(m_pszMessage.get(), MAX_MESSAGE, lpszFormat, args) < 0) {
-                // What fits, or what precedes the error, is the message. Only then it matters what was in the buffer.
-                std::wmemset(m_pszMessage.get(), 0, MAX_MESSAGE);
-                static_cast<void>(std::vswprintf(m_pszMessage.get(), MAX_MESSAGE, lpszFormat, again));
-            }
+        va_list first;
+        va_copy(first, args);
+        const BOOL bFits = Format(m_szMessage.data(), m_szMessage.size(), lpszFormat, first);
+        va_end(first);
+        if (!bFits) {
+            // What fits, or what precedes an error, is the message.
+            m_pszLongMessage = std::make_unique<wchar_t[]>(MAX_MESSAGE);
+            static_cast<void>(Format(m_pszLongMessage.get(), MAX_MESSAGE, lpszFormat, args));
+            m_pszLongMessage[MAX_MESSAGE - 1] = 0;
         }
-        va_end(again);
-        m_pszMessage[MAX_MESSAGE - 1] = 0;
     }
 
     // The whole record in a text that is no larger than needed. strLogHeader comes directly before the message.
     std::wstring Line(LPCTSTR lpszLogType, const std::wstring& strLogHeader) const {
         const std::wstring_view strType(lpszLogType != nullptr ? lpszLogType : L"");
         const std::wstring_view strHeader(m_szHeader.data(), m_cchHeader);
-        const std::wstring_view strMessage(m_pszMessage.get());
+        const std::wstring_view strMessage(m_pszLongMessage ? m_pszLongMessage.get() : m_szMessage.data());
         std::wstring strLine;
         strLine.reserve(strType.size() + strHeader.size() + strLogHeader.size() + strMessage.size());
         strLine.append(strType).append(strHeader).append(strLogHeader).append(strMessage);
@@ -81,6 +78,14 @@ public:
 private:
     static constexpr std::size_t MAX_HEADER = 259;    // in characters
     static constexpr std::size_t MAX_MESSAGE = 8192;  // with the terminator
+    // With the terminator. A buffer for the longest message at each record costs malloc more time than the formatting.
+    static constexpr std::size_t MAX_SHORT_MESSAGE = 256;
+
+    // FALSE: the message does not fit, or the format or an argument is wrong.
+    static BOOL Format(wchar_t* psz, std::size_t cch, LPCTSTR lpszFormat, va_list args) {
+        const CVEXForkPause pause;
+        return std::vswprintf(psz, cch, lpszFormat, args) >= 0;
+    }
 
     // Adds to the header what still fits.
     CDebugLogRecord& Add(std::wstring_view strText) {
@@ -106,5 +111,6 @@ private:
 
     std::array<wchar_t, MAX_HEADER> m_szHeader;
     std::size_t m_cchHeader = 0;
-    std::unique_ptr<wchar_t[]> m_pszMessage;
+    std::array<wchar_t, MAX_SHORT_MESSAGE> m_szMessage;
+    std::unique_ptr<wchar_t[]> m_pszLongMessage;  // if it is not null, it has the message
 };

@@ -8,6 +8,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <ctime>
 
 #include "VEXMutex.h"
@@ -26,13 +27,21 @@ public:
     CVEXForkPause& operator=(const CVEXForkPause&) = delete;
     ~CVEXForkPause() { s_nScopes.fetch_sub(1, std::memory_order_release); }
 
-    // The local time as localtime gives it, without its shared buffer. It follows TZ and the system's time zone when
-    // they change. FALSE: the year does not fit.
+    // The local time as localtime gives it, without its shared buffer. It follows TZ when it changes, or without TZ the
+    // system's time zone, then from the next second on. FALSE: the year does not fit.
     BOOL LocalTime(std::time_t time, std::tm& local) const {
         // libc serves one thread at a time in any case, but with a lock that ThreadSanitizer does not see.
         const CVEXLock lock(s_time);
-        tzset();  // localtime_r alone would read the time zone once
-        return localtime_r(&time, &local) != nullptr;
+        if (std::getenv("TZ") != nullptr) {
+            return Convert(time, local);
+        }
+        // Without TZ, libc looks at the system's file in each conversion, which takes longer than a log record's text.
+        if (time != s_lastTime || !s_bLastFits) {
+            s_lastTime = time;
+            s_bLastFits = Convert(time, s_lastLocal);
+        }
+        local = s_lastLocal;
+        return s_bLastFits;
     }
 
     // The local time now. FALSE: the clock cannot be read, or the year does not fit.
@@ -46,6 +55,11 @@ public:
     }
 
 private:
+    static BOOL Convert(std::time_t time, std::tm& local) {
+        tzset();  // localtime_r alone would read the time zone once
+        return localtime_r(&time, &local) != nullptr;
+    }
+
     // Sleeps between the checks, so that threads of a lower priority can finish.
     static void BeforeFork() VEX_ACQUIRE(s_gate) {
         constexpr timespec wait = {0, 50'000};
@@ -59,6 +73,10 @@ private:
     inline static CVEXMutex s_gate;  // held to enter, and by a fork
     inline static std::atomic<int> s_nScopes{0};
     inline static CVEXMutex s_time;  // taken only within a scope
+    // The last conversion without TZ.
+    inline static std::time_t s_lastTime VEX_GUARDED_BY(s_time) = 0;
+    inline static std::tm s_lastLocal VEX_GUARDED_BY(s_time) = {};
+    inline static BOOL s_bLastFits VEX_GUARDED_BY(s_time) = FALSE;
     // Registered at load time, before any scope can exist.
     [[maybe_unused]] inline static const int s_nForkHandlers = pthread_atfork(BeforeFork, AfterFork, AfterFork);
 };

@@ -89,10 +89,16 @@ public:
         MakeDirectory();
         timeval now = {};
         gettimeofday(&now, nullptr);
-        std::tm local = {};
-        tzset();  // every record checks the time zone
-        localtime_r(&now.tv_sec, &local);
-        // The longest number has 11 characters, the texts of the benchmarks 90.
+        // Without TZ, the time zone is read once in a second.
+        static thread_local std::time_t t_nSecond = 0;
+        static thread_local std::tm t_local = {};
+        if (now.tv_sec != t_nSecond || std::getenv("TZ") != nullptr) {
+            t_nSecond = now.tv_sec;
+            tzset();
+            localtime_r(&t_nSecond, &t_local);
+        }
+        const std::tm& local = t_local;
+        // The longest number has 11 characters, the texts and messages of the benchmarks 90.
         wchar_t szHeader[261];
         wchar_t* pch = szHeader;
         const auto add = [&pch](std::wstring_view text) { pch += text.copy(pch, text.size()); };
@@ -132,17 +138,17 @@ public:
         }
         addNumber(nLine, 1);
         add(L")]: ");
-        const auto szMessage = std::make_unique_for_overwrite<wchar_t[]>(8192);
+        wchar_t szMessage[256];
         va_list arguments;
         va_start(arguments, pszFormat);
-        std::vswprintf(szMessage.get(), 8192, strFormat.c_str(), arguments);
+        std::vswprintf(szMessage, std::size(szMessage), strFormat.c_str(), arguments);
         va_end(arguments);
 
         auto pLine = std::make_unique<FloorLine>();
         const auto nHeader = static_cast<std::size_t>(pch - szHeader);
-        const std::size_t nMessage = std::wcslen(szMessage.get());
+        const std::size_t nMessage = std::wcslen(szMessage);
         pLine->strText.reserve(strType.size() + nHeader + nMessage);
-        pLine->strText.append(strType).append(szHeader, nHeader).append(szMessage.get(), nMessage);
+        pLine->strText.append(strType).append(szHeader, nHeader).append(szMessage, nMessage);
         m_queue.Append(std::move(pLine));
     }
 

@@ -79,7 +79,7 @@ TEST_F(LineFormatTest, EveryPercentSStandsForWideText) {
 }
 
 TEST_F(LineFormatTest, AMessageEndsAt8191Characters) {
-    constexpr size_t kLengths[] = {8190, 8191, 8192, 8193, 20000};
+    constexpr size_t kLengths[] = {254, 255, 256, 257, 8190, 8191, 8192, 8193, 20000};
     const auto messages = MessagesAfter([&] {
         for (const size_t nLength : kLengths) {
             Trace(std::wstring(nLength, L'x'));
