@@ -3,11 +3,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "posix/ForkPhases.h"
@@ -140,6 +143,30 @@ std::string MissingText(const std::string& strPath, const std::string& strName) 
                            : "no module " + strName + " is installed; if it is in another directory, add module-path";
 }
 
+// The first function that the toolkit calls and the module does not have; null if it has all. A module may not leave
+// any out (PKCS #11 2.40 section 5).
+const char* MissingFunction(const CK_FUNCTION_LIST& functions) {
+    const std::pair<const char*, bool> needed[] = {
+        {"C_Initialize", functions.C_Initialize != nullptr},
+        {"C_GetSlotList", functions.C_GetSlotList != nullptr},
+        {"C_GetSlotInfo", functions.C_GetSlotInfo != nullptr},
+        {"C_GetTokenInfo", functions.C_GetTokenInfo != nullptr},
+        {"C_GetMechanismInfo", functions.C_GetMechanismInfo != nullptr},
+        {"C_OpenSession", functions.C_OpenSession != nullptr},
+        {"C_CloseSession", functions.C_CloseSession != nullptr},
+        {"C_Login", functions.C_Login != nullptr},
+        {"C_GetAttributeValue", functions.C_GetAttributeValue != nullptr},
+        {"C_FindObjectsInit", functions.C_FindObjectsInit != nullptr},
+        {"C_FindObjects", functions.C_FindObjects != nullptr},
+        {"C_FindObjectsFinal", functions.C_FindObjectsFinal != nullptr},
+        {"C_SignInit", functions.C_SignInit != nullptr},
+        {"C_Sign", functions.C_Sign != nullptr},
+    };
+    const auto* const pMissing =
+        std::find_if(std::begin(needed), std::end(needed), [](const auto& function) { return !function.second; });
+    return pMissing != std::end(needed) ? pMissing->first : nullptr;
+}
+
 }  // namespace
 
 std::string Pkcs11ResultText(CK_RV rv) {
@@ -248,6 +275,9 @@ Pkcs11Module& Pkcs11Module::Open(const std::string& strPath, const std::string& 
         if (getFunctions == nullptr || getFunctions(&pFunctions) != CKR_OK || pFunctions == nullptr) {
             throw Failure(VCTK_E_TOKEN_MODULE, "it is not a PKCS #11 module: C_GetFunctionList is missing or fails")
                 .About(library.strFile);
+        }
+        if (const char* const pszMissing = MissingFunction(*pFunctions)) {
+            throw Failure(VCTK_E_TOKEN_MODULE, std::string("it has no function ") + pszMissing).About(library.strFile);
         }
         try {
             pModule = new Pkcs11Module(process, pFunctions);

@@ -145,6 +145,41 @@ INSTANTIATE_TEST_SUITE_P(
                VCTK_E_TOKEN_FAILED, "more than 67108864 bytes"}),
     RowName);
 
+struct MissingRow : Row {
+    void (*pfnRemove)(CK_FUNCTION_LIST& functions);
+};
+
+class MissingFunctions : public testing::TestWithParam<MissingRow> {};
+
+TEST_P(MissingFunctions, AreNamedWhenTheModuleIsOpened) {
+    const TempDirectory directory;
+    CK_FUNCTION_LIST functions = *lyingtoken::Functions();
+    GetParam().pfnRemove(functions);
+    EXPECT_FALSE(ToolkitClient("pkcs11:?module-path=" + InstallModule(directory, &functions)).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE);
+    EXPECT_NE(ErrorMessage(nullptr).find("it has no function C_" + GetParam().strName), std::string::npos)
+        << ErrorMessage(nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , MissingFunctions,
+    testing::Values(
+        MissingRow{"Initialize", [](CK_FUNCTION_LIST& functions) { functions.C_Initialize = nullptr; }},
+        MissingRow{"GetSlotList", [](CK_FUNCTION_LIST& functions) { functions.C_GetSlotList = nullptr; }},
+        MissingRow{"GetSlotInfo", [](CK_FUNCTION_LIST& functions) { functions.C_GetSlotInfo = nullptr; }},
+        MissingRow{"GetTokenInfo", [](CK_FUNCTION_LIST& functions) { functions.C_GetTokenInfo = nullptr; }},
+        MissingRow{"GetMechanismInfo", [](CK_FUNCTION_LIST& functions) { functions.C_GetMechanismInfo = nullptr; }},
+        MissingRow{"OpenSession", [](CK_FUNCTION_LIST& functions) { functions.C_OpenSession = nullptr; }},
+        MissingRow{"CloseSession", [](CK_FUNCTION_LIST& functions) { functions.C_CloseSession = nullptr; }},
+        MissingRow{"Login", [](CK_FUNCTION_LIST& functions) { functions.C_Login = nullptr; }},
+        MissingRow{"GetAttributeValue", [](CK_FUNCTION_LIST& functions) { functions.C_GetAttributeValue = nullptr; }},
+        MissingRow{"FindObjectsInit", [](CK_FUNCTION_LIST& functions) { functions.C_FindObjectsInit = nullptr; }},
+        MissingRow{"FindObjects", [](CK_FUNCTION_LIST& functions) { functions.C_FindObjects = nullptr; }},
+        MissingRow{"FindObjectsFinal", [](CK_FUNCTION_LIST& functions) { functions.C_FindObjectsFinal = nullptr; }},
+        MissingRow{"SignInit", [](CK_FUNCTION_LIST& functions) { functions.C_SignInit = nullptr; }},
+        MissingRow{"Sign", [](CK_FUNCTION_LIST& functions) { functions.C_Sign = nullptr; }}),
+    RowName);
+
 TEST_F(LyingTokenTest, ALongSignatureIsRefused) {
     const ToolkitClient client(Uri());
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
