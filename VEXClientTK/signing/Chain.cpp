@@ -79,7 +79,9 @@ public:
                     if (IsRoot(*issuer)) {
                         return longer;
                     }
-                    withoutRoot = withoutRoot.empty() ? longer : withoutRoot;
+                    if (withoutRoot.empty()) {
+                        withoutRoot = longer;
+                    }
                 }
             }
             if (bEnds && withoutRoot.empty() && IsValid(path)) {
