@@ -27,11 +27,8 @@ final class Certificates {
     /** In the form of {@link CertificateInfo#fingerprint}. */
     static String fingerprint(X509Certificate certificate) throws CertificateEncodingException {
         try {
-            StringBuilder digits = new StringBuilder();
-            for (byte b : MessageDigest.getInstance("SHA-256").digest(certificate.getEncoded())) {
-                digits.append(String.format("%02X", b & 0xff));
-            }
-            return digits.toString();
+            byte[] digest = MessageDigest.getInstance("SHA-256").digest(certificate.getEncoded());
+            return Hex.digits(digest, 0, digest.length);
         } catch (NoSuchAlgorithmException e) {
             throw new IllegalStateException("This Java has no SHA-256", e);
         }

@@ -130,9 +130,7 @@ final class Filter {
                     int endOfAttribute = reader.enter(DerReader.SEQUENCE);
                     attributes.append(attributes.length() == 0 ? "" : "+");
                     attributes.append(reader.objectIdentifier()).append("=#");
-                    for (int i = reader.position(); i < endOfAttribute; ++i) {
-                        attributes.append(String.format("%02X", der[i] & 0xff));
-                    }
+                    attributes.append(Hex.digits(der, reader.position(), endOfAttribute));
                     reader.skipTo(endOfAttribute);
                 }
                 relativeNames.addFirst(attributes.toString());

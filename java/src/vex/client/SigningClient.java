@@ -72,25 +72,7 @@ public final class SigningClient implements AutoCloseable {
         content = new ContentSigner(session, selection, digest, stamper);
         choice = new SignerChoice(session, selection, single, digest, stamper);
         // The source may refer to this client, so the reaper does not get it.
-        ticket = Reaper.register(this, new Closing(session, stamps));
-    }
-
-    private static final class Closing implements Runnable {
-        private final Session session;
-        private final StampStore stamps;  // may be null
-
-        private Closing(Session session, StampStore stamps) {
-            this.session = session;
-            this.stamps = stamps;
-        }
-
-        @Override
-        public void run() {
-            session.close();
-            if (stamps != null) {
-                stamps.close();
-            }
-        }
+        ticket = Reaper.register(this, new SigningClientRelease(session, stamps));
     }
 
     /**

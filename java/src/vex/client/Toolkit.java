@@ -32,9 +32,7 @@ final class Toolkit {
 
     /** Whether the URI of a store may have the attribute. */
     static boolean knowsAttribute(String attribute) {
-        String uri = NO_STORE + attribute;
-        Boolean known = ANSWERS.get(uri);
-        return known != null ? known : remember(uri, errorOf(uri) == VCTKError.STORE_NOT_FOUND);
+        return failsWith(VCTKError.STORE_NOT_FOUND, NO_STORE + attribute);
     }
 
     /** Whether {@link #ERRORS_AT_HANDLE} is known. */
@@ -56,9 +54,7 @@ final class Toolkit {
 
     /** Whether {@link #SHARED_STORE} is known. */
     static boolean sharesStores() {
-        String uri = SHARED_STORE + 0;
-        Boolean known = ANSWERS.get(uri);
-        return known != null ? known : remember(uri, errorOf(uri) == VCTKError.INVALID_HANDLE);
+        return failsWith(VCTKError.INVALID_HANDLE, SHARED_STORE + 0);
     }
 
     /**
@@ -79,19 +75,22 @@ final class Toolkit {
         return remember(STAMPS, adds);
     }
 
+    private static boolean failsWith(int error, String uri) {
+        Boolean known = ANSWERS.get(uri);
+        if (known != null) {
+            return known;
+        }
+        long handle = NATIVES.Initialize(null, uri);
+        if (handle == 0) {
+            return remember(uri, NATIVES.GetLastError(0) == error);
+        }
+        NATIVES.Finalize(handle);
+        return remember(uri, false);
+    }
+
     /** Two threads may ask the same at once. A lock would make virtual threads wait while they hold their carriers. */
     private static boolean remember(String uri, boolean known) {
         ANSWERS.put(uri, known);
         return known;
-    }
-
-    /** OK: the store was opened. */
-    private static int errorOf(String uri) {
-        long handle = NATIVES.Initialize(null, uri);
-        if (handle != 0) {
-            NATIVES.Finalize(handle);
-            return VCTKError.OK;
-        }
-        return (int) NATIVES.GetLastError(0);
     }
 }
