@@ -20,7 +20,7 @@ for file in files/packages-1/*.deb; do
     rm -rf next
 done
 javac --release 17 -cp "$build/java/tavclientjni.jar" -d files/classes "$here/operators-day/Service.java"
-cp "$here/operators-day/day" files/
+cp "$here"/operators-day/{machine.sh,day} files/
 chmod -R a+rX files
 
 "$here/operators-day/private-system" "$work/system" "${VEX_TEST_ROOT:-/}" "$work/files" bash /srv/day/day

@@ -18,7 +18,7 @@ rm -rf files/new/_CPack_Packages
 javac --release 17 -cp "$old/build/release/java/tavclientjni.jar" -d files/classes "$here/Service.java"
 g++ -std=c++20 -I"$old/BaseInclude" "$here/Client.cpp" -L"$old/build/release/lib" -lVEXClientTKDll64 -ldl \
     -Wl,-rpath,/usr/lib/jni -o files/client
-cp "$here/day" files/
+cp "$here/../integration/operators-day/machine.sh" "$here/day" files/
 chmod -R a+rX files
 
 "$here/../integration/operators-day/private-system" "$work/system" "${VEX_TEST_ROOT:-/}" "$work/files" bash /srv/day/day
