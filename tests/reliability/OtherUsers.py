@@ -315,7 +315,7 @@ class Test:
 
     def run(self):
         print(f"VEX_TEST_SEED={self.seed}", flush=True)
-        # The first process of its process IDs gets no signal that it has not asked for.
+        # This is process 1 of its namespace, which only gets signals that it handles.
         signal.signal(signal.SIGALRM, lambda *_: fail("something hangs"))
         signal.alarm(int(2 * self.seconds + 600))
         self.store_digest = own_places()

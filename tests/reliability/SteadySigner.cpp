@@ -36,8 +36,8 @@ constexpr long kSignaturesPerRecord = 20;
 std::atomic<long> g_nVerified{0};
 std::atomic<long> g_nFailed{0};
 std::atomic<long> g_nLongest{0};  // microseconds, since the last answer
-std::atomic<long> g_nLines{0};    // that the server has confirmed
-std::atomic<long> g_nLost{0};     // those that it has not
+std::atomic<long> g_nLines{0};    // confirmed by the server
+std::atomic<long> g_nLost{0};     // not confirmed
 std::atomic<bool> g_bEnd{false};
 
 using KeyPtr = std::unique_ptr<EVP_PKEY, decltype([](EVP_PKEY* pKey) { EVP_PKEY_free(pKey); })>;
