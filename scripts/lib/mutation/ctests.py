@@ -111,8 +111,9 @@ def run(test, limit, environment, cases=None):
     seconds = time.monotonic() - begin
     if code is None:
         return Ended(False, False, f"does not end within {limit:.0f} s", seconds, text)
-    # gtest_discover_tests recognises skipped tests by what they print.
-    skipped = code == test.skip_code or (not cases and "[  SKIPPED ]" in text and "[  PASSED  ] 0 tests" in text)
+    # gtest_discover_tests recognises skipped tests by what they print. After a failure GoogleTest skips the others.
+    all_skipped = code == 0 and "[  SKIPPED ]" in text and "[  PASSED  ] 0 tests" in text
+    skipped = code == test.skip_code or (not cases and all_skipped)
     return Ended(code == 0 or skipped, skipped, f"ends with {code}", seconds, text)
 
 

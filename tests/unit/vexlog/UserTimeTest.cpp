@@ -104,6 +104,8 @@ INSTANTIATE_TEST_SUITE_P(
         UserTimeRow{{"Infinity"}, "-infinity", std::nullopt}, UserTimeRow{{"NoSuchMonth"}, "2024-13-04", std::nullopt},
         UserTimeRow{{"NoSuchDay"}, "2023-02-29", std::nullopt}, UserTimeRow{{"LeapDay"}, "2024-02-29", At(2024, 2, 29)},
         UserTimeRow{{"NoSuchHour"}, "24:00", std::nullopt}, UserTimeRow{{"NoFraction"}, "08:09:10.", std::nullopt},
+        UserTimeRow{{"NoSecond"}, "08:09:", std::nullopt}, UserTimeRow{{"LongSecond"}, "08:09:100", std::nullopt},
+        UserTimeRow{{"SecondIsNoNumber"}, "08:09:.5", std::nullopt},
         UserTimeRow{{"ShortDate"}, "2024-3-4 8:9:1", At(2024, 3, 4, 8, 9, 1)},
         UserTimeRow{{"ThreeDigits"}, "2024-003-04", std::nullopt}, UserTimeRow{{"NoDigit"}, "2024--04", std::nullopt},
         UserTimeRow{{"ShortYear"}, "24-03-04", std::nullopt}, UserTimeRow{{"HourAlone"}, "2024-03-04 08", std::nullopt},
