@@ -59,6 +59,10 @@ class Results:
 
 # Seconds of the tests that run in one process, as recorded with one process each.
 CHUNK = 4.0
+# Seconds from which a test is slow.
+SLOW = 5.0
+# Slow tests that have passed without a mutant in this run.
+PASSED = {}
 
 
 def chunks_of(tests):
@@ -125,7 +129,18 @@ def try_mutant(number, reaching, budget):
 
 def is_confirmed(test, seconds, number):
     again = ctests.run(test, limit_of(seconds), {"VEX_MUTANT": str(number)})
-    return not again.passed and ctests.run(test, limit_of(seconds), {}).passed
+    passes = passes_once if seconds > SLOW else ctests.run
+    return not again.passed and passes(test, limit_of(seconds), {}).passed
+
+
+def passes_once(test, limit, environment):
+    """Runs a slow test without a mutant, but not once more after it has passed."""
+    if test.name not in PASSED:
+        ended = ctests.run(test, limit, environment)
+        if not ended.passed:
+            return ended
+        PASSED[test.name] = ended
+    return PASSED[test.name]
 
 
 def run(mutants, reach, results, jobs, budget, again):
