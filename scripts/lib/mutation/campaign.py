@@ -44,6 +44,11 @@ class Results:
             return None
         return Verdict(row["verdict"] == "found", row["test"], row["how"], int(row["tests"]))
 
+    def finders(self, file):
+        """The names of the tests that found other mutants of the file."""
+        with self.lock:
+            return {row["test"] for key, row in self.rows.items() if row["test"] and key.startswith(f"{file} | ")}
+
     def put(self, mutant, verdict):
         with self.lock:
             self.rows[mutant.key()] = {"key": mutant.key(), "source": self.source_of(mutant),
@@ -78,23 +83,27 @@ def chunks_of(tests):
     return chunks
 
 
-def groups_of(reaching, budget):
+def groups_of(reaching, budget, finders):
     """The tests in the order in which they run: tests of one GoogleTest program together, quick and special ones first.
 
-    A test that executes few mutants is more likely to be about this one. The budget limits the time of all groups
-    except the first.
+    Quick tests that found other mutants of the file come before all others. A test that executes few mutants is more
+    likely to be about this one. The budget limits the time of all groups except the first.
     """
     programs = {}
     for test, seconds, reached in reaching:
         own = test.case is None or seconds > 3 or test.environment
-        programs.setdefault(test.name if own else test.program, []).append((test, seconds, reached))
+        known = test.name in finders and seconds < SLOW
+        programs.setdefault((known, test.name if own else test.program), []).append((test, seconds, reached))
 
-    def cost(group):
-        return sum((seconds + 0.02) * (reached + 5) for _, seconds, reached in group) / len(group) ** 0.5
+    def cost(pair):
+        known, group = pair
+        time = sum((seconds + 0.02) * (reached + 5) for _, seconds, reached in group) / len(group) ** 0.5
+        return not known, time
 
     spent = 0.0
     ordered = []
-    for group in sorted((chunk for tests in programs.values() for chunk in chunks_of(tests)), key=cost):
+    chunks = [(known, chunk) for (known, _), tests in programs.items() for chunk in chunks_of(tests)]
+    for _, group in sorted(chunks, key=cost):
         time = sum(seconds for _, seconds, _ in group)
         if ordered and spent + time > budget:
             continue
@@ -108,10 +117,10 @@ def limit_of(seconds):
     return 6 + 6 * seconds
 
 
-def try_mutant(number, reaching, budget):
+def try_mutant(number, reaching, budget, finders):
     """Whether a test finds the mutant. A failure counts if it can be repeated and goes away without the mutant."""
     ran = 0
-    for group in groups_of(reaching, budget):
+    for group in groups_of(reaching, budget, finders):
         left = {test.case or test.name: (test, seconds) for test, seconds, _ in group}
         while left:
             first = next(iter(left.values()))[0]
@@ -152,7 +161,7 @@ def run(mutants, reach, results, jobs, budget, again):
         number, mutant = pair
         verdict = results.get(mutant)
         if verdict is None or (again and not verdict.found):
-            verdict = try_mutant(number, reach.tests_of(number), budget)
+            verdict = try_mutant(number, reach.tests_of(number), budget, results.finders(mutant.file))
             results.put(mutant, verdict)
             with lock:
                 done.append(mutant)
