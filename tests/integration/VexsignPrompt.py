@@ -42,6 +42,12 @@ assert pin.encode() not in shown, shown
 status, shown = run(b"something else\n")
 assert os.waitstatus_to_exitcode(status) == 1 and b"error 1108" in shown, (status, shown)
 
+# Control-D ends the input, also behind some characters.
+for typed in (b"\x04", pin.encode() + b"\x04\x04"):
+    status, shown = run(typed)
+    assert os.waitstatus_to_exitcode(status) == 1, (status, shown)
+    assert b"no PIN was given; type it and press Enter" in shown and pin.encode() not in shown, shown
+
 # Control-C ends the program like the signal.
 status, shown = run(b"\x03")
 assert os.WIFSIGNALED(status) and os.WTERMSIG(status) == signal.SIGINT, (status, shown)

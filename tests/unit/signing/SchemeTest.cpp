@@ -4,6 +4,7 @@
 
 #include <tuple>
 
+#include "KnownText.h"
 #include "Row.h"
 #include "TestStore.h"
 #include "ToolkitClient.h"
@@ -321,6 +322,7 @@ TEST_P(SchemeRefused, WithTheReason) {
                                  : client.SignP7(strInput, unfit.nForm, strCall == "detached" ? 1 : 0, 1));
     EXPECT_EQ(client.LastError(), unfit.nError);
     EXPECT_NE(client.Message().find(unfit.pszWords), std::string::npos) << client.Message();
+    ExpectKnownText(VEX_KNOWN_TEXTS "/Schemes.txt", unfit.strName, client.Message());
 }
 
 const std::string kTooLongForRsa = "A" + std::string(327, 'A');  // 246 bytes
