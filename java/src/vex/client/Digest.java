@@ -48,9 +48,10 @@ public enum Digest {
 
     /** Null: the name is unknown. Reads the toolkit's and Java's ways to spell a name. */
     static Digest of(String name) {
-        String wanted = plain(name).replaceFirst("^SHA2(?=(224|256|384|512))", "SHA");
+        String wanted = plain(name);
         for (Digest digest : values()) {
-            if (plain(digest.text).equals(wanted)) {
+            // Java also has SHA2-256 for SHA-256.
+            if (wanted.equals(plain(digest.text)) || wanted.equals(plain(digest.text.replace("SHA-", "SHA2-")))) {
                 return digest;
             }
         }
@@ -82,7 +83,7 @@ public enum Digest {
     }
 
     private static String plain(String name) {
-        return name.toUpperCase(Locale.ROOT).replaceAll("[-/]", "");
+        return name.toUpperCase(Locale.ROOT).replace("-", "").replace("/", "");
     }
 
     /** Returns the name as {@link MessageDigest} spells it, for example {@code SHA-256}. */

@@ -9,7 +9,6 @@ import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.nio.file.attribute.FileAttribute;
 import java.nio.file.attribute.PosixFilePermissions;
-import java.util.regex.Pattern;
 
 /**
  * Loads the native library: from the path in the system property {@code vex.jni.library}, else from
@@ -78,7 +77,7 @@ final class LibraryLoader {
 
     /** The path of the library in one of the directories; null if none has it. */
     private static String find(String directories) {
-        for (String directory : directories.split(Pattern.quote(File.pathSeparator))) {
+        for (String directory : directories.split(File.pathSeparator)) {
             File file = new File(directory.isEmpty() ? "." : directory, BRIDGE);
             if (file.exists()) {
                 return file.getAbsolutePath();
