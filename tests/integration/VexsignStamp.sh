@@ -360,6 +360,9 @@ says 'http://127.0.0.1:1/'
 [ ! -s out ] || fail "a signature without a time stamp"
 expect 1 "$vexsign" stamp letter.txt "${tsa[@]}"
 says 'letter.txt: it is no P7 signature'
+printf 'MIME-Version: 1.0\n' >message
+expect 1 "$vexsign" stamp message "${tsa[@]}"
+says 'message: it is an S/MIME message; give what "openssl cms -cmsout -outform DER" makes of it'
 expect 1 "$vexsign" stamp missing "${tsa[@]}"
 says 'missing: No such file'
 expect 1 "$vexsign" stamp plain.der --tsa "$good" --tsa-ca letter.txt

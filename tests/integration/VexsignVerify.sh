@@ -116,6 +116,11 @@ for option in -nodetach ''; do
     openssl cms -cmsout -outform DER -in message -out message.der
     expect 0 "$vexsign" verify message.der letter.txt --ca root.crt
 done
+openssl x509 -in root.crt -trustout -out trusted.pem
+expect 1 "$vexsign" verify sig.pem letter.txt --ca trusted.pem
+says 'trusted.pem: it is a certificate with trust settings of OpenSSL; give the file that "openssl x509" makes of it'
+openssl x509 -in trusted.pem -out plain.pem
+expect 0 "$vexsign" verify sig.pem letter.txt --ca plain.pem
 for form in PEM DER; do
     openssl crl2pkcs7 -nocrl -certfile root.crt -outform $form -out bundle.p7b
     expect 1 "$vexsign" verify sig.pem letter.txt --ca bundle.p7b

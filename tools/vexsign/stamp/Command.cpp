@@ -59,8 +59,11 @@ std::string Encoded(std::string bytes, const verify::SignatureFile& like) {
 void Run(const Options& options) {
     RefuseDangerousOutput(options);
     const std::string strName = tools::ShownName(options.strSignature, "standard input");
-    const std::optional<verify::SignatureFile> signature =
-        verify::ParseSignatureFile(verify::ReadWhole(options.strSignature, verify::kMostSignatureFile));
+    std::string strFile = verify::ReadWhole(options.strSignature, verify::kMostSignatureFile);
+    if (const char* const pszAdvice = verify::AdviceAboutMessage(strFile)) {
+        throw std::runtime_error(strName + ": " + pszAdvice);
+    }
+    const std::optional<verify::SignatureFile> signature = verify::ParseSignatureFile(std::move(strFile));
     if (!signature || verify::KindOf(signature->strBytes) != verify::Kind::kP7) {
         throw std::runtime_error(strName +
                                  ": it is no P7 signature (CMS SignedData); a bare signature has no place for a "
@@ -74,8 +77,8 @@ void Run(const Options& options) {
     } catch (const vextimestamp::Fault& fault) {
         throw std::runtime_error(strName + ": " + fault.what());
     }
-    const std::string strFile = Encoded(std::move(stamped), *signature);
-    WriteOutputs({{options.strOutput, {strFile}}});
+    const std::string strOutput = Encoded(std::move(stamped), *signature);
+    WriteOutputs({{options.strOutput, {strOutput}}});
 }
 
 }  // namespace vexsign::stamp

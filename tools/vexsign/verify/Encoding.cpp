@@ -16,6 +16,9 @@ constexpr std::string_view kPemBegin = "-----BEGIN ";
 constexpr const char* kBundle =
     "it is a bundle of certificates (PKCS #7); give the file that \"openssl pkcs7 -print_certs\" makes of it";
 
+constexpr const char* kTrustedCertificate =
+    "it is a certificate with trust settings of OpenSSL; give the file that \"openssl x509\" makes of it";
+
 struct PemBlock {
     std::string strLabel;
     std::string strBytes;
@@ -74,9 +77,13 @@ bool IsPem(std::string_view file) {
 CertificatesPtr ReadPemCertificates(std::string_view text) {
     CertificatesPtr certificates = NewCertificates();
     const BioPtr bio = MemoryBio(text);
-    bool bBundle = false;
+    const char* pszReason = "there is PEM in it, but no certificate";
     while (const std::optional<PemBlock> block = NextBlock(bio.get())) {
-        bBundle = bBundle || block->strLabel == PEM_STRING_PKCS7;
+        if (block->strLabel == PEM_STRING_PKCS7) {
+            pszReason = kBundle;
+        } else if (block->strLabel == PEM_STRING_X509_TRUSTED) {
+            pszReason = kTrustedCertificate;
+        }
         if (block->strLabel != PEM_STRING_X509 && block->strLabel != PEM_STRING_X509_OLD) {
             continue;
         }
@@ -88,7 +95,7 @@ CertificatesPtr ReadPemCertificates(std::string_view text) {
         AddCertificate(certificates.get(), certificate.get());
     }
     if (sk_X509_num(certificates.get()) == 0) {
-        throw std::runtime_error(bBundle ? kBundle : "there is PEM in it, but no certificate");
+        throw std::runtime_error(pszReason);
     }
     return certificates;
 }
@@ -123,6 +130,12 @@ std::optional<SignatureFile> ParseSignatureFile(std::string file) {
 std::optional<std::string> DecodeSignature(std::string file) {
     std::optional<SignatureFile> parsed = ParseSignatureFile(std::move(file));
     return parsed ? std::optional(std::move(parsed->strBytes)) : std::nullopt;
+}
+
+const char* AdviceAboutMessage(std::string_view file) {
+    return file.starts_with("MIME-Version:") || file.starts_with("Content-Type:")
+               ? "it is an S/MIME message; give what \"openssl cms -cmsout -outform DER\" makes of it"
+               : nullptr;
 }
 
 Kind KindOf(std::string_view bytes) {

@@ -29,6 +29,10 @@ std::optional<SignatureFile> ParseSignatureFile(std::string file);
 // Only the bytes.
 std::optional<std::string> DecodeSignature(std::string file);
 
+// For the user who gives such a message, as "openssl cms -sign" writes it without -outform: what to give in its place.
+// Null for every other file.
+const char* AdviceAboutMessage(std::string_view file);
+
 // P7 begins with a sequence whose first element is an object identifier. No P1 does: ECDSA begins with a number, and
 // RSA and EdDSA have no form.
 Kind KindOf(std::string_view bytes);

@@ -1,7 +1,7 @@
 #include "Verification.h"
 
 #include <optional>
-#include <string_view>
+#include <utility>
 
 #include "BareSignature.h"
 #include "Encoding.h"
@@ -10,22 +10,12 @@
 
 namespace vexsign::verify {
 
-namespace {
-
-// As "openssl cms -sign" writes it without -outform.
-bool IsMessage(std::string_view file) {
-    return file.starts_with("MIME-Version:") || file.starts_with("Content-Type:");
-}
-
-}  // namespace
-
 Report Verify(std::string file, const Settings& settings, const Reader* pContent) {
     Report report;
     report.trust = settings.trust;
     report.strMoment = TextOf(settings.nMoment);
-    if (IsMessage(file)) {
-        report.Fail(check::kForm,
-                    "it is an S/MIME message; give what \"openssl cms -cmsout -outform DER\" makes of it");
+    if (const char* const pszAdvice = AdviceAboutMessage(file)) {
+        report.Fail(check::kForm, pszAdvice);
         return report;
     }
     const std::optional<std::string> bytes = DecodeSignature(std::move(file));
