@@ -4,6 +4,7 @@ import concurrent.futures
 import csv
 import dataclasses
 import hashlib
+import json
 import threading
 
 from . import ctests
@@ -17,6 +18,7 @@ class Verdict:
     test: str = ""
     how: str = ""
     tests: int = 0  # how many tests executed the mutant and were run
+    passed: list = dataclasses.field(default_factory=list)  # the names of those that passed
 
 
 class Results:
@@ -28,6 +30,9 @@ class Results:
         self.lock = threading.Lock()
         self.rows = {}
         self.digests = {}
+        self.passed_path = path.with_name("passed.json")
+        # By the key of each survivor: the tests that passed, and the state of their programs.
+        self.passed = json.loads(self.passed_path.read_text(encoding="utf-8")) if self.passed_path.exists() else {}
         if path.exists():
             with path.open(newline="", encoding="utf-8") as file:
                 for row in csv.DictReader(file, delimiter="\t"):
@@ -49,6 +54,20 @@ class Results:
         with self.lock:
             return {row["test"] for key, row in self.rows.items() if row["test"] and key.startswith(f"{file} | ")}
 
+    def passed_with(self, mutant):
+        """The tests that passed with the mutant, and the state of their programs."""
+        with self.lock:
+            kept = self.passed.get(mutant.key(), {})
+            return kept.get("tests", {}) if kept.get("source") == self.source_of(mutant) else {}
+
+    def put_passed(self, mutant, states):
+        with self.lock:
+            kept = self.passed.setdefault(mutant.key(), {})
+            if kept.get("source") != self.source_of(mutant):
+                kept.update(source=self.source_of(mutant), tests={})
+            kept["tests"].update(states)
+            self.passed_path.write_text(json.dumps(self.passed), encoding="utf-8")
+
     def put(self, mutant, verdict):
         with self.lock:
             self.rows[mutant.key()] = {"key": mutant.key(), "source": self.source_of(mutant),
@@ -62,7 +81,7 @@ class Results:
             temporary.replace(self.path)
 
 
-# Seconds of the tests that run in one process, as recorded with one process each.
+# Seconds of the tests that run in one process.
 CHUNK = 4.0
 # Seconds from which a test is slow.
 SLOW = 5.0
@@ -70,16 +89,23 @@ SLOW = 5.0
 PASSED = {}
 
 
+def time_of(tests):
+    """The seconds of tests in one process. They were recorded with one process each, of which the quickest test shows
+    how long it takes to start."""
+    start = min((seconds for _, seconds, _ in tests), default=0.0)
+    return start + sum(seconds - start for _, seconds, _ in tests)
+
+
 def chunks_of(tests):
     """Splits the tests of one program, quick ones first, so that slow ones run only if the quick ones find nothing."""
     chunks = []
-    room = 0.0
+    start = room = 0.0
     for entry in sorted(tests, key=lambda entry: entry[1]):
-        if entry[1] > room:
+        if not chunks or entry[1] - start > room:
             chunks.append([])
-            room = CHUNK
+            start, room = entry[1], CHUNK
         chunks[-1].append(entry)
-        room -= entry[1]
+        room -= entry[1] - start
     return chunks
 
 
@@ -97,14 +123,13 @@ def groups_of(reaching, budget, finders):
 
     def cost(pair):
         known, group = pair
-        time = sum((seconds + 0.02) * (reached + 5) for _, seconds, reached in group) / len(group) ** 0.5
-        return not known, time
+        return not known, time_of(group) * (min(reached for _, _, reached in group) + 5)
 
     spent = 0.0
     ordered = []
     chunks = [(known, chunk) for (known, _), tests in programs.items() for chunk in chunks_of(tests)]
     for _, group in sorted(chunks, key=cost):
-        time = sum(seconds for _, seconds, _ in group)
+        time = time_of(group)
         if ordered and spent + time > budget:
             continue
         spent += time
@@ -120,6 +145,7 @@ def limit_of(seconds):
 def try_mutant(number, reaching, budget, finders):
     """Whether a test finds the mutant. A failure counts if it can be repeated and goes away without the mutant."""
     ran = 0
+    passed = []
     for group in groups_of(reaching, budget, finders):
         left = {test.case or test.name: (test, seconds) for test, seconds, _ in group}
         while left:
@@ -128,12 +154,13 @@ def try_mutant(number, reaching, budget, finders):
             ended = ctests.run(first, limit, {"VEX_MUTANT": str(number)}, list(left) if len(left) > 1 else None)
             if ended.passed:
                 ran += len(left)
+                passed += [test.name for test, _ in left.values()]
                 break
             test, seconds = left.pop(ctests.failed_case(ended.output, left))
             ran += 1
             if is_confirmed(test, seconds, number):
                 return Verdict(True, test.name, ended.how, ran)
-    return Verdict(False, tests=ran)
+    return Verdict(False, tests=ran, passed=passed)
 
 
 def is_confirmed(test, seconds, number):
@@ -153,7 +180,8 @@ def passes_once(test, limit, environment):
 
 
 def run(mutants, reach, results, jobs, budget, again):
-    """Pairs of mutant and verdict. Mutants with a verdict are not run again, except survivors on request."""
+    """Pairs of mutant and verdict. Mutants with a verdict are not run again, except survivors on request: with the
+    tests that are new, have changed or did not run."""
     lock = threading.Lock()
     done = []
 
@@ -161,13 +189,23 @@ def run(mutants, reach, results, jobs, budget, again):
         number, mutant = pair
         verdict = results.get(mutant)
         if verdict is None or (again and not verdict.found):
-            verdict = try_mutant(number, reach.tests_of(number), budget, results.finders(mutant.file))
+            passed = results.passed_with(mutant)
+            tests = reach.tests_of(number)
+            left = [entry for entry in tests if passed.get(entry[0].name) != reach.state_of(entry[0])]
+            verdict = try_mutant(number, left, budget, results.finders(mutant.file))
+            verdict.tests += len(tests) - len(left)
             results.put(mutant, verdict)
+            if not verdict.found:
+                results.put_passed(mutant, {name: reach.state_of(reach.tests[name]) for name in verdict.passed})
             with lock:
                 done.append(mutant)
                 word = f"found by {verdict.test} ({verdict.how})" if verdict.found else "SURVIVED"
                 print(f"[{len(done)}] {mutant.key()} (line {mutant.line}): {word}", flush=True)
         return mutant, verdict
 
+    def quickest(pair):
+        return min((seconds for _, seconds, _ in reach.tests_of(pair[0])), default=0.0)
+
+    # Those that only slow tests can find come last.
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        return list(pool.map(one, mutants))
+        return list(pool.map(one, sorted(mutants, key=quickest)))
