@@ -45,6 +45,26 @@ AlgorithmPtr Rc2(int cIterations) {
     return AlgorithmPtr(PKCS5_pbe_set(NID_pbe_WithSHA1And40BitRC2_CBC, cIterations, nullptr, 0));
 }
 
+// PBKDF2 repeats all iterations for each block of a longer key.
+AlgorithmPtr WithKeyLength(int cIterations, int cbKey) {
+    const std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>> both(PBE2PARAM_new());
+    X509_ALGOR_free(both->keyfunc);
+    both->keyfunc = PKCS5_pbkdf2_set(cIterations, nullptr, 0, NID_hmacWithSHA256, cbKey);
+    X509_ALGOR_set0(both->encryption, OBJ_nid2obj(NID_aes_256_cbc), V_ASN1_UNDEF, nullptr);
+    AlgorithmPtr algorithm(X509_ALGOR_new());
+    X509_ALGOR_set0(algorithm.get(), OBJ_nid2obj(NID_pbes2), V_ASN1_SEQUENCE,
+                    ASN1_item_pack(both.get(), ASN1_ITEM_rptr(PBE2PARAM), nullptr));
+    return algorithm;
+}
+
+AlgorithmPtr LongestUsualKey(int cIterations) {
+    return WithKeyLength(cIterations, 64);
+}
+
+AlgorithmPtr LongerKey(int cIterations) {
+    return WithKeyLength(cIterations / 5, 5 * 16);
+}
+
 // N * r * p blocks.
 constexpr int kScryptN = 128;
 AlgorithmPtr Scrypt(int cBlocks) {
@@ -83,7 +103,8 @@ TEST_P(DerivationLimit, IsTenMillion) {
 
 INSTANTIATE_TEST_SUITE_P(, DerivationLimit,
                          testing::Values(Algorithm{"Pbes2", Pbes2}, Algorithm{"Pbes1", Pbes1}, Algorithm{"Rc2", Rc2},
-                                         Algorithm{"Scrypt", Scrypt, kScryptN}),
+                                         Algorithm{"LongestUsualKey", LongestUsualKey},
+                                         Algorithm{"LongerKey", LongerKey, 5}, Algorithm{"Scrypt", Scrypt, kScryptN}),
                          RowName);
 
 TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {

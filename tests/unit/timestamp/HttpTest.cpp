@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -70,6 +71,22 @@ TEST(Http, SaysThatAHostIsUnknown) {
 TEST(Http, SaysThatNobodyListens) {
     const SilentPort port(SilentPort::Kind::kRefusing);
     EXPECT_THAT(FaultOf([&] { ExchangeWith(UrlOf(port.Port())); }), testing::HasSubstr("Connection refused"));
+}
+
+TEST(Http, SaysThatThereAreTooManyOpenFiles) {
+    const SilentPort port(SilentPort::Kind::kRefusing);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::string strFault;
+    try {
+        ExchangeWith(UrlOf(port.Port()));
+    } catch (const Fault& fault) {
+        strFault = fault.what();
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_THAT(strFault, testing::HasSubstr("there is no connection: Too many open files"));
 }
 
 struct PeerRow : Row {

@@ -236,7 +236,9 @@ TEST_F(OwnersOfSockets, TextsNameTheProcess) {
     EXPECT_EQ(HolderText(unknown), "a process of user 4712");
     EXPECT_EQ(vexfiled::HoldersText({unknown, own, listening}), "2 by " + strProcess + ", 1 by a process of user 4712");
     EXPECT_EQ(vexfiled::HoldersText({{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}}).find("others"), std::string::npos);
-    EXPECT_TRUE(vexfiled::HoldersText({{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 0}}).ends_with(", and others"));
+    EXPECT_EQ(vexfiled::HoldersText({{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 0}, {1, 0}}),
+              "2 by a process of user 1, 1 by a process of user 6, 1 by a process of user 5, 1 by a process of user 4, "
+              "1 by a process of user 3, and others");
 }
 
 }  // namespace

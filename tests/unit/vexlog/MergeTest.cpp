@@ -68,6 +68,9 @@ INSTANTIATE_TEST_SUITE_P(
         MergeRow{{"OneTimeTooEarly"},
                  {Record("a", 1) + Record("c", 3) + Record("d", 0) + Record("f", 5), Record("b", 2) + Record("e", 4)},
                  "acdbef"},
+        MergeRow{{"ALaterTimeTooEarlyMovesNothing"},
+                 {Record("a", 1) + Record("c", 3) + Record("e", 5) + Record("x", 0), Record("b", 2) + Record("d", 4)},
+                 "abcexd"},
         MergeRow{{"MinimalLogger"}, {Minimal("b", 2) + Minimal("d", 4), Record("a", 1) + Record("c", 3)}, "abcd"}),
     RowName);
 

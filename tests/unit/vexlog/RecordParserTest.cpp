@@ -198,6 +198,10 @@ std::vector<LogRow> Rows() {
         {{"MinimalInARecordsHeader"},
          Log({"[INFO] " + kFields + "sr", kMinimalCore + "[INFO]one\n", std::string(kEnd), Whole("two")}),
          {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 sr-():  (torn)", kMinimalOne, kTwo}},
+        {{"MinimalInPlaceOfARecordsSource"},
+         Log({"[INFO] " + kFields.substr(0, kFields.size() - 1), kMinimalCore + "[INFO]one\n", std::string(kEnd),
+              Whole("two")}),
+         {"record INFO P4711 T-12 2024-03-05T09:07:02.048213 -():  (torn)", kMinimalOne, kTwo}},
         {{"MinimalBehindACutRecord"},
          Log({Entry("one") + "\r\n", kMinimalCore + "[INFO]one\n", Whole("two")}),
          {kOne, kMinimalOne, kTwo}},
@@ -402,6 +406,16 @@ TEST(RecordParserFlushTest, TheRestOfALineEndIsNoEntry) {
     parser.Feed("\r\n\r\n\r\n" + Entry("one") + "\r\n");
     parser.Finish();
     EXPECT_THAT(collector.lines, testing::ElementsAre(kOne, kTwo, "empty 1", kOne));
+}
+
+// One more empty line than a record's end has is no entry without text.
+TEST(RecordParserFlushTest, TheRestOfALineEndIsNoHalfOfAnEntry) {
+    Collector collector;
+    vexlog::RecordParser parser(collector);
+    parser.Feed(Entry("one") + "\r\n");
+    parser.Flush();
+    parser.Feed("\r\n\r\n" + Whole("two"));
+    EXPECT_THAT(collector.lines, testing::ElementsAre(kOne, kTwo));
 }
 
 // The rest of a message may be written after the reader has found the file quiet.

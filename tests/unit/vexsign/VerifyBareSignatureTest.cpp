@@ -181,7 +181,12 @@ TEST(VerifyBare, NeedsCertificateAndContent) {
     EXPECT_FALSE(Verify(strSignature, settings, nullptr).IsGood());
     EXPECT_EQ(FailuresOf(Verify("", settings, &reader)), "form");
     AddSigner(CertificatesOf("rsa"), settings);
-    EXPECT_EQ(FailuresOf(Verify(strSignature, settings, &reader)), "certificate");
+    const Report report = Verify(strSignature, settings, &reader);
+    EXPECT_EQ(FailuresOf(report), "certificate");
+    // Neither of the two is taken for the signer.
+    ASSERT_EQ(report.signers.size(), 1U);
+    EXPECT_FALSE(report.signers[0].certificate);
+    EXPECT_EQ(report.signers[0].checks.size(), 1U);
 }
 
 // The issuers' certificates in the file of the signer's are used, but not trusted.

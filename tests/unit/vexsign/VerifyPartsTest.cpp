@@ -115,6 +115,20 @@ TEST(VerifyEncoding, ReadsCertificates) {
                                       ReadWholeFile(world.File("root.key")), strPem + strPem.substr(0, 100)}) {
         EXPECT_THROW(count(strBad), std::runtime_error) << strBad.size();
     }
+    const auto fault = [](const std::string& strFile) -> std::string {
+        try {
+            ReadCertificates(strFile, "name");
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    };
+    const std::string strDamaged = "-----BEGIN CERTIFICATE-----\nMAAwAA==\n-----END CERTIFICATE-----\n";
+    EXPECT_TRUE(fault(strDamaged).starts_with("name: certificate 1 is damaged: ")) << fault(strDamaged);
+    EXPECT_TRUE(fault(strPem + strDamaged).starts_with("name: certificate 2 is damaged: "))
+        << fault(strPem + strDamaged);
+    EXPECT_EQ(fault(ReadWholeFile(world.File("root.key"))), "name: there is PEM in it, but no certificate");
+    EXPECT_EQ(fault("x"), "name: it is no certificate in PEM, DER or Base64");
 }
 
 TEST(VerifyTime, IsReadAndWritten) {

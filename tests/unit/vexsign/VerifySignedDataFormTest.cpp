@@ -1,6 +1,7 @@
 // What vexsign verify accepts as a P7: nothing that is cut or changed, and everything that openssl makes.
 #include <gtest/gtest.h>
 
+#include "KnownReports.h"
 #include "VerifyWorld.h"
 #include "vexsign/verify/Verification.h"
 
@@ -15,6 +16,7 @@ TEST(VerifySignedDataForm, RefusesASignatureWithoutSigner) {
         const Report report =
             Verify(MakeSignedData({}, {SignerOf("ec").certificate.get()}, pContent), SettingsFor(""), nullptr);
         EXPECT_EQ(FailuresOf(report), "form");
+        ExpectKnownReport(report, "SignedData.txt");
         EXPECT_FALSE(report.IsGood());
         EXPECT_TRUE(report.signers.empty());
     }
