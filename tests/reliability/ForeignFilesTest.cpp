@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <jni.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,10 +25,10 @@
 #include "ChildProcess.h"
 #include "FakeJniEnv.h"
 #include "LogIdle.h"
+#include "Obstacles.h"
 #include "OwnMounts.h"
 #include "PipeLog.h"
 #include "Row.h"
-#include "SocketFile.h"
 #include "TempDirectory.h"
 #include "Users.h"
 #include "WriteLog.h"
@@ -40,7 +39,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kRefused = 77;  // exit status of a child that lacks the rights for its preparations
-constexpr const char* kVictim = "another's text";
 
 // Signs in all four ways with the user's demo store. False when it cannot be opened.
 bool Sign() {
@@ -158,94 +156,6 @@ protected:
 
     const TempDirectory m_directory;
 };
-
-// ---- Obstacles ----
-
-// Puts an obstacle at strPath; strOther is the name of its target. Returns a descriptor that the test must keep open,
-// or -1.
-struct Obstacle : Row {
-    std::function<int(const std::string& strPath, const std::string& strOther)> fnMake;
-    bool bNeedsRoot = false;
-};
-
-int MakeFile(const std::string& strPath, mode_t mode) {
-    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    const std::string_view text(kVictim);
-    EXPECT_EQ(write(nFile, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    EXPECT_EQ(fchmod(nFile, mode), 0);
-    close(nFile);
-    return -1;
-}
-
-std::vector<Obstacle> Obstacles() {
-    return {
-        {{"SymbolicLink"},
-         [](const std::string& strPath, const std::string& strOther) {
-             MakeFile(strOther, 0666);
-             fs::create_symlink(strOther, strPath);
-             return -1;
-         }},
-        {{"LinkToNothing"},
-         [](const std::string& strPath, const std::string& strOther) {
-             fs::create_symlink(strOther, strPath);
-             return -1;
-         }},
-        {{"HardLink"},
-         [](const std::string& strPath, const std::string& strOther) {
-             MakeFile(strOther, 0666);
-             fs::create_hard_link(strOther, strPath);
-             return -1;
-         }},
-        {{"Pipe"},
-         [](const std::string& strPath, const std::string&) {
-             EXPECT_EQ(mkfifo(strPath.c_str(), 0666), 0);
-             return -1;
-         }},
-        {{"PipeWithReader"},
-         [](const std::string& strPath, const std::string&) {
-             EXPECT_EQ(mkfifo(strPath.c_str(), 0666), 0);
-             EXPECT_EQ(chmod(strPath.c_str(), 0666), 0);
-             return open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-         }},
-        {{"Directory"},
-         [](const std::string& strPath, const std::string&) {
-             fs::create_directory(strPath);
-             fs::permissions(strPath, fs::perms(0777));
-             return -1;
-         }},
-        {{"Socket"},
-         [](const std::string& strPath, const std::string&) {
-             const int nSocket = MakeSocket(strPath);
-             fs::permissions(strPath, fs::perms(0777));
-             return nSocket;
-         }},
-        {{"SomebodyElses"},
-         [](const std::string& strPath, const std::string&) { return MakeFile(strPath, 0600); },
-         true},
-        {{"SomebodyElsesForAll"},
-         [](const std::string& strPath, const std::string&) {
-             MakeFile(strPath, 0666);
-             EXPECT_EQ(lchown(strPath.c_str(), kSomebodyElse, kSomebodyElse), 0);
-             return -1;
-         },
-         true},
-        {{"ForNobody"}, [](const std::string& strPath, const std::string&) { return MakeFile(strPath, 0); }},
-    };
-}
-
-// Checks that nothing was sent to the obstacle's descriptor.
-void ExpectNothingReceived(int nDescriptor) {
-    if (nDescriptor < 0) {
-        return;
-    }
-    struct stat status {};
-    char ch = 0;
-    if (fstat(nDescriptor, &status) == 0 && S_ISSOCK(status.st_mode)) {
-        EXPECT_LT(accept4(nDescriptor, nullptr, nullptr, SOCK_CLOEXEC), 0);
-    } else {
-        EXPECT_LE(read(nDescriptor, &ch, 1), 0);
-    }
-}
 
 // ---- The table ----
 

@@ -3,8 +3,6 @@ package vex.client;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -18,7 +16,6 @@ import java.security.PrivateKey;
 import java.security.Signature;
 import java.security.SignatureException;
 import java.security.cert.X509Certificate;
-import java.util.Arrays;
 import java.util.Base64;
 import java.util.List;
 import java.util.Map;
@@ -40,9 +37,6 @@ import org.bouncycastle.cms.SignerInformation;
 import org.bouncycastle.cms.SimpleAttributeTableGenerator;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoGeneratorBuilder;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
-import org.bouncycastle.tsp.TSPAlgorithms;
-import org.bouncycastle.tsp.TimeStampRequest;
-import org.bouncycastle.tsp.TimeStampRequestGenerator;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
@@ -62,7 +56,7 @@ import vex.jni.TestStore;
 import vex.jni.Together;
 import vex.jni.VCTKError;
 
-/** CMS signatures with time stamps from a source, and what a source does wrong. */
+/** CMS signatures with time stamps from a source. */
 @Tag("client")
 class TimestampTest {
     private static final String TEXT = "I owe you 100 €.";
@@ -298,116 +292,6 @@ class TimestampTest {
         SigningException e = assertThrows(SigningException.class,
             () -> SigningClient.file(store).timestamp(authority).timestampAuthority(missing).open());
         assertTrue(e.getMessage().contains("missing.pem"), e.getMessage());
-    }
-
-    // ---- What a source does wrong ----
-
-    private static Arguments source(String name, String message, TimestampSource source) {
-        return Arguments.of(name, message, source);
-    }
-
-    private static byte[] otherData() throws IOException {
-        TimeStampRequestGenerator generator = new TimeStampRequestGenerator();
-        generator.setCertReq(true);
-        return authority.grant(generator.generate(TSPAlgorithms.SHA256, new byte[32]));
-    }
-
-    /** The digest is the right one, the nonce is not. */
-    private static byte[] otherNonce(byte[] request) throws IOException {
-        TimeStampRequest original = new TimeStampRequest(request);
-        TimeStampRequestGenerator generator = new TimeStampRequestGenerator();
-        generator.setCertReq(true);
-        return authority.grant(generator.generate(original.getMessageImprintAlgOID(),
-            original.getMessageImprintDigest(), original.getNonce().flipBit(3)));
-    }
-
-    private static byte[] join(byte[] first, byte[] second) {
-        byte[] joined = Arrays.copyOf(first, first.length + second.length);
-        System.arraycopy(second, 0, joined, first.length, second.length);
-        return joined;
-    }
-
-    static Stream<Arguments> badSources() {
-        String noReply = "what the TimestampSource returned is no time-stamp reply";
-        return Stream.of(
-            source("fails", "the line is dead", request -> {
-                throw new IOException("the line is dead");
-            }),
-            source("fails without a message", "java.io.IOException", request -> {
-                throw new IOException();
-            }),
-            source("null", "returned null", request -> null),
-            source("nothing", noReply, request -> new byte[0]),
-            source("garbage", noReply, request -> new byte[] {1, 2, 3}),
-            source("a page", noReply, request -> "<html>".getBytes(StandardCharsets.US_ASCII)),
-            source("cut off", noReply, request -> {
-                byte[] reply = authority.timestamp(request);
-                return Arrays.copyOf(reply, reply.length - 1);
-            }),
-            source("more behind it", noReply, request -> join(authority.timestamp(request), new byte[1])),
-            source("two replies", noReply,
-                request -> join(authority.timestamp(request), authority.timestamp(request))),
-            source("an empty sequence", "", request -> new byte[] {0x30, 0}),
-            source("the request", "", request -> request),
-            source("a reply for other data", "", request -> otherData()),
-            source("another nonce", "", TimestampTest::otherNonce),
-            source("a refusal", "closed on Sundays", request -> authority.refuse("closed on Sundays")));
-    }
-
-    @ParameterizedTest(name = "{0}")
-    @MethodSource("badSources")
-    void aBadReplyMakesNoSignature(String name, String message, TimestampSource bad) throws Exception {
-        AtomicReference<TimestampSource> current = new AtomicReference<>(bad);
-        try (SigningClient client = open(request -> current.get().timestamp(request))) {
-            for (Executable call : List.<Executable>of(() -> client.signCmsDetached(TEXT),
-                    () -> client.signCmsAttached(TEXT_BYTES))) {
-                SigningException e = assertThrows(SigningException.class, call);
-                assertEquals(Reason.TIMESTAMP, e.reason(), e.getMessage());
-                assertEquals(VCTKError.TIMESTAMP, e.number());
-                assertTrue(e.getMessage().contains(message), e.getMessage());
-                assertTrue(e.getMessage().startsWith(VCTKError.message(VCTKError.TIMESTAMP)), e.getMessage());
-            }
-            current.set(authority);
-            authority.requireStamp(client.signCmsDetached(TEXT));
-        }
-    }
-
-    @Test
-    void theFailureOfASourceIsTheCause() throws Exception {
-        IOException failure = new IOException("the line is dead");
-        try (SigningClient client = open(request -> {
-            throw failure;
-        })) {
-            // Not as an IOException, which would be about the file.
-            Path file = Files.write(directory.resolve("content"), TEXT_BYTES);
-            assertSame(failure,
-                assertThrows(SigningException.class, () -> client.signCmsDetached(file)).getCause());
-        }
-        try (SigningClient client = open(request -> null)) {
-            assertNull(assertThrows(SigningException.class, () -> client.signCmsDetached(TEXT)).getCause());
-        }
-    }
-
-    /** An error of the program, like those of this package. */
-    @Test
-    void uncheckedExceptionsOfASourceAreThrown() throws Exception {
-        try (SigningClient client = open(request -> {
-            throw new UnsupportedOperationException("not yet");
-        })) {
-            assertThrows(UnsupportedOperationException.class, () -> client.signCmsDetached(TEXT));
-            assertThrows(UnsupportedOperationException.class, () -> client.signCmsAttached(TEXT_BYTES));
-        }
-    }
-
-    @Test
-    void aSourceMayChangeTheArraysThatItHas() throws Exception {
-        try (SigningClient client = open(request -> {
-            byte[] reply = authority.timestamp(request);
-            Arrays.fill(request, (byte) 0);
-            return reply;
-        })) {
-            authority.requireStamp(client.signCmsDetached(TEXT));
-        }
     }
 
     // ---- Threads and closing ----
