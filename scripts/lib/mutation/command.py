@@ -5,6 +5,7 @@ import fnmatch
 import hashlib
 import os
 import pathlib
+import signal
 import sys
 
 from . import campaign, ctests, reach, report, sample, tree
@@ -51,6 +52,9 @@ def say(text):
 
 def main(description):
     arguments = arguments_of(description)
+    # A shell lets its background programs ignore these. The tests must not inherit that.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGQUIT, signal.SIG_DFL)
     try:
         problems = mutate(arguments)
     except (tree.BrokenBuild, ValueError, RuntimeError) as problem:

@@ -1,6 +1,12 @@
 #include "vexsign/StoreText.h"
 
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <optional>
 
 namespace vexsign {
 namespace {
@@ -46,6 +52,47 @@ TEST(StoreText, NamesItsFiles) {
     EXPECT_EQ(FilesOf("whatever it takes"), Files{});
     EXPECT_EQ(PinFilesOf("file:/a?pin-source=file:/p%20n&chain-source=/c"), Files{"/p n"});
     EXPECT_EQ(PinFilesOf("file:/pin-source=/a?pin-value=1"), Files{});
+}
+
+// Sets a variable of the environment for a test; null removes it.
+class Variable {
+public:
+    Variable(const char* pszName, const char* pszValue) : m_pszName(pszName) {
+        const char* const pszOld = std::getenv(pszName);
+        m_old = pszOld == nullptr ? std::nullopt : std::optional<std::string>(pszOld);
+        Set(pszValue);
+    }
+    ~Variable() { Set(m_old ? m_old->c_str() : nullptr); }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+
+private:
+    void Set(const char* pszValue) const { pszValue == nullptr ? unsetenv(m_pszName) : setenv(m_pszName, pszValue, 1); }
+
+    const char* m_pszName;
+    std::optional<std::string> m_old;
+};
+
+TEST(StoreText, FindsTheDemoStoreAsTheToolkitDoes) {
+    const std::string strAccount = getpwuid(geteuid())->pw_dir;
+    const struct {
+        const char* pszData;
+        const char* pszHome;
+        std::string strDirectory;
+    } rows[] = {
+        {"/data", "/home", "/data"},
+        {nullptr, "/home", "/home/.local/share"},
+        {"", "/home", "/home/.local/share"},
+        {"data", "/home", "/home/.local/share"},
+        {nullptr, nullptr, strAccount + "/.local/share"},
+        {nullptr, "home", strAccount + "/.local/share"},
+    };
+    for (const auto& row : rows) {
+        const Variable data("XDG_DATA_HOME", row.pszData);
+        const Variable home("HOME", row.pszHome);
+        EXPECT_EQ(FilesOf("demo:?list=all"),
+                  std::vector<std::string>{row.strDirectory + "/vex-client-toolkit/demo.pem"});
+    }
 }
 
 TEST(StoreText, KnowsANameThatMayBeAFiles) {
