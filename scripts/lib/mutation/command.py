@@ -52,9 +52,11 @@ def say(text):
 
 def main(description):
     arguments = arguments_of(description)
-    # A shell lets its background programs ignore these. The tests must not inherit that.
+    # A shell lets its background programs ignore some signals, and nohup one more. The tests must not inherit that.
     signal.signal(signal.SIGINT, signal.default_int_handler)
     signal.signal(signal.SIGQUIT, signal.SIG_DFL)
+    if signal.getsignal(signal.SIGHUP) == signal.SIG_IGN:
+        signal.signal(signal.SIGHUP, lambda *_: None)
     try:
         problems = mutate(arguments)
     except (tree.BrokenBuild, ValueError, RuntimeError) as problem:

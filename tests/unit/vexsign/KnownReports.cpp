@@ -33,7 +33,7 @@ void ExpectKnownReport(const Report& report, const std::string& strFile) {
     for (std::size_t i = 0; i < report.signers.size(); ++i) {
         const SignerReport& signer = report.signers[i];
         strLines += "signer: " + (signer.certificate ? signer.certificate->strSubject : "unknown") +
-                    (signer.time ? ", at " + signer.time->strTime : "") +
+                    (signer.time ? ", at " + signer.time->strTime + ", claimed " + signer.time->strClaimed : "") +
                     (signer.strAlgorithm.empty() ? "" : ", with " + signer.strAlgorithm) + "\n";
         strLines += LinesOf(signer, report.IsGood());
     }

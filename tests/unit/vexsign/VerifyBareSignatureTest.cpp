@@ -205,5 +205,25 @@ TEST(VerifyBare, FollowsTheChainOfTheGivenFile) {
     }
 }
 
+// Trusts another root than the signer's.
+TEST(VerifyBare, SaysWhoseTrustIsMissing) {
+    const std::string strSignature = SignBytes(SignerOf("ec").key.get(), "SHA256", kContent);
+    for (const auto& [trust, pszText] : {
+             std::pair{Trust::kFiles,
+                       "none of the --ca files has the issuer of a certificate of the chain (CN=Signer)"},
+             std::pair{Trust::kSystem,
+                       "this system's trusted certificates do not have the issuer of a certificate of "
+                       "the chain (CN=Signer)"},
+         }) {
+        Settings settings = SettingsFor("alone");
+        settings.trust = trust;
+        AddSigner(CertificatesOf("ec"), settings);
+        const Reader reader = ReaderOf(kContent);
+        const Report report = Verify(strSignature, settings, &reader);
+        EXPECT_EQ(FailuresOf(report), "chain");
+        EXPECT_NE(TextOf(report).find(std::string("chain: ") + pszText), std::string::npos) << TextOf(report);
+    }
+}
+
 }  // namespace
 }  // namespace vexsign::verify

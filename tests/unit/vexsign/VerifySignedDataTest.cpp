@@ -39,14 +39,6 @@ struct Trial {
     std::string strTime = "";  // of signing; empty: now
 };
 
-std::string UtcTime(std::time_t nTime) {
-    std::string strDigits;
-    for (const char ch : TextOf(nTime)) {
-        strDigits += ch >= '0' && ch <= '9' ? std::string(1, ch) : "";
-    }
-    return strDigits.substr(2) + "Z";
-}
-
 using Attributes = std::vector<std::string>;
 
 Attributes AttributesOf(const Trial& trial, X509* pCertificate) {

@@ -10,6 +10,7 @@
 #include "vexsign/verify/Certificate.h"
 #include "vexsign/verify/Encoding.h"
 #include "vexsign/verify/ReportText.h"
+#include "vexsign/verify/Time.h"
 
 namespace vexsign::verify {
 
@@ -76,6 +77,15 @@ inline Settings SettingsFor(const std::string& strTrusted, std::time_t nMoment =
     }
     settings.nMoment = nMoment;
     return settings;
+}
+
+// As a signed attribute has it: "261122170000Z".
+inline std::string UtcTime(std::time_t nTime) {
+    std::string strDigits;
+    for (const char ch : TextOf(nTime)) {
+        strDigits += ch >= '0' && ch <= '9' ? std::string(1, ch) : "";
+    }
+    return strDigits.substr(2) + "Z";
 }
 
 inline std::string TextOf(const Report& report) {
