@@ -112,18 +112,20 @@ def chunks_of(tests):
 def groups_of(reaching, budget, finders):
     """The tests in the order in which they run: tests of one GoogleTest program together, quick and special ones first.
 
-    Quick tests that found other mutants of the file come before all others. A test that executes few mutants is more
-    likely to be about this one. The budget limits the time of all groups except the first.
+    Of the quick ones, tests that found other mutants of the file come first, and so they do of the slow ones. A test
+    that executes few mutants is more likely to be about this one. The budget limits the time of all groups except the
+    first.
     """
     programs = {}
     for test, seconds, reached in reaching:
         own = test.case is None or seconds > 3 or test.environment
-        known = test.name in finders and seconds < SLOW
+        known = test.name in finders
         programs.setdefault((known, test.name if own else test.program), []).append((test, seconds, reached))
 
     def cost(pair):
         known, group = pair
-        return not known, time_of(group) * (min(reached for _, _, reached in group) + 5)
+        time = time_of(group)
+        return time > SLOW, not known, time * (min(reached for _, _, reached in group) + 5)
 
     spent = 0.0
     ordered = []
