@@ -14,7 +14,7 @@
 
 namespace {
 
-[[noreturn]] void Fail(const char* pszWhat) {
+[[noreturn]] void ThrowError(const char* pszWhat) {
     throw std::system_error(errno, std::generic_category(), pszWhat);
 }
 
@@ -29,7 +29,7 @@ FileServerClient::FileServerClient(std::uint16_t uPort)
     address.sin_port = htons(uPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (connect(m_socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        Fail("connect");
+        ThrowError("connect");
     }
 }
 
@@ -47,7 +47,7 @@ void FileServerClient::Send(const std::string& strBytes) {
             if (errno == EPIPE || errno == ECONNRESET) {
                 return;
             }
-            Fail("send");
+            ThrowError("send");
         }
         cbSent += static_cast<std::size_t>(cb);
     }
@@ -59,7 +59,7 @@ std::string FileServerClient::Receive(std::size_t cb) {
     while (cbReceived < cb) {
         const ssize_t cbNow = recv(m_socket.Get(), strBytes.data() + cbReceived, cb - cbReceived, 0);
         if (cbNow < 0 && errno != ECONNRESET) {
-            Fail("recv");
+            ThrowError("recv");
         }
         if (cbNow <= 0) {
             break;

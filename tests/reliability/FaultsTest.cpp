@@ -60,9 +60,9 @@ bool HasToBeSeen(std::string_view failed) {
     return failed.starts_with("VCTK_") && failed != "VCTK_CallQueueEnable" && failed != "VCTK_GetLastError";
 }
 
-bool IsAllocation(const char* pszFunction) {
-    const std::string_view function = pszFunction != nullptr ? pszFunction : "";
-    return function == "malloc" || function == "calloc" || function == "realloc" || function == "operator new";
+bool FailedToAllocate() {
+    const char* const pszFailed = fault_points::Failed();
+    return pszFailed != nullptr && fault_points::IsAllocation(pszFailed);
 }
 
 bool IsExpected(Kind kind, bool bFailed, jlong nResult) {
@@ -108,7 +108,7 @@ void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce
             bHere && (IsExpected(step.kind, true, nResult) || IsExpected(step.kind, false, nResult));
         if (bThrown) {
             ++findings.nThrown;
-            if (!bHere || (how == How::kOnce && !IsAllocation(fault_points::Failed()))) {
+            if (!bHere || (how == How::kOnce && !FailedToAllocate())) {
                 strWrong += std::string(step.pszNative) + " threw; ";
             }
         } else if (pEnv->TakeException()) {

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int kThreads = 8;
+constexpr int kFirstUsers = 8;
 
 // Each round is a new process. About five rounds in a hundred failed before the fix.
 TEST(FirstUse, ByManyThreadsAtOnceGivesEachAStoreThatSigns) {
@@ -24,14 +24,14 @@ TEST(FirstUse, ByManyThreadsAtOnceGivesEachAStoreThatSigns) {
     const long nRounds = AmountOf("VEX_TEST_FIRST_USES", 60);
     for (long nRound = 0; nRound < nRounds; ++nRound) {
         const ChildEnd end = RunChild([&] {
-            std::latch together(kThreads);
+            std::latch together(kFirstUsers);
             std::atomic<int> nSigned = 0;
-            OnThreads(kThreads, [&](int) {
+            OnThreads(kFirstUsers, [&](int) {
                 together.arrive_and_wait();
                 const ToolkitClient client(strUri);
                 nSigned += client.SignP7("text", 0, 1, 1) ? 1 : 0;
             });
-            EXPECT_EQ(nSigned, kThreads);
+            EXPECT_EQ(nSigned, kFirstUsers);
         });
         ASSERT_TRUE(end.Passed()) << "round " << nRound;
     }

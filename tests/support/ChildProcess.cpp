@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned kMaxSeconds = 120;
+constexpr unsigned kMaxSecondsOfChild = 120;
 
 }  // namespace
 
@@ -55,7 +55,7 @@ ChildEnd RunChild(const std::function<void()>& fnBody, Exit exit) {
         throw std::runtime_error("cannot fork");
     }
     if (nChild == 0) {
-        alarm(kMaxSeconds);
+        alarm(kMaxSecondsOfChild);
         close(pipeEnds[0]);
         fnBody();
         const Clock::time_point returned = Clock::now();

@@ -80,10 +80,6 @@ bool IsForgetful() {
     });
 }
 
-bool IsAllocation(std::string_view function) {
-    return function == "malloc" || function == "calloc" || function == "realloc" || function == "operator new";
-}
-
 }  // namespace
 
 namespace fault_points {
@@ -100,6 +96,10 @@ void Arm(Where where, long nPoint, How how) {
     g_state.bForOpenSsl = false;
     g_state.bOpenSslLeaks = false;
     g_state.bArmed = true;
+}
+
+bool IsAllocation(std::string_view function) {
+    return function == "malloc" || function == "calloc" || function == "realloc" || function == "operator new";
 }
 
 long Disarm() {

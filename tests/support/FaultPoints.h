@@ -5,6 +5,8 @@
 // Calls are counted per thread: those of the thread that arms, or those of all other threads together.
 #pragma once
 
+#include <string_view>
+
 namespace fault_points {
 
 enum class Where {
@@ -25,6 +27,9 @@ long Disarm();
 
 // The function that failed at the nth call since Arm; null when there was none.
 const char* Failed();
+
+// Whether the function of that name allocates memory.
+bool IsAllocation(std::string_view function);
 
 // Whether that call was an allocation by OpenSSL.
 bool FailedInOpenSsl();

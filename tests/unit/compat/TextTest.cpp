@@ -31,16 +31,16 @@ template <typename Direction>
 void CheckCalls(UINT uCodePage, const typename Direction::From* pszSource, const typename Direction::To* pszExpected,
                 std::initializer_list<Call> calls) {
     using To = typename Direction::To;
-    constexpr To kFill = '#';
+    constexpr To kUnwritten = '#';
     const std::basic_string<To> strExpected(pszExpected, std::char_traits<To>::length(pszExpected) + 1);
     for (const Call& call : calls) {
         SCOPED_TRACE(testing::Message() << "length " << call.nLength << " room " << call.nRoom);
         CloseHandle(nullptr);  // another last error
-        std::basic_string<To> strOut(20, kFill);
+        std::basic_string<To> strOut(20, kUnwritten);
         EXPECT_EQ(Direction::Convert(uCodePage, pszSource, call.nLength, strOut.data(), call.nRoom), call.nResult);
         EXPECT_EQ(GetLastError(), call.nResult != 0 ? ERROR_INVALID_HANDLE : call.dwError);
         const auto nWritten = static_cast<size_t>(call.nWritten);
-        EXPECT_EQ(strOut, strExpected.substr(0, nWritten) + std::basic_string<To>(20 - nWritten, kFill));
+        EXPECT_EQ(strOut, strExpected.substr(0, nWritten) + std::basic_string<To>(20 - nWritten, kUnwritten));
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "MacCount.h"
 #include "Row.h"
+#include "Secret.h"
 #include "SelfSigned.h"
 #include "Tlv.h"
 #include "signing/Failure.h"
@@ -173,14 +174,6 @@ std::string Pkcs12WithMac(const SelfSigned& parts, const char* pszPin, int cMacI
         ASN1_INTEGER_set(const_cast<ASN1_INTEGER*>(pIterations), cMacIterations);
     }
     return Der(i2d_PKCS12_bio, file.get());
-}
-
-SecretText Secret(std::string_view text) {
-    SecretText secret(text.size());
-    for (const char ch : text) {
-        secret.Append(ch);
-    }
-    return secret;
 }
 
 struct ExpensiveFile : Row {

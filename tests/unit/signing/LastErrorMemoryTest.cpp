@@ -21,7 +21,7 @@ struct Operation : Row {
 };
 
 // The results of an operation whose nth fault point (FaultPoints.h) failed.
-struct Outcome {
+struct FaultedCall {
     INT nResult = 0;
     INT nLastError = 0;
     bool fThrew = false;
@@ -29,8 +29,8 @@ struct Outcome {
     bool fReached = true;  // the fault did not replace one of the toolkit's own functions
 };
 
-Outcome RunWithFault(const Operation& operation, HANDLE hObject, long nPoint, How how) {
-    Outcome outcome;
+FaultedCall RunWithFault(const Operation& operation, HANDLE hObject, long nPoint, How how) {
+    FaultedCall outcome;
     std::thread([&] {
         fault_points::Arm(fault_points::Where::kHere, nPoint, how);
         try {
@@ -58,7 +58,7 @@ TEST_P(LastErrorMemoryTest, IsTheNumberThatTheOperationReturned) {
         int cOutOfMemory = 0;
         long nPoint = 0;
         for (bool fFailed = true; fFailed;) {
-            const Outcome outcome = RunWithFault(GetParam(), client.Handle(), ++nPoint, how);
+            const FaultedCall outcome = RunWithFault(GetParam(), client.Handle(), ++nPoint, how);
             fFailed = outcome.fFailed;
             EXPECT_FALSE(outcome.fThrew) << nPoint;
             if (outcome.fReached) {

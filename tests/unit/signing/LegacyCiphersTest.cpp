@@ -15,6 +15,7 @@
 
 #include "ChildProcess.h"
 #include "Row.h"
+#include "Secret.h"
 #include "SelfSigned.h"
 #include "TempDirectory.h"
 #include "signing/Failure.h"
@@ -24,17 +25,9 @@
 namespace vextk {
 namespace {
 
-constexpr const char* kPin = "1234";
+constexpr const char* kOldFilePin = "1234";
 constexpr int kRc2 = NID_pbe_WithSHA1And40BitRC2_CBC;
 constexpr int kTripleDes = NID_pbe_WithSHA1And3_Key_TripleDES_CBC;
-
-SecretText Secret(std::string_view text) {
-    SecretText secret(text.size());
-    for (const char ch : text) {
-        secret.Append(ch);
-    }
-    return secret;
-}
 
 // The bytes of a file with one key and its certificate. What writes it is gone afterwards.
 std::string OldFile(int nCertificate, int nKey) {
@@ -42,7 +35,7 @@ std::string OldFile(int nCertificate, int nKey) {
     const ProviderPtr current(OSSL_PROVIDER_load(context.get(), "default"));
     const ProviderPtr legacy(OSSL_PROVIDER_load(context.get(), "legacy"));
     const SelfSigned pair;
-    const Pkcs12Ptr file(PKCS12_create_ex(kPin, nullptr, pair.key.get(), pair.certificate.get(), nullptr, nKey,
+    const Pkcs12Ptr file(PKCS12_create_ex(kOldFilePin, nullptr, pair.key.get(), pair.certificate.get(), nullptr, nKey,
                                           nCertificate, 0, 0, 0, context.get(), nullptr));
     const BioPtr bytes(BIO_new(BIO_s_mem()));
     i2d_PKCS12_bio(bytes.get(), file.get());
@@ -66,11 +59,11 @@ bool Signs(const Identity& identity) {
 
 // ---- Which encryption needs the module ----
 
-AlgorithmPtr Pbes1(int nAlgorithm) {
+AlgorithmPtr Pbes1By(int nAlgorithm) {
     return AlgorithmPtr(PKCS5_pbe_set(nAlgorithm, 1, nullptr, 0));
 }
 
-AlgorithmPtr Pbes2(int nCipher) {
+AlgorithmPtr Pbes2By(int nCipher) {
     AlgorithmPtr algorithm(PKCS5_pbe2_set(EVP_aes_256_cbc(), 1, nullptr, 0));
     const Pbe2Ptr both(
         static_cast<PBE2PARAM*>(ASN1_TYPE_unpack_sequence(ASN1_ITEM_rptr(PBE2PARAM), algorithm->parameter)));
@@ -80,7 +73,7 @@ AlgorithmPtr Pbes2(int nCipher) {
 }
 
 AlgorithmPtr Garbage() {
-    AlgorithmPtr algorithm = Pbes2(NID_des_cbc);
+    AlgorithmPtr algorithm = Pbes2By(NID_des_cbc);
     ASN1_STRING_set(algorithm->parameter->value.sequence, "\x30\x01\x02", 3);
     return algorithm;
 }
@@ -102,23 +95,23 @@ TEST_P(LegacyCiphersOf, AreLentOnlyWhereNeeded) {
     if (pContext != nullptr) {
         EXPECT_TRUE(CipherPtr(EVP_CIPHER_fetch(pContext, GetParam().pszOldCipher, nullptr)));
         EXPECT_EQ(ciphers.ContextFor(algorithm.get()), pContext) << "each part of a file gets a context of its own";
-        EXPECT_EQ(ciphers.ContextFor(Pbes1(kTripleDes).get()), nullptr);
+        EXPECT_EQ(ciphers.ContextFor(Pbes1By(kTripleDes).get()), nullptr);
     }
     EXPECT_FALSE(IsVisible());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     , LegacyCiphersOf,
-    testing::Values(Encryption{{"Rc2Of40Bits"}, Pbes1, kRc2, "RC2-40-CBC"},
-                    Encryption{{"Rc2Of128Bits"}, Pbes1, NID_pbe_WithSHA1And128BitRC2_CBC, "RC2-CBC"},
-                    Encryption{{"Rc4"}, Pbes1, NID_pbe_WithSHA1And128BitRC4, "RC4"},
-                    Encryption{{"Des"}, Pbes1, NID_pbeWithMD5AndDES_CBC, "DES-CBC"},
-                    Encryption{{"Pbes2Rc2"}, Pbes2, NID_rc2_cbc, "RC2-CBC"},
-                    Encryption{{"Pbes2Des"}, Pbes2, NID_des_cbc, "DES-CBC"},
-                    Encryption{{"TripleDes"}, Pbes1, kTripleDes, nullptr},
-                    Encryption{{"Pbes2Aes"}, Pbes2, NID_aes_256_cbc, nullptr},
-                    Encryption{{"NotAnEncryption"}, Pbes1, NID_sha256, nullptr},
-                    Encryption{{"Pbes2NotACipher"}, Pbes2, NID_sha256, nullptr},
+    testing::Values(Encryption{{"Rc2Of40Bits"}, Pbes1By, kRc2, "RC2-40-CBC"},
+                    Encryption{{"Rc2Of128Bits"}, Pbes1By, NID_pbe_WithSHA1And128BitRC2_CBC, "RC2-CBC"},
+                    Encryption{{"Rc4"}, Pbes1By, NID_pbe_WithSHA1And128BitRC4, "RC4"},
+                    Encryption{{"Des"}, Pbes1By, NID_pbeWithMD5AndDES_CBC, "DES-CBC"},
+                    Encryption{{"Pbes2Rc2"}, Pbes2By, NID_rc2_cbc, "RC2-CBC"},
+                    Encryption{{"Pbes2Des"}, Pbes2By, NID_des_cbc, "DES-CBC"},
+                    Encryption{{"TripleDes"}, Pbes1By, kTripleDes, nullptr},
+                    Encryption{{"Pbes2Aes"}, Pbes2By, NID_aes_256_cbc, nullptr},
+                    Encryption{{"NotAnEncryption"}, Pbes1By, NID_sha256, nullptr},
+                    Encryption{{"Pbes2NotACipher"}, Pbes2By, NID_sha256, nullptr},
                     Encryption{{"Garbage"}, [](int /*nNumber*/) { return Garbage(); }, 0, nullptr}),
     RowName);
 
@@ -127,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
 // The key of a file with old ciphers belongs to the library context that every other key belongs to.
 TEST(OldFiles, GiveKeysThatOutliveTheCiphers) {
     InitialiseOpenSsl();
-    const SecretText pin = Secret(kPin);
+    const SecretText pin = Secret(kOldFilePin);
     const KeyPtr other(EVP_EC_gen("P-256"));
     for (const int nKey : {kTripleDes, kRc2}) {
         const std::string strFile = OldFile(kRc2, nKey);
@@ -154,7 +147,7 @@ TEST(OldFiles, AreReadByManyThreadsAtOnce) {
         std::vector<std::jthread> threads;
         for (int& cGood : good) {
             threads.emplace_back([&start, &strFile, &cGood] {
-                const SecretText pin = Secret(kPin);
+                const SecretText pin = Secret(kOldFilePin);
                 start.arrive_and_wait();
                 for (int n = 0; n < kTimes; ++n) {
                     const Identities identities = ReadIdentities(strFile, &pin);
@@ -178,7 +171,7 @@ TEST(OldFiles, AreRefusedWithTheCureWhereTheModuleIsMissing) {
     const TempDirectory empty;
     ExpectChildPasses([&] {
         ForgetModules(empty);
-        const SecretText pin = Secret(kPin);
+        const SecretText pin = Secret(kOldFilePin);
         for (const std::string& strFile : {strRc2, strRc2Key}) {
             try {
                 ReadIdentities(strFile, &pin);
@@ -198,7 +191,7 @@ TEST(OldFiles, AreRefusedWithTheCureWhereTheModuleIsMissing) {
 // The parent has used the ciphers, but the child does not depend on what is left of that.
 TEST(OldFiles, AreReadInAForkedChild) {
     const std::string strFile = OldFile(kRc2, kRc2);
-    const SecretText pin = Secret(kPin);
+    const SecretText pin = Secret(kOldFilePin);
     const Identities ofParent = ReadIdentities(strFile, &pin);
     ASSERT_EQ(ofParent.size(), 1U);
     ExpectChildPasses([&] {

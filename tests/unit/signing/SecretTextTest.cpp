@@ -2,10 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
-#include <string_view>
 
+#include "Secret.h"
 #include "SystemCalls.h"
 
 namespace vextk {
@@ -27,12 +26,6 @@ public:
 private:
     std::string m_strWiped;
 };
-
-SecretText Secret(std::string_view text) {
-    SecretText secret(text.size());
-    std::for_each(text.begin(), text.end(), [&](char ch) { secret.Append(ch); });
-    return secret;
-}
 
 // A text that moved would leave a copy behind that nobody wipes.
 TEST(SecretText, DoesNotMoveWhileItGrowsToItsCapacity) {

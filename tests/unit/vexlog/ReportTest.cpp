@@ -159,12 +159,12 @@ TEST(ReportTest, ListsATornMessage) {
 
 // ---- Selections ----
 
-struct SelectionRow : Row {
+struct ReportSelectionRow : Row {
     vexlog::Filter filter;
     std::string strSentence;  // behind "only a part of the log"; empty: there is none
 };
 
-class ReportSelectionTest : public testing::TestWithParam<SelectionRow> {};
+class ReportSelectionTest : public testing::TestWithParam<ReportSelectionRow> {};
 
 TEST_P(ReportSelectionTest, IsSaid) {
     const std::string strPage = Page(Sign("2024-03-05 09:07:02:000", true), Origin(), GetParam().filter);
@@ -176,21 +176,23 @@ TEST_P(ReportSelectionTest, IsSaid) {
 INSTANTIATE_TEST_SUITE_P(
     Filters, ReportSelectionTest,
     testing::Values(
-        SelectionRow{{"None"}, {}, ""}, SelectionRow{{"Process"}, {.processes = {4711}}, "process <code>4711</code>"},
-        SelectionRow{{"SeveralThreads"},
-                     {.threads = {-12, 7, 8}},
-                     "thread <code>-12</code> or <code>7</code> or <code>8</code>"},
-        SelectionRow{{"Since"}, {.since = At("2024-03-05")}, "from <code>2024-03-05 00:00:00.000000</code>"},
-        SelectionRow{{"All"},
-                     {.functions = {"P7Sign"},
-                      .threads = {-12},
-                      .processes = {4711},
-                      .since = At("2024-03-05"),
-                      .until = At("2024-03-06")},
-                     "function <code>P7Sign</code>; process <code>4711</code>; thread <code>-12</code>; "
-                     "from <code>2024-03-05 00:00:00.000000</code>; until <code>2024-03-06 00:00:00.000000</code>"},
-        SelectionRow{{"Markup"}, {.functions = {"<b>&"}}, "function <code>&#60;b&#62;&#38;</code>"},
-        SelectionRow{{"Reordering"}, {.functions = {"a\xE2\x80\xAE"}}, "function <code>a\\u{202e}</code>"}),
+        ReportSelectionRow{{"None"}, {}, ""},
+        ReportSelectionRow{{"Process"}, {.processes = {4711}}, "process <code>4711</code>"},
+        ReportSelectionRow{{"SeveralThreads"},
+                           {.threads = {-12, 7, 8}},
+                           "thread <code>-12</code> or <code>7</code> or <code>8</code>"},
+        ReportSelectionRow{{"Since"}, {.since = At("2024-03-05")}, "from <code>2024-03-05 00:00:00.000000</code>"},
+        ReportSelectionRow{
+            {"All"},
+            {.functions = {"P7Sign"},
+             .threads = {-12},
+             .processes = {4711},
+             .since = At("2024-03-05"),
+             .until = At("2024-03-06")},
+            "function <code>P7Sign</code>; process <code>4711</code>; thread <code>-12</code>; "
+            "from <code>2024-03-05 00:00:00.000000</code>; until <code>2024-03-06 00:00:00.000000</code>"},
+        ReportSelectionRow{{"Markup"}, {.functions = {"<b>&"}}, "function <code>&#60;b&#62;&#38;</code>"},
+        ReportSelectionRow{{"Reordering"}, {.functions = {"a\xE2\x80\xAE"}}, "function <code>a\\u{202e}</code>"}),
     RowName);
 
 TEST(ReportTest, ShowsOnlyTheSelectedDamages) {

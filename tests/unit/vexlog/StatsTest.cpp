@@ -143,13 +143,13 @@ TEST(ShortFunctionTest, LeavesOutThePrefixOfANativeOnly) {
     EXPECT_EQ(vexlog::ShortFunction("Java_vex_jni_TAVClientJNI_S"), "S");
 }
 
-struct SelectionRow : Row {
+struct StatsSelectionRow : Row {
     vexlog::Filter filter;
     std::vector<std::string> expected;  // "P7Sign 2 calls 1 failed 0 open"
     std::uint64_t cRecords;
 };
 
-class StatsSelectionTest : public testing::TestWithParam<SelectionRow> {};
+class StatsSelectionTest : public testing::TestWithParam<StatsSelectionRow> {};
 
 // P7Sign of thread 1 fails, which only its record of GetLastError shows. P7Sign of process 2 lasts from 3 to 9.
 TEST_P(StatsSelectionTest, CountsTheCallsThatPassAsTheyEnded) {
@@ -186,16 +186,16 @@ vexlog::Filter Between(int nFrom, int nTo) {
 INSTANTIATE_TEST_SUITE_P(
     Selections, StatsSelectionTest,
     testing::Values(
-        SelectionRow{{"All"}, {}, {"GetLastError 1 calls 0 failed 0 open", "P7Sign 2 calls 1 failed 0 open"}, 5},
-        SelectionRow{{"Function"}, {.functions = {"P7Sign"}}, {"P7Sign 2 calls 1 failed 0 open"}, 3},
-        SelectionRow{{"WholeFunction"},
-                     {.functions = {"Java_vex_jni_TAVClientJNI_P7Sign"}},
-                     {"P7Sign 2 calls 1 failed 0 open"},
-                     3},
-        SelectionRow{{"Process"}, {.processes = {2}}, {"P7Sign 1 calls 0 failed 0 open"}, 2},
-        SelectionRow{{"Thread"}, {.threads = {7}}, {}, 0},
-        SelectionRow{{"CallsThatBeginThen"}, Between(3, 5), {"P7Sign 1 calls 0 failed 0 open"}, 2},
-        SelectionRow{{"CallsThatBeganBefore"}, Between(4, 9), {}, 2}),
+        StatsSelectionRow{{"All"}, {}, {"GetLastError 1 calls 0 failed 0 open", "P7Sign 2 calls 1 failed 0 open"}, 5},
+        StatsSelectionRow{{"Function"}, {.functions = {"P7Sign"}}, {"P7Sign 2 calls 1 failed 0 open"}, 3},
+        StatsSelectionRow{{"WholeFunction"},
+                          {.functions = {"Java_vex_jni_TAVClientJNI_P7Sign"}},
+                          {"P7Sign 2 calls 1 failed 0 open"},
+                          3},
+        StatsSelectionRow{{"Process"}, {.processes = {2}}, {"P7Sign 1 calls 0 failed 0 open"}, 2},
+        StatsSelectionRow{{"Thread"}, {.threads = {7}}, {}, 0},
+        StatsSelectionRow{{"CallsThatBeginThen"}, Between(3, 5), {"P7Sign 1 calls 0 failed 0 open"}, 2},
+        StatsSelectionRow{{"CallsThatBeganBefore"}, Between(4, 9), {}, 2}),
     RowName);
 
 TEST(StatsTest, TheRestOfAMessageIsCountedApart) {

@@ -33,6 +33,7 @@ std::string DigestOf(const char* pszDigest, std::string_view bytes);
 std::string SignBytes(EVP_PKEY* pKey, const char* pszDigest, std::string_view bytes);
 // ECDSA's sequence, of numbers as big-endian bytes.
 std::string EcdsaSequence(std::string_view r, std::string_view s);
+inline const std::string kZero(1, '\0');
 
 std::string ContentTypeAttribute(const char* pszDotted = kData);
 std::string DigestAttribute(std::string_view digest);

@@ -12,8 +12,6 @@
 namespace vexsign::verify {
 namespace {
 
-constexpr const char* kContent = "I owe you 100 euros.\n";
-
 struct BareCase : Row {
     const char* pszSigner;
     const char* pszSignOptions;  // of openssl dgst -sign
@@ -94,7 +92,6 @@ const std::string kOrder(
     "\x17\x9E\x84\xF3\xB9\xCA\xC2\xFC\x63\x25\x51",
     33);
 const std::string kSmall("\x05");
-const std::string kZero(1, '\0');
 const std::string kNegative("\x85");
 
 INSTANTIATE_TEST_SUITE_P(

@@ -8,8 +8,6 @@
 namespace vexsign::verify {
 namespace {
 
-constexpr const char* kContent = "I owe you 100 euros.\n";
-
 TEST(VerifySignedDataForm, RefusesASignatureWithoutSigner) {
     const std::string strContent = kContent;
     for (const std::string* const pContent : {static_cast<const std::string*>(nullptr), &strContent}) {

@@ -15,8 +15,6 @@
 namespace vexsign::verify {
 namespace {
 
-constexpr const char* kContent = "I owe you 100 euros.\n";
-
 // A signature and how it is verified. Without changes it is good.
 struct Trial {
     std::string strSigner = "ec";
@@ -133,7 +131,6 @@ Change Always(const std::string& strBytes) {
 // Twenty bytes below the order of the curve P-256, and more than it.
 const std::string kSome(20, '\x11');
 const std::string kAboveOrder = std::string(1, '\0') + std::string(32, '\xFF');
-const std::string kZero(1, '\0');
 
 void UseDigest(Trial& trial, const char* pszDigest, const char* pszOid) {
     trial.strSigner = "rsa";

@@ -12,7 +12,6 @@
 namespace vexsign::verify {
 namespace {
 
-constexpr const char* kContent = "I owe you 100 euros.\n";
 constexpr std::time_t kYears = 20 * 365 * 24 * 3600;
 
 std::string TextOfBytes(const vextimestamp::Bytes& bytes) {

@@ -14,6 +14,9 @@
 
 namespace vexsign::verify {
 
+// What the tests sign.
+inline constexpr const char* kContent = "I owe you 100 euros.\n";
+
 class World {
 public:
     static const World& Get() {
