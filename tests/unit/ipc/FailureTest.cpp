@@ -39,18 +39,21 @@ struct Fault {
     int nCall = 1;  // the first one, the second one...
 };
 
+constexpr std::size_t kSmallPayload = 7;
+
 struct FailureRow : Row {
     ScriptedPeer::Script script;
     Fault fault;
     long lResult = 0;
     // "PORT" stands for the line with the port, "DESCRIPTOR" for the line with the descriptor's error text.
     Lines lines;
-    std::string strPayload;
+    // Not the payload itself: each process of these tests makes and copies all rows.
+    std::size_t cbPayload = kSmallPayload;
 };
 
 FailureRow Sending(const char* pszName, ScriptedPeer::Script script, const Lines& lines, Fault fault = {},
-                   std::string strPayload = "request") {
-    return {{pszName}, std::move(script), fault, kSendFailed, lines + Lines{kSendLine}, std::move(strPayload)};
+                   std::size_t cbPayload = kSmallPayload) {
+    return {{pszName}, std::move(script), fault, kSendFailed, lines + Lines{kSendLine}, cbPayload};
 }
 
 // What the peer does after the request.
@@ -63,7 +66,7 @@ FailureRow Receiving(const std::string& strName, const AfterRequest& fnReply, co
             connection.ReceiveToEnd();
         }
     };
-    return {{strName}, script, fault, kReceiveFailed, kToReceive + lines + Lines{"DESCRIPTOR"}, "request"};
+    return {{strName}, script, fault, kReceiveFailed, kToReceive + lines + Lines{"DESCRIPTOR"}};
 }
 
 std::string Failed(const char* pszWhat, int nErrno) {
@@ -117,7 +120,7 @@ std::vector<FailureRow> Rows() {
                 connection.Receive(100000);
                 connection.Reset();
             },
-            kToSend + Lines{strNotSent}, {}, std::string(50000000, 'x')),
+            kToSend + Lines{strNotSent}, {}, 50'000'000),
         Receiving("NoReplyButTheEnd", [](PeerConnection& c, const PeerMessage&) { c.ShutdownSending(); },
                   {strNoHeader}),
         Receiving("NoReplyButAReset", [](PeerConnection& c, const PeerMessage&) { c.Reset(); },
@@ -178,7 +181,7 @@ TEST_P(ExchangeFailure, ResultAndTrace) {
     ExchangeResult result;
     {
         const socket_calls::Failure failure(row.fault.pszCall, row.fault.nErrno, row.fault.nCall);
-        result = DoExchange(client, peer.Object(), row.strPayload);
+        result = DoExchange(client, peer.Object(), std::string(row.cbPayload, 'x'));
     }
     EXPECT_EQ(result.lResult, row.lResult);
     EXPECT_EQ(result.strReply, "before");
