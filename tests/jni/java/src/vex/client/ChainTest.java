@@ -10,6 +10,7 @@ import java.io.InputStream;
 import java.io.UncheckedIOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.security.KeyPair;
 import java.security.KeyStore;
 import java.security.Security;
 import java.security.cert.CertPathBuilderException;
@@ -17,6 +18,7 @@ import java.security.cert.Certificate;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.Collections;
+import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
@@ -49,6 +51,7 @@ import vex.jni.VCTKError;
 @Tag("client")
 class ChainTest {
     private static final byte[] DATA = "I owe you 100 euros.".getBytes();
+    private static final Map<String, List<KeyPair>> KEYS = new HashMap<>();
 
     @TempDir
     private Path directory;
@@ -56,6 +59,15 @@ class ChainTest {
     @AfterEach
     void removeProvider() {
         Security.removeProvider(SigningProvider.NAME);
+    }
+
+    /** All chains have the same keys, because an RSA key takes long to make. */
+    private static List<TestStore.Identity> chain(String key, int length) throws Exception {
+        List<KeyPair> pairs = KEYS.computeIfAbsent(key, kind -> new ArrayList<>());
+        while (pairs.size() < length) {
+            pairs.add(TestStore.keyPair(key));
+        }
+        return TestStore.chain(pairs.subList(0, length));
     }
 
     private Path file() {
@@ -92,7 +104,7 @@ class ChainTest {
     @ParameterizedTest
     @CsvSource({"RSA,1", "RSA,2", "RSA,3", "RSA,4", "secp256r1,1", "secp256r1,2", "secp256r1,3", "secp256r1,4"})
     void keyStoreHasTheChainThatTheJdkReads(String key, int length) throws Exception {
-        TestStore.writeChain(file(), TestStore.chain(key, length));
+        TestStore.writeChain(file(), chain(key, length));
         KeyStore jdk = KeyStore.getInstance("PKCS12");
         try (InputStream stream = Files.newInputStream(file())) {
             jdk.load(stream, TestStore.PIN.toCharArray());
@@ -142,7 +154,7 @@ class ChainTest {
     @ParameterizedTest
     @CsvSource({"RSA,2", "RSA,3", "RSA,4", "secp384r1,2", "secp384r1,3", "secp384r1,4"})
     void clientIncludesTheChainOnRequest(String key, int length) throws Exception {
-        List<TestStore.Identity> chain = TestStore.chain(key, length);
+        List<TestStore.Identity> chain = chain(key, length);
         X509Certificate root = chain.get(length - 1).certificate();
         TestStore.writeChain(file(), chain);
         try (SigningClient client = client().open()) {

@@ -13,8 +13,10 @@ import java.security.spec.MGF1ParameterSpec;
 import java.security.spec.PSSParameterSpec;
 import java.util.Arrays;
 import java.util.Date;
+import java.util.HashMap;
 import java.util.HexFormat;
 import java.util.List;
+import java.util.Map;
 import java.util.Optional;
 import org.bouncycastle.asn1.ASN1ObjectIdentifier;
 import org.bouncycastle.asn1.x500.X500Name;
@@ -41,10 +43,19 @@ import vex.jni.VCTKError;
 class SignatureAlgorithmTest {
     private static final Provider BOUNCY_CASTLE = new BouncyCastleProvider();
     private static final byte[] DATA = "I owe you 100 euros.".getBytes(StandardCharsets.UTF_8);
+    /** One for each kind of key, because an RSA key takes long to make. */
+    private static final Map<String, TestStore.Identity> SIGNERS = new HashMap<>();
+
+    private static TestStore.Identity signer(String key) throws Exception {
+        if (!SIGNERS.containsKey(key)) {
+            SIGNERS.put(key, TestStore.identity(key, "CN=Signer", 1, 30, 0));
+        }
+        return SIGNERS.get(key);
+    }
 
     /** @param form letters: a attached, c certificate, d direct signature, k key identifier, r revocation list */
     private static byte[] cms(String key, String algorithm, String form) throws Exception {
-        TestStore.Identity identity = TestStore.identity(key, "CN=Signer", 1, 30, 0);
+        TestStore.Identity identity = signer(key);
         ContentSigner signer =
             new JcaContentSignerBuilder(algorithm).setProvider(BOUNCY_CASTLE).build(identity.key());
         SignerInfoGeneratorBuilder info =

@@ -95,7 +95,7 @@ public final class TestStore {
     }
 
     /** The same with these keys, the signer's first. */
-    static List<Identity> chain(List<KeyPair> pairs) throws Exception {
+    public static List<Identity> chain(List<KeyPair> pairs) throws Exception {
         LinkedList<Identity> chain = new LinkedList<>();
         for (int i = pairs.size() - 1; i >= 0; --i) {
             String subject = chain.isEmpty() ? "CN=Root" : i == 0 ? "CN=Signer" : "CN=CA " + chain.size();
@@ -120,7 +120,7 @@ public final class TestStore {
     }
 
     /** @param key as for {@link #identity} */
-    static KeyPair keyPair(String key) throws Exception {
+    public static KeyPair keyPair(String key) throws Exception {
         boolean rsa = key.startsWith("RSA-") || key.equals("RSA");
         boolean named = key.equals("RSASSA-PSS") || key.startsWith("Ed");
         KeyPairGenerator generator = KeyPairGenerator.getInstance(rsa ? "RSA" : named ? key : "EC");
