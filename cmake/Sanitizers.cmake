@@ -3,8 +3,8 @@ if(VEX_SANITIZE)
   add_link_options(-fsanitize=${VEX_SANITIZE})
   # This check opens a pipe to inspect memory. When descriptors run out, it reports every object as invalid.
   add_compile_options(-fno-sanitize=vptr)
-  # Eight sources compiled as one take a third of the time. The shipped build compiles each source by itself, which
-  # shows that it includes what it needs.
+  # Eight sources compiled as one take a third of the time. The shipped build compiles each source of the product by
+  # itself, which shows that it includes what it needs; the debug build does the same for the tests.
   set(CMAKE_UNITY_BUILD ON)
 endif()
 if(VEX_COVERAGE)
