@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kNowhere = -1;
+constexpr int kUnopened = -1;
 
 std::string At(const std::string& strTime, const std::string& strFunction, int nLine, int nThread, int nProcess = 1) {
     return Entry("x", "Java_vex_jni_TAVClientJNI_" + strFunction, nLine, "2024-03-05 " + strTime, nProcess, nThread) +
@@ -34,7 +34,7 @@ std::string Log() {
            "[05/Mar/2024:09:07:14 CET] [4712 4294967284d][WARN]minimal\n";
 }
 
-vexlog::ReportOrigin Origin() {
+vexlog::ReportOrigin OriginInUtc() {
     return {"PILog.txt", "host", "UTC", *vexlog::ParseUserTime("2024-03-10T12:00:01.5", 0).time};
 }
 
@@ -46,9 +46,9 @@ void Parse(std::string_view log, Sink& sink) {
     sink.Finish();
 }
 
-std::string PageOf(const vexlog::Report& report) {
-    vexposix::OutputBuffer output(kNowhere);
-    report.Print(Origin(), output);
+std::string WholePageOf(const vexlog::Report& report) {
+    vexposix::OutputBuffer output(kUnopened);
+    report.Print(OriginInUtc(), output);
     return std::string(output.Pending());
 }
 
@@ -72,18 +72,18 @@ std::string WithoutFixedParts(std::string strPage) {
 TEST(WholeOutput, OfTheReport) {
     vexlog::Report report;
     Parse(Log(), report);
-    ExpectKnownText(VEX_KNOWN_TEXTS "/Report.txt", "page", WithoutFixedParts(PageOf(report)));
+    ExpectKnownText(VEX_KNOWN_TEXTS "/Report.txt", "page", WithoutFixedParts(WholePageOf(report)));
 }
 
 TEST(WholeOutput, OfTheStatistics) {
     for (const auto& [pszName, strLog] : {std::pair<const char*, std::string>{"everything", Log()}, {"nothing", ""}}) {
         vexlog::Stats stats;
         Parse(strLog, stats);
-        vexposix::OutputBuffer text(kNowhere);
+        vexposix::OutputBuffer text(kUnopened);
         vexlog::PrintStatsText(stats, true, text);
         ExpectKnownText(VEX_KNOWN_TEXTS "/Stats.txt", std::string("text about ") + pszName,
                         std::string(text.Pending()));
-        vexposix::OutputBuffer json(kNowhere);
+        vexposix::OutputBuffer json(kUnopened);
         vexlog::PrintStatsJson(stats, json);
         ExpectKnownText(VEX_KNOWN_TEXTS "/Stats.txt", std::string("JSON about ") + pszName,
                         std::string(json.Pending()));
@@ -107,7 +107,7 @@ TEST(WholeOutput, OfTheReportSaysHowManyCallsItLeavesOut) {
     const int nFile = open(directory.Path("page").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_GE(nFile, 0);
     vexposix::OutputBuffer output(nFile);
-    report.Print(Origin(), output);
+    report.Print(OriginInUtc(), output);
     output.Flush();
     close(nFile);
     EXPECT_NE(
