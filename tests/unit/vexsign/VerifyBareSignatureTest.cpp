@@ -160,6 +160,7 @@ TEST(VerifyEdwards, ChecksTheWholeContent) {
         const Reader reader = ReaderOf(content);
         const Report report = Verify(strBytes, settings, &reader);
         EXPECT_EQ(report.IsGood(), FailuresOf(report).empty());
+        EXPECT_EQ(report.signers.at(0).strAlgorithm, "Ed25519");
         return FailuresOf(report);
     };
     EXPECT_EQ(failures(strSignature, strContent), "");

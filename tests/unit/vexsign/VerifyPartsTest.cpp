@@ -152,6 +152,13 @@ TEST(VerifyTime, IsReadAndWritten) {
     }
 }
 
+TEST(VerifyAlgorithms, SayWhatIsWrongWithAKey) {
+    EXPECT_EQ(KeyFault(SignerOf("ec").key.get()), "");
+    EXPECT_EQ(KeyFault(SignerOf("short").key.get()),
+              "the certificate's key has only 1024 bits; RSA needs 2048, EC 224");
+    EXPECT_EQ(KeyFault(nullptr), "OpenSSL cannot read the certificate's key");
+}
+
 TEST(VerifyDigestNames, AreThoseOfSigning) {
     for (const char* const pszName :
          {"SHA256", "sha-384", "SHA2-512", "SHA512/256", "SHA3-256", "SHA-256/PSS", "MD5"}) {

@@ -134,6 +134,17 @@ TEST(VerifyStamps, ProveTheTimeIfTheAuthorityIsTrusted) {
     EXPECT_LE(*moment, std::time(nullptr));
 }
 
+TEST(VerifyStamps, MayComeTooLate) {
+    const TestSigner signer = SignerOf("expired", "ec");
+    Recipe recipe;
+    recipe.pSigner = &signer;
+    recipe.attributes = {ContentTypeAttribute(), DigestAttribute(DigestOf("SHA256", kContent))};
+    const std::string strPlain = MakeSignedData({MakeSigner(recipe, kContent)}, {signer.certificate.get()}, nullptr);
+    const Report report = VerifyAt(WithToken(strPlain, TokenFor(strPlain)), std::time(nullptr), true, "expired");
+    EXPECT_EQ(FailuresOf(report), "validity chain");
+    ExpectKnownReport(report, "Stamps.txt");
+}
+
 TEST(VerifyStamps, OfAnotherSignatureMakeItBad) {
     const std::string strSignature = Sign();
     const std::string strOther = TokenFor(Sign());
