@@ -340,7 +340,7 @@ StoreUri ParseStoreUri(std::string_view text) {
     if (nColon == std::string_view::npos || scheme.empty() || !IsAsciiLetter(scheme.front()) ||
         !std::all_of(scheme.begin(), scheme.end(),
                      [](char ch) { return IsAsciiLetterOrDigit(ch) || ch == '+' || ch == '-' || ch == '.'; })) {
-        Malformed("it must begin with \"demo:\", \"file:\" or \"pkcs11:\"");
+        Malformed("it must begin with \"demo:\", \"file:\", \"pkcs11:\" or \"stamp:\"");
     }
     std::string_view rest = text.substr(nColon + 1);
     if (EqualIgnoringCase(scheme, "handle")) {
