@@ -24,7 +24,11 @@ bool NamesItself(const Identity& certificate) {
 
 bool IsRoot(const Identity& certificate) {
     const OpenSslErrorMark mark;
-    return X509_self_signed(certificate.Certificate(), 1) == 1;
+    const bool bRoot = X509_self_signed(certificate.Certificate(), 1) == 1;
+    if (!bRoot) {
+        RequireMemory();
+    }
+    return bRoot;
 }
 
 // Path lengths, name constraints and the rest of RFC 5280 section 6.1 are OpenSSL's to check. Extensions that it does
@@ -49,6 +53,9 @@ bool Verifies(const Path& path, std::time_t now) {
     const bool bValid = X509_verify_cert(context.get()) == 1;
     if (!bValid && X509_STORE_CTX_get_error(context.get()) == X509_V_ERR_OUT_OF_MEM) {
         throw std::bad_alloc();
+    }
+    if (!bValid) {
+        RequireMemory();
     }
     return bValid;
 }

@@ -51,6 +51,7 @@ DigestPtr FindAlgorithm(std::string_view strName) {
     DigestPtr digest(EVP_MD_fetch(nullptr, OpenSslName(strName).c_str(), nullptr));
     if (!digest || std::none_of(std::begin(kAccepted), std::end(kAccepted),
                                 [&](const char* pszAccepted) { return EVP_MD_is_a(digest.get(), pszAccepted) == 1; })) {
+        RequireMemory();
         throw Failure(VCTK_E_DIGEST_UNKNOWN, std::string(strName) + ": use a SHA-2 or SHA-3 digest, such as SHA-256");
     }
     return digest;

@@ -146,6 +146,7 @@ using namespace vextk;
 VEXTK_CLEAR_REGISTERS HANDLE VCTK_Initialize(const char* pszAuxParam) {
     const StackWiper wiper(StackWiper::kAnyDepth);
     try {
+        BeginOperation();
         InitialiseOpenSsl();
         const OpenSslErrorMark mark;
         const OpenedStorePtr store = FindOrOpenStore(RequireText(pszAuxParam));

@@ -24,7 +24,11 @@ const KeyType* FindKeyType(const EVP_PKEY* pKey) {
     const auto* const pFound = std::find_if(kKeyTypes.begin(), kKeyTypes.end(), [=](const KeyType& type) {
         return EVP_PKEY_is_a(pKey, type.pszName) == 1;
     });
-    return pFound != kKeyTypes.end() ? pFound : nullptr;
+    if (pFound == kKeyTypes.end()) {
+        RequireMemory();
+        return nullptr;
+    }
+    return pFound;
 }
 
 constexpr std::time_t kNever = std::numeric_limits<std::time_t>::max();
@@ -135,10 +139,11 @@ bool CanReadKey(X509* pCertificate) {
 // out, which would make the certificate useless from then on. This check finds such a failure and reports it.
 void RequireRead(X509* pCertificate) {
     const OpenSslErrorMark mark;
-    const bool bKeyLost = X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate);
-    if (bKeyLost || (X509_check_purpose(pCertificate, -1, 0) != 1 &&
-                     ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE)) {
+    if (X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate)) {
         throw std::bad_alloc();
+    }
+    if (X509_check_purpose(pCertificate, -1, 0) != 1) {
+        RequireMemory();
     }
 }
 
@@ -213,9 +218,7 @@ IdentityPtr MakeIdentity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithou
         return std::make_shared<const Identity>(std::move(certificate), std::move(key), flawWithoutKey,
                                                 std::move(strName));
     } catch (const Failure&) {
-        if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
-            throw;
-        }
+        RequireMemory();
         return std::make_shared<const Identity>();
     }
 }

@@ -64,6 +64,9 @@ std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
             const auto [begin, end] = byPublicText.equal_range(PublicText(pPublic));
             const auto found =
                 std::find_if(begin, end, [&](const auto& entry) { return EVP_PKEY_eq(pPublic, entry.second) == 1; });
+            if (found == end) {
+                RequireMemory();
+            }
             pFound = found != end ? found->second : nullptr;
         }
         keys.push_back(pFound);

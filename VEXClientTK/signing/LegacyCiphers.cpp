@@ -24,6 +24,7 @@ int CipherOf(const X509_ALGOR* pAlgorithm) {
 
 // Memory may run out in any layer, which then adds errors of its own. The caller's errors are not in the queue.
 void RequireMemoryInAllLayers() {
+    RequireMemory();
     while (const unsigned long ulError = ERR_get_error()) {
         if (ERR_GET_REASON(ulError) == ERR_R_MALLOC_FAILURE) {
             throw std::bad_alloc();

@@ -12,6 +12,9 @@
 namespace vextk {
 namespace {
 
+// What RefusedAllocations() was when this thread's operation began.
+constinit thread_local std::uint64_t t_cRefusedBefore = 0;
+
 // If two threads use a key type for the first time at the same moment, OpenSSL 3.0 may give each thread its own
 // implementation. It never finds keys of different implementations equal, so a certificate would not match its private
 // key. While one implementation is kept, every thread gets it. It is never freed: threads may sign when the process
@@ -45,12 +48,17 @@ std::string LastOpenSslReason() {
 
 void RequireOpenSsl(bool bSucceeded) {
     if (!bSucceeded) {
+        RequireMemory();
         throw Failure(VCTK_E_INTERNAL, LastOpenSslReason());
     }
 }
 
+void BeginOperation() noexcept {
+    t_cRefusedBefore = RefusedAllocations();
+}
+
 void RequireMemory() {
-    if (ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
+    if (RefusedAllocations() != t_cRefusedBefore || ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE) {
         throw std::bad_alloc();
     }
 }
@@ -65,6 +73,9 @@ ObjectPtr FindDottedOid(const std::string& strText) {
     const OpenSslErrorMark mark;
     ObjectPtr object(OBJ_txt2obj(strText.c_str(), 1));
     // OpenSSL reads blanks as dots, and ignores a dot at the end.
+    if (!object) {
+        RequireMemory();
+    }
     return object && DottedText(object.get()) == strText ? std::move(object) : nullptr;
 }
 

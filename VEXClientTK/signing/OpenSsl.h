@@ -64,13 +64,17 @@ public:
 // The reason text of the newest entry of the thread's error queue; empty if there is none.
 std::string LastOpenSslReason();
 
-// Throws VCTK_E_INTERNAL with OpenSSL's reason unless bSucceeded.
-void RequireOpenSsl(bool bSucceeded);
+// An operation of this thread begins, which RequireMemory() is about.
+void BeginOperation() noexcept;
 
-// Throws std::bad_alloc if OpenSSL's newest error is that memory ran out. Such an error says nothing about the data.
+// For a failure of OpenSSL. Throws std::bad_alloc if memory ran out during the operation: then the failure says nothing
+// about the data. OpenSSL's newest error often does not tell, and sometimes none of its errors does.
 void RequireMemory();
 
-// Returns the object. Throws VCTK_E_INTERNAL with OpenSSL's reason if it is null.
+// Unless bSucceeded, throws std::bad_alloc if memory ran out, and else VCTK_E_INTERNAL with OpenSSL's reason.
+void RequireOpenSsl(bool bSucceeded);
+
+// The same for null. Returns the object.
 template <typename T>
 T* RequireOpenSsl(T* pObject) {
     RequireOpenSsl(pObject != nullptr);

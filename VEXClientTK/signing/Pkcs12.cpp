@@ -188,6 +188,7 @@ std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, Derivatio
 std::optional<StoreContent> ReadPkcs12(std::string_view bytes, const SecretText* pPin) {
     const Pkcs12Ptr file = Parse(bytes);
     if (!file) {
+        RequireMemory();
         return std::nullopt;
     }
     StoreContent content;

@@ -47,6 +47,7 @@ std::int64_t SaltOf(const RSA_PSS_PARAMS& parameters) {
 }
 
 [[noreturn]] void Refuse(const std::string& strWhy) {
+    RequireMemory();
     throw Failure(VCTK_E_SIGN_FAILED, "the certificate is for RSASSA-PSS " + strWhy);
 }
 
@@ -63,7 +64,6 @@ void RequirePssAllowed(const X509* pCertificate, const EVP_MD* pDigest) {
     const PssParametersPtr parameters(
         static_cast<RSA_PSS_PARAMS*>(Unpacked(pAlgorithm, ASN1_ITEM_rptr(RSA_PSS_PARAMS))));
     if (!parameters) {
-        RequireMemory();
         Refuse("with parameters that cannot be read");
     }
     const int nDigest = DigestOf(parameters->hashAlgorithm);

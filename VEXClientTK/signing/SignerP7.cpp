@@ -40,6 +40,7 @@ SigningDigest DigestForEdwards(const Identity& identity) {
 
 // OpenSSL 3.0 does not know ECDSA with SHA-3, SHA-512/224 and SHA-512/256 in CMS.
 [[noreturn]] void ThrowNoSigner(const Identity& identity, Scheme scheme, const EVP_MD* pDigest) {
+    RequireMemory();
     const std::string strReason = LastOpenSslReason();
     const bool bKnown = scheme != Scheme::kEcdsa ||
                         OBJ_find_sigid_by_algs(nullptr, EVP_MD_get_type(pDigest), NID_X9_62_id_ecPublicKey) == 1;
@@ -93,6 +94,7 @@ void Sign(CMS_SignerInfo* pSigner, const Identity& identity, Scheme scheme, cons
     RequireOpenSsl(ASN1_OCTET_STRING_set(CMS_SignerInfo_get0_signature(pSigner), signature.data(),
                                          static_cast<int>(signature.size())) == 1);
     if (scheme == Scheme::kEdwards && CMS_SignerInfo_verify(pSigner) != 1) {
+        RequireMemory();
         throw Failure(VCTK_E_SIGN_FAILED, std::string("this version of OpenSSL, ") + OpenSSL_version(OPENSSL_VERSION) +
                                               ", does not verify P7 signatures with an " + identity.KeyAlgorithm() +
                                               " key; make a P1 signature, or use another key");

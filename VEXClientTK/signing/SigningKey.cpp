@@ -53,8 +53,10 @@ private:
         Contexts own = TakeContext(request);  // freed, not kept, if the signature fails
         Bytes signature(static_cast<size_t>(EVP_PKEY_get_size(m_key.get())));
         size_t cbSignature = signature.size();
+        // Where memory has run out, OpenSSL may say that it has signed, and give an impossible length.
         RequireSigned(EVP_PKEY_sign(own.front().context.get(), signature.data(), &cbSignature, request.data.data(),
-                                    request.data.size()) == 1);
+                                    request.data.size()) == 1 &&
+                      cbSignature <= signature.size());
         KeepContext(std::move(own));
         signature.resize(cbSignature);
         return signature;
@@ -125,6 +127,7 @@ bool IsSignature(EVP_PKEY* pPublic, const SigningRequest& request, std::span<con
 
 void RequireSigned(bool bSucceeded) {
     if (!bSucceeded) {
+        RequireMemory();
         throw Failure(VCTK_E_SIGN_FAILED, LastOpenSslReason());
     }
 }

@@ -50,6 +50,7 @@ public:
         try {
             const CallQueue::Turn turn(m_queue);
             const OpenSslErrorMark mark;
+            BeginOperation();
             mine->queryBefore = std::exchange(mine->query, {});
             operation(*this);
             mine->Note(VCTK_OK, {});
@@ -187,8 +188,8 @@ private:
     ChoicePtr ChooseIdentity(const SettingsPtr& settings, std::time_t now) const;
 
     PerThreadPtr Mine();
-    PerThreadPtr MineOrNone() noexcept;  // null if memory runs out, which becomes the thread's error
-    PerThreadPtr MineIfAny() const noexcept;
+    PerThreadPtr MineOrNone() noexcept;       // null if memory runs out, which becomes the thread's error
+    PerThreadPtr MineIfAny() const noexcept;  // never null in an operation: Call has made it
 
     const OpenedStorePtr m_store;
     const std::uint64_t m_nObject;  // no other object ever gets it

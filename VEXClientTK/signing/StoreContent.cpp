@@ -62,6 +62,7 @@ Failure DamagedStore(const std::string& strWhere) {
 }
 
 void ThrowDecryptionFailure(Pin pin) {
+    RequireMemory();
     while (const unsigned long ulError = ERR_get_error()) {
         const int nReason = ERR_GET_REASON(ulError);
         if (nReason == ERR_R_MALLOC_FAILURE) {

@@ -54,6 +54,7 @@ Bytes Stamped(Function function) {
     try {
         return function();
     } catch (const vextimestamp::Fault& fault) {
+        RequireMemory();
         throw Failure(VCTK_E_TIMESTAMP, fault.what());
     }
 }

@@ -3,16 +3,27 @@
 #include <malloc.h>
 #include <openssl/crypto.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
 namespace vextk {
 namespace {
 
+// Not one for each thread: where memory has run out, libc could not make it, and would end the process.
+std::atomic<std::uint64_t> s_cRefused{0};
+
+void* Counted(void* pMemory) {
+    if (pMemory == nullptr) {
+        ++s_cRefused;
+    }
+    return pMemory;
+}
+
 // These use libc's blocks. So a block may come from OpenSSL's own functions, or be freed by libc's free.
 
 void* Allocate(size_t cb, const char* /*pszFile*/, int /*nLine*/) {
-    return cb != 0 ? std::malloc(cb) : nullptr;
+    return cb != 0 ? Counted(std::malloc(cb)) : nullptr;
 }
 
 void WipeAndFree(void* pMemory, const char* /*pszFile*/, int /*nLine*/) {
@@ -35,7 +46,7 @@ void* Reallocate(void* pMemory, size_t cb, const char* pszFile, int nLine) {
     if (cb <= cbOld) {
         return pMemory;
     }
-    void* const pNew = std::malloc(cb);
+    void* const pNew = Counted(std::malloc(cb));
     if (pNew != nullptr) {
         std::memcpy(pNew, pMemory, cbOld);
         WipeAndFree(pMemory, pszFile, nLine);
@@ -47,6 +58,10 @@ void* Reallocate(void* pMemory, size_t cb, const char* pszFile, int nLine) {
 
 void WipeWhatOpenSslFrees() {
     static_cast<void>(CRYPTO_set_mem_functions(Allocate, Reallocate, WipeAndFree));
+}
+
+std::uint64_t RefusedAllocations() noexcept {
+    return s_cRefused;
 }
 
 }  // namespace vextk

@@ -3,17 +3,14 @@
 // std::bad_alloc of an allocation. The other natives are not affected.
 //
 // Child processes run the fault points. If one crashes, a new one continues with the next point.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <jni.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +28,7 @@
 #include "FaultScenario.h"
 #include "FaultyJniEnv.h"
 #include "LogIdle.h"
+#include "OpenSslCrashes.h"
 #include "VCTK.h"
 #include "vex_jni_TAVClientJNI.h"
 
@@ -140,36 +138,6 @@ void RunScenario(Findings& findings, std::string& strWrong, How how = How::kOnce
 }
 
 // ---- Processes ----
-
-// OpenSSL does not check all of its allocations. When its own code accesses address 0, that is OpenSSL's defect: the
-// child ends with this status, and the test only counts it.
-constexpr int kOpenSslCrash = 99;
-
-// Whether the address of an instruction, given by the kernel, is in libcrypto.
-[[maybe_unused]] bool IsInOpenSsl(greg_t nAddress) {
-    Dl_info info{};
-    const void* const pInstruction = reinterpret_cast<const void*>(nAddress);  // NOLINT(performance-no-int-to-ptr)
-    return dladdr(pInstruction, &info) != 0 && info.dli_fname != nullptr &&
-           std::string_view(info.dli_fname).find("libcrypto") != std::string_view::npos;
-}
-
-void CatchOpenSslCrashes() {
-#if !defined(__SANITIZE_ADDRESS__)
-    struct sigaction action {};
-    action.sa_flags = SA_SIGINFO | SA_RESETHAND;
-    action.sa_sigaction = [](int, siginfo_t*, void* pContext) {
-        const auto* const pMachine = &static_cast<const ucontext_t*>(pContext)->uc_mcontext;
-        // The crash can also be in libc, called by OpenSSL with a null pointer for a lock.
-        const auto* const pStack = reinterpret_cast<const greg_t*>(pMachine->gregs[REG_RSP]);  // NOLINT
-        if (IsInOpenSsl(pMachine->gregs[REG_RIP]) || IsInOpenSsl(*pStack)) {
-            fault_points::Disarm();
-            NoteCoverage();
-            _exit(kOpenSslCrash);
-        }
-    };
-    sigaction(SIGSEGV, &action, nullptr);
-#endif
-}
 
 // The memory that the processes of one run share.
 struct Shared {

@@ -38,6 +38,8 @@ thread_local constinit int t_nPaused = 0;
 
 constinit bool* g_pbOpenSsl = nullptr;
 constinit long g_nRoom = 0;
+constinit std::size_t* g_pnWays = nullptr;
+constinit long g_nRoomForWays = 0;
 
 // The return addresses of the calls that led here, the last call first.
 class Callers {
@@ -47,7 +49,7 @@ public:
     void* const* end() const { return m_callers.data() + m_nCallers; }
 
 private:
-    std::array<void*, 16> m_callers{};
+    std::array<void*, 64> m_callers{};
     int m_nCallers;
 };
 
@@ -78,6 +80,17 @@ bool IsForgetful() {
         return dladdr(pCaller, &info) != 0 && info.dli_sname != nullptr &&
                std::strcmp(info.dli_sname, "OSSL_STORE_attach") == 0;  // it leaks the loader that it created
     });
+}
+
+std::size_t NumberOfWay() {
+    const fault_points::Pause pause;
+    std::size_t nWay = 0;
+    for (void* const pCaller : Callers()) {
+        if (IsInLibrary(pCaller, "libVEXClientTK")) {
+            nWay = nWay * 31 + reinterpret_cast<std::size_t>(pCaller);
+        }
+    }
+    return nWay;
 }
 
 }  // namespace
@@ -124,6 +137,11 @@ void NoteOpenSsl(bool* pbOpenSsl, long nRoom) {
     g_nRoom = nRoom;
 }
 
+void NoteWays(std::size_t* pnWays, long nRoom) {
+    g_pnWays = pnWays;
+    g_nRoomForWays = nRoom;
+}
+
 bool IsToFail(const char* pszFunction) {
     return IsToFail(pszFunction, nullptr);
 }
@@ -135,6 +153,9 @@ static bool IsToFail(const char* pszFunction, const void* pCaller) {
     const long nCall = ++g_state.nCalls;
     if (g_state.nPoint == 0 && nCall <= g_nRoom) {
         g_pbOpenSsl[nCall - 1] = IsForOpenSsl(pCaller);
+    }
+    if (g_state.nPoint == 0 && nCall <= g_nRoomForWays) {
+        g_pnWays[nCall - 1] = NumberOfWay();
     }
     if (nCall == g_state.nPoint) {
         g_state.pszFailed = pszFunction;

@@ -5,6 +5,7 @@
 // Calls are counted per thread: those of the thread that arms, or those of all other threads together.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace fault_points {
@@ -39,6 +40,10 @@ bool OpenSslLeaks();
 
 // While calls are only counted, the nth element becomes true when the nth call is an allocation for OpenSSL.
 void NoteOpenSsl(bool* pbOpenSsl, long nRoom);
+
+// While calls are only counted, the nth element becomes a number for the way to the nth call: the same for calls that
+// the same lines of the toolkit lead to.
+void NoteWays(std::size_t* pnWays, long nRoom);
 
 // Counts a call of a function that FaultPoints.cpp does not intercept. Returns whether the call must fail.
 bool IsToFail(const char* pszFunction);
