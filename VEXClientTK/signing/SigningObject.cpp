@@ -338,27 +338,24 @@ void SigningObject::SignP7(std::string_view text, int nInputForm, bool bDetached
 }
 
 const std::string& SigningObject::P1Signature() const {
-    const PerThreadPtr mine = MineIfAny();
-    if (!mine || !mine->strP1) {
+    const PerThread& mine = *MineIfAny();
+    if (!mine.strP1) {
         throw Failure(VCTK_E_NO_SIGNATURE);
     }
-    return *mine->strP1;
+    return *mine.strP1;
 }
 
 const std::string& SigningObject::P7Signature() const {
-    const PerThreadPtr mine = MineIfAny();
-    if (!mine || !mine->strP7) {
+    const PerThread& mine = *MineIfAny();
+    if (!mine.strP7) {
         throw Failure(VCTK_E_NO_SIGNATURE);
     }
-    return *mine->strP7;
+    return *mine.strP7;
 }
 
 std::string SigningObject::SignCertificate() const {
-    const PerThreadPtr mine = MineIfAny();
-    const bool bHasSigned = mine && mine->lastSigner;
-    const IdentityPtr signer =
-        bHasSigned ? mine->lastSigner : ChooseIdentity(CurrentSettings(), std::time(nullptr))->longest;
-    return signer->CertificateBase64();
+    const IdentityPtr& last = MineIfAny()->lastSigner;
+    return (last ? last : ChooseIdentity(CurrentSettings(), std::time(nullptr))->longest)->CertificateBase64();
 }
 
 std::string SigningObject::CertificatesText(const IdentityPtr& identity, std::time_t now) const {

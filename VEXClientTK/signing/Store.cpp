@@ -105,7 +105,7 @@ IdentitiesPtr ReadCertificates(const char* pszAttribute, const std::string& strP
         }
         return identities;
     } catch (const Failure& failure) {
-        const bool bPin = failure.Number() == VCTK_E_PIN_REQUIRED || failure.Number() == VCTK_E_PIN_WRONG;
+        const bool bPin = failure.Number() == VCTK_E_PIN_REQUIRED;  // none was given, so none can be wrong
         const Failure encrypted(VCTK_E_STORE_FORMAT,
                                 strPath + ": a part of it is encrypted; use a file with certificates alone");
         throw(bPin ? encrypted : failure).About(pszAttribute);

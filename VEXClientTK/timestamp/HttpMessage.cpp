@@ -219,12 +219,13 @@ bool HttpMessage::Take(std::string_view bytes) {
             return false;
         }
     }
+    // OpenSSL has refused a longer one than kMostReply.
     const std::size_t cbAnnounced = OSSL_HTTP_REQ_CTX_get_resp_len(m_exchange.get());
-    if (m_bLengthAnnounced && cbAnnounced <= kMostReply && m_strBody.size() >= cbAnnounced) {
+    if (m_bLengthAnnounced && m_strBody.size() >= cbAnnounced) {
         m_strBody.resize(cbAnnounced);
         return true;
     }
-    if (m_strBody.size() > kMostReply || cbAnnounced > kMostReply) {
+    if (m_strBody.size() > kMostReply) {
         ThrowNoReply("it is larger than 64 KiB");
     }
     if (bEnd && m_bLengthAnnounced) {
