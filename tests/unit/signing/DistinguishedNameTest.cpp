@@ -104,6 +104,27 @@ TEST(DistinguishedName, DigitsAreTextInEachStringType) {
     }
 }
 
+TEST(DistinguishedName, ATextThatIsNoUnicodeIsComparedByteByByte) {
+    const DistinguishedName half = NameOf({{"CN", V_ASN1_UTF8STRING, "a\xC3"}});
+    EXPECT_EQ(DistinguishedName::Parse("CN=#0C0261C3"), half);
+    EXPECT_NE(DistinguishedName::Parse("CN=a"), half);
+    EXPECT_NE(DistinguishedName::Parse("CN=a\\C3\\83"), half);
+}
+
+TEST(DistinguishedName, BlanksAloneAreAnEmptyText) {
+    EXPECT_EQ(DistinguishedName::Parse("CN=\\ \\ "), NameOf({{"CN", V_ASN1_UTF8STRING, "  "}}));
+    EXPECT_EQ(DistinguishedName::Parse("CN="), NameOf({{"CN", V_ASN1_UTF8STRING, " "}}));
+}
+
+// The attributes of a relative name have no order.
+TEST(DistinguishedName, ValuesOfOneTypeAreASet) {
+    const DistinguishedName units = NameOf(
+        {{"OU", V_ASN1_UTF8STRING, "a"}, {"OU", V_ASN1_BIT_STRING, "b", true}, {"OU", V_ASN1_UTF8STRING, "c", true}});
+    EXPECT_EQ(DistinguishedName::Parse("OU=c+OU=#03020062+OU=a"), units);
+    EXPECT_EQ(DistinguishedName::Parse("OU=#03020062 + OU=a+OU=c"), units);
+    EXPECT_NE(DistinguishedName::Parse("OU=a+OU=c"), units);
+}
+
 TEST(DistinguishedName, ValuesThatAreNotTextAreComparedByteByByte) {
     const DistinguishedName bits = NameOf({{"x500UniqueIdentifier", V_ASN1_BIT_STRING, "Ab"}});
     EXPECT_EQ(DistinguishedName::Parse("x500UniqueIdentifier=#0303004162"), bits);

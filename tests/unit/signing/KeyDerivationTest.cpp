@@ -28,6 +28,8 @@ extern "C" int __wrap_PKCS12_verify_mac(PKCS12* pFile, const char* pszPin, int c
 namespace vextk {
 namespace {
 
+using namespace std::string_literals;
+
 constexpr int kMost = static_cast<int>(DerivationWork::kMost);
 constexpr const char* kPin = "1234";
 
@@ -116,6 +118,83 @@ TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {
     }
     EXPECT_TRUE(IsTooMuch(work, Pbes2(1).get()));
 }
+
+// ---- Odd parameters ----
+
+// PBES2 with this function, as it stands in a file.
+const std::string kAes = "\x06\x09\x60\x86\x48\x01\x65\x03\x04\x01\x2A";
+AlgorithmPtr Pbes2With(const std::string& strFunction, const std::string& strParameters,
+                       const std::string& strCipher = kAes) {
+    const std::string strEncryption = Tlv(0x30, strCipher + Tlv(0x04, std::string(16, 'v')));
+    const std::string strDer = Tlv(0x30, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x05\x0D"s +
+                                             Tlv(0x30, Tlv(0x30, strFunction + strParameters) + strEncryption));
+    const auto* pb = reinterpret_cast<const unsigned char*>(strDer.data());
+    return AlgorithmPtr(d2i_X509_ALGOR(nullptr, &pb, static_cast<long>(strDer.size())));
+}
+
+const std::string kPbkdf2 = "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x05\x0C";
+const std::string kScrypt = "\x06\x09\x2B\x06\x01\x04\x01\xDA\x47\x04\x0B";
+const std::string kUnknown = "\x06\x03\x2A\x03\x04";
+const std::string kOdd = Tlv(0x30, "\x02");  // OpenSSL refuses it later
+
+std::string Integer(const std::string& strBytes) {
+    return Tlv(0x02, strBytes);
+}
+
+struct OddParameters : Row {
+    AlgorithmPtr (*pfnMake)();
+    bool bTooMuch;
+};
+
+class OddDerivation : public testing::TestWithParam<OddParameters> {};
+
+TEST_P(OddDerivation, IsCountedAsWhatItCouldCost) {
+    const AlgorithmPtr algorithm = GetParam().pfnMake();
+    ASSERT_TRUE(algorithm);
+    DerivationWork work;
+    EXPECT_EQ(IsTooMuch(work, algorithm.get()), GetParam().bTooMuch);
+}
+
+std::string Pbkdf2Of(const std::string& strIterations, const std::string& strKeyLength = "") {
+    return Tlv(0x30, Tlv(0x04, "salt") + Integer(strIterations) + strKeyLength);
+}
+std::string ScryptOf(const std::string& strCost, const std::string& strBlock) {
+    return Tlv(0x30, Tlv(0x04, "salt") + Integer(strCost) + Integer(strBlock) + Integer("\x01"));
+}
+const std::string kLarge = "\x7F" + std::string(7, 'x');
+
+INSTANTIATE_TEST_SUITE_P(
+    , OddDerivation,
+    testing::Values(
+        OddParameters{"Pbkdf2", [] { return Pbes2With(kPbkdf2, Pbkdf2Of("\x01")); }, false},
+        OddParameters{"NoNumber", [] { return Pbes2With(kPbkdf2, Pbkdf2Of(kLarge + "xxx")); }, true},
+        OddParameters{"NegativeNumber", [] { return Pbes2With(kPbkdf2, Pbkdf2Of("\xFF")); }, true},
+        OddParameters{"LongestUsefulKey", [] { return Pbes2With(kPbkdf2, Pbkdf2Of("\x0F\x42\x40", Integer("\x40"))); },
+                      false},
+        OddParameters{"LongKey",
+                      [] { return Pbes2With(kPbkdf2, Pbkdf2Of("\x0F\x42\x40", Integer("\x01\x00"s + "x"))); }, true},
+        OddParameters{"GarbageForPbkdf2", [] { return Pbes2With(kPbkdf2, kOdd); }, false},
+        OddParameters{"NothingForPbkdf2", [] { return Pbes2With(kPbkdf2, ""); }, false},
+        OddParameters{"GarbageForScrypt", [] { return Pbes2With(kScrypt, kOdd); }, false},
+        OddParameters{"ScryptBeyondAllNumbers", [] { return Pbes2With(kScrypt, ScryptOf(kLarge, kLarge)); }, true},
+        OddParameters{"ScryptOfZero", [] { return Pbes2With(kScrypt, ScryptOf("\x00"s, kLarge)); }, false},
+        OddParameters{"GarbageForPbes2",
+                      [] {
+                          AlgorithmPtr algorithm = Pbes2(1);
+                          ASN1_STRING_set(algorithm->parameter->value.sequence, kOdd.data(),
+                                          static_cast<int>(kOdd.size()));
+                          return algorithm;
+                      },
+                      false},
+        OddParameters{"GarbageForPbes1",
+                      [] {
+                          AlgorithmPtr algorithm = Pbes1(1);
+                          ASN1_STRING_set(algorithm->parameter->value.sequence, kOdd.data(),
+                                          static_cast<int>(kOdd.size()));
+                          return algorithm;
+                      },
+                      false}),
+    RowName);
 
 // ---- Files ----
 
@@ -249,6 +328,7 @@ AlgorithmPtr ScryptOfThree() {
 
 struct Unusable : Row {
     AlgorithmPtr (*pfnMake)();
+    const char* pszReason = "the parameters of its encryption cannot be used";
 };
 
 class UnusableParameters : public testing::TestWithParam<Unusable> {};
@@ -265,14 +345,28 @@ TEST_P(UnusableParameters, AreNotReportedAsAWrongPin) {
             ADD_FAILURE() << "it was read";
         } catch (const Failure& failure) {
             EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT) << failure.Detail();
+            EXPECT_EQ(failure.Detail(), GetParam().pszReason);
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, UnusableParameters,
-                         testing::Values(Unusable{"Garbage", WithGarbage}, Unusable{"NoVector", WithoutInitialVector},
-                                         Unusable{"Scrypt", ScryptOfThree}),
-                         RowName);
+constexpr const char* kNotOffered = "it is encrypted in a way that OpenSSL does not offer";
+
+INSTANTIATE_TEST_SUITE_P(
+    , UnusableParameters,
+    testing::Values(
+        Unusable{"Garbage", WithGarbage}, Unusable{"NoVector", WithoutInitialVector}, Unusable{"Scrypt", ScryptOfThree},
+        Unusable{"UnknownFunction", [] { return Pbes2With(kUnknown, ""); }, kNotOffered},
+        Unusable{"UnknownCipher", [] { return Pbes2With(kPbkdf2, Pbkdf2Of("\x01"), kUnknown); }, kNotOffered},
+        Unusable{"UnknownPrf", [] { return Pbes2With(kPbkdf2, Pbkdf2Of("\x01", Tlv(0x30, kUnknown))); }, kNotOffered},
+        Unusable{"Unknown",
+                 [] {
+                     AlgorithmPtr algorithm(X509_ALGOR_new());
+                     X509_ALGOR_set0(algorithm.get(), OBJ_txt2obj("1.2.3.4", 1), V_ASN1_NULL, nullptr);
+                     return algorithm;
+                 },
+                 kNotOffered}),
+    RowName);
 
 struct Macs : Row {
     const char* pszFilePin;
@@ -312,7 +406,6 @@ INSTANTIATE_TEST_SUITE_P(, MacsComputed,
 
 // A file that begins a check of its MAC, whose key is derived with these parameters of PBKDF2.
 std::string Pkcs12WithPbmac1(const std::string& strSalt, const std::string& strKeyLength) {
-    using namespace std::string_literals;
     const std::string strHmac = Tlv(0x30, "\x06\x08\x2A\x86\x48\x86\xF7\x0D\x02\x09\x05\x00"s);
     const std::string strPbkdf2 = Tlv(0x30, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x05\x0C"s +
                                                 Tlv(0x30, strSalt + Tlv(0x02, "\x01") + strKeyLength + strHmac));

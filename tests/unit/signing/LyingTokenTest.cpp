@@ -1,6 +1,7 @@
 // PKCS #11 modules with wrong answers. They decide neither how much memory the toolkit takes nor how long it asks.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "LyingToken.h"
@@ -179,6 +180,28 @@ INSTANTIATE_TEST_SUITE_P(
         MissingRow{"SignInit", [](CK_FUNCTION_LIST& functions) { functions.C_SignInit = nullptr; }},
         MissingRow{"Sign", [](CK_FUNCTION_LIST& functions) { functions.C_Sign = nullptr; }}),
     RowName);
+
+TEST_F(LyingTokenTest, AModuleThatGivesNoFunctionsIsRefused) {
+    const TempDirectory directory;
+    const std::string strModule = directory.Path("empty.so");
+    ASSERT_EQ(RunCommand("install -m 0755 " VEX_TEST_MODULE " " + strModule).nStatus, 0);
+    EXPECT_FALSE(ToolkitClient("pkcs11:?module-path=" + strModule).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE);
+    EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_TOKEN_MODULE) + (": " + strModule) +
+                                         ": it is not a PKCS #11 module: C_GetFunctionList is missing or fails");
+}
+
+// p11-kit's library, which knows the modules of the machine.
+TEST_F(LyingTokenTest, WithoutAModuleP11KitIsAsked) {
+    const bool bInstalled = std::filesystem::exists("/usr/lib/x86_64-linux-gnu/libp11-kit.so.0") ||
+                            std::filesystem::exists("/usr/lib64/libp11-kit.so.0");
+    EXPECT_FALSE(ToolkitClient("pkcs11:token=there%20is%20no%20such%20token").IsOpen());
+    if (bInstalled) {
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_NOT_FOUND) << ErrorMessage(nullptr);
+    } else {
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE) << ErrorMessage(nullptr);
+    }
+}
 
 TEST_F(LyingTokenTest, ALongSignatureIsRefused) {
     const ToolkitClient client(Uri());

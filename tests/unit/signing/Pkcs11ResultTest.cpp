@@ -16,6 +16,7 @@ TEST(Pkcs11ResultTest, AKnownOneIsShownByName) {
 TEST(Pkcs11ResultTest, AnUnknownOneIsShownAsANumber) {
     EXPECT_EQ(Pkcs11ResultText(0x80000001), "PKCS #11 result 0x80000001");
     EXPECT_EQ(Pkcs11ResultText(0x80ABCDEF), "PKCS #11 result 0x80ABCDEF");
+    EXPECT_EQ(Pkcs11ResultText(CKR_OK), "PKCS #11 result 0x0");
 }
 
 }  // namespace

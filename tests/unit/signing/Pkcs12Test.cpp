@@ -9,6 +9,7 @@
 
 #include "Row.h"
 #include "SelfSigned.h"
+#include "Tlv.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
 #include "signing/StoreContent.h"
@@ -48,11 +49,12 @@ public:
         NameLastBag(certificateName);
     }
 
-    // A key with malformed bytes.
-    void AddKey(const char* pszOid) {
+    // A key with malformed bytes. pszCurve: the parameter, if it is not null.
+    void AddKey(const char* pszOid, const char* pszCurve = nullptr) {
         KeyInfoPtr info(PKCS8_PRIV_KEY_INFO_new());
         auto* const pbBytes = static_cast<unsigned char*>(OPENSSL_zalloc(4));
-        PKCS8_pkey_set0(info.get(), OBJ_txt2obj(pszOid, 1), 0, V_ASN1_UNDEF, nullptr, pbBytes, 4);
+        PKCS8_pkey_set0(info.get(), OBJ_txt2obj(pszOid, 1), 0, pszCurve != nullptr ? V_ASN1_OBJECT : V_ASN1_UNDEF,
+                        pszCurve != nullptr ? OBJ_txt2obj(pszCurve, 1) : nullptr, pbBytes, 4);
         AddKey(std::move(info));
     }
 
@@ -62,9 +64,24 @@ public:
                                                                  NID_x509Certificate, NID_certBag));
     }
 
-    std::string Bytes() {
+    // The bags that are not needed to sign: another kind of certificate, and a secret.
+    void AddWhatIsPassedOver() {
+        const std::unique_ptr<ASN1_OCTET_STRING, OpenSslDeleter<ASN1_OCTET_STRING_free>> text(ASN1_OCTET_STRING_new());
+        sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_item_pack_safebag(text.get(), ASN1_ITEM_rptr(ASN1_OCTET_STRING),
+                                                                 NID_sdsiCertificate, NID_certBag));
+        constexpr unsigned char kSecret[] = {'s'};
+        sk_PKCS12_SAFEBAG_push(
+            m_pBags, PKCS12_SAFEBAG_create_secret(NID_rsaEncryption, V_ASN1_OCTET_STRING, kSecret, sizeof kSecret));
+    }
+
+    // With bDamaged, the encrypted part was damaged before the MAC was made.
+    std::string Bytes(bool bDamaged = false) {
         STACK_OF(PKCS7)* pSafes = nullptr;
         PKCS12_add_safe(&pSafes, m_pBags, NID_aes_256_cbc, 1, kPin);
+        if (bDamaged) {
+            ASN1_OCTET_STRING* const pData = sk_PKCS7_value(pSafes, 0)->d.encrypted->enc_data->enc_data;
+            ASN1_STRING_set(pData, ASN1_STRING_get0_data(pData), ASN1_STRING_length(pData) - 1);  // not whole blocks
+        }
         const std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
         sk_PKCS7_pop_free(pSafes, PKCS7_free);
         PKCS12_set_mac(file.get(), kPin, -1, nullptr, 0, 1, EVP_sha256());
@@ -116,12 +133,56 @@ TEST(Pkcs12, PartsThatCannotBeUsedArePassedOver) {
     EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
 
-TEST(Pkcs12, ADamagedKeyIsNotReportedAsAWrongPin) {
+TEST(Pkcs12, BagsThatAreNotNeededToSignArePassedOver) {
     Pkcs12File file;
-    file.AddKey("1.2.840.113549.1.1.1");
-    EXPECT_EQ(ErrorOf(file, Pkcs12File::kPin), VCTK_E_STORE_FORMAT);
+    file.AddWhatIsPassedOver();
+    const Identities identities = ReadWithPin(file, Pkcs12File::kPin);
+    ASSERT_EQ(identities.size(), 1U);
+    EXPECT_EQ(identities[0]->FlawAt(std::time(nullptr)), Flaw::kNone);
+}
+
+TEST(Pkcs12, ADamagedEncryptionIsNotReportedAsAWrongPinWhereTheMacIsRight) {
+    SecretText pin(8);
+    for (const char* pch = Pkcs12File::kPin; *pch != '\0'; ++pch) {
+        pin.Append(*pch);
+    }
+    try {
+        ReadIdentities(Pkcs12File().Bytes(true), &pin);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT);
+        EXPECT_EQ(failure.Detail(), "an encrypted part of it is damaged");
+    }
+}
+
+struct Unreadable : Row {
+    const char* pszOid;
+    const char* pszCurve;  // null: none
+    bool bDamaged;         // false: nobody could have read it
+};
+
+class UnreadableKey : public testing::TestWithParam<Unreadable> {};
+
+TEST_P(UnreadableKey, IsDamagedOnlyIfItsKindIsKnown) {
+    Pkcs12File file;
+    file.AddKey(GetParam().pszOid, GetParam().pszCurve);
+    EXPECT_EQ(ErrorOf(file, Pkcs12File::kPin), GetParam().bDamaged ? VCTK_E_STORE_FORMAT : VCTK_OK);
     EXPECT_EQ(ErrorOf(file, "123"), VCTK_E_PIN_WRONG);
 }
+
+constexpr const char* kEcKey = "1.2.840.10045.2.1";
+
+INSTANTIATE_TEST_SUITE_P(, UnreadableKey,
+                         testing::Values(Unreadable{"Rsa", "1.2.840.113549.1.1.1", nullptr, true},
+                                         Unreadable{"RsaPss", "1.2.840.113549.1.1.10", nullptr, true},
+                                         Unreadable{"Ed25519", "1.3.101.112", nullptr, true},
+                                         Unreadable{"Ed448", "1.3.101.113", nullptr, true},
+                                         Unreadable{"EcWithoutCurve", kEcKey, nullptr, true},
+                                         Unreadable{"EcOnP256", kEcKey, "1.2.840.10045.3.1.7", true},
+                                         Unreadable{"EcOnAnUnknownCurve", kEcKey, "1.2.3.4", false},
+                                         Unreadable{"Unknown", "1.2.3.4", nullptr, false},
+                                         Unreadable{"UnknownWithParameter", "1.2.3.4", "1.2.3.5", false}),
+                         RowName);
 
 struct Named : Row {
     Pkcs12File::NameBag certificate;
@@ -213,6 +274,49 @@ INSTANTIATE_TEST_SUITE_P(, DamagedPkcs12,
                                                     safe.d.encrypted = nullptr;
                                                 }}),
                          RowName);
+
+const std::string kData = Tlv(0x06, "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01");
+const std::string kEnveloped = Tlv(0x06, "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x03");
+
+// The same without OpenSSL's functions, which make no such file. strMac: what follows the contents.
+std::string FileOf(const std::string& strSafes, const std::string& strMac = "") {
+    return Tlv(0x30, Tlv(0x02, "\x03") + Tlv(0x30, kData + Tlv(0xA0, Tlv(0x04, strSafes))) + strMac);
+}
+
+struct Odd : Row {
+    std::string strFile;
+    std::string strReason;
+};
+
+class OddPkcs12 : public testing::TestWithParam<Odd> {};
+
+TEST_P(OddPkcs12, IsRefusedWithTheReason) {
+    SecretText pin(4);
+    pin.Append('1');
+    try {
+        ReadIdentities(GetParam().strFile, &pin);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT);
+        EXPECT_NE(failure.Detail().find(GetParam().strReason), std::string::npos) << failure.Detail();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , OddPkcs12,
+    testing::Values(
+        Odd{"NoListOfContents", FileOf("garbage"), "its list of contents is damaged"},
+        Odd{"NoBags", FileOf(Tlv(0x30, Tlv(0x30, kData + Tlv(0xA0, Tlv(0x04, "garbage"))))), "a part of it is damaged"},
+        Odd{"UnknownDigestOfTheMac",
+            FileOf(Tlv(0x30, ""), Tlv(0x30, Tlv(0x30, Tlv(0x30, Tlv(0x06, "\x2A\x03\x04")) + Tlv(0x04, "digest")) +
+                                                Tlv(0x04, "salt"))),
+            "its check sum (MAC) cannot be computed: "}),
+    RowName);
+
+TEST(Pkcs12, ContentsForARecipientsKeyArePassedOver) {
+    const std::string strFile = FileOf(Tlv(0x30, Tlv(0x30, kEnveloped)));
+    EXPECT_TRUE(ReadIdentities(strFile, nullptr).empty());
+}
 
 struct NoPin : Row {
     const char* pszPin;

@@ -168,6 +168,23 @@ TEST_F(SharedIdentitiesTest, ThreadsThatOpenAtOnceReadOnce) {
     EXPECT_EQ(g_cMacs, m_cMacs + 1);
 }
 
+// Some of them wait while the first one tries the PIN.
+TEST_F(SharedIdentitiesTest, ThreadsThatOpenAtOnceAreAllToldThatThePinIsWrong) {
+    constexpr size_t kThreads = 8;
+    std::vector<VCTKError> errors(kThreads);
+    std::latch start(kThreads);
+    {
+        std::vector<std::jthread> threads;
+        for (VCTKError& error : errors) {
+            threads.emplace_back([&] {
+                start.arrive_and_wait();
+                error = ErrorOf(m_strFile, "1");
+            });
+        }
+    }
+    EXPECT_EQ(errors, std::vector<VCTKError>(kThreads, VCTK_E_PIN_WRONG));
+}
+
 TEST_F(SharedIdentitiesTest, OpenWhileTheLastUserGoes) {
     const SelfSigned pair;
     const BioPtr bytes(BIO_new(BIO_s_mem()));

@@ -35,6 +35,12 @@ protected:
             " && (head -c 500 rsa.key; cat rsa.crt) > damaged.pem && cp both.pem 'a b.pem'"
             " && cat rsa.key ec.crt > mismatch.pem && ln -s both.pem link.pem && mkdir directory"
             " && mkfifo fifo && truncate -s 17M large.pem");
+        RequireCommand(strIn +
+                       "openssl x509 -in rsa.crt -trustout -out trusted.crt && cat rsa.key trusted.crt > trusted.pem"
+                       " && sed 's/ CERTIFICATE/ X509 CERTIFICATE/' rsa.crt > old.crt && cat rsa.key old.crt > old.pem"
+                       " && openssl ec -in ec.key -out trad-ec.key && cat trad-ec.key ec.crt > trad-ec.pem"
+                       " && sed '5d' trad-ec.key > bad-ec.key && cat bad-ec.key ec.crt > bad-ec.pem"
+                       " && head -c 1100 /dev/zero | tr '\\0' x > pin-endless");
         // Undamaged files without a signing key.
         RequireCommand(strIn +
                        "openssl req -new -key rsa.key -subj /CN=x -out csr.pem"
@@ -109,7 +115,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Store{"file:@/both.pem?pin-value=unused", 2}, Store{"file:@/enc.pem?pin-value=1234", 1},
                     Store{"file:@/trad.pem?pin-value=1234", 1}, Store{"file:@/mixed.pem?pin-value=1234", 2},
                     Store{"file:@/amid.pem", 1}, Store{"file:@/amid.pem?pin-value=unused", 1},
-                    Store{"file:@/amid-enc.pem?pin-value=1234", 1}, Store{"file:@/one-bad.pem", 1}));
+                    Store{"file:@/amid-enc.pem?pin-value=1234", 1}, Store{"file:@/one-bad.pem", 1},
+                    Store{"file:@/trusted.pem", 1}, Store{"file:@/old.pem", 1}, Store{"file:@/trad-ec.pem", 1},
+                    Store{"file:@/both.pem?chain=root&chain-source=@/one-bad.pem", 2}));
 
 struct BadStore {
     const char* pszUri;
@@ -146,12 +154,14 @@ INSTANTIATE_TEST_SUITE_P(
         BadStore{"file:@/rsa.p12?pin-source=@/fifo", VCTK_E_PIN_SOURCE},
         BadStore{"file:@/enc.pem", VCTK_E_PIN_REQUIRED}, BadStore{"file:@/enc.pem?pin-value=1", VCTK_E_PIN_WRONG},
         BadStore{"file:@/trad.pem", VCTK_E_PIN_REQUIRED}, BadStore{"file:@/trad.pem?pin-value=1", VCTK_E_PIN_WRONG},
-        BadStore{"file:@/mixed.pem", VCTK_E_PIN_REQUIRED}, BadStore{"file:@/mixed.pem?pin-value=1", VCTK_E_PIN_WRONG},
-        BadStore{"file:@/none", VCTK_E_STORE_NOT_FOUND}, BadStore{"file:@/pin/none", VCTK_E_STORE_NOT_FOUND},
-        BadStore{"file:@/directory", VCTK_E_STORE_UNREADABLE}, BadStore{"file:@/fifo", VCTK_E_STORE_UNREADABLE},
-        BadStore{"file:/dev/zero", VCTK_E_STORE_UNREADABLE}, BadStore{"file:@/large.pem", VCTK_E_STORE_UNREADABLE},
-        BadStore{"file:@/empty", VCTK_E_STORE_FORMAT}, BadStore{"file:@/zeros", VCTK_E_STORE_FORMAT},
-        BadStore{"file:@/cut.p12?pin-value=1234", VCTK_E_STORE_FORMAT},
+        BadStore{"file:@/trad.pem?pin-source=@/pin-endless", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/enc.pem?pin-value=", VCTK_E_PIN_WRONG},
+        BadStore{"file:@/trad.pem?pin-value=", VCTK_E_PIN_WRONG}, BadStore{"file:@/mixed.pem", VCTK_E_PIN_REQUIRED},
+        BadStore{"file:@/mixed.pem?pin-value=1", VCTK_E_PIN_WRONG}, BadStore{"file:@/none", VCTK_E_STORE_NOT_FOUND},
+        BadStore{"file:@/pin/none", VCTK_E_STORE_NOT_FOUND}, BadStore{"file:@/directory", VCTK_E_STORE_UNREADABLE},
+        BadStore{"file:@/fifo", VCTK_E_STORE_UNREADABLE}, BadStore{"file:/dev/zero", VCTK_E_STORE_UNREADABLE},
+        BadStore{"file:@/large.pem", VCTK_E_STORE_UNREADABLE}, BadStore{"file:@/empty", VCTK_E_STORE_FORMAT},
+        BadStore{"file:@/zeros", VCTK_E_STORE_FORMAT}, BadStore{"file:@/cut.p12?pin-value=1234", VCTK_E_STORE_FORMAT},
         BadStore{"file:@/damaged.pem", VCTK_E_STORE_FORMAT},
         BadStore{"file:@/nokey.p12?pin-value=1234", VCTK_E_STORE_NO_PRIVATE_KEY},
         BadStore{"file:@/rsa.crt", VCTK_E_STORE_NO_PRIVATE_KEY},
@@ -190,7 +200,14 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"file:@/damaged.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/endless.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
-                    Fault{"file:@/bad-key.pem", "a private key in it is damaged"}));
+                    Fault{"file:@/bad-key.pem", "a private key in it is damaged"},
+                    Fault{"file:@/bad-ec.pem", "a private key in it is damaged"}));
+
+TEST_F(StoreTest, ADamagedCertificateDoesNotHideATrustedOne) {
+    EXPECT_TRUE(ToolkitClient(Expand("stamp:?tsa-ca=@/one-bad.pem")).IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_FALSE(ToolkitClient(Expand("stamp:?tsa-ca=@/bad.crt")).IsOpen());
+    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_STORE_FORMAT);
+}
 
 TEST_F(StoreTest, ASuccessClearsTheErrorOfTheFailureBefore) {
     EXPECT_FALSE(ToolkitClient(Expand("file:@/none")).IsOpen());

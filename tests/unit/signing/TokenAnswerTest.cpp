@@ -159,6 +159,48 @@ INSTANTIATE_TEST_SUITE_P(
                 VCTK_E_TOKEN_REMOVED, "Card: CKR_SESSION_HANDLE_INVALID"}),
     RowName);
 
+// At the reader's own pad. There is no PIN that the toolkit could remember as wrong.
+TEST_F(TokenAnswerTest, AWrongPinFromThePadIsNamed) {
+    const AnyModuleAnswer answer = FailingAnswer<&CK_FUNCTION_LIST::C_Login>(CKR_PIN_INCORRECT, 1);
+    TestTokens::Shim().fPinPad = true;
+    const std::string strUri = "pkcs11:token=Card?" + TestTokens::ModuleQuery();
+    ExpectOpenError({{}, VCTK_E_PIN_WRONG, {}, {}}, strUri, "Card");
+    EXPECT_TRUE(ToolkitClient(strUri).IsOpen()) << ErrorMessage(nullptr);
+    TestTokens::Shim().fPinPad = false;
+}
+
+AnyModuleAnswer NeedsNoLogin() {
+    return std::make_shared<ModuleAnswer<&CK_FUNCTION_LIST::C_GetTokenInfo>>(
+        [](CK_SLOT_ID nSlot, CK_TOKEN_INFO* pInfo) {
+            const CK_RV rv = ModuleAnswer<&CK_FUNCTION_LIST::C_GetTokenInfo>::Real(nSlot, pInfo);
+            pInfo->flags &= ~CK_FLAGS{CKF_LOGIN_REQUIRED};
+            return rv;
+        });
+}
+
+// It does not show its private keys to anybody who has not logged in.
+TEST_F(TokenAnswerTest, ATokenThatNeedsNoLoginOpensWithoutAPin) {
+    const AnyModuleAnswer answer = NeedsNoLogin();
+    const std::string strUri = "pkcs11:token=Card?list=all&" + TestTokens::ModuleQuery();
+    const ToolkitClient first(strUri);
+    ASSERT_TRUE(first.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_EQ(first.Records().size(), 2U);
+    const ToolkitClient second(strUri + "&pin-value=1");
+    EXPECT_TRUE(second.IsOpen()) << ErrorMessage(nullptr);
+    EXPECT_TRUE(ToolkitClient(strUri).IsOpen()) << ErrorMessage(nullptr);
+}
+
+TEST_F(TokenAnswerTest, TheLibraryIsChosenByItsAttributes) {
+    const ToolkitClient any(Uri());
+    for (const char* pszOther :
+         {"library-manufacturer=x", "library-description=x", "library-version=9.9", "slot-manufacturer=x",
+          "slot-description=x", "manufacturer=x", "model=x", "serial=x"}) {
+        const std::string strWanted = std::string(pszOther) + ";token=Card";
+        EXPECT_FALSE(ToolkitClient(Uri(strWanted)).IsOpen()) << pszOther;
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_NOT_FOUND) << pszOther;
+    }
+}
+
 // ---- Attributes ----
 
 // What a module says about an attribute.

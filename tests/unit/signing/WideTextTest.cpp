@@ -45,11 +45,11 @@ TEST(WideText, ReadsUtf16) {
         return strBytes;
     };
     EXPECT_EQ(Utf8FromUtf16(""), "");
-    EXPECT_EQ(Utf8FromUtf16(bytes(u"a \u00D6\u7B7E\U0001F98A\U0010FFFF")),
-              "a \xC3\x96\xE7\xAD\xBE\xF0\x9F\xA6\x8A\xF4\x8F\xBF\xBF");
+    EXPECT_EQ(Utf8FromUtf16(bytes(u"a \u00D6\u7B7E\uFF21\U0001F98A\U0010FFFF")),
+              "a \xC3\x96\xE7\xAD\xBE\xEF\xBC\xA1\xF0\x9F\xA6\x8A\xF4\x8F\xBF\xBF");
     for (const std::string& strMalformed :
          {std::string("a"), bytes(u"ab") + "c", bytes({0xD83E}), bytes({0xDD8A}), bytes({0xDD8A, 0xD83E}),
-          bytes({0xD83E, u'a'}), bytes({0xD83E, 0xDD8A, 0xDD8A}), bytes({u'a', 0})}) {
+          bytes({0xD83E, u'a'}), bytes({u'a', 0xDD8A}), bytes({0xD83E, 0xDD8A, 0xDD8A}), bytes({u'a', 0})}) {
         EXPECT_FALSE(Utf8FromUtf16(strMalformed));
     }
 }
@@ -60,7 +60,8 @@ TEST(WideText, OtherCharactersAreUnchanged) {
 }
 
 TEST(WideText, BlanksAreThoseOfUnicode) {
-    for (const wchar_t ch : {0x09, 0x0D, 0x20, 0x85, 0xA0, 0x1680, 0x2000, 0x200A, 0x2028, 0x202F, 0x205F, 0x3000}) {
+    for (const wchar_t ch :
+         {0x09, 0x0D, 0x20, 0x85, 0xA0, 0x1680, 0x2000, 0x200A, 0x2028, 0x2029, 0x202F, 0x205F, 0x3000}) {
         EXPECT_TRUE(IsBlank(ch)) << std::hex << static_cast<int>(ch);
     }
     for (const wchar_t ch : {0x08, 0x0E, 0x1F, 0x21, 0x84, 0xA1, 0x1FFF, 0x200B, 0x2027, 0x2030, 0x3001}) {
