@@ -194,6 +194,53 @@ INSTANTIATE_TEST_SUITE_P(
                             "a redirect"}),
     RowName);
 
+// More than the buffers between them hold.
+constexpr std::size_t kLongRequest = std::size_t{32} << 20U;
+
+TEST(Http, WaitsForAnAuthorityThatReceivesLate) {
+    std::size_t cbReceived = 0;
+    ScriptedPeer peer([&](PeerConnection& connection) {
+        std::this_thread::sleep_for(200ms);
+        cbReceived = connection.ReceiveToEnd().size();
+    });
+    {
+        const Connection connection("127.0.0.1", std::to_string(peer.Port()), Later());
+        connection.Send(std::string(kLongRequest, 'x'), Later());
+    }
+    peer.Finish();
+    EXPECT_EQ(cbReceived, kLongRequest);
+}
+
+TEST(Http, EndsAtTheDeadlineIfTheRequestIsNotReceived) {
+    std::atomic<bool> bEnded = false;
+    ScriptedPeer peer([&](PeerConnection&) { bEnded.wait(false); });
+    const Connection connection("127.0.0.1", std::to_string(peer.Port()), Later());
+    const auto deadline = std::chrono::steady_clock::now() + 300ms;
+    EXPECT_THAT(FaultOf([&] { connection.Send(std::string(kLongRequest, 'x'), deadline); }),
+                testing::HasSubstr("the request is not received in time"));
+    EXPECT_GE(std::chrono::steady_clock::now(), deadline);
+    bEnded = true;
+    bEnded.notify_all();
+    peer.Finish();
+}
+
+TEST(Http, SaysThatTheProcessHasTooManyFiles) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::string strFault;
+    try {
+        Connection("127.0.0.1", "1", Later());
+    } catch (const Fault& fault) {
+        strFault = fault.what();
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    // FaultOf needs a file.
+    EXPECT_THAT(FaultOf([&] { throw Fault(strFault); }),
+                testing::HasSubstr("there is no connection: Too many open files"));
+}
+
 // Signals of broken connections have their usual effect here, the end of the process.
 TEST(Http, IsNotEndedByABrokenConnection) {
     std::atomic<bool> bConnected = false;

@@ -63,17 +63,26 @@ std::string Info() {
                                  Tlv(kInteger, "\x2A") + Tlv(kGeneralizedTime, "20260101000000Z"));
 }
 
-// Signs Info with further signed attributes.
-Bytes TokenWith(const std::function<void(CMS_SignerInfo*)>& fnAddAttributes) {
-    const auto open = [](const std::string& strFile) {
-        return BioPtr(BIO_new_file(World::Get().File(strFile).c_str(), "r"));
-    };
-    const CertificatePtr certificate(PEM_read_bio_X509(open("tsa.crt").get(), nullptr, nullptr, nullptr));
-    const KeyPtr key(PEM_read_bio_PrivateKey(open("tsa.key").get(), nullptr, nullptr, nullptr));
-    constexpr unsigned int kFlags = CMS_PARTIAL | CMS_BINARY | CMS_NOSMIMECAP;
+BioPtr FileOf(const std::string& strName) {
+    return BioPtr(BIO_new_file(World::Get().File(strName).c_str(), "r"));
+}
+CertificatePtr CertificateOf(const std::string& strName) {
+    return CertificatePtr(PEM_read_bio_X509(FileOf(strName + ".crt").get(), nullptr, nullptr, nullptr));
+}
+KeyPtr KeyOf(const std::string& strName) {
+    return KeyPtr(PEM_read_bio_PrivateKey(FileOf(strName + ".key").get(), nullptr, nullptr, nullptr));
+}
+
+constexpr unsigned int kFlags = CMS_PARTIAL | CMS_BINARY | CMS_NOSMIMECAP;
+
+// Signs Info with further signed attributes. nNames: CMS_CADES, if one of them is the right name of the certificate.
+Bytes TokenWith(const std::function<void(CMS_SignerInfo*)>& fnAddAttributes, unsigned int nNames = 0,
+                const CertificatePtr& certificate = CertificateOf("tsa")) {
+    const KeyPtr key = KeyOf("tsa");
     const CmsPtr cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags));
     Require(cms && CMS_set1_eContentType(cms.get(), OBJ_nid2obj(NID_id_smime_ct_TSTInfo)) == 1);
-    CMS_SignerInfo* const pSigner = CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), kFlags);
+    CMS_SignerInfo* const pSigner =
+        CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), kFlags | nNames);
     Require(pSigner != nullptr);
     fnAddAttributes(pSigner);
     const std::string strInfo = Info();
@@ -131,6 +140,89 @@ TEST(OddToken, OfAShortKeyIsRefused) {
     EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, nullptr, nullptr); }),
                 testing::HasSubstr("(O=Clocks,CN=Authority tsa) is too short, or unknown"));
 }
+
+// What a signer says that the content is.
+struct ContentType : Row {
+    void (*pfnChange)(CMS_SignerInfo*);
+    std::string strFault;
+};
+
+class WrongContentType : public testing::TestWithParam<ContentType> {};
+
+TEST_P(WrongContentType, IsRefused) {
+    const CmsPtr token = Decoded(TokenWith([](CMS_SignerInfo*) {}, CMS_CADES));
+    GetParam().pfnChange(SignerOf(token));
+    const Bytes changed = Encoded(token.get());
+    EXPECT_THAT(FaultOf([&] { CheckToken(changed, kValue, nullptr, nullptr); }),
+                testing::HasSubstr(GetParam().strFault));
+}
+
+void Add(CMS_SignerInfo* pSigner, int nType, const void* pValue, int cb) {
+    Require(CMS_signed_add1_attr_by_NID(pSigner, NID_pkcs9_contentType, nType, pValue, cb) == 1);
+}
+
+void Remove(CMS_SignerInfo* pSigner) {
+    X509_ATTRIBUTE_free(
+        CMS_signed_delete_attr(pSigner, CMS_signed_get_attr_by_NID(pSigner, NID_pkcs9_contentType, -1)));
+}
+
+constexpr const char* kNotOne = "the signed attribute contentType with other than one value";
+constexpr const char* kNoInfo = "the time stamp's signature is not one of a TSTInfo";
+
+INSTANTIATE_TEST_SUITE_P(
+    , WrongContentType,
+    testing::Values(ContentType{{"None"}, Remove, kNoInfo},
+                    ContentType{{"Data"},
+                                [](CMS_SignerInfo* pSigner) {
+                                    Remove(pSigner);
+                                    Add(pSigner, V_ASN1_OBJECT, OBJ_nid2obj(NID_pkcs7_data), -1);
+                                },
+                                kNoInfo},
+                    ContentType{{"NoObject"},
+                                [](CMS_SignerInfo* pSigner) {
+                                    Remove(pSigner);
+                                    Add(pSigner, V_ASN1_OCTET_STRING, "x", 1);
+                                },
+                                kNoInfo},
+                    ContentType{{"TwoValues"},
+                                [](CMS_SignerInfo* pSigner) {
+                                    X509_ATTRIBUTE* const pAttribute = CMS_signed_get_attr(
+                                        pSigner, CMS_signed_get_attr_by_NID(pSigner, NID_pkcs9_contentType, -1));
+                                    Require(X509_ATTRIBUTE_set1_data(pAttribute, V_ASN1_OBJECT,
+                                                                     OBJ_nid2obj(NID_pkcs7_data), -1) == 1);
+                                },
+                                kNotOne},
+                    ContentType{{"TwoAttributes"},
+                                [](CMS_SignerInfo* pSigner) {
+                                    X509_ATTRIBUTE* const pAttribute = CMS_signed_get_attr(
+                                        pSigner, CMS_signed_get_attr_by_NID(pSigner, NID_pkcs9_contentType, -1));
+                                    Require(CMS_signed_add1_attr(pSigner, pAttribute) == 1);
+                                },
+                                kNotOne}),
+    RowName);
+
+struct Dates : Row {
+    ASN1_TIME* (*pfnDate)(const X509*);
+    std::string strFault;
+};
+
+class ImpossibleDate : public testing::TestWithParam<Dates> {};
+
+// No moment lies between dates of which one does not exist.
+TEST_P(ImpossibleDate, OfTheSignerIsNamed) {
+    const CertificatePtr certificate = CertificateOf("tsa");
+    ASN1_TIME* const pDate = GetParam().pfnDate(certificate.get());
+    pDate->type = V_ASN1_GENERALIZEDTIME;
+    Require(ASN1_STRING_set(pDate, "20261399999999Z", -1) == 1 &&
+            X509_sign(certificate.get(), KeyOf("root").get(), EVP_sha256()) > 0);
+    const Bytes token = TokenWith([](CMS_SignerInfo*) {}, CMS_CADES, certificate);
+    EXPECT_THAT(FaultOf([&] { CheckToken(token, kValue, nullptr, nullptr); }), testing::HasSubstr(GetParam().strFault));
+}
+
+INSTANTIATE_TEST_SUITE_P(, ImpossibleDate,
+                         testing::Values(Dates{{"Begin"}, X509_getm_notBefore, "valid from an impossible date to 2"},
+                                         Dates{{"End"}, X509_getm_notAfter, "Z to an impossible date"}),
+                         RowName);
 
 TEST(OddToken, OfAnotherKindOfCmsIsRefused) {
     const Bytes data =

@@ -231,6 +231,11 @@ TEST(Token, ThatIsCutOrLongerIsRefused) {
     EXPECT_THAT(FaultOf([&] { CheckToken(longer, kValue, nullptr, nullptr); }), testing::HasSubstr("cannot be read"));
 }
 
+TEST(Token, WithSomethingBehindItsInfoIsRefused) {
+    EXPECT_THAT(FaultOf([] { CheckToken(World::Get().Token(Info().Der() + "x"), kValue, nullptr, nullptr); }),
+                testing::HasSubstr("its content is no TSTInfo"));
+}
+
 TEST(Token, WithAnotherTimeThanItsSignerWroteIsRefused) {
     const Info info;
     Bytes token = World::Get().Token(info.Der());
