@@ -1,4 +1,5 @@
 // The client's sockets and connections, at one end of a socket pair.
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -98,6 +99,24 @@ TEST_F(SocketTest, AMessageNotSentAtAllKeepsTheConnection) {
     char szReceived[10] = {};
     EXPECT_EQ(recv(m_nPeer, szReceived, sizeof szReceived, 0), 4);
     EXPECT_STREQ(szReceived, "sent");
+}
+
+TEST_F(SocketTest, NothingBeginsAfterTheDeadline) {
+    const CPipeSocket socket(m_nSocket);
+    ASSERT_EQ(send(m_nPeer, "x", 1, 0), 1);
+    const CPipeDeadline over(1);
+    timeval left = {};
+    while (over.TimeLeft(left)) {
+    }
+    char ch = '\0';
+    EXPECT_EQ(socket.Receive(&ch, 1, over), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(socket.Send("y", 1, over), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_FALSE(socket.Connect(htonl(INADDR_LOOPBACK), 1, over));
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_EQ(socket.Receive(&ch, 1, CPipeDeadline(0)), 1);
+    EXPECT_EQ(ch, 'x');
 }
 
 TEST_F(SocketTest, SendReturnsTheNumberOfBytesSent) {
