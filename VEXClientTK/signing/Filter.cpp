@@ -34,6 +34,7 @@ constexpr KeyUsageName kKeyUsages[] = {
 };
 
 [[noreturn]] void Malformed(const char* pszDetail) {
+    RequireMemory();
     throw Failure(VCTK_E_FILTER_VALUE, pszDetail);
 }
 
