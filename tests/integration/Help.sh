@@ -32,8 +32,15 @@ help_of() {
 help_of vexsign list p1 p7 stamp verify >vexsign.txt
 help_of vexlog stats report >vexlog.txt
 help_of vexfiled >vexfiled.txt
+# Versions of CLI11 break lines in other places and write a default as "FILE=-" or as "FILE [-]".
+words() {
+    sed -E 's/([]A-Z}])=([^ ]+)/\1 [\2]/g' "$1" | tr -s '[:space:]' '\n'
+}
 for program in vexsign vexlog vexfiled; do
-    diff -u "$here/help/$program.txt" "$program.txt" || fail "the help of $program is another one (see above)"
+    cmp -s <(words "$here/help/$program.txt") <(words "$program.txt") || {
+        diff -u "$here/help/$program.txt" "$program.txt" || true
+        fail "the help of $program is another one (see above)"
+    }
 done
 
 echo "all passed"
