@@ -51,10 +51,10 @@ bool Verifies(const Path& path, std::time_t now) {
     vextimestamp::SetVerifyTime(context.get(), now);
     X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_IGNORE_CRITICAL);
     const bool bValid = X509_verify_cert(context.get()) == 1;
-    if (!bValid && X509_STORE_CTX_get_error(context.get()) == X509_V_ERR_OUT_OF_MEM) {
-        throw std::bad_alloc();
-    }
     if (!bValid) {
+        if (X509_STORE_CTX_get_error(context.get()) == X509_V_ERR_OUT_OF_MEM) {
+            throw std::bad_alloc();
+        }
         RequireMemory();
     }
     return bValid;
