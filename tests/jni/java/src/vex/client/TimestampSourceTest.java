@@ -17,49 +17,18 @@ import java.util.stream.Stream;
 import org.bouncycastle.tsp.TSPAlgorithms;
 import org.bouncycastle.tsp.TimeStampRequest;
 import org.bouncycastle.tsp.TimeStampRequestGenerator;
-import org.junit.jupiter.api.BeforeAll;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
-import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.Arguments;
 import org.junit.jupiter.params.provider.MethodSource;
 import vex.client.SigningException.Reason;
-import vex.jni.TestStore;
 import vex.jni.VCTKError;
 
 /** What a source of time stamps does wrong: there is no signature, and the reason says what happened. */
 @Tag("client")
-class TimestampSourceTest {
-    private static final String TEXT = "I owe you 100 €.";
-    private static final byte[] TEXT_BYTES = TEXT.getBytes(StandardCharsets.UTF_8);
-
-    private static LocalAuthority authority;
-    private static TestStore.Identity identity;
-
-    @TempDir
-    private Path directory;
-
-    private Path store;
-
-    @BeforeAll
-    static void createAuthority() throws Exception {
-        authority = new LocalAuthority();
-        identity = TestStore.identity("secp256r1", "CN=Signer", 7, 30, 0);
-    }
-
-    @BeforeEach
-    void writeStore() throws Exception {
-        store = directory.resolve("keys.pem");
-        TestStore.writePem(store, List.of(identity));
-    }
-
-    private SigningClient open(TimestampSource source) throws SigningException {
-        return SigningClient.file(store).timestamp(source).open();
-    }
-
+class TimestampSourceTest extends TimestampFixture {
     private static Arguments source(String name, String message, TimestampSource source) {
         return Arguments.of(name, message, source);
     }

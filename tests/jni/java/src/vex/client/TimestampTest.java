@@ -8,7 +8,6 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayInputStream;
 import java.io.IOException;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.KeyStore;
@@ -37,12 +36,9 @@ import org.bouncycastle.cms.SignerInformation;
 import org.bouncycastle.cms.SimpleAttributeTableGenerator;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoGeneratorBuilder;
 import org.bouncycastle.cms.jcajce.JcaSimpleSignerInfoVerifierBuilder;
-import org.junit.jupiter.api.BeforeAll;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
-import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.Arguments;
 import org.junit.jupiter.params.provider.EnumSource;
@@ -52,45 +48,18 @@ import vex.client.SigningException.Reason;
 import vex.jni.Garbage;
 import vex.jni.Signatures;
 import vex.jni.TAVClientJNI;
-import vex.jni.TestStore;
 import vex.jni.Together;
 import vex.jni.VCTKError;
 
 /** CMS signatures with time stamps from a source. */
 @Tag("client")
-class TimestampTest {
-    private static final String TEXT = "I owe you 100 €.";
-    private static final byte[] TEXT_BYTES = TEXT.getBytes(StandardCharsets.UTF_8);
+class TimestampTest extends TimestampFixture {
     /** Nobody listens. No test needs to get so far. */
     private static final String DEAD_AUTHORITY = "tsa=http%3A//127.0.0.1%3A1/";
-
-    private static LocalAuthority authority;
-    private static TestStore.Identity identity;
-
-    @TempDir
-    private Path directory;
-
-    private Path store;
 
     /** Something that signs. */
     private interface Call {
         byte[] sign(SigningClient client, Path content) throws Exception;
-    }
-
-    @BeforeAll
-    static void createAuthority() throws Exception {
-        authority = new LocalAuthority();
-        identity = TestStore.identity("secp256r1", "CN=Signer", 7, 30, 0);
-    }
-
-    @BeforeEach
-    void writeStore() throws Exception {
-        store = directory.resolve("keys.pem");
-        TestStore.writePem(store, List.of(identity));
-    }
-
-    private SigningClient open(TimestampSource source) throws SigningException {
-        return SigningClient.file(store).timestamp(source).open();
     }
 
     private static void requireSignature(byte[] cms, byte[] content, boolean detached, X509Certificate certificate)
