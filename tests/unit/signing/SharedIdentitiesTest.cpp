@@ -8,15 +8,15 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <algorithm>
+#include <array>
 #include <latch>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "ChildProcess.h"
 #include "MacCount.h"
 #include "SelfSigned.h"
 #include "TempDirectory.h"
+#include "Threads.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
 
@@ -151,38 +151,30 @@ TEST_F(SharedIdentitiesTest, AreSharedByStoresWithOtherAttributes) {
     }
 }
 
+// Calls fnBody(0) to fnBody(nThreads - 1) on threads that start together.
+template <typename Body>
+void AtOnce(int nThreads, const Body& fnBody) {
+    std::latch start(nThreads);
+    OnThreads(nThreads, [&](int nThread) {
+        start.arrive_and_wait();
+        fnBody(static_cast<std::size_t>(nThread));
+    });
+}
+
 TEST_F(SharedIdentitiesTest, ThreadsThatOpenAtOnceReadOnce) {
-    constexpr size_t kThreads = 8;
-    std::vector<IdentitiesPtr> results(kThreads);
-    std::latch start(kThreads);
-    {
-        std::vector<std::jthread> threads;
-        for (IdentitiesPtr& result : results) {
-            threads.emplace_back([&] {
-                start.arrive_and_wait();
-                result = Read(m_strFile);
-            });
-        }
-    }
-    EXPECT_EQ(std::count(results.begin(), results.end(), results.front()), static_cast<long>(kThreads));
+    constexpr int kThreads = 8;
+    std::array<IdentitiesPtr, kThreads> results;
+    AtOnce(kThreads, [&](std::size_t i) { results[i] = Read(m_strFile); });
+    EXPECT_EQ(std::count(results.begin(), results.end(), results.front()), kThreads);
     EXPECT_EQ(g_cMacs, m_cMacs + 1);
 }
 
 // Some of them wait while the first one tries the PIN.
 TEST_F(SharedIdentitiesTest, ThreadsThatOpenAtOnceAreAllToldThatThePinIsWrong) {
-    constexpr size_t kThreads = 8;
-    std::vector<VCTKError> errors(kThreads);
-    std::latch start(kThreads);
-    {
-        std::vector<std::jthread> threads;
-        for (VCTKError& error : errors) {
-            threads.emplace_back([&] {
-                start.arrive_and_wait();
-                error = ErrorOf(m_strFile, "1");
-            });
-        }
-    }
-    EXPECT_EQ(errors, std::vector<VCTKError>(kThreads, VCTK_E_PIN_WRONG));
+    constexpr int kThreads = 8;
+    std::array<VCTKError, kThreads> errors{};
+    AtOnce(kThreads, [&](std::size_t i) { errors[i] = ErrorOf(m_strFile, "1"); });
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), VCTK_E_PIN_WRONG), kThreads);
 }
 
 TEST_F(SharedIdentitiesTest, OpenWhileTheLastUserGoes) {
@@ -190,14 +182,11 @@ TEST_F(SharedIdentitiesTest, OpenWhileTheLastUserGoes) {
     const BioPtr bytes(BIO_new(BIO_s_mem()));
     PEM_write_bio_X509(bytes.get(), pair.certificate.get());
     const std::string strFile = MemoryBioText(bytes.get());
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int n = 0; n < 500; ++n) {
-                EXPECT_EQ(ReadSharedIdentities(strFile, nullptr)->size(), 1U);
-            }
-        });
-    }
+    OnThreads(4, [&](int) {
+        for (int n = 0; n < 500; ++n) {
+            EXPECT_EQ(ReadSharedIdentities(strFile, nullptr)->size(), 1U);
+        }
+    });
 }
 
 // The child reads everything anew, and ends what it has inherited.
