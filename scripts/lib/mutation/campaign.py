@@ -85,8 +85,8 @@ class Results:
 CHUNK = 4.0
 # Seconds from which a test is slow.
 SLOW = 5.0
-# Slow tests that have passed without a mutant in this run.
-PASSED = {}
+# The names of slow tests that have passed without a mutant in this run.
+PASSED = set()
 
 
 def time_of(tests):
@@ -167,18 +167,17 @@ def try_mutant(number, reaching, budget, finders):
 
 def is_confirmed(test, seconds, number):
     again = ctests.run(test, limit_of(seconds), {"VEX_MUTANT": str(number)})
-    passes = passes_once if seconds > SLOW else ctests.run
-    return not again.passed and passes(test, limit_of(seconds), {}).passed
+    return not again.passed and passes_without_mutant(test, seconds)
 
 
-def passes_once(test, limit, environment):
-    """Runs a slow test without a mutant, but not once more after it has passed."""
-    if test.name not in PASSED:
-        ended = ctests.run(test, limit, environment)
-        if not ended.passed:
-            return ended
-        PASSED[test.name] = ended
-    return PASSED[test.name]
+def passes_without_mutant(test, seconds):
+    """A slow test does not run once more after it has passed."""
+    if test.name in PASSED:
+        return True
+    passed = ctests.run(test, limit_of(seconds), {}).passed
+    if passed and seconds > SLOW:
+        PASSED.add(test.name)
+    return passed
 
 
 def run(mutants, reach, results, jobs, budget, again):
