@@ -8,6 +8,7 @@
 #include "signing/Failure.h"
 #include "signing/KeyTypes.h"
 #include "signing/WipingMemory.h"
+#include "timestamp/OpenSsl.h"
 
 namespace vextk {
 namespace {
@@ -64,9 +65,7 @@ void RequireMemory() {
 }
 
 std::string DottedText(const ASN1_OBJECT* pObject) {
-    std::array<char, 512> text{};
-    const int cch = OBJ_obj2txt(text.data(), static_cast<int>(text.size()), pObject, 1);
-    return cch > 0 && static_cast<size_t>(cch) < text.size() ? std::string(text.data()) : std::string();
+    return vextimestamp::DottedText(pObject);
 }
 
 ObjectPtr FindDottedOid(const std::string& strText) {

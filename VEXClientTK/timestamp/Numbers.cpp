@@ -48,42 +48,43 @@ std::string TextOf(std::time_t nTime) {
 
 namespace {
 
-bool IsValueEnd(const std::string& strName, std::size_t n) {
-    return n >= strName.size() || strName[n] == ',' || strName[n] == '+';
-}
+constexpr unsigned long kValueFlags = ASN1_STRFLGS_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
 
-// OpenSSL does not escape "#" when it is a whole value. RFC 4514 demands it, because a value that begins with "#" is
-// its DER in hexadecimal.
-std::string WithEscapedMarks(const std::string& strName) {
-    std::string strEscaped;
-    bool bInType = true;
-    for (std::size_t i = 0; i < strName.size(); ++i) {
-        const char ch = strName[i];
-        if (bInType) {
-            bInType = ch != '=';
-            strEscaped += ch;
-            strEscaped += !bInType && strName.compare(i + 1, 1, "#") == 0 && IsValueEnd(strName, i + 2) ? "\\" : "";
-        } else if (ch == '\\' && i + 1 < strName.size()) {
-            strEscaped.append(strName, i++, 2);
-        } else {
-            bInType = ch == ',' || ch == '+';
-            strEscaped += ch;
-        }
+// Nothing: OpenSSL cannot show it.
+std::optional<std::string> ValueText(const ASN1_STRING* pValue, unsigned long ulFlags) {
+    const BioPtr bio(RequireMemory(BIO_new(BIO_s_mem())));
+    if (ASN1_STRING_print_ex(bio.get(), pValue, ulFlags) < 0) {
+        return std::nullopt;
     }
-    return strEscaped;
+    const char* pch = nullptr;
+    const long cch = BIO_get_mem_data(bio.get(), &pch);
+    std::string strText(pch, static_cast<std::size_t>(cch));
+    // A value that begins with "#" is its DER in hexadecimal. OpenSSL escapes the mark except when it is all there is.
+    return strText == "#" ? "\\#" : strText;
 }
 
 }  // namespace
 
+// X509_NAME_print_ex cuts the text of an unknown attribute type at 79 characters.
 std::optional<std::string> NameText(const X509_NAME* pName) {
-    const BioPtr text(RequireMemory(BIO_new(BIO_s_mem())));
-    constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-    if (X509_NAME_print_ex(text.get(), pName, 0, kFlags) < 0) {
-        return std::nullopt;
+    std::string strName;
+    int nRelativeName = -1;
+    for (int i = X509_NAME_entry_count(pName) - 1; i >= 0; --i) {
+        const X509_NAME_ENTRY* const pEntry = X509_NAME_get_entry(pName, i);
+        const ASN1_OBJECT* const pType = X509_NAME_ENTRY_get_object(pEntry);
+        const int nType = OBJ_obj2nid(pType);
+        const std::optional<std::string> strValue = ValueText(
+            X509_NAME_ENTRY_get_data(pEntry), nType == NID_undef ? kValueFlags | ASN1_STRFLGS_DUMP_ALL : kValueFlags);
+        if (!strValue) {
+            return std::nullopt;
+        }
+        if (!strName.empty()) {
+            strName += X509_NAME_ENTRY_set(pEntry) == nRelativeName ? '+' : ',';
+        }
+        nRelativeName = X509_NAME_ENTRY_set(pEntry);
+        strName += (nType == NID_undef ? DottedText(pType) : std::string(OBJ_nid2sn(nType))) + '=' + *strValue;
     }
-    const char* pch = nullptr;
-    const long cch = BIO_get_mem_data(text.get(), &pch);
-    return cch > 0 ? WithEscapedMarks(std::string(pch, static_cast<std::size_t>(cch))) : std::string();
+    return strName;
 }
 
 }  // namespace vextimestamp

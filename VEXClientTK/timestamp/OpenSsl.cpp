@@ -1,7 +1,5 @@
 #include "timestamp/OpenSsl.h"
 
-#include <array>
-
 #include "posix/VisibleText.h"
 
 namespace vextimestamp {
@@ -22,9 +20,14 @@ std::string LastReason() {
 }
 
 std::string DottedText(const ASN1_OBJECT* pObject) {
-    std::array<char, 512> text{};
-    const int cch = pObject == nullptr ? 0 : OBJ_obj2txt(text.data(), static_cast<int>(text.size()), pObject, 1);
-    return cch > 0 && static_cast<std::size_t>(cch) < text.size() ? std::string(text.data()) : std::string();
+    const int cch = pObject == nullptr ? 0 : OBJ_obj2txt(nullptr, 0, pObject, 1);
+    if (cch <= 0) {
+        return {};
+    }
+    std::string strText(static_cast<std::size_t>(cch) + 1, '\0');
+    OBJ_obj2txt(strText.data(), cch + 1, pObject, 1);
+    strText.pop_back();
+    return strText;
 }
 
 }  // namespace vextimestamp

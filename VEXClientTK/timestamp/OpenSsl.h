@@ -79,7 +79,7 @@ T* RequireMemory(T* pObject) {
 // out: that says nothing about the data.
 std::string LastReason();
 
-// An object identifier in dotted form; empty if it is too long.
+// An object identifier in dotted form; empty if OpenSSL does not show it, which it does up to 586 bytes of DER.
 std::string DottedText(const ASN1_OBJECT* pObject);
 
 }  // namespace vextimestamp

@@ -336,13 +336,23 @@ TEST(OddNumber, IsNoMomentAndNoName) {
     const std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>> name(X509_NAME_new());
     EXPECT_EQ(NameText(name.get()), "");
     EXPECT_EQ(DottedText(nullptr), "");
-    std::string strLong = "1.2";
-    for (int i = 0; i < 300; ++i) {
-        strLong += ".3";
+}
+
+TEST(OddName, ALongTypeIsShownWhole) {
+    for (const std::size_t nArcs : {35, 40, 300, 580}) {
+        std::string strType = "1.2";
+        for (std::size_t i = 0; i < nArcs; ++i) {
+            strType += ".3";
+        }
+        const ObjectPtr type(OBJ_txt2obj(strType.c_str(), 1));
+        ASSERT_TRUE(type) << nArcs;
+        EXPECT_EQ(DottedText(type.get()), strType);
+        const std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>> name(X509_NAME_new());
+        ASSERT_EQ(X509_NAME_add_entry_by_OBJ(name.get(), type.get(), V_ASN1_UTF8STRING,
+                                             reinterpret_cast<const unsigned char*>("a"), 1, -1, 0),
+                  1);
+        EXPECT_EQ(NameText(name.get()), strType + "=#0C0161");
     }
-    const ObjectPtr tooLong(OBJ_txt2obj(strLong.c_str(), 1));
-    ASSERT_TRUE(tooLong);
-    EXPECT_EQ(DottedText(tooLong.get()), "");
 }
 
 // ---- OpenSSL's reasons ----
