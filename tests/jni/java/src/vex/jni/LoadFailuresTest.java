@@ -270,7 +270,7 @@ class LoadFailuresTest {
     void onlyTheUserMayAccessTheCopiesFromTheJar() throws Exception {
         Path copies;
         try (URLClassLoader loader = new URLClassLoader(new URL[] {Path.of(BUNDLED_JAR).toUri().toURL()}, null)) {
-            Method extract = Class.forName("vex.jni.LibraryLoader", true, loader).getDeclaredMethod("extractAll");
+            Method extract = Class.forName("vex.jni.LibrariesInJar", true, loader).getDeclaredMethod("extractAll");
             extract.setAccessible(true);
             copies = (Path) extract.invoke(null);
         }
@@ -369,7 +369,7 @@ class LoadFailuresTest {
     @Test
     void thePageQuotesTheMessages() throws Exception {
         StringBuilder classes = new StringBuilder();
-        for (String name : List.of("LibraryLoader", "LoadFailure", "LoadFailure$ElfFile")) {
+        for (String name : List.of("LibrariesInJar", "LibraryLoader", "LoadFailure", "LoadFailure$ElfFile")) {
             try (InputStream stream = LibraryLoader.class.getResourceAsStream(name + ".class")) {
                 classes.append(new String(stream.readAllBytes(), StandardCharsets.UTF_8));
             }
