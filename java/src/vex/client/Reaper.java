@@ -2,8 +2,6 @@ package vex.client;
 
 import java.lang.ref.PhantomReference;
 import java.lang.ref.ReferenceQueue;
-import java.security.AccessController;
-import java.security.PrivilegedAction;
 import java.util.HashSet;
 import java.util.Set;
 
@@ -53,7 +51,7 @@ final class Reaper {
         synchronized (OPEN) {
             OPEN.add(ticket);
             if (!running) {
-                startThread();
+                ReaperThread.start(new Body());
                 running = true;
             }
         }
@@ -91,20 +89,6 @@ final class Reaper {
             running = !OPEN.isEmpty();
             return !running;
         }
-    }
-
-    /** Privileged: otherwise the thread would keep the callers' protection domains, and with them their loaders. */
-    private static void startThread() {
-        AccessController.doPrivileged(new PrivilegedAction<Void>() {
-            @Override
-            public Void run() {
-                Thread thread = ReaperThread.of(new Body(), "vex.client reaper");
-                thread.setDaemon(true);
-                thread.setContextClassLoader(null);
-                thread.start();
-                return null;
-            }
-        });
     }
 
     private static final class Body implements Runnable {

@@ -1,20 +1,38 @@
 package vex.client;
 
-/**
- * Makes the reaper's thread. From Java 9 on, the thread does not inherit the thread locals of its caller, which may
- * refer to anything. The jar has another form of this class for Java 9 and newer.
- */
-final class ReaperThread {
-    private ReaperThread() {}
+import java.security.AccessController;
+import java.security.PrivilegedAction;
 
-    /** The reflection is for programs that have put these classes into a jar of their own, without the other form. */
-    static Thread of(Runnable body, String name) {
+/** Starts the reaper's thread. */
+final class ReaperThread implements PrivilegedAction<Void> {
+    private static final String NAME = "vex.client reaper";
+
+    private final Runnable body;
+
+    private ReaperThread(Runnable body) {
+        this.body = body;
+    }
+
+    /** Privileged: otherwise the thread would keep the callers' protection domains, and with them their loaders. */
+    static void start(Runnable body) {
+        AccessController.doPrivileged(new ReaperThread(body));
+    }
+
+    @Override
+    public Void run() {
+        Thread thread = newThread();
+        thread.setDaemon(true);
+        thread.setContextClassLoader(null);
+        thread.start();
+        return null;
+    }
+
+    /** From Java 9 on, it does not inherit its caller's thread locals, which may be anything. */
+    private Thread newThread() {
         try {
-            return Thread.class
-                .getConstructor(ThreadGroup.class, Runnable.class, String.class, long.class, boolean.class)
-                .newInstance(null, body, name, 0L, false);
-        } catch (ReflectiveOperationException e) {
-            return new Thread(body, name);
+            return new Thread(null, body, NAME, 0, false);
+        } catch (NoSuchMethodError e) {  // Java 8
+            return new Thread(body, NAME);
         }
     }
 }

@@ -430,7 +430,9 @@ public final class SigningClient implements AutoCloseable {
          *     {@link #timestampAuthority} was called alone, or {@link #timestamp} for a URI with {@code tsa=}
          */
         public SigningClient open() throws SigningException {
-            Stamper.requireOneWay(store, timestampSource, timestampAuthority);
+            if (timestampSource != null || timestampAuthority != null) {
+                Stamper.requireOneWay(store, timestampSource, timestampAuthority);
+            }
             Session session = Session.open(storeWithPin(), single, "chain=store");
             try {
                 String digest = digestName();

@@ -2,6 +2,7 @@ package vex.client;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.DataInputStream;
@@ -38,7 +39,6 @@ import org.junit.jupiter.params.provider.MethodSource;
 class JarContentTest {
     private static final Path SOURCES = Path.of(System.getProperty("vex.test.sources"));
     private static final String NATIVE_IMAGE = "META-INF/native-image/vex/tavclientjni/";
-    private static final String FOR_JAVA_9 = "META-INF/versions/9/";
     private static final int JAVA_8 = 52;
     private static final int JAVA_9 = 53;
 
@@ -52,23 +52,21 @@ class JarContentTest {
         return new String(jar.getInputStream(entry).readAllBytes(), StandardCharsets.UTF_8);
     }
 
-    /** Java 8 ignores META-INF/versions and loads no class of a newer version. */
+    /** Java 8 never loads the module's description. */
     @ParameterizedTest
     @MethodSource("jars")
-    void java8CanLoadEveryClassThatItSees(Path file) throws Exception {
+    void java8CanLoadEveryClass(Path file) throws Exception {
         int classes = 0;
         try (JarFile jar = new JarFile(file.toFile())) {
             for (JarEntry entry : Collections.list(jar.entries())) {
                 if (!entry.getName().endsWith(".class")) {
                     continue;
                 }
-                boolean hidden = entry.getName().startsWith(FOR_JAVA_9);
-                boolean other = hidden && jar.getEntry(entry.getName().substring(FOR_JAVA_9.length())) != null;
-                assertEquals(hidden && !other, entry.getName().endsWith("module-info.class"), entry.getName());
                 try (DataInputStream stream = new DataInputStream(jar.getInputStream(entry))) {
                     assertEquals(0xCAFEBABE, stream.readInt());
                     stream.readUnsignedShort();
-                    assertEquals(hidden ? JAVA_9 : JAVA_8, stream.readUnsignedShort(), entry.getName());
+                    int expected = entry.getName().equals("module-info.class") ? JAVA_9 : JAVA_8;
+                    assertEquals(expected, stream.readUnsignedShort(), entry.getName());
                 }
                 ++classes;
             }
@@ -94,7 +92,7 @@ class JarContentTest {
             Attributes manifest = jar.getManifest().getMainAttributes();
             assertEquals("TAVClientJNI", manifest.getValue(Attributes.Name.IMPLEMENTATION_TITLE));
             assertEquals(module.rawVersion().orElseThrow(), manifest.getValue(Attributes.Name.IMPLEMENTATION_VERSION));
-            assertEquals("true", manifest.getValue(Attributes.Name.MULTI_RELEASE));
+            assertNull(manifest.getValue(Attributes.Name.MULTI_RELEASE), "which makes JVMs start slower");
         }
     }
 
