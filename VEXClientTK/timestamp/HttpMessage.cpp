@@ -90,7 +90,7 @@ HttpAddress ReadUrl(const std::string& strUrl) {
     }
     HttpAddress address = {TextOf(host), TextOf(port), strUrl.substr(kScheme.size()), TextOf(path)};
     address.strHostField.resize(std::min(address.strHostField.find_first_of("/?#"), address.strHostField.size()));
-    if (!TextOf(user).empty() || address.strHostField.find('@') != std::string::npos) {
+    if (address.strHostField.find('@') != std::string::npos) {
         ThrowBadUrl(strUrl, "it has a user name, which is not sent; use an authority that asks for none");
     }
     if (!TextOf(fragment).empty()) {

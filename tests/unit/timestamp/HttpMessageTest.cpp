@@ -126,7 +126,8 @@ TEST(HttpMessage, TakesEveryFormOfTheTypeOfTheContent) {
                                       "application/timestamp-reply \t"}) {
         for (const char* const pszName : {"Content-Type:", "content-TYPE:"}) {
             HttpMessage message = NewMessage();
-            const std::string strHead = std::string("HTTP/1.1 200 OK\r\nX: y\r\n") + pszName + pszType + "\r\n";
+            const std::string strHead =
+                std::string("HTTP/1.1 200 OK\r\nX: y\r\nContent_Type: z\r\n") + pszName + pszType + "\r\n";
             EXPECT_TRUE(message.Take(strHead + "Content-Length: 4\r\n\r\nbody")) << strHead;
             EXPECT_EQ(TextOf(message.TakeBody()), "body");
         }

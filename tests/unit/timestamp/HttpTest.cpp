@@ -73,6 +73,12 @@ TEST(Http, SaysThatNobodyListens) {
     EXPECT_THAT(FaultOf([&] { ExchangeWith(UrlOf(port.Port())); }), testing::HasSubstr("Connection refused"));
 }
 
+// No connection can be made to a group of hosts. The kernel says so at once, other than for a port.
+TEST(Http, SaysThatThereIsNoWay) {
+    EXPECT_THAT(FaultOf([] { ExchangeWith("http://224.0.0.1/"); }),
+                testing::HasSubstr("there is no connection: Network is unreachable"));
+}
+
 TEST(Http, SaysThatThereAreTooManyOpenFiles) {
     const SilentPort port(SilentPort::Kind::kRefusing);
     rlimit before{};
@@ -222,23 +228,6 @@ TEST(Http, EndsAtTheDeadlineIfTheRequestIsNotReceived) {
     bEnded = true;
     bEnded.notify_all();
     peer.Finish();
-}
-
-TEST(Http, SaysThatTheProcessHasTooManyFiles) {
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none{0, before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    std::string strFault;
-    try {
-        Connection("127.0.0.1", "1", Later());
-    } catch (const Fault& fault) {
-        strFault = fault.what();
-    }
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    // FaultOf needs a file.
-    EXPECT_THAT(FaultOf([&] { throw Fault(strFault); }),
-                testing::HasSubstr("there is no connection: Too many open files"));
 }
 
 // Signals of broken connections have their usual effect here, the end of the process.
