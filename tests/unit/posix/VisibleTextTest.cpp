@@ -71,6 +71,7 @@ TEST(VisibleText, ForJsonAndHtml) {
         {"\xC3\xA4", "\xC3\xA4", true, "\xC3\xA4"},
         {"\xE2\x80\xAE", "\\u202e", true, strReplacement},
         {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80", true, "\xF0\x9F\x98\x80"},
+        {"\xF3\xA0\x80\x81", "\\udb40\\udc01", true, strReplacement},
         {"\xFF", strReplacement, false, strReplacement},
         {"a\xED\xA0\x80"
          "b",

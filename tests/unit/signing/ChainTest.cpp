@@ -268,6 +268,21 @@ TEST_F(ChainTest, EndsWhereAuthoritiesCertifyEachOther) {
     EXPECT_TRUE(Sign(client));
 }
 
+TEST_F(ChainTest, HasAtMostTenCertificates) {
+    Names names = {"deepest", "root"};
+    std::string strIssuer = "root";
+    for (int i = 1; i <= 10; ++i) {
+        const std::string strName = "deep" + std::to_string(i);
+        MakeIssued(*s_pDirectory, {strName, strName, strIssuer});
+        names.push_back(strName);
+        strIssuer = strName;
+    }
+    MakeIssued(*s_pDirectory, {"deepest", "deepest", strIssuer, "Leaf", "CA:FALSE"});
+    const ToolkitClient client("file:" + MakeStore("deepest", names) + "?chain=store");
+    ASSERT_TRUE(Sign(client));
+    EXPECT_EQ(RunCommand(In() + "openssl pkcs7 -inform DER -in p7 -print_certs | grep -c BEGIN").strOutput, "10\n");
+}
+
 // A verifier may know the issuer's new certificate.
 TEST_F(ChainTest, EndsBeforeAnExpiredIssuer) {
     MakeCertificate(s_pDirectory->Path(), "ca2.key", "expired", "/CN=expired", "20200101000000Z", "20200201000000Z",

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "SystemCalls.h"
@@ -20,6 +21,8 @@ namespace {
 
 // The home directory in the user database; null: the user is not in it.
 const char* s_pszHome = nullptr;
+// The user is in the database, without a home directory.
+bool s_bHomeless = false;
 
 }  // namespace
 
@@ -29,6 +32,9 @@ extern "C" int getpwuid_r(uid_t user, passwd* pEntry, char* pBuffer, size_t cbBu
         *pEntry = {};
         pEntry->pw_uid = user;
         pEntry->pw_dir = std::strcpy(pBuffer, s_pszHome);
+        *ppFound = pEntry;
+    } else if (s_bHomeless) {
+        *pEntry = {};
         *ppFound = pEntry;
     }
     return 0;
@@ -104,10 +110,11 @@ TEST_F(DemoStoreFailureTest, WhileTheStoreIsRead) {
 TEST_F(DemoStoreFailureTest, WithoutHomeTakesTheDirectoryOfTheUserDatabase) {
     ASSERT_EQ(unsetenv("XDG_DATA_HOME"), 0);
     const std::string strHome = m_home.Path("home");
-    for (const char* pszVariable : {"", "relative"}) {
-        ASSERT_EQ(setenv("HOME", pszVariable, 1), 0);
-        for (const char* pszHome : {static_cast<const char*>(nullptr), "", "relative"}) {
-            s_pszHome = pszHome;
+    for (const char* pszVariable : {static_cast<const char*>(nullptr), "", "relative"}) {
+        ASSERT_EQ(pszVariable != nullptr ? setenv("HOME", pszVariable, 1) : unsetenv("HOME"), 0);
+        for (const char* pszHome : {static_cast<const char*>(nullptr), "homeless", "", "relative"}) {
+            s_bHomeless = pszHome != nullptr && pszHome == std::string_view("homeless");
+            s_pszHome = s_bHomeless ? nullptr : pszHome;
             EXPECT_FALSE(ToolkitClient("demo:").IsOpen());
             EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_DEMO_STORE);
             EXPECT_NE(ErrorMessage(nullptr).find("neither XDG_DATA_HOME nor HOME"), std::string::npos);

@@ -74,6 +74,25 @@ public:
             m_pBags, PKCS12_SAFEBAG_create_secret(NID_rsaEncryption, V_ASN1_OCTET_STRING, kSecret, sizeof kSecret));
     }
 
+    // Puts all bags into a bag, which is in a bag.
+    void NestBags() {
+        for (int i = 0; i < 2; ++i) {
+            unsigned char* pbBags = nullptr;
+            const int cbBags =
+                ASN1_item_i2d(reinterpret_cast<const ASN1_VALUE*>(m_pBags), &pbBags, ASN1_ITEM_rptr(PKCS12_SAFEBAGS));
+            const MemoryPtr<unsigned char> owner(pbBags);
+            const std::string strBags(reinterpret_cast<const char*>(pbBags), static_cast<size_t>(cbBags));
+            // safeContentsBag, RFC 7292 section 4.2.6.
+            const std::string strBag =
+                Tlv(0x30, "\x06\x0B\x2A\x86\x48\x86\xF7\x0D\x01\x0C\x0A\x01\x06" + Tlv(0xA0, strBags));
+            const auto* pbBag = reinterpret_cast<const unsigned char*>(strBag.data());
+            PKCS12_SAFEBAG* const pBag = d2i_PKCS12_SAFEBAG(nullptr, &pbBag, static_cast<long>(strBag.size()));
+            sk_PKCS12_SAFEBAG_pop_free(m_pBags, PKCS12_SAFEBAG_free);
+            m_pBags = sk_PKCS12_SAFEBAG_new_null();
+            sk_PKCS12_SAFEBAG_push(m_pBags, pBag);
+        }
+    }
+
     // With bDamaged, the encrypted part was damaged before the MAC was made.
     std::string Bytes(bool bDamaged = false) {
         STACK_OF(PKCS7)* pSafes = nullptr;
@@ -139,6 +158,14 @@ TEST(Pkcs12, BagsThatAreNotNeededToSignArePassedOver) {
     const Identities identities = ReadWithPin(file, Pkcs12File::kPin);
     ASSERT_EQ(identities.size(), 1U);
     EXPECT_EQ(identities[0]->FlawAt(std::time(nullptr)), Flaw::kNone);
+}
+
+TEST(Pkcs12, BagsInBagsAreRead) {
+    Pkcs12File file;
+    file.NestBags();
+    const Identities identities = ReadWithPin(file, Pkcs12File::kPin);
+    ASSERT_EQ(identities.size(), 1U);
+    EXPECT_NE(identities[0]->Key(), nullptr);
 }
 
 TEST(Pkcs12, ADamagedEncryptionIsNotReportedAsAWrongPinWhereTheMacIsRight) {
