@@ -316,6 +316,21 @@ TEST_F(ManagerTest, AForkedChildKeepsItsSignalsAndItsRandomNumbers) {
     EXPECT_EQ(RecordsOf(LogPath()).size(), 2U);
 }
 
+TEST_F(ManagerTest, AForkedChildClosesTheFileThatItsParentHasOpen) {
+    SKIP_FORKS_WITH_ASAN();
+    InChild([&] {
+        CDebugLogMgr::GetInstance()->EnableGlobalMode(TRUE);
+        Trace(L"parent");
+        WaitUntilWritten(LogPath());
+        InChild([&] {
+            Trace(L"child");
+            WaitUntilWritten(LogPath());
+            EXPECT_EQ(file_calls::Count("VexCreateFile"), 2);
+            EXPECT_EQ(file_calls::Count("CloseHandle"), 1);
+        });
+    });
+}
+
 TEST_F(ManagerTest, EachRecordDecidesWhetherItHasAFunctionName) {
     InChild([&] {
         CDebugLogMgr::GetInstance()->WithFunctionName(FALSE);

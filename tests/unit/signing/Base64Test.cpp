@@ -1,8 +1,12 @@
 #include "signing/Base64.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
+#include <climits>
 #include <random>
+
+#include "signing/Failure.h"
 
 namespace vextk {
 namespace {
@@ -42,6 +46,20 @@ INSTANTIATE_TEST_SUITE_P(Malformed, Base64Refused,
                          testing::Values("Z", "Zg", "Zg=", "Zm9", "=", "====", "Z===", "=Zm9", "Zg==Zg==", "Zm9v\n",
                                          " Zm9v", "Zm9v ", "Zm\n9v", "Zm9v====", "Zh==", "Zi==", "Zk==", "Zo==", "Zm9=",
                                          "Zm+=", "Zm-_", "Zm9!", "Zm9vY=mE", "Zm9vYg=A", "\x80m9v"));
+
+// OpenSSL counts in int. Nobody reads the text, so it takes no memory.
+TEST(Base64, ATextOfTwoGibibytesIsTooLarge) {
+    constexpr size_t kLength = size_t{INT_MAX} + 1;
+    void* const pText = mmap(nullptr, kLength, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(pText, MAP_FAILED);
+    try {
+        DecodeBase64({static_cast<const char*>(pText), kLength});
+        ADD_FAILURE() << "decoded";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_TOO_LARGE);
+    }
+    munmap(pText, kLength);
+}
 
 TEST(Base64, RandomBytesComeBackInOneLine) {
     std::mt19937 random(42);

@@ -114,6 +114,8 @@ TEST(DistinguishedName, ATextThatIsNoUnicodeIsComparedByteByByte) {
 TEST(DistinguishedName, BlanksAloneAreAnEmptyText) {
     EXPECT_EQ(DistinguishedName::Parse("CN=\\ \\ "), NameOf({{"CN", V_ASN1_UTF8STRING, "  "}}));
     EXPECT_EQ(DistinguishedName::Parse("CN="), NameOf({{"CN", V_ASN1_UTF8STRING, " "}}));
+    EXPECT_EQ(DistinguishedName::Parse("CN="), NameOf({{"CN", V_ASN1_UTF8STRING, ""}}));
+    EXPECT_EQ(DistinguishedName::Parse("CN="), NameOf({{"CN", V_ASN1_T61STRING, ""}}));
 }
 
 // The attributes of a relative name have no order.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <climits>
 #include <string>
 #include <vector>
@@ -111,6 +112,20 @@ TEST_F(LogLimit, CountsLinesThatCouldNotBeWritten) {
     log.Event("four");
     log.Event("five");
     EXPECT_THAT(m_lines, ElementsAre("3 lines lost: the log could not be written", "four", "five"));
+}
+
+TEST(LogToStandardError, BeginsWithTheTimeAndTheProgram) {
+    ExpectChildPasses([] {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+        ASSERT_TRUE(Log::ToStandardError("text"));
+        std::array<char, 100> line{};
+        const ssize_t cb = read(ends[0], line.data(), line.size());
+        ASSERT_GT(cb, 0);
+        EXPECT_THAT(std::string(line.data(), static_cast<std::size_t>(cb)),
+                    testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} vexfiled: text\n"));
+    });
 }
 
 // If the log waited for its reader, all clients would wait.
