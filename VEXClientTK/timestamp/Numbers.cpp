@@ -63,6 +63,12 @@ std::optional<std::string> ValueText(const ASN1_STRING* pValue, unsigned long ul
     return strText == "#" ? "\\#" : strText;
 }
 
+// Null: OpenSSL has none. A host may have given OpenSSL a type with a long name alone.
+const char* ShortName(const ASN1_OBJECT* pType) {
+    const int nType = OBJ_obj2nid(pType);
+    return nType == NID_undef ? nullptr : OBJ_nid2sn(nType);
+}
+
 }  // namespace
 
 // X509_NAME_print_ex cuts the text of an unknown attribute type at 79 characters.
@@ -72,9 +78,9 @@ std::optional<std::string> NameText(const X509_NAME* pName) {
     for (int i = X509_NAME_entry_count(pName) - 1; i >= 0; --i) {
         const X509_NAME_ENTRY* const pEntry = X509_NAME_get_entry(pName, i);
         const ASN1_OBJECT* const pType = X509_NAME_ENTRY_get_object(pEntry);
-        const int nType = OBJ_obj2nid(pType);
+        const char* const pszType = ShortName(pType);
         const std::optional<std::string> strValue = ValueText(
-            X509_NAME_ENTRY_get_data(pEntry), nType == NID_undef ? kValueFlags | ASN1_STRFLGS_DUMP_ALL : kValueFlags);
+            X509_NAME_ENTRY_get_data(pEntry), pszType == nullptr ? kValueFlags | ASN1_STRFLGS_DUMP_ALL : kValueFlags);
         if (!strValue) {
             return std::nullopt;
         }
@@ -82,7 +88,7 @@ std::optional<std::string> NameText(const X509_NAME* pName) {
             strName += X509_NAME_ENTRY_set(pEntry) == nRelativeName ? '+' : ',';
         }
         nRelativeName = X509_NAME_ENTRY_set(pEntry);
-        strName += (nType == NID_undef ? DottedText(pType) : std::string(OBJ_nid2sn(nType))) + '=' + *strValue;
+        strName += (pszType == nullptr ? DottedText(pType) : pszType) + '=' + *strValue;
     }
     return strName;
 }
