@@ -1,6 +1,5 @@
 package vex.client;
 
-import java.security.AccessController;
 import java.security.PrivilegedAction;
 
 /** Starts the reaper's thread. */
@@ -14,8 +13,9 @@ final class ReaperThread implements PrivilegedAction<Void> {
     }
 
     /** Privileged: otherwise the thread would keep the callers' protection domains, and with them their loaders. */
+    @SuppressWarnings("removal")  // does not reach an import, so the class is named in full
     static void start(Runnable body) {
-        AccessController.doPrivileged(new ReaperThread(body));
+        java.security.AccessController.doPrivileged(new ReaperThread(body));
     }
 
     @Override
