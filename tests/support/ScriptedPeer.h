@@ -2,7 +2,7 @@
 // protocol.
 //
 // It shares only the layout of the records with the client, written as plain bytes. It reports failures with
-// GoogleTest's macros. Nothing waits longer than twenty seconds.
+// GoogleTest's macros. Nothing waits longer than a minute.
 #pragma once
 
 #include <cstdint>
