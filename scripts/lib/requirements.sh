@@ -67,7 +67,7 @@ bench                       libspdlog-dev             _vex_has_header spdlog/spd
 bench                       libgoogle-glog-dev        _vex_has_header glog/logging.h  # glog
 test,bench                  time                      _vex_has_command time           # GNU time
 coverage                    gcovr                     _vex_has_command gcovr          # gcovr
-lint,reproducible           git                       _vex_has_command git            # git
+soak,lint,reproducible      git                       _vex_has_command git            # git
 reproducible                faketime                  _vex_has_command faketime       # faketime
 soak                        debootstrap               _vex_has_command debootstrap    # debootstrap
 lint                        clang-format              _vex_has_command clang-format   # clang-format
