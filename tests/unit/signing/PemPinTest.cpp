@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "Secret.h"
 #include "SelfSigned.h"
 #include "signing/Identity.h"
 #include "signing/Store.h"
@@ -19,14 +20,6 @@ std::string EncryptedPem(const std::string& strPin) {
                                          reinterpret_cast<const unsigned char*>(strPin.data()),
                                          static_cast<int>(strPin.size()), nullptr, nullptr);
     return MemoryBioText(bio.get());
-}
-
-SecretText Secret(const std::string& strText) {
-    SecretText secret(strText.size());
-    for (const char ch : strText) {
-        secret.Append(ch);
-    }
-    return secret;
 }
 
 TEST(PemPin, MayFillTheBuffer) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Row.h"
+#include "Secret.h"
 #include "SelfSigned.h"
 #include "Tlv.h"
 #include "signing/Failure.h"
@@ -124,10 +125,7 @@ private:
 };
 
 Identities ReadWithPin(Pkcs12File& file, const char* pszPin) {
-    SecretText pin(8);
-    for (const char* pch = pszPin; *pch != '\0'; ++pch) {
-        pin.Append(*pch);
-    }
+    const SecretText pin = Secret(pszPin);
     return ReadIdentities(file.Bytes(), &pin);
 }
 
@@ -169,10 +167,7 @@ TEST(Pkcs12, BagsInBagsAreRead) {
 }
 
 TEST(Pkcs12, ADamagedEncryptionIsNotReportedAsAWrongPinWhereTheMacIsRight) {
-    SecretText pin(8);
-    for (const char* pch = Pkcs12File::kPin; *pch != '\0'; ++pch) {
-        pin.Append(*pch);
-    }
+    const SecretText pin = Secret(Pkcs12File::kPin);
     try {
         ReadIdentities(Pkcs12File().Bytes(true), &pin);
         ADD_FAILURE() << "it was read";

@@ -14,6 +14,7 @@
 
 #include "ChildProcess.h"
 #include "MacCount.h"
+#include "Secret.h"
 #include "SelfSigned.h"
 #include "TempDirectory.h"
 #include "Threads.h"
@@ -34,16 +35,8 @@ std::string MakePkcs12() {
     return MemoryBioText(bytes.get());
 }
 
-SecretText Pin(std::string_view pin) {
-    SecretText text(pin.size());
-    for (const char ch : pin) {
-        text.Append(ch);
-    }
-    return text;
-}
-
 IdentitiesPtr Read(const std::string& strBytes, std::string_view pin = kPin) {
-    const SecretText text = Pin(pin);
+    const SecretText text = Secret(pin);
     return ReadSharedIdentities(strBytes, &text);
 }
 
