@@ -87,11 +87,13 @@ AnyModuleAnswer OneMoreWhileListed() {
         });
 }
 
-AnyModuleAnswer NotInitialised() {
+// The token does not have one of its flags.
+template <CK_FLAGS Flag>
+AnyModuleAnswer Without() {
     return std::make_shared<ModuleAnswer<&CK_FUNCTION_LIST::C_GetTokenInfo>>(
         [](CK_SLOT_ID nSlot, CK_TOKEN_INFO* pInfo) {
             const CK_RV rv = ModuleAnswer<&CK_FUNCTION_LIST::C_GetTokenInfo>::Real(nSlot, pInfo);
-            pInfo->flags &= ~CK_FLAGS{CKF_TOKEN_INITIALIZED};
+            pInfo->flags &= ~Flag;
             return rv;
         });
 }
@@ -134,7 +136,7 @@ INSTANTIATE_TEST_SUITE_P(
         Opening{"AnotherTokenAppears", OneMoreWhileListed, kOpens, ""},
         Opening{"GoneBeforeItIsListed", GoneAfter(1), VCTK_E_TOKEN_NOT_FOUND, kNoToken},
         Opening{"GoneBeforeTheLogin", GoneAfter(2), VCTK_E_TOKEN_REMOVED, "Card"},
-        Opening{"NotInitialised", NotInitialised, VCTK_E_TOKEN_NOT_FOUND, kNoToken},
+        Opening{"NotInitialised", Without<CKF_TOKEN_INITIALIZED>, VCTK_E_TOKEN_NOT_FOUND, kNoToken},
         Opening{"NoTokenInfo", Fails<&CK_FUNCTION_LIST::C_GetTokenInfo>(CKR_DEVICE_ERROR), VCTK_E_TOKEN_NOT_FOUND,
                 kNoToken},
         Opening{"NoSlotInfo", Fails<&CK_FUNCTION_LIST::C_GetSlotInfo>(CKR_DEVICE_ERROR), VCTK_E_TOKEN_NOT_FOUND,
@@ -169,18 +171,8 @@ TEST_F(TokenAnswerTest, AWrongPinFromThePadIsNamed) {
     TestTokens::Shim().fPinPad = false;
 }
 
-AnyModuleAnswer NeedsNoLogin() {
-    return std::make_shared<ModuleAnswer<&CK_FUNCTION_LIST::C_GetTokenInfo>>(
-        [](CK_SLOT_ID nSlot, CK_TOKEN_INFO* pInfo) {
-            const CK_RV rv = ModuleAnswer<&CK_FUNCTION_LIST::C_GetTokenInfo>::Real(nSlot, pInfo);
-            pInfo->flags &= ~CK_FLAGS{CKF_LOGIN_REQUIRED};
-            return rv;
-        });
-}
-
-// It does not show its private keys to anybody who has not logged in.
 TEST_F(TokenAnswerTest, ATokenThatNeedsNoLoginOpensWithoutAPin) {
-    const AnyModuleAnswer answer = NeedsNoLogin();
+    const AnyModuleAnswer answer = Without<CKF_LOGIN_REQUIRED>();
     const std::string strUri = "pkcs11:token=Card?list=all&" + TestTokens::ModuleQuery();
     const ToolkitClient first(strUri);
     ASSERT_TRUE(first.IsOpen()) << ErrorMessage(nullptr);
