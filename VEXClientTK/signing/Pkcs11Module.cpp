@@ -148,6 +148,7 @@ std::string MissingText(const std::string& strPath, const std::string& strName) 
 const char* MissingFunction(const CK_FUNCTION_LIST& functions) {
     const std::pair<const char*, bool> needed[] = {
         {"C_Initialize", functions.C_Initialize != nullptr},
+        {"C_GetInfo", functions.C_GetInfo != nullptr},
         {"C_GetSlotList", functions.C_GetSlotList != nullptr},
         {"C_GetSlotInfo", functions.C_GetSlotInfo != nullptr},
         {"C_GetTokenInfo", functions.C_GetTokenInfo != nullptr},

@@ -4,14 +4,16 @@
 extern "C" {
 
 static CK_FUNCTION_LIST* s_pFunctions = nullptr;
+static CK_RV s_rv = CKR_GENERAL_ERROR;
 
 void VexTestSetFunctions(CK_FUNCTION_LIST* pFunctions) {
     s_pFunctions = pFunctions;
+    s_rv = CKR_OK;
 }
 
 CK_RV C_GetFunctionList(CK_FUNCTION_LIST** ppFunctions) {
     *ppFunctions = s_pFunctions;
-    return s_pFunctions != nullptr ? CKR_OK : CKR_GENERAL_ERROR;
+    return s_rv;
 }
 
 }  // extern "C"

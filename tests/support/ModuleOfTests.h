@@ -10,7 +10,8 @@
 #include "Command.h"
 #include "TempDirectory.h"
 
-// Returns the module's path: a copy, because the toolkit may refuse to load modules from the build tree.
+// Returns the module's path: a copy, because the toolkit may refuse to load modules from the build tree. With null it
+// says that it has succeeded, and gives no functions.
 inline std::string InstallModule(const TempDirectory& directory, CK_FUNCTION_LIST* pFunctions) {
     const std::string strModule = directory.Path("module.so");
     void* const pLibrary = RunCommand("install -m 0755 " VEX_TEST_MODULE " " + strModule).nStatus == 0

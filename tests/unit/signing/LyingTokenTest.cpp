@@ -166,6 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
     , MissingFunctions,
     testing::Values(
         MissingRow{"Initialize", [](CK_FUNCTION_LIST& functions) { functions.C_Initialize = nullptr; }},
+        MissingRow{"GetInfo", [](CK_FUNCTION_LIST& functions) { functions.C_GetInfo = nullptr; }},
         MissingRow{"GetSlotList", [](CK_FUNCTION_LIST& functions) { functions.C_GetSlotList = nullptr; }},
         MissingRow{"GetSlotInfo", [](CK_FUNCTION_LIST& functions) { functions.C_GetSlotInfo = nullptr; }},
         MissingRow{"GetTokenInfo", [](CK_FUNCTION_LIST& functions) { functions.C_GetTokenInfo = nullptr; }},
@@ -183,12 +184,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(LyingTokenTest, AModuleThatGivesNoFunctionsIsRefused) {
     const TempDirectory directory;
-    const std::string strModule = directory.Path("empty.so");
-    ASSERT_EQ(RunCommand("install -m 0755 " VEX_TEST_MODULE " " + strModule).nStatus, 0);
-    EXPECT_FALSE(ToolkitClient("pkcs11:?module-path=" + strModule).IsOpen());
-    EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE);
-    EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_TOKEN_MODULE) + (": " + strModule) +
-                                         ": it is not a PKCS #11 module: C_GetFunctionList is missing or fails");
+    const std::string strFails = directory.Path("fails.so");
+    ASSERT_EQ(RunCommand("install -m 0755 " VEX_TEST_MODULE " " + strFails).nStatus, 0);
+    for (const std::string& strModule : {strFails, InstallModule(directory, nullptr)}) {
+        EXPECT_FALSE(ToolkitClient("pkcs11:?module-path=" + strModule).IsOpen());
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE);
+        EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_TOKEN_MODULE) + (": " + strModule) +
+                                             ": it is not a PKCS #11 module: C_GetFunctionList is missing or fails");
+    }
 }
 
 // p11-kit's library, which knows the modules of the machine.
