@@ -43,6 +43,7 @@ protected:
                        " && cp plain.crt keyless.crt && : > keyless.key"
                        " && openssl x509 -in plain.crt -outform DER -out plain.der");
         MakeChanged("timeless", "\x17\x0D", 2, 'x');
+        MakeChanged("endless", "\x17\x0D", 2 + 13 + 2, 'x');
         // Turns the sequence in the extension basicConstraints into a NULL.
         MakeChanged("malformed", std::string("\x55\x1D\x13\x01\x01\xFF\x04", 7), 8, '\x05');
     }
@@ -176,7 +177,8 @@ INSTANTIATE_TEST_SUITE_P(
                    {"old", "keyless"},
                    "2 passed over: 1 expired on 2026-03-01 (CN=Test), 1 without a private key",
                    "expired no-private-key"},
-        PassedOver{"TimeThatIsNone", {"timeless"}, "1 passed over: 1 damaged", "damaged"},
+        PassedOver{"BeginThatIsNoTime", {"timeless"}, "1 passed over: 1 damaged", "damaged"},
+        PassedOver{"EndThatIsNoTime", {"endless"}, "1 passed over: 1 damaged", "damaged"},
         PassedOver{"MalformedExtensions", {"malformed"}, "1 passed over: 1 damaged", "damaged"}),
     RowName);
 

@@ -8,6 +8,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "ModuleAnswer.h"
@@ -41,6 +43,17 @@ protected:
 
     static std::string Uri(const std::string& strToken = "token=Card", const std::string& strPin = kPin) {
         return "pkcs11:" + strToken + "?pin-value=" + strPin + "&" + TestTokens::ModuleQuery();
+    }
+
+    // Of all certificates in the list.
+    static std::string States() {
+        const ToolkitClient client(Uri() + "&list=all");
+        EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        std::string strStates;
+        for (const auto& record : client.Records()) {
+            strStates += record.back() + " ";
+        }
+        return strStates;
     }
 
     static std::unique_ptr<TestTokens> s_tokens;  // until the end of the process, which reads them once
@@ -222,37 +235,38 @@ std::string BytesOf(T number) {
 
 using GetAttribute = ModuleAnswer<&CK_FUNCTION_LIST::C_GetAttributeValue>;
 
-// The answer for one attribute of all objects of a class.
-AnyModuleAnswer Saying(CK_OBJECT_CLASS nClass, CK_ATTRIBUTE_TYPE nType, Said said) {
+// Of all objects of a class.
+struct ClassAttribute {
+    CK_OBJECT_CLASS nClass;
+    CK_ATTRIBUTE_TYPE nType;
+    Said said;
+};
+
+AnyModuleAnswer Saying(std::vector<ClassAttribute> attributes) {
     return std::make_shared<GetAttribute>(
-        [=](CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* pAttributes, CK_ULONG cAttributes) {
-            CK_OBJECT_CLASS nFound = 0;
-            CK_ATTRIBUTE classOf{CKA_CLASS, &nFound, sizeof nFound};
-            const bool bThis = cAttributes == 1 && pAttributes->type == nType &&
-                               GetAttribute::Real(hSession, hObject, &classOf, 1) == CKR_OK && nFound == nClass;
-            return bThis ? Tell(said, *pAttributes) : GetAttribute::Real(hSession, hObject, pAttributes, cAttributes);
+        [attributes = std::move(attributes)](CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                                             CK_ATTRIBUTE* pAttributes, CK_ULONG cAttributes) {
+            CK_OBJECT_CLASS nClass = 0;
+            CK_ATTRIBUTE classOf{CKA_CLASS, &nClass, sizeof nClass};
+            const auto found = std::find_if(attributes.begin(), attributes.end(), [&](const ClassAttribute& attribute) {
+                return cAttributes == 1 && pAttributes->type == attribute.nType &&
+                       GetAttribute::Real(hSession, hObject, &classOf, 1) == CKR_OK && nClass == attribute.nClass;
+            });
+            return found != attributes.end() ? Tell(found->said, *pAttributes)
+                                             : GetAttribute::Real(hSession, hObject, pAttributes, cAttributes);
         });
 }
 
 struct Attribute : Row {
-    CK_OBJECT_CLASS nClass;
-    CK_ATTRIBUTE_TYPE nType;
-    Said said;
+    ClassAttribute attribute;
     std::string strStates;  // of all certificates in the list
 };
 
 class TokenAttribute : public TokenAnswerTest, public testing::WithParamInterface<Attribute> {};
 
 TEST_P(TokenAttribute, DecidesAboutTheCertificate) {
-    const Attribute& attribute = GetParam();
-    const AnyModuleAnswer answer = Saying(attribute.nClass, attribute.nType, attribute.said);
-    const ToolkitClient client(Uri() + "&list=all");
-    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
-    std::string strStates;
-    for (const auto& record : client.Records()) {
-        strStates += record.back() + " ";
-    }
-    EXPECT_EQ(strStates, attribute.strStates);
+    const AnyModuleAnswer answer = Saying({GetParam().attribute});
+    EXPECT_EQ(States(), GetParam().strStates);
 }
 
 constexpr const char* kBothSign = "signs signs ";
@@ -261,35 +275,67 @@ constexpr const char* kNoneHasAKey = "no-private-key no-private-key ";
 INSTANTIATE_TEST_SUITE_P(
     , TokenAttribute,
     testing::Values(
-        Attribute{"NoType", CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}, kNoneHasAKey},
-        Attribute{"SecretType", CKO_PRIVATE_KEY, CKA_KEY_TYPE, {}, kNoneHasAKey},
-        Attribute{"ShortType", CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_OK, std::string(4, '\0'), {}}, kNoneHasAKey},
-        Attribute{"EmptyType", CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_OK, "", {}}, kNoneHasAKey},
+        Attribute{"NoType", {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}}, kNoneHasAKey},
+        Attribute{"SecretType", {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {}}, kNoneHasAKey},
+        Attribute{"ShortType", {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_OK, std::string(4, '\0'), {}}}, kNoneHasAKey},
+        Attribute{"EmptyType", {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_OK, "", {}}}, kNoneHasAKey},
         Attribute{"TypeThatShrinks",
-                  CKO_PRIVATE_KEY,
-                  CKA_KEY_TYPE,
-                  {CKR_OK, BytesOf<CK_KEY_TYPE>(CKK_EC), "abc"},
+                  {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_OK, BytesOf<CK_KEY_TYPE>(CKK_EC), "abc"}},
                   kNoneHasAKey},
         Attribute{"TypeThatCannotSign",
-                  CKO_PRIVATE_KEY,
-                  CKA_KEY_TYPE,
-                  {CKR_OK, BytesOf<CK_KEY_TYPE>(CKK_AES), {}},
+                  {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {CKR_OK, BytesOf<CK_KEY_TYPE>(CKK_AES), {}}},
                   kNoneHasAKey},
-        Attribute{"NoIdOfTheKey", CKO_PRIVATE_KEY, CKA_ID, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}, kNoneHasAKey},
-        Attribute{"NoIdOfTheCertificate", CKO_CERTIFICATE, CKA_ID, {CKR_ATTRIBUTE_SENSITIVE, {}, {}}, kNoneHasAKey},
-        Attribute{"NoLabelOfTheKey", CKO_PRIVATE_KEY, CKA_LABEL, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}, kBothSign},
-        Attribute{"SigningNotSaid", CKO_PRIVATE_KEY, CKA_SIGN, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}, kBothSign},
-        Attribute{"LongSigning", CKO_PRIVATE_KEY, CKA_SIGN, {CKR_OK, std::string(8, '\0'), {}}, kBothSign},
+        Attribute{"NoIdOfTheKey", {CKO_PRIVATE_KEY, CKA_ID, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}}, kNoneHasAKey},
+        Attribute{"NoIdOfTheCertificate", {CKO_CERTIFICATE, CKA_ID, {CKR_ATTRIBUTE_SENSITIVE, {}, {}}}, kNoneHasAKey},
+        Attribute{"NoLabelOfTheKey", {CKO_PRIVATE_KEY, CKA_LABEL, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}}, kBothSign},
+        Attribute{"SigningNotSaid", {CKO_PRIVATE_KEY, CKA_SIGN, {CKR_ATTRIBUTE_TYPE_INVALID, {}, {}}}, kBothSign},
+        Attribute{"LongSigning", {CKO_PRIVATE_KEY, CKA_SIGN, {CKR_OK, std::string(8, '\0'), {}}}, kBothSign},
         Attribute{"NoSigning",
-                  CKO_PRIVATE_KEY,
-                  CKA_SIGN,
-                  {CKR_OK, BytesOf<CK_BBOOL>(CK_FALSE), {}},
+                  {CKO_PRIVATE_KEY, CKA_SIGN, {CKR_OK, BytesOf<CK_BBOOL>(CK_FALSE), {}}},
                   "key-cannot-sign key-cannot-sign "}),
     RowName);
 
 TEST_F(TokenAnswerTest, ACertificateWithoutBytesIsDamaged) {
-    const AnyModuleAnswer answer = Saying(CKO_CERTIFICATE, CKA_VALUE, {CKR_ATTRIBUTE_SENSITIVE, {}, {}});
+    const AnyModuleAnswer answer = Saying({{CKO_CERTIFICATE, CKA_VALUE, {CKR_ATTRIBUTE_SENSITIVE, {}, {}}}});
     ExpectOpenError({{}, VCTK_E_STORE_NO_PRIVATE_KEY, {}, {}}, Uri(), "Card: 2 passed over: 2 damaged");
+}
+
+struct Labels : Row {
+    std::vector<ClassAttribute> attributes;
+    std::string strShown;  // the name of each certificate in the list
+};
+
+class TokenLabels : public TokenAnswerTest, public testing::WithParamInterface<Labels> {};
+
+TEST_P(TokenLabels, NameTheCertificate) {
+    const AnyModuleAnswer answer = Saying(GetParam().attributes);
+    const ToolkitClient client(Uri() + "&list=certificates");
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    ASSERT_EQ(client.Records().size(), 2U);
+    for (const auto& record : client.Records()) {
+        EXPECT_EQ(record.at(7), GetParam().strShown);
+    }
+}
+
+ClassAttribute CertificateLabel(const std::string& strLabel) {
+    return {CKO_CERTIFICATE, CKA_LABEL, {CKR_OK, strLabel, {}}};
+}
+ClassAttribute KeyLabel(const std::string& strLabel) {
+    return {CKO_PRIVATE_KEY, CKA_LABEL, {CKR_OK, strLabel, {}}};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , TokenLabels,
+    testing::Values(
+        Labels{"OfTheCertificate", {CertificateLabel("cert"), KeyLabel("key")}, "cert"},
+        Labels{"OfTheKey", {CertificateLabel(""), KeyLabel("key")}, "key"},
+        Labels{"WithAZeroByte", {CertificateLabel(std::string("a\0b", 3)), KeyLabel("key")}, "key"},
+        Labels{"BothWithAZeroByte", {CertificateLabel(std::string(2, '\0')), KeyLabel(std::string("a\0b", 3))}, ""}),
+    RowName);
+
+TEST_F(TokenAnswerTest, ACertificateMayHaveNeitherKeyNorLabel) {
+    const AnyModuleAnswer answer = Saying({CertificateLabel(""), {CKO_PRIVATE_KEY, CKA_KEY_TYPE, {}}});
+    EXPECT_EQ(States(), kNoneHasAKey);
 }
 
 // ---- Signing ----
@@ -329,6 +375,13 @@ AnyModuleAnswer NoBytes() {
         });
 }
 
+// The token goes when the key is used, and is not back when a new session is opened.
+AnyModuleAnswer GoneForLong() {
+    return std::make_shared<std::pair<AnyModuleAnswer, AnyModuleAnswer>>(
+        FailingAnswer<&CK_FUNCTION_LIST::C_SignInit>(CKR_DEVICE_REMOVED),
+        FailingAnswer<&CK_FUNCTION_LIST::C_OpenSession>(CKR_TOKEN_NOT_PRESENT));
+}
+
 class TokenSigning : public TokenAnswerTest, public testing::WithParamInterface<Signing> {};
 
 TEST_P(TokenSigning, GoesOnOrNamesWhatFailed) {
@@ -352,6 +405,8 @@ INSTANTIATE_TEST_SUITE_P(
                             "SHA-256", kOpens, ""},
                     Signing{"LostAgainAndAgain", Fails<&CK_FUNCTION_LIST::C_SignInit>(CKR_USER_NOT_LOGGED_IN), "ec",
                             "SHA-256", VCTK_E_TOKEN_REMOVED, "Card: CKR_USER_NOT_LOGGED_IN"},
+                    Signing{"GoneForLong", GoneForLong, "ec", "SHA-256", VCTK_E_TOKEN_REMOVED,
+                            "Card: CKR_TOKEN_NOT_PRESENT"},
                     Signing{"NotAllowed", Fails<&CK_FUNCTION_LIST::C_SignInit>(CKR_KEY_FUNCTION_NOT_PERMITTED), "ec",
                             "SHA-256", VCTK_E_TOKEN_FAILED, "Card: C_SignInit: CKR_KEY_FUNCTION_NOT_PERMITTED"},
                     Signing{"KeyIsGone", NoObjects, "ec", "SHA-256", VCTK_E_TOKEN_FAILED,
@@ -365,5 +420,25 @@ INSTANTIATE_TEST_SUITE_P(
                     Signing{"MechanismsOnlyVerify", NoMechanismSigns, "rsa", "SHA-256/PSS", VCTK_E_SIGN_FAILED,
                             "for RSASSA-PSS, the token needs CKM_RSA_PKCS_PSS or CKM_RSA_X_509, and offers neither"}),
     RowName);
+
+// Two threads lose the connection. The one that notices it later finds the other one's new connection, and stays with
+// it.
+TEST_F(TokenAnswerTest, ALostConnectionIsRenewedOnce) {
+    const ToolkitClient client(Uri());
+    const ToolkitClient other(Uri());
+    ASSERT_TRUE(client.IsOpen() && other.IsOpen()) << ErrorMessage(nullptr);
+    const int cLogins = TestTokens::Shim().cLogins;
+    using Sign = ModuleAnswer<&CK_FUNCTION_LIST::C_Sign>;
+    const Sign answer([&, bFirst = true](auto... arguments) mutable -> CK_RV {
+        if (!std::exchange(bFirst, false)) {
+            return Sign::Real(arguments...);
+        }
+        TestTokens::Shim().pfnLoseSessions();
+        std::thread([&] { EXPECT_TRUE(other.SignP1("text")) << other.Message(); }).join();
+        return CKR_SESSION_HANDLE_INVALID;
+    });
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(TestTokens::Shim().cLogins, cLogins + 1);
+}
 
 }  // namespace

@@ -257,6 +257,27 @@ TEST_F(TokenTest, AChangedPinIsTriedOnceMoreAndTheNewOneHelpsAllObjects) {
     EXPECT_EQ(Shim().cLogins, cLogins + 2);
 }
 
+// The token was pulled out, and nobody has logged in since it was put back.
+TEST_F(TokenTest, OpenObjectsKeepTheirPinWhileTheTokenIsAway) {
+    const ToolkitClient client(Card(";id=%01"));
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    Shim().pfnLoseSessions();
+    Shim().fRemoved = true;
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_REMOVED) << client.Message();
+    Shim().fRemoved = false;
+
+    const int cLogins = Shim().cLogins;
+    for (const auto& [pszPin, nError] :
+         {std::pair{"?pin-value=0000", VCTK_E_PIN_WRONG}, {"", VCTK_E_PIN_REQUIRED}, {"?pin-value=4711", VCTK_OK}}) {
+        const bool bOpen = ToolkitClient(Uri(std::string("token=Card") + pszPin)).IsOpen();
+        EXPECT_EQ(bOpen ? VCTK_OK : VCTK_GetLastError(nullptr), nError) << pszPin << ": " << ErrorMessage(nullptr);
+    }
+    EXPECT_EQ(Shim().cLogins, cLogins + 1);
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(Shim().cLogins, cLogins + 1);
+}
+
 TEST_F(TokenTest, AKeyThatNeedsThePinEachTimeGetsIt) {
     const ToolkitClient client(Card(";id=%03"));
     ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);

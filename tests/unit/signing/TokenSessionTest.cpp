@@ -215,6 +215,19 @@ TEST_F(TokenTest, AForkedChildOpensItsOwnSessions) {
     EXPECT_EQ(inherited.SignP1("text"), expected) << inherited.Message();
 }
 
+TEST_F(TokenTest, AForkedChildReleasesWhatItInheritedWithoutTheModule) {
+    const ToolkitClient inherited(Card(";id=%01"));
+    ASSERT_TRUE(inherited.IsOpen()) << ErrorMessage(nullptr);
+    const auto expected = inherited.SignP1("text");
+    ASSERT_TRUE(expected);
+    ExpectChildPasses([&] {
+        const int cSessions = Shim().cSessions;
+        EXPECT_EQ(VCTK_Finalize(inherited.Handle()), 0);
+        EXPECT_EQ(Shim().cSessions, cSessions);
+    });
+    EXPECT_EQ(inherited.SignP1("text"), expected) << inherited.Message();
+}
+
 // Exit handlers that were registered before the module's run after the module has ended.
 TEST_F(TokenTest, TheModuleIsNotCalledAfterItsEnd) {
     ExpectChildPasses(

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <openssl/cms.h>
-#include <openssl/pem.h>
 
 #include <algorithm>
 #include <ctime>
@@ -10,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "MemoryCertificate.h"
 #include "signing/Base64.h"
 #include "signing/SigningObject.h"
 #include "signing/Store.h"
@@ -54,12 +54,7 @@ protected:
         PEM_write_bio_PrivateKey(pem.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
         long nSerial = 0;
         for (const Validity& validity : validities) {
-            const X509Ptr certificate(X509_new());
-            ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), ++nSerial);
-            ASN1_TIME_set(X509_getm_notBefore(certificate.get()), kStart + validity.nFirst);
-            ASN1_TIME_set(X509_getm_notAfter(certificate.get()), kStart + validity.nLast);
-            X509_set_pubkey(certificate.get(), key.get());
-            X509_sign(certificate.get(), key.get(), EVP_sha256());
+            const X509Ptr certificate = Make({key.get(), kStart + validity.nFirst, kStart + validity.nLast, ++nSerial});
             PEM_write_bio_X509(pem.get(), certificate.get());
         }
         return ReadIdentities(MemoryBioText(pem.get()), nullptr);
@@ -93,11 +88,19 @@ TEST_F(ValidityTest, CertificatesSignInTheirPeriodAndAgainWhenTheClockIsSetBack)
     }
 }
 
-// The signing time of a P7, counted from kStart.
-long SigningTimeOf(const std::string& strSignature) {
-    const Bytes der = DecodeBase64(strSignature).value();
+CmsPtr P7Of(const SigningObject& object) {
+    const Bytes der = DecodeBase64(object.P7Signature()).value();
     const unsigned char* pbDer = der.data();
-    const CmsPtr cms(d2i_CMS_ContentInfo(nullptr, &pbDer, static_cast<long>(der.size())));
+    return CmsPtr(d2i_CMS_ContentInfo(nullptr, &pbDer, static_cast<long>(der.size())));
+}
+
+VCTKError SignP7(SigningObject& object) {
+    return object.Call([](SigningObject& called) { called.SignP7("text", 0, true, 1); });
+}
+
+// The signing time of the object's P7, counted from kStart.
+long SigningTimeOf(const SigningObject& object) {
+    const CmsPtr cms = P7Of(object);
     CMS_SignerInfo* const pSigner = sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms.get()), 0);
     const int nPlace = CMS_signed_get_attr_by_NID(pSigner, NID_pkcs9_signingTime, -1);
     const ASN1_TYPE* const pValue = X509_ATTRIBUTE_get0_type(CMS_signed_get_attr(pSigner, nPlace), 0);
@@ -113,9 +116,30 @@ TEST_F(ValidityTest, TheSignerIsValidAtTheSigningTime) {
             std::make_shared<const OpenedStore>(std::make_shared<const Identities>(StoreOf({{0, 0}}))));
         s_now = kStart;
         s_step = nStep;
-        EXPECT_EQ(object.Call([](SigningObject& called) { called.SignP7("text", 0, true, 1); }), VCTK_OK);
+        EXPECT_EQ(SignP7(object), VCTK_OK);
         s_step = 0;
-        EXPECT_EQ(SigningTimeOf(object.P7Signature()), 0) << nStep;
+        EXPECT_EQ(SigningTimeOf(object), 0) << nStep;
+    }
+}
+
+// A chain that was found is used again as long as it holds, and not longer.
+TEST_F(ValidityTest, AnIssuerIsInTheSignaturesOfItsPeriod) {
+    KeyPtr key(EVP_EC_gen("P-256"));
+    const KeyPtr rootKey(EVP_EC_gen("P-256"));
+    X509Ptr root = Make({rootKey.get(), kStart, kStart + 1000, 1, "Root", nullptr, {}, true});
+    X509Ptr signer = Make({key.get(), kStart - 5000, kStart + 5000, 2, "Signer", rootKey.get(), "Root"});
+    const Identities identities{MakeIdentity(std::move(signer), MakeMemoryKey(std::move(key))),
+                                MakeIdentity(std::move(root), nullptr)};
+    SigningObject object(std::make_shared<const OpenedStore>(OpenedStore{
+        std::make_shared<const Identities>(identities), false, ChainPart::kWithRoot, SelectAuthorities(identities)}));
+    for (const auto& [nSeconds, cCertificates] :
+         {std::pair{-1L, 1}, {0L, 2}, {500L, 2}, {1000L, 2}, {1001L, 1}, {2000L, 1}, {500L, 2}}) {
+        s_now = kStart + nSeconds;
+        ASSERT_EQ(SignP7(object), VCTK_OK) << object.LastErrorMessage();
+        const CmsPtr cms = P7Of(object);
+        STACK_OF(X509)* const pCertificates = CMS_get1_certs(cms.get());
+        EXPECT_EQ(sk_X509_num(pCertificates), cCertificates) << nSeconds;
+        sk_X509_pop_free(pCertificates, X509_free);
     }
 }
 

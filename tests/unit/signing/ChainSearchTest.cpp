@@ -1,0 +1,43 @@
+// The search for a chain among authorities of one name.
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <string>
+
+#include "MemoryCertificate.h"
+#include "signing/Chain.h"
+
+namespace vextk {
+namespace {
+
+// A search takes as much work as 1,000 signatures that it verifies: here one for each authority that the signer's
+// issuer may be, and two for the chain with the root, which comes last.
+TEST(ChainSearch, GivesUpWhenItIsTooMuchWork) {
+    InitialiseOpenSsl();
+    const std::time_t now = std::time(nullptr);
+    const KeyPtr signerKey(EVP_EC_gen("P-256"));
+    const KeyPtr authorityKey(EVP_EC_gen("P-256"));
+    const KeyPtr otherKey(EVP_EC_gen("P-256"));
+    const IdentityPtr signer =
+        MakeIdentity(Make({signerKey.get(), now, now + 1000, 1, "Signer", authorityKey.get(), "Authority"}), nullptr);
+    const IdentityPtr root =
+        MakeIdentity(Make({authorityKey.get(), now, now + 1000, 1, "Authority", nullptr, {}, true}), nullptr);
+
+    Identities certificates;
+    for (const auto& [cOthers, cIssuers] : {std::pair<std::size_t, std::size_t>{997, 1}, {998, 0}}) {
+        while (certificates.size() < cOthers) {
+            const auto nSerial = static_cast<long>(certificates.size()) + 2;
+            certificates.push_back(MakeIdentity(
+                Make({authorityKey.get(), now, now + 1000, nSerial, "Authority", otherKey.get(), "Elsewhere", true}),
+                nullptr));
+        }
+        certificates.push_back(root);
+        const Chain chain = FindChain(signer, SelectAuthorities(certificates), now);
+        EXPECT_EQ(chain.issuers.size(), cIssuers);
+        EXPECT_EQ(chain.bHasRoot, cIssuers == 1);
+        certificates.pop_back();
+    }
+}
+
+}  // namespace
+}  // namespace vextk
