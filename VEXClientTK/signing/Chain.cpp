@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "timestamp/VerifyTime.h"
+#include "crypto/VerifyTime.h"
 
 namespace vextk {
 namespace {
@@ -18,12 +18,12 @@ constexpr size_t kMostSignatures = 1000;
 
 // For OpenSSL, a chain ends here. An authority's certificate for its next key may name itself, too.
 bool NamesItself(const Identity& certificate) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     return X509_self_signed(certificate.Certificate(), 0) == 1;
 }
 
 bool IsRoot(const Identity& certificate) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     const bool bRoot = X509_self_signed(certificate.Certificate(), 1) == 1;
     if (!bRoot) {
         RequireMemory();
@@ -34,21 +34,19 @@ bool IsRoot(const Identity& certificate) {
 // Path lengths, name constraints and the rest of RFC 5280 section 6.1 are OpenSSL's to check. Extensions that it does
 // not know do not matter here: each verifier decides about them.
 bool Verifies(const Path& path, std::time_t now) {
-    using StorePtr = std::unique_ptr<X509_STORE, OpenSslDeleter<X509_STORE_free>>;
-    using ContextPtr = std::unique_ptr<X509_STORE_CTX, OpenSslDeleter<X509_STORE_CTX_free>>;
     struct StackDeleter {
         void operator()(STACK_OF(X509) * pStack) const { sk_X509_free(pStack); }
     };
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     const StorePtr trusted(RequireOpenSsl(X509_STORE_new()));
     RequireOpenSsl(X509_STORE_add_cert(trusted.get(), path.back()->Certificate()) == 1);
     const std::unique_ptr<STACK_OF(X509), StackDeleter> between(RequireOpenSsl(sk_X509_new_null()));
     for (size_t i = 1; i + 1 < path.size(); ++i) {
         RequireOpenSsl(sk_X509_push(between.get(), path[i]->Certificate()) > 0);
     }
-    const ContextPtr context(RequireOpenSsl(X509_STORE_CTX_new()));
+    const StoreContextPtr context(RequireOpenSsl(X509_STORE_CTX_new()));
     RequireOpenSsl(X509_STORE_CTX_init(context.get(), trusted.get(), path.front()->Certificate(), between.get()) == 1);
-    vextimestamp::SetVerifyTime(context.get(), now);
+    SetVerifyTime(context.get(), now);
     X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_IGNORE_CRITICAL);
     const bool bValid = X509_verify_cert(context.get()) == 1;
     if (!bValid) {
@@ -114,7 +112,7 @@ private:
     }
 
     bool IsIssuedBy(const Identity& certificate, const Identity& issuer) {
-        const OpenSslErrorMark mark;
+        const ErrorMark mark;
         if (X509_check_issued(issuer.Certificate(), certificate.Certificate()) != X509_V_OK || !MayCheck(1)) {
             return false;
         }
@@ -163,7 +161,7 @@ Chain FindChain(const IdentityPtr& signer, const Authorities& authorities, std::
 }
 
 bool IsAuthority(const Identity& identity) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     return identity.Certificate() != nullptr && X509_check_ca(identity.Certificate()) > 0;
 }
 

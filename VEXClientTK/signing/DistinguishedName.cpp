@@ -11,8 +11,6 @@
 namespace vextk {
 namespace {
 
-using TypePtr = std::unique_ptr<ASN1_TYPE, OpenSslDeleter<ASN1_TYPE_free>>;
-
 constexpr bool IsText(int nType) {
     switch (nType) {
         case V_ASN1_UTF8STRING:
@@ -50,7 +48,7 @@ std::string FindType(const std::string& strName) {
     if (const ObjectPtr object = FindDottedOid(strName)) {
         return strName;
     }
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     // OpenSSL has types whose names differ only in case: UID is the user's identifier, uid is another type.
     const int nShort = OBJ_sn2nid(strName.c_str());
     const int nExact = nShort != NID_undef ? nShort : OBJ_ln2nid(strName.c_str());
@@ -209,8 +207,8 @@ private:
         }
         const auto* pbDer = reinterpret_cast<const unsigned char*>(der.data());
         const auto* const pbEnd = pbDer + der.size();
-        const OpenSslErrorMark mark;
-        const TypePtr type(d2i_ASN1_TYPE(nullptr, &pbDer, static_cast<long>(der.size())));
+        const ErrorMark mark;
+        const AnyPtr type(d2i_ASN1_TYPE(nullptr, &pbDer, static_cast<long>(der.size())));
         // Types that hold no string do not occur in names.
         if (!type || pbDer != pbEnd || ASN1_TYPE_get(type.get()) == V_ASN1_BOOLEAN ||
             ASN1_TYPE_get(type.get()) == V_ASN1_NULL || ASN1_TYPE_get(type.get()) == V_ASN1_OBJECT) {

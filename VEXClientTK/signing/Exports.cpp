@@ -148,7 +148,7 @@ VEXTK_CLEAR_REGISTERS HANDLE VCTK_Initialize(const char* pszAuxParam) {
     try {
         BeginOperation();
         InitialiseOpenSsl();
-        const OpenSslErrorMark mark;
+        const ErrorMark mark;
         const OpenedStorePtr store = FindOrOpenStore(RequireText(pszAuxParam));
         const HANDLE hObject = OpenObjects().Add(std::make_shared<SigningObject>(store));
         if (store->failure) {

@@ -18,8 +18,7 @@ namespace vextk {
 namespace {
 
 using Predicate = std::function<bool(const Identity&)>;
-using ExtendedKeyUsagePtr = std::unique_ptr<EXTENDED_KEY_USAGE, OpenSslDeleter<EXTENDED_KEY_USAGE_free>>;
-using PoliciesPtr = std::unique_ptr<CERTIFICATEPOLICIES, OpenSslDeleter<CERTIFICATEPOLICIES_free>>;
+using PoliciesPtr = std::unique_ptr<CERTIFICATEPOLICIES, Deleter<CERTIFICATEPOLICIES_free>>;
 
 struct KeyUsageName {
     const char* pszName;
@@ -186,7 +185,7 @@ SharedObject ExtendedKeyUsage(std::string_view strValue) {
 }
 
 bool HasExtendedKeyUsages(const Identity& identity, const std::vector<SharedObject>& wanted) {
-    const ExtendedKeyUsagePtr usages(static_cast<EXTENDED_KEY_USAGE*>(
+    const ExtendedUsagePtr usages(static_cast<EXTENDED_KEY_USAGE*>(
         X509_get_ext_d2i(identity.Certificate(), NID_ext_key_usage, nullptr, nullptr)));
     return std::all_of(wanted.begin(), wanted.end(), [&](const SharedObject& object) {
         for (int i = 0; i < sk_ASN1_OBJECT_num(usages.get()); ++i) {

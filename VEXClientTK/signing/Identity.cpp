@@ -1,10 +1,7 @@
 #include "signing/Identity.h"
 
-#include <openssl/ec.h>
-
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <limits>
 #include <new>
 #include <optional>
@@ -14,7 +11,6 @@
 #include "signing/Base64.h"
 #include "signing/Failure.h"
 #include "signing/KeyTypes.h"
-#include "timestamp/Numbers.h"
 
 namespace vextk {
 namespace {
@@ -34,47 +30,23 @@ const KeyType* FindKeyType(const EVP_PKEY* pKey) {
 constexpr std::time_t kNever = std::numeric_limits<std::time_t>::max();
 constexpr std::time_t kLongAgo = std::numeric_limits<std::time_t>::min();
 
-std::time_t ToTime(const ASN1_TIME* pTime, std::time_t unreadable) {
-    std::tm parts{};
-    return ASN1_TIME_to_tm(pTime, &parts) == 1 ? timegm(&parts) : unreadable;
-}
-
-std::string IsoText(std::time_t time) {
-    std::tm parts{};
-    if (gmtime_r(&time, &parts) == nullptr) {
-        return "unreadable";
-    }
-    // strftime writes the year 950 in three digits.
-    std::array<char, 96> text{};
-    static_cast<void>(std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900,
-                                    parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec));
-    return text.data();
-}
-
-std::string HexText(const unsigned char* pbData, size_t cbData) {
-    std::string text;
-    text.reserve(cbData * 2);
-    for (size_t i = 0; i < cbData; ++i) {
-        vexposix::AppendHexByte(text, pbData[i]);
-    }
-    return text;
-}
-
-std::string SerialText(const X509* pCertificate) {
-    const BignumPtr number(RequireOpenSsl(ASN1_INTEGER_to_BN(X509_get0_serialNumber(pCertificate), nullptr)));
-    const MemoryPtr<char> text(RequireOpenSsl(BN_bn2hex(number.get())));
-    return text.get();
+std::string TimeText(std::time_t time) {
+    return time == kNever || time == kLongAgo ? "unreadable" : TextOf(time);
 }
 
 std::string FingerprintText(const X509* pCertificate) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int cbDigest = 0;
     RequireOpenSsl(X509_digest(pCertificate, EVP_sha256(), digest.data(), &cbDigest) == 1);
-    return HexText(digest.data(), cbDigest);
+    std::string strText;
+    for (size_t i = 0; i < cbDigest; ++i) {
+        vexposix::AppendHexByte(strText, digest[i]);
+    }
+    return strText;
 }
 
-std::string NameText(const X509_NAME* pName) {
-    std::optional<std::string> strText = vextimestamp::NameText(pName);
+std::string RequireNameText(const X509_NAME* pName) {
+    std::optional<std::string> strText = NameText(pName);
     RequireOpenSsl(strText.has_value());
     return std::move(*strText);
 }
@@ -88,7 +60,6 @@ unsigned int KeyBitsOf(const X509* pCertificate) {
     // For an EC key, EVP_PKEY_get_bits returns the size of the curve's order. The size of its field is wanted.
     std::array<char, 80> curve{};
     if (EVP_PKEY_get_group_name(pKey, curve.data(), curve.size(), nullptr) == 1) {
-        using GroupPtr = std::unique_ptr<EC_GROUP, OpenSslDeleter<EC_GROUP_free>>;
         if (const GroupPtr group(EC_GROUP_new_by_curve_name(OBJ_sn2nid(curve.data()))); group) {
             return static_cast<unsigned int>(EC_GROUP_get_degree(group.get()));
         }
@@ -138,7 +109,7 @@ bool CanReadKey(X509* pCertificate) {
 // OpenSSL reads a certificate's key and extensions once and keeps the result. It also keeps a failure when memory runs
 // out, which would make the certificate useless from then on. This check finds such a failure and reports it.
 void RequireRead(X509* pCertificate) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     if (X509_get0_pubkey(pCertificate) == nullptr && CanReadKey(pCertificate)) {
         throw std::bad_alloc();
     }
@@ -152,14 +123,14 @@ void RequireRead(X509* pCertificate) {
 Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey, std::string strName)
     : m_certificate(std::move(certificate)),
       m_key(std::move(key)),
-      m_notBefore(ToTime(X509_get0_notBefore(m_certificate.get()), kNever)),
-      m_notAfter(ToTime(X509_get0_notAfter(m_certificate.get()), kLongAgo)),
+      m_notBefore(MomentOf(X509_get0_notBefore(m_certificate.get())).value_or(kNever)),
+      m_notAfter(MomentOf(X509_get0_notAfter(m_certificate.get())).value_or(kLongAgo)),
       m_nKeyBits(KeyBitsOf(m_certificate.get())),
       m_strKeyAlgorithm(KeyAlgorithmOf(m_certificate.get())),
-      m_strSerialHex(SerialText(m_certificate.get())),
+      m_strSerialHex(HexText(X509_get0_serialNumber(m_certificate.get()))),
       m_strFingerprintHex(FingerprintText(m_certificate.get())),
-      m_strSubject(NameText(X509_get_subject_name(m_certificate.get()))),
-      m_strIssuer(NameText(X509_get_issuer_name(m_certificate.get()))),
+      m_strSubject(RequireNameText(X509_get_subject_name(m_certificate.get()))),
+      m_strIssuer(RequireNameText(X509_get_issuer_name(m_certificate.get()))),
       m_strName(std::move(strName)) {
     RequireRead(m_certificate.get());
     const bool bTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;
@@ -167,7 +138,7 @@ Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey, 
 }
 
 Flaw Identity::LastingFlaw(Flaw flawWithoutKey) const {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     // Fails for malformed extensions. Nobody accepts a signature made with such a certificate.
     if (X509_check_purpose(m_certificate.get(), -1, 0) != 1) {
         return Flaw::kDamaged;
@@ -195,11 +166,11 @@ Flaw Identity::FlawAt(std::time_t time) const {
 }
 
 std::string Identity::NotBeforeText() const {
-    return IsoText(m_notBefore);
+    return TimeText(m_notBefore);
 }
 
 std::string Identity::NotAfterText() const {
-    return IsoText(m_notAfter);
+    return TimeText(m_notAfter);
 }
 
 std::string Identity::CertificateBase64() const {

@@ -11,10 +11,10 @@ namespace {
 
 constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
 
-using PbeParameters = std::unique_ptr<PBEPARAM, OpenSslDeleter<PBEPARAM_free>>;
-using Pbe2Parameters = std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>>;
-using Pbkdf2Parameters = std::unique_ptr<PBKDF2PARAM, OpenSslDeleter<PBKDF2PARAM_free>>;
-using ScryptParameters = std::unique_ptr<SCRYPT_PARAMS, OpenSslDeleter<SCRYPT_PARAMS_free>>;
+using PbeParameters = std::unique_ptr<PBEPARAM, Deleter<PBEPARAM_free>>;
+using Pbe2Parameters = std::unique_ptr<PBE2PARAM, Deleter<PBE2PARAM_free>>;
+using Pbkdf2Parameters = std::unique_ptr<PBKDF2PARAM, Deleter<PBKDF2PARAM_free>>;
+using ScryptParameters = std::unique_ptr<SCRYPT_PARAMS, Deleter<SCRYPT_PARAMS_free>>;
 
 template <typename Pointer>
 Pointer Parameters(const X509_ALGOR* pAlgorithm, const ASN1_ITEM* pItem) {
@@ -89,7 +89,7 @@ void DerivationWork::AddIterations(std::uint64_t cIterations) {
 }
 
 void DerivationWork::Add(const X509_ALGOR* pAlgorithm) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     AddIterations(Iterations(pAlgorithm));
 }
 
@@ -100,7 +100,7 @@ void DerivationWork::Add(const X509_SIG* pEncryptedKey) {
 }
 
 void DerivationWork::AddMac(const PKCS12* pFile) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     const ASN1_INTEGER* pIterations = nullptr;
     const X509_ALGOR* pAlgorithm = nullptr;
     PKCS12_get0_mac(nullptr, &pAlgorithm, nullptr, &pIterations, pFile);

@@ -35,7 +35,7 @@ std::string EncodedText(const EVP_PKEY* pKey) {
 // The same text for each form of a key. It contains the key's numbers, not its encoding, because an EC point may be
 // compressed and a curve may be given by its parameters.
 std::string PublicText(const EVP_PKEY* pKey) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     const bool bRsa = EVP_PKEY_is_a(pKey, "RSA") == 1 || EVP_PKEY_is_a(pKey, "RSA-PSS") == 1;
     const bool bEc = EVP_PKEY_is_a(pKey, "EC") == 1;
     std::string strText = bRsa ? "RSA " : "EC ";

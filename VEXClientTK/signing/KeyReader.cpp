@@ -6,7 +6,7 @@ namespace vextk {
 
 KeyPtr KeyReader::Read(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
     {
-        const OpenSslErrorMark mark;
+        const ErrorMark mark;
         if (!m_decoder) {
             m_decoder.reset(OSSL_DECODER_CTX_new_for_pkey(&m_pRead, "DER", "PrivateKeyInfo", nullptr,
                                                           OSSL_KEYMGMT_SELECT_ALL, nullptr, nullptr));

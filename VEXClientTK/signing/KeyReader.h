@@ -20,7 +20,7 @@ public:
 
 private:
     EVP_PKEY* m_pRead = nullptr;  // the decoder stores the key here
-    std::unique_ptr<OSSL_DECODER_CTX, OpenSslDeleter<OSSL_DECODER_CTX_free>> m_decoder;
+    std::unique_ptr<OSSL_DECODER_CTX, Deleter<OSSL_DECODER_CTX_free>> m_decoder;
 };
 
 }  // namespace vextk

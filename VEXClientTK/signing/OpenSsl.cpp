@@ -8,7 +8,6 @@
 #include "signing/Failure.h"
 #include "signing/KeyTypes.h"
 #include "signing/WipingMemory.h"
-#include "timestamp/OpenSsl.h"
 
 namespace vextk {
 namespace {
@@ -23,7 +22,7 @@ constinit thread_local std::uint64_t t_cRefusedBefore = 0;
 [[gnu::used]] std::array<EVP_KEYMGMT*, kKeyTypes.size()> s_kept = {};
 
 void KeepKeyTypes() {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     std::transform(kKeyTypes.begin(), kKeyTypes.end(), s_kept.begin(), [](const KeyType& type) {
         EVP_KEYMGMT* const pType = EVP_KEYMGMT_fetch(nullptr, type.pszName, nullptr);
         RequireMemory();
@@ -64,12 +63,8 @@ void RequireMemory() {
     }
 }
 
-std::string DottedText(const ASN1_OBJECT* pObject) {
-    return vextimestamp::DottedText(pObject);
-}
-
 ObjectPtr FindDottedOid(const std::string& strText) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     ObjectPtr object(OBJ_txt2obj(strText.c_str(), 1));
     // OpenSSL reads blanks as dots, and ignores a dot at the end.
     if (!object) {

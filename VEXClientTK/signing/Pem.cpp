@@ -8,7 +8,7 @@
 namespace vextk {
 namespace {
 
-using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
+using EncryptedPtr = std::unique_ptr<X509_SIG, Deleter<X509_SIG_free>>;
 
 // One block: its label, its header lines and its bytes, which may be a private key.
 class Block {

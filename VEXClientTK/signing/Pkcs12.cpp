@@ -18,8 +18,8 @@ void FreeBags(STACK_OF(PKCS12_SAFEBAG) * pBags) {
     sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
 }
 
-using SafesPtr = std::unique_ptr<STACK_OF(PKCS7), OpenSslDeleter<FreeSafes>>;
-using BagsPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), OpenSslDeleter<FreeBags>>;
+using SafesPtr = std::unique_ptr<STACK_OF(PKCS7), Deleter<FreeSafes>>;
+using BagsPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), Deleter<FreeBags>>;
 
 // A PIN as OpenSSL's PKCS #12 functions take it. For them, no PIN and an empty PIN are different.
 struct PinText {
@@ -141,7 +141,7 @@ private:
 
 // Null if the bytes are not a PKCS #12 file.
 Pkcs12Ptr Parse(std::string_view bytes) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     const auto* pbFile = reinterpret_cast<const unsigned char*>(bytes.data());
     return Pkcs12Ptr(d2i_PKCS12(nullptr, &pbFile, static_cast<long>(bytes.size())));
 }

@@ -11,8 +11,8 @@
 namespace vextk {
 namespace {
 
-using PssParametersPtr = std::unique_ptr<RSA_PSS_PARAMS, OpenSslDeleter<RSA_PSS_PARAMS_free>>;
-using StringPtr = std::unique_ptr<ASN1_STRING, OpenSslDeleter<ASN1_STRING_free>>;
+using PssParametersPtr = std::unique_ptr<RSA_PSS_PARAMS, Deleter<RSA_PSS_PARAMS_free>>;
+using StringPtr = std::unique_ptr<ASN1_STRING, Deleter<ASN1_STRING_free>>;
 
 constexpr std::int64_t kDefaultSalt = 20;
 

@@ -16,7 +16,6 @@ namespace {
 using AttributesPtr = std::unique_ptr<STACK_OF(X509_ATTRIBUTE), decltype([](STACK_OF(X509_ATTRIBUTE) * pAttributes) {
                                           sk_X509_ATTRIBUTE_free(pAttributes);  // the signature owns the attributes
                                       })>;
-using TimePtr = std::unique_ptr<ASN1_TIME, OpenSslDeleter<ASN1_TIME_free>>;
 
 void RequireOffered(const SigningDigest& digest, bool bDetached) {
     if (digest.bPrehashed && !bDetached) {

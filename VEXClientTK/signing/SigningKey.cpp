@@ -12,8 +12,6 @@
 namespace vextk {
 namespace {
 
-using KeyContextPtr = std::unique_ptr<EVP_PKEY_CTX, OpenSslDeleter<EVP_PKEY_CTX_free>>;
-
 // The digest comes first: a key of id-RSASSA-PSS compares its smallest salt with the digest's length.
 bool SetScheme(EVP_PKEY_CTX* pContext, const SigningRequest& request) {
     if (request.pDigest != nullptr && EVP_PKEY_CTX_set_signature_md(pContext, request.pDigest) != 1) {
@@ -86,7 +84,7 @@ private:
 
     // Null: the key's provider cannot copy it.
     KeyPtr CopyKey() const {
-        const OpenSslErrorMark mark;
+        const ErrorMark mark;
         KeyPtr copy(EVP_PKEY_dup(m_key.get()));
         if (!copy) {
             RequireMemory();
@@ -124,7 +122,7 @@ SigningKeyPtr MakeMemoryKey(KeyPtr key) {
 }
 
 bool IsSignature(EVP_PKEY* pPublic, const SigningRequest& request, std::span<const unsigned char> signature) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     if (request.scheme == Scheme::kEdwards) {
         const DigestContextPtr context(EVP_MD_CTX_new());
         return context && EVP_DigestVerifyInit(context.get(), nullptr, nullptr, nullptr, pPublic) == 1 &&

@@ -49,7 +49,7 @@ public:
         }
         try {
             const CallQueue::Turn turn(m_queue);
-            const OpenSslErrorMark mark;
+            const ErrorMark mark;
             BeginOperation();
             mine->queryBefore = std::exchange(mine->query, {});
             operation(*this);

@@ -23,7 +23,6 @@ bool IsKnownKind(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
         return nKind == NID_rsaEncryption || nKind == NID_rsassaPss || nKind == NID_X9_62_id_ecPublicKey ||
                nKind == NID_ED25519 || nKind == NID_ED448;
     }
-    using GroupPtr = std::unique_ptr<EC_GROUP, OpenSslDeleter<EC_GROUP_free>>;
     return GroupPtr(EC_GROUP_new_by_curve_name(OBJ_obj2nid(static_cast<const ASN1_OBJECT*>(pParameter)))) != nullptr;
 }
 

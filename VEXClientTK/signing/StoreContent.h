@@ -13,7 +13,7 @@
 
 namespace vextk {
 
-using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>>;
+using KeyInfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Deleter<PKCS8_PRIV_KEY_INFO_free>>;
 
 struct StoreContent {
     std::vector<X509Ptr> certificates;

@@ -206,7 +206,7 @@ TokenContent Token::Read() {
              session.Find({{CKA_CLASS, &nClass, sizeof nClass}, {CKA_CERTIFICATE_TYPE, &nX509, sizeof nX509}})) {
             const std::string strDer = session.Attribute(hObject, CKA_VALUE).value_or("");
             const auto* pbDer = reinterpret_cast<const unsigned char*>(strDer.data());
-            const OpenSslErrorMark mark;
+            const ErrorMark mark;
             X509Ptr certificate(d2i_X509(nullptr, &pbDer, static_cast<long>(strDer.size())));
             if (!certificate) {
                 RequireMemory();

@@ -13,9 +13,8 @@
 namespace vextk {
 namespace {
 
-using DigestInfoPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
-using EcSignaturePtr = std::unique_ptr<ECDSA_SIG, OpenSslDeleter<ECDSA_SIG_free>>;
-using RsaPtr = std::unique_ptr<RSA, OpenSslDeleter<RSA_free>>;
+using DigestInfoPtr = std::unique_ptr<X509_SIG, Deleter<X509_SIG_free>>;
+using RsaPtr = std::unique_ptr<RSA, Deleter<RSA_free>>;
 
 // The digests that PKCS #11 names for CKM_RSA_PKCS_PSS.
 struct PssDigest {

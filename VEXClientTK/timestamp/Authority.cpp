@@ -4,10 +4,10 @@
 
 #include <string>
 
+#include "crypto/VerifyTime.h"
 #include "posix/VisibleText.h"
 #include "timestamp/Der.h"
 #include "timestamp/Numbers.h"
-#include "timestamp/VerifyTime.h"
 
 namespace vextimestamp {
 namespace {
@@ -101,7 +101,7 @@ void RequireNamed(const CMS_SignerInfo* pSigner, X509* pCertificate) {
 
 void RequireMeantForTimeStamps(X509* pCertificate) {
     int nCritical = -1;
-    const UsagePtr usage(
+    const ExtendedUsagePtr usage(
         static_cast<EXTENDED_KEY_USAGE*>(X509_get_ext_d2i(pCertificate, NID_ext_key_usage, &nCritical, nullptr)));
     const bool bAlone = usage && sk_ASN1_OBJECT_num(usage.get()) == 1 &&
                         OBJ_obj2nid(sk_ASN1_OBJECT_value(usage.get(), 0)) == NID_time_stamp;

@@ -24,7 +24,7 @@ constexpr std::time_t kMoment = 1800000000;
 constexpr std::size_t kMostCertificates = 8;
 
 Identities ReadCertificates(const std::uint8_t* pbData, std::size_t cbData) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     Identities identities;
     const std::uint8_t* const pbEnd = pbData + cbData;
     while (pbData < pbEnd && identities.size() < kMostCertificates) {

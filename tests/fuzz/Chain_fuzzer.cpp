@@ -69,7 +69,7 @@ void AddKeyIdentifiers(X509* pCertificate, std::uint8_t uIdentifiers) {
         AddExtension(pCertificate, NID_subject_key_identifier, "0" + std::to_string(uIdentifiers / 4 % 4));
     }
     if ((uIdentifiers & 2U) != 0) {
-        const std::unique_ptr<AUTHORITY_KEYID, OpenSslDeleter<AUTHORITY_KEYID_free>> authority(AUTHORITY_KEYID_new());
+        const std::unique_ptr<AUTHORITY_KEYID, Deleter<AUTHORITY_KEYID_free>> authority(AUTHORITY_KEYID_new());
         authority->keyid = ASN1_OCTET_STRING_new();
         const auto uByte = static_cast<unsigned char>(uIdentifiers / 16 % 4);
         ASN1_OCTET_STRING_set(authority->keyid, &uByte, 1);
@@ -141,15 +141,15 @@ IdentityPtr IdentityOf(const Description& description) {
     if (s_kept.size() >= kMostKept) {
         s_kept.clear();
     }
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     return s_kept[strKey] = MakeIdentity(Issue(description), nullptr);
 }
 
 // For OpenSSL, a certificate that names itself as its issuer is a root, whoever has signed it.
 bool OpenSslFindsIssuers(const IdentityPtr& signer, const Identities& certificates) {
-    using StorePtr = std::unique_ptr<X509_STORE, OpenSslDeleter<X509_STORE_free>>;
-    using ContextPtr = std::unique_ptr<X509_STORE_CTX, OpenSslDeleter<X509_STORE_CTX_free>>;
-    const OpenSslErrorMark mark;
+    using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE_free>>;
+    using ContextPtr = std::unique_ptr<X509_STORE_CTX, Deleter<X509_STORE_CTX_free>>;
+    const ErrorMark mark;
     const StorePtr store(X509_STORE_new());
     for (const IdentityPtr& certificate : certificates) {
         if (IsAuthority(*certificate)) {
@@ -164,7 +164,7 @@ bool OpenSslFindsIssuers(const IdentityPtr& signer, const Identities& certificat
 }
 
 void RequireChain(const IdentityPtr& signer, const Chain& chain, const Authorities& authorities) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     Require(chain.issuers.size() <= kLongestChain && chain.period.Contains(kMoment));
     Require(!chain.bHasRoot || !chain.issuers.empty());
     Identities path{signer};

@@ -44,7 +44,7 @@ std::string Uri(std::uint8_t uChoice) {
 
 // Whether it is the signature of the text with the certificate's key.
 bool Verifies(const std::string& strCertificate, const std::string& strSignature, bool bPss) {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     const auto der = DecodeBase64(strCertificate);
     const auto signature = DecodeBase64(strSignature);
     Require(der && signature);

@@ -16,7 +16,7 @@ struct Entry {
 };
 
 DistinguishedName NameOf(std::initializer_list<Entry> entries) {
-    const std::unique_ptr<X509_NAME, OpenSslDeleter<X509_NAME_free>> name(X509_NAME_new());
+    const std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>> name(X509_NAME_new());
     for (const Entry& entry : entries) {
         EXPECT_EQ(X509_NAME_add_entry_by_txt(name.get(), entry.pszType, entry.nForm,
                                              reinterpret_cast<const unsigned char*>(entry.pszValue), -1, -1,

@@ -33,7 +33,7 @@ using namespace std::string_literals;
 constexpr int kMost = static_cast<int>(DerivationWork::kMost);
 constexpr const char* kPin = "1234";
 
-using EncryptedPtr = std::unique_ptr<X509_SIG, OpenSslDeleter<X509_SIG_free>>;
+using EncryptedPtr = std::unique_ptr<X509_SIG, Deleter<X509_SIG_free>>;
 
 // The parameters of an encrypted key in a file. No test computes anything with them.
 AlgorithmPtr Pbes2(int cIterations) {
@@ -50,7 +50,7 @@ AlgorithmPtr Rc2(int cIterations) {
 
 // PBKDF2 repeats all iterations for each block of a longer key.
 AlgorithmPtr WithKeyLength(int cIterations, int cbKey) {
-    const std::unique_ptr<PBE2PARAM, OpenSslDeleter<PBE2PARAM_free>> both(PBE2PARAM_new());
+    const std::unique_ptr<PBE2PARAM, Deleter<PBE2PARAM_free>> both(PBE2PARAM_new());
     X509_ALGOR_free(both->keyfunc);
     both->keyfunc = PKCS5_pbkdf2_set(cIterations, nullptr, 0, NID_hmacWithSHA256, cbKey);
     X509_ALGOR_set0(both->encryption, OBJ_nid2obj(NID_aes_256_cbc), V_ASN1_UNDEF, nullptr);
@@ -200,7 +200,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A key that is encrypted with one iteration. The file says that its parameters are pSays.
 EncryptedPtr EncryptedKey(const EVP_PKEY* pKey, const X509_ALGOR* pSays) {
-    const std::unique_ptr<PKCS8_PRIV_KEY_INFO, OpenSslDeleter<PKCS8_PRIV_KEY_INFO_free>> info(EVP_PKEY2PKCS8(pKey));
+    const std::unique_ptr<PKCS8_PRIV_KEY_INFO, Deleter<PKCS8_PRIV_KEY_INFO_free>> info(EVP_PKEY2PKCS8(pKey));
     EncryptedPtr encrypted(PKCS8_encrypt(-1, EVP_aes_256_cbc(), kPin, -1, nullptr, 0, 1, info.get()));
     X509_ALGOR* pAlgorithm = nullptr;
     X509_SIG_getm(encrypted.get(), &pAlgorithm, nullptr);
@@ -300,7 +300,7 @@ AlgorithmPtr WithGarbage() {
     return algorithm;
 }
 
-using ScryptPtr = std::unique_ptr<SCRYPT_PARAMS, OpenSslDeleter<SCRYPT_PARAMS_free>>;
+using ScryptPtr = std::unique_ptr<SCRYPT_PARAMS, Deleter<SCRYPT_PARAMS_free>>;
 
 Pbe2Ptr Unpacked(const X509_ALGOR* pAlgorithm) {
     return Pbe2Ptr(

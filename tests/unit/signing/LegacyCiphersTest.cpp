@@ -44,7 +44,7 @@ std::string OldFile(int nCertificate, int nKey) {
 
 // Whether code that asks OpenSSL for a cipher, and knows no library context, gets one of the old ones.
 bool IsVisible() {
-    const OpenSslErrorMark mark;
+    const ErrorMark mark;
     return OSSL_PROVIDER_available(nullptr, "legacy") == 1 ||
            CipherPtr(EVP_CIPHER_fetch(nullptr, "RC2-40-CBC", nullptr)) != nullptr;
 }

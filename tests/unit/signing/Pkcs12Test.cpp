@@ -60,14 +60,14 @@ public:
     }
 
     void AddWhatIsNoCertificate() {
-        const std::unique_ptr<ASN1_INTEGER, OpenSslDeleter<ASN1_INTEGER_free>> number(ASN1_INTEGER_new());
+        const std::unique_ptr<ASN1_INTEGER, Deleter<ASN1_INTEGER_free>> number(ASN1_INTEGER_new());
         sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_item_pack_safebag(number.get(), ASN1_ITEM_rptr(ASN1_INTEGER),
                                                                  NID_x509Certificate, NID_certBag));
     }
 
     // The bags that are not needed to sign: another kind of certificate, and a secret.
     void AddWhatIsPassedOver() {
-        const std::unique_ptr<ASN1_OCTET_STRING, OpenSslDeleter<ASN1_OCTET_STRING_free>> text(ASN1_OCTET_STRING_new());
+        const std::unique_ptr<ASN1_OCTET_STRING, Deleter<ASN1_OCTET_STRING_free>> text(ASN1_OCTET_STRING_new());
         sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_item_pack_safebag(text.get(), ASN1_ITEM_rptr(ASN1_OCTET_STRING),
                                                                  NID_sdsiCertificate, NID_certBag));
         constexpr unsigned char kSecret[] = {'s'};
@@ -102,7 +102,7 @@ public:
             ASN1_OCTET_STRING* const pData = sk_PKCS7_value(pSafes, 0)->d.encrypted->enc_data->enc_data;
             ASN1_STRING_set(pData, ASN1_STRING_get0_data(pData), ASN1_STRING_length(pData) - 1);  // not whole blocks
         }
-        const std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
+        const std::unique_ptr<PKCS12, Deleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
         sk_PKCS7_pop_free(pSafes, PKCS7_free);
         PKCS12_set_mac(file.get(), kPin, -1, nullptr, 0, 1, EVP_sha256());
         const BioPtr bytes(BIO_new(BIO_s_mem()));
@@ -258,7 +258,7 @@ std::string WithDamagedSafe(void (*pfnDamage)(PKCS7& safe)) {
     STACK_OF(PKCS7)* pSafes = nullptr;
     PKCS12_add_safe(&pSafes, pBags, NID_aes_256_cbc, 1, Pkcs12File::kPin);
     pfnDamage(*sk_PKCS7_value(pSafes, 0));
-    const std::unique_ptr<PKCS12, OpenSslDeleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
+    const std::unique_ptr<PKCS12, Deleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
     sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
     sk_PKCS7_pop_free(pSafes, PKCS7_free);
     const BioPtr bytes(BIO_new(BIO_s_mem()));

@@ -22,9 +22,6 @@
 namespace vextimestamp {
 namespace {
 
-using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
-using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
-
 const Bytes kValue = BytesOf("a signature value");
 constexpr int kNewNames = NID_id_smime_aa_signingCertificateV2;
 constexpr int kOldNames = NID_id_smime_aa_signingCertificate;
@@ -66,8 +63,8 @@ std::string Info() {
 BioPtr FileOf(const std::string& strName) {
     return BioPtr(BIO_new_file(World::Get().File(strName).c_str(), "r"));
 }
-CertificatePtr CertificateOf(const std::string& strName) {
-    return CertificatePtr(PEM_read_bio_X509(FileOf(strName + ".crt").get(), nullptr, nullptr, nullptr));
+X509Ptr CertificateOf(const std::string& strName) {
+    return X509Ptr(PEM_read_bio_X509(FileOf(strName + ".crt").get(), nullptr, nullptr, nullptr));
 }
 KeyPtr KeyOf(const std::string& strName) {
     return KeyPtr(PEM_read_bio_PrivateKey(FileOf(strName + ".key").get(), nullptr, nullptr, nullptr));
@@ -77,7 +74,7 @@ constexpr unsigned int kFlags = CMS_PARTIAL | CMS_BINARY | CMS_NOSMIMECAP;
 
 // Signs Info with further signed attributes. nNames: CMS_CADES, if one of them is the right name of the certificate.
 Bytes TokenWith(const std::function<void(CMS_SignerInfo*)>& fnAddAttributes, unsigned int nNames = 0,
-                const CertificatePtr& certificate = CertificateOf("tsa")) {
+                const X509Ptr& certificate = CertificateOf("tsa")) {
     const KeyPtr key = KeyOf("tsa");
     const CmsPtr cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags));
     Require(cms && CMS_set1_eContentType(cms.get(), OBJ_nid2obj(NID_id_smime_ct_TSTInfo)) == 1);
@@ -210,7 +207,7 @@ class ImpossibleDate : public testing::TestWithParam<Dates> {};
 
 // No moment lies between dates of which one does not exist.
 TEST_P(ImpossibleDate, OfTheSignerIsNamed) {
-    const CertificatePtr certificate = CertificateOf("tsa");
+    const X509Ptr certificate = CertificateOf("tsa");
     ASN1_TIME* const pDate = GetParam().pfnDate(certificate.get());
     pDate->type = V_ASN1_GENERALIZEDTIME;
     Require(ASN1_STRING_set(pDate, "20261399999999Z", -1) == 1 &&
@@ -329,68 +326,6 @@ TEST(OddNumber, IsNotPositive) {
         ASSERT_EQ(ASN1_INTEGER_set(number.get(), nNumber), 1);
         EXPECT_EQ(PositiveBytes(number.get()).has_value(), bPositive) << nNumber;
     }
-}
-
-TEST(OddNumber, IsNoMomentAndNoName) {
-    EXPECT_FALSE(MomentOf(nullptr));
-    const std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>> name(X509_NAME_new());
-    EXPECT_EQ(NameText(name.get()), "");
-    EXPECT_EQ(DottedText(nullptr), "");
-}
-
-std::string TextOfNameWith(const ASN1_OBJECT* pType) {
-    const std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>> name(X509_NAME_new());
-    EXPECT_EQ(X509_NAME_add_entry_by_OBJ(name.get(), pType, V_ASN1_UTF8STRING,
-                                         reinterpret_cast<const unsigned char*>("a"), 1, -1, 0),
-              1);
-    return NameText(name.get()).value_or("none");
-}
-
-TEST(OddName, ALongTypeIsShownWhole) {
-    for (const std::size_t nArcs : {35, 40, 300, 580}) {
-        std::string strType = "1.2";
-        for (std::size_t i = 0; i < nArcs; ++i) {
-            strType += ".3";
-        }
-        const ObjectPtr type(OBJ_txt2obj(strType.c_str(), 1));
-        ASSERT_TRUE(type) << nArcs;
-        EXPECT_EQ(DottedText(type.get()), strType);
-        EXPECT_EQ(TextOfNameWith(type.get()), strType + "=#0C0161");
-    }
-}
-
-// Names that a host has given OpenSSL.
-TEST(OddName, ATypeWithoutAShortNameIsShownAsItsOid) {
-    ASSERT_NE(OBJ_create("1.2.3.4711.1", "shortName", "long name"), NID_undef);
-    ASSERT_NE(OBJ_create("1.2.3.4711.2", nullptr, "another long name"), NID_undef);
-    const ObjectPtr named(OBJ_txt2obj("1.2.3.4711.1", 1));
-    const ObjectPtr unnamed(OBJ_txt2obj("1.2.3.4711.2", 1));
-    EXPECT_EQ(TextOfNameWith(named.get()), "shortName=a");
-    EXPECT_EQ(TextOfNameWith(unnamed.get()), "1.2.3.4711.2=#0C0161");
-}
-
-// ---- OpenSSL's reasons ----
-
-TEST(Reason, OfNoErrorIsUnknown) {
-    ERR_clear_error();
-    EXPECT_EQ(LastReason(), "unknown reason");
-    ERR_raise(ERR_LIB_USER, 77);  // nobody has given this number a text
-    EXPECT_EQ(LastReason(), "unknown reason");
-    ERR_clear_error();
-}
-
-TEST(Reason, HasItsDetailsIfThereAreAny) {
-    ERR_raise_data(ERR_LIB_ASN1, ERR_R_PASSED_NULL_PARAMETER, "the %s", "third");
-    EXPECT_EQ(LastReason(), "passed a null parameter (the third)");
-    ERR_raise_data(ERR_LIB_ASN1, ERR_R_PASSED_NULL_PARAMETER, "%s", "");
-    EXPECT_EQ(LastReason(), "passed a null parameter");
-    ERR_clear_error();
-}
-
-TEST(Reason, ThatMemoryRanOutIsNone) {
-    ERR_raise(ERR_LIB_ASN1, ERR_R_MALLOC_FAILURE);
-    EXPECT_THROW(LastReason(), std::bad_alloc);
-    ERR_clear_error();
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ std::string Encoded(const T* pObject) {
     unsigned char* pb = nullptr;
     const int cb = Encode(pObject, &pb);
     Require(cb > 0);
-    const std::unique_ptr<unsigned char, FreeMemory> owner(pb);
+    const MemoryPtr<unsigned char> owner(pb);
     return {reinterpret_cast<const char*>(pb), static_cast<std::size_t>(cb)};
 }
 

@@ -13,11 +13,9 @@
 
 namespace vexsign::verify {
 
-using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
-
 struct TestSigner {
     KeyPtr key;
-    CertificatePtr certificate;
+    X509Ptr certificate;
 };
 
 // From the files NAME.key and NAME.crt.

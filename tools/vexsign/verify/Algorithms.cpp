@@ -32,15 +32,14 @@ constexpr int kLeastSecurityBits = 112;  // RSA with 2048 bits, EC with 224
 std::string EcdsaFault(EVP_PKEY* pKey, std::string_view signature) {
     const auto* pb = reinterpret_cast<const unsigned char*>(signature.data());
     const auto* const pbEnd = pb + signature.size();
-    const std::unique_ptr<ECDSA_SIG, Deleter<ECDSA_SIG_free>> pair(
-        d2i_ECDSA_SIG(nullptr, &pb, static_cast<long>(signature.size())));
+    const EcSignaturePtr pair(d2i_ECDSA_SIG(nullptr, &pb, static_cast<long>(signature.size())));
     if (!pair || pb != pbEnd) {
         ERR_clear_error();
         return "it is no DER sequence of two numbers, r and s, with nothing behind it";
     }
     unsigned char* pbEncoded = nullptr;
     const int cbEncoded = i2d_ECDSA_SIG(pair.get(), &pbEncoded);
-    const std::unique_ptr<unsigned char, FreeMemory> encoded(pbEncoded);
+    const MemoryPtr<unsigned char> encoded(pbEncoded);
     if (cbEncoded < 0 ||
         std::string_view(reinterpret_cast<const char*>(pbEncoded), static_cast<std::size_t>(cbEncoded)) != signature) {
         return "it is BER and not DER: its numbers or lengths are not written in the shortest form";

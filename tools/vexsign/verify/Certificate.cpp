@@ -10,9 +10,9 @@
 #include "Encoding.h"
 #include "ReadFile.h"
 #include "Time.h"
+#include "crypto/Values.h"
+#include "crypto/VerifyTime.h"
 #include "posix/Hexadecimal.h"
-#include "timestamp/Numbers.h"
-#include "timestamp/VerifyTime.h"
 
 namespace vexsign::verify {
 namespace {
@@ -22,7 +22,7 @@ constexpr int kSecurityLevel = 2;
 
 // The escapes of vexposix::AppendVisible come on top when it is printed.
 std::string NameText(const X509_NAME* pName) {
-    if (std::optional<std::string> strText = vextimestamp::NameText(pName)) {
+    if (std::optional<std::string> strText = vexcrypto::NameText(pName)) {
         return std::move(*strText);
     }
     static_cast<void>(TakeReason());
@@ -133,7 +133,7 @@ void CheckChain(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& se
         RequireMemory(X509_STORE_CTX_set_default(context.get(), "smime_sign") == 1);
     }
     X509_VERIFY_PARAM* const pRules = X509_STORE_CTX_get0_param(context.get());
-    vextimestamp::SetVerifyTime(context.get(), nMoment);
+    SetVerifyTime(context.get(), nMoment);
     X509_VERIFY_PARAM_set_auth_level(pRules, kSecurityLevel);
     // What the user gives with --ca is trusted itself, also if it is no root.
     RequireMemory(X509_VERIFY_PARAM_set_flags(pRules, X509_V_FLAG_PARTIAL_CHAIN) == 1);
@@ -187,12 +187,9 @@ void AddSigner(const CertificatesPtr& file, Settings& settings) {
 }
 
 CertificateFacts FactsOf(X509* pCertificate) {
-    return {NameText(X509_get_subject_name(pCertificate)),
-            NameText(X509_get_issuer_name(pCertificate)),
-            vextimestamp::HexText(X509_get0_serialNumber(pCertificate)),
-            Fingerprint(pCertificate),
-            TextOf(X509_get0_notBefore(pCertificate)),
-            TextOf(X509_get0_notAfter(pCertificate))};
+    return {NameText(X509_get_subject_name(pCertificate)), NameText(X509_get_issuer_name(pCertificate)),
+            HexText(X509_get0_serialNumber(pCertificate)), Fingerprint(pCertificate),
+            TextOf(X509_get0_notBefore(pCertificate)),     TextOf(X509_get0_notAfter(pCertificate))};
 }
 
 void CheckCertificate(X509* pCertificate, STACK_OF(X509) * pOthers, const Settings& settings, std::time_t nMoment,

@@ -38,9 +38,9 @@ std::optional<PemBlock> NextBlock(BIO* pBio) {
         }
         throw std::runtime_error("the PEM is damaged: " + strReason);
     }
-    const std::unique_ptr<char, FreeMemory> label(pszLabel);
-    const std::unique_ptr<char, FreeMemory> header(pszHeader);
-    const std::unique_ptr<unsigned char, FreeMemory> bytes(pbBytes);
+    const MemoryPtr<char> label(pszLabel);
+    const MemoryPtr<char> header(pszHeader);
+    const MemoryPtr<unsigned char> bytes(pbBytes);
     if (*pszHeader != '\0') {
         throw std::runtime_error("the PEM has headers, as if it were encrypted");
     }
@@ -54,10 +54,10 @@ BioPtr MemoryBio(std::string_view bytes) {
     return BioPtr(RequireMemory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()))));
 }
 
-CertificatePtr CertificateOf(std::string_view der) {
+X509Ptr CertificateOf(std::string_view der) {
     const auto* pb = reinterpret_cast<const unsigned char*>(der.data());
     const auto* const pbEnd = pb + der.size();
-    CertificatePtr certificate(d2i_X509(nullptr, &pb, static_cast<long>(der.size())));
+    X509Ptr certificate(d2i_X509(nullptr, &pb, static_cast<long>(der.size())));
     return certificate && pb == pbEnd ? std::move(certificate) : nullptr;
 }
 
@@ -87,7 +87,7 @@ CertificatesPtr ReadPemCertificates(std::string_view text) {
         if (block->strLabel != PEM_STRING_X509 && block->strLabel != PEM_STRING_X509_OLD) {
             continue;
         }
-        const CertificatePtr certificate = CertificateOf(block->strBytes);
+        const X509Ptr certificate = CertificateOf(block->strBytes);
         if (!certificate) {
             throw std::runtime_error("certificate " + std::to_string(sk_X509_num(certificates.get()) + 1) +
                                      " is damaged: " + TakeReason());
@@ -158,7 +158,7 @@ CertificatesPtr ReadCertificates(const std::string& strFile, const std::string& 
         }
         const std::optional<std::string> decoded = DecodeBase64(text);
         const std::string& strBytes = decoded && !decoded->empty() ? *decoded : strFile;
-        const CertificatePtr certificate = CertificateOf(strBytes);
+        const X509Ptr certificate = CertificateOf(strBytes);
         ERR_clear_error();
         if (!certificate) {
             throw std::runtime_error(KindOf(strBytes) == Kind::kP7 ? kBundle

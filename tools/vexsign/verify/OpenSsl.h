@@ -1,28 +1,15 @@
-// OpenSSL's objects as owning C++ types.
+// What the verification uses of OpenSSL's objects and errors.
 #pragma once
 
-#include <memory>
 #include <new>
 #include <string>
 
-#include "timestamp/OpenSsl.h"
+#include "crypto/Errors.h"
+#include "crypto/Owned.h"
 
 namespace vexsign::verify {
 
-using vextimestamp::BignumPtr;
-using vextimestamp::BioPtr;
-using vextimestamp::CertificatesPtr;
-using vextimestamp::CmsPtr;
-using vextimestamp::Deleter;
-using vextimestamp::DigestPtr;
-using vextimestamp::FreeMemory;
-using vextimestamp::RequireMemory;
-using vextimestamp::StoreContextPtr;
-
-using CertificatePtr = std::unique_ptr<X509, Deleter<X509_free>>;
-using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>>;
-using KeyContextPtr = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>>;
-using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE_free>>;
+using namespace vexcrypto;
 
 // The reason of the newest error of this thread, "unknown reason" if there is none. Empties the queue. Throws
 // std::bad_alloc if memory ran out: that says nothing about the signature.
@@ -43,7 +30,7 @@ inline CertificatesPtr NewCertificates() {
 // The list shares the certificate.
 inline void AddCertificate(STACK_OF(X509) * pStack, X509* pCertificate) {
     X509_up_ref(pCertificate);
-    CertificatePtr shared(pCertificate);
+    X509Ptr shared(pCertificate);
     RequireMemory(sk_X509_push(pStack, pCertificate) > 0);
     static_cast<void>(shared.release());
 }

@@ -20,7 +20,7 @@ std::optional<std::time_t> ParseMoment(const std::string& strText) {
         }
         strDigits += bDigit ? std::string(1, strText[i]) : "";
     }
-    const std::unique_ptr<ASN1_TIME, Deleter<ASN1_TIME_free>> time(RequireMemory(ASN1_TIME_new()));
+    const TimePtr time(RequireMemory(ASN1_TIME_new()));
     if (ASN1_TIME_set_string(time.get(), (strDigits + "Z").c_str()) != 1) {
         ERR_clear_error();
         return std::nullopt;

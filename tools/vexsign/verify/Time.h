@@ -7,15 +7,15 @@
 #include <optional>
 #include <string>
 
-#include "timestamp/Numbers.h"
+#include "crypto/Values.h"
 
 namespace vexsign::verify {
 
 // Two clocks may differ by so many seconds.
 inline constexpr std::time_t kClockError = 300;
 
-using vextimestamp::MomentOf;
-using vextimestamp::TextOf;
+using vexcrypto::MomentOf;
+using vexcrypto::TextOf;
 
 // Nothing if the text is no moment.
 std::optional<std::time_t> ParseMoment(const std::string& strText);

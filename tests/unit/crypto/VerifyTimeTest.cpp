@@ -1,21 +1,15 @@
 // For which moments OpenSSL accepts a path.
-#include "timestamp/VerifyTime.h"
+#include "crypto/VerifyTime.h"
 
 #include <gtest/gtest.h>
-#include <openssl/ec.h>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
 
-#include <memory>
+#include "crypto/Owned.h"
 
-namespace vextimestamp {
+namespace vexcrypto {
 namespace {
 
 constexpr std::time_t kFirst = 2'000'000'000;
 constexpr std::time_t kLast = kFirst + 1000;
-
-template <auto pfnFree>
-using Freed = decltype([](auto* p) { pfnFree(p); });
 
 class VerifyTimeTest : public testing::Test {
 protected:
@@ -29,7 +23,7 @@ protected:
     }
 
     int ErrorAt(std::time_t nMoment) const {
-        const std::unique_ptr<X509_STORE_CTX, Freed<X509_STORE_CTX_free>> context(X509_STORE_CTX_new());
+        const StoreContextPtr context(X509_STORE_CTX_new());
         X509_STORE_CTX_init(context.get(), m_trusted.get(), m_certificate.get(), nullptr);
         SetVerifyTime(context.get(), nMoment);
         const bool bAccepted = X509_verify_cert(context.get()) == 1;
@@ -38,9 +32,9 @@ protected:
         return nError;
     }
 
-    const std::unique_ptr<EVP_PKEY, Freed<EVP_PKEY_free>> m_key{EVP_EC_gen("P-256")};
-    const std::unique_ptr<X509, Freed<X509_free>> m_certificate{X509_new()};
-    const std::unique_ptr<X509_STORE, Freed<X509_STORE_free>> m_trusted{X509_STORE_new()};
+    const KeyPtr m_key{EVP_EC_gen("P-256")};
+    const X509Ptr m_certificate{X509_new()};
+    const StorePtr m_trusted{X509_STORE_new()};
 };
 
 TEST_F(VerifyTimeTest, FromTheFirstSecondToTheLast) {
@@ -53,8 +47,8 @@ TEST_F(VerifyTimeTest, FromTheFirstSecondToTheLast) {
 
 // Other faults of the path count in the last second, too.
 TEST_F(VerifyTimeTest, TheLastSecondExcusesNothingElse) {
-    const std::unique_ptr<X509_STORE, Freed<X509_STORE_free>> nobody(X509_STORE_new());
-    const std::unique_ptr<X509_STORE_CTX, Freed<X509_STORE_CTX_free>> context(X509_STORE_CTX_new());
+    const StorePtr nobody(X509_STORE_new());
+    const StoreContextPtr context(X509_STORE_CTX_new());
     X509_STORE_CTX_init(context.get(), nobody.get(), m_certificate.get(), nullptr);
     SetVerifyTime(context.get(), kLast);
     EXPECT_EQ(X509_verify_cert(context.get()), 0);
@@ -62,4 +56,4 @@ TEST_F(VerifyTimeTest, TheLastSecondExcusesNothingElse) {
 }
 
 }  // namespace
-}  // namespace vextimestamp
+}  // namespace vexcrypto

@@ -1,8 +1,8 @@
-#include "timestamp/VerifyTime.h"
+#include "crypto/VerifyTime.h"
 
-#include "timestamp/Numbers.h"
+#include "crypto/Values.h"
 
-namespace vextimestamp {
+namespace vexcrypto {
 namespace {
 
 int AcceptLastSecond(int nOk, X509_STORE_CTX* pContext) {
@@ -22,4 +22,4 @@ void SetVerifyTime(X509_STORE_CTX* pContext, std::time_t nMoment) {
     X509_STORE_CTX_set_verify_cb(pContext, AcceptLastSecond);
 }
 
-}  // namespace vextimestamp
+}  // namespace vexcrypto

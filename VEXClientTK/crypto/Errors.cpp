@@ -1,8 +1,8 @@
-#include "timestamp/OpenSsl.h"
+#include "crypto/Errors.h"
 
 #include "posix/VisibleText.h"
 
-namespace vextimestamp {
+namespace vexcrypto {
 
 std::string LastReason() {
     const char* pszData = nullptr;
@@ -19,15 +19,4 @@ std::string LastReason() {
     return vexposix::Visible(strReason, false);
 }
 
-std::string DottedText(const ASN1_OBJECT* pObject) {
-    const int cch = pObject == nullptr ? 0 : OBJ_obj2txt(nullptr, 0, pObject, 1);
-    if (cch <= 0) {
-        return {};
-    }
-    std::string strText(static_cast<std::size_t>(cch) + 1, '\0');
-    OBJ_obj2txt(strText.data(), cch + 1, pObject, 1);
-    strText.pop_back();
-    return strText;
-}
-
-}  // namespace vextimestamp
+}  // namespace vexcrypto

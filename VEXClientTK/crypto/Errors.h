@@ -1,0 +1,36 @@
+// OpenSSL's errors. It has a queue of them for each thread, which the host's own calls use, too.
+#pragma once
+
+#include <openssl/err.h>
+
+#include <new>
+#include <string>
+
+namespace vexcrypto {
+
+// Removes from the thread's queue what was added since the mark was set.
+class ErrorMark {
+public:
+    ErrorMark() { ERR_set_mark(); }
+    ~ErrorMark() { ERR_pop_to_mark(); }
+    ErrorMark(const ErrorMark&) = delete;
+    ErrorMark& operator=(const ErrorMark&) = delete;
+};
+
+// For functions of OpenSSL that fail only when memory runs out.
+inline void RequireMemory(bool bSucceeded) {
+    if (!bSucceeded) {
+        throw std::bad_alloc();
+    }
+}
+template <typename T>
+T* RequireMemory(T* pObject) {
+    RequireMemory(pObject != nullptr);
+    return pObject;
+}
+
+// The reason and details of the newest error of this thread, in one visible line. Throws std::bad_alloc if memory ran
+// out: that says nothing about the data.
+std::string LastReason();
+
+}  // namespace vexcrypto
