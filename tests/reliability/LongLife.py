@@ -6,6 +6,7 @@ LongLife.py run DIRECTORY COMMAND...   runs it, writes table.tsv and plot.svg in
 LongLife.py judge TABLE [PLOT]         judges a table, also one that is still written, and draws it
 
 VEX_TEST_MINUTES   how many minutes to sign; without it, the short form of five seconds
+VEX_TEST_RATE      signatures a second; without it, 200
 VEX_TEST_SOFTHSM   path of SoftHSM's module
 
 COMMAND starts a Java program of the tests (run-lives). SIGTERM or SIGINT ends a run before its time; what ran is
@@ -22,7 +23,7 @@ import subprocess
 import sys
 import tempfile
 
-RATE = 200  # signatures per second, as in LongLife.java
+RATE = int(os.environ.get("VEX_TEST_RATE", 200))  # signatures a second
 PIN = "1234-long-life"
 LOG_LIMIT = 2 << 20  # bytes
 LOG_SLACK = 256 << 10  # the file is longer than its limit until the writer has cut it
@@ -212,7 +213,7 @@ def run(directory, start):
     table = f"{directory}/table.tsv"
     # The program ends when its standard input ends, so also when this one is killed. A session of its own keeps a
     # terminal's or a group's signals from it.
-    program = subprocess.Popen([*start, "vex.jni.LongLife", table, str(seconds), str(periods), *uris],
+    program = subprocess.Popen([*start, "vex.jni.LongLife", table, str(seconds), str(periods), str(RATE), *uris],
                                stdin=subprocess.PIPE, start_new_session=True)
     for number in (signal.SIGTERM, signal.SIGINT):
         signal.signal(number, lambda *_: program.stdin.close())

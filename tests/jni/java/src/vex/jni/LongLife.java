@@ -28,14 +28,12 @@ import java.util.concurrent.locks.LockSupport;
  * for the one before it counts with its wait.
  */
 final class LongLife {
-    private static final int RATE = 200;
-    private static final long INTERVAL = TimeUnit.SECONDS.toNanos(1) / RATE;
     private static final int THREADS = 4;
     /** Prime numbers, so that every kind of signature has its turn. */
     private static final int SIGNATURES_PER_CHECK = 41;
     private static final int SIGNATURES_PER_OBJECT = 1009;
+    private static final int SIGNATURES_PER_VISIT = 400;
     private static final int MOST_FAILURES_SHOWN = 20;  // in each period
-    private static final long BETWEEN_VISITS = TimeUnit.SECONDS.toNanos(2);
     private static final long LOOK_AT_LOG = TimeUnit.MILLISECONDS.toNanos(100);
     private static final double[] QUANTILES = {0.5, 0.99, 0.999};
     private static final Path LOG = Path.of(System.getenv("VEX_TEST_LOG_DIR"), "PILog.txt");
@@ -62,6 +60,7 @@ final class LongLife {
     private static final Kind[] KINDS = Kind.values();
 
     private final Stores stores;
+    private final long interval;  // between two signatures, in nanoseconds
     private final X509Certificate[] certificates = new X509Certificate[KINDS.length];
     private final AtomicLong next = new AtomicLong();
     private final AtomicLong signed = new AtomicLong();
@@ -82,9 +81,10 @@ final class LongLife {
         }
     }
 
-    private LongLife(Stores stores, double secondsOfPeriod) {
+    private LongLife(Stores stores, int rate, double secondsOfPeriod) {
         this.stores = stores;
-        int capacity = (int) (RATE * secondsOfPeriod);
+        interval = TimeUnit.SECONDS.toNanos(1) / rate;
+        int capacity = (int) (rate * secondsOfPeriod);
         file = new Latencies(capacity);
         token = new Latencies(capacity);
         late = new Latencies(2 * capacity);
@@ -93,12 +93,12 @@ final class LongLife {
     /**
      * Runs until all periods are over or its standard input ends.
      *
-     * @param args the table's file, the seconds of a period, the number of periods, and the URIs of the stores: RSA in a
-     *     file, EC in a file, a token with both, and another token with both
+     * @param args the table's file, the seconds of a period, the number of periods, the signatures in a second, and the
+     *     URIs of the stores: RSA in a file, EC in a file, a token with both, and another token with both
      */
     public static void main(String[] args) throws Exception {
         double seconds = Double.parseDouble(args[1]);
-        LongLife life = new LongLife(new Stores(args[3], args[4], args[5], args[6]), seconds);
+        LongLife life = new LongLife(new Stores(args[4], args[5], args[6], args[7]), Integer.parseInt(args[3]), seconds);
         Thread main = Thread.currentThread();
         Thread input = new Thread(() -> {
             readToEnd();
@@ -148,7 +148,7 @@ final class LongLife {
             for (long now; !stop && (now = System.nanoTime()) < end;) {
                 if (now >= visit) {
                     visit();
-                    visit += BETWEEN_VISITS;
+                    visit += SIGNATURES_PER_VISIT * interval;
                 }
                 log.look();
                 LockSupport.parkNanos(Math.min(LOOK_AT_LOG, end - now));
@@ -207,7 +207,7 @@ final class LongLife {
             }
             while (!stop) {
                 long number = next.getAndIncrement();
-                long due = start + number * INTERVAL;
+                long due = start + number * interval;
                 for (long wait; (wait = due - System.nanoTime()) > 0;) {
                     LockSupport.parkNanos(wait);
                 }
