@@ -11,10 +11,21 @@ namespace vexcrypto {
 // Removes from the thread's queue what was added since the mark was set.
 class ErrorMark {
 public:
-    ErrorMark() { ERR_set_mark(); }
-    ~ErrorMark() { ERR_pop_to_mark(); }
+    ErrorMark() : m_bWasEmpty(ERR_set_mark() == 0) {}
+    ~ErrorMark() {
+        if (!m_bWasEmpty) {
+            ERR_pop_to_mark();
+        } else if (ERR_peek_error() != 0) {
+            // An empty queue has no place for a mark. ERR_pop_to_mark would stop at one that a function of OpenSSL has
+            // left behind, as the generation of an RSA key does.
+            ERR_clear_error();
+        }
+    }
     ErrorMark(const ErrorMark&) = delete;
     ErrorMark& operator=(const ErrorMark&) = delete;
+
+private:
+    const bool m_bWasEmpty;
 };
 
 // For functions of OpenSSL that fail only when memory runs out.

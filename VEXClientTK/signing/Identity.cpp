@@ -46,7 +46,7 @@ std::string FingerprintText(const X509* pCertificate) {
 }
 
 std::string RequireNameText(const X509_NAME* pName) {
-    std::optional<std::string> strText = NameText(pName);
+    std::optional<std::string> strText = vexcrypto::NameText(pName);
     RequireOpenSsl(strText.has_value());
     return std::move(*strText);
 }

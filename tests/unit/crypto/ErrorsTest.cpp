@@ -1,10 +1,39 @@
-// OpenSSL's reasons as text.
+// OpenSSL's queue of errors, and its reasons as text.
 #include "crypto/Errors.h"
 
 #include <gtest/gtest.h>
 
 namespace vexcrypto {
 namespace {
+
+TEST(Mark, RemovesWhatWasAddedSince) {
+    ERR_clear_error();
+    {
+        const ErrorMark mark;
+        ERR_raise(ERR_LIB_USER, 1);
+        const ErrorMark inner;
+        ERR_raise(ERR_LIB_USER, 2);
+    }
+    EXPECT_EQ(ERR_peek_error(), 0U);
+
+    ERR_raise(ERR_LIB_USER, 3);
+    {
+        const ErrorMark mark;
+        ERR_raise(ERR_LIB_USER, 4);
+    }
+    EXPECT_EQ(ERR_GET_REASON(ERR_peek_last_error()), 3);
+    ERR_clear_error();
+}
+
+TEST(Mark, IgnoresAMarkThatIsLeftBehind) {
+    ERR_clear_error();
+    {
+        const ErrorMark mark;
+        ERR_raise(ERR_LIB_USER, 1);
+        ERR_set_mark();
+    }
+    EXPECT_EQ(ERR_peek_error(), 0U);
+}
 
 TEST(Reason, OfNoErrorIsUnknown) {
     ERR_clear_error();
