@@ -59,8 +59,8 @@ final class AttachedCms {
     /** @throws SigningException if the signature cannot contain so much */
     static void requireArray(long length) throws SigningException {
         if (length > MAX_LENGTH) {
-            throw SigningException.of(VCTKError.TOO_LARGE,
-                "a signature that contains its content has at most " + MAX_LENGTH + " bytes; make a detached one");
+            throw SigningException.tooLarge(
+                "A signature that contains its content has at most " + MAX_LENGTH + " bytes; make a detached one");
         }
     }
 

@@ -110,6 +110,7 @@ final class ContentSigner {
         AttachedCms cms = new AttachedCms(
             stamped(() -> session.signP7(selection, prehashed, value, form.toDetached())), length);
         int end = cms.contentBegin() + (int) length;
+        boolean grown;
         try (InputStream stream = Files.newInputStream(file)) {
             for (int at = cms.contentBegin(); at < end;) {
                 int count = stream.read(cms.der(), at, Math.min(PIECE, end - at));
@@ -119,8 +120,9 @@ final class ContentSigner {
                 hash.update(cms.der(), at, count);
                 at += count;
             }
+            grown = stream.read() >= 0;
         }
-        if (!MessageDigest.isEqual(value, hash.digest())) {
+        if (grown || !MessageDigest.isEqual(value, hash.digest())) {
             throw new IOException("The file changed while it was signed: " + file);
         }
         return cms.der();

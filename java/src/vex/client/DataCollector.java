@@ -1,7 +1,6 @@
 package vex.client;
 
 import java.io.ByteArrayOutputStream;
-import vex.jni.VCTKError;
 
 /** Collects data that the toolkit gets in one call. For one thread at a time. */
 final class DataCollector {
@@ -37,6 +36,6 @@ final class DataCollector {
     }
 
     private SigningException tooLarge() {
-        return SigningException.of(VCTKError.TOO_LARGE, "the data to sign has more than " + limit + " bytes");
+        return SigningException.tooLarge("The data to sign has more than " + limit + " bytes");
     }
 }

@@ -5,7 +5,6 @@ import java.util.ArrayList;
 import java.util.Deque;
 import java.util.List;
 import java.util.concurrent.Semaphore;
-import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.locks.ReentrantLock;
 
 /**
@@ -16,13 +15,11 @@ import java.util.concurrent.locks.ReentrantLock;
  * <p>All handles are finalized together: when the pool is closed, or by the last of the calls that are in progress
  * then.
  */
-final class HandlePool {
+final class HandlePool extends CallGate {
     /** A call, for which no other call uses the handle. */
     interface Call<T> {
         T with(Handle handle) throws SigningException;
     }
-
-    private static final int CLOSED = Integer.MIN_VALUE;
 
     private final Handle first;
     /** One for each handle that is idle or may still be opened. Fair: calls get them in the order of their arrival. */
@@ -30,8 +27,6 @@ final class HandlePool {
     private final ReentrantLock lock = new ReentrantLock();
     private final List<Handle> opened = new ArrayList<>();  // guarded by lock
     private final Deque<Handle> idle = new ArrayDeque<>();  // guarded by lock; the one used last is the first
-    /** The number of calls in progress. The sign bit is set when the pool is closed. */
-    private final AtomicInteger calls = new AtomicInteger();
 
     /** @param most the number of handles that may be open at once */
     HandlePool(Handle first, int most) {
@@ -128,52 +123,16 @@ final class HandlePool {
         permits.release();
     }
 
-    /** Does not wait. Calls in progress, and those that wait for a handle, finish normally. May be repeated. */
-    void close() {
-        int before;
-        do {
-            before = calls.get();
-        } while (!calls.compareAndSet(before, before | CLOSED));
-        if (before == 0) {
-            finalizeAll();
-        }
-    }
-
-    /**
-     * Begins a call, or work of several calls.
-     *
-     * @throws IllegalStateException if the pool is closed
-     */
-    void enter() {
-        int before;
-        do {
-            before = calls.get();
-            requireOpen(before);
-        } while (!calls.compareAndSet(before, before + 1));
-    }
-
-    /** @throws IllegalStateException if the pool is closed */
-    void requireOpen() {
-        requireOpen(calls.get());
-    }
-
-    private static void requireOpen(int number) {
-        if (number < 0) {
-            throw new IllegalStateException("The signing client or the KeyStore is closed");
-        }
-    }
-
-    /** Ends what {@link #enter} began. The last one to leave a closed pool finalizes the handles. */
-    void leave() {
-        if (calls.decrementAndGet() == CLOSED) {
-            finalizeAll();
-        }
-    }
-
-    /** Runs once, when no call can begin any more. */
-    private void finalizeAll() {
-        for (Handle handle : handles()) {
-            handle.close();
+    /** Without a copy, which takes memory: no call can open a handle any more. */
+    @Override
+    void release() {
+        lock.lock();
+        try {
+            for (Handle handle : opened) {
+                handle.close();
+            }
+        } finally {
+            lock.unlock();
         }
     }
 

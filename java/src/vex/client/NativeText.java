@@ -23,7 +23,7 @@ final class NativeText {
             throw SigningException.of(emptyNumber, what + " is empty");
         }
         if (text.length() > MAX_CHARACTERS) {
-            throw SigningException.of(VCTKError.TOO_LARGE, what + " has more than " + MAX_CHARACTERS + " characters");
+            throw SigningException.tooLarge(what + " has more than " + MAX_CHARACTERS + " characters");
         }
         boolean ascii = true;
         for (int i = 0; i < text.length(); ++i) {
@@ -73,7 +73,7 @@ final class NativeText {
             throw empty();
         }
         if (data.length > MAX_BYTES) {
-            throw SigningException.of(VCTKError.TOO_LARGE, "the data to sign has more than " + MAX_BYTES + " bytes");
+            throw SigningException.tooLarge("The data to sign has more than " + MAX_BYTES + " bytes");
         }
         return Base64.getEncoder().encodeToString(data);
     }

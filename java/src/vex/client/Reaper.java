@@ -32,10 +32,13 @@ final class Reaper {
 
         /** Closes the session. Called by the owner, or by the thread after the owner became unreachable. */
         void close() {
-            closing.run();
-            synchronized (OPEN) {
-                if (OPEN.remove(this) && OPEN.isEmpty()) {
-                    enqueue();  // wakes the thread, which then waits for the next session
+            try {
+                closing.run();
+            } finally {
+                synchronized (OPEN) {
+                    if (OPEN.remove(this) && OPEN.isEmpty()) {
+                        enqueue();  // wakes the thread, which then waits for the next session
+                    }
                 }
             }
         }
@@ -62,10 +65,18 @@ final class Reaper {
         for (boolean lingers = false;; lingers = isIdle()) {
             Ticket ticket = await(lingers ? LINGER_MILLISECONDS : FOREVER);
             if (ticket != null) {
-                ticket.close();
+                close(ticket);
             } else if (lingers && mayEnd()) {
                 return;
             }
+        }
+    }
+
+    private static void close(Ticket ticket) {
+        try {
+            ticket.close();
+        } catch (RuntimeException | Error e) {
+            // There is nobody to tell, and other sessions still have to be closed.
         }
     }
 

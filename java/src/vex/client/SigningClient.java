@@ -58,9 +58,7 @@ import java.util.Objects;
 public final class SigningClient implements AutoCloseable {
     final Session session;
     final StampStore stamps;  // null: signatures are not stamped
-    private final Selection selection;
-    private final ContentSigner content;
-    private final SignerChoice choice;
+    private final ClientCalls calls;
     private final Reaper.Ticket ticket;
 
     private SigningClient(Session session, Selection selection, boolean single, String digest, StampStore stamps,
@@ -68,11 +66,11 @@ public final class SigningClient implements AutoCloseable {
         Stamper stamper = stamps == null ? null : new Stamper(stamps, source);
         this.session = session;
         this.stamps = stamps;
-        this.selection = selection;
-        content = new ContentSigner(session, selection, digest, stamper);
-        choice = new SignerChoice(session, selection, single, digest, stamper);
+        ClientGate gate = new ClientGate(session, stamps);
+        calls = new ClientCalls(this, gate, session, selection, new ContentSigner(session, selection, digest, stamper),
+            new SignerChoice(session, selection, single, digest, stamper));
         // The source may refer to this client, so the reaper does not get it.
-        ticket = Reaper.register(this, new SigningClientRelease(session, stamps));
+        ticket = Reaper.register(this, gate);
     }
 
     /**
@@ -107,7 +105,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(String text) throws SigningException {
-        return content.signRaw(Objects.requireNonNull(text, "text"));
+        return calls.signRaw(Objects.requireNonNull(text, "text"));
     }
 
     /**
@@ -119,7 +117,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signRaw(byte[] data) throws SigningException {
-        return content.signRaw(Objects.requireNonNull(data, "data"));
+        return calls.signRaw(Objects.requireNonNull(data, "data"));
     }
 
     /**
@@ -132,7 +130,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signDigest(byte[] value) throws SigningException {
-        return content.signDigest(Objects.requireNonNull(value, "value"));
+        return calls.signDigest(Objects.requireNonNull(value, "value"));
     }
 
     /**
@@ -146,7 +144,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(String text, CmsOption... options) throws SigningException {
-        return content.sign(Objects.requireNonNull(text, "text"), CmsForm.detached(options));
+        return calls.sign(Objects.requireNonNull(text, "text"), CmsForm.detached(options));
     }
 
     /**
@@ -160,7 +158,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(byte[] data, CmsOption... options) throws SigningException {
-        return content.sign(Objects.requireNonNull(data, "data"), CmsForm.detached(options));
+        return calls.sign(Objects.requireNonNull(data, "data"), CmsForm.detached(options));
     }
 
     /**
@@ -178,7 +176,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(Path file, CmsOption... options) throws IOException, SigningException {
-        return content.sign(Objects.requireNonNull(file, "file"), CmsForm.detached(options));
+        return calls.sign(Objects.requireNonNull(file, "file"), CmsForm.detached(options));
     }
 
     /**
@@ -193,7 +191,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsDetached(InputStream stream, CmsOption... options) throws IOException, SigningException {
-        return content.sign(Objects.requireNonNull(stream, "stream"), CmsForm.detached(options));
+        return calls.sign(Objects.requireNonNull(stream, "stream"), CmsForm.detached(options));
     }
 
     /**
@@ -207,7 +205,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(String text, CmsOption... options) throws SigningException {
-        return content.sign(Objects.requireNonNull(text, "text"), CmsForm.attached(options));
+        return calls.sign(Objects.requireNonNull(text, "text"), CmsForm.attached(options));
     }
 
     /**
@@ -221,7 +219,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(byte[] data, CmsOption... options) throws SigningException {
-        return content.sign(Objects.requireNonNull(data, "data"), CmsForm.attached(options));
+        return calls.sign(Objects.requireNonNull(data, "data"), CmsForm.attached(options));
     }
 
     /**
@@ -238,7 +236,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public byte[] signCmsAttached(Path file, CmsOption... options) throws IOException, SigningException {
-        return content.sign(Objects.requireNonNull(file, "file"), CmsForm.attached(options));
+        return calls.sign(Objects.requireNonNull(file, "file"), CmsForm.attached(options));
     }
 
     /**
@@ -253,7 +251,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public SigningResult sign(SigningRequest request) throws IOException, SigningException {
-        return choice.sign(Objects.requireNonNull(request, "request"));
+        return calls.sign(Objects.requireNonNull(request, "request"));
     }
 
     /**
@@ -266,7 +264,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public X509Certificate signer() throws SigningException {
-        return choice.chain()[0];
+        return calls.signer();
     }
 
     /**
@@ -277,7 +275,7 @@ public final class SigningClient implements AutoCloseable {
      * @throws IllegalStateException if the client is closed
      */
     public List<CertificateInfo> certificates() throws SigningException {
-        return session.certificates(selection);
+        return calls.certificates();
     }
 
     /** Closes the client; see above. */
@@ -474,9 +472,10 @@ public final class SigningClient implements AutoCloseable {
             return StoreText.withChainFile(chain, chainFile);
         }
 
-        private String storeWithPin() {
+        private String storeWithPin() throws SigningException {
             String store = storeWithChain();
             if (pinFile != null) {
+                StoreText.requireNoPin(store);
                 return StoreText.withPinFile(store, pinFile);
             }
             if (pin == null) {

@@ -1,10 +1,12 @@
 package vex.client;
 
+import java.nio.ByteBuffer;
 import java.security.AlgorithmParameters;
 import java.security.InvalidAlgorithmParameterException;
 import java.security.InvalidKeyException;
 import java.security.InvalidParameterException;
 import java.security.PrivateKey;
+import java.security.ProviderException;
 import java.security.PublicKey;
 import java.security.SignatureException;
 import java.security.SignatureSpi;
@@ -12,6 +14,8 @@ import java.security.spec.AlgorithmParameterSpec;
 
 /** A signature algorithm with the toolkit's keys. Like every Signature, for one thread at a time. */
 abstract class SigningEngine extends SignatureSpi {
+    private static final int PIECE = 1 << 13;
+
     private SigningKey key;
     private Message message;  // null: the parameters that it needs are not set
 
@@ -77,6 +81,21 @@ abstract class SigningEngine extends SignatureSpi {
         }
     }
 
+    /** The base class would leave the reason out. */
+    @Override
+    protected final void engineUpdate(ByteBuffer input) {
+        byte[] piece = new byte[Math.min(input.remaining(), PIECE)];
+        try {
+            while (input.hasRemaining()) {
+                int length = Math.min(input.remaining(), piece.length);
+                input.get(piece, 0, length);
+                engineUpdate(piece, 0, length);
+            }
+        } catch (SignatureException e) {
+            throw new ProviderException(e.getMessage(), e);
+        }
+    }
+
     @Override
     protected final byte[] engineSign() throws SignatureException {
         try {
@@ -87,6 +106,9 @@ abstract class SigningEngine extends SignatureSpi {
     }
 
     private Message message() throws SignatureException {
+        if (key == null) {
+            throw new SignatureException("The last initSign failed; call it again");
+        }
         if (message == null) {
             throw new SignatureException("RSASSA-PSS needs parameters; call setParameter with a PSSParameterSpec");
         }

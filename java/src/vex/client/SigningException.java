@@ -35,6 +35,11 @@ public final class SigningException extends GeneralSecurityException {
         return new SigningException(number, VCTKError.message(number) + ": " + detail);
     }
 
+    /** Not with the number's text, which is about the toolkit's own limit. */
+    static SigningException tooLarge(String text) {
+        return new SigningException(VCTKError.TOO_LARGE, text);
+    }
+
     /** @param cause null: there is none */
     static SigningException notStamped(String detail, Throwable cause) {
         SigningException e = of(VCTKError.TIMESTAMP, detail);

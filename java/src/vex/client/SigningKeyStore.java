@@ -95,6 +95,9 @@ final class SigningKeyStore extends KeyStoreSpi {
             close();
             return;
         }
+        if (parameter != null && SigningProvider.isForeign(parameter)) {
+            throw new IOException("The KeyStore's provider and its parameter are" + SigningProvider.FOREIGN);
+        }
         String uri = parameter instanceof StoreParameter ? ((StoreParameter) parameter).store() : null;
         KeyStore.ProtectionParameter protection = parameter == null ? null : parameter.getProtectionParameter();
         if (protection == null) {

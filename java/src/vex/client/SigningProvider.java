@@ -1,6 +1,8 @@
 package vex.client;
 
 import java.io.IOException;
+import java.io.NotSerializableException;
+import java.io.ObjectOutputStream;
 import java.security.AuthProvider;
 import java.security.GeneralSecurityException;
 import java.security.KeyStore;
@@ -118,6 +120,9 @@ public final class SigningProvider extends AuthProvider {
         {Digest.SHA3_384, "2.16.840.1.101.3.4.3.15", "2.16.840.1.101.3.4.3.11"},
         {Digest.SHA3_512, "2.16.840.1.101.3.4.3.16", "2.16.840.1.101.3.4.3.12"},
     };
+    /** What is wrong with an object that {@link #isForeign}, and what to do. */
+    static final String FOREIGN = " of another class loader, probably of another application in this JVM; give your own"
+        + " provider object, not its name, to KeyStore.getInstance and Signature.getInstance";
     /** Behind the name of an ECDSA algorithm: the signature is r and s without DER. */
     private static final String P1363 = "inP1363Format";
 
@@ -233,15 +238,29 @@ public final class SigningProvider extends AuthProvider {
      */
     public static void close(KeyStore keyStore) {
         Objects.requireNonNull(keyStore, "keyStore");
-        if (!(keyStore.getProvider() instanceof SigningProvider)) {
-            throw new IllegalArgumentException("The keyStore is of the provider " + keyStore.getProvider().getName()
-                + ", not of " + NAME);
+        Provider provider = keyStore.getProvider();
+        if (!(provider instanceof SigningProvider)) {
+            throw new IllegalArgumentException("The keyStore is of the provider " + provider.getName()
+                + (isForeign(provider) ? FOREIGN : ", not of " + NAME));
         }
         try {
             keyStore.load(SigningKeyStore.CLOSE);
         } catch (IOException | GeneralSecurityException e) {
             throw new IllegalStateException("The KeyStore cannot be closed", e);
         }
+    }
+
+    /** Its stores cannot be written, and without them it would be no provider. */
+    private void writeObject(ObjectOutputStream out) throws IOException {
+        throw new NotSerializableException(getClass().getName());
+    }
+
+    /** Whether the object is of a class of this package that another class loader has loaded. */
+    static boolean isForeign(Object object) {
+        Class<?> type = object.getClass();
+        return (type.getName().equals(SigningProvider.class.getName())
+            || type.getName().equals(StoreParameter.class.getName()))
+            && type.getClassLoader() != SigningProvider.class.getClassLoader();
     }
 
     private static final class KeyStoreService extends Service {

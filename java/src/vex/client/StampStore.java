@@ -38,30 +38,13 @@ final class StampStore {
         return new StampStore(HandlePool.of(Handle.open(store, false)));
     }
 
-    /**
-     * Begins a stamp: if the store is closed before {@link #leave}, the calls up to there succeed still.
-     *
-     * @throws IllegalStateException if the store is closed
-     */
-    void enter() {
-        pool.enter();
-    }
-
-    void leave() {
-        pool.leave();
-    }
-
-    /**
-     * Between {@link #enter} and {@link #leave}.
-     *
-     * @return a TimeStampReq in DER
-     */
+    /** @return a TimeStampReq in DER */
     byte[] request(byte[] cms) throws SigningException {
         return call(cms);
     }
 
     /**
-     * Between {@link #enter} and {@link #leave}. Checks everything about the reply.
+     * Checks everything about the reply.
      *
      * @param reply one DER element
      * @return the CMS signature with the stamp as an unsigned attribute
@@ -69,7 +52,7 @@ final class StampStore {
     byte[] stamped(byte[] cms, byte[] request, byte[] reply) throws SigningException {
         long length = (long) cms.length + request.length + reply.length;
         if (length > NativeText.MAX_BYTES) {
-            throw SigningException.of(VCTKError.TOO_LARGE, "a signature that is to be stamped has at most "
+            throw SigningException.tooLarge("A signature that is to be stamped has at most "
                 + NativeText.MAX_BYTES + " bytes with its request and reply; make a detached one");
         }
         ByteArrayOutputStream elements = new ByteArrayOutputStream((int) length);
@@ -85,12 +68,12 @@ final class StampStore {
 
     private byte[] call(byte[] elements) throws SigningException {
         String base64 = NativeText.base64(elements);
-        String result = pool.callEntered(Selection.ALL, null, handle ->
+        String result = pool.call(Selection.ALL, null, handle ->
             handle.signature((natives, number) -> natives.P7Sign(number, base64, DETACHED, NO_CERTIFICATE)));
         return Base64.getDecoder().decode(result);
     }
 
-    /** Does not wait: stamps that have begun are completed. May be repeated. */
+    /** Does not wait: calls in progress finish normally. May be repeated. */
     void close() {
         pool.close();
     }

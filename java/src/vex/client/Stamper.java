@@ -18,20 +18,11 @@ final class Stamper {
         this.source = source;
     }
 
-    /**
-     * Makes a CMS signature and stamps it. The source is asked while no handle is in use, so others sign meanwhile.
-     *
-     * @throws IllegalStateException if the store is closed
-     */
+    /** Makes a CMS signature and stamps it. The source is asked while no handle is in use, so others sign meanwhile. */
     byte[] stamped(Signing signing) throws SigningException {
-        store.enter();
-        try {
-            byte[] cms = signing.sign();
-            byte[] request = store.request(cms);
-            return store.stamped(cms, request, reply(request));
-        } finally {
-            store.leave();
-        }
+        byte[] cms = signing.sign();
+        byte[] request = store.request(cms);
+        return store.stamped(cms, request, reply(request));
     }
 
     /** The toolkit tells a reply from what precedes it by the elements, so the reply has to be exactly one. */

@@ -7,13 +7,15 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.FileSystems;
 import java.nio.file.Path;
 import java.util.Arrays;
+import vex.jni.VCTKError;
 
 /**
  * Builds store URIs, with the PIN or the name of its file. They are ASCII, whatever characters a file name has. Uses no
  * regular expressions: their first use takes a quarter of the time to open the first store in a JVM.
  */
 final class StoreText {
-    private static final String[] SCHEMES = {"demo:", "file:", "pkcs11:"};
+    private static final String DEMO = "demo:";
+    private static final String[] SCHEMES = {DEMO, "file:", "pkcs11:"};
 
     private StoreText() {}
 
@@ -35,8 +37,12 @@ final class StoreText {
         return withAttribute(store, "pin-source=" + ofFile(pinFile));
     }
 
-    /** @throws IllegalArgumentException if the PIN has an unpaired surrogate */
-    static String withPin(String store, char[] pin) {
+    /**
+     * @throws IllegalArgumentException if the PIN has an unpaired surrogate
+     * @throws SigningException if there is no place for a PIN
+     */
+    static String withPin(String store, char[] pin) throws SigningException {
+        requireNoPin(store);
         ByteBuffer bytes;
         try {
             bytes = StandardCharsets.UTF_8.newEncoder().encode(CharBuffer.wrap(pin));
@@ -50,6 +56,17 @@ final class StoreText {
         }
         Arrays.fill(bytes.array(), (byte) 0);
         return withAttribute(store, attribute.toString());
+    }
+
+    /** @throws SigningException if the store's URI has a PIN already, or its kind of store takes none */
+    static void requireNoPin(String store) throws SigningException {
+        if (hasAttribute(store, "pin-value") || hasAttribute(store, "pin-source")) {
+            throw new SigningException(VCTKError.URI_MALFORMED, "A PIN is given, and the store's URI has pin-value or"
+                + " pin-source as well; leave one of them out");
+        }
+        if (beginsWith(store, DEMO)) {
+            throw new SigningException(VCTKError.URI_MALFORMED, "The demo store has no PIN; open it without one");
+        }
     }
 
     /** The signatures contain the certificates of issuers that are in this file. */

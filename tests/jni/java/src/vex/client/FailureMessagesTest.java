@@ -58,7 +58,7 @@ class FailureMessagesTest {
     }
 
     /** The ways to give a PIN. */
-    private List<SigningClient.Builder> withPin(Path file) throws IOException {
+    private List<SigningClient.Builder> withPin(Path file) throws IOException, SigningException {
         Path pinFile = Files.writeString(directory.resolve("pin"), PIN);
         return List.of(SigningClient.file(file).pin(PIN.toCharArray()), SigningClient.file(file).pinFile(pinFile),
             SigningClient.store(StoreText.ofFile(file) + "?pin-value=" + ENCODED_PIN),
@@ -113,6 +113,20 @@ class FailureMessagesTest {
             check(new Case(uri, Reason.STORE_URI_INVALID, open(SigningClient.store(uri)), "initialisation text"));
         }
         check(new Case("empty", Reason.STORE_URI_INVALID, open(SigningClient.store("")), "store URI is empty"));
+    }
+
+    @Test
+    @Tag("client")
+    void aPinWithoutAPlaceIsNamed() throws Exception {
+        Path pinFile = Files.writeString(directory.resolve("pin"), PIN);
+        for (String uri : List.of("file:/x?pin-value=" + ENCODED_PIN, "file:/x?list=all&pin-source=file:/y")) {
+            for (SigningClient.Builder builder : List.of(SigningClient.store(uri).pin(PIN.toCharArray()),
+                    SigningClient.store(uri).pinFile(pinFile))) {
+                check(new Case(uri, Reason.STORE_URI_INVALID, open(builder), "A PIN is given", "leave one of them out"));
+            }
+        }
+        check(new Case("demo store", Reason.STORE_URI_INVALID,
+            open(SigningClient.store("demo:").pin(PIN.toCharArray())), "The demo store has no PIN"));
     }
 
     @Test

@@ -6,7 +6,10 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayInputStream;
+import java.io.IOException;
+import java.io.InputStream;
 import java.lang.management.ManagementFactory;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -88,6 +91,55 @@ class LifetimeTest {
         return firstHandle(openEc());
     }
 
+    /** Compiled code forgets the client as soon as it has read its fields. */
+    @Test
+    void keepsAForgottenClientWhileItSigns() throws Exception {
+        for (int i = 0; i < 3; ++i) {
+            long other = handleOfAForgottenClient();
+            InputStream stream = new FirstCalled("text", () -> Garbage.awaitCollection(() -> isFinalized(other)));
+            assertTrue(openEc().signCmsDetached(stream).length > 0);
+            assertTrue(openEc().sign(SigningRequest.cmsDetached(
+                new FirstCalled("text", () -> Garbage.awaitCollection(() -> isFinalized(other))))).signature().length > 0);
+        }
+    }
+
+    /** A stream that does something when it is read for the first time. */
+    private static final class FirstCalled extends ByteArrayInputStream {
+        private Executable first;
+
+        FirstCalled(String text, Executable first) {
+            super(text.getBytes(StandardCharsets.UTF_8));
+            this.first = first;
+        }
+
+        @Override
+        public int read(byte[] bytes) throws IOException {
+            Executable now = first;
+            first = null;
+            if (now != null) {
+                try {
+                    now.execute();
+                } catch (Throwable e) {
+                    throw new IOException(e);
+                }
+            }
+            return super.read(bytes);
+        }
+    }
+
+    @Test
+    void theReaperGoesOnAfterAnError() throws Exception {
+        AtomicInteger thrown = new AtomicInteger();
+        Reaper.register(new Object(), () -> {
+            thrown.incrementAndGet();
+            throw new OutOfMemoryError("for the test");
+        });
+        Garbage.awaitCollection(() -> thrown.get() > 0);
+        long handle = handleOfAForgottenClient();
+        Garbage.awaitCollection(() -> isFinalized(handle));
+        Garbage.awaitCollection(() -> reaper().isEmpty());
+    }
+
     @Test
     void leavesNoHandleOpenWhenOpeningFails() throws Exception {
         for (int i = 0; i < 10; ++i) {
@@ -127,6 +179,24 @@ class LifetimeTest {
             assertEquals(null, reaper.getContextClassLoader());
             assertTrue(client.certificates().size() > 0);
         }
+    }
+
+    /** Each of these calls the toolkit more than once. */
+    @Test
+    void closeLetsACallFinishThatReadsItsContent() throws Exception {
+        for (Signer signer : List.<Signer>of((client, stream) -> client.signCmsDetached(stream),
+                (client, stream) -> client.sign(SigningRequest.cmsDetached(stream)).signature())) {
+            SigningClient client = openEc();
+            long handle = firstHandle(client);
+            InputStream stream = new FirstCalled("text", client::close);
+            assertTrue(signer.sign(client, stream).length > 0);
+            assertTrue(isFinalized(handle));
+            assertThrows(IllegalStateException.class, () -> client.signRaw("text"));
+        }
+    }
+
+    private interface Signer {
+        byte[] sign(SigningClient client, InputStream stream) throws Exception;
     }
 
     @Test

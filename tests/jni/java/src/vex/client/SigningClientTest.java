@@ -178,7 +178,7 @@ class SigningClientTest {
     }
 
     @Test
-    void addsTheAttributesOfTheBuilderToTheUri() {
+    void addsTheAttributesOfTheBuilderToTheUri() throws Exception {
         assertEquals("file:/a?pin-value=%70%25%c3%a4", StoreText.withPin("file:/a", "p%ä".toCharArray()));
         assertEquals("file:/a?x=y&pin-source=file:/p%26", StoreText.withPinFile("file:/a?x=y", Path.of("/p&")));
     }

@@ -16,6 +16,9 @@ import java.io.IOException;
 import java.io.NotSerializableException;
 import java.io.ObjectOutputStream;
 import java.io.OutputStream;
+import java.net.URL;
+import java.net.URLClassLoader;
+import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -28,6 +31,7 @@ import java.security.KeyStoreException;
 import java.security.NoSuchAlgorithmException;
 import java.security.PrivateKey;
 import java.security.Provider;
+import java.security.ProviderException;
 import java.security.Security;
 import java.security.Signature;
 import java.security.SignatureException;
@@ -37,6 +41,7 @@ import java.security.interfaces.ECPublicKey;
 import java.security.interfaces.RSAKey;
 import java.security.spec.AlgorithmParameterSpec;
 import java.security.spec.ECParameterSpec;
+import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 import java.util.zip.ZipFile;
@@ -227,6 +232,26 @@ class SigningProviderTest {
         assertInstanceOf(SigningException.class, e.getCause());
     }
 
+    /** Providers belong to the JVM, so an application may get another one's. */
+    @Test
+    void refusesAParameterOfAnotherCopyOfTheJar() throws Exception {
+        URL jar = SigningProvider.class.getProtectionDomain().getCodeSource().getLocation();
+        try (URLClassLoader loader = new URLClassLoader(new URL[] {jar}, ClassLoader.getPlatformClassLoader())) {
+            KeyStore.LoadStoreParameter foreign = (KeyStore.LoadStoreParameter) loader
+                .loadClass(StoreParameter.class.getName()).getMethod("file", Path.class).invoke(null, file);
+            IOException e = assertThrows(IOException.class,
+                () -> KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, new SigningProvider("demo:")).load(foreign));
+            assertTrue(e.getMessage().contains("of another class loader"), e.getMessage());
+
+            Provider other = (Provider) loader.loadClass(SigningProvider.class.getName()).getConstructor()
+                .newInstance();
+            KeyStore others = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, other);
+            IllegalArgumentException refused =
+                assertThrows(IllegalArgumentException.class, () -> SigningProvider.close(others));
+            assertTrue(refused.getMessage().contains("of another class loader"), refused.getMessage());
+        }
+    }
+
     // ---- Signature ----
 
     @ParameterizedTest
@@ -307,12 +332,52 @@ class SigningProviderTest {
         Signature signature = Signature.getInstance(name, SigningProvider.NAME);
         assertThrows(InvalidKeyException.class, () -> signature.initVerify(identity.certificate()));
         assertThrows(InvalidKeyException.class, () -> signature.initSign(identity.key()));
+        signature.initSign(key(algorithm));
         assertThrows(InvalidKeyException.class, () -> signature.initSign(key(otherAlgorithm)));
+        SignatureException afterFailure = assertThrows(SignatureException.class, () -> signature.update(new byte[1]));
+        assertEquals("The last initSign failed; call it again", afterFailure.getMessage());
         signature.initSign(key(algorithm));
         assertThrows(SignatureException.class, () -> signature.verify(new byte[1]));
         assertNull(signature.getParameters());
         assertThrows(InvalidKeyException.class,
             () -> Signature.getInstance(name, jdkProvider).initSign(key(algorithm)));
+    }
+
+    @ParameterizedTest
+    @CsvSource({"RSA,NONEwithRSA,245", "EC,NONEwithECDSA,64"})
+    void saysHowMuchARawSignatureTakes(String algorithm, String name, int most) throws Exception {
+        String expected = "The data to sign has more than " + most + " bytes";
+        Signature signature = Signature.getInstance(name, SigningProvider.NAME);
+        byte[] data = new byte[most + 1];
+        for (ByteBuffer buffer : List.of(ByteBuffer.wrap(data), ByteBuffer.allocateDirect(most + 1))) {
+            signature.initSign(key(algorithm));
+            assertEquals(expected,
+                assertThrows(SignatureException.class, () -> signature.update(data)).getMessage());
+            signature.initSign(key(algorithm));
+            assertEquals(expected, assertThrows(ProviderException.class, () -> signature.update(buffer)).getMessage());
+        }
+    }
+
+    @Test
+    void updatesWithBuffersOfEveryKind() throws Exception {
+        byte[] data = new byte[20_001];
+        Arrays.fill(data, (byte) 7);
+        Signature signature = Signature.getInstance("SHA256withRSA", SigningProvider.NAME);
+        signature.initSign(key("RSA"));
+        signature.update(data);
+        byte[] expected = signature.sign();
+        ByteBuffer direct = ByteBuffer.allocateDirect(data.length).put(data).flip();
+        for (ByteBuffer buffer : List.of(ByteBuffer.wrap(data), ByteBuffer.wrap(data).asReadOnlyBuffer(), direct)) {
+            signature.update(buffer);
+            assertFalse(buffer.hasRemaining());
+            assertArrayEquals(expected, signature.sign());
+        }
+    }
+
+    @Test
+    void cannotBeSerialized() {
+        assertThrows(NotSerializableException.class,
+            () -> new ObjectOutputStream(new ByteArrayOutputStream()).writeObject(new SigningProvider()));
     }
 
     @ParameterizedTest

@@ -10,6 +10,7 @@ import java.io.ByteArrayInputStream;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.security.KeyStore;
 import java.security.PrivateKey;
 import java.security.Signature;
@@ -301,6 +302,19 @@ class TimestampTest extends TimestampFixture {
     private static boolean isFinalized(HandlePool pool) {
         return pool.handles().stream()
             .allMatch(handle -> new TAVClientJNI().GetLastError(handle.number) == VCTKError.INVALID_HANDLE);
+    }
+
+    /** The source is asked between the two times that the file is read. */
+    @Test
+    void noticesAFileThatGrowsWhileItIsSigned() throws Exception {
+        Path content = Files.write(directory.resolve("content"), TEXT_BYTES);
+        try (SigningClient client = open(request -> {
+            Files.writeString(content, "x", StandardOpenOption.APPEND);
+            return authority.timestamp(request);
+        })) {
+            IOException e = assertThrows(IOException.class, () -> client.signCmsAttached(content));
+            assertTrue(e.getMessage().contains("changed while it was signed"), e.getMessage());
+        }
     }
 
     @Test
