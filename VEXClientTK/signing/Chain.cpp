@@ -13,8 +13,22 @@ namespace {
 using Path = Identities;  // the signer first
 
 constexpr size_t kLongestPath = 10;
-// Bounds the work for a store whose certificates were made to cost time: up to a second, with any kind of key.
-constexpr size_t kMostSignatures = 1000;
+
+// Bounds the work for a store whose certificates were made to cost time. The units are microseconds at the most, on a
+// slow processor and with any kind of key.
+constexpr size_t kMostWork = 1000000;
+constexpr size_t kWorkOfSignature = 1000;
+constexpr size_t kWorkOfComparison = 1;
+constexpr size_t kBytesHashedPerWork = 256;
+
+unsigned long NameHash(const X509_NAME* pName) {
+    int nSucceeded = 0;
+    const unsigned long ulHash = X509_NAME_hash_ex(pName, nullptr, nullptr, &nSucceeded);
+    if (nSucceeded != 1) {
+        RequireMemory();
+    }
+    return ulHash;  // 0 for all names where the process has no SHA-1
+}
 
 // For OpenSSL, a chain ends here. An authority's certificate for its next key may name itself, too.
 bool NamesItself(const Identity& certificate) {
@@ -70,7 +84,7 @@ public:
     Path ShortestPath(const IdentityPtr& signer) {
         Path withoutRoot;
         std::deque<Path> paths{{signer}};
-        while (!paths.empty() && MayCheck(0)) {
+        while (!paths.empty() && MayWork(0)) {
             const Path path = std::move(paths.front());
             paths.pop_front();
             bool bEnds = true;
@@ -100,8 +114,9 @@ private:
     Identities IssuersOf(const Path& path) {
         Identities issuers;
         if (path.size() < kLongestPath && !NamesItself(*path.back())) {
-            const auto [first, last] = m_authorities.equal_range(X509_issuer_name_hash(path.back()->Certificate()));
-            for (auto named = first; named != last; ++named) {
+            const auto [first, last] =
+                m_authorities.equal_range(NameHash(X509_get_issuer_name(path.back()->Certificate())));
+            for (auto named = first; named != last && MayWork(kWorkOfComparison); ++named) {
                 if (named->second->IsValidAt(m_now) && !Contains(path, named->second) &&
                     IsIssuedBy(*path.back(), *named->second)) {
                     issuers.push_back(named->second);
@@ -113,7 +128,11 @@ private:
 
     bool IsIssuedBy(const Identity& certificate, const Identity& issuer) {
         const ErrorMark mark;
-        if (X509_check_issued(issuer.Certificate(), certificate.Certificate()) != X509_V_OK || !MayCheck(1)) {
+        if (X509_check_issued(issuer.Certificate(), certificate.Certificate()) != X509_V_OK) {
+            RequireMemory();
+            return false;
+        }
+        if (!MayWork(WorkOfSignature(certificate))) {
             return false;
         }
         const bool bSigned = X509_verify(certificate.Certificate(), X509_get0_pubkey(issuer.Certificate())) == 1;
@@ -123,16 +142,29 @@ private:
         return bSigned;
     }
 
-    bool IsValid(const Path& path) { return MayCheck(path.size()) && Verifies(path, m_now); }
+    bool IsValid(const Path& path) {
+        size_t nWork = 0;
+        for (const IdentityPtr& certificate : path) {
+            nWork += WorkOfSignature(*certificate);
+        }
+        return MayWork(nWork) && Verifies(path, m_now);
+    }
 
-    bool MayCheck(size_t cSignatures) {
-        m_cSignatures += cSignatures;
-        return m_cSignatures <= kMostSignatures;
+    // The whole certificate is hashed.
+    static size_t WorkOfSignature(const Identity& certificate) {
+        const int cbCertificate = i2d_X509(certificate.Certificate(), nullptr);
+        RequireOpenSsl(cbCertificate > 0);
+        return kWorkOfSignature + static_cast<size_t>(cbCertificate) / kBytesHashedPerWork;
+    }
+
+    bool MayWork(size_t nWork) {
+        m_nWork += nWork;
+        return m_nWork <= kMostWork;
     }
 
     const Authorities& m_authorities;
     const std::time_t m_now;
-    size_t m_cSignatures = 0;
+    size_t m_nWork = 0;
 };
 
 }  // namespace
@@ -141,7 +173,7 @@ Authorities SelectAuthorities(const Identities& certificates) {
     Authorities authorities;
     for (const IdentityPtr& certificate : certificates) {
         if (IsAuthority(*certificate)) {
-            authorities.emplace(X509_subject_name_hash(certificate->Certificate()), certificate);
+            authorities.emplace(NameHash(X509_get_subject_name(certificate->Certificate())), certificate);
         }
     }
     return authorities;

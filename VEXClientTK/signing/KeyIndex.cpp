@@ -36,9 +36,10 @@ std::string EncodedText(const EVP_PKEY* pKey) {
 // compressed and a curve may be given by its parameters.
 std::string PublicText(const EVP_PKEY* pKey) {
     const ErrorMark mark;
-    const bool bRsa = EVP_PKEY_is_a(pKey, "RSA") == 1 || EVP_PKEY_is_a(pKey, "RSA-PSS") == 1;
+    const bool bPss = EVP_PKEY_is_a(pKey, "RSA-PSS") == 1;  // to OpenSSL, never equal to a key of the type RSA
+    const bool bRsa = bPss || EVP_PKEY_is_a(pKey, "RSA") == 1;
     const bool bEc = EVP_PKEY_is_a(pKey, "EC") == 1;
-    std::string strText = bRsa ? "RSA " : "EC ";
+    std::string strText = bPss ? "RSA-PSS " : bRsa ? "RSA " : "EC ";
     const bool bNumbers = (bRsa && AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_N, strText) &&
                            AppendNumber(pKey, OSSL_PKEY_PARAM_RSA_E, strText)) ||
                           (bEc && AppendNumber(pKey, OSSL_PKEY_PARAM_EC_PUB_X, strText) &&

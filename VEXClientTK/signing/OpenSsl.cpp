@@ -64,6 +64,11 @@ void RequireMemory() {
 }
 
 ObjectPtr FindDottedOid(const std::string& strText) {
+    // OpenSSL's time grows with the square of the length. DottedText shows none that is as long as this.
+    constexpr size_t kLongest = 4096;
+    if (strText.size() > kLongest) {
+        return nullptr;
+    }
     const ErrorMark mark;
     ObjectPtr object(OBJ_txt2obj(strText.c_str(), 1));
     // OpenSSL reads blanks as dots, and ignores a dot at the end.

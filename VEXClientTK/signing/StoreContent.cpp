@@ -10,20 +10,38 @@
 namespace vextk {
 namespace {
 
-// Whether OpenSSL knows keys of this type.
-bool IsKnownKind(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
+struct KeyKind {
+    int nAlgorithm;             // its NID
+    const ASN1_OBJECT* pCurve;  // null: none is named
+};
+
+KeyKind KindOf(const PKCS8_PRIV_KEY_INFO* pKeyInfo) {
     const X509_ALGOR* pAlgorithm = nullptr;
     PKCS8_pkey_get0(nullptr, nullptr, nullptr, &pAlgorithm, pKeyInfo);
     const ASN1_OBJECT* pObject = nullptr;
     int nParameterType = V_ASN1_UNDEF;
     const void* pParameter = nullptr;
     X509_ALGOR_get0(&pObject, &nParameterType, &pParameter, pAlgorithm);
-    const int nKind = OBJ_obj2nid(pObject);
-    if (nKind != NID_X9_62_id_ecPublicKey || nParameterType != V_ASN1_OBJECT) {
-        return nKind == NID_rsaEncryption || nKind == NID_rsassaPss || nKind == NID_X9_62_id_ecPublicKey ||
-               nKind == NID_ED25519 || nKind == NID_ED448;
+    return {OBJ_obj2nid(pObject),
+            nParameterType == V_ASN1_OBJECT ? static_cast<const ASN1_OBJECT*>(pParameter) : nullptr};
+}
+
+// OpenSSL tries each of its decoders on a key of another algorithm, which takes as long as many keys.
+bool IsKnownAlgorithm(int nAlgorithm) {
+    return nAlgorithm == NID_rsaEncryption || nAlgorithm == NID_rsassaPss || nAlgorithm == NID_X9_62_id_ecPublicKey ||
+           nAlgorithm == NID_ED25519 || nAlgorithm == NID_ED448;
+}
+
+// Whether OpenSSL knows the curve, if the key has one and names it.
+bool IsKnownCurve(const KeyKind& kind) {
+    if (kind.nAlgorithm != NID_X9_62_id_ecPublicKey || kind.pCurve == nullptr) {
+        return true;
     }
-    return GroupPtr(EC_GROUP_new_by_curve_name(OBJ_obj2nid(static_cast<const ASN1_OBJECT*>(pParameter)))) != nullptr;
+    const bool bKnown = GroupPtr(EC_GROUP_new_by_curve_name(OBJ_obj2nid(kind.pCurve))) != nullptr;
+    if (!bKnown) {
+        RequireMemory();
+    }
+    return bKnown;
 }
 
 }  // namespace
@@ -45,13 +63,17 @@ void StoreContent::AddCertificate(X509Ptr certificate, std::string strName) {
 }
 
 void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, std::string strName) {
+    const KeyKind kind = KindOf(pKeyInfo);
+    if (!IsKnownAlgorithm(kind.nAlgorithm)) {
+        return;
+    }
     if (KeyPtr key = m_keyReader->Read(pKeyInfo)) {
         AddName(key.get(), std::move(strName));
         keys.push_back(std::move(key));
         return;
     }
     RequireMemory();
-    if (IsKnownKind(pKeyInfo)) {
+    if (IsKnownCurve(kind)) {
         throw DamagedStore("a private key in it");
     }
 }

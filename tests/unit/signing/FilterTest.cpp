@@ -217,6 +217,17 @@ INSTANTIATE_TEST_SUITE_P(
         Case{VCTK_FILTER_SUBJECT_NAME, "Anna", ""}, Case{VCTK_FILTER_SUBJECT_NAME, "CN=\xFF", ""},
         Case{VCTK_FILTER_ISSUER_NAME, "", ""}, Case{VCTK_FILTER_ISSUER_NAME, "Nobody=x", ""}));
 
+// OpenSSL's time to read such a number grows with the square of its length, to minutes.
+TEST_F(FilterTest, ALongNumberIsRefusedAtOnce) {
+    const std::string strLong = "1.2." + std::string(1 << 20, '9');
+    for (const auto& [ulType, strValue] : {std::pair{VCTK_FILTER_POLICY, strLong},
+                                           {VCTK_FILTER_EXTENDED_KEY_USAGE, strLong},
+                                           {VCTK_FILTER_SUBJECT_NAME, strLong + "=x"}}) {
+        const ToolkitClient client(Uri());
+        EXPECT_EQ(VCTK_AddFilter(client.Handle(), ulType, strValue.c_str()), VCTK_E_FILTER_VALUE) << ulType;
+    }
+}
+
 TEST_F(FilterTest, FingerprintInAnySpelling) {
     const std::string strFingerprint = Fingerprint(1);
     std::string strColons;

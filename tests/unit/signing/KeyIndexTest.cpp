@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
+#include <openssl/param_build.h>
 #include <openssl/x509.h>
 
 #include <string>
@@ -42,6 +43,19 @@ X509Ptr MakeCertificate(EVP_PKEY* pKey) {
     return X509Ptr(RequireOpenSsl(d2i_X509(nullptr, &pbRead, cbDer)));
 }
 
+KeyPtr PssKey(const BIGNUM* pModulus, const BIGNUM* pExponent) {
+    const std::unique_ptr<OSSL_PARAM_BLD, Deleter<OSSL_PARAM_BLD_free>> builder(OSSL_PARAM_BLD_new());
+    OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_RSA_N, pModulus);
+    OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_RSA_E, pExponent);
+    const std::unique_ptr<OSSL_PARAM, Deleter<OSSL_PARAM_free>> parameters(OSSL_PARAM_BLD_to_param(builder.get()));
+    const std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>> context(
+        EVP_PKEY_CTX_new_from_name(nullptr, "RSA-PSS", nullptr));
+    EVP_PKEY* pKey = nullptr;
+    EVP_PKEY_fromdata_init(context.get());
+    EVP_PKEY_fromdata(context.get(), &pKey, EVP_PKEY_PUBLIC_KEY, parameters.get());
+    return KeyPtr(pKey);
+}
+
 StoreContent ManyThatDoNotMatch(int nCount) {
     StoreContent content;
     for (int i = 0; i < nCount; ++i) {
@@ -60,6 +74,24 @@ TEST(KeyIndexTest, ComparesNoKeysThatDoNotMatch) {
         EXPECT_EQ(pKey, nullptr);
     }
     EXPECT_EQ(g_cCompared, 0) << "of 40,000 pairs";
+}
+
+// A certificate for RSA in general does not fit a key for RSASSA-PSS alone, even with the same numbers.
+TEST(KeyIndexTest, ComparesNoKeysOfDifferentTypes) {
+    InitialiseOpenSsl();
+    StoreContent content;
+    content.keys.emplace_back(EVP_RSA_gen(1024));
+    const auto* pRsa = content.keys.front().get();
+    BIGNUM* pModulus = nullptr;
+    BIGNUM* pExponent = nullptr;
+    EVP_PKEY_get_bn_param(pRsa, OSSL_PKEY_PARAM_RSA_N, &pModulus);
+    EVP_PKEY_get_bn_param(pRsa, OSSL_PKEY_PARAM_RSA_E, &pExponent);
+    const BignumPtr modulus(pModulus);
+    const BignumPtr exponent(pExponent);
+    content.certificates.push_back(MakeCertificate(PssKey(pModulus, pExponent).get()));
+    g_cCompared = 0;
+    EXPECT_EQ(KeysOf(content), std::vector<EVP_PKEY*>{nullptr});
+    EXPECT_EQ(g_cCompared, 0);
 }
 
 TEST(KeyIndexTest, ComparesEachCertificateWithItsOwnKey) {
