@@ -81,6 +81,7 @@ DistinguishedName::Value DistinguishedName::ValueOf(const ASN1_STRING* pString) 
         if (cb >= 0) {
             return ValueOf(WideFromUtf8(std::string(reinterpret_cast<const char*>(pbUtf8), static_cast<size_t>(cb))));
         }
+        RequireMemory();
     }
     const auto* pchData = reinterpret_cast<const char*>(ASN1_STRING_get0_data(pString));
     std::string bytes = std::to_string(ASN1_STRING_type(pString)) + ":";

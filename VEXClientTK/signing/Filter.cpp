@@ -187,6 +187,9 @@ SharedObject ExtendedKeyUsage(std::string_view strValue) {
 bool HasExtendedKeyUsages(const Identity& identity, const std::vector<SharedObject>& wanted) {
     const ExtendedUsagePtr usages(static_cast<EXTENDED_KEY_USAGE*>(
         X509_get_ext_d2i(identity.Certificate(), NID_ext_key_usage, nullptr, nullptr)));
+    if (!usages) {
+        RequireMemory();
+    }
     return std::all_of(wanted.begin(), wanted.end(), [&](const SharedObject& object) {
         for (int i = 0; i < sk_ASN1_OBJECT_num(usages.get()); ++i) {
             if (OBJ_cmp(sk_ASN1_OBJECT_value(usages.get(), i), object.get()) == 0) {
@@ -200,6 +203,9 @@ bool HasExtendedKeyUsages(const Identity& identity, const std::vector<SharedObje
 bool HasPolicy(const Identity& identity, const ASN1_OBJECT* pPolicy) {
     const PoliciesPtr policies(static_cast<CERTIFICATEPOLICIES*>(
         X509_get_ext_d2i(identity.Certificate(), NID_certificate_policies, nullptr, nullptr)));
+    if (!policies) {
+        RequireMemory();
+    }
     for (int i = 0; i < sk_POLICYINFO_num(policies.get()); ++i) {
         if (OBJ_cmp(sk_POLICYINFO_value(policies.get(), i)->policyid, pPolicy) == 0) {
             return true;

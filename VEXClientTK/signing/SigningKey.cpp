@@ -121,8 +121,9 @@ SigningKeyPtr MakeMemoryKey(KeyPtr key) {
     return key ? std::make_unique<const MemoryKey>(std::move(key)) : nullptr;
 }
 
-bool IsSignature(EVP_PKEY* pPublic, const SigningRequest& request, std::span<const unsigned char> signature) {
-    const ErrorMark mark;
+namespace {
+
+bool Verifies(EVP_PKEY* pPublic, const SigningRequest& request, std::span<const unsigned char> signature) {
     if (request.scheme == Scheme::kEdwards) {
         const DigestContextPtr context(EVP_MD_CTX_new());
         return context && EVP_DigestVerifyInit(context.get(), nullptr, nullptr, nullptr, pPublic) == 1 &&
@@ -133,6 +134,17 @@ bool IsSignature(EVP_PKEY* pPublic, const SigningRequest& request, std::span<con
     return context && EVP_PKEY_verify_init(context.get()) == 1 && SetScheme(context.get(), request) &&
            EVP_PKEY_verify(context.get(), signature.data(), signature.size(), request.data.data(),
                            request.data.size()) == 1;
+}
+
+}  // namespace
+
+bool IsSignature(EVP_PKEY* pPublic, const SigningRequest& request, std::span<const unsigned char> signature) {
+    const ErrorMark mark;
+    const bool bGood = Verifies(pPublic, request, signature);
+    if (!bGood) {
+        RequireMemory();
+    }
+    return bGood;
 }
 
 void RequireSigned(bool bSucceeded) {

@@ -54,14 +54,16 @@ const TempDirectory& Files() {
         MakeIdentity(s_directory, {"pss",
                                    "rsa-pss -pkeyopt rsa_keygen_bits:2048 -pkeyopt rsa_pss_keygen_md:sha256 "
                                    "-pkeyopt rsa_pss_keygen_mgf1_md:sha256 -pkeyopt rsa_pss_keygen_saltlen:32"});
+        MakeIdentity(s_directory, {"full", "ed25519", "/CN=Test", 30,
+                                   "-addext extendedKeyUsage=emailProtection -addext certificatePolicies=1.2.3.4"});
         const std::string strIn = "cd " + s_directory.Path() + " && ";
-        RequireCommand(
-            strIn +
-            "cat leaf3.key leaf3.crt ca1.crt root.crt > chain.pem"
-            " && cat rsa.key rsa.crt > rsa.pem && cat ed.key ed.crt > ed.pem && cat pss.key pss.crt > pss.pem"
-            " && openssl pkcs8 -topk8 -iter 1 -in leaf2.key -passout pass:1234 -out enc.key"
-            " && openssl ec -aes128 -in leaf4.key -passout pass:1234 -out trad.key"
-            " && cat enc.key leaf2.crt trad.key leaf4.crt > encrypted.pem");
+        RequireCommand(strIn +
+                       "cat leaf3.key leaf3.crt ca1.crt root.crt > chain.pem"
+                       " && cat rsa.key rsa.crt > rsa.pem && cat ed.key ed.crt > ed.pem && cat full.key full.crt > "
+                       "full.pem && cat pss.key pss.crt > pss.pem"
+                       " && openssl pkcs8 -topk8 -iter 1 -in leaf2.key -passout pass:1234 -out enc.key"
+                       " && openssl ec -aes128 -in leaf4.key -passout pass:1234 -out trad.key"
+                       " && cat enc.key leaf2.crt trad.key leaf4.crt > encrypted.pem");
         MakePkcs12Store(s_directory, "leaf3", "-iter 1 -name anna -certfile ca1.crt");
         RequireCommand(strIn +
                        "openssl pkcs12 -export -legacy -iter 1 -inkey rsa.key -in rsa.crt -out old.p12"
@@ -91,6 +93,35 @@ INT SignP7AndList(HANDLE h) {
     int nLength = 0;
     const INT nResult = VCTK_P7Sign(h, "text", 0, 1, 1);
     return nResult != VCTK_OK ? nResult : VCTK_GetCertList(h, ";", ",", nullptr, &nLength);
+}
+
+// The certificate passes them all.
+INT FilterAndSign(HANDLE h) {
+    for (const auto& [nType, pszValue] : {std::pair{VCTK_FILTER_SUBJECT_NAME, "CN=Test"},
+                                          {VCTK_FILTER_ISSUER_NAME, "CN=Test"},
+                                          {VCTK_FILTER_EXTENDED_KEY_USAGE, "emailProtection"},
+                                          {VCTK_FILTER_POLICY, "1.2.3.4"}}) {
+        if (const INT nResult = VCTK_AddFilter(h, nType, pszValue); nResult != VCTK_OK) {
+            return nResult;
+        }
+    }
+    return SignP1(h);
+}
+
+// With the certificates of two issuers, each of hundreds of characters. The first signature has both; the length of
+// others differs by a few.
+INT SignWithChain(HANDLE h) {
+    constexpr int kTolerance = 20;
+    static int s_nWhole = 0;
+    if (const INT nResult = SignP7(h); nResult != VCTK_OK) {
+        return nResult;
+    }
+    int nLength = 0;
+    if (const INT nResult = VCTK_GetP7SignResult(h, nullptr, &nLength); nResult != VCTK_OK) {
+        return nResult;
+    }
+    s_nWhole = s_nWhole == 0 ? nLength : s_nWhole;
+    return nLength < s_nWhole - kTolerance ? VCTK_E_INTERNAL : VCTK_OK;
 }
 
 INT MakeStampRequest(HANDLE h) {
@@ -165,7 +196,8 @@ protected:
         }
         m_progress.cOutOfMemory += nResult == VCTK_E_OUT_OF_MEMORY ? 1 : 0;
         EXPECT_TRUE(nResult == VCTK_OK || nResult == VCTK_E_OUT_OF_MEMORY)
-            << "point " << nPoint << ": " << nResult << ", " << ErrorMessage(nullptr);
+            << "point " << nPoint << ", called from " << fault_points::Failed() << ": " << nResult << ", "
+            << ErrorMessage(nullptr);
         if (nPoint % kPointsPerCheck == 0) {
             EXPECT_EQ(Perform(scenario), VCTK_OK) << "after point " << nPoint << ": " << ErrorMessage(nullptr);
         }
@@ -211,6 +243,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Scenario{"Rsa", "file:@/rsa.pem", SignP1}, Scenario{"Ed25519", "file:@/ed.pem", SignP1},
                     Scenario{"PssP1", "file:@/pss.pem", SignP1}, Scenario{"PssP7", "file:@/pss.pem", SignP7},
                     Scenario{"Filters", "file:@/ed.pem", AddFilters},
+                    Scenario{"FilteredSignature", "file:@/full.pem", FilterAndSign},
+                    Scenario{"SignatureWithChain", "file:@/chain.pem?chain=root", SignWithChain},
                     Scenario{"StampRequest", "stamp:", MakeStampRequest},
                     Scenario{"Stamp", "stamp:?tsa-ca=@/tsa.crt", Stamp}),
     RowName);
