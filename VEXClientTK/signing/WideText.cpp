@@ -1,7 +1,7 @@
 #include "signing/WideText.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cwchar>
 
 #include "posix/Utf8.h"
 #include "signing/OpenSsl.h"
@@ -41,13 +41,19 @@ wchar_t SmallLetter(wchar_t ch) {
 }  // namespace
 
 std::optional<std::wstring> WideFromLocale(const std::string& text) {
-    const size_t cch = std::mbstowcs(nullptr, text.c_str(), 0);
-    if (cch == static_cast<size_t>(-1)) {
-        return std::nullopt;
+    std::wstring wide;
+    std::mbstate_t state{};
+    // One by one: mbstowcs takes a character that the text's end cuts off for the end.
+    for (size_t i = 0; i < text.size();) {
+        wchar_t ch = L'\0';
+        const size_t cb = std::mbrtowc(&ch, text.data() + i, text.size() - i, &state);
+        if (cb == 0 || cb > text.size() - i) {  // (size_t)-1 or -2: wrong bytes, or too few
+            return std::nullopt;
+        }
+        wide += ch;
+        i += cb;
     }
-    std::wstring wide(cch, L'\0');
-    // The length differs only if another thread has changed the locale in between.
-    return std::mbstowcs(wide.data(), text.c_str(), cch) == cch ? std::optional(std::move(wide)) : std::nullopt;
+    return wide;
 }
 
 std::wstring WideFromUtf8(const std::string& text) {

@@ -45,6 +45,18 @@ struct TurkishFilter : Row {
     bool fPasses = true;
 };
 
+// In GB18030, two bytes may be the beginning of a character of four.
+TEST_F(TurkishLocaleTest, ACharacterThatIsCutOffMakesAFilterMalformed) {
+    RequireCommand("localedef -c -i zh_CN -f GB18030 " + s_pDirectory->Path("zh_CN.GB18030"));
+    ASSERT_NE(std::setlocale(LC_ALL, "zh_CN.GB18030"), nullptr);
+    for (const char* pszValue : {"\x81\x30", "IVAN\x81\x30", "\x81", "\xFF"}) {
+        const ToolkitClient client(Uri());
+        EXPECT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT, pszValue), VCTK_E_FILTER_VALUE) << pszValue;
+        ASSERT_EQ(VCTK_AddFilter(client.Handle(), VCTK_FILTER_SUBJECT, "ivan"), 0) << client.Message();
+        EXPECT_EQ(client.Records().size(), 1U);
+    }
+}
+
 class TurkishLocaleFilter : public TurkishLocaleTest, public testing::WithParamInterface<TurkishFilter> {};
 
 TEST_P(TurkishLocaleFilter, PassesAsInOtherLocales) {
