@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "posix/Directories.h"
+#include "posix/ErrnoText.h"
 #include "posix/FileDescriptor.h"
 #include "posix/FileIo.h"
 #include "posix/LockFile.h"
@@ -41,7 +42,7 @@ constexpr std::chrono::seconds kLongestWait(60);  // making the store takes abou
 
 [[noreturn]] void Fail(const std::string& strPath, int nErrno) {
     const char* pszOwner = nErrno == EPERM ? " belongs to another user" : "";
-    throw Failure(VCTK_E_DEMO_STORE, strPath + pszOwner + ": " + std::generic_category().message(nErrno));
+    throw Failure(VCTK_E_DEMO_STORE, strPath + pszOwner + ": " + vexposix::ErrnoText(nErrno));
 }
 
 std::string HomeDirectory() {

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <system_error>
 
+#include "posix/ErrnoText.h"
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -21,7 +21,7 @@ namespace {
 }
 
 [[noreturn]] void RefuseErrno(const std::string& strPath, int nErrno) {
-    Refuse(strPath, std::error_code(nErrno, std::generic_category()).message());
+    Refuse(strPath, vexposix::ErrnoText(nErrno));
 }
 
 std::string OctalText(mode_t mode) {

@@ -7,6 +7,7 @@
 #include <system_error>
 #include <vector>
 
+#include "posix/ErrnoText.h"
 #include "signing/Candidates.h"
 #include "signing/DemoStore.h"
 #include "signing/Failure.h"
@@ -38,7 +39,7 @@ StoreContent ReadContent(std::string_view bytes, const SecretText* pPin) {
 }
 
 std::string ReasonOf(const std::system_error& error) {
-    return error.code().value() == EINVAL ? "it is not a regular file" : error.code().message();
+    return error.code().value() == EINVAL ? "it is not a regular file" : vexposix::ErrnoText(error.code().value());
 }
 
 SecretText ReadPin(const std::string& strPath) {

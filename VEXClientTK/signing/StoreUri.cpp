@@ -198,6 +198,7 @@ void ParseAuthority(std::string_view value, StoreUri& uri) {
     if (!std::all_of(strUrl.begin(), strUrl.end(), [](char ch) { return ch > ' ' && ch <= '~' && ch != '#'; })) {
         Malformed("the URL of tsa has a character that must be percent-encoded twice: in the URL, and in this text");
     }
+    strUrl.replace(0, kScheme.size(), kScheme);
     uri.stamp.authorities.push_back(std::move(strUrl));
 }
 

@@ -10,6 +10,7 @@
 #include "signing/OpenSsl.h"
 #include "timestamp/Cms.h"
 #include "timestamp/Der.h"
+#include "timestamp/HttpMessage.h"
 #include "timestamp/Reply.h"
 #include "timestamp/Request.h"
 #include "timestamp/Token.h"
@@ -34,6 +35,16 @@ std::string StampDigest(const std::string& strName) {
         return EVP_MD_get0_name(digest.algorithm.get());
     } catch (const Failure& failure) {
         throw failure.About("tsa-digest");
+    }
+}
+
+// An address that nobody can ask is refused when the store is opened.
+void RequireUrl(const std::string& strUrl) {
+    try {
+        vextimestamp::ReadUrl(strUrl);
+    } catch (const vextimestamp::Fault& fault) {
+        RequireMemory();
+        throw Failure(VCTK_E_URI_MALFORMED, fault.what());
     }
 }
 
@@ -85,6 +96,9 @@ Bytes AddFetched(std::span<const unsigned char> cms, std::span<const unsigned ch
 
 vextimestamp::Settings MakeStampSettings(const StampUri& uri, const Identities& trusted) {
     vextimestamp::Settings settings;
+    for (const std::string& strUrl : uri.authorities) {
+        RequireUrl(strUrl);
+    }
     settings.authorities = uri.authorities;
     if (!uri.strDigest.empty()) {
         settings.wanted.strDigest = StampDigest(uri.strDigest);

@@ -6,18 +6,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 
+#include "posix/ErrnoText.h"
 #include "timestamp/Lookup.h"
 
 namespace vextimestamp {
 namespace {
 
+using vexposix::ErrnoText;
 using vexposix::FileDescriptor;
-
-std::string ErrnoText(int nErrno) {
-    return std::strerror(nErrno);
-}
 
 // Rounded up, so that poll does not return before the deadline. 0: the deadline is over.
 int MillisecondsTo(Deadline deadline) {

@@ -6,11 +6,11 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <system_error>
 #include <thread>
 
+#include "posix/ErrnoText.h"
 #include "posix/ForkPhases.h"
 #include "posix/VisibleText.h"
 
@@ -22,6 +22,22 @@ addrinfo Hints(int nFlags) {
     hints.ai_flags = nFlags | AI_NUMERICSERV;
     hints.ai_socktype = SOCK_STREAM;
     return hints;
+}
+
+// As gai_strerror has it in English. The process may have another language.
+std::string LookupText(int nError) {
+    switch (nError) {
+        case EAI_AGAIN:
+            return "Temporary failure in name resolution";
+        case EAI_FAIL:
+            return "Non-recoverable failure in name resolution";
+        case EAI_MEMORY:
+            return "Memory allocation failure";
+        case EAI_NONAME:
+            return "Name or service not known";
+        default:
+            return "error " + std::to_string(nError) + " of getaddrinfo";
+    }
 }
 
 // Lookups in all threads of this process, with those that nobody waits for any more.
@@ -76,7 +92,7 @@ public:
         return m_ended.wait_until(lock, deadline, [this] { return m_bEnded; });
     }
 
-    std::string Reason() const { return m_nError == EAI_SYSTEM ? std::strerror(m_nErrno) : gai_strerror(m_nError); }
+    std::string Reason() const { return m_nError == EAI_SYSTEM ? vexposix::ErrnoText(m_nErrno) : LookupText(m_nError); }
     AddressesPtr TakeAddresses() { return std::move(m_addresses); }
 
 private:
@@ -113,7 +129,7 @@ std::shared_ptr<Lookup> Start(const std::string& strHost, const std::string& str
     try {
         std::thread([lookup] { lookup->Run(); }).detach();
     } catch (const std::system_error& error) {
-        throw Fault("the system has no thread for the lookup of a host: " + std::string(error.code().message()));
+        throw Fault("the system has no thread for the lookup of a host: " + vexposix::ErrnoText(error.code().value()));
     }
     return lookup;
 }

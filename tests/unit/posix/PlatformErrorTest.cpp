@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "posix/ErrnoText.h"
 #include "posix/PlatformError.h"
 
 namespace {
@@ -23,6 +24,11 @@ TEST(ErrorFromErrno, GivesThePlatformsNumbers) {
     for (const Row& row : rows) {
         EXPECT_EQ(vexposix::ErrorFromErrno(row.nErrno), row.dwError) << row.nErrno;
     }
+}
+
+TEST(ErrnoText, IsEnglish) {
+    EXPECT_EQ(vexposix::ErrnoText(ENOENT), "No such file or directory");
+    EXPECT_EQ(vexposix::ErrnoText(99999), "error 99999");
 }
 
 }  // namespace

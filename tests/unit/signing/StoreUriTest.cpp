@@ -142,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
     All, StampUriAccepted,
     testing::Values(AcceptedStamp{"tsa=http%3A//a.example/tsa", {"http://a.example/tsa"}},
                     AcceptedStamp{"tsa=http://a", {"http://a"}},
-                    AcceptedStamp{"tsa=HTTP://[::1]:3161/", {"HTTP://[::1]:3161/"}},
+                    AcceptedStamp{"tsa=HTTP://[::1]:3161/", {"http://[::1]:3161/"}},
                     AcceptedStamp{"tsa=http://a/b%3Fc=d%26e=%2541@", {"http://a/b?c=d&e=%41@"}},
                     AcceptedStamp{"tsa=http://b&tsa=http://a/&tsa=http://b", {"http://b", "http://a/", "http://b"}},
                     AcceptedStamp{"tsa-digest=SHA-512%2F256&tsa=http://a", {"http://a"}, "SHA-512/256"},

@@ -195,6 +195,21 @@ TEST_F(TimeStampTest, TheSecondAuthorityServesWhenTheFirstIsDead) {
     ExpectNotStamped(ToolkitClient(Store() + "?tsa=" + kDead), kDead);
 }
 
+TEST_F(TimeStampTest, AnAuthorityThatNobodyCanAskIsRefusedWhenTheStoreIsOpened) {
+    for (const char* pszUrl : {"http://localhost:99999", "http://localhost:0/tsa", "http://localhost:3161x/tsa"}) {
+        EXPECT_FALSE(ToolkitClient(Store() + "?tsa=" + pszUrl).IsOpen()) << pszUrl;
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_URI_MALFORMED) << pszUrl;
+        EXPECT_NE(ErrorMessage(nullptr).find(pszUrl), std::string::npos) << ErrorMessage(nullptr);
+    }
+}
+
+TEST_F(TimeStampTest, TheSchemeMayBeInUpperCase) {
+    const std::string strUrl = "HTTP" + s_pAuthority->Url().substr(4);
+    const auto strP7 = ToolkitClient(Store() + "?tsa=" + strUrl + kPatient).SignP7(kText, 0, 0, 1);
+    ASSERT_TRUE(strP7) << ErrorMessage(nullptr);
+    ExpectStamped(*strP7);
+}
+
 TEST_F(TimeStampTest, ThreadsStampAtTheSameTime) {
     const ToolkitClient first(Stamped(Trusted()));
     std::atomic<int> cStamped = 0;
