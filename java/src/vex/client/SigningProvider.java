@@ -250,7 +250,7 @@ public final class SigningProvider extends AuthProvider {
         }
     }
 
-    /** Its stores cannot be written, and without them it would be no provider. */
+    // Its stores cannot be written, and without them it would be no provider.
     private void writeObject(ObjectOutputStream out) throws IOException {
         throw new NotSerializableException(getClass().getName());
     }
