@@ -55,7 +55,7 @@ std::string WantedText(const TokenUri& uri) {
 }
 
 // The token that the URI describes. It must be the only one, so that a PIN is not tried on another token.
-TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
+TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) try {
     std::vector<TokenSlot> tokens;
     if (Describes(uri, module)) {
         tokens = ListTokens(module);
@@ -64,10 +64,11 @@ TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) {
     if (tokens.size() != 1) {
         throw Failure(VCTK_E_TOKEN_NOT_FOUND,
                       tokens.empty() ? "no token matches; insert the token or check the URI"
-                                     : std::to_string(tokens.size()) + " tokens match; choose one with serial=")
-            .About(WantedText(uri));
+                                     : std::to_string(tokens.size()) + " tokens match; choose one with serial=");
     }
     return tokens.front().name;
+} catch (const Failure& failure) {
+    throw failure.About(WantedText(uri));
 }
 
 // The URI's type says whether its object is the certificate's or the key's label. Without a type, either may match.
