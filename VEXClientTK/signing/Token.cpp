@@ -119,6 +119,11 @@ Token::ConnectionPtr Token::Connect(const std::optional<SecretText>& pin) const 
     if (found == tokens.end()) {
         throw Failure(VCTK_E_TOKEN_REMOVED, m_name.strLabel);
     }
+    try {
+        RequireDistinct(tokens, m_name);
+    } catch (const Failure& failure) {
+        throw failure.About(m_name.strLabel);
+    }
     auto connection = std::make_shared<TokenConnection>(m_module, *found);
     if ((found->tokenFlags & CKF_LOGIN_REQUIRED) != 0) {
         Authenticate(connection->Anchor(), CKU_USER, found->tokenFlags, pin);

@@ -18,7 +18,8 @@
 
 namespace vextk {
 
-// Any thread may call any member. Each one throws VCTK_E_TOKEN_REMOVED while the token is absent, and VCTK_E_PIN_WRONG,
+// Any thread may call any member. Each one throws VCTK_E_TOKEN_REMOVED while the token is absent,
+// VCTK_E_TOKEN_NOT_FOUND if it is looked for while several tokens have its name, and VCTK_E_PIN_WRONG,
 // VCTK_E_PIN_LOCKED or VCTK_E_PIN_REQUIRED when a login is needed and fails. Other failures are VCTK_E_TOKEN_FAILED.
 class Token {
 public:

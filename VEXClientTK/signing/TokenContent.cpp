@@ -57,4 +57,15 @@ std::vector<TokenSlot> ListTokens(const Pkcs11Module& module) {
     return tokens;
 }
 
+void RequireDistinct(const std::vector<TokenSlot>& tokens, const TokenName& name) {
+    const auto cTokens =
+        std::count_if(tokens.begin(), tokens.end(), [&](const TokenSlot& slot) { return slot.name == name; });
+    if (cTokens > 1) {
+        throw Failure(
+            VCTK_E_TOKEN_NOT_FOUND,
+            std::to_string(cTokens) +
+                " tokens have the same label, manufacturer, model and serial number; leave only one inserted");
+    }
+}
+
 }  // namespace vextk

@@ -45,4 +45,7 @@ struct TokenSlot {
 // The module's tokens. One that cannot be read is left out. Throws VCTK_E_TOKEN_FAILED.
 std::vector<TokenSlot> ListTokens(const Pkcs11Module& module);
 
+// Throws VCTK_E_TOKEN_NOT_FOUND if several of the tokens have this name: a PIN could go to any of them.
+void RequireDistinct(const std::vector<TokenSlot>& tokens, const TokenName& name);
+
 }  // namespace vextk

@@ -54,19 +54,24 @@ std::string WantedText(const TokenUri& uri) {
     return strText.empty() ? "any token" : strText;
 }
 
-// The token that the URI describes. It must be the only one, so that a PIN is not tried on another token.
+// The token that the URI describes. It must be the only one, so that a PIN is not tried on another token. It must also
+// be the only one of its name, because from here on only the name identifies it.
 TokenName FindToken(const TokenUri& uri, const Pkcs11Module& module) try {
-    std::vector<TokenSlot> tokens;
+    std::vector<TokenSlot> present;
     if (Describes(uri, module)) {
-        tokens = ListTokens(module);
-        std::erase_if(tokens, [&](const TokenSlot& slot) { return !Describes(uri, slot); });
+        present = ListTokens(module);
     }
-    if (tokens.size() != 1) {
+    std::vector<TokenSlot> matching = present;
+    std::erase_if(matching, [&](const TokenSlot& slot) { return !Describes(uri, slot); });
+    if (matching.empty()) {
+        throw Failure(VCTK_E_TOKEN_NOT_FOUND, "no token matches; insert the token or check the URI");
+    }
+    RequireDistinct(present, matching.front().name);
+    if (matching.size() > 1) {
         throw Failure(VCTK_E_TOKEN_NOT_FOUND,
-                      tokens.empty() ? "no token matches; insert the token or check the URI"
-                                     : std::to_string(tokens.size()) + " tokens match; choose one with serial=");
+                      std::to_string(matching.size()) + " tokens match; choose one with serial=");
     }
-    return tokens.front().name;
+    return matching.front().name;
 } catch (const Failure& failure) {
     throw failure.About(WantedText(uri));
 }

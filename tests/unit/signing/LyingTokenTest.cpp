@@ -103,6 +103,24 @@ CK_RV TwoSessionsAlone(CK_SLOT_ID, CK_FLAGS, void*, CK_NOTIFY, CK_SESSION_HANDLE
     return LyingTokenTest::s_cCalls++ < 2 ? CKR_OK : CKR_SESSION_COUNT;
 }
 
+CK_RV TwoSlots(CK_BBOOL, CK_SLOT_ID* pSlots, CK_ULONG* pcSlots) {
+    *pcSlots = 2;
+    if (pSlots != nullptr) {
+        pSlots[0] = 0;
+        pSlots[1] = 1;
+    }
+    return CKR_OK;
+}
+
+CK_RV CountedLogin(CK_SESSION_HANDLE, CK_USER_TYPE, unsigned char*, CK_ULONG) {
+    ++LyingTokenTest::s_cCalls;
+    return CKR_OK;
+}
+
+CK_RV SignatureWithoutSession(CK_SESSION_HANDLE, CK_MECHANISM*, CK_OBJECT_HANDLE) {
+    return CKR_SESSION_HANDLE_INVALID;
+}
+
 struct LieRow : Row {
     void (*pfnInstall)(CK_FUNCTION_LIST& functions);
     VCTKError nError;
@@ -204,6 +222,39 @@ TEST_F(LyingTokenTest, WithoutAModuleP11KitIsAsked) {
     } else {
         EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_MODULE) << ErrorMessage(nullptr);
     }
+}
+
+constexpr const char* kTwins =
+    "2 tokens have the same label, manufacturer, model and serial number; leave only one inserted";
+
+// A slot is no name: the token may be in another one at the next login.
+TEST_F(LyingTokenTest, NoPinGoesToOneOfTwoTokensWithTheSameName) {
+    lyingtoken::Functions()->C_GetSlotList = TwoSlots;
+    lyingtoken::Functions()->C_Login = CountedLogin;
+    s_cCalls = 0;
+    for (const std::string strToken : {"token=Card", "slot-id=0", "slot-id=1"}) {
+        EXPECT_FALSE(ToolkitClient("pkcs11:" + strToken + Uri().substr(Uri().find('?'))).IsOpen()) << strToken;
+        EXPECT_EQ(VCTK_GetLastError(nullptr), VCTK_E_TOKEN_NOT_FOUND);
+        EXPECT_EQ(ErrorMessage(nullptr), VCTKErrorMessage(VCTK_E_TOKEN_NOT_FOUND) + (": " + strToken + ": ") + kTwins);
+    }
+    EXPECT_EQ(s_cCalls, 0);
+}
+
+TEST_F(LyingTokenTest, NoPinGoesToATokenThatGotATwinMeanwhile) {
+    lyingtoken::Functions()->C_Login = CountedLogin;
+    const ToolkitClient client(Uri());
+    ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+    lyingtoken::Functions()->C_GetSlotList = TwoSlots;
+    lyingtoken::Functions()->C_SignInit = SignatureWithoutSession;
+    s_cCalls = 0;
+    EXPECT_FALSE(client.SignP1("text"));
+    EXPECT_EQ(client.LastError(), VCTK_E_TOKEN_NOT_FOUND);
+    EXPECT_EQ(client.Message(), VCTKErrorMessage(VCTK_E_TOKEN_NOT_FOUND) + std::string(": Card: ") + kTwins);
+    EXPECT_EQ(s_cCalls, 0);
+    lyingtoken::Functions()->C_GetSlotList = s_honest.C_GetSlotList;
+    lyingtoken::Functions()->C_SignInit = s_honest.C_SignInit;
+    EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    EXPECT_EQ(s_cCalls, 1);
 }
 
 TEST_F(LyingTokenTest, ALongSignatureIsRefused) {
