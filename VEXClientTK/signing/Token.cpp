@@ -22,8 +22,14 @@ bool IsSigningType(CK_KEY_TYPE type) {
     }
 }
 
-std::string WholeName(const TokenName& name) {
-    return name.strManufacturer + '\0' + name.strModel + '\0' + name.strSerial + '\0' + name.strLabel;
+// What a PIN opens. A token can have one PIN for the login and another one for signatures.
+std::string WholeName(const TokenName& name, CK_USER_TYPE nUser) {
+    return name.strManufacturer + '\0' + name.strModel + '\0' + name.strSerial + '\0' + name.strLabel + '\0' +
+           std::to_string(nUser);
+}
+
+bool IsRefusedPin(CK_RV rv) {
+    return rv == CKR_PIN_INCORRECT || rv == CKR_PIN_INVALID || rv == CKR_PIN_LEN_RANGE;
 }
 
 bool EqualPins(const SecretText& a, const SecretText& b) {
@@ -136,29 +142,33 @@ void Token::Authenticate(CK_SESSION_HANDLE hSession, CK_USER_TYPE nUser, CK_FLAG
     if (!pin && (flags & CKF_PROTECTED_AUTHENTICATION_PATH) == 0) {
         throw Failure(VCTK_E_PIN_REQUIRED, m_name.strLabel);
     }
-    const std::string strToken = WholeName(m_name);
-    if (pin && IsKnownWrongPin(strToken, pin->View())) {
-        throw Failure(VCTK_E_PIN_WRONG, "the token has refused this PIN before, so it is not tried again")
-            .About(m_name.strLabel);
-    }
-    const CK_RV rv = m_module.Call([&](auto& functions) {
-        return pin ? functions.C_Login(hSession, nUser, PinBytes(*pin), pin->View().size())
-                   : functions.C_Login(hSession, nUser, nullptr, 0);
+    const std::string strWholeName = WholeName(m_name, nUser);
+    bool bKnownWrong = false;
+    // One call, so that threads that sign at once do not all try a wrong PIN before the first refusal is known.
+    const CK_RV rv = m_module.Call([&](auto& functions) -> CK_RV {
+        if (!pin) {
+            return functions.C_Login(hSession, nUser, nullptr, 0);
+        }
+        bKnownWrong = IsKnownWrongPin(strWholeName, pin->View());
+        if (bKnownWrong) {
+            return CKR_PIN_INCORRECT;
+        }
+        const CK_RV rvLogin = functions.C_Login(hSession, nUser, PinBytes(*pin), pin->View().size());
+        if (IsRefusedPin(rvLogin)) {
+            RememberWrongPin(strWholeName, pin->View());
+        }
+        return rvLogin;
     });
-    switch (rv) {
-        case CKR_USER_ALREADY_LOGGED_IN:
-            return;
-        case CKR_PIN_INCORRECT:
-        case CKR_PIN_INVALID:
-        case CKR_PIN_LEN_RANGE:
-            if (pin) {
-                RememberWrongPin(strToken, pin->View());
-            }
-            throw Failure(VCTK_E_PIN_WRONG, m_name.strLabel);
-        case CKR_PIN_LOCKED:
-            throw Failure(VCTK_E_PIN_LOCKED, m_name.strLabel);
-        default:
-            RequireFromToken(rv, "C_Login");
+    if (IsRefusedPin(rv)) {
+        const Failure wrong(VCTK_E_PIN_WRONG,
+                            bKnownWrong ? "the token has refused this PIN before, so it is not tried again" : "");
+        throw wrong.About(m_name.strLabel);
+    }
+    if (rv == CKR_PIN_LOCKED) {
+        throw Failure(VCTK_E_PIN_LOCKED, m_name.strLabel);
+    }
+    if (rv != CKR_USER_ALREADY_LOGGED_IN) {
+        RequireFromToken(rv, "C_Login");
     }
 }
 
@@ -176,7 +186,7 @@ void Token::LogIn(const SecretText* pPin) {
     }
     const bool bOthersUseIt = m_cUsers > 1;
     // If the PIN was changed by other means, the token has refused the old one. Then a new PIN is accepted.
-    const bool bPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name), m_pin->View());
+    const bool bPinInUse = m_pin && !IsKnownWrongPin(WholeName(m_name, CKU_USER), m_pin->View());
     if (m_connection || (bOthersUseIt && bPinInUse && !bSamePin)) {
         const bool bNeedsNone =
             m_connection && (m_connection->TokenFlags() & (CKF_LOGIN_REQUIRED | CKF_PROTECTED_AUTHENTICATION_PATH)) !=

@@ -31,22 +31,22 @@ Refused& Known() {
     return *s_pKnown;
 }
 
-std::string DigestOf(const Refused& refused, const std::string& strToken, std::string_view pin) {
-    return strToken + '\0' + refused.digest.Of(pin);
+std::string DigestOf(const Refused& refused, const std::string& strWholeName, std::string_view pin) {
+    return strWholeName + '\0' + refused.digest.Of(pin);
 }
 
 }  // namespace
 
-void RememberWrongPin(const std::string& strToken, std::string_view pin) {
+void RememberWrongPin(const std::string& strWholeName, std::string_view pin) {
     Refused& refused = Known();
-    std::string strDigest = DigestOf(refused, strToken, pin);
+    std::string strDigest = DigestOf(refused, strWholeName, pin);
     const CVEXLock lock(refused.mutex);
     refused.digests.insert(std::move(strDigest));
 }
 
-bool IsKnownWrongPin(const std::string& strToken, std::string_view pin) {
+bool IsKnownWrongPin(const std::string& strWholeName, std::string_view pin) {
     Refused& refused = Known();
-    const std::string strDigest = DigestOf(refused, strToken, pin);
+    const std::string strDigest = DigestOf(refused, strWholeName, pin);
     const CVEXLock lock(refused.mutex);
     return refused.digests.contains(strDigest);
 }

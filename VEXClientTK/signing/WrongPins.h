@@ -6,9 +6,11 @@
 
 namespace vextk {
 
+// strWholeName identifies the token and what of it the PIN opens.
+//
 // Both work for the whole process, and its forked children inherit the PINs. Only a keyed digest of a PIN is kept. Any
 // thread may call them.
-void RememberWrongPin(const std::string& strToken, std::string_view pin);
-bool IsKnownWrongPin(const std::string& strToken, std::string_view pin);
+void RememberWrongPin(const std::string& strWholeName, std::string_view pin);
+bool IsKnownWrongPin(const std::string& strWholeName, std::string_view pin);
 
 }  // namespace vextk

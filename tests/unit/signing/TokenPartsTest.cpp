@@ -1,8 +1,12 @@
 // Tokens without handles of the toolkit: who may log in, and which keys can sign for a certificate.
 #include <gtest/gtest.h>
+#include <openssl/hmac.h>
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "LyingToken.h"
@@ -12,6 +16,21 @@
 #include "SelfSigned.h"
 #include "signing/Token.h"
 #include "signing/TokenPrivateKey.h"
+
+namespace {
+// How long the look for a wrong PIN takes, of which a digest is kept.
+std::atomic<int> g_msDigest{0};
+}  // namespace
+
+extern "C" unsigned char* __real_HMAC(const EVP_MD* pDigest, const void* pKey, int cbKey, const unsigned char* pb,
+                                      size_t cb, unsigned char* pbOut, unsigned int* pcbOut);
+
+// The toolkit calls this function in this program.
+extern "C" unsigned char* __wrap_HMAC(const EVP_MD* pDigest, const void* pKey, int cbKey, const unsigned char* pb,
+                                      size_t cb, unsigned char* pbOut, unsigned int* pcbOut) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(g_msDigest));
+    return __real_HMAC(pDigest, pKey, cbKey, pb, cb, pbOut, pcbOut);
+}
 
 namespace vextk {
 namespace {
@@ -57,6 +76,75 @@ TEST(TokenParts, TheOnlyUserMayLogInWithAnotherPin) {
     EXPECT_EQ(logIn("2"), VCTK_OK);
     EXPECT_EQ(s_cLogins, 2);
     EXPECT_EQ(token.Read().certificates.size(), 4U);
+}
+
+// A token whose PIN for signatures is another one than that for the login. All keys need it.
+class TwoPins : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_functions = *lyingtoken::Functions();
+        s_functions.C_Login = [](CK_SESSION_HANDLE, CK_USER_TYPE nUser, unsigned char*, CK_ULONG) -> CK_RV {
+            ++(nUser == CKU_USER ? s_cLogins : s_cSignatureLogins);
+            return nUser == CKU_USER ? CKR_OK : CKR_PIN_INCORRECT;
+        };
+        s_functions.C_GetAttributeValue = [](CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                                             CK_ATTRIBUTE* pAttribute, CK_ULONG cAttributes) -> CK_RV {
+            const CK_RV rv = lyingtoken::Functions()->C_GetAttributeValue(hSession, hObject, pAttribute, cAttributes);
+            if (pAttribute->type == CKA_ALWAYS_AUTHENTICATE && pAttribute->pValue != nullptr) {
+                *static_cast<CK_BBOOL*>(pAttribute->pValue) = CK_TRUE;
+            }
+            return rv;
+        };
+    }
+
+    void SetUp() override {
+        lyingtoken::SetAnswers({}, false);
+        s_cLogins = s_cSignatureLogins = 0;
+    }
+
+    VCTKError LogIn(const char* pszPin) {
+        return ErrorOf([&] {
+            const SecretText pin = Secret(pszPin);
+            m_token.LogIn(&pin);
+        });
+    }
+
+    VCTKError Sign() {
+        const std::vector<unsigned char> data(32);
+        return ErrorOf([&] { m_token.Sign({"1", CKK_RSA, ""}, {CKM_RSA_PKCS, nullptr, 0}, data); });
+    }
+
+    inline static CK_FUNCTION_LIST s_functions{};  // modules are never unloaded
+    inline static std::atomic<int> s_cLogins{0};
+    inline static std::atomic<int> s_cSignatureLogins{0};
+
+    const TempDirectory m_directory;
+    Pkcs11Module& m_module = Pkcs11Module::Open(InstallModule(m_directory, &s_functions), "");
+    Token m_token{m_module, ListTokens(m_module).at(0).name};
+};
+
+TEST_F(TwoPins, ThreadsThatSignTryAWrongPinOnce) {
+    const std::shared_ptr<Token> user = m_token.Use();
+    ASSERT_EQ(LogIn("3141"), VCTK_OK);
+    g_msDigest = 100;  // enough for all threads to get there
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 8; ++i) {
+            threads.emplace_back([&] { EXPECT_EQ(Sign(), VCTK_E_PIN_WRONG); });
+        }
+    }
+    g_msDigest = 0;
+    EXPECT_EQ(s_cSignatureLogins, 1);
+}
+
+TEST_F(TwoPins, APinThatDoesNotSignStillLogsIn) {
+    for (int i = 1; i <= 2; ++i) {
+        const std::shared_ptr<Token> user = m_token.Use();
+        EXPECT_EQ(LogIn("2718"), VCTK_OK);
+        EXPECT_EQ(s_cLogins, i);
+        EXPECT_EQ(Sign(), VCTK_E_PIN_WRONG);
+        EXPECT_EQ(s_cSignatureLogins, 1) << "it is refused without the token";
+    }
 }
 
 struct KeyRow : Row {
