@@ -90,6 +90,7 @@ auto Token::Run(Operation operation) {
             if (connection) {
                 Drop(connection);
             }
+            nAttempt -= lost.bTried ? 0 : 1;
             if (nAttempt == kAttempts) {
                 throw Failure(VCTK_E_TOKEN_REMOVED, Pkcs11ResultText(lost.rv)).About(m_name.strLabel);
             }

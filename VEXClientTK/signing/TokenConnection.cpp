@@ -42,19 +42,19 @@ TokenConnection::TokenConnection(const Pkcs11Module& module, const TokenSlot& sl
 
 TokenConnection::~TokenConnection() {
     for (const CK_SESSION_HANDLE hSession : m_idle) {
-        CloseSession(hSession);
+        CloseSession(hSession, false);
     }
     if (m_bAnchor) {
-        CloseSession(m_hAnchor);
+        CloseSession(m_hAnchor, true);
     }
 }
 
-std::optional<CK_SESSION_HANDLE> TokenConnection::TakeIdle() {
+std::optional<CK_SESSION_HANDLE> TokenConnection::TakeIdle(size_t& cClosed) {
     CVEXWaitLock lock(m_mutex);
     while (m_idle.empty() && m_bFull) {
         if (m_cTaken > 0) {
             m_returned.wait(lock.ForWait(),
-                            [this]() VEX_REQUIRES(m_mutex) { return !m_idle.empty() || m_cTaken == 0; });
+                            [this]() VEX_REQUIRES(m_mutex) { return !m_idle.empty() || !m_bFull || m_cTaken == 0; });
         } else if (m_bAnchor) {
             // The token has a single session, so the anchor does everything.
             m_bAnchor = false;
@@ -64,6 +64,7 @@ std::optional<CK_SESSION_HANDLE> TokenConnection::TakeIdle() {
         }
     }
     ++m_cTaken;
+    cClosed = m_cClosed;
     if (m_idle.empty()) {
         return std::nullopt;
     }
@@ -74,17 +75,32 @@ std::optional<CK_SESSION_HANDLE> TokenConnection::TakeIdle() {
 
 CK_SESSION_HANDLE TokenConnection::Take() {
     for (;;) {
-        if (const std::optional<CK_SESSION_HANDLE> hIdle = TakeIdle()) {
+        size_t cClosed = 0;
+        if (const std::optional<CK_SESSION_HANDLE> hIdle = TakeIdle(cClosed)) {
             return *hIdle;
         }
         CK_SESSION_HANDLE hSession = 0;
-        const CK_RV rv = TryOpenSession(hSession);
+        CK_RV rv = CKR_OK;
+        try {
+            rv = TryOpenSession(hSession);
+        } catch (const Failure&) {
+            const CVEXLock lock(m_mutex);
+            --m_cTaken;
+            m_returned.notify_all();
+            throw;
+        }
         if (rv == CKR_OK) {
             return hSession;
         }
         const CVEXLock lock(m_mutex);
         --m_cTaken;
         m_returned.notify_all();
+        if (rv == CKR_SESSION_CLOSED && m_bAnchorClosed) {
+            throw TokenLost{rv, false};
+        }
+        if (rv == CKR_SESSION_COUNT && m_cClosed != cClosed) {
+            continue;  // there is room by now
+        }
         const bool bHasOther = m_cTaken > 0 || !m_idle.empty() || m_bAnchor;
         if (rv != CKR_SESSION_COUNT || !bHasOther) {
             RequireFromToken(rv, "C_OpenSession");
@@ -94,17 +110,24 @@ CK_SESSION_HANDLE TokenConnection::Take() {
 }
 
 void TokenConnection::Return(CK_SESSION_HANDLE hSession, bool bUsable) {
+    bool bAnchor = false;
     {
         const CVEXLock lock(m_mutex);
-        --m_cTaken;
         if (bUsable && m_idle.size() < kIdleSessions) {
+            --m_cTaken;
             m_idle.push_back(hSession);
             m_returned.notify_one();
             return;
         }
-        m_returned.notify_all();
+        bAnchor = !m_bAnchor && hSession == m_hAnchor;
     }
-    CloseSession(hSession);
+    // It counts as taken until it is closed: before that, there is no room for another one.
+    CloseSession(hSession, bAnchor);
+    const CVEXLock lock(m_mutex);
+    --m_cTaken;
+    ++m_cClosed;
+    m_bFull = false;
+    m_returned.notify_all();
 }
 
 bool TokenConnection::Offers(CK_MECHANISM_TYPE nMechanism) {
@@ -128,7 +151,8 @@ bool TokenConnection::Offers(CK_MECHANISM_TYPE nMechanism) {
 
 CK_RV TokenConnection::TryOpenSession(CK_SESSION_HANDLE& hSession) const {
     return m_module.Call([&](auto& functions) {
-        return functions.C_OpenSession(m_slot.nId, CKF_SERIAL_SESSION, nullptr, nullptr, &hSession);
+        return m_bAnchorClosed ? CKR_SESSION_CLOSED
+                               : functions.C_OpenSession(m_slot.nId, CKF_SERIAL_SESSION, nullptr, nullptr, &hSession);
     });
 }
 
@@ -138,10 +162,13 @@ CK_SESSION_HANDLE TokenConnection::OpenSession() const {
     return hSession;
 }
 
-void TokenConnection::CloseSession(CK_SESSION_HANDLE hSession) const {
+void TokenConnection::CloseSession(CK_SESSION_HANDLE hSession, bool bAnchor) {
     if (m_module.IsUsable()) {
         try {
-            m_module.Call([&](auto& functions) { return functions.C_CloseSession(hSession); });
+            m_module.Call([&](auto& functions) {
+                m_bAnchorClosed = m_bAnchorClosed || bAnchor;
+                return functions.C_CloseSession(hSession);
+            });
         } catch (const Failure&) {
             // The process has begun to end, and the sessions end with it.
         }

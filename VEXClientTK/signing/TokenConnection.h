@@ -1,6 +1,7 @@
 // A connection to a token: its sessions and key handles. It is lost when the token is removed.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <optional>
@@ -15,6 +16,7 @@ namespace vextk {
 // help.
 struct TokenLost {
     CK_RV rv;
+    bool bTried = true;  // false: another thread ended the connection before this one called the token
 };
 
 bool IsTokenLost(CK_RV rv);
@@ -39,7 +41,8 @@ public:
     // A session for the caller alone. Waits for one if the token opens no more.
     CK_SESSION_HANDLE Take();
 
-    // bUsable: no operation is unfinished in the session. Otherwise it is closed.
+    // bUsable: no operation is unfinished in the session. Otherwise it is closed. If it is the anchor, the connection
+    // is lost: it opens no more sessions, so that the next connection finds room for its own.
     void Return(CK_SESSION_HANDLE hSession, bool bUsable);
 
     // A key's handle, and whether the token requires the PIN for each signature.
@@ -67,20 +70,23 @@ public:
     bool Offers(CK_MECHANISM_TYPE nMechanism);
 
 private:
-    // An idle session, or nothing: then the caller opens one. Either counts as taken. May wait.
-    std::optional<CK_SESSION_HANDLE> TakeIdle();
+    // An idle session, or nothing: then the caller opens one. Either counts as taken. May wait. cClosed: how many
+    // sessions were closed until then.
+    std::optional<CK_SESSION_HANDLE> TakeIdle(size_t& cClosed);
     CK_RV TryOpenSession(CK_SESSION_HANDLE& hSession) const;
     CK_SESSION_HANDLE OpenSession() const;
-    void CloseSession(CK_SESSION_HANDLE hSession) const;
+    void CloseSession(CK_SESSION_HANDLE hSession, bool bAnchor);
 
     const Pkcs11Module& m_module;
     const TokenSlot m_slot;
     CK_SESSION_HANDLE m_hAnchor;
+    std::atomic<bool> m_bAnchorClosed{false};  // changes in a call of the module, and so not while a session is opened
 
     CVEXMutex m_mutex;
     std::condition_variable m_returned;
     std::vector<CK_SESSION_HANDLE> m_idle VEX_GUARDED_BY(m_mutex);
     size_t m_cTaken VEX_GUARDED_BY(m_mutex) = 0;
+    size_t m_cClosed VEX_GUARDED_BY(m_mutex) = 0;   // sessions that were returned and closed
     bool m_bFull VEX_GUARDED_BY(m_mutex) = false;   // the token opens no more sessions
     bool m_bAnchor VEX_GUARDED_BY(m_mutex) = true;  // the anchor only keeps the login; false: it also signs
     std::map<TokenKey, KeyObject> m_keys VEX_GUARDED_BY(m_mutex);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <latch>
@@ -14,10 +15,24 @@
 
 #include "ChildProcess.h"
 #include "FakeClock.h"
+#include "ModuleAnswer.h"
 #include "Scale.h"
 #include "TokenFixture.h"
 
 namespace {
+
+// Waits for the condition. False: it did not come true within ten seconds.
+template <typename Condition>
+bool ComesTrue(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
 
 TEST_F(TokenTest, SignsAgainAfterItWasRemovedAndPutBack) {
     const ToolkitClient client(Card(";id=%01"));
@@ -158,6 +173,86 @@ TEST_F(TokenTest, ASessionInWhichSigningFailedIsNotUsedAgain) {
         });
         EXPECT_TRUE(end.Passed()) << nMostSessions;
     }
+}
+
+// Two sessions sign, and one keeps the login. Two threads sign at once, and a third one waits, before and after a
+// signature that fails.
+TEST_F(TokenTest, AFailedSignatureCostsNoSession) {
+    using Open = ModuleAnswer<&CK_FUNCTION_LIST::C_OpenSession>;
+    using Sign = ModuleAnswer<&CK_FUNCTION_LIST::C_Sign>;
+    ExpectChildPasses([] {
+        Shim().nMostSessions = 3;
+        const ToolkitClient client(Card(";id=%01"));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        ASSERT_EQ(VCTK_CallQueueEnable(client.Handle(), 0, 0), 0);
+        for (int nRound = 0; nRound < 3; ++nRound) {
+            std::atomic<int> cSigning{0};
+            std::atomic<int> cRefused{0};
+            std::atomic<int> cTogether{0};
+            const Open open([&](auto... arguments) {
+                const CK_RV rv = Open::Real(arguments...);
+                cRefused += rv == CKR_SESSION_COUNT ? 1 : 0;
+                return rv;
+            });
+            const Sign sign([&](auto... arguments) {
+                ++cSigning;
+                cTogether += ComesTrue([&] { return cSigning >= 2 && cRefused > 0; }) ? 1 : 0;
+                return Sign::Real(arguments...);
+            });
+            {
+                std::vector<std::jthread> threads;
+                for (int i = 0; i < 3; ++i) {
+                    threads.emplace_back([&] { EXPECT_TRUE(client.SignP1("text")) << client.Message(); });
+                }
+            }
+            EXPECT_EQ(cTogether, 3) << nRound;
+            EXPECT_EQ(Shim().cSessions, 3);
+            Shim().fSigningFails = true;
+            cSigning = 2;
+            EXPECT_FALSE(client.SignP1("text"));
+            EXPECT_EQ(Shim().cSessions, 2);
+            Shim().fSigningFails = false;
+        }
+    });
+}
+
+// With its only session, a thread whose signature fails ends the login of all. The others notice nothing of it.
+TEST_F(TokenTest, OnlyTheThreadWhoseSignatureFailsGetsAnErrorFromATokenWithOneSession) {
+    using Sign = ModuleAnswer<&CK_FUNCTION_LIST::C_Sign>;
+    ExpectChildPasses([] {
+        Shim().nMostSessions = 1;
+        const ToolkitClient first(Card(";id=%01"));
+        ASSERT_TRUE(first.IsOpen()) << ErrorMessage(nullptr);
+        const int nRounds = std::max(Scaled(50), 5);
+        std::atomic<int> cSigning{0};
+        std::atomic<int> cFailed{0};
+        std::atomic<int> cErrors{0};
+        const Sign sign([&](auto... arguments) -> CK_RV {
+            if (++cSigning % 3 == 0) {
+                ++cFailed;
+                return CKR_FUNCTION_FAILED;
+            }
+            return Sign::Real(arguments...);
+        });
+        {
+            std::vector<std::jthread> threads;
+            for (int i = 0; i < 8; ++i) {
+                threads.emplace_back([&] {
+                    const ToolkitClient own(Card(";id=%01"));
+                    ASSERT_TRUE(own.IsOpen()) << ErrorMessage(nullptr);
+                    for (int n = 0; n < nRounds; ++n) {
+                        if (!own.SignP1("text")) {
+                            ++cErrors;
+                            EXPECT_NE(own.Message().find("C_Sign: CKR_FUNCTION_FAILED"), std::string::npos)
+                                << own.Message();
+                        }
+                    }
+                });
+            }
+        }
+        EXPECT_EQ(cSigning, 8 * nRounds);
+        EXPECT_EQ(cErrors, cFailed);
+    });
 }
 
 TEST_F(TokenTest, TheHostMayHaveInitialisedTheModule) {
