@@ -187,6 +187,10 @@ std::string Pkcs11ResultText(CK_RV rv) {
 struct Pkcs11Module::Process {
     explicit Process(Process* pWas) : pParent(pWas) {}
 
+    // A child in a new PID namespace can have its parent's number. A child without fork handlers (vfork) has its
+    // parent's object.
+    bool IsCurrent() const { return nId == getpid() && this == Current(); }
+
     const pid_t nId = getpid();
     Process* const pParent;  // that of the parent process; a child never touches it
 
@@ -227,7 +231,7 @@ void Pkcs11Module::CloseAtExit() {
 }
 
 Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool bAlone) {
-    if (module.m_process.nId != getpid()) {
+    if (!module.m_process.IsCurrent()) {
         throw Failure(VCTK_E_TOKEN_FAILED, "the store was opened before a fork; open it again in this process");
     }
     m_notEnding = std::shared_lock(module.m_process.calls, std::defer_lock);
@@ -243,7 +247,7 @@ Pkcs11Module::CallPermit::CallPermit(const Pkcs11Module& module, bool bAlone) {
 }
 
 bool Pkcs11Module::IsUsable() const {
-    return m_process.nId == getpid() && !m_process.bEnding;
+    return m_process.IsCurrent() && !m_process.bEnding;
 }
 
 Pkcs11Module::Pkcs11Module(Process& process, CK_FUNCTION_LIST* pFunctions)

@@ -1,6 +1,7 @@
 // Tokens without handles of the toolkit: who may log in, and which keys can sign for a certificate.
 #include <gtest/gtest.h>
 #include <openssl/hmac.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "ChildProcess.h"
 #include "LyingToken.h"
 #include "ModuleOfTests.h"
 #include "Row.h"
@@ -20,16 +22,23 @@
 namespace {
 // How long the look for a wrong PIN takes, of which a digest is kept.
 std::atomic<int> g_msDigest{0};
+// The number of each process; 0: its own.
+pid_t g_nProcess = 0;
 }  // namespace
 
 extern "C" unsigned char* __real_HMAC(const EVP_MD* pDigest, const void* pKey, int cbKey, const unsigned char* pb,
                                       size_t cb, unsigned char* pbOut, unsigned int* pcbOut);
 
-// The toolkit calls this function in this program.
+// The toolkit calls these functions in this program.
 extern "C" unsigned char* __wrap_HMAC(const EVP_MD* pDigest, const void* pKey, int cbKey, const unsigned char* pb,
                                       size_t cb, unsigned char* pbOut, unsigned int* pcbOut) {
     std::this_thread::sleep_for(std::chrono::milliseconds(g_msDigest));
     return __real_HMAC(pDigest, pKey, cbKey, pb, cb, pbOut, pcbOut);
+}
+
+extern "C" pid_t __real_getpid();
+extern "C" pid_t __wrap_getpid() {
+    return g_nProcess != 0 ? g_nProcess : __real_getpid();
 }
 
 namespace vextk {
@@ -145,6 +154,22 @@ TEST_F(TwoPins, APinThatDoesNotSignStillLogsIn) {
         EXPECT_EQ(Sign(), VCTK_E_PIN_WRONG);
         EXPECT_EQ(s_cSignatureLogins, 1) << "it is refused without the token";
     }
+}
+
+// It can have it in a PID namespace of its own.
+TEST_F(TwoPins, AForkedChildWithItsParentsNumberDoesNotUseItsSessions) {
+    const std::shared_ptr<Token> user = m_token.Use();
+    ASSERT_EQ(LogIn("1618"), VCTK_OK);
+    g_nProcess = getpid();
+    ExpectChildPasses([&] {
+        const std::size_t cCalls = lyingtoken::CallCount();
+        EXPECT_FALSE(m_module.IsUsable());
+        EXPECT_EQ(ErrorOf([&] { m_token.Read(); }), VCTK_E_TOKEN_FAILED);
+        EXPECT_EQ(Sign(), VCTK_E_TOKEN_FAILED);
+        EXPECT_EQ(lyingtoken::CallCount(), cCalls);
+    });
+    g_nProcess = 0;
+    EXPECT_EQ(ErrorOf([&] { m_token.Read(); }), VCTK_OK);
 }
 
 struct KeyRow : Row {
