@@ -30,11 +30,15 @@ std::string OctalText(mode_t mode) {
     return text.data();
 }
 
-void RequireOwnOnly(const std::string& strPath, bool bMayBeSticky) {
+struct stat StatusOf(const std::string& strPath) {
     struct stat status {};
     if (lstat(strPath.c_str(), &status) != 0) {
         RefuseErrno(strPath, errno);
     }
+    return status;
+}
+
+void RequireOwnOnly(const std::string& strPath, const struct stat& status, bool bMayBeSticky) {
     if (status.st_uid != 0 && status.st_uid != geteuid()) {
         Refuse(strPath, "not loaded, because it belongs to user " + std::to_string(status.st_uid) +
                             "; a module and its directories must belong to root or to user " +
@@ -61,13 +65,18 @@ std::string RequireTrustedModule(const std::string& strPath) {
         RefuseErrno(strPath, errno);
     }
     std::string strReal = real.get();
-    RequireOwnOnly(strReal, false);
+    const struct stat file = StatusOf(strReal);
+    if (!S_ISREG(file.st_mode)) {
+        Refuse(strReal, "not loaded, because it is not a regular file");  // the linker would wait for a pipe's writer
+    }
+    RequireOwnOnly(strReal, file, false);
     bool bMayBeSticky = false;  // the module's own directory: other files in it may be loaded as well
     for (size_t nSlash = strReal.rfind('/'); nSlash != 0; nSlash = strReal.rfind('/', nSlash - 1)) {
-        RequireOwnOnly(strReal.substr(0, nSlash), bMayBeSticky);
+        const std::string strDirectory = strReal.substr(0, nSlash);
+        RequireOwnOnly(strDirectory, StatusOf(strDirectory), bMayBeSticky);
         bMayBeSticky = true;
     }
-    RequireOwnOnly("/", bMayBeSticky);
+    RequireOwnOnly("/", StatusOf("/"), bMayBeSticky);
     return strReal;
 }
 

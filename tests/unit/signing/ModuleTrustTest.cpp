@@ -97,6 +97,19 @@ TEST_F(ModuleTrustTest, RefusesAMissingModule) {
     EXPECT_EQ(Refusal(m_directory.Path("none.so")), m_directory.Path("none.so") + ": No such file or directory");
 }
 
+// The dynamic linker would wait for somebody to write to the pipe.
+TEST_F(ModuleTrustTest, RefusesWhatIsNotARegularFile) {
+    const std::string strPipe = m_directory.Path("pipe.so");
+    ASSERT_EQ(mkfifo(strPipe.c_str(), 0600), 0);
+    std::filesystem::create_symlink(strPipe, m_directory.Path("link.so"));
+    for (const std::string& strPath : {strPipe, m_directory.Path("link.so")}) {
+        EXPECT_EQ(Refusal(strPath),
+                  std::filesystem::canonical(strPipe).string() + ": not loaded, because it is not a regular file");
+    }
+    EXPECT_EQ(Refusal(Middle()),
+              std::filesystem::canonical(Middle()).string() + ": not loaded, because it is not a regular file");
+}
+
 // Only root can make another user's files.
 TEST_F(ModuleTrustTest, RefusesFilesOfAnotherUser) {
     constexpr uid_t kSomebody = 12345;
