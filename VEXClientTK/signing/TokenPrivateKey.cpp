@@ -136,19 +136,24 @@ private:
     const KeyPtr m_public;
 };
 
-// Whether the token's type of key is that of the certificate's key.
-bool AreOfOneType(const TokenKey& key, const EVP_PKEY* pPublic) {
-    switch (key.type) {
-        case CKK_RSA:
-            return EVP_PKEY_is_a(pPublic, "RSA") == 1 || EVP_PKEY_is_a(pPublic, "RSA-PSS") == 1;
-        case CKK_EC:
-            return EVP_PKEY_is_a(pPublic, "EC") == 1;
-        default:
-            return EVP_PKEY_is_a(pPublic, "ED25519") == 1;
-    }
-}
+// A type's name in OpenSSL and in PKCS #11.
+struct KeyTypeName {
+    const char* pszName;
+    CK_KEY_TYPE type;
+};
+constexpr std::array kKeyTypeNames = {KeyTypeName{"RSA", CKK_RSA}, KeyTypeName{"RSA-PSS", CKK_RSA},
+                                      KeyTypeName{"EC", CKK_EC}, KeyTypeName{"ED25519", CKK_EC_EDWARDS}};
 
 }  // namespace
+
+std::optional<CK_KEY_TYPE> TokenKeyType(const X509* pCertificate) {
+    const ErrorMark mark;  // OpenSSL notes a key that it cannot read
+    const EVP_PKEY* const pPublic = pCertificate != nullptr ? X509_get0_pubkey(pCertificate) : nullptr;
+    const auto* const pFound = std::find_if(kKeyTypeNames.begin(), kKeyTypeNames.end(), [&](const KeyTypeName& name) {
+        return pPublic != nullptr && EVP_PKEY_is_a(pPublic, name.pszName) == 1;
+    });
+    return pFound != kKeyTypeNames.end() ? std::optional(pFound->type) : std::nullopt;
+}
 
 SigningKeyPtr MakeTokenPrivateKey(std::shared_ptr<Token> token, TokenKey key, const X509* pCertificate) {
     EVP_PKEY* const pPublic = X509_get0_pubkey(pCertificate);
@@ -156,7 +161,7 @@ SigningKeyPtr MakeTokenPrivateKey(std::shared_ptr<Token> token, TokenKey key, co
         // Its mechanism has parameters that modules do not agree on.
         throw Failure(VCTK_E_SIGN_FAILED, "the toolkit does not sign with Ed448 keys on tokens");
     }
-    if (pPublic == nullptr || !AreOfOneType(key, pPublic)) {
+    if (pPublic == nullptr || TokenKeyType(pCertificate) != key.type) {
         return nullptr;
     }
     EVP_PKEY_up_ref(pPublic);

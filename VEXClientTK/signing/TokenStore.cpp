@@ -85,23 +85,44 @@ bool DescribesObject(const TokenUri& uri, const TokenCertificate& certificate, c
                                              (bKey && Matches(uri, "object", key.strLabel)));
 }
 
-using KeysById = std::unordered_map<std::string_view, const TokenKey*>;
-
-// The first key of each identifier. A key without an identifier belongs to no certificate.
-KeysById ById(const std::vector<TokenKey>& keys) {
-    KeysById byId;
-    for (const TokenKey& key : keys) {
-        if (!key.strId.empty()) {
-            byId.emplace(key.strId, &key);
+// The keys of each identifier, the first of each type. A key without an identifier belongs to no certificate.
+class KeysById {
+public:
+    explicit KeysById(const std::vector<TokenKey>& keys) {
+        for (const TokenKey& key : keys) {
+            if (!key.strId.empty()) {
+                OfType& ofId = m_keys[key.strId];
+                if (Find(ofId, key.type) == nullptr) {
+                    ofId.push_back(&key);
+                }
+            }
         }
     }
-    return byId;
-}
 
-const TokenKey* Find(const KeysById& keys, const std::string& strId) {
-    const auto found = keys.find(strId);
-    return found != keys.end() ? found->second : nullptr;
-}
+    // The key of the certificate's identifier and type; null if there is none.
+    const TokenKey* Fitting(const TokenCertificate& certificate) const {
+        const auto found = m_keys.find(certificate.strId);
+        const auto type = TokenKeyType(certificate.certificate.get());
+        return found != m_keys.end() && type ? Find(found->second, *type) : nullptr;
+    }
+
+    // The first key of the certificate's identifier, of whatever type; null if there is none.
+    const TokenKey* First(const TokenCertificate& certificate) const {
+        const auto found = m_keys.find(certificate.strId);
+        return found != m_keys.end() ? found->second.front() : nullptr;
+    }
+
+private:
+    using OfType = std::vector<const TokenKey*>;
+
+    static const TokenKey* Find(const OfType& keys, CK_KEY_TYPE type) {
+        const auto found =
+            std::find_if(keys.begin(), keys.end(), [=](const TokenKey* pKey) { return pKey->type == type; });
+        return found != keys.end() ? *found : nullptr;
+    }
+
+    std::unordered_map<std::string_view, OfType> m_keys;
+};
 
 // A label as a name; empty if it is none.
 std::string NameFrom(const std::string& strLabel) {
@@ -117,12 +138,16 @@ TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin) {
     token->LogIn(pPin);
 
     TokenContent content = token->Read();
-    const KeysById keys = ById(content.keys);
-    const KeysById notForSigning = ById(content.notForSigning);
+    const KeysById keys(content.keys);
+    const KeysById notForSigning(content.notForSigning);
     TokenIdentities identities{token->Name().strLabel, {}, {}};
     for (TokenCertificate& certificate : content.certificates) {
-        const TokenKey* const pKey = Find(keys, certificate.strId);
-        const TokenKey* const pOther = pKey == nullptr ? Find(notForSigning, certificate.strId) : nullptr;
+        const TokenKey* pKey = keys.Fitting(certificate);
+        const TokenKey* pOther = pKey == nullptr ? notForSigning.Fitting(certificate) : nullptr;
+        if (pKey == nullptr && pOther == nullptr) {
+            pKey = keys.First(certificate);
+            pOther = pKey == nullptr ? notForSigning.First(certificate) : nullptr;
+        }
         const TokenKey none{certificate.strId, CKK_RSA, {}};
         if (!DescribesObject(uri, certificate, pKey != nullptr ? *pKey : pOther != nullptr ? *pOther : none)) {
             identities.others.push_back(MakeIdentity(std::move(certificate.certificate), nullptr));

@@ -16,8 +16,8 @@ struct TokenIdentities {
 };
 
 // The certificates on the token that the URI describes, each once. One that matches has its private key if the token
-// has a key of the same CKA_ID that may sign. pPin may be null. Throws one of the store, PIN and token
-// numbers of VCTKError.h.
+// has a key of the same CKA_ID and of its type that may sign. pPin may be null. Throws one of the store,
+// PIN and token numbers of VCTKError.h.
 TokenIdentities OpenTokenStore(const TokenUri& uri, const SecretText* pPin);
 
 }  // namespace vextk

@@ -74,9 +74,9 @@ public:
 
     // Stores NAME.key of the directory on the token.
     void StoreKey(const std::string& strToken, const std::string& strPin, const std::string& strName,
-                  const std::string& strId) const {
+                  const std::string& strId, const std::string& strExtra = "") const {
         RequireCommand(In() + "softhsm2-util --import " + strName + ".key --token '" + strToken + "' --label " +
-                       strName + " --id " + strId + " --pin " + strPin);
+                       strName + " --id " + strId + " --pin " + strPin + " " + strExtra);
     }
 
     // Initialises the module, like other code in the process that uses it. 0: success.

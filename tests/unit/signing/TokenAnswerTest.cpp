@@ -24,18 +24,21 @@ constexpr const char* kPin = "4711";
 
 class TokenAnswerTest : public testing::Test {
 protected:
-    // A token with an EC key and an RSA key, each with its certificate.
+    // "Card": an EC key and an RSA key, each with its certificate. "Shared": the same under one identifier.
     static void SetUpTestSuite() {
         if (s_tokens) {
             return;
         }
         s_tokens = std::make_unique<TestTokens>();
         s_tokens->MakeToken("Card", kPin);
+        s_tokens->MakeToken("Shared", kPin);
         for (const auto& [pszName, pszKey, pszId] :
              {std::tuple{"ec", "ec -pkeyopt ec_paramgen_curve:P-256", "01"}, {"rsa", "rsa:2048", "02"}}) {
             MakeIdentity(s_tokens->Directory(), {pszName, pszKey});
             s_tokens->StoreKey("Card", kPin, pszName, pszId);
             s_tokens->StoreCertificate("Card", kPin, pszName, pszId);
+            s_tokens->StoreKey("Shared", kPin, pszName, "01", "--force");
+            s_tokens->StoreCertificate("Shared", kPin, pszName, "01");
         }
         const ToolkitClient client(Uri());
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
@@ -46,8 +49,8 @@ protected:
     }
 
     // Of all certificates in the list.
-    static std::string States() {
-        const ToolkitClient client(Uri() + "&list=all");
+    static std::string States(const std::string& strToken = "token=Card") {
+        const ToolkitClient client(Uri(strToken) + "&list=all");
         EXPECT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
         std::string strStates;
         for (const auto& record : client.Records()) {
@@ -298,6 +301,30 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(TokenAnswerTest, ACertificateWithoutBytesIsDamaged) {
     const AnyModuleAnswer answer = Saying({{CKO_CERTIFICATE, CKA_VALUE, {CKR_ATTRIBUTE_SENSITIVE, {}, {}}}});
     ExpectOpenError({{}, VCTK_E_STORE_NO_PRIVATE_KEY, {}, {}}, Uri(), "Card: 2 passed over: 2 damaged");
+}
+
+TEST_F(TokenAnswerTest, KeysOfTwoTypesMayShareAnIdentifier) {
+    EXPECT_EQ(States("token=Shared"), kBothSign);
+    for (const char* pszName : {"ec", "rsa"}) {
+        const ToolkitClient client(Uri("token=Shared;object=" + std::string(pszName)));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        EXPECT_TRUE(client.SignP1("text")) << client.Message();
+    }
+}
+
+// What is said of a certificate is said of the key of its type.
+TEST_F(TokenAnswerTest, AKeyThatMayNotSignSharesItsIdentifierWithOneThatMay) {
+    const GetAttribute answer(
+        [](CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* pAttributes, CK_ULONG cAttributes) {
+            CK_KEY_TYPE nType = 0;
+            CK_ATTRIBUTE typeOf{CKA_KEY_TYPE, &nType, sizeof nType};
+            const bool bRsaSigns = cAttributes == 1 && pAttributes->type == CKA_SIGN &&
+                                   GetAttribute::Real(hSession, hObject, &typeOf, 1) == CKR_OK && nType == CKK_RSA;
+            return bRsaSigns ? Tell({CKR_OK, BytesOf<CK_BBOOL>(CK_FALSE), {}}, *pAttributes)
+                             : GetAttribute::Real(hSession, hObject, pAttributes, cAttributes);
+        });
+    EXPECT_EQ(States("token=Shared;object=ec"), "signs ");
+    EXPECT_EQ(States("token=Shared;object=rsa"), "key-cannot-sign ");
 }
 
 struct Labels : Row {
