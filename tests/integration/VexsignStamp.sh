@@ -181,6 +181,13 @@ stamps sig 1
 expect 0 "$vexsign" stamp sig "${tsa[@]}" -o sig
 stamps sig 2
 expect 0 "$vexsign" verify sig letter.txt --ca root.crt --tsa-ca good/tsa-ca.pem
+# The content of a signature may be PEM. It is not what is stamped.
+{ echo; cat plain.pem; } >quoted
+expect 0 openssl cms -sign -binary -nodetach -signer ec.crt -inkey ec.key -in quoted -outform DER -out quoting
+expect 0 "$vexsign" stamp quoting "${tsa[@]}" -o sig
+openssl asn1parse -inform DER -in sig >/dev/null || fail "a signature in DER is stamped as that in its content"
+stamps sig 1
+expect 0 "$vexsign" verify sig quoted --ca root.crt --tsa-ca good/tsa-ca.pem
 "$vexsign" stamp - "${tsa[@]}" <plain.base64 >sig 2>err || fail "standard streams: $(cat err)"
 stamps sig 1
 

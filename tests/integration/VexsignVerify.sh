@@ -15,6 +15,7 @@ issue ec middle CA:FALSE digitalSignature
 issue rsa middle CA:FALSE digitalSignature -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 issue ed middle CA:FALSE digitalSignature -algorithm ED25519
 issue stranger stranger CA:TRUE keyCertSign
+issue mallory stranger CA:FALSE digitalSignature
 cat middle.crt >>ec.pem
 cat middle.crt >>rsa.pem
 printf 'I owe you 100 euros.\n' >letter.txt
@@ -128,6 +129,17 @@ for form in PEM DER; do
     openssl pkcs7 -print_certs -in bundle.p7b -inform $form -out printed.pem
     expect 0 "$vexsign" verify sig.pem letter.txt --ca printed.pem
 done
+
+# The content of a signature may be PEM. It is not the signature.
+{ echo; openssl cms -cmsout -inform DER -in streamed -outform PEM; } >quoted
+openssl cms -sign -binary -nodetach -signer mallory.crt -inkey mallory.key -in quoted -outform DER -out quoting
+expect 1 "$vexsign" verify quoting --ca root.crt
+expect 1 "$vexsign" verify quoting letter.txt --no-chain
+expect 0 "$vexsign" verify quoting --ca stranger.crt
+grep -qx '  signed by:      CN=mallory' out || fail "who signed the quotation: $(cat out)"
+openssl x509 -in root.crt -text -out described
+sign_cms -nodetach -in described -outform DER -out describing
+expect 0 "$vexsign" verify describing described --ca root.crt
 
 echo "== certificates for something else"
 issue cipher middle CA:FALSE keyEncipherment

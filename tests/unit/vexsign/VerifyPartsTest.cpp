@@ -13,6 +13,7 @@
 namespace vexsign::verify {
 namespace {
 
+using namespace std::string_literals;
 using namespace std::string_view_literals;
 
 TEST(VerifyBer, TakesElements) {
@@ -110,6 +111,42 @@ TEST(VerifyEncoding, KnowsTheForm) {
     }
 }
 
+// What was signed decided how the file is read: an old signature in the content stood for the signature.
+TEST(VerifyEncoding, IsNotThatOfTheContent) {
+    const std::string strBase64 = EncodeBase64(MakeSignedData({}, {}, nullptr));
+    const std::string strPem = "-----BEGIN CMS-----\n" + strBase64 + "\n-----END CMS-----\n";
+    const std::string strCertificate = ReadWholeFile(World::Get().File("ec.crt"));
+    for (const std::string& strContent :
+         {"\n" + strPem, "\n" + strPem + strPem, "Certificate:\n" + strCertificate, "\n-----BEGIN CMS-----\n"s}) {
+        const std::string strDer = MakeSignedData({}, {}, &strContent);
+        std::string_view rest = strDer;
+        const std::string strBer = "\x30\x80" + std::string(TakeElement(rest)->body) + "\0\0"s;
+        for (const std::string& strFile : {strDer, strBer, strDer.substr(0, strDer.size() - 1), strDer + "x"}) {
+            const std::optional<SignatureFile> file = ParseSignatureFile(strFile);
+            ASSERT_TRUE(file) << strContent;
+            EXPECT_EQ(file->strBytes, strFile);
+            EXPECT_EQ(file->form, FileForm::kBytes);
+        }
+    }
+    // Text may begin like a sequence.
+    EXPECT_EQ(DecodeSignature("0 letters\n" + strPem), MakeSignedData({}, {}, nullptr));
+    EXPECT_EQ(DecodeSignature("0\n" + strPem), MakeSignedData({}, {}, nullptr));
+}
+
+// The certificate with the serial number 1 and an issuer of this name.
+std::string IssuedBy(const std::string& strName, std::string_view der) {
+    std::string_view certificate = TakeElement(der)->body;
+    std::string_view fields = TakeElement(certificate)->body;
+    const std::string strVersion(TakeElement(fields)->whole);
+    TakeElement(fields);
+    const std::string strAlgorithm(TakeElement(fields)->whole);
+    TakeElement(fields);
+    const std::string strValue = ObjectIdentifier("2.5.4.3") + Tlv(V_ASN1_UTF8STRING, strName);
+    const std::string strIssuer = Tlv(0x30, Tlv(0x31, Tlv(0x30, strValue)));
+    const std::string strFields = strVersion + Tlv(V_ASN1_INTEGER, "\x01") + strAlgorithm + strIssuer;
+    return Tlv(0x30, Tlv(0x30, strFields + std::string(fields)) + std::string(certificate));
+}
+
 TEST(VerifyEncoding, ReadsCertificates) {
     const World& world = World::Get();
     const std::string strPem = ReadWholeFile(world.File("ec.crt"));
@@ -124,6 +161,8 @@ TEST(VerifyEncoding, ReadsCertificates) {
                                       ReadWholeFile(world.File("root.key")), strPem + strPem.substr(0, 100)}) {
         EXPECT_THROW(count(strBad), std::runtime_error) << strBad.size();
     }
+    EXPECT_EQ(count("0 letters\n" + strPem), 1);
+    EXPECT_EQ(count(IssuedBy("\n" + strPem + strPem, strDer)), 1);
     const auto fault = [](const std::string& strFile) -> std::string {
         try {
             ReadCertificates(strFile, "name");

@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "Ber.h"
 #include "vexsign/Base64.h"
 
 namespace vexsign::verify {
@@ -67,11 +68,24 @@ std::string_view WithoutMark(std::string_view text) {
     return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
 }
 
+// Whether one sequence fills the file, or a P7 begins in it. Text with PEM is longer than the 127 bytes that its second
+// character could mean as the sequence's length.
+bool IsBinary(std::string_view file) {
+    constexpr char kSequence = 0x30;
+    if (!file.starts_with(kSequence)) {
+        return false;
+    }
+    std::string_view rest = file;
+    const bool bWhole = TakeElement(rest) && rest.empty();
+    ERR_clear_error();
+    return bWhole || KindOf(file) == Kind::kP7;
+}
+
 bool IsPem(std::string_view file) {
-    // PEM may have text before it; DER may hold the mark by chance only in its middle.
+    // PEM may have text before it. The content of a signature may be PEM, and must not stand for the signature.
     const std::size_t nBegin = file.find(kPemBegin);
     return nBegin != std::string_view::npos && (nBegin == 0 || file[nBegin - 1] == '\n') &&
-           file.substr(0, nBegin).find('\0') == std::string_view::npos;
+           file.substr(0, nBegin).find('\0') == std::string_view::npos && !IsBinary(file);
 }
 
 CertificatesPtr ReadPemCertificates(std::string_view text) {
