@@ -77,6 +77,30 @@ status=0
 "$vexlog" $log >/dev/full 2>err || status=$?
 [ "$status" -eq 1 ] || fail "exit status $status for a full disk"
 
+echo "== names of files that CLI11 takes for something else"
+mkdir odd
+(
+    cd odd || exit
+    for name in '[a,b]' '{}' ++; do
+        { printf '\xff\xfe'; entry 100001 first; entry 100002 "in $name"; } >"$name"
+    done
+    for name in '[a,b]' '{}' ++; do
+        for before in "" --; do
+            # shellcheck disable=SC2086
+            expect 0 "$vexlog" $before "$name"
+            grep -qF "in $name" out || fail "not of $name: $(cat out)"
+            [ "$(wc -l <out)" -eq 2 ] || fail "not $name alone: $(cat out)"
+            # shellcheck disable=SC2086
+            expect 0 "$vexlog" stats --json $before "$name"
+            grep -q '"records":2,' out || fail "no stats of $name: $(cat out)"
+        done
+        expect 0 "$vexlog" report page.html --input "$name"
+        expect 0 "$vexlog" --grep "$name" '[a,b]' '{}' ++
+        [ "$(sed 's/.* in /in /' out)" = "in $name" ] || fail "--grep $name: $(cat out)"
+    done
+    expect 1 "$vexlog" report ++ --input ++
+)
+
 echo "== all records, by any way"
 records=$(grep -ac '^\[INFO\] \[P' $log)
 expect 0 "$vexlog" $log

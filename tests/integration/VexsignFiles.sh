@@ -46,6 +46,21 @@ for name in "${names[@]}"; do
     verified "signed/$name.p7s" "in/$name" -content "in/$name"
 done
 in_signed "${names[@]/%/.p7s}"
+# CLI11 ends a command at "++".
+printf 'content of !z' >'in/!z'
+printf 'content of ++' >in/++
+(
+    cd in || exit
+    expect 0 "$vexsign" p7 ../ec.pem --out der --output-dir ../signed '!z' ++
+    expect 1 "$vexsign" p7 ../ec.pem -o ++ ++
+    says 'would be the input; choose another output'
+)
+rm in/out in/err
+for name in '!z' ++; do
+    verified "signed/$name.p7s" "in/$name" -content "in/$name"
+done
+in_signed '!z.p7s' ++.p7s
+rm 'in/!z' in/++
 mv in/list in/sub/other
 expect 0 "$vexsign" p7 ./rsa.pem in/letter.txt --attached --output-dir signed/ in/sub/other --digest SHA-384 \
     --cert-out signer.pem

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Exit.h"
@@ -50,14 +52,20 @@ inline CLI::Option* AddFiles(CLI::App& app, const std::string& strName, std::vec
         ->type_name("");
 }
 
-// The command line for a program with AddFiles: CLI11 reads "[a,b]" as a list there. As a file's name, "./[a,b]" means
-// the same, and nothing else that begins and ends so is right.
-inline std::vector<std::string> WithoutLists(int argc, char** argv) {
-    std::vector<std::string> arguments(argv, argv + argc);
+// The arguments of a program with AddFiles, for Parse. To CLI11, "[a,b]" is a list there, and "++" ends the command. As
+// file names, "./[a,b]" and "./++" mean the same, and no other argument that looks so is right. textOptions: their
+// values may be any text, which stays as it is.
+inline std::vector<std::string> WithoutLists(int argc, char** argv, const std::vector<std::string>& textOptions = {}) {
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    bool bText = false;
+    bool bOptions = true;
     for (std::string& strArgument : arguments) {
-        if (strArgument.starts_with('[') && strArgument.ends_with(']')) {
+        const bool bList = strArgument.starts_with('[') && strArgument.ends_with(']');
+        if (!bText && (bList || strArgument == "++")) {
             strArgument.insert(0, "./");
         }
+        bOptions = bOptions && (bText || strArgument != "--");
+        bText = bOptions && !bText && std::count(textOptions.begin(), textOptions.end(), strArgument) > 0;
     }
     return arguments;
 }
@@ -89,12 +97,13 @@ inline std::string CommandError(const CLI::App& app) {
     return strError + "\nRun with --help for more information.\n";
 }
 
-// Parses the command line, then calls check, which may throw CLI's errors too. False: the program has to exit with
-// nExit, and the help, the version or an error message has been printed.
+// Parses the arguments, without the program's name, then calls check, which may throw CLI's errors too. False: the
+// program has to exit with nExit, and the help, the version or an error message has been printed.
 template <typename Check>
-bool Parse(CLI::App& app, int argc, char** argv, Check check, int& nExit) {
+bool Parse(CLI::App& app, std::vector<std::string> arguments, Check check, int& nExit) {
     try {
-        app.parse(argc, argv);
+        std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them from the end
+        app.parse(std::move(arguments));
         check();
         return true;
     } catch (const CLI::Success& success) {

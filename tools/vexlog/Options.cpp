@@ -110,10 +110,9 @@ CLI::Validator NotEmpty(const char* pszAdvice) {
 }
 
 CLI::Option* AddInputs(CLI::App& app, const std::string& strName, std::vector<std::string>& inputs) {
-    return app
-        .add_option(strName, inputs,
-                    "The log, also as gzip leaves it; \"-\" is standard input; several are read in the order of time")
-        ->check(NotEmpty("the name is empty; give a file name"))
+    return tools::AddFiles(
+               app, strName, inputs,
+               "The log, also as gzip leaves it; \"-\" is standard input; several are read in the order of time")
         ->default_str(kDefaultInput);
 }
 
@@ -131,7 +130,7 @@ void AddSelection(CLI::App& app, Texts& texts) {
 }
 
 void AddPrintOptions(CLI::App& app, Options& options, Texts& texts) {
-    AddInputs(app, "FILE", texts.inputs)->type_name("");
+    AddInputs(app, "FILE", texts.inputs);
     AddSelection(app, texts);
     app.add_option("--grep", options.filter.strText, "Only messages that contain this text (no pattern)")
         ->type_name("TEXT");
@@ -208,7 +207,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
 
     CLI::App* const pStats = app.add_subcommand("stats", "Calls, failures and durations by function");
     pStats->footer(kStatsExamples);
-    AddInputs(*pStats, "FILE", commandInputs)->type_name("");
+    AddInputs(*pStats, "FILE", commandInputs);
     AddSelection(*pStats, texts);
     pStats->add_flag("--json", options.bJson, "One JSON object");
 
@@ -234,7 +233,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
             CheckFollow(options);
         }
     };
-    if (!tools::Parse(app, argc, argv, check, nExit)) {
+    if (!tools::Parse(app, tools::WithoutLists(argc, argv, {"--grep"}), check, nExit)) {
         return std::nullopt;
     }
     return options;

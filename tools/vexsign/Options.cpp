@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
 #include <string_view>
 
 #include "DigestName.h"
@@ -267,11 +266,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         options.bCertificate = !bNoCertificate;
         Check(texts, options);
     };
-    std::vector<std::string> arguments = tools::WithoutLists(argc, argv);
-    std::vector<char*> pointers;
-    std::transform(arguments.begin(), arguments.end(), std::back_inserter(pointers),
-                   [](std::string& strArgument) { return strArgument.data(); });
-    if (!tools::Parse(app, argc, pointers.data(), check, nExit)) {
+    if (!tools::Parse(app, tools::WithoutLists(argc, argv), check, nExit)) {
         return std::nullopt;
     }
     return options;
