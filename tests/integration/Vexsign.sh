@@ -257,6 +257,20 @@ expect 2 "$vexsign" p7 ./alone.pem --chain-source middle.crt text.txt
 expect 2 "$vexsign" p7 ./whole.pem --chain --no-cert text.txt
 expect 2 "$vexsign" p1 ./whole.pem --chain text.txt
 
+echo "== a directory above a symbolic link is the one that the system finds"
+mkdir -p elsewhere/inner
+ln -s elsewhere/inner link
+cp ec.p12 elsewhere/keys.p12
+cp rsa.p12 keys.p12
+cp pin elsewhere/pin-behind
+echo wrong >pin-behind
+expect 0 "$vexsign" p1 ./link/../keys.p12 --pin-source link/../pin-behind --out der -o sig --cert-out signer.pem text.txt
+cmp <(openssl x509 -in signer.pem) <(openssl x509 -in ec.pem) || fail "another key signed"
+for output in elsewhere/keys.p12 elsewhere/pin-behind; do
+    expect 1 "$vexsign" p1 ./link/../keys.p12 --pin-source link/../pin-behind -o $output text.txt
+    says 'choose another output'
+done
+
 echo "== outputs that would destroy something"
 # However an output's name is spelled or linked, no file changes and no file is created.
 ln -s ../text.txt 'a folder 50% #1/soft.txt'

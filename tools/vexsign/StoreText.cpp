@@ -29,8 +29,13 @@ void AppendEncoded(std::string& strText, std::string_view bytes, std::string_vie
 }
 
 std::string FileUri(const std::string& strPath) {
+    // ".." stays: behind a symbolic link it means another directory than the one before it in the text.
+    std::filesystem::path path;
+    for (const std::filesystem::path& part : std::filesystem::absolute(strPath)) {
+        path /= part == "." ? "" : part;
+    }
     std::string strUri = "file:";
-    AppendEncoded(strUri, std::filesystem::absolute(strPath).lexically_normal().string(), "/");
+    AppendEncoded(strUri, path.string(), "/");
     return strUri;
 }
 

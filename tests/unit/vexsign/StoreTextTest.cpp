@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
+#include <utility>
 
 namespace vexsign {
 namespace {
@@ -41,6 +43,31 @@ TEST(StoreText, AsksForTimeStampsInOrder) {
     EXPECT_EQ(WithTimeStamps("file:/a?pin-value=1", all),
               "file:/a?pin-value=1&tsa=http%3A//a%3A1/&tsa=http%3A//b/&tsa-timeout=5&tsa-digest=SHA512"
               "&tsa-policy=1.2.3&tsa-ca=file:/r%20t.pem");
+}
+
+TEST(StoreText, KeepsWhatAPathMeans) {
+    const std::string strHere = "file:" + std::filesystem::current_path().string();
+    const std::pair<std::string, std::string> rows[] = {
+        {"/a", "file:/a"},
+        {"//a//b", "file:/a/b"},
+        {"/a/./b/./", "file:/a/b/"},
+        {"/a/.", "file:/a/"},
+        {"/link/../a", "file:/link/../a"},
+        {"./a", strHere + "/a"},
+        {"./link/../a", strHere + "/link/../a"},
+        {"../a", strHere + "/../a"},
+        {"a", "a"},
+        {"file:/link/../a", "file:/link/../a"},
+    };
+    for (const auto& [strPath, strStore] : rows) {
+        EXPECT_EQ(StoreOf(strPath), strStore);
+    }
+    EXPECT_EQ(WithPinSource("demo:", "link/../a"), "demo:?pin-source=" + strHere + "/link/../a");
+    EXPECT_EQ(WithChain("demo:", "link/../a"), "demo:?chain=store&chain-source=" + strHere + "/link/../a");
+    TimeStamps stamps;
+    stamps.authorities = {"http://a/"};
+    stamps.strTrusted = "link/../a";
+    EXPECT_TRUE(WithTimeStamps("demo:", stamps).ends_with("&tsa-ca=" + strHere + "/link/../a"));
 }
 
 TEST(StoreText, NamesItsFiles) {
