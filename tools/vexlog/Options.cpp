@@ -71,8 +71,9 @@ std::int64_t ProcessOf(const std::string& strText) {
     return nProcess;
 }
 
-CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strText, SystemMicroseconds now) {
-    const UserTime time = ParseUserTime(strText, now);
+CivilMicroseconds TimeOf(const std::string& strOption, const std::string& strText, SystemMicroseconds now,
+                         TimeUse use) {
+    const UserTime time = ParseUserTime(strText, now, use);
     if (!time.time) {
         throw CLI::ValidationError(strOption, "\"" + strText + "\" is not a time" +
                                                   (time.strFault.empty() ? "" : " (" + time.strFault + ")") +
@@ -159,10 +160,10 @@ void CheckTexts(const Texts& texts, Options& options) {
         filter.processes.push_back(ProcessOf(strProcess));
     }
     if (!texts.strSince.empty()) {
-        filter.since = TimeOf("--since", texts.strSince, now);
+        filter.since = TimeOf("--since", texts.strSince, now, TimeUse::kFrom);
     }
     if (!texts.strUntil.empty()) {
-        filter.until = TimeOf("--until", texts.strUntil, now);
+        filter.until = TimeOf("--until", texts.strUntil, now, TimeUse::kUpTo);
     }
     if (filter.since && filter.until && *filter.since > *filter.until) {
         throw CLI::ValidationError("--since", "this time is later than that of --until, so no record can match");

@@ -20,9 +20,24 @@ UserTime Fault(std::string_view fault) {
     return {std::nullopt, std::string(fault)};
 }
 
-UserTime OfSystem(SystemMicroseconds time) {
-    const std::optional<CivilMicroseconds> civil = CivilOfSystem(time);
-    return civil ? UserTime{civil, ""} : Fault(kTooFar);
+// The local time from which on, or up to which, a log has every record of the moments from this one on, or up to it.
+// Where a clock is set back, later records have earlier times, and those must not be left out.
+UserTime OfSystem(SystemMicroseconds time, TimeUse use) {
+    constexpr SystemMicroseconds kMinute = 60 * kMicrosecondsPerSecond;
+    constexpr int kMinutes = 180;  // clocks are set back by two hours at most, at the beginning of a minute
+    std::optional<CivilMicroseconds> civil = CivilOfSystem(time);
+    if (!civil) {
+        return Fault(kTooFar);
+    }
+    const SystemMicroseconds nBegin = time - (time % kMinute + kMinute) % kMinute;
+    for (int nMinute = 0; nMinute < kMinutes; ++nMinute) {
+        if (use == TimeUse::kFrom) {
+            civil = std::min(*civil, CivilOfSystem(nBegin + (nMinute + 1) * kMinute).value_or(*civil));
+        } else {
+            civil = std::max(*civil, CivilOfSystem(nBegin - nMinute * kMinute - 1).value_or(*civil));
+        }
+    }
+    return {civil, ""};
 }
 
 char Lower(char ch) {
@@ -176,7 +191,7 @@ std::string WhyNoSuchTime(const CivilFields& fields) {
 }
 
 // A date, a time of day, both, or a day's word; with a weekday before it and a zone behind it.
-UserTime ParsePoint(std::string_view text, SystemMicroseconds now) {
+UserTime ParsePoint(std::string_view text, SystemMicroseconds now, TimeUse use) {
     const std::size_t nZone = text.find_last_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") + 1;
     const std::optional<bool> bUtc = IsUtc(text.substr(nZone));
     if (!bUtc) {
@@ -223,7 +238,7 @@ UserTime ParsePoint(std::string_view text, SystemMicroseconds now) {
     if (weekday && *weekday != Weekday(*time)) {
         return Fault("this day is a " + std::string(kWeekdays[static_cast<std::size_t>(Weekday(*time))]));
     }
-    return *bUtc ? OfSystem(*time) : UserTime{time, ""};
+    return *bUtc ? OfSystem(*time, use) : UserTime{time, ""};
 }
 
 // ---- Spans ----
@@ -302,7 +317,7 @@ std::optional<std::int64_t> ParseSpan(std::string_view text, bool bUnitMayMiss) 
     return std::llround(dTotal * 1e6);
 }
 
-UserTime ParseRelative(std::string_view text, SystemMicroseconds now) {
+UserTime ParseRelative(std::string_view text, SystemMicroseconds now, TimeUse use) {
     constexpr std::string_view kAgo = " ago";
     std::optional<std::int64_t> span;
     int nSign = -1;
@@ -314,23 +329,23 @@ UserTime ParseRelative(std::string_view text, SystemMicroseconds now) {
     } else {
         span = ParseSpan(text, false);
     }
-    return span ? OfSystem(now + nSign * *span) : Fault(kNoTime);
+    return span ? OfSystem(now + nSign * *span, use) : Fault(kNoTime);
 }
 
 }  // namespace
 
-UserTime ParseUserTime(std::string_view text, SystemMicroseconds now) {
+UserTime ParseUserTime(std::string_view text, SystemMicroseconds now, TimeUse use) {
     if (text == "now") {
-        return OfSystem(now);
+        return OfSystem(now, use);
     }
     if (text.starts_with('@')) {
         const std::optional<std::int64_t> span = text.find_first_not_of("0123456789.", 1) == std::string_view::npos
                                                      ? ParseSpan(text.substr(1), true)
                                                      : std::nullopt;
-        return span ? OfSystem(*span) : Fault(kNoTime);
+        return span ? OfSystem(*span, use) : Fault(kNoTime);
     }
-    const UserTime relative = ParseRelative(text, now);
-    return relative.time ? relative : ParsePoint(text, now);
+    const UserTime relative = ParseRelative(text, now, use);
+    return relative.time ? relative : ParsePoint(text, now, use);
 }
 
 }  // namespace vexlog

@@ -25,7 +25,11 @@ struct UserTime {
     std::string strFault;
 };
 
-// now: for texts relative to it.
-UserTime ParseUserTime(std::string_view text, SystemMicroseconds now);
+// Whether records are wanted from the time on, or up to it.
+enum class TimeUse { kFrom, kUpTo };
+
+// now: for texts relative to it. use: in the hour that a clock is set back by, one local time means two moments. If the
+// text means one moment, the result then is the beginning or the end of that hour, so that no record is left out.
+UserTime ParseUserTime(std::string_view text, SystemMicroseconds now, TimeUse use = TimeUse::kFrom);
 
 }  // namespace vexlog

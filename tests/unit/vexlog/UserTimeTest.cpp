@@ -145,6 +145,42 @@ TEST(UserTimeZoneTest, AnHourAgoIsAnHourAgoAlsoWhenTheClockWasSet) {
     EXPECT_EQ(vexlog::ParseUserTime("1h", halfPastThree).time, At(2024, 3, 31, 1, 30));
 }
 
+// At 01:00 UTC the clock is set back from 03:00 to 02:00, so a local time from 02:00 on means two moments. Records of
+// the later ones were left out.
+TEST(UserTimeZoneTest, NoRecordIsLeftOutWhenTheClockIsSetBack) {
+    using enum vexlog::TimeUse;
+    const Zone zone;
+    const auto oct = [](int nHour, int nMinute) { return At(2024, 10, 27, nHour, nMinute); };
+    constexpr SystemMicroseconds kMinute = 60 * kSecond;
+    constexpr SystemMicroseconds kSetBack = 1'729'990'800 * kSecond;
+    const struct {
+        int nMinutes;  // from the change to the moment
+        vexlog::TimeUse use;
+        CivilMicroseconds expected;
+    } rows[] = {
+        {-61, kFrom, oct(1, 59)},   {-60, kFrom, oct(2, 0)},    {-59, kFrom, oct(2, 0)},   {-15, kFrom, oct(2, 0)},
+        {-1, kFrom, oct(2, 0)},     {0, kFrom, oct(2, 0)},      {1, kFrom, oct(2, 1)},     {90, kFrom, oct(3, 30)},
+        {-61, kUpTo, oct(1, 59)},   {-15, kUpTo, oct(2, 45)},   {0, kUpTo, oct(3, 0) - 1}, {1, kUpTo, oct(3, 0) - 1},
+        {15, kUpTo, oct(3, 0) - 1}, {59, kUpTo, oct(3, 0) - 1}, {60, kUpTo, oct(3, 0)},    {61, kUpTo, oct(3, 1)},
+    };
+    for (const auto& row : rows) {
+        const SystemMicroseconds moment = kSetBack + row.nMinutes * kMinute;
+        const std::string strSeconds = std::to_string(moment / kSecond);
+        const std::string strUtc = vexlog::FormatCivil(moment, ' ') + " UTC";
+        // At that moment, two hours after the change, and in the next summer.
+        for (const SystemMicroseconds now : {moment, kSetBack + 120 * kMinute, kSetBack + 300'000 * kMinute}) {
+            const std::string strSpan = std::to_string((now - moment) / kSecond) + "s";
+            for (const std::string& strText : {"@" + strSeconds, strUtc, strSpan, strSpan + " ago", "-" + strSpan}) {
+                EXPECT_EQ(vexlog::ParseUserTime(strText, now, row.use).time, row.expected)
+                    << row.nMinutes << " " << strText;
+            }
+        }
+        EXPECT_EQ(vexlog::ParseUserTime("now", moment, row.use).time, row.expected) << row.nMinutes;
+        // A local time is taken as the log has it.
+        EXPECT_EQ(vexlog::ParseUserTime("2024-10-27 02:30", moment, row.use).time, oct(2, 30));
+    }
+}
+
 // What systemd-analyze makes of a text, in seconds since 1970. Nothing: it refuses the text.
 std::optional<double> SystemdTime(const std::string& strText) {
     const CommandResult result =
