@@ -1,7 +1,9 @@
 // Combines records into calls: a record of a beginning and the record of its end.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -60,12 +62,7 @@ private:
     struct Thread {
         std::int64_t nProcess;
         std::int32_t nThread;
-        bool operator==(const Thread&) const = default;
-    };
-    struct ThreadHash {
-        std::size_t operator()(const Thread& thread) const {
-            return std::hash<std::int64_t>()(thread.nProcess * 0x9E3779B1 + thread.nThread);
-        }
+        auto operator<=>(const Thread&) const = default;
     };
     struct NameHash {
         using is_transparent = void;
@@ -75,7 +72,8 @@ private:
         std::uint32_t nFunction;
         CivilMicroseconds nBegin;
     };
-    using OpenCalls = std::unordered_map<Thread, Open, ThreadHash>;
+    // A map in order: whoever writes the log chooses the numbers, and could make those of a hash table collide.
+    using OpenCalls = std::map<Thread, Open>;
 
     std::uint32_t FunctionNumber(std::string_view function);
     void Close(const OpenCalls::value_type& open, Outcome outcome);

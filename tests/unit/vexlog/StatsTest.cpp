@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
+#include <ctime>
 #include <random>
 
 #include "Collected.h"
@@ -134,6 +136,48 @@ TEST(CallsBoundTest, OpenCallsAndFunctionsHaveAGreatestNumber) {
     EXPECT_EQ(matcher.Functions().back(), "(others)");
     matcher.Finish();
     EXPECT_EQ(calls.lines.size(), vexlog::CallMatcher::kMostOpen + kOver);
+}
+
+// Matches calls that never end, one in each process. Returns the processor time in seconds.
+double SecondsFor(const std::vector<std::int64_t>& processes) {
+    DescribedCalls calls;
+    vexlog::CallMatcher matcher(calls);
+    vexlog::Record record;
+    record.kind = vexlog::Kind::kRecord;
+    record.time = 0;
+    record.function = "f";
+    record.message = "f Enter.";
+    const std::clock_t nBegin = std::clock();
+    for (const std::int64_t nProcess : processes) {
+        record.nProcess = nProcess;
+        matcher.OnRecord(record);
+    }
+    matcher.Finish();
+    EXPECT_EQ(calls.lines.size(), processes.size());
+    return static_cast<double>(std::clock() - nBegin) / CLOCKS_PER_SEC;
+}
+
+// Process numbers chosen for it once took quadratic time: they shared one bucket of a hash table, because they are
+// multiples of its sizes, divided by the factor of its hash.
+TEST(CallsBoundTest, NoProcessNumbersTakeLonger) {
+    constexpr std::uint64_t kSizes = std::uint64_t{20'753} * 42'043 * 85'229;  // of libstdc++
+    constexpr std::uint64_t kFactor = 0x9E3779B1;
+    std::uint64_t uInverse = kFactor;
+    for (int nStep = 0; nStep < 6; ++nStep) {
+        uInverse *= 2 - kFactor * uInverse;
+    }
+    ASSERT_EQ(uInverse * kFactor, 1U);
+    std::vector<std::int64_t> plain;
+    std::vector<std::int64_t> chosen;
+    for (std::uint64_t uNumber = 1; chosen.size() < 40'000; ++uNumber) {
+        const auto nProcess = static_cast<std::int64_t>(uNumber * kSizes * uInverse);
+        if (nProcess >= 0) {
+            plain.push_back(static_cast<std::int64_t>(uNumber));
+            chosen.push_back(nProcess);
+        }
+    }
+    const double dPlain = SecondsFor(plain);
+    EXPECT_LT(SecondsFor(chosen), 10 * dPlain + 0.1);
 }
 
 TEST(ShortFunctionTest, LeavesOutThePrefixOfANativeOnly) {
