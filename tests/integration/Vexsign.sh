@@ -400,6 +400,16 @@ for command in "p1 ./both.pem" "p7 ./both.pem" "p7 ./both.pem --attached --out d
 done
 expect 2 "$vexsign" p7 demo: text.txt -o $'x\n' --verify-hint
 says 'ends in a line end'
+ln -s /dev/stdout linked-stream
+for stream in - /dev/stdin /dev/stdout /dev/stderr /dev/fd/0 /proc/self/fd/1 linked-stream; do
+    for arguments in "-o $stream text.txt" "-o sig -- $stream"; do
+        # shellcheck disable=SC2086
+        expect 2 "$vexsign" p7 demo: --verify-hint $arguments
+        says 'the command needs file names; give FILE and --output'
+    done
+    expect 2 "$vexsign" p1 demo: text.txt -o sig --cert-out $stream --verify-hint
+    says 'the command needs the certificate in a file; name one in --cert-out'
+done
 for option in --output --cert-out --pin-source; do
     expect 2 "$vexsign" p7 demo: text.txt $option ''
     says 'the name is empty'

@@ -90,6 +90,14 @@ std::string FindDirectory(const std::string& strPath, struct stat& status) {
     return rest.lexically_normal().string();
 }
 
+std::optional<int> DescriptorOf(const std::string& strName) {
+    try {
+        return ResolveOutput(strName).descriptor;
+    } catch (const std::system_error&) {
+        return std::nullopt;  // too many links: whoever opens it gets the reason
+    }
+}
+
 }  // namespace
 
 std::string ShownName(const std::string& strName, const char* pszStandardStream) {
@@ -97,11 +105,11 @@ std::string ShownName(const std::string& strName, const char* pszStandardStream)
 }
 
 bool IsStandardInput(const std::string& strName) {
-    try {
-        return strName == kStandardStream || ResolveOutput(strName).descriptor == STDIN_FILENO;
-    } catch (const std::system_error&) {
-        return false;  // too many links: whoever opens it gets the reason
-    }
+    return strName == kStandardStream || DescriptorOf(strName) == STDIN_FILENO;
+}
+
+bool IsStandardStream(const std::string& strName) {
+    return DescriptorOf(strName).value_or(INT_MAX) <= STDERR_FILENO;
 }
 
 OutputName ResolveOutput(const std::string& strPath) {

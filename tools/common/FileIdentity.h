@@ -17,6 +17,9 @@ std::string ShownName(const std::string& strName, const char* pszStandardStream)
 // Whether the name of an input means standard input: "-", /dev/stdin, /dev/fd/0.
 bool IsStandardInput(const std::string& strName);
 
+// Whether the name means standard input, output or error: "-", /dev/stdout, /dev/fd/2.
+bool IsStandardStream(const std::string& strName);
+
 // The name of an output after its symbolic links are resolved.
 struct OutputName {
     std::string strPath;

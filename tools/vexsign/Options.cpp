@@ -188,8 +188,13 @@ void Check(const Texts& texts, Options& options) {
     if (!options.bVerifyHint) {
         return;
     }
-    if (options.Input() == "-" || options.strOutput == "-") {
+    // The command runs later, with other standard streams.
+    if (tools::IsStandardStream(options.Input()) || tools::IsStandardStream(options.strOutput)) {
         throw CLI::ValidationError("--verify-hint", "the command needs file names; give FILE and --output");
+    }
+    if (tools::IsStandardStream(options.strCertificate)) {
+        throw CLI::ValidationError("--verify-hint",
+                                   "the command needs the certificate in a file; name one in --cert-out");
     }
     if (DigestName(options.strDigest).IsPrehashed()) {
         throw CLI::ValidationError("--verify-hint",

@@ -96,6 +96,20 @@ TEST(ResolveOutputTest, KnowsTheNamesOfStandardInput) {
     }
 }
 
+TEST(ResolveOutputTest, KnowsTheNamesOfStandardStreams) {
+    const TempDirectory directory;
+    ASSERT_EQ(symlink("/dev/stderr", directory.Path("link").c_str()), 0);
+    ASSERT_EQ(symlink("endless", directory.Path("endless").c_str()), 0);
+    for (const std::string& strName : {std::string("-"), std::string("/dev/stdin"), std::string("/dev/stdout"),
+                                       std::string("/dev/fd/2"), directory.Path("link")}) {
+        EXPECT_TRUE(tools::IsStandardStream(strName)) << strName;
+    }
+    for (const std::string& strName : {std::string(), std::string("./-"), std::string("/dev/fd/3"),
+                                       std::string("/dev/null"), directory.Path("none"), directory.Path("endless")}) {
+        EXPECT_FALSE(tools::IsStandardStream(strName)) << strName;
+    }
+}
+
 TEST(ResolveOutputTest, AnEndlessChainOfLinksIsAnError) {
     const TempDirectory directory;
     ASSERT_EQ(symlink("b", directory.Path("a").c_str()), 0);
