@@ -50,7 +50,7 @@ constexpr const char* kReportExamples = R"(Examples:
 
 The page is one file that needs no other file and no network. "vexlog --help" lists the forms of TIME.)";
 
-// "-1234567", "T-1234567", or the same number without its sign as the minimal logger writes it.
+// "-1234567", "T-1234567", or the same 32 bits without a sign, "4293732729", as the minimal logger writes them.
 std::int32_t ThreadOf(const std::string& strText) {
     const std::string_view text = std::string_view(strText).substr(strText.starts_with('T') ? 1 : 0);
     std::int64_t nThread = 0;
