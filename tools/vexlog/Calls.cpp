@@ -63,7 +63,8 @@ std::uint32_t CallMatcher::FunctionNumber(std::string_view function) {
 }
 
 void CallMatcher::Close(const OpenCalls::value_type& open, Outcome outcome) {
-    m_sink.OnCall({open.second.nFunction, open.first.nProcess, open.first.nThread, outcome, open.second.nBegin, 0});
+    const auto [nProcess, nThread] = open.first;
+    m_sink.OnCall({open.second.nFunction, nProcess, nThread, outcome, open.second.nBegin, 0});
 }
 
 }  // namespace vexlog

@@ -1,11 +1,11 @@
 // Combines records into calls: a record of a beginning and the record of its end.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Native.h"
@@ -59,11 +59,6 @@ public:
     const std::vector<std::string>& Functions() const { return m_functions; }
 
 private:
-    struct Thread {
-        std::int64_t nProcess;
-        std::int32_t nThread;
-        auto operator<=>(const Thread&) const = default;
-    };
     struct NameHash {
         using is_transparent = void;
         std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
@@ -72,6 +67,7 @@ private:
         std::uint32_t nFunction;
         CivilMicroseconds nBegin;
     };
+    using Thread = std::pair<std::int64_t, std::int32_t>;  // its process, its number
     // A map in order: whoever writes the log chooses the numbers, and could make those of a hash table collide.
     using OpenCalls = std::map<Thread, Open>;
 
