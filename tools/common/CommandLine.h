@@ -52,16 +52,16 @@ inline CLI::Option* AddFiles(CLI::App& app, const std::string& strName, std::vec
         ->type_name("");
 }
 
-// The arguments of a program with AddFiles, for Parse. To CLI11, "[a,b]" is a list there, and "++" ends the command. As
-// file names, "./[a,b]" and "./++" mean the same, and no other argument that looks so is right. textOptions: their
-// values may be any text, which stays as it is.
+// The arguments of a program with AddFiles, for Parse. To CLI11, "[a,b]" is a list there, and "++" ends the command;
+// from 2.4 on it makes "%%" of "{}". As file names, "./[a,b]", "./++" and "./{}" mean the same, and no other argument
+// that looks so is right. textOptions: their values may be any text, which stays as it is.
 inline std::vector<std::string> WithoutLists(int argc, char** argv, const std::vector<std::string>& textOptions = {}) {
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     bool bText = false;
     bool bOptions = true;
     for (std::string& strArgument : arguments) {
         const bool bList = strArgument.starts_with('[') && strArgument.ends_with(']');
-        if (!bText && (bList || strArgument == "++")) {
+        if (!bText && (bList || strArgument == "++" || strArgument == "{}")) {
             strArgument.insert(0, "./");
         }
         bOptions = bOptions && (bText || strArgument != "--");
