@@ -250,8 +250,13 @@ public final class SigningProvider extends AuthProvider {
         }
     }
 
-    // Its stores cannot be written, and without them it would be no provider.
-    private void writeObject(ObjectOutputStream out) throws IOException {
+    /**
+     * Refuses to be serialized: the stores cannot be, and without them it would be no provider.
+     *
+     * @param out not written to
+     * @throws NotSerializableException always
+     */
+    private void writeObject(ObjectOutputStream out) throws NotSerializableException {
         throw new NotSerializableException(getClass().getName());
     }
 
