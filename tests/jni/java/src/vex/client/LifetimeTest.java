@@ -36,6 +36,7 @@ class LifetimeTest {
     private static final int ROUNDS = 200;
     private static final int VIRTUAL_THREADS = 2000;
     private static final int CLIENTS = 300;
+    private static final int CALLS_UNTIL_COMPILED = 2000;
 
     private static boolean isFinalized(long handle) {
         return NATIVES.GetLastError(handle) == VCTKError.INVALID_HANDLE;
@@ -94,6 +95,12 @@ class LifetimeTest {
     /** Compiled code forgets the client as soon as it has read its fields. */
     @Test
     void keepsAForgottenClientWhileItSigns() throws Exception {
+        try (SigningClient client = openEc()) {
+            for (int i = 0; i < CALLS_UNTIL_COMPILED; ++i) {
+                client.signCmsDetached(new ByteArrayInputStream(new byte[1]));
+                client.sign(SigningRequest.cmsDetached(new ByteArrayInputStream(new byte[1])));
+            }
+        }
         for (int i = 0; i < 3; ++i) {
             long other = handleOfAForgottenClient();
             InputStream stream = new FirstCalled("text", () -> Garbage.awaitCollection(() -> isFinalized(other)));
