@@ -38,8 +38,8 @@ std::string TextOf(std::time_t nTime) {
     std::tm fields = {};
     gmtime_r(&nTime, &fields);
     std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", fields.tm_year + 1900, fields.tm_mon + 1,
-                  fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", fields.tm_year + 1900,
+                                    fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec));
     return text.data();
 }
 

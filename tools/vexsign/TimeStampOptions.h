@@ -2,11 +2,7 @@
 #pragma once
 
 #include "TimeStamps.h"
-
-// Most files that include this need no more of it, and the whole of CLI11 takes a compiler seconds.
-namespace CLI {
-class App;
-}  // namespace CLI
+#include "common/CliApp.h"
 
 namespace vexsign {
 

@@ -3,12 +3,8 @@
 
 #include <string>
 
+#include "common/CliApp.h"
 #include "vexsign/TimeStamps.h"
-
-// Most files that include this need no more of it, and the whole of CLI11 takes a compiler seconds.
-namespace CLI {
-class App;
-}  // namespace CLI
 
 namespace vexsign::stamp {
 

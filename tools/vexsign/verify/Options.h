@@ -4,10 +4,7 @@
 #include <string>
 #include <vector>
 
-// Most files that include this need no more of it, and the whole of CLI11 takes a compiler seconds.
-namespace CLI {
-class App;
-}  // namespace CLI
+#include "common/CliApp.h"
 
 namespace vexsign::verify {
 
