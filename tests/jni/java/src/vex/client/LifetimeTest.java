@@ -102,12 +102,15 @@ class LifetimeTest {
             }
         }
         for (int i = 0; i < 3; ++i) {
-            long other = handleOfAForgottenClient();
-            InputStream stream = new FirstCalled("text", () -> Garbage.awaitCollection(() -> isFinalized(other)));
-            assertTrue(openEc().signCmsDetached(stream).length > 0);
-            assertTrue(openEc().sign(SigningRequest.cmsDetached(
-                new FirstCalled("text", () -> Garbage.awaitCollection(() -> isFinalized(other))))).signature().length > 0);
+            assertTrue(openEc().signCmsDetached(collectingStream()).length > 0);
+            assertTrue(openEc().sign(SigningRequest.cmsDetached(collectingStream())).signature().length > 0);
         }
+    }
+
+    /** A stream that is not read before another forgotten client was released. */
+    private static InputStream collectingStream() throws SigningException {
+        long other = handleOfAForgottenClient();
+        return new FirstCalled("text", () -> Garbage.awaitCollection(() -> isFinalized(other)));
     }
 
     /** A stream that does something when it is read for the first time. */
