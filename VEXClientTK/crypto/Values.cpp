@@ -5,6 +5,7 @@
 
 #include "crypto/Errors.h"
 #include "crypto/Owned.h"
+#include "posix/Hexadecimal.h"
 
 namespace vexcrypto {
 
@@ -41,6 +42,19 @@ std::string TextOf(std::time_t nTime) {
     static_cast<void>(std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", fields.tm_year + 1900,
                                     fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec));
     return text.data();
+}
+
+std::optional<std::string> FingerprintText(const X509* pCertificate) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int cbDigest = 0;
+    if (X509_digest(pCertificate, EVP_sha256(), digest.data(), &cbDigest) != 1) {
+        return std::nullopt;
+    }
+    std::string strText;
+    for (unsigned int i = 0; i < cbDigest; ++i) {
+        vexposix::AppendHexByte(strText, digest[i]);
+    }
+    return strText;
 }
 
 namespace {

@@ -22,6 +22,9 @@ std::optional<std::time_t> MomentOf(const ASN1_TIME* pTime);
 // As "2026-11-22T18:00:00Z".
 std::string TextOf(std::time_t nTime);
 
+// SHA-256 of the certificate's DER in upper-case hexadecimal. Nothing: OpenSSL cannot compute it.
+std::optional<std::string> FingerprintText(const X509* pCertificate);
+
 // RFC 4514, UTF-8. Nothing: OpenSSL cannot show it.
 std::optional<std::string> NameText(const X509_NAME* pName);
 

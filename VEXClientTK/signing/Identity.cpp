@@ -7,7 +7,6 @@
 #include <optional>
 #include <utility>
 
-#include "posix/Hexadecimal.h"
 #include "signing/Base64.h"
 #include "signing/Failure.h"
 #include "signing/KeyTypes.h"
@@ -34,19 +33,7 @@ std::string TimeText(std::time_t time) {
     return time == kNever || time == kLongAgo ? "unreadable" : TextOf(time);
 }
 
-std::string FingerprintText(const X509* pCertificate) {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned int cbDigest = 0;
-    RequireOpenSsl(X509_digest(pCertificate, EVP_sha256(), digest.data(), &cbDigest) == 1);
-    std::string strText;
-    for (size_t i = 0; i < cbDigest; ++i) {
-        vexposix::AppendHexByte(strText, digest[i]);
-    }
-    return strText;
-}
-
-std::string RequireNameText(const X509_NAME* pName) {
-    std::optional<std::string> strText = vexcrypto::NameText(pName);
+std::string RequireText(std::optional<std::string> strText) {
     RequireOpenSsl(strText.has_value());
     return std::move(*strText);
 }
@@ -128,9 +115,9 @@ Identity::Identity(X509Ptr certificate, SigningKeyPtr key, Flaw flawWithoutKey, 
       m_nKeyBits(KeyBitsOf(m_certificate.get())),
       m_strKeyAlgorithm(KeyAlgorithmOf(m_certificate.get())),
       m_strSerialHex(HexText(X509_get0_serialNumber(m_certificate.get()))),
-      m_strFingerprintHex(FingerprintText(m_certificate.get())),
-      m_strSubject(RequireNameText(X509_get_subject_name(m_certificate.get()))),
-      m_strIssuer(RequireNameText(X509_get_issuer_name(m_certificate.get()))),
+      m_strFingerprintHex(RequireText(FingerprintText(m_certificate.get()))),
+      m_strSubject(RequireText(vexcrypto::NameText(X509_get_subject_name(m_certificate.get())))),
+      m_strIssuer(RequireText(vexcrypto::NameText(X509_get_issuer_name(m_certificate.get())))),
       m_strName(std::move(strName)) {
     RequireRead(m_certificate.get());
     const bool bTimesRead = m_notBefore != kNever && m_notAfter != kLongAgo;

@@ -2,7 +2,6 @@
 
 #include <openssl/x509v3.h>
 
-#include <array>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -12,7 +11,6 @@
 #include "Time.h"
 #include "crypto/Values.h"
 #include "crypto/VerifyTime.h"
-#include "posix/Hexadecimal.h"
 
 namespace vexsign::verify {
 namespace {
@@ -29,15 +27,10 @@ std::string NameText(const X509_NAME* pName) {
     return "(a name that cannot be read)";
 }
 
-std::string Fingerprint(X509* pCertificate) {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
-    unsigned int cb = 0;
-    RequireMemory(X509_digest(pCertificate, EVP_sha256(), bytes.data(), &cb) == 1);
-    std::string strText;
-    for (unsigned int i = 0; i < cb; ++i) {
-        vexposix::AppendHexByte(strText, bytes[i]);
-    }
-    return strText;
+std::string Fingerprint(const X509* pCertificate) {
+    std::optional<std::string> strText = FingerprintText(pCertificate);
+    RequireMemory(strText.has_value());
+    return std::move(*strText);
 }
 
 void CheckUsage(X509* pCertificate, SignerReport& signer) {
