@@ -12,7 +12,6 @@ namespace {
 constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
 
 using PbeParameters = std::unique_ptr<PBEPARAM, Deleter<PBEPARAM_free>>;
-using Pbe2Parameters = std::unique_ptr<PBE2PARAM, Deleter<PBE2PARAM_free>>;
 using Pbkdf2Parameters = std::unique_ptr<PBKDF2PARAM, Deleter<PBKDF2PARAM_free>>;
 using ScryptParameters = std::unique_ptr<SCRYPT_PARAMS, Deleter<SCRYPT_PARAMS_free>>;
 
@@ -52,7 +51,7 @@ std::uint64_t Iterations(const X509_ALGOR* pAlgorithm) {
     switch (OBJ_obj2nid(pAlgorithm->algorithm)) {
         case NID_pbes2:
         case NID_pbmac1: {  // with the same two parameters
-            const auto both = Parameters<Pbe2Parameters>(pAlgorithm, ASN1_ITEM_rptr(PBE2PARAM));
+            const auto both = Parameters<Pbe2Ptr>(pAlgorithm, ASN1_ITEM_rptr(PBE2PARAM));
             return both ? IterationsOfFunction(both->keyfunc) : 0;
         }
         default: {
@@ -65,7 +64,7 @@ std::uint64_t Iterations(const X509_ALGOR* pAlgorithm) {
 // RFC 9579: the key is as long as the digest. OpenSSL 3.4 to 3.6 derives as many bytes as the file says into a buffer
 // for a digest, and takes any salt for an octet string, if it is older than 3.4.4, 3.5.5 or 3.6.1.
 void RequireUsablePbmac1(const X509_ALGOR* pAlgorithm) {
-    const auto both = Parameters<Pbe2Parameters>(pAlgorithm, ASN1_ITEM_rptr(PBE2PARAM));
+    const auto both = Parameters<Pbe2Ptr>(pAlgorithm, ASN1_ITEM_rptr(PBE2PARAM));
     Pbkdf2Parameters pbkdf2;
     if (both) {
         pbkdf2 = Parameters<Pbkdf2Parameters>(both->keyfunc, ASN1_ITEM_rptr(PBKDF2PARAM));

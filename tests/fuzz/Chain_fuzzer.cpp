@@ -147,8 +147,6 @@ IdentityPtr IdentityOf(const Description& description) {
 
 // For OpenSSL, a certificate that names itself as its issuer is a root, whoever has signed it.
 bool OpenSslFindsIssuers(const IdentityPtr& signer, const Identities& certificates) {
-    using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE_free>>;
-    using ContextPtr = std::unique_ptr<X509_STORE_CTX, Deleter<X509_STORE_CTX_free>>;
     const ErrorMark mark;
     const StorePtr store(X509_STORE_new());
     for (const IdentityPtr& certificate : certificates) {
@@ -156,7 +154,7 @@ bool OpenSslFindsIssuers(const IdentityPtr& signer, const Identities& certificat
             X509_STORE_add_cert(store.get(), certificate->Certificate());
         }
     }
-    const ContextPtr context(X509_STORE_CTX_new());
+    const StoreContextPtr context(X509_STORE_CTX_new());
     X509_STORE_CTX_init(context.get(), store.get(), signer->Certificate(), nullptr);
     X509_STORE_CTX_set_time(context.get(), 0, kMoment);
     X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_IGNORE_CRITICAL);

@@ -50,7 +50,7 @@ AlgorithmPtr Rc2(int cIterations) {
 
 // PBKDF2 repeats all iterations for each block of a longer key.
 AlgorithmPtr WithKeyLength(int cIterations, int cbKey) {
-    const std::unique_ptr<PBE2PARAM, Deleter<PBE2PARAM_free>> both(PBE2PARAM_new());
+    const Pbe2Ptr both(PBE2PARAM_new());
     X509_ALGOR_free(both->keyfunc);
     both->keyfunc = PKCS5_pbkdf2_set(cIterations, nullptr, 0, NID_hmacWithSHA256, cbKey);
     X509_ALGOR_set0(both->encryption, OBJ_nid2obj(NID_aes_256_cbc), V_ASN1_UNDEF, nullptr);

@@ -48,8 +48,7 @@ KeyPtr PssKey(const BIGNUM* pModulus, const BIGNUM* pExponent) {
     OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_RSA_N, pModulus);
     OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_RSA_E, pExponent);
     const std::unique_ptr<OSSL_PARAM, Deleter<OSSL_PARAM_free>> parameters(OSSL_PARAM_BLD_to_param(builder.get()));
-    const std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>> context(
-        EVP_PKEY_CTX_new_from_name(nullptr, "RSA-PSS", nullptr));
+    const KeyContextPtr context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA-PSS", nullptr));
     EVP_PKEY* pKey = nullptr;
     EVP_PKEY_fromdata_init(context.get());
     EVP_PKEY_fromdata(context.get(), &pKey, EVP_PKEY_PUBLIC_KEY, parameters.get());

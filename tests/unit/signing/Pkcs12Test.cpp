@@ -102,7 +102,7 @@ public:
             ASN1_OCTET_STRING* const pData = sk_PKCS7_value(pSafes, 0)->d.encrypted->enc_data->enc_data;
             ASN1_STRING_set(pData, ASN1_STRING_get0_data(pData), ASN1_STRING_length(pData) - 1);  // not whole blocks
         }
-        const std::unique_ptr<PKCS12, Deleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
+        const Pkcs12Ptr file(PKCS12_add_safes(pSafes, 0));
         sk_PKCS7_pop_free(pSafes, PKCS7_free);
         PKCS12_set_mac(file.get(), kPin, -1, nullptr, 0, 1, EVP_sha256());
         const BioPtr bytes(BIO_new(BIO_s_mem()));
@@ -258,7 +258,7 @@ std::string WithDamagedSafe(void (*pfnDamage)(PKCS7& safe)) {
     STACK_OF(PKCS7)* pSafes = nullptr;
     PKCS12_add_safe(&pSafes, pBags, NID_aes_256_cbc, 1, Pkcs12File::kPin);
     pfnDamage(*sk_PKCS7_value(pSafes, 0));
-    const std::unique_ptr<PKCS12, Deleter<PKCS12_free>> file(PKCS12_add_safes(pSafes, 0));
+    const Pkcs12Ptr file(PKCS12_add_safes(pSafes, 0));
     sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
     sk_PKCS7_pop_free(pSafes, PKCS7_free);
     const BioPtr bytes(BIO_new(BIO_s_mem()));

@@ -61,7 +61,7 @@ TestSigner LoadSigner(const TempDirectory& directory, const std::string& strKey,
 }
 
 std::string ObjectIdentifier(const char* pszDotted) {
-    const std::unique_ptr<ASN1_OBJECT, Deleter<ASN1_OBJECT_free>> object(OBJ_txt2obj(pszDotted, 1));
+    const ObjectPtr object(OBJ_txt2obj(pszDotted, 1));
     return Encoded<i2d_ASN1_OBJECT>(object.get());
 }
 
