@@ -109,6 +109,20 @@ class ToolTest(unittest.TestCase):
             self.assertEqual(ended.returncode, 1, ended.stdout)
             self.assertIn(message, ended.stdout)
 
+    def test_a_source_may_move(self):
+        def move(old, new):
+            (self.project / "src" / old).rename(self.project / "src" / new)
+            path = self.project / "CMakeLists.txt"
+            path.write_text(path.read_text(encoding="utf-8").replace(f"src/{old}", f"src/{new}"), encoding="utf-8")
+
+        move("Sample.cpp", "Moved.cpp")
+        self.addCleanup(move, "Moved.cpp", "Sample.cpp")
+        ended = self.mutate("--check")
+        self.assertEqual(ended.returncode, 0, ended.stdout)
+        commands = (self.project / "build/mutation/build/compile_commands.json").read_text(encoding="utf-8")
+        self.assertIn("src/Moved.cpp", commands)
+        self.assertNotIn("src/Sample.cpp", commands)
+
     def test_an_entry_needs_a_reason(self):
         self.table(f"src/Sample.cpp | {SURVIVORS[0]}\n")
         ended = self.mutate("--check")

@@ -73,7 +73,7 @@ def prepare(arguments):
         files = [file for file in files if any(fnmatch.fnmatch(file, pattern) for pattern in arguments.files)]
         if not files:
             raise ValueError("no file matches")
-    if not (work.build / "build.ninja").exists():
+    if not work.is_configured():
         work.copy()
         work.configure()
         if not arguments.targets:

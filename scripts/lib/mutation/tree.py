@@ -75,6 +75,14 @@ class Tree:
 
     # ---- The build ----
 
+    def is_configured(self):
+        """Whether the build is that of the sources that the project has now: each is named in a file of CMake."""
+        files = [path.relative_to(self.root) for path in self.all_files()
+                 if path.name == "CMakeLists.txt" or path.suffix == ".cmake"]
+        return (self.build / "build.ninja").exists() and all(
+            (self.tree / file).exists() and (self.tree / file).read_bytes() == (self.root / file).read_bytes()
+            for file in files)
+
     def configure(self):
         # No warnings, because schemata have needless parentheses and unused results. Slow code is compiled fast.
         flags = f"-w -I{self.include} -fdiagnostics-column-unit=byte"
