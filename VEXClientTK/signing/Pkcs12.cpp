@@ -1,10 +1,14 @@
 #include "signing/Pkcs12.h"
 
 #include <algorithm>
+#include <future>
 #include <memory>
 #include <utility>
+#include <vector>
 
+#include "posix/NoSignals.h"
 #include "signing/LegacyCiphers.h"
+#include "signing/StackWiper.h"
 #include "signing/WideText.h"
 
 namespace vextk {
@@ -39,6 +43,38 @@ std::string FriendlyName(const PKCS12_SAFEBAG* pBag) {
         .value_or("");
 }
 
+// A part of a file that is encrypted as a whole, and the library context to decrypt it with.
+struct EncryptedPart {
+    const PKCS7_ENC_CONTENT* pData;
+    OSSL_LIB_CTX* pContext;
+};
+
+// Throws when a part is damaged or the PIN is wrong.
+std::vector<BagsPtr> Decrypted(const std::vector<EncryptedPart>& parts, PinText pin, Pin known) {
+    std::vector<BagsPtr> decrypted;
+    for (const EncryptedPart& part : parts) {
+        void* const pBags =
+            PKCS12_item_decrypt_d2i_ex(part.pData->algorithm, ASN1_ITEM_rptr(PKCS12_SAFEBAGS), pin.pchText, pin.cchText,
+                                       part.pData->enc_data, 1, part.pContext, nullptr);
+        if (pBags == nullptr) {
+            ThrowDecryptionFailure(known);
+        }
+        decrypted.emplace_back(static_cast<STACK_OF(PKCS12_SAFEBAG)*>(pBags));
+    }
+    return decrypted;
+}
+
+// The same on a thread of its own, or during get() if the system has no thread. All arguments must outlive the result,
+// which waits for the thread when it is destroyed.
+std::future<std::vector<BagsPtr>> StartDecrypting(const std::vector<EncryptedPart>& parts, PinText pin, Pin known) {
+    const vexposix::NoSignals noSignals;
+    return std::async(std::launch::async | std::launch::deferred, [&parts, pin, known] {
+        const StackWiper wiper(StackWiper::kAnyDepth);
+        BeginOperation();
+        return Decrypted(parts, pin, known);
+    });
+}
+
 // Adds the content of a file to a StoreContent. Throws when the file is damaged or the PIN is wrong.
 class Reader {
 public:
@@ -51,28 +87,57 @@ public:
             RequireMemory();
             throw DamagedStore("its list of contents");
         }
+        std::vector<BagsPtr> plain;
+        std::vector<EncryptedPart> encrypted;
         for (int i = 0; i < sk_PKCS7_num(safes.get()); ++i) {
-            ReadSafe(sk_PKCS7_value(safes.get(), i));
+            PKCS7* const pSafe = sk_PKCS7_value(safes.get(), i);
+            switch (OBJ_obj2nid(pSafe->type)) {
+                case NID_pkcs7_data:
+                    plain.push_back(Unpacked(pSafe));
+                    break;
+                case NID_pkcs7_encrypted:
+                    encrypted.push_back(Examined(pSafe->d.encrypted));
+                    break;
+                default:
+                    break;
+            }
+        }
+        if (plain.empty()) {
+            ReadParts(vextk::Decrypted(encrypted, m_pin, m_known));
+        } else if (encrypted.empty()) {
+            ReadParts(plain);
+        } else {
+            // The certificates are usually encrypted as a whole, and each key in a plain part. Nearly all of the time
+            // goes into deriving keys from the PIN, for both.
+            std::future<std::vector<BagsPtr>> decrypted = StartDecrypting(encrypted, m_pin, m_known);
+            ReadParts(plain);
+            ReadParts(decrypted.get());
         }
     }
 
 private:
-    void ReadSafe(PKCS7* pSafe) {
-        switch (OBJ_obj2nid(pSafe->type)) {
-            case NID_pkcs7_data: {
-                const BagsPtr bags(PKCS12_unpack_p7data(pSafe));
-                if (!bags) {
-                    RequireMemory();
-                    throw DamagedStore("a part of it");
-                }
-                ReadBags(bags.get());
-                break;
-            }
-            case NID_pkcs7_encrypted:
-                ReadBags(Decrypted(pSafe->d.encrypted).get());
-                break;
-            default:
-                break;
+    static BagsPtr Unpacked(PKCS7* pSafe) {
+        BagsPtr bags(PKCS12_unpack_p7data(pSafe));
+        if (!bags) {
+            RequireMemory();
+            throw DamagedStore("a part of it");
+        }
+        return bags;
+    }
+
+    EncryptedPart Examined(const PKCS7_ENCRYPT* pSafe) {
+        // OpenSSL takes this for a wrong PIN, or crashes if it is older than 3.0.19 or 3.5.5.
+        if (pSafe == nullptr || pSafe->enc_data->enc_data == nullptr) {
+            throw DamagedStore("a part of it");
+        }
+        const PKCS7_ENC_CONTENT* const pData = pSafe->enc_data;
+        m_content.work.Add(pData->algorithm);
+        return {pData, m_legacyCiphers.ContextFor(pData->algorithm)};
+    }
+
+    void ReadParts(const std::vector<BagsPtr>& parts) {
+        for (const BagsPtr& bags : parts) {
+            ReadBags(bags.get());
         }
     }
 
@@ -103,22 +168,6 @@ private:
             default:
                 break;
         }
-    }
-
-    BagsPtr Decrypted(const PKCS7_ENCRYPT* pSafe) {
-        // OpenSSL takes this for a wrong PIN, or crashes if it is older than 3.0.19 or 3.5.5.
-        if (pSafe == nullptr || pSafe->enc_data->enc_data == nullptr) {
-            throw DamagedStore("a part of it");
-        }
-        const PKCS7_ENC_CONTENT* const pData = pSafe->enc_data;
-        m_content.work.Add(pData->algorithm);
-        void* const pBags =
-            PKCS12_item_decrypt_d2i_ex(pData->algorithm, ASN1_ITEM_rptr(PKCS12_SAFEBAGS), m_pin.pchText, m_pin.cchText,
-                                       pData->enc_data, 1, m_legacyCiphers.ContextFor(pData->algorithm), nullptr);
-        if (pBags == nullptr) {
-            ThrowDecryptionFailure(m_known);
-        }
-        return BagsPtr(static_cast<STACK_OF(PKCS12_SAFEBAG)*>(pBags));
     }
 
     KeyInfoPtr Decrypted(const X509_SIG* pKey) {

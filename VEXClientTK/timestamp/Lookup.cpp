@@ -1,8 +1,5 @@
 #include "timestamp/Lookup.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -12,6 +9,7 @@
 
 #include "posix/ErrnoText.h"
 #include "posix/ForkPhases.h"
+#include "posix/NoSignals.h"
 #include "posix/VisibleText.h"
 
 namespace vextimestamp {
@@ -107,25 +105,9 @@ private:
     AddressesPtr m_addresses;
 };
 
-// A thread that is made meanwhile gets none of the host's signals.
-class NoSignals {
-public:
-    NoSignals() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~NoSignals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    NoSignals(const NoSignals&) = delete;
-    NoSignals& operator=(const NoSignals&) = delete;
-
-private:
-    sigset_t m_before{};
-};
-
 std::shared_ptr<Lookup> Start(const std::string& strHost, const std::string& strPort) {
     auto lookup = std::make_shared<Lookup>(strHost, strPort);
-    const NoSignals noSignals;
+    const vexposix::NoSignals noSignals;
     try {
         std::thread([lookup] { lookup->Run(); }).detach();
     } catch (const std::system_error& error) {
