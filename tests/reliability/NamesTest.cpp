@@ -359,8 +359,10 @@ TEST_F(NamesTest, OfTokensAndTheirObjectsStayInTheirFields) {
     tokens.Directory().Write("names.key", names.KeyPem());
     tokens.StoreKey(quoted(strLabel), strPin, "names", "01");
 
+    constexpr std::size_t kLeast = 3;
     std::multiset<std::string> labels;
-    for (std::size_t n = std::max<std::size_t>(Total() / 50, 8); n > 0; --n) {
+    // Some seeds begin with many that are passed over.
+    for (std::size_t n = 0; n < std::max<std::size_t>(Total() / 50, 8) || (labels.size() < kLeast && n < 100); ++n) {
         HostileCertificate certificate = names.Next();
         std::string strText = n % 4 == 0 ? "\xFF\xC0\x80" + names.Text() : names.Text();
         if (!IsReadable(certificate) || certificate.bExpired || strText.starts_with('-') || strText.size() > 10000) {
@@ -390,7 +392,7 @@ TEST_F(NamesTest, OfTokensAndTheirObjectsStayInTheirFields) {
         listed.insert(PercentDecoded(record[7]));
     }
     EXPECT_EQ(labels, listed);
-    EXPECT_GE(labels.size(), 3U);
+    EXPECT_GE(labels.size(), kLeast);
     std::printf("%zu labels on a token\n", labels.size());
 
     EXPECT_FALSE(ToolkitClient(strUri + "4321").IsOpen());
