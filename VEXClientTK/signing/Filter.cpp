@@ -249,9 +249,9 @@ std::time_t UtcTime(std::string_view strValue) {
     parts.tm_sec = part(17, 2);
     const std::tm asked = parts;
     const std::time_t time = timegm(&parts);
-    // timegm has changed a day or hour that does not exist into another one.
+    // timegm has changed a part that does not exist, and with it the next larger part.
     if (parts.tm_mon != asked.tm_mon || parts.tm_mday != asked.tm_mday || parts.tm_hour != asked.tm_hour ||
-        parts.tm_min != asked.tm_min || parts.tm_sec != asked.tm_sec) {
+        parts.tm_min != asked.tm_min) {
         Malformed(kDetail);
     }
     return time;

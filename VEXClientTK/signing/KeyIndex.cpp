@@ -52,9 +52,7 @@ std::string PublicText(const EVP_PKEY* pKey) {
 std::vector<EVP_PKEY*> KeysOf(const StoreContent& content) {
     std::unordered_multimap<std::string, EVP_PKEY*> byPublicText;
     for (const KeyPtr& key : content.keys) {
-        if (IsSigningKey(key.get())) {
-            byPublicText.emplace(PublicText(key.get()), key.get());
-        }
+        byPublicText.emplace(PublicText(key.get()), key.get());
     }
     std::vector<EVP_PKEY*> keys;
     for (const X509Ptr& certificate : content.certificates) {

@@ -260,7 +260,8 @@ TEST_F(SystemCallTest, WaitsForAHeldLockOnlyOnce) {
     };
     EXPECT_GT(looksOfOpening(), kMostInAShortWait);
     EXPECT_LE(looksOfOpening(), kMostInAShortWait);
-    EXPECT_LE(looksOfOpening(), kMostInAShortWait);
+    EXPECT_TRUE(CloseHandle(VexCreateFile(m_directory.Path("other").c_str())));
+    EXPECT_LE(looksOfOpening(), kMostInAShortWait) << "only another lock was free";
     ASSERT_TRUE(FlushFileBuffers(m_hFile));
     EXPECT_EQ(looksOfOpening(), 1);
     LONGLONG cbSize = 0;

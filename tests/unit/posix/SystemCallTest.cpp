@@ -80,6 +80,22 @@ INSTANTIATE_TEST_SUITE_P(, OpenFileWith,
                                          Outcomes{"StaysOpenToOthers", "fchmod", {Fail(EROFS)}, false, EROFS}),
                          RowName);
 
+class OpenOrCreateFileWith : public WithOutcomes {};
+
+TEST_P(OpenOrCreateFileWith, OpensItOrReportsWhy) {
+    const OpenedFile file = OpenOrCreateFile(AT_FDCWD, m_strFile.c_str(), kConfined);
+    EXPECT_EQ(file.nErrno, GetParam().nErrno);
+    EXPECT_EQ(file.descriptor.IsOpen(), GetParam().nErrno == 0);
+    EXPECT_FALSE(file.bCreated);
+}
+
+INSTANTIATE_TEST_SUITE_P(, OpenOrCreateFileWith,
+                         testing::Values(Outcomes{"ASignal", "open", {Fail(EINTR)}, false, 0},
+                                         Outcomes{"SignalsAgainAndAgain", "open", {Fail(EINTR)}, true, EBUSY},
+                                         Outcomes{"MadeBySomebodyElse", "open", {Fail(ENOENT)}, false, 0},
+                                         Outcomes{"RemovedAgainAndAgain", "open", {Fail(ENOENT)}, true, EBUSY}),
+                         RowName);
+
 class ReadSomeWith : public WithOutcomes {};
 
 TEST_P(ReadSomeWith, ReadsOrReportsWhy) {

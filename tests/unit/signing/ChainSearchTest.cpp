@@ -39,5 +39,28 @@ TEST(ChainSearch, GivesUpWhenItIsTooMuchWork) {
     }
 }
 
+// Certificates that name themselves, and that another key has signed: the authority's for its next key.
+TEST(ChainSearch, OfSeveralChainsWithoutARootTheFirstCounts) {
+    InitialiseOpenSsl();
+    const std::time_t now = std::time(nullptr);
+    const KeyPtr signerKey(EVP_EC_gen("P-256"));
+    const KeyPtr oldKey(EVP_EC_gen("P-256"));
+    const KeyPtr newKey(EVP_EC_gen("P-256"));
+    const IdentityPtr signer =
+        MakeIdentity(Make({signerKey.get(), now, now + 1000, 1, "Signer", newKey.get(), "Authority"}), nullptr);
+    // The second number: more than the search verifies, which gives up with what it has.
+    for (const long nAuthorities : {3L, 500L}) {
+        Identities certificates;
+        for (long nSerial = 1; nSerial <= nAuthorities; ++nSerial) {
+            certificates.push_back(MakeIdentity(
+                Make({newKey.get(), now, now + 1000, nSerial, "Authority", oldKey.get(), "Authority", true}), nullptr));
+        }
+        const Chain chain = FindChain(signer, SelectAuthorities(certificates), now);
+        ASSERT_EQ(chain.issuers.size(), 1U) << nAuthorities;
+        EXPECT_EQ(chain.issuers.front(), certificates.front());
+        EXPECT_FALSE(chain.bHasRoot);
+    }
+}
+
 }  // namespace
 }  // namespace vextk

@@ -59,6 +59,13 @@ TEST(WideText, OtherCharactersAreUnchanged) {
     EXPECT_EQ(FoldCase(strOthers), strOthers);
 }
 
+TEST(WideText, OfALocaleIsReadWholeOrNotAtAll) {
+    EXPECT_EQ(WideFromLocale(""), L"");
+    EXPECT_EQ(WideFromLocale("text"), L"text");
+    EXPECT_EQ(WideFromLocale(std::string("a\0b", 3)), std::nullopt);
+    EXPECT_EQ(WideFromLocale("a\xFF"), std::nullopt);
+}
+
 TEST(WideText, BlanksAreThoseOfUnicode) {
     for (const wchar_t ch :
          {0x09, 0x0D, 0x20, 0x85, 0xA0, 0x1680, 0x2000, 0x200A, 0x2028, 0x2029, 0x202F, 0x205F, 0x3000}) {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,15 @@ namespace {
 std::atomic<bool> s_bAnswers = true;
 std::atomic<int> s_cAsked = 0;
 std::atomic<bool> s_bSignalsReach = false;
+
+// What the next lookup returns; 0: an address.
+struct Answer {
+    int nResult = 0;
+    int nErrno = 0;
+};
+std::atomic<Answer> s_answer;
+
+thread_local bool t_bNoThreads = false;
 
 // Only this host is asked for here.
 constexpr std::string_view kHost = "clock.test";
@@ -41,7 +51,17 @@ extern "C" int getaddrinfo(const char* pszHost, const char* pszPort, const addri
     pthread_setname_np(pthread_self(), kThreadName);
     ++s_cAsked;
     s_bAnswers.wait(false);
+    if (const Answer answer = s_answer; answer.nResult != 0) {
+        errno = answer.nErrno;
+        return answer.nResult;
+    }
     return s_pNext("127.0.0.1", pszPort, pHints, ppFound);
+}
+
+extern "C" int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pFunction)(void*),
+                              void* pArgument) noexcept {
+    static auto* const s_pNext = system_calls::Next(pthread_create, "pthread_create");
+    return t_bNoThreads ? EAGAIN : s_pNext(pThread, pAttributes, pFunction, pArgument);
 }
 
 namespace vextimestamp {
@@ -98,6 +118,31 @@ TEST_F(LookupTest, FindsAHostInAThreadThatGetsNoSignals) {
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     EXPECT_EQ(sigismember(&blocked, SIGTERM), 0) << "the caller gets them as before";
+}
+
+TEST_F(LookupTest, ReportsWhatTheNameServersSay) {
+    const auto reason = [](Answer answer) {
+        s_answer = answer;
+        const std::string strFault = FaultOfLookup(60s);
+        s_answer = Answer();
+        return strFault;
+    };
+    EXPECT_THAT(reason({EAI_AGAIN}), testing::HasSubstr("Temporary failure in name resolution"));
+    EXPECT_THAT(reason({EAI_FAIL}), testing::HasSubstr("Non-recoverable failure in name resolution"));
+    EXPECT_THAT(reason({EAI_MEMORY}), testing::HasSubstr("Memory allocation failure"));
+    EXPECT_THAT(reason({EAI_NONAME}), testing::HasSubstr("Name or service not known"));
+    EXPECT_THAT(reason({EAI_SYSTEM, EMFILE}), testing::HasSubstr("Too many open files"));
+    EXPECT_THAT(reason({EAI_FAMILY}), testing::HasSubstr("error " + std::to_string(EAI_FAMILY) + " of getaddrinfo"));
+}
+
+TEST_F(LookupTest, ReportsThatThereIsNoThread) {
+    t_bNoThreads = true;
+    const int cBefore = s_cStarted;
+    EXPECT_EQ(FaultOfLookup(60s),
+              "the system has no thread for the lookup of a host: Resource temporarily unavailable");
+    t_bNoThreads = false;
+    s_cStarted = cBefore;
+    EXPECT_EQ(FaultOfLookup(60s), "");
 }
 
 TEST_F(LookupTest, AnAddressInDigitsAsksNobody) {
