@@ -24,7 +24,8 @@ constexpr const char* kPin = "4711";
 
 class TokenAnswerTest : public testing::Test {
 protected:
-    // "Card": an EC key and an RSA key, each with its certificate. "Shared": the same under one identifier.
+    // "Card": an EC key and an RSA key, each with its certificate. "Shared": the same under one identifier, and the RSA
+    // key is there twice.
     static void SetUpTestSuite() {
         if (s_tokens) {
             return;
@@ -40,6 +41,7 @@ protected:
             s_tokens->StoreKey("Shared", kPin, pszName, "01", "--force");
             s_tokens->StoreCertificate("Shared", kPin, pszName, "01");
         }
+        s_tokens->StoreKey("Shared", kPin, "rsa", "01", "--force");
         const ToolkitClient client(Uri());
         ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
     }
