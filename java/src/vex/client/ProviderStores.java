@@ -48,10 +48,17 @@ final class ProviderStores {
         return register(new OpenStore(Pin.open(store, () -> asked), false));
     }
 
-    /** Opens a store without a PIN. If it needs one, the provider's handler is asked: for its own store by a login. */
+    /**
+     * Opens a store without a PIN. If it needs one, the provider's handler is asked: for its own store by a login.
+     * While logged in, the own store is the one of the login.
+     */
     OpenStore open(String store) throws IOException, SigningException {
         if (!store.equals(ownStore)) {
             return register(new OpenStore(Pin.open(store, this::handler), false));
+        }
+        StoreSession loggedIn = loginSession();
+        if (loggedIn != null) {
+            return register(new OpenStore(loggedIn, true));
         }
         try {
             return register(new OpenStore(StoreSession.open(store), false));
@@ -101,10 +108,9 @@ final class ProviderStores {
     private StoreSession logIn(Pin.HandlerSource source) throws IOException, SigningException {
         loginLock.lock();
         try {
-            synchronized (open) {
-                if (login != null) {
-                    return login;
-                }
+            StoreSession loggedIn = loginSession();
+            if (loggedIn != null) {
+                return loggedIn;
             }
             StoreSession session = Pin.open(ownStore, source);
             synchronized (open) {
@@ -113,6 +119,13 @@ final class ProviderStores {
             return session;
         } finally {
             loginLock.unlock();
+        }
+    }
+
+    /** Null: not logged in. */
+    private StoreSession loginSession() {
+        synchronized (open) {
+            return login;
         }
     }
 

@@ -2,6 +2,7 @@ package vex.client;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
@@ -10,6 +11,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.security.AuthProvider;
 import java.security.InvalidKeyException;
@@ -19,6 +21,7 @@ import java.security.PrivateKey;
 import java.security.Security;
 import java.security.Signature;
 import java.security.UnrecoverableKeyException;
+import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.List;
 import javax.security.auth.callback.Callback;
@@ -31,6 +34,8 @@ import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.TestStore;
 import vex.jni.Together;
 
@@ -249,6 +254,35 @@ class LoginTest {
         provider.login(null, user);
         assertEquals(2, user.times());
         assertSigns(load(null));
+    }
+
+    /** A store's file may be replaced while the provider is logged in. */
+    @ParameterizedTest
+    @ValueSource(strings = {"deleted", "damaged", "without PIN"})
+    void loadsSeeTheStoreAsItWasAtTheLogin(String change) throws Exception {
+        Path changing = Files.copy(file, directory.resolve("changing.p12"), StandardCopyOption.REPLACE_EXISTING);
+        AuthProvider other = new SigningProvider("file:" + changing);
+        other.login(null, user);
+        X509Certificate expected = onlyCertificate(other);
+        switch (change) {
+            case "deleted" -> Files.delete(changing);
+            case "damaged" -> Files.write(changing, new byte[100]);
+            default -> Files.copy(withoutPin, changing, StandardCopyOption.REPLACE_EXISTING);
+        }
+        assertEquals(expected, onlyCertificate(other));
+        assertEquals(1, user.times());
+        other.logout();
+        if (change.equals("without PIN")) {
+            assertNotEquals(expected, onlyCertificate(other));
+        } else {
+            assertThrows(IOException.class, () -> onlyCertificate(other));
+        }
+    }
+
+    private static X509Certificate onlyCertificate(AuthProvider provider) throws Exception {
+        KeyStore store = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, provider);
+        store.load(null, null);
+        return (X509Certificate) store.getCertificate(store.aliases().nextElement());
     }
 
     @Test
