@@ -325,9 +325,11 @@ public final class SigningClient implements AutoCloseable {
          *
          * @param characters the PIN, without any escapes
          * @return this
+         * @throws IllegalArgumentException if the array has U+0000, as where it is longer than the PIN or was wiped
          */
         public Builder pin(char[] characters) {
-            pin = Objects.requireNonNull(characters, "characters").clone();
+            StoreText.requirePin(Objects.requireNonNull(characters, "characters"));
+            pin = characters.clone();
             pinFile = null;
             return this;
         }
@@ -424,6 +426,7 @@ public final class SigningClient implements AutoCloseable {
          * @return a new client, which the caller closes
          * @throws SigningException if the store cannot be opened or a setting is refused. If no certificate passes the
          *     filters, opening succeeds and signing fails. Also if stamps are wanted that the toolkit cannot add
+         * @throws IllegalArgumentException if the PIN has an unpaired surrogate
          * @throws IllegalStateException if {@link #pin} was called and an earlier call of this method used the PIN, if
          *     {@link #timestampAuthority} was called alone, or {@link #timestamp} for a URI with {@code tsa=}
          */

@@ -37,12 +37,23 @@ final class StoreText {
         return withAttribute(store, "pin-source=" + ofFile(pinFile));
     }
 
+    /** @throws IllegalArgumentException if the PIN has U+0000: a store has no such PIN */
+    static void requirePin(char[] pin) {
+        for (char unit : pin) {
+            if (unit == 0) {
+                throw new IllegalArgumentException(
+                    "The PIN has U+0000; pass an array that is as long as the PIN and was not wiped");
+            }
+        }
+    }
+
     /**
-     * @throws IllegalArgumentException if the PIN has an unpaired surrogate
+     * @throws IllegalArgumentException if the PIN has U+0000 or an unpaired surrogate
      * @throws SigningException if there is no place for a PIN
      */
     static String withPin(String store, char[] pin) throws SigningException {
         requireNoPin(store);
+        requirePin(pin);
         ByteBuffer bytes;
         try {
             bytes = StandardCharsets.UTF_8.newEncoder().encode(CharBuffer.wrap(pin));

@@ -1,6 +1,7 @@
 package vex.client;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
@@ -329,8 +330,20 @@ class LoginTest {
         assertEquals(0, user.times());
         e = assertThrows(LoginException.class, () -> new SigningProvider().login(null, user));
         assertTrue(e.getMessage().startsWith("The provider has no store of its own to log in to."), e.getMessage());
-        e = assertThrows(LoginException.class, () -> provider.login(null, new User("\ud800")));
-        assertTrue(e.getMessage().contains("unpaired surrogate"), e.getMessage());
+    }
+
+    /** A caller's array may be longer than the PIN. */
+    @Test
+    void saysWhyItIsNoPin() {
+        String[][] rows = {{"4711\ud800", "unpaired surrogate"}, {"4711\0", "U+0000"}, {"\0", "U+0000"}};
+        for (String[] row : rows) {
+            LoginException login = assertThrows(LoginException.class, () -> provider.login(null, new User(row[0])));
+            IOException load = assertThrows(IOException.class, () -> newStore().load(null, row[0].toCharArray()));
+            for (Exception e : List.of(login, load)) {
+                assertTrue(e.getMessage().startsWith("The PIN ") && e.getMessage().contains(row[1]), e.getMessage());
+                assertFalse(e.getMessage().contains("4711"), e.getMessage());
+            }
+        }
     }
 
     @Test

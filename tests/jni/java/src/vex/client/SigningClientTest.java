@@ -183,6 +183,14 @@ class SigningClientTest {
         assertEquals("file:/a?x=y&pin-source=file:/p%26", StoreText.withPinFile("file:/a?x=y", Path.of("/p&")));
     }
 
+    @ParameterizedTest
+    @ValueSource(strings = {"\0\0\0\0", "4711\0", "4\000711"})
+    void refusesAPinThatWasWipedOrHasUnusedCharacters(String pin) {
+        IllegalArgumentException e =
+            assertThrows(IllegalArgumentException.class, () -> SigningClient.store("demo:").pin(pin.toCharArray()));
+        assertEquals("The PIN has U+0000; pass an array that is as long as the PIN and was not wiped", e.getMessage());
+    }
+
     @Test
     void reportsTheNumberButNoPinWhenOpeningFails() throws Exception {
         Path store = directory.resolve("store.p12");
