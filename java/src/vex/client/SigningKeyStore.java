@@ -348,6 +348,13 @@ final class SigningKeyStore extends KeyStoreSpi {
         throw new KeyStoreException(READ_ONLY);
     }
 
+    /** The base class would first ask for a password, which no key here has. */
+    @Override
+    public void engineSetEntry(String alias, KeyStore.Entry entry, KeyStore.ProtectionParameter protection)
+            throws KeyStoreException {
+        throw new KeyStoreException(READ_ONLY);
+    }
+
     @Override
     public void engineDeleteEntry(String alias) throws KeyStoreException {
         throw new KeyStoreException(READ_ONLY);
@@ -355,6 +362,11 @@ final class SigningKeyStore extends KeyStoreSpi {
 
     @Override
     public void engineStore(OutputStream stream, char[] password) {
+        throw new UnsupportedOperationException(READ_ONLY);
+    }
+
+    @Override
+    public void engineStore(KeyStore.LoadStoreParameter parameter) {
         throw new UnsupportedOperationException(READ_ONLY);
     }
 }

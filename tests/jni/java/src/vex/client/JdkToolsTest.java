@@ -31,6 +31,7 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Run;
 import vex.jni.TestJar;
@@ -143,11 +144,17 @@ class JdkToolsTest {
         }
     }
 
-    /** keytool signs the new certificate and then tries to put it into the store. */
+    /** keytool -selfcert signs the new certificate and then tries to put it into the store. */
     @ParameterizedTest
-    @ValueSource(strings = {"RSA", "EC"})
-    void keytoolSelfcertSaysThatTheStoreIsReadOnly(String algorithm) throws Exception {
-        Run run = tool("keytool", "-selfcert", "-alias", writeStore(identity(algorithm)));
+    @CsvSource({"RSA,-selfcert", "EC,-selfcert", "EC,-delete", "EC,-changealias -destalias other",
+        "EC,-storepasswd -new other-PIN"})
+    void keytoolSaysThatTheStoreIsReadOnly(String algorithm, String command) throws Exception {
+        String alias = writeStore(identity(algorithm));
+        List<String> arguments = new ArrayList<>(List.of(command.split(" ")));
+        if (!command.startsWith("-storepasswd")) {
+            arguments.addAll(List.of("-alias", alias));
+        }
+        Run run = tool("keytool", arguments.toArray(new String[0]));
         assertEquals(1, run.status(), run.output());
         assertTrue(run.output().contains("The toolkit's stores are read only"), run.output());
     }

@@ -63,6 +63,7 @@ import org.junit.jupiter.api.AfterAll;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
@@ -75,6 +76,7 @@ import vex.jni.Together;
 /** The toolkit behind java.security: KeyStores, Signatures, and the choice of the provider. */
 @Tag("client")
 class SigningProviderTest {
+    private static final String READ_ONLY = "The toolkit's stores are read only";
     private static final byte[] DATA = "some data\0\r\n漢".getBytes(StandardCharsets.UTF_8);
 
     @TempDir
@@ -181,13 +183,22 @@ class SigningProviderTest {
     }
 
     @Test
-    void refusesToChangeTheStore() {
-        assertThrows(KeyStoreException.class, () -> store.deleteEntry("x"));
-        assertThrows(KeyStoreException.class, () -> store.setCertificateEntry("x", rsa.certificate()));
-        assertThrows(KeyStoreException.class,
-            () -> store.setKeyEntry("x", rsa.key(), null, new X509Certificate[] {rsa.certificate()}));
-        assertThrows(UnsupportedOperationException.class,
-            () -> store.store(new ByteArrayOutputStream(), "x".toCharArray()));
+    void refusesToChangeTheStore() throws Exception {
+        KeyStore.Entry entry = store.getEntry(store.aliases().nextElement(), null);
+        List<Executable> changes = List.of(
+            () -> store.deleteEntry("x"),
+            () -> store.setCertificateEntry("x", rsa.certificate()),
+            () -> store.setKeyEntry("x", rsa.key(), null, new X509Certificate[] {rsa.certificate()}),
+            () -> store.setKeyEntry("x", new byte[1], new X509Certificate[] {rsa.certificate()}),
+            () -> store.setEntry("x", entry, null),
+            () -> store.setEntry("x", entry, new KeyStore.PasswordProtection(new char[] {'x'})));
+        for (Executable change : changes) {
+            assertEquals(READ_ONLY, assertThrows(KeyStoreException.class, change).getMessage());
+        }
+        for (Executable write : List.<Executable>of(() -> store.store(null),
+                () -> store.store(new ByteArrayOutputStream(), new char[] {'x'}))) {
+            assertEquals(READ_ONLY, assertThrows(UnsupportedOperationException.class, write).getMessage());
+        }
     }
 
     @Test
