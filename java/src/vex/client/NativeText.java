@@ -13,12 +13,23 @@ final class NativeText {
 
     private NativeText() {}
 
+    /** Returns the text to sign if the natives can pass all of it to the toolkit. */
+    static String requireToSign(String text) throws SigningException {
+        return require("The text", text, VCTKError.DATA_EMPTY, ", or sign the bytes instead of the text",
+            ", or sign text.getBytes(StandardCharsets.UTF_8), which does not depend on the locale");
+    }
+
     /**
-     * Returns the text if the natives can pass all of it to the toolkit.
+     * Returns a setting if the natives can pass all of it to the toolkit.
      *
      * @param emptyNumber the error number for an empty text
      */
     static String require(String what, String text, int emptyNumber) throws SigningException {
+        return require(what, text, emptyNumber, "", "");
+    }
+
+    private static String require(String what, String text, int emptyNumber, String insteadOfNul,
+            String insteadOfLocale) throws SigningException {
         if (text.isEmpty()) {
             throw SigningException.of(emptyNumber, what + " is empty");
         }
@@ -30,8 +41,8 @@ final class NativeText {
             char unit = text.charAt(i);
             ascii &= unit < 0x80;
             if (unit == 0) {
-                throw SigningException.notEncodable(what + " has U+0000 at index " + i
-                    + "; remove it, or sign the bytes instead of the text");
+                throw SigningException.notEncodable(
+                    what + " has U+0000 at index " + i + "; remove it" + insteadOfNul);
             }
             if (Character.isSurrogate(unit)) {
                 if (!Character.isSurrogatePair(unit, i + 1 < text.length() ? text.charAt(i + 1) : 0)) {
@@ -43,8 +54,8 @@ final class NativeText {
         }
         if (!ascii && !isEncodable(text)) {
             throw SigningException.notEncodable(what + " has a character that the process locale ("
-                + localeEncoding() + ") cannot encode; start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8, or sign"
-                + " text.getBytes(StandardCharsets.UTF_8), which does not depend on the locale");
+                + localeEncoding() + ") cannot encode; start Java under a UTF-8 locale, such as LC_ALL=C.UTF-8"
+                + insteadOfLocale);
         }
         return text;
     }

@@ -96,7 +96,7 @@ final class Session {
 
     /** @param digest as the toolkit takes it; null for its default */
     byte[] signP1(Selection selection, String digest, String text) throws SigningException {
-        String checked = NativeText.require("The text", text, VCTKError.DATA_EMPTY);
+        String checked = NativeText.requireToSign(text);
         return sign(selection, digest, new Handle.Text() {
             @Override
             public String apply(TAVClientJNI natives, long handle) {
@@ -116,7 +116,7 @@ final class Session {
     }
 
     byte[] signP7(Selection selection, String digest, String text, CmsForm form) throws SigningException {
-        String checked = NativeText.require("The text", text, VCTKError.DATA_EMPTY);
+        String checked = NativeText.requireToSign(text);
         int detached = form.isDetached() ? 1 : 0;
         int certificates = certificates(form);
         return sign(selection, digest, new Handle.Text() {

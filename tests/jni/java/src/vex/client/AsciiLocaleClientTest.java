@@ -27,6 +27,7 @@ class AsciiLocaleClientTest {
         SigningException e = assertThrows(SigningException.class,
             () -> SigningClient.store("demo:").subjectContains("漢").open());
         assertTrue(e.getMessage().contains("the filter subject contains"), e.getMessage());
+        assertTrue(e.getMessage().endsWith("such as LC_ALL=C.UTF-8"), e.getMessage());
     }
 
     @Test

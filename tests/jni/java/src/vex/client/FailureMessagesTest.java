@@ -15,6 +15,7 @@ import java.nio.file.Path;
 import java.time.LocalDate;
 import java.time.ZoneOffset;
 import java.util.List;
+import java.util.Map;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -172,6 +173,24 @@ class FailureMessagesTest {
                 new Case("no filter", Reason.FILTER_VALUE, open(SigningClient.store("demo:").policy("")), "empty"))) {
             check(c);
         }
+    }
+
+    /** Only a text to sign may be signed as bytes instead. */
+    @Test
+    @Tag("client")
+    void zeroInATextIsNamed() {
+        Map<String, Action> settings = Map.of("The store URI", open(SigningClient.store("demo:\0")),
+            "The digest algorithm", open(SigningClient.store("demo:").digest("SHA-256\0")),
+            "The value of the filter policy", open(SigningClient.store("demo:").policy("1.2\0")));
+        settings.forEach((what, action) -> {
+            SigningException e = assertThrows(SigningException.class, action::run, what);
+            assertTrue(e.getMessage().matches(what + " has U\\+0000 at index \\d+; remove it"), e.getMessage());
+        });
+        check(new Case("text", Reason.TEXT_NOT_ENCODABLE, () -> {
+            try (SigningClient client = SigningClient.store("demo:").open()) {
+                client.signRaw("a\0b");
+            }
+        }, "The text has U+0000 at index 1; remove it, or sign the bytes"));
     }
 
     // ---- In a process of its own, for the environment ----
