@@ -37,6 +37,7 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Garbage;
 import vex.jni.TAVClientJNI;
@@ -107,6 +108,21 @@ class KeyStoreEndTest {
         assertEquals(message, invalid.getMessage());
         SignatureException failed = assertThrows(SignatureException.class, begun::sign);
         assertEquals(message, failed.getMessage());
+    }
+
+    /** Java keeps the message of the first provider that refuses the key. */
+    @ParameterizedTest
+    @CsvSource({"RSA," + CLOSED, "EC," + CLOSED, "Ed25519,No private key value"})
+    void javaSaysWhatHasEndedIfNoProviderIsNamed(String name, String message) throws Exception {
+        PrivateKey key = key(store, name);
+        SigningProvider.close(store);
+        Security.addProvider(provider);
+        try {
+            Signature signature = Signature.getInstance(algorithm(name));
+            assertEquals(message, assertThrows(InvalidKeyException.class, () -> signature.initSign(key)).getMessage());
+        } finally {
+            Security.removeProvider(SigningProvider.NAME);
+        }
     }
 
     // ---- Keys ----

@@ -296,6 +296,15 @@ class SigningProviderTest {
         assertThrows(NoSuchAlgorithmException.class, () -> Signature.getInstance(name, SigningProvider.NAME));
     }
 
+    /** docs/troubleshooting.md has the message, which is Java's. */
+    @Test
+    void javaSaysThatNoProviderSignsWithAnAlgorithmThatIsNotOffered() throws Exception {
+        InvalidKeyException e = assertThrows(
+            InvalidKeyException.class, () -> Signature.getInstance("SHA1withRSA").initSign(key("RSA")));
+        assertTrue(e.getMessage().startsWith("No installed provider supports this key: vex.client.SigningKey"),
+            e.getMessage());
+    }
+
     @ParameterizedTest
     @ValueSource(booleans = {false, true})
     void everyKeySelectsItsProviderIfNoneIsNamed(boolean first) throws Exception {
