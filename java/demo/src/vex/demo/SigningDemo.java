@@ -1,6 +1,5 @@
 package vex.demo;
 
-import java.io.ByteArrayInputStream;
 import java.io.IOException;
 import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
@@ -9,8 +8,6 @@ import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.security.GeneralSecurityException;
 import java.security.Signature;
-import java.security.cert.CertificateFactory;
-import java.security.cert.X509Certificate;
 import java.util.Base64;
 import java.util.HashMap;
 import java.util.List;
@@ -19,6 +16,8 @@ import vex.client.CertificateInfo;
 import vex.client.CmsOption;
 import vex.client.SigningClient;
 import vex.client.SigningException;
+import vex.client.SigningRequest;
+import vex.client.SigningResult;
 
 /** Signs a text in every form, writes the signatures to files, and verifies the P1 signature with the JDK. */
 public final class SigningDemo {
@@ -118,41 +117,38 @@ public final class SigningDemo {
 
         // The toolkit signs a text in the encoding of the process locale. Java 17 and newer keep its name here.
         byte[] content = text.getBytes(Charset.forName(System.getProperty("native.encoding")));
-        byte[] p1 = client.signRaw(text);
+        SigningResult p1 = client.sign(SigningRequest.raw(text));
         System.out.println("Signed " + content.length + " bytes:");
         write("content.bin", content, "the signed bytes");
-        write("p1.sig", p1, "P1");
-        byte[] p7 = client.signCmsDetached(text);
-        write("p7-detached-cert.der", p7, "P7, detached with certificate");
+        write("p1.sig", p1.signature(), "P1");
+        write("p7-detached-cert.der", client.signCmsDetached(text), "P7, detached with certificate");
         write("p7-detached.der", client.signCmsDetached(text, CmsOption.OMIT_CERTIFICATE),
             "P7, detached without certificate");
         write("p7-attached-cert.der", client.signCmsAttached(text), "P7, attached with certificate");
         write("p7-attached.der", client.signCmsAttached(text, CmsOption.OMIT_CERTIFICATE),
             "P7, attached without certificate");
 
-        X509Certificate certificate = (X509Certificate) CertificateFactory.getInstance("X.509")
-            .generateCertificates(new ByteArrayInputStream(p7)).iterator().next();
         String pem = "-----BEGIN CERTIFICATE-----\n"
-            + Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(certificate.getEncoded())
+            + Base64.getMimeEncoder(64, new byte[] {'\n'}).encodeToString(p1.certificate().getEncoded())
             + "\n-----END CERTIFICATE-----\n";
         write("cert.pem", pem.getBytes(StandardCharsets.US_ASCII), "the certificate of the signer");
-        verify(p1, content, certificate);
+        verify(p1, content);
     }
 
     private void write(String name, byte[] content, String what) throws IOException {
         System.out.println("  " + Files.write(out.resolve(name), content) + " (" + what + ")");
     }
 
-    private static void verify(byte[] p1, byte[] content, X509Certificate certificate)
-            throws GeneralSecurityException {
-        String key = certificate.getPublicKey().getAlgorithm();
-        String algorithm = "SHA256with" + (key.equals("EC") ? "ECDSA" : key);
-        Signature verifier = Signature.getInstance(algorithm);
-        verifier.initVerify(certificate);
+    private static void verify(SigningResult p1, byte[] content) throws GeneralSecurityException {
+        Signature verifier = Signature.getInstance(p1.algorithm());
+        if (p1.algorithmParameters().isPresent()) {
+            verifier.setParameter(p1.algorithmParameters().get());
+        }
+        verifier.initVerify(p1.certificate());
         verifier.update(content);
-        if (!verifier.verify(p1)) {
+        if (!verifier.verify(p1.signature())) {
             throw new GeneralSecurityException("the signature does not match the text and the certificate");
         }
-        System.out.println("P1: good (the JDK's " + algorithm + ")");
+        System.out.println("P1: good (the JDK's " + p1.algorithm() + ")");
     }
 }

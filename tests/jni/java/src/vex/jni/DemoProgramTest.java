@@ -9,8 +9,11 @@ import java.io.InputStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.security.Signature;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
+import java.security.spec.MGF1ParameterSpec;
+import java.security.spec.PSSParameterSpec;
 import java.util.ArrayList;
 import java.util.Base64;
 import java.util.List;
@@ -114,6 +117,20 @@ class DemoProgramTest {
         assertTrue(run.output().contains("Certificates that can sign: 2"), run::output);
         assertTrue(run.output().contains("CN=Grace Hopper"), run::output);
         assertTrue(run.output().contains("CN=Ada Lovelace"), run::output);
+    }
+
+    @Test
+    void verifiesWithTheAlgorithmThatTheCertificateDemands() throws Exception {
+        TestStore.Identity identity = TestStore.identity("RSASSA-PSS", "CN=PSS", 1, 30, 0);
+        Run run = demo("--store", TestStore.writePem(directory.resolve("pss.pem"), List.of(identity)), "text");
+        assertEquals(0, run.status(), run::errors);
+        assertTrue(run.output().contains("P1: good (the JDK's RSASSA-PSS)"), run::output);
+
+        Signature verifier = Signature.getInstance("RSASSA-PSS");
+        verifier.setParameter(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA256, 32, 1));
+        verifier.initVerify(identity.certificate());
+        verifier.update("text".getBytes(StandardCharsets.UTF_8));
+        assertTrue(verifier.verify(Files.readAllBytes(directory.resolve("signing-demo/p1.sig"))));
     }
 
     @ParameterizedTest
