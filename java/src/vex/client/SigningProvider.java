@@ -250,6 +250,17 @@ public final class SigningProvider extends AuthProvider {
         }
     }
 
+    /** A provider is equal only to itself: the base class compares the services, and not the stores. */
+    @Override
+    public boolean equals(Object other) {
+        return this == other;
+    }
+
+    @Override
+    public int hashCode() {
+        return System.identityHashCode(this);
+    }
+
     /**
      * Refuses to be serialized: the stores cannot be, and without them it would be no provider.
      *

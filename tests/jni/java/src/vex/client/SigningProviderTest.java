@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
@@ -44,6 +45,7 @@ import java.security.spec.ECParameterSpec;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
+import java.util.Map;
 import java.util.zip.ZipFile;
 import javax.security.auth.callback.Callback;
 import javax.security.auth.callback.PasswordCallback;
@@ -392,6 +394,16 @@ class SigningProviderTest {
             assertFalse(buffer.hasRemaining());
             assertArrayEquals(expected, signature.sign());
         }
+    }
+
+    /** A program may have one for each store, and keep what belongs to them in a map. */
+    @Test
+    void providersAreEqualOnlyToThemselves() {
+        Provider one = new SigningProvider("file:/one.p12");
+        Provider two = new SigningProvider("file:/two.p12");
+        assertNotEquals(one, two);
+        assertEquals(Map.of(one, "one", two, "two"), Map.of(two, "two", one, "one"));
+        assertEquals(one, one);
     }
 
     @Test
