@@ -173,11 +173,11 @@ public final class SigningProvider extends AuthProvider {
      * Creates a provider with a store. From Java 9 on, {@code keytool}, {@code jarsigner} and {@code java.security}
      * call this with the provider's argument.
      *
-     * @param store as for {@link #SigningProvider(String)}
+     * @param store as for {@link #SigningProvider(String)}, but not {@code null}: {@link Provider} says so
      * @return the new provider
      */
     public Provider configure(String store) {
-        return new SigningProvider(store);
+        return new SigningProvider(Objects.requireNonNull(store, "store"));
     }
 
     /**

@@ -41,9 +41,8 @@ class NullArgumentsTest {
     /** The parameters that may be null, as their Javadoc says. */
     private static final Set<String> NULLABLE = Set.of(
         "StoreParameter.store.protection", "StoreParameter.file.protection", "SigningProvider.store",
-        "SigningProvider.configure.store",
         "SigningProvider.login.subject", "SigningProvider.login.handler", "SigningProvider.setCallbackHandler.handler",
-        "CertificateInfo.equals.other");
+        "SigningProvider.equals.other", "CertificateInfo.equals.other");
 
     private static final Map<Class<?>, Object> VALUES = new HashMap<>();
     private static SigningClient client;
