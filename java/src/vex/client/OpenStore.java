@@ -1,5 +1,9 @@
 package vex.client;
 
+import java.security.cert.CertificateException;
+import java.security.cert.X509Certificate;
+import java.util.List;
+
 /**
  * The use of an open store by one loaded KeyStore and its keys. It ends when the KeyStore is closed or its provider
  * logs out. Any thread may call any method.
@@ -32,6 +36,26 @@ final class OpenStore {
 
     StoreSession session() {
         return session;
+    }
+
+    /** Throws like {@link #requireOpen}. */
+    List<CertificateInfo> certificates() throws SigningException {
+        requireOpen();
+        try {
+            return session.certificates();
+        } catch (IllegalStateException e) {
+            throw ended(e);
+        }
+    }
+
+    /** See {@link SignerChains#of}. Throws like {@link #requireOpen}. */
+    X509Certificate[] chain(CertificateInfo wanted) throws SigningException, CertificateException {
+        requireOpen();
+        try {
+            return session.chain(wanted);
+        } catch (IllegalStateException e) {
+            throw ended(e);
+        }
     }
 
     /** Whether the toolkit has this name for a way to sign. Throws like {@link #requireOpen}. */

@@ -51,14 +51,16 @@ final class ProviderStores {
     /**
      * Opens a store without a PIN. If it needs one, the provider's handler is asked: for its own store by a login.
      * While logged in, the own store is the one of the login.
+     *
+     * @throws IllegalStateException if another thread logs out between the login and the use of its store
      */
     OpenStore open(String store) throws IOException, SigningException {
         if (!store.equals(ownStore)) {
             return register(new OpenStore(Pin.open(store, this::handler), false));
         }
-        StoreSession loggedIn = loginSession();
-        if (loggedIn != null) {
-            return register(new OpenStore(loggedIn, true));
+        OpenStore ofLogin = openLogin();
+        if (ofLogin != null) {
+            return ofLogin;
         }
         try {
             return register(new OpenStore(StoreSession.open(store), false));
@@ -66,8 +68,13 @@ final class ProviderStores {
             if (!Pin.isMissing(e)) {
                 throw e;
             }
-            return register(new OpenStore(logIn(this::handler), true));
         }
+        logIn(this::handler);
+        ofLogin = openLogin();
+        if (ofLogin == null) {
+            throw new IllegalStateException(LOGGED_OUT);
+        }
+        return ofLogin;
     }
 
     /** Does nothing while logged in. */
@@ -104,28 +111,33 @@ final class ProviderStores {
         }
     }
 
-    /** Returns the session of the login, after logging in if necessary. */
-    private StoreSession logIn(Pin.HandlerSource source) throws IOException, SigningException {
+    /** Does nothing while logged in. */
+    private void logIn(Pin.HandlerSource source) throws IOException, SigningException {
         loginLock.lock();
         try {
-            StoreSession loggedIn = loginSession();
-            if (loggedIn != null) {
-                return loggedIn;
+            synchronized (open) {
+                if (login != null) {
+                    return;
+                }
             }
             StoreSession session = Pin.open(ownStore, source);
             synchronized (open) {
                 login = session;
             }
-            return session;
         } finally {
             loginLock.unlock();
         }
     }
 
-    /** Null: not logged in. */
-    private StoreSession loginSession() {
+    /** The store of the login. In one step, so that a logout always finds it. Null: not logged in. */
+    private OpenStore openLogin() {
         synchronized (open) {
-            return login;
+            if (login == null) {
+                return null;
+            }
+            OpenStore store = new OpenStore(login, true);
+            open.add(store);
+            return store;
         }
     }
 

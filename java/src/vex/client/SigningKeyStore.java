@@ -150,9 +150,9 @@ final class SigningKeyStore extends KeyStoreSpi {
         Map<CertificateInfo, X509Certificate[]> chains = new LinkedHashMap<>();
         Map<CertificateInfo, GeneralSecurityException> failed = new LinkedHashMap<>();
         Aliases<CertificateInfo> names = new Aliases<>();
-        for (CertificateInfo info : store.session().certificates()) {
+        for (CertificateInfo info : store.certificates()) {
             try {
-                X509Certificate[] chain = store.session().chain(info);
+                X509Certificate[] chain = store.chain(info);
                 SigningKey.of(store, info.fingerprint(), chain[0].getPublicKey());
                 chains.put(info, chain);
                 names.add(info, info);

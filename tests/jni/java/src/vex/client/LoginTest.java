@@ -25,6 +25,7 @@ import java.security.UnrecoverableKeyException;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.atomic.AtomicInteger;
 import javax.security.auth.callback.Callback;
 import javax.security.auth.callback.CallbackHandler;
 import javax.security.auth.callback.PasswordCallback;
@@ -284,6 +285,35 @@ class LoginTest {
         KeyStore store = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, provider);
         store.load(null, null);
         return (X509Certificate) store.getCertificate(store.aliases().nextElement());
+    }
+
+    @Test
+    void aLoadThatALogoutInterruptsSaysSo() throws Exception {
+        provider.setCallbackHandler(user);
+        AtomicInteger loading = new AtomicInteger(3);
+        Together.run(4, thread -> {
+            if (thread == 3) {
+                while (loading.get() > 0) {
+                    provider.logout();
+                }
+                return;
+            }
+            try {
+                for (int i = 0; i < 40; ++i) {
+                    loadOrLoggedOut();
+                }
+            } finally {
+                loading.decrementAndGet();
+            }
+        });
+    }
+
+    private void loadOrLoggedOut() throws Exception {
+        try {
+            load(null);
+        } catch (IOException e) {
+            assertEquals("The provider VexClient was logged out; load the KeyStore again", e.getMessage());
+        }
     }
 
     @Test
