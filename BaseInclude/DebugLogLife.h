@@ -5,8 +5,9 @@
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>
-#include <unistd.h>
+#include <time.h>
 
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -168,6 +169,15 @@ inline void CDebugLogMgr::SignalExit() {
     sem_post(&m_sem);
 }
 
+// Gives the writer one second. A signal that the host handles, for instance of a timer, neither ends it nor adds to it.
+inline void CDebugLogMgr::WaitForWriter() {
+    timespec end = {};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    ++end.tv_sec;
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
+    }
+}
+
 // Destroys the manager if no thread is in it. Otherwise the last thread that leaves it destroys it, so a writer in a
 // slow file operation can still use it.
 inline void CDebugLogMgr::ExitHandler() {
@@ -177,7 +187,7 @@ inline void CDebugLogMgr::ExitHandler() {
     }
     CDebugLogMgr* const pMgr = s_pInstance.load(std::memory_order_acquire);
     pMgr->SignalExit();
-    sleep(1);
+    WaitForWriter();
     s_pLogLevel.store(&DROPS_ALL, std::memory_order_release);
     if (CDebugLogUsers::Close()) {
         pMgr->~CDebugLogMgr();

@@ -194,6 +194,7 @@ private:
     // ---- DebugLogLife.h ----
     static CDebugLogMgr* CreateInstance() VEX_REQUIRES(s_csInstance);
     void SignalExit();
+    static void WaitForWriter();
     static void ExitHandler();
     static void BeforeFork();
     static void AfterForkInParent();

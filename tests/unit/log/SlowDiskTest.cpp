@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <ctime>
 #include <latch>
 #include <thread>
 
@@ -125,6 +127,29 @@ TEST_F(SlowDiskTest, AnIdleWriterDelaysTheExitByOneSecondToo) {
     EXPECT_GE(end.dSeconds, kAtLeast);
     EXPECT_LT(end.dSeconds, kBelow);
     EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
+}
+
+// A program may have a timer whose signal handler interrupts its system calls.
+TEST_F(SlowDiskTest, AHostsTimerNeitherShortensTheExitNorLengthensIt) {
+    const ChildEnd end = RunLogChild(
+        [&] {
+            Trace(L"text");
+            WaitUntilWritten(LogPath());
+            struct sigaction action {};
+            action.sa_handler = [](int) {};
+            ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+            sigevent event = {};
+            event.sigev_notify = SIGEV_SIGNAL;
+            event.sigev_signo = SIGUSR1;
+            timer_t timer = nullptr;
+            ASSERT_EQ(timer_create(CLOCK_MONOTONIC, &event, &timer), 0);
+            const itimerspec often = {{0, 200'000}, {0, 200'000}};
+            ASSERT_EQ(timer_settime(timer, 0, &often, nullptr), 0);
+        },
+        Exit::kByReturn);
+    EXPECT_EQ(end.nStatus, 0);
+    EXPECT_GE(end.dSeconds, kAtLeast);
+    EXPECT_LT(end.dSeconds, kBelow);
 }
 
 TEST_F(SlowDiskTest, TracingInALaterExitHandlerReturns) {
