@@ -27,6 +27,7 @@
 #include "SmartBuffer.h"
 #include "VEXAtomicField.h"
 #include "VEXCompat.h"
+#include "VEXForkPause.h"
 #include "VEXType.h"
 
 // The client end of the route-message protocol. Each exchange opens a connection of its own and closes it at its end.
@@ -213,7 +214,11 @@ inline long CPipeIPC::SendMessageAndWait(USHORT usDstSessionID, USHORT usDstObjI
 inline void CPipeIPC::SetOwnerID() {
     timeval time = {};
     gettimeofday(&time, nullptr);
-    const int nRandom = std::rand();  // NOLINT(cert-msc30-c,cert-msc50-cpp): tells clients apart
+    int nRandom = 0;
+    {
+        const CVEXForkPause pause;
+        nRandom = std::rand();  // NOLINT(cert-msc30-c,cert-msc50-cpp): tells clients apart
+    }
     m_OwnerInfo.ObjID = static_cast<USHORT>(nRandom % 65535 + time.tv_usec);
     m_OwnerInfo.SessionID = GetAccountId();
 }
@@ -223,7 +228,12 @@ inline USHORT CPipeIPC::GetAccountId() {
     constexpr std::size_t nMost = 32;
     char szOutput[nMost + 1] = {};
     std::size_t nLength = 0;
-    if (std::FILE* const pPipe = popen("id -u", "re")) {  // NOLINT(cert-env33-c): a constant command
+    std::FILE* pPipe = nullptr;
+    {
+        const CVEXForkPause pause;
+        pPipe = popen("id -u", "re");  // NOLINT(cert-env33-c): a constant command
+    }
+    if (pPipe != nullptr) {
         for (ssize_t nRead = 1; nRead != 0 && nLength < nMost;) {
             nRead = read(fileno(pPipe), szOutput + nLength, nMost - nLength);
             if (nRead < 0 && errno != EINTR) {
@@ -231,6 +241,7 @@ inline USHORT CPipeIPC::GetAccountId() {
             }
             nLength += nRead < 0 ? 0 : static_cast<std::size_t>(nRead);
         }
+        const CVEXForkPause pause;
         pclose(pPipe);
     }
     if (nLength > 0 && szOutput[nLength - 1] == '\n') {

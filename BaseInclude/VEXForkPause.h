@@ -1,6 +1,6 @@
 // Keeps forks away from libc calls that take locks inside libc. A forked child cannot release such a lock when another
-// thread of its parent held it. libc has one lock for the time zone. Wide printf and the first use of a locale's
-// conversions take another one.
+// thread of its parent held it. libc has one lock for the time zone, one for rand, and one that popen holds until the
+// program has started. Wide printf and the first use of a locale's conversions take another one.
 #pragma once
 
 #include <pthread.h>
@@ -16,7 +16,7 @@
 #include "VEXType.h"
 
 // While one exists, other threads that fork wait. Any number of threads may have one at the same time. For calls that
-// take microseconds; take no other lock in its scope, and make no second CVEXForkPause there. Any thread.
+// take milliseconds at most; take no other lock in its scope, and make no second CVEXForkPause there. Any thread.
 class CVEXForkPause {
 public:
     CVEXForkPause() {

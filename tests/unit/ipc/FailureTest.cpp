@@ -7,8 +7,10 @@
 #include <filesystem>
 #include <functional>
 
+#include "ForkWhile.h"
 #include "IpcTest.h"
 #include "Row.h"
+#include "Scale.h"
 
 namespace {
 
@@ -255,6 +257,15 @@ TEST_F(IpcTest, ARequestThatIsTooLongFails) {
         EXPECT_EQ(Trace().end()[-2], "************SendMsg::send data error");
         EXPECT_EQ(Trace().end()[-1], kSendLine);
     }
+}
+
+// libc's popen holds a lock while it starts a program. A child that inherits the lock would wait for ever.
+TEST_F(IpcTest, AForkedChildExchanges) {
+    const SilentPort port(SilentPort::Kind::kRefusing);
+    ForkWhile(2, Scaled(60), [&] {
+        CPipeIPC client;
+        EXPECT_EQ(DoExchange(client, port.Object()).lResult, kSendFailed);
+    });
 }
 
 // Descriptor 0 counts as a failure and is closed.
