@@ -141,6 +141,24 @@ TEST_F(FileServerLimits, AllocatesNoMemoryForBytesThatAreOnlyAnnounced) {
     EXPECT_LT(nPeakKiB, 500000);  // includes a sanitizer's memory
 }
 
+TEST_F(FileServerLimits, DropsAClientWhoseRequestNeedsMoreMemoryThanThereIs) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "skipped: the sanitizer needs more address space than the limit";
+#endif
+    constexpr std::uint64_t kLarge = 1024 * 1024 * 1024;
+    Start({"--max-message", std::to_string(kLarge)}, "-v 300000");
+    const std::uint64_t uId = Open("log");
+    EXPECT_EQ(Ask(SeekToRequest(uId, kLarge)), kDoneReply);
+    EXPECT_EQ(Ask(EndOfFileRequest(uId)), kDoneReply);
+    EXPECT_EQ(Ask(SeekToRequest(uId, 0)), kDoneReply);
+    FileServerClient client(m_uPort);
+    ASSERT_EQ(client.Register(), 0);
+    client.Send(client.Message(ReadRequest(uId, kLarge)));
+    EXPECT_TRUE(client.IsClosedByServer());
+    EXPECT_TRUE(m_server->WaitForLog("dropped: out of memory"));
+    EXPECT_EQ(Ask(WriteRequest(uId, "abc")), WriteReply(true, 3));
+}
+
 TEST_F(FileServerLimits, RefusesFilesAboveTheLimit) {
     Start({"--max-files", "2"});
     const std::uint64_t uFirst = Open("a");

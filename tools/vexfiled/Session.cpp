@@ -6,6 +6,7 @@
 #include <asio/read.hpp>
 #include <asio/write.hpp>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "RequestHeader.h"
@@ -26,7 +27,9 @@ auto Session::Then(Step step) {
         }
         try {
             (self.get()->*step)();
-        } catch (const std::exception& exception) {  // out of memory or random numbers: only this client is dropped
+        } catch (const std::bad_alloc&) {  // only this client is dropped
+            self->Drop("out of memory");
+        } catch (const std::exception& exception) {  // no random numbers: likewise
             self->Drop(exception.what());
         }
     };
