@@ -8,6 +8,7 @@
 #include <time.h>
 
 #include <cerrno>
+#include <chrono>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -169,12 +170,12 @@ inline void CDebugLogMgr::SignalExit() {
     sem_post(&m_sem);
 }
 
-// Gives the writer one second. A signal that the host handles, for instance of a timer, neither ends it nor adds to it.
+// Gives the writer one second. A signal that the host handles, for instance of a timer, does not end the wait. The
+// clock limits it too, because nanosleep rounds the rest up at each signal.
 inline void CDebugLogMgr::WaitForWriter() {
-    timespec end = {};
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    ++end.tv_sec;
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    timespec left = {1, 0};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR && std::chrono::steady_clock::now() < end) {
     }
 }
 
