@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <fstream>
 #include <sstream>
 
@@ -157,6 +158,39 @@ TEST_F(FileServerLimits, DropsAClientWhoseRequestNeedsMoreMemoryThanThereIs) {
     EXPECT_TRUE(client.IsClosedByServer());
     EXPECT_TRUE(m_server->WaitForLog("dropped: out of memory"));
     EXPECT_EQ(Ask(WriteRequest(uId, "abc")), WriteReply(true, 3));
+}
+
+// Whether a client is served soon; the one before may still have the only connection.
+bool IsServedSoon(std::uint16_t uPort) {
+    for (int i = 0; i < 300; ++i) {
+        if (FileServerClient(uPort).Register() == 0) {
+            return true;
+        }
+        usleep(10'000);
+    }
+    return false;
+}
+
+// Without memory for its own work the server may end, but it must not keep the connection.
+TEST_F(FileServerLimits, AClientThatMemoryIsMissingForTakesNoConnection) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "skipped: the sanitizer has its own malloc";
+#endif
+    int cServed = 0;
+    for (int nAllocation = 1; nAllocation <= 12; ++nAllocation) {
+        Start({"--max-connections", "1", "--allow-any"}, "-c 0; export LD_PRELOAD=" VEX_MEMORY_FAILS_AFTER_ACCEPT
+                                                         " VEX_TEST_FAILING_ALLOCATION=" +
+                                                             std::to_string(nAllocation));
+        try {
+            FileServerClient(m_uPort).Send(Number(0, 5));
+            const bool bServed = IsServedSoon(m_uPort);
+            EXPECT_TRUE(bServed) << "after allocation " << nAllocation << " failed:\n" << m_server->Log();
+            cServed += bServed ? 1 : 0;
+        } catch (const std::exception&) {  // nobody listens
+            EXPECT_EQ(m_server->Wait().nStatus, 1) << m_server->Log();
+        }
+    }
+    EXPECT_GT(cServed, 0);
 }
 
 TEST_F(FileServerLimits, RefusesFilesAboveTheLimit) {

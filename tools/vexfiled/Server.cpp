@@ -148,7 +148,12 @@ void Server::OnAccepted(tcp::socket socket) {
     m_sessions.emplace(session.get(), session);
     m_cServed += bServed ? 1 : 0;
     m_totals.uClients += bServed ? 1 : 0;
-    session->Start();
+    try {
+        session->Start();
+    } catch (const std::bad_alloc&) {
+        session->End();  // it may wait for nothing, and would keep its place for ever
+        throw;
+    }
 }
 
 // Empty: the client is served.
