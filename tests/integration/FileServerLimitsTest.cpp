@@ -188,6 +188,7 @@ TEST_F(FileServerLimits, AClientThatMemoryIsMissingForTakesNoConnection) {
             cServed += bServed ? 1 : 0;
         } catch (const std::exception&) {  // nobody listens
             EXPECT_EQ(m_server->Wait().nStatus, 1) << m_server->Log();
+            EXPECT_TRUE(m_server->WaitForLog("ends after an error: out of memory")) << m_server->Log();
         }
     }
     EXPECT_GT(cServed, 0);

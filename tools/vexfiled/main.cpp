@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -88,6 +89,8 @@ int Serve(const vexfiled::Options& options) {
         pszFailed = "ends after an error: ";
         server.Run();
         return EXIT_SUCCESS;
+    } catch (const std::bad_alloc&) {
+        log.Event(Text(pszFailed, "out of memory"));
     } catch (const std::exception& error) {
         log.Event(Text(pszFailed, error.what()));
     }
