@@ -1,8 +1,9 @@
 // The search for a chain among authorities of one name.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <ctime>
-#include <string>
+#include <utility>
 
 #include "MemoryCertificate.h"
 #include "signing/Chain.h"
@@ -10,29 +11,47 @@
 namespace vextk {
 namespace {
 
+class ChainSearch : public testing::Test {
+protected:
+    ChainSearch() { InitialiseOpenSsl(); }
+
+    IdentityPtr Signer() const {
+        return MakeIdentity(
+            Make({m_signerKey.get(), m_now, m_now + 1000, 1, "Signer", m_authorityKey.get(), "Authority"}), nullptr);
+    }
+
+    // Of the key that signed the signer's certificate. Another key signed this one.
+    IdentityPtr SubordinateAuthority(std::size_t nSerial, const char* pszIssuer) const {
+        return MakeIdentity(Make({m_authorityKey.get(), m_now, m_now + 1000, static_cast<long>(nSerial), "Authority",
+                                  m_otherKey.get(), pszIssuer, true}),
+                            nullptr);
+    }
+
+    IdentityPtr Root() const {
+        return MakeIdentity(Make({m_authorityKey.get(), m_now, m_now + 1000, 1, "Authority", nullptr, {}, true}),
+                            nullptr);
+    }
+
+    const std::time_t m_now = std::time(nullptr);
+
+private:
+    const KeyPtr m_signerKey{EVP_EC_gen("P-256")};
+    const KeyPtr m_authorityKey{EVP_EC_gen("P-256")};
+    const KeyPtr m_otherKey{EVP_EC_gen("P-256")};
+};
+
 // A search takes as much work as nearly 1,000 signatures that it verifies: here one for each authority that the
 // signer's issuer may be, and two for the chain with the root, which comes last.
-TEST(ChainSearch, GivesUpWhenItIsTooMuchWork) {
-    InitialiseOpenSsl();
-    const std::time_t now = std::time(nullptr);
-    const KeyPtr signerKey(EVP_EC_gen("P-256"));
-    const KeyPtr authorityKey(EVP_EC_gen("P-256"));
-    const KeyPtr otherKey(EVP_EC_gen("P-256"));
-    const IdentityPtr signer =
-        MakeIdentity(Make({signerKey.get(), now, now + 1000, 1, "Signer", authorityKey.get(), "Authority"}), nullptr);
-    const IdentityPtr root =
-        MakeIdentity(Make({authorityKey.get(), now, now + 1000, 1, "Authority", nullptr, {}, true}), nullptr);
-
+TEST_F(ChainSearch, GivesUpWhenItIsTooMuchWork) {
+    const IdentityPtr signer = Signer();
+    const IdentityPtr root = Root();
     Identities certificates;
     for (const auto& [cOthers, cIssuers] : {std::pair<std::size_t, std::size_t>{950, 1}, {1000, 0}}) {
         while (certificates.size() < cOthers) {
-            const auto nSerial = static_cast<long>(certificates.size()) + 2;
-            certificates.push_back(MakeIdentity(
-                Make({authorityKey.get(), now, now + 1000, nSerial, "Authority", otherKey.get(), "Elsewhere", true}),
-                nullptr));
+            certificates.push_back(SubordinateAuthority(certificates.size() + 2, "Elsewhere"));
         }
         certificates.push_back(root);
-        const Chain chain = FindChain(signer, SelectAuthorities(certificates), now);
+        const Chain chain = FindChain(signer, SelectAuthorities(certificates), m_now);
         EXPECT_EQ(chain.issuers.size(), cIssuers);
         EXPECT_EQ(chain.bHasRoot, cIssuers == 1);
         certificates.pop_back();
@@ -40,23 +59,16 @@ TEST(ChainSearch, GivesUpWhenItIsTooMuchWork) {
 }
 
 // Certificates that name themselves, and that another key has signed: the authority's for its next key.
-TEST(ChainSearch, OfSeveralChainsWithoutARootTheFirstCounts) {
-    InitialiseOpenSsl();
-    const std::time_t now = std::time(nullptr);
-    const KeyPtr signerKey(EVP_EC_gen("P-256"));
-    const KeyPtr oldKey(EVP_EC_gen("P-256"));
-    const KeyPtr newKey(EVP_EC_gen("P-256"));
-    const IdentityPtr signer =
-        MakeIdentity(Make({signerKey.get(), now, now + 1000, 1, "Signer", newKey.get(), "Authority"}), nullptr);
+TEST_F(ChainSearch, OfSeveralChainsWithoutARootTheFirstCounts) {
+    const IdentityPtr signer = Signer();
     // The second number: more than the search verifies, which gives up with what it has.
-    for (const long nAuthorities : {3L, 500L}) {
+    for (const std::size_t cAuthorities : {3, 500}) {
         Identities certificates;
-        for (long nSerial = 1; nSerial <= nAuthorities; ++nSerial) {
-            certificates.push_back(MakeIdentity(
-                Make({newKey.get(), now, now + 1000, nSerial, "Authority", oldKey.get(), "Authority", true}), nullptr));
+        while (certificates.size() < cAuthorities) {
+            certificates.push_back(SubordinateAuthority(certificates.size() + 1, "Authority"));
         }
-        const Chain chain = FindChain(signer, SelectAuthorities(certificates), now);
-        ASSERT_EQ(chain.issuers.size(), 1U) << nAuthorities;
+        const Chain chain = FindChain(signer, SelectAuthorities(certificates), m_now);
+        ASSERT_EQ(chain.issuers.size(), 1U) << cAuthorities;
         EXPECT_EQ(chain.issuers.front(), certificates.front());
         EXPECT_FALSE(chain.bHasRoot);
     }
