@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <future>
 #include <memory>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -64,15 +65,20 @@ std::vector<BagsPtr> Decrypted(const std::vector<EncryptedPart>& parts, PinText 
     return decrypted;
 }
 
-// The same on a thread of its own, or during get() if the system has no thread. All arguments must outlive the result,
-// which waits for the thread when it is destroyed.
+// The same on a thread of its own, or during get() if the system gives the process no thread. All arguments must
+// outlive the result, which waits for the thread when it is destroyed.
 std::future<std::vector<BagsPtr>> StartDecrypting(const std::vector<EncryptedPart>& parts, PinText pin, Pin known) {
-    const vexposix::NoSignals noSignals;
-    return std::async(std::launch::async | std::launch::deferred, [&parts, pin, known] {
+    const auto decrypt = [&parts, pin, known] {
         const StackWiper wiper(StackWiper::kAnyDepth);
         BeginOperation();
         return Decrypted(parts, pin, known);
-    });
+    };
+    try {
+        const vexposix::NoSignals noSignals;
+        return std::async(std::launch::async, decrypt);
+    } catch (const std::system_error&) {
+        return std::async(std::launch::deferred, decrypt);
+    }
 }
 
 // Adds the content of a file to a StoreContent. Throws when the file is damaged or the PIN is wrong.
