@@ -1,5 +1,4 @@
 // PKCS #12 files whose parts are decrypted by two threads: keys in a plain part, certificates in an encrypted one.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -8,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "Pkcs12Bytes.h"
 #include "Row.h"
 #include "Secret.h"
 #include "SelfSigned.h"
+#include "SystemCalls.h"
 #include "signing/Failure.h"
 #include "signing/Store.h"
 
@@ -36,7 +37,7 @@ bool IsBlocked(int nSignal) {
 // Before that of libc.
 extern "C" int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pFunction)(void*),
                               void* pArgument) noexcept {
-    static auto* const s_pNext = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    static auto* const s_pNext = system_calls::Next(pthread_create, "pthread_create");
     ++t_threads.nStarted;
     t_threads.nWithHostsSignals += IsBlocked(SIGTERM) && IsBlocked(SIGUSR1) ? 0 : 1;
     return t_threads.nRefusal != 0 ? t_threads.nRefusal : s_pNext(pThread, pAttributes, pFunction, pArgument);
@@ -61,19 +62,10 @@ std::string FileOf(const std::vector<Part>& parts, bool bMac) {
         PKCS12_add_safe(&pSafes, pBags, part == Part::kPlain ? -1 : NID_aes_256_cbc, 1, kPin);
         sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
         if (part == Part::kDamaged) {
-            ASN1_OCTET_STRING* const pData =
-                sk_PKCS7_value(pSafes, sk_PKCS7_num(pSafes) - 1)->d.encrypted->enc_data->enc_data;
-            ASN1_STRING_set(pData, ASN1_STRING_get0_data(pData), ASN1_STRING_length(pData) - 1);  // not whole blocks
+            CutEncryption(*sk_PKCS7_value(pSafes, sk_PKCS7_num(pSafes) - 1));
         }
     }
-    const Pkcs12Ptr file(PKCS12_add_safes(pSafes, 0));
-    sk_PKCS7_pop_free(pSafes, PKCS7_free);
-    if (bMac) {
-        PKCS12_set_mac(file.get(), kPin, -1, nullptr, 0, 1, EVP_sha256());
-    }
-    const BioPtr bytes(BIO_new(BIO_s_mem()));
-    i2d_PKCS12_bio(bytes.get(), file.get());
-    return MemoryBioText(bytes.get());
+    return BytesOf(pSafes, bMac ? kPin : nullptr);
 }
 
 struct Case : Row {

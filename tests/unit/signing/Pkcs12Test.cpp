@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "Pkcs12Bytes.h"
 #include "Row.h"
 #include "Secret.h"
 #include "SelfSigned.h"
@@ -23,9 +24,7 @@ std::string MakePkcs12(const char* pszPin, int nEncryption) {
     const SelfSigned pair;
     const Pkcs12Ptr file(PKCS12_create(pszPin, nullptr, pair.key.get(), pair.certificate.get(), nullptr, nEncryption,
                                        nEncryption, 0, 0, 0));
-    const BioPtr bytes(BIO_new(BIO_s_mem()));
-    i2d_PKCS12_bio(bytes.get(), file.get());
-    return MemoryBioText(bytes.get());
+    return BytesOf(file.get());
 }
 
 // A file with a PIN and a MAC. The test chooses the other parts.
@@ -99,15 +98,9 @@ public:
         STACK_OF(PKCS7)* pSafes = nullptr;
         PKCS12_add_safe(&pSafes, m_pBags, NID_aes_256_cbc, 1, kPin);
         if (bDamaged) {
-            ASN1_OCTET_STRING* const pData = sk_PKCS7_value(pSafes, 0)->d.encrypted->enc_data->enc_data;
-            ASN1_STRING_set(pData, ASN1_STRING_get0_data(pData), ASN1_STRING_length(pData) - 1);  // not whole blocks
+            CutEncryption(*sk_PKCS7_value(pSafes, 0));
         }
-        const Pkcs12Ptr file(PKCS12_add_safes(pSafes, 0));
-        sk_PKCS7_pop_free(pSafes, PKCS7_free);
-        PKCS12_set_mac(file.get(), kPin, -1, nullptr, 0, 1, EVP_sha256());
-        const BioPtr bytes(BIO_new(BIO_s_mem()));
-        i2d_PKCS12_bio(bytes.get(), file.get());
-        return MemoryBioText(bytes.get());
+        return BytesOf(pSafes, kPin);
     }
 
     static constexpr const char* kPin = "1234";
@@ -258,12 +251,8 @@ std::string WithDamagedSafe(void (*pfnDamage)(PKCS7& safe)) {
     STACK_OF(PKCS7)* pSafes = nullptr;
     PKCS12_add_safe(&pSafes, pBags, NID_aes_256_cbc, 1, Pkcs12File::kPin);
     pfnDamage(*sk_PKCS7_value(pSafes, 0));
-    const Pkcs12Ptr file(PKCS12_add_safes(pSafes, 0));
     sk_PKCS12_SAFEBAG_pop_free(pBags, PKCS12_SAFEBAG_free);
-    sk_PKCS7_pop_free(pSafes, PKCS7_free);
-    const BioPtr bytes(BIO_new(BIO_s_mem()));
-    i2d_PKCS12_bio(bytes.get(), file.get());
-    return MemoryBioText(bytes.get());
+    return BytesOf(pSafes, nullptr);
 }
 
 struct Damage : Row {
