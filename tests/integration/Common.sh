@@ -41,3 +41,11 @@ issue() {
     openssl req -x509 -new -config issue.cnf -key "$name.key" -days 30 "${signer[@]}" -out "$name.crt"
     cat "$name.key" "$name.crt" >"$name.pem"
 }
+
+# self_signed NAME TYPE [OPTION]: makes NAME.key, NAME.crt, NAME.pem with both, and NAME.pub.
+self_signed() {
+    openssl req -x509 -newkey "$2" ${3:+-pkeyopt "$3"} -nodes -keyout "$1.key" -out "$1.crt" -days 30 -subj "/CN=$1" \
+        2>/dev/null
+    cat "$1.key" "$1.crt" >"$1.pem"
+    openssl x509 -in "$1.crt" -noout -pubkey -out "$1.pub"
+}

@@ -13,15 +13,9 @@ memory=$4
 export XDG_DATA_HOME=$work/data
 mkdir data
 
-make_key() {
-    openssl req -x509 -newkey "$2" ${3:+-pkeyopt "$3"} -nodes -keyout "$1.key" -out "$1.crt" -days 30 -subj "/CN=$1" \
-        2>/dev/null
-    cat "$1.key" "$1.crt" >"$1.pem"
-    openssl x509 -in "$1.crt" -noout -pubkey -out "$1.pub"
-}
-make_key rsa rsa:2048
-make_key ec ec ec_paramgen_curve:P-256
-make_key ed ed25519
+self_signed rsa rsa:2048
+self_signed ec ec ec_paramgen_curve:P-256
+self_signed ed ed25519
 
 # verified_p7 CONTENT [openssl-option...]: openssl accepts the signature "sig", in DER, for this content.
 verified_p7() {

@@ -8,9 +8,7 @@ vexsign=$1
 pin='a b%&?#1'
 printf '%s\n' "$pin" >pin
 chmod 600 pin
-openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ec.key -out ec.crt -days 30 -subj /CN=ec \
-    2>/dev/null
-cat ec.key ec.crt >ec.pem
+self_signed ec ec ec_paramgen_curve:P-256
 openssl pkcs12 -export -in ec.crt -inkey ec.key -out keys.p12 -passout "pass:$pin"
 head -c 500 keys.p12 >cut.p12
 printf 'a letter' >letter.txt
