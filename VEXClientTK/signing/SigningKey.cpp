@@ -35,6 +35,7 @@ struct Prepared {
     Scheme scheme;
     int nDigest;  // OpenSSL's number of the digest
     KeyContextPtr context;
+    bool bProven = false;  // a signature of it has been verified
 };
 
 class MemoryKey final : public SigningKey {
@@ -56,8 +57,14 @@ private:
         RequireSigned(EVP_PKEY_sign(own.front().context.get(), signature.data(), &cbSignature, request.data.data(),
                                     request.data.size()) == 1 &&
                       cbSignature <= signature.size());
-        KeepContext(std::move(own));
         signature.resize(cbSignature);
+        // OpenSSL does not compare the two halves of an EC key that it reads from a file.
+        if (!own.front().bProven && !IsSignature(m_key.get(), request, signature)) {
+            throw Failure(VCTK_E_SIGN_FAILED,
+                          "the private key is damaged: its signature does not match the certificate");
+        }
+        own.front().bProven = true;
+        KeepContext(std::move(own));
         return signature;
     }
 

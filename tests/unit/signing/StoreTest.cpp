@@ -40,6 +40,9 @@ protected:
                        " && sed 's/ CERTIFICATE/ X509 CERTIFICATE/' rsa.crt > old.crt && cat rsa.key old.crt > old.pem"
                        " && openssl ec -in ec.key -out trad-ec.key && cat trad-ec.key ec.crt > trad-ec.pem"
                        " && sed '5d' trad-ec.key > bad-ec.key && cat bad-ec.key ec.crt > bad-ec.pem"
+                       // One letter of the private half.
+                       " && (sed -E '2{s/^(.{23})A/\\1B/;t;s/^(.{23})./\\1A/}' trad-ec.key; cat ec.crt) > half-trad.pem"
+                       " && (sed -E '3{s/^(.{23})A/\\1B/;t;s/^(.{23})./\\1A/}' ec.key; cat ec.crt) > half-ec.pem"
                        " && head -c 1100 /dev/zero | tr '\\0' x > pin-endless");
         // Undamaged files without a signing key.
         RequireCommand(strIn +
@@ -202,6 +205,21 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/bad-key.pem", "a private key in it is damaged"},
                     Fault{"file:@/bad-ec.pem", "a private key in it is damaged"}));
+
+// OpenSSL reads both halves of an EC key and does not compare them.
+TEST_F(StoreTest, AKeyWithADamagedPrivateHalfMakesNoSignature) {
+    for (const char* pszUri : {"file:@/half-ec.pem", "file:@/half-trad.pem"}) {
+        const ToolkitClient client(Expand(pszUri));
+        ASSERT_TRUE(client.IsOpen()) << ErrorMessage(nullptr);
+        for (const int nError : {VCTK_P1Sign(client.Handle(), "text", 0), VCTK_P1Sign(client.Handle(), "text", 0),
+                                 VCTK_P7Sign(client.Handle(), "text", 0, 1, 1)}) {
+            EXPECT_EQ(nError, VCTK_E_SIGN_FAILED) << pszUri;
+            EXPECT_EQ(client.Message(), VCTKErrorMessage(VCTK_E_SIGN_FAILED) +
+                                            std::string(": the private key is damaged: its signature does not match "
+                                                        "the certificate"));
+        }
+    }
+}
 
 TEST_F(StoreTest, ADamagedCertificateDoesNotHideATrustedOne) {
     EXPECT_TRUE(ToolkitClient(Expand("stamp:?tsa-ca=@/one-bad.pem")).IsOpen()) << ErrorMessage(nullptr);
