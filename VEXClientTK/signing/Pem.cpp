@@ -66,7 +66,7 @@ private:
     bool Decrypt(const SecretText* pPin) {
         EVP_CIPHER_INFO cipher{};
         if (PEM_get_EVP_CIPHER_INFO(m_pszHeader, &cipher) != 1) {
-            ThrowDecryptionFailure(Pin::kRight);
+            ThrowDecryptionFailure(Pin::kUntried);
         }
         if (cipher.cipher == nullptr) {
             return false;

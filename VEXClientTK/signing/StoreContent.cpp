@@ -104,8 +104,11 @@ void ThrowDecryptionFailure(Pin pin) {
             throw Failure(VCTK_E_STORE_FORMAT, "it is encrypted in a way that OpenSSL does not offer");
         }
     }
-    if (pin == Pin::kRight) {
+    if (pin == Pin::kUntried) {
         throw DamagedStore("an encrypted part of it");
+    }
+    if (pin == Pin::kRight) {
+        throw Failure(VCTK_E_STORE_FORMAT, "an encrypted part of it is damaged or has another PIN than the file");
     }
     throw Failure(pin == Pin::kGiven ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
 }

@@ -38,11 +38,12 @@ private:
 // strWhere: such as "a private key in it".
 Failure DamagedStore(const std::string& strWhere);
 
-// What is known about the PIN when a part of a store cannot be decrypted.
-enum class Pin { kNone, kGiven, kRight };
+// What is known about the PIN when a part of a store cannot be decrypted. kRight: it is the PIN of the whole file, but
+// a part may have another one.
+enum class Pin { kNone, kGiven, kRight, kUntried };
 
 // Takes errors off OpenSSL's queue until one tells the cause, and throws that. If none does, the PIN is at fault, or
-// with Pin::kRight the data.
+// with Pin::kRight and Pin::kUntried the data.
 [[noreturn]] void ThrowDecryptionFailure(Pin pin);
 
 }  // namespace vextk

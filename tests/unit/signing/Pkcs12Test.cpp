@@ -58,6 +58,15 @@ public:
         AddKey(std::move(info));
     }
 
+    // Another key and its certificate. The key has a PIN of its own.
+    void AddPairWithPin(const char* pszPin) {
+        const SelfSigned pair;
+        sk_PKCS12_SAFEBAG_push(m_pBags,
+                               PKCS12_SAFEBAG_create_pkcs8_encrypt(NID_aes_256_cbc, pszPin, -1, nullptr, 0, 1,
+                                                                   KeyInfoPtr(EVP_PKEY2PKCS8(pair.key.get())).get()));
+        PKCS12_add_cert(&m_pBags, pair.certificate.get());
+    }
+
     void AddWhatIsNoCertificate() {
         const std::unique_ptr<ASN1_INTEGER, Deleter<ASN1_INTEGER_free>> number(ASN1_INTEGER_new());
         sk_PKCS12_SAFEBAG_push(m_pBags, PKCS12_item_pack_safebag(number.get(), ASN1_ITEM_rptr(ASN1_INTEGER),
@@ -159,14 +168,19 @@ TEST(Pkcs12, BagsInBagsAreRead) {
     EXPECT_NE(identities[0]->Key(), nullptr);
 }
 
-TEST(Pkcs12, ADamagedEncryptionIsNotReportedAsAWrongPinWhereTheMacIsRight) {
+// Java's KeyStore can give each key a PIN of its own.
+TEST(Pkcs12, APartThatCannotBeDecryptedIsNotReportedAsAWrongPinWhereTheMacIsRight) {
     const SecretText pin = Secret(Pkcs12File::kPin);
-    try {
-        ReadIdentities(Pkcs12File().Bytes(true), &pin);
-        ADD_FAILURE() << "it was read";
-    } catch (const Failure& failure) {
-        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT);
-        EXPECT_EQ(failure.Detail(), "an encrypted part of it is damaged");
+    Pkcs12File twoPins;
+    twoPins.AddPairWithPin("5678");
+    for (const std::string& strFile : {Pkcs12File().Bytes(true), twoPins.Bytes()}) {
+        try {
+            ReadIdentities(strFile, &pin);
+            ADD_FAILURE() << "it was read";
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT);
+            EXPECT_EQ(failure.Detail(), "an encrypted part of it is damaged or has another PIN than the file");
+        }
     }
 }
 
