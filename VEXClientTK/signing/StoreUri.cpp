@@ -115,7 +115,10 @@ void ParseTokenAttribute(std::string_view attribute, TokenUri& token) {
         Malformed("an attribute of the token or object is unknown");
     }
     const SecretText decoded = PercentDecode(attribute.substr(nEquals + 1), name == "id");
-    const std::string strValue(decoded.View());
+    std::string strValue(decoded.View());
+    if (name == "library-version" && strValue.find('.') == std::string::npos) {
+        strValue += ".0";  // RFC 7512 section 2.5
+    }
     if (name == "type" && strValue != "cert" && strValue != "private") {
         Malformed("type must be cert or private");
     }

@@ -40,7 +40,7 @@ namespace vextk {
 // The parts of a pkcs11: URI, except the PIN.
 struct TokenUri {
     // The attributes of the path by name, decoded; all are of RFC 7512 section 2.3. "id" is bytes, "type" is "cert" or
-    // "private", "slot-id" is decimal without leading zeros.
+    // "private", "slot-id" is decimal without leading zeros, "library-version" has a point.
     std::map<std::string, std::string, std::less<>> attributes;
     std::string strModulePath;  // absolute; empty if not given
     std::string strModuleName;  // empty if not given

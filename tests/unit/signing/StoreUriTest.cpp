@@ -206,6 +206,8 @@ INSTANTIATE_TEST_SUITE_P(
         AcceptedToken{"pkcs11:slot-id=0;slot-description=r;slot-manufacturer=s",
                       {{"slot-id", "0"}, {"slot-description", "r"}, {"slot-manufacturer", "s"}}},
         AcceptedToken{"pkcs11:slot-id=10", {{"slot-id", "10"}}},
+        AcceptedToken{"pkcs11:library-version=1", {{"library-version", "1.0"}}},
+        AcceptedToken{"pkcs11:library-version=1.", {{"library-version", "1."}}},
         AcceptedToken{"pkcs11:library-version=1.2;library-description=l;library-manufacturer=k",
                       {{"library-version", "1.2"}, {"library-description", "l"}, {"library-manufacturer", "k"}}},
         AcceptedToken{"pkcs11:?pin-value=12%2634", {}, "", "", "12&34"},
