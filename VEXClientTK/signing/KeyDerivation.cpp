@@ -1,5 +1,6 @@
 #include "signing/KeyDerivation.h"
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 #include <string>
@@ -33,9 +34,14 @@ std::uint64_t Product(std::uint64_t a, std::uint64_t b) {
 std::uint64_t IterationsOfFunction(const X509_ALGOR* pFunction) {
     if (OBJ_obj2nid(pFunction->algorithm) == NID_id_scrypt) {
         const auto scrypt = Parameters<ScryptParameters>(pFunction, ASN1_ITEM_rptr(SCRYPT_PARAMS));
-        return scrypt ? Product(Number(scrypt->costParameter),
-                                Product(Number(scrypt->blockSize), Number(scrypt->parallelizationParameter)))
-                      : 0;
+        if (!scrypt) {
+            return 0;
+        }
+        // Each of the r * p blocks also hashes the whole salt four times. 32 bytes of it take about as long as one of
+        // the N rounds.
+        const auto cbSalt = static_cast<std::uint64_t>(ASN1_STRING_length(scrypt->salt));
+        return Product(std::max(Number(scrypt->costParameter), cbSalt / 32),
+                       Product(Number(scrypt->blockSize), Number(scrypt->parallelizationParameter)));
     }
     const auto pbkdf2 = Parameters<Pbkdf2Parameters>(pFunction, ASN1_ITEM_rptr(PBKDF2PARAM));
     if (!pbkdf2) {

@@ -11,7 +11,7 @@
 namespace vextk {
 
 // Counts the work for one file in iterations: those of PBKDF2, PBKDF1 and the PKCS #12 derivation, and N * r * p for
-// scrypt. For one thread.
+// scrypt, or more if its salt is long. For one thread.
 class DerivationWork {
 public:
     // The limits for one encryption or MAC (about three seconds) and for a whole file (about fifteen seconds).

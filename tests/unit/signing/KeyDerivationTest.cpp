@@ -75,6 +75,14 @@ AlgorithmPtr Scrypt(int cBlocks) {
     return AlgorithmPtr(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr, kScryptN, 1, nParallel));
 }
 
+// Few rounds, and a salt that takes as long as kScryptN of them.
+AlgorithmPtr ScryptWithLongSalt(int cBlocks) {
+    const auto nParallel = static_cast<std::uint64_t>(cBlocks / kScryptN);
+    std::string strSalt(std::size_t{32} * kScryptN, 's');
+    return AlgorithmPtr(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), reinterpret_cast<unsigned char*>(strSalt.data()),
+                                              static_cast<int>(strSalt.size()), nullptr, 2, 1, nParallel));
+}
+
 // Whether the encryption is refused as too much work, counted together with those before it in the file.
 bool IsTooMuch(DerivationWork& work, const X509_ALGOR* pAlgorithm) {
     try {
@@ -107,7 +115,8 @@ TEST_P(DerivationLimit, IsTenMillion) {
 INSTANTIATE_TEST_SUITE_P(, DerivationLimit,
                          testing::Values(Algorithm{"Pbes2", Pbes2}, Algorithm{"Pbes1", Pbes1}, Algorithm{"Rc2", Rc2},
                                          Algorithm{"LongestUsualKey", LongestUsualKey},
-                                         Algorithm{"LongerKey", LongerKey, 5}, Algorithm{"Scrypt", Scrypt, kScryptN}),
+                                         Algorithm{"LongerKey", LongerKey, 5}, Algorithm{"Scrypt", Scrypt, kScryptN},
+                                         Algorithm{"ScryptWithLongSalt", ScryptWithLongSalt, kScryptN}),
                          RowName);
 
 TEST(DerivationWorkTest, OfAFileIsBoundedAsWell) {
