@@ -142,13 +142,19 @@ void AddBlock(Block& block, const SecretText* pPin, StoreContent& content) {
 std::optional<StoreContent> ReadPem(std::string_view text, const SecretText* pPin) {
     const BioPtr bio(RequireOpenSsl(BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))));
     std::optional<StoreContent> content;
+    bool bPkcs12 = false;
     Block block;
     while (block.Read(bio.get())) {
         if (!content) {
             content.emplace();
         }
+        bPkcs12 = bPkcs12 || block.Label() == "PKCS12";
         AddBlock(block, pPin, *content);
         ERR_clear_error();
+    }
+    if (bPkcs12 && content->keys.empty() && content->certificates.empty()) {
+        throw Failure(VCTK_E_STORE_FORMAT,
+                      "it is a PKCS #12 file in PEM; export it in DER (with certtool, use --outder)");
     }
     return content;
 }

@@ -58,6 +58,10 @@ protected:
                        " && (echo a note; cat csr.pem pkcs7.pem crl.pem public.pem other.key parameters.pem"
                        " ssh.key) > others.pem && cat others.pem rsa.key others.pem rsa.crt others.pem > amid.pem"
                        " && cat enc.key others.pem rsa.crt > amid-enc.pem");
+        // As certtool writes it.
+        RequireCommand(strIn +
+                       "(echo -----BEGIN PKCS12----- && base64 rsa.p12 && echo -----END PKCS12-----) > p12.pem"
+                       " && cat rsa.key p12.pem rsa.crt > beside-p12.pem");
         // No PIN opens these: the block size of scrypt is too large (127), and the cipher is unknown.
         RequireCommand(strIn +
                        "openssl pkcs8 -topk8 -scrypt -in rsa.key -passout pass:1234 -outform DER -out scrypt.der"
@@ -118,10 +122,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Store{"file:@/a%20b.pem", 2}, Store{"file:@/a b.pem", 2},
                     Store{"file:@/both.pem?pin-value=unused", 2}, Store{"file:@/enc.pem?pin-value=1234", 1},
                     Store{"file:@/trad.pem?pin-value=1234", 1}, Store{"file:@/mixed.pem?pin-value=1234", 2},
-                    Store{"file:@/amid.pem", 1}, Store{"file:@/amid.pem?pin-value=unused", 1},
-                    Store{"file:@/amid-enc.pem?pin-value=1234", 1}, Store{"file:@/one-bad.pem", 1},
-                    Store{"file:@/trusted.pem", 1}, Store{"file:@/old.pem", 1}, Store{"file:@/trad-ec.pem", 1},
-                    Store{"file:@/both.pem?chain=root&chain-source=@/one-bad.pem", 2}));
+                    Store{"file:@/amid.pem", 1}, Store{"file:@/beside-p12.pem", 1},
+                    Store{"file:@/amid.pem?pin-value=unused", 1}, Store{"file:@/amid-enc.pem?pin-value=1234", 1},
+                    Store{"file:@/one-bad.pem", 1}, Store{"file:@/trusted.pem", 1}, Store{"file:@/old.pem", 1},
+                    Store{"file:@/trad-ec.pem", 1}, Store{"file:@/both.pem?chain=root&chain-source=@/one-bad.pem", 2}));
 
 struct BadStore {
     const char* pszUri;
@@ -200,6 +204,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"file:@/cut.p12?pin-value=1234", "it is a PKCS #12 file that is damaged or not whole"},
                     Fault{"file:@/cut.p12", "it is a PKCS #12 file that is damaged or not whole"},
                     Fault{"file:@/head.p12", "it is a PKCS #12 file that is damaged or not whole"},
+                    Fault{"file:@/p12.pem?pin-value=1234",
+                          "it is a PKCS #12 file in PEM; export it in DER (with certtool, use --outder)"},
                     Fault{"file:@/rsa.cer", "it is neither PKCS #12 nor PEM"},
                     Fault{"file:@/one-byte", "it is neither PKCS #12 nor PEM"},
                     Fault{"file:@/damaged.pem", "a PEM block in it is damaged"},
