@@ -7,8 +7,8 @@
 
 namespace vextk {
 
-// The private key of each certificate, null if there is none. Only RSA and EC keys are considered. The content still
-// owns the keys. The time is proportional to the number of keys and certificates, whether they match or not.
+// The private key of each certificate, null if there is none. The content still owns the keys. The time is proportional
+// to the number of keys and certificates, whether they match or not.
 std::vector<EVP_PKEY*> KeysOf(const StoreContent& content);
 
 }  // namespace vextk

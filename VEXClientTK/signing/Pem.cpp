@@ -117,7 +117,7 @@ template <typename Pointer>
 Pointer RequireKey(Pointer key) {
     if (!key) {
         RequireMemory();
-        throw DamagedStore("a private key in it");
+        throw UnreadableKey();
     }
     return key;
 }

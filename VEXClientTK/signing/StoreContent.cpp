@@ -74,12 +74,16 @@ void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, std::string strNa
     }
     RequireMemory();
     if (IsKnownCurve(kind)) {
-        throw DamagedStore("a private key in it");
+        throw UnreadableKey();
     }
 }
 
 Failure DamagedStore(const std::string& strWhere) {
     return Failure(VCTK_E_STORE_FORMAT, strWhere + " is damaged");
+}
+
+Failure UnreadableKey() {
+    return Failure(VCTK_E_STORE_FORMAT, "a private key in it is damaged or has a form that OpenSSL does not read");
 }
 
 void ThrowDecryptionFailure(Pin pin) {

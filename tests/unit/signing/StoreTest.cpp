@@ -184,6 +184,8 @@ struct Fault {
 
 class StoreContentUnusable : public StoreTest, public testing::WithParamInterface<Fault> {};
 
+constexpr const char* kUnreadableKey = "a private key in it is damaged or has a form that OpenSSL does not read";
+
 // Only damaged files are reported as damaged, and no PIN as wrong.
 TEST_P(StoreContentUnusable, IsReportedWithItsCause) {
     EXPECT_FALSE(ToolkitClient(Expand(GetParam().pszUri)).IsOpen());
@@ -211,8 +213,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"file:@/damaged.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/endless.pem", "a PEM block in it is damaged"},
                     Fault{"file:@/letters.pem", "a PEM block in it is damaged"},
-                    Fault{"file:@/bad-key.pem", "a private key in it is damaged"},
-                    Fault{"file:@/bad-ec.pem", "a private key in it is damaged"}));
+                    Fault{"file:@/bad-key.pem", kUnreadableKey}, Fault{"file:@/bad-ec.pem", kUnreadableKey}));
 
 // OpenSSL reads both halves of an EC key and does not compare them.
 TEST_F(StoreTest, AKeyWithADamagedPrivateHalfMakesNoSignature) {
