@@ -61,7 +61,7 @@ protected:
         // As certtool writes it.
         RequireCommand(strIn +
                        "(echo -----BEGIN PKCS12----- && base64 rsa.p12 && echo -----END PKCS12-----) > p12.pem"
-                       " && cat rsa.key p12.pem rsa.crt > beside-p12.pem");
+                       " && cat rsa.key p12.pem rsa.crt > beside-p12.pem && cat p12.pem rsa.crt > issuer-p12.pem");
         // No PIN opens these: the block size of scrypt is too large (127), and the cipher is unknown.
         RequireCommand(strIn +
                        "openssl pkcs8 -topk8 -scrypt -in rsa.key -passout pass:1234 -outform DER -out scrypt.der"
@@ -125,7 +125,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Store{"file:@/amid.pem", 1}, Store{"file:@/beside-p12.pem", 1},
                     Store{"file:@/amid.pem?pin-value=unused", 1}, Store{"file:@/amid-enc.pem?pin-value=1234", 1},
                     Store{"file:@/one-bad.pem", 1}, Store{"file:@/trusted.pem", 1}, Store{"file:@/old.pem", 1},
-                    Store{"file:@/trad-ec.pem", 1}, Store{"file:@/both.pem?chain=root&chain-source=@/one-bad.pem", 2}));
+                    Store{"file:@/trad-ec.pem", 1}, Store{"file:@/both.pem?chain=root&chain-source=@/one-bad.pem", 2},
+                    Store{"file:@/both.pem?chain=root&chain-source=@/issuer-p12.pem", 2}));
 
 struct BadStore {
     const char* pszUri;
