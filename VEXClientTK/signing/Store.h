@@ -33,8 +33,9 @@ using OpenedStorePtr = std::shared_ptr<const OpenedStore>;
 // URI has errors=handle.
 OpenedStorePtr OpenStore(StoreUri uri);
 
-// The certificates in the bytes of a PKCS #12 or PEM file, in the file's order. Each comes once, with its private
-// key if the file has it. pPin may be null. Throws one of the store and PIN numbers of VCTKError.h.
+// The certificates in the bytes of a PKCS #12 or PEM file, in the file's order; in a PKCS #12 file, those in encrypted
+// parts come last. Each comes once, with its private key if the file has it. pPin may be null. Throws one of the store
+// and PIN numbers of VCTKError.h.
 Identities ReadIdentities(std::string_view bytes, const SecretText* pPin);
 
 }  // namespace vextk
