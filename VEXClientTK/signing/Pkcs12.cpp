@@ -201,6 +201,14 @@ Pkcs12Ptr Parse(std::string_view bytes) {
     return Pkcs12Ptr(d2i_PKCS12(nullptr, &pbFile, static_cast<long>(bytes.size())));
 }
 
+// What OpenSSL calls the MAC's algorithm, or its OID.
+std::string MacName(const PKCS12* pFile) {
+    const X509_ALGOR* pAlgorithm = nullptr;
+    PKCS12_get0_mac(nullptr, &pAlgorithm, nullptr, nullptr, pFile);
+    const int nAlgorithm = OBJ_obj2nid(pAlgorithm->algorithm);
+    return nAlgorithm != NID_undef ? OBJ_nid2ln(nAlgorithm) : DottedText(pAlgorithm->algorithm);
+}
+
 bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
     work.AddMac(pFile);
     if (PKCS12_verify_mac(pFile, pin.pchText, pin.cchText) == 1) {
@@ -209,7 +217,9 @@ bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
     // A wrong PIN adds no error to the queue.
     RequireMemory();
     if (ERR_peek_last_error() != 0) {
-        throw Failure(VCTK_E_STORE_FORMAT, "its check sum (MAC) cannot be computed: " + LastOpenSslReason());
+        throw Failure(VCTK_E_STORE_FORMAT, "its check sum (MAC), " + MacName(pFile) + ", cannot be computed by " +
+                                               OpenSSL_version(OPENSSL_VERSION) + ": " + LastOpenSslReason() +
+                                               "; export the store again with another one");
     }
     return false;
 }

@@ -308,6 +308,10 @@ std::string FileOf(const std::string& strSafes, const std::string& strMac = "") 
     return Tlv(0x30, Tlv(0x02, "\x03") + Tlv(0x30, kData + Tlv(0xA0, Tlv(0x04, strSafes))) + strMac);
 }
 
+std::string MacBy(const std::string& strDigest) {
+    return Tlv(0x30, Tlv(0x30, Tlv(0x30, Tlv(0x06, strDigest)) + Tlv(0x04, "digest")) + Tlv(0x04, "salt"));
+}
+
 struct Odd : Row {
     std::string strFile;
     std::string strReason;
@@ -329,13 +333,13 @@ TEST_P(OddPkcs12, IsRefusedWithTheReason) {
 
 INSTANTIATE_TEST_SUITE_P(
     , OddPkcs12,
-    testing::Values(
-        Odd{"NoListOfContents", FileOf("garbage"), "its list of contents is damaged"},
-        Odd{"NoBags", FileOf(Tlv(0x30, Tlv(0x30, kData + Tlv(0xA0, Tlv(0x04, "garbage"))))), "a part of it is damaged"},
-        Odd{"UnknownDigestOfTheMac",
-            FileOf(Tlv(0x30, ""), Tlv(0x30, Tlv(0x30, Tlv(0x30, Tlv(0x06, "\x2A\x03\x04")) + Tlv(0x04, "digest")) +
-                                                Tlv(0x04, "salt"))),
-            "its check sum (MAC) cannot be computed: "}),
+    testing::Values(Odd{"NoListOfContents", FileOf("garbage"), "its list of contents is damaged"},
+                    Odd{"NoBags", FileOf(Tlv(0x30, Tlv(0x30, kData + Tlv(0xA0, Tlv(0x04, "garbage"))))),
+                        "a part of it is damaged"},
+                    Odd{"UnknownDigestOfTheMac", FileOf(Tlv(0x30, ""), MacBy("\x2A\x03\x04")),
+                        "its check sum (MAC), 1.2.3.4, cannot be computed by OpenSSL "},
+                    Odd{"OldDigestOfTheMac", FileOf(Tlv(0x30, ""), MacBy("\x2A\x86\x48\x86\xF7\x0D\x02\x04")),
+                        "its check sum (MAC), md4, cannot be computed by OpenSSL "}),
     RowName);
 
 TEST(Pkcs12, ContentsForARecipientsKeyArePassedOver) {
