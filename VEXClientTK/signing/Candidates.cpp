@@ -61,6 +61,11 @@ const Identity& Example(Flaw flaw, const Identities& group) {
     }
 }
 
+// Whether the copy of a certificate has a private key, or a reason why its key cannot sign, and the other one has none.
+bool TellsMore(const Identity& copy, const Identity& other) {
+    return other.Key() == nullptr && (copy.Key() != nullptr || other.FlawAt(other.NotBefore()) == Flaw::kNoPrivateKey);
+}
+
 void Append(std::string& strList, const std::string& strPart) {
     strList.append(strList.empty() ? "" : ", ").append(strPart);
 }
@@ -75,7 +80,7 @@ Identities WithoutCopies(Identities identities) {
         const auto [place, bNew] = places.try_emplace(identity->FingerprintHex(), different.size());
         if (bNew || !bReadable) {
             different.push_back(std::move(identity));
-        } else if (IdentityPtr& first = different[place->second]; first->Key() == nullptr) {
+        } else if (IdentityPtr& first = different[place->second]; TellsMore(*identity, *first)) {
             first = std::move(identity);
         }
     }

@@ -7,7 +7,7 @@
 
 namespace vextk {
 
-// Leaves out copies of a certificate. Keeps a copy with a private key if there is one.
+// Leaves out copies of a certificate. Keeps a copy with a private key if there is one, else one whose key cannot sign.
 Identities WithoutCopies(Identities identities);
 
 // "2 passed over: 1 expired on 2026-03-01, 1 not for signing". cFiltered: how many more do not pass the filters. Empty:
