@@ -117,7 +117,7 @@ template <typename Pointer>
 Pointer RequireKey(Pointer key) {
     if (!key) {
         RequireMemory();
-        throw UnreadableKey();
+        throw UnreadablePrivateKey();
     }
     return key;
 }

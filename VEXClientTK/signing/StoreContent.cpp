@@ -74,7 +74,7 @@ void StoreContent::AddKey(const PKCS8_PRIV_KEY_INFO* pKeyInfo, std::string strNa
     }
     RequireMemory();
     if (IsKnownCurve(kind)) {
-        throw UnreadableKey();
+        throw UnreadablePrivateKey();
     }
 }
 
@@ -82,7 +82,7 @@ Failure DamagedStore(const std::string& strWhere) {
     return Failure(VCTK_E_STORE_FORMAT, strWhere + " is damaged");
 }
 
-Failure UnreadableKey() {
+Failure UnreadablePrivateKey() {
     return Failure(VCTK_E_STORE_FORMAT, "a private key in it is damaged or has a form that OpenSSL does not read");
 }
 

@@ -39,7 +39,7 @@ private:
 Failure DamagedStore(const std::string& strWhere);
 // OpenSSL's reason does not tell a damaged key from one in a form that it does not know, such as that of RFC 5958 with
 // the public key.
-Failure UnreadableKey();
+Failure UnreadablePrivateKey();
 
 // What is known about the PIN when a part of a store cannot be decrypted. kRight: it is the PIN of the whole file, but
 // a part may have another one.
