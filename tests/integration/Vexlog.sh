@@ -127,6 +127,16 @@ expect 0 "$vexlog" --since 1h --until 2099-01-01 $log
 expect 0 "$vexlog" --until 1h $log
 [ ! -s out ] || fail "--until printed records that are too late"
 
+echo "== an empty value behind an equals sign"
+expect 2 "$vexlog" --until= one.txt
+says '--until: the time is empty'
+expect 2 "$vexlog" report --input= one.txt page.html
+says '--input: the name is empty'
+expect 0 "$vexlog" --grep= one.txt
+[ "$(wc -l <out)" -eq 1 ] || fail "--grep= one.txt: $(cat out)"
+expect 0 "$vexlog" --grep --pid= one.txt
+[ ! -s out ] || fail "--grep --pid= one.txt: $(cat out)"
+
 echo "== times, as journalctl takes them"
 for time in yesterday "1 hour ago" -1h "-1h 30min" "$(date '+%a %F %T' -d '1 hour ago')" "$(date -u '+%F %T' -d '1 hour ago') UTC"; do
     expect 0 "$vexlog" --since "$time" $log

@@ -54,6 +54,11 @@ done <<'END'
 2|p7 ./ec.pem letter.txt --out ''|--out
 2|p7 ./ec.pem ''|FILE: the name is empty
 2|p7 ./ec.pem letter.txt --pin-source ''|--pin-source: the name is empty
+2|p7 ./ec.pem --output= letter.txt|--output: the name is empty
+2|p7 ./ec.pem --cert-out= letter.txt|--cert-out: the name is empty
+2|p7 ./ec.pem --output-dir= letter.txt|--output-dir: the name is empty
+2|p7 ./ec.pem --digest= letter.txt|--digest: the name is empty
+2|verify --cert= letter.txt letter.txt|--cert: the name is empty
 2|p7 ./ec.pem two words.txt|"words.txt" is one file too many; give --output-dir to sign several files, or quote
 2|list ./ec.pem --frobnicate|--frobnicate
 1|p7 letter.txt|STORE is "letter.txt": if it is the store's file, write "./letter.txt" or "file:"
@@ -72,7 +77,8 @@ done <<'END'
 2|p7 ./keys.p12 --pin-source /dev/stdin|standard input cannot hold both the PIN and the data; give FILE
 2|p7 ./keys.p12 --pin-source /dev/fd/0 -|standard input cannot hold both
 END
-[ $asked -eq 29 ] || fail "$asked messages"
+[ $asked -eq 34 ] || fail "$asked messages"
+[ "$(cat letter.txt)" = 'a letter' ] || fail "letter.txt has become an output"
 expect 1 "$vexsign" p7 keys.p12 letter.txt
 ! grep -q 'write the store before it' err || fail "a file is given: $(cat err)"
 expect 0 "$vexsign" list ./former.pem

@@ -38,7 +38,7 @@ inline CLI::Option* AddFile(CLI::App& app, const std::string& strName, std::stri
 }
 
 // Adds an argument that takes any number of file names. The callback takes them as they are: CLI11 would read "{}" as
-// an empty list. Use WithoutLists, too.
+// an empty list. Use Arguments, too.
 inline CLI::Option* AddFiles(CLI::App& app, const std::string& strName, std::vector<std::string>& files,
                              const std::string& strText) {
     const auto take = [&files](const CLI::results_t& names) {
@@ -52,20 +52,33 @@ inline CLI::Option* AddFiles(CLI::App& app, const std::string& strName, std::vec
         ->type_name("");
 }
 
-// The arguments of a program with AddFiles, for Parse. To CLI11, "[a,b]" is a list there, and "++" ends the command;
-// from 2.4 on it makes "%%" of "{}". As file names, "./[a,b]", "./++" and "./{}" mean the same, and no other argument
-// that looks so is right. textOptions: their values may be any text, which stays as it is.
-inline std::vector<std::string> WithoutLists(int argc, char** argv, const std::vector<std::string>& textOptions = {}) {
-    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+// The arguments of a program, for Parse, so that CLI11 reads them as they are meant:
+// - To CLI11, "[a,b]" is a list, and "++" ends the command; from 2.4 on it makes "%%" of "{}". As names of files,
+//   "./[a,b]", "./++" and "./{}" mean the same, and no other argument that looks so is right.
+// - Behind "--name=" it takes the next argument for the value. "--name" and "" are what the user has written.
+// textOptions: their values may be any text, which stays as it is.
+inline std::vector<std::string> Arguments(int argc, char** argv, const std::vector<std::string>& textOptions = {}) {
+    std::vector<std::string> arguments;
     bool bText = false;
     bool bOptions = true;
-    for (std::string& strArgument : arguments) {
+    for (int n = 1; n < argc; ++n) {
+        std::string strArgument = argv[n];
         const bool bList = strArgument.starts_with('[') && strArgument.ends_with(']');
         if (!bText && (bList || strArgument == "++" || strArgument == "{}")) {
             strArgument.insert(0, "./");
         }
         bOptions = bOptions && (bText || strArgument != "--");
-        bText = bOptions && !bText && std::count(textOptions.begin(), textOptions.end(), strArgument) > 0;
+        const bool bEmptyValue = bOptions && !bText && strArgument.size() > 3 && strArgument.starts_with("--") &&
+                                 strArgument.find('=') == strArgument.size() - 1;
+        if (bEmptyValue) {
+            strArgument.pop_back();
+        }
+        bText =
+            bOptions && !bText && !bEmptyValue && std::count(textOptions.begin(), textOptions.end(), strArgument) > 0;
+        arguments.push_back(std::move(strArgument));
+        if (bEmptyValue) {
+            arguments.emplace_back();
+        }
     }
     return arguments;
 }

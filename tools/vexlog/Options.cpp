@@ -234,7 +234,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
             CheckFollow(options);
         }
     };
-    if (!tools::Parse(app, tools::WithoutLists(argc, argv, {"--grep"}), check, nExit)) {
+    if (!tools::Parse(app, tools::Arguments(argc, argv, {"--grep"}), check, nExit)) {
         return std::nullopt;
     }
     return options;

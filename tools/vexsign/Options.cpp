@@ -271,7 +271,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         options.bCertificate = !bNoCertificate;
         Check(texts, options);
     };
-    if (!tools::Parse(app, tools::WithoutLists(argc, argv), check, nExit)) {
+    if (!tools::Parse(app, tools::Arguments(argc, argv), check, nExit)) {
         return std::nullopt;
     }
     return options;
