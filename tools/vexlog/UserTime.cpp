@@ -178,6 +178,17 @@ std::optional<bool> IsUtc(std::string_view zone) {
     return zone.empty() || zone == tzname[0] || zone == tzname[1] ? std::optional(false) : std::nullopt;
 }
 
+// Where the zone begins, at the latest at the text's end. Its name is a word ("CET") or, behind a blank, a number
+// ("-03").
+std::size_t ZoneIn(std::string_view text) {
+    const std::size_t nNumber = text.find_last_not_of("0123456789");
+    if (nNumber != std::string_view::npos && nNumber > 0 && nNumber + 1 < text.size() && text[nNumber - 1] == ' ' &&
+        (text[nNumber] == '+' || text[nNumber] == '-')) {
+        return nNumber;
+    }
+    return text.find_last_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") + 1;
+}
+
 std::string WhyNoSuchTime(const CivilFields& fields) {
     if (fields.nMonth < 1 || fields.nMonth > 12) {
         return "a year has 12 months";
@@ -192,7 +203,7 @@ std::string WhyNoSuchTime(const CivilFields& fields) {
 
 // A date, a time of day, both, or a day's word; with a weekday before it and a zone behind it.
 UserTime ParsePoint(std::string_view text, SystemMicroseconds now, TimeUse use) {
-    const std::size_t nZone = text.find_last_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") + 1;
+    const std::size_t nZone = ZoneIn(text);
     const std::optional<bool> bUtc = IsUtc(text.substr(nZone));
     if (!bUtc) {
         return Fault("the zone must be UTC or the local one");
@@ -235,8 +246,10 @@ UserTime ParsePoint(std::string_view text, SystemMicroseconds now, TimeUse use) 
             return Fault(WhyNoSuchTime(fields));
         }
     }
-    if (weekday && *weekday != Weekday(*time)) {
-        return Fault("this day is a " + std::string(kWeekdays[static_cast<std::size_t>(Weekday(*time))]));
+    // A leap second counts as the beginning of the next minute, which may be another day's.
+    fields.nHour = fields.nMinute = fields.nSecond = 0;
+    if (const int nDay = Weekday(ToCivil(fields).value()); weekday && *weekday != nDay) {
+        return Fault("this day is a " + std::string(kWeekdays[static_cast<std::size_t>(nDay)]));
     }
     return *bUtc ? OfSystem(*time, use) : UserTime{time, ""};
 }

@@ -69,6 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
         UserTimeRow{{"Weekday"}, "Mon 2024-03-04 08:09", At(2024, 3, 4, 8, 9)},
         UserTimeRow{{"WholeWeekday"}, "monday 2024-03-04", At(2024, 3, 4)},
         UserTimeRow{{"WrongWeekday"}, "Tue 2024-03-04", std::nullopt},
+        UserTimeRow{{"WeekdayOfALeapSecond"}, "Sat 2016-12-31 23:59:60", At(2017, 1, 1)},
         UserTimeRow{{"WeekdayAlone"}, "Mon", std::nullopt},
         UserTimeRow{{"WeekdayWithoutABlank"}, "Mon2024-03-04", std::nullopt},
         UserTimeRow{{"OtherWordBeforeADate"}, "Moon 2024-03-04", std::nullopt},
@@ -179,6 +180,36 @@ TEST(UserTimeZoneTest, NoRecordIsLeftOutWhenTheClockIsSetBack) {
         // A local time is taken as the log has it.
         EXPECT_EQ(vexlog::ParseUserTime("2024-10-27 02:30", moment, row.use).time, oct(2, 30));
     }
+}
+
+// Half of the world's zones have no other name.
+TEST(UserTimeZoneTest, ANumberBehindABlankIsAZone) {
+    constexpr const char* kNotHere = "the zone must be UTC or the local one";
+    const struct {
+        const char* pszZone;
+        const char* pszText;
+        std::optional<CivilMicroseconds> expected;
+        const char* pszFault;
+    } rows[] = {
+        {"<-03>3", "2024-03-05 09:07 -03", At(2024, 3, 5, 9, 7), ""},
+        {"<-03>3", "Tue 2024-03-05 -03", At(2024, 3, 5), ""},
+        {"<-03>3", "09:07:02 -03", At(2024, 3, 5, 9, 7, 2), ""},
+        {"<-03>3", "today -03", At(2024, 3, 5), ""},
+        {"<+0530>-5:30", "2024-03-05 09:07 +0530", At(2024, 3, 5, 9, 7), ""},
+        {"<-03>3", "2024-03-05 09:07 +0530", std::nullopt, kNotHere},
+        {"<-03>3", "2024-03-05 09:07-03", std::nullopt, ""},
+        {"<-03>3", "2024-03-05", At(2024, 3, 5), ""},
+        {"<-03>3", "-03", At(2024, 3, 5, 5, 6, 59, 48'213), ""},
+    };
+    for (const auto& row : rows) {
+        setenv("TZ", row.pszZone, 1);
+        tzset();
+        const vexlog::UserTime time = vexlog::ParseUserTime(row.pszText, kNow);
+        EXPECT_EQ(time.time, row.expected) << row.pszText;
+        EXPECT_EQ(time.strFault, row.pszFault) << row.pszText;
+    }
+    unsetenv("TZ");
+    tzset();
 }
 
 // What systemd-analyze makes of a text, in seconds since 1970. Nothing: it refuses the text.
