@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,6 +48,20 @@ TEST(PinSource, ReadsAPipeAsTheToolkitReadsAFile) {
         EXPECT_TRUE(ReadPinFromPipe(pipe.Path(), pin));
         EXPECT_EQ(pin.Text(), row.strPin);
     }
+}
+
+// As sshd gives a program without a terminal its standard input. A socket cannot be opened by its name.
+TEST(PinSource, ReadsASocketThatTheProcessHas) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    ASSERT_EQ(write(ends[1], "1234\n", 5), 5);
+    close(ends[1]);
+    const std::string strPath = "/dev/fd/" + std::to_string(ends[0]);
+    EXPECT_EQ(open(strPath.c_str(), O_RDONLY), -1);
+    Secret pin;
+    EXPECT_TRUE(ReadPinFromPipe(strPath, pin));
+    EXPECT_EQ(pin.Text(), "1234");
+    close(ends[0]);
 }
 
 TEST(PinSource, RefusesAPipeWithoutAUsablePin) {
