@@ -51,6 +51,7 @@ done <<'END'
 2|list ''|STORE: the text is empty
 2|p7 ./ec.pem letter.txt --digest ''|--digest: the name is empty; give one, such as SHA384, or omit the option
 2|p7 ./ec.pem letter.txt --filter ''|has no "="
+2|p7 ./ec.pem letter.txt --filter issue=x|unknown filter "issue"; use a number or one of: issuer, subject, serial, fingerprint, key-usage, key-algorithm, key-usage-all,
 2|p7 ./ec.pem letter.txt --out ''|--out
 2|p7 ./ec.pem ''|FILE: the name is empty
 2|p7 ./ec.pem letter.txt --pin-source ''|--pin-source: the name is empty
@@ -60,6 +61,7 @@ done <<'END'
 2|p7 ./ec.pem --digest= letter.txt|--digest: the name is empty
 2|verify --cert= letter.txt letter.txt|--cert: the name is empty
 2|p7 ./ec.pem two words.txt|"words.txt" is one file too many; give --output-dir to sign several files, or quote
+2|p7 ./ec.pem letter.txt "zwölf Wörter"|"zwölf Wörter" is one file too many
 2|list ./ec.pem --frobnicate|--frobnicate
 1|p7 letter.txt|STORE is "letter.txt": if it is the store's file, write "./letter.txt" or "file:"
 1|p7 letter.txt|if it is the file to sign, write the store before it
@@ -77,7 +79,7 @@ done <<'END'
 2|p7 ./keys.p12 --pin-source /dev/stdin|standard input cannot hold both the PIN and the data; give FILE
 2|p7 ./keys.p12 --pin-source /dev/fd/0 -|standard input cannot hold both
 END
-[ $asked -eq 34 ] || fail "$asked messages"
+[ $asked -eq 36 ] || fail "$asked messages"
 [ "$(cat letter.txt)" = 'a letter' ] || fail "letter.txt has become an output"
 expect 1 "$vexsign" p7 keys.p12 letter.txt
 ! grep -q 'write the store before it' err || fail "a file is given: $(cat err)"

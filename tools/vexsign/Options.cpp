@@ -86,8 +86,10 @@ ULONG FilterTypeOf(const std::string& strName) {
     ULONG ulType = 0;
     const auto [pchEnd, error] = std::from_chars(strName.data(), strName.data() + strName.size(), ulType);
     if (error != std::errc() || pchEnd != strName.data() + strName.size()) {
+        std::string strNames = FilterNames();
+        std::replace(strNames.begin(), strNames.end(), '\n', ' ');
         throw CLI::ValidationError("--filter",
-                                   "unknown filter \"" + strName + "\"; use a number or one of:\n" + FilterNames());
+                                   "unknown filter \"" + strName + "\"; use a number or one of: " + strNames);
     }
     return ulType;
 }

@@ -202,15 +202,15 @@ int Run(int argc, char** argv) {
     // A core file, or a debugger of the same user, would show keys and PINs. It cannot fail with these arguments.
     static_cast<void>(prctl(PR_SET_DUMPABLE, 0));
     vexposix::KeepStandardDescriptorsFree();
+    static_cast<void>(std::setlocale(LC_CTYPE, ""));
+    // Failed writes then return errors.
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
         return nExit;
     }
-    static_cast<void>(std::setlocale(LC_CTYPE, ""));
-    // Failed writes then return errors.
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         if (options->command == Command::kVerify) {
             return verify::Run(options->verification);
