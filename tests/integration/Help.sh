@@ -43,4 +43,24 @@ for program in vexsign vexlog vexfiled; do
     }
 done
 
+# A full disk is a failure. A reader that has seen enough is none.
+for program in vexsign vexlog vexfiled; do
+    for option in --help --version; do
+        status=0
+        "$programs/$program" $option >/dev/full 2>err || status=$?
+        [ "$status" -eq 1 ] || fail "exit status $status of $program $option on a full disk"
+        says "$program: standard output"
+        status=0
+        "$programs/$program" $option >&- 2>err || status=$?
+        [ "$status" -eq 1 ] || fail "exit status $status of $program $option without standard output"
+    done
+done
+for program in vexsign vexlog; do
+    set +o pipefail
+    { sleep 0.1; "$programs/$program" --help 2>err; echo $? >status; } | true
+    set -o pipefail
+    [ "$(cat status)" = 0 ] || fail "exit status $(cat status) of $program without a reader"
+    [ ! -s err ] || fail "message about a missing reader: $(cat err)"
+done
+
 echo "all passed"

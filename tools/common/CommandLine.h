@@ -120,7 +120,9 @@ bool Parse(CLI::App& app, std::vector<std::string> arguments, Check check, int& 
         check();
         return true;
     } catch (const CLI::Success& success) {
-        nExit = app.exit(success, std::cout, std::cerr);
+        std::ostringstream text;
+        app.exit(success, text, text);
+        nExit = PrintHelp(app.get_name().c_str(), text.str());
     } catch (const CLI::ParseError& error) {
         // The message quotes the user's arguments.
         std::ostringstream text;

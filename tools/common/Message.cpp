@@ -1,11 +1,17 @@
 #include "Message.h"
 
 #include <langinfo.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <system_error>
 
+#include "Exit.h"
+#include "posix/FileIo.h"
 #include "posix/VisibleText.h"
 
 namespace tools {
@@ -16,6 +22,15 @@ bool LocaleIsUtf8() {
 
 void Complain(const char* pszProgram, std::string_view text) {
     static_cast<void>(std::fprintf(stderr, "%s: %s\n", pszProgram, vexposix::Visible(text, LocaleIsUtf8()).c_str()));
+}
+
+int PrintHelp(const char* pszProgram, std::string_view text) {
+    const int nError = vexposix::WriteAll(STDOUT_FILENO, text);
+    if (nError == 0 || nError == EPIPE) {
+        return kExitOk;
+    }
+    Complain(pszProgram, "standard output: " + std::generic_category().message(nError));
+    return kExitError;
 }
 
 std::string VisibleUsageError(std::string_view text) {

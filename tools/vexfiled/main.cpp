@@ -103,8 +103,11 @@ int main(int argc, char** argv) {
     vexposix::KeepStandardDescriptorsFree();
     const auto commandLine = vexfiled::ParseCommandLine(argc, argv);
     if (const auto* pEnd = std::get_if<vexfiled::EarlyEnd>(&commandLine)) {
-        std::cout << pEnd->strOutput;
         std::cerr << pEnd->strError;
+        if (!(std::cout << pEnd->strOutput << std::flush)) {
+            std::cerr << "vexfiled: standard output cannot be written\n";
+            return EXIT_FAILURE;
+        }
         return pEnd->nStatus;
     }
     return Serve(std::get<vexfiled::Options>(commandLine));
