@@ -130,6 +130,11 @@ expect 0 "$vexlog" --until 1h $log
 echo "== an empty value behind an equals sign"
 expect 2 "$vexlog" --until= one.txt
 says '--until: the time is empty'
+for arguments in "--function=" "stats --function="; do
+    # shellcheck disable=SC2086
+    expect 2 "$vexlog" $arguments one.txt
+    says '--function: the name is empty'
+done
 expect 2 "$vexlog" report --input= one.txt page.html
 says '--input: the name is empty'
 expect 0 "$vexlog" --grep= one.txt
@@ -198,6 +203,9 @@ expect 0 "$vexlog" report whole.html --input $log
 expect 2 "$vexlog" --grep Leave. stats $log
 expect 2 "$vexlog" -n 3 report page.html --input $log
 expect 2 "$vexlog" stats --grep Leave. $log
+expect 2 "$vexlog" --json report page.html --input $log
+says 'a report is a page'
+[ ! -e page.html ] || fail "a page in place of JSON"
 
 echo "== several files in the order of time"
 { printf '\xff\xfe'; entry 100001 first; entry 100002 second; } >rotated.txt

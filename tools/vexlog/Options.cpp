@@ -120,7 +120,8 @@ CLI::Option* AddInputs(CLI::App& app, const std::string& strName, std::vector<st
 // The conditions that printing and the commands share.
 void AddSelection(CLI::App& app, Texts& texts) {
     tools::AddList(app, "--function", texts.functions, "NAME",
-                   "Only this function, such as ClearFilter or its whole name; may be repeated");
+                   "Only this function, such as ClearFilter or its whole name; may be repeated")
+        ->check(NotEmpty("the name is empty; leave the option out, or name a function"));
     tools::AddList(app, "--thread", texts.threads, "NUMBER", "Only this thread; may be repeated");
     tools::AddList(app, "--pid", texts.processes, "NUMBER", "Only this process; may be repeated");
     const CLI::Validator notEmpty = NotEmpty("the time is empty; leave the option out, or give a time");
@@ -187,12 +188,15 @@ void CheckFollow(const Options& options) {
     }
 }
 
-// A command counts calls, which have no text and no order.
-void RefusePrintOptions(const CLI::App& app) {
+// A command counts calls, which have no text and no order. A report is always a page.
+void RefusePrintOptions(const CLI::App& app, Command command) {
     for (const char* const pszName : {"--grep", "--ignore-case", "--lines", "--follow", "--color"}) {
         if (app.count(pszName) > 0) {
             throw CLI::ValidationError(pszName, "this option is for printing records; leave it out before a command");
         }
+    }
+    if (command == Command::kReport && app.count("--json") > 0) {
+        throw CLI::ValidationError("--json", "a report is a page; leave this option out, or use stats");
     }
 }
 
@@ -228,7 +232,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         CheckTexts(texts, options);
         options.command = pStats->parsed() ? Command::kStats : pReport->parsed() ? Command::kReport : Command::kPrint;
         if (options.command != Command::kPrint) {
-            RefusePrintOptions(app);
+            RefusePrintOptions(app, options.command);
         }
         if (options.bFollow) {
             CheckFollow(options);
