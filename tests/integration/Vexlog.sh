@@ -513,5 +513,21 @@ head -n 1 <pipe >out
 status=0
 wait "${followers[2]}" || status=$?
 [ "$status" -eq 0 ] || fail "exit status $status after the reader went"
+# The same through a socket, as sshd gives a program that has no terminal.
+cat >gone.py <<'PYTHON'
+import socket, subprocess, sys
+
+ours, theirs = socket.socketpair()
+program = subprocess.Popen(sys.argv[1:], stdout=theirs)
+theirs.close()
+ours.recv(65536)
+ours.close()
+try:
+    sys.exit(program.wait(20))
+except subprocess.TimeoutExpired:
+    program.kill()
+    sys.exit("it goes on without a reader")
+PYTHON
+expect 0 python3 gone.py "$vexlog" --follow followed.txt
 
 echo "all passed"

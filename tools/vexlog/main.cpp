@@ -69,10 +69,10 @@ std::unique_ptr<RecordSink> MakePrinter(const Options& options, vexposix::Output
                                          TextPrinter::Style{WantsColour(options.colour), tools::LocaleIsUtf8()});
 }
 
-// False: the reader of the output has ended.
+// False: the reader of the output has ended. A pipe then reports an error, a socket a hang-up.
 bool Wait() {
     pollfd output = {STDOUT_FILENO, 0, 0};
-    return poll(&output, 1, kPollMilliseconds) <= 0 || (output.revents & (POLLERR | POLLNVAL)) == 0;
+    return poll(&output, 1, kPollMilliseconds) <= 0 || (output.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0;
 }
 
 bool PollOrFinish(Follower& follower) {
