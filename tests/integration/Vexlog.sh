@@ -472,6 +472,11 @@ if [ "$bounded" = bounded ]; then
         for _ in $(seq $((200 / ${VEX_TEST_DIVISOR:-1}))); do cat large.txt; done |
             (ulimit -v 65536 && "$vexlog" $command - >/dev/null) || fail "not enough memory for '$command'"
     done
+    status=0
+    (ulimit -v 65536 && exec "$vexlog" -n 1000000000 - >/dev/null 2>err) \
+        < <(for _ in $(seq 200); do cat large.txt; done) || status=$?
+    [ "$status" -eq 1 ] || fail "exit status $status when memory runs out"
+    says 'vexlog: out of memory'
 fi
 
 echo "== following"

@@ -10,6 +10,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "EmptyEntries.h"
@@ -238,6 +239,9 @@ int Run(int argc, char** argv) {
         }
     } catch (const vexposix::OutputClosed&) {
         // No error: the reader has seen enough.
+    } catch (const std::bad_alloc&) {
+        tools::Complain("vexlog", "out of memory");
+        return tools::kExitError;
     } catch (const std::exception& error) {
         tools::Complain("vexlog", error.what());
         return tools::kExitError;
