@@ -128,6 +128,9 @@ for key in ec rsa; do
 done
 [ $made -eq 8 ] || fail "$made signatures"
 [ "$(find good/requests -name '*.tsq' | wc -l)" -eq 8 ] || fail "not one request for each signature"
+expect 0 "$vexsign" p7 ./ec.pem --tsa "HTTP${good#http}" --tsa-timeout 60000 -o sig letter.txt
+expect 0 "$vexsign" stamp sig --tsa "Http${good#http}" --tsa-timeout 60000 -o sig
+stamps sig 2
 mkdir signed
 expect 0 "$vexsign" p7 ./ec.pem "${tsa[@]}" --output-dir signed letter.txt changed.txt
 stamps signed/letter.txt.p7s 1

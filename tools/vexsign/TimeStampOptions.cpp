@@ -1,5 +1,6 @@
 #include "TimeStampOptions.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -8,10 +9,16 @@
 namespace vexsign {
 namespace {
 
-// What is wrong with an authority's URL; empty: nothing.
-std::string UrlFault(const std::string& strUrl) {
+// What is wrong with an authority's URL; empty: nothing. The scheme, in any case, becomes lower-case, as in a store
+// URI.
+std::string UrlFault(std::string& strUrl) {
     constexpr std::string_view kScheme = "http://";
-    if (strUrl.size() > kScheme.size() && strUrl.starts_with(kScheme)) {
+    const bool bHttp = strUrl.size() > kScheme.size() &&
+                       std::equal(kScheme.begin(), kScheme.end(), strUrl.begin(), [](char ch, char chUrl) {
+                           return ch == (chUrl >= 'A' && chUrl <= 'Z' ? static_cast<char>(chUrl - 'A' + 'a') : chUrl);
+                       });
+    if (bHttp) {
+        strUrl.replace(0, kScheme.size(), kScheme);
         return {};
     }
     return "\"" + strUrl +
@@ -27,7 +34,7 @@ void AddTimeStampOptions(CLI::App& app, TimeStamps& timeStamps, bool bRequired) 
         "Have this time-stamping authority (http://...) stamp the signature; may be repeated: the next one is\n"
         "asked when one fails" +
             std::string(bRequired ? "" : ". Only the substitute toolkit supports this"));
-    pAuthorities->check(CLI::Validator([](std::string& strUrl) { return UrlFault(strUrl); }, ""))->required(bRequired);
+    pAuthorities->transform(CLI::Validator(UrlFault, ""))->required(bRequired);
     const auto add = [&](CLI::Option* const pOption) { pOption->needs(pAuthorities); };
     const CLI::Validator notEmpty = tools::NotEmpty("the value is empty; give one, or omit the option");
     add(app.add_option("--tsa-digest", timeStamps.strDigest,
