@@ -114,8 +114,8 @@ class Chromium:
         """Waits until the page has drawn what it was asked for."""
         self.evaluate("new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(() => done(0))))")
 
-    def mouse(self, kind, x, y):
-        self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, button="none" if kind == "mouseMoved" else "left",
+    def mouse(self, kind, x, y, button="left"):
+        self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, button="none" if kind == "mouseMoved" else button,
                   clickCount=0 if kind == "mouseMoved" else 1)
 
     def messages(self):

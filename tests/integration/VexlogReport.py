@@ -316,6 +316,39 @@ def check_many_processes(browser, work):
     assert browser.evaluate("document.getElementById('threads-count').textContent") == f"400 of {count}."
 
 
+def check_mouse_and_keys(browser, work):
+    """The timeline follows the first mouse button. It leaves others, and Alt with an arrow, to the browser."""
+    start = datetime.datetime(2024, 3, 5, 9, 7, 2)
+    show(browser, report(work, "".join(call(start + datetime.timedelta(seconds=n), 500) for n in range(20))))
+    canvas = "document.getElementById('timeline')"
+    left, top, wide = browser.evaluate(f"""(() => {{ {canvas}.scrollIntoView(); {canvas}.focus();
+        const at = {canvas}.getBoundingClientRect(); return [at.left, at.top, at.width]; }})()""")
+
+    def shown():
+        browser.settle()
+        return browser.evaluate("document.getElementById('shown').textContent")
+
+    def press(key, **modifiers):
+        """Whether the page leaves the key to the browser."""
+        event = json.dumps({"key": key, "cancelable": True, **modifiers})
+        return browser.evaluate(f"{canvas}.dispatchEvent(new KeyboardEvent('keydown', {event}))")
+
+    assert not press("+") and not press("+")
+    before = shown()
+    for button, follows in (("right", False), ("middle", False), ("left", True)):
+        browser.mouse("mousePressed", left + wide / 2, top + HEADER + 10, button)
+        browser.mouse("mouseMoved", left + wide / 2 - 200, top + HEADER + 10)
+        assert (shown() != before) == follows, (button, before, shown())
+        browser.mouse("mouseReleased", left + wide / 2 - 200, top + HEADER + 10, button)
+        before = shown()
+        browser.mouse("mouseMoved", left + wide / 2, top + HEADER + 10)
+        assert shown() == before, (button, before, shown())
+    for modifier in ("altKey", "ctrlKey", "metaKey"):
+        assert press("ArrowLeft", **{modifier: True}), modifier
+        assert shown() == before, (modifier, before, shown())
+    assert not press("ArrowLeft") and shown() != before
+
+
 def check_hostile_log(browser, work):
     attacks = [
         "</script><script>document.title='owned';console.error('owned')</script>",
@@ -378,7 +411,7 @@ def main():
         return SKIPPED
     SCREENSHOTS.mkdir(parents=True, exist_ok=True)
     checks = (check_full_log, check_origin, check_dates, check_wrong_clock, check_selection, check_torn,
-              check_many_processes, check_hostile_log, check_empty_log)
+              check_many_processes, check_mouse_and_keys, check_hostile_log, check_empty_log)
     with tempfile.TemporaryDirectory(prefix="vextest.") as profile, Chromium.Chromium(profile) as browser:
         for check in checks:
             with tempfile.TemporaryDirectory(prefix="vextest.") as directory:

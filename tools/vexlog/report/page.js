@@ -327,7 +327,9 @@
     box.addEventListener("scroll", () => { tip.hidden = true; redraw(); });
     const keys = { ArrowLeft: () => move(-0.2), ArrowRight: () => move(0.2), "+": () => zoom(0.5), "=": () => zoom(0.5), "-": () => zoom(2), 0: all };
     canvas.addEventListener("keydown", (event) => {
-        if (keys[event.key] && !event.ctrlKey && !event.metaKey) { keys[event.key](); event.preventDefault(); }
+        if (!keys[event.key] || event.ctrlKey || event.metaKey || event.altKey) return;
+        keys[event.key]();
+        event.preventDefault();
     });
     canvas.addEventListener("wheel", (event) => {
         if (!event.ctrlKey) return;
@@ -336,6 +338,8 @@
     }, { passive: false });
     let drag = null;
     canvas.addEventListener("pointerdown", (event) => {
+        // Behind the menu of the right button, the button's release is not reported.
+        if (event.button !== 0) return;
         drag = event.offsetX;
         canvas.setPointerCapture(event.pointerId);
     });
