@@ -85,6 +85,11 @@ std::string FormatCivil(CivilMicroseconds time, char chBetween) {
     return szText;
 }
 
+std::string FormatCivilSeconds(CivilMicroseconds time, char chBetween) {
+    const std::string strText = FormatCivil(time, chBetween);
+    return strText.substr(0, strText.rfind('.'));
+}
+
 std::optional<CivilMicroseconds> CivilOfSystem(SystemMicroseconds time) {
     const int nMicrosecond = MicrosecondOf(time);
     const std::time_t nSeconds = (time - nMicrosecond) / kMicrosecondsPerSecond;

@@ -42,6 +42,8 @@ CivilFields FromCivil(CivilMicroseconds time);
 
 // "2024-03-05T09:07:02.048213", with chBetween in place of the T.
 std::string FormatCivil(CivilMicroseconds time, char chBetween = 'T');
+// The same without the microseconds.
+std::string FormatCivilSeconds(CivilMicroseconds time, char chBetween = 'T');
 
 // Microseconds since 1970-01-01 00:00:00 UTC, as the system counts.
 using SystemMicroseconds = std::int64_t;

@@ -69,7 +69,7 @@ void JsonPrinter::PrintFields(const Record& record) {
         m_output.Append('"');
     } else {
         if (record.time) {
-            Member("time", FormatCivil(*record.time).substr(0, 19));
+            Member("time", FormatCivilSeconds(*record.time));
         }
         Member("time_text", record.timeText);
     }

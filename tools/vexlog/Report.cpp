@@ -93,11 +93,6 @@ std::string TimeText(CivilMicroseconds time) {
     return FormatCivil(time, ' ');
 }
 
-std::string TimeOfMaking(CivilMicroseconds time) {
-    constexpr std::size_t kToSeconds = sizeof("2024-03-05 09:07:02") - 1;
-    return TimeText(time).substr(0, kToSeconds);
-}
-
 bool IsApart(const Call& call, const Periods& periods) {
     return periods.IsWrong(call.nBegin) || periods.IsWrong(call.nBegin + call.nDuration);
 }
@@ -270,7 +265,7 @@ void Report::PrintSummary(const ReportOrigin& origin, const Periods& periods, ve
     PrintSelection(output);
     output.Append("<p class=\"source\" id=\"made\">Made on <code>");
     AppendText(output, origin.strHost);
-    output.Append("</code> at <span>" + TimeOfMaking(origin.made) + "</span> <span>");
+    output.Append("</code> at <span>" + FormatCivilSeconds(origin.made, ' ') + "</span> <span>");
     AppendText(output, origin.strZone);
     output.Append("</span>. All other times are as in the log: local times of the processes that wrote it.");
     output.Append("</p>\n<dl class=\"tiles\">");

@@ -62,7 +62,7 @@ void TextPrinter::PrintFields(const Record& record) {
     if (record.kind == Kind::kRecord) {
         AppendTime(m_output, record.timeText, *record.time);
     } else if (record.time) {
-        m_output.Append(FormatCivil(*record.time, ' ').substr(0, 19));
+        m_output.Append(FormatCivilSeconds(*record.time, ' '));
         m_output.Append("       ");
     } else {
         Text(record.timeText);

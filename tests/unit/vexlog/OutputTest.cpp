@@ -131,6 +131,13 @@ TEST(TextPrinterTest, PrintsOneLineARecord) {
               "2024-03-05 09:07:02.048213 INFO P4711   T-12         Function:7               thr (torn)\n");
 }
 
+// Such a record comes from a clock that is far ahead. Its seconds lacked their last digit.
+TEST(TextPrinterTest, AYearMayHaveFiveDigits) {
+    constexpr const char* kLog = "[05/Mar/12024:09:07:03 CET] [4712 4294967284d][WARN]two\n";
+    EXPECT_EQ(Printed(kLog, false), "12024-03-05 09:07:03        WARN P4712   T-12         two\n");
+    EXPECT_THAT(Printed(kLog, true), testing::HasSubstr(R"("time":"12024-03-05T09:07:03","time_text":)"));
+}
+
 // The colours are those of a terminal's own palette: times are dim, places blue, and what is not a record yellow.
 TEST(TextPrinterTest, ColoursParts) {
     const std::string strTorn = "\x1b[33m (torn)\x1b[0m\n";
