@@ -520,12 +520,16 @@ wait "${followers[2]}" || status=$?
 [ "$status" -eq 0 ] || fail "exit status $status after the reader went"
 # The same through a socket, as sshd gives a program that has no terminal.
 cat >gone.py <<'PYTHON'
-import socket, subprocess, sys
+import socket, subprocess, sys, time
 
 ours, theirs = socket.socketpair()
-program = subprocess.Popen(sys.argv[1:], stdout=theirs)
+program = subprocess.Popen(sys.argv[1:], stdin=theirs, stdout=theirs)
 theirs.close()
 ours.recv(65536)
+ours.shutdown(socket.SHUT_WR)  # the end of standard input, as "ssh -n" has it
+time.sleep(1)
+if program.poll() is not None:
+    sys.exit("it has ended before its reader")
 ours.close()
 try:
     sys.exit(program.wait(20))
