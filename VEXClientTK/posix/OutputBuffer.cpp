@@ -1,7 +1,10 @@
 #include "posix/OutputBuffer.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 
+#include "posix/FileDescriptor.h"
 #include "posix/FileIo.h"
 
 namespace vexposix {
@@ -12,6 +15,15 @@ void OutputBuffer::Flush() {
     if (nErrno == EPIPE) {
         throw OutputClosed();
     }
+    if (nErrno != 0) {
+        throw std::system_error(nErrno, std::generic_category(), m_strName);
+    }
+}
+
+void OutputBuffer::Finish() {
+    Flush();
+    FileDescriptor copy(fcntl(m_nDescriptor, F_DUPFD_CLOEXEC, 0));
+    const int nErrno = copy.IsOpen() ? copy.Close() : 0;
     if (nErrno != 0) {
         throw std::system_error(nErrno, std::generic_category(), m_strName);
     }

@@ -60,6 +60,10 @@ public:
     // Throws OutputClosed, or std::system_error for any other failure.
     void Flush();
 
+    // To be called at the end. Some file systems report a failed write only when a descriptor of the file is closed, so
+    // a copy of the descriptor is closed. Throws like Flush.
+    void Finish();
+
 private:
     static constexpr std::size_t kCapacity = std::size_t{256} * 1024;
     static constexpr std::size_t kSlack = std::size_t{64} * 1024;

@@ -160,7 +160,7 @@ void Print(const Options& options) {
     if (!options.bFollow) {
         finish();
     }
-    output.Flush();
+    output.Finish();
 }
 
 void ReadQuietly(const std::vector<std::string>& paths, RecordSink& sink) {
@@ -191,7 +191,7 @@ void PrintStats(const Options& options) {
     } else {
         PrintStatsText(stats, tools::LocaleIsUtf8(), output);
     }
-    output.Flush();
+    output.Finish();
     if (failure) {
         std::rethrow_exception(failure);
     }

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "Row.h"
@@ -19,6 +20,7 @@
 #include "posix/FileIo.h"
 #include "posix/LockFile.h"
 #include "posix/OpenFile.h"
+#include "posix/OutputBuffer.h"
 #include "posix/ReplacementFile.h"
 
 namespace vexposix {
@@ -129,6 +131,31 @@ INSTANTIATE_TEST_SUITE_P(, WriteAllWith,
                                              "NotReadyAndThenAnError", "write", {Fail(EAGAIN), Fail(EIO)}, false, EIO},
                                          Outcomes{"Nothing", "write", {Short(2), kZero}, false, EIO},
                                          Outcomes{"NoRoom", "write", {Short(2), Fail(ENOSPC)}, false, ENOSPC}),
+                         RowName);
+
+class FinishWith : public WithOutcomes {};
+
+TEST_P(FinishWith, ReportsAWriteThatFailsAtTheEnd) {
+    const FileDescriptor file(open(m_strFile.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+    OutputBuffer output(file.Get(), "the output");
+    output.Append("abc");
+    int nErrno = 0;
+    try {
+        output.Finish();
+    } catch (const std::system_error& error) {
+        nErrno = error.code().value();
+        EXPECT_EQ(std::string(error.what()).find("the output: "), 0U) << error.what();
+    }
+    EXPECT_EQ(nErrno, GetParam().nErrno);
+    EXPECT_EQ(ReadWholeFile(m_strFile), "abc");
+    // The caller goes on writing to its descriptor.
+    EXPECT_EQ(WriteAll(file.Get(), "def"), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(, FinishWith,
+                         testing::Values(Outcomes{"NothingFails", "", {}, false, 0},
+                                         Outcomes{"NoMoreDescriptors", "fcntl", {Fail(EMFILE)}, false, 0},
+                                         Outcomes{"NoRoom", "close", {Fail(EDQUOT)}, false, EDQUOT}),
                          RowName);
 
 class LockFileWith : public WithOutcomes {};

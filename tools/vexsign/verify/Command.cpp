@@ -60,7 +60,7 @@ int Run(const Options& options) {
         // A program that reads the report gets UTF-8 in any locale.
         PrintText(report, isatty(STDOUT_FILENO) == 0 || tools::LocaleIsUtf8(), output);
     }
-    output.Flush();
+    output.Finish();
     return report.IsGood() ? tools::kExitOk : tools::kExitError;
 }
 
