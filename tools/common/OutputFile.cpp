@@ -30,7 +30,7 @@ void TakeOver(const struct stat& old, int nDescriptor, const std::string& strPat
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& strPath) : m_strName(strPath) {
+OutputFile::OutputFile(const std::string& strPath) : m_strName(ShownName(strPath, "standard output")) {
     const OutputName name = ResolveOutput(strPath);
     m_strPath = name.strPath;
     struct stat status = {};

@@ -26,7 +26,7 @@ public:
     void CommitSynced();
 
 private:
-    const std::string m_strName;  // as the user gave it
+    const std::string m_strName;  // as messages show it
     std::string m_strPath;        // after the symbolic links are resolved
     std::optional<TemporaryFile> m_temporary;
     vexposix::FileDescriptor m_direct;

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -203,6 +204,20 @@ TEST_F(OutputFileTest, AnIgnoredSignalStaysIgnored) {
     ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
     EXPECT_TRUE(WIFEXITED(nStatus)) << nStatus;
     EXPECT_EQ(ReadWholeFile(m_strPath), "new");
+}
+
+TEST_F(OutputFileTest, AFailureNamesStandardOutput) {
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {STDERR_FILENO + 1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    try {
+        const OutputFile file("-");
+        ADD_FAILURE() << "a descriptor beyond the limit";
+    } catch (const std::system_error& error) {
+        EXPECT_STREQ(error.what(), "standard output: Too many open files");
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 }  // namespace
