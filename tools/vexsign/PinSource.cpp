@@ -20,14 +20,6 @@ namespace {
 
 constexpr std::size_t kLongestPin = 4096;  // as in the toolkit's PIN files
 
-// A descriptor of this process (/dev/stdin) cannot always be opened again: not if it is a socket, as sshd gives it, nor
-// if it is another user's pipe, as behind sudo.
-vexposix::FileDescriptor OpenPipe(const std::string& strPath) {
-    const std::optional<int> own = tools::ResolveOutput(StreamName(strPath)).descriptor;
-    return vexposix::FileDescriptor(own ? fcntl(*own, F_DUPFD_CLOEXEC, 0)
-                                        : open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-}
-
 // Reads until the end, or until one byte more than a PIN may have.
 void ReadPin(int nDescriptor, const std::string& strPath, std::string& strPin) {
     strPin.resize(kLongestPin + 1);
@@ -52,11 +44,15 @@ std::string StreamName(const std::string& strPath) {
 }
 
 bool ReadPinFromPipe(const std::string& strPath, Secret& pin) {
+    // A descriptor of this process cannot always be opened again: not if it is a socket, as sshd gives it, nor if it is
+    // another user's pipe or file, as behind sudo.
+    const std::optional<int> own = tools::ResolveOutput(StreamName(strPath)).descriptor;
     struct stat status = {};
-    if (stat(strPath.c_str(), &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) {
+    if (!own && (stat(strPath.c_str(), &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {
         return false;
     }
-    const vexposix::FileDescriptor source = OpenPipe(strPath);
+    const vexposix::FileDescriptor source(own ? fcntl(*own, F_DUPFD_CLOEXEC, 0)
+                                              : open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!source.IsOpen()) {
         throw std::runtime_error(strPath + ": " + std::strerror(errno));
     }

@@ -64,6 +64,16 @@ TEST(PinSource, ReadsASocketThatTheProcessHas) {
     close(ends[0]);
 }
 
+// Behind sudo, the other user may not be allowed to open the file that the shell has opened.
+TEST(PinSource, ReadsAFileThatTheProcessHas) {
+    const TempDirectory directory;
+    const int nFile = open(directory.Write("pin", "1234\n").c_str(), O_RDONLY | O_CLOEXEC);
+    Secret pin;
+    EXPECT_TRUE(ReadPinFromPipe("/dev/fd/" + std::to_string(nFile), pin));
+    EXPECT_EQ(pin.Text(), "1234");
+    close(nFile);
+}
+
 TEST(PinSource, RefusesAPipeWithoutAUsablePin) {
     for (const auto& [strText, pszReason] : {std::pair(std::string(), ": it holds no PIN"),
                                              {"\n", ": it holds no PIN"},
