@@ -230,7 +230,11 @@ says 'missing.txt: No such file'
 [ ! -s out ] || fail "records though a file is missing"
 expect 2 "$vexlog" --follow current.txt rotated.txt
 says 'only one file can be followed'
-expect 2 "$vexlog" - -
+for twice in "- -" "- /dev/stdin" "stats /dev/fd/0 -" "report page.html --input - --input /dev/stdin"; do
+    # shellcheck disable=SC2086
+    expect 2 "$vexlog" $twice
+    says 'it can be read only once'
+done
 expect 1 "$vexlog" report rotated.txt.gz --input $log
 says 'this file is a log'
 

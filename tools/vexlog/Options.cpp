@@ -6,6 +6,7 @@
 
 #include "UserTime.h"
 #include "common/CommandLine.h"
+#include "common/FileIdentity.h"
 
 namespace vexlog {
 namespace {
@@ -173,7 +174,7 @@ void CheckTexts(const Texts& texts, Options& options) {
         options.cLast = CountOf(texts.strLines);
     }
     options.inputs = texts.inputs.empty() ? std::vector<std::string>{kDefaultInput} : texts.inputs;
-    if (std::count(options.inputs.begin(), options.inputs.end(), "-") > 1) {
+    if (std::count_if(options.inputs.begin(), options.inputs.end(), tools::IsStandardInput) > 1) {
         throw CLI::ValidationError("FILE", "standard input (\"-\") is given twice; it can be read only once");
     }
 }
