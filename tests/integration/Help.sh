@@ -55,7 +55,7 @@ for program in vexsign vexlog vexfiled; do
         [ "$status" -eq 1 ] || fail "exit status $status of $program $option without standard output"
     done
 done
-for program in vexsign vexlog; do
+for program in vexsign vexlog vexfiled; do
     set +o pipefail
     { sleep 0.1; "$programs/$program" --help 2>err; echo $? >status; } | true
     set -o pipefail

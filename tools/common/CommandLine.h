@@ -1,4 +1,4 @@
-// Command lines of vexlog and vexsign: the parts that both share. Needs CLI11.
+// Command lines: what the programs share. Needs CLI11.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -1,10 +1,8 @@
 #include "Options.h"
 
-#include <CLI/CLI.hpp>
-#include <sstream>
-
 #include "AllowedUsers.h"
 #include "RequestHandler.h"
+#include "common/CommandLine.h"
 
 namespace vexfiled {
 namespace {
@@ -38,7 +36,7 @@ constexpr std::size_t kLargestMessage = 0x40000000;  // 1 GiB
 
 }  // namespace
 
-std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* argv) {
+std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     Options options;
     auto nIdleSeconds = options.files.maxIdle.count();
     auto nTimeoutSeconds = options.clientTimeout.count();
@@ -53,9 +51,8 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
     const auto checkUser = [](const std::string& strUser) -> std::string {
         return FindUser(strUser) ? "" : "there is no user \"" + strUser + "\"; give a name or number";
     };
-    app.add_option("--root", options.strRoot, "The directory that holds all files; it has to exist")
-        ->required()
-        ->type_name("DIR");
+    tools::AddFile(app, "--root", options.strRoot, "The directory that holds all files; it has to exist", "DIR")
+        ->required();
     CLI::Option* const pPort = app.add_option("--port", options.uPort, "TCP port; 0 takes any free port and logs it")
                                    ->type_name("N")
                                    ->check(CLI::Range(0, 65535))
@@ -69,11 +66,7 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
     constexpr const char* kAccess = "Who is served";
     CLI::Option* const pAllowAny =
         app.add_flag("--allow-any", options.bAllowAny, "Serve every user of the machine")->group(kAccess);
-    app.add_option("--allow-user", options.allowedUsers, "Serve this user too; may be given several times")
-        ->type_name("USER")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+    tools::AddList(app, "--allow-user", options.allowedUsers, "USER", "Serve this user too; may be given several times")
         ->check(CLI::Validator(checkUser, ""))
         ->excludes(pAllowAny)
         ->group(kAccess);
@@ -107,19 +100,15 @@ std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* ar
         ->capture_default_str()
         ->group(kLimits);
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        std::ostringstream output;
-        std::ostringstream errors;
-        constexpr int kUsageError = 2;
-        const int nStatus = app.exit(error, output, errors) == 0 ? 0 : kUsageError;
-        return EarlyEnd{nStatus, output.str(), errors.str()};
+    const auto check = [&] {
+        options.files.maxIdle = std::chrono::seconds(nIdleSeconds);
+        options.clientTimeout = std::chrono::seconds(nTimeoutSeconds);
+        options.totalsPeriod = std::chrono::seconds(nTotalsSeconds);
+        options.bPortGiven = pPort->count() > 0;
+    };
+    if (!tools::Parse(app, tools::Arguments(argc, argv), check, nExit)) {
+        return std::nullopt;
     }
-    options.files.maxIdle = std::chrono::seconds(nIdleSeconds);
-    options.clientTimeout = std::chrono::seconds(nTimeoutSeconds);
-    options.totalsPeriod = std::chrono::seconds(nTotalsSeconds);
-    options.bPortGiven = pPort->count() > 0;
     return options;
 }
 

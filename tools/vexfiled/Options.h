@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "FileTable.h"
@@ -26,13 +26,7 @@ struct Options {
     bool bVerbose = false;
 };
 
-// What to do instead of serving.
-struct EarlyEnd {
-    int nStatus;            // 0, or 2 for a wrong command line
-    std::string strOutput;  // for standard output
-    std::string strError;   // for standard error
-};
-
-std::variant<Options, EarlyEnd> ParseCommandLine(int argc, const char* const* argv);
+// Nothing: the program has to exit with nExit, and the help, the version or an error message has been printed.
+std::optional<Options> ParseOptions(int argc, char** argv, int& nExit);
 
 }  // namespace vexfiled

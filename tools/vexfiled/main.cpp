@@ -4,15 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <variant>
 
 #include "Log.h"
 #include "Options.h"
@@ -26,6 +26,8 @@ namespace {
 using vexfiled::Text;
 
 void SetUpProcess() {
+    vexposix::KeepStandardDescriptorsFree();
+    static_cast<void>(std::setlocale(LC_CTYPE, ""));
     // A disconnected client and a file that reaches its size limit then are errors of one call.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
@@ -78,7 +80,6 @@ void WarnOfUsers(const std::string& strRoot, const vexfiled::Root& root, vexfile
 
 int Serve(const vexfiled::Options& options) {
     vexfiled::Log log(options.bVerbose);
-    SetUpProcess();
     const char* pszFailed = "cannot serve: ";
     try {
         log.Event("version " VEX_VERSION);
@@ -100,15 +101,8 @@ int Serve(const vexfiled::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    vexposix::KeepStandardDescriptorsFree();
-    const auto commandLine = vexfiled::ParseCommandLine(argc, argv);
-    if (const auto* pEnd = std::get_if<vexfiled::EarlyEnd>(&commandLine)) {
-        std::cerr << pEnd->strError;
-        if (!(std::cout << pEnd->strOutput << std::flush)) {
-            std::cerr << "vexfiled: standard output cannot be written\n";
-            return EXIT_FAILURE;
-        }
-        return pEnd->nStatus;
-    }
-    return Serve(std::get<vexfiled::Options>(commandLine));
+    SetUpProcess();
+    int nExit = EXIT_SUCCESS;
+    const std::optional<vexfiled::Options> options = vexfiled::ParseOptions(argc, argv, nExit);
+    return options ? Serve(*options) : nExit;
 }

@@ -11,22 +11,35 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
-using vexfiled::EarlyEnd;
+using testing::StartsWith;
 using vexfiled::Options;
 
-std::variant<Options, EarlyEnd> Parse(const std::vector<std::string>& arguments) {
-    std::vector<const char*> argv{"vexfiled"};
-    for (const std::string& strArgument : arguments) {
-        argv.push_back(strArgument.c_str());
+// What the program does with a command line.
+struct Parsed {
+    std::optional<Options> options;
+    int nExit;
+    std::string strOutput;
+    std::string strError;
+};
+
+Parsed Parse(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "vexfiled");
+    std::vector<char*> argv;
+    for (std::string& strArgument : arguments) {
+        argv.push_back(strArgument.data());
     }
-    return vexfiled::ParseCommandLine(static_cast<int>(argv.size()), argv.data());
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    int nExit = 0;
+    std::optional<Options> options = vexfiled::ParseOptions(static_cast<int>(argv.size()), argv.data(), nExit);
+    return {std::move(options), nExit, testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
 }
 
 TEST(CommandLine, Defaults) {
-    const auto options = std::get<Options>(Parse({"--root", "/srv"}));
+    const Options options = Parse({"--root", "/srv"}).options.value();
     EXPECT_EQ(options.strRoot, "/srv");
     EXPECT_EQ(options.uPort, 8766);
     EXPECT_EQ(options.cbMaxMessage, 16777216U);
@@ -42,10 +55,10 @@ TEST(CommandLine, Defaults) {
 }
 
 TEST(CommandLine, EverythingGiven) {
-    const auto options =
-        std::get<Options>(Parse({"--root=/srv", "--port=0", "--max-message=64", "--max-connections=1", "--max-files=2",
-                                 "--idle-seconds=3", "--client-timeout-seconds=4", "--totals-seconds=5",
-                                 "--allow-user=root", "--allow-user", "4711", "--verbose"}));
+    const Options options = Parse({"--root=/srv", "--port=0", "--max-message=64", "--max-connections=1",
+                                   "--max-files=2", "--idle-seconds=3", "--client-timeout-seconds=4",
+                                   "--totals-seconds=5", "--allow-user=root", "--allow-user", "4711", "--verbose"})
+                                .options.value();
     EXPECT_EQ(options.uPort, 0);
     EXPECT_EQ(options.cbMaxMessage, 64U);
     EXPECT_EQ(options.cMaxConnections, 1U);
@@ -56,12 +69,13 @@ TEST(CommandLine, EverythingGiven) {
     EXPECT_THAT(options.allowedUsers, testing::ElementsAre("root", "4711"));
     EXPECT_TRUE(options.bPortGiven);
     EXPECT_TRUE(options.bVerbose);
-    EXPECT_TRUE(std::get<Options>(Parse({"--root=/srv", "--allow-any"})).bAllowAny);
+    EXPECT_TRUE(Parse({"--root=/srv", "--allow-any"}).options.value().bAllowAny);
 }
 
 TEST(CommandLine, HelpAndVersion) {
-    const auto help = std::get<EarlyEnd>(Parse({"--help"}));
-    EXPECT_EQ(help.nStatus, 0);
+    const Parsed help = Parse({"--help"});
+    EXPECT_FALSE(help.options.has_value());
+    EXPECT_EQ(help.nExit, 0);
     EXPECT_THAT(help.strError, IsEmpty());
     for (const char* pszText :
          {"--root", "--port", "--max-message", "--max-files", "--max-connections", "--idle-seconds",
@@ -69,26 +83,31 @@ TEST(CommandLine, HelpAndVersion) {
           "LISTEN_FDS", "Exit status", "Examples:"}) {
         EXPECT_THAT(help.strOutput, HasSubstr(pszText));
     }
-    const auto version = std::get<EarlyEnd>(Parse({"--version"}));
-    EXPECT_EQ(version.nStatus, 0);
+    const Parsed version = Parse({"--version"});
+    EXPECT_FALSE(version.options.has_value());
+    EXPECT_EQ(version.nExit, 0);
     EXPECT_THAT(version.strOutput, testing::MatchesRegex("vexfiled [0-9.]+\n"));
 }
 
 struct WrongLine : Row {
     std::vector<std::string> arguments;
+    std::string strError = "";
 };
 
 class WrongCommandLine : public testing::TestWithParam<WrongLine> {};
 
 TEST_P(WrongCommandLine, EndsWith2AndSaysWhy) {
-    const auto end = std::get<EarlyEnd>(Parse(GetParam().arguments));
-    EXPECT_EQ(end.nStatus, 2);
-    EXPECT_THAT(end.strError, Not(IsEmpty()));
-    EXPECT_THAT(end.strOutput, IsEmpty());
+    const Parsed parsed = Parse(GetParam().arguments);
+    EXPECT_FALSE(parsed.options.has_value());
+    EXPECT_EQ(parsed.nExit, 2);
+    EXPECT_THAT(parsed.strError, AllOf(StartsWith("vexfiled: "), HasSubstr(GetParam().strError)));
+    EXPECT_THAT(parsed.strOutput, IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(All, WrongCommandLine,
                          testing::Values(WrongLine{{"NoRoot"}, {}}, WrongLine{{"RootWithoutValue"}, {"--root"}},
+                                         WrongLine{{"EmptyRoot"}, {"--root=", "/srv"}, "the name is empty"},
+
                                          WrongLine{{"PortTooHigh"}, {"--root=/srv", "--port=65536"}},
                                          WrongLine{{"PortNegative"}, {"--root=/srv", "--port=-1"}},
                                          WrongLine{{"PortNoNumber"}, {"--root=/srv", "--port=http"}},
@@ -100,7 +119,8 @@ INSTANTIATE_TEST_SUITE_P(All, WrongCommandLine,
                                          WrongLine{{"NoIdleTime"}, {"--root=/srv", "--idle-seconds=0"}},
                                          WrongLine{{"NoTimeout"}, {"--root=/srv", "--client-timeout-seconds=0"}},
                                          WrongLine{{"NoTotals"}, {"--root=/srv", "--totals-seconds=0"}},
-                                         WrongLine{{"UnknownUser"}, {"--root=/srv", "--allow-user=nobody at all"}},
+                                         WrongLine{
+                                             {"UnknownUser"}, {"--root=/srv", "--allow-user=no\x1B[2J"}, "no\\x1b[2J"},
                                          WrongLine{{"EmptyUser"}, {"--root=/srv", "--allow-user="}},
                                          WrongLine{{"AnyAndUser"}, {"--root=/srv", "--allow-any", "--allow-user=0"}},
                                          WrongLine{{"Unknown"}, {"--root=/srv", "--daemon"}},
