@@ -37,6 +37,22 @@ inline CLI::Option* AddFile(CLI::App& app, const std::string& strName, std::stri
     return app.add_option(strName, strFile, strText)->capture_default_str()->check(NotEmptyName())->type_name(strValue);
 }
 
+// Adds an option that is a decimal number. CLI11 alone would take "010" for 8.
+template <typename Number>
+CLI::Option* AddNumber(CLI::App& app, const std::string& strName, Number& number, const CLI::Validator& range,
+                       const std::string& strValue, const std::string& strText) {
+    const auto withoutZeros = [](std::string& strGiven) {
+        if (strGiven.find_first_not_of("0123456789") == std::string::npos) {
+            strGiven.erase(0, std::min(strGiven.find_first_not_of('0'), std::max<std::size_t>(strGiven.size(), 1) - 1));
+        }
+        return std::string();
+    };
+    return app.add_option(strName, number, strText)
+        ->check(range)
+        ->transform(CLI::Validator(withoutZeros, ""))
+        ->type_name(strValue);
+}
+
 // Adds an argument that takes any number of file names. The callback takes them as they are: CLI11 would read "{}" as
 // an empty list. Use Arguments, too.
 inline CLI::Option* AddFiles(CLI::App& app, const std::string& strName, std::vector<std::string>& files,

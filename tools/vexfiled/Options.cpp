@@ -48,20 +48,18 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
     app.set_version_flag("--version", "vexfiled " VEX_VERSION);
     app.set_help_flag("-h,--help", "Print this help and exit");
 
+    const auto addNumber = [&](const char* pszName, auto& number, auto low, auto high, const char* pszText) {
+        return tools::AddNumber(app, pszName, number, CLI::Range(low, high), "N", pszText)->capture_default_str();
+    };
     const auto checkUser = [](const std::string& strUser) -> std::string {
         return FindUser(strUser) ? "" : "there is no user \"" + strUser + "\"; give a name or number";
     };
     tools::AddFile(app, "--root", options.strRoot, "The directory that holds all files; it has to exist", "DIR")
         ->required();
-    CLI::Option* const pPort = app.add_option("--port", options.uPort, "TCP port; 0 takes any free port and logs it")
-                                   ->type_name("N")
-                                   ->check(CLI::Range(0, 65535))
-                                   ->capture_default_str();
+    CLI::Option* const pPort =
+        addNumber("--port", options.uPort, 0, 65535, "TCP port; 0 takes any free port and logs it");
     app.add_flag("--verbose", options.bVerbose, "Log every request");
-    app.add_option("--totals-seconds", nTotalsSeconds, "Time between two log lines with totals")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1000000))
-        ->capture_default_str();
+    addNumber("--totals-seconds", nTotalsSeconds, 1, 1000000, "Time between two log lines with totals");
 
     constexpr const char* kAccess = "Who is served";
     CLI::Option* const pAllowAny =
@@ -72,32 +70,16 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& nExit) {
         ->group(kAccess);
 
     constexpr const char* kLimits = "Limits";
-    app.add_option("--max-message", options.cbMaxMessage, "Largest payload of a request or a reply, in bytes")
-        ->type_name("N")
-        ->check(CLI::Range(RequestHandler::kMinMaxReply, kLargestMessage))
-        ->capture_default_str()
+    addNumber("--max-message", options.cbMaxMessage, RequestHandler::kMinMaxReply, kLargestMessage,
+              "Largest payload of a request or a reply, in bytes")
         ->group(kLimits);
-    app.add_option("--max-files", options.files.cMaxFiles, "Most files open at a time")
-        ->type_name("N")
-        ->check(CLI::Range(1, 100000))
-        ->capture_default_str()
+    addNumber("--max-files", options.files.cMaxFiles, 1, 100000, "Most files open at a time")->group(kLimits);
+    addNumber("--max-connections", options.cMaxConnections, 1, 100000,
+              "Most clients served at a time; others are refused")
         ->group(kLimits);
-    app.add_option("--max-connections", options.cMaxConnections, "Most clients served at a time; others are refused")
-        ->type_name("N")
-        ->check(CLI::Range(1, 100000))
-        ->capture_default_str()
-        ->group(kLimits);
-    app.add_option("--idle-seconds", nIdleSeconds, "Close a file that is unused for this time")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1000000))
-        ->capture_default_str()
-        ->group(kLimits);
-    app.add_option(
-           "--client-timeout-seconds", nTimeoutSeconds,
-           "Longest wait for a client's next message, for the rest of a message, and for a client to read a reply")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1000000))
-        ->capture_default_str()
+    addNumber("--idle-seconds", nIdleSeconds, 1, 1000000, "Close a file that is unused for this time")->group(kLimits);
+    addNumber("--client-timeout-seconds", nTimeoutSeconds, 1, 1000000,
+              "Longest wait for a client's next message, for the rest of a message, and for a client to read a reply")
         ->group(kLimits);
 
     const auto check = [&] {

@@ -44,10 +44,8 @@ void AddTimeStampOptions(CLI::App& app, TimeStamps& timeStamps, bool bRequired) 
     add(app.add_option("--tsa-policy", timeStamps.strPolicy, "The policy that it must follow, as an object identifier")
             ->check(notEmpty)
             ->type_name("OID"));
-    add(app.add_option("--tsa-timeout", timeStamps.nTimeout,
-                       "The milliseconds that all authorities have together, 1 to 600000; by default 10000")
-            ->check(CLI::Range(1, kMostStampTimeout).description(""))
-            ->type_name("MS"));
+    add(tools::AddNumber(app, "--tsa-timeout", timeStamps.nTimeout, CLI::Range(1, kMostStampTimeout).description(""),
+                         "MS", "The milliseconds that all authorities have together, 1 to 600000; by default 10000"));
     add(tools::AddFile(app, "--tsa-ca", timeStamps.strTrusted,
                        "File with the root certificates that must vouch for the authority, PEM", "FILE"));
 }

@@ -56,7 +56,7 @@ TEST(CommandLine, Defaults) {
 
 TEST(CommandLine, EverythingGiven) {
     const Options options = Parse({"--root=/srv", "--port=0", "--max-message=64", "--max-connections=1",
-                                   "--max-files=2", "--idle-seconds=3", "--client-timeout-seconds=4",
+                                   "--max-files=2", "--idle-seconds=3", "--client-timeout-seconds=010",
                                    "--totals-seconds=5", "--allow-user=root", "--allow-user", "4711", "--verbose"})
                                 .options.value();
     EXPECT_EQ(options.uPort, 0);
@@ -64,7 +64,7 @@ TEST(CommandLine, EverythingGiven) {
     EXPECT_EQ(options.cMaxConnections, 1U);
     EXPECT_EQ(options.files.cMaxFiles, 2U);
     EXPECT_EQ(options.files.maxIdle, std::chrono::seconds(3));
-    EXPECT_EQ(options.clientTimeout, std::chrono::seconds(4));
+    EXPECT_EQ(options.clientTimeout, std::chrono::seconds(10));
     EXPECT_EQ(options.totalsPeriod, std::chrono::seconds(5));
     EXPECT_THAT(options.allowedUsers, testing::ElementsAre("root", "4711"));
     EXPECT_TRUE(options.bPortGiven);
