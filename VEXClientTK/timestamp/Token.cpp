@@ -18,14 +18,14 @@ namespace {
 
 // A SignedData of one signer with its content. The rest of the object is checked by Token.
 CmsPtr Parse(View token) {
-    // A second reader may not find something else behind the end.
-    if (!OnlySequence(token)) {
-        ThrowNoToken("it is not one sequence in DER");
-    }
     const unsigned char* pb = token.data();
     CmsPtr cms(d2i_CMS_ContentInfo(nullptr, &pb, static_cast<long>(token.size())));
-    if (!cms || pb != token.data() + token.size()) {
+    if (!cms) {
         ThrowNoToken("it is no CMS: " + LastReason());
+    }
+    // A second reader may not find something else behind the end.
+    if (pb != token.data() + token.size()) {
+        ThrowNoToken("something is behind its end");
     }
     if (OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) {
         ThrowNoToken("it is no CMS SignedData");

@@ -9,6 +9,7 @@
 
 #include "Row.h"
 #include "TimeStampWorld.h"
+#include "timestamp/Der.h"
 #include "timestamp/Digests.h"
 #include "timestamp/Reply.h"
 
@@ -90,6 +91,20 @@ TEST(Token, MayHaveFractionsOfASecond) {
     Info info;
     info.strTime.insert(info.strTime.size() - 1, ".25");
     EXPECT_LE(CheckToken(World::Get().Token(info.Der()), kValue, nullptr, nullptr).time, std::time(nullptr));
+}
+
+// As a signature of another program may have it.
+TEST(Token, MayHaveAnIndefiniteLength) {
+    const Bytes token = World::Get().Token(Info().Der());
+    const std::optional<Element> whole = OnlySequence(token);
+    ASSERT_TRUE(whole);
+    Bytes indefinite = {kSequenceTag, 0x80};
+    indefinite.insert(indefinite.end(), whole->body.begin(), whole->body.end());
+    indefinite.insert(indefinite.end(), {0, 0});
+    EXPECT_TRUE(CheckToken(indefinite, kValue, StoreOf("root").get(), nullptr).bChainChecked);
+    indefinite.push_back(0);
+    EXPECT_THAT(FaultOf([&] { CheckToken(indefinite, kValue, nullptr, nullptr); }),
+                testing::HasSubstr("something is behind its end"));
 }
 
 TEST(Token, IsTrustedThroughItsOwnCertificateToo) {
