@@ -205,7 +205,7 @@ class Authority:
                 f"[tsa]\nserial={self.private}/serial\nsigner_cert={key}.pem\n"
                 f"signer_key={key}.key\nsigner_digest=sha256\n"
                 f"default_policy={POLICY}\nother_policies={OTHER_POLICY}, 1.2.3.4.5.6\n"
-                "digests=sha256, sha384, sha512, sha3-256, sha3-384, sha3-512\n"
+                "digests=sha256, sha384, sha512, sha512-256, sha3-256, sha3-384, sha3-512\n"
                 "accuracy=secs:1\nordering=no\ntsa_name=yes\ness_cert_id_chain=no\ness_cert_id_alg=sha256\n"
             )
             asked, answered = pathlib.Path(scratch) / "tsq", pathlib.Path(scratch) / "tsr"

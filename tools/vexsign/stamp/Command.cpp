@@ -10,6 +10,7 @@
 #include "common/FileIdentity.h"
 #include "timestamp/Stamp.h"
 #include "vexsign/AsBytes.h"
+#include "vexsign/DigestName.h"
 #include "vexsign/Files.h"
 #include "vexsign/verify/Certificate.h"
 #include "vexsign/verify/Encoding.h"
@@ -28,13 +29,19 @@ void RefuseDangerousOutput(const Options& options) {
     }
 }
 
+// In each spelling that "vexsign p7" takes. A time stamp has no padding, and hashes what it stamps.
+std::string DigestOf(const std::string& strName) {
+    const DigestName digest(strName);
+    return digest.IsPss() || digest.IsPrehashed() ? strName : digest.OpenSsl();
+}
+
 vextimestamp::Settings SettingsOf(const TimeStamps& timeStamps) {
     vextimestamp::Settings settings;
     settings.authorities = timeStamps.authorities;
     settings.wanted.strPolicy = timeStamps.strPolicy;
     settings.timeout = std::chrono::milliseconds(timeStamps.nTimeout);
     if (!timeStamps.strDigest.empty()) {
-        settings.wanted.strDigest = timeStamps.strDigest;
+        settings.wanted.strDigest = DigestOf(timeStamps.strDigest);
     }
     if (!timeStamps.strTrusted.empty()) {
         settings.trusted = verify::StoreOfStampAuthorities({timeStamps.strTrusted});
