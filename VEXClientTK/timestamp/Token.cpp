@@ -126,7 +126,11 @@ X509* CheckSigner(CMS_ContentInfo* pCms) {
     // It compares the signed digest with that of the content, too.
     const BioPtr content(RequireMemory(BIO_new(BIO_s_null())));
     if (CMS_verify(pCms, nullptr, nullptr, nullptr, content.get(), CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY) != 1) {
-        throw Fault("the time stamp's signature is wrong: " + LastReason() + kUseAnother);
+        // Of a wrong signature OpenSSL's CMS is the one to report. Below it are digests and schemes that are missing.
+        const bool bWrong = ERR_GET_LIB(ERR_peek_last_error()) == ERR_LIB_CMS;
+        throw Fault(
+            (bWrong ? "the time stamp's signature is wrong: " : "OpenSSL cannot check the time stamp's signature: ") +
+            LastReason() + kUseAnother);
     }
     RequireNamed(pSigner, pCertificate);
     return pCertificate;

@@ -138,6 +138,22 @@ TEST(OddToken, OfAShortKeyIsRefused) {
                 testing::HasSubstr("(O=Clocks,CN=Authority tsa) is too short, or unknown"));
 }
 
+// Nobody knows whether such a signature is wrong.
+TEST(OddToken, WhoseSignatureOpenSslCannotCheckIsRefused) {
+    const World& world = World::Get();
+    RequireCommand("cd " + world.File("") +
+                   " && openssl genpkey -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -out pss.key && openssl req"
+                   " -x509 -new -config tsa.cnf -key pss.key -days 30 -CA root.crt -CAkey root.key -out pss.crt");
+    const CmsPtr token = Decoded(
+        world.Token(Info(), "pss", "-cades -econtent_type 1.2.840.113549.1.9.16.1.4 -keyopt rsa_padding_mode:pss"));
+    X509_ALGOR* pAlgorithm = nullptr;
+    CMS_SignerInfo_get0_algs(SignerOf(token), nullptr, nullptr, nullptr, &pAlgorithm);
+    Require(X509_ALGOR_set0(pAlgorithm, OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr) == 1);
+    const Bytes changed = Encoded(token.get());
+    EXPECT_THAT(FaultOf([&] { CheckToken(changed, kValue, nullptr, nullptr); }),
+                testing::HasSubstr("OpenSSL cannot check the time stamp's signature: "));
+}
+
 // What a signer says that the content is.
 struct ContentType : Row {
     void (*pfnChange)(CMS_SignerInfo*);
