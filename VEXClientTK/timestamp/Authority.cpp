@@ -115,7 +115,7 @@ void RequireMeantForTimeStamps(X509* pCertificate) {
     }
     if (X509_check_purpose(pCertificate, X509_PURPOSE_TIMESTAMP_SIGN, 0) != 1) {
         throw Fault("the certificate of the time stamp's signer" + Who(pCertificate) +
-                    " is not meant for time stamps: its key usage is not for signing" + kUseAnother);
+                    " is not meant for time stamps: its key usage is not for signing alone" + kUseAnother);
     }
     const EVP_PKEY* const pKey = X509_get0_pubkey(pCertificate);
     if (pKey == nullptr || EVP_PKEY_get_security_bits(pKey) < kSecurityBits) {

@@ -122,6 +122,7 @@ private:
         MakeAuthority("server", "critical,serverAuth");
         MakeAuthority("unlimited", "");
         MakeAuthority("encrypts", "critical,timeStamping", "keyEncipherment");
+        MakeAuthority("both", "critical,timeStamping", "digitalSignature,keyEncipherment");
         Write("expired.ext", "extendedKeyUsage=critical,timeStamping\nkeyUsage=critical,digitalSignature\n");
         RequireCommand("cd " + m_directory.Path() + " && cp tsa.key expired.key");
         MakeCertificate(m_directory.Path(), "expired.key", "expired", "/CN=Expired", "20200101000000Z",
