@@ -54,6 +54,25 @@ bool EqualIgnoringCase(std::string_view first, std::string_view second) {
     return first.size() == second.size() && OPENSSL_strncasecmp(first.data(), second.data(), first.size()) == 0;
 }
 
+// One line for each field: a line that begins with a blank continues the one before it (RFC 9112 section 5.2). No line
+// ends with blanks. The header begins with its status line.
+std::string InWholeLines(std::string_view header) {
+    std::string strLines;
+    while (!header.empty()) {
+        const std::string_view line = header.substr(0, header.find('\n'));
+        header.remove_prefix(std::min(line.size() + 1, header.size()));
+        const std::string_view text = Trimmed(line);
+        if (line.starts_with(' ') || line.starts_with('\t')) {
+            if (text.empty()) {
+                continue;
+            }
+            strLines.back() = ' ';
+        }
+        strLines.append(text) += '\n';
+    }
+    return strLines;
+}
+
 // The value of the first field of that name. Nothing: there is none.
 std::optional<std::string_view> FieldOf(std::string_view header, std::string_view name) {
     while (!header.empty()) {
@@ -198,8 +217,10 @@ bool HttpMessage::ReadHeader(std::string_view bytes) {
         }
         return false;
     }
-    CheckFields(std::string_view(m_strHeader).substr(0, nEnd));
-    RequireMemory(BIO_write(m_pSource, m_strHeader.data(), static_cast<int>(nEnd)) == static_cast<int>(nEnd));
+    const std::string strLines = InWholeLines(std::string_view(m_strHeader).substr(0, nEnd));
+    CheckFields(strLines);
+    const int cbLines = static_cast<int>(strLines.size());
+    RequireMemory(BIO_write(m_pSource, strLines.data(), cbLines) == cbLines);
     BIO_set_mem_eof_return(m_pSource, 0);
     if (OSSL_HTTP_REQ_CTX_nbio(m_exchange.get()) != 1) {
         ThrowNoReply(LastReason());

@@ -134,6 +134,20 @@ TEST(HttpMessage, TakesEveryFormOfTheTypeOfTheContent) {
     }
 }
 
+// OpenSSL takes neither blanks behind a length nor a field of several lines.
+TEST(HttpMessage, TakesEveryFormOfItsFields) {
+    const std::string strType = "Content-Type: application/timestamp-reply\r\n";
+    for (const std::string& strFields : std::initializer_list<std::string>{
+             strType + "Content-Length: 4 \t\r\n", strType + "Content-Length:4 \n",
+             strType + "Content-Length:\r\n 4\r\n", strType + "Content-Length:\r\n\t \r\n 4\r\n",
+             "Content-Type:\r\n\tapplication/timestamp-reply;\r\n x=y\r\nContent-Length: 4\r\n",
+             "X: y\r\n Content-Type: text/html\r\n Content-Length: 5\r\n" + strType + "Content-Length: 4\r\n"}) {
+        HttpMessage message = NewMessage();
+        EXPECT_TRUE(message.Take("HTTP/1.1 200 OK\r\n" + strFields + "\r\nbody")) << strFields;
+        EXPECT_EQ(TextOf(message.TakeBody()), "body");
+    }
+}
+
 TEST(HttpMessage, HasAtMost64KiB) {
     for (const std::size_t cb : {kMostReply - 1, kMostReply, kMostReply + 1}) {
         const std::string strBody(cb, 'x');
