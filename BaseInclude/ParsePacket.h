@@ -29,7 +29,7 @@ public:
     static constexpr DWORD TOO_SHORT = 0xFFFFFFFF;
 
     // Copies the bytes. The packet is empty when memory runs out.
-    explicit CCommUnPacket(const CSmartBuffer& objBuffer) : m_smBuffer(objBuffer) {}
+    explicit CCommUnPacket(const CSmartBuffer& objBuffer) { SetBuffer(objBuffer); }
 
     // Starts again with a copy of other bytes.
     void SetBuffer(const void* pBuffer, DWORD dwSize) {

@@ -61,6 +61,31 @@ TEST(UnPacket, KeepsItsOwnCopy) {
     EXPECT_EQ(source.GetSize(), 4U);
 }
 
+// A buffer of a derived class may have its bytes elsewhere.
+class CViewBuffer : public CSmartBuffer {
+public:
+    explicit CViewBuffer(std::string& text) : m_text(text) {}
+    DWORD GetSize() const override { return m_text.size(); }
+    void* GetAddress() const override { return m_text.data(); }
+
+private:
+    std::string& m_text;
+};
+
+TEST(UnPacket, AsksItsSourceForSizeAndAddress) {
+    std::string text = "abcd";
+    const CViewBuffer source(text);
+    CCommUnPacket constructed(source);
+    CCommUnPacket set{CSmartBuffer()};
+    set.SetBuffer(source);
+    for (CCommUnPacket* pPacket : {&constructed, &set}) {
+        char read[4] = {};
+        EXPECT_EQ(pPacket->ReadBuffer(read, 4), 4U);
+        EXPECT_EQ(std::string(read, 4), "abcd");
+        EXPECT_EQ(pPacket->ReadBuffer(read, 1), kTooShort);
+    }
+}
+
 TEST(UnPacket, StartsAgainWithOtherBytes) {
     CCommUnPacket packet(BufferOf("abcd"));
     char text[4] = {};
