@@ -52,7 +52,10 @@ public:
     struct ForForkedChild {};
 
     CPipeIPC() : CPipeIPC(ForForkedChild{}) {
-        std::srand(static_cast<unsigned int>(std::time(nullptr)));  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+        {
+            const CVEXForkPause pause;
+            std::srand(static_cast<unsigned int>(std::time(nullptr)));  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+        }
         static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     }
     explicit CPipeIPC(ForForkedChild /*tag*/) {

@@ -1,6 +1,6 @@
 // Keeps forks away from libc calls that take locks inside libc. A forked child cannot release such a lock when another
-// thread of its parent held it. libc has one lock for the time zone, one for rand, and one that popen holds until the
-// program has started. Wide printf and the first use of a locale's conversions take another one.
+// thread of its parent held it. libc has one lock for the time zone, one for rand and srand, and one that popen holds
+// until the program has started. Wide printf and the first use of a locale's conversions take another one.
 #pragma once
 
 #include <pthread.h>

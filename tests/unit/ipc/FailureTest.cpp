@@ -268,6 +268,11 @@ TEST_F(IpcTest, AForkedChildExchanges) {
     });
 }
 
+// libc's srand holds a lock, which the child's own srand would wait for.
+TEST_F(IpcTest, AForkedChildMakesClients) {
+    ForkWhile(2, Scaled(60), [] { const CPipeIPC client; });
+}
+
 // Descriptor 0 counts as a failure and is closed.
 TEST_F(IpcTest, DescriptorZeroIsAFailure) {
     ScriptedPeer peer([](PeerConnection& connection) {
