@@ -1,11 +1,13 @@
 // The log manager: one per process, its defaults, its settings, its writer thread and forks.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
@@ -17,6 +19,20 @@
 #include "FileCalls.h"
 #include "HeldUpCall.h"
 #include "LogTest.h"
+#include "SystemCalls.h"
+
+namespace {
+
+std::atomic<bool> s_bNoMoreThreads = false;
+
+}  // namespace
+
+// Before that of libc.
+extern "C" int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pFunction)(void*),
+                              void* pArgument) noexcept {
+    static auto* const s_pNext = system_calls::Next(pthread_create, "pthread_create");
+    return s_bNoMoreThreads ? EAGAIN : s_pNext(pThread, pAttributes, pFunction, pArgument);
+}
 
 namespace {
 
@@ -73,6 +89,33 @@ TEST_F(ManagerTest, TwoThreadsAtOnceMakeOneManagerAndOneWriter) {
         WaitUntilWritten(LogPath());
     });
     EXPECT_EQ(RecordsOf(LogPath()).size(), 1U);
+}
+
+// Nothing is reported, and no record tries again.
+TEST_F(ManagerTest, RecordsStayQueuedWhenTheWriterCannotStart) {
+    InChild([&] {
+        const size_t nBefore = ThreadsOfThisProcess();
+        s_bNoMoreThreads = true;
+        Trace(L"one");
+        EXPECT_FALSE(CDebugLogMgr::GetInstance()->CreateWriteLogThread());
+        s_bNoMoreThreads = false;
+        Trace(L"two");
+        EXPECT_EQ(ThreadsOfThisProcess(), nBefore);
+        EXPECT_TRUE(CDebugLogMgr::GetInstance()->CreateWriteLogThread());
+        WaitUntilWritten(LogPath());
+    });
+    EXPECT_THAT(MessagesOf(LogPath()), ElementsAre("one", "two"));
+}
+
+// The exit handler finds a manager that has no writer.
+TEST_F(ManagerTest, TheProcessEndsWithoutAWriter) {
+    InChild(
+        [&] {
+            s_bNoMoreThreads = true;
+            Trace(L"lost");
+        },
+        Exit::kByReturn);
+    EXPECT_FALSE(std::filesystem::exists(LogPath()));
 }
 
 TEST_F(ManagerTest, TheWriterRunsInTheBatchPolicy) {
