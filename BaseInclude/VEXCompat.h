@@ -1,8 +1,9 @@
 // The Windows-style functions that the client toolkit exports beside its VCTK_ operations.
 //
 // They keep their Windows names and meanings, with the widths of VEXType.h. Any thread may call them; none throws.
-// After a failure GetLastError returns the calling thread's reason. A success does not change it, except in
-// VexCreateFile. docs/compatibility-functions.md explains the choices that the platform leaves open.
+// After a failure GetLastError returns the calling thread's reason; wcscpy_s and memcpy_x return it instead. A success
+// does not change it, except in VexCreateFile. docs/compatibility-functions.md explains the choices that the platform
+// leaves open.
 #pragma once
 
 #include "VEXType.h"
