@@ -233,7 +233,9 @@ private:
     // Held to replace or copy the file name and the header; never while a thread waits for the disk.
     inline static CVEXMutex s_csTexts;
     inline static BOOL s_bHeldForFork VEX_GUARDED_BY(s_csInstance) = FALSE;
-    // Registered at load time: a fork always waits while a thread makes the manager.
+    // Registered at load time: a fork always waits while a thread makes the manager. Handlers run in reverse order
+    // before a fork, so these run before those of CVEXForkPause, whose header comes first: a thread that makes the
+    // manager enters a scope of CVEXForkPause with s_csInstance held.
     [[maybe_unused]] inline static const int s_nForkHandlers =
         pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
 };
