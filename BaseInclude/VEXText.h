@@ -18,6 +18,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "VEXForkPause.h"
+
 template <typename TChar>
 class CVEXText {
 public:
@@ -202,6 +204,7 @@ __attribute__((__format__(__printf__, 2, 0))) inline int VEXAllocPrint(char** pp
 inline int VEXAllocPrint(wchar_t** ppszText, const wchar_t* pszFormat, va_list args) {
     *ppszText = nullptr;
     std::size_t nSize = 0;
+    const CVEXForkPause pause;
     std::FILE* const pStream = pszFormat == nullptr ? nullptr : ::open_wmemstream(ppszText, &nSize);
     if (pStream == nullptr) {
         return -1;

@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <string>
 
+#include "ForkWhile.h"
+#include "Scale.h"
 #include "VEXCstring.h"
 
 namespace {
@@ -33,6 +35,14 @@ TEST(WideFormat, AFailureEmptiesTheString) {
     str = L"old";
     str.Format(L"%s", "\xff\xfe");  // not a narrow text
     EXPECT_TRUE(str.IsEmpty());
+}
+
+// Wide printf takes locks inside libc.
+TEST(WideFormat, AForkedChildFormats) {
+    ForkWhile(2, Scaled(60), [] {
+        CString str;
+        str.Format(L"%d %ls", 7, L"wide");
+    });
 }
 
 TEST(NarrowFormat, FollowsPrintf) {
