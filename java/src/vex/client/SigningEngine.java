@@ -15,6 +15,8 @@ import java.security.spec.AlgorithmParameterSpec;
 /** A signature algorithm with the toolkit's keys. Like every Signature, for one thread at a time. */
 abstract class SigningEngine extends SignatureSpi {
     private static final int PIECE = 1 << 13;
+    /** Java never changes the provider of an object that has signed, even if none was named. */
+    private static final String ANOTHER = " object from Signature.getInstance, without the provider";
 
     private SigningKey key;
     private Message message;  // null: the parameters that it needs are not set
@@ -43,7 +45,7 @@ abstract class SigningEngine extends SignatureSpi {
         SigningKey candidate = SigningKey.from(privateKey);
         if (candidate == null) {
             throw new InvalidKeyException("The key is not from a KeyStore of the type " + SigningProvider.KEY_STORE_TYPE
-                + "; leave the provider out of Signature.getInstance for other keys");
+                + "; for other keys, get another Signature" + ANOTHER);
         }
         if (!fits(candidate)) {
             throw new InvalidKeyException("The algorithm does not fit the " + candidate);
@@ -63,8 +65,8 @@ abstract class SigningEngine extends SignatureSpi {
 
     @Override
     protected final void engineInitVerify(PublicKey publicKey) throws InvalidKeyException {
-        throw new InvalidKeyException(SigningProvider.NAME + " does not verify signatures; leave the provider out of"
-            + " Signature.getInstance for verifying");
+        throw new InvalidKeyException(SigningProvider.NAME + " does not verify signatures; to verify, get"
+            + " another Signature" + ANOTHER);
     }
 
     @Override

@@ -365,6 +365,20 @@ class SigningProviderTest {
             () -> Signature.getInstance(name, jdkProvider).initSign(key(algorithm)));
     }
 
+    /** Java keeps the provider that it has chosen for a key, so nothing is left to leave out. */
+    @ParameterizedTest
+    @CsvSource({"RSA,SHA256withRSA", "EC,SHA256withECDSA"})
+    void anObjectThatHasSignedAsksForAnotherOne(String algorithm, String name) throws Exception {
+        TestStore.Identity identity = identity(algorithm);
+        Signature signature = Signature.getInstance(name);
+        signature.initSign(key(algorithm));
+        String another = "get another Signature object from Signature.getInstance, without the provider";
+        assertEquals("VexClient does not verify signatures; to verify, " + another,
+            assertThrows(InvalidKeyException.class, () -> signature.initVerify(identity.certificate())).getMessage());
+        assertEquals("The key is not from a KeyStore of the type VexClient; for other keys, " + another,
+            assertThrows(InvalidKeyException.class, () -> signature.initSign(identity.key())).getMessage());
+    }
+
     @ParameterizedTest
     @CsvSource({"RSA,NONEwithRSA,245", "EC,NONEwithECDSA,64"})
     void saysHowMuchARawSignatureTakes(String algorithm, String name, int most) throws Exception {
