@@ -1,6 +1,10 @@
 package vex.client;
 
+import java.nio.ByteBuffer;
+import java.nio.CharBuffer;
 import java.nio.charset.Charset;
+import java.nio.charset.CharsetEncoder;
+import java.nio.charset.CoderResult;
 import java.util.Base64;
 import vex.jni.VCTKError;
 
@@ -10,6 +14,8 @@ final class NativeText {
     static final int MAX_CHARACTERS = (Integer.MAX_VALUE - 4) / 4;
     /** The number of bytes whose Base64 form has MAX_CHARACTERS. */
     static final int MAX_BYTES = MAX_CHARACTERS / 4 * 3;
+
+    private static final int PIECE = 1 << 13;
 
     private NativeText() {}
 
@@ -64,7 +70,10 @@ final class NativeText {
         return System.getProperty("sun.jnu.encoding", "UTF-8");
     }
 
-    /** True also when Java does not know the encoding: the toolkit then refuses what it cannot encode. */
+    /**
+     * True also when Java does not know the encoding: the toolkit then refuses what it cannot encode. In pieces,
+     * because CharsetEncoder.canEncode needs memory for all of the bytes, and fails where they are more than 1 GiB.
+     */
     private static boolean isEncodable(String text) {
         Charset charset;
         try {
@@ -72,7 +81,18 @@ final class NativeText {
         } catch (IllegalArgumentException e) {
             return true;
         }
-        return !charset.canEncode() || charset.newEncoder().canEncode(text);
+        if (!charset.canEncode()) {
+            return true;
+        }
+        CharsetEncoder encoder = charset.newEncoder();
+        CharBuffer characters = CharBuffer.wrap(text);
+        ByteBuffer piece = ByteBuffer.allocate(PIECE);
+        CoderResult result;
+        do {
+            piece.clear();
+            result = encoder.encode(characters, piece, true);
+        } while (result.isOverflow());
+        return !result.isError();
     }
 
     static SigningException empty() {

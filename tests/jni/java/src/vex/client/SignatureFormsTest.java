@@ -3,9 +3,12 @@ package vex.client;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.sun.management.ThreadMXBean;
+import java.lang.management.ManagementFactory;
 import java.math.BigInteger;
 import java.util.HexFormat;
 import org.junit.jupiter.api.Tag;
@@ -15,7 +18,7 @@ import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.VCTKError;
 
-/** The parts that signatures are made of: names, collected data, DER. */
+/** The parts that signatures are made of: names, texts, collected data, DER. */
 @Tag("client")
 class SignatureFormsTest {
     private static byte[] hex(String text) {
@@ -36,6 +39,20 @@ class SignatureFormsTest {
         "NONE"})
     void otherNamesAreUnknown(String name) {
         assertNull(Digest.of(name));
+    }
+
+    // ---- Texts ----
+
+    /** A long text has to be no more in memory than its characters. */
+    @Test
+    void checksATextInPieces() throws Exception {
+        String text = "\u4e00".repeat(1 << 23);
+        ThreadMXBean threads = (ThreadMXBean) ManagementFactory.getThreadMXBean();
+        NativeText.requireToSign("\u4e00");
+        long before = threads.getCurrentThreadAllocatedBytes();
+        assertSame(text, NativeText.requireToSign(text));
+        long allocated = threads.getCurrentThreadAllocatedBytes() - before;
+        assertTrue(allocated < 1 << 20, "allocated " + allocated);
     }
 
     // ---- Collected data ----
