@@ -32,7 +32,8 @@ import java.util.Objects;
  * Signing a text signs its bytes in the encoding of the <em>process locale</em> ({@code LC_ALL}, {@code LC_CTYPE} or
  * {@code LANG} when Java started): UTF-8 under a UTF-8 locale. A text with U+0000, with an unpaired surrogate or with a
  * character that the locale cannot encode is refused with a {@link SigningException}; it is never signed with such
- * characters replaced. Bytes are signed unchanged under every locale. Empty texts and empty data are refused.
+ * characters replaced. Bytes are signed unchanged under every locale. Empty texts and empty data are refused, and texts
+ * of more than 536,870,910 characters (UTF-16).
  *
  * <h2>Time stamps</h2>
  * With {@link Builder#timestamp}, every CMS signature contains a time stamp of an authority (RFC 3161, as the unsigned
