@@ -1,6 +1,7 @@
 #include "TimeStampOptions.h"
 
-#include <algorithm>
+#include <openssl/crypto.h>
+
 #include <string>
 #include <string_view>
 
@@ -13,11 +14,7 @@ namespace {
 // URI.
 std::string UrlFault(std::string& strUrl) {
     constexpr std::string_view kScheme = "http://";
-    const bool bHttp = strUrl.size() > kScheme.size() &&
-                       std::equal(kScheme.begin(), kScheme.end(), strUrl.begin(), [](char ch, char chUrl) {
-                           return ch == (chUrl >= 'A' && chUrl <= 'Z' ? static_cast<char>(chUrl - 'A' + 'a') : chUrl);
-                       });
-    if (bHttp) {
+    if (strUrl.size() > kScheme.size() && OPENSSL_strncasecmp(strUrl.data(), kScheme.data(), kScheme.size()) == 0) {
         strUrl.replace(0, kScheme.size(), kScheme);
         return {};
     }
