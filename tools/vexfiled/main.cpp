@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <clocale>
-#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <new>
@@ -19,21 +17,11 @@
 #include "Root.h"
 #include "Server.h"
 #include "Text.h"
-#include "posix/StandardDescriptors.h"
+#include "common/Process.h"
 
 namespace {
 
 using vexfiled::Text;
-
-void SetUpProcess() {
-    vexposix::KeepStandardDescriptorsFree();
-    static_cast<void>(std::setlocale(LC_CTYPE, ""));
-    // A disconnected client and a file that reaches its size limit then are errors of one call.
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-    // Only the server's own user gets rights to new files.
-    umask(S_IRWXG | S_IRWXO);
-}
 
 void RaiseDescriptorLimit(std::size_t cWanted, vexfiled::Log& log) {
     rlimit limit{};
@@ -101,7 +89,9 @@ int Serve(const vexfiled::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    SetUpProcess();
+    tools::SetUpProcess();
+    // Only the server's own user gets rights to new files.
+    umask(S_IRWXG | S_IRWXO);
     int nExit = EXIT_SUCCESS;
     const std::optional<vexfiled::Options> options = vexfiled::ParseOptions(argc, argv, nExit);
     return options ? Serve(*options) : nExit;

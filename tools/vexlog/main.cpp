@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -28,7 +27,7 @@
 #include "common/Exit.h"
 #include "common/FileIdentity.h"
 #include "common/Message.h"
-#include "posix/StandardDescriptors.h"
+#include "common/Process.h"
 
 namespace vexlog {
 namespace {
@@ -212,11 +211,7 @@ void WriteReport(const Options& options) {
 }
 
 int Run(int argc, char** argv) {
-    vexposix::KeepStandardDescriptorsFree();
-    static_cast<void>(std::setlocale(LC_CTYPE, ""));
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    // A write beyond RLIMIT_FSIZE then returns an error.
-    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    tools::SetUpProcess();
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {

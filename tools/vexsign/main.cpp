@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <clocale>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,8 +30,8 @@
 #include "common/Exit.h"
 #include "common/FileIdentity.h"
 #include "common/Message.h"
+#include "common/Process.h"
 #include "posix/OutputBuffer.h"
-#include "posix/StandardDescriptors.h"
 #include "posix/VisibleText.h"
 #include "stamp/Command.h"
 #include "verify/Command.h"
@@ -201,11 +199,7 @@ bool Execute(const Options& options) {
 int Run(int argc, char** argv) {
     // A core file, or a debugger of the same user, would show keys and PINs. It cannot fail with these arguments.
     static_cast<void>(prctl(PR_SET_DUMPABLE, 0));
-    vexposix::KeepStandardDescriptorsFree();
-    static_cast<void>(std::setlocale(LC_CTYPE, ""));
-    // Failed writes then return errors.
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    tools::SetUpProcess();
     int nExit = tools::kExitOk;
     const std::optional<Options> options = ParseOptions(argc, argv, nExit);
     if (!options) {
