@@ -15,16 +15,16 @@ inline constexpr ULONG VCTK_FILTER_SERIAL = 3;
 // SHA-256 digest of the DER certificate: 64 hexadecimal digits, case-insensitive. Colons between pairs are ignored.
 inline constexpr ULONG VCTK_FILTER_FINGERPRINT = 4;
 
-// One key usage of RFC 5280 section 4.2.1.3, by OpenSSL's name, case-insensitive: "digitalSignature", "nonRepudiation",
-// "keyEncipherment", "dataEncipherment", "keyAgreement", "keyCertSign", "cRLSign", "encipherOnly", "decipherOnly". A
-// certificate without a key usage extension passes.
+// One key usage of RFC 5280 section 4.2.1.3, case-insensitive: "digitalSignature", "nonRepudiation" (or
+// "contentCommitment"), "keyEncipherment", "dataEncipherment", "keyAgreement", "keyCertSign", "cRLSign",
+// "encipherOnly", "decipherOnly". A certificate without a key usage extension passes.
 inline constexpr ULONG VCTK_FILTER_KEY_USAGE = 5;
 
-// "RSA" or "EC", case-insensitive.
+// The key's algorithm, case-insensitive: "RSA", "RSA-PSS", "EC", "ED25519" or "ED448".
 inline constexpr ULONG VCTK_FILTER_KEY_ALGORITHM = 6;
 
-// All of these key usages: the names of VCTK_FILTER_KEY_USAGE, separated by commas; "contentCommitment" also means
-// "nonRepudiation". A certificate without a key usage extension does not pass.
+// All of these key usages: the names of VCTK_FILTER_KEY_USAGE, separated by commas. A certificate without a key usage
+// extension does not pass.
 inline constexpr ULONG VCTK_FILTER_KEY_USAGE_ALL = 7;
 
 // The certificate lists all of these extended key usages (RFC 5280 section 4.2.1.12), separated by commas: dotted OIDs,
