@@ -26,6 +26,7 @@ public:
     // The log's settings for one record.
     struct Settings {
         std::wstring strName;
+        BOOL bFallbackName;       // the log made the name because it could not use another one
         BOOL bGlobalMode;         // the file stays open between records, without its lock
         DWORD dwMaxFileSize;      // bytes above which the file is cut
         DWORD dwTruncatePercent;  // the part of the file that a cut removes; 0: never cut
@@ -41,7 +42,7 @@ public:
     template <typename TReplaceName>
     BOOL Write(const std::wstring& strLine, const Settings& settings, TReplaceName fnReplaceName) {
         CloseAfterSwitch();
-        const Opened opened = m_file.IsOpen() ? Opened::Ready : Open(settings.strName, fnReplaceName);
+        const Opened opened = m_file.IsOpen() ? Opened::Ready : Open(settings, fnReplaceName);
         if (opened == Opened::NoClock) {
             return FALSE;
         }
@@ -90,9 +91,11 @@ private:
         }
     }
 
-    // If the file gets a new name, the new file gets its header, but the record is lost.
+    // If the file gets a new name, the new file gets its header, but the record is lost. A fallback that cannot be
+    // opened keeps its name: its directory is made with the next record.
     template <typename TReplaceName>
-    Opened Open(const std::wstring& strName, TReplaceName fnReplaceName) {
+    Opened Open(const Settings& settings, TReplaceName fnReplaceName) {
+        const std::wstring& strName = settings.strName;
         if (m_file.IsServerSupportEnabled()) {
             return OpenServerFile(strName) ? Opened::Ready : Opened::RecordLost;
         }
@@ -101,7 +104,7 @@ private:
             if (OpenLocalFile(strName, dwError)) {
                 return Opened::Ready;
             }
-            if (dwError == ERROR_SUCCESS) {
+            if (dwError == ERROR_SUCCESS || settings.bFallbackName) {
                 return Opened::RecordLost;
             }
         }

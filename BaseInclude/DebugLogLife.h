@@ -42,7 +42,7 @@ inline CDebugLogMgr* CDebugLogMgr::CreateInstance() {
     return pMgr;
 }
 
-inline CDebugLogMgr::CDebugLogMgr() : m_strLogFileName(DEFAULT_NAME), m_hEvent(nullptr) {
+inline CDebugLogMgr::CDebugLogMgr() : m_strLogFileName(DEFAULT_NAME), m_bFallbackName(FALSE), m_hEvent(nullptr) {
     m_bOutputLogToFile = TRUE;
     m_bGlobalMode = FALSE;
     m_bWithFunctionName = TRUE;
@@ -139,18 +139,20 @@ inline BOOL CDebugLogMgr::WriteLine(CDebugLogFile& file, const std::wstring& str
         return TRUE;
     }
     CDebugLogFile::Settings settings = {
-        {}, VEXLoadField(m_bGlobalMode), VEXLoadField(m_dwMaxFileSize), VEXLoadField(m_dwTruncatePercent)};
+        {}, FALSE, VEXLoadField(m_bGlobalMode), VEXLoadField(m_dwMaxFileSize), VEXLoadField(m_dwTruncatePercent)};
     // A name that was set in the meantime stays.
     const auto fnReplaceName = [&](const std::wstring& strName) {
         const CVEXLock lock(s_csTexts);
         if (m_strLogFileName == settings.strName) {
             m_strLogFileName = strName;
+            m_bFallbackName = TRUE;
         }
     };
     try {
         {
             const CVEXLock lock(s_csTexts);
             settings.strName = m_strLogFileName;
+            settings.bFallbackName = m_bFallbackName;
         }
         return file.Write(strLine, settings, fnReplaceName);
     } catch (const std::bad_alloc&) {

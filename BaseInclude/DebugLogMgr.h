@@ -114,6 +114,7 @@ public:
             std::wstring strName = TextOf(lpszLogFileName);
             const CVEXLock lock(s_csTexts);
             m_strLogFileName.swap(strName);
+            m_bFallbackName = FALSE;
         }
     }
     // Bytes above which the file is cut, and the percentage of it that a cut removes. Percentage 0: never cut.
@@ -206,6 +207,7 @@ private:
     BOOL WriteLine(CDebugLogFile& file, const std::wstring& strLine);
 
     std::wstring m_strLogFileName VEX_GUARDED_BY(s_csTexts);
+    BOOL m_bFallbackName VEX_GUARDED_BY(s_csTexts);  // the writer has made the name
     std::wstring m_strLogHeader VEX_GUARDED_BY(s_csTexts);
     BOOL m_bOutputLogToFile;
     BOOL m_bWithFunctionName;

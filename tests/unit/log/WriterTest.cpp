@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "FileCalls.h"
+#include "HeldUpCall.h"
 #include "LogTest.h"
 #include "Row.h"
 
@@ -162,6 +163,48 @@ TEST_F(FallbackTest, AnAbsoluteDirectoryLeadsBelowADirectoryWithABlankName) {
     EXPECT_THAT(FilesInWorkingDirectory(), ElementsAre(FallbackOf(strLogs)));
     EXPECT_THAT(MessagesOf(WorkingDirectory() + "/" + FilesInWorkingDirectory().at(0)), ElementsAre("two"));
     EXPECT_TRUE(std::filesystem::is_empty(strLogs));
+}
+
+// Records that are queued before the fallback's directory exists are lost, but none of the later ones, and the name
+// stays.
+TEST_F(FallbackTest, RecordsInABurstDoNotChangeTheNameAgain) {
+    const std::string strLogs = m_directory.Path("logs");
+    std::filesystem::create_directory(strLogs);
+    for (const int nBurst : {2, 20, 100}) {
+        SCOPED_TRACE(nBurst);
+        std::filesystem::remove_all(WorkingDirectory());
+        std::filesystem::create_directory(WorkingDirectory());
+        InChild([&] {
+            HeldUpCall first("PathIsDirectoryW");
+            SetLogFileName(strLogs);
+            for (int i = 0; i < nBurst; ++i) {
+                Trace(L"lost");
+            }
+            first.GoOn();
+            file_calls::WaitFor("VexCreateFile", nBurst);
+            for (const wchar_t* pszText : {L"one", L"two"}) {
+                Trace(pszText);
+            }
+            file_calls::WaitFor("CloseHandle", 2);
+        });
+        ASSERT_THAT(FilesInWorkingDirectory(), ElementsAre(FallbackOf(strLogs)));
+        EXPECT_THAT(MessagesOf(WorkingDirectory() + "/" + FilesInWorkingDirectory().at(0)), ElementsAre("one", "two"));
+    }
+}
+
+TEST_F(FallbackTest, ANameThatIsSetLaterHasItsOwnFallback) {
+    for (const char* pszDirectory : {"first", "second"}) {
+        std::filesystem::create_directory(WorkingDirectory() + "/" + pszDirectory);
+    }
+    InChild([&] {
+        int nFiles = 0;
+        for (const char* pszDirectory : {"first", "second"}) {
+            SetLogFileName(pszDirectory);
+            Trace(L"lost");
+            file_calls::WaitFor("CloseHandle", ++nFiles);
+        }
+    });
+    EXPECT_THAT(FilesInWorkingDirectory(), ElementsAre(FallbackOf("first"), FallbackOf("second")));
 }
 
 TEST_F(FallbackTest, AFallbackThatFailsLosesRecordsAndNothingElse) {
