@@ -239,6 +239,9 @@ inline void CDebugLogMgr::AfterForkInChild() VEX_NO_THREAD_SAFETY_ANALYSIS {
         CDebugLogMgr* const pMgr = s_pInstance.load(std::memory_order_acquire);
         pMgr->m_csLogCache.LeaveVEXCritical();
         pMgr->m_thread = 0;
+        // The parent may be ending.
+        pMgr->exit_flag = 0;
+        s_pLogLevel.store(&pMgr->m_logLevel, std::memory_order_release);
         sem_init(&pMgr->m_sem, 0, 0);
         CDebugLogUsers::Reset();
         s_bChildWithoutWriter.store(TRUE, std::memory_order_release);

@@ -1,15 +1,34 @@
 // Many things at the same time, above all for ThreadSanitizer: the tests put no lock of their own between the log's
 // threads.
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <set>
 #include <thread>
 
 #include "ForkWhile.h"
 #include "LogTest.h"
 #include "Scale.h"
+#include "SystemCalls.h"
+
+namespace {
+
+// Runs once, when the log's exit handler begins to wait.
+std::atomic<const std::function<void()>*> s_pAtWait = nullptr;
+
+}  // namespace
+
+// Before that of libc.
+extern "C" int nanosleep(const timespec* pTime, timespec* pLeft) {
+    static auto* const s_pNext = system_calls::Next(nanosleep, "nanosleep");
+    if (const std::function<void()>* const pAtWait = s_pAtWait.exchange(nullptr)) {
+        (*pAtWait)();
+    }
+    return s_pNext(pTime, pLeft);
+}
 
 namespace {
 
@@ -126,6 +145,26 @@ TEST_F(RaceTest, AForkWhileRecordsAreFormattedLeavesTheChildALog) {
             CDebugLogMgr::GetInstance()->Clear();
         });
     });
+}
+
+TEST_F(RaceTest, AForkWhileTheParentEndsLeavesTheChildALog) {
+    SKIP_FORKS_WITH_ASAN();
+    InChild(
+        [&] {
+            Trace(L"parent");
+            WaitUntilWritten(LogPath());
+            // Static objects are destroyed before the log's exit handler runs.
+            s_pAtWait = new std::function<void()>([strLog = LogPath()] {
+                std::thread([&strLog] {
+                    static_cast<void>(RunChild([&strLog] {
+                        Trace(L"child");
+                        WaitUntilWritten(strLog);
+                    }));
+                }).join();
+            });
+        },
+        Exit::kByReturn);
+    EXPECT_EQ(MessagesOf(LogPath()), (std::vector<std::string>{"parent", "child"}));
 }
 
 TEST_F(RaceTest, AForkedChildRunsItsExitHandlers) {
