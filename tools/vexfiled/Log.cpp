@@ -1,5 +1,6 @@
 #include "Log.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -12,10 +13,23 @@
 #include <utility>
 
 #include "Text.h"
+#include "posix/FileDescriptor.h"
 
 namespace vexfiled {
 
 using namespace std::chrono_literals;
+
+namespace {
+
+// A pipe that is ready takes PIPE_BUF bytes without waiting, but a terminal perhaps one byte. O_NONBLOCK would change
+// standard error for the other processes that use it, so a terminal is opened again.
+int Target() {
+    static const vexposix::FileDescriptor s_terminal(
+        isatty(STDERR_FILENO) != 0 ? open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) : -1);
+    return s_terminal.IsOpen() ? s_terminal.Get() : STDERR_FILENO;
+}
+
+}  // namespace
 
 Log::Log(bool bVerbose, Sink fnSink, Clock fnClock)
     : m_bVerbose(bVerbose), m_fnSink(std::move(fnSink)), m_fnClock(std::move(fnClock)), m_lastGain(m_fnClock()) {}
@@ -30,8 +44,9 @@ void Log::Refused(std::string_view strText) {
 }
 
 void Log::ReportMissing() {
-    if (ReportLost() && m_uLeftOut > 0 && TakeLine()) {
-        Write(Text(std::exchange(m_uLeftOut, 0), " more lines about clients left out"));
+    if (ReportLost() && m_uLeftOut > 0 && TakeLine() &&
+        m_fnSink(Text(m_uLeftOut, " more lines about clients left out"))) {
+        m_uLeftOut = 0;
     }
 }
 
@@ -74,17 +89,16 @@ bool Log::ToStandardError(std::string_view strText) {
         std::strftime(szTime.data(), szTime.size(), "%Y-%m-%d %H:%M:%S ", &local) == 0) {
         szTime[0] = '\0';
     }
-    // A pipe that is ready takes PIPE_BUF bytes without waiting. O_NONBLOCK would change it for the other processes
-    // that use it.
     std::string strLine = Text(szTime.data(), "vexfiled: ", strText);
     strLine.resize(std::min<std::size_t>(strLine.size(), PIPE_BUF - 1));
     strLine += '\n';
-    pollfd descriptor = {STDERR_FILENO, POLLOUT, 0};
+    const int nTarget = Target();
+    pollfd descriptor = {nTarget, POLLOUT, 0};
     if (poll(&descriptor, 1, 0) == 0) {
         return false;
     }
     ssize_t cbWritten = 0;
-    while ((cbWritten = write(STDERR_FILENO, strLine.data(), strLine.size())) < 0 && errno == EINTR) {
+    while ((cbWritten = write(nTarget, strLine.data(), strLine.size())) < 0 && errno == EINTR) {
     }
     return cbWritten == static_cast<ssize_t>(strLine.size());
 }

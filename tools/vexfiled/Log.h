@@ -38,7 +38,7 @@ public:
     static constexpr int kBurst = 20;
 
     // Writes one line, with the local time in front; cuts what is too long for one write. Never waits for a reader: if
-    // a pipe is full, the line is lost.
+    // a pipe or terminal is full, the line is lost.
     static bool ToStandardError(std::string_view strText);
 
 private:

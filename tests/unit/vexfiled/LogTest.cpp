@@ -1,8 +1,10 @@
 // The limit of the log lines that clients can cause.
 #include "Log.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,6 +19,16 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using vexfiled::Log;
+
+// How many lines were written before one was lost.
+int WriteUntilFull() {
+    const std::string strLong(10'000, 'x');
+    int nWritten = 0;
+    while (Log::ToStandardError(strLong)) {
+        ++nWritten;
+    }
+    return nWritten;
+}
 
 class LogLimit : public testing::Test {
 protected:
@@ -114,6 +126,18 @@ TEST_F(LogLimit, CountsLinesThatCouldNotBeWritten) {
     EXPECT_THAT(m_lines, ElementsAre("3 lines lost: the log could not be written", "four", "five"));
 }
 
+TEST_F(LogLimit, CountsLinesOnUntilTheirNumberIsWritten) {
+    Log log = MakeLog();
+    Flood(log, Log::kBurst + 5);
+    m_lines.clear();
+    for (const bool bWritable : {false, true}) {
+        m_bWritable = bWritable;
+        m_now += 1s;
+        log.ReportMissing();
+    }
+    EXPECT_THAT(m_lines, ElementsAre("5 more lines about clients left out"));
+}
+
 TEST(LogToStandardError, BeginsWithTheTimeAndTheProgram) {
     ExpectChildPasses([] {
         int ends[2];
@@ -134,16 +158,22 @@ TEST(LogToStandardError, DropsLinesThatNobodyReads) {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
         ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
-        const std::string strLong(10'000, 'x');
-        int nWritten = 0;
-        while (Log::ToStandardError(strLong)) {
-            ++nWritten;
-        }
-        EXPECT_GT(nWritten, 0);
+        ASSERT_GT(WriteUntilFull(), 0);
         std::string strPipe(PIPE_BUF, '\0');
         ASSERT_EQ(read(ends[0], strPipe.data(), strPipe.size()), PIPE_BUF);
         EXPECT_EQ(strPipe.find('\n'), strPipe.size() - 1) << "each line has its line end, although its text is cut";
         EXPECT_TRUE(Log::ToStandardError("again"));
+    });
+}
+
+TEST(LogToStandardError, DropsLinesForATerminalThatIsHeldUp) {
+    ExpectChildPasses([] {
+        int nReader = -1;
+        int nTerminal = -1;
+        ASSERT_EQ(openpty(&nReader, &nTerminal, nullptr, nullptr, nullptr), 0);
+        ASSERT_EQ(dup2(nTerminal, STDERR_FILENO), STDERR_FILENO);
+        EXPECT_GT(WriteUntilFull(), 0);
+        EXPECT_EQ(fcntl(nTerminal, F_GETFL) & O_NONBLOCK, 0) << "other processes use the terminal, too";
     });
 }
 
