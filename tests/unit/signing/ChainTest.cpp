@@ -55,8 +55,8 @@ protected:
             const std::string strFile = pszName;
             if (RunCommand(In() + "[ -e " + strFile +
                            ".crt ] && openssl pkcs7 -inform DER -in p7 -print_certs -out all.pem && openssl x509 -in " +
-                           strFile + ".crt -outform DER | base64 -w0 >one && sed -e '/BEGIN/s/.*/:/;/END/s/.*/:/' " +
-                           "all.pem | tr -d '\\n' | grep -qF \"$(cat one)\"")
+                           strFile + ".crt -outform DER | base64 -w0 >one && [ -s one ] && " +
+                           "sed -e '/^-----/s/.*/:/' all.pem | tr -d '\\n' | grep -qF \"$(cat one)\"")
                     .nStatus == 0) {
                 names.push_back(strFile);
             }
