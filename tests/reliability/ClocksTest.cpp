@@ -45,6 +45,9 @@ constexpr std::time_t kLeapSecond = 1'483'228'800;       // the second after 201
 constexpr std::time_t kSummerTime = 1'774'746'000;       // 2026-03-29T01:00:00Z in Europe
 constexpr std::time_t kEndOfSummerTime = 1'792'890'000;  // 2026-10-25T01:00:00Z
 
+// The log's records are in this encoding.
+[[maybe_unused]] const int g_nLocale = setenv("LC_ALL", "C.UTF-8", 1);
+
 // Made before main, because the clock asks for it.
 const TempDirectory& ClockDirectory() {
     static const TempDirectory s_directory;

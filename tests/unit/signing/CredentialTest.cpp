@@ -58,6 +58,7 @@ void MakeCredential() {
     ASSERT_TRUE(HaveOwnMounts());
     ASSERT_TRUE(MountSmall("/run", 0, "size=64k,mode=755"));
     ASSERT_EQ(mkdir("/run/credentials", 0755), 0);
+    ASSERT_EQ(chmod("/run/credentials", 0755), 0);  // whatever the umask
     ASSERT_EQ(mkdir(kDirectory, 0500), 0);
     std::ofstream(kPinFile) << kTestPin;
     ASSERT_EQ(chmod(kPinFile, 0400), 0);
