@@ -3,7 +3,7 @@
 #
 # For the scripts:
 #   $work, $output   an empty directory, and a file with all that the blocks printed
-#   fail, expect, says, printed, verify_cms, make_app_store, java_class, run_java
+#   fail, expect, says, printed, verify_as_printed, verify_cms, make_app_store, java_class, run_java
 #   page_LANGUAGE FILE   runs a block in this language; the one for java can be replaced, one for sh is not needed
 # shellcheck shell=bash
 set -euo pipefail
@@ -60,6 +60,14 @@ printed() {
     for text in "$@"; do
         grep -qF -- "$text" "$output" || fail "no block printed \"$text\""
     done
+}
+
+# Runs the command that "vexsign --verify-hint" printed.
+verify_as_printed() {
+    local command
+    command=$(sed -n 's/^To verify: //p' "$output")
+    [ -n "$command" ] || fail "no block printed how to verify"
+    eval "$command"
 }
 
 # We are root, and sudo need not be installed.

@@ -33,6 +33,5 @@ check() {
     printf 'I owe you 100 euros.' | cmp - letter.txt
     # Both are signatures of the same text.
     verify_cms letter.txt note.p7s /etc/app/cert.pem
-    hint=$(sed -n 's/^To verify: //p' "$output")
-    eval "$hint"
+    verify_as_printed
 }

@@ -99,8 +99,7 @@ check() {
     "$page_directory/blocks.py" docs/diagnostic-log.md "$work/log-page"
     cmp "$work/log-page"/*.ini /var/log.ini
     check_credentials
-    hint=$(sed -n 's/^To verify: //p' "$output")
-    eval "$hint"
+    verify_as_printed
     # What systemd would start.
     grep -q '^ExecStart=vexfiled ' /usr/lib/systemd/system/vexfiled.service /lib/systemd/system/vexfiled.service
     vexfiled --version
