@@ -103,7 +103,7 @@ TEST_F(HostilePeer, RepliesTooLate) {
     EXPECT_EQ(result.strReply, "before");
 }
 
-TEST_F(HostilePeer, ATimeOutOfZeroWaitsForEver) {
+TEST_F(HostilePeer, ATimeOutOfZeroWaits) {
     ScriptedPeer peer([](PeerConnection& connection) {
         const PeerMessage request = connection.AcceptRequest();
         std::this_thread::sleep_for(std::chrono::milliseconds(300));

@@ -27,6 +27,18 @@ TEST(PipeDeadline, TimeLeftHasPartsOfASecond) {
     EXPECT_GE(time, kTimeout - passed);
 }
 
+// A time-out of 0, and one that the clock cannot hold. Times left of 0 are for ever in the socket options, too.
+TEST(PipeDeadline, ForEverHasNoTimeLeftToCount) {
+    for (const DWORD dwForEver : {DWORD{0}, ~DWORD{0}}) {
+        for (const CPipeDeadline& deadline : {CPipeDeadline(dwForEver), CPipeReplyTime(dwForEver).NextReceive()}) {
+            timeval left = {1, 1};
+            EXPECT_TRUE(deadline.TimeLeft(left));
+            EXPECT_EQ(left.tv_sec, 0);
+            EXPECT_EQ(left.tv_usec, 0);
+        }
+    }
+}
+
 class SocketTest : public IpcTest {
 protected:
     SocketTest() {
