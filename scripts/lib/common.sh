@@ -5,6 +5,9 @@
 #   vex_use_utf8_locale       makes sure that all programs started from now on have a UTF-8 locale
 #   vex_usage_error MESSAGE   prints the message and what the script's function "usage" prints, and exits with 2
 
+# With CDPATH, "cd" may go to another directory than the one named, and prints it.
+unset CDPATH
+
 # shellcheck source-path=SCRIPTDIR source=requirements.sh
 . "$(dirname "${BASH_SOURCE[0]}")/requirements.sh"
 

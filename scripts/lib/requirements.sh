@@ -126,8 +126,11 @@ _vex_install() {
         as_root=(sudo)
     fi
     # apt-get must not read the script's standard input.
-    "${as_root[@]}" apt-get update </dev/null
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@" </dev/null
+    if ! "${as_root[@]}" apt-get update </dev/null || ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y --no-install-recommends "$@" </dev/null; then
+        echo "apt-get failed." >&2
+        exit 1
+    fi
 }
 
 # A program, not a builtin of the shell.
