@@ -294,7 +294,7 @@ for line in open(sys.argv[1], encoding="utf-8", errors="strict", newline="\n"):
 print(*(f"{kind}={n}" for kind, n in sorted(kinds.items())))
 PYTHON
 expect 0 "$vexlog" --json $log
-python3 check.py out | grep >/dev/null "record=$timed" || fail "JSON of $log: $(python3 check.py out)"
+python3 check.py out | grep -w >/dev/null "record=$timed" || fail "JSON of $log: $(python3 check.py out)"
 expect 0 "$vexlog" --json $hostile
 python3 check.py out | grep >/dev/null 'minimal=1 record=1' || fail "JSON of hostile bytes: $(python3 check.py out)"
 for file in $log $hostile; do
