@@ -387,9 +387,9 @@ says 'missing: No such file'
 expect 1 "$vexsign" stamp plain.der --tsa "$good" --tsa-ca letter.txt
 says 'letter.txt: it is no certificate'
 expect 1 "$vexsign" stamp plain.der "${tsa[@]}" -o good/tsa-ca.pem
-says 'choose another output'
+says 'would be the one of --tsa-ca; choose another output'
 expect 1 "$vexsign" p7 ./ec.pem letter.txt "${tsa[@]}" -o good/tsa-ca.pem
-says 'choose another output'
+says 'would be the one of --tsa-ca; choose another output'
 expect 1 "$vexsign" stamp plain.der "${tsa[@]}" --tsa-digest MD5
 says 'digest'
 expect 1 "$vexsign" stamp plain.der "${tsa[@]}" --tsa-policy tomorrow

@@ -33,12 +33,12 @@ std::vector<Named> Inputs(const Options& options) {
     if (!options.strChainSource.empty()) {
         files.push_back(options.strChainSource);
     }
-    if (!options.timeStamps.strTrusted.empty()) {
-        files.push_back(options.timeStamps.strTrusted);
-    }
     for (const std::string& strFile : files) {
         inputs.push_back({strFile, "the store, its PIN, its chain or its module",
                           tools::FileIdentity::OfInput(StreamName(strFile))});
+    }
+    if (const std::string& strTrusted = options.timeStamps.strTrusted; !strTrusted.empty()) {
+        inputs.push_back({strTrusted, "the one of --tsa-ca", tools::FileIdentity::OfInput(StreamName(strTrusted))});
     }
     return inputs;
 }
