@@ -3,9 +3,10 @@
 // DebugLogRecord.h makes the text of a record, DebugLogFile.h writes it. DebugLogLife.h has the members that make and
 // end the manager and its writer thread, and the fork handlers.
 //
-// Threads: everything may be called from any thread. A tracing thread never waits for the disk: it holds m_csLogCache
-// only to link its record in. A full or stalled disk costs memory, not the tracing threads' time. Fields that are used
-// without a lock are accessed atomically.
+// Threads: everything may be called from any thread. A tracing thread never waits for the log's file: it holds
+// m_csLogCache only to link its record in. A full or slow disk costs memory, not the tracing threads' time. But each
+// record looks for the file's directory, and makes it if it is missing: a file system that does not answer there delays
+// the tracing thread. Fields that are used without a lock are accessed atomically.
 //
 // End of the process: the exit handler waits one second for the writer, and no longer. The last thread that leaves the
 // manager then destroys it. A later thread finds the manager closed, and its record is dropped.

@@ -96,8 +96,8 @@ int lstrlenW(LPCWSTR lpString);
 // success; ERANGE when it does not fit and EINVAL for a null pointer, the destination is then the empty text.
 int wcscpy_s(LPWSTR pszDest, size_t cchDest, LPCWSTR pszSrc);
 
-// Copies cbCount bytes into room for cbDest bytes; the two may overlap. Returns 0 on success; ERANGE when they do not
-// fit and EINVAL for a null pointer, the room is then set to 0.
+// Copies cbCount bytes into room for cbDest bytes; the two may overlap. Returns 0 on success, and always for 0 bytes;
+// ERANGE when they do not fit and EINVAL for a null pointer, the room is then set to 0.
 int memcpy_x(void* pDest, size_t cbDest, const void* pSrc, size_t cbCount);
 
 // ---- Files. Positions and sizes in bytes. ----

@@ -33,9 +33,8 @@
 #define VEX_ACQUIRE(...) VEX_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
 #define VEX_RELEASE(...) VEX_THREAD_SAFETY(release_capability(__VA_ARGS__))
 
-// A function whose caller holds the locks, or must not hold them.
+// A function whose caller holds the locks.
 #define VEX_REQUIRES(...) VEX_THREAD_SAFETY(requires_capability(__VA_ARGS__))
-#define VEX_EXCLUDES(...) VEX_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
 
 // A function that the analysis cannot follow. A comment beside it says why the function is right.
 #define VEX_NO_THREAD_SAFETY_ANALYSIS VEX_THREAD_SAFETY(no_thread_safety_analysis)

@@ -29,8 +29,8 @@ struct OpenedStore {
 using OpenedStorePtr = std::shared_ptr<const OpenedStore>;
 
 // The certificates of the store that the URI names, which is none of Kind::kHandle. At least one has its private key,
-// except with bListAll and with bStampsOnly. Throws one of the store, PIN and token numbers of VCTKError.h, unless the
-// URI has errors=handle.
+// except with bListAll and with bStampsOnly. Throws one of the store, PIN and token numbers of VCTKError.h and what
+// MakeStampSettings throws, unless the URI has errors=handle.
 OpenedStorePtr OpenStore(StoreUri uri);
 
 // The certificates in the bytes of a PKCS #12 or PEM file, in the file's order; in a PKCS #12 file, those in encrypted

@@ -11,7 +11,7 @@
 namespace vextk {
 
 // trusted: an authority's certificate has to lead to one of these, or be one; none: no path is checked. Throws
-// VCTK_E_DIGEST_UNKNOWN or VCTK_E_DIGEST_WEAK.
+// VCTK_E_DIGEST_UNKNOWN, VCTK_E_DIGEST_WEAK, or VCTK_E_URI_MALFORMED for an address that nobody can ask.
 vextimestamp::Settings MakeStampSettings(const StampUri& uri, const Identities& trusted);
 
 // Returns the CMS signature with a stamp from one of the authorities. Throws VCTK_E_TIMESTAMP.

@@ -30,7 +30,7 @@ std::string AsBase64Line(const std::string& strBytes);
 std::string CertificateAsPem(const std::string& strDer);
 
 // Writes all outputs. On failure it writes none, except to devices and pipes (common/OutputFile.h). Throws
-// std::system_error with the name and the reason.
+// std::system_error with the name and the reason, and vexposix::OutputClosed.
 void WriteOutputs(const std::vector<Output>& outputs);
 
 }  // namespace vexsign

@@ -21,7 +21,7 @@ std::span<const KnownDigest> KnownDigests();
 const KnownDigest* FindDigest(const EVP_MD* pDigest);
 const KnownDigest* FindDigest(int nNid);
 
-// The name of the digest with a word of warning: "it was made with MD5: ...".
+// Why a signature with this digest is not accepted, and what to do.
 std::string DistrustText(const KnownDigest& digest);
 
 // What is wrong with the key for any signature: another kind, too short. Empty: nothing.
