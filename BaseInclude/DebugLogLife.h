@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <new>
-#include <utility>
 
 #include "DebugLogMgr.h"
 

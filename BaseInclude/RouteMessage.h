@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <type_traits>
-#include <utility>
 
 #include "SmartBuffer.h"
 #include "VEXType.h"

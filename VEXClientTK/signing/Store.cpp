@@ -1,7 +1,6 @@
 #include "signing/Store.h"
 
 #include <algorithm>
-#include <climits>
 #include <ctime>
 #include <string>
 #include <system_error>

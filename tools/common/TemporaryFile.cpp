@@ -4,7 +4,6 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>

@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include <algorithm>
+#include <array>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/read.hpp>

@@ -3,7 +3,6 @@
 // For the thread of the socket's executor. A session lives as long as one of its operations is pending.
 #pragma once
 
-#include <array>
 #include <asio/ip/tcp.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>

@@ -5,7 +5,6 @@
 #include <openssl/objects.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "OpenSsl.h"
 

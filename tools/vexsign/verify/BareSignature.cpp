@@ -2,7 +2,6 @@
 
 #include <openssl/rsa.h>
 
-#include <array>
 #include <string>
 #include <vector>
 

@@ -1,10 +1,8 @@
 // The content that was signed, read once in pieces.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 

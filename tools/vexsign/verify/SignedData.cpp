@@ -4,7 +4,6 @@
 #include <openssl/objects.h>
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 

@@ -1,6 +1,5 @@
 #include "Time.h"
 
-#include <memory>
 #include <string_view>
 
 #include "OpenSsl.h"
