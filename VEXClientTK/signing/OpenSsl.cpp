@@ -78,10 +78,4 @@ ObjectPtr FindDottedOid(const std::string& strText) {
     return object && DottedText(object.get()) == strText ? std::move(object) : nullptr;
 }
 
-std::string MemoryBioText(BIO* pBio) {
-    const char* pchData = nullptr;
-    const long cbData = BIO_get_mem_data(pBio, &pchData);
-    return cbData > 0 ? std::string(pchData, static_cast<size_t>(cbData)) : std::string();
-}
-
 }  // namespace vextk

@@ -49,7 +49,4 @@ T* RequireOpenSsl(T* pObject) {
 // Null if the text is not an object identifier in dotted form.
 ObjectPtr FindDottedOid(const std::string& strText);
 
-// The bytes that were written to a memory BIO.
-std::string MemoryBioText(BIO* pBio);
-
 }  // namespace vextk

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "MacCount.h"
+#include "MemoryBio.h"
 #include "Row.h"
 #include "Secret.h"
 #include "SelfSigned.h"

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ChildProcess.h"
+#include "MemoryBio.h"
 #include "Row.h"
 #include "Secret.h"
 #include "SelfSigned.h"

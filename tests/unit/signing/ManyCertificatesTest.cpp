@@ -6,6 +6,7 @@
 #include <ctime>
 #include <string>
 
+#include "MemoryBio.h"
 #include "MemoryCertificate.h"
 #include "Scale.h"
 #include "VCTKFilter.h"

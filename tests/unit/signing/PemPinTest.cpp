@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "MemoryBio.h"
 #include "Secret.h"
 #include "SelfSigned.h"
 #include "signing/Identity.h"

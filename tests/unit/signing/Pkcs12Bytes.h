@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "MemoryBio.h"
 #include "signing/OpenSsl.h"
 
 namespace vextk {

@@ -14,6 +14,7 @@
 
 #include "ChildProcess.h"
 #include "MacCount.h"
+#include "MemoryBio.h"
 #include "Secret.h"
 #include "SelfSigned.h"
 #include "TempDirectory.h"

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <string>
 
+#include "MemoryBio.h"
 #include "Row.h"
 #include "SelfSigned.h"
 #include "signing/Identity.h"

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "MemoryBio.h"
 #include "MemoryCertificate.h"
 #include "signing/Base64.h"
 #include "signing/SigningObject.h"
