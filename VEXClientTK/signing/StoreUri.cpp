@@ -9,6 +9,7 @@
 #include "signing/AsciiCase.h"
 #include "signing/Failure.h"
 #include "signing/OpenSsl.h"
+#include "timestamp/Stamp.h"
 
 namespace vextk {
 namespace {
@@ -17,8 +18,6 @@ constexpr const char* kAfterDemo =
     "only \"?\" and the attributes list, chain, chain-source, errors and those of a time stamp may follow \"demo:\"";
 constexpr const char* kAfterStamp =
     "only \"?\" and the attributes tsa, tsa-digest, tsa-timeout, tsa-ca, tsa-policy and errors may follow \"stamp:\"";
-
-constexpr std::uint32_t kLongestStampMs = 600'000;
 
 [[noreturn]] void Malformed(const char* pszDetail) {
     throw Failure(VCTK_E_URI_MALFORMED, pszDetail);
@@ -216,7 +215,7 @@ void ParseStampTimeout(std::string_view value, StoreUri& uri) {
     std::uint32_t uMilliseconds = 0;
     const auto [pchEnd, error] = std::from_chars(value.data(), value.data() + value.size(), uMilliseconds);
     if (uri.stamp.uMilliseconds != 0 || error != std::errc() || pchEnd != value.data() + value.size() ||
-        uMilliseconds == 0 || uMilliseconds > kLongestStampMs) {
+        uMilliseconds == 0 || uMilliseconds > vextimestamp::kMostTimeout.count()) {
         Malformed("tsa-timeout must be from 1 to 600000 milliseconds, and may be given only once");
     }
     uri.stamp.uMilliseconds = uMilliseconds;

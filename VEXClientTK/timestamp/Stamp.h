@@ -11,11 +11,14 @@
 
 namespace vextimestamp {
 
+inline constexpr std::chrono::milliseconds kDefaultTimeout{10'000};
+inline constexpr std::chrono::milliseconds kMostTimeout{600'000};
+
 struct Settings {
     std::vector<std::string> authorities;  // http:// addresses, tried in this order
     Wanted wanted;
-    std::chrono::milliseconds timeout{10'000};  // for all authorities together
-    std::shared_ptr<X509_STORE> trusted;        // who must have issued the authority's certificate; null: anybody
+    std::chrono::milliseconds timeout = kDefaultTimeout;  // for all authorities together
+    std::shared_ptr<X509_STORE> trusted;  // who must have issued the authority's certificate; null: anybody
 };
 
 // Returns the CMS signature with a time stamp of the first authority that gives a good one. Each authority gets an

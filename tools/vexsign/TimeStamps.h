@@ -4,10 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "timestamp/Stamp.h"
+
 namespace vexsign {
 
-inline constexpr int kDefaultStampTimeout = 10'000;
-inline constexpr int kMostStampTimeout = 600'000;
+inline constexpr int kDefaultStampTimeout = vextimestamp::kDefaultTimeout.count();
+inline constexpr int kMostStampTimeout = vextimestamp::kMostTimeout.count();
 
 struct TimeStamps {
     std::vector<std::string> authorities;  // URLs, tried in this order; empty: no time stamp is wanted
