@@ -158,7 +158,6 @@ TokenFacts CheckToken(std::span<const unsigned char> token, std::span<const unsi
     if (pTrusted != nullptr) {
         const CertificatesPtr others(CMS_get1_certs(cms.get()));
         RequireTrusted(pCertificate, others.get(), pTrusted, facts.time);
-        facts.bChainChecked = true;
     }
     return facts;
 }

@@ -18,7 +18,6 @@ struct TokenFacts {
     std::string strPolicy;     // dotted
     std::string strSerial;     // hexadecimal
     std::string strDigest;     // OpenSSL's name
-    bool bChainChecked = false;
 };
 
 // Throws Fault unless the token is a good time stamp of the signature value: one signer, whose certificate is in the
