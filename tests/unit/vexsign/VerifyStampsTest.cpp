@@ -69,7 +69,7 @@ Report VerifyAt(const std::string& strSignature, std::time_t nMoment, bool bAuth
                 const std::string& strTrusted = "root") {
     Settings settings = SettingsFor(strTrusted, nMoment);
     if (bAuthority) {
-        settings.stampStore = StoreOfStampAuthorities({Authority().Path("tsa.crt")});
+        settings.stampStore = StoreOfFiles({Authority().Path("tsa.crt")});
     }
     const Reader reader = ReaderOf(std::string_view(kContent));
     return Verify(strSignature, settings, &reader);

@@ -44,7 +44,7 @@ vextimestamp::Settings SettingsOf(const TimeStamps& timeStamps) {
         settings.wanted.strDigest = DigestOf(timeStamps.strDigest);
     }
     if (!timeStamps.strTrusted.empty()) {
-        settings.trusted = verify::StoreOfStampAuthorities({timeStamps.strTrusted});
+        settings.trusted = verify::StoreOfFiles({timeStamps.strTrusted});
     }
     return settings;
 }

@@ -3,7 +3,6 @@
 #include <openssl/x509v3.h>
 
 #include <optional>
-#include <stdexcept>
 #include <utility>
 
 #include "Encoding.h"
@@ -160,12 +159,6 @@ StorePtr StoreOfFiles(const std::vector<std::string>& files) {
             RequireMemory(X509_STORE_add_cert(store.get(), sk_X509_value(certificates.get(), i)) == 1);
         }
     }
-    return store;
-}
-
-StorePtr StoreOfStampAuthorities(const std::vector<std::string>& files) {
-    StorePtr store = StoreOfFiles(files);
-    RequireMemory(X509_STORE_set_flags(store.get(), X509_V_FLAG_PARTIAL_CHAIN) == 1);
     return store;
 }
 

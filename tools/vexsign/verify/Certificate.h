@@ -25,8 +25,6 @@ struct Settings {
 // The trusted certificates: the system's or those of the files. Throws std::runtime_error with the file's name.
 StorePtr SystemStore();
 StorePtr StoreOfFiles(const std::vector<std::string>& files);
-// For time stamps: what the user gives is trusted itself, also if it is no root.
-StorePtr StoreOfStampAuthorities(const std::vector<std::string>& files);
 
 // Adds the certificates of a file that names a signer: the first is the signer's, the others may be those of issuers.
 void AddSigner(const CertificatesPtr& file, Settings& settings);

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <optional>
-#include <stdexcept>
 
 #include "Encoding.h"
 #include "ReadFile.h"
@@ -28,7 +27,7 @@ Settings SettingsOf(const Options& options) {
         settings.store = SystemStore();
     }
     if (!options.stampAuthorities.empty()) {
-        settings.stampStore = StoreOfStampAuthorities(options.stampAuthorities);
+        settings.stampStore = StoreOfFiles(options.stampAuthorities);
     }
     for (const std::string& strSigner : options.signers) {
         AddSigner(ReadCertificates(ReadWhole(strSigner), strSigner), settings);
