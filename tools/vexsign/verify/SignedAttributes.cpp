@@ -1,12 +1,11 @@
 #include "SignedAttributes.h"
 
-#include <openssl/ess.h>
 #include <openssl/objects.h>
 
 #include <optional>
 
-#include "Ber.h"
 #include "Time.h"
+#include "timestamp/SigningCertificate.h"
 
 namespace vexsign::verify {
 namespace {
@@ -36,52 +35,6 @@ std::optional<std::time_t> SigningTimeOf(const CMS_SignerInfo* pInfo) {
         return std::nullopt;
     }
     return MomentOf(pValue->type == V_ASN1_UTCTIME ? pValue->value.utctime : pValue->value.generalizedtime);
-}
-
-std::string Sequence(std::string_view body) {
-    constexpr std::size_t kMostHeader = 8;
-    std::string strHeader(kMostHeader, '\0');
-    auto* const pbBegin = reinterpret_cast<unsigned char*>(strHeader.data());
-    unsigned char* pb = pbBegin;
-    ASN1_put_object(&pb, 1, static_cast<int>(body.size()), V_ASN1_SEQUENCE, V_ASN1_UNIVERSAL);
-    strHeader.resize(static_cast<std::size_t>(pb - pbBegin));
-    return strHeader.append(body);
-}
-
-// A SigningCertificate with nothing but its first identifier, which is the signer's; the others may be those of
-// issuers. Empty: the value is no SigningCertificate.
-std::string WithSignerOnly(const ASN1_TYPE* pValue) {
-    if (pValue == nullptr || pValue->type != V_ASN1_SEQUENCE) {
-        return "";
-    }
-    std::string_view value(reinterpret_cast<const char*>(ASN1_STRING_get0_data(pValue->value.sequence)),
-                           static_cast<std::size_t>(ASN1_STRING_length(pValue->value.sequence)));
-    std::optional<Element> element = TakeElement(value);
-    std::string_view fields = element ? element->body : std::string_view();
-    element = TakeElement(fields);
-    std::string_view identifiers = element ? element->body : std::string_view();
-    element = TakeElement(identifiers);
-    return element ? Sequence(Sequence(element->whole)) : "";
-}
-
-bool NamesCertificate(const CMS_SignerInfo* pInfo, int nNid, X509* pCertificate) {
-    const std::string strValue = WithSignerOnly(FindAttribute(pInfo, nNid).pValue);
-    const auto* pb = reinterpret_cast<const unsigned char*>(strValue.data());
-    const auto cb = static_cast<long>(strValue.size());
-    const CertificatesPtr chain = NewCertificates();
-    AddCertificate(chain.get(), pCertificate);
-    int nResult = 0;
-    if (nNid == NID_id_smime_aa_signingCertificateV2) {
-        const std::unique_ptr<ESS_SIGNING_CERT_V2, Deleter<ESS_SIGNING_CERT_V2_free>> value(
-            d2i_ESS_SIGNING_CERT_V2(nullptr, &pb, cb));
-        nResult = value ? OSSL_ESS_check_signing_certs(nullptr, value.get(), chain.get(), 1) : 0;
-    } else {
-        const std::unique_ptr<ESS_SIGNING_CERT, Deleter<ESS_SIGNING_CERT_free>> value(
-            d2i_ESS_SIGNING_CERT(nullptr, &pb, cb));
-        nResult = value ? OSSL_ESS_check_signing_certs(value.get(), nullptr, chain.get(), 1) : 0;
-    }
-    static_cast<void>(TakeReason());
-    return nResult == 1;
 }
 
 }  // namespace
@@ -134,11 +87,14 @@ std::string CheckAttributes(const CMS_ContentInfo* pCms, const CMS_SignerInfo* p
 void CheckBinding(const CMS_SignerInfo* pInfo, X509* pCertificate, SignerReport& signer) {
     bool bThere = false;
     for (const int nNid : {NID_id_smime_aa_signingCertificateV2, NID_id_smime_aa_signingCertificate}) {
-        if (!FindAttribute(pInfo, nNid).bThere) {
+        const Attribute name = FindAttribute(pInfo, nNid);
+        if (!name.bThere) {
             continue;
         }
         bThere = true;
-        if (!NamesCertificate(pInfo, nNid, pCertificate)) {
+        const bool bNames = name.pValue != nullptr && vextimestamp::NamesCertificate(name.pValue, nNid, pCertificate);
+        static_cast<void>(TakeReason());
+        if (!bNames) {
             signer.Fail(check::kBinding, "the signed attributes name another certificate than this one");
             return;
         }
