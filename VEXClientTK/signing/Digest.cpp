@@ -78,4 +78,13 @@ SigningDigest FindDigest(std::string_view strName) {
     return digest;
 }
 
+std::string DigestName(const EVP_MD* pDigest) {
+    constexpr std::string_view kOpenSsl = "SHA2-";
+    std::string strName = EVP_MD_get0_name(pDigest);
+    if (strName.starts_with(kOpenSsl)) {
+        strName.replace(0, kOpenSsl.size(), "SHA-");
+    }
+    return strName;
+}
+
 }  // namespace vextk

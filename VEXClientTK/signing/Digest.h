@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "signing/OpenSsl.h"
@@ -18,5 +19,8 @@ struct SigningDigest {
 // "SHA2-256", "SHA3-512" ..., or for "prehashed:NONE" a digest that only the caller knows. Throws VCTK_E_DIGEST_WEAK
 // for MD2, MD4, MD5 and SHA-1, VCTK_E_DIGEST_UNKNOWN for everything else that is not SHA-2 or SHA-3.
 SigningDigest FindDigest(std::string_view strName);
+
+// The name that people use, "SHA-256" or "SHA3-256". OpenSSL says "SHA2-256".
+std::string DigestName(const EVP_MD* pDigest);
 
 }  // namespace vextk

@@ -46,7 +46,7 @@ SigningDigest DigestForEdwards(const Identity& identity) {
     throw Failure(VCTK_E_SIGN_FAILED, bKnown ? strReason
                                              : strReason + ": this version of OpenSSL, " +
                                                    OpenSSL_version(OPENSSL_VERSION) + ", makes no P7 signature with " +
-                                                   EVP_MD_get0_name(pDigest) + " and an " + identity.KeyAlgorithm() +
+                                                   DigestName(pDigest) + " and an " + identity.KeyAlgorithm() +
                                                    " key; set SHA-256, SHA-384 or SHA-512, or make a P1 signature");
 }
 

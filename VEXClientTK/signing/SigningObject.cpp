@@ -40,7 +40,7 @@ Bytes DecodeInput(std::string_view text, int nInputForm, const SigningDigest& di
     }
     const EVP_MD* const pDigest = digest.algorithm.get();
     if (digest.bPrehashed && pDigest != nullptr && data->size() != static_cast<size_t>(EVP_MD_get_size(pDigest))) {
-        throw Failure(VCTK_E_INVALID_ARGUMENT, std::string("a digest of ") + EVP_MD_get0_name(pDigest) + " has " +
+        throw Failure(VCTK_E_INVALID_ARGUMENT, "a digest of " + DigestName(pDigest) + " has " +
                                                    std::to_string(EVP_MD_get_size(pDigest)) + " bytes, not " +
                                                    std::to_string(data->size()));
     }
