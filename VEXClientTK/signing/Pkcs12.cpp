@@ -227,6 +227,7 @@ bool IsPin(PKCS12* pFile, PinText pin, DerivationWork& work) {
 // The PIN to read the file with, and what is known about it. A PIN that the caller gave is the only one tried: each try
 // may take as much work as the file demands.
 std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, DerivationWork& work) {
+    constexpr int kNotAscii = 0x80;
     constexpr PinText kEmpty{"", 0};
     constexpr PinText kNone{nullptr, 0};
     const bool bHasMac = PKCS12_mac_present(pFile) == 1;
@@ -235,7 +236,10 @@ std::pair<PinText, Pin> FindPin(PKCS12* pFile, const SecretText* pPin, Derivatio
         if (bHasMac && !IsPin(pFile, pin, work)) {
             throw Failure(VCTK_E_PIN_WRONG);
         }
-        return {pin, bHasMac ? Pin::kRight : Pin::kGiven};
+        const bool bAscii =
+            std::none_of(pPin->View().begin(), pPin->View().end(), [](char ch) { return (ch & kNotAscii) != 0; });
+        const Pin right = bAscii ? Pin::kRight : Pin::kRightBeyondAscii;
+        return {pin, bHasMac ? right : Pin::kGiven};
     }
     for (const PinText pin : {kEmpty, kNone}) {
         if (bHasMac && IsPin(pFile, pin, work)) {

@@ -111,8 +111,11 @@ void ThrowDecryptionFailure(Pin pin) {
     if (pin == Pin::kUntried) {
         throw DamagedStore("an encrypted part of it");
     }
-    if (pin == Pin::kRight) {
-        throw Failure(VCTK_E_STORE_FORMAT, "an encrypted part of it is damaged or has another PIN than the file");
+    if (pin == Pin::kRight || pin == Pin::kRightBeyondAscii) {
+        const std::string strEncoding =
+            "; or the PIN is in another character encoding than when the file was made, usually UTF-8";
+        throw Failure(VCTK_E_STORE_FORMAT, "an encrypted part of it is damaged or has another PIN than the file" +
+                                               (pin == Pin::kRight ? "" : strEncoding));
     }
     throw Failure(pin == Pin::kGiven ? VCTK_E_PIN_WRONG : VCTK_E_PIN_REQUIRED);
 }

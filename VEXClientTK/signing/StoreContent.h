@@ -42,11 +42,12 @@ Failure DamagedStore(const std::string& strWhere);
 Failure UnreadablePrivateKey();
 
 // What is known about the PIN when a part of a store cannot be decrypted. kRight: it is the PIN of the whole file, but
-// a part may have another one.
-enum class Pin { kNone, kGiven, kRight, kUntried };
+// a part may have another one. kRightBeyondAscii: the same for a PIN that is not ASCII. Programs that agree on its
+// bytes for the MAC, UTF-16, do not for the parts.
+enum class Pin { kNone, kGiven, kRight, kRightBeyondAscii, kUntried };
 
 // Takes errors off OpenSSL's queue until one tells the cause, and throws that. If none does, the PIN is at fault, or
-// with Pin::kRight and Pin::kUntried the data.
+// with Pin::kRight, Pin::kRightBeyondAscii and Pin::kUntried the data.
 [[noreturn]] void ThrowDecryptionFailure(Pin pin);
 
 }  // namespace vextk

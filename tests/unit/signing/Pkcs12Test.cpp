@@ -184,6 +184,23 @@ TEST(Pkcs12, APartThatCannotBeDecryptedIsNotReportedAsAWrongPinWhereTheMacIsRigh
     }
 }
 
+// The MAC takes the PIN as UTF-16, for which OpenSSL also reads Latin-1. PBES2 takes its bytes as they are.
+TEST(Pkcs12, APinInAnotherEncodingIsNamedAsAPossibleCause) {
+    const std::string strFile = MakePkcs12("gr\xC3\xBCn", NID_aes_256_cbc);
+    const SecretText utf8 = Secret("gr\xC3\xBCn");
+    EXPECT_EQ(ReadIdentities(strFile, &utf8).size(), 1U);
+    const SecretText latin1 = Secret("gr\xFCn");
+    try {
+        ReadIdentities(strFile, &latin1);
+        ADD_FAILURE() << "it was read";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.Number(), VCTK_E_STORE_FORMAT);
+        EXPECT_EQ(failure.Detail(),
+                  "an encrypted part of it is damaged or has another PIN than the file; or the PIN is in another "
+                  "character encoding than when the file was made, usually UTF-8");
+    }
+}
+
 struct Unreadable : Row {
     const char* pszOid;
     const char* pszCurve;  // null: none
