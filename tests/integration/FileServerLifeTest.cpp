@@ -9,12 +9,14 @@
 #include <fstream>
 #include <iomanip>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "posix/FileDescriptor.h"
 
 #include "FileServerFixture.h"
+#include "TestStore.h"
 
 namespace {
 
@@ -247,6 +249,22 @@ TEST_F(FileServerLife, CountsWhatItHasDone) {
 TEST_F(FileServerLife, RefusesAMissingRoot) {
     EXPECT_EQ(Run({"--root", Root() + "/missing", "--port", "0"}).nStatus, 1);
     EXPECT_TRUE(m_server->WaitForLog("cannot serve: " + Root() + "/missing: No such file or directory; make it: "));
+}
+
+TEST_F(FileServerLife, ProposesACommandThatMakesAnyRoot) {
+    for (const char* pszName : {"plain", "two words", "it's $HOME", "a\nb\x1B[2J"}) {
+        const std::string strRoot = Root() + "/" + pszName;
+        EXPECT_EQ(Run({"--root", strRoot, "--port", "0"}).nStatus, 1);
+        ASSERT_TRUE(m_server->WaitForLog("; make it: "));
+        const std::string strLog = m_server->Log();
+        EXPECT_EQ(strLog.find('\x1B'), std::string::npos) << strLog;
+        const std::size_t nCommand = strLog.find("; make it: ") + std::string_view("; make it: ").size();
+        RequireCommand(strLog.substr(nCommand, strLog.find('\n', nCommand) - nCommand));
+        EXPECT_TRUE(std::filesystem::is_directory(strRoot)) << strLog;
+        FileServerProcess server({"--root", strRoot, "--port", "0"});
+        EXPECT_TRUE(server.WaitForLog("files below ")) << server.Log();
+        EXPECT_EQ(server.Log().find('\x1B'), std::string::npos) << server.Log();
+    }
 }
 
 TEST_F(FileServerLife, RefusesAWrongCommandLine) {

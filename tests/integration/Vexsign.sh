@@ -207,7 +207,9 @@ sed -n 's/^To verify: //p' err >hint
 
 echo "== the purpose of the certificate"
 # The hint has no -purpose option unless the certificate is restricted to other purposes.
-for store in ./both.pem:0 ./usage-and-rsa.pem:1; do
+openssl req -x509 -key ec.key -out netscape.pem -days 30 -subj /CN=netscape -addext nsCertType=server
+cat ec.key netscape.pem >netscape-and-key.pem
+for store in ./both.pem:0 ./usage-and-rsa.pem:1 ./netscape-and-key.pem:1; do
     expect 0 "$vexsign" p7 "${store%:*}" --filter key-algorithm=EC -o sig --cert-out signer.pem --verify-hint text.txt
     verify
     [ "$(grep -c -e '-purpose any' hint)" -eq "${store#*:}" ] || fail "$store: $(cat hint)"

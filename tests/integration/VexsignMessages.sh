@@ -63,6 +63,10 @@ done <<'END'
 2|p7 ./ec.pem two words.txt|"words.txt" is one file too many; give --output-dir to sign several files, or quote
 2|p7 ./ec.pem letter.txt "zwölf Wörter"|"zwölf Wörter" is one file too many
 2|list ./ec.pem --frobnicate|--frobnicate
+2|p7 ./ec.pem letter.txt --tsa 'http://localhost/a b'|--tsa: "http://localhost/a b" has blanks or other characters
+2|p7 ./ec.pem letter.txt --tsa $'http://localhost/\xc3\xbc'|percent-encode them, a blank as %20
+2|stamp letter.txt --tsa 'http://localhost/#a'|--tsa: "http://localhost/#a" has blanks or other characters
+2|p7 ./ec.pem letter.txt --tsa http://localhost/ --tsa-timeout 0x10|--tsa-timeout: "0x10" is no whole number
 1|p7 letter.txt|STORE is "letter.txt": if it is the store's file, write "./letter.txt" or "file:"
 1|p7 letter.txt|if it is the file to sign, write the store before it
 1|p7 keys.p12 letter.txt|if it is the store's file, write "./keys.p12" or "file:" and its absolute path
@@ -79,7 +83,7 @@ done <<'END'
 2|p7 ./keys.p12 --pin-source /dev/stdin|standard input cannot hold both the PIN and the data; give FILE
 2|p7 ./keys.p12 --pin-source /dev/fd/0 -|standard input cannot hold both
 END
-[ $asked -eq 36 ] || fail "$asked messages"
+[ $asked -eq 40 ] || fail "$asked messages"
 [ "$(cat letter.txt)" = 'a letter' ] || fail "letter.txt has become an output"
 expect 1 "$vexsign" p7 keys.p12 letter.txt
 ! grep -q 'write the store before it' err || fail "a file is given: $(cat err)"

@@ -37,14 +37,16 @@ inline CLI::Option* AddFile(CLI::App& app, const std::string& strName, std::stri
     return app.add_option(strName, strFile, strText)->capture_default_str()->check(NotEmptyName())->type_name(strValue);
 }
 
-// Adds an option that is a decimal number. CLI11 alone would take "010" for 8.
+// Adds an option that is a decimal number. CLI11 alone would take "010" for 8 and "0x10" for 16.
 template <typename Number>
 CLI::Option* AddNumber(CLI::App& app, const std::string& strName, Number& number, const CLI::Validator& range,
                        const std::string& strValue, const std::string& strText) {
     const auto withoutZeros = [](std::string& strGiven) {
-        if (strGiven.find_first_not_of("0123456789") == std::string::npos) {
-            strGiven.erase(0, std::min(strGiven.find_first_not_of('0'), std::max<std::size_t>(strGiven.size(), 1) - 1));
+        const std::size_t nDigits = strGiven.starts_with('-') ? 1 : 0;
+        if (strGiven.size() == nDigits || strGiven.find_first_not_of("0123456789", nDigits) != std::string::npos) {
+            return "\"" + strGiven + "\" is no whole number";
         }
+        strGiven.erase(nDigits, std::min(strGiven.find_first_not_of('0', nDigits), strGiven.size() - 1) - nDigits);
         return std::string();
     };
     return app.add_option(strName, number, strText)

@@ -13,7 +13,9 @@
 #include <utility>
 
 #include "Text.h"
+#include "common/Message.h"
 #include "posix/FileDescriptor.h"
+#include "posix/VisibleText.h"
 
 namespace vexfiled {
 
@@ -89,7 +91,7 @@ bool Log::ToStandardError(std::string_view strText) {
         std::strftime(szTime.data(), szTime.size(), "%Y-%m-%d %H:%M:%S ", &local) == 0) {
         szTime[0] = '\0';
     }
-    std::string strLine = Text(szTime.data(), "vexfiled: ", strText);
+    std::string strLine = Text(szTime.data(), "vexfiled: ", vexposix::Visible(strText, tools::LocaleIsUtf8()));
     strLine.resize(std::min<std::size_t>(strLine.size(), PIPE_BUF - 1));
     strLine += '\n';
     const int nTarget = Target();

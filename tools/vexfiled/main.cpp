@@ -18,6 +18,7 @@
 #include "Server.h"
 #include "Text.h"
 #include "common/Process.h"
+#include "common/ShellWord.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ vexfiled::Root OpenRoot(const std::string& strRoot) {
     } catch (const std::system_error& error) {
         std::string strText = error.what();
         if (error.code() == std::errc::no_such_file_or_directory) {
-            strText += Text("; make it: install -d -m 0700 -o ", geteuid(), " ", strRoot);
+            strText += Text("; make it: install -d -m 0700 -o ", geteuid(), " ", tools::ShellWord(strRoot));
         } else if (error.code() == std::errc::permission_denied) {
             strText += Text("; give it to user ", geteuid(), ", with mode 0700");
         }

@@ -13,7 +13,7 @@
 #include "AttachedContent.h"
 #include "Base64.h"
 #include "DigestName.h"
-#include "SignerKey.h"
+#include "SignerCertificate.h"
 #include "timestamp/Cms.h"
 
 namespace vexsign {

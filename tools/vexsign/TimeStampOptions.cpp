@@ -2,6 +2,7 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -14,13 +15,19 @@ namespace {
 // URI.
 std::string UrlFault(std::string& strUrl) {
     constexpr std::string_view kScheme = "http://";
-    if (strUrl.size() > kScheme.size() && OPENSSL_strncasecmp(strUrl.data(), kScheme.data(), kScheme.size()) == 0) {
-        strUrl.replace(0, kScheme.size(), kScheme);
-        return {};
+    if (strUrl.size() <= kScheme.size() || OPENSSL_strncasecmp(strUrl.data(), kScheme.data(), kScheme.size()) != 0) {
+        return "\"" + strUrl +
+               "\" is no http:// URL. Tokens are signed, so authorities serve them without TLS; for https:// see "
+               "SigningClient.Builder.timestamp in Java";
     }
-    return "\"" + strUrl +
-           "\" is no http:// URL. Tokens are signed, so authorities serve them without TLS; for https:// see "
-           "SigningClient.Builder.timestamp in Java";
+    // The toolkit's text for them would be about a store URI, in which they are percent-encoded twice.
+    if (!std::all_of(strUrl.begin(), strUrl.end(), [](char ch) { return ch > ' ' && ch <= '~' && ch != '#'; })) {
+        return "\"" + strUrl +
+               "\" has blanks or other characters that the URL of an authority cannot have; percent-encode them, a "
+               "blank as %20";
+    }
+    strUrl.replace(0, kScheme.size(), kScheme);
+    return {};
 }
 
 }  // namespace

@@ -104,27 +104,32 @@ TEST_P(WrongCommandLine, EndsWith2AndSaysWhy) {
     EXPECT_THAT(parsed.strOutput, IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, WrongCommandLine,
-                         testing::Values(WrongLine{{"NoRoot"}, {}}, WrongLine{{"RootWithoutValue"}, {"--root"}},
-                                         WrongLine{{"EmptyRoot"}, {"--root=", "/srv"}, "the name is empty"},
+INSTANTIATE_TEST_SUITE_P(
+    All, WrongCommandLine,
+    testing::Values(
+        WrongLine{{"NoRoot"}, {}}, WrongLine{{"RootWithoutValue"}, {"--root"}},
+        WrongLine{{"EmptyRoot"}, {"--root=", "/srv"}, "the name is empty"},
 
-                                         WrongLine{{"PortTooHigh"}, {"--root=/srv", "--port=65536"}},
-                                         WrongLine{{"PortNegative"}, {"--root=/srv", "--port=-1"}},
-                                         WrongLine{{"PortNoNumber"}, {"--root=/srv", "--port=http"}},
-                                         WrongLine{{"MessageTooSmall"}, {"--root=/srv", "--max-message=63"}},
-                                         WrongLine{{"MessageTooLarge"}, {"--root=/srv", "--max-message=1073741825"}},
-                                         WrongLine{{"NoFiles"}, {"--root=/srv", "--max-files=0"}},
-                                         WrongLine{{"FilesTooMany"}, {"--root=/srv", "--max-files=100001"}},
-                                         WrongLine{{"NoConnections"}, {"--root=/srv", "--max-connections=0"}},
-                                         WrongLine{{"NoIdleTime"}, {"--root=/srv", "--idle-seconds=0"}},
-                                         WrongLine{{"NoTimeout"}, {"--root=/srv", "--client-timeout-seconds=0"}},
-                                         WrongLine{{"NoTotals"}, {"--root=/srv", "--totals-seconds=0"}},
-                                         WrongLine{
-                                             {"UnknownUser"}, {"--root=/srv", "--allow-user=no\x1B[2J"}, "no\\x1b[2J"},
-                                         WrongLine{{"EmptyUser"}, {"--root=/srv", "--allow-user="}},
-                                         WrongLine{{"AnyAndUser"}, {"--root=/srv", "--allow-any", "--allow-user=0"}},
-                                         WrongLine{{"Unknown"}, {"--root=/srv", "--daemon"}},
-                                         WrongLine{{"Surplus"}, {"--root=/srv", "more"}}),
-                         RowName);
+        WrongLine{{"PortTooHigh"}, {"--root=/srv", "--port=65536"}},
+        WrongLine{{"PortNegative"}, {"--root=/srv", "--port=-1"}},
+        WrongLine{{"PortNoNumber"}, {"--root=/srv", "--port=http"}, "--port: \"http\" is no whole number"},
+        WrongLine{{"PortHexadecimal"}, {"--root=/srv", "--port=0x10"}, "--port: \"0x10\" is no whole number"},
+        WrongLine{{"PortWithAFraction"}, {"--root=/srv", "--port=1.5"}, "--port: \"1.5\" is no whole number"},
+        WrongLine{{"PortWithAPlus"}, {"--root=/srv", "--port=+5"}, "--port: \"+5\" is no whole number"},
+        WrongLine{{"PortEmpty"}, {"--root=/srv", "--port="}, "--port: \"\" is no whole number"},
+        WrongLine{{"PortMinus"}, {"--root=/srv", "--port=-"}, "--port: \"-\" is no whole number"},
+        WrongLine{{"MessageTooSmall"}, {"--root=/srv", "--max-message=63"}},
+        WrongLine{{"MessageTooLarge"}, {"--root=/srv", "--max-message=1073741825"}},
+        WrongLine{{"NoFiles"}, {"--root=/srv", "--max-files=0"}},
+        WrongLine{{"FilesTooMany"}, {"--root=/srv", "--max-files=100001"}},
+        WrongLine{{"NoConnections"}, {"--root=/srv", "--max-connections=0"}},
+        WrongLine{{"NoIdleTime"}, {"--root=/srv", "--idle-seconds=0"}},
+        WrongLine{{"NoTimeout"}, {"--root=/srv", "--client-timeout-seconds=0"}},
+        WrongLine{{"NoTotals"}, {"--root=/srv", "--totals-seconds=0"}},
+        WrongLine{{"UnknownUser"}, {"--root=/srv", "--allow-user=no\x1B[2J"}, "no\\x1b[2J"},
+        WrongLine{{"EmptyUser"}, {"--root=/srv", "--allow-user="}},
+        WrongLine{{"AnyAndUser"}, {"--root=/srv", "--allow-any", "--allow-user=0"}},
+        WrongLine{{"Unknown"}, {"--root=/srv", "--daemon"}}, WrongLine{{"Surplus"}, {"--root=/srv", "more"}}),
+    RowName);
 
 }  // namespace

@@ -444,6 +444,16 @@ INSTANTIATE_TEST_SUITE_P(
              nullptr,
              "",
              true},
+        Case{{"OfAnotherNetscapeType"},
+             [](Trial& trial) { trial.strSigner = trial.strTrusted = "old"; },
+             nullptr,
+             "chain",
+             false},
+        Case{{"OfAnotherNetscapeTypeAccepted"},
+             [](Trial& trial) { trial.strSigner = trial.strTrusted = "old", trial.bAnyPurpose = true; },
+             nullptr,
+             "",
+             true},
         Case{{"Expired"},
              [](Trial& trial) {
                  trial.strSigner = trial.strTrusted = "expired";

@@ -50,6 +50,8 @@ private:
         MakeIdentity(m_directory, {"alone", "ec -pkeyopt ec_paramgen_curve:P-256", "/CN=Alone"});
         MakeIdentity(m_directory, {"server", "ec -pkeyopt ec_paramgen_curve:P-256", "/CN=Server", 30,
                                    "-addext extendedKeyUsage=serverAuth"});
+        MakeIdentity(m_directory, {"old", "ec -pkeyopt ec_paramgen_curve:P-256", "/CN=Old", 30,
+                                   "-addext keyUsage=digitalSignature -addext nsCertType=server"});
         MakeIdentity(m_directory, {"hostile", "ec -pkeyopt ec_paramgen_curve:P-256",
                                    "/CN=\xE2\x80\xAEgpj\x1b[2J\xC2\x9B\"<b>/O=Gr\xC3\xBC\xC3\x9F"});
         Join("rsa-and-ec", "rsa", "ec");

@@ -32,6 +32,11 @@ std::string Fingerprint(const X509* pCertificate) {
     return std::move(*strText);
 }
 
+// True also if there is no key usage.
+bool IsForSigning(X509* pCertificate) {
+    return (X509_get_key_usage(pCertificate) & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) != 0;
+}
+
 void CheckUsage(X509* pCertificate, SignerReport& signer) {
     const std::uint32_t uFlags = X509_get_extension_flags(pCertificate);
     if ((uFlags & EXFLAG_INVALID) != 0) {
@@ -39,7 +44,7 @@ void CheckUsage(X509* pCertificate, SignerReport& signer) {
         signer.Fail(check::kUsage, "an extension of the certificate is damaged");
     } else if ((uFlags & EXFLAG_KUSAGE) == 0) {
         signer.Pass(check::kUsage, "the certificate does not restrict what its key is used for");
-    } else if ((X509_get_key_usage(pCertificate) & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) != 0) {
+    } else if (IsForSigning(pCertificate)) {
         signer.Pass(check::kUsage, "the certificate's key usage is for signing");
     } else {
         signer.Fail(check::kUsage,
@@ -68,16 +73,21 @@ void CheckValidity(X509* pCertificate, std::time_t nMoment, SignerReport& signer
     }
 }
 
-// The purpose forbids a certificate for its extended key usage, or for its key usage, which --any-purpose does not
-// change.
+// The purpose forbids a certificate for its extended key usage, its Netscape certificate type, or the signer's key
+// usage, which --any-purpose does not change.
 std::string PurposeFault(X509* pCertificate, const std::string& strWho) {
     // All bits are set if there is no extended key usage.
     const std::uint32_t uExtended = pCertificate == nullptr ? 0 : X509_get_extended_key_usage(pCertificate);
-    if ((uExtended & XKU_SMIME) != 0) {
-        return "the key usage of a certificate of the chain is for something else than signing documents" + strWho;
+    if ((uExtended & XKU_SMIME) == 0) {
+        return "the extended key usage of a certificate of the chain is for something else than e-mail and documents" +
+               strWho + "; --any-purpose accepts it";
     }
-    return "the extended key usage of a certificate of the chain is for something else than e-mail and documents" +
-           strWho + "; --any-purpose accepts it";
+    const bool bOldType = (X509_get_extension_flags(pCertificate) & EXFLAG_NSCERT) != 0;
+    if (bOldType && IsForSigning(pCertificate)) {
+        return "the Netscape certificate type of a certificate of the chain is for something else than e-mail" +
+               strWho + "; --any-purpose accepts it";
+    }
+    return "the key usage of a certificate of the chain is for something else than signing documents" + strWho;
 }
 
 // In plain words, with the name of the certificate that is at fault.

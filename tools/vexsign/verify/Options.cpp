@@ -49,7 +49,7 @@ CLI::App* AddCommand(CLI::App& app, Options& options) {
         ->check(notEmpty)
         ->type_name("TIME");
     pVerify->add_flag("--any-purpose", options.bAnyPurpose,
-                      "Accept certificates whose extended key usages do not include e-mail");
+                      "Accept certificates whose extended key usages or Netscape type do not include e-mail");
     pVerify->add_flag("--json", options.bJson, "Print one JSON object");
     return pVerify;
 }
