@@ -43,6 +43,9 @@ abstract class SigningEngine extends SignatureSpi {
         key = null;
         message = null;
         SigningKey candidate = SigningKey.from(privateKey);
+        if (candidate == null && SigningKey.isForeign(privateKey)) {
+            throw new InvalidKeyException("The Signature's provider and the key are" + SigningProvider.FOREIGN);
+        }
         if (candidate == null) {
             throw new InvalidKeyException("The key is not from a KeyStore of the type " + SigningProvider.KEY_STORE_TYPE
                 + "; for other keys, get another Signature" + ANOTHER);

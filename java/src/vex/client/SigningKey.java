@@ -69,6 +69,15 @@ abstract class SigningKey implements PrivateKey {
 
     /** The object that programs get: it has the interfaces that they expect of such a key. */
     PrivateKey shown() {
+    /** Whether the key is one of this package's, as another class loader has loaded it. */
+    static boolean isForeign(Object key) {
+        if (key == null || from(key) != null) {
+            return false;
+        }
+        Object known = Proxy.isProxyClass(key.getClass()) ? Proxy.getInvocationHandler(key) : key;
+        return known.getClass().getName().startsWith(SigningKey.class.getName() + '$');
+    }
+
         return this;
     }
 

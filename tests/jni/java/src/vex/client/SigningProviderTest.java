@@ -17,8 +17,6 @@ import java.io.IOException;
 import java.io.NotSerializableException;
 import java.io.ObjectOutputStream;
 import java.io.OutputStream;
-import java.net.URL;
-import java.net.URLClassLoader;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -243,26 +241,6 @@ class SigningProviderTest {
         assertTrue(e.getMessage().contains("does not hold a store's URI"), e.getMessage());
         e = assertThrows(IOException.class, () -> newStore().load(StoreParameter.store("file:/missing", null)));
         assertInstanceOf(SigningException.class, e.getCause());
-    }
-
-    /** Providers belong to the JVM, so an application may get another one's. */
-    @Test
-    void refusesAParameterOfAnotherCopyOfTheJar() throws Exception {
-        URL jar = SigningProvider.class.getProtectionDomain().getCodeSource().getLocation();
-        try (URLClassLoader loader = new URLClassLoader(new URL[] {jar}, ClassLoader.getPlatformClassLoader())) {
-            KeyStore.LoadStoreParameter foreign = (KeyStore.LoadStoreParameter) loader
-                .loadClass(StoreParameter.class.getName()).getMethod("file", Path.class).invoke(null, file);
-            IOException e = assertThrows(IOException.class,
-                () -> KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, new SigningProvider("demo:")).load(foreign));
-            assertTrue(e.getMessage().contains("of another class loader"), e.getMessage());
-
-            Provider other = (Provider) loader.loadClass(SigningProvider.class.getName()).getConstructor()
-                .newInstance();
-            KeyStore others = KeyStore.getInstance(SigningProvider.KEY_STORE_TYPE, other);
-            IllegalArgumentException refused =
-                assertThrows(IllegalArgumentException.class, () -> SigningProvider.close(others));
-            assertTrue(refused.getMessage().contains("of another class loader"), refused.getMessage());
-        }
     }
 
     // ---- Signature ----
