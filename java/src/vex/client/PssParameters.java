@@ -23,11 +23,18 @@ final class PssParameters {
             throw new InvalidAlgorithmParameterException("RSASSA-PSS needs a PSSParameterSpec, not " + parameters);
         }
         PSSParameterSpec pss = (PSSParameterSpec) parameters;
-        Digest digest = digestFor(pss);
+        Digest digest = Digest.of(pss.getDigestAlgorithm());
         if (digest == null) {
+            throw new InvalidAlgorithmParameterException("RSASSA-PSS is offered with a digest of the SHA-2 or SHA-3"
+                + " family, not " + pss.getDigestAlgorithm());
+        }
+        if (!isMaskOf(digest, pss)) {
             throw new InvalidAlgorithmParameterException(
-                "RSASSA-PSS is offered with a digest of the SHA-2 or SHA-3 family, not " + pss.getDigestAlgorithm()
-                + ", with the same digest in MGF1 and the trailer field 1");
+                "RSASSA-PSS with " + digest + " is offered with MGF1 on " + digest + ", not " + maskOf(pss));
+        }
+        if (pss.getTrailerField() != TRAILER) {
+            throw new InvalidAlgorithmParameterException(
+                "RSASSA-PSS is offered with the trailer field " + TRAILER + ", not " + pss.getTrailerField());
         }
         if (pss.getSaltLength() != digest.length()) {
             throw new InvalidAlgorithmParameterException("RSASSA-PSS with " + digest
@@ -52,12 +59,22 @@ final class PssParameters {
 
     /** Null: not offered, whatever the length of the salt. */
     private static Digest digestFor(PSSParameterSpec pss) {
-        AlgorithmParameterSpec mask = pss.getMGFParameters();
         Digest digest = Digest.of(pss.getDigestAlgorithm());
-        boolean offered = digest != null && pss.getTrailerField() == TRAILER
-            && pss.getMGFAlgorithm().equalsIgnoreCase(MGF1) && mask instanceof MGF1ParameterSpec
-            && Digest.of(((MGF1ParameterSpec) mask).getDigestAlgorithm()) == digest;
+        boolean offered = digest != null && isMaskOf(digest, pss) && pss.getTrailerField() == TRAILER;
         return offered ? digest : null;
+    }
+
+    private static boolean isMaskOf(Digest digest, PSSParameterSpec pss) {
+        AlgorithmParameterSpec mask = pss.getMGFParameters();
+        return pss.getMGFAlgorithm().equalsIgnoreCase(MGF1) && mask instanceof MGF1ParameterSpec
+            && Digest.of(((MGF1ParameterSpec) mask).getDigestAlgorithm()) == digest;
+    }
+
+    /** The mask generation, for a message. */
+    private static String maskOf(PSSParameterSpec pss) {
+        AlgorithmParameterSpec mask = pss.getMGFParameters();
+        return pss.getMGFAlgorithm() + (mask instanceof MGF1ParameterSpec
+            ? " on " + ((MGF1ParameterSpec) mask).getDigestAlgorithm() : " without a digest");
     }
 
     static PSSParameterSpec spec(Digest digest) {

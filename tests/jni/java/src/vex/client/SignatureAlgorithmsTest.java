@@ -266,19 +266,28 @@ class SignatureAlgorithmsTest {
         }
     }
 
-    static Stream<AlgorithmParameterSpec> parametersThatAreNotOffered() {
-        return Stream.of(null, new ECGenParameterSpec("secp256r1"), PSSParameterSpec.DEFAULT, pss("SHA-256", 20),
-            pss("SHA-256", 33), pss("SHA-1", 20), pss("MD5", 16), pss("SHAKE256", 64),
-            new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA1, 32, 1),
-            new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA512_256, 32, 1),
-            new PSSParameterSpec("SHA-256", "MGF1", null, 32, 1),
-            new PSSParameterSpec("SHA-256", "SHAKE256", null, 32, 1),
-            new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA256, 32, 2));
+    /** Parameters, and what the refusal of RSASSA-PSS says is wrong with them. */
+    static Stream<Arguments> parametersThatAreNotOffered() {
+        return Stream.of(Arguments.of(null, "needs a PSSParameterSpec, not null"),
+            Arguments.of(new ECGenParameterSpec("secp256r1"), "needs a PSSParameterSpec"),
+            Arguments.of(PSSParameterSpec.DEFAULT, "not SHA-1"),
+            Arguments.of(pss("SHA-256", 20), "a salt of 32 bytes, not 20"),
+            Arguments.of(pss("SHA-256", 33), "a salt of 32 bytes, not 33"),
+            Arguments.of(pss("SHA-1", 20), "not SHA-1"), Arguments.of(pss("MD5", 16), "not MD5"),
+            Arguments.of(pss("SHAKE256", 64), "not SHAKE256"),
+            Arguments.of(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA1, 32, 1),
+                "SHA-256 is offered with MGF1 on SHA-256, not MGF1 on SHA-1"),
+            Arguments.of(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA512_256, 32, 1),
+                "MGF1 on SHA-256, not MGF1 on SHA-512/256"),
+            Arguments.of(new PSSParameterSpec("SHA-256", "MGF1", null, 32, 1), "not MGF1 without a digest"),
+            Arguments.of(new PSSParameterSpec("SHA-256", "SHAKE256", null, 32, 1), "not SHAKE256 without a digest"),
+            Arguments.of(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA256, 32, 2),
+                "the trailer field 1, not 2"));
     }
 
     @ParameterizedTest
     @MethodSource("parametersThatAreNotOffered")
-    void refusesParametersThatAreNotOffered(AlgorithmParameterSpec parameters) throws Exception {
+    void refusesParametersThatAreNotOffered(AlgorithmParameterSpec parameters, String fault) throws Exception {
         for (String name : List.of("RSASSA-PSS", "SHA256withRSAandMGF1", "SHA256withRSA", "SHA256withECDSA")) {
             if (parameters != null || name.contains("PSS") || name.contains("MGF1")) {
                 Signature signature = ours(name);
@@ -287,7 +296,9 @@ class SignatureAlgorithmsTest {
         }
         Signature signature = ours("RSASSA-PSS", OpenSslKeys.RSA);
         signature.setParameter(pss(Digest.SHA_384));
-        assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(parameters));
+        InvalidAlgorithmParameterException refused =
+            assertThrows(InvalidAlgorithmParameterException.class, () -> signature.setParameter(parameters));
+        assertTrue(refused.getMessage().contains(fault), refused.getMessage());
         assertEquals("SHA-384",
             signature.getParameters().getParameterSpec(PSSParameterSpec.class).getDigestAlgorithm());
     }
