@@ -269,7 +269,7 @@ public final class SigningClient implements AutoCloseable {
     }
 
     /**
-     * Lists the certificates that could sign now: they are valid, have their private key, and pass all filters.
+     * Lists the valid certificates that pass all filters and whose key is there, for signing and not too short.
      *
      * @return an immutable list, which may be empty
      * @throws SigningException if the toolkit cannot list them

@@ -121,7 +121,10 @@ public final class SigningException extends GeneralSecurityException {
         FILTER_UNKNOWN(VCTKError.FILTER_TYPE),
         /** The filter's value is empty or malformed. */
         FILTER_VALUE(VCTKError.FILTER_VALUE),
-        /** No certificate can sign now: none is valid, has its private key, and passes the filters. */
+        /**
+         * No certificate can sign now: none is valid, has a private key that is long enough and for signing, and
+         * passes the filters.
+         */
         NO_CERTIFICATE(VCTKError.NO_CERTIFICATE),
         /** More than one certificate passes the filters, and one alone is wanted. */
         SEVERAL_CERTIFICATES(VCTKError.SEVERAL_CERTIFICATES),

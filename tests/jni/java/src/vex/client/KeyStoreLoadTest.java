@@ -47,6 +47,7 @@ import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.EnumSource;
 import org.junit.jupiter.params.provider.ValueSource;
 import vex.jni.Run;
+import vex.jni.Signatures;
 import vex.jni.TestStore;
 
 /** Loading a KeyStore: what makes it fail, what does not, and how the reason is reported. */
@@ -104,7 +105,10 @@ class KeyStoreLoadTest {
     private static OddIdentity odd(Odd kind) throws Exception {
         KeyPairGenerator generator = KeyPairGenerator.getInstance("EC");
         generator.initialize(new ECGenParameterSpec("secp256r1"));
-        KeyPair pair = generator.generateKeyPair();
+        return odd(kind, generator.generateKeyPair());
+    }
+
+    private static OddIdentity odd(Odd kind, KeyPair pair) throws Exception {
         SubjectPublicKeyInfo key = SubjectPublicKeyInfo.getInstance(pair.getPublic().getEncoded());
         String begin = kind == Odd.FROM_THE_YEAR_950 ? "09500101000000Z" : "20200101000000Z";
         X509CertificateHolder certificate = new X509v3CertificateBuilder(
@@ -112,7 +116,8 @@ class KeyStoreLoadTest {
             BigInteger.valueOf(kind == Odd.NEGATIVE_SERIAL ? -31 : 31),
             new Time(new ASN1GeneralizedTime(begin)), new Time(new ASN1GeneralizedTime(LATER)),
             new X500Name("CN=" + kind), key)
-            .build(new JcaContentSignerBuilder("SHA256withECDSA").build(pair.getPrivate()));
+            .build(new JcaContentSignerBuilder(Signatures.jdkName("SHA256", pair.getPrivate().getAlgorithm()))
+                .build(pair.getPrivate()));
         return new OddIdentity(pair.getPrivate(), certificate);
     }
 
@@ -198,6 +203,15 @@ class KeyStoreLoadTest {
         assertTrue(e.getMessage().startsWith("None of the store's keys can be used: Java cannot read the certificate "),
             e.getMessage());
         assertInstanceOf(CertificateException.class, e.getCause());
+    }
+
+    @Test
+    void aShortKeyHasNoAlias() throws Exception {
+        KeyPairGenerator generator = KeyPairGenerator.getInstance("RSA");
+        generator.initialize(1024);
+        OddIdentity good = odd(Odd.NEGATIVE_SERIAL);
+        KeyStore store = load(write(List.of(odd(Odd.NEGATIVE_SERIAL, generator.generateKeyPair()), good)));
+        assertEquals(List.of(good.alias()), Collections.list(store.aliases()));
     }
 
     @Test
