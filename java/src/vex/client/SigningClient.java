@@ -468,10 +468,11 @@ public final class SigningClient implements AutoCloseable {
             return Digest.isPss(name) ? name : name + Digest.PSS;
         }
 
-        private String storeWithChain() {
+        private String storeWithChain() throws SigningException {
             if (chainFile == null) {
                 return store;
             }
+            StoreText.requireNoChainFile(store);
             String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=store");
             return StoreText.withChainFile(chain, chainFile);
         }

@@ -67,8 +67,12 @@ public final class StoreParameter implements KeyStore.LoadStoreParameter {
      * @param file PEM or PKCS #12 with the certificates of issuers that the store does not have, such as a card with
      *     only the signer's certificate; at most 16 MiB
      * @return a new parameter
+     * @throws IllegalStateException if the store has such a file already, by its URI or an earlier call
      */
     public StoreParameter withChain(Path file) {
+        if (StoreText.hasChainFile(store)) {
+            throw new IllegalStateException("The store " + StoreText.ONE_CHAIN_FILE);
+        }
         String chain = StoreText.hasChain(store) ? store : StoreText.withAttribute(store, "chain=root");
         return new StoreParameter(StoreText.withChainFile(chain, Objects.requireNonNull(file, "file")), protection);
     }

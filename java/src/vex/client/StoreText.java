@@ -15,6 +15,9 @@ import vex.jni.VCTKError;
  */
 final class StoreText {
     private static final String DEMO = "demo:";
+    /** Why a second file with issuers is refused. */
+    static final String ONE_CHAIN_FILE =
+        "has a file with issuers (chain-source) already; put all their certificates into one file";
     private static final String[] SCHEMES = {DEMO, "file:", "pkcs11:"};
 
     private StoreText() {}
@@ -116,6 +119,18 @@ final class StoreText {
 
     static boolean hasChain(String store) {
         return hasAttribute(store, "chain");
+    }
+
+    static boolean hasChainFile(String store) {
+        return hasAttribute(store, "chain-source");
+    }
+
+    /** @throws SigningException if the store's URI has a file with issuers already */
+    static void requireNoChainFile(String store) throws SigningException {
+        if (hasChainFile(store)) {
+            throw new SigningException(
+                VCTKError.URI_MALFORMED, "chainFile was called, and the store's URI " + ONE_CHAIN_FILE);
+        }
     }
 
     /** Whether the toolkit itself has the signatures stamped. */

@@ -130,6 +130,22 @@ class ChainTest {
         assertArrayEquals(certificates(chain), onlyChain(load(parameter)));
     }
 
+    @Test
+    void aStoreHasOneFileWithIssuers() {
+        Path file = directory.resolve("issuers.pem");
+        String uri = "file:/keys.p12?chain-source=file:/issuers.pem";
+        String advice = "put all their certificates into one file";
+        for (StoreParameter parameter :
+                List.of(StoreParameter.file(file()).withChain(file), StoreParameter.store(uri, null))) {
+            IllegalStateException e = assertThrows(IllegalStateException.class, () -> parameter.withChain(file));
+            assertTrue(e.getMessage().contains(advice), e.getMessage());
+        }
+        SigningException e =
+            assertThrows(SigningException.class, () -> SigningClient.store(uri).chainFile(file).open());
+        assertEquals(VCTKError.URI_MALFORMED, e.number());
+        assertTrue(e.getMessage().contains(advice), e.getMessage());
+    }
+
     private SigningClient.Builder client() {
         return SigningClient.file(file()).pin(TestStore.PIN.toCharArray());
     }
