@@ -9,6 +9,7 @@ import java.io.ByteArrayOutputStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.security.GeneralSecurityException;
+import java.security.Security;
 import java.security.cert.X509Certificate;
 import java.util.ArrayList;
 import java.util.List;
@@ -37,6 +38,7 @@ import javax.xml.transform.TransformerFactory;
 import javax.xml.transform.dom.DOMSource;
 import javax.xml.transform.stream.StreamResult;
 import org.w3c.dom.Document;
+import vex.client.SigningProvider;
 
 /** Enveloped XML signatures of the JDK, with the certificates in them. */
 final class XmlSignatures {
@@ -45,6 +47,9 @@ final class XmlSignatures {
     private XmlSignatures() {}
 
     static void verifiedByTheJdk(Signer signer) throws Exception {
+        if (signer.kind() == KeyKind.RSA && signer.ours()) {
+            assertTrue(isGood(sign(signer, "http://www.w3.org/2007/05/xmldsig-more#sha256-rsa-MGF1"), signer.root()));
+        }
         byte[] signed = sign(signer);
         assertTrue(isGood(signed, signer.root()));
         assertFalse(isGood(changed(signed), signer.root()));
@@ -82,18 +87,26 @@ final class XmlSignatures {
     }
 
     private static byte[] sign(Signer signer) throws Exception {
+        return sign(signer, method(signer.kind()));
+    }
+
+    private static byte[] sign(Signer signer, String method) throws Exception {
         XMLSignatureFactory factory = XMLSignatureFactory.getInstance("DOM");
         Reference reference = factory.newReference("", factory.newDigestMethod(DigestMethod.SHA256, null),
             List.of(factory.newTransform(Transform.ENVELOPED, (TransformParameterSpec) null)), null, null);
         SignedInfo info = factory.newSignedInfo(
             factory.newCanonicalizationMethod(CanonicalizationMethod.EXCLUSIVE, (C14NMethodParameterSpec) null),
-            factory.newSignatureMethod(method(signer.kind()), null), List.of(reference));
+            factory.newSignatureMethod(method, null), List.of(reference));
         KeyInfoFactory keys = factory.getKeyInfoFactory();
         KeyInfo keyInfo = keys.newKeyInfo(List.of(keys.newX509Data(signer.withoutRoot())));
 
         Document document = parse(DOCUMENT.getBytes(StandardCharsets.UTF_8));
-        factory.newXMLSignature(info, keyInfo)
-            .sign(new DOMSignContext(signer.key(), document.getDocumentElement()));
+        DOMSignContext context = new DOMSignContext(signer.key(), document.getDocumentElement());
+        if (method.endsWith("MGF1")) {
+            context.setProperty("org.jcp.xml.dsig.internal.dom.SignatureProvider",
+                Security.getProvider(SigningProvider.NAME));
+        }
+        factory.newXMLSignature(info, keyInfo).sign(context);
         ByteArrayOutputStream signed = new ByteArrayOutputStream();
         TransformerFactory.newInstance().newTransformer().transform(new DOMSource(document), new StreamResult(signed));
         return signed.toByteArray();
