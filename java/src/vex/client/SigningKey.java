@@ -2,6 +2,7 @@ package vex.client;
 
 import java.io.NotSerializableException;
 import java.io.ObjectOutputStream;
+import java.io.Serializable;
 import java.lang.reflect.InvocationHandler;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Method;
@@ -29,6 +30,7 @@ abstract class SigningKey implements PrivateKey {
     static final String RSASSA_PSS = "RSASSA-PSS";
     static final String EC = "EC";
 
+    private static final String STAYS = "The key stays in the signing toolkit";
     private static final long serialVersionUID = 1L;
 
     private transient volatile OpenStore store;  // null: the key was destroyed
@@ -67,8 +69,6 @@ abstract class SigningKey implements PrivateKey {
         return handler instanceof Edwards.Shown ? ((Edwards.Shown) handler).key() : null;
     }
 
-    /** The object that programs get: it has the interfaces that they expect of such a key. */
-    PrivateKey shown() {
     /** Whether the key is one of this package's, as another class loader has loaded it. */
     static boolean isForeign(Object key) {
         if (key == null || from(key) != null) {
@@ -78,6 +78,8 @@ abstract class SigningKey implements PrivateKey {
         return known.getClass().getName().startsWith(SigningKey.class.getName() + '$');
     }
 
+    /** The object that programs get: it has the interfaces that they expect of such a key. */
+    PrivateKey shown() {
         return this;
     }
 
@@ -159,7 +161,7 @@ abstract class SigningKey implements PrivateKey {
     }
 
     private void writeObject(ObjectOutputStream stream) throws NotSerializableException {
-        throw new NotSerializableException("The key stays in the signing toolkit");
+        throw new NotSerializableException(STAYS);
     }
 
     /** Shows its modulus: some programs check the size of a key. */
@@ -281,7 +283,9 @@ abstract class SigningKey implements PrivateKey {
         }
 
         /** The EdECPrivateKey's methods. */
-        final class Shown implements InvocationHandler {
+        final class Shown implements InvocationHandler, Serializable {
+            private static final long serialVersionUID = 1L;
+
             SigningKey key() {
                 return Edwards.this;
             }
@@ -301,6 +305,11 @@ abstract class SigningKey implements PrivateKey {
                 } catch (InvocationTargetException e) {
                     throw e.getCause();
                 }
+            }
+
+            /** Java writes a proxy by writing its handler. */
+            private void writeObject(ObjectOutputStream stream) throws NotSerializableException {
+                throw new NotSerializableException(STAYS);
             }
         }
     }

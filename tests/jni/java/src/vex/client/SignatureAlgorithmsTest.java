@@ -386,8 +386,9 @@ class SignatureAlgorithmsTest {
         assertEquals(shown.hashCode(), shown.hashCode());
         assertTrue(shown.toString().contains("in the signing toolkit"), shown::toString);
         assertFalse(shown.isDestroyed());
-        assertThrows(NotSerializableException.class,
+        NotSerializableException e = assertThrows(NotSerializableException.class,
             () -> new ObjectOutputStream(new ByteArrayOutputStream()).writeObject(shown));
+        assertEquals("The key stays in the signing toolkit", e.getMessage());
     }
 
     @Test
