@@ -4,8 +4,10 @@
 #include <openssl/rsa.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "signing/Digest.h"
 #include "signing/Failure.h"
 
 namespace vextk {
@@ -46,6 +48,12 @@ std::int64_t SaltOf(const RSA_PSS_PARAMS& parameters) {
     return nSalt;
 }
 
+std::string NameOf(int nDigest) {
+    const char* pName = OBJ_nid2sn(nDigest);
+    const std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>> digest(EVP_MD_fetch(nullptr, pName, nullptr));
+    return digest ? DigestName(digest.get()) : pName;
+}
+
 [[noreturn]] void Refuse(const std::string& strWhy) {
     RequireMemory();
     throw Failure(VCTK_E_SIGN_FAILED, "the certificate is for RSASSA-PSS " + strWhy);
@@ -73,7 +81,7 @@ void RequirePssAllowed(const X509* pCertificate, const EVP_MD* pDigest) {
         Refuse("with different digests in the signature and in MGF1, which is not offered");
     }
     if (nDigest != EVP_MD_get_type(pDigest)) {
-        Refuse(std::string("with ") + OBJ_nid2sn(nDigest) + " only; set this digest");
+        Refuse("with " + NameOf(nDigest) + " only; set this digest");
     }
     if (nSalt > EVP_MD_get_size(pDigest)) {
         Refuse("with a salt of at least " + std::to_string(nSalt) + " bytes; the salt is as long as the digest, " +

@@ -91,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Parameters{"NegativeSalt", Digest(kSha256) + kMaskSha256 + Salt("\xFF"), ""},
                     Parameters{"AllDefaults", "", "with SHA1 only; set this digest"},
                     Parameters{"OtherDigest", Digest(kSha512) + Mask(kMgf1, Tlv(kSequence, kSha512)),
-                               "with SHA512 only; set this digest"},
+                               "with SHA-512 only; set this digest"},
                     Parameters{"DefaultMask", Digest(kSha256), kTwoDigests},
                     Parameters{"DefaultDigest", kMaskSha256, kTwoDigests},
                     Parameters{"OtherMaskFunction", Digest(kSha256) + Mask(kOther, Tlv(kSequence, kSha256)),

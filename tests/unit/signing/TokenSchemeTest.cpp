@@ -170,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(, TokenLacks,
                          testing::Values(Lack{"Both", {kPss, kRawRsa}, "rsa", "SHA-256/PSS", "offers neither"},
                                          Lack{"BothForItsCertificate", {kPss, kRawRsa}, "pss", "SHA-256", "neither"},
                                          Lack{"RawForSha3", {kRawRsa}, "rsa", "SHA3-256/PSS", "CKM_RSA_X_509"},
-                                         Lack{"OtherDigestThanAllowed", {}, "pss384", "SHA-256", "SHA384 only"},
+                                         Lack{"OtherDigestThanAllowed", {}, "pss384", "SHA-256", "SHA-384 only"},
                                          Lack{"PssOfEc", {}, "ec", "SHA-256/PSS", "needs an RSA key"}),
                          RowName);
 
