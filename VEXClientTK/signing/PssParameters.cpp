@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "crypto/Values.h"
 #include "signing/Digest.h"
 #include "signing/Failure.h"
 
@@ -48,15 +49,21 @@ std::int64_t SaltOf(const RSA_PSS_PARAMS& parameters) {
     return nSalt;
 }
 
-std::string NameOf(int nDigest) {
-    const char* pName = OBJ_nid2sn(nDigest);
-    const std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>> digest(EVP_MD_fetch(nullptr, pName, nullptr));
-    return digest ? DigestName(digest.get()) : pName;
-}
-
 [[noreturn]] void Refuse(const std::string& strWhy) {
     RequireMemory();
     throw Failure(VCTK_E_SIGN_FAILED, "the certificate is for RSASSA-PSS " + strWhy);
+}
+
+[[noreturn]] void RefuseOtherDigest(const X509_ALGOR* pAlgorithm) {
+    const int nDigest = DigestOf(pAlgorithm);
+    const std::string strName = nDigest != NID_undef ? OBJ_nid2sn(nDigest) : DottedText(pAlgorithm->algorithm);
+    std::shared_ptr<const EVP_MD> digest;
+    try {
+        digest = FindDigest(strName).algorithm;
+    } catch (const Failure&) {
+        Refuse("with " + strName + " only, which is not offered");
+    }
+    Refuse("with " + DigestName(digest.get()) + " only; set this digest");
 }
 
 }  // namespace
@@ -81,7 +88,7 @@ void RequirePssAllowed(const X509* pCertificate, const EVP_MD* pDigest) {
         Refuse("with different digests in the signature and in MGF1, which is not offered");
     }
     if (nDigest != EVP_MD_get_type(pDigest)) {
-        Refuse("with " + NameOf(nDigest) + " only; set this digest");
+        RefuseOtherDigest(parameters->hashAlgorithm);
     }
     if (nSalt > EVP_MD_get_size(pDigest)) {
         Refuse("with a salt of at least " + std::to_string(nSalt) + " bytes; the salt is as long as the digest, " +

@@ -20,6 +20,7 @@ using namespace std::string_literals;
 constexpr unsigned char kSequence = 0x30;
 const std::string kSha256 = "\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x01"s;
 const std::string kSha512 = "\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x03"s;
+const std::string kWeak = "\x06\x08\x2A\x86\x48\x86\xF7\x0D\x02\x04"s;  // MD4
 const std::string kMgf1 = "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x08"s;
 const std::string kOther = "\x06\x03\x2A\x03\x04"s;
 
@@ -89,7 +90,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Parameters{"SaltThatNobodyHas", Digest(kSha256) + kMaskSha256 + Salt("\x7F" + std::string(8, 'x')),
                                "with a salt of at least 9223372036854775807 bytes"},
                     Parameters{"NegativeSalt", Digest(kSha256) + kMaskSha256 + Salt("\xFF"), ""},
-                    Parameters{"AllDefaults", "", "with SHA1 only; set this digest"},
+                    Parameters{"AllDefaults", "", "with SHA1 only, which is not offered"},
+                    Parameters{"DigestThatNobodyKnows", Digest(kOther) + Mask(kMgf1, Tlv(kSequence, kOther)),
+                               "with 1.2.3.4 only, which is not offered"},
+                    Parameters{"DigestThatOpenSslLacks", Digest(kWeak) + Mask(kMgf1, Tlv(kSequence, kWeak)),
+                               "with MD4 only, which is not offered"},
                     Parameters{"OtherDigest", Digest(kSha512) + Mask(kMgf1, Tlv(kSequence, kSha512)),
                                "with SHA-512 only; set this digest"},
                     Parameters{"DefaultMask", Digest(kSha256), kTwoDigests},
