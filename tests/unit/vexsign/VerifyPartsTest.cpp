@@ -101,6 +101,8 @@ TEST(VerifyEncoding, KnowsTheForm) {
         {strBase64 + "\n", FileForm::kBase64, ""},
         {"-----BEGIN CMS-----\n" + strBase64 + "\n-----END CMS-----\n", FileForm::kPem, "CMS"},
         {"-----BEGIN PKCS7-----\n" + strBase64 + "\n-----END PKCS7-----\n", FileForm::kPem, "PKCS7"},
+        {"-----BEGIN SIGNED MESSAGE-----\n" + strBase64 + "\n-----END SIGNED MESSAGE-----\n", FileForm::kPem,
+         "SIGNED MESSAGE"},
     };
     for (const auto& row : rows) {
         const std::optional<SignatureFile> file = ParseSignatureFile(row.strFile);

@@ -2,6 +2,7 @@
 
 #include <openssl/pem.h>
 
+#include <array>
 #include <limits>
 #include <stdexcept>
 
@@ -12,6 +13,9 @@ namespace vexsign::verify {
 namespace {
 
 constexpr std::string_view kPemBegin = "-----BEGIN ";
+
+// Those of RFC 7468 and OpenSSL, and the one that GnuPG's gpgsm writes.
+constexpr std::array kSignatureLabels = {PEM_STRING_CMS, PEM_STRING_PKCS7, PEM_STRING_PKCS7_SIGNED, "SIGNED MESSAGE"};
 
 // Windows exports chains in this form.
 constexpr const char* kBundle =
@@ -126,7 +130,7 @@ std::optional<SignatureFile> ParseSignatureFile(std::string file) {
             if (NextBlock(bio.get())) {
                 return std::nullopt;
             }
-            for (const std::string_view label : {PEM_STRING_CMS, PEM_STRING_PKCS7, PEM_STRING_PKCS7_SIGNED}) {
+            for (const std::string_view label : kSignatureLabels) {
                 if (block && block->strLabel == label) {
                     return SignatureFile{std::move(block->strBytes), FileForm::kPem, std::move(block->strLabel)};
                 }
